@@ -1,0 +1,21 @@
+# What every target of the project is compiled and linked with: link kub_settings PRIVATE.
+add_library(kub_settings INTERFACE)
+target_compile_options(kub_settings INTERFACE
+    -Wall -Wextra -Wconversion -Wformat=2 -Werror
+    $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
+    $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wsuggest-override>
+    $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wsuggest-override>)
+target_link_options(kub_settings INTERFACE $<$<NOT:$<BOOL:${KUB_SANITIZE}>>:-Wl,--no-undefined>
+                                           -Wl,--fatal-warnings)
+target_compile_definitions(kub_settings INTERFACE QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII
+                                                  QT_NO_KEYWORDS)
+
+# Sanitizers and coverage go onto every object, so that libraries and programs agree.
+if(KUB_SANITIZE)
+    add_compile_options(-fsanitize=${KUB_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${KUB_SANITIZE})
+endif()
+if(KUB_COVERAGE)
+    add_compile_options(--coverage -fprofile-update=atomic)
+    add_link_options(--coverage)
+endif()

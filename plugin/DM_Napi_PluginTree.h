@@ -1,0 +1,133 @@
+// The tree that the engine holds for one mounted root, and the map between node names and profiles.
+#pragma once
+
+#include "dmnative/dmt_tree.h"
+#include "napi.h"
+
+#include <QString>
+
+#include <cstdint>
+
+class SETUP_SET_Manager;
+
+/// Root paths that the plug-in serves. The first is the NAPDEF kind: one node per profile with the
+/// settings of one bearer. The second is the PROXY kind: one node per profile with its proxy slots.
+inline constexpr char CONN_ROOT_PATH[] = "./DevDetail/Ext/Conf/Conn/Profiles";
+inline constexpr char INTPROFS_ROOT_PATH[] = "./DevDetail/Ext/Conf/IntProfs/Profiles";
+
+/// One mapped profile.
+struct ProfileInfo {
+    /// ID key as it stands in the mapping file: the decimal profile ID, in the NAPDEF kind followed
+    /// by the bearer suffix "Ph1DC1", "Ph2DC1" or "Ph3DC1".
+    DMString sProfileID;
+    bool bIsGPRS = false; ///< mapped with bearer "GSM-GPRS"
+    bool bIsCSD = false;  ///< mapped with bearer "GSM-CSD"
+    bool bIsCSD2 = false; ///< mapped with bearer "GSM-CSD2"
+};
+
+class DM_NAPI_PluginTree final : public DmtRWPluginTree {
+public:
+    /// An empty tree of the kind that the root path names; LoadProfilesinDB fills it.
+    explicit DM_NAPI_PluginTree(const char *rootPath);
+    ~DM_NAPI_PluginTree() override;
+
+    // Engine overrides, in the order of their slots.
+    int DeleteNode(const char *path) noexcept override;
+    int RenameNode(const char *path, const char *newName) noexcept override;
+    int GetChildValuesMap(const char *path, DmtChildValuesMap &values) noexcept override;
+    int SetChildValuesMap(const char *path, const DmtChildValuesMap &values) noexcept override;
+    int CreateLeafNodeForwarder(const char *path, JemSmartPtr<DmtNode> &node,
+                                const DmtData &value) noexcept override;
+    int CreateInteriorNodeInternal(const char *path, JemSmartPtr<DmtNode> &node,
+                                   const DMStringVector &childNames) noexcept override;
+    int CreateLeafNodeInternal(const char *path, JemSmartPtr<DmtNode> &node,
+                               const DmtData &value) noexcept override;
+
+    bool IsNAPDEF() const { return m_isNAPDEF != 0; }
+
+    // ---- Node paths ----------------------------------------------------------------------------
+
+    /// Splits at the last "/": what stands before it and what stands behind it. Without one, the
+    /// parent path is empty and the node name is the whole path.
+    void ParseNodePath(const DMString &path, DMString &parentPath, DMString &nodeName) const;
+    /// The part of a node name before "&&_", or the whole name.
+    void ParseLogicalId(const DMString &nodeName, DMString &logicalId) const;
+    /// Whether the path is empty or ends in "/".
+    bool HasEmptyNodeName(const DMString &path) const;
+
+    // ---- Map between node names and profiles -------------------------------------------------
+
+    /// Name in the profile service of a mapped node. @return 0, or 1 when the node is not mapped, its
+    /// ID key has no number or the service does not know the ID; profileName is then as it was.
+    int GetProfileName(const DMString &nodeName, DMString &profileName) const;
+    /// Numeric part of an ID key. @return false, and 0 in id, when it is no unsigned 32-bit decimal
+    /// number.
+    bool ExtractProfileID(const DMString &key, unsigned int &id) const;
+    /// Discards and reopens the mapping file, and maps what it holds. @return 0 or 1.
+    int LoadProfileMapCfgFile();
+    /// Maps a profile found at mount; a taken node name or ID key is left as it is. The tree owns info
+    /// if m_ProfileMaps holds it afterwards, otherwise the caller does. @return 0, or 1 when the
+    /// mapping file cannot be changed.
+    int PutProfileMap(const DMString &nodeName, ProfileInfo *info);
+    /// Maps a profile that a server adds. @return 0: the tree owns info; 1: the node name or the ID
+    /// key is taken or the mapping file cannot be changed, and info stays the caller's.
+    int AddProfileMap(const DMString &nodeName, ProfileInfo *info);
+    /// Unmaps a node and frees its record. @return 0 or 1.
+    int DeleteProfileMap(const DMString &nodeName);
+    /// Maps a node's profile under a new name. @return 0 or 1.
+    int RenameProfileMap(const DMString &oldName, const DMString &newName);
+    /// Moves a node's ID key to the suffix of a bearer. @return 0 or 1.
+    int RenameProfileMapDB(const DMString &nodeName, const DMString &bearer);
+
+    // ---- Questions about a profile ---------------------------------------------------------------
+
+    bool IsGPRS(const NAP_PROFILE_S *record) const;
+    bool IsCSD(const NAP_PROFILE_S *record) const;
+    bool IsCSD2(const NAP_PROFILE_S *record) const;
+    /// Sets the flags of the bearers under which the NAPDEF mapping file has the profile.
+    void GetBearFromNapCfg(ProfileInfo *const &info) const;
+    /// Node name under which the NAPDEF mapping file has the profile with the bearer of a proxy slot;
+    /// empty when it has none. A null profileID leaves napdefName as it was.
+    void GetNapdefName(const DMString *profileID, const DMString &phName,
+                       DMString &napdefName) const;
+
+    // ---- Connection references -------------------------------------------------------------------
+
+    /// The NAPDEF node that a proxy slot refers to, stored on first use.
+    /// @return 1 when it came from the file or there is none, 0 when a default was stored, otherwise
+    ///         what SetConnValue returned; connValue holds the reference in every case.
+    int GetConnValue(const ProfileInfo *info, const DMString &profileNodeName,
+                     const DMString &phName, DMString &connValue);
+    /// Stores the reference of a proxy slot. @return 0 or 1.
+    int SetConnValue(const DMString &profileNodeName, const DMString &phName,
+                     const DMString &connValue);
+
+    // ---- Mounting ----------------------------------------------------------------------------------
+
+    /// Fills the tree from the profile service. @return 0, or non-zero when the mount must be refused.
+    int LoadProfilesinDB();
+    /// Registers the nodes of one mapped profile. @return 0.
+    int LoadSubTreeofProfile(const DMString &profileNodeName, const ProfileInfo *info);
+    /// Registers one child of a profile node and everything beneath it. @return 0, or 1 when the
+    /// mapping cannot follow the bearer; that child is then left out.
+    int LoadChildrenofProfile(const DMString &profileNodeName, const ProfileInfo *info,
+                              const DMString &childName);
+
+    // ---- Deleting ------------------------------------------------------------------------------------
+
+    /// Deletes a profile that no tree maps any more, or clears the part of its record that the suffix
+    /// names: a bearer suffix, or anything else for the proxy slots. @return 0 or 1.
+    int DeleteProfileInDB(const DMString &profileName, const DMString &suffix);
+
+private:
+    friend struct PluginTreeProbe; // lets the unit tests set up and look at the members
+
+    QString m_groupName; ///< group of this tree's entries in its mapping file
+    std::int8_t m_ProfileCount; ///< as the service listed them, cut to 8 bits; set by the mount
+    char *m_profileNameList = nullptr; ///< owned; slots of NAPI_NAME_SIZE bytes
+    std::uint8_t m_isNAPDEF;
+    SETUP_SET_Manager *m_psetupManager = nullptr; ///< owned; the open mapping file
+    DMMap<DMString, ProfileInfo *> m_ProfileMaps; ///< owns the records
+
+    JemSmartPtr<DmtPluginTree> Self() { return JemSmartPtr<DmtPluginTree>(this); }
+};
