@@ -1,0 +1,77 @@
+#include "handset.h"
+
+#include "dmnative/dmnative_control.h"
+
+#include <cstdlib>
+#include <iostream>
+
+namespace doubles {
+
+namespace {
+
+Handset *g_current = nullptr;
+
+Handset &Required()
+{
+    if (!g_current) {
+        std::cerr << "a double was called outside the life of a Handset\n";
+        std::abort();
+    }
+    return *g_current;
+}
+
+std::optional<int> JournalEngineCall(std::string_view call, std::string_view path)
+{
+    const std::string name(call.substr(call.rfind(':') + 1)); // "Tree::SetNode" is SetNode here
+    g_current->journal.Add(name + "(\"" + std::string(path) + "\")");
+    const std::optional<Fault> fault = g_current->faults.Next(name);
+    return fault ? std::optional<int>(fault->status) : std::nullopt;
+}
+
+bool FailEngineAllocation(std::string_view file, int line, std::size_t)
+{
+    const std::string site = std::string(file) + ":" + std::to_string(line);
+    return g_current->faults.Names(site) && g_current->faults.Next(site).has_value();
+}
+
+} // namespace
+
+Handset::Handset()
+{
+    if (g_current) {
+        std::cerr << "two Handsets at a time\n";
+        std::abort();
+    }
+    g_current = this;
+    ObserveEngine();
+    dmnative_control::SetAllocationFault(FailEngineAllocation);
+}
+
+Handset::~Handset()
+{
+    dmnative_control::SetAllocationFault({});
+    dmnative_control::SetEngineCallObserver({});
+    g_current = nullptr;
+}
+
+void Handset::ObserveEngine()
+{
+    dmnative_control::SetEngineCallObserver(JournalEngineCall);
+}
+
+Handset *Handset::Current()
+{
+    return g_current;
+}
+
+ProfileServiceDouble &ProfileService()
+{
+    return Required().napi;
+}
+
+SettingsDouble &Settings()
+{
+    return Required().settings;
+}
+
+} // namespace doubles

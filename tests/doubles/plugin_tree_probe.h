@@ -1,0 +1,59 @@
+// Lets a test set up and look at a tree's own members.
+#pragma once
+
+#include "DM_Napi_PluginTree.h"
+
+#include <string>
+#include <utility>
+#include <vector>
+
+struct PluginTreeProbe {
+    explicit PluginTreeProbe(DM_NAPI_PluginTree &tree)
+        : groupName(tree.m_groupName), profileCount(tree.m_ProfileCount),
+          profileNameList(tree.m_profileNameList), isNAPDEF(tree.m_isNAPDEF),
+          settings(tree.m_psetupManager), map(tree.m_ProfileMaps)
+    {
+    }
+
+    QString &groupName;
+    std::int8_t &profileCount;
+    char *&profileNameList;
+    std::uint8_t &isNAPDEF;
+    SETUP_SET_Manager *&settings;
+    DMMap<DMString, ProfileInfo *> &map;
+
+    /// Node name and ID key of every mapped profile, with a letter for each bearer flag that is
+    /// set: G GPRS, C CSD, 2 CSD2. {"Office", "5Ph1DC1 G"}
+    std::vector<std::pair<std::string, std::string>> Mapped() const
+    {
+        std::vector<std::pair<std::string, std::string>> pairs;
+        for (int i = 0; i < map.size(); ++i) {
+            const ProfileInfo *const info = map.values()[i];
+            const std::string flags = std::string(info->bIsGPRS ? "G" : "") +
+                                      (info->bIsCSD ? "C" : "") + (info->bIsCSD2 ? "2" : "");
+            pairs.emplace_back(map.keys()[i].text(),
+                               info->sProfileID.text() + (flags.empty() ? "" : " " + flags));
+        }
+        return pairs;
+    }
+
+    /// The record of a node name; null when it is not mapped.
+    ProfileInfo *Find(const char *nodeName) const
+    {
+        const int index = map.find(DMString(nodeName));
+        return index < 0 ? nullptr : map.values()[index];
+    }
+
+    /// Maps a node as a test wants it: "G", "C", "2" set the bearer flags. The tree owns the
+    /// record.
+    ProfileInfo *Put(const char *nodeName, const char *key, const std::string &flags = "")
+    {
+        auto *const info = new ProfileInfo;
+        info->sProfileID = key;
+        info->bIsGPRS = flags.find('G') != std::string::npos;
+        info->bIsCSD = flags.find('C') != std::string::npos;
+        info->bIsCSD2 = flags.find('2') != std::string::npos;
+        map.put(DMString(nodeName), info);
+        return info;
+    }
+};
