@@ -1,8 +1,8 @@
 // The handset's network-profile service, libnapi.so.
 //
-// The service keeps network access profiles: data accounts with one part per bearer (packet data and
-// two sets of circuit-switched data) and two proxy slots. It names a profile by a numeric ID and by
-// a profile name, and hands profiles out and takes them back as one fixed record.
+// The service keeps network access profiles: data accounts with one part per bearer (packet data
+// and two sets of circuit-switched data) and two proxy slots. It names a profile by a numeric ID
+// and by a profile name, and hands profiles out and takes them back as one fixed record.
 //
 // Every call is synchronous, works on the stored profiles directly and is one transaction: it takes
 // effect completely or not at all. Names are NUL-terminated UTF-8 of 1 to 63 bytes. Outputs are
@@ -24,11 +24,11 @@
 /// Bit of NAP_PROFILE_S::flags: the user may not edit the profile.
 #define NAPI_FLAG_NOT_EDITABLE 0x00000001u
 
-/// One profile. Numbers are in the handset's native little-endian order; an IPv4 address is a 32-bit
-/// number with the first dotted part in its most significant byte, 0 for none. A text is terminated
-/// by a NUL when it is shorter than its array and fills the array without one when it is not. A part
-/// exists when its address is not empty. Reserved bytes belong to the service and are carried
-/// through unchanged.
+/// One profile. Numbers are in the handset's native little-endian order; an IPv4 address is a
+/// 32-bit number with the first dotted part in its most significant byte, 0 for none. A text is
+/// terminated by a NUL when it is shorter than its array and fills the array without one when it is
+/// not. A part exists when its address is not empty. Reserved bytes belong to the service and are
+/// carried through unchanged.
 typedef struct NAP_PROFILE_S {
     uint8_t reserved000;
     uint8_t creation; /* 1 in the record of a profile that is being created */
@@ -126,8 +126,8 @@ static_assert(std::is_trivially_copyable_v<NAP_PROFILE_S> &&
 static_assert(std::has_unique_object_representations_v<NAP_PROFILE_S>, "hidden padding");
 #endif
 
-/// Results of the calls below. Callers of the service rely only on 0 against anything else; the codes
-/// tell a person what went wrong.
+/// Results of the calls below. Callers of the service rely only on 0 against anything else; the
+/// codes tell a person what went wrong.
 enum NAPI_STATUS {
     NAPI_OK = 0,
     NAPI_ERROR_BAD_ARGUMENT = 1,   ///< a null pointer where the call needs one
@@ -141,7 +141,7 @@ enum NAPI_STATUS {
     NAPI_ERROR_BUSY = 9,           ///< another process kept the store locked
     NAPI_ERROR_IO = 10,            ///< any other failure of the store
     NAPI_ERROR_VALUE_REFUSED = 11, ///< the store does not take a value of the record
-    NAPI_ERROR_UNAVAILABLE = 12    ///< the service behind the store does not answer or denies access
+    NAPI_ERROR_UNAVAILABLE = 12 ///< the service behind the store does not answer or denies access
 };
 
 #ifdef __cplusplus
@@ -150,9 +150,10 @@ extern "C" {
 
 /// Lists the names of all profiles in the order of their IDs.
 /// @param names  null, or *count slots of NAPI_NAME_SIZE bytes
-/// @param count  with null names: receives the number of profiles. Otherwise: the number of slots on
-///               entry, of filled slots on return. No slot beyond the capacity is written, also when
-///               profiles were added since they were counted.
+/// @param count  with null names: receives the number of profiles. Otherwise: the number of slots
+/// on
+///               entry, of filled slots on return. No slot beyond the capacity is written, also
+///               when profiles were added since they were counted.
 int NAPI_ListAllProfile(char *names, unsigned int *count);
 
 /// Reads a profile into the caller's record. The two last arguments are reserved and 0, here and

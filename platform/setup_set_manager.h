@@ -9,12 +9,12 @@
 class SettingsFile;
 
 /// One settings file: named groups of key = value texts. Changes are made in memory and reach the
-/// file with flush. A null text stands for an entry that is absent, an empty one for an entry without
-/// a value; the two are never mixed up. Any text is a possible group, key and value.
+/// file with flush. A null text stands for an entry that is absent, an empty one for an entry
+/// without a value; the two are never mixed up. Any text is a possible group, key and value.
 class KUBAPPBASE_API SETUP_SET_Manager {
 public:
-    /// Reads the file. A missing file is an empty one; a file that cannot be read or is too large is
-    /// reported on stderr and treated as empty; a malformed line is skipped. The flag is the
+    /// Reads the file. A missing file is an empty one; a file that cannot be read or is too large
+    /// is reported on stderr and treated as empty; a malformed line is skipped. The flag is the
     /// library's own; pass false.
     SETUP_SET_Manager(const QString &path, bool);
     /// Drops what was not flushed.
@@ -22,7 +22,8 @@ public:
     SETUP_SET_Manager(const SETUP_SET_Manager &) = delete;
     SETUP_SET_Manager &operator=(const SETUP_SET_Manager &) = delete;
 
-    /// Replaces the file by what is in memory; readers see the old file or the new one, never a part.
+    /// Replaces the file by what is in memory; readers see the old file or the new one, never a
+    /// part.
     /// @return false when the file cannot be written: it is then as it was, and memory keeps the
     ///         changes.
     virtual bool flush();

@@ -57,17 +57,17 @@ public:
 
     // ---- Map between node names and profiles -------------------------------------------------
 
-    /// Name in the profile service of a mapped node. @return 0, or 1 when the node is not mapped, its
-    /// ID key has no number or the service does not know the ID; profileName is then as it was.
+    /// Name in the profile service of a mapped node. @return 0, or 1 when the node is not mapped,
+    /// its ID key has no number or the service does not know the ID; profileName is then as it was.
     int GetProfileName(const DMString &nodeName, DMString &profileName) const;
     /// Numeric part of an ID key. @return false, and 0 in id, when it is no unsigned 32-bit decimal
     /// number.
     bool ExtractProfileID(const DMString &key, unsigned int &id) const;
     /// Discards and reopens the mapping file, and maps what it holds. @return 0 or 1.
     int LoadProfileMapCfgFile();
-    /// Maps a profile found at mount; a taken node name or ID key is left as it is. The tree owns info
-    /// if m_ProfileMaps holds it afterwards, otherwise the caller does. @return 0, or 1 when the
-    /// mapping file cannot be changed.
+    /// Maps a profile found at mount; a taken node name or ID key is left as it is. The tree owns
+    /// info if m_ProfileMaps holds it afterwards, otherwise the caller does. @return 0, or 1 when
+    /// the mapping file cannot be changed.
     int PutProfileMap(const DMString &nodeName, ProfileInfo *info);
     /// Maps a profile that a server adds. @return 0: the tree owns info; 1: the node name or the ID
     /// key is taken or the mapping file cannot be changed, and info stays the caller's.
@@ -79,22 +79,25 @@ public:
     /// Moves a node's ID key to the suffix of a bearer. @return 0 or 1.
     int RenameProfileMapDB(const DMString &nodeName, const DMString &bearer);
 
-    // ---- Questions about a profile ---------------------------------------------------------------
+    // ---- Questions about a profile
+    // ---------------------------------------------------------------
 
     bool IsGPRS(const NAP_PROFILE_S *record) const;
     bool IsCSD(const NAP_PROFILE_S *record) const;
     bool IsCSD2(const NAP_PROFILE_S *record) const;
     /// Sets the flags of the bearers under which the NAPDEF mapping file has the profile.
     void GetBearFromNapCfg(ProfileInfo *const &info) const;
-    /// Node name under which the NAPDEF mapping file has the profile with the bearer of a proxy slot;
-    /// empty when it has none. A null profileID leaves napdefName as it was.
+    /// Node name under which the NAPDEF mapping file has the profile with the bearer of a proxy
+    /// slot; empty when it has none. A null profileID leaves napdefName as it was.
     void GetNapdefName(const DMString *profileID, const DMString &phName,
                        DMString &napdefName) const;
 
-    // ---- Connection references -------------------------------------------------------------------
+    // ---- Connection references
+    // -------------------------------------------------------------------
 
     /// The NAPDEF node that a proxy slot refers to, stored on first use.
-    /// @return 1 when it came from the file or there is none, 0 when a default was stored, otherwise
+    /// @return 1 when it came from the file or there is none, 0 when a default was stored,
+    /// otherwise
     ///         what SetConnValue returned; connValue holds the reference in every case.
     int GetConnValue(const ProfileInfo *info, const DMString &profileNodeName,
                      const DMString &phName, DMString &connValue);
@@ -102,9 +105,11 @@ public:
     int SetConnValue(const DMString &profileNodeName, const DMString &phName,
                      const DMString &connValue);
 
-    // ---- Mounting ----------------------------------------------------------------------------------
+    // ---- Mounting
+    // ----------------------------------------------------------------------------------
 
-    /// Fills the tree from the profile service. @return 0, or non-zero when the mount must be refused.
+    /// Fills the tree from the profile service. @return 0, or non-zero when the mount must be
+    /// refused.
     int LoadProfilesinDB();
     /// Registers the nodes of one mapped profile. @return 0.
     int LoadSubTreeofProfile(const DMString &profileNodeName, const ProfileInfo *info);
@@ -113,16 +118,17 @@ public:
     int LoadChildrenofProfile(const DMString &profileNodeName, const ProfileInfo *info,
                               const DMString &childName);
 
-    // ---- Deleting ------------------------------------------------------------------------------------
+    // ---- Deleting
+    // ------------------------------------------------------------------------------------
 
-    /// Deletes a profile that no tree maps any more, or clears the part of its record that the suffix
-    /// names: a bearer suffix, or anything else for the proxy slots. @return 0 or 1.
+    /// Deletes a profile that no tree maps any more, or clears the part of its record that the
+    /// suffix names: a bearer suffix, or anything else for the proxy slots. @return 0 or 1.
     int DeleteProfileInDB(const DMString &profileName, const DMString &suffix);
 
 private:
     friend struct PluginTreeProbe; // lets the unit tests set up and look at the members
 
-    QString m_groupName; ///< group of this tree's entries in its mapping file
+    QString m_groupName;        ///< group of this tree's entries in its mapping file
     std::int8_t m_ProfileCount; ///< as the service listed them, cut to 8 bits; set by the mount
     char *m_profileNameList = nullptr; ///< owned; slots of NAPI_NAME_SIZE bytes
     std::uint8_t m_isNAPDEF;

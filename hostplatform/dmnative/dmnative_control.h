@@ -20,7 +20,8 @@ DMNATIVE_API std::size_t LiveBlocks(std::string_view file, int line);
 /// Blocks allocated since the program started, over all call sites.
 DMNATIVE_API std::size_t AllocatedBlocks();
 
-/// Asked before each allocation; true makes DmtMemAllocEx return null. An empty function asks nobody.
+/// Asked before each allocation; true makes DmtMemAllocEx return null. An empty function asks
+/// nobody.
 using AllocationFault = std::function<bool(std::string_view file, int line, std::size_t size)>;
 DMNATIVE_API void SetAllocationFault(AllocationFault fault);
 

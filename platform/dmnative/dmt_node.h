@@ -36,8 +36,8 @@ struct DmtDataChunk {
 /// A management node as the engine sees it.
 ///
 /// Every operation is called on the engine's thread, one at a time, and returns a status: 0 on
-/// success, otherwise a DmtStatus or a plug-in's own code. Outputs are filled on success and left as
-/// they were on failure. Paths are relative to the root of the node's tree.
+/// success, otherwise a DmtStatus or a plug-in's own code. Outputs are filled on success and left
+/// as they were on failure. Paths are relative to the root of the node's tree.
 class DMNATIVE_API DmtNode : public JemRefCounted {
 public:
     /// Slot 2. The owning tree; DMT_COMMAND_FAILED once that tree is destroyed.
@@ -78,8 +78,8 @@ public:
     virtual std::uint8_t HasChunkedValue() const = 0;
 };
 
-/// Read-only base of a plug-in's nodes. It keeps the path, the link to the owning tree, the name and
-/// the value; it answers every read from them and refuses every write with DMT_NOT_ALLOWED.
+/// Read-only base of a plug-in's nodes. It keeps the path, the link to the owning tree, the name
+/// and the value; it answers every read from them and refuses every write with DMT_NOT_ALLOWED.
 ///
 /// The link to the tree does not count as a reference. When the tree is destroyed its nodes stay
 /// usable by whoever still holds one, but answer DMT_COMMAND_FAILED to whatever needs the tree.
@@ -105,10 +105,9 @@ public:
     int SetLastChunk(DmtDataChunk &chunk) override;
     std::uint8_t HasChunkedValue() const override;
 
-    /// Slots 21 to 24. Called once, right after construction, before the node is registered with its
-    /// tree. The path is relative to the root of the tree; the name is its last segment. A null path
-    /// is the empty one.
-    /// Slot 21: interior node without children.
+    /// Slots 21 to 24. Called once, right after construction, before the node is registered with
+    /// its tree. The path is relative to the root of the tree; the name is its last segment. A null
+    /// path is the empty one. Slot 21: interior node without children.
     virtual int Init(JemSmartPtr<DmtPluginTree> tree, const char *path);
     /// Slot 22: interior node without children, with the flag that slot 20 reports.
     virtual int Init(JemSmartPtr<DmtPluginTree> tree, const char *path,
@@ -125,11 +124,11 @@ protected:
     DmtPluginNode();
     ~DmtPluginNode() override;
 
-    DMString m_path;              ///< relative to the root of the tree
-    DmtTreeLink *m_treeLink;      ///< weak link, shared with the tree
-    DMString m_name;              ///< last segment of m_path
-    DmtData m_value;              ///< value that the engine keeps for a leaf
-    DMStringVector m_childNames;  ///< as given to Init; the tree keeps the living list
+    DMString m_path;             ///< relative to the root of the tree
+    DmtTreeLink *m_treeLink;     ///< weak link, shared with the tree
+    DMString m_name;             ///< last segment of m_path
+    DmtData m_value;             ///< value that the engine keeps for a leaf
+    DMStringVector m_childNames; ///< as given to Init; the tree keeps the living list
     DMString m_title;
     DmtAcl m_acl;
     std::uint8_t m_isLeaf;
@@ -138,7 +137,10 @@ protected:
 
 private:
     friend class DmtPluginTree;
+    friend class DmtRWPluginNode;
 
+    /// Takes the path, and its last segment as the name.
+    void TakePath(const char *path);
     int InitAs(const JemSmartPtr<DmtPluginTree> &tree, const char *path, bool leaf,
                unsigned char hasChunkedValue);
 };
@@ -151,9 +153,10 @@ public:
     /// Keeps the value in the node; DMT_NOT_ALLOWED on an interior node.
     int SetValue(const DmtData &value) override;
 
-    /// Gives the node a new name and moves everything beneath it along; it keeps its place among its
-    /// siblings. @return DMT_NOT_FOUND for a node that is not registered, DMT_NOT_ALLOWED for the
-    /// root of a tree or a name that is empty or has a slash, DMT_ALREADY_EXISTS for a taken name.
+    /// Gives the node a new name and moves everything beneath it along; it keeps its place among
+    /// its siblings. @return DMT_NOT_FOUND for a node that is not registered, DMT_NOT_ALLOWED for
+    /// the root of a tree or a name that is empty or has a slash, DMT_ALREADY_EXISTS for a taken
+    /// name.
     int Rename(const char *newName);
 
 protected:

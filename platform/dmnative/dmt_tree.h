@@ -83,7 +83,8 @@ public:
     virtual int OnAdd(const char *path, DMVector<unsigned char> &cookie);
     virtual int OnDelete(const char *path);
     virtual int Synchronize(const char *path, DMVector<DmtOverlayPluginSyncData> &changes);
-    /// Slot 21. Tells the tree that the engine is done with it; the nodes go with the last reference.
+    /// Slot 21. Tells the tree that the engine is done with it; the nodes go with the last
+    /// reference.
     virtual int Release();
     virtual JemSmartPtr<DmtNode> FindAddedNode(const char *path);
     virtual JemSmartPtr<DmtNode> FindAddedParentNode(const char *path);
@@ -111,6 +112,8 @@ public:
     /// The path at which the tree is mounted; the null string before Init.
     const DMString &GetRootPath() const { return m_rootPath; }
 
+    class NodeTable; // the library's own
+
 protected:
     DmtPluginTree();
     ~DmtPluginTree() override;
@@ -121,7 +124,6 @@ protected:
 private:
     friend class DmtPluginNode;
     friend class DmtRWPluginNode;
-    class NodeTable;
 
     DMString m_rootPath;
     DmtTreeLink *m_link; ///< shared with the nodes; cut when the tree is destroyed

@@ -130,8 +130,8 @@ public:
         return -1;
     }
 
-    /// Replaces the value of an existing key, else appends the pair. A replaced value is overwritten;
-    /// what it pointed to stays the caller's business.
+    /// Replaces the value of an existing key, else appends the pair. A replaced value is
+    /// overwritten; what it pointed to stays the caller's business.
     /// @return the index of the pair; -1 when a vector cannot grow, which leaves the map as it was.
     int put(const Key &key, const Value &value)
     {

@@ -23,8 +23,8 @@ DMNATIVE_API void *DmtMemAllocEx(std::size_t size, const char *file, int line);
 DMNATIVE_API void DmtMemFree(void *block);
 }
 
-/// Base of every object that the engine counts. A new object has count 0: the first JemSmartPtr that
-/// holds it raises that to 1.
+/// Base of every object that the engine counts. A new object has count 0: the first JemSmartPtr
+/// that holds it raises that to 1.
 class DMNATIVE_API JemRefCounted {
 public:
     JemRefCounted(const JemRefCounted &) = delete;
@@ -54,8 +54,8 @@ private:
     std::int64_t m_refCount = 0;
 };
 
-/// The engine's counting pointer: holds one reference to its object. Not thread-safe; the engine runs
-/// every command on one thread.
+/// The engine's counting pointer: holds one reference to its object. Not thread-safe; the engine
+/// runs every command on one thread.
 template <class T>
 class JemSmartPtr {
 public:
