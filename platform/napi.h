@@ -6,7 +6,9 @@
 //
 // Every call is synchronous, works on the stored profiles directly and is one transaction: it takes
 // effect completely or not at all. Names are NUL-terminated UTF-8 of 1 to 63 bytes. Outputs are
-// written on success only.
+// written on success only. A null pointer and a bad name have codes of their own, and any call that
+// needs the store can fail with NAPI_ERROR_CORRUPT to NAPI_ERROR_UNAVAILABLE; below, only the other
+// failures of a call are named.
 #pragma once
 
 #ifdef __cplusplus
@@ -170,10 +172,11 @@ int NAPI_CreateProfile(const char *name, const NAP_PROFILE_S *record, int, int);
 /// Deletes a profile. @return NAPI_ERROR_NOT_FOUND for an unknown name.
 int NAPI_DeleteProfile(const char *name);
 
-/// Stores the numeric ID of the profile in *id.
+/// Stores the numeric ID of the profile in *id. @return NAPI_ERROR_NOT_FOUND for an unknown name.
 int NAPI_GetProfileIDByName(const char *name, unsigned int *id);
 
 /// Stores the name of the profile, terminated, in name: a buffer of NAPI_NAME_SIZE bytes.
+/// @return NAPI_ERROR_NOT_FOUND for an unknown ID.
 int NAPI_GetProfileNameByID(unsigned int id, char *name);
 
 /// @return the largest number of profiles that can be stored.

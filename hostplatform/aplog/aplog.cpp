@@ -1,0 +1,3 @@
+#include "aplog.h"
+
+FILE *libaplog_to_module_ptr = nullptr;

@@ -1,0 +1,141 @@
+#include "settings_file.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <QFile>
+
+namespace {
+
+/// Closes its file descriptor, which may be negative for none.
+class FileDescriptor {
+public:
+    explicit FileDescriptor(int descriptor) : m_descriptor(descriptor) {}
+    ~FileDescriptor()
+    {
+        if (m_descriptor >= 0)
+            ::close(m_descriptor);
+    }
+    FileDescriptor(const FileDescriptor &) = delete;
+    FileDescriptor &operator=(const FileDescriptor &) = delete;
+
+    int get() const { return m_descriptor; }
+    /// Closes now. @return false with errno set when data could not be written.
+    bool close() { return ::close(std::exchange(m_descriptor, -1)) == 0; }
+
+private:
+    int m_descriptor;
+};
+
+/// @return false with errno set.
+bool readAll(int descriptor, QByteArray &bytes)
+{
+    qsizetype filled = 0;
+    while (filled < bytes.size()) {
+        const ssize_t got = ::read(descriptor, bytes.data() + filled,
+                                   static_cast<std::size_t>(bytes.size() - filled));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return false;
+        if (got == 0)
+            break;
+        filled += got;
+    }
+    bytes.truncate(filled);
+    return true;
+}
+
+/// @return false with errno set.
+bool writeAll(int descriptor, QByteArrayView bytes)
+{
+    while (!bytes.isEmpty()) {
+        const ssize_t written =
+            ::write(descriptor, bytes.data(), static_cast<std::size_t>(bytes.size()));
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0)
+            return false;
+        bytes = bytes.sliced(written);
+    }
+    return true;
+}
+
+} // namespace
+
+SettingsFile::SettingsFile(const QString &path) : m_path(QFile::encodeName(path))
+{
+    read();
+}
+
+void SettingsFile::report(const char *action, const char *reason) const
+{
+    std::fprintf(stderr, "kubappbase: %s: cannot %s the settings file: %s\n", m_path.constData(),
+                 action, reason);
+}
+
+void SettingsFile::read()
+{
+    // Not to wait for a writer when the name belongs to a pipe.
+    const FileDescriptor file(::open(m_path.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (file.get() < 0 && errno == ENOENT)
+        return;
+    m_damaged = true;
+    struct stat status = {};
+    if (file.get() < 0 || ::fstat(file.get(), &status) != 0)
+        return report("read", std::strerror(errno));
+    if (!S_ISREG(status.st_mode))
+        return report("read", S_ISDIR(status.st_mode) ? "it is a directory" : "it is no file");
+    if (status.st_size > kMaximumSize)
+        return report("read", "it is larger than 4 MiB");
+
+    QByteArray bytes(static_cast<qsizetype>(status.st_size), Qt::Uninitialized);
+    if (!readAll(file.get(), bytes))
+        return report("read", std::strerror(errno));
+    ParsedSettings parsed = parseSettings(bytes);
+    groups = std::move(parsed.groups);
+    m_damaged = parsed.skippedLines > 0;
+    if (m_damaged) {
+        std::fprintf(stderr, "kubappbase: %s: skipped %d malformed lines, the first is line %d\n",
+                     m_path.constData(), parsed.skippedLines, parsed.firstSkippedLine);
+    }
+}
+
+bool SettingsFile::keepDamagedFile()
+{
+    const QByteArray damagedPath = m_path + ".damaged";
+    ::unlink(damagedPath.constData());
+    // A second name instead of a rename: at no moment is there no file.
+    return ::link(m_path.constData(), damagedPath.constData()) == 0 || errno == ENOENT;
+}
+
+bool SettingsFile::flush()
+{
+    const auto fail = [this](const char *reason) {
+        report("write", reason);
+        return false;
+    };
+    if (m_path.isEmpty() || m_path.contains('\0'))
+        return fail("it has no usable name");
+    const QByteArray bytes = formatSettings(groups);
+    if (bytes.size() > kMaximumSize)
+        return fail("it would be larger than 4 MiB");
+
+    // The name differs for each writer, so two of them never write into one file.
+    QByteArray temporaryPath = m_path + ".XXXXXX";
+    FileDescriptor file(::mkostemp(temporaryPath.data(), O_CLOEXEC)); // creates with mode 0600
+    if (file.get() < 0)
+        return fail(std::strerror(errno));
+    if (!writeAll(file.get(), bytes) || !file.close() || (m_damaged && !keepDamagedFile()) ||
+        ::rename(temporaryPath.constData(), m_path.constData()) != 0) {
+        const int reason = errno;
+        ::unlink(temporaryPath.constData());
+        return fail(std::strerror(reason));
+    }
+    m_damaged = false;
+    return true;
+}

@@ -1,0 +1,223 @@
+#include "settings_format.h"
+
+#include <QUtf8StringView>
+
+namespace {
+
+constexpr char16_t kByteOrderMark = 0xFEFF;
+
+enum class TextRole { Group, Key, Value };
+
+struct ShortEscape {
+    char16_t character;
+    char letter;
+};
+
+constexpr ShortEscape kShortEscapes[] = {
+    {u'\\', '\\'}, {u'\n', 'n'}, {u'\r', 'r'}, {u'\t', 't'}, {u' ', 's'}, {u'=', '='}, {u'[', '['},
+};
+
+//////////////////////////////////////////////////////////////////////////////////////////////////
+// Writing
+
+bool isLoneSurrogate(QStringView text, qsizetype index)
+{
+    const QChar unit = text[index];
+    if (unit.isHighSurrogate())
+        return index + 1 == text.size() || !text[index + 1].isLowSurrogate();
+    return unit.isLowSurrogate() && (index == 0 || !text[index - 1].isHighSurrogate());
+}
+
+bool needsEscape(QStringView text, qsizetype index, TextRole role)
+{
+    const char16_t unit = text[index].unicode();
+    switch (unit) {
+    case u'\\':
+    case u'\x7F':
+    case kByteOrderMark:
+        return true;
+    case u' ':
+        return index == 0 || index + 1 == text.size();
+    case u'=':
+        return role == TextRole::Key;
+    case u'[':
+        return role == TextRole::Key && index == 0;
+    default:
+        return unit < u' ' || isLoneSurrogate(text, index);
+    }
+}
+
+void appendEscape(QByteArray &line, char16_t unit)
+{
+    line += '\\';
+    for (const ShortEscape &escape : kShortEscapes) {
+        if (escape.character == unit) {
+            line += escape.letter;
+            return;
+        }
+    }
+    line += 'u';
+    line += QByteArray::number(unit, 16).rightJustified(4, '0');
+}
+
+void appendText(QByteArray &line, QStringView text, TextRole role)
+{
+    qsizetype plainBegin = 0;
+    for (qsizetype index = 0; index < text.size(); ++index) {
+        if (!needsEscape(text, index, role))
+            continue;
+        line += text.sliced(plainBegin, index - plainBegin).toUtf8();
+        appendEscape(line, text[index].unicode());
+        plainBegin = index + 1;
+    }
+    line += text.sliced(plainBegin).toUtf8();
+}
+
+//////////////////////////////////////////////////////////////////////////////////////////////////
+// Reading
+
+/// Appends valid UTF-8. QString's own conversion drops a byte order mark that comes first.
+void appendUtf8(QString &text, QByteArrayView bytes)
+{
+    if (bytes.startsWith("\xEF\xBB\xBF"))
+        text += QChar(kByteOrderMark);
+    text += QString::fromUtf8(bytes);
+}
+
+/// Appends what the escape at the beginning of the bytes stands for.
+/// @return the length of the escape in bytes, 0 when it is none.
+qsizetype appendUnescaped(QString &text, QByteArrayView bytes)
+{
+    constexpr qsizetype shortLength = 2;
+    constexpr qsizetype unitLength = 6;
+    if (bytes.size() < shortLength)
+        return 0;
+    for (const ShortEscape &escape : kShortEscapes) {
+        if (escape.letter == bytes[1]) {
+            text += QChar(escape.character);
+            return shortLength;
+        }
+    }
+    if (bytes[1] != 'u' || bytes.size() < unitLength)
+        return 0;
+    char16_t unit = 0;
+    for (const char digit : bytes.sliced(shortLength, unitLength - shortLength)) {
+        int value = 0;
+        if (digit >= '0' && digit <= '9')
+            value = digit - '0';
+        else if (digit >= 'a' && digit <= 'f')
+            value = digit - 'a' + 10;
+        else
+            return 0;
+        unit = static_cast<char16_t>(unit * 16 + value);
+    }
+    text += QChar(unit);
+    return unitLength;
+}
+
+/// @return false when the bytes hold an unknown escape. The text is never null.
+bool readText(QByteArrayView bytes, QString &text)
+{
+    text = QLatin1StringView("");
+    for (;;) {
+        const qsizetype backslash = bytes.indexOf('\\');
+        appendUtf8(text, backslash < 0 ? bytes : bytes.first(backslash));
+        if (backslash < 0)
+            return true;
+        bytes = bytes.sliced(backslash);
+        const qsizetype length = appendUnescaped(text, bytes);
+        if (length == 0)
+            return false;
+        bytes = bytes.sliced(length);
+    }
+}
+
+/// @return the position of the equals sign that ends the key, -1 when there is none.
+qsizetype findKeyEnd(QByteArrayView line)
+{
+    for (qsizetype index = 0; index < line.size(); ++index) {
+        if (line[index] == '=')
+            return index;
+        if (line[index] == '\\')
+            ++index;
+    }
+    return -1;
+}
+
+class Parser {
+public:
+    /// @return false when the line is malformed. After a malformed group line the entries up to the
+    ///         next group belong to no group.
+    bool readLine(QByteArrayView line)
+    {
+        const bool isGroup = line.startsWith('[');
+        if (isGroup)
+            m_group = nullptr;
+        if (!QUtf8StringView(line.data(), line.size()).isValidUtf8())
+            return false;
+        return isGroup ? readGroup(line) : readEntry(line);
+    }
+
+    ParsedSettings parsed;
+
+private:
+    bool readGroup(QByteArrayView line)
+    {
+        QString name;
+        if (line.size() < 2 || !line.endsWith(']') || !readText(line.sliced(1).chopped(1), name))
+            return false;
+        m_group = &parsed.groups[name];
+        return true;
+    }
+
+    bool readEntry(QByteArrayView line)
+    {
+        const qsizetype keyEnd = findKeyEnd(line);
+        QString key;
+        QString value;
+        if (m_group == nullptr || keyEnd < 0 || !readText(line.first(keyEnd), key) ||
+            !readText(line.sliced(keyEnd + 1), value))
+            return false;
+        m_group->insert(key, value);
+        return true;
+    }
+
+    SettingsGroup *m_group = nullptr;
+};
+
+} // namespace
+
+ParsedSettings parseSettings(QByteArrayView text)
+{
+    Parser parser;
+    ParsedSettings &parsed = parser.parsed;
+    for (int lineNumber = 1; !text.isEmpty(); ++lineNumber) {
+        const qsizetype lineEnd = text.indexOf('\n');
+        const QByteArrayView line = lineEnd < 0 ? text : text.first(lineEnd);
+        text = lineEnd < 0 ? QByteArrayView() : text.sliced(lineEnd + 1);
+        if (line.isEmpty() || parser.readLine(line))
+            continue;
+        if (parsed.skippedLines++ == 0)
+            parsed.firstSkippedLine = lineNumber;
+    }
+    return std::move(parsed);
+}
+
+QByteArray formatSettings(const SettingsGroups &groups)
+{
+    QByteArray text;
+    for (auto group = groups.cbegin(); group != groups.cend(); ++group) {
+        if (group->isEmpty())
+            continue;
+        text += '[';
+        appendText(text, group.key(), TextRole::Group);
+        text += "]\n";
+        for (auto entry = group->cbegin(); entry != group->cend(); ++entry) {
+            appendText(text, entry.key(), TextRole::Key);
+            text += '=';
+            appendText(text, entry.value(), TextRole::Value);
+            text += '\n';
+        }
+    }
+    return text;
+}

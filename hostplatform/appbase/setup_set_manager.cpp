@@ -1,0 +1,48 @@
+#include "setup_set_manager.h"
+
+#include "settings_file.h"
+
+SETUP_SET_Manager::SETUP_SET_Manager(const QString &path, bool) : m_file(new SettingsFile(path)) {}
+
+SETUP_SET_Manager::~SETUP_SET_Manager()
+{
+    delete m_file;
+}
+
+bool SETUP_SET_Manager::flush()
+{
+    return m_file->flush();
+}
+
+QMap<QString, QString> SETUP_SET_Manager::getEntryKeyList(const QString &group) const
+{
+    return m_file->groups.value(group);
+}
+
+bool SETUP_SET_Manager::getSettingInfo(const QString &group, const QString &key, QString &value,
+                                       const QString &defaultText, bool) const
+{
+    const auto entries = m_file->groups.constFind(group);
+    if (entries != m_file->groups.cend()) {
+        const auto entry = entries->constFind(key);
+        if (entry != entries->cend()) {
+            value = *entry;
+            return true;
+        }
+    }
+    value = defaultText;
+    return false;
+}
+
+bool SETUP_SET_Manager::setSettingInfo(const QString &group, const QString &key,
+                                       const QString &value, bool)
+{
+    m_file->groups[group].insert(key, value.isNull() ? QLatin1StringView("") : value);
+    return true;
+}
+
+bool SETUP_SET_Manager::removeEntry(const QString &group, const QString &key)
+{
+    const auto entries = m_file->groups.find(group);
+    return entries != m_file->groups.end() && entries->remove(key) > 0;
+}

@@ -1,0 +1,203 @@
+// The calls of the profile service: checked arguments in, one operation of the store each.
+#pragma GCC visibility push(default)
+#include "napi.h"
+#pragma GCC visibility pop
+
+#include <bitset>
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <mutex>
+
+#include "profile_store.h"
+#include "sqlite_profile_store.h"
+#include "state_directory.h"
+
+namespace {
+
+constexpr unsigned int kDefaultMaximum = 127;
+constexpr unsigned int kLargestMaximum = 1000000;
+constexpr std::size_t kStatusCount = NAPI_ERROR_UNAVAILABLE + 1;
+
+/// What the calls of a process share. Opened by the first call that needs the store; after a
+/// failure the next call tries again.
+class Service {
+public:
+    static Service &instance()
+    {
+        static Service service;
+        return service;
+    }
+
+    /// Runs an operation of the store; a failure comes back as its code, and the first of each kind
+    /// goes to stderr.
+    template <typename Operation>
+    int run(Operation operation)
+    {
+        const std::lock_guard guard(m_mutex);
+        StoreResult result;
+        try {
+            if (m_store == nullptr)
+                result = openStore();
+            if (!result.failed())
+                result = operation(*m_store);
+        } catch (const std::exception &error) { // out of memory; the callers may be C
+            result = {NAPI_ERROR_IO, error.what()};
+        }
+        report(result);
+        return result.status;
+    }
+
+    int refuse(NAPI_STATUS status, const char *message)
+    {
+        const std::lock_guard guard(m_mutex);
+        report({status, message});
+        return status;
+    }
+
+private:
+    StoreResult openStore()
+    {
+        static const std::string path = stateDirectory() + "/profiles.db";
+        return SqliteProfileStore::open(path, m_store);
+    }
+
+    void report(const StoreResult &result)
+    {
+        const bool isOrdinaryAnswer = result.status == NAPI_OK ||
+                                      result.status == NAPI_ERROR_NOT_FOUND ||
+                                      result.status == NAPI_ERROR_EXISTS;
+        if (isOrdinaryAnswer || m_reported.test(result.status))
+            return;
+        m_reported.set(result.status);
+        std::fprintf(stderr, "libnapi: %s\n", result.message.c_str());
+    }
+
+    std::mutex m_mutex;
+    std::unique_ptr<ProfileStore> m_store;
+    std::bitset<kStatusCount> m_reported;
+};
+
+unsigned int maximumFromEnvironment()
+{
+    const char *text = std::getenv("KUB_NAPI_MAX");
+    if (text == nullptr)
+        return kDefaultMaximum;
+    unsigned int maximum = 0;
+    const char *end = text + std::strlen(text);
+    const auto [parsedEnd, error] = std::from_chars(text, end, maximum);
+    if (error == std::errc() && parsedEnd == end && maximum >= 1 && maximum <= kLargestMaximum)
+        return maximum;
+    std::fprintf(stderr, "libnapi: KUB_NAPI_MAX is no number from 1 to %u, using %u\n",
+                 kLargestMaximum, kDefaultMaximum);
+    return kDefaultMaximum;
+}
+
+int refuseNull()
+{
+    return Service::instance().refuse(NAPI_ERROR_BAD_ARGUMENT, "a call got a null pointer");
+}
+
+/// Runs an operation on the profile of that name.
+template <typename Operation>
+int runOnProfile(const char *name, Operation operation)
+{
+    if (name == nullptr)
+        return refuseNull();
+    const std::string_view text(name, strnlen(name, NAPI_NAME_SIZE));
+    if (!isProfileName(text)) {
+        return Service::instance().refuse(
+            NAPI_ERROR_BAD_NAME, "a profile name is empty, longer than 63 bytes or not UTF-8");
+    }
+    return Service::instance().run([&](ProfileStore &store) { return operation(store, text); });
+}
+
+} // namespace
+
+int NAPI_ListAllProfile(char *names, unsigned int *count)
+{
+    if (count == nullptr)
+        return refuseNull();
+    if (names == nullptr)
+        return Service::instance().run([&](ProfileStore &store) { return store.count(*count); });
+    return Service::instance().run([&](ProfileStore &store) {
+        std::vector<std::string> found;
+        StoreResult result = store.list(*count, found);
+        if (result.failed())
+            return result;
+        for (std::size_t index = 0; index < found.size(); ++index)
+            std::strcpy(names + index * NAPI_NAME_SIZE, found[index].c_str());
+        *count = static_cast<unsigned int>(found.size());
+        return result;
+    });
+}
+
+int NAPI_ReadProfile(const char *name, NAP_PROFILE_S *record, int, int)
+{
+    if (record == nullptr)
+        return refuseNull();
+    return runOnProfile(name, [&](ProfileStore &store, std::string_view text) {
+        return store.read(text, *record);
+    });
+}
+
+int NAPI_ModifyProfile(const char *name, const NAP_PROFILE_S *record, int, int)
+{
+    if (record == nullptr)
+        return refuseNull();
+    return runOnProfile(name, [&](ProfileStore &store, std::string_view text) {
+        return store.modify(text, *record);
+    });
+}
+
+int NAPI_CreateProfile(const char *name, const NAP_PROFILE_S *record, int, int)
+{
+    if (record == nullptr)
+        return refuseNull();
+    return runOnProfile(name, [&](ProfileStore &store, std::string_view text) {
+        return store.create(text, *record, static_cast<unsigned int>(NAPI_GetMaxProfiles()));
+    });
+}
+
+int NAPI_DeleteProfile(const char *name)
+{
+    return runOnProfile(
+        name, [](ProfileStore &store, std::string_view text) { return store.remove(text); });
+}
+
+int NAPI_GetProfileIDByName(const char *name, unsigned int *id)
+{
+    if (id == nullptr)
+        return refuseNull();
+    return runOnProfile(name, [&](ProfileStore &store, std::string_view text) {
+        return store.idByName(text, *id);
+    });
+}
+
+int NAPI_GetProfileNameByID(unsigned int id, char *name)
+{
+    if (name == nullptr)
+        return refuseNull();
+    return Service::instance().run([&](ProfileStore &store) {
+        std::string found;
+        StoreResult result = store.nameById(id, found);
+        if (!result.failed())
+            std::memcpy(name, found.c_str(), found.size() + 1);
+        return result;
+    });
+}
+
+int NAPI_GetMaxProfiles(void)
+{
+    static const unsigned int maximum = maximumFromEnvironment();
+    return static_cast<int>(maximum);
+}
+
+int NAPI_IsProfileValid(const char *name)
+{
+    unsigned int id = 0;
+    return NAPI_GetProfileIDByName(name, &id);
+}

@@ -1,0 +1,41 @@
+// Where the profiles are kept: the interface between the service's calls and a store.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "napi.h"
+
+/// How an operation of a store ended: the code for the caller, and for anything but NAPI_OK a
+/// sentence for a person that names the store and the reason.
+struct [[nodiscard]] StoreResult {
+    NAPI_STATUS status = NAPI_OK;
+    std::string message;
+
+    bool failed() const { return status != NAPI_OK; }
+};
+
+/// @return true for a name that a profile can have: 1 to 63 bytes of UTF-8 without a NUL.
+bool isProfileName(std::string_view name);
+
+/// A set of profiles, each with a unique name and an ID that no other profile ever had. The calls
+/// have checked pointers and names before; each operation takes effect completely or not at all and
+/// fills its outputs on success only.
+class ProfileStore {
+public:
+    virtual ~ProfileStore() = default;
+
+    virtual StoreResult count(unsigned int &profiles) = 0;
+    /// Names in the order of the IDs, at most limit of them.
+    virtual StoreResult list(unsigned int limit, std::vector<std::string> &names) = 0;
+    virtual StoreResult read(std::string_view name, NAP_PROFILE_S &record) = 0;
+    virtual StoreResult modify(std::string_view name, const NAP_PROFILE_S &record) = 0;
+    /// @param maximum  number of profiles at which the store counts as full
+    virtual StoreResult create(std::string_view name, const NAP_PROFILE_S &record,
+                               unsigned int maximum) = 0;
+    virtual StoreResult remove(std::string_view name) = 0;
+    virtual StoreResult idByName(std::string_view name, std::uint32_t &id) = 0;
+    virtual StoreResult nameById(std::uint32_t id, std::string &name) = 0;
+};

@@ -1,0 +1,469 @@
+#include "sqlite_profile_store.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <limits>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "state_directory.h"
+
+namespace {
+
+constexpr std::int64_t kApplicationId = 0x4B55424E; // "KUBN", what file(1) and PRAGMA show
+constexpr std::int64_t kSchemaVersion = 1;
+
+constexpr const char *kCreateSchema =
+    "CREATE TABLE profile("
+    "  id INTEGER PRIMARY KEY AUTOINCREMENT," // never gives an ID a second time
+    "  name TEXT NOT NULL UNIQUE CHECK(length(CAST(name AS BLOB)) BETWEEN 1 AND 63),"
+    "  record BLOB NOT NULL CHECK(length(record) = 1168)"
+    ") STRICT;"
+    "PRAGMA application_id = 0x4B55424E;"
+    "PRAGMA user_version = 1;";
+
+NAPI_STATUS statusOfSystemError(int error)
+{
+    switch (error) {
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+        return NAPI_ERROR_NO_SPACE;
+    case EROFS:
+        return NAPI_ERROR_READ_ONLY;
+    case EACCES:
+    case EPERM:
+        return NAPI_ERROR_UNAVAILABLE;
+    case EISDIR:
+        return NAPI_ERROR_CORRUPT;
+    default:
+        return NAPI_ERROR_IO;
+    }
+}
+
+NAPI_STATUS statusOfSqliteError(int extendedCode, int systemError)
+{
+    constexpr int primaryCodeMask = 0xFF;
+    switch (extendedCode & primaryCodeMask) {
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+        return NAPI_ERROR_BUSY;
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+        return NAPI_ERROR_CORRUPT;
+    case SQLITE_FULL:
+        return NAPI_ERROR_NO_SPACE;
+    case SQLITE_READONLY:
+        return NAPI_ERROR_READ_ONLY;
+    case SQLITE_PERM:
+        return NAPI_ERROR_UNAVAILABLE;
+    case SQLITE_CANTOPEN:
+    case SQLITE_IOERR:
+        return statusOfSystemError(systemError);
+    default:
+        return NAPI_ERROR_IO;
+    }
+}
+
+/// The name of a file as an SQLite URI for media that nothing can write: SQLite then needs neither
+/// its lock files nor a log beside the database.
+std::string immutableUri(const std::string &path)
+{
+    constexpr char digits[] = "0123456789ABCDEF";
+    std::string uri = "file:";
+    for (const char character : path) {
+        if (std::strchr("%?#", character) == nullptr) {
+            uri += character;
+            continue;
+        }
+        const auto byte = static_cast<unsigned char>(character);
+        uri += {'%', digits[byte >> 4U], digits[byte & 0xFU]};
+    }
+    return uri + "?immutable=1";
+}
+
+bool isEmptyOrMissing(const std::string &path)
+{
+    struct stat status = {};
+    return ::stat(path.c_str(), &status) != 0 || status.st_size == 0;
+}
+
+} // namespace
+
+//////////////////////////////////////////////////////////////////////////////////////////////////
+// Statements
+
+const std::array<const char *, SqliteProfileStore::StatementCount> SqliteProfileStore::kSql = {
+    "BEGIN IMMEDIATE",
+    "COMMIT",
+    "ROLLBACK",
+    "SELECT count(*) FROM profile",
+    "SELECT name FROM profile ORDER BY id LIMIT ?1",
+    "SELECT record FROM profile WHERE name = ?1",
+    "UPDATE profile SET record = ?2 WHERE name = ?1",
+    "INSERT INTO profile(name, record) VALUES(?1, ?2)",
+    "DELETE FROM profile WHERE name = ?1",
+    "SELECT id FROM profile WHERE name = ?1",
+    "SELECT name FROM profile WHERE id = ?1",
+};
+
+/// One run of a prepared statement. The bound values have to outlive it.
+class SqliteProfileStore::Query {
+public:
+    Query(const SqliteProfileStore &store, Statement statement)
+        : m_statement(store.m_statements[statement])
+    {
+    }
+    ~Query()
+    {
+        sqlite3_reset(m_statement);
+        sqlite3_clear_bindings(m_statement);
+    }
+    Query(const Query &) = delete;
+    Query &operator=(const Query &) = delete;
+
+    Query &bind(int index, std::string_view text)
+    {
+        sqlite3_bind_text(m_statement, index, text.data(), static_cast<int>(text.size()),
+                          SQLITE_STATIC);
+        return *this;
+    }
+    Query &bind(int index, const NAP_PROFILE_S &record)
+    {
+        sqlite3_bind_blob(m_statement, index, &record, sizeof record, SQLITE_STATIC);
+        return *this;
+    }
+    Query &bind(int index, std::uint32_t number)
+    {
+        sqlite3_bind_int64(m_statement, index, number);
+        return *this;
+    }
+
+    /// @return SQLITE_ROW, SQLITE_DONE, or anything else for a failure.
+    int step() { return sqlite3_step(m_statement); }
+
+    std::int64_t number() const { return sqlite3_column_int64(m_statement, 0); }
+    std::string_view bytes() const
+    {
+        const void *data = sqlite3_column_blob(m_statement, 0);
+        const int size = sqlite3_column_bytes(m_statement, 0);
+        return {static_cast<const char *>(data), data == nullptr ? 0 : static_cast<size_t>(size)};
+    }
+
+private:
+    sqlite3_stmt *m_statement;
+};
+
+/// Is rolled back at its end unless it was committed.
+class SqliteProfileStore::Transaction {
+public:
+    explicit Transaction(SqliteProfileStore &store) : m_store(store) {}
+    ~Transaction()
+    {
+        if (sqlite3_get_autocommit(m_store.m_database) == 0)
+            Query(m_store, Rollback).step();
+    }
+    Transaction(const Transaction &) = delete;
+    Transaction &operator=(const Transaction &) = delete;
+
+    bool begin() { return Query(m_store, Begin).step() == SQLITE_DONE; }
+    bool commit() { return Query(m_store, Commit).step() == SQLITE_DONE; }
+
+private:
+    SqliteProfileStore &m_store;
+};
+
+//////////////////////////////////////////////////////////////////////////////////////////////////
+// Failures
+
+StoreResult SqliteProfileStore::failure(NAPI_STATUS status, const std::string &reason) const
+{
+    return {status, m_path + ": " + reason};
+}
+
+StoreResult SqliteProfileStore::failure(const char *action)
+{
+    const int code = sqlite3_extended_errcode(m_database);
+    const NAPI_STATUS status = statusOfSqliteError(code, sqlite3_system_errno(m_database));
+    std::string reason = std::string("cannot ") + action + ": " + sqlite3_errmsg(m_database) +
+                         " (SQLite code " + std::to_string(code) + ")";
+    if (const int systemError = sqlite3_system_errno(m_database);
+        status != NAPI_ERROR_BUSY && systemError != 0)
+        reason += std::string(", ") + std::strerror(systemError);
+    if (code == SQLITE_CORRUPT)
+        reason += quickCheck();
+    return failure(status, reason);
+}
+
+/// @return what SQLite finds wrong with a database that it has called damaged.
+std::string SqliteProfileStore::quickCheck()
+{
+    std::string findings;
+    const auto appendFinding = [](void *text, int, char **columns, char **) {
+        *static_cast<std::string *>(text) += std::string("; ") + columns[0];
+        return 0;
+    };
+    sqlite3_exec(m_database, "PRAGMA quick_check(3)", appendFinding, &findings, nullptr);
+    return findings;
+}
+
+//////////////////////////////////////////////////////////////////////////////////////////////////
+// Opening
+
+StoreResult SqliteProfileStore::open(const std::string &path, std::unique_ptr<ProfileStore> &store)
+{
+    std::unique_ptr<SqliteProfileStore> opened(new SqliteProfileStore(path));
+    StoreResult result = opened->openDatabase();
+    if (!result.failed())
+        result = opened->openSchema();
+    if (!result.failed())
+        result = opened->prepareStatements();
+    if (!result.failed())
+        store = std::move(opened);
+    return result;
+}
+
+SqliteProfileStore::~SqliteProfileStore()
+{
+    for (sqlite3_stmt *statement : m_statements)
+        sqlite3_finalize(statement);
+    sqlite3_close(m_database);
+}
+
+StoreResult SqliteProfileStore::openDatabase()
+{
+    const std::string directory = m_path.substr(0, m_path.rfind('/'));
+    if (const int error = createPrivateDirectory(directory); error != 0) {
+        return failure(statusOfSystemError(error),
+                       "cannot create " + directory + ": " + std::strerror(error));
+    }
+    // SQLite would create the file readable by everybody. Its lock and log files take the mode of
+    // the database. O_NONBLOCK: not to wait when the name belongs to a pipe.
+    const int file =
+        ::open(m_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600);
+    const int openError = file < 0 ? errno : 0;
+    struct stat status = {};
+    const bool isOther = file >= 0 && ::fstat(file, &status) == 0 && !S_ISREG(status.st_mode);
+    if (file >= 0)
+        ::close(file);
+    if (isOther)
+        return failure(NAPI_ERROR_CORRUPT, "cannot open the profile store: it is no regular file");
+    const bool mayBeReadable = openError == EROFS || openError == EACCES;
+    if (openError != 0 && (!mayBeReadable || ::access(m_path.c_str(), R_OK) != 0)) {
+        return failure(statusOfSystemError(openError),
+                       std::string("cannot open the profile store: ") + std::strerror(openError));
+    }
+
+    const bool isImmutable = openError == EROFS && isEmptyOrMissing(m_path + "-wal");
+    const std::string name = isImmutable ? immutableUri(m_path) : m_path;
+    const int mode = openError == 0 ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY;
+    if (sqlite3_open_v2(name.c_str(), &m_database, mode | SQLITE_OPEN_URI | SQLITE_OPEN_EXRESCODE,
+                        nullptr) != SQLITE_OK)
+        return failure("open the profile store");
+    sqlite3_busy_timeout(m_database, kBusyTimeoutMs);
+    // A damaged or planted file must not get further than an error.
+    sqlite3_db_config(m_database, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    sqlite3_db_config(m_database, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    sqlite3_db_config(m_database, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
+    return execute("PRAGMA cell_size_check = ON; PRAGMA synchronous = NORMAL");
+}
+
+StoreResult SqliteProfileStore::execute(const char *sql)
+{
+    if (sqlite3_exec(m_database, sql, nullptr, nullptr, nullptr) != SQLITE_OK)
+        return failure("open the profile store");
+    return {};
+}
+
+StoreResult SqliteProfileStore::readPragma(const char *sql, std::int64_t &value)
+{
+    sqlite3_stmt *statement = nullptr;
+    StoreResult result;
+    if (sqlite3_prepare_v2(m_database, sql, -1, &statement, nullptr) == SQLITE_OK &&
+        sqlite3_step(statement) == SQLITE_ROW)
+        value = sqlite3_column_int64(statement, 0);
+    else
+        result = failure("open the profile store");
+    sqlite3_finalize(statement);
+    return result;
+}
+
+StoreResult SqliteProfileStore::openSchema()
+{
+    std::int64_t tables = 0;
+    std::int64_t applicationId = 0;
+    std::int64_t version = 0;
+    StoreResult result = readPragma("SELECT count(*) FROM sqlite_schema", tables);
+    if (!result.failed())
+        result = readPragma("PRAGMA application_id", applicationId);
+    if (!result.failed())
+        result = readPragma("PRAGMA user_version", version);
+    if (result.failed())
+        return result;
+    if (tables == 0 && applicationId == 0 && version == 0)
+        return createSchema();
+    if (applicationId != kApplicationId)
+        return failure(NAPI_ERROR_CORRUPT, "is a database of another program, no profile store");
+    if (version != kSchemaVersion) {
+        return failure(NAPI_ERROR_CORRUPT, "is a profile store of format " +
+                                               std::to_string(version) + ", this library knows " +
+                                               std::to_string(kSchemaVersion));
+    }
+    return {};
+}
+
+StoreResult SqliteProfileStore::createSchema()
+{
+    StoreResult result = execute("PRAGMA journal_mode = WAL");
+    if (!result.failed())
+        result = execute(kSql[Begin]);
+    if (result.failed())
+        return result;
+    // Another process may have done the same in the meantime.
+    std::int64_t tables = 0;
+    result = readPragma("SELECT count(*) FROM sqlite_schema", tables);
+    if (!result.failed() && tables == 0)
+        result = execute(kCreateSchema);
+    if (!result.failed())
+        result = execute(kSql[Commit]);
+    if (result.failed())
+        sqlite3_exec(m_database, kSql[Rollback], nullptr, nullptr, nullptr);
+    return result;
+}
+
+StoreResult SqliteProfileStore::prepareStatements()
+{
+    for (std::size_t index = 0; index < kSql.size(); ++index) {
+        const int code = sqlite3_prepare_v3(m_database, kSql[index], -1, SQLITE_PREPARE_PERSISTENT,
+                                            &m_statements[index], nullptr);
+        if (code == SQLITE_ERROR) {
+            return failure(NAPI_ERROR_CORRUPT, std::string("is a damaged profile store: ") +
+                                                   sqlite3_errmsg(m_database));
+        }
+        if (code != SQLITE_OK)
+            return failure("open the profile store");
+    }
+    return {};
+}
+
+//////////////////////////////////////////////////////////////////////////////////////////////////
+// Operations
+
+StoreResult SqliteProfileStore::count(unsigned int &profiles)
+{
+    Query query(*this, Count);
+    if (query.step() != SQLITE_ROW)
+        return failure("count the profiles");
+    profiles = static_cast<unsigned int>(query.number());
+    return {};
+}
+
+StoreResult SqliteProfileStore::list(unsigned int limit, std::vector<std::string> &names)
+{
+    std::vector<std::string> found;
+    Query query(*this, List);
+    query.bind(1, limit);
+    int step = query.step();
+    for (; step == SQLITE_ROW; step = query.step()) {
+        if (!isProfileName(query.bytes()))
+            return failure(NAPI_ERROR_CORRUPT, "the name of a profile is damaged");
+        found.emplace_back(query.bytes());
+    }
+    if (step != SQLITE_DONE)
+        return failure("list the profiles");
+    names = std::move(found);
+    return {};
+}
+
+StoreResult SqliteProfileStore::read(std::string_view name, NAP_PROFILE_S &record)
+{
+    Query query(*this, Read);
+    const int step = query.bind(1, name).step();
+    if (step == SQLITE_DONE)
+        return failure(NAPI_ERROR_NOT_FOUND, "has no profile of that name");
+    if (step != SQLITE_ROW)
+        return failure("read a profile");
+    const std::string_view bytes = query.bytes();
+    if (bytes.size() != sizeof record)
+        return failure(NAPI_ERROR_CORRUPT, "the record of a profile is damaged");
+    std::memcpy(&record, bytes.data(), sizeof record);
+    return {};
+}
+
+StoreResult SqliteProfileStore::modify(std::string_view name, const NAP_PROFILE_S &record)
+{
+    if (Query(*this, Modify).bind(1, name).bind(2, record).step() != SQLITE_DONE)
+        return failure("change a profile");
+    if (sqlite3_changes(m_database) == 0)
+        return failure(NAPI_ERROR_NOT_FOUND, "has no profile of that name");
+    return {};
+}
+
+StoreResult SqliteProfileStore::create(std::string_view name, const NAP_PROFILE_S &record,
+                                       unsigned int maximum)
+{
+    constexpr const char *action = "create a profile";
+    Transaction transaction(*this);
+    if (!transaction.begin())
+        return failure(action);
+    std::uint32_t existingId = 0;
+    StoreResult result = idByName(name, existingId);
+    if (!result.failed())
+        return failure(NAPI_ERROR_EXISTS, "has a profile of that name already");
+    if (result.status != NAPI_ERROR_NOT_FOUND)
+        return result;
+    unsigned int profiles = 0;
+    result = count(profiles);
+    if (result.failed())
+        return result;
+    if (profiles >= maximum) {
+        return failure(NAPI_ERROR_STORE_FULL,
+                       "is full with " + std::to_string(profiles) + " profiles");
+    }
+    if (Query(*this, Create).bind(1, name).bind(2, record).step() != SQLITE_DONE)
+        return failure(action);
+    if (sqlite3_last_insert_rowid(m_database) > std::numeric_limits<std::uint32_t>::max())
+        return failure(NAPI_ERROR_STORE_FULL, "has used up its IDs");
+    if (!transaction.commit())
+        return failure(action);
+    return {};
+}
+
+StoreResult SqliteProfileStore::remove(std::string_view name)
+{
+    if (Query(*this, Remove).bind(1, name).step() != SQLITE_DONE)
+        return failure("delete a profile");
+    if (sqlite3_changes(m_database) == 0)
+        return failure(NAPI_ERROR_NOT_FOUND, "has no profile of that name");
+    return {};
+}
+
+StoreResult SqliteProfileStore::idByName(std::string_view name, std::uint32_t &id)
+{
+    Query query(*this, IdByName);
+    const int step = query.bind(1, name).step();
+    if (step == SQLITE_DONE)
+        return failure(NAPI_ERROR_NOT_FOUND, "has no profile of that name");
+    if (step != SQLITE_ROW)
+        return failure("look up a profile");
+    const std::int64_t number = query.number();
+    if (number < 0 || number > std::numeric_limits<std::uint32_t>::max())
+        return failure(NAPI_ERROR_CORRUPT, "the ID of a profile is damaged");
+    id = static_cast<std::uint32_t>(number);
+    return {};
+}
+
+StoreResult SqliteProfileStore::nameById(std::uint32_t id, std::string &name)
+{
+    Query query(*this, NameById);
+    const int step = query.bind(1, id).step();
+    if (step == SQLITE_DONE)
+        return failure(NAPI_ERROR_NOT_FOUND, "has no profile of that ID");
+    if (step != SQLITE_ROW)
+        return failure("look up a profile");
+    if (!isProfileName(query.bytes()))
+        return failure(NAPI_ERROR_CORRUPT, "the name of a profile is damaged");
+    name = query.bytes();
+    return {};
+}
