@@ -4,11 +4,54 @@
 #include "dmnative/dmt_tree.h"
 #include "napi.h"
 
+#include <cstddef>
 #include <cstdint>
 
 class DM_NAPI_PluginTree;
 
-// ---- Fields of the profile record -------------------------------------------------------------
+// ---- Bearers and their parts of the profile record --------------------------------------------
+
+/// Place of a text in a profile record.
+struct TextField {
+    std::size_t offset;
+    std::size_t size; ///< bytes of the array; a text of that length has no terminator
+};
+
+/// One bearer: its names, and where its part of the record keeps its settings.
+struct BearerPart {
+    const char *bearer;    ///< value of a "Bearer" leaf
+    const char *keySuffix; ///< stands for the bearer behind the ID in a mapping key
+    const char *phName;    ///< proxy slot of the bearer
+    TextField address;
+    TextField authId;
+    TextField authPassword;
+    std::uint32_t NAP_PROFILE_S::*dns1;
+    std::uint32_t NAP_PROFILE_S::*dns2;
+    std::uint16_t NAP_PROFILE_S::*linger;
+    std::uint8_t NAP_PROFILE_S::*speedCode; ///< null for packet data
+};
+
+/// The three bearers, in the order of their proxy slots.
+inline constexpr int BEARER_COUNT = 3;
+extern const BearerPart BEARER_PARTS[BEARER_COUNT];
+
+/// A profile whose bearer is not known counts as this one.
+inline constexpr char DEFAULT_BEARER[] = "GSM-CSD";
+
+/// @return the bearer of that name, or null.
+const BearerPart *FindBearer(const DMString &bearer);
+
+/// Bytes of the suffix of a mapping key.
+inline constexpr std::size_t KEY_SUFFIX_LENGTH = 6;
+
+/// Zeroes every setting of a bearer's part.
+void ClearBearerPart(NAP_PROFILE_S *record, const BearerPart &part);
+
+/// Copies the text that starts at a field of a record: up to its NUL, beyond the field when the
+/// field is full, and to the end of the record at the latest.
+DMString RecordText(const NAP_PROFILE_S &record, const char *field);
+
+// ---- Conversions between record fields and leaf values -----------------------------------------
 
 /// Whether the value of a leaf of this name lives in the profile record, as opposed to the node.
 /// @param isNAPDEF  the tree's kind
@@ -31,18 +74,11 @@ bool IsLineType(const DMString &text);
 /// Whether a server may give a leaf "Speed" this bit rate.
 bool IsBitRate(int bitRate);
 
-/// Whether the text is one of "GSM-GPRS", "GSM-CSD" and "GSM-CSD2".
-bool IsBearer(const DMString &text);
-
 /// Dotted-quad text of a 32-bit IPv4 number whose most significant byte is the first part.
 DMString Ipv4ToText(std::uint32_t address);
 
 /// Name of a value's type, for traces.
 const char *DataTypeName(const DmtData &value);
-
-/// Copies the text that starts at a field of a record: up to its NUL, beyond the field when the
-/// field is full, and to the end of the record at the latest.
-DMString RecordText(const NAP_PROFILE_S &record, const char *field);
 
 // ---- The node ----------------------------------------------------------------------------------
 
@@ -80,4 +116,11 @@ public:
     /// Moves a profile's data from the record part of one bearer to that of another.
     static void MoveFieldInNAPI(NAP_PROFILE_S *record, const DMString &fromBearer,
                                 const DMString &toBearer);
+
+private:
+    /// The owning tree; null once it is destroyed.
+    JemSmartPtr<DM_NAPI_PluginTree> OwningTree() const;
+    int SetBearer(DM_NAPI_PluginTree &tree, const DMString &profileNodeName,
+                  const DMString &profileName, NAP_PROFILE_S *record, const DmtData &value);
+    int SetConn(DM_NAPI_PluginTree &tree, const DMString &profileNodeName, const DmtData &value);
 };

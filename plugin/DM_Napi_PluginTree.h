@@ -7,6 +7,7 @@
 #include <QString>
 
 #include <cstdint>
+#include <memory>
 
 class SETUP_SET_Manager;
 
@@ -128,12 +129,26 @@ public:
 private:
     friend struct PluginTreeProbe; // lets the unit tests set up and look at the members
 
-    QString m_groupName;        ///< group of this tree's entries in its mapping file
-    std::int8_t m_ProfileCount; ///< as the service listed them, cut to 8 bits; set by the mount
-    char *m_profileNameList = nullptr; ///< owned; slots of NAPI_NAME_SIZE bytes
-    std::uint8_t m_isNAPDEF;
+    QString m_groupName;            ///< group of this tree's entries in its mapping file
+    std::int8_t m_ProfileCount = 0; ///< as the service listed them, cut to 8 bits; set by the mount
+    char *m_profileNameList = nullptr;            ///< owned; slots of NAPI_NAME_SIZE bytes
+    std::uint8_t m_isNAPDEF = 0;                  ///< 1 for the NAPDEF kind, 0 for the PROXY kind
     SETUP_SET_Manager *m_psetupManager = nullptr; ///< owned; the open mapping file
     DMMap<DMString, ProfileInfo *> m_ProfileMaps; ///< owns the records
 
     JemSmartPtr<DmtPluginTree> Self() { return JemSmartPtr<DmtPluginTree>(this); }
+    JemSmartPtr<DmtNode> NewInterior(const DMString &path, const DMStringVector &childNames);
+    JemSmartPtr<DmtNode> NewLeaf(const DMString &path, const DmtData &value);
+    void Register(const DMString &path, const JemSmartPtr<DmtNode> &node);
+
+    /// Fills the name list and m_ProfileCount. @param count  receives the number of names
+    int ListProfiles(unsigned int &count);
+    /// Maps one listed profile, or passes over one that cannot be read or has no bearer.
+    /// @param namesBeyondAscii  counts the profiles that got a made-up node name
+    int LoadListedProfile(const DMString &profileName, int &namesBeyondAscii);
+    int MapListedProfile(const DMString &nodeName, std::unique_ptr<ProfileInfo> info);
+    /// Creates the profile of a new profile node, or adopts the one of that name, and maps it.
+    int CreateProfile(const DMString &nodeName, const DMString &profileName);
+    /// Whether either tree's mapping file has the profile.
+    bool IsMappedAnywhere(const DMString &idText) const;
 };

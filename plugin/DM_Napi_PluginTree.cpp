@@ -1,0 +1,1365 @@
+// The tree of one mounted root.
+//
+//   ./DevDetail/Ext/Conf/Conn/Profiles            ./DevDetail/Ext/Conf/IntProfs/Profiles
+//   NAPDEF kind                                   PROXY kind
+//   `- <profile>                                  `- <profile>
+//      |- Bearer    chr                              |- Ph1, Ph2, Ph3
+//      |- Addr      chr                              |  |- Conn          chr
+//      |- DNS1      chr                              |  |- Addr          chr
+//      |- DNS2      chr                              |  `- Port
+//      |- Linger    int                              |     `- PortNbr    int
+//      |- Auth                                       `- UserEditable     bool
+//      |  `- PAP
+//      |     |- AuthId chr
+//      |     `- AuthPw chr
+//      |- LineType  chr
+//      `- Speed     int
+//
+// A server names nodes as it likes; the profile service knows profiles by ID and by name.
+// m_ProfileMaps and the kind's mapping file hold the association. The file is discarded and rebuilt
+// at every mount, follows every single change, and is how the two trees, which never meet, learn of
+// each other.
+//
+// Errors: every operation answers with a status. Nothing is rolled back: what an operation had done
+// before it failed stays done. All calls come on the engine's thread, one at a time.
+//
+// Contents
+//   Names and keys
+//   Life cycle
+//   Node paths
+//   Map between node names and profiles
+//   Questions about a profile
+//   Map maintenance
+//   Connection references
+//   Layout of a profile
+//   Mounting
+//   Deleting
+//   Renaming
+//   Values of all children
+//   Adding
+
+#include "DM_Napi_PluginTree.h"
+
+#include "DM_Napi_Plugin.h"
+#include "DM_Napi_PluginNode.h"
+#include "setup_set_manager.h"
+
+#include <QByteArray>
+#include <QFile>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include <unistd.h>
+
+// ---- Names and keys
+// ------------------------------------------------------------------------------
+
+namespace {
+
+/// What differs between the two mapping files.
+struct MappingFile {
+    QLatin1StringView fileName;
+    QLatin1StringView profileGroup; // ID key = node name
+};
+
+constexpr MappingFile NAPDEF_FILE{QLatin1StringView("kub_napdef_profilemapping.cfg"),
+                                  QLatin1StringView("NAPIDEF_Profile")};
+constexpr MappingFile PROXY_FILE{QLatin1StringView("kub_proxy_profilemapping.cfg"),
+                                 QLatin1StringView("PROXY_Profile")};
+
+/// Group of the PROXY file: "node name/slot" = node name in the NAPDEF tree.
+constexpr QLatin1StringView CONN_GROUP("PROXY_Conn");
+
+constexpr const char *PH_NAMES[] = {"Ph1", "Ph2", "Ph3"};
+constexpr int CONN_KEY_SUFFIX_LENGTH = 4; // a slash and the slot
+
+/// Starts the part of a node name that is not part of the profile's name.
+constexpr char LOGICAL_ID_SEPARATOR[] = "&&_";
+
+constexpr std::size_t MAX_PROFILE_NAME_LENGTH = NAPI_NAME_SIZE - 1;
+
+/// The flag of a mapped profile for each bearer, in the order of BEARER_PARTS.
+constexpr bool ProfileInfo::*BEARER_FLAGS[BEARER_COUNT] = {
+    &ProfileInfo::bIsGPRS, &ProfileInfo::bIsCSD, &ProfileInfo::bIsCSD2};
+
+QString MappingFilePath(const MappingFile &file)
+{
+    return getSettingDirectory() + file.fileName;
+}
+
+std::unique_ptr<SETUP_SET_Manager> OpenMappingFile(const MappingFile &file)
+{
+    return std::unique_ptr<SETUP_SET_Manager>(new (std::nothrow)
+                                                  SETUP_SET_Manager(MappingFilePath(file), false));
+}
+
+/// Reads one entry; an absent one is null, one without a value is empty.
+QString ReadEntry(const SETUP_SET_Manager &manager, const QString &group, const QString &key)
+{
+    QString value;
+    manager.getSettingInfo(group, key, value, QString(), false);
+    return value;
+}
+
+QString FromIdKey(const DMString &key)
+{
+    return QString::fromLatin1(key.text());
+}
+
+QString FromNodeName(const DMString &name)
+{
+    return QString::fromUtf8(name.text());
+}
+
+DMString ToNodeName(const QString &text)
+{
+    return DMString(text.toUtf8().constData());
+}
+
+QString ConnKey(const DMString &profileNodeName, const char *phName)
+{
+    return QString::fromLatin1(profileNodeName.text()) + u'/' + QLatin1StringView(phName);
+}
+
+DMString DecimalText(unsigned int number)
+{
+    return DMString(std::to_string(number).c_str());
+}
+
+/// The bearer whose suffix ends the ID key; null for a key without one.
+const BearerPart *BearerOfKey(const DMString &key)
+{
+    const std::string_view text(key.text());
+    for (const BearerPart &part : BEARER_PARTS)
+        if (text.ends_with(part.keySuffix))
+            return &part;
+    return nullptr;
+}
+
+/// The ID key without its bearer suffix.
+DMString BareKey(const DMString &key)
+{
+    return BearerOfKey(key) ? DMString(key.text(), key.length() - KEY_SUFFIX_LENGTH) : key;
+}
+
+/// The last characters of a key, as many as a suffix has; a shorter key is its own suffix.
+DMString KeySuffix(const DMString &key)
+{
+    const std::size_t length = key.length();
+    return DMString(key.text() + (length > KEY_SUFFIX_LENGTH ? length - KEY_SUFFIX_LENGTH : 0));
+}
+
+} // namespace
+
+// ---- Life cycle
+// ----------------------------------------------------------------------------------
+
+DM_NAPI_PluginTree::DM_NAPI_PluginTree(const char *rootPath)
+{
+    DmtPluginTree::Init(rootPath);
+    LOG_TRACE(" Constructor of DM_NAPI_PluginTree! rootpath = %s\n", rootPath);
+    const bool isProxy = std::strstr(rootPath, INTPROFS_ROOT_PATH) != nullptr;
+    m_isNAPDEF = isProxy ? 0 : 1;
+    m_groupName = (isProxy ? PROXY_FILE : NAPDEF_FILE).profileGroup;
+}
+
+DM_NAPI_PluginTree::~DM_NAPI_PluginTree()
+{
+    LOG_TRACE("Destructor of DM_NAPI_PluginTree! rootpath = %s\n", GetRootPath().text());
+    for (const ProfileInfo *info : m_ProfileMaps.values())
+        delete info;
+    delete m_psetupManager;
+    m_psetupManager = nullptr;
+    m_ProfileMaps.clear();
+    delete[] m_profileNameList;
+    m_profileNameList = nullptr;
+}
+
+// ---- Node paths
+// ----------------------------------------------------------------------------------
+
+void DM_NAPI_PluginTree::ParseNodePath(const DMString &path, DMString &parentPath,
+                                       DMString &nodeName) const
+{
+    const char *const text = path.text();
+    const char *const slash = std::strrchr(text, '/');
+    const DMString parent =
+        slash ? DMString(text, static_cast<std::size_t>(slash - text)) : DMString("");
+    const DMString name(slash ? slash + 1 : text);
+    LOG_TRACE("ParseNodePath(),NodePath = %s, ParentNodePath = %s, NodeName = %s\n", text,
+              parent.text(), name.text());
+    parentPath = parent;
+    nodeName = name;
+}
+
+void DM_NAPI_PluginTree::ParseLogicalId(const DMString &nodeName, DMString &logicalId) const
+{
+    const char *const text = nodeName.text();
+    const char *const separator = std::strstr(text, LOGICAL_ID_SEPARATOR);
+    const DMString id =
+        separator ? DMString(text, static_cast<std::size_t>(separator - text)) : DMString(text);
+    LOG_TRACE("ParseLogicalId(),sNodeName = %s, sLogicalId = %s\n", text, id.text());
+    logicalId = id;
+}
+
+bool DM_NAPI_PluginTree::HasEmptyNodeName(const DMString &path) const
+{
+    DMString parentPath;
+    DMString nodeName;
+    ParseNodePath(path, parentPath, nodeName);
+    return nodeName.empty();
+}
+
+// ---- Map between node names and profiles
+// ---------------------------------------------------------
+
+int DM_NAPI_PluginTree::GetProfileName(const DMString &nodeName, DMString &profileName) const
+{
+    LOG_TRACE("Enter: GetProfileName()!\n");
+    const int index = m_ProfileMaps.find(nodeName);
+    if (index < 0) {
+        LOG_FAILURE("Leave:GetProfileName! Can not find %s in m_ProfileMaps!\n", nodeName.text());
+        return DMT_FAILED;
+    }
+    const DMString &profileID = m_ProfileMaps.values()[index]->sProfileID;
+    LOG_TRACE("ProfileNodeName=%s, ProfileID=%s \n", nodeName.text(), profileID.text());
+    unsigned int id = 0;
+    if (!ExtractProfileID(profileID, id)) {
+        LOG_FAILURE("Leave:GetProfileName! ExtractProfileID failed!\n");
+        return DMT_FAILED;
+    }
+    char name[NAPI_NAME_SIZE + 1] = {}; // terminated even if the service fills its whole slot
+    if (const int result = NAPI_GetProfileNameByID(id, name)) {
+        LOG_FAILURE("Leave:GetProfileName! NAPI_GetProfileNameByID failed, return %d!\n", result);
+        return DMT_FAILED;
+    }
+    profileName = DMString(name);
+    LOG_TRACE("Leave: GetProfileName()! NodeName = %s, ProfileName = %s\n", nodeName.text(),
+              profileName.text());
+    return DMT_OK;
+}
+
+bool DM_NAPI_PluginTree::ExtractProfileID(const DMString &key, unsigned int &id) const
+{
+    const DMString digits = BareKey(key);
+    const char *const end = digits.text() + digits.length();
+    unsigned int parsed = 0;
+    const auto [stop, error] = std::from_chars(digits.text(), end, parsed);
+    const bool ok = error == std::errc() && stop == end;
+    id = ok ? parsed : 0;
+    if (ok)
+        LOG_TRACE("ExtractProfileID() OK: key = %s, ID = %d\n", digits.text(),
+                  static_cast<int>(id));
+    else
+        LOG_FAILURE("ExtractProfileID() Failed: key = %s, ID = %d\n", digits.text(),
+                    static_cast<int>(id));
+    return ok;
+}
+
+int DM_NAPI_PluginTree::LoadProfileMapCfgFile()
+{
+    LOG_TRACE("Enter: LoadProfileMapCfgFile()!\n");
+    if (!m_psetupManager) {
+        const MappingFile &file = IsNAPDEF() ? NAPDEF_FILE : PROXY_FILE;
+        const QByteArray path = QFile::encodeName(MappingFilePath(file));
+        ::unlink(path.constData());
+        m_psetupManager = OpenMappingFile(file).release();
+        LOG_TRACE("SETUP_SET_Manager FileName = %s, m_psetupManager=0x%x\n", path.constData(),
+                  static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(m_psetupManager)));
+        if (!m_psetupManager) {
+            LOG_FAILURE("Leave: LoadProfileMapCfgFile! new SETUP_SET_Manager failed!\n");
+            return DMT_FAILED;
+        }
+    }
+    const QMap<QString, QString> entries = m_psetupManager->getEntryKeyList(m_groupName);
+    for (auto entry = entries.begin(); entry != entries.end(); ++entry) {
+        const DMString key(entry.key().toLatin1().constData());
+        const DMString nodeName = ToNodeName(entry.value());
+        unsigned int id = 0;
+        char profileName[NAPI_NAME_SIZE + 1] = {};
+        const bool stale = !ExtractProfileID(key, id) ||
+                           NAPI_GetProfileNameByID(id, profileName) != NAPI_OK ||
+                           m_ProfileMaps.find(nodeName) >= 0;
+        if (stale) {
+            if (!m_psetupManager->removeEntry(m_groupName, entry.key()))
+                LOG_FAILURE("Warning: RenameProfileMapDB! removeEntry failed!\n");
+            if (!m_psetupManager->flush()) {
+                LOG_FAILURE("Leave: LoadProfileMapCfgFile! flush  failed\n");
+                return DMT_FAILED;
+            }
+            LOG_TRACE("Remove item: Key = %s\n", key.text());
+            continue;
+        }
+        auto *const info = new (std::nothrow) ProfileInfo;
+        if (!info) {
+            LOG_FAILURE("Leave: LoadProfilesinDB :  Allocate memory  failed\n");
+            return DMT_FAILED;
+        }
+        info->sProfileID = key;
+        if (IsNAPDEF()) {
+            LOG_TRACE("Put item to m_ProfileMaps: <NodeName, ProfileID> = <%s, %s>\n",
+                      nodeName.text(), key.text());
+            const BearerPart *const part = BearerOfKey(key);
+            if (part == &BEARER_PARTS[0]) {
+                info->bIsGPRS = true;
+                LOG_TRACE("Bearer is CPRS\n");
+            } else if (part == &BEARER_PARTS[1]) {
+                info->bIsCSD = true;
+                LOG_TRACE("Bearer is CSD\n");
+            } else if (part == &BEARER_PARTS[2]) {
+                info->bIsCSD2 = true;
+                LOG_TRACE("Bearer is CSD2\n");
+            } else {
+                LOG_FAILURE("error format\n");
+            }
+        } else {
+            GetBearFromNapCfg(info);
+            LOG_TRACE("pProfileInfo->sProfileID is %s\n", info->sProfileID.text());
+        }
+        m_ProfileMaps.put(nodeName, info);
+    }
+    if (!IsNAPDEF()) {
+        const QMap<QString, QString> references = m_psetupManager->getEntryKeyList(CONN_GROUP);
+        for (auto entry = references.begin(); entry != references.end(); ++entry) {
+            // Keys of this group are the bytes of the node name, one character each.
+            const DMString nodeName(
+                entry.key()
+                    .chopped(std::min<qsizetype>(CONN_KEY_SUFFIX_LENGTH, entry.key().size()))
+                    .toLatin1()
+                    .constData());
+            if (m_ProfileMaps.find(nodeName) >= 0)
+                continue;
+            m_psetupManager->removeEntry(CONN_GROUP, entry.key());
+            if (!m_psetupManager->flush()) {
+                LOG_FAILURE("Leave: LoadProfileMapCfgFile! flush  failed\n");
+                return DMT_FAILED;
+            }
+            LOG_TRACE("Remove item: Key = %s\n", entry.key().toLatin1().constData());
+        }
+    }
+    LOG_TRACE("Leave: LoadProfileMapCfgFile()!\n");
+    return DMT_OK;
+}
+
+int DM_NAPI_PluginTree::PutProfileMap(const DMString &nodeName, ProfileInfo *info)
+{
+    LOG_TRACE("Enter: PutProfileMap! <NodeName, ProfileID> = <%s, %s>\n", nodeName.text(),
+              info->sProfileID.text());
+    const int existing = m_ProfileMaps.find(nodeName);
+    if (existing >= 0) {
+        LOG_TRACE("Leave: PutProfileMap! <NodeName, ProfileID> = <%s, %s> has exist in "
+                  "m_ProfileMaps and cfg!\n",
+                  nodeName.text(), m_ProfileMaps.values()[existing]->sProfileID.text());
+        return DMT_OK;
+    }
+    if (m_psetupManager) {
+        const QString key = FromIdKey(info->sProfileID);
+        if (ReadEntry(*m_psetupManager, m_groupName, key).isEmpty()) {
+            if (!m_psetupManager->setSettingInfo(m_groupName, key, FromNodeName(nodeName), false)) {
+                LOG_FAILURE("Leave: PutProfileMap! setSettingInfo failed\n");
+                return DMT_FAILED;
+            }
+            if (!m_psetupManager->flush()) {
+                LOG_FAILURE("Leave: PutProfileMap! flush  failed\n");
+                return DMT_FAILED;
+            }
+        }
+    }
+    LOG_TRACE("PutProfileMap: <Key = ProfileID, Value = ProfileNodeName > = <%s, %s>\n",
+              info->sProfileID.text(), nodeName.text());
+    m_ProfileMaps.put(nodeName, info);
+    return DMT_OK;
+}
+
+int DM_NAPI_PluginTree::AddProfileMap(const DMString &nodeName, ProfileInfo *info)
+{
+    LOG_TRACE("AddProfileMap: <NodeName, ProfileID> = <%s, %s>\n", nodeName.text(),
+              info->sProfileID.text());
+    if (m_ProfileMaps.find(nodeName) >= 0) {
+        LOG_FAILURE("Leave: AddProfileMap fail! Node named %s has exist in m_ProfileMaps!\n",
+                    nodeName.text());
+        return DMT_FAILED;
+    }
+    if (m_psetupManager) {
+        const QString key = FromIdKey(info->sProfileID);
+        const QString stored = ReadEntry(*m_psetupManager, m_groupName, key);
+        LOG_TRACE("qsKey = %s,qsValue = %s,qsTemp = %s\n", info->sProfileID.text(), nodeName.text(),
+                  stored.toUtf8().constData());
+        if (!stored.isEmpty()) {
+            LOG_FAILURE("??? Leave: AddProfileMap:setSettingInfo  Failed, the entry of "
+                        "profileid+suffix has exist\n");
+            return DMT_FAILED;
+        }
+        if (!m_psetupManager->setSettingInfo(m_groupName, key, FromNodeName(nodeName), false)) {
+            LOG_FAILURE("Leave: AddProfileMap:setSettingInfo  Failed\n");
+            return DMT_FAILED;
+        }
+        if (!m_psetupManager->flush()) {
+            LOG_FAILURE("Leave: AddProfileMap:flush  Failed\n");
+            return DMT_FAILED;
+        }
+    }
+    m_ProfileMaps.put(nodeName, info);
+    return DMT_OK;
+}
+
+// ---- Questions about a profile
+// -------------------------------------------------------------------
+
+bool DM_NAPI_PluginTree::IsGPRS(const NAP_PROFILE_S *record) const
+{
+    if (record->gprsAddress[0] == '\0')
+        return false;
+    LOG_TRACE("IsGPRS: GPRS = %s\n", RecordText(*record, record->gprsAddress).text());
+    return true;
+}
+
+bool DM_NAPI_PluginTree::IsCSD(const NAP_PROFILE_S *record) const
+{
+    if (record->csdAddress[0] == '\0')
+        return false;
+    LOG_TRACE("IsCSD: CSD = %s\n", RecordText(*record, record->csdAddress).text());
+    return true;
+}
+
+bool DM_NAPI_PluginTree::IsCSD2(const NAP_PROFILE_S *record) const
+{
+    if (record->csd2Address[0] == '\0')
+        return false;
+    LOG_TRACE("IsCSD2: CSD = %s\n", RecordText(*record, record->csd2Address).text());
+    return true;
+}
+
+void DM_NAPI_PluginTree::GetBearFromNapCfg(ProfileInfo *const &info) const
+{
+    LOG_TRACE("Enter: GetBearFromNapCfg()!\n");
+    if (!info)
+        return;
+    // The NAPDEF tree may have written since: its file is read anew each time.
+    if (const std::unique_ptr<SETUP_SET_Manager> napdef = OpenMappingFile(NAPDEF_FILE)) {
+        for (int i = 0; i < BEARER_COUNT; ++i) {
+            const QString key = FromIdKey(info->sProfileID + BEARER_PARTS[i].keySuffix);
+            // An entry without a value counts: the bearer is mapped.
+            if (!ReadEntry(*napdef, NAPDEF_FILE.profileGroup, key).isNull())
+                info->*BEARER_FLAGS[i] = true;
+        }
+    }
+    LOG_TRACE("Leave: GetBearFromNapCfg()!\n");
+}
+
+void DM_NAPI_PluginTree::GetNapdefName(const DMString *profileID, const DMString &phName,
+                                       DMString &napdefName) const
+{
+    LOG_TRACE("Enter: GetNapdefName()!\n");
+    if (!profileID)
+        return;
+    DMString key(profileID->text());
+    for (const BearerPart &part : BEARER_PARTS)
+        if (phName == part.phName)
+            key += part.keySuffix;
+    QString stored;
+    if (const std::unique_ptr<SETUP_SET_Manager> napdef = OpenMappingFile(NAPDEF_FILE))
+        stored = ReadEntry(*napdef, NAPDEF_FILE.profileGroup, FromIdKey(key));
+    napdefName = ToNodeName(stored);
+    LOG_TRACE("the sNapdefName is %s\n", napdefName.text());
+    LOG_TRACE("Leave: GetNapdefName()!\n");
+}
+
+// ---- Map maintenance
+// -----------------------------------------------------------------------------
+
+int DM_NAPI_PluginTree::DeleteProfileMap(const DMString &nodeName)
+{
+    const int index = m_ProfileMaps.find(nodeName);
+    if (index < 0) {
+        LOG_FAILURE("Leave: DeleteProfileMap fail! Can not lookup %s in m_ProfileMaps!\n",
+                    nodeName.text());
+        return DMT_FAILED;
+    }
+    const ProfileInfo *const info = m_ProfileMaps.values()[index];
+    if (m_psetupManager) {
+        if (!m_psetupManager->removeEntry(m_groupName, FromIdKey(info->sProfileID)))
+            LOG_FAILURE("Warning: RenameProfileMapDB! removeEntry failed!\n");
+        if (!IsNAPDEF())
+            for (const char *phName : PH_NAMES)
+                m_psetupManager->removeEntry(CONN_GROUP, ConnKey(nodeName, phName));
+        if (!m_psetupManager->flush()) {
+            LOG_FAILURE("Leave: DeleteProfileMap! flush  Failed\n");
+            return DMT_FAILED;
+        }
+    }
+    LOG_TRACE("DeleteProfileMap: Group: %s <NodeName, ProfileID> = <%s, %s>\n",
+              m_groupName.toUtf8().constData(), nodeName.text(), info->sProfileID.text());
+    delete info;
+    m_ProfileMaps.remove(index);
+    return DMT_OK;
+}
+
+int DM_NAPI_PluginTree::RenameProfileMap(const DMString &oldName, const DMString &newName)
+{
+    LOG_TRACE("Enter: RenameProfileMap() \n");
+    const int oldIndex = m_ProfileMaps.find(oldName);
+    if (oldIndex < 0) {
+        LOG_FAILURE("Leave: RenameProfileMap fail! Can not lookup %s in m_ProfileMaps!\n",
+                    oldName.text());
+        return DMT_FAILED;
+    }
+    ProfileInfo *const info = m_ProfileMaps.values()[oldIndex];
+    if (m_psetupManager) {
+        if (!m_psetupManager->setSettingInfo(m_groupName, FromIdKey(info->sProfileID),
+                                             FromNodeName(newName), false)) {
+            LOG_FAILURE("Leave: RenameProfileMap! setSettingInfo failed!\n");
+            return DMT_FAILED;
+        }
+        if (!m_psetupManager->flush()) {
+            LOG_FAILURE("Leave: RenameProfileMap! flush  failed\n");
+            return DMT_FAILED;
+        }
+        if (!IsNAPDEF()) {
+            // References follow as far as they can; one that is lost reads as a default again.
+            for (const char *phName : PH_NAMES) {
+                const QString oldKey = ConnKey(oldName, phName);
+                const QString reference = ReadEntry(*m_psetupManager, CONN_GROUP, oldKey);
+                if (reference.isNull())
+                    continue;
+                m_psetupManager->removeEntry(CONN_GROUP, oldKey);
+                m_psetupManager->setSettingInfo(CONN_GROUP, ConnKey(newName, phName), reference,
+                                                false);
+                m_psetupManager->flush();
+            }
+        }
+    }
+    m_ProfileMaps.remove(oldIndex);
+    // A record that the new name had is replaced, and nothing refers to it any more.
+    const int replaced = m_ProfileMaps.find(newName);
+    if (replaced >= 0)
+        delete m_ProfileMaps.values()[replaced];
+    m_ProfileMaps.put(newName, info);
+    LOG_FAILURE("Leave: RenameProfileMap!\n"); // prints although it is none
+    return DMT_OK;
+}
+
+int DM_NAPI_PluginTree::RenameProfileMapDB(const DMString &nodeName, const DMString &bearer)
+{
+    LOG_TRACE("Enter: RenameProfileMapinDB() \n");
+    const int index = m_ProfileMaps.find(nodeName);
+    if (index < 0) {
+        LOG_FAILURE("Leave: RenameProfileMapDB fail! Can not lookup %s in m_ProfileMaps!\n",
+                    nodeName.text());
+        return DMT_FAILED;
+    }
+    ProfileInfo *const info = m_ProfileMaps.values()[index];
+    for (bool ProfileInfo::*flag : BEARER_FLAGS)
+        info->*flag = false;
+    const DMString oldKey = info->sProfileID;
+    info->sProfileID = BareKey(oldKey);
+    const BearerPart *const part = FindBearer(bearer);
+    if (!part) {
+        LOG_FAILURE("Leave: RenameProfileMapDB fail! illegal Bearer value: %s!\n", bearer.text());
+        return DMT_FAILED;
+    }
+    info->*BEARER_FLAGS[part - BEARER_PARTS] = true;
+    info->sProfileID += part->keySuffix;
+    m_ProfileMaps.put(nodeName, info);
+    if (!m_psetupManager) {
+        LOG_TRACE("Leave: RenameProfileMapDB()\n");
+        return DMT_OK;
+    }
+    LOG_TRACE("RenameProfileMapDB: before removeEntry, group = %s, qskey = %s\n",
+              m_groupName.toUtf8().constData(), oldKey.text());
+    if (!m_psetupManager->removeEntry(m_groupName, FromIdKey(oldKey)))
+        LOG_FAILURE("Warning: RenameProfileMapDB! removeEntry failed!\n");
+    if (!m_psetupManager->flush()) {
+        LOG_FAILURE("Leave: RenameProfileMapDB! flush  Failed\n");
+        return DMT_FAILED;
+    }
+    LOG_TRACE("RenameProfileMapDB: qsGroupName = %s, qsKey = %s,qsValue = %s\n",
+              m_groupName.toUtf8().constData(), info->sProfileID.text(), nodeName.text());
+    if (!m_psetupManager->setSettingInfo(m_groupName, FromIdKey(info->sProfileID),
+                                         FromNodeName(nodeName), false)) {
+        LOG_FAILURE("Leave: RenameProfileMapDB! setSettingInfo failed!\n");
+        return DMT_FAILED;
+    }
+    if (!m_psetupManager->flush()) {
+        LOG_FAILURE("Leave: RenameProfileMapDB! flush  failed\n");
+        return DMT_FAILED;
+    }
+    LOG_TRACE("Leave: RenameProfileMapDB()\n");
+    return DMT_OK;
+}
+
+// ---- Connection references
+// -----------------------------------------------------------------------
+
+int DM_NAPI_PluginTree::GetConnValue(const ProfileInfo *info, const DMString &profileNodeName,
+                                     const DMString &phName, DMString &connValue)
+{
+    LOG_TRACE("Enter: GetConnValue()! NodePath = %s/%s/Conn\n", profileNodeName.text(),
+              phName.text());
+    if (m_psetupManager) {
+        connValue = ToNodeName(
+            ReadEntry(*m_psetupManager, CONN_GROUP, ConnKey(profileNodeName, phName.text())));
+        if (!connValue.empty()) {
+            LOG_TRACE("Leave: GetConnValue()!entry exist, Value = %s\n", connValue.text());
+            return DMT_FAILED;
+        }
+    }
+    connValue = DMString("");
+    if (phName == "Ph1" && info->bIsGPRS) {
+        LOG_TRACE("pProfileInfo->bIsGPRS is true\n");
+    } else if (phName == "Ph2" && info->bIsCSD) {
+        LOG_TRACE("pProfileInfo->bIsCSD is true\n");
+    } else if (phName == "Ph3" && info->bIsCSD2) {
+        LOG_TRACE("pProfileInfo->bIsCSD2 is true\n");
+    } else {
+        LOG_FAILURE("Leave: GetConnValue(), the Conn of  %s has no related fields\n",
+                    phName.text());
+        return DMT_FAILED;
+    }
+    // The reference is a bare node name: a slot's marker ("&&_PH1_DC1" and the like) is no part of
+    // it.
+    connValue = DMString(profileNodeName.text());
+    DMString napdefName;
+    GetNapdefName(&info->sProfileID, phName, napdefName);
+    if (!napdefName.empty())
+        connValue = napdefName;
+    if (const int status = SetConnValue(profileNodeName, phName, connValue)) {
+        LOG_FAILURE("Leave: GetConnValue! SetConnValue failed\n");
+        return status;
+    }
+    LOG_TRACE("Leave: GetConnValue()! Value = %s\n", connValue.text());
+    return DMT_OK;
+}
+
+int DM_NAPI_PluginTree::SetConnValue(const DMString &profileNodeName, const DMString &phName,
+                                     const DMString &connValue)
+{
+    LOG_TRACE("Enter: SetConnValue()! NodePath = %s/%s/Conn\n", profileNodeName.text(),
+              phName.text());
+    if (!m_psetupManager)
+        return DMT_OK;
+    if (!m_psetupManager->setSettingInfo(CONN_GROUP, ConnKey(profileNodeName, phName.text()),
+                                         FromNodeName(connValue), false)) {
+        LOG_FAILURE("Leave: SetConnValue! setSettingInfo failed!\n");
+        return DMT_FAILED;
+    }
+    if (!m_psetupManager->flush()) {
+        LOG_FAILURE("Leave: SetConnValue! flush  failed\n");
+        return DMT_FAILED;
+    }
+    LOG_TRACE("Leave: SetConnValue()! value = %s\n", connValue.text());
+    return DMT_OK;
+}
+
+// ---- Layout of a profile
+// -------------------------------------------------------------------------
+
+namespace {
+
+using Children = std::initializer_list<const char *>;
+
+constexpr Children NAPDEF_CHILDREN = {"Bearer", "Addr", "DNS1",     "DNS2",
+                                      "Linger", "Auth", "LineType", "Speed"};
+constexpr Children AUTH_CHILDREN = {"PAP"};
+constexpr Children PAP_CHILDREN = {"AuthId", "AuthPw"};
+constexpr Children PROXY_CHILDREN = {"Ph1", "Ph2", "Ph3", "UserEditable"};
+constexpr Children PH_CHILDREN = {"Conn", "Addr", "Port"};
+constexpr Children PORT_CHILDREN = {"PortNbr"};
+
+DMStringVector ToVector(const Children &names)
+{
+    DMStringVector vector;
+    for (const char *name : names)
+        vector.push_back(DMString(name));
+    return vector;
+}
+
+/// The value of a leaf before anybody gives it one; its format follows from the leaf's name.
+DmtData InitialValue(const DMString &leafName)
+{
+    if (leafName == "Linger" || leafName == "Speed" || leafName == "PortNbr")
+        return DmtData(0);
+    if (leafName == "UserEditable")
+        return DmtData(true);
+    return DmtData("");
+}
+
+bool IsPhName(const DMString &name)
+{
+    return std::any_of(std::begin(PH_NAMES), std::end(PH_NAMES),
+                       [&name](const char *phName) { return name == phName; });
+}
+
+} // namespace
+
+JemSmartPtr<DmtNode> DM_NAPI_PluginTree::NewInterior(const DMString &path,
+                                                     const DMStringVector &childNames)
+{
+    return new DM_NAPI_PluginNode(Self(), path.text(), childNames);
+}
+
+JemSmartPtr<DmtNode> DM_NAPI_PluginTree::NewLeaf(const DMString &path, const DmtData &value)
+{
+    return new DM_NAPI_PluginNode(Self(), path.text(), value);
+}
+
+void DM_NAPI_PluginTree::Register(const DMString &path, const JemSmartPtr<DmtNode> &node)
+{
+    SetNode(path.text(), node);
+}
+
+int DM_NAPI_PluginTree::LoadSubTreeofProfile(const DMString &profileNodeName,
+                                             const ProfileInfo *info)
+{
+    LOG_TRACE("Enter: LoadSubTreeofProfile()! ProfileNode = %s, ProfileID = %s\n",
+              profileNodeName.text(), info->sProfileID.text());
+    const DMStringVector children = ToVector(IsNAPDEF() ? NAPDEF_CHILDREN : PROXY_CHILDREN);
+    Register(profileNodeName, NewInterior(profileNodeName, children));
+    // A child that is refused does not keep its siblings out.
+    for (const DMString &child : children)
+        LoadChildrenofProfile(profileNodeName, info, child);
+    LOG_TRACE("Leave: LoadSubTreeofProfile()! \n");
+    return DMT_OK;
+}
+
+int DM_NAPI_PluginTree::LoadChildrenofProfile(const DMString &profileNodeName,
+                                              const ProfileInfo *info, const DMString &childName)
+{
+    LOG_TRACE("Enter: LoadChildrenofProfile()! NodePath = %s/%s\n", profileNodeName.text(),
+              childName.text());
+    const DMString path = profileNodeName + "/" + childName;
+    JemSmartPtr<DmtNode> node;
+    if (IsNAPDEF() && childName == "Bearer") {
+        const char *const bearer = info->bIsGPRS   ? BEARER_PARTS[0].bearer
+                                   : info->bIsCSD2 ? BEARER_PARTS[2].bearer
+                                                   : DEFAULT_BEARER;
+        node = NewLeaf(path, DmtData(bearer));
+        if (RenameProfileMapDB(profileNodeName, bearer) != DMT_OK) {
+            LOG_FAILURE(
+                "Leave: LoadChildrenofProfile()! RenameProfileMapDB() failed! Not load this "
+                "profile!\n");
+            return DMT_FAILED;
+        }
+    } else if (IsNAPDEF() && childName == "Auth") {
+        node = NewInterior(path, ToVector(AUTH_CHILDREN));
+        const DMString papPath = path + "/PAP";
+        Register(papPath, NewInterior(papPath, ToVector(PAP_CHILDREN)));
+        for (const char *leaf : PAP_CHILDREN) {
+            const DMString leafPath = papPath + "/" + leaf;
+            Register(leafPath, NewLeaf(leafPath, InitialValue(leaf)));
+        }
+    } else if (!IsNAPDEF() && IsPhName(childName)) {
+        node = NewInterior(path, ToVector(PH_CHILDREN));
+        DMString connValue;
+        GetConnValue(info, profileNodeName, childName, connValue);
+        const DMString connPath = path + "/Conn";
+        Register(connPath, NewLeaf(connPath, DmtData(connValue.text())));
+        const DMString addrPath = path + "/Addr";
+        Register(addrPath, NewLeaf(addrPath, InitialValue("Addr")));
+        const DMString portPath = path + "/Port";
+        Register(portPath, NewInterior(portPath, ToVector(PORT_CHILDREN)));
+        const DMString portNbrPath = portPath + "/PortNbr";
+        Register(portNbrPath, NewLeaf(portNbrPath, InitialValue("PortNbr")));
+    } else {
+        node = NewLeaf(path, InitialValue(childName));
+    }
+    Register(path, node); // an interior child comes after all that is beneath it
+    LOG_TRACE("Leave: LoadChildrenofProfile()! \n");
+    return DMT_OK;
+}
+
+// ---- Mounting
+// ------------------------------------------------------------------------------------
+
+namespace {
+
+/// Whether the name begins with a byte beyond ASCII. Such profiles get a made-up node name.
+bool BeginsBeyondAscii(const DMString &profileName)
+{
+    return static_cast<signed char>(profileName.text()[0]) < 0;
+}
+
+/// "PX1", "PX2" and so on. The number has room for four digits; what goes beyond is cut.
+DMString MadeUpNodeName(int number)
+{
+    char digits[5];
+    const int wanted = std::snprintf(digits, sizeof digits, "%d", number);
+    return wanted > 0 ? DMString("PX") + digits : DMString("PX");
+}
+
+std::unique_ptr<ProfileInfo> NewProfileInfo(const DMString &idKey)
+{
+    std::unique_ptr<ProfileInfo> info(new (std::nothrow) ProfileInfo);
+    if (info)
+        info->sProfileID = idKey;
+    return info;
+}
+
+} // namespace
+
+int DM_NAPI_PluginTree::LoadProfilesinDB()
+{
+    LOG_TRACE("Enter: LoadProfilesinDB()!\n");
+    if (const int status = LoadProfileMapCfgFile()) {
+        LOG_FAILURE("Leave: LoadProfilesinDB! LoadProfileMapCfgFile failed\n");
+        return status;
+    }
+    unsigned int count = 0;
+    if (const int status = ListProfiles(count))
+        return status;
+
+    int namesBeyondAscii = 0;
+    for (unsigned int i = 0; i < count; ++i) {
+        const char *const slot = m_profileNameList + std::size_t{i} * NAPI_NAME_SIZE;
+        // A slot that the service fills has no terminator.
+        const DMString profileName(slot, strnlen(slot, NAPI_NAME_SIZE));
+        if (const int status = LoadListedProfile(profileName, namesBeyondAscii))
+            return status;
+    }
+
+    LOG_TRACE("m_ProfileMaps includes: %d item!\n", m_ProfileMaps.size());
+    DMStringVector nodeNames;
+    for (int i = 0; i < m_ProfileMaps.size(); ++i) {
+        const ProfileInfo *const info = m_ProfileMaps.values()[i];
+        if (!info)
+            continue;
+        const DMString nodeName = m_ProfileMaps.keys()[i];
+        LOG_TRACE("Item %d: <NodeName, ProfileID> = <%s, %s>\n", i, nodeName.text(),
+                  info->sProfileID.text());
+        if (info->bIsGPRS)
+            LOG_TRACE("Bearer = GPRS\n");
+        else if (info->bIsCSD)
+            LOG_TRACE("Bearer = CSD\n");
+        else if (info->bIsCSD2)
+            LOG_TRACE("Bearer = CSD2\n");
+        LoadSubTreeofProfile(nodeName, info);
+        nodeNames.push_back(nodeName);
+    }
+    Register("", NewInterior("", nodeNames));
+    LOG_TRACE("Leave: LoadProfilesinDB()!\n");
+    return DMT_OK;
+}
+
+int DM_NAPI_PluginTree::ListProfiles(unsigned int &count)
+{
+    count = 0;
+    if (const int result = NAPI_ListAllProfile(m_profileNameList, &count)) {
+        LOG_FAILURE("Leave: LoadProfilesinDB : NAPI_ListAllProfile failed! return %d! Not load "
+                    "profiles in fs!\n",
+                    result);
+        return DMT_FAILED;
+    }
+    LOG_TRACE("NAPI_ListAllProfile: Counter = %d\n", static_cast<int>(count));
+    m_ProfileCount = static_cast<std::int8_t>(count);
+    delete[] m_profileNameList;
+    m_profileNameList = new (std::nothrow) char[std::size_t{count} * NAPI_NAME_SIZE]();
+    if (!m_profileNameList) {
+        LOG_FAILURE("Leave: LoadProfilesinDB fail: Allocate memory failed! Not load profiles in "
+                    "fs!\n");
+        return DMT_FAILED;
+    }
+    const unsigned int capacity = count;
+    if (const int result = NAPI_ListAllProfile(m_profileNameList, &count)) {
+        LOG_FAILURE("Leave: LoadProfilesinDB : NAPI_ListAllProfile failed! return %d! Not load "
+                    "profiles in fs!\n",
+                    result);
+        return DMT_FAILED;
+    }
+    count = std::min(count, capacity);
+    for (unsigned int i = 0; i < count; ++i) {
+        const char *const slot = m_profileNameList + std::size_t{i} * NAPI_NAME_SIZE;
+        LOG_TRACE("NAPI_ListAllProfile: Profile[%d] = %s\n", static_cast<int>(i),
+                  DMString(slot, strnlen(slot, NAPI_NAME_SIZE)).text());
+    }
+    return DMT_OK;
+}
+
+int DM_NAPI_PluginTree::LoadListedProfile(const DMString &profileName, int &namesBeyondAscii)
+{
+    NAP_PROFILE_S record{};
+    if (NAPI_ReadProfile(profileName.text(), &record, 0, 0) != NAPI_OK) {
+        LOG_TRACE("NAPI_ReadProfile %s failed! Continue!\n", profileName.text());
+        return DMT_OK;
+    }
+    LOG_TRACE("NAPI_ReadProfile: profilename = %s\n", profileName.text());
+    LOG_TRACE("GPRS Addr = %s\n", RecordText(record, record.gprsAddress).text());
+    LOG_TRACE("CSD  Addr = %s\n", RecordText(record, record.csdAddress).text());
+    LOG_TRACE("CSD2 Addr = %s\n", RecordText(record, record.csd2Address).text());
+    const bool bearers[BEARER_COUNT] = {IsGPRS(&record), IsCSD(&record), IsCSD2(&record)};
+    if (std::none_of(std::begin(bearers), std::end(bearers), [](bool has) { return has; }))
+        return DMT_OK;
+
+    unsigned int id = 0;
+    if (const int result = NAPI_GetProfileIDByName(profileName.text(), &id)) {
+        LOG_FAILURE("Leave: LoadProfilesinDB : NAPI_GetProfileIDByName failed! return %d\n",
+                    result);
+        return DMT_FAILED;
+    }
+    LOG_TRACE("NAPI_GetProfileIDByName ok: ProfileName=%s, ProfileID=%d\n", profileName.text(),
+              static_cast<int>(id));
+    const DMString idText = DecimalText(id);
+
+    DMString nodeName = profileName;
+    LOG_TRACE("ProfileName  = %s", profileName.text());
+    if (BeginsBeyondAscii(profileName)) {
+        LOG_TRACE("ProfileName is not in English");
+        nodeName = MadeUpNodeName(++namesBeyondAscii);
+        LOG_TRACE("ProfileName=%s", nodeName.text());
+    }
+
+    if (!IsNAPDEF()) {
+        std::unique_ptr<ProfileInfo> info = NewProfileInfo(idText);
+        if (!info) {
+            LOG_FAILURE("Leave:LoadProfilesinDB :  Allocate memory  failed\n");
+            return DMT_FAILED;
+        }
+        for (int i = 0; i < BEARER_COUNT; ++i)
+            info.get()->*BEARER_FLAGS[i] = bearers[i];
+        return MapListedProfile(nodeName, std::move(info));
+    }
+    // All bearers of a profile share its node name: the first one takes it.
+    for (int i = 0; i < BEARER_COUNT; ++i) {
+        if (!bearers[i])
+            continue;
+        std::unique_ptr<ProfileInfo> info = NewProfileInfo(idText + BEARER_PARTS[i].keySuffix);
+        if (!info) {
+            if (i == BEARER_COUNT - 1)
+                LOG_FAILURE("Leave:LoadProfilesinDB: Allocate memory failed\n");
+            else
+                LOG_FAILURE("Leave: LoadProfilesinDB :  Allocate memory  failed\n");
+            return DMT_FAILED;
+        }
+        info.get()->*BEARER_FLAGS[i] = true;
+        if (const int status = MapListedProfile(nodeName, std::move(info)))
+            return status;
+    }
+    return DMT_OK;
+}
+
+int DM_NAPI_PluginTree::MapListedProfile(const DMString &nodeName,
+                                         std::unique_ptr<ProfileInfo> info)
+{
+    const int status = PutProfileMap(nodeName, info.get());
+    const int index = m_ProfileMaps.find(nodeName);
+    if (index >= 0 && m_ProfileMaps.values()[index] == info.get())
+        info.release(); // a node name that was taken leaves the record here
+    if (status != DMT_OK) {
+        LOG_FAILURE("Leave:LoadProfilesinDB : PutProfileMap  failed\n");
+        return DMT_FAILED;
+    }
+    return DMT_OK;
+}
+
+// ---- Deleting
+// ------------------------------------------------------------------------------------
+
+int DM_NAPI_PluginTree::DeleteNode(const char *path) noexcept
+{
+    LOG_TRACE("Enter: DeleteNode()! NodePath = %s\n", path);
+    JemSmartPtr<DmtNode> node;
+    if (GetNode(path, node) != DMT_OK) {
+        LOG_FAILURE("Warning: DeleteNode! Node %s is not exist!\n", path);
+        return DMT_OK;
+    }
+    LOG_TRACE("Call DmtRWPluginTree::DeleteNode! node path = %s\n", path);
+    if (const int status = DmtRWPluginTree::DeleteNode(path)) {
+        LOG_FAILURE("Leave: DeleteNode! DmtRWPluginTree::DeleteNode failed!\n");
+        return status;
+    }
+    DMString parentPath;
+    DMString nodeName;
+    ParseNodePath(path, parentPath, nodeName);
+    if (!parentPath.empty()) {
+        LOG_TRACE("Leave: DeleteNode()! \n");
+        return DMT_OK;
+    }
+    LOG_TRACE("Delete children of the root node!\n");
+    DMString suffix("");
+    if (IsNAPDEF()) {
+        const int index = m_ProfileMaps.find(nodeName);
+        if (index < 0) {
+            LOG_FAILURE("Leave: DeleteNode! Can not lookup %s in m_ProfileMaps!\n",
+                        nodeName.text());
+            return DMT_FAILED;
+        }
+        suffix = KeySuffix(m_ProfileMaps.values()[index]->sProfileID);
+    }
+    DMString profileName;
+    if (const int status = GetProfileName(nodeName, profileName)) {
+        LOG_FAILURE("Leave: DeleteNode! GetProfileName failed! \n");
+        return status;
+    }
+    // The mapping goes first: the mapping files decide whether the profile is still used.
+    if (const int status = DeleteProfileMap(nodeName)) {
+        LOG_FAILURE("Leave: DeleteNode! DeleteProfileMap failed! \n");
+        return status;
+    }
+    if (const int status = DeleteProfileInDB(profileName, suffix)) {
+        LOG_FAILURE("Leave: DeleteNode! DeleteProfileInDB failed! \n");
+        return status;
+    }
+    LOG_TRACE("Leave: DeleteNode()! \n");
+    return DMT_OK;
+}
+
+namespace {
+
+void ClearProxyPart(NAP_PROFILE_S *record)
+{
+    std::memset(record->proxy1Address, 0, sizeof record->proxy1Address);
+    record->proxy1Port = 0;
+    std::memset(record->proxy1Text, 0, sizeof record->proxy1Text);
+    record->proxy1Byte = 0;
+    std::memset(record->proxy2Address, 0, sizeof record->proxy2Address);
+    record->proxy2Port = 0;
+    std::memset(record->proxy2Text, 0, sizeof record->proxy2Text);
+    record->proxy2Byte = 0;
+    record->flags &= ~NAPI_FLAG_NOT_EDITABLE;
+}
+
+} // namespace
+
+int DM_NAPI_PluginTree::DeleteProfileInDB(const DMString &profileName, const DMString &suffix)
+{
+    LOG_TRACE("Enter: DeleteProfileInDB()!\n");
+    unsigned int id = 0;
+    if (const int result = NAPI_GetProfileIDByName(profileName.text(), &id)) {
+        LOG_FAILURE("Leave:DeleteProfileInDB: NAPI_GetProfileIDByName  failed! return %d\n",
+                    result);
+        return DMT_FAILED;
+    }
+    LOG_TRACE("NAPI_GetProfileIDByName OK! ProfileID = %d\n", static_cast<int>(id));
+    if (!IsMappedAnywhere(DecimalText(id))) {
+        LOG_TRACE("All the four subtrees are not exist, delete the profile in db.\n");
+        if (const int result = NAPI_DeleteProfile(profileName.text())) {
+            LOG_FAILURE("Leave: DeleteProfileInDB! NAPI_DeleteProfile failed! return %d\n", result);
+            return DMT_FAILED;
+        }
+        LOG_FAILURE("Leave: DeleteProfileInDB!\n"); // prints although it is none
+        return DMT_OK;
+    }
+    LOG_TRACE(
+        "Profile in db still includes other subtrees. Only need to modify part of profile.\n");
+    NAP_PROFILE_S record{};
+    if (const int result = NAPI_ReadProfile(profileName.text(), &record, 0, 0)) {
+        LOG_FAILURE("??? Leave: DeleteProfileInDB : NAPI_ReadProfile failed! return %d\n", result);
+        return DMT_FAILED;
+    }
+    const auto *const part =
+        std::find_if(std::begin(BEARER_PARTS), std::end(BEARER_PARTS),
+                     [&suffix](const BearerPart &bearer) { return suffix == bearer.keySuffix; });
+    if (part != std::end(BEARER_PARTS))
+        ClearBearerPart(&record, *part);
+    else
+        ClearProxyPart(&record);
+    if (const int result = NAPI_ModifyProfile(profileName.text(), &record, 0, 0)) {
+        LOG_FAILURE("Leave: SetValue()! NAPI_ModifyProfile() failed! return %d\n", result);
+        return DMT_FAILED;
+    }
+    LOG_TRACE("Leave: DeleteProfileInDB()! \n");
+    return DMT_OK;
+}
+
+bool DM_NAPI_PluginTree::IsMappedAnywhere(const DMString &idText) const
+{
+    // What cannot be looked up counts as mapped: a profile is deleted only when no tree has it.
+    if (!m_psetupManager)
+        return true;
+    const std::unique_ptr<SETUP_SET_Manager> other =
+        OpenMappingFile(IsNAPDEF() ? PROXY_FILE : NAPDEF_FILE);
+    if (!other)
+        return true;
+    const SETUP_SET_Manager &proxy = IsNAPDEF() ? *other : *m_psetupManager;
+    const SETUP_SET_Manager &napdef = IsNAPDEF() ? *m_psetupManager : *other;
+    bool mapped = !ReadEntry(proxy, PROXY_FILE.profileGroup, FromIdKey(idText)).isNull();
+    for (const BearerPart &part : BEARER_PARTS) {
+        const QString key = FromIdKey(idText + part.keySuffix);
+        mapped |= !ReadEntry(napdef, NAPDEF_FILE.profileGroup, key).isNull();
+    }
+    return mapped;
+}
+
+// ---- Renaming
+// ------------------------------------------------------------------------------------
+
+int DM_NAPI_PluginTree::RenameNode(const char *path, const char *newName) noexcept
+{
+    LOG_TRACE("Enter: RenameNode()! Old node path = %s, New node name =%s\n", path, newName);
+    JemSmartPtr<DmtNode> node;
+    if (const int status = GetNode(path, node)) {
+        LOG_FAILURE("Leave: RenameNode fail! The node: %s is not exist!\n", path);
+        return status;
+    }
+    DMString parentPath;
+    DMString oldName;
+    ParseNodePath(path, parentPath, oldName);
+    const DMString newPath = parentPath.empty() ? DMString(newName) : parentPath + "/" + newName;
+    LOG_TRACE("RenameNode: Judge whether the node with newname: %s is exist!\n", newPath.text());
+    JemSmartPtr<DmtNode> taken;
+    if (GetNode(newPath.text(), taken) == DMT_OK) {
+        LOG_FAILURE("Leave: RenameNode fail! The node with newname: %s is exist!\n",
+                    newPath.text());
+        return DMT_ALREADY_EXISTS;
+    }
+    if (!HasEmptyNodeName(parentPath)) {
+        LOG_FAILURE("Leave: RenameNode fail! The node: %s can not be renamed!\n", path);
+        return DMT_FAILED;
+    }
+    if (const int status = static_cast<DmtRWPluginNode *>(node.get())->Rename(newName)) {
+        LOG_FAILURE("Leave: RenameNode! Rename failed\n");
+        return status;
+    }
+    if (parentPath.empty()) {
+        if (const int status = RenameProfileMap(oldName, newName)) {
+            LOG_FAILURE("Leave: RenameNode! RenameProfileMap failed!\n");
+            return status;
+        }
+    }
+    LOG_TRACE("Leave: RenameNode()! \n");
+    return DMT_OK;
+}
+
+// ---- Values of all children
+// ----------------------------------------------------------------------
+
+int DM_NAPI_PluginTree::GetChildValuesMap(const char *path, DmtChildValuesMap &values) noexcept
+{
+    LOG_TRACE("Enter: GetChildValuesMap!\n");
+    values.clear();
+    JemSmartPtr<DmtNode> node;
+    if (const int status = GetNode(path, node)) {
+        LOG_FAILURE("Leave: GetChildValuesMap! The node: %s is not exist!\n", path);
+        return status;
+    }
+    DMVector<JemSmartPtr<DmtNode>> children;
+    if (const int status = node->GetChildNodes(children)) {
+        LOG_FAILURE("Leave: GetChildValuesMap! GetChildNodes failed!\n");
+        return status;
+    }
+    for (const JemSmartPtr<DmtNode> &child : children) {
+        if (!child->IsLeaf())
+            continue;
+        DmtData value;
+        if (const int status = child->GetValue(value)) {
+            LOG_FAILURE("Leave: GetChildValuesMap! GetChildNodes failed!\n");
+            return status;
+        }
+        values.put(child->GetName(), value);
+    }
+    LOG_TRACE("Leave: GetChildValuesMap!\n");
+    return DMT_OK;
+}
+
+int DM_NAPI_PluginTree::SetChildValuesMap(const char *path,
+                                          const DmtChildValuesMap &values) noexcept
+{
+    LOG_TRACE("Enter: SetChildValuesMap!\n");
+    for (int i = 0; i < values.size(); ++i) {
+        const DMString childPath = DMString(path) + "/" + values.keys()[i];
+        JemSmartPtr<DmtNode> child;
+        if (const int status = GetNode(childPath.text(), child)) {
+            LOG_FAILURE("Leave: SetChildValuesMap fail! The node: %s is not exist!\n",
+                        childPath.text());
+            return status;
+        }
+        if (!child->IsLeaf())
+            continue;
+        const DmtData value = values.values()[i];
+        if (const int status = child->SetValue(value)) {
+            LOG_FAILURE("Leave: SetChildValuesMap! SetValue failed!\n");
+            return status;
+        }
+    }
+    LOG_TRACE("Leave: SetChildValuesMap!\n");
+    return DMT_OK;
+}
+
+// ---- Adding
+// --------------------------------------------------------------------------------------
+
+int DM_NAPI_PluginTree::CreateLeafNodeForwarder(const char *path, JemSmartPtr<DmtNode> &node,
+                                                const DmtData &value) noexcept
+{
+    return CreateLeafNodeInternal(path, node, value);
+}
+
+int DM_NAPI_PluginTree::CreateInteriorNodeInternal(const char *path, JemSmartPtr<DmtNode> &node,
+                                                   const DMStringVector &childNames) noexcept
+{
+    LOG_TRACE("Enter: CreateInteriorNodeInternal()! NodePath = %s\n", path);
+    DMString parentPath;
+    DMString nodeName;
+    DMString profileName;
+    ParseNodePath(path, parentPath, nodeName);
+    ParseLogicalId(nodeName, profileName);
+    if (profileName.length() > MAX_PROFILE_NAME_LENGTH) // the service judges the name
+        LOG_FAILURE("Leave: CreateInteriorNodeInternal() fail!Profile name too long\n");
+    JemSmartPtr<DmtNode> existing;
+    if (GetNode(path, existing) == DMT_OK) {
+        LOG_TRACE("Leave: CreateInteriorNodeInternal()!This node has exist!\n");
+        return DMT_ALREADY_EXISTS;
+    }
+    LOG_TRACE("Get Parent node of %s!\n", path);
+    JemSmartPtr<DmtNode> parent;
+    if (const int status = GetNode(parentPath.text(), parent)) {
+        LOG_FAILURE("Leave:CreateInteriorNodeInternal() fail! Parent node: %s is not exist!\n",
+                    parentPath.text());
+        return status;
+    }
+    if (parentPath.empty()) {
+        if (const int status = CreateProfile(nodeName, profileName))
+            return status;
+    } else if (std::string_view(parentPath.text()).ends_with("/Auth") && !(nodeName == "PAP")) {
+        LOG_FAILURE("Leave:CreateInteriorNodeInternal() fail, the Auth type is not PAP\n");
+        return DMT_FAILED;
+    }
+    Register(path, NewInterior(path, childNames));
+    if (const int status = GetNode(path, node)) {
+        LOG_FAILURE("Leave: CreateInteriorNodeInternal(): GetNode %s failed\n", path);
+        return status;
+    }
+    LOG_TRACE("Leave: CreateInteriorNodeInternal()! \n");
+    return DMT_OK;
+}
+
+int DM_NAPI_PluginTree::CreateProfile(const DMString &nodeName, const DMString &profileName)
+{
+    NAP_PROFILE_S record{};
+    record.creation = 1;
+    if (NAPI_IsProfileValid(profileName.text()) == 0) {
+        LOG_TRACE("NAPI_CreateProfile, ProfileName = %s has exist!\n", profileName.text());
+    } else {
+        LOG_TRACE("m_ProfileCount=%d\n", m_ProfileCount);
+        if (m_ProfileCount >= NAPI_GetMaxProfiles()) {
+            LOG_FAILURE("Leave: CreateInteriorNodeInternal()! Profile number reaches maximum!\n");
+            return DMT_FAILED;
+        }
+        if (const int result = NAPI_CreateProfile(profileName.text(), &record, 0, 0)) {
+            LOG_FAILURE("Leave:CreateInteriorNodeInternal: NAPI_CreateProfile failed! return %d\n",
+                        result);
+            return DMT_FAILED;
+        }
+        m_ProfileCount = static_cast<std::int8_t>(m_ProfileCount + 1);
+        LOG_TRACE("NAPI_CreateProfile OK! ProfileName = %s, m_ProfileCount=%d\n",
+                  profileName.text(), m_ProfileCount);
+    }
+    std::unique_ptr<ProfileInfo> info = NewProfileInfo(DMString());
+    if (!info) {
+        LOG_FAILURE("Leave:CreateInteriorNodeInternal() fail: Allocate memory  failed\n");
+        return DMT_FAILED;
+    }
+    unsigned int id = 0;
+    if (const int result = NAPI_GetProfileIDByName(profileName.text(), &id)) {
+        LOG_FAILURE("Leave:CreateInteriorNodeInternal():NAPI_GetProfileIDByName  failed! return "
+                    "%d\n",
+                    result);
+        return DMT_FAILED;
+    }
+    LOG_TRACE("NAPI_GetProfileIDByName OK! ProfileID = %d\n", static_cast<int>(id));
+    // A new profile starts on the default bearer; a write to its "Bearer" leaf moves it.
+    info->sProfileID = DecimalText(id);
+    if (IsNAPDEF())
+        info->sProfileID += FindBearer(DEFAULT_BEARER)->keySuffix;
+    info->bIsCSD = true;
+    LOG_TRACE("pProfileInfo->sProfileID is %s\n", info->sProfileID.text());
+    if (const int status = AddProfileMap(nodeName, info.get())) {
+        LOG_FAILURE("Leave:CreateInteriorNodeInternal: AddProfileMap failed\n");
+        return status;
+    }
+    info.release(); // the map has it
+    return DMT_OK;
+}
+
+namespace {
+
+bool HasLegalBearer(const DmtData &value)
+{
+    DMString bearer;
+    return value.GetString(bearer) == DMT_OK && FindBearer(bearer);
+}
+
+bool HasLegalLineType(const DmtData &value)
+{
+    DMString lineType;
+    return value.GetString(lineType) == DMT_OK && IsLineType(lineType);
+}
+
+bool HasLegalSpeed(const DmtData &value)
+{
+    int bitRate = 0;
+    return value.GetInt(bitRate) == DMT_OK && IsBitRate(bitRate);
+}
+
+} // namespace
+
+int DM_NAPI_PluginTree::CreateLeafNodeInternal(const char *path, JemSmartPtr<DmtNode> &node,
+                                               const DmtData &value) noexcept
+{
+    LOG_TRACE("Enter: CreateLeafNodeInternal()! NodePath = %s\n", path);
+    JemSmartPtr<DmtNode> existing;
+    if (GetNode(path, existing) == DMT_OK) {
+        LOG_TRACE("This node has exist!\n");
+        return DMT_ALREADY_EXISTS;
+    }
+    DMString parentPath;
+    DMString nodeName;
+    ParseNodePath(path, parentPath, nodeName);
+    LOG_TRACE("Get Parent node of %s!\n", path);
+    JemSmartPtr<DmtNode> parent;
+    if (const int status = GetNode(parentPath.text(), parent)) {
+        LOG_FAILURE("Leave:CreateLeafNodeInternal() fail! Parent node: %s is not exist!\n",
+                    parentPath.text());
+        return status;
+    }
+    // These three messages end in "/n", not in a line break.
+    if (nodeName == "Bearer" && !HasLegalBearer(value)) {
+        LOG_FAILURE("Leave:CreateLeafNodeInternal() fail!illegal Bearer/n");
+        return DMT_FAILED;
+    }
+    if (nodeName == "LineType" && !HasLegalLineType(value)) {
+        LOG_FAILURE("Leave:CreateLeafNodeInternal() fail!illegal LineType/n");
+        return DMT_FAILED;
+    }
+    if (nodeName == "Speed" && !HasLegalSpeed(value)) {
+        LOG_FAILURE("Leave:CreateLeafNodeInternal() fail!illegal Speed/n");
+        return DMT_FAILED;
+    }
+    LOG_TRACE("Create new node! Node path = %s\n", path);
+    Register(path, NewLeaf(path, InitialValue(nodeName)));
+    if (const int status = GetNode(path, node)) {
+        LOG_FAILURE("Leave:CreateLeafNodeInternal()! GetNode %s failed\n", path);
+        return status;
+    }
+    // A value that is refused leaves the leaf behind, with its initial value.
+    if (const int status =
+            static_cast<DM_NAPI_PluginNode *>(node.get())->SetValueInternal(&value)) {
+        LOG_FAILURE("Leave: CreateLeafNode()! SetValueInternal failed! %d\n", status);
+        return status;
+    }
+    LOG_TRACE("Leave: CreateLeafNodeInternal()! \n");
+    return DMT_OK;
+}
+
+// ---- The overrides are complete
+// ------------------------------------------------------------------
+
+#define ASSERT_OVERRIDDEN(member, ...)                                                             \
+    static_assert(std::is_same_v<decltype(&DM_NAPI_PluginTree::member),                            \
+                                 int (DM_NAPI_PluginTree::*)(__VA_ARGS__) noexcept>)
+ASSERT_OVERRIDDEN(DeleteNode, const char *);
+ASSERT_OVERRIDDEN(RenameNode, const char *, const char *);
+ASSERT_OVERRIDDEN(GetChildValuesMap, const char *, DmtChildValuesMap &);
+ASSERT_OVERRIDDEN(SetChildValuesMap, const char *, const DmtChildValuesMap &);
+ASSERT_OVERRIDDEN(CreateLeafNodeForwarder, const char *, JemSmartPtr<DmtNode> &, const DmtData &);
+ASSERT_OVERRIDDEN(CreateInteriorNodeInternal, const char *, JemSmartPtr<DmtNode> &,
+                  const DMStringVector &);
+ASSERT_OVERRIDDEN(CreateLeafNodeInternal, const char *, JemSmartPtr<DmtNode> &, const DmtData &);
