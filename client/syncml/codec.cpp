@@ -1,0 +1,41 @@
+#include "syncml/codec.h"
+
+#include "syncml/wbxml_codec.h"
+#include "syncml/xml_codec.h"
+#include "syncml/xml_text.h"
+
+namespace syncml {
+
+std::optional<Encoding> recogniseEncoding(const QByteArray &bytes)
+{
+    constexpr QByteArrayView byteOrderMark("\xEF\xBB\xBF");
+    constexpr unsigned char versionEnd = 0x10; // WBXML 1.x has the major version less one above
+
+    QByteArrayView text(bytes);
+    if (text.startsWith(byteOrderMark))
+        text = text.sliced(byteOrderMark.size());
+    // White space first: 0x09, 0x0A and 0x0D could be WBXML versions too, of which there are none.
+    if (withoutOuterBlanks(text).startsWith('<'))
+        return Encoding::Xml;
+    if (!bytes.isEmpty() && static_cast<unsigned char>(bytes.front()) < versionEnd)
+        return Encoding::Wbxml;
+    return std::nullopt;
+}
+
+DecodeResult decode(const QByteArray &bytes, const Limits &limits)
+{
+    if (const std::optional<Encoding> encoding = recogniseEncoding(bytes))
+        return *encoding == Encoding::Xml ? decodeXml(bytes, limits) : decodeWbxml(bytes, limits);
+    DecodeError error;
+    error.status = bytes.isEmpty() ? 400 : 415;
+    error.text = bytes.isEmpty() ? QStringLiteral("the message is empty")
+                                 : QStringLiteral("the message is neither XML nor WBXML");
+    return error;
+}
+
+EncodeResult encode(const Message &message, Encoding encoding)
+{
+    return encoding == Encoding::Xml ? encodeXml(message) : encodeWbxml(message);
+}
+
+} // namespace syncml

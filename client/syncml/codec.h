@@ -1,0 +1,19 @@
+// DM messages in whichever encoding they come: start here.
+#pragma once
+
+#include "syncml/codec_result.h"
+
+namespace syncml {
+
+enum class Encoding { Xml, Wbxml };
+
+/// The encoding that `bytes` begin like, or nothing when they begin like neither.
+std::optional<Encoding> recogniseEncoding(const QByteArray &bytes);
+
+/// Reads one message in the encoding that its bytes show; 415 when they show none. An empty message
+/// is an error too (400): a peer that ends a session with an empty body is the caller's to notice.
+DecodeResult decode(const QByteArray &bytes, const Limits &limits = {});
+
+EncodeResult encode(const Message &message, Encoding encoding);
+
+} // namespace syncml

@@ -1,0 +1,54 @@
+// What both codecs take and give back besides the message itself.
+#pragma once
+
+#include "syncml/message.h"
+
+#include <QByteArray>
+#include <QString>
+#include <optional>
+#include <variant>
+
+namespace syncml {
+
+/// How much of a message is taken before it is refused. The defaults leave room for a package of
+/// 10,000 commands and keep what one hostile message can cost below about 100 MB.
+struct Limits {
+    qsizetype messageBytes = 4 * 1024 * 1024;
+    /// Elements inside each other, markup inside Data included. Commands inside commands are read
+    /// recursively, so this bounds the stack too.
+    int depth = 64;
+    qsizetype commands = 20'000; ///< of the whole message, nested ones included
+    /// Items, references (TargetRef, SourceRef) and EMI elements of the whole message together.
+    qsizetype items = 50'000;
+    /// Bytes of all texts together. Only string-table references of WBXML, which repeat a text for
+    /// three bytes each, can reach it before `messageBytes`.
+    qsizetype textBytes = 4 * 1024 * 1024;
+};
+
+/// Why a message was not read.
+struct DecodeError {
+    /// The status to answer: 400 not a well-formed DM message, 415 an encoding or document type
+    /// that is not supported, 416 a limit was passed.
+    int status = 0;
+    QString text;      ///< one sentence without its full stop, for a person
+    qint64 line = 0;   ///< XML: from 1; WBXML: 0
+    qint64 column = 0; ///< XML: from 0; WBXML: 0
+    qint64 offset = 0; ///< WBXML: bytes before the place; XML: 0
+    /// The header when it had been read whole before the fault: who to answer.
+    std::optional<SyncHdr> header;
+
+    /// `text` with its place in front, as in "line 3, column 17: ...".
+    QString toString() const;
+};
+
+using DecodeResult = std::variant<Message, DecodeError>;
+
+/// Why a message was not written: something mandatory is missing, something does not belong to its
+/// command, or the encoding cannot carry a text.
+struct EncodeError {
+    QString text; ///< names the command and the element
+};
+
+using EncodeResult = std::variant<QByteArray, EncodeError>;
+
+} // namespace syncml

@@ -1,0 +1,138 @@
+#include "syncml/element_source.h"
+
+#include "syncml/xml_text.h"
+
+namespace syncml {
+
+ElementSource::ElementSource(const Limits &limits) : m_limits(limits) {}
+
+bool ElementSource::openDocument()
+{
+    return step() == Token::Start;
+}
+
+bool ElementSource::nextChild(TextBetween textBetween)
+{
+    for (;;) {
+        switch (step()) {
+        case Token::Start:
+            return true;
+        case Token::Text:
+            if (textBetween == TextBetween::Refused && !withoutOuterBlanks(m_text).isEmpty())
+                fail(400, QStringLiteral("text where only elements can stand"));
+            break;
+        case Token::End:
+        case Token::Finished:
+        case Token::Failed:
+            return false;
+        }
+    }
+}
+
+bool ElementSource::closeDocument()
+{
+    return step() == Token::Finished;
+}
+
+QString ElementSource::name() const
+{
+    return m_element == Element::Unknown ? m_unknownName : elementName(m_element);
+}
+
+QString ElementSource::readText(OuterBlanks outerBlanks)
+{
+    const QString elementRead = name();
+    const QByteArray bytes = readBytes();
+    const std::optional<QString> text =
+        xmlTextFromUtf8(outerBlanks == OuterBlanks::Cut ? withoutOuterBlanks(bytes) : bytes);
+    if (!text) {
+        fail(400, QStringLiteral("%1 is not text in UTF-8").arg(elementRead));
+        return {};
+    }
+    return *text;
+}
+
+QByteArray ElementSource::readBytes()
+{
+    const QString elementRead = name();
+    QByteArray bytes;
+    for (;;) {
+        switch (step()) {
+        case Token::Start:
+            fail(400,
+                 QStringLiteral("%1 inside %2, which holds text only").arg(name(), elementRead));
+            return {};
+        case Token::Text:
+            bytes.append(m_text);
+            break;
+        case Token::End:
+            return bytes;
+        case Token::Finished:
+        case Token::Failed:
+            return {};
+        }
+    }
+}
+
+QByteArray ElementSource::readData()
+{
+    return readBytes();
+}
+
+void ElementSource::skip()
+{
+    const int outerDepth = m_depth - 1;
+    while (m_depth > outerDepth) {
+        const Token token = step();
+        if (token == Token::Finished || token == Token::Failed)
+            return;
+    }
+}
+
+void ElementSource::fail(int status, const QString &text)
+{
+    if (m_error)
+        return;
+    m_error.emplace();
+    m_error->status = status;
+    m_error->text = text;
+    locate(*m_error);
+}
+
+bool ElementSource::checkSize(qsizetype messageBytes)
+{
+    if (messageBytes <= m_limits.messageBytes)
+        return true;
+    fail(416, QStringLiteral("the message has %1 bytes, more than the %2 that are taken")
+                  .arg(messageBytes)
+                  .arg(m_limits.messageBytes));
+    return false;
+}
+
+ElementSource::Token ElementSource::step()
+{
+    if (m_error)
+        return Token::Failed;
+    const Token token = advance();
+    switch (token) {
+    case Token::Start:
+        if (++m_depth > m_limits.depth)
+            fail(416,
+                 QStringLiteral("more than %1 elements inside each other").arg(m_limits.depth));
+        break;
+    case Token::Text:
+        m_textBytes += m_text.size();
+        if (m_textBytes > m_limits.textBytes)
+            fail(416, QStringLiteral("more than %1 bytes of text").arg(m_limits.textBytes));
+        break;
+    case Token::End:
+        --m_depth;
+        break;
+    case Token::Finished:
+    case Token::Failed:
+        break;
+    }
+    return m_error ? Token::Failed : token;
+}
+
+} // namespace syncml

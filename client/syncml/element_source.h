@@ -1,0 +1,84 @@
+// A message as a stream of elements, whatever it is encoded in: the reading half that both codecs
+// share, with the limits and the place of the first fault.
+#pragma once
+
+#include "syncml/codec_result.h"
+#include "syncml/element.h"
+
+#include <QByteArray>
+#include <QString>
+#include <optional>
+
+namespace syncml {
+
+/// Walks through the elements of one document. After a fault every step does nothing and answers
+/// false or empty, so that the caller may ask for `error()` once, at the end.
+class ElementSource {
+public:
+    explicit ElementSource(const Limits &limits);
+    virtual ~ElementSource() = default;
+    ElementSource(const ElementSource &) = delete;
+    ElementSource &operator=(const ElementSource &) = delete;
+
+    enum class TextBetween { Refused, Ignored };
+
+    /// Moves to the document element. False after a fault.
+    bool openDocument();
+
+    /// Moves to the next child of the current element. False at the end of the current element,
+    /// which is left by that, and after a fault. Text other than white space between the children
+    /// is a fault unless it is to be ignored.
+    bool nextChild(TextBetween textBetween = TextBetween::Refused);
+
+    /// Reads the end of the document. False when there is more than that, or after a fault.
+    bool closeDocument();
+
+    /// The element that the last `openDocument` or `nextChild` moved to, and its name.
+    Element element() const { return m_element; }
+    QString name() const;
+
+    // Each of these reads the current element to its end and leaves it.
+
+    enum class OuterBlanks { Cut, Kept };
+
+    /// The text of an element without children.
+    QString readText(OuterBlanks outerBlanks = OuterBlanks::Cut);
+    /// The bytes of an element without children, as they were sent.
+    QByteArray readBytes();
+    /// The bytes of Data.
+    virtual QByteArray readData();
+    void skip();
+
+    /// Records a fault at the present place, unless there was one before.
+    void fail(int status, const QString &text);
+    const std::optional<DecodeError> &error() const { return m_error; }
+
+protected:
+    enum class Token { Start, Text, End, Finished, Failed };
+
+    /// False, and a fault, when a message of that many bytes is too large.
+    bool checkSize(qsizetype messageBytes);
+
+    /// `advance` with the limits watched.
+    Token step();
+
+    /// Moves on by one token. A Start sets `m_element` (and `m_unknownName`), a Text sets `m_text`
+    /// to its bytes. `Finished` once, after the document element's end. A fault is recorded with
+    /// `fail` and gives Failed.
+    virtual Token advance() = 0;
+
+    /// Fills in the present place.
+    virtual void locate(DecodeError &error) const = 0;
+
+    Element m_element = Element::Unknown;
+    QString m_unknownName;
+    QByteArray m_text;
+
+private:
+    const Limits m_limits;
+    std::optional<DecodeError> m_error;
+    int m_depth = 0;
+    qsizetype m_textBytes = 0;
+};
+
+} // namespace syncml

@@ -1,0 +1,13 @@
+// Elements to a message.
+#pragma once
+
+#include "syncml/codec_result.h"
+
+namespace syncml {
+
+class ElementSource;
+
+/// Reads the one message that `source` holds.
+DecodeResult readMessage(ElementSource &source, const Limits &limits);
+
+} // namespace syncml

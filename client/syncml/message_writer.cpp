@@ -1,0 +1,281 @@
+#include "syncml/message_writer.h"
+
+#include "syncml/element.h"
+#include "syncml/element_sink.h"
+
+#include <algorithm>
+
+namespace syncml {
+namespace {
+
+/// Every part that some command has, to find one that its command does not have.
+constexpr Element allCommandParts[] = {Element::CmdID,      Element::MsgRef,    Element::CmdRef,
+                                       Element::Cmd,        Element::TargetRef, Element::SourceRef,
+                                       Element::Chal,       Element::Meta,      Element::Data,
+                                       Element::Correlator, Element::Item};
+
+/// How often `command` has that part.
+std::size_t countOf(const Command &command, Element part)
+{
+    switch (part) {
+    case Element::CmdID:
+        return command.cmdId.has_value();
+    case Element::MsgRef:
+        return command.msgRef.has_value();
+    case Element::CmdRef:
+        return command.cmdRef.has_value();
+    case Element::Cmd:
+        return command.cmd.has_value();
+    case Element::TargetRef:
+        return command.targetRefs.size();
+    case Element::SourceRef:
+        return command.sourceRefs.size();
+    case Element::Chal:
+        return command.chal.has_value();
+    case Element::Meta:
+        return command.meta.has_value();
+    case Element::Data:
+        return command.data.has_value();
+    case Element::Correlator:
+        return command.correlator.has_value();
+    case Element::Item:
+        return command.items.size();
+    default:
+        Q_UNREACHABLE();
+    }
+}
+
+class MessageWriter {
+public:
+    explicit MessageWriter(ElementSink &sink) : m_sink(sink) {}
+
+    std::optional<EncodeError> write(const Message &message)
+    {
+        if (message.commands.empty())
+            fail(QStringLiteral("the message has no command"));
+        m_sink.start(Element::SyncML);
+        writeHeader(message.header);
+        m_sink.start(Element::SyncBody);
+        for (const Command &command : message.commands)
+            writeCommand(command);
+        if (message.final)
+            m_sink.empty(Element::Final);
+        m_sink.end();
+        m_sink.end();
+        return m_error;
+    }
+
+private:
+    void writeHeader(const SyncHdr &header)
+    {
+        m_place = elementName(Element::SyncHdr);
+        m_sink.start(Element::SyncHdr);
+        writeText(Element::VerDTD, header.verDtd);
+        writeText(Element::VerProto, header.verProto);
+        writeText(Element::SessionID, header.sessionId);
+        writeText(Element::MsgID, header.msgId);
+        writeLocation(Element::Target, header.target);
+        writeLocation(Element::Source, header.source);
+        if (header.respUri)
+            writeText(Element::RespURI, *header.respUri);
+        if (header.cred)
+            writeCred(*header.cred);
+        if (header.meta)
+            writeMeta(*header.meta);
+        m_sink.end();
+    }
+
+    void writeCommand(const Command &command)
+    {
+        const Element element = commandElement(command.kind);
+        m_place = commandName(command);
+        if (command.cmdId)
+            m_place += u' ' + *command.cmdId;
+        if (element == Element::Unknown) {
+            fail(QStringLiteral("%1 is no DM command").arg(m_place));
+            return;
+        }
+        checkParts(command);
+        m_sink.start(element);
+        for (const CommandPart &part : commandParts(command.kind)) {
+            if (countOf(command, part.element) > 0)
+                writePart(command, part.element);
+        }
+        for (const Command &inner : command.commands) {
+            if (inner.kind == CommandKind::Status || inner.kind == CommandKind::Results)
+                fail(QStringLiteral("%1 inside %2").arg(commandName(inner), commandName(command)));
+            writeCommand(inner);
+        }
+        m_sink.end();
+    }
+
+    void checkParts(const Command &command)
+    {
+        const std::span<const CommandPart> parts = commandParts(command.kind);
+        for (const Element element : allCommandParts) {
+            const auto part = std::ranges::find(parts, element, &CommandPart::element);
+            checkCount(countOf(command, element), elementName(element),
+                       part == parts.end() ? nullptr : &*part);
+        }
+        if (holdsCommands(command.kind) && command.commands.empty())
+            fail(QStringLiteral("%1 has no command in it").arg(m_place));
+        if (!holdsCommands(command.kind) && !command.commands.empty())
+            fail(QStringLiteral("%1 cannot have commands in it").arg(m_place));
+    }
+
+    void checkCount(std::size_t count, const QString &name, const CommandPart *part)
+    {
+        const bool mandatory =
+            part && (part->occurs == Occurs::Once || part->occurs == Occurs::AtLeastOnce);
+        const bool single =
+            part && (part->occurs == Occurs::Once || part->occurs == Occurs::AtMostOnce);
+        if (!part && count > 0)
+            fail(QStringLiteral("%1 cannot have %2").arg(m_place, name));
+        else if (mandatory && count == 0)
+            fail(QStringLiteral("%1 has no %2").arg(m_place, name));
+        else if (single && count > 1)
+            fail(QStringLiteral("%1 has more than one %2").arg(m_place, name));
+    }
+
+    void writePart(const Command &command, Element part)
+    {
+        switch (part) {
+        case Element::CmdID:
+            writeText(part, *command.cmdId);
+            break;
+        case Element::MsgRef:
+            writeText(part, *command.msgRef);
+            break;
+        case Element::CmdRef:
+            writeText(part, *command.cmdRef);
+            break;
+        case Element::Cmd:
+            writeText(part, *command.cmd);
+            break;
+        case Element::TargetRef:
+            writeTexts(part, command.targetRefs);
+            break;
+        case Element::SourceRef:
+            writeTexts(part, command.sourceRefs);
+            break;
+        case Element::Chal:
+            m_sink.start(part);
+            writeMeta(command.chal->meta);
+            m_sink.end();
+            break;
+        case Element::Meta:
+            writeMeta(*command.meta);
+            break;
+        case Element::Data:
+            writeBytes(part, *command.data);
+            break;
+        case Element::Correlator:
+            writeText(part, *command.correlator);
+            break;
+        case Element::Item:
+            for (const Item &item : command.items)
+                writeItem(item);
+            break;
+        default:
+            Q_UNREACHABLE();
+        }
+    }
+
+    void writeItem(const Item &item)
+    {
+        m_sink.start(Element::Item);
+        if (item.target)
+            writeLocation(Element::Target, *item.target);
+        if (item.source)
+            writeLocation(Element::Source, *item.source);
+        if (item.meta)
+            writeMeta(*item.meta);
+        if (item.data)
+            writeBytes(Element::Data, *item.data);
+        if (item.moreData)
+            m_sink.empty(Element::MoreData);
+        m_sink.end();
+    }
+
+    void writeLocation(Element element, const Location &location)
+    {
+        m_sink.start(element);
+        writeText(Element::LocURI, location.locUri);
+        if (location.locName)
+            writeText(Element::LocName, *location.locName);
+        m_sink.end();
+    }
+
+    void writeCred(const Cred &cred)
+    {
+        m_sink.start(Element::Cred);
+        if (cred.meta)
+            writeMeta(*cred.meta);
+        writeBytes(Element::Data, cred.data);
+        m_sink.end();
+    }
+
+    void writeMeta(const Meta &meta)
+    {
+        m_sink.start(Element::Meta);
+        writeOptional(Element::Format, meta.format);
+        writeOptional(Element::Type, meta.type);
+        writeOptional(Element::Mark, meta.mark);
+        writeOptional(Element::Size, meta.size);
+        if (meta.nextNonce)
+            writeBytes(Element::NextNonce, *meta.nextNonce);
+        writeOptional(Element::MaxMsgSize, meta.maxMsgSize);
+        writeOptional(Element::MaxObjSize, meta.maxObjSize);
+        writeTexts(Element::EMI, meta.emi);
+        m_sink.end();
+    }
+
+    void writeOptional(Element element, const std::optional<QString> &text)
+    {
+        if (text)
+            writeText(element, *text);
+    }
+
+    void writeTexts(Element element, const std::vector<QString> &texts)
+    {
+        for (const QString &text : texts)
+            writeText(element, text);
+    }
+
+    void writeText(Element element, const QString &text)
+    {
+        if (!m_sink.text(element, text))
+            failContent(element);
+    }
+
+    void writeBytes(Element element, const QByteArray &bytes)
+    {
+        if (!m_sink.bytes(element, bytes))
+            failContent(element);
+    }
+
+    void failContent(Element element)
+    {
+        fail(QStringLiteral("%1 has a %2 that cannot be written as text")
+                 .arg(m_place, elementName(element)));
+    }
+
+    void fail(const QString &text)
+    {
+        if (!m_error)
+            m_error = EncodeError{text};
+    }
+
+    ElementSink &m_sink;
+    QString m_place; ///< the header, or the command being written with its CmdID
+    std::optional<EncodeError> m_error;
+};
+
+} // namespace
+
+std::optional<EncodeError> writeMessage(const Message &message, ElementSink &sink)
+{
+    return MessageWriter(sink).write(message);
+}
+
+} // namespace syncml

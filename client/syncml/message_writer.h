@@ -1,0 +1,14 @@
+// A message to elements.
+#pragma once
+
+#include "syncml/codec_result.h"
+
+namespace syncml {
+
+class ElementSink;
+
+/// Writes `message` into `sink` in the order of the DTD. Gives the reason when it cannot be; what
+/// the sink holds is of no use then.
+std::optional<EncodeError> writeMessage(const Message &message, ElementSink &sink);
+
+} // namespace syncml

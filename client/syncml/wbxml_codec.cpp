@@ -1,0 +1,396 @@
+#include "syncml/wbxml_codec.h"
+
+#include "syncml/element_sink.h"
+#include "syncml/element_source.h"
+#include "syncml/message_reader.h"
+#include "syncml/message_writer.h"
+#include "syncml/xml_text.h"
+
+#include <QByteArrayView>
+#include <algorithm>
+#include <limits>
+#include <utility>
+#include <vector>
+
+namespace syncml {
+namespace {
+
+// Tokens that mean the same in every code page. The others (literal tags, extensions, processing
+// instructions) have no place in a SyncML message.
+enum GlobalToken : quint8 {
+    SwitchPage = 0x00,
+    End = 0x01,
+    Entity = 0x02,
+    InlineString = 0x03,
+    TableString = 0x83,
+    Opaque = 0xC3,
+};
+
+constexpr quint8 contentBit = 0x40;
+constexpr quint8 attributesBit = 0x80;
+constexpr quint8 tagMask = 0x3F;
+constexpr quint8 firstTag = 0x05; // lower codes are global tokens, with any bits
+
+constexpr quint8 writtenVersion = 0x02; // 1.2
+constexpr quint8 majorVersionMask = 0xF0;
+
+// Public ids.
+constexpr quint32 idInStringTable = 0x00;
+constexpr quint32 idUnknown = 0x01;
+constexpr quint32 idSyncml11 = 0x0FD3;
+constexpr quint32 idSyncml12 = 0x1201;
+constexpr QByteArrayView publicTextStart("-//SYNCML//DTD SyncML 1.");
+
+// Character sets, by their IANA numbers.
+constexpr quint32 charsetUnknown = 0;
+constexpr quint32 charsetAscii = 3;
+constexpr quint32 charsetUtf8 = 106;
+
+QString hex(quint32 number)
+{
+    return QStringLiteral("0x%1").arg(number, 2, 16, QChar(u'0'));
+}
+
+// ---- reading
+
+class WbxmlSource final : public ElementSource {
+public:
+    WbxmlSource(const QByteArray &bytes, const Limits &limits)
+        : ElementSource(limits), m_bytes(bytes)
+    {
+        if (checkSize(bytes.size()))
+            readPrologue();
+    }
+
+protected:
+    Token advance() override
+    {
+        if (m_emptyElementOpen) {
+            m_emptyElementOpen = false;
+            return leave();
+        }
+        if (m_rootRead && m_open == 0)
+            return finish();
+        quint8 token = 0;
+        while (readByte(token)) {
+            switch (token) {
+            case SwitchPage:
+                if (!readByte(m_page))
+                    return Token::Failed;
+                break;
+            case End:
+                return leave();
+            case Entity:
+                return readEntity();
+            case InlineString:
+                return readInlineString();
+            case TableString:
+                return readTableString();
+            case Opaque:
+                return readOpaque();
+            default:
+                return readTag(token);
+            }
+        }
+        return Token::Failed;
+    }
+
+    void locate(DecodeError &error) const override { error.offset = m_at; }
+
+private:
+    // ---- prologue
+
+    void readPrologue()
+    {
+        quint8 version = 0;
+        quint32 publicId = 0;
+        quint32 publicTextIndex = 0;
+        quint32 charset = 0;
+        quint32 tableSize = 0;
+        if (!readByte(version) || !readNumber(publicId) ||
+            (publicId == idInStringTable && !readNumber(publicTextIndex)) || !readNumber(charset) ||
+            !readNumber(tableSize) || !take(tableSize, m_stringTable))
+            return;
+        if ((version & majorVersionMask) != 0)
+            fail(415,
+                 QStringLiteral("WBXML of version byte %1 is not supported").arg(hex(version)));
+        else if (charset != charsetUnknown && charset != charsetAscii && charset != charsetUtf8)
+            fail(415, QStringLiteral("character set %1 is not supported, only UTF-8 (106) is")
+                          .arg(charset));
+        else if (publicId == idInStringTable)
+            checkPublicText(publicTextIndex);
+        else
+            checkPublicId(publicId);
+    }
+
+    void checkPublicId(quint32 publicId)
+    {
+        constexpr quint32 taken[] = {idUnknown, idSyncml11, idSyncml12};
+        if (std::ranges::find(taken, publicId) == std::end(taken))
+            fail(415, QStringLiteral("public id %1 is not SyncML").arg(hex(publicId)));
+    }
+
+    void checkPublicText(quint32 index)
+    {
+        QByteArrayView text;
+        if (tableString(index, text) && !text.startsWith(publicTextStart))
+            fail(415,
+                 QStringLiteral("public id '%1' is not SyncML").arg(QString::fromLatin1(text)));
+    }
+
+    // ---- tokens
+
+    Token readTag(quint8 token)
+    {
+        const quint8 tag = token & tagMask;
+        if ((token & attributesBit) != 0 || tag < firstTag) {
+            fail(400, QStringLiteral("token %1 has no place in a SyncML message").arg(hex(token)));
+            return Token::Failed;
+        }
+        m_element = elementByToken(m_page, tag);
+        if (m_element == Element::Unknown) {
+            fail(400,
+                 QStringLiteral("tag %1 of code page %2 is not known").arg(hex(tag)).arg(m_page));
+            return Token::Failed;
+        }
+        ++m_open;
+        m_rootRead = true;
+        m_emptyElementOpen = (token & contentBit) == 0;
+        return Token::Start;
+    }
+
+    Token leave()
+    {
+        if (m_open == 0) {
+            fail(400, QStringLiteral("an end without an element"));
+            return Token::Failed;
+        }
+        --m_open;
+        return Token::End;
+    }
+
+    Token finish()
+    {
+        if (m_at == m_bytes.size())
+            return Token::Finished;
+        fail(400, QStringLiteral("bytes after the end of the message"));
+        return Token::Failed;
+    }
+
+    Token readEntity()
+    {
+        quint32 character = 0;
+        if (!readNumber(character))
+            return Token::Failed;
+        constexpr quint32 lastCharacter = 0x10FFFF;
+        const char32_t codePoint = character;
+        const QString text = QString::fromUcs4(&codePoint, 1);
+        if (character > lastCharacter || !isXmlText(text)) {
+            fail(400, QStringLiteral("entity %1 is no character").arg(character));
+            return Token::Failed;
+        }
+        m_text = text.toUtf8();
+        return Token::Text;
+    }
+
+    Token readInlineString()
+    {
+        const QByteArrayView rest = QByteArrayView(m_bytes).sliced(m_at);
+        const qsizetype size = rest.indexOf('\0');
+        if (size < 0) {
+            failTruncated();
+            return Token::Failed;
+        }
+        m_text = rest.first(size).toByteArray();
+        m_at += size + 1;
+        return Token::Text;
+    }
+
+    Token readTableString()
+    {
+        quint32 index = 0;
+        QByteArrayView text;
+        if (!readNumber(index) || !tableString(index, text))
+            return Token::Failed;
+        m_text = text.toByteArray();
+        return Token::Text;
+    }
+
+    Token readOpaque()
+    {
+        quint32 size = 0;
+        QByteArrayView bytes;
+        if (!readNumber(size) || !take(size, bytes))
+            return Token::Failed;
+        m_text = bytes.toByteArray();
+        return Token::Text;
+    }
+
+    // ---- bytes
+
+    bool readByte(quint8 &byte)
+    {
+        if (m_at == m_bytes.size()) {
+            failTruncated();
+            return false;
+        }
+        byte = static_cast<quint8>(m_bytes[m_at++]);
+        return true;
+    }
+
+    /// A number in groups of seven bits, the highest first; all but the last have the top bit set.
+    bool readNumber(quint32 &number)
+    {
+        constexpr quint8 continuationBit = 0x80;
+        constexpr int bitsPerByte = 7;
+        number = 0;
+        quint8 byte = 0;
+        do {
+            if (!readByte(byte))
+                return false;
+            if (number > std::numeric_limits<quint32>::max() >> bitsPerByte) {
+                fail(400, QStringLiteral("a number of more than 32 bits"));
+                return false;
+            }
+            number = number << bitsPerByte | (byte & ~continuationBit & 0xFFu);
+        } while (byte & continuationBit);
+        return true;
+    }
+
+    bool take(quint32 size, QByteArrayView &bytes)
+    {
+        if (size > static_cast<quint64>(m_bytes.size() - m_at)) {
+            fail(400, QStringLiteral("%1 bytes announced, but only %2 are left")
+                          .arg(size)
+                          .arg(m_bytes.size() - m_at));
+            return false;
+        }
+        bytes = QByteArrayView(m_bytes).sliced(m_at, size);
+        m_at += size;
+        return true;
+    }
+
+    bool tableString(quint32 index, QByteArrayView &text)
+    {
+        const qsizetype size = index < static_cast<quint64>(m_stringTable.size())
+                                   ? m_stringTable.sliced(index).indexOf('\0')
+                                   : -1;
+        if (size < 0) {
+            fail(400, QStringLiteral("no string at %1 of the string table").arg(index));
+            return false;
+        }
+        text = m_stringTable.sliced(index, size);
+        return true;
+    }
+
+    void failTruncated() { fail(400, QStringLiteral("the message breaks off")); }
+
+    const QByteArray m_bytes;
+    QByteArrayView m_stringTable;
+    qsizetype m_at = 0;
+    qsizetype m_open = 0; ///< elements begun and not ended
+    quint8 m_page = syncmlPage;
+    bool m_rootRead = false;
+    bool m_emptyElementOpen = false; ///< its end is still to be told
+};
+
+// ---- writing
+
+class WbxmlSink final : public ElementSink {
+public:
+    WbxmlSink()
+    {
+        appendByte(writtenVersion);
+        appendNumber(idSyncml12);
+        appendNumber(charsetUtf8);
+        appendNumber(0); // string table
+    }
+
+    void start(Element element) override { appendTag(element, contentBit); }
+
+    void end() override { appendByte(End); }
+
+    bool text(Element element, const QString &text) override
+    {
+        if (!isXmlText(text)) // so it has no NUL either, which would end the string
+            return false;
+        if (text.isEmpty()) {
+            empty(element);
+            return true;
+        }
+        start(element);
+        appendByte(InlineString);
+        m_wbxml.append(text.toUtf8());
+        appendByte('\0');
+        end();
+        return true;
+    }
+
+    bool bytes(Element element, const QByteArray &bytes) override
+    {
+        if (bytes.isEmpty()) {
+            empty(element);
+            return true;
+        }
+        if (bytes.size() > std::numeric_limits<quint32>::max())
+            return false;
+        start(element);
+        appendByte(Opaque);
+        appendNumber(static_cast<quint32>(bytes.size()));
+        m_wbxml.append(bytes);
+        end();
+        return true;
+    }
+
+    void empty(Element element) override { appendTag(element, 0); }
+
+    QByteArray finish() { return std::move(m_wbxml); }
+
+private:
+    void appendTag(Element element, quint8 bits)
+    {
+        const ElementInfo &info = elementInfo(element);
+        if (info.page != m_page) {
+            m_page = info.page;
+            appendByte(SwitchPage);
+            appendByte(m_page);
+        }
+        appendByte(info.token | bits);
+    }
+
+    void appendByte(int byte) { m_wbxml.append(static_cast<char>(byte)); }
+
+    void appendNumber(quint32 number)
+    {
+        constexpr int bitsPerByte = 7;
+        constexpr quint32 groupMask = 0x7F;
+        constexpr quint32 continuationBit = 0x80;
+        int shift = 0;
+        while (number >> shift > groupMask)
+            shift += bitsPerByte;
+        for (; shift > 0; shift -= bitsPerByte)
+            appendByte(static_cast<int>((number >> shift & groupMask) | continuationBit));
+        appendByte(static_cast<int>(number & groupMask));
+    }
+
+    QByteArray m_wbxml;
+    quint8 m_page = syncmlPage;
+};
+
+} // namespace
+
+DecodeResult decodeWbxml(const QByteArray &bytes, const Limits &limits)
+{
+    WbxmlSource source(bytes, limits);
+    return readMessage(source, limits);
+}
+
+EncodeResult encodeWbxml(const Message &message)
+{
+    WbxmlSink sink;
+    if (std::optional<EncodeError> error = writeMessage(message, sink))
+        return *std::move(error);
+    return sink.finish();
+}
+
+} // namespace syncml

@@ -1,0 +1,58 @@
+#include "syncml/xml_text.h"
+
+#include <QStringConverter>
+
+namespace syncml {
+namespace {
+
+/// Of a character that is one UTF-16 unit. Those of two units are all characters of XML.
+constexpr bool isXmlCharacter(char16_t unit)
+{
+    if (unit < 0x20)
+        return unit == u'\t' || unit == u'\n' || unit == u'\r';
+    return unit <= 0xFFFD;
+}
+
+constexpr bool isBlank(char byte)
+{
+    return byte == ' ' || byte == '\t' || byte == '\n' || byte == '\r';
+}
+
+} // namespace
+
+bool isXmlText(QStringView text)
+{
+    for (qsizetype index = 0; index < text.size(); ++index) {
+        const QChar unit = text[index];
+        if (!unit.isSurrogate()) {
+            if (!isXmlCharacter(unit.unicode()))
+                return false;
+            continue;
+        }
+        ++index;
+        if (!unit.isHighSurrogate() || index == text.size() || !text[index].isLowSurrogate())
+            return false;
+    }
+    return true;
+}
+
+std::optional<QString> xmlTextFromUtf8(QByteArrayView bytes)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringConverter::Flag::Stateless |
+                                                     QStringConverter::Flag::ConvertInitialBom);
+    QString text = decoder.decode(bytes);
+    if (decoder.hasError() || !isXmlText(text))
+        return std::nullopt;
+    return text;
+}
+
+QByteArrayView withoutOuterBlanks(QByteArrayView text)
+{
+    while (!text.isEmpty() && isBlank(text.front()))
+        text = text.sliced(1);
+    while (!text.isEmpty() && isBlank(text.back()))
+        text.chop(1);
+    return text;
+}
+
+} // namespace syncml

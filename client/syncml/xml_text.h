@@ -1,0 +1,22 @@
+// Texts of a message: UTF-8 outside, QString inside, and only characters that XML knows, so that
+// every message that was read from one encoding can be written in the other.
+#pragma once
+
+#include <QByteArrayView>
+#include <QString>
+#include <QStringView>
+#include <optional>
+
+namespace syncml {
+
+/// True when every character of `text` is one of XML 1.0, and no surrogate stands alone.
+bool isXmlText(QStringView text);
+
+/// `bytes` as text, a leading byte order mark included. Nothing when they are not UTF-8, or hold a
+/// character that XML does not know.
+std::optional<QString> xmlTextFromUtf8(QByteArrayView bytes);
+
+/// `text` without the white space of XML (blank, tab, line feed, carriage return) at both ends.
+QByteArrayView withoutOuterBlanks(QByteArrayView text);
+
+} // namespace syncml
