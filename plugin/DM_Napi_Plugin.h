@@ -6,8 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-// ---- Log
-// -----------------------------------------------------------------------------------------
+// ---- Log ----------------------------------------------------------------------------------------
 
 /// Messages of a level below this one are printed. A build for tests raises it to see the traces.
 #ifndef KUB_LOG_PRINT_BELOW

@@ -32,8 +32,7 @@
 #include <string_view>
 #include <type_traits>
 
-// ---- Bearers and their parts of the record
-// -------------------------------------------------------
+// ---- Bearers and their parts of the record ------------------------------------------------------
 
 #define TEXT_FIELD(member)                                                                         \
     {                                                                                              \
@@ -104,8 +103,7 @@ DMString RecordText(const NAP_PROFILE_S &record, const char *field)
     return DMString(field, strnlen(field, static_cast<std::size_t>(end - field)));
 }
 
-// ---- Leaf tables
-// ---------------------------------------------------------------------------------
+// ---- Leaf tables --------------------------------------------------------------------------------
 
 namespace {
 
@@ -171,8 +169,7 @@ bool IsFieldInRecord(const DMString &name, bool isNAPDEF)
                        [&name](const char *leaf) { return name == leaf; });
 }
 
-// ---- Line types and speed codes
-// ------------------------------------------------------------------
+// ---- Line types and speed codes -----------------------------------------------------------------
 
 namespace {
 
@@ -249,8 +246,7 @@ bool IsBitRate(int bitRate)
     });
 }
 
-// ---- IPv4 addresses and value types
-// --------------------------------------------------------------
+// ---- IPv4 addresses and value types -------------------------------------------------------------
 
 namespace {
 
@@ -291,8 +287,7 @@ const char *DataTypeName(const DmtData &value)
     return type >= DmtData::Null && type <= DmtData::Node ? NAMES[type] : NAMES[DmtData::Node];
 }
 
-// ---- Life cycle
-// ----------------------------------------------------------------------------------
+// ---- Life cycle ---------------------------------------------------------------------------------
 
 DM_NAPI_PluginNode::DM_NAPI_PluginNode(const JemSmartPtr<DmtPluginTree> &tree, const char *path,
                                        const DMStringVector &childNames)
@@ -326,8 +321,7 @@ JemSmartPtr<DM_NAPI_PluginTree> DM_NAPI_PluginNode::OwningTree() const
     return JemSmartPtr<DM_NAPI_PluginTree>(static_cast<DM_NAPI_PluginTree *>(tree.get()));
 }
 
-// ---- Names taken from the node's path
-// ------------------------------------------------------------
+// ---- Names taken from the node's path -----------------------------------------------------------
 
 namespace {
 
@@ -395,8 +389,7 @@ DMString DM_NAPI_PluginNode::GetProfileNodeName() const
     return profileNode;
 }
 
-// ---- Reading a value
-// -----------------------------------------------------------------------------
+// ---- Reading a value ----------------------------------------------------------------------------
 
 namespace {
 
@@ -535,8 +528,7 @@ int DM_NAPI_PluginNode::GetValueforPROXY(const DMString &name, const NAP_PROFILE
     return DMT_OK;
 }
 
-// ---- Writing a value
-// -----------------------------------------------------------------------------
+// ---- Writing a value ----------------------------------------------------------------------------
 
 int DM_NAPI_PluginNode::SetValue(const DmtData &value) noexcept
 {
@@ -791,8 +783,7 @@ int DM_NAPI_PluginNode::SetValueforPROXY(const DMString &name, NAP_PROFILE_S *re
     return DMT_OK;
 }
 
-// ---- Moving a profile to another bearer
-// ----------------------------------------------------------
+// ---- Moving a profile to another bearer ---------------------------------------------------------
 
 namespace {
 
@@ -842,8 +833,7 @@ void DM_NAPI_PluginNode::MoveFieldInNAPI(NAP_PROFILE_S *record, const DMString &
     LOG_TRACE("Leave: MoveFieldInNAPI()! \n");
 }
 
-// ---- The overrides are complete
-// ------------------------------------------------------------------
+// ---- The overrides are complete -----------------------------------------------------------------
 
 static_assert(std::is_same_v<decltype(&DM_NAPI_PluginNode::GetValue),
                              int (DM_NAPI_PluginNode::*)(DmtData &) noexcept>);

@@ -9,7 +9,7 @@
 
 class DM_NAPI_PluginTree;
 
-// ---- Bearers and their parts of the profile record --------------------------------------------
+// ---- Bearers and their parts of the profile record ----------------------------------------------
 
 /// Place of a text in a profile record.
 struct TextField {
@@ -51,7 +51,7 @@ void ClearBearerPart(NAP_PROFILE_S *record, const BearerPart &part);
 /// field is full, and to the end of the record at the latest.
 DMString RecordText(const NAP_PROFILE_S &record, const char *field);
 
-// ---- Conversions between record fields and leaf values -----------------------------------------
+// ---- Conversions between record fields and leaf values ------------------------------------------
 
 /// Whether the value of a leaf of this name lives in the profile record, as opposed to the node.
 /// @param isNAPDEF  the tree's kind
@@ -80,7 +80,7 @@ DMString Ipv4ToText(std::uint32_t address);
 /// Name of a value's type, for traces.
 const char *DataTypeName(const DmtData &value);
 
-// ---- The node ----------------------------------------------------------------------------------
+// ---- The node -----------------------------------------------------------------------------------
 
 class DM_NAPI_PluginNode final : public DmtRWPluginNode {
 public:

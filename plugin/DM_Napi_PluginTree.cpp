@@ -60,8 +60,7 @@
 
 #include <unistd.h>
 
-// ---- Names and keys
-// ------------------------------------------------------------------------------
+// ---- Names and keys -----------------------------------------------------------------------------
 
 namespace {
 
@@ -80,7 +79,7 @@ constexpr MappingFile PROXY_FILE{QLatin1StringView("kub_proxy_profilemapping.cfg
 constexpr QLatin1StringView CONN_GROUP("PROXY_Conn");
 
 constexpr const char *PH_NAMES[] = {"Ph1", "Ph2", "Ph3"};
-constexpr int CONN_KEY_SUFFIX_LENGTH = 4; // a slash and the slot
+constexpr std::size_t CONN_KEY_SUFFIX_LENGTH = 4; // a slash and the slot
 
 /// Starts the part of a node name that is not part of the profile's name.
 constexpr char LOGICAL_ID_SEPARATOR[] = "&&_";
@@ -135,6 +134,15 @@ DMString DecimalText(unsigned int number)
     return DMString(std::to_string(number).c_str());
 }
 
+/// A record for an ID key without a bearer; null when memory is short.
+std::unique_ptr<ProfileInfo> NewProfileInfo(const DMString &idKey)
+{
+    std::unique_ptr<ProfileInfo> info(new (std::nothrow) ProfileInfo);
+    if (info)
+        info->sProfileID = idKey;
+    return info;
+}
+
 /// The bearer whose suffix ends the ID key; null for a key without one.
 const BearerPart *BearerOfKey(const DMString &key)
 {
@@ -160,8 +168,7 @@ DMString KeySuffix(const DMString &key)
 
 } // namespace
 
-// ---- Life cycle
-// ----------------------------------------------------------------------------------
+// ---- Life cycle ---------------------------------------------------------------------------------
 
 DM_NAPI_PluginTree::DM_NAPI_PluginTree(const char *rootPath)
 {
@@ -184,8 +191,7 @@ DM_NAPI_PluginTree::~DM_NAPI_PluginTree()
     m_profileNameList = nullptr;
 }
 
-// ---- Node paths
-// ----------------------------------------------------------------------------------
+// ---- Node paths ---------------------------------------------------------------------------------
 
 void DM_NAPI_PluginTree::ParseNodePath(const DMString &path, DMString &parentPath,
                                        DMString &nodeName) const
@@ -219,8 +225,7 @@ bool DM_NAPI_PluginTree::HasEmptyNodeName(const DMString &path) const
     return nodeName.empty();
 }
 
-// ---- Map between node names and profiles
-// ---------------------------------------------------------
+// ---- Map between node names and profiles --------------------------------------------------------
 
 int DM_NAPI_PluginTree::GetProfileName(const DMString &nodeName, DMString &profileName) const
 {
@@ -268,86 +273,107 @@ bool DM_NAPI_PluginTree::ExtractProfileID(const DMString &key, unsigned int &id)
 int DM_NAPI_PluginTree::LoadProfileMapCfgFile()
 {
     LOG_TRACE("Enter: LoadProfileMapCfgFile()!\n");
-    if (!m_psetupManager) {
-        const MappingFile &file = IsNAPDEF() ? NAPDEF_FILE : PROXY_FILE;
-        const QByteArray path = QFile::encodeName(MappingFilePath(file));
-        ::unlink(path.constData());
-        m_psetupManager = OpenMappingFile(file).release();
-        LOG_TRACE("SETUP_SET_Manager FileName = %s, m_psetupManager=0x%x\n", path.constData(),
-                  static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(m_psetupManager)));
-        if (!m_psetupManager) {
-            LOG_FAILURE("Leave: LoadProfileMapCfgFile! new SETUP_SET_Manager failed!\n");
-            return DMT_FAILED;
-        }
+    if (!m_psetupManager && !ReplaceMappingFile()) {
+        LOG_FAILURE("Leave: LoadProfileMapCfgFile! new SETUP_SET_Manager failed!\n");
+        return DMT_FAILED;
     }
     const QMap<QString, QString> entries = m_psetupManager->getEntryKeyList(m_groupName);
-    for (auto entry = entries.begin(); entry != entries.end(); ++entry) {
-        const DMString key(entry.key().toLatin1().constData());
-        const DMString nodeName = ToNodeName(entry.value());
-        unsigned int id = 0;
-        char profileName[NAPI_NAME_SIZE + 1] = {};
-        const bool stale = !ExtractProfileID(key, id) ||
-                           NAPI_GetProfileNameByID(id, profileName) != NAPI_OK ||
-                           m_ProfileMaps.find(nodeName) >= 0;
-        if (stale) {
-            if (!m_psetupManager->removeEntry(m_groupName, entry.key()))
-                LOG_FAILURE("Warning: RenameProfileMapDB! removeEntry failed!\n");
-            if (!m_psetupManager->flush()) {
-                LOG_FAILURE("Leave: LoadProfileMapCfgFile! flush  failed\n");
-                return DMT_FAILED;
-            }
-            LOG_TRACE("Remove item: Key = %s\n", key.text());
-            continue;
-        }
-        auto *const info = new (std::nothrow) ProfileInfo;
-        if (!info) {
-            LOG_FAILURE("Leave: LoadProfilesinDB :  Allocate memory  failed\n");
-            return DMT_FAILED;
-        }
-        info->sProfileID = key;
-        if (IsNAPDEF()) {
-            LOG_TRACE("Put item to m_ProfileMaps: <NodeName, ProfileID> = <%s, %s>\n",
-                      nodeName.text(), key.text());
-            const BearerPart *const part = BearerOfKey(key);
-            if (part == &BEARER_PARTS[0]) {
-                info->bIsGPRS = true;
-                LOG_TRACE("Bearer is CPRS\n");
-            } else if (part == &BEARER_PARTS[1]) {
-                info->bIsCSD = true;
-                LOG_TRACE("Bearer is CSD\n");
-            } else if (part == &BEARER_PARTS[2]) {
-                info->bIsCSD2 = true;
-                LOG_TRACE("Bearer is CSD2\n");
-            } else {
-                LOG_FAILURE("error format\n");
-            }
-        } else {
-            GetBearFromNapCfg(info);
-            LOG_TRACE("pProfileInfo->sProfileID is %s\n", info->sProfileID.text());
-        }
-        m_ProfileMaps.put(nodeName, info);
-    }
-    if (!IsNAPDEF()) {
-        const QMap<QString, QString> references = m_psetupManager->getEntryKeyList(CONN_GROUP);
-        for (auto entry = references.begin(); entry != references.end(); ++entry) {
-            // Keys of this group are the bytes of the node name, one character each.
-            const DMString nodeName(
-                entry.key()
-                    .chopped(std::min<qsizetype>(CONN_KEY_SUFFIX_LENGTH, entry.key().size()))
-                    .toLatin1()
-                    .constData());
-            if (m_ProfileMaps.find(nodeName) >= 0)
-                continue;
-            m_psetupManager->removeEntry(CONN_GROUP, entry.key());
-            if (!m_psetupManager->flush()) {
-                LOG_FAILURE("Leave: LoadProfileMapCfgFile! flush  failed\n");
-                return DMT_FAILED;
-            }
-            LOG_TRACE("Remove item: Key = %s\n", entry.key().toLatin1().constData());
-        }
-    }
+    for (auto entry = entries.begin(); entry != entries.end(); ++entry)
+        if (const int status = LoadMappedEntry(entry.key(), entry.value()))
+            return status;
+    if (!IsNAPDEF())
+        if (const int status = RemoveStaleReferences())
+            return status;
     LOG_TRACE("Leave: LoadProfileMapCfgFile()!\n");
     return DMT_OK;
+}
+
+bool DM_NAPI_PluginTree::ReplaceMappingFile()
+{
+    const MappingFile &file = IsNAPDEF() ? NAPDEF_FILE : PROXY_FILE;
+    const QByteArray path = QFile::encodeName(MappingFilePath(file));
+    ::unlink(path.constData()); // a missing file is as good
+    m_psetupManager = OpenMappingFile(file).release();
+    LOG_TRACE("SETUP_SET_Manager FileName = %s, m_psetupManager=0x%x\n", path.constData(),
+              static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(m_psetupManager)));
+    return m_psetupManager != nullptr;
+}
+
+int DM_NAPI_PluginTree::LoadMappedEntry(const QString &entryKey, const QString &entryValue)
+{
+    const DMString key(entryKey.toLatin1().constData());
+    const DMString nodeName = ToNodeName(entryValue);
+    unsigned int id = 0;
+    char profileName[NAPI_NAME_SIZE + 1] = {};
+    const bool stale = !ExtractProfileID(key, id) ||
+                       NAPI_GetProfileNameByID(id, profileName) != NAPI_OK ||
+                       m_ProfileMaps.find(nodeName) >= 0;
+    if (stale) {
+        if (!m_psetupManager->removeEntry(m_groupName, entryKey))
+            LOG_FAILURE("Warning: RenameProfileMapDB! removeEntry failed!\n");
+        if (!m_psetupManager->flush()) {
+            LOG_FAILURE("Leave: LoadProfileMapCfgFile! flush  failed\n");
+            return DMT_FAILED;
+        }
+        LOG_TRACE("Remove item: Key = %s\n", key.text());
+        return DMT_OK;
+    }
+    std::unique_ptr<ProfileInfo> info = NewProfileInfo(key);
+    if (!info) {
+        LOG_FAILURE("Leave: LoadProfilesinDB :  Allocate memory  failed\n");
+        return DMT_FAILED;
+    }
+    if (IsNAPDEF()) {
+        LOG_TRACE("Put item to m_ProfileMaps: <NodeName, ProfileID> = <%s, %s>\n", nodeName.text(),
+                  key.text());
+        const BearerPart *const part = BearerOfKey(key);
+        if (part == &BEARER_PARTS[0]) {
+            info->bIsGPRS = true;
+            LOG_TRACE("Bearer is CPRS\n");
+        } else if (part == &BEARER_PARTS[1]) {
+            info->bIsCSD = true;
+            LOG_TRACE("Bearer is CSD\n");
+        } else if (part == &BEARER_PARTS[2]) {
+            info->bIsCSD2 = true;
+            LOG_TRACE("Bearer is CSD2\n");
+        } else {
+            LOG_FAILURE("error format\n"); // a bare number; it stays mapped without a bearer
+        }
+    } else {
+        GetBearFromNapCfg(info.get());
+        LOG_TRACE("pProfileInfo->sProfileID is %s\n", info->sProfileID.text());
+    }
+    m_ProfileMaps.put(nodeName, info.get());
+    ReleaseIfMapped(nodeName, info);
+    return DMT_OK;
+}
+
+int DM_NAPI_PluginTree::RemoveStaleReferences()
+{
+    const QMap<QString, QString> references = m_psetupManager->getEntryKeyList(CONN_GROUP);
+    for (auto entry = references.begin(); entry != references.end(); ++entry) {
+        // Keys of this group are the bytes of the node name, one character each.
+        const DMString key(entry.key().toLatin1().constData());
+        const std::size_t nameLength =
+            key.length() - std::min(key.length(), CONN_KEY_SUFFIX_LENGTH);
+        if (m_ProfileMaps.find(DMString(key.text(), nameLength)) >= 0)
+            continue;
+        m_psetupManager->removeEntry(CONN_GROUP, entry.key());
+        if (!m_psetupManager->flush()) {
+            LOG_FAILURE("Leave: LoadProfileMapCfgFile! flush  failed\n");
+            return DMT_FAILED;
+        }
+        LOG_TRACE("Remove item: Key = %s\n", key.text());
+    }
+    return DMT_OK;
+}
+
+void DM_NAPI_PluginTree::ReleaseIfMapped(const DMString &nodeName,
+                                         std::unique_ptr<ProfileInfo> &info) const
+{
+    const int index = m_ProfileMaps.find(nodeName);
+    if (index >= 0 && m_ProfileMaps.values()[index] == info.get())
+        info.release();
 }
 
 int DM_NAPI_PluginTree::PutProfileMap(const DMString &nodeName, ProfileInfo *info)
@@ -412,8 +438,7 @@ int DM_NAPI_PluginTree::AddProfileMap(const DMString &nodeName, ProfileInfo *inf
     return DMT_OK;
 }
 
-// ---- Questions about a profile
-// -------------------------------------------------------------------
+// ---- Questions about a profile ------------------------------------------------------------------
 
 bool DM_NAPI_PluginTree::IsGPRS(const NAP_PROFILE_S *record) const
 {
@@ -474,8 +499,7 @@ void DM_NAPI_PluginTree::GetNapdefName(const DMString *profileID, const DMString
     LOG_TRACE("Leave: GetNapdefName()!\n");
 }
 
-// ---- Map maintenance
-// -----------------------------------------------------------------------------
+// ---- Map maintenance ----------------------------------------------------------------------------
 
 int DM_NAPI_PluginTree::DeleteProfileMap(const DMString &nodeName)
 {
@@ -597,8 +621,7 @@ int DM_NAPI_PluginTree::RenameProfileMapDB(const DMString &nodeName, const DMStr
     return DMT_OK;
 }
 
-// ---- Connection references
-// -----------------------------------------------------------------------
+// ---- Connection references ----------------------------------------------------------------------
 
 int DM_NAPI_PluginTree::GetConnValue(const ProfileInfo *info, const DMString &profileNodeName,
                                      const DMString &phName, DMString &connValue)
@@ -625,8 +648,7 @@ int DM_NAPI_PluginTree::GetConnValue(const ProfileInfo *info, const DMString &pr
                     phName.text());
         return DMT_FAILED;
     }
-    // The reference is a bare node name: a slot's marker ("&&_PH1_DC1" and the like) is no part of
-    // it.
+    // A bare node name: the slot's marker, "&&_PH1_DC1" and the like, is no part of a reference.
     connValue = DMString(profileNodeName.text());
     DMString napdefName;
     GetNapdefName(&info->sProfileID, phName, napdefName);
@@ -660,8 +682,7 @@ int DM_NAPI_PluginTree::SetConnValue(const DMString &profileNodeName, const DMSt
     return DMT_OK;
 }
 
-// ---- Layout of a profile
-// -------------------------------------------------------------------------
+// ---- Layout of a profile ------------------------------------------------------------------------
 
 namespace {
 
@@ -681,16 +702,6 @@ DMStringVector ToVector(const Children &names)
     for (const char *name : names)
         vector.push_back(DMString(name));
     return vector;
-}
-
-/// The value of a leaf before anybody gives it one; its format follows from the leaf's name.
-DmtData InitialValue(const DMString &leafName)
-{
-    if (leafName == "Linger" || leafName == "Speed" || leafName == "PortNbr")
-        return DmtData(0);
-    if (leafName == "UserEditable")
-        return DmtData(true);
-    return DmtData("");
 }
 
 bool IsPhName(const DMString &name)
@@ -755,7 +766,7 @@ int DM_NAPI_PluginTree::LoadChildrenofProfile(const DMString &profileNodeName,
         Register(papPath, NewInterior(papPath, ToVector(PAP_CHILDREN)));
         for (const char *leaf : PAP_CHILDREN) {
             const DMString leafPath = papPath + "/" + leaf;
-            Register(leafPath, NewLeaf(leafPath, InitialValue(leaf)));
+            Register(leafPath, NewLeaf(leafPath, DmtData("")));
         }
     } else if (!IsNAPDEF() && IsPhName(childName)) {
         node = NewInterior(path, ToVector(PH_CHILDREN));
@@ -764,21 +775,24 @@ int DM_NAPI_PluginTree::LoadChildrenofProfile(const DMString &profileNodeName,
         const DMString connPath = path + "/Conn";
         Register(connPath, NewLeaf(connPath, DmtData(connValue.text())));
         const DMString addrPath = path + "/Addr";
-        Register(addrPath, NewLeaf(addrPath, InitialValue("Addr")));
+        Register(addrPath, NewLeaf(addrPath, DmtData("")));
         const DMString portPath = path + "/Port";
         Register(portPath, NewInterior(portPath, ToVector(PORT_CHILDREN)));
         const DMString portNbrPath = portPath + "/PortNbr";
-        Register(portNbrPath, NewLeaf(portNbrPath, InitialValue("PortNbr")));
+        Register(portNbrPath, NewLeaf(portNbrPath, DmtData(0)));
+    } else if (IsNAPDEF() && (childName == "Speed" || childName == "Linger")) {
+        node = NewLeaf(path, DmtData(0));
+    } else if (!IsNAPDEF() && childName == "UserEditable") {
+        node = NewLeaf(path, DmtData(true));
     } else {
-        node = NewLeaf(path, InitialValue(childName));
+        node = NewLeaf(path, DmtData(""));
     }
     Register(path, node); // an interior child comes after all that is beneath it
     LOG_TRACE("Leave: LoadChildrenofProfile()! \n");
     return DMT_OK;
 }
 
-// ---- Mounting
-// ------------------------------------------------------------------------------------
+// ---- Mounting -----------------------------------------------------------------------------------
 
 namespace {
 
@@ -794,14 +808,6 @@ DMString MadeUpNodeName(int number)
     char digits[5];
     const int wanted = std::snprintf(digits, sizeof digits, "%d", number);
     return wanted > 0 ? DMString("PX") + digits : DMString("PX");
-}
-
-std::unique_ptr<ProfileInfo> NewProfileInfo(const DMString &idKey)
-{
-    std::unique_ptr<ProfileInfo> info(new (std::nothrow) ProfileInfo);
-    if (info)
-        info->sProfileID = idKey;
-    return info;
 }
 
 } // namespace
@@ -949,9 +955,7 @@ int DM_NAPI_PluginTree::MapListedProfile(const DMString &nodeName,
                                          std::unique_ptr<ProfileInfo> info)
 {
     const int status = PutProfileMap(nodeName, info.get());
-    const int index = m_ProfileMaps.find(nodeName);
-    if (index >= 0 && m_ProfileMaps.values()[index] == info.get())
-        info.release(); // a node name that was taken leaves the record here
+    ReleaseIfMapped(nodeName, info); // a node name that was taken leaves the record here
     if (status != DMT_OK) {
         LOG_FAILURE("Leave:LoadProfilesinDB : PutProfileMap  failed\n");
         return DMT_FAILED;
@@ -959,8 +963,7 @@ int DM_NAPI_PluginTree::MapListedProfile(const DMString &nodeName,
     return DMT_OK;
 }
 
-// ---- Deleting
-// ------------------------------------------------------------------------------------
+// ---- Deleting -----------------------------------------------------------------------------------
 
 int DM_NAPI_PluginTree::DeleteNode(const char *path) noexcept
 {
@@ -1088,8 +1091,7 @@ bool DM_NAPI_PluginTree::IsMappedAnywhere(const DMString &idText) const
     return mapped;
 }
 
-// ---- Renaming
-// ------------------------------------------------------------------------------------
+// ---- Renaming -----------------------------------------------------------------------------------
 
 int DM_NAPI_PluginTree::RenameNode(const char *path, const char *newName) noexcept
 {
@@ -1128,8 +1130,7 @@ int DM_NAPI_PluginTree::RenameNode(const char *path, const char *newName) noexce
     return DMT_OK;
 }
 
-// ---- Values of all children
-// ----------------------------------------------------------------------
+// ---- Values of all children ---------------------------------------------------------------------
 
 int DM_NAPI_PluginTree::GetChildValuesMap(const char *path, DmtChildValuesMap &values) noexcept
 {
@@ -1183,8 +1184,7 @@ int DM_NAPI_PluginTree::SetChildValuesMap(const char *path,
     return DMT_OK;
 }
 
-// ---- Adding
-// --------------------------------------------------------------------------------------
+// ---- Adding -------------------------------------------------------------------------------------
 
 int DM_NAPI_PluginTree::CreateLeafNodeForwarder(const char *path, JemSmartPtr<DmtNode> &node,
                                                 const DmtData &value) noexcept
@@ -1275,11 +1275,21 @@ int DM_NAPI_PluginTree::CreateProfile(const DMString &nodeName, const DMString &
         LOG_FAILURE("Leave:CreateInteriorNodeInternal: AddProfileMap failed\n");
         return status;
     }
-    info.release(); // the map has it
+    ReleaseIfMapped(nodeName, info);
     return DMT_OK;
 }
 
 namespace {
+
+/// The value of a new leaf before the server's is applied; its format follows from the leaf's name.
+DmtData InitialValue(const DMString &leafName)
+{
+    if (leafName == "Linger" || leafName == "Speed" || leafName == "PortNbr")
+        return DmtData(0);
+    if (leafName == "UserEditable")
+        return DmtData(true);
+    return DmtData("");
+}
 
 bool HasLegalBearer(const DmtData &value)
 {
@@ -1349,8 +1359,7 @@ int DM_NAPI_PluginTree::CreateLeafNodeInternal(const char *path, JemSmartPtr<Dmt
     return DMT_OK;
 }
 
-// ---- The overrides are complete
-// ------------------------------------------------------------------
+// ---- The overrides are complete -----------------------------------------------------------------
 
 #define ASSERT_OVERRIDDEN(member, ...)                                                             \
     static_assert(std::is_same_v<decltype(&DM_NAPI_PluginTree::member),                            \

@@ -46,7 +46,7 @@ public:
 
     bool IsNAPDEF() const { return m_isNAPDEF != 0; }
 
-    // ---- Node paths ----------------------------------------------------------------------------
+    // ---- Node paths -----------------------------------------------------------------------------
 
     /// Splits at the last "/": what stands before it and what stands behind it. Without one, the
     /// parent path is empty and the node name is the whole path.
@@ -56,7 +56,7 @@ public:
     /// Whether the path is empty or ends in "/".
     bool HasEmptyNodeName(const DMString &path) const;
 
-    // ---- Map between node names and profiles -------------------------------------------------
+    // ---- Map between node names and profiles ----------------------------------------------------
 
     /// Name in the profile service of a mapped node. @return 0, or 1 when the node is not mapped,
     /// its ID key has no number or the service does not know the ID; profileName is then as it was.
@@ -80,8 +80,7 @@ public:
     /// Moves a node's ID key to the suffix of a bearer. @return 0 or 1.
     int RenameProfileMapDB(const DMString &nodeName, const DMString &bearer);
 
-    // ---- Questions about a profile
-    // ---------------------------------------------------------------
+    // ---- Questions about a profile --------------------------------------------------------------
 
     bool IsGPRS(const NAP_PROFILE_S *record) const;
     bool IsCSD(const NAP_PROFILE_S *record) const;
@@ -93,8 +92,7 @@ public:
     void GetNapdefName(const DMString *profileID, const DMString &phName,
                        DMString &napdefName) const;
 
-    // ---- Connection references
-    // -------------------------------------------------------------------
+    // ---- Connection references ------------------------------------------------------------------
 
     /// The NAPDEF node that a proxy slot refers to, stored on first use.
     /// @return 1 when it came from the file or there is none, 0 when a default was stored,
@@ -106,8 +104,7 @@ public:
     int SetConnValue(const DMString &profileNodeName, const DMString &phName,
                      const DMString &connValue);
 
-    // ---- Mounting
-    // ----------------------------------------------------------------------------------
+    // ---- Mounting -------------------------------------------------------------------------------
 
     /// Fills the tree from the profile service. @return 0, or non-zero when the mount must be
     /// refused.
@@ -119,8 +116,7 @@ public:
     int LoadChildrenofProfile(const DMString &profileNodeName, const ProfileInfo *info,
                               const DMString &childName);
 
-    // ---- Deleting
-    // ------------------------------------------------------------------------------------
+    // ---- Deleting -------------------------------------------------------------------------------
 
     /// Deletes a profile that no tree maps any more, or clears the part of its record that the
     /// suffix names: a bearer suffix, or anything else for the proxy slots. @return 0 or 1.
@@ -140,6 +136,15 @@ private:
     JemSmartPtr<DmtNode> NewInterior(const DMString &path, const DMStringVector &childNames);
     JemSmartPtr<DmtNode> NewLeaf(const DMString &path, const DmtData &value);
     void Register(const DMString &path, const JemSmartPtr<DmtNode> &node);
+
+    /// Deletes the mapping file and opens a new one. @return false when memory is short.
+    bool ReplaceMappingFile();
+    /// Maps one entry of the mapping file, or removes it when it is stale. @return 0 or 1.
+    int LoadMappedEntry(const QString &entryKey, const QString &entryValue);
+    /// Removes the connection references of nodes that are not mapped. @return 0 or 1.
+    int RemoveStaleReferences();
+    /// Hands the record over to m_ProfileMaps when the map holds it.
+    void ReleaseIfMapped(const DMString &nodeName, std::unique_ptr<ProfileInfo> &info) const;
 
     /// Fills the name list and m_ProfileCount. @param count  receives the number of names
     int ListProfiles(unsigned int &count);

@@ -6,7 +6,7 @@
 
 #include <cstring>
 
-// ---- DmtPluginNode -----------------------------------------------------------------------------
+// ---- DmtPluginNode ------------------------------------------------------------------------------
 
 DmtPluginNode::DmtPluginNode()
     : m_treeLink(nullptr), m_isLeaf(0), m_hasChunkedValue(0), m_reserved{}
@@ -185,7 +185,7 @@ int DmtPluginNode::InitAs(const JemSmartPtr<DmtPluginTree> &tree, const char *pa
     return DMT_OK;
 }
 
-// ---- DmtRWPluginNode ---------------------------------------------------------------------------
+// ---- DmtRWPluginNode ----------------------------------------------------------------------------
 
 DmtRWPluginNode::DmtRWPluginNode() = default;
 

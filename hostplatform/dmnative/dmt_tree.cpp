@@ -9,8 +9,7 @@
 #include <memory>
 #include <utility>
 
-// ---- Announcing calls
-// ----------------------------------------------------------------------------
+// ---- Announcing calls ---------------------------------------------------------------------------
 
 namespace {
 
@@ -36,8 +35,7 @@ void dmnative_control::SetEngineCallObserver(EngineCallObserver observer)
     Observer() = std::move(observer);
 }
 
-// ---- DmtPluginTree
-// -------------------------------------------------------------------------------
+// ---- DmtPluginTree ------------------------------------------------------------------------------
 
 DmtPluginTree::DmtPluginTree() : m_link(new DmtTreeLink(this)), m_nodes(new NodeTable)
 {
@@ -235,8 +233,7 @@ int DmtPluginTree::DropNode(const char *path)
     return m_nodes->Remove(path ? path : "") ? DMT_OK : DMT_NOT_FOUND;
 }
 
-// ---- DmtAPIPluginTree: overlays are not modelled
-// ---------------------------------------------------
+// ---- DmtAPIPluginTree: overlays are not modelled ------------------------------------------------
 
 DmtAPIPluginTree::DmtAPIPluginTree() = default;
 
@@ -277,8 +274,7 @@ int DmtAPIPluginTree::RemoveAddedNode(const char *path)
     return DmtPluginTree::RemoveAddedNode(path);
 }
 
-// ---- DmtRWPluginTree
-// -------------------------------------------------------------------------------
+// ---- DmtRWPluginTree ----------------------------------------------------------------------------
 
 DmtRWPluginTree::DmtRWPluginTree() : m_logFile(nullptr) {}
 
