@@ -95,10 +95,9 @@ QString MappingFilePath(const MappingFile &file)
     return getSettingDirectory() + file.fileName;
 }
 
-std::unique_ptr<SETUP_SET_Manager> OpenMappingFile(const MappingFile &file)
+std::unique_ptr<SETUP_SET_Manager> OpenMappingFile(const QString &path)
 {
-    return std::unique_ptr<SETUP_SET_Manager>(new (std::nothrow)
-                                                  SETUP_SET_Manager(MappingFilePath(file), false));
+    return std::unique_ptr<SETUP_SET_Manager>(new (std::nothrow) SETUP_SET_Manager(path, false));
 }
 
 /// Reads one entry; an absent one is null, one without a value is empty.
@@ -290,11 +289,11 @@ int DM_NAPI_PluginTree::LoadProfileMapCfgFile()
 
 bool DM_NAPI_PluginTree::ReplaceMappingFile()
 {
-    const MappingFile &file = IsNAPDEF() ? NAPDEF_FILE : PROXY_FILE;
-    const QByteArray path = QFile::encodeName(MappingFilePath(file));
-    ::unlink(path.constData()); // a missing file is as good
-    m_psetupManager = OpenMappingFile(file).release();
-    LOG_TRACE("SETUP_SET_Manager FileName = %s, m_psetupManager=0x%x\n", path.constData(),
+    const QString path = MappingFilePath(IsNAPDEF() ? NAPDEF_FILE : PROXY_FILE);
+    const QByteArray fileName = QFile::encodeName(path);
+    ::unlink(fileName.constData()); // a missing file is as good
+    m_psetupManager = OpenMappingFile(path).release();
+    LOG_TRACE("SETUP_SET_Manager FileName = %s, m_psetupManager=0x%x\n", fileName.constData(),
               static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(m_psetupManager)));
     return m_psetupManager != nullptr;
 }
@@ -470,7 +469,8 @@ void DM_NAPI_PluginTree::GetBearFromNapCfg(ProfileInfo *const &info) const
     if (!info)
         return;
     // The NAPDEF tree may have written since: its file is read anew each time.
-    if (const std::unique_ptr<SETUP_SET_Manager> napdef = OpenMappingFile(NAPDEF_FILE)) {
+    if (const std::unique_ptr<SETUP_SET_Manager> napdef =
+            OpenMappingFile(MappingFilePath(NAPDEF_FILE))) {
         for (int i = 0; i < BEARER_COUNT; ++i) {
             const QString key = FromIdKey(info->sProfileID + BEARER_PARTS[i].keySuffix);
             // An entry without a value counts: the bearer is mapped.
@@ -492,7 +492,8 @@ void DM_NAPI_PluginTree::GetNapdefName(const DMString *profileID, const DMString
         if (phName == part.phName)
             key += part.keySuffix;
     QString stored;
-    if (const std::unique_ptr<SETUP_SET_Manager> napdef = OpenMappingFile(NAPDEF_FILE))
+    if (const std::unique_ptr<SETUP_SET_Manager> napdef =
+            OpenMappingFile(MappingFilePath(NAPDEF_FILE)))
         stored = ReadEntry(*napdef, NAPDEF_FILE.profileGroup, FromIdKey(key));
     napdefName = ToNodeName(stored);
     LOG_TRACE("the sNapdefName is %s\n", napdefName.text());
@@ -1078,7 +1079,7 @@ bool DM_NAPI_PluginTree::IsMappedAnywhere(const DMString &idText) const
     if (!m_psetupManager)
         return true;
     const std::unique_ptr<SETUP_SET_Manager> other =
-        OpenMappingFile(IsNAPDEF() ? PROXY_FILE : NAPDEF_FILE);
+        OpenMappingFile(MappingFilePath(IsNAPDEF() ? PROXY_FILE : NAPDEF_FILE));
     if (!other)
         return true;
     const SETUP_SET_Manager &proxy = IsNAPDEF() ? *other : *m_psetupManager;
