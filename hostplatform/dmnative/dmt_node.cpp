@@ -179,9 +179,12 @@ int DmtPluginNode::InitAs(const JemSmartPtr<DmtPluginTree> &tree, const char *pa
     TakePath(path ? path : "");
     m_isLeaf = leaf ? 1 : 0;
     m_hasChunkedValue = hasChunkedValue;
+    DmtTreeLink *const earlierLink = m_treeLink;
     m_treeLink = tree ? tree->m_link : nullptr;
     if (m_treeLink)
         m_treeLink->TakeReference();
+    if (earlierLink)
+        earlierLink->DropReference();
     return DMT_OK;
 }
 
