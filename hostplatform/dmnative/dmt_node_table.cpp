@@ -1,147 +1,165 @@
 #include "dmt_node_table.h"
 
+#include <unordered_set>
 #include <utility>
 
 using NodeTable = DmtPluginTree::NodeTable;
 
 namespace {
 
-/// Calls visit with each segment of the path; the empty path has none. A path such as "a//b" has an
-/// empty segment, which is a name like any other. Stops when visit returns false.
-template <class Visit>
-void ForEachSegment(std::string_view path, Visit visit)
+std::string ChildPath(std::string_view path, std::string_view child)
 {
-    if (path.empty())
-        return;
-    for (;;) {
-        const std::size_t slash = path.find('/');
-        if (!visit(path.substr(0, slash)) || slash == std::string_view::npos)
-            return;
-        path.remove_prefix(slash + 1);
-    }
+    std::string joined(path);
+    if (!joined.empty())
+        joined += '/';
+    joined += child;
+    return joined;
+}
+
+std::string_view ParentPath(std::string_view path)
+{
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
+}
+
+std::string_view LastSegment(std::string_view path)
+{
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string_view::npos ? path : path.substr(slash + 1);
 }
 
 } // namespace
 
-NodeTable::Entry *NodeTable::Entry::Child(std::string_view childName) const
+// ---- Children of one entry ----------------------------------------------------------------------
+
+void NodeTable::Entry::Append(std::string_view child)
 {
-    const auto found = byName.find(childName);
-    return found == byName.end() ? nullptr : found->second->get();
+    const auto place = m_children.emplace(m_children.end(), child);
+    m_places.emplace(*place, place);
 }
 
-NodeTable::Entry *NodeTable::Entry::ChildOrNew(std::string_view childName)
+void NodeTable::Entry::Forget(std::string_view child)
 {
-    if (Entry *const child = Child(childName))
-        return child;
-    auto child = std::make_unique<Entry>();
-    child->name = childName;
-    child->parent = this;
-    Entry *const created = child.get();
-    byName.emplace(created->name, children.insert(children.end(), std::move(child)));
-    return created;
+    const auto found = m_places.find(child);
+    if (found == m_places.end())
+        return;
+    const auto place = found->second;
+    m_places.erase(found);
+    m_children.erase(place);
 }
 
-void NodeTable::Entry::Drop(std::string_view childName)
+void NodeTable::Entry::Replace(std::string_view child, std::string_view newName)
 {
-    const auto place = byName.find(childName);
-    const auto position = place->second;
-    byName.erase(place); // its key views into the child
-    children.erase(position);
+    const auto found = m_places.find(child);
+    if (found == m_places.end())
+        return;
+    const auto place = found->second;
+    m_places.erase(found);
+    *place = newName;
+    m_places.emplace(*place, place);
 }
 
-NodeTable::Entry *NodeTable::Locate(std::string_view path) const
+void NodeTable::Entry::PutFirst(const DMStringVector &children)
 {
-    Entry *entry = m_root.get();
-    ForEachSegment(path, [&entry](std::string_view segment) {
-        entry = entry->Child(segment);
-        return entry != nullptr;
-    });
-    return entry;
+    std::list<std::string> ordered;
+    std::unordered_set<std::string_view> placed;
+    for (const DMString &child : children) {
+        const std::string_view name(child.text());
+        if (!Lists(name))
+            Append(name);
+        const auto place = m_places.find(name)->second;
+        if (placed.insert(*place).second)
+            ordered.splice(ordered.end(), m_children, place);
+    }
+    ordered.splice(ordered.end(), m_children);
+    m_children.swap(ordered);
 }
 
-NodeTable::Entry *NodeTable::LocateOrNew(std::string_view path)
-{
-    Entry *entry = m_root.get();
-    ForEachSegment(path, [&entry](std::string_view segment) {
-        entry = entry->ChildOrNew(segment);
-        return true;
-    });
-    return entry;
-}
+// ---- The table ----------------------------------------------------------------------------------
 
 DmtNode *NodeTable::Find(std::string_view path) const
 {
-    const Entry *const entry = Locate(path);
-    return entry ? entry->node.get() : nullptr;
+    const auto found = m_entries.find(path);
+    return found == m_entries.end() ? nullptr : found->second.node.get();
 }
 
 void NodeTable::Set(std::string_view path, const JemSmartPtr<DmtNode> &node,
                     const DMStringVector &listedChildren)
 {
-    Entry *const entry = LocateOrNew(path);
-    entry->node = node;
-    // Every listed child moves to the place in front of the unlisted ones, in turn.
-    const auto firstUnlisted = entry->children.insert(entry->children.begin(), nullptr);
-    for (const DMString &childName : listedChildren) {
-        entry->ChildOrNew(childName.text());
-        const auto place = entry->byName.find(childName.text())->second;
-        entry->children.splice(firstUnlisted, entry->children, place);
-    }
-    entry->children.erase(firstUnlisted);
+    Entry &entry = m_entries[std::string(path)];
+    entry.node = node;
+    entry.PutFirst(listedChildren);
+    if (path.empty())
+        return;
+    Entry &parent = m_entries[std::string(ParentPath(path))];
+    if (!parent.Lists(LastSegment(path)))
+        parent.Append(LastSegment(path));
 }
 
 bool NodeTable::Remove(std::string_view path)
 {
-    Entry *const entry = Locate(path);
-    if (!entry || !entry->node)
+    if (!Find(path))
         return false;
-    if (!entry->parent) {
-        m_root = std::make_unique<Entry>();
+    if (path.empty()) {
+        m_entries.clear();
         return true;
     }
-    entry->parent->Drop(entry->name);
+    const std::string removed(path);
+    RemoveBeneath(removed);
+    const auto parent = m_entries.find(ParentPath(removed));
+    if (parent != m_entries.end())
+        parent->second.Forget(LastSegment(removed));
     return true;
+}
+
+void NodeTable::RemoveBeneath(const std::string &path)
+{
+    const auto entry = m_entries.extract(path);
+    if (!entry)
+        return;
+    for (const std::string &child : entry.mapped().Children())
+        RemoveBeneath(ChildPath(path, child));
 }
 
 int NodeTable::Rename(std::string_view path, std::string_view newName,
                       const std::function<void(DmtNode *, const char *)> &moved)
 {
-    Entry *const entry = Locate(path);
-    if (!entry || !entry->node || !entry->parent)
+    if (path.empty() || !Find(path))
         return DMT_NOT_FOUND;
-    Entry *const parent = entry->parent;
-    if (const Entry *const taken = parent->Child(newName)) {
-        if (taken->node || !taken->children.empty())
-            return DMT_ALREADY_EXISTS;
-        parent->Drop(newName); // only a mention
+    const std::string oldPath(path);
+    const std::string newPath = ChildPath(ParentPath(oldPath), newName);
+    if (m_entries.contains(newPath))
+        return DMT_ALREADY_EXISTS;
+    MoveBeneath(oldPath, newPath, moved);
+    const auto parent = m_entries.find(ParentPath(oldPath));
+    if (parent != m_entries.end()) {
+        parent->second.Forget(newName); // a mention without a node
+        parent->second.Replace(LastSegment(oldPath), newName);
     }
-    const auto place = parent->byName.find(entry->name);
-    const auto position = place->second;
-    parent->byName.erase(place);
-    entry->name = newName;
-    parent->byName.emplace(entry->name, position);
-
-    const std::function<void(Entry &, const std::string &)> tellAll =
-        [&](Entry &top, const std::string &topPath) {
-            if (top.node)
-                moved(top.node.get(), topPath.c_str());
-            for (const auto &child : top.children)
-                tellAll(*child, topPath + '/' + child->name);
-        };
-    const std::size_t slash = path.rfind('/');
-    const std::string parentPath(slash == std::string_view::npos ? std::string_view()
-                                                                 : path.substr(0, slash + 1));
-    tellAll(*entry, parentPath + entry->name);
     return DMT_OK;
+}
+
+void NodeTable::MoveBeneath(const std::string &path, const std::string &newPath,
+                            const std::function<void(DmtNode *, const char *)> &moved)
+{
+    auto entry = m_entries.extract(path);
+    if (!entry)
+        return;
+    entry.key() = newPath;
+    const Entry &placed = m_entries.insert(std::move(entry)).position->second;
+    if (placed.node)
+        moved(placed.node.get(), newPath.c_str());
+    for (const std::string &child : placed.Children())
+        MoveBeneath(ChildPath(path, child), ChildPath(newPath, child), moved);
 }
 
 void NodeTable::ForEachChild(std::string_view path,
                              const std::function<void(DmtNode *)> &visit) const
 {
-    const Entry *const entry = Locate(path);
-    if (!entry)
+    const auto entry = m_entries.find(path);
+    if (entry == m_entries.end())
         return;
-    for (const auto &child : entry->children)
-        if (child->node)
-            visit(child->node.get());
+    for (const std::string &child : entry->second.Children())
+        if (DmtNode *const node = Find(ChildPath(path, child)))
+            visit(node);
 }

@@ -5,21 +5,23 @@
 
 #include <functional>
 #include <list>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 
-/// Nodes by path, kept as a tree of entries: one entry for every path that is registered or that a
-/// registered parent lists. Finding, adding and removing an entry takes one hash look-up a segment;
-/// removing or renaming an entry touches what stands beneath it and nothing else.
+/// Nodes by path. Finding a node takes one hash look-up; removing or renaming one touches what is
+/// listed beneath it and nothing else.
+///
+/// Each entry keeps the ordered list of its children's names. A listed name is looked up as the
+/// path with a slash and the name behind it, so a name that itself holds a slash is found as well.
 class DmtPluginTree::NodeTable {
 public:
     /// @return the registered node, or null.
     DmtNode *Find(std::string_view path) const;
 
-    /// Registers the node, or replaces the one at the path, and brings the children into the order
-    /// that the node lists; children that it does not list keep their order behind those.
+    /// Registers the node, or replaces the one at the path; its parent lists it from then on. The
+    /// children come into the order that the node lists; those that it does not list keep their
+    /// order behind the others.
     void Set(std::string_view path, const JemSmartPtr<DmtNode> &node,
              const DMStringVector &listedChildren);
 
@@ -27,8 +29,8 @@ public:
     /// is registered there.
     bool Remove(std::string_view path);
 
-    /// Gives the entry a new last segment and calls moved with each node and its new path, from the
-    /// entry down. @return 0, DMT_NOT_FOUND or DMT_ALREADY_EXISTS.
+    /// Gives the node a new last segment and calls moved with each node and its new path, from the
+    /// node down. @return 0, DMT_NOT_FOUND or DMT_ALREADY_EXISTS.
     int Rename(std::string_view path, std::string_view newName,
                const std::function<void(DmtNode *, const char *newPath)> &moved);
 
@@ -36,22 +38,35 @@ public:
     void ForEachChild(std::string_view path, const std::function<void(DmtNode *)> &visit) const;
 
 private:
-    struct Entry {
-        std::string name;
-        Entry *parent = nullptr;
-        JemSmartPtr<DmtNode> node; // null: listed by its parent, but not registered
-        std::list<std::unique_ptr<Entry>> children;
-        // Keys view into the names of the children, which never move.
-        std::unordered_map<std::string_view, std::list<std::unique_ptr<Entry>>::iterator> byName;
+    /// A path that has a node, or that is known only as the parent of one.
+    class Entry {
+    public:
+        JemSmartPtr<DmtNode> node;
 
-        Entry *Child(std::string_view childName) const;
-        Entry *ChildOrNew(std::string_view childName);
-        void Drop(std::string_view childName); // which must exist
+        const std::list<std::string> &Children() const { return m_children; }
+        bool Lists(std::string_view child) const { return m_places.contains(child); }
+        void Append(std::string_view child);
+        void Forget(std::string_view child);
+        void Replace(std::string_view child, std::string_view newName);
+        void PutFirst(const DMStringVector &children);
+
+    private:
+        std::list<std::string> m_children;
+        // Keys view into m_children, whose elements never move.
+        std::unordered_map<std::string_view, std::list<std::string>::iterator> m_places;
     };
 
-    Entry *Locate(std::string_view path) const;
-    Entry *LocateOrNew(std::string_view path);
+    struct PathHash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view path) const
+        {
+            return std::hash<std::string_view>()(path);
+        }
+    };
 
-    // The root is the empty path; unique_ptr so that look-ups in a const table can hand it out.
-    std::unique_ptr<Entry> m_root = std::make_unique<Entry>();
+    void RemoveBeneath(const std::string &path);
+    void MoveBeneath(const std::string &path, const std::string &newPath,
+                     const std::function<void(DmtNode *, const char *)> &moved);
+
+    std::unordered_map<std::string, Entry, PathHash, std::equal_to<>> m_entries;
 };
