@@ -1,6 +1,7 @@
 #include "sqlite_profile_store.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <fcntl.h>
 #include <limits>
@@ -13,6 +14,8 @@ namespace {
 
 constexpr std::int64_t kApplicationId = 0x4B55424E; // "KUBN", what file(1) and PRAGMA show
 constexpr std::int64_t kSchemaVersion = 1;
+
+constexpr const char *kOpenAction = "open the profile store";
 
 constexpr const char *kCreateSchema =
     "CREATE TABLE profile("
@@ -42,10 +45,21 @@ NAPI_STATUS statusOfSystemError(int error)
     }
 }
 
+int primaryCode(int extendedCode)
+{
+    return extendedCode & 0xFF;
+}
+
+/// @return true for the failures behind which stands one of the operating system.
+bool isSystemFailure(int extendedCode)
+{
+    return primaryCode(extendedCode) == SQLITE_CANTOPEN ||
+           primaryCode(extendedCode) == SQLITE_IOERR;
+}
+
 NAPI_STATUS statusOfSqliteError(int extendedCode, int systemError)
 {
-    constexpr int primaryCodeMask = 0xFF;
-    switch (extendedCode & primaryCodeMask) {
+    switch (primaryCode(extendedCode)) {
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
         return NAPI_ERROR_BUSY;
@@ -141,7 +155,11 @@ public:
     }
 
     /// @return SQLITE_ROW, SQLITE_DONE, or anything else for a failure.
-    int step() { return sqlite3_step(m_statement); }
+    int step()
+    {
+        errno = 0; // so that failure() finds the reason of this step
+        return sqlite3_step(m_statement);
+    }
 
     std::int64_t number() const { return sqlite3_column_int64(m_statement, 0); }
     std::string_view bytes() const
@@ -184,12 +202,15 @@ StoreResult SqliteProfileStore::failure(NAPI_STATUS status, const std::string &r
 
 StoreResult SqliteProfileStore::failure(const char *action)
 {
+    // SQLite notes the system's reason for most failures, not for those of a commit.
+    const int lastError = errno;
+    const int notedError = sqlite3_system_errno(m_database);
+    const int systemError = notedError != 0 ? notedError : lastError;
     const int code = sqlite3_extended_errcode(m_database);
-    const NAPI_STATUS status = statusOfSqliteError(code, sqlite3_system_errno(m_database));
+    const NAPI_STATUS status = statusOfSqliteError(code, systemError);
     std::string reason = std::string("cannot ") + action + ": " + sqlite3_errmsg(m_database) +
                          " (SQLite code " + std::to_string(code) + ")";
-    if (const int systemError = sqlite3_system_errno(m_database);
-        status != NAPI_ERROR_BUSY && systemError != 0)
+    if (isSystemFailure(code) && systemError != 0)
         reason += std::string(", ") + std::strerror(systemError);
     if (code == SQLITE_CORRUPT)
         reason += quickCheck();
@@ -260,7 +281,7 @@ StoreResult SqliteProfileStore::openDatabase()
     const int mode = openError == 0 ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY;
     if (sqlite3_open_v2(name.c_str(), &m_database, mode | SQLITE_OPEN_URI | SQLITE_OPEN_EXRESCODE,
                         nullptr) != SQLITE_OK)
-        return failure("open the profile store");
+        return failure(kOpenAction);
     sqlite3_busy_timeout(m_database, kBusyTimeoutMs);
     // A damaged or planted file must not get further than an error.
     sqlite3_db_config(m_database, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
@@ -271,12 +292,13 @@ StoreResult SqliteProfileStore::openDatabase()
 
 StoreResult SqliteProfileStore::execute(const char *sql)
 {
+    errno = 0;
     if (sqlite3_exec(m_database, sql, nullptr, nullptr, nullptr) != SQLITE_OK)
-        return failure("open the profile store");
+        return failure(kOpenAction);
     return {};
 }
 
-StoreResult SqliteProfileStore::readPragma(const char *sql, std::int64_t &value)
+StoreResult SqliteProfileStore::readNumber(const char *sql, std::int64_t &value)
 {
     sqlite3_stmt *statement = nullptr;
     StoreResult result;
@@ -284,31 +306,55 @@ StoreResult SqliteProfileStore::readPragma(const char *sql, std::int64_t &value)
         sqlite3_step(statement) == SQLITE_ROW)
         value = sqlite3_column_int64(statement, 0);
     else
-        result = failure("open the profile store");
+        result = failure(kOpenAction);
     sqlite3_finalize(statement);
+    return result;
+}
+
+StoreResult SqliteProfileStore::readIdentity(Identity &identity)
+{
+    StoreResult result = readNumber("SELECT count(*) FROM sqlite_schema", identity.tables);
+    if (!result.failed())
+        result = readNumber("PRAGMA application_id", identity.applicationId);
+    if (!result.failed())
+        result = readNumber("PRAGMA user_version", identity.version);
     return result;
 }
 
 StoreResult SqliteProfileStore::openSchema()
 {
-    std::int64_t tables = 0;
-    std::int64_t applicationId = 0;
-    std::int64_t version = 0;
-    StoreResult result = readPragma("SELECT count(*) FROM sqlite_schema", tables);
+    // SQLite does not wait where it could deadlock: when several processes switch the same new file
+    // to the write-ahead log.
+    using Clock = std::chrono::steady_clock;
+    constexpr int retryDelayMs = 5;
+    const auto deadline = Clock::now() + std::chrono::milliseconds(kBusyTimeoutMs);
+    for (;;) {
+        StoreResult result = tryOpenSchema();
+        sqlite3_exec(m_database, "ROLLBACK", nullptr, nullptr, nullptr); // what a failure left open
+        if (result.status != NAPI_ERROR_BUSY || Clock::now() >= deadline)
+            return result;
+        sqlite3_sleep(retryDelayMs);
+    }
+}
+
+StoreResult SqliteProfileStore::tryOpenSchema()
+{
+    Identity identity;
+    StoreResult result = execute("BEGIN"); // so that the three numbers belong together
     if (!result.failed())
-        result = readPragma("PRAGMA application_id", applicationId);
+        result = readIdentity(identity);
     if (!result.failed())
-        result = readPragma("PRAGMA user_version", version);
+        result = execute("COMMIT");
     if (result.failed())
         return result;
-    if (tables == 0 && applicationId == 0 && version == 0)
+    if (identity.isNewFile())
         return createSchema();
-    if (applicationId != kApplicationId)
+    if (identity.applicationId != kApplicationId)
         return failure(NAPI_ERROR_CORRUPT, "is a database of another program, no profile store");
-    if (version != kSchemaVersion) {
-        return failure(NAPI_ERROR_CORRUPT, "is a profile store of format " +
-                                               std::to_string(version) + ", this library knows " +
-                                               std::to_string(kSchemaVersion));
+    if (identity.version != kSchemaVersion) {
+        return failure(NAPI_ERROR_CORRUPT,
+                       "is a profile store of format " + std::to_string(identity.version) +
+                           ", this library knows " + std::to_string(kSchemaVersion));
     }
     return {};
 }
@@ -317,18 +363,15 @@ StoreResult SqliteProfileStore::createSchema()
 {
     StoreResult result = execute("PRAGMA journal_mode = WAL");
     if (!result.failed())
-        result = execute(kSql[Begin]);
-    if (result.failed())
-        return result;
-    // Another process may have done the same in the meantime.
-    std::int64_t tables = 0;
-    result = readPragma("SELECT count(*) FROM sqlite_schema", tables);
-    if (!result.failed() && tables == 0)
+        result = execute("BEGIN IMMEDIATE");
+    Identity identity;
+    if (!result.failed())
+        result = readIdentity(identity);
+    // Another process may have created it in the meantime.
+    if (!result.failed() && identity.isNewFile())
         result = execute(kCreateSchema);
     if (!result.failed())
-        result = execute(kSql[Commit]);
-    if (result.failed())
-        sqlite3_exec(m_database, kSql[Rollback], nullptr, nullptr, nullptr);
+        result = execute("COMMIT");
     return result;
 }
 
@@ -342,7 +385,7 @@ StoreResult SqliteProfileStore::prepareStatements()
                                                    sqlite3_errmsg(m_database));
         }
         if (code != SQLITE_OK)
-            return failure("open the profile store");
+            return failure(kOpenAction);
     }
     return {};
 }

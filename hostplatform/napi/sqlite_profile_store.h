@@ -57,11 +57,22 @@ private:
 
     explicit SqliteProfileStore(std::string path) : m_path(std::move(path)) {}
 
+    /// What tells a profile store from a new file and from the databases of other programs.
+    struct Identity {
+        std::int64_t tables = 0;
+        std::int64_t applicationId = 0;
+        std::int64_t version = 0;
+
+        bool isNewFile() const { return tables == 0 && applicationId == 0 && version == 0; }
+    };
+
     StoreResult openDatabase();
     StoreResult openSchema();
+    StoreResult tryOpenSchema();
     StoreResult createSchema();
     StoreResult prepareStatements();
-    StoreResult readPragma(const char *sql, std::int64_t &value);
+    StoreResult readIdentity(Identity &identity);
+    StoreResult readNumber(const char *sql, std::int64_t &value);
     StoreResult execute(const char *sql);
     StoreResult failure(const char *action);
     StoreResult failure(NAPI_STATUS status, const std::string &reason) const;

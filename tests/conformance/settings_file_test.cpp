@@ -1,0 +1,447 @@
+// The host's settings files: their text format, and what happens to bad files and on bad disks.
+#include <chrono>
+#include <fcntl.h>
+#include <random>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+#include "child_process.h"
+#include "settings_format.h"
+#include "setup_set_manager.h"
+
+namespace {
+
+const QString kGroup = QStringLiteral("PROXY_Conn");
+const QString kKey = QStringLiteral("Office/Ph1");
+
+class SettingsFileOnDisk : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(m_directory.isValid()); }
+
+    void writeFile(const QByteArray &bytes) const
+    {
+        QFile file(m_path);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        ASSERT_EQ(file.write(bytes), bytes.size());
+    }
+    QByteArray bytesOf(const QString &path) const
+    {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable");
+    }
+    QStringList files() const
+    {
+        return QDir(m_directory.path())
+            .entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden);
+    }
+
+    QTemporaryDir m_directory;
+    QString m_path = m_directory.filePath(QStringLiteral("test.cfg"));
+};
+
+QString read(const SETUP_SET_Manager &manager, const QString &group, const QString &key)
+{
+    QString value;
+    manager.getSettingInfo(group, key, value, QString(), false);
+    return value;
+}
+
+void expectMentions(const std::string &message, std::initializer_list<const char *> parts)
+{
+    for (const char *part : parts)
+        EXPECT_NE(message.find(part), message.npos) << "no \"" << part << "\" in: " << message;
+}
+
+//////////////////////////////////////////////////////////////////////////////////////////////////
+// Text format
+
+TEST_F(SettingsFileOnDisk, TextIsReadableAndInAscendingOrder)
+{
+    SETUP_SET_Manager manager(m_path, false);
+    manager.setSettingInfo(kGroup, kKey, QStringLiteral("Mobile = fast"), false);
+    manager.setSettingInfo(QStringLiteral("NAPIDEF_Profile"), QStringLiteral("7Ph2DC1"),
+                           u"Vid\u00E9otron"_qs, false);
+    manager.setSettingInfo(QStringLiteral("NAPIDEF_Profile"), QStringLiteral("12Ph1DC1"), u""_qs,
+                           false);
+    ASSERT_TRUE(manager.flush());
+    EXPECT_EQ(bytesOf(m_path), "[NAPIDEF_Profile]\n"
+                               "12Ph1DC1=\n"
+                               "7Ph2DC1=Vid\xC3\xA9otron\n"
+                               "[PROXY_Conn]\n"
+                               "Office/Ph1=Mobile = fast\n");
+}
+
+TEST_F(SettingsFileOnDisk, EscapesAreTheDocumentedOnes)
+{
+    const QString text = u" [=\\\n\r\t\u007F\uFEFF\u0001] "_qs + QChar(0xDC00);
+    EXPECT_EQ(formatSettings({{text, {{text, text}}}}),
+              "[\\s[=\\\\\\n\\r\\t\\u007f\\ufeff\\u0001] \\udc00]\n"
+              "\\s[\\=\\\\\\n\\r\\t\\u007f\\ufeff\\u0001] \\udc00="
+              "\\s[=\\\\\\n\\r\\t\\u007f\\ufeff\\u0001] \\udc00\n");
+    EXPECT_EQ(formatSettings({{u"a "_qs, {{u"[a]"_qs, u" b "_qs}, {u""_qs, u""_qs}}}}),
+              "[a\\s]\n=\n\\[a]=\\sb\\s\n");
+}
+
+TEST_F(SettingsFileOnDisk, EmptyGroupIsNotWritten)
+{
+    EXPECT_EQ(formatSettings({{u"a"_qs, {}}, {u"b"_qs, {{u"k"_qs, u"v"_qs}}}}), "[b]\nk=v\n");
+}
+
+TEST_F(SettingsFileOnDisk, GroupThatComesTwiceIsOneAndLaterEntryCounts)
+{
+    const ParsedSettings parsed = parseSettings("[a]\nk=1\nl=1\n[b]\nk=2\n[a]\nk=3\n");
+    EXPECT_EQ(parsed.groups, (SettingsGroups{{u"a"_qs, {{u"k"_qs, u"3"_qs}, {u"l"_qs, u"1"_qs}}},
+                                             {u"b"_qs, {{u"k"_qs, u"2"_qs}}}}));
+    EXPECT_EQ(parsed.skippedLines, 0);
+}
+
+TEST_F(SettingsFileOnDisk, LastLineNeedsNoLineFeed)
+{
+    EXPECT_EQ(parseSettings("[a]\nk=1").groups, (SettingsGroups{{u"a"_qs, {{u"k"_qs, u"1"_qs}}}}));
+}
+
+TEST_F(SettingsFileOnDisk, MalformedLinesAreSkippedAndTheOthersRead)
+{
+    const char *malformed[] = {
+        "no equals sign", "=\xFF",         "k=\xC3", "k=\\x",          "k=\\u12",    "k=\\uD8G0",
+        "k=\\",           "\\=only a key", "k\\q=1", "k=\xED\xA0\x80", "\xC0\x80=1", "k=\\u00E9",
+    };
+    for (const char *line : malformed) {
+        const ParsedSettings parsed =
+            parseSettings(QByteArray("[a]\nfirst=1\n") + line + "\nlast=2\n");
+        EXPECT_EQ(parsed.groups,
+                  (SettingsGroups{{u"a"_qs, {{u"first"_qs, u"1"_qs}, {u"last"_qs, u"2"_qs}}}}))
+            << line;
+        EXPECT_EQ(parsed.skippedLines, 1) << line;
+        EXPECT_EQ(parsed.firstSkippedLine, 3) << line;
+    }
+}
+
+TEST_F(SettingsFileOnDisk, EntriesOfAMalformedGroupBelongToNoGroup)
+{
+    for (const char *line : {"[", "[b", "[b] ", "[\xFF]", "[\\x]", "[b\\]"}) {
+        const ParsedSettings parsed = parseSettings(QByteArray("[a]\n") + line + "\nk=1\n[c]\nk=2");
+        EXPECT_EQ(parsed.groups.value(u"a"_qs), SettingsGroup()) << line;
+        EXPECT_EQ(parsed.groups.value(u"c"_qs), (SettingsGroup{{u"k"_qs, u"2"_qs}})) << line;
+        EXPECT_EQ(parsed.skippedLines, 2) << line;
+        EXPECT_EQ(parsed.firstSkippedLine, 2) << line;
+    }
+}
+
+TEST_F(SettingsFileOnDisk, EntryBeforeAnyGroupIsSkipped)
+{
+    const ParsedSettings parsed = parseSettings("\n\nk=1\n[a]\nk=2\n");
+    EXPECT_EQ(parsed.groups, (SettingsGroups{{u"a"_qs, {{u"k"_qs, u"2"_qs}}}}));
+    EXPECT_EQ(parsed.firstSkippedLine, 3);
+}
+
+TEST_F(SettingsFileOnDisk, ByteOrderMarkInsideAFileIsKept)
+{
+    EXPECT_EQ(parseSettings("[a]\n\xEF\xBB\xBFk=\xEF\xBB\xBFv\\s\xEF\xBB\xBF\n").groups,
+              (SettingsGroups{{u"a"_qs, {{u"\uFEFFk"_qs, u"\uFEFFv \uFEFF"_qs}}}}));
+}
+
+TEST_F(SettingsFileOnDisk, RandomBytesAreReadWithoutHarm)
+{
+    const unsigned int seed = std::random_device{}();
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    std::mt19937 generator(seed);
+    constexpr char alphabet[] = "[]=\\\nab su0\xC3\xA9\xED\xA0\x80\xFF\0";
+    for (int round = 0; round < 2000; ++round) {
+        QByteArray bytes;
+        for (auto length = generator() % 200; length > 0; --length)
+            bytes += alphabet[generator() % sizeof alphabet];
+        const ParsedSettings parsed = parseSettings(bytes);
+        SettingsGroups withoutEmpty = parsed.groups;
+        withoutEmpty.removeIf([](const auto &group) { return group.value().isEmpty(); });
+        const ParsedSettings again = parseSettings(formatSettings(parsed.groups));
+        EXPECT_EQ(again.groups, withoutEmpty) << bytes.toHex().constData();
+        EXPECT_EQ(again.skippedLines, 0);
+    }
+}
+
+//////////////////////////////////////////////////////////////////////////////////////////////////
+// Bad files
+
+TEST_F(SettingsFileOnDisk, SkippedLinesAreReportedAndKeptBesideTheNewFile)
+{
+    const QByteArray old = "[a]\nk=1\nrubbish\nmore rubbish\n";
+    writeFile(old);
+    testing::internal::CaptureStderr();
+    SETUP_SET_Manager manager(m_path, false);
+    expectMentions(testing::internal::GetCapturedStderr(),
+                   {m_path.toUtf8().constData(), "2 malformed lines", "line 3"});
+    EXPECT_EQ(bytesOf(m_path), old);
+    ASSERT_TRUE(manager.flush());
+    EXPECT_EQ(bytesOf(m_path), "[a]\nk=1\n");
+    EXPECT_EQ(bytesOf(m_path + QStringLiteral(".damaged")), old);
+    ASSERT_TRUE(manager.flush());
+    EXPECT_EQ(bytesOf(m_path + QStringLiteral(".damaged")), old);
+}
+
+TEST_F(SettingsFileOnDisk, TenMegabytesOfRubbishAreRefusedQuicklyAndNotLost)
+{
+    std::mt19937 generator(20240229);
+    QByteArray rubbish(10 * 1024 * 1024, Qt::Uninitialized);
+    for (char &byte : rubbish)
+        byte = static_cast<char>(generator());
+    writeFile(rubbish);
+    testing::internal::CaptureStderr();
+    SETUP_SET_Manager manager(m_path, false);
+    expectMentions(testing::internal::GetCapturedStderr(),
+                   {m_path.toUtf8().constData(), "larger than 4 MiB"});
+    manager.setSettingInfo(kGroup, kKey, u"x"_qs, false);
+    ASSERT_TRUE(manager.flush());
+    EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), kGroup, kKey), u"x"_qs);
+    EXPECT_EQ(bytesOf(m_path + QStringLiteral(".damaged")), rubbish);
+}
+
+TEST_F(SettingsFileOnDisk, RubbishOfTheLargestSizeIsReadInLinearTime)
+{
+    // The worst of a line each: groups, entries, escapes and nothing at all.
+    for (const char *line :
+         {"[\n", "[]\n", "=\n", "[a]\n=\n", "\\u0041", "\xFF\n", "\n", "[", "="}) {
+        const QByteArray half = QByteArray(line).repeated(2 * 1024 * 1024 / qstrlen(line));
+        const QByteArray whole = half + half;
+        const auto milliseconds = [](const QByteArray &bytes) {
+            QElapsedTimer timer;
+            timer.start();
+            parseSettings(bytes);
+            return timer.elapsed();
+        };
+        const qint64 halfTime = milliseconds(half);
+        EXPECT_LE(milliseconds(whole), 200 + 6 * halfTime) << line;
+    }
+}
+
+TEST_F(SettingsFileOnDisk, FileThatCouldNotBeReadBackIsNotWritten)
+{
+    SETUP_SET_Manager manager(m_path, false);
+    manager.setSettingInfo(kGroup, kKey, u"small"_qs, false);
+    ASSERT_TRUE(manager.flush());
+    manager.setSettingInfo(kGroup, kKey, QString(5 * 1024 * 1024, u'x'), false);
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(manager.flush());
+    expectMentions(testing::internal::GetCapturedStderr(), {"larger than 4 MiB"});
+    EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), kGroup, kKey), u"small"_qs);
+}
+
+TEST_F(SettingsFileOnDisk, PipeInPlaceOfTheFileIsReportedAndNotWaitedFor)
+{
+    ASSERT_EQ(::mkfifo(m_path.toUtf8().constData(), 0600), 0);
+    testing::internal::CaptureStderr();
+    const SETUP_SET_Manager manager(m_path, false);
+    expectMentions(testing::internal::GetCapturedStderr(), {"no file"});
+}
+
+TEST_F(SettingsFileOnDisk, PathWithoutUsableNameIsRefused)
+{
+    for (const QString &path : {QString(), m_path + QChar(u'\0') + u"x"_qs}) {
+        testing::internal::CaptureStderr();
+        EXPECT_FALSE(SETUP_SET_Manager(path, false).flush());
+        expectMentions(testing::internal::GetCapturedStderr(), {"no usable name"});
+    }
+    EXPECT_EQ(files(), QStringList());
+}
+
+TEST_F(SettingsFileOnDisk, UnreadableFileIsReportedAndNotLost)
+{
+    writeFile("[a]\nk=1\n");
+    ASSERT_EQ(::chmod(m_path.toUtf8().constData(), 0), 0);
+    ASSERT_EQ(::chmod(m_directory.path().toUtf8().constData(), 0777), 0);
+    const ChildOutcome outcome = runInChild([&] {
+        becomeNobody();
+        SETUP_SET_Manager manager(m_path, false);
+        EXPECT_TRUE(manager.getEntryKeyList(u"a"_qs).isEmpty());
+        manager.flush();
+    });
+    EXPECT_CHILD_PASSES(outcome);
+    expectMentions(outcome.errorOutput, {"cannot read", "Permission denied"});
+    const QString kept = m_path + QStringLiteral(".damaged");
+    EXPECT_EQ(bytesOf(QFile::exists(kept) ? kept : m_path), "[a]\nk=1\n");
+}
+
+//////////////////////////////////////////////////////////////////////////////////////////////////
+// Bad disks
+
+TEST_F(SettingsFileOnDisk, FlushOnAFullDiskFailsAndLeavesTheOldFile)
+{
+    const ChildOutcome outcome = runInChild([&] {
+        constexpr std::size_t pageSize = 4096;
+        mountPrivateFileSystem(m_directory.path().toStdString(), 2 * pageSize);
+        SETUP_SET_Manager manager(m_path, false);
+        manager.setSettingInfo(kGroup, kKey, u"old"_qs, false);
+        EXPECT_TRUE(manager.flush());
+        const QString large(3 * pageSize, u'x');
+        manager.setSettingInfo(kGroup, kKey, large, false);
+        EXPECT_FALSE(manager.flush());
+        EXPECT_EQ(read(manager, kGroup, kKey), large);
+        EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), kGroup, kKey), u"old"_qs);
+        EXPECT_EQ(files(), QStringList(u"test.cfg"_qs));
+        manager.setSettingInfo(kGroup, kKey, u"new"_qs, false);
+        EXPECT_TRUE(manager.flush());
+        EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), kGroup, kKey), u"new"_qs);
+    });
+    EXPECT_CHILD_PASSES(outcome);
+    expectMentions(outcome.errorOutput,
+                   {m_path.toUtf8().constData(), "cannot write", "No space left on device"});
+}
+
+TEST_F(SettingsFileOnDisk, FlushBeyondTheFileSizeLimitFailsAndLeavesTheOldFile)
+{
+    SETUP_SET_Manager manager(m_path, false);
+    manager.setSettingInfo(kGroup, kKey, u"old"_qs, false);
+    ASSERT_TRUE(manager.flush());
+    const ChildOutcome outcome = runInChild([&] {
+        limitFileSize(1000);
+        manager.setSettingInfo(kGroup, kKey, QString(2000, u'x'), false);
+        EXPECT_FALSE(manager.flush());
+    });
+    EXPECT_CHILD_PASSES(outcome);
+    expectMentions(outcome.errorOutput, {m_path.toUtf8().constData(), "File too large"});
+    EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), kGroup, kKey), u"old"_qs);
+    EXPECT_EQ(files(), QStringList(u"test.cfg"_qs));
+}
+
+TEST_F(SettingsFileOnDisk, ReadOnlyDiskIsReadAndRefusesToFlush)
+{
+    const ChildOutcome outcome = runInChild([&] {
+        mountPrivateFileSystem(m_directory.path().toStdString(), 1 << 20);
+        SETUP_SET_Manager manager(m_path, false);
+        manager.setSettingInfo(kGroup, kKey, u"old"_qs, false);
+        EXPECT_TRUE(manager.flush());
+        makeFileSystemReadOnly(m_directory.path().toStdString());
+        SETUP_SET_Manager readOnly(m_path, false);
+        EXPECT_EQ(read(readOnly, kGroup, kKey), u"old"_qs);
+        readOnly.setSettingInfo(kGroup, kKey, u"new"_qs, false);
+        EXPECT_FALSE(readOnly.flush());
+        EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), kGroup, kKey), u"old"_qs);
+    });
+    EXPECT_CHILD_PASSES(outcome);
+    expectMentions(outcome.errorOutput,
+                   {m_path.toUtf8().constData(), "cannot write", "Read-only file system"});
+}
+
+TEST_F(SettingsFileOnDisk, DirectoryThatMayNotBeWrittenRefusesToFlush)
+{
+    writeFile("[a]\nk=1\n");
+    ASSERT_EQ(::chmod(m_path.toUtf8().constData(), 0644), 0);
+    ASSERT_EQ(::chmod(m_directory.path().toUtf8().constData(), 0755), 0);
+    const ChildOutcome outcome = runInChild([&] {
+        becomeNobody();
+        SETUP_SET_Manager manager(m_path, false);
+        EXPECT_EQ(read(manager, u"a"_qs, u"k"_qs), u"1"_qs);
+        EXPECT_FALSE(manager.flush());
+    });
+    EXPECT_CHILD_PASSES(outcome);
+    expectMentions(outcome.errorOutput, {m_path.toUtf8().constData(), "Permission denied"});
+    EXPECT_EQ(bytesOf(m_path), "[a]\nk=1\n");
+}
+
+//////////////////////////////////////////////////////////////////////////////////////////////////
+// Two processes
+
+TEST_F(SettingsFileOnDisk, ReadersAndWritersOfOtherProcessesAlwaysSeeAWholeFile)
+{
+    constexpr int writers = 4;
+    constexpr int rounds = 100;
+    constexpr int entries = 50;
+    pid_t children[writers] = {};
+    for (int writer = 0; writer < writers; ++writer) {
+        children[writer] = ::fork();
+        ASSERT_GE(children[writer], 0);
+        if (children[writer] != 0)
+            continue;
+        bool good = true;
+        for (int round = 0; round < rounds; ++round) {
+            // Every file holds the same number of entries, all with one value.
+            const QString value = QString::number(writer * rounds + round);
+            SETUP_SET_Manager manager(m_path, false);
+            const auto found = manager.getEntryKeyList(kGroup).values();
+            good = good && (found.isEmpty() ||
+                            (found.size() == entries && found.count(found.first()) == entries));
+            for (int entry = 0; entry < entries; ++entry)
+                manager.setSettingInfo(kGroup, QString::number(entry), value, false);
+            good = manager.flush() && good;
+        }
+        std::_Exit(good ? 0 : 1);
+    }
+    for (const pid_t child : children) {
+        int status = -1;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+    EXPECT_EQ(files(), QStringList(u"test.cfg"_qs));
+}
+
+//////////////////////////////////////////////////////////////////////////////////////////////////
+// Directory
+
+struct DirectoryCase {
+    const char *kubStateDir;
+    const char *xdgStateHome;
+    const char *expected; ///< below the temporary directory, which is also HOME
+};
+
+TEST_F(SettingsFileOnDisk, SettingDirectoryFollowsTheEnvironmentAndIsPrivate)
+{
+    const std::string root = m_directory.path().toStdString();
+    const DirectoryCase cases[] = {
+        {"/state", "/xdg", "/state/settings/"},
+        {"/deep/below/", nullptr, "/deep/below/settings/"},
+        {"", "/xdg", "/xdg/kub-dm/settings/"},
+        {nullptr, "/xdg2", "/xdg2/kub-dm/settings/"},
+        {nullptr, nullptr, "/.local/state/kub-dm/settings/"},
+    };
+    for (const DirectoryCase &row : cases) {
+        const ChildOutcome outcome = runInChild([&] {
+            const auto set = [&](const char *variable, const char *value) {
+                if (value == nullptr)
+                    ::unsetenv(variable);
+                else
+                    ::setenv(variable, *value == 0 ? "" : (root + value).c_str(), 1);
+            };
+            ::umask(0);
+            set("HOME", "/");
+            set("KUB_STATE_DIR", row.kubStateDir);
+            set("XDG_STATE_HOME", row.xdgStateHome);
+            EXPECT_EQ(getSettingDirectory().toStdString(), root + row.expected);
+            struct stat status = {};
+            ASSERT_EQ(::stat((root + row.expected).c_str(), &status), 0);
+            EXPECT_EQ(status.st_mode & 07777U, 0700U);
+        });
+        EXPECT_EQ(outcome.exitCode, 0) << row.expected << outcome.errorOutput;
+        EXPECT_EQ(outcome.errorOutput, "");
+    }
+}
+
+TEST_F(SettingsFileOnDisk, RelativeStateHomeIsIgnored)
+{
+    const ChildOutcome outcome = runInChild([&] {
+        ::setenv("HOME", m_directory.path().toUtf8().constData(), 1);
+        ::setenv("XDG_STATE_HOME", "relative", 1);
+        ::unsetenv("KUB_STATE_DIR");
+        EXPECT_EQ(getSettingDirectory(), m_directory.path() + u"/.local/state/kub-dm/settings/"_qs);
+    });
+    EXPECT_EQ(outcome.exitCode, 0);
+}
+
+TEST_F(SettingsFileOnDisk, DirectoryThatCannotBeCreatedIsReported)
+{
+    writeFile("in the way");
+    const ChildOutcome outcome = runInChild([&] {
+        ::setenv("KUB_STATE_DIR", m_path.toUtf8().constData(), 1);
+        EXPECT_EQ(getSettingDirectory(), m_path + u"/settings/"_qs);
+    });
+    EXPECT_EQ(outcome.exitCode, 0);
+    expectMentions(outcome.errorOutput, {m_path.toUtf8().constData(), "Not a directory"});
+}
+
+} // namespace
