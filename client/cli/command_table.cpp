@@ -1,0 +1,149 @@
+#include "cli/command_table.h"
+
+#include "cli/commands.h"
+
+#include <QCommandLineParser>
+#include <algorithm>
+
+namespace client::cli {
+
+namespace {
+
+constexpr OptionRow treeOptions[] = {
+    {"json", OptionValue::None, nullptr, "print one JSON object a node"},
+    {"show-secrets", OptionValue::None, nullptr, "print passwords instead of ********"},
+};
+constexpr OptionRow getOptions[] = {
+    {"prop", OptionValue::Property, "NAME", "print a property: ACL, Format, Name or Type"},
+};
+constexpr OptionRow addOptions[] = {
+    {"format", OptionValue::Format, "FORMAT",
+     "chr, int, bool, bin, null or node; without it chr with a VALUE, node without"},
+};
+constexpr OptionRow shellOptions[] = {
+    {"fail-fast", OptionValue::None, nullptr, "stop at the first line that fails"},
+};
+
+constexpr int anyNumber = -1;
+constexpr std::span<const OptionRow> noOptions;
+
+constexpr CommandRow commands[] = {
+    {"tree", "[URI]", "draw the tree with format and value of each leaf", 0, 1, ArgumentKind::Uri,
+     ArgumentKind::None, treeOptions, Availability::Everywhere, true, runTree},
+    {"get", "URI...", "print values of leaves, or names of children", 1, anyNumber,
+     ArgumentKind::Uri, ArgumentKind::Uri, getOptions, Availability::Everywhere, true, runGet},
+    {"add", "URI [VALUE]", "add a leaf, or an interior node", 1, 2, ArgumentKind::Uri,
+     ArgumentKind::None, addOptions, Availability::Everywhere, true, runAdd},
+    {"replace", "URI VALUE | URI CHILD=VALUE...",
+     "change a leaf, or leaves of an interior node in one call", 2, anyNumber, ArgumentKind::Uri,
+     ArgumentKind::ChildValue, noOptions, Availability::Everywhere, true, runReplace},
+    {"rename", "URI NAME", "give a node another name", 2, 2, ArgumentKind::Uri, ArgumentKind::None,
+     noOptions, Availability::Everywhere, true, runRename},
+    {"delete", "URI", "delete a node with everything beneath it", 1, 1, ArgumentKind::Uri,
+     ArgumentKind::None, noOptions, Availability::Everywhere, true, runDelete},
+    {"copy", "URI URI", "copy the value of one leaf to another", 2, 2, ArgumentKind::Uri,
+     ArgumentKind::Uri, noOptions, Availability::Everywhere, true, runCopy},
+    {"process", "FILE", "answer one DM package, XML or WBXML (- is standard input)", 1, 1,
+     ArgumentKind::File, ArgumentKind::None, noOptions, Availability::Everywhere, true, runProcess},
+    {"shell", "", "run many commands on one mount, typed or from a pipe", 0, 0, ArgumentKind::None,
+     ArgumentKind::None, shellOptions, Availability::CommandLineOnly, true, runShell},
+    {"help", "[COMMAND]", "say what the commands do", 0, 1, ArgumentKind::Command,
+     ArgumentKind::None, noOptions, Availability::Everywhere, false, runHelp},
+    {"quit", "", "leave the shell", 0, 0, ArgumentKind::None, ArgumentKind::None, noOptions,
+     Availability::ShellOnly, false, runQuit},
+};
+
+bool isAvailable(const CommandRow &command, bool inShell)
+{
+    return command.availability == Availability::Everywhere ||
+           (command.availability == Availability::ShellOnly) == inShell;
+}
+
+QString optionSynopsis(const OptionRow &option)
+{
+    const QString name = QStringLiteral("--") + QString::fromLatin1(option.name);
+    return option.valueName ? name + u' ' + QString::fromLatin1(option.valueName) : name;
+}
+
+QString helpLine(const QString &left, const char *right)
+{
+    constexpr int rightColumn = 34;
+    return QStringLiteral("  %1 %2\n")
+        .arg(left.leftJustified(rightColumn - 3), QString::fromLatin1(right));
+}
+
+} // namespace
+
+std::span<const CommandRow> commandTable()
+{
+    return commands;
+}
+
+const CommandRow *findCommand(const QString &name, bool inShell)
+{
+    const auto *const row =
+        std::find_if(std::begin(commands), std::end(commands), [&](const CommandRow &command) {
+            return name == QLatin1String(command.name) && isAvailable(command, inShell);
+        });
+    return row == std::end(commands) ? nullptr : row;
+}
+
+std::optional<Invocation> parseInvocation(const CommandRow &command, const QStringList &words,
+                                          QString &error, Completeness completeness)
+{
+    QCommandLineParser parser;
+    for (const OptionRow &option : command.options)
+        parser.addOption({QString::fromLatin1(option.name), QString(),
+                          QString::fromLatin1(option.valueName ? option.valueName : "")});
+    if (!parser.parse(QStringList(QString::fromLatin1(command.name)) + words)) {
+        error = QStringLiteral("%1: %2").arg(QString::fromLatin1(command.name), parser.errorText());
+        return std::nullopt;
+    }
+    Invocation invocation;
+    invocation.arguments = parser.positionalArguments();
+    for (const QString &option : parser.optionNames())
+        invocation.options[option] = parser.value(option);
+    const auto count = invocation.arguments.size();
+    if (completeness == Completeness::Partial)
+        return invocation;
+    if (count < command.minArguments ||
+        (command.maxArguments != anyNumber && count > command.maxArguments)) {
+        error = QStringLiteral("usage: %1").arg(synopsis(command));
+        return std::nullopt;
+    }
+    return invocation;
+}
+
+QString synopsis(const CommandRow &command)
+{
+    QString text = QString::fromLatin1(command.name);
+    if (command.arguments[0] != '\0')
+        text += u' ' + QString::fromLatin1(command.arguments);
+    for (const OptionRow &option : command.options)
+        text += QStringLiteral(" [%1]").arg(optionSynopsis(option));
+    return text;
+}
+
+QString commandOverview(bool inShell)
+{
+    QString text;
+    for (const CommandRow &command : commands) {
+        if (!isAvailable(command, inShell))
+            continue;
+        const QString left = QStringLiteral("%1 %2").arg(QString::fromLatin1(command.name),
+                                                         QString::fromLatin1(command.arguments));
+        text += helpLine(left, command.help);
+    }
+    return text;
+}
+
+QString commandHelp(const CommandRow &command)
+{
+    QString text =
+        QStringLiteral("%1\n  %2\n").arg(synopsis(command), QString::fromLatin1(command.help));
+    for (const OptionRow &option : command.options)
+        text += helpLine(optionSynopsis(option), option.help);
+    return text;
+}
+
+} // namespace client::cli

@@ -1,0 +1,81 @@
+// The commands of dmclient: one table drives dispatch, --help, the shell's help and completion.
+#pragma once
+
+#include "cli/exit_status.h"
+#include "cli/output.h"
+#include "dm_device.h"
+
+#include <QMap>
+#include <QStringList>
+#include <optional>
+#include <span>
+
+namespace client::cli {
+
+/// What a command works with.
+struct Context {
+    DmDevice *device = nullptr; ///< null for commands that need none
+    Output &output;
+    bool inShell = false;
+    bool leaveShell = false; ///< set by the command that ends the shell
+};
+
+/// The words behind a command's name, sorted.
+struct Invocation {
+    QStringList arguments;
+    QMap<QString, QString> options; ///< by name without dashes; the value of a flag is empty
+
+    bool has(const char *option) const { return options.contains(QString::fromLatin1(option)); }
+};
+
+/// What an argument stands for, as completion needs to know it.
+enum class ArgumentKind { None, Uri, ChildValue, File, Command };
+
+/// What an option's value stands for.
+enum class OptionValue { None, Property, Format };
+
+struct OptionRow {
+    const char *name;
+    OptionValue value;
+    const char *valueName; ///< as help shows it; null for a flag
+    const char *help;
+};
+
+enum class Availability { Everywhere, CommandLineOnly, ShellOnly };
+
+struct CommandRow {
+    const char *name;
+    const char *arguments; ///< as help shows them
+    const char *help;
+    int minArguments;
+    int maxArguments; ///< -1: any number
+    ArgumentKind firstArgument;
+    ArgumentKind otherArguments;
+    std::span<const OptionRow> options;
+    Availability availability;
+    bool needsDevice;
+    ExitStatus (*run)(Context &, const Invocation &);
+};
+
+std::span<const CommandRow> commandTable();
+
+/// The row of a command that can be used there; null when there is none.
+const CommandRow *findCommand(const QString &name, bool inShell);
+
+/// Whether words are missing that are still being typed.
+enum class Completeness { Whole, Partial };
+
+/// Sorts the words of one command.
+/// @return none for wrong usage, with what is wrong in error
+std::optional<Invocation> parseInvocation(const CommandRow &command, const QStringList &words,
+                                          QString &error,
+                                          Completeness completeness = Completeness::Whole);
+
+/// "tree [URI] [--json] [--show-secrets]"
+QString synopsis(const CommandRow &command);
+/// The commands that can be used there, a line each.
+QString commandOverview(bool inShell);
+/// Synopsis, meaning and options of one command.
+QString commandHelp(const CommandRow &command);
+
+} // namespace client::cli

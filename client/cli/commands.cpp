@@ -1,0 +1,299 @@
+#include "cli/commands.h"
+
+#include "cli/command_table.h"
+#include "cli/shell.h"
+#include "cli/tree_drawing.h"
+#include "package.h"
+
+#include <QFile>
+#include <QJsonDocument>
+#include <unistd.h>
+
+namespace client::cli {
+
+namespace {
+
+ExitStatus exitStatusOf(const Outcome &outcome)
+{
+    return outcome ? ExitStatus::Success : ExitStatus::CommandRefused;
+}
+
+/// Reports how a command on a node ended.
+ExitStatus finish(Context &context, const char *command, const QString &uri, const Outcome &outcome)
+{
+    context.output.status(QString::fromLatin1(command), uri, outcome);
+    return exitStatusOf(outcome);
+}
+
+ExitStatus wrongUsage(Context &context, const QString &problem)
+{
+    context.output.problem(problem);
+    return ExitStatus::WrongUsage;
+}
+
+/// Runs an operation on the node that a URI names, and reports how it ended.
+template <class Operation>
+ExitStatus onNode(Context &context, const char *command, const QString &uri, Operation operation)
+{
+    const Result<Address> address = parseAddress(uri, context.device->tree().uriLimits());
+    if (!address)
+        return finish(context, command, uri, address.outcome());
+    if (address->query != Address::Query::None)
+        return wrongUsage(
+            context,
+            QStringLiteral("%1: %2 names more than a node").arg(QString::fromLatin1(command), uri));
+    return finish(context, command, uri, operation(address->node));
+}
+
+} // namespace
+
+// ---- Reading -------------------------------------------------------------------------------------
+
+ExitStatus runTree(Context &context, const Invocation &invocation)
+{
+    const QString uri = invocation.arguments.value(0, QStringLiteral("."));
+    const Secrets secrets = invocation.has("show-secrets") ? Secrets::Show : Secrets::Mask;
+    return onNode(context, "tree", uri, [&](const NodeUri &node) {
+        const ManagementTree &tree = context.device->tree();
+        const Result<TreeNode> start = tree.find(node);
+        if (!start)
+            return start.outcome();
+        const std::vector<ListedNode> listing = tree.list(*start, ManagementTree::Values::Read);
+        if (invocation.has("json")) {
+            context.output.raw(QJsonDocument(treeToJson(listing, secrets)).toJson());
+        } else {
+            for (const QString &line : drawTree(listing, secrets, context.output.painter()))
+                context.output.line(line);
+        }
+        for (const ListedNode &listed : listing)
+            if (listed.value && !*listed.value)
+                return listed.value->outcome();
+        return Outcome();
+    });
+}
+
+namespace {
+
+Outcome printNode(Context &context, const TreeNode &node)
+{
+    const ManagementTree &tree = context.device->tree();
+    if (!node.isLeaf()) {
+        for (const TreeNode &child : tree.children(node))
+            context.output.line(displayName(child.uri().name()));
+        return {};
+    }
+    const Result<DmtData> value = tree.value(node);
+    if (value)
+        context.output.value(valueText(*value));
+    return value.outcome();
+}
+
+Outcome printProperty(Context &context, const TreeNode &node, const QString &name)
+{
+    const auto property = propertyNamed(name);
+    if (!property)
+        return {DmStatus::FeatureNotSupported, QStringLiteral("no property %1").arg(name)};
+    const Result<QByteArray> value = context.device->tree().property(node, *property);
+    if (value)
+        context.output.value(*value);
+    return value.outcome();
+}
+
+Outcome printAddress(Context &context, const QString &uri, const Invocation &invocation)
+{
+    const ManagementTree &tree = context.device->tree();
+    const Result<Address> address = parseAddress(uri, tree.uriLimits());
+    if (!address)
+        return address.outcome();
+    const Result<TreeNode> node = tree.find(address->node);
+    if (!node)
+        return node.outcome();
+    if (invocation.has("prop"))
+        return printProperty(context, *node, invocation.options[QStringLiteral("prop")]);
+    switch (address->query) {
+    case Address::Query::None:
+        return printNode(context, *node);
+    case Address::Query::Property:
+        return printProperty(context, *node, address->argument);
+    default:
+        return {DmStatus::FeatureNotSupported, QStringLiteral("listings are for DM packages; "
+                                                              "tree draws them for people")};
+    }
+}
+
+} // namespace
+
+ExitStatus runGet(Context &context, const Invocation &invocation)
+{
+    ExitStatus worst = ExitStatus::Success;
+    for (const QString &uri : invocation.arguments)
+        worst = worse(worst, finish(context, "get", uri, printAddress(context, uri, invocation)));
+    return worst;
+}
+
+// ---- Changing ------------------------------------------------------------------------------------
+
+ExitStatus runAdd(Context &context, const Invocation &invocation)
+{
+    ManagementTree::NewValue value;
+    if (invocation.arguments.size() > 1)
+        value.data = invocation.arguments[1].toUtf8();
+    const QString usualFormat = value.data ? QStringLiteral("chr") : QStringLiteral("node");
+    value.format = invocation.options.value(QStringLiteral("format"), usualFormat);
+    return onNode(context, "add", invocation.arguments[0],
+                  [&](const NodeUri &node) { return context.device->tree().add(node, value); });
+}
+
+namespace {
+
+/// "Addr=internet" as a child's name and its value.
+std::optional<ManagementTree::ChildValue> parseChildValue(const QString &word)
+{
+    const qsizetype equals = word.indexOf(u'=');
+    if (equals < 1)
+        return std::nullopt;
+    return ManagementTree::ChildValue{word.left(equals).toUtf8(), word.mid(equals + 1).toUtf8()};
+}
+
+} // namespace
+
+ExitStatus runReplace(Context &context, const Invocation &invocation)
+{
+    ManagementTree &tree = context.device->tree();
+    const QString uri = invocation.arguments[0];
+    const QStringList words = invocation.arguments.mid(1);
+    const Result<Address> address = parseAddress(uri, tree.uriLimits());
+    const Result<TreeNode> node = address ? tree.find(address->node) : address.outcome();
+
+    if (!node || node->isLeaf()) {
+        if (words.size() > 1)
+            return wrongUsage(context, QStringLiteral("replace: one VALUE for one leaf"));
+        return onNode(context, "replace", uri, [&](const NodeUri &leaf) {
+            return tree.replace(leaf, {{}, {}, words[0].toUtf8()});
+        });
+    }
+    std::vector<ManagementTree::ChildValue> values;
+    for (const QString &word : words) {
+        const auto value = parseChildValue(word);
+        if (!value)
+            return wrongUsage(context,
+                              QStringLiteral("replace: %1 is an interior node, so CHILD=VALUE is "
+                                             "wanted instead of \"%2\"")
+                                  .arg(uri, word));
+        values.push_back(*value);
+    }
+    return onNode(context, "replace", uri,
+                  [&](const NodeUri &interior) { return tree.replaceChildren(interior, values); });
+}
+
+ExitStatus runRename(Context &context, const Invocation &invocation)
+{
+    return onNode(context, "rename", invocation.arguments[0], [&](const NodeUri &node) {
+        return context.device->tree().replaceProperty(node, Property::Name,
+                                                      invocation.arguments[1].toUtf8());
+    });
+}
+
+ExitStatus runDelete(Context &context, const Invocation &invocation)
+{
+    return onNode(context, "delete", invocation.arguments[0],
+                  [&](const NodeUri &node) { return context.device->tree().remove(node); });
+}
+
+ExitStatus runCopy(Context &context, const Invocation &invocation)
+{
+    const QString source = invocation.arguments[0];
+    return onNode(context, "copy", invocation.arguments[1], [&](const NodeUri &target) {
+        ManagementTree &tree = context.device->tree();
+        const Result<Address> from = parseAddress(source, tree.uriLimits());
+        return from ? tree.copy(from->node, target) : from.outcome();
+    });
+}
+
+// ---- Packages ------------------------------------------------------------------------------------
+
+namespace {
+
+/// The bytes of a package; none with what is wrong in error. Reading stops behind the largest
+/// package that is accepted.
+std::optional<QByteArray> readPackage(const QString &file, QString &error)
+{
+    QFile input(file);
+    const bool isOpen = file == QStringLiteral("-") ? input.open(STDIN_FILENO, QIODevice::ReadOnly)
+                                                    : input.open(QIODevice::ReadOnly);
+    if (!isOpen) {
+        error = QStringLiteral("process: cannot read %1: %2").arg(file, input.errorString());
+        return std::nullopt;
+    }
+    const QByteArray bytes = input.read(syncml::Limits().messageBytes + 1);
+    if (input.error() != QFileDevice::NoError) {
+        error = QStringLiteral("process: cannot read %1: %2").arg(file, input.errorString());
+        return std::nullopt;
+    }
+    return bytes;
+}
+
+} // namespace
+
+ExitStatus runProcess(Context &context, const Invocation &invocation)
+{
+    const QString file = invocation.arguments[0];
+    if (context.inShell && file == QStringLiteral("-"))
+        return wrongUsage(context, QStringLiteral("process: standard input is the shell's"));
+    QString error;
+    const auto bytes = readPackage(file, error);
+    if (!bytes)
+        return wrongUsage(context, error);
+
+    const syncml::DecodeResult decoded = syncml::decode(*bytes);
+    if (const auto *const failure = std::get_if<syncml::DecodeError>(&decoded))
+        return wrongUsage(context,
+                          QStringLiteral("process: %1: %2").arg(file, failure->toString()));
+    const auto encoding = *syncml::recogniseEncoding(*bytes);
+    const PackageAnswer answer =
+        answerPackage(std::get<syncml::Message>(decoded), context.device->tree(), encoding);
+    if (!answer.message) {
+        context.output.problem(
+            QStringLiteral("process: the package asks for nothing; the session would end here"));
+        return ExitStatus::Success;
+    }
+    const syncml::EncodeResult encoded = syncml::encode(*answer.message, encoding);
+    if (const auto *const failure = std::get_if<syncml::EncodeError>(&encoded)) {
+        context.output.problem(QStringLiteral("process: %1").arg(failure->text));
+        return ExitStatus::CommandRefused;
+    }
+    context.output.raw(std::get<QByteArray>(encoded));
+    if (encoding == syncml::Encoding::Xml)
+        context.output.line({});
+    return answer.allSucceeded ? ExitStatus::Success : ExitStatus::CommandRefused;
+}
+
+// ---- Help and the shell --------------------------------------------------------------------------
+
+ExitStatus runHelp(Context &context, const Invocation &invocation)
+{
+    if (invocation.arguments.isEmpty()) {
+        context.output.raw(commandOverview(context.inShell).toUtf8());
+        return ExitStatus::Success;
+    }
+    const CommandRow *const command = findCommand(invocation.arguments[0], context.inShell);
+    if (!command)
+        return wrongUsage(context,
+                          QStringLiteral("help: no command %1").arg(invocation.arguments[0]));
+    context.output.raw(commandHelp(*command).toUtf8());
+    return ExitStatus::Success;
+}
+
+ExitStatus runShell(Context &context, const Invocation &invocation)
+{
+    Shell shell(*context.device, context.output, invocation.has("fail-fast"));
+    return shell.run();
+}
+
+ExitStatus runQuit(Context &context, const Invocation &)
+{
+    context.leaveShell = true;
+    return ExitStatus::Success;
+}
+
+} // namespace client::cli

@@ -1,0 +1,23 @@
+// What the commands of the table do.
+#pragma once
+
+#include "cli/exit_status.h"
+
+namespace client::cli {
+
+struct Context;
+struct Invocation;
+
+ExitStatus runTree(Context &context, const Invocation &invocation);
+ExitStatus runGet(Context &context, const Invocation &invocation);
+ExitStatus runAdd(Context &context, const Invocation &invocation);
+ExitStatus runReplace(Context &context, const Invocation &invocation);
+ExitStatus runRename(Context &context, const Invocation &invocation);
+ExitStatus runDelete(Context &context, const Invocation &invocation);
+ExitStatus runCopy(Context &context, const Invocation &invocation);
+ExitStatus runProcess(Context &context, const Invocation &invocation);
+ExitStatus runShell(Context &context, const Invocation &invocation);
+ExitStatus runHelp(Context &context, const Invocation &invocation);
+ExitStatus runQuit(Context &context, const Invocation &invocation);
+
+} // namespace client::cli

@@ -1,0 +1,21 @@
+// Exit statuses of dmclient. They are part of its interface: dmclient(1) lists the same ones.
+#pragma once
+
+#include <algorithm>
+
+namespace client::cli {
+
+enum class ExitStatus : int {
+    Success = 0,        ///< every DM command succeeded
+    CommandRefused = 1, ///< a DM command was answered with 4xx or 5xx
+    WrongUsage = 2,     ///< the command line, a line of the shell, or an input file is wrong
+    Unusable = 3,       ///< the plug-in or the state directory cannot be used
+};
+
+/// The status that several commands end with together: the highest of theirs.
+inline ExitStatus worse(ExitStatus one, ExitStatus other)
+{
+    return std::max(one, other);
+}
+
+} // namespace client::cli

@@ -1,0 +1,24 @@
+// The options of dmclient itself, which stand before the command.
+#pragma once
+
+#include "cli/exit_status.h"
+#include "dm_device.h"
+
+#include <QStringList>
+#include <optional>
+
+namespace client::cli {
+
+struct CommandLine {
+    DmDevice::Options device;
+    QString command;
+    QStringList words; ///< behind the command
+};
+
+/// Reads the words of the command line, the program's name first.
+/// @return none when there is nothing to run: help or the version was asked for and has been
+/// printed,
+///         or the usage is wrong and has been reported; exitStatus says which
+std::optional<CommandLine> parseCommandLine(const QStringList &words, ExitStatus &exitStatus);
+
+} // namespace client::cli

@@ -1,0 +1,61 @@
+#include "cli/output.h"
+
+#include <cstdio>
+#include <unistd.h>
+
+namespace client::cli {
+
+namespace {
+
+void write(FILE *file, const QByteArray &bytes)
+{
+    std::fwrite(bytes.constData(), 1, static_cast<std::size_t>(bytes.size()), file);
+    std::fflush(file);
+}
+
+} // namespace
+
+Output::Output()
+    : m_toTerminal(::isatty(STDOUT_FILENO)), m_painter(Painter::forFile(STDOUT_FILENO)),
+      m_errorPainter(Painter::forFile(STDERR_FILENO))
+{
+}
+
+void Output::line(const QString &text)
+{
+    raw(text.toUtf8() + '\n');
+}
+
+void Output::value(const QByteArray &bytes)
+{
+    raw((m_toTerminal ? printable(bytes).toUtf8() : bytes) + '\n');
+}
+
+void Output::raw(const QByteArray &bytes)
+{
+    write(stdout, bytes);
+}
+
+void Output::status(const QString &command, const QString &uri, const Outcome &outcome)
+{
+    if (outcome && m_reports == Reports::Failures)
+        return;
+    report(QStringLiteral("%1 %2: %3").arg(command, uri, describe(outcome)), !outcome);
+}
+
+void Output::problem(const QString &text)
+{
+    report(text, true);
+}
+
+void Output::report(const QString &text, bool failed)
+{
+    const bool toError = m_reports == Reports::Failures;
+    const QString prefixed = toError ? QStringLiteral("dmclient: ") + text : text;
+    const QString harmless = printable(prefixed.toUtf8());
+    const Painter &painter = toError ? m_errorPainter : m_painter;
+    const QString painted = failed ? painter.paint(Colour::Problem, harmless) : harmless;
+    write(toError ? stderr : stdout, painted.toUtf8() + '\n');
+}
+
+} // namespace client::cli

@@ -1,0 +1,41 @@
+// Where the commands of dmclient print.
+#pragma once
+
+#include "cli/terminal.h"
+#include "dm_status.h"
+
+namespace client::cli {
+
+/// Results go to standard output. A single command reports failures on standard error and is silent
+/// about successes; in the shell every command's status is a line of standard output, so that the
+/// answers of a script's lines can be told apart.
+class Output {
+public:
+    enum class Reports { Failures, Everything };
+
+    Output();
+
+    void setReports(Reports reports) { m_reports = reports; }
+
+    const Painter &painter() const { return m_painter; }
+    /// A line of a result.
+    void line(const QString &text);
+    /// A value or a name that came from the tree: as it is, or made harmless for a terminal.
+    void value(const QByteArray &bytes);
+    /// Bytes as they are.
+    void raw(const QByteArray &bytes);
+    /// How a command on a node ended.
+    void status(const QString &command, const QString &uri, const Outcome &outcome);
+    /// What is wrong with the command itself or with a file that it names.
+    void problem(const QString &text);
+
+private:
+    void report(const QString &text, bool failed);
+
+    bool m_toTerminal;
+    Painter m_painter;
+    Painter m_errorPainter;
+    Reports m_reports = Reports::Failures;
+};
+
+} // namespace client::cli

@@ -1,0 +1,100 @@
+#include "cli/shell.h"
+
+#include "cli/command_table.h"
+#include "cli/completion.h"
+#include "cli/line_editor.h"
+#include "cli/tree_drawing.h"
+#include "cli/words.h"
+
+#include <algorithm>
+#include <iostream>
+#include <string>
+#include <unistd.h>
+
+namespace client::cli {
+
+namespace {
+
+bool isSkipped(const QByteArray &line)
+{
+    const QByteArray text = line.trimmed();
+    return text.isEmpty() || text.startsWith('#');
+}
+
+/// Passwords that were typed do not belong into a history file.
+bool mentionsSecret(const QByteArray &line)
+{
+    const auto words = splitWords(line);
+    return !words || std::any_of(words->begin(), words->end(), [](const QString &word) {
+        const QString path = word.section(u'=', 0, 0);
+        return isSecretLeaf(path.section(u'/', -1).toUtf8());
+    });
+}
+
+} // namespace
+
+ExitStatus Shell::run()
+{
+    m_output.setReports(Output::Reports::Everything);
+    if (::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO))
+        runOnTerminal();
+    else
+        runFromPipe();
+    m_output.setReports(Output::Reports::Failures);
+    return m_worst;
+}
+
+void Shell::runOnTerminal()
+{
+    LineEditor editor(
+        m_device.state().clientFile(QStringLiteral("history")),
+        [this](const UnfinishedLine &line) { return complete(line, m_device.tree()); });
+    while (const auto line = editor.readLine()) {
+        if (!isSkipped(*line) && !mentionsSecret(*line))
+            editor.remember(*line);
+        if (!runLine(*line))
+            return;
+    }
+    m_output.line({}); // the end of input leaves the cursor behind the prompt
+}
+
+void Shell::runFromPipe()
+{
+    for (std::string line; std::getline(std::cin, line);)
+        if (!runLine(QByteArray::fromStdString(line)))
+            return;
+}
+
+bool Shell::runLine(const QByteArray &line)
+{
+    if (isSkipped(line))
+        return true;
+    ExitStatus status = ExitStatus::WrongUsage;
+    if (const auto words = splitWords(line))
+        status = runWords(*words);
+    else
+        m_output.problem(QStringLiteral("a quote is not closed"));
+    m_worst = worse(m_worst, status);
+    return !m_leave && !(m_failFast && status != ExitStatus::Success);
+}
+
+ExitStatus Shell::runWords(const QStringList &words)
+{
+    const CommandRow *const command = findCommand(words[0], true);
+    if (!command) {
+        m_output.problem(QStringLiteral("no command %1; help lists them").arg(words[0]));
+        return ExitStatus::WrongUsage;
+    }
+    QString error;
+    const auto invocation = parseInvocation(*command, words.mid(1), error);
+    if (!invocation) {
+        m_output.problem(error);
+        return ExitStatus::WrongUsage;
+    }
+    Context context{.device = &m_device, .output = m_output, .inShell = true};
+    const ExitStatus status = command->run(context, *invocation);
+    m_leave = context.leaveShell;
+    return status;
+}
+
+} // namespace client::cli

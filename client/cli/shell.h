@@ -1,0 +1,39 @@
+// Many commands on one mount.
+#pragma once
+
+#include "cli/exit_status.h"
+#include "cli/output.h"
+#include "dm_device.h"
+
+#include <QByteArray>
+
+namespace client::cli {
+
+/// Reads commands, a line each, and runs them on one device. On a terminal the line can be edited;
+/// otherwise the lines come from standard input as they are. Empty lines and lines that begin with
+/// "#" are skipped. A line that fails does not stop the next one, unless the shell fails fast.
+class Shell {
+public:
+    Shell(DmDevice &device, Output &output, bool failFast)
+        : m_device(device), m_output(output), m_failFast(failFast)
+    {
+    }
+
+    /// @return the highest status of all lines
+    ExitStatus run();
+
+private:
+    void runOnTerminal();
+    void runFromPipe();
+    /// @return false when no more lines are to be read
+    bool runLine(const QByteArray &line);
+    ExitStatus runWords(const QStringList &words);
+
+    DmDevice &m_device;
+    Output &m_output;
+    bool m_failFast;
+    bool m_leave = false;
+    ExitStatus m_worst = ExitStatus::Success;
+};
+
+} // namespace client::cli

@@ -1,0 +1,152 @@
+#include "cli/tree_drawing.h"
+
+#include <QJsonArray>
+#include <algorithm>
+#include <iterator>
+
+namespace client::cli {
+
+namespace {
+
+constexpr const char *secretLeafNames[] = {"AuthPw"};
+constexpr char mask[] = "********";
+
+/// An empty password is no secret, and worth seeing.
+bool isMasked(const ListedNode &leaf, Secrets secrets)
+{
+    return secrets == Secrets::Mask && isSecretLeaf(leaf.node.uri().name()) &&
+           !valueText(**leaf.value).isEmpty();
+}
+
+// ---- Drawing -------------------------------------------------------------------------------------
+
+QString valueColumn(const ListedNode &leaf, Secrets secrets, const Painter &painter)
+{
+    if (!*leaf.value)
+        return painter.paint(Colour::Problem, describe(leaf.value->outcome().status));
+    if (isMasked(leaf, secrets))
+        return painter.paint(Colour::Faint, QString::fromLatin1(mask));
+    const QString text = printable(valueText(**leaf.value));
+    const bool isEmptyText = text.isEmpty() && (*leaf.value)->GetType() == DmtData::String;
+    return isEmptyText ? painter.paint(Colour::Faint, QStringLiteral("\"\"")) : text;
+}
+
+/// Branches in front of each node: "│   └── ".
+QStringList branches(const std::vector<ListedNode> &listing)
+{
+    QStringList prefixes(static_cast<qsizetype>(listing.size()));
+    // From the last line up it is known which levels have another node further down.
+    std::vector<bool> continues;
+    for (std::size_t i = listing.size(); i-- > 0;) {
+        const auto depth = static_cast<std::size_t>(listing[i].depth);
+        continues.resize(depth + 1, false);
+        QString &prefix = prefixes[static_cast<qsizetype>(i)];
+        for (std::size_t level = 1; level < depth; ++level)
+            prefix += continues[level] ? QStringLiteral("│   ") : QStringLiteral("    ");
+        if (depth > 0)
+            prefix += continues[depth] ? QStringLiteral("├── ") : QStringLiteral("└── ");
+        continues[depth] = true;
+    }
+    return prefixes;
+}
+
+QString nameColumn(const ListedNode &entry)
+{
+    return entry.depth == 0 ? entry.node.uri().toDisplay() : displayName(entry.node.uri().name());
+}
+
+} // namespace
+
+bool isSecretLeaf(const QByteArray &name)
+{
+    return std::any_of(std::begin(secretLeafNames), std::end(secretLeafNames),
+                       [&name](const char *secret) { return name == secret; });
+}
+
+QStringList drawTree(const std::vector<ListedNode> &listing, Secrets secrets,
+                     const Painter &painter)
+{
+    const QStringList prefixes = branches(listing);
+    qsizetype width = 0;
+    for (std::size_t i = 0; i < listing.size(); ++i)
+        if (listing[i].value)
+            width = std::max(width, prefixes[static_cast<qsizetype>(i)].size() +
+                                        nameColumn(listing[i]).size());
+
+    constexpr int formatWidth = 4; // "bool" and "null"
+    QStringList lines;
+    for (std::size_t i = 0; i < listing.size(); ++i) {
+        const ListedNode &entry = listing[i];
+        const QString &prefix = prefixes[static_cast<qsizetype>(i)];
+        QString line = painter.paint(Colour::Faint, prefix);
+        if (entry.value) {
+            const QString format = formatName(entry.node.valueType()).leftJustified(formatWidth);
+            line += nameColumn(entry).leftJustified(width - prefix.size()) + QStringLiteral("  ") +
+                    painter.paint(Colour::Faint, format) + QStringLiteral("  ") +
+                    valueColumn(entry, secrets, painter);
+        } else {
+            line += painter.paint(Colour::Name, nameColumn(entry));
+        }
+        while (line.endsWith(u' '))
+            line.chop(1);
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+// ---- JSON ----------------------------------------------------------------------------------------
+
+namespace {
+
+QJsonValue jsonValue(const DmtData &value)
+{
+    if (value.GetType() == DmtData::Null)
+        return {};
+    if (int number = 0; value.GetInt(number) == 0)
+        return number;
+    if (bool flag = false; value.GetBoolean(flag) == 0)
+        return flag;
+    return QString::fromUtf8(valueText(value));
+}
+
+void addValue(QJsonObject &object, const ListedNode &leaf, Secrets secrets)
+{
+    if (!*leaf.value) {
+        object[u"status"] = static_cast<int>(leaf.value->outcome().status);
+    } else if (isMasked(leaf, secrets)) {
+        object[u"value"] = QString::fromLatin1(mask);
+        object[u"masked"] = true;
+    } else {
+        object[u"value"] = jsonValue(**leaf.value);
+    }
+}
+
+/// The node at the position with everything beneath it; the position moves behind them.
+QJsonObject nodeToJson(const std::vector<ListedNode> &listing, std::size_t &position,
+                       Secrets secrets)
+{
+    const ListedNode &entry = listing[position++];
+    QJsonObject object;
+    object[u"name"] = QString::fromUtf8(entry.node.uri().name());
+    object[u"uri"] = QString::fromLatin1(entry.node.uri().toUri());
+    object[u"format"] = formatName(entry.node.valueType());
+    if (entry.value) {
+        addValue(object, entry, secrets);
+        return object;
+    }
+    QJsonArray children;
+    while (position < listing.size() && listing[position].depth > entry.depth)
+        children.append(nodeToJson(listing, position, secrets));
+    object[u"children"] = children;
+    return object;
+}
+
+} // namespace
+
+QJsonObject treeToJson(const std::vector<ListedNode> &listing, Secrets secrets)
+{
+    std::size_t position = 0;
+    return nodeToJson(listing, position, secrets);
+}
+
+} // namespace client::cli

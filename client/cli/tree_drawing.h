@@ -1,0 +1,27 @@
+// Showing a listing of the management tree.
+#pragma once
+
+#include "cli/terminal.h"
+#include "management_tree.h"
+
+#include <QJsonObject>
+#include <QStringList>
+#include <vector>
+
+namespace client::cli {
+
+enum class Secrets { Mask, Show };
+
+/// The listing as lines with branches, the formats and values of all leaves in columns.
+QStringList drawTree(const std::vector<ListedNode> &listing, Secrets secrets,
+                     const Painter &painter);
+
+/// The listing as one object a node: "name", "uri" and "format"; "children" of an interior node;
+/// "value" of a leaf as text, number or boolean, null when it has none. A masked value has "masked"
+/// true beside it; a leaf that cannot be read has "status" in place of "value".
+QJsonObject treeToJson(const std::vector<ListedNode> &listing, Secrets secrets);
+
+/// Whether a leaf of this name holds a password.
+bool isSecretLeaf(const QByteArray &name);
+
+} // namespace client::cli

@@ -1,0 +1,331 @@
+#include "command_processor.h"
+
+#include <QByteArrayList>
+#include <algorithm>
+#include <iterator>
+
+namespace client {
+
+using syncml::Command;
+using syncml::CommandKind;
+using syncml::Item;
+using syncml::Location;
+using syncml::Meta;
+
+// ---- Statuses ------------------------------------------------------------------------------------
+
+namespace {
+
+Command statusFor(const Command &command, DmStatus status)
+{
+    Command answer;
+    answer.kind = CommandKind::Status;
+    answer.cmdRef = command.cmdId.value_or(QString());
+    answer.cmd = syncml::commandName(command);
+    answer.data = QByteArray::number(static_cast<int>(status));
+    return answer;
+}
+
+void addReferences(Command &status, const Item &item)
+{
+    if (item.target)
+        status.targetRefs.push_back(item.target->locUri);
+    if (item.source)
+        status.sourceRefs.push_back(item.source->locUri);
+}
+
+void addItemStatuses(const Command &command, const std::vector<DmStatus> &statuses,
+                     std::vector<Command> &answers)
+{
+    const bool allAlike = std::adjacent_find(statuses.begin(), statuses.end(),
+                                             std::not_equal_to<>()) == statuses.end();
+    for (std::size_t i = 0; i < statuses.size(); ++i) {
+        if (i == 0 || !allAlike)
+            answers.push_back(statusFor(command, statuses[i]));
+        addReferences(answers.back(), command.items[i]);
+    }
+}
+
+} // namespace
+
+void CommandProcessor::refuse(const Command &command, DmStatus status,
+                              std::vector<Command> &answers)
+{
+    if (command.kind == CommandKind::Status || command.kind == CommandKind::Results)
+        return;
+    answers.push_back(statusFor(command, status));
+    for (const Item &item : command.items)
+        addReferences(answers.back(), item);
+    for (const Command &inner : command.commands)
+        refuse(inner, status, answers);
+}
+
+// ---- Running one command -------------------------------------------------------------------------
+
+const CommandProcessor::ItemCommand CommandProcessor::itemCommands[] = {
+    {CommandKind::Add, &CommandProcessor::add},
+    {CommandKind::Copy, &CommandProcessor::copy},
+    {CommandKind::Delete, &CommandProcessor::remove},
+    {CommandKind::Exec, &CommandProcessor::execute},
+    {CommandKind::Get, &CommandProcessor::get},
+    {CommandKind::Replace, &CommandProcessor::replace},
+};
+
+void CommandProcessor::run(const Command &command, std::vector<Command> &answers)
+{
+    if (!command.cmdId) {
+        refuse(command, DmStatus::BadRequest, answers);
+        return;
+    }
+    const auto *const row =
+        std::find_if(std::begin(itemCommands), std::end(itemCommands),
+                     [&command](const ItemCommand &entry) { return entry.kind == command.kind; });
+    if (row != std::end(itemCommands)) {
+        runItems(command, row->run, answers);
+        return;
+    }
+    switch (command.kind) {
+    case CommandKind::Sequence:
+        runSequence(command, answers);
+        break;
+    case CommandKind::Atomic:
+        answers.push_back(statusFor(command, DmStatus::FeatureNotSupported));
+        for (const Command &inner : command.commands)
+            refuse(inner, DmStatus::NotExecuted, answers);
+        break;
+    case CommandKind::Unknown:
+        refuse(command, DmStatus::BadRequest, answers);
+        break;
+    default:
+        refuse(command, DmStatus::FeatureNotSupported, answers);
+        break;
+    }
+}
+
+void CommandProcessor::runItems(const Command &command, ItemOperation operation,
+                                std::vector<Command> &answers)
+{
+    if (command.items.empty()) {
+        answers.push_back(statusFor(command, DmStatus::IncompleteCommand));
+        return;
+    }
+    m_results.clear();
+    std::vector<DmStatus> statuses;
+    for (const Item &item : command.items)
+        statuses.push_back((this->*operation)(command, item).status);
+    addItemStatuses(command, statuses, answers);
+    if (m_results.empty())
+        return;
+    Command results;
+    results.kind = CommandKind::Results;
+    results.cmdRef = command.cmdId;
+    results.items = std::move(m_results);
+    m_results.clear();
+    answers.push_back(std::move(results));
+}
+
+void CommandProcessor::runSequence(const Command &command, std::vector<Command> &answers)
+{
+    answers.push_back(statusFor(command, DmStatus::Ok));
+    for (const Command &inner : command.commands)
+        run(inner, answers);
+}
+
+// ---- Items ---------------------------------------------------------------------------------------
+
+namespace {
+
+const Outcome noAddress{DmStatus::IncompleteCommand, QStringLiteral("an item without an address")};
+
+/// What the item says about its value; what it leaves out, the command says for all items.
+ManagementTree::NewValue newValue(const Command &command, const Item &item)
+{
+    const auto either = [&](std::optional<QString> Meta::*member) {
+        if (item.meta && (*item.meta).*member)
+            return *((*item.meta).*member);
+        return command.meta ? ((*command.meta).*member).value_or(QString()) : QString();
+    };
+    return {either(&Meta::format), either(&Meta::type), item.data};
+}
+
+/// Large objects come in chunks; this client takes whole values only and stores none in part.
+const Outcome chunkRefused{DmStatus::FeatureNotSupported,
+                           QStringLiteral("large objects are not supported")};
+
+} // namespace
+
+Result<NodeUri> CommandProcessor::wholeNode(const std::optional<Location> &location) const
+{
+    if (!location)
+        return noAddress;
+    const Result<Address> address = parseAddress(location->locUri, m_tree.uriLimits());
+    if (!address)
+        return address.outcome();
+    if (address->query == Address::Query::None)
+        return address->node;
+    if (const Result<TreeNode> node = m_tree.find(address->node); !node)
+        return node.outcome();
+    return Outcome{DmStatus::NotAllowed,
+                   QStringLiteral("the command works on nodes, not on ?%1").arg(address->argument)};
+}
+
+Outcome CommandProcessor::add(const Command &command, const Item &item)
+{
+    const Result<NodeUri> uri = wholeNode(item.target);
+    if (!uri)
+        return uri.outcome();
+    return item.moreData ? chunkRefused : m_tree.add(*uri, newValue(command, item));
+}
+
+Outcome CommandProcessor::replace(const Command &command, const Item &item)
+{
+    if (!item.target)
+        return noAddress;
+    const Result<Address> address = parseAddress(item.target->locUri, m_tree.uriLimits());
+    if (!address)
+        return address.outcome();
+    if (item.moreData)
+        return chunkRefused;
+    if (address->query == Address::Query::None)
+        return m_tree.replace(address->node, newValue(command, item));
+    if (const Result<TreeNode> node = m_tree.find(address->node); !node)
+        return node.outcome();
+    const auto property = address->query == Address::Query::Property
+                              ? propertyNamed(address->argument)
+                              : std::nullopt;
+    if (!property)
+        return {DmStatus::FeatureNotSupported,
+                QStringLiteral("no property %1").arg(address->argument)};
+    return m_tree.replaceProperty(address->node, *property, item.data.value_or(QByteArray()));
+}
+
+Outcome CommandProcessor::remove(const Command &, const Item &item)
+{
+    const Result<NodeUri> uri = wholeNode(item.target);
+    return uri ? m_tree.remove(*uri) : uri.outcome();
+}
+
+Outcome CommandProcessor::copy(const Command &, const Item &item)
+{
+    const Result<NodeUri> source = wholeNode(item.source);
+    if (!source)
+        return source.outcome();
+    const Result<NodeUri> target = wholeNode(item.target);
+    return target ? m_tree.copy(*source, *target) : target.outcome();
+}
+
+Outcome CommandProcessor::execute(const Command &, const Item &item)
+{
+    const Result<NodeUri> uri = wholeNode(item.target);
+    return uri ? m_tree.execute(*uri) : uri.outcome();
+}
+
+// ---- Get -----------------------------------------------------------------------------------------
+
+namespace {
+
+constexpr char defaultType[] = "text/plain";
+
+/// What a Results says about a node; nothing when both have their default.
+std::optional<Meta> describeNode(signed char valueType, const QString &type)
+{
+    Meta meta;
+    if (valueType == DmtData::Bin)
+        meta.format = QStringLiteral("b64");
+    else if (valueType != DmtData::String)
+        meta.format = formatName(valueType);
+    if (!type.isEmpty() && (type != QLatin1String(defaultType) || valueType == DmtData::Node))
+        meta.type = type;
+    return meta == Meta() ? std::nullopt : std::optional(meta);
+}
+
+Item resultItem(const QString &uri, std::optional<Meta> meta, std::optional<QByteArray> data)
+{
+    Item item;
+    item.source = Location{uri, std::nullopt};
+    item.meta = std::move(meta);
+    item.data = std::move(data);
+    return item;
+}
+
+QByteArray childList(const std::vector<TreeNode> &children)
+{
+    QByteArrayList names;
+    for (const TreeNode &child : children)
+        names.push_back(escapeName(child.uri().name()));
+    return names.join('/');
+}
+
+} // namespace
+
+Outcome CommandProcessor::get(const Command &, const Item &item)
+{
+    if (!item.target)
+        return noAddress;
+    const QString &uri = item.target->locUri;
+    const Result<Address> address = parseAddress(uri, m_tree.uriLimits());
+    if (!address)
+        return address.outcome();
+    const Result<TreeNode> node = m_tree.find(address->node);
+    if (!node)
+        return node.outcome();
+    switch (address->query) {
+    case Address::Query::None:
+        return getValue(*node, uri);
+    case Address::Query::Property:
+        return getProperty(*node, address->argument, uri);
+    case Address::Query::List:
+        return getListing(*node, address->argument);
+    case Address::Query::Unknown:
+        break;
+    }
+    return {DmStatus::FeatureNotSupported,
+            QStringLiteral("unknown query ?%1").arg(address->argument)};
+}
+
+Outcome CommandProcessor::getValue(const TreeNode &node, const QString &uri)
+{
+    if (!node.isLeaf()) {
+        m_results.push_back(resultItem(uri, describeNode(DmtData::Node, QLatin1String(defaultType)),
+                                       childList(m_tree.children(node))));
+        return {};
+    }
+    const Result<DmtData> value = m_tree.value(node);
+    if (!value)
+        return value.outcome();
+    m_results.push_back(
+        resultItem(uri, describeNode(node.valueType(), m_tree.type(node)), valueText(*value)));
+    return {};
+}
+
+Outcome CommandProcessor::getProperty(const TreeNode &node, const QString &name, const QString &uri)
+{
+    const auto property = propertyNamed(name);
+    if (!property)
+        return {DmStatus::FeatureNotSupported, QStringLiteral("no property %1").arg(name)};
+    const Result<QByteArray> value = m_tree.property(node, *property);
+    if (!value)
+        return value.outcome();
+    m_results.push_back(resultItem(uri, std::nullopt, *value));
+    return {};
+}
+
+Outcome CommandProcessor::getListing(const TreeNode &node, const QString &kind)
+{
+    const bool withValues = kind == QStringLiteral("StructData");
+    if (!withValues && kind != QStringLiteral("Struct"))
+        return {DmStatus::FeatureNotSupported, QStringLiteral("no listing %1").arg(kind)};
+    const auto values = withValues ? ManagementTree::Values::Read : ManagementTree::Values::Omit;
+    for (const ListedNode &listed : m_tree.list(node, values)) {
+        // A leaf that cannot be read is listed without data.
+        std::optional<QByteArray> data;
+        if (listed.value && *listed.value)
+            data = valueText(**listed.value);
+        m_results.push_back(
+            resultItem(QString::fromLatin1(listed.node.uri().toUri()),
+                       describeNode(listed.node.valueType(), m_tree.type(listed.node)), data));
+    }
+    return {};
+}
+
+} // namespace client

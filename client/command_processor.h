@@ -1,0 +1,62 @@
+// Runs DM commands on the management tree.
+#pragma once
+
+#include "management_tree.h"
+#include "syncml/message.h"
+
+#include <vector>
+
+namespace client {
+
+/// One DM command in, its statuses and results out. It knows neither encodings nor sessions.
+///
+/// Every Status and Results refers to its command by CmdRef; CmdID and MsgRef are left to the
+/// message that they become part of.
+class CommandProcessor {
+public:
+    explicit CommandProcessor(ManagementTree &tree) : m_tree(tree) {}
+
+    /// Runs the command and appends what answers it. Items of one command are independent of each
+    /// other. When all of them end alike one Status stands for all, otherwise each has its own.
+    /// Nothing answers a Status or a Results.
+    void run(const syncml::Command &command, std::vector<syncml::Command> &answers);
+
+    /// Answers the command, and the commands in it, with a status without running anything.
+    static void refuse(const syncml::Command &command, DmStatus status,
+                       std::vector<syncml::Command> &answers);
+
+private:
+    using ItemOperation = Outcome (CommandProcessor::*)(const syncml::Command &,
+                                                        const syncml::Item &);
+
+    struct ItemCommand {
+        syncml::CommandKind kind;
+        ItemOperation run;
+    };
+    static const ItemCommand itemCommands[];
+
+    void runItems(const syncml::Command &command, ItemOperation operation,
+                  std::vector<syncml::Command> &answers);
+    void runSequence(const syncml::Command &command, std::vector<syncml::Command> &answers);
+
+    // One Item of each command.
+    Outcome add(const syncml::Command &command, const syncml::Item &item);
+    Outcome replace(const syncml::Command &command, const syncml::Item &item);
+    Outcome remove(const syncml::Command &command, const syncml::Item &item);
+    Outcome copy(const syncml::Command &command, const syncml::Item &item);
+    Outcome execute(const syncml::Command &command, const syncml::Item &item);
+    Outcome get(const syncml::Command &command, const syncml::Item &item);
+
+    // What one Item of a Get can ask for; the answer goes to m_results.
+    Outcome getValue(const TreeNode &node, const QString &uri);
+    Outcome getProperty(const TreeNode &node, const QString &name, const QString &uri);
+    Outcome getListing(const TreeNode &node, const QString &kind);
+
+    /// The node that a command other than Get works on; 405 for a property or a listing of it.
+    Result<NodeUri> wholeNode(const std::optional<syncml::Location> &location) const;
+
+    ManagementTree &m_tree;
+    std::vector<syncml::Item> m_results; ///< of the Get that runs
+};
+
+} // namespace client

@@ -1,0 +1,41 @@
+// The device as a DM client sees it: a locked state directory, the plug-in and the management tree.
+#pragma once
+
+#include "management_tree.h"
+#include "plugin_host.h"
+#include "plugin_log.h"
+#include "state_directory.h"
+
+#include <memory>
+
+namespace client {
+
+/// Everything that one run of the client holds. Making it mounts the plug-in's roots afresh.
+class DmDevice {
+public:
+    struct Options {
+        QString stateDirectory;
+        QString pluginFile = QString::fromLatin1(PluginHost::defaultFile);
+        bool pluginMessagesToStandardError = false;
+    };
+
+    /// @return null on failure, with a sentence that says what cannot be used and why in error
+    static std::unique_ptr<DmDevice> open(const Options &options, QString &error);
+
+    ManagementTree &tree() { return *m_tree; }
+    const StateDirectory &state() const { return *m_state; }
+
+private:
+    DmDevice() = default;
+
+    bool mountRoots(QString &error);
+
+    // In the order of making. They go in the reverse order, so that the trees are dropped while
+    // their plug-in is still loaded, and the lock is given up last.
+    std::unique_ptr<StateDirectory> m_state;
+    std::unique_ptr<PluginLog> m_log;
+    std::unique_ptr<PluginHost> m_plugin;
+    std::unique_ptr<ManagementTree> m_tree;
+};
+
+} // namespace client

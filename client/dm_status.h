@@ -1,0 +1,76 @@
+// Status codes of DM commands, and how the client reports an outcome with its reason.
+#pragma once
+
+#include <QString>
+#include <optional>
+#include <utility>
+
+namespace client {
+
+/// Statuses that this client gives to commands, numbered as the DM protocol numbers them.
+enum class DmStatus : int {
+    Ok = 200,
+    NotExecuted = 215,
+    BadRequest = 400,
+    Forbidden = 403,
+    NotFound = 404,
+    NotAllowed = 405,
+    FeatureNotSupported = 406,
+    IncompleteCommand = 412,
+    TooLarge = 413,
+    UriTooLong = 414,
+    UnsupportedFormat = 415,
+    AlreadyExists = 418,
+    StoreFull = 420,
+    PermissionDenied = 425,
+    CommandFailed = 500,
+    DtdVersionNotSupported = 505,
+    DataStoreFailure = 510,
+    ProtocolVersionNotSupported = 513,
+};
+
+/// Short English meaning of a status, such as "Not Found" for 404.
+QString meaning(DmStatus status);
+
+/// "404 Not Found"
+QString describe(DmStatus status);
+
+inline bool succeeded(DmStatus status)
+{
+    return static_cast<int>(status) < 300;
+}
+
+/// The status that a server gets for what an engine call returned: 0 is 200, a failure code that is
+/// a status of its own goes out as it is, and anything else (a plug-in's own 1) is 500.
+DmStatus statusOfEngineCall(int engineStatus);
+
+/// How one operation ended. The reason is a sentence for people, without a full stop; it is empty
+/// on success and where the status says everything.
+struct Outcome {
+    DmStatus status = DmStatus::Ok;
+    QString reason;
+
+    explicit operator bool() const { return succeeded(status); }
+};
+
+/// "404 Not Found: no node ./X"
+QString describe(const Outcome &outcome);
+
+/// A value, or the outcome that says why there is none.
+template <class T>
+class Result {
+public:
+    Result(T value) : m_value(std::move(value)) {}
+    Result(Outcome failure) : m_outcome(std::move(failure)) {}
+
+    explicit operator bool() const { return m_value.has_value(); }
+    const Outcome &outcome() const { return m_outcome; }
+    const T &operator*() const { return *m_value; }
+    const T *operator->() const { return &*m_value; }
+
+private:
+    Outcome m_outcome;
+    std::optional<T> m_value;
+};
+
+} // namespace client

@@ -1,0 +1,141 @@
+// The whole management tree: the client's own nodes and the trees of plug-ins, under one address
+// space and the rules that the DM protocol has for its commands.
+#pragma once
+
+#include "device_tree.h"
+#include "dmnative/dmt_tree.h"
+#include "node_uri.h"
+#include "node_value.h"
+#include "property_store.h"
+
+#include <map>
+#include <optional>
+#include <vector>
+
+namespace client {
+
+/// A node that exists. It stays usable until the tree changes it or is unmounted.
+class TreeNode {
+public:
+    const NodeUri &uri() const { return m_uri; }
+    bool isLeaf() const { return m_node->IsLeaf(); }
+    /// Type of the value that the node was made with; Node for an interior one.
+    signed char valueType() const;
+
+private:
+    friend class ManagementTree;
+
+    NodeUri m_uri;
+    DmtTree *m_tree = nullptr; ///< held by its mount
+    QByteArray m_path;         ///< relative to the root of m_tree
+    JemSmartPtr<DmtNode> m_node;
+    bool m_isPermanent = false;  ///< neither deleted nor renamed
+    bool m_isChangeable = false; ///< its value may be replaced, nodes may be added beneath it
+};
+
+/// One node of a listing.
+struct ListedNode {
+    TreeNode node;
+    int depth = 0; ///< below the node that the listing began with
+    /// The leaf's value, or why it cannot be read; none for interior nodes and when values were not
+    /// asked for.
+    std::optional<Result<DmtData>> value;
+};
+
+/// Properties of a node that a server can name.
+enum class Property { Acl, Format, Name, Size, Title, TStamp, Type, VerNo };
+
+/// The property of that name, compared byte for byte.
+std::optional<Property> propertyNamed(const QString &name);
+/// Names of the properties that can be read here.
+std::vector<QString> readableProperties();
+
+/// Operations check in this order and stop at the first check that fails: the node, or for a new
+/// one its parent, exists (404); the command may be used on it (405); a new node is not there yet
+/// (418); the value has the right format (415); then the plug-in decides. Nothing is changed unless
+/// the plug-in is reached.
+class ManagementTree {
+public:
+    explicit ManagementTree(const DeviceDescription &device);
+
+    /// Hangs a tree in at a root, whose name is new beneath its parent. The root becomes permanent.
+    void mount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree);
+
+    const UriLimits &uriLimits() const { return m_device.uriLimits; }
+    const QByteArray &deviceId() const { return m_device.deviceId; }
+
+    // ---- Reading
+
+    Result<TreeNode> find(const NodeUri &uri) const;
+    /// Children in the order in which the tree lists them; none for a leaf.
+    std::vector<TreeNode> children(const TreeNode &node) const;
+    /// The value of a leaf; 405 for an interior node.
+    Result<DmtData> value(const TreeNode &node) const;
+    /// 406 for a property that this client does not keep.
+    Result<QByteArray> property(const TreeNode &node, Property property) const;
+    /// MIME type of a leaf; Management Object id of an interior node, or empty.
+    QString type(const TreeNode &node) const;
+    enum class Values { Omit, Read };
+    /// The node and everything beneath it, parents before their children. The leaves of a node are
+    /// read in one call; when that fails, one by one, so that one unreadable leaf hides no other.
+    std::vector<ListedNode> list(const TreeNode &start, Values values) const;
+
+    // ---- Changing
+
+    /// What a server says about a new node, or about a new value.
+    struct NewValue {
+        QString format; ///< Meta Format; empty when the server gave none
+        QString type;   ///< Meta Type; empty when the server gave none
+        std::optional<QByteArray> data;
+    };
+
+    /// Adds a leaf, or an interior node when the format is "node". Missing ancestors are not
+    /// created.
+    Outcome add(const NodeUri &uri, const NewValue &value);
+    /// Replaces the value of a leaf. Without a format the value is read in the leaf's own.
+    Outcome replace(const NodeUri &uri, const NewValue &value);
+    struct ChildValue {
+        QByteArray name;
+        QByteArray text;
+    };
+    /// Replaces the values of several leaves of one interior node in one call of its tree, in the
+    /// given order. The tree stops at the first value that it refuses; those before it stay.
+    Outcome replaceChildren(const NodeUri &uri, const std::vector<ChildValue> &values);
+    /// Replaces a property; only Name can be, which renames the node.
+    Outcome replaceProperty(const NodeUri &uri, Property property, const QByteArray &value);
+    Outcome remove(const NodeUri &uri);
+    /// Copies the value of one leaf to another, which is added when it is missing.
+    Outcome copy(const NodeUri &source, const NodeUri &target);
+    /// Nothing here can be executed: 404 or 405.
+    Outcome execute(const NodeUri &uri) const;
+
+private:
+    enum class Content { Permanent, Changeable };
+
+    struct Mount {
+        NodeUri root;
+        JemSmartPtr<DmtTree> tree;
+        Content content;
+    };
+
+    const Mount &mountOf(const NodeUri &uri) const;
+    TreeNode makeNode(const Mount &mount, const NodeUri &uri, const QByteArray &path,
+                      const JemSmartPtr<DmtNode> &node) const;
+    /// The values of the leaves directly beneath a node, as far as one call yields them.
+    std::map<QByteArray, DmtData> leafValues(const TreeNode &interior) const;
+    void listBeneath(const TreeNode &node, int depth, Values values,
+                     std::vector<ListedNode> &listed) const;
+    /// The parent of a node that is to be added, once every rule allows the node.
+    Result<TreeNode> parentForNewNode(const NodeUri &uri) const;
+    Outcome addLeaf(const TreeNode &parent, const QByteArray &name, const DmtData &value) const;
+    Outcome copyToNewLeaf(const TreeNode &source, const NodeUri &target) const;
+    Result<DmtData> valueToCopy(const TreeNode &source) const;
+    Outcome rename(const TreeNode &node, const QByteArray &newName);
+
+    DeviceDescription m_device;
+    JemSmartPtr<DeviceTree> m_deviceTree;
+    std::vector<Mount> m_mounts; ///< longer roots first; the client's own tree is the last
+    PropertyStore m_properties;
+};
+
+} // namespace client

@@ -1,0 +1,238 @@
+#include "node_uri.h"
+
+#include <QList>
+#include <QStringDecoder>
+#include <algorithm>
+#include <cctype>
+
+namespace client {
+
+// ---- Names ---------------------------------------------------------------------------------------
+
+namespace {
+
+// Besides letters, digits and "-._~", which are never escaped, these may stand in a path segment.
+constexpr char segmentCharacters[] = "!*'():@&=+$,";
+
+constexpr char hexDigits[] = "0123456789ABCDEF";
+
+QByteArray percentEncoded(const QByteArray &bytes)
+{
+    QByteArray encoded;
+    for (const char byte : bytes) {
+        const auto value = static_cast<unsigned char>(byte);
+        encoded += '%';
+        encoded += hexDigits[value >> 4];
+        encoded += hexDigits[value & 0xF];
+    }
+    return encoded;
+}
+
+std::optional<QString> fromUtf8Strictly(const QByteArray &bytes)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    const QString text = decoder(bytes);
+    return decoder.hasError() ? std::nullopt : std::optional(text);
+}
+
+bool isMisreadInDisplay(const QString &text, qsizetype position)
+{
+    const QChar character = text[position];
+    if (character == u'/' || character == u'?' || character == u'%')
+        return true;
+    if (character == u' ')
+        return position == 0 || position == text.size() - 1;
+    return character.isSpace() || character.category() == QChar::Other_Control ||
+           character.category() == QChar::Other_Format;
+}
+
+int characterCount(const QByteArray &utf8)
+{
+    // UTF-8 continuation bytes do not start a character.
+    return static_cast<int>(std::count_if(utf8.begin(), utf8.end(), [](char byte) {
+        return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
+    }));
+}
+
+bool isReservedName(const QByteArray &name)
+{
+    return name.isEmpty() || name == "." || name == ".." || name == "*";
+}
+
+bool exceeds(qsizetype length, int limit)
+{
+    return limit > 0 && length > limit;
+}
+
+} // namespace
+
+QByteArray escapeName(const QByteArray &name)
+{
+    return name.toPercentEncoding(QByteArray(segmentCharacters));
+}
+
+QString displayName(const QByteArray &name)
+{
+    const auto text = fromUtf8Strictly(name);
+    if (!text)
+        return QString::fromLatin1(escapeName(name));
+    QString shown;
+    for (qsizetype i = 0; i < text->size(); ++i) {
+        const QChar character = (*text)[i];
+        if (isMisreadInDisplay(*text, i))
+            shown += QString::fromLatin1(percentEncoded(QString(character).toUtf8()));
+        else
+            shown += character;
+    }
+    return shown;
+}
+
+// ---- Node URIs -----------------------------------------------------------------------------------
+
+QByteArray NodeUri::name() const
+{
+    return isRoot() ? QByteArray(".") : m_names.back();
+}
+
+NodeUri NodeUri::parent() const
+{
+    return NodeUri({m_names.begin(), m_names.end() - 1});
+}
+
+NodeUri NodeUri::child(const QByteArray &name) const
+{
+    std::vector<QByteArray> names = m_names;
+    names.push_back(name);
+    return NodeUri(std::move(names));
+}
+
+bool NodeUri::contains(const NodeUri &other) const
+{
+    return m_names.size() <= other.m_names.size() &&
+           std::equal(m_names.begin(), m_names.end(), other.m_names.begin());
+}
+
+QByteArray NodeUri::toUri() const
+{
+    QByteArray uri(".");
+    for (const QByteArray &name : m_names)
+        uri += '/' + escapeName(name);
+    return uri;
+}
+
+QString NodeUri::toDisplay() const
+{
+    QString uri(u'.');
+    for (const QByteArray &name : m_names)
+        uri += u'/' + displayName(name);
+    return uri;
+}
+
+// ---- Reading addresses ---------------------------------------------------------------------------
+
+namespace {
+
+std::optional<QByteArray> unescaped(const QByteArray &segment)
+{
+    for (qsizetype i = 0; i < segment.size(); ++i) {
+        if (segment[i] != '%')
+            continue;
+        const auto isHex = [&segment](qsizetype at) {
+            return at < segment.size() && std::isxdigit(static_cast<unsigned char>(segment[at]));
+        };
+        if (!isHex(i + 1) || !isHex(i + 2))
+            return std::nullopt;
+    }
+    return QByteArray::fromPercentEncoding(segment);
+}
+
+Outcome notFound(const QString &reason)
+{
+    return {DmStatus::NotFound, reason};
+}
+
+Result<NodeUri> parsePath(const QByteArray &path, const UriLimits &limits)
+{
+    if (path == ".")
+        return NodeUri();
+    QList<QByteArray> segments = path.split('/');
+    if (segments.front() == "." && segments.size() > 1)
+        segments.removeFirst();
+    if (exceeds(segments.size(), limits.maxDepth))
+        return Outcome{DmStatus::UriTooLong,
+                       QStringLiteral("more than %1 names in the URI").arg(limits.maxDepth)};
+
+    std::vector<QByteArray> names;
+    for (const QByteArray &segment : segments) {
+        const auto name = unescaped(segment);
+        if (!name)
+            return notFound(
+                QStringLiteral("malformed escape in \"%1\"").arg(QString::fromUtf8(segment)));
+        if (isReservedName(*name))
+            return notFound(QStringLiteral("\"%1\" cannot be the name of a node")
+                                .arg(QString::fromUtf8(*name)));
+        if (name->contains('/') || name->contains('\0'))
+            return notFound(QStringLiteral("the name of a node has no slash and no NUL"));
+        if (exceeds(characterCount(*name), limits.maxSegmentLength))
+            return Outcome{
+                DmStatus::UriTooLong,
+                QStringLiteral("a name of more than %1 characters").arg(limits.maxSegmentLength)};
+        names.push_back(*name);
+    }
+    return NodeUri(std::move(names));
+}
+
+void parseQuery(const QString &query, Address &address)
+{
+    struct Prefix {
+        QStringView text;
+        Address::Query query;
+    };
+    static constexpr Prefix prefixes[] = {
+        {u"prop=", Address::Query::Property},
+        {u"list=", Address::Query::List},
+    };
+    for (const Prefix &prefix : prefixes) {
+        if (query.startsWith(prefix.text)) {
+            address.query = prefix.query;
+            address.argument = query.mid(prefix.text.size());
+            return;
+        }
+    }
+    address.query = Address::Query::Unknown;
+    address.argument = query;
+}
+
+} // namespace
+
+Result<Address> parseAddress(const QString &text, const UriLimits &limits)
+{
+    const QString uri = text.trimmed();
+    if (exceeds(uri.size(), limits.maxTotalLength))
+        return Outcome{
+            DmStatus::UriTooLong,
+            QStringLiteral("a URI of more than %1 characters").arg(limits.maxTotalLength)};
+
+    const qsizetype questionMark = uri.indexOf(u'?');
+    const Result<NodeUri> node = parsePath(uri.left(questionMark).toUtf8(), limits);
+    if (!node)
+        return node.outcome();
+    Address address;
+    address.node = *node;
+    if (questionMark >= 0)
+        parseQuery(uri.mid(questionMark + 1), address);
+    return address;
+}
+
+Outcome checkNewName(const QByteArray &name, const UriLimits &limits)
+{
+    if (isReservedName(name) || name.contains('/') || name.contains('\0'))
+        return {DmStatus::NotAllowed,
+                QStringLiteral("\"%1\" cannot be the name of a node").arg(QString::fromUtf8(name))};
+    if (exceeds(characterCount(name), limits.maxSegmentLength))
+        return {DmStatus::UriTooLong,
+                QStringLiteral("a name of more than %1 characters").arg(limits.maxSegmentLength)};
+    return {};
+}
+
+} // namespace client

@@ -1,0 +1,77 @@
+// Addresses of nodes as servers and people write them.
+#pragma once
+
+#include "dm_status.h"
+
+#include <QByteArray>
+#include <compare>
+#include <vector>
+
+namespace client {
+
+/// A node's place in the management tree: the names from the root down. The root has none.
+///
+/// Names are raw bytes, UTF-8 by convention. A name is never empty and never "." or ".."; it has no
+/// slash and no NUL, since the engine's paths are slash-separated, NUL-terminated texts.
+class NodeUri {
+public:
+    NodeUri() = default; ///< the root
+    explicit NodeUri(std::vector<QByteArray> names) : m_names(std::move(names)) {}
+
+    bool isRoot() const { return m_names.empty(); }
+    const std::vector<QByteArray> &names() const { return m_names; }
+    /// Last name; "." for the root.
+    QByteArray name() const;
+    /// Must not be called for the root.
+    NodeUri parent() const;
+    NodeUri child(const QByteArray &name) const;
+    /// Whether this is `other`, or stands above it.
+    bool contains(const NodeUri &other) const;
+
+    /// "./A/B" with each name escaped as escapeName does; "." for the root.
+    QByteArray toUri() const;
+    /// "./A/B" with each name as displayName gives it: for people, and accepted by parseAddress.
+    QString toDisplay() const;
+
+    auto operator<=>(const NodeUri &) const = default;
+
+private:
+    std::vector<QByteArray> m_names;
+};
+
+/// A name as it stands in a URI: every byte that is not allowed in a path segment is written %XX.
+QByteArray escapeName(const QByteArray &name);
+
+/// A name for people: only what would be misread is written %XX (slash, question mark, percent
+/// sign, white space other than a blank between two other characters, control characters, bytes
+/// that are no UTF-8).
+QString displayName(const QByteArray &name);
+
+/// Longest addresses that are accepted; 0 is no limit.
+struct UriLimits {
+    int maxDepth = 0;         ///< names from the root down
+    int maxTotalLength = 0;   ///< characters of the whole URI as received, query included
+    int maxSegmentLength = 0; ///< characters of one name
+};
+
+/// What a LocURI points at: a node, a property of it, or a listing of what stands beneath it.
+struct Address {
+    enum class Query { None, Property, List, Unknown };
+
+    NodeUri node;
+    Query query = Query::None;
+    QString
+        argument; ///< name of the property, or kind of the listing; the whole of an unknown query
+};
+
+/// Reads a LocURI. White space around it is ignored, "./A", "A" and an escaped "%41" are the same.
+/// Fails with 414 when it breaks a limit, and with 404 for every address that no node can have: an
+/// empty one, one with a leading or trailing slash, an empty name, "." or ".." or "*" as a name, a
+/// malformed escape, or an escape that stands for a slash or a NUL.
+Result<Address> parseAddress(const QString &text, const UriLimits &limits);
+
+/// Whether a server may give a node this name; the outcome says what is wrong with it (405, or 414
+/// when it is too long).
+Outcome checkNewName(const QByteArray &name, const UriLimits &limits);
+
+} // namespace client

@@ -1,0 +1,146 @@
+#include "node_value.h"
+
+#include <QStringDecoder>
+
+namespace client {
+
+namespace {
+
+struct FormatName {
+    const char *name;
+    DmtData::Type type;
+};
+
+// The first name of a type is the one that the Format property gives.
+constexpr FormatName formatNames[] = {
+    {"chr", DmtData::String}, {"int", DmtData::Int}, {"bool", DmtData::Bool},
+    {"bin", DmtData::Bin},    {"b64", DmtData::Bin}, {"node", DmtData::Node},
+    {"null", DmtData::Null},
+};
+
+Outcome unsupported(const QString &reason)
+{
+    return {DmStatus::UnsupportedFormat, reason};
+}
+
+Result<DmtData> parseText(const QByteArray &data)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    const QString text = decoder(data);
+    if (decoder.hasError())
+        return unsupported(QStringLiteral("the value is not UTF-8"));
+    if (data.contains('\0'))
+        return unsupported(QStringLiteral("the value has a NUL character"));
+    return DmtData(data.constData());
+}
+
+Result<DmtData> parseNumber(const QByteArray &data)
+{
+    bool isNumber = false;
+    const int number = data.trimmed().toInt(&isNumber, 10);
+    if (!isNumber)
+        return unsupported(QStringLiteral("\"%1\" is no 32-bit decimal number")
+                               .arg(QString::fromUtf8(data.left(40))));
+    return DmtData(number);
+}
+
+Result<DmtData> parseFlag(const QByteArray &data)
+{
+    const QByteArray word = data.trimmed();
+    if (word != "true" && word != "false")
+        return unsupported(QStringLiteral("\"%1\" is neither true nor false")
+                               .arg(QString::fromUtf8(data.left(40))));
+    return DmtData(word == "true");
+}
+
+Result<DmtData> parseBinary(const QByteArray &data)
+{
+    const auto decoded = QByteArray::fromBase64Encoding(
+        data.simplified().replace(' ', QByteArray()), QByteArray::AbortOnBase64DecodingErrors);
+    if (!decoded)
+        return unsupported(QStringLiteral("the value is not base64"));
+    DMVector<unsigned char> bytes;
+    for (const char byte : *decoded)
+        bytes.push_back(static_cast<unsigned char>(byte));
+    return DmtData(bytes);
+}
+
+QByteArray binaryText(const DmtData &value)
+{
+    DMVector<unsigned char> bytes;
+    value.GetBinary(bytes);
+    return QByteArray(reinterpret_cast<const char *>(bytes.begin()), bytes.size()).toBase64();
+}
+
+} // namespace
+
+QString formatName(signed char type)
+{
+    for (const FormatName &row : formatNames)
+        if (row.type == type)
+            return QString::fromLatin1(row.name);
+    return QStringLiteral("null");
+}
+
+std::optional<DmtData::Type> typeOfFormat(const QString &format)
+{
+    for (const FormatName &row : formatNames)
+        if (format.compare(QLatin1String(row.name), Qt::CaseInsensitive) == 0)
+            return row.type;
+    return std::nullopt;
+}
+
+std::vector<QString> settableFormats()
+{
+    std::vector<QString> names;
+    for (const FormatName &row : formatNames)
+        names.push_back(QString::fromLatin1(row.name));
+    return names;
+}
+
+Result<DmtData> parseValue(DmtData::Type type, const std::optional<QByteArray> &data)
+{
+    const QByteArray bytes = data.value_or(QByteArray());
+    switch (type) {
+    case DmtData::String:
+        return parseText(bytes);
+    case DmtData::Int:
+        return parseNumber(bytes);
+    case DmtData::Bool:
+        return parseFlag(bytes);
+    case DmtData::Bin:
+        return parseBinary(bytes);
+    case DmtData::Null:
+        return DmtData();
+    case DmtData::Node:
+        break;
+    }
+    return unsupported(QStringLiteral("an interior node has no value"));
+}
+
+QByteArray valueText(const DmtData &value)
+{
+    switch (value.GetType()) {
+    case DmtData::String: {
+        DMString text;
+        value.GetString(text);
+        return QByteArray(text.text());
+    }
+    case DmtData::Int: {
+        int number = 0;
+        value.GetInt(number);
+        return QByteArray::number(number);
+    }
+    case DmtData::Bool: {
+        bool flag = false;
+        value.GetBoolean(flag);
+        return flag ? QByteArrayLiteral("true") : QByteArrayLiteral("false");
+    }
+    case DmtData::Bin:
+        return binaryText(value);
+    default:
+        return {};
+    }
+}
+
+} // namespace client

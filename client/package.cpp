@@ -1,0 +1,102 @@
+#include "package.h"
+
+#include "command_processor.h"
+#include "syncml/xml_codec.h"
+
+#include <algorithm>
+
+namespace client {
+
+using syncml::Command;
+using syncml::CommandKind;
+using syncml::Message;
+using syncml::SyncHdr;
+
+namespace {
+
+constexpr char dtdVersion[] = "1.2";
+constexpr char protocolVersion[] = "DM/1.2";
+
+DmStatus statusOfHeader(const SyncHdr &header)
+{
+    if (header.verDtd != QLatin1String(dtdVersion))
+        return DmStatus::DtdVersionNotSupported;
+    if (header.verProto != QLatin1String(protocolVersion))
+        return DmStatus::ProtocolVersionNotSupported;
+    return DmStatus::Ok;
+}
+
+Command headerStatus(const SyncHdr &header, DmStatus status)
+{
+    Command answer;
+    answer.kind = CommandKind::Status;
+    answer.cmdRef = QStringLiteral("0");
+    answer.cmd = QStringLiteral("SyncHdr");
+    answer.targetRefs = {header.target.locUri};
+    answer.sourceRefs = {header.source.locUri};
+    answer.data = QByteArray::number(static_cast<int>(status));
+    return answer;
+}
+
+SyncHdr answeringHeader(const SyncHdr &request, const QByteArray &deviceId)
+{
+    SyncHdr header;
+    header.verDtd = QString::fromLatin1(dtdVersion);
+    header.verProto = QString::fromLatin1(protocolVersion);
+    header.sessionId = request.sessionId;
+    header.msgId = QStringLiteral("1");
+    header.target.locUri = request.respUri.value_or(request.source.locUri);
+    header.source.locUri = QString::fromUtf8(deviceId);
+    return header;
+}
+
+/// Numbers the commands, names the message that they answer, and makes their data fit the encoding.
+void finish(std::vector<Command> &commands, const QString &msgRef, syncml::Encoding encoding)
+{
+    int number = 0;
+    for (Command &command : commands) {
+        command.cmdId = QString::number(++number);
+        command.msgRef = msgRef;
+        for (syncml::Item &item : command.items) {
+            if (encoding != syncml::Encoding::Xml || !item.data || syncml::fitsXml(*item.data))
+                continue;
+            item.data = item.data->toBase64();
+            if (!item.meta)
+                item.meta.emplace();
+            item.meta->format = QStringLiteral("b64");
+        }
+    }
+}
+
+bool succeededStatus(const Command &command)
+{
+    return command.kind != CommandKind::Status || command.data->toInt() < 400;
+}
+
+} // namespace
+
+PackageAnswer answerPackage(const Message &request, ManagementTree &tree, syncml::Encoding encoding)
+{
+    const DmStatus headerOutcome = statusOfHeader(request.header);
+    std::vector<Command> answers = {headerStatus(request.header, headerOutcome)};
+    CommandProcessor processor(tree);
+    for (const Command &command : request.commands) {
+        if (succeeded(headerOutcome))
+            processor.run(command, answers);
+        else
+            CommandProcessor::refuse(command, headerOutcome, answers);
+    }
+    if (answers.size() == 1 && succeeded(headerOutcome))
+        return {};
+
+    PackageAnswer answer;
+    answer.allSucceeded = std::all_of(answers.begin(), answers.end(), succeededStatus);
+    finish(answers, request.header.msgId, encoding);
+    answer.message.emplace();
+    answer.message->header = answeringHeader(request.header, tree.deviceId());
+    answer.message->commands = std::move(answers);
+    answer.message->final = request.final;
+    return answer;
+}
+
+} // namespace client

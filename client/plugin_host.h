@@ -1,0 +1,42 @@
+// Loading a plug-in library and asking it for its trees.
+#pragma once
+
+#include "dmnative/dmt_plugin_api.h"
+
+#include <QString>
+#include <memory>
+
+namespace client {
+
+/// A loaded plug-in. It stays loaded until this object goes, so whoever holds one of its trees or
+/// nodes has to drop them first: their code is the plug-in's.
+class PluginHost {
+public:
+    /// Name by which the plug-in is looked for in the program's own library folder (its RUNPATH).
+    static constexpr char defaultFile[] = "libkubdmnapipluginlib.so.1";
+
+    /// Loads a library with all its symbols bound, and checks its interface version and exports.
+    /// @param file   a path, or a bare name that is looked for in the library folders
+    /// @param error  receives a sentence that names the file and the reason
+    /// @return null on failure
+    static std::unique_ptr<PluginHost> load(const QString &file, QString &error);
+
+    ~PluginHost();
+    PluginHost(const PluginHost &) = delete;
+    PluginHost &operator=(const PluginHost &) = delete;
+
+    /// Asks for the tree that serves a root.
+    /// @return null on failure, with the reason in error
+    JemSmartPtr<DmtTree> treeFor(const QByteArray &root, QString &error) const;
+
+private:
+    PluginHost(QString file, void *library);
+
+    bool bindExports(QString &error);
+
+    QString m_file;
+    void *m_library;
+    DmtPluginGetTree *m_getTree = nullptr;
+};
+
+} // namespace client

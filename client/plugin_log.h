@@ -1,0 +1,38 @@
+// Where the messages of a loaded plug-in go.
+#pragma once
+
+#include <QString>
+#include <cstdio>
+#include <memory>
+
+namespace client {
+
+/// The stream that plug-ins write their messages to, for as long as the object lives. Without one
+/// they would write to standard output, into the middle of the program's own.
+class PluginLog {
+public:
+    /// Size of the log file at which it is put aside as FILE.1, replacing an older one, in bytes.
+    static constexpr long defaultLimitBytes = 1024 * 1024;
+
+    /// Sends the messages to standard error.
+    static std::unique_ptr<PluginLog> toStandardError();
+    /// Appends the messages to a file, readable by its owner only: they name values that a server
+    /// wrote. Neither the file nor the one put aside grows past the limit by more than one message.
+    /// @return null when the file cannot be opened, with the reason in error
+    static std::unique_ptr<PluginLog> toFile(const QString &path, QString &error,
+                                             long limitBytes = defaultLimitBytes);
+
+    ~PluginLog();
+    PluginLog(const PluginLog &) = delete;
+    PluginLog &operator=(const PluginLog &) = delete;
+
+private:
+    class RotatingFile;
+
+    PluginLog();
+
+    std::unique_ptr<RotatingFile> m_file; ///< null when the messages go to standard error
+    FILE *m_stream = nullptr;
+};
+
+} // namespace client

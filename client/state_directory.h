@@ -1,0 +1,41 @@
+// The directory that holds the state of one simulated handset.
+#pragma once
+
+#include <QString>
+#include <memory>
+
+namespace client {
+
+/// The client's part of a state directory, locked for this process while the object lives. Two
+/// clients at once would each rebuild the mapping files under the other's feet.
+class StateDirectory {
+public:
+    /// Where the state lives when nobody says otherwise: $KUB_STATE_DIR, else
+    /// $XDG_STATE_HOME/kub-dm, else ~/.local/state/kub-dm.
+    static QString defaultPath();
+
+    /// Creates what is missing (readable by its owner only), takes the lock, and sets KUB_STATE_DIR
+    /// so that the libraries beneath a plug-in use the same directory. Call it before any of them
+    /// is loaded.
+    /// @return null on failure, with a sentence that names the path and the reason in error
+    static std::unique_ptr<StateDirectory> open(const QString &path, QString &error);
+
+    ~StateDirectory();
+    StateDirectory(const StateDirectory &) = delete;
+    StateDirectory &operator=(const StateDirectory &) = delete;
+
+    /// Path of a file of the client in this directory.
+    QString clientFile(const QString &name) const;
+
+    /// The device's identifier, a URN: read from the file device-id, which is written at first use.
+    /// @return empty on failure, with the reason in error
+    QByteArray deviceId(QString &error) const;
+
+private:
+    StateDirectory(QString clientPath, int lockFile);
+
+    QString m_clientPath;
+    int m_lockFile;
+};
+
+} // namespace client
