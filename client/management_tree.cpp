@@ -84,11 +84,25 @@ QByteArray joinedPath(const QByteArray &parentPath, const QByteArray &name)
     return parentPath.isEmpty() ? name : parentPath + '/' + name;
 }
 
-QByteArray pathOf(const DmtNode &node)
+/// The child's name beneath the node at the path. It is taken from the child's own path, since a
+/// name can hold a slash.
+QByteArray childName(const QByteArray &parentPath, const DmtNode &child)
 {
     DMString path;
-    node.GetPath(path);
-    return QByteArray(path.text());
+    child.GetPath(path);
+    return QByteArray(path.text()).mid(parentPath.isEmpty() ? 0 : parentPath.size() + 1);
+}
+
+/// Whether the node has a child of that very name. The path of a child "A/B" is also the path of a
+/// child B of a child A, so for such a name finding a node at the path says too little.
+bool listsChild(const DmtNode &parent, const QByteArray &parentPath, const QByteArray &name)
+{
+    DMVector<JemSmartPtr<DmtNode>> children;
+    if (parent.GetChildNodes(children) != DMT_OK)
+        return false;
+    return std::any_of(children.begin(), children.end(), [&](const JemSmartPtr<DmtNode> &child) {
+        return childName(parentPath, *child) == name;
+    });
 }
 
 bool isTreePayload(const ManagementTree::NewValue &value)
@@ -156,8 +170,10 @@ Result<TreeNode> ManagementTree::find(const NodeUri &uri) const
     // here.
     const std::vector<QByteArray> &names = uri.names();
     for (std::size_t depth = mount.root.names().size(); depth < names.size(); ++depth) {
+        const bool isReached = !names[depth].contains('/') || listsChild(*node, path, names[depth]);
         path = joinedPath(path, names[depth]);
-        const int status = mount.tree->GetNode(path.constData(), node);
+        const int status =
+            isReached ? mount.tree->GetNode(path.constData(), node) : int(DMT_NOT_FOUND);
         if (status == DMT_NOT_FOUND)
             return missing(uri);
         if (status)
@@ -175,9 +191,9 @@ std::vector<TreeNode> ManagementTree::children(const TreeNode &node) const
     DMVector<JemSmartPtr<DmtNode>> listed;
     node.m_node->GetChildNodes(listed);
     for (const JemSmartPtr<DmtNode> &child : listed) {
-        const QByteArray path = pathOf(*child);
-        const QByteArray name = path.mid(path.lastIndexOf('/') + 1);
-        found.push_back(makeNode(mount, node.uri().child(name), path, child));
+        const QByteArray name = childName(node.m_path, *child);
+        found.push_back(
+            makeNode(mount, node.uri().child(name), joinedPath(node.m_path, name), child));
     }
     for (const Mount &candidate : m_mounts) {
         if (candidate.root.isRoot() || candidate.root.parent() != node.uri())
@@ -279,6 +295,8 @@ Result<TreeNode> ManagementTree::parentForNewNode(const NodeUri &uri) const
         return notAllowed(parent->uri(), "is a leaf and has no children");
     if (!parent->m_isChangeable)
         return notAllowed(parent->uri(), "takes no new nodes");
+    if (const Outcome name = checkNewName(uri.name(), uriLimits()); !name)
+        return name;
     if (find(uri))
         return Outcome{DmStatus::AlreadyExists,
                        QStringLiteral("%1 is there already").arg(uri.toDisplay())};

@@ -171,8 +171,8 @@ Result<NodeUri> parsePath(const QByteArray &path, const UriLimits &limits)
         if (isReservedName(*name))
             return notFound(QStringLiteral("\"%1\" cannot be the name of a node")
                                 .arg(QString::fromUtf8(*name)));
-        if (name->contains('/') || name->contains('\0'))
-            return notFound(QStringLiteral("the name of a node has no slash and no NUL"));
+        if (name->contains('\0'))
+            return notFound(QStringLiteral("the name of a node has no NUL"));
         if (exceeds(characterCount(*name), limits.maxSegmentLength))
             return Outcome{
                 DmStatus::UriTooLong,

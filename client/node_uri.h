@@ -11,8 +11,8 @@ namespace client {
 
 /// A node's place in the management tree: the names from the root down. The root has none.
 ///
-/// Names are raw bytes, UTF-8 by convention. A name is never empty and never "." or ".."; it has no
-/// slash and no NUL, since the engine's paths are slash-separated, NUL-terminated texts.
+/// Names are raw bytes, UTF-8 by convention. A name is never empty, ".", ".." or "*", and has no
+/// NUL. A name with a slash exists only when a plug-in published it; it is written %2F in a URI.
 class NodeUri {
 public:
     NodeUri() = default; ///< the root
@@ -67,11 +67,11 @@ struct Address {
 /// Reads a LocURI. White space around it is ignored, "./A", "A" and an escaped "%41" are the same.
 /// Fails with 414 when it breaks a limit, and with 404 for every address that no node can have: an
 /// empty one, one with a leading or trailing slash, an empty name, "." or ".." or "*" as a name, a
-/// malformed escape, or an escape that stands for a slash or a NUL.
+/// malformed escape, or one that stands for a NUL.
 Result<Address> parseAddress(const QString &text, const UriLimits &limits);
 
-/// Whether a server may give a node this name; the outcome says what is wrong with it (405, or 414
-/// when it is too long).
+/// Whether a server may give a node this name; the outcome says what is wrong with it: 405, also
+/// for a name with a slash, or 414 when it is too long.
 Outcome checkNewName(const QByteArray &name, const UriLimits &limits);
 
 } // namespace client

@@ -7,6 +7,8 @@
 
 #include <QFile>
 #include <QJsonDocument>
+#include <QXmlStreamReader>
+#include <QXmlStreamWriter>
 #include <unistd.h>
 
 namespace client::cli {
@@ -233,6 +235,21 @@ std::optional<QByteArray> readPackage(const QString &file, QString &error)
     return bytes;
 }
 
+/// The document with each element on a line of its own. Texts of elements stay as they are.
+QByteArray indented(const QByteArray &xml)
+{
+    QByteArray lines;
+    QXmlStreamReader reader(xml);
+    reader.setNamespaceProcessing(false); // declarations are copied like other attributes
+    QXmlStreamWriter writer(&lines);
+    writer.setAutoFormatting(true);
+    writer.setAutoFormattingIndent(2);
+    while (reader.readNext() != QXmlStreamReader::Invalid && !reader.isEndDocument())
+        writer.writeCurrentToken(reader);
+    writer.writeEndDocument();
+    return lines;
+}
+
 } // namespace
 
 ExitStatus runProcess(Context &context, const Invocation &invocation)
@@ -241,15 +258,15 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
     if (context.inShell && file == QStringLiteral("-"))
         return wrongUsage(context, QStringLiteral("process: standard input is the shell's"));
     QString error;
-    const auto bytes = readPackage(file, error);
-    if (!bytes)
+    const auto package = readPackage(file, error);
+    if (!package)
         return wrongUsage(context, error);
 
-    const syncml::DecodeResult decoded = syncml::decode(*bytes);
+    const syncml::DecodeResult decoded = syncml::decode(*package);
     if (const auto *const failure = std::get_if<syncml::DecodeError>(&decoded))
         return wrongUsage(context,
                           QStringLiteral("process: %1: %2").arg(file, failure->toString()));
-    const auto encoding = *syncml::recogniseEncoding(*bytes);
+    const auto encoding = *syncml::recogniseEncoding(*package);
     const PackageAnswer answer =
         answerPackage(std::get<syncml::Message>(decoded), context.device->tree(), encoding);
     if (!answer.message) {
@@ -262,9 +279,8 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
         context.output.problem(QStringLiteral("process: %1").arg(failure->text));
         return ExitStatus::CommandRefused;
     }
-    context.output.raw(std::get<QByteArray>(encoded));
-    if (encoding == syncml::Encoding::Xml)
-        context.output.line({});
+    const QByteArray &bytes = std::get<QByteArray>(encoded);
+    context.output.raw(encoding == syncml::Encoding::Xml ? indented(bytes) : bytes);
     return answer.allSucceeded ? ExitStatus::Success : ExitStatus::CommandRefused;
 }
 

@@ -31,6 +31,7 @@ struct DecodeError {
     /// that is not supported, 416 a limit was passed.
     int status = 0;
     QString text;      ///< one sentence without its full stop, for a person
+    // The place is the end of what could not be taken.
     qint64 line = 0;   ///< XML: from 1; WBXML: 0
     qint64 column = 0; ///< XML: from 0; WBXML: 0
     qint64 offset = 0; ///< WBXML: bytes before the place; XML: 0
