@@ -30,7 +30,7 @@ struct DecodeError {
     /// The status to answer: 400 not a well-formed DM message, 415 an encoding or document type
     /// that is not supported, 416 a limit was passed.
     int status = 0;
-    QString text;      ///< one sentence without its full stop, for a person
+    QString text; ///< one sentence without its full stop, for a person
     // The place is the end of what could not be taken.
     qint64 line = 0;   ///< XML: from 1; WBXML: 0
     qint64 column = 0; ///< XML: from 0; WBXML: 0

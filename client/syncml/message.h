@@ -33,7 +33,7 @@ struct Meta {
     std::optional<QString> type;   ///< MIME type, or a Management Object's id
     std::optional<QString> mark;
     std::optional<QString> size;         ///< bytes of the whole object as transferred, decimal
-    std::optional<QByteArray> nextNonce; ///< as transferred: base64 when `format` says so
+    std::optional<QByteArray> nextNonce; ///< as transferred: base64, or octets in opaque WBXML
     std::optional<QString> maxMsgSize;   ///< bytes, decimal
     std::optional<QString> maxObjSize;   ///< bytes, decimal
     std::vector<QString> emi;            ///< experimental meta information, one text an element

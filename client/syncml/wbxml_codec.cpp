@@ -312,33 +312,21 @@ public:
 
     bool text(Element element, const QString &text) override
     {
-        if (!isXmlText(text)) // so it has no NUL either, which would end the string
+        if (!isXmlText(text))
             return false;
-        if (text.isEmpty()) {
-            empty(element);
-            return true;
-        }
-        start(element);
-        appendByte(InlineString);
-        m_wbxml.append(text.toUtf8());
-        appendByte('\0');
-        end();
+        writeString(element, text.toUtf8());
         return true;
     }
 
     bool bytes(Element element, const QByteArray &bytes) override
     {
-        if (bytes.isEmpty()) {
-            empty(element);
-            return true;
-        }
         if (bytes.size() > std::numeric_limits<quint32>::max())
             return false;
-        start(element);
-        appendByte(Opaque);
-        appendNumber(static_cast<quint32>(bytes.size()));
-        m_wbxml.append(bytes);
-        end();
+        // An opaque NextNonce is taken for the nonce itself, so its base64 must be a string.
+        if (element == Element::NextNonce && xmlTextFromUtf8(bytes))
+            writeString(element, bytes);
+        else
+            writeOpaque(element, bytes);
         return true;
     }
 
@@ -347,6 +335,33 @@ public:
     QByteArray finish() { return std::move(m_wbxml); }
 
 private:
+    /// `utf8` is XML text, so it has no NUL, which would end it.
+    void writeString(Element element, const QByteArray &utf8)
+    {
+        if (utf8.isEmpty()) {
+            empty(element);
+            return;
+        }
+        start(element);
+        appendByte(InlineString);
+        m_wbxml.append(utf8);
+        appendByte('\0');
+        end();
+    }
+
+    void writeOpaque(Element element, const QByteArray &bytes)
+    {
+        if (bytes.isEmpty()) {
+            empty(element);
+            return;
+        }
+        start(element);
+        appendByte(Opaque);
+        appendNumber(static_cast<quint32>(bytes.size()));
+        m_wbxml.append(bytes);
+        end();
+    }
+
     void appendTag(Element element, quint8 bits)
     {
         const ElementInfo &info = elementInfo(element);
