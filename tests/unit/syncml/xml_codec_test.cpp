@@ -1,0 +1,536 @@
+// Reading and writing XML.
+
+#include "syncml/xml_codec.h"
+
+#include "decode_result.h"
+#include "sample_messages.h"
+
+#include <gtest/gtest.h>
+
+using namespace syncml;
+
+namespace {
+
+constexpr auto plainHeaderXml =
+    "<SyncHdr><VerDTD>1.2</VerDTD><VerProto>DM/1.2</VerProto><SessionID>A1</SessionID>"
+    "<MsgID>1</MsgID><Target><LocURI>IMEI:493005100592800</LocURI></Target>"
+    "<Source><LocURI>http://dm.example/dm</LocURI></Source></SyncHdr>";
+
+QByteArray messageXml(const QByteArray &body)
+{
+    return QByteArray("<SyncML xmlns='SYNCML:SYNCML1.2'>") + plainHeaderXml + "<SyncBody>" + body +
+           "</SyncBody></SyncML>";
+}
+
+Message decoded(const QByteArray &xml)
+{
+    return decode_result::message(decodeXml(xml));
+}
+
+std::string errorOf(const QByteArray &xml, const Limits &limits = {})
+{
+    return decode_result::error(decodeXml(xml, limits));
+}
+
+/// The only command of a message with that body.
+Command commandIn(const QByteArray &body)
+{
+    const Message message = decoded(messageXml(body));
+    if (message.commands.size() != 1) {
+        ADD_FAILURE() << message.commands.size() << " commands";
+        return {};
+    }
+    return message.commands.front();
+}
+
+/// Data of the only item of a Replace whose Data element is `dataElement`.
+std::optional<QByteArray> dataIn(const QByteArray &dataElement)
+{
+    const Command command =
+        commandIn("<Replace><CmdID>1</CmdID><Item>" + dataElement + "</Item></Replace>");
+    if (command.items.size() != 1) {
+        ADD_FAILURE() << command.items.size() << " items";
+        return {};
+    }
+    return command.items.front().data;
+}
+
+Meta metaIn(const QByteArray &metaElement)
+{
+    const Command command = commandIn("<Add><CmdID>1</CmdID>" + metaElement + "<Item/></Add>");
+    if (!command.meta) {
+        ADD_FAILURE() << "no Meta";
+        return {};
+    }
+    return *command.meta;
+}
+
+// ---- what is written
+
+TEST(XmlWriter, writes_a_client_package)
+{
+    Message message;
+    message.header = samples::plainHeader();
+    Command status;
+    status.kind = CommandKind::Status;
+    status.cmdId = QStringLiteral("1");
+    status.msgRef = QStringLiteral("2");
+    status.cmdRef = QStringLiteral("0");
+    status.cmd = QStringLiteral("SyncHdr");
+    status.targetRefs = {QStringLiteral("IMEI:1")};
+    status.sourceRefs = {QStringLiteral("http://x/")};
+    status.data = QByteArray("212");
+    Command results;
+    results.kind = CommandKind::Results;
+    results.cmdId = QStringLiteral("2");
+    results.msgRef = QStringLiteral("2");
+    results.cmdRef = QStringLiteral("4");
+    Item item;
+    item.source.emplace();
+    item.source->locUri = QStringLiteral("./A");
+    item.meta.emplace();
+    item.meta->format = QStringLiteral("node");
+    item.meta->type = QStringLiteral("text/plain");
+    item.data = QByteArray("B&C/D");
+    results.items = {item};
+    item.meta.reset();
+    item.data = QByteArray("");
+    results.items.push_back(item);
+    message.commands = {status, results};
+    message.final = true;
+
+    const EncodeResult encoded = encodeXml(message);
+    ASSERT_TRUE(std::holds_alternative<QByteArray>(encoded));
+    EXPECT_EQ(
+        std::get<QByteArray>(encoded).toStdString(),
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?><SyncML xmlns=\"SYNCML:SYNCML1.2\">"
+        "<SyncHdr><VerDTD>1.2</VerDTD><VerProto>DM/1.2</VerProto><SessionID>A1</SessionID>"
+        "<MsgID>1</MsgID><Target><LocURI>IMEI:493005100592800</LocURI></Target>"
+        "<Source><LocURI>http://dm.example/dm</LocURI></Source></SyncHdr>"
+        "<SyncBody><Status><CmdID>1</CmdID><MsgRef>2</MsgRef><CmdRef>0</CmdRef><Cmd>SyncHdr</Cmd>"
+        "<TargetRef>IMEI:1</TargetRef><SourceRef>http://x/</SourceRef><Data>212</Data></Status>"
+        "<Results><CmdID>2</CmdID><MsgRef>2</MsgRef><CmdRef>4</CmdRef><Item><Source>"
+        "<LocURI>./A</LocURI></Source><Meta><Format xmlns=\"syncml:metinf\">node</Format>"
+        "<Type xmlns=\"syncml:metinf\">text/plain</Type></Meta><Data>B&amp;C/D</Data></Item>"
+        "<Item><Source><LocURI>./A</LocURI></Source><Data/></Item></Results><Final/></SyncBody>"
+        "</SyncML>\n");
+}
+
+TEST(XmlWriter, writes_carriage_returns_as_references)
+{
+    const EncodeResult encoded = encodeXml(samples::messageWithData("a\r\nb\r"));
+    ASSERT_TRUE(std::holds_alternative<QByteArray>(encoded));
+    EXPECT_TRUE(std::get<QByteArray>(encoded).contains("<Data>a&#13;\nb&#13;</Data>"))
+        << std::get<QByteArray>(encoded).toStdString();
+}
+
+TEST(XmlWriter, refuses_Data_that_is_not_text)
+{
+    for (const QByteArray &bytes :
+         {QByteArray("\xFF\xFE"), QByteArray("a\0b", 3), QByteArray("\x1B"), QByteArray("\xC3"),
+          QByteArray("\xED\xA0\x80"), QByteArray("\xEF\xBF\xBF")}) {
+        EXPECT_FALSE(fitsXml(bytes));
+        const EncodeResult encoded = encodeXml(samples::messageWithData(bytes));
+        ASSERT_TRUE(std::holds_alternative<EncodeError>(encoded)) << bytes.toHex().toStdString();
+        EXPECT_EQ(std::get<EncodeError>(encoded).text,
+                  u"Replace 1 has a Data that cannot be written as text");
+    }
+}
+
+TEST(XmlWriter, takes_all_text)
+{
+    for (const QByteArray &bytes :
+         {QByteArray(""), QByteArray("\t\r\n "), QByteArray("\xEF\xBB\xBF"),
+          QByteArray("\xF0\x9F\x93\xB6"), QByteArray("\x7F\xC2\x80"), QByteArray("]]>")})
+        EXPECT_TRUE(fitsXml(bytes)) << bytes.toHex().toStdString();
+}
+
+// ---- what is taken
+
+TEST(XmlReader, takes_children_in_any_order)
+{
+    const Message inOrder = decoded(messageXml(
+        "<Status><CmdID>1</CmdID><MsgRef>1</MsgRef><CmdRef>0</CmdRef><Cmd>SyncHdr</Cmd>"
+        "<TargetRef>a</TargetRef><Chal><Meta><Type>t</Type></Meta></Chal><Data>401</Data></Status>"
+        "<Get><CmdID>2</CmdID><Meta><Type>t</Type></Meta><Item/></Get><Final/>"));
+    const Message shuffled = decoded(
+        QByteArray("<SyncML><SyncBody><Final/>"
+                   "<Status><Data>401</Data><TargetRef>a</TargetRef><Cmd>SyncHdr</Cmd>"
+                   "<Chal><Meta><Type>t</Type></Meta></Chal><CmdRef>0</CmdRef><MsgRef>1</MsgRef>"
+                   "<CmdID>1</CmdID></Status>"
+                   "<Get><Item/><Meta><Type>t</Type></Meta><CmdID>2</CmdID></Get></SyncBody>"
+                   "<SyncHdr><Source><LocURI>http://dm.example/dm</LocURI></Source>"
+                   "<Target><LocURI>IMEI:493005100592800</LocURI></Target><MsgID>1</MsgID>"
+                   "<SessionID>A1</SessionID><VerProto>DM/1.2</VerProto><VerDTD>1.2</VerDTD>"
+                   "</SyncHdr></SyncML>"));
+    EXPECT_EQ(inOrder, shuffled);
+    EXPECT_EQ(inOrder.commands.size(), 2u);
+    EXPECT_EQ(inOrder.header, samples::plainHeader());
+}
+
+TEST(XmlReader, takes_Meta_with_and_without_MetInf)
+{
+    const Meta bare = metaIn("<Meta><Type xmlns='syncml:metinf'>text/plain</Type>"
+                             "<Format xmlns='syncml:metinf'>chr</Format></Meta>");
+    EXPECT_EQ(bare.type, QStringLiteral("text/plain"));
+    EXPECT_EQ(bare.format, QStringLiteral("chr"));
+    EXPECT_EQ(metaIn("<Meta><MetInf xmlns='syncml:metinf'><Format>chr</Format>"
+                     "<Type>text/plain</Type></MetInf></Meta>"),
+              bare);
+    EXPECT_EQ(metaIn("<Meta><Format>chr</Format><Type>text/plain</Type></Meta>"), bare);
+    EXPECT_EQ(metaIn("<Meta><m:MetInf xmlns:m='syncml:metinf'><m:Type>text/plain</m:Type>"
+                     "</m:MetInf><Format>chr</Format></Meta>"),
+              bare);
+}
+
+TEST(XmlReader, reads_Format_in_any_case)
+{
+    EXPECT_EQ(metaIn("<Meta><Format>Chr</Format></Meta>").format, QStringLiteral("chr"));
+    EXPECT_EQ(metaIn("<Meta><Format> B64\n</Format></Meta>").format, QStringLiteral("b64"));
+    EXPECT_EQ(metaIn("<Meta><Type>Text/Plain</Type></Meta>").type, QStringLiteral("Text/Plain"));
+}
+
+TEST(XmlReader, cuts_white_space_around_ids_and_addresses)
+{
+    const Command get = commandIn(
+        "\n <Get>\n <CmdID>\n 5 </CmdID> <Item>\t<Target><LocURI>\r\n   ./A/with blank/B \t"
+        "</LocURI></Target></Item></Get>\n");
+    EXPECT_EQ(get.cmdId, QStringLiteral("5"));
+    ASSERT_EQ(get.items.size(), 1u);
+    EXPECT_EQ(get.items.front().target->locUri, u"./A/with blank/B");
+}
+
+TEST(XmlReader, keeps_white_space_of_Data_LocName_and_Correlator)
+{
+    const Command exec =
+        commandIn("<Exec><CmdID>1</CmdID><Correlator> c </Correlator><Item><Source>"
+                  "<LocURI> u </LocURI><LocName> n </LocName></Source><Data>\n d </Data></Item>"
+                  "</Exec>");
+    EXPECT_EQ(exec.correlator, QStringLiteral(" c "));
+    EXPECT_EQ(exec.items.front().source->locName, QStringLiteral(" n "));
+    EXPECT_EQ(exec.items.front().data, QByteArray("\n d "));
+}
+
+TEST(XmlReader, keeps_ids_as_text)
+{
+    const Command status =
+        commandIn("<Status><CmdID>007</CmdID><MsgRef>+1</MsgRef>"
+                  "<CmdRef>c1a5e7f0-0d0e-4b7f</CmdRef><Cmd>Get</Cmd><Data>200</Data></Status>");
+    EXPECT_EQ(status.cmdId, QStringLiteral("007"));
+    EXPECT_EQ(status.msgRef, QStringLiteral("+1"));
+    EXPECT_EQ(status.cmdRef, QStringLiteral("c1a5e7f0-0d0e-4b7f"));
+}
+
+TEST(XmlReader, takes_any_prefix_and_namespace)
+{
+    const Message expected =
+        decoded(messageXml("<Alert><CmdID>1</CmdID><Data>1223</Data></Alert>"));
+    QByteArray prefixed = messageXml("<Alert><CmdID>1</CmdID><Data>1223</Data></Alert>");
+    prefixed.replace("</", "<\x01").replace("<", "<s:").replace("<s:\x01", "</s:");
+    prefixed.replace("xmlns=", "xmlns:s=");
+    EXPECT_EQ(decoded(prefixed), expected);
+    QByteArray otherNamespace = messageXml("<Alert><CmdID>1</CmdID><Data>1223</Data></Alert>");
+    otherNamespace.replace("SYNCML:SYNCML1.2", "syncml:syncml1.2");
+    EXPECT_EQ(decoded(otherNamespace), expected);
+}
+
+TEST(XmlReader, tells_missing_from_empty)
+{
+    EXPECT_EQ(dataIn(""), std::nullopt);
+    EXPECT_EQ(dataIn("<Data/>"), QByteArray(""));
+    EXPECT_EQ(dataIn("<Data></Data>"), QByteArray(""));
+    EXPECT_EQ(commandIn("<Get><Item/></Get>").cmdId, std::nullopt);
+    EXPECT_EQ(commandIn("<Get><CmdID/><Item/></Get>").cmdId, QString());
+    EXPECT_EQ(commandIn("<Get><Item/></Get>").items.front(), Item());
+}
+
+TEST(XmlReader, reads_Data_as_text_and_as_CDATA)
+{
+    EXPECT_EQ(dataIn("<Data>a&lt;b&amp;c&#xE9;&#128246;</Data>"),
+              QByteArray("a<b&c\xC3\xA9\xF0\x9F\x93\xB6"));
+    EXPECT_EQ(dataIn("<Data><![CDATA[a<b&c]]></Data>"), QByteArray("a<b&c"));
+    EXPECT_EQ(dataIn("<Data>1<![CDATA[2]]>3<!-- no -->4<?no?><![CDATA[]]>5</Data>"),
+              QByteArray("12345"));
+    EXPECT_EQ(dataIn("<Data><![CDATA[]]]]><![CDATA[></Data><Delete/>]]></Data>"),
+              QByteArray("]]></Data><Delete/>"));
+}
+
+TEST(XmlReader, keeps_markup_inside_Data_as_its_text)
+{
+    EXPECT_EQ(dataIn("<Data><MgmtTree><VerDTD>1.2</VerDTD><Node><NodeName>a &amp; b</NodeName>"
+                     "<Value/></Node></MgmtTree></Data>"),
+              QByteArray("<MgmtTree><VerDTD>1.2</VerDTD><Node><NodeName>a &amp; b</NodeName>"
+                         "<Value/></Node></MgmtTree>"));
+    EXPECT_EQ(dataIn("<Data> \n<DevInf xmlns='syncml:devinf' a=\"x &lt; 'y'\"><Man>M</Man>"
+                     "<!-- no --><![CDATA[<&>]]></DevInf> </Data>"),
+              QByteArray(" \n<DevInf xmlns=\"syncml:devinf\" a=\"x &lt; 'y'\"><Man>M</Man>"
+                         "&lt;&amp;&gt;</DevInf> "));
+    EXPECT_EQ(dataIn("<Data>1 &lt; 2<Data>3</Data></Data>"), QByteArray("1 &lt; 2<Data>3</Data>"));
+}
+
+TEST(XmlReader, keeps_the_declarations_that_markup_inside_Data_needs)
+{
+    const Message message = decoded(QByteArray(
+        "<s:SyncML xmlns:s='SYNCML:SYNCML1.2' xmlns:t='syncml:dmddf1.2'><s:SyncHdr/>"
+        "<s:SyncBody><s:Add><s:CmdID>1</s:CmdID><s:Item><s:Data><t:MgmtTree><t:Node/>"
+        "<u:x xmlns:u='urn:u' s:y='1'><u:z/></u:x><t:w/></t:MgmtTree><t:second/></s:Data>"
+        "</s:Item></s:Add></s:SyncBody></s:SyncML>"));
+    EXPECT_EQ(
+        message.commands.front().items.front().data,
+        QByteArray("<t:MgmtTree xmlns:t=\"syncml:dmddf1.2\"><t:Node/>"
+                   "<u:x xmlns:u=\"urn:u\" xmlns:s=\"SYNCML:SYNCML1.2\" s:y=\"1\"><u:z/></u:x>"
+                   "<t:w/></t:MgmtTree><t:second xmlns:t=\"syncml:dmddf1.2\"/>"));
+}
+
+TEST(XmlReader, skips_elements_that_are_unknown_or_unused_in_DM)
+{
+    const Command plain = commandIn("<Delete><CmdID>1</CmdID><Item><Target><LocURI>./A</LocURI>"
+                                    "</Target></Item></Delete>");
+    EXPECT_EQ(
+        commandIn("<Delete><CmdID>1</CmdID><NoResp/><Archive/><SftDel/><Cred><Data>x</Data></Cred>"
+                  "<Lang>en</Lang><x:new xmlns:x='urn:x'>text<CmdID>9</CmdID></x:new><Item><Target>"
+                  "<LocURI>./A</LocURI><Filter><Record/></Filter></Target><SourceParent><LocURI>x"
+                  "</LocURI></SourceParent><Meta><Version>1</Version><Anchor><Next>1</Next>"
+                  "</Anchor><Mem><FreeMem>1</FreeMem></Mem></Meta></Item></Delete>"),
+        [&] {
+            Command withMeta = plain;
+            withMeta.items.front().meta.emplace();
+            return withMeta;
+        }());
+}
+
+TEST(XmlReader, carries_versions_of_other_protocols)
+{
+    QByteArray xml = messageXml("<Get><CmdID>1</CmdID><Item/></Get>");
+    xml.replace("1.2</VerDTD>", "1.1</VerDTD>").replace("DM/1.2", "DM/1.1");
+    const Message message = decoded(xml);
+    EXPECT_EQ(message.header.verDtd, u"1.1");
+    EXPECT_EQ(message.header.verProto, u"DM/1.1");
+}
+
+TEST(XmlReader, takes_an_empty_body_and_an_empty_header)
+{
+    const Message message = decoded("<SyncML><SyncHdr/><SyncBody><Final/></SyncBody></SyncML>");
+    EXPECT_EQ(message.header, SyncHdr());
+    EXPECT_TRUE(message.commands.empty());
+    EXPECT_TRUE(message.final);
+}
+
+TEST(XmlReader, takes_a_byte_order_mark_and_a_document_type_without_declarations)
+{
+    const QByteArray xml = messageXml("<Get><CmdID>1</CmdID><Item/></Get>");
+    const Message expected = decoded(xml);
+    EXPECT_EQ(decoded("\xEF\xBB\xBF<?xml version='1.0' encoding='utf-8'?>\n" + xml), expected);
+    EXPECT_EQ(decoded("<?xml version='1.0'?>\n<!-- a [ -->\n<!DOCTYPE SyncML PUBLIC "
+                      "'-//SYNCML//DTD SyncML 1.2//EN' 'http://example/[x]/syncml.dtd'>\n" +
+                      xml + "\n<!-- end -->\n"),
+              expected);
+}
+
+TEST(XmlReader, keeps_what_is_no_DM_command_apart)
+{
+    const Message message = decoded(
+        messageXml("<Put><CmdID>1</CmdID><Item/></Put><add><CmdID> 2</CmdID>text<b>x</b></add>"
+                   "<Sync><CmdID>3</CmdID><Add><CmdID>4</CmdID></Add></Sync><LocURI>./A</LocURI>"
+                   "<LocURI>./B</LocURI>"
+                   "<Sequence><CmdID>5</CmdID><NoResp/><Meta/><Status><CmdID>6</CmdID></Status>"
+                   "<Foo/><Search><CmdID>7</CmdID></Search></Sequence>"));
+    ASSERT_EQ(message.commands.size(), 6u);
+    EXPECT_EQ(message.commands[0].kind, CommandKind::Unsupported);
+    EXPECT_EQ(commandName(message.commands[0]), u"Put");
+    EXPECT_EQ(message.commands[0].cmdId, QStringLiteral("1"));
+    EXPECT_EQ(message.commands[1].kind, CommandKind::Unknown);
+    EXPECT_EQ(commandName(message.commands[1]), u"add");
+    EXPECT_EQ(message.commands[1].cmdId, QStringLiteral("2"));
+    EXPECT_EQ(message.commands[2].kind, CommandKind::Unsupported);
+    EXPECT_EQ(message.commands[2].cmdId, QStringLiteral("3"));
+    EXPECT_EQ(message.commands[3].kind, CommandKind::Unknown);
+    EXPECT_EQ(commandName(message.commands[3]), u"LocURI");
+    EXPECT_EQ(message.commands[3].cmdId, std::nullopt);
+    const Command &sequence = message.commands[5];
+    EXPECT_EQ(commandName(sequence), u"Sequence");
+    ASSERT_EQ(sequence.commands.size(), 3u);
+    EXPECT_EQ(sequence.commands[0].kind, CommandKind::Status);
+    EXPECT_EQ(commandName(sequence.commands[1]), u"Foo");
+    EXPECT_EQ(sequence.commands[2].kind, CommandKind::Unsupported);
+}
+
+// ---- what is refused
+
+TEST(XmlReader, names_line_and_column_of_a_fault)
+{
+    const DecodeResult result =
+        decodeXml("<SyncML>\n <SyncHdr>\n  <VerDTD>1.2</VerDTD>x\n </SyncHdr></SyncML>");
+    ASSERT_TRUE(std::holds_alternative<DecodeError>(result));
+    const auto &error = std::get<DecodeError>(result);
+    EXPECT_EQ(error.status, 400);
+    EXPECT_EQ(error.line, 4);
+    EXPECT_EQ(error.toString().toStdString(),
+              "line 4, column 2: text where only elements can stand");
+    EXPECT_FALSE(error.header.has_value());
+}
+
+TEST(XmlReader, gives_the_header_of_a_message_that_is_broken_later)
+{
+    const DecodeResult result = decodeXml(messageXml("<Get><CmdID>1</CmdID>").chopped(30));
+    ASSERT_TRUE(std::holds_alternative<DecodeError>(result));
+    EXPECT_EQ(std::get<DecodeError>(result).header, samples::plainHeader());
+}
+
+TEST(XmlReader, refuses_what_is_not_well_formed)
+{
+    const QByteArray xml = messageXml("<Get><CmdID>1</CmdID><Item/></Get><Final/>");
+    for (qsizetype size = 0; size < xml.size(); ++size)
+        EXPECT_EQ(errorOf(xml.first(size)).substr(0, 3), "400") << size;
+    EXPECT_EQ(errorOf(xml + "<SyncML/>").substr(0, 3), "400");
+    EXPECT_EQ(errorOf(xml + "text").substr(0, 3), "400");
+    EXPECT_EQ(errorOf(messageXml("<Get><CmdID>&#1;</CmdID></Get>")).substr(0, 3), "400");
+    EXPECT_EQ(errorOf(messageXml("<x:Get/>")).substr(0, 3), "400");
+}
+
+TEST(XmlReader, refuses_a_message_without_header_or_body)
+{
+    EXPECT_EQ(errorOf("<SyncML><SyncBody/></SyncML>"), "400 the message has no SyncHdr");
+    EXPECT_EQ(errorOf("<SyncML><SyncHdr/></SyncML>"), "400 the message has no SyncBody");
+    EXPECT_EQ(errorOf("<MgmtTree/>"), "400 the document is MgmtTree, not SyncML");
+    EXPECT_EQ(errorOf("<html/>"), "400 the document is html, not SyncML");
+}
+
+TEST(XmlReader, refuses_a_second_element_where_one_can_be)
+{
+    EXPECT_EQ(errorOf(messageXml("<Get><CmdID>1</CmdID><CmdID>1</CmdID><Item/></Get>")),
+              "400 a second CmdID in one Get");
+    EXPECT_EQ(errorOf(messageXml("<Get><Item><Data/><Data/></Item></Get>")),
+              "400 a second Data in one Item");
+    EXPECT_EQ(errorOf(messageXml("<Get><Meta><Format/><MetInf><Format/></MetInf></Meta></Get>")),
+              "400 a second Format in one MetInf");
+    EXPECT_EQ(errorOf(messageXml("<Final/><Final/>")), "400 a second Final in one SyncBody");
+    EXPECT_EQ(errorOf(messageXml("") + ""), "no error");
+    QByteArray twoBodies = messageXml("");
+    twoBodies.replace("</SyncML>", "<SyncBody/></SyncML>");
+    EXPECT_EQ(errorOf(twoBodies), "400 a second SyncBody in one SyncML");
+}
+
+TEST(XmlReader, refuses_elements_inside_texts_and_text_between_elements)
+{
+    EXPECT_EQ(errorOf(messageXml("<Get><CmdID>1<Item/></CmdID></Get>")),
+              "400 Item inside CmdID, which holds text only");
+    EXPECT_EQ(errorOf(messageXml("<Get><CmdID>1</CmdID>2</Get>")),
+              "400 text where only elements can stand");
+    EXPECT_EQ(errorOf(messageXml("2")), "400 text where only elements can stand");
+}
+
+TEST(XmlReader, refuses_declarations_and_entities)
+{
+    const QByteArray xml = messageXml("<Get><CmdID>&e;</CmdID><Item/></Get>");
+    const std::string refusal = "400 the document type has declarations of its own";
+    EXPECT_EQ(errorOf("<!DOCTYPE SyncML [<!ENTITY e 'x'>]>" + xml), refusal);
+    EXPECT_EQ(errorOf("<!DOCTYPE SyncML [<!ENTITY e SYSTEM 'file:///etc/passwd'>]>" + xml),
+              refusal);
+    EXPECT_EQ(
+        errorOf("<?xml version='1.0'?> <!-- > --> <?pi > ?>\n<!DOCTYPE SyncML PUBLIC \"'\" '>'"
+                "\n[<!ENTITY % e 'x'> %e;]>" +
+                xml),
+        refusal);
+    EXPECT_EQ(errorOf("\xEF\xBB\xBF<!DOCTYPE SyncML []>" + xml), refusal);
+    EXPECT_EQ(errorOf("<!DOCTYPE SyncML SYSTEM 'http://example/x.dtd'>" + xml),
+              "400 the entity e is not known");
+    EXPECT_EQ(errorOf(xml).substr(0, 3), "400");
+    EXPECT_EQ(errorOf(messageXml("<Get><Item><Data>&e;</Data></Item></Get>")).substr(0, 3), "400");
+}
+
+TEST(XmlReader, refuses_other_encodings_than_UTF8)
+{
+    const QByteArray xml = messageXml("<Get><CmdID>1</CmdID><Item/></Get>");
+    EXPECT_EQ(errorOf("<?xml version='1.0' encoding='ISO-8859-1'?>" + xml),
+              "415 the encoding ISO-8859-1 is not supported, only UTF-8 is");
+    EXPECT_EQ(errorOf("<?xml version='1.0' encoding='UTF-16'?>" + xml),
+              "415 the encoding UTF-16 is not supported, only UTF-8 is");
+    EXPECT_EQ(errorOf(messageXml("<Get><CmdID>\xE9</CmdID></Get>")),
+              "415 the message is not in UTF-8");
+    EXPECT_EQ(errorOf("<?xml version='1.0' encoding='us-ascii'?>" + xml), "no error");
+}
+
+// ---- limits
+
+QByteArray nested(const QByteArray &outer, int times, const QByteArray &inner)
+{
+    const qsizetype nameEnd = outer.indexOf('>');
+    return outer.repeated(times) + inner +
+           QByteArray("</" + outer.sliced(1, nameEnd - 1) + ">").repeated(times);
+}
+
+TEST(XmlLimits, bound_the_bytes)
+{
+    const QByteArray xml = messageXml("<Get><CmdID>1</CmdID><Item/></Get>");
+    Limits limits;
+    limits.messageBytes = xml.size();
+    EXPECT_EQ(errorOf(xml, limits), "no error");
+    --limits.messageBytes;
+    EXPECT_EQ(errorOf(xml, limits), "416 the message has " + std::to_string(xml.size()) +
+                                        " bytes, more than the " + std::to_string(xml.size() - 1) +
+                                        " that are taken");
+}
+
+TEST(XmlLimits, bound_the_depth)
+{
+    Limits limits;
+    limits.depth = 10;
+    const std::string tooDeep = "416 more than 10 elements inside each other";
+    // SyncML and SyncBody are around, Get inside.
+    EXPECT_EQ(errorOf(messageXml(nested("<Sequence>", 7, "<Get/>")), limits), "no error");
+    EXPECT_EQ(errorOf(messageXml(nested("<Sequence>", 8, "<Get/>")), limits), tooDeep);
+    // An element that is skipped: SyncML, SyncBody, Get around.
+    EXPECT_EQ(errorOf(messageXml("<Get>" + nested("<x>", 7, "") + "</Get>"), limits), "no error");
+    EXPECT_EQ(errorOf(messageXml("<Get>" + nested("<x>", 8, "") + "</Get>"), limits), tooDeep);
+    // Markup inside Data: SyncML, SyncBody, Get, Item, Data around.
+    const auto get = [](const QByteArray &data) {
+        return messageXml("<Get><Item><Data>" + data + "</Data></Item></Get>");
+    };
+    EXPECT_EQ(errorOf(get(nested("<x>", 5, "")), limits), "no error");
+    EXPECT_EQ(errorOf(get(nested("<x>", 6, "")), limits), tooDeep);
+}
+
+TEST(XmlLimits, bound_the_commands)
+{
+    Limits limits;
+    limits.commands = 3;
+    EXPECT_EQ(errorOf(messageXml("<Get/><Sequence><Get/></Sequence>"), limits), "no error");
+    EXPECT_EQ(errorOf(messageXml("<Get/><Sequence><Get/><Foo/></Sequence>"), limits),
+              "416 more than 3 commands");
+}
+
+TEST(XmlLimits, bound_the_items)
+{
+    Limits limits;
+    limits.items = 4;
+    const QByteArray four =
+        "<Status><TargetRef/><SourceRef/><Item><Meta><EMI/></Meta></Item></Status>";
+    EXPECT_EQ(errorOf(messageXml(four), limits), "no error");
+    EXPECT_EQ(errorOf(messageXml(four + "<Get><Item/></Get>"), limits),
+              "416 more than 4 items and references");
+    EXPECT_EQ(errorOf(messageXml(four + "<Status><TargetRef/></Status>"), limits),
+              "416 more than 4 items and references");
+}
+
+TEST(XmlLimits, bound_the_texts)
+{
+    Limits limits;
+    limits.textBytes = 100; // the header's texts have 52
+    EXPECT_EQ(errorOf(messageXml("<Get><CmdID>" + QByteArray(48, 'x') + "</CmdID></Get>"), limits),
+              "no error");
+    EXPECT_EQ(errorOf(messageXml("<Get><CmdID>" + QByteArray(49, 'x') + "</CmdID></Get>"), limits),
+              "416 more than 100 bytes of text");
+}
+
+TEST(XmlLimits, stop_200_kB_of_nesting)
+{
+    EXPECT_EQ(errorOf(messageXml(QByteArray("<Atomic>").repeated(25'000))),
+              "416 more than 64 elements inside each other");
+    EXPECT_EQ(errorOf(messageXml("<Get>" + QByteArray("<a>").repeated(70'000))),
+              "416 more than 64 elements inside each other");
+    EXPECT_EQ(errorOf(messageXml("<Get><Item><Data>" + QByteArray("<a>").repeated(70'000))),
+              "416 more than 64 elements inside each other");
+}
+
+} // namespace
