@@ -1,0 +1,45 @@
+// Statuses of commands.
+
+#include "dm_status.h"
+
+#include <gtest/gtest.h>
+
+namespace client {
+
+namespace {
+
+TEST(DmStatusTest, SuccessOfTheEngineIs200)
+{
+    EXPECT_EQ(statusOfEngineCall(0), DmStatus::Ok);
+}
+
+TEST(DmStatusTest, APluginsOwnRefusalIs500)
+{
+    EXPECT_EQ(statusOfEngineCall(1), DmStatus::CommandFailed);
+    EXPECT_EQ(statusOfEngineCall(-1), DmStatus::CommandFailed);
+    EXPECT_EQ(statusOfEngineCall(499), DmStatus::CommandFailed);
+}
+
+TEST(DmStatusTest, AFailureStatusOfThePluginGoesOutAsItIs)
+{
+    for (const int status : {404, 405, 406, 415, 418, 420, 500, 510})
+        EXPECT_EQ(static_cast<int>(statusOfEngineCall(status)), status);
+}
+
+TEST(DmStatusTest, AFailureNeverBecomesASuccess)
+{
+    for (const int status : {200, 202, 212, 215, 304})
+        EXPECT_EQ(statusOfEngineCall(status), DmStatus::CommandFailed) << status;
+}
+
+TEST(DmStatusTest, OutcomesAreDescribedWithTheirMeaningAndReason)
+{
+    EXPECT_EQ(describe(DmStatus::NotFound), QStringLiteral("404 Not Found"));
+    EXPECT_EQ(describe(Outcome{DmStatus::NotFound, QStringLiteral("no node ./X")}),
+              QStringLiteral("404 Not Found: no node ./X"));
+    EXPECT_EQ(describe(Outcome()), QStringLiteral("200 OK"));
+}
+
+} // namespace
+
+} // namespace client

@@ -1,0 +1,119 @@
+#include "memory_tree.h"
+
+class MemoryNode final : public DmtRWPluginNode {
+public:
+    explicit MemoryNode(MemoryTree &tree) : m_tree(tree) {}
+
+    int GetValue(DmtData &value) override
+    {
+        if (const int status = m_tree.note("get ", m_path.text()))
+            return status;
+        return m_tree.withoutValue.contains(m_path.text()) ? 0 : DmtRWPluginNode::GetValue(value);
+    }
+    int SetValue(const DmtData &value) override
+    {
+        const int status = m_tree.note("set ", m_path.text());
+        return status ? status : DmtRWPluginNode::SetValue(value);
+    }
+
+private:
+    MemoryTree &m_tree;
+};
+
+JemSmartPtr<MemoryTree> MemoryTree::create()
+{
+    const JemSmartPtr<MemoryTree> tree(new MemoryTree);
+    tree->Init("./Memory");
+    tree->addInterior("");
+    return tree;
+}
+
+void MemoryTree::addInterior(const char *path)
+{
+    auto *const node = new MemoryNode(*this);
+    const JemSmartPtr<DmtNode> holder(node);
+    node->Init(JemSmartPtr<DmtPluginTree>(this), path);
+    SetNode(path, holder);
+}
+
+void MemoryTree::addLeaf(const char *path, const DmtData &value)
+{
+    auto *const node = new MemoryNode(*this);
+    const JemSmartPtr<DmtNode> holder(node);
+    node->Init(JemSmartPtr<DmtPluginTree>(this), path, value, 0);
+    SetNode(path, holder);
+}
+
+int MemoryTree::note(const std::string &call, const char *path)
+{
+    calls.push_back(call + path);
+    const auto failure = failures.find(calls.back());
+    return failure == failures.end() ? 0 : failure->second;
+}
+
+int MemoryTree::DeleteNode(const char *path)
+{
+    const int status = note("delete ", path);
+    return status ? status : DmtRWPluginTree::DeleteNode(path);
+}
+
+int MemoryTree::RenameNode(const char *path, const char *newName)
+{
+    const int status = note("rename ", path);
+    return status ? status : DmtRWPluginTree::RenameNode(path, newName);
+}
+
+int MemoryTree::GetChildValuesMap(const char *path, DmtChildValuesMap &values)
+{
+    values.clear();
+    if (const int status = note("read all ", path))
+        return status;
+    JemSmartPtr<DmtNode> node;
+    if (const int status = GetNode(path, node))
+        return status;
+    DMVector<JemSmartPtr<DmtNode>> children;
+    if (const int status = node->GetChildNodes(children))
+        return status;
+    for (const JemSmartPtr<DmtNode> &child : children) {
+        if (!child->IsLeaf())
+            continue;
+        DmtData value;
+        if (const int status = child->GetValue(value))
+            return status;
+        values.put(child->GetName(), value);
+    }
+    return DMT_OK;
+}
+
+int MemoryTree::SetChildValuesMap(const char *path, const DmtChildValuesMap &values)
+{
+    if (const int status = note("write all ", path))
+        return status;
+    for (int i = 0; i < values.size(); ++i) {
+        JemSmartPtr<DmtNode> child;
+        const DMString childPath = DMString(path) + "/" + values.keys()[i];
+        if (const int status = GetNode(childPath.text(), child))
+            return status;
+        if (const int status = child->SetValue(values.values()[i]))
+            return status;
+    }
+    return DMT_OK;
+}
+
+int MemoryTree::CreateInteriorNodeInternal(const char *path, JemSmartPtr<DmtNode> &node,
+                                           const DMStringVector &)
+{
+    if (const int status = note("create ", path))
+        return status;
+    addInterior(path);
+    return GetNode(path, node);
+}
+
+int MemoryTree::CreateLeafNodeInternal(const char *path, JemSmartPtr<DmtNode> &node,
+                                       const DmtData &value)
+{
+    if (const int status = note("create ", path))
+        return status;
+    addLeaf(path, value);
+    return GetNode(path, node);
+}
