@@ -155,6 +155,14 @@ TEST_F(NapdefBearerTest, AnEmptyIdIsTheEmptyText)
     EXPECT_EQ(Bearers(NewTree(INTPROFS_ROOT), nullptr), "C");
 }
 
+TEST_F(NapdefBearerTest, AreNoneWithoutMemoryForTheManager)
+{
+    handset.settings.Preload(NAPDEF_FILE, NAPDEF_GROUP, "5Ph1DC1", "Office");
+    handset.faults.Fail("new");
+    EXPECT_EQ(Bearers(NewTree(INTPROFS_ROOT), "5"), "");
+    EXPECT_EQ(handset.faults.Fired(), 1);
+}
+
 // ---- Node in the NAPDEF file ---------------------------------------------------------------------
 
 class NapdefNameTest : public PluginTest {
@@ -208,6 +216,14 @@ TEST_F(NapdefNameTest, IsEmptyWithoutAnEntry)
     EXPECT_EQ(NapdefName("5", "Ph1"), "");
     Entry("5Ph1DC1", "");
     EXPECT_EQ(NapdefName("5", "Ph1"), "");
+}
+
+TEST_F(NapdefNameTest, IsEmptyWithoutMemoryForTheManager)
+{
+    Entry("5Ph1DC1", "Packet");
+    handset.faults.Fail("new");
+    EXPECT_EQ(NapdefName("5", "Ph1"), "");
+    EXPECT_EQ(handset.faults.Fired(), 1);
 }
 
 TEST_F(NapdefNameTest, IsUtf8)
