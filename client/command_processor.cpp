@@ -85,6 +85,9 @@ void CommandProcessor::run(const Command &command, std::vector<Command> &answers
         return;
     }
     switch (command.kind) {
+    case CommandKind::Alert:
+        runAlert(command, answers);
+        break;
     case CommandKind::Sequence:
         runSequence(command, answers);
         break;
@@ -111,8 +114,12 @@ void CommandProcessor::runItems(const Command &command, ItemOperation operation,
     }
     m_results.clear();
     std::vector<DmStatus> statuses;
-    for (const Item &item : command.items)
-        statuses.push_back((this->*operation)(command, item).status);
+    for (const Item &item : command.items) {
+        const Outcome outcome = (this->*operation)(command, item);
+        if (m_outcomeListener)
+            m_outcomeListener(command, item, outcome);
+        statuses.push_back(outcome.status);
+    }
     addItemStatuses(command, statuses, answers);
     if (m_results.empty())
         return;
@@ -124,11 +131,38 @@ void CommandProcessor::runItems(const Command &command, ItemOperation operation,
     answers.push_back(std::move(results));
 }
 
+DmStatus CommandProcessor::runAlert(const Command &alert, std::vector<Command> &answers)
+{
+    std::vector<Item> items;
+    const DmStatus status =
+        m_alertHandler ? m_alertHandler(alert, items) : DmStatus::FeatureNotSupported;
+    answers.push_back(statusFor(alert, status));
+    answers.back().items = std::move(items);
+    return status;
+}
+
+namespace {
+
+/// Whether the user refused to go on.
+bool stopsSequence(DmStatus status)
+{
+    return status == DmStatus::NotModified || status == DmStatus::Cancelled;
+}
+
+} // namespace
+
 void CommandProcessor::runSequence(const Command &command, std::vector<Command> &answers)
 {
     answers.push_back(statusFor(command, DmStatus::Ok));
-    for (const Command &inner : command.commands)
-        run(inner, answers);
+    bool isStopped = false;
+    for (const Command &inner : command.commands) {
+        if (isStopped)
+            refuse(inner, DmStatus::NotExecuted, answers);
+        else if (inner.kind == CommandKind::Alert && inner.cmdId)
+            isStopped = stopsSequence(runAlert(inner, answers));
+        else
+            run(inner, answers);
+    }
 }
 
 // ---- Items ---------------------------------------------------------------------------------------

@@ -4,6 +4,8 @@
 #include "management_tree.h"
 #include "syncml/message.h"
 
+#include <functional>
+#include <utility>
 #include <vector>
 
 namespace client {
@@ -15,6 +17,18 @@ namespace client {
 class CommandProcessor {
 public:
     explicit CommandProcessor(ManagementTree &tree) : m_tree(tree) {}
+
+    /// Answers an Alert, for which it may talk to the user.
+    /// @param items  receives what goes into the Status, such as a text that the user typed
+    using AlertHandler =
+        std::function<DmStatus(const syncml::Command &alert, std::vector<syncml::Item> &items)>;
+    /// Without a handler every Alert is answered with 406.
+    void setAlertHandler(AlertHandler handler) { m_alertHandler = std::move(handler); }
+
+    /// Is told how each item of a command ended, when it ended; for people, who want the reason.
+    using OutcomeListener = std::function<void(const syncml::Command &command,
+                                               const syncml::Item &item, const Outcome &outcome)>;
+    void setOutcomeListener(OutcomeListener listener) { m_outcomeListener = std::move(listener); }
 
     /// Runs the command and appends what answers it. Items of one command are independent of each
     /// other. When all of them end alike one Status stands for all, otherwise each has its own.
@@ -37,6 +51,7 @@ private:
 
     void runItems(const syncml::Command &command, ItemOperation operation,
                   std::vector<syncml::Command> &answers);
+    DmStatus runAlert(const syncml::Command &alert, std::vector<syncml::Command> &answers);
     void runSequence(const syncml::Command &command, std::vector<syncml::Command> &answers);
 
     // One Item of each command.
@@ -56,6 +71,8 @@ private:
     Result<NodeUri> wholeNode(const std::optional<syncml::Location> &location) const;
 
     ManagementTree &m_tree;
+    AlertHandler m_alertHandler;
+    OutcomeListener m_outcomeListener;
     std::vector<syncml::Item> m_results; ///< of the Get that runs
 };
 

@@ -7,26 +7,44 @@
 
 namespace client {
 
-/// Statuses that this client gives to commands, numbered as the DM protocol numbers them.
+/// Statuses of commands, and of the header of a message, numbered as the DM protocol numbers them.
 enum class DmStatus : int {
     Ok = 200,
+    Accepted = 202,
+    Authenticated = 212,
+    ChunkAccepted = 213,
+    Cancelled = 214,
     NotExecuted = 215,
+    RolledBack = 216,
+    NotModified = 304,
     BadRequest = 400,
+    InvalidCredentials = 401,
     Forbidden = 403,
     NotFound = 404,
     NotAllowed = 405,
     FeatureNotSupported = 406,
+    MissingCredentials = 407,
+    TimedOut = 408,
     IncompleteCommand = 412,
     TooLarge = 413,
     UriTooLong = 414,
     UnsupportedFormat = 415,
+    RequestTooLarge = 416,
     AlreadyExists = 418,
     StoreFull = 420,
+    SizeMismatch = 424,
     PermissionDenied = 425,
     CommandFailed = 500,
+    NotImplemented = 501,
     DtdVersionNotSupported = 505,
+    ProcessingError = 506,
+    AtomicFailed = 507,
     DataStoreFailure = 510,
+    ServerFailure = 511,
     ProtocolVersionNotSupported = 513,
+    OperationCancelled = 514,
+    RollBackFailed = 516,
+    AtomicResponseTooLarge = 517,
 };
 
 /// Short English meaning of a status, such as "Not Found" for 404.
