@@ -20,7 +20,7 @@ struct PluginTreeProbe {
     char *&profileNameList;
     std::uint8_t &isNAPDEF;
     SETUP_SET_Manager *&settings;
-    DMMap<DMString, ProfileInfo *> &map;
+    decltype(DM_NAPI_PluginTree::m_ProfileMaps) &map;
 
     /// Node name and ID key of every mapped profile, with a letter for each bearer flag that is
     /// set: G GPRS, C CSD, 2 CSD2. {"Office", "5Ph1DC1 G"}
