@@ -1,0 +1,193 @@
+// list, show, create, set, delete: one profile at a time.
+#include "commands.h"
+
+#include <optional>
+
+#include "console.h"
+#include "profile_fields.h"
+#include "profile_json.h"
+#include "profile_service.h"
+
+namespace {
+
+/// Reads field=value arguments. A fault never repeats an argument: it may hold a password.
+QList<FieldValue> parseAssignments(const QStringList &arguments, QString &fault)
+{
+    QList<FieldValue> values;
+    for (const QString &argument : arguments) {
+        const qsizetype equals = argument.indexOf(u'=');
+        if (equals < 0) {
+            fault = QStringLiteral("argument %1 behind the name is not of the form field=value")
+                        .arg(values.size() + 1);
+            return {};
+        }
+        const QString path = argument.first(equals);
+        const ProfileField *field = findField(path);
+        if (field == nullptr) {
+            fault = printable(path) + QStringLiteral(": there is no such field");
+            return {};
+        }
+        values += FieldValue{field, argument.sliced(equals + 1)};
+    }
+    return values;
+}
+
+QString partNames(const NAP_PROFILE_S &record)
+{
+    QStringList names;
+    for (const ProfilePart &part : profileParts()) {
+        if (isPartPresent(part, record))
+            names += QString::fromLatin1(part.name);
+    }
+    return names.isEmpty() ? QStringLiteral("-") : names.join(u',');
+}
+
+QString shownValue(const ProfileField &field, const NAP_PROFILE_S &record, bool showSecrets)
+{
+    const QString text = fieldText(field, record);
+    switch (field.kind) {
+    case FieldKind::Flag:
+        return text == u"true" ? QStringLiteral("yes") : QStringLiteral("no");
+    case FieldKind::Secret:
+        return showSecrets || text.isEmpty() ? printable(text) : kMaskedSecret.toString();
+    case FieldKind::Seconds:
+        return text + QStringLiteral(" s");
+    case FieldKind::BitRate:
+        return text + QStringLiteral(" bit/s");
+    default:
+        return printable(text);
+    }
+}
+
+QString fieldLines(const ProfilePart *part, const NAP_PROFILE_S &record, bool showSecrets)
+{
+    QString lines;
+    for (const ProfileField &field : profileFields()) {
+        if (field.part != part)
+            continue;
+        const QString line =
+            (part == nullptr ? QString() : QStringLiteral("  ")) +
+            QString::fromLatin1(field.name).leftJustified(part == nullptr ? 16 : 14) +
+            shownValue(field, record, showSecrets);
+        lines += line.trimmed().isEmpty() ? QString() : line;
+        while (lines.endsWith(u' '))
+            lines.chop(1);
+        lines += u'\n';
+    }
+    return lines;
+}
+
+void printForPeople(const QString &name, unsigned int id, const NAP_PROFILE_S &record,
+                    bool showSecrets)
+{
+    QString text =
+        QStringLiteral("name            %1\nid              %2\n").arg(printable(name)).arg(id);
+    text += fieldLines(nullptr, record, showSecrets);
+    for (const ProfilePart &part : profileParts()) {
+        if (!isPartUsed(part, record))
+            continue;
+        text += QStringLiteral("\n%1: %2\n")
+                    .arg(QString::fromLatin1(part.name), QString::fromLatin1(part.title));
+        text += fieldLines(&part, record, showSecrets);
+    }
+    printOutput(text);
+}
+
+} // namespace
+
+ExitStatus runList(const QCommandLineParser &, const QStringList &)
+{
+    QList<QByteArray> names;
+    if (const int status = listProfileNames(names); status != NAPI_OK)
+        return reportServiceFailure({}, status);
+    printOutput(QStringLiteral("   ID  PARTS                        NAME\n"));
+    for (const QByteArray &name : names) {
+        NAP_PROFILE_S record = {};
+        unsigned int id = 0;
+        int status = NAPI_GetProfileIDByName(name.constData(), &id);
+        if (status == NAPI_OK)
+            status = NAPI_ReadProfile(name.constData(), &record, 0, 0);
+        if (status == NAPI_ERROR_NOT_FOUND) // deleted in the meantime
+            continue;
+        if (status != NAPI_OK)
+            return reportServiceFailure(QString::fromUtf8(name), status);
+        printOutput(QStringLiteral("%1  %2  %3\n")
+                        .arg(id, 5)
+                        .arg(partNames(record), -27)
+                        .arg(printable(QString::fromUtf8(name))));
+    }
+    return ExitOk;
+}
+
+ExitStatus runShow(const QCommandLineParser &options, const QStringList &arguments)
+{
+    const QString &name = arguments.first();
+    const QByteArray key = name.toUtf8();
+    const bool showSecrets = options.isSet(QStringLiteral("show-secrets"));
+    NAP_PROFILE_S record = {};
+    unsigned int id = 0;
+    int status = NAPI_ReadProfile(key.constData(), &record, 0, 0);
+    if (status == NAPI_OK)
+        status = NAPI_GetProfileIDByName(key.constData(), &id);
+    if (status != NAPI_OK)
+        return reportServiceFailure(name, status);
+    if (options.isSet(QStringLiteral("json")))
+        printOutput(formatProfile(name, record, showSecrets) + '\n');
+    else
+        printForPeople(name, id, record, showSecrets);
+    return ExitOk;
+}
+
+ExitStatus runCreate(const QCommandLineParser &, const QStringList &arguments)
+{
+    const QString &name = arguments.first();
+    QString fault;
+    const QList<FieldValue> values = parseAssignments(arguments.sliced(1), fault);
+    if (!fault.isNull()) {
+        printError(fault);
+        return ExitUsage;
+    }
+    NAP_PROFILE_S record = {};
+    record.creation = 1;
+    fault = setFields(record, values);
+    if (!fault.isNull()) {
+        printError(printable(name) + QStringLiteral(": ") + fault);
+        return ExitFailed;
+    }
+    const int status = NAPI_CreateProfile(name.toUtf8().constData(), &record, 0, 0);
+    return status == NAPI_OK ? ExitOk : reportServiceFailure(name, status);
+}
+
+ExitStatus runSet(const QCommandLineParser &, const QStringList &arguments)
+{
+    const QString &name = arguments.first();
+    const QByteArray key = name.toUtf8();
+    QString fault;
+    const QList<FieldValue> values = parseAssignments(arguments.sliced(1), fault);
+    if (!fault.isNull()) {
+        printError(fault);
+        return ExitUsage;
+    }
+    NAP_PROFILE_S record = {};
+    int status = NAPI_ReadProfile(key.constData(), &record, 0, 0);
+    if (status != NAPI_OK)
+        return reportServiceFailure(name, status);
+    fault = setFields(record, values);
+    if (!fault.isNull()) {
+        printError(printable(name) + QStringLiteral(": ") + fault);
+        return ExitFailed;
+    }
+    status = NAPI_ModifyProfile(key.constData(), &record, 0, 0);
+    return status == NAPI_OK ? ExitOk : reportServiceFailure(name, status);
+}
+
+ExitStatus runDelete(const QCommandLineParser &, const QStringList &arguments)
+{
+    ExitStatus exitStatus = ExitOk;
+    for (const QString &name : arguments) {
+        const int status = NAPI_DeleteProfile(name.toUtf8().constData());
+        if (status != NAPI_OK)
+            exitStatus = qMax(exitStatus, reportServiceFailure(name, status));
+    }
+    return exitStatus;
+}

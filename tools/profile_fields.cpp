@@ -1,0 +1,386 @@
+#include "profile_fields.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+
+#include <QStringList>
+#include <QUtf8StringView>
+
+namespace {
+
+//////////////////////////////////////////////////////////////////////////////////////////////////
+// Tables
+
+constexpr ProfilePart kParts[] = {
+    {"gprs", "packet data (GSM-GPRS)"},
+    {"csd", "circuit-switched data (GSM-CSD)"},
+    {"csd2", "circuit-switched data, second set (GSM-CSD2)"},
+    {"proxy1", "first proxy"},
+    {"proxy2", "second proxy"},
+};
+constexpr const ProfilePart *kGprs = &kParts[0];
+constexpr const ProfilePart *kCsd = &kParts[1];
+constexpr const ProfilePart *kCsd2 = &kParts[2];
+constexpr const ProfilePart *kProxy1 = &kParts[3];
+constexpr const ProfilePart *kProxy2 = &kParts[4];
+
+/// Offset and size of a member of the record.
+#define RECORD_MEMBER(member) offsetof(NAP_PROFILE_S, member), sizeof(NAP_PROFILE_S::member)
+
+constexpr ProfileField kFields[] = {
+    {nullptr, "editable", FieldKind::Flag, RECORD_MEMBER(flags)},
+
+    {kGprs, "address", FieldKind::Text, RECORD_MEMBER(gprsAddress)},
+    {kGprs, "authId", FieldKind::Text, RECORD_MEMBER(gprsAuthId)},
+    {kGprs, "authPassword", FieldKind::Secret, RECORD_MEMBER(gprsAuthPassword)},
+    {kGprs, "dns1", FieldKind::Ipv4, RECORD_MEMBER(gprsDns1)},
+    {kGprs, "dns2", FieldKind::Ipv4, RECORD_MEMBER(gprsDns2)},
+    {kGprs, "linger", FieldKind::Seconds, RECORD_MEMBER(gprsLinger)},
+
+    {kCsd, "address", FieldKind::Text, RECORD_MEMBER(csdAddress)},
+    {kCsd, "authId", FieldKind::Text, RECORD_MEMBER(csdAuthId)},
+    {kCsd, "authPassword", FieldKind::Secret, RECORD_MEMBER(csdAuthPassword)},
+    {kCsd, "dns1", FieldKind::Ipv4, RECORD_MEMBER(csdDns1)},
+    {kCsd, "dns2", FieldKind::Ipv4, RECORD_MEMBER(csdDns2)},
+    {kCsd, "linger", FieldKind::Seconds, RECORD_MEMBER(csdLinger)},
+    {kCsd, "lineType", FieldKind::LineType, RECORD_MEMBER(csdSpeedCode)},
+    {kCsd, "speed", FieldKind::BitRate, RECORD_MEMBER(csdSpeedCode)},
+
+    {kCsd2, "address", FieldKind::Text, RECORD_MEMBER(csd2Address)},
+    {kCsd2, "authId", FieldKind::Text, RECORD_MEMBER(csd2AuthId)},
+    {kCsd2, "authPassword", FieldKind::Secret, RECORD_MEMBER(csd2AuthPassword)},
+    {kCsd2, "dns1", FieldKind::Ipv4, RECORD_MEMBER(csd2Dns1)},
+    {kCsd2, "dns2", FieldKind::Ipv4, RECORD_MEMBER(csd2Dns2)},
+    {kCsd2, "linger", FieldKind::Seconds, RECORD_MEMBER(csd2Linger)},
+    {kCsd2, "lineType", FieldKind::LineType, RECORD_MEMBER(csd2SpeedCode)},
+    {kCsd2, "speed", FieldKind::BitRate, RECORD_MEMBER(csd2SpeedCode)},
+
+    {kProxy1, "address", FieldKind::Text, RECORD_MEMBER(proxy1Address)},
+    {kProxy1, "port", FieldKind::Port, RECORD_MEMBER(proxy1Port)},
+
+    {kProxy2, "address", FieldKind::Text, RECORD_MEMBER(proxy2Address)},
+    {kProxy2, "port", FieldKind::Port, RECORD_MEMBER(proxy2Port)},
+};
+
+#undef RECORD_MEMBER
+
+/// The record keeps line type and bit rate of a circuit-switched bearer in one code. V.110 has the
+/// codes of the modem, so that it reads back as such.
+struct LineType {
+    const char *name;
+    std::array<std::uint8_t, 5> codes; ///< one for each of kBitRates
+};
+constexpr std::array<unsigned int, 5> kBitRates = {0, 14400, 9600, 4800, 2400};
+constexpr LineType kLineTypes[] = {
+    {"ANALOG-MODEM", {0x00, 0x0E, 0x07, 0x06, 0x04}},
+    {"Isdn", {0x00, 0x4B, 0x47, 0x46, 0x44}},
+    {"V.110", {0x00, 0x0E, 0x07, 0x06, 0x04}},
+};
+
+/// A cell of that table.
+struct LineSpeed {
+    const LineType *lineType;
+    std::size_t column;
+};
+
+std::optional<LineSpeed> findSpeedCode(std::uint8_t code)
+{
+    for (const LineType &lineType : kLineTypes) {
+        const auto cell = std::find(lineType.codes.begin(), lineType.codes.end(), code);
+        if (cell != lineType.codes.end())
+            return LineSpeed{&lineType, static_cast<std::size_t>(cell - lineType.codes.begin())};
+    }
+    return std::nullopt;
+}
+
+/// What an unknown code counts as: no speed on the first line type.
+constexpr LineSpeed kUnknownSpeed = {&kLineTypes[0], 0};
+
+//////////////////////////////////////////////////////////////////////////////////////////////////
+// Bytes of the record
+
+const char *bytesOf(const ProfileField &field, const NAP_PROFILE_S &record)
+{
+    return reinterpret_cast<const char *>(&record) + field.offset;
+}
+
+template <typename Number>
+Number numberOf(const ProfileField &field, const NAP_PROFILE_S &record)
+{
+    Number number;
+    std::memcpy(&number, bytesOf(field, record), sizeof number);
+    return number;
+}
+
+template <typename Number>
+void storeNumber(const ProfileField &field, NAP_PROFILE_S &record, Number number)
+{
+    std::memcpy(reinterpret_cast<char *>(&record) + field.offset, &number, sizeof number);
+}
+
+/// The text in its array: up to the terminator, or all of it.
+QUtf8StringView textOf(const ProfileField &field, const NAP_PROFILE_S &record)
+{
+    const char *bytes = bytesOf(field, record);
+    return {bytes, static_cast<qsizetype>(strnlen(bytes, field.capacity))};
+}
+
+bool isText(const ProfileField &field)
+{
+    return field.kind == FieldKind::Text || field.kind == FieldKind::Secret;
+}
+
+LineSpeed lineSpeedOf(const ProfileField &field, const NAP_PROFILE_S &record)
+{
+    return findSpeedCode(numberOf<std::uint8_t>(field, record)).value_or(kUnknownSpeed);
+}
+
+QString ipv4Text(std::uint32_t address)
+{
+    return QStringLiteral("%1.%2.%3.%4")
+        .arg(address >> 24U)
+        .arg((address >> 16U) & 0xFFU)
+        .arg((address >> 8U) & 0xFFU)
+        .arg(address & 0xFFU);
+}
+
+//////////////////////////////////////////////////////////////////////////////////////////////////
+// Reading values. Each returns null or what is wrong.
+
+std::optional<unsigned int> parseDecimal(QStringView text, unsigned int maximum)
+{
+    constexpr qsizetype mostDigits = 9;
+    if (text.isEmpty() || text.size() > mostDigits)
+        return std::nullopt;
+    unsigned int number = 0;
+    for (const QChar digit : text) {
+        if (digit < u'0' || digit > u'9')
+            return std::nullopt;
+        number = number * 10 + static_cast<unsigned int>(digit.unicode() - u'0');
+    }
+    return number <= maximum ? std::optional(number) : std::nullopt;
+}
+
+std::optional<std::uint32_t> parseIpv4(QStringView text)
+{
+    constexpr qsizetype parts = 4;
+    constexpr qsizetype mostDigits = 3;
+    const QList<QStringView> numbers = text.split(u'.');
+    if (numbers.size() != parts)
+        return std::nullopt;
+    std::uint32_t address = 0;
+    for (const QStringView part : numbers) {
+        const std::optional<unsigned int> number = parseDecimal(part, 255);
+        if (!number || part.size() > mostDigits)
+            return std::nullopt;
+        address = address << 8U | *number;
+    }
+    return address;
+}
+
+QString setFlag(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
+{
+    const bool isTrue = text == u"true" || text == u"yes";
+    if (!isTrue && text != u"false" && text != u"no")
+        return QStringLiteral("expected true or false");
+    auto flags = numberOf<std::uint32_t>(field, record);
+    flags = isTrue ? flags & ~NAPI_FLAG_NOT_EDITABLE : flags | NAPI_FLAG_NOT_EDITABLE;
+    storeNumber(field, record, flags);
+    return {};
+}
+
+QString setText(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
+{
+    if (!text.isValidUtf16() || text.contains(QChar(u'\0')))
+        return QStringLiteral("the text holds a NUL or half a character");
+    const QByteArray bytes = text.toUtf8();
+    if (bytes.size() > static_cast<qsizetype>(field.capacity)) {
+        return QStringLiteral("the text is %1 bytes long, at most %2 fit")
+            .arg(bytes.size())
+            .arg(field.capacity);
+    }
+    char *array = reinterpret_cast<char *>(&record) + field.offset;
+    std::memset(array, 0, field.capacity);
+    std::memcpy(array, bytes.constData(), static_cast<std::size_t>(bytes.size()));
+    return {};
+}
+
+QString setIpv4(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
+{
+    const std::optional<std::uint32_t> address = parseIpv4(text);
+    if (!address)
+        return QStringLiteral("expected an IPv4 address like 10.0.0.1");
+    storeNumber(field, record, *address);
+    return {};
+}
+
+QString setNumber16(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
+{
+    const std::optional<unsigned int> number = parseDecimal(text, 65535);
+    if (!number)
+        return QStringLiteral("expected a whole number from 0 to 65535");
+    storeNumber(field, record, static_cast<std::uint16_t>(*number));
+    return {};
+}
+
+QString setLineType(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
+{
+    QStringList names;
+    for (const LineType &lineType : kLineTypes) {
+        const QString name = QString::fromLatin1(lineType.name);
+        names += name;
+        if (name != text)
+            continue;
+        const std::uint8_t code = lineType.codes[lineSpeedOf(field, record).column];
+        if (code == 0 && lineType.codes != kLineTypes[0].codes)
+            return QStringLiteral("%1 cannot be kept without a speed above 0").arg(name);
+        storeNumber(field, record, code);
+        return {};
+    }
+    return QStringLiteral("expected one of ") + names.join(QStringLiteral(", "));
+}
+
+QString setBitRate(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
+{
+    QStringList rates;
+    for (std::size_t column = 0; column < kBitRates.size(); ++column) {
+        rates += QString::number(kBitRates[column]);
+        if (rates.last() != text)
+            continue;
+        storeNumber(field, record, lineSpeedOf(field, record).lineType->codes[column]);
+        return {};
+    }
+    return QStringLiteral("expected one of ") + rates.join(QStringLiteral(", "));
+}
+
+QString setField(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
+{
+    switch (field.kind) {
+    case FieldKind::Flag:
+        return setFlag(field, record, text);
+    case FieldKind::Text:
+    case FieldKind::Secret:
+        return setText(field, record, text);
+    case FieldKind::Ipv4:
+        return setIpv4(field, record, text);
+    case FieldKind::Seconds:
+    case FieldKind::Port:
+        return setNumber16(field, record, text);
+    case FieldKind::LineType:
+        return setLineType(field, record, text);
+    case FieldKind::BitRate:
+        return setBitRate(field, record, text);
+    }
+    return {};
+}
+
+} // namespace
+
+std::span<const ProfilePart> profileParts()
+{
+    return kParts;
+}
+
+std::span<const ProfileField> profileFields()
+{
+    return kFields;
+}
+
+QString fieldPath(const ProfileField &field)
+{
+    const QString name = QString::fromLatin1(field.name);
+    return field.part == nullptr ? name : QString::fromLatin1(field.part->name) + u'.' + name;
+}
+
+const ProfileField *findField(QStringView path)
+{
+    const auto *field = std::ranges::find_if(
+        kFields, [path](const ProfileField &candidate) { return fieldPath(candidate) == path; });
+    return field == std::end(kFields) ? nullptr : field;
+}
+
+QString fieldText(const ProfileField &field, const NAP_PROFILE_S &record)
+{
+    switch (field.kind) {
+    case FieldKind::Flag: {
+        const bool isSet = (numberOf<std::uint32_t>(field, record) & NAPI_FLAG_NOT_EDITABLE) != 0;
+        return isSet ? QStringLiteral("false") : QStringLiteral("true");
+    }
+    case FieldKind::Text:
+    case FieldKind::Secret:
+        return textOf(field, record).toString();
+    case FieldKind::Ipv4:
+        return ipv4Text(numberOf<std::uint32_t>(field, record));
+    case FieldKind::Seconds:
+    case FieldKind::Port:
+        return QString::number(numberOf<std::uint16_t>(field, record));
+    case FieldKind::LineType:
+        return QString::fromLatin1(lineSpeedOf(field, record).lineType->name);
+    case FieldKind::BitRate:
+        return QString::number(kBitRates[lineSpeedOf(field, record).column]);
+    }
+    return {};
+}
+
+bool isPartUsed(const ProfilePart &part, const NAP_PROFILE_S &record)
+{
+    static constexpr NAP_PROFILE_S zeros = {};
+    return std::ranges::any_of(kFields, [&](const ProfileField &field) {
+        return field.part == &part && fieldText(field, record) != fieldText(field, zeros);
+    });
+}
+
+bool isPartPresent(const ProfilePart &part, const NAP_PROFILE_S &record)
+{
+    return std::ranges::any_of(kFields, [&](const ProfileField &field) {
+        return field.part == &part && std::strcmp(field.name, "address") == 0 &&
+               *bytesOf(field, record) != 0;
+    });
+}
+
+QString setFields(NAP_PROFILE_S &record, QList<FieldValue> values)
+{
+    // A line type goes with the bit rate that is set with it, whatever their order.
+    std::stable_partition(values.begin(), values.end(), [](const FieldValue &value) {
+        return value.field->kind != FieldKind::LineType;
+    });
+    NAP_PROFILE_S changed = record;
+    for (const FieldValue &value : values) {
+        const QString fault = setField(*value.field, changed, value.text);
+        if (!fault.isNull())
+            return fieldPath(*value.field) + QStringLiteral(": ") + fault;
+    }
+    record = changed;
+    return {};
+}
+
+void clearFields(NAP_PROFILE_S &record)
+{
+    for (const ProfileField &field : kFields) {
+        if (field.kind == FieldKind::Flag)
+            setFlag(field, record, QStringLiteral("true"));
+        else
+            std::memset(reinterpret_cast<char *>(&record) + field.offset, 0, field.capacity);
+    }
+}
+
+QStringList recordFaults(const NAP_PROFILE_S &record)
+{
+    QStringList faults;
+    for (const ProfileField &field : kFields) {
+        if (isText(field) && !textOf(field, record).isValidUtf8())
+            faults += fieldPath(field) + QStringLiteral(": the text is not UTF-8");
+        if (field.kind != FieldKind::BitRate)
+            continue;
+        const auto code = numberOf<std::uint8_t>(field, record);
+        if (!findSpeedCode(code)) {
+            faults +=
+                fieldPath(field) +
+                QStringLiteral(": the speed code 0x%1 is unknown").arg(code, 2, 16, QChar(u'0'));
+        }
+    }
+    return faults;
+}

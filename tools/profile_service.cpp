@@ -1,0 +1,65 @@
+#include "profile_service.h"
+
+#include <cstring>
+
+#include "console.h"
+
+namespace {
+
+struct StatusMeaning {
+    int status;
+    ExitStatus exitStatus;
+    const char *text;
+};
+
+constexpr StatusMeaning kMeanings[] = {
+    {NAPI_ERROR_BAD_NAME, ExitFailed, "a name has 1 to 63 bytes of UTF-8"},
+    {NAPI_ERROR_NOT_FOUND, ExitFailed, "there is no such profile"},
+    {NAPI_ERROR_EXISTS, ExitFailed, "there is a profile of that name already"},
+    {NAPI_ERROR_STORE_FULL, ExitFailed, "the profile store is full; KUB_NAPI_MAX sets its size"},
+    {NAPI_ERROR_VALUE_REFUSED, ExitFailed, "the profile store does not take a value of it"},
+    {NAPI_ERROR_CORRUPT, ExitStoreUnusable, "the profile store is damaged or is none"},
+    {NAPI_ERROR_READ_ONLY, ExitStoreUnusable, "the profile store cannot be written"},
+    {NAPI_ERROR_NO_SPACE, ExitStoreUnusable, "the disk of the profile store is full"},
+    {NAPI_ERROR_BUSY, ExitStoreUnusable, "another process keeps the profile store locked"},
+    {NAPI_ERROR_UNAVAILABLE, ExitStoreUnusable, "the profile store denies access"},
+};
+constexpr StatusMeaning kOtherFailure = {NAPI_ERROR_IO, ExitStoreUnusable,
+                                         "the profile store cannot be used"};
+
+const StatusMeaning &meaningOf(int status)
+{
+    for (const StatusMeaning &meaning : kMeanings) {
+        if (meaning.status == status)
+            return meaning;
+    }
+    return kOtherFailure;
+}
+
+} // namespace
+
+QString serviceText(int status)
+{
+    return QString::fromLatin1(meaningOf(status).text);
+}
+
+ExitStatus reportServiceFailure(const QString &subject, int status)
+{
+    const QString prefix =
+        subject.isEmpty() ? QString() : printable(subject) + QStringLiteral(": ");
+    printError(prefix + serviceText(status));
+    return meaningOf(status).exitStatus;
+}
+
+int listProfileNames(QList<QByteArray> &names)
+{
+    unsigned int count = 0;
+    int status = NAPI_ListAllProfile(nullptr, &count);
+    if (status != NAPI_OK)
+        return status;
+    QByteArray slots(qsizetype{count} * NAPI_NAME_SIZE + 1, '\0');
+    status = NAPI_ListAllProfile(slots.data(), &count);
+    for (unsigned int index = 0; status == NAPI_OK && index < count; ++index)
+        names += QByteArray(slots.constData() + qsizetype{index} * NAPI_NAME_SIZE);
+    return status;
+}

@@ -1,0 +1,18 @@
+// The calls of the profile service with the types of napictl.
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+
+#include "exit_status.h"
+#include "napi.h"
+
+/// @return what a result of the service means, for people.
+QString serviceText(int status);
+
+/// Prints "subject: meaning of the result". @return the exit status that belongs to it.
+ExitStatus reportServiceFailure(const QString &subject, int status);
+
+/// Lists the names, as UTF-8, in the order of the IDs. @return a result of the service.
+int listProfileNames(QList<QByteArray> &names);

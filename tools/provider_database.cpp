@@ -1,0 +1,120 @@
+#include "provider_database.h"
+
+#include <QXmlStreamReader>
+
+namespace {
+
+class DatabaseReader {
+public:
+    explicit DatabaseReader(const QByteArray &xml) : m_xml(xml) {}
+
+    QList<Provider> read()
+    {
+        if (m_xml.readNextStartElement()) {
+            if (m_xml.name() != u"serviceproviders")
+                m_xml.raiseError(QStringLiteral("it is no list of service providers"));
+            else if (m_xml.attributes().value(QLatin1StringView("format")) != u"2.0")
+                m_xml.raiseError(QStringLiteral("only format 2.0 is known"));
+        }
+        while (m_xml.readNextStartElement()) {
+            if (m_xml.name() == u"country")
+                readCountry();
+            else
+                m_xml.skipCurrentElement();
+        }
+        return m_providers;
+    }
+
+    QString fault() const
+    {
+        if (!m_xml.hasError())
+            return {};
+        return QStringLiteral("line %1: %2").arg(m_xml.lineNumber()).arg(m_xml.errorString());
+    }
+
+private:
+    void readCountry()
+    {
+        const QString country =
+            m_xml.attributes().value(QLatin1StringView("code")).toString().toLower();
+        while (m_xml.readNextStartElement()) {
+            if (m_xml.name() == u"provider")
+                readProvider(country);
+            else
+                m_xml.skipCurrentElement();
+        }
+    }
+
+    void readProvider(const QString &country)
+    {
+        Provider provider;
+        provider.country = country;
+        while (m_xml.readNextStartElement()) {
+            if (m_xml.name() == u"name")
+                provider.names += readText();
+            else if (m_xml.name() == u"gsm")
+                readGsm(provider);
+            else
+                m_xml.skipCurrentElement();
+        }
+        if (!provider.accessPoints.isEmpty())
+            m_providers += provider;
+    }
+
+    void readGsm(Provider &provider)
+    {
+        while (m_xml.readNextStartElement()) {
+            if (m_xml.name() == u"apn")
+                provider.accessPoints += readAccessPoint();
+            else
+                m_xml.skipCurrentElement();
+        }
+    }
+
+    AccessPoint readAccessPoint()
+    {
+        AccessPoint accessPoint;
+        accessPoint.apn = m_xml.attributes().value(QLatin1StringView("value")).trimmed().toString();
+        while (m_xml.readNextStartElement()) {
+            const QStringView element = m_xml.name();
+            if (element == u"name" && accessPoint.name.isEmpty())
+                accessPoint.name = readText();
+            else if (element == u"username")
+                accessPoint.userName = readText();
+            else if (element == u"password")
+                accessPoint.password = readText();
+            else if (element == u"dns")
+                accessPoint.dnsServers += readText();
+            else if (element == u"mmsproxy")
+                accessPoint.mmsProxy = readText();
+            else
+                readOther(accessPoint);
+        }
+        return accessPoint;
+    }
+
+    void readOther(AccessPoint &accessPoint)
+    {
+        if (m_xml.name() == u"usage")
+            accessPoint.usage = m_xml.attributes().value(QLatin1StringView("type")).toString();
+        m_xml.skipCurrentElement();
+    }
+
+    QString readText()
+    {
+        return m_xml.readElementText(QXmlStreamReader::SkipChildElements).trimmed();
+    }
+
+    QXmlStreamReader m_xml;
+    QList<Provider> m_providers;
+};
+
+} // namespace
+
+QList<Provider> parseProviderDatabase(const QByteArray &xml, QString &fault)
+{
+    DatabaseReader reader(xml);
+    QList<Provider> providers = reader.read();
+    fault = reader.fault();
+    return fault.isNull() ? providers : QList<Provider>();
+}

@@ -1,0 +1,157 @@
+// import and export: profiles as JSON.
+#include "commands.h"
+
+#include "console.h"
+#include "profile_json.h"
+#include "profile_service.h"
+
+namespace {
+
+struct ImportedProfile {
+    QString name;
+    NAP_PROFILE_S record;
+    bool isNew;
+};
+
+/// Turns the profiles of a file into records, without changing the store.
+class ImportPlan {
+public:
+    explicit ImportPlan(bool replace) : m_replace(replace) {}
+
+    bool add(const JsonProfile &profile)
+    {
+        const QByteArray key = profile.name.toUtf8();
+        ImportedProfile imported = {profile.name, {}, true};
+        if (key.contains('\0'))
+            return refuse(profile, serviceText(NAPI_ERROR_BAD_NAME));
+        const int status = NAPI_ReadProfile(key.constData(), &imported.record, 0, 0);
+        if (status != NAPI_OK && status != NAPI_ERROR_NOT_FOUND) {
+            exitStatus = reportServiceFailure(profile.name, status);
+            return false;
+        }
+        imported.isNew = status == NAPI_ERROR_NOT_FOUND;
+        if (!imported.isNew && !m_replace) {
+            return refuse(profile, QStringLiteral("there is a profile of that name already; "
+                                                  "--replace overwrites it"));
+        }
+        if (imported.isNew && !profile.maskedSecrets.isEmpty()) {
+            return refuse(profile, fieldPath(*profile.maskedSecrets.first()) +
+                                       QStringLiteral(": the password is masked; export it with "
+                                                      "--show-secrets"));
+        }
+        const QString fault = fill(imported, profile);
+        if (!fault.isNull())
+            return refuse(profile, fault);
+        newProfiles += imported.isNew ? 1 : 0;
+        profiles += imported;
+        return true;
+    }
+
+    QList<ImportedProfile> profiles;
+    qsizetype newProfiles = 0;
+    ExitStatus exitStatus = ExitOk; ///< of what was refused
+
+private:
+    static QString fill(ImportedProfile &imported, const JsonProfile &profile)
+    {
+        QList<FieldValue> values = profile.values;
+        for (const ProfileField *field : profile.maskedSecrets)
+            values += FieldValue{field, fieldText(*field, imported.record)};
+        if (imported.isNew)
+            imported.record.creation = 1;
+        else
+            clearFields(imported.record);
+        return setFields(imported.record, values);
+    }
+
+    bool refuse(const JsonProfile &profile, const QString &reason)
+    {
+        printError(printable(profile.name) + QStringLiteral(": ") + reason);
+        exitStatus = ExitFailed;
+        return false;
+    }
+
+    bool m_replace;
+};
+
+ExitStatus storeProfiles(const ImportPlan &plan)
+{
+    QList<QByteArray> stored;
+    if (const int status = listProfileNames(stored); status != NAPI_OK)
+        return reportServiceFailure({}, status);
+    if (stored.size() + plan.newProfiles > NAPI_GetMaxProfiles()) {
+        printError(QStringLiteral("%1 new profiles do not fit: %2 of at most %3 are stored; "
+                                  "KUB_NAPI_MAX sets the maximum")
+                       .arg(plan.newProfiles)
+                       .arg(stored.size())
+                       .arg(NAPI_GetMaxProfiles()));
+        return ExitFailed;
+    }
+    qsizetype done = 0;
+    const Progress progress(QStringLiteral("Storing profiles"), plan.profiles.size());
+    for (const ImportedProfile &profile : plan.profiles) {
+        const QByteArray key = profile.name.toUtf8();
+        const int status = profile.isNew
+                               ? NAPI_CreateProfile(key.constData(), &profile.record, 0, 0)
+                               : NAPI_ModifyProfile(key.constData(), &profile.record, 0, 0);
+        if (status != NAPI_OK) {
+            printError(QStringLiteral("stopped after %1 of %2 profiles")
+                           .arg(done)
+                           .arg(plan.profiles.size()));
+            return reportServiceFailure(profile.name, status);
+        }
+        progress.show(++done);
+    }
+    return ExitOk;
+}
+
+} // namespace
+
+ExitStatus runImport(const QCommandLineParser &options, const QStringList &arguments)
+{
+    const QString &fileName = arguments.first();
+    QString fault;
+    const QByteArray json = readInput(fileName, fault);
+    if (!fault.isNull()) {
+        printError(fault);
+        return ExitFailed;
+    }
+    const QList<JsonProfile> profiles = parseProfiles(json, fault);
+    if (!fault.isNull()) {
+        printError(printable(fileName + QStringLiteral(": ") + fault));
+        return ExitFailed;
+    }
+    ImportPlan plan(options.isSet(QStringLiteral("replace")));
+    for (const JsonProfile &profile : profiles) {
+        if (!plan.add(profile) && plan.exitStatus == ExitStoreUnusable)
+            return ExitStoreUnusable;
+    }
+    return plan.exitStatus == ExitOk ? storeProfiles(plan) : plan.exitStatus;
+}
+
+ExitStatus runExport(const QCommandLineParser &options, const QStringList &)
+{
+    QList<QByteArray> names;
+    if (const int status = listProfileNames(names); status != NAPI_OK)
+        return reportServiceFailure({}, status);
+    QList<QByteArray> profiles;
+    for (const QByteArray &name : names) {
+        NAP_PROFILE_S record = {};
+        const int status = NAPI_ReadProfile(name.constData(), &record, 0, 0);
+        if (status == NAPI_ERROR_NOT_FOUND) // deleted in the meantime
+            continue;
+        if (status != NAPI_OK)
+            return reportServiceFailure(QString::fromUtf8(name), status);
+        const QStringList faults = recordFaults(record);
+        if (!faults.isEmpty()) {
+            printError(printable(QString::fromUtf8(name) +
+                                 QStringLiteral(" cannot be exported without loss: ") +
+                                 faults.first()));
+            return ExitFailed;
+        }
+        profiles += formatProfile(QString::fromUtf8(name), record,
+                                  options.isSet(QStringLiteral("show-secrets")));
+    }
+    printOutput(formatProfileArray(profiles));
+    return ExitOk;
+}
