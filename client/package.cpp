@@ -12,11 +12,6 @@ using syncml::CommandKind;
 using syncml::Message;
 using syncml::SyncHdr;
 
-namespace {
-
-constexpr char dtdVersion[] = "1.2";
-constexpr char protocolVersion[] = "DM/1.2";
-
 DmStatus statusOfHeader(const SyncHdr &header)
 {
     if (header.verDtd != QLatin1String(dtdVersion))
@@ -38,6 +33,20 @@ Command headerStatus(const SyncHdr &header, DmStatus status)
     return answer;
 }
 
+void fitEncoding(Command &command, syncml::Encoding encoding)
+{
+    for (syncml::Item &item : command.items) {
+        if (encoding != syncml::Encoding::Xml || !item.data || syncml::fitsXml(*item.data))
+            continue;
+        item.data = item.data->toBase64();
+        if (!item.meta)
+            item.meta.emplace();
+        item.meta->format = QStringLiteral("b64");
+    }
+}
+
+namespace {
+
 SyncHdr answeringHeader(const SyncHdr &request, const QByteArray &deviceId)
 {
     SyncHdr header;
@@ -57,14 +66,7 @@ void finish(std::vector<Command> &commands, const QString &msgRef, syncml::Encod
     for (Command &command : commands) {
         command.cmdId = QString::number(++number);
         command.msgRef = msgRef;
-        for (syncml::Item &item : command.items) {
-            if (encoding != syncml::Encoding::Xml || !item.data || syncml::fitsXml(*item.data))
-                continue;
-            item.data = item.data->toBase64();
-            if (!item.meta)
-                item.meta.emplace();
-            item.meta->format = QStringLiteral("b64");
-        }
+        fitEncoding(command, encoding);
     }
 }
 
