@@ -5,8 +5,11 @@ target_compile_options(kub_settings INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
     $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wsuggest-override>
     $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wsuggest-override>)
-target_link_options(kub_settings INTERFACE $<$<NOT:$<BOOL:${KUB_SANITIZE}>>:-Wl,--no-undefined>
-                                           -Wl,--fatal-warnings)
+target_link_options(kub_settings INTERFACE -Wl,--fatal-warnings)
+if(NOT KUB_SANITIZE)
+    # Sanitized libraries take the sanitizer's symbols from the program.
+    target_link_options(kub_settings INTERFACE -Wl,--no-undefined)
+endif()
 target_compile_definitions(kub_settings INTERFACE QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII
                                                   QT_NO_KEYWORDS)
 
