@@ -20,8 +20,11 @@ struct Limits {
     qsizetype commands = 20'000; ///< of the whole message, nested ones included
     /// Items, references (TargetRef, SourceRef) and EMI elements of the whole message together.
     qsizetype items = 50'000;
-    /// Bytes of all texts together. Only string-table references of WBXML, which repeat a text for
-    /// three bytes each, can reach it before `messageBytes`.
+    /// Attributes of one tag of XML. DM itself has none but namespace declarations.
+    qsizetype attributes = 32;
+    /// Bytes of all texts together, tags inside Data included. They are more than the message
+    /// itself only where it repeats something by a short name: string-table references of WBXML,
+    /// and namespace declarations that are copied along with markup inside Data.
     qsizetype textBytes = 4 * 1024 * 1024;
 };
 

@@ -2,6 +2,8 @@
 
 #include "syncml/xml_text.h"
 
+#include <utility>
+
 namespace syncml {
 
 ElementSource::ElementSource(const Limits &limits) : m_limits(limits) {}
@@ -91,12 +93,17 @@ void ElementSource::skip()
 
 void ElementSource::fail(int status, const QString &text)
 {
-    if (m_error)
-        return;
-    m_error.emplace();
-    m_error->status = status;
-    m_error->text = text;
-    locate(*m_error);
+    DecodeError error;
+    error.status = status;
+    error.text = text;
+    locate(error);
+    fail(std::move(error));
+}
+
+void ElementSource::fail(DecodeError error)
+{
+    if (!m_error)
+        m_error = std::move(error);
 }
 
 bool ElementSource::checkSize(qsizetype messageBytes)
@@ -107,6 +114,13 @@ bool ElementSource::checkSize(qsizetype messageBytes)
                   .arg(messageBytes)
                   .arg(m_limits.messageBytes));
     return false;
+}
+
+void ElementSource::countText(qsizetype bytes)
+{
+    m_textBytes += bytes;
+    if (m_textBytes > m_limits.textBytes)
+        fail(416, QStringLiteral("more than %1 bytes of text").arg(m_limits.textBytes));
 }
 
 ElementSource::Token ElementSource::step()
@@ -121,9 +135,7 @@ ElementSource::Token ElementSource::step()
                  QStringLiteral("more than %1 elements inside each other").arg(m_limits.depth));
         break;
     case Token::Text:
-        m_textBytes += m_text.size();
-        if (m_textBytes > m_limits.textBytes)
-            fail(416, QStringLiteral("more than %1 bytes of text").arg(m_limits.textBytes));
+        countText(m_text.size());
         break;
     case Token::End:
         --m_depth;

@@ -59,6 +59,11 @@ protected:
     /// False, and a fault, when a message of that many bytes is too large.
     bool checkSize(qsizetype messageBytes);
 
+    void fail(DecodeError error);
+
+    /// Counts bytes of text towards their limit.
+    void countText(qsizetype bytes);
+
     /// `advance` with the limits watched.
     Token step();
 

@@ -4,6 +4,7 @@
 #include "syncml/element_source.h"
 #include "syncml/message_reader.h"
 #include "syncml/message_writer.h"
+#include "syncml/xml_guard.h"
 #include "syncml/xml_text.h"
 
 #include <QXmlStreamReader>
@@ -32,50 +33,15 @@ void writeCharacters(QXmlStreamWriter &writer, QStringView text)
 
 // ---- reading
 
-/// True when the document type declaration of `xml` has an internal subset. The XML reader would
-/// work through the declarations in it before it tells of them, so this looks first.
-bool hasInternalSubset(QByteArrayView xml)
-{
-    constexpr QByteArrayView instruction("<?"), instructionEnd("?>");
-    constexpr QByteArrayView comment("<!--"), commentEnd("-->");
-    constexpr QByteArrayView byteOrderMark("\xEF\xBB\xBF");
-
-    const auto skipPast = [&xml](QByteArrayView end) {
-        const qsizetype at = xml.indexOf(end);
-        xml = xml.sliced(at < 0 ? xml.size() : at + end.size());
-    };
-    if (xml.startsWith(byteOrderMark))
-        xml = xml.sliced(byteOrderMark.size());
-    for (;;) {
-        xml = withoutOuterBlanks(xml);
-        if (xml.startsWith(instruction))
-            skipPast(instructionEnd);
-        else if (xml.startsWith(comment))
-            skipPast(commentEnd);
-        else
-            break;
-    }
-    if (!xml.startsWith("<!DOCTYPE"))
-        return false;
-    char quote = '\0';
-    for (const char byte : xml) {
-        if (quote != '\0')
-            quote = byte == quote ? '\0' : quote;
-        else if (byte == '"' || byte == '\'')
-            quote = byte;
-        else if (byte == '[' || byte == '>')
-            return byte == '[';
-    }
-    return false;
-}
-
 /// Writes down the markup that stands inside Data.
 class MarkupCapture {
 public:
     MarkupCapture() : m_writer(&m_markup) {}
 
-    void start(const QXmlStreamReader &reader)
+    /// Gives the bytes that it wrote, which declarations can make far more than were read.
+    qsizetype start(const QXmlStreamReader &reader)
     {
+        const qsizetype before = m_markup.size();
         m_writer.writeStartElement(reader.qualifiedName().toString());
         ++m_depth;
         for (const auto &declaration : reader.namespaceDeclarations())
@@ -86,6 +52,7 @@ public:
         for (const auto &attribute : reader.attributes())
             m_writer.writeAttribute(attribute.qualifiedName().toString(),
                                     attribute.value().toString());
+        return m_markup.size() - before;
     }
 
     void end()
@@ -138,8 +105,8 @@ public:
             return;
         if (!bytes.isValidUtf8())
             fail(415, QStringLiteral("the message is not in UTF-8"));
-        else if (hasInternalSubset(bytes))
-            fail(400, QStringLiteral("the document type has declarations of its own"));
+        else if (std::optional<DecodeError> refusal = guardXml(bytes, limits))
+            fail(*std::move(refusal));
         else
             m_reader.addData(QString::fromUtf8(bytes));
     }
@@ -156,7 +123,7 @@ public:
                     capture.emplace();
                     capture->characters(text);
                 }
-                capture->start(m_reader);
+                countText(capture->start(m_reader));
                 ++depth;
                 break;
             case Token::Text:

@@ -523,6 +523,43 @@ TEST(XmlLimits, bound_the_texts)
               "416 more than 100 bytes of text");
 }
 
+TEST(XmlLimits, bound_the_attributes_of_a_tag)
+{
+    Limits limits;
+    limits.attributes = 2;
+    EXPECT_EQ(errorOf(messageXml("<Get\n a='>' b = \"'c=''\" ><CmdID d='' e=''/></Get>"), limits),
+              "no error");
+    EXPECT_EQ(errorOf(messageXml("<!-- 'a' 'b' 'c' --><?x 'a' 'b' 'c'?><Get><Item><Data>'a' 'b' 'c'"
+                                 "<![CDATA[<a b='' c='' d=''/>]]></Data></Item></Get>"),
+                      limits),
+              "no error");
+    const DecodeResult result = decodeXml(messageXml("\n <Get a='' b='' c=''/>"), limits);
+    ASSERT_TRUE(std::holds_alternative<DecodeError>(result));
+    EXPECT_EQ(std::get<DecodeError>(result).status, 416);
+    EXPECT_EQ(std::get<DecodeError>(result).toString().toStdString(),
+              "line 2, column 1: more than 2 attributes");
+    EXPECT_EQ(errorOf(messageXml("<!-- --><![CDATA[]]><?x?><Get a='' b='' c=''/>"), limits),
+              "416 more than 2 attributes");
+    EXPECT_EQ(errorOf(messageXml("<!--><Get a='' b='' c=''/>-->"), limits), "no error");
+}
+
+// The reader compares each attribute with each: without the limit this one takes minutes.
+TEST(XmlLimits, stop_a_tag_of_4_MB_of_attributes)
+{
+    QByteArray tag = "<Get";
+    for (int number = 0; tag.size() < 4'000'000; ++number)
+        tag += " a" + QByteArray::number(number) + "=''";
+    EXPECT_EQ(errorOf(messageXml(tag + "/>")), "416 more than 32 attributes");
+}
+
+TEST(XmlLimits, stop_declarations_that_expand_inside_Data)
+{
+    const QByteArray xml =
+        "<SyncML xmlns:p='" + QByteArray(100'000, 'u') + "'><SyncHdr/><SyncBody><Add><Item><Data>" +
+        QByteArray("<p:x/>").repeated(10'000) + "</Data></Item></Add></SyncBody></SyncML>";
+    EXPECT_EQ(errorOf(xml), "416 more than 4194304 bytes of text");
+}
+
 TEST(XmlLimits, stop_200_kB_of_nesting)
 {
     EXPECT_EQ(errorOf(messageXml(QByteArray("<Atomic>").repeated(25'000))),

@@ -1,0 +1,86 @@
+#include "syncml/xml_guard.h"
+
+#include <algorithm>
+
+namespace syncml {
+namespace {
+
+/// Markup whose content is not looked at.
+struct Opaque {
+    QByteArrayView start;
+    QByteArrayView end;
+};
+
+constexpr Opaque opaqueMarkup[] = {
+    {QByteArrayView("<!--"), QByteArrayView("-->")},
+    {QByteArrayView("<![CDATA["), QByteArrayView("]]>")},
+    {QByteArrayView("<?"), QByteArrayView("?>")},
+};
+
+/// What one tag or declaration, begun with `<`, has outside and inside quotes.
+struct Tag {
+    qsizetype size = 0;
+    qsizetype quotedValues = 0;
+    bool hasBracket = false;
+};
+
+Tag scanTag(QByteArrayView xml)
+{
+    Tag tag;
+    char quote = '\0';
+    for (const char byte : xml) {
+        ++tag.size;
+        if (quote != '\0') {
+            if (byte == quote)
+                quote = '\0';
+        } else if (byte == '"' || byte == '\'') {
+            quote = byte;
+            ++tag.quotedValues;
+        } else if (byte == '[') {
+            tag.hasBracket = true;
+        } else if (byte == '>') {
+            break;
+        }
+    }
+    return tag;
+}
+
+DecodeError faultAt(QByteArrayView before, int status, const QString &text)
+{
+    DecodeError error;
+    error.status = status;
+    error.text = text;
+    error.line = std::ranges::count(before, '\n') + 1;
+    error.column = before.size() - 1 - before.lastIndexOf('\n');
+    return error;
+}
+
+} // namespace
+
+std::optional<DecodeError> guardXml(QByteArrayView xml, const Limits &limits)
+{
+    qsizetype at = 0;
+    while ((at = xml.indexOf('<', at)) >= 0) {
+        const QByteArrayView rest = xml.sliced(at);
+        const auto *const opaque = std::ranges::find_if(
+            opaqueMarkup, [rest](const Opaque &markup) { return rest.startsWith(markup.start); });
+        if (opaque != std::end(opaqueMarkup)) {
+            const qsizetype end = rest.indexOf(opaque->end, opaque->start.size());
+            if (end < 0)
+                return std::nullopt; // the reader will tell that it breaks off
+            at += end + opaque->end.size();
+            continue;
+        }
+        const Tag tag = scanTag(rest);
+        if (rest.startsWith("<!DOCTYPE") && tag.hasBracket)
+            return faultAt(xml.first(at), 400,
+                           QStringLiteral("the document type has declarations of its own"));
+        if (tag.quotedValues > limits.attributes)
+            return faultAt(xml.first(at), 416,
+                           QStringLiteral("more than %1 attributes").arg(limits.attributes));
+        at += tag.size;
+    }
+    return std::nullopt;
+}
+
+} // namespace syncml
