@@ -1,0 +1,9 @@
+// Any bytes as a message in XML.
+
+#include "round_trip.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    fuzz::checkRoundTrip(data, size, syncml::Encoding::Xml);
+    return 0;
+}

@@ -1,0 +1,78 @@
+#include "round_trip.h"
+
+#include "syncml/wbxml_codec.h"
+#include "syncml/xml_codec.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+using namespace syncml;
+
+namespace fuzz {
+namespace {
+
+void require(bool condition, const char *what)
+{
+    if (condition)
+        return;
+    std::fprintf(stderr, "%s\n", what);
+    std::abort();
+}
+
+DecodeResult decodeAs(const QByteArray &bytes, Encoding encoding)
+{
+    return encoding == Encoding::Xml ? decodeXml(bytes) : decodeWbxml(bytes);
+}
+
+void checkError(const DecodeError &error)
+{
+    require(error.status == 400 || error.status == 415 || error.status == 416,
+            "an error without a known status");
+    require(!error.text.isEmpty(), "an error without a text");
+}
+
+/// Readers take more than writers write (commands without CmdID or Item, and the like).
+void removeWhatIsNotWritable(Message &message, Encoding encoding)
+{
+    if (std::holds_alternative<QByteArray>(encode(message, encoding)))
+        return;
+    Message single;
+    single.header = message.header;
+    std::erase_if(message.commands, [&](const Command &command) {
+        single.commands = {command};
+        return std::holds_alternative<EncodeError>(encode(single, encoding));
+    });
+}
+
+void checkRewritten(Message message, Encoding encoding)
+{
+    removeWhatIsNotWritable(message, encoding);
+    if (message.commands.empty())
+        return;
+    const EncodeResult written = encode(message, encoding);
+    require(std::holds_alternative<QByteArray>(written),
+            "commands that can be written alone cannot be written together");
+    const auto &bytes = std::get<QByteArray>(written);
+    require(recogniseEncoding(bytes) == encoding, "what was written is not recognised");
+    const DecodeResult readAgain = decodeAs(bytes, encoding);
+    require(std::holds_alternative<Message>(readAgain), "what was written cannot be read");
+    require(std::get<Message>(readAgain) == message, "what was written reads as another message");
+}
+
+} // namespace
+
+void checkRoundTrip(const std::uint8_t *data, std::size_t size, Encoding encoding)
+{
+    const QByteArray input(reinterpret_cast<const char *>(data), static_cast<qsizetype>(size));
+    const DecodeResult result = decodeAs(input, encoding);
+    if (const auto *const error = std::get_if<DecodeError>(&result)) {
+        checkError(*error);
+        return;
+    }
+    const auto &message = std::get<Message>(result);
+    checkRewritten(message, Encoding::Xml);
+    checkRewritten(message, Encoding::Wbxml);
+}
+
+} // namespace fuzz
