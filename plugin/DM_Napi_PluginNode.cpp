@@ -111,7 +111,7 @@ enum class FieldKind { Text, Dns, Linger, LineType, Speed };
 
 /// A leaf of a NAPDEF-kind profile that lives in the record of the profile's bearer.
 struct NapdefLeaf {
-    const char *name;
+    std::string_view name;
     FieldKind kind;
     TextField BearerPart::*text = nullptr;                    // of a Text
     std::uint32_t NAP_PROFILE_S::*BearerPart::*dns = nullptr; // of a Dns
@@ -128,7 +128,7 @@ constexpr NapdefLeaf NAPDEF_LEAVES[] = {
     {"AuthPw", FieldKind::Text, &BearerPart::authPassword},
 };
 
-constexpr const char *PROXY_LEAVES[] = {"PortNbr", "Addr", "UserEditable"};
+constexpr std::string_view PROXY_LEAVES[] = {"PortNbr", "Addr", "UserEditable"};
 
 /// A proxy slot of the record. The third slot that a profile node shows has no place in it.
 struct ProxySlot {
@@ -145,8 +145,9 @@ constexpr char SLOT_WITHOUT_RECORD[] = "Ph3";
 
 const NapdefLeaf *FindNapdefLeaf(const DMString &name)
 {
+    const std::string_view text(name.text());
     for (const NapdefLeaf &leaf : NAPDEF_LEAVES)
-        if (name == leaf.name)
+        if (text == leaf.name)
             return &leaf;
     return nullptr;
 }
@@ -165,8 +166,8 @@ bool IsFieldInRecord(const DMString &name, bool isNAPDEF)
 {
     if (isNAPDEF)
         return FindNapdefLeaf(name) != nullptr;
-    return std::any_of(std::begin(PROXY_LEAVES), std::end(PROXY_LEAVES),
-                       [&name](const char *leaf) { return name == leaf; });
+    return std::find(std::begin(PROXY_LEAVES), std::end(PROXY_LEAVES),
+                     std::string_view(name.text())) != std::end(PROXY_LEAVES);
 }
 
 // ---- Line types and speed codes -----------------------------------------------------------------
@@ -378,12 +379,16 @@ DMString DM_NAPI_PluginNode::GetProfileNodeName() const
     if (m_path.empty() || !tree)
         return DMString("");
     const std::string_view root = tree->IsNAPDEF() ? CONN_ROOT_PATH : INTPROFS_ROOT_PATH;
-    const DMString fullPath = tree->GetRootPath() + "/" + m_path;
-    std::string_view rest(fullPath.text());
-    const std::size_t rootPosition = rest.find(root);
-    if (rootPosition == std::string_view::npos)
-        return DMString("");
-    rest.remove_prefix(std::min(rest.size(), rootPosition + root.size() + 1));
+    std::string_view rest(m_path.text());
+    DMString fullPath;
+    if (tree->GetRootPath().text() != root) { // else the path starts right behind the root
+        fullPath = tree->GetRootPath() + "/" + m_path;
+        rest = fullPath.text();
+        const std::size_t rootPosition = rest.find(root);
+        if (rootPosition == std::string_view::npos)
+            return DMString("");
+        rest.remove_prefix(std::min(rest.size(), rootPosition + root.size() + 1));
+    }
     const DMString profileNode = ToDMString(rest.substr(0, rest.find('/')));
     LOG_TRACE("Leave: GetProfileNodeName()! Profile Node name: %s \n", profileNode.text());
     return profileNode;
@@ -402,16 +407,16 @@ struct BearerLeaf {
 
 BearerLeaf ReadBearerLeaf(DmtTree &tree, const DMString &profileNodeName)
 {
-    BearerLeaf leaf{profileNodeName + "/" + "Bearer", DMString(DEFAULT_BEARER)};
+    BearerLeaf leaf{profileNodeName, {}};
+    leaf.path += "/Bearer";
     JemSmartPtr<DmtNode> node;
-    if (tree.GetNode(leaf.path.text(), node) != DMT_OK)
-        return leaf;
-    DmtData value;
-    DMString text;
-    leaf.usable =
-        node->GetValue(value) == DMT_OK && value.GetString(text) == DMT_OK && !text.empty();
-    if (leaf.usable)
-        leaf.bearer = text;
+    if (tree.GetNode(leaf.path.text(), node) == DMT_OK) {
+        DmtData value;
+        leaf.usable = node->GetValue(value) == DMT_OK && value.GetString(leaf.bearer) == DMT_OK &&
+                      !leaf.bearer.empty();
+    }
+    if (leaf.bearer.empty())
+        leaf.bearer = DEFAULT_BEARER;
     return leaf;
 }
 

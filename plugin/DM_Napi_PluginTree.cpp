@@ -152,10 +152,13 @@ const BearerPart *BearerOfKey(const DMString &key)
     return nullptr;
 }
 
-/// The ID key without its bearer suffix.
-DMString BareKey(const DMString &key)
+/// The ID key without its bearer suffix; a view into the key.
+std::string_view WithoutSuffix(const DMString &key)
 {
-    return BearerOfKey(key) ? DMString(key.text(), key.length() - KEY_SUFFIX_LENGTH) : key;
+    std::string_view bare(key.text());
+    if (BearerOfKey(key))
+        bare.remove_suffix(KEY_SUFFIX_LENGTH);
+    return bare;
 }
 
 /// The last characters of a key, as many as a suffix has; a shorter key is its own suffix.
@@ -226,6 +229,47 @@ bool DM_NAPI_PluginTree::HasEmptyNodeName(const DMString &path) const
 
 // ---- Map between node names and profiles --------------------------------------------------------
 
+int ProfileMap::find(const DMString &nodeName) const
+{
+    const auto place = m_places.find(nodeName.text());
+    return place == m_places.end() ? -1 : place->second;
+}
+
+int ProfileMap::put(const DMString &nodeName, ProfileInfo *info)
+{
+    const int existing = find(nodeName);
+    if (existing >= 0) {
+        m_values[existing] = info;
+        return existing;
+    }
+    const int index = m_keys.push_back(nodeName);
+    if (index < 0)
+        return -1;
+    if (m_values.push_back(info) != index) {
+        m_keys.remove(index); // a name never stands without its record
+        return -1;
+    }
+    m_places.emplace(m_keys[index].text(), index);
+    return index;
+}
+
+void ProfileMap::remove(int index)
+{
+    m_places.erase(m_keys[index].text());
+    for (auto &[name, place] : m_places)
+        if (place > index)
+            --place;
+    m_keys.remove(index);
+    m_values.remove(index);
+}
+
+void ProfileMap::clear()
+{
+    m_places.clear();
+    m_keys.clear();
+    m_values.clear();
+}
+
 int DM_NAPI_PluginTree::GetProfileName(const DMString &nodeName, DMString &profileName) const
 {
     LOG_TRACE("Enter: GetProfileName()!\n");
@@ -254,17 +298,17 @@ int DM_NAPI_PluginTree::GetProfileName(const DMString &nodeName, DMString &profi
 
 bool DM_NAPI_PluginTree::ExtractProfileID(const DMString &key, unsigned int &id) const
 {
-    const DMString digits = BareKey(key);
-    const char *const end = digits.text() + digits.length();
+    const std::string_view digits = WithoutSuffix(key);
+    const char *const end = digits.data() + digits.size();
     unsigned int parsed = 0;
-    const auto [stop, error] = std::from_chars(digits.text(), end, parsed);
+    const auto [stop, error] = std::from_chars(digits.data(), end, parsed);
     const bool ok = error == std::errc() && stop == end;
     id = ok ? parsed : 0;
     if (ok)
-        LOG_TRACE("ExtractProfileID() OK: key = %s, ID = %d\n", digits.text(),
+        LOG_TRACE("ExtractProfileID() OK: key = %s, ID = %d\n", std::string(digits).c_str(),
                   static_cast<int>(id));
     else
-        LOG_FAILURE("ExtractProfileID() Failed: key = %s, ID = %d\n", digits.text(),
+        LOG_FAILURE("ExtractProfileID() Failed: key = %s, ID = %d\n", std::string(digits).c_str(),
                     static_cast<int>(id));
     return ok;
 }
@@ -586,7 +630,8 @@ int DM_NAPI_PluginTree::RenameProfileMapDB(const DMString &nodeName, const DMStr
     for (bool ProfileInfo::*flag : BEARER_FLAGS)
         info->*flag = false;
     const DMString oldKey = info->sProfileID;
-    info->sProfileID = BareKey(oldKey);
+    const std::string_view bareKey = WithoutSuffix(oldKey);
+    info->sProfileID = DMString(bareKey.data(), bareKey.size());
     const BearerPart *const part = FindBearer(bearer);
     if (!part) {
         LOG_FAILURE("Leave: RenameProfileMapDB fail! illegal Bearer value: %s!\n", bearer.text());

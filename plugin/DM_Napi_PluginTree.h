@@ -8,6 +8,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <string_view>
+#include <unordered_map>
 
 class SETUP_SET_Manager;
 
@@ -24,6 +26,30 @@ struct ProfileInfo {
     bool bIsGPRS = false; ///< mapped with bearer "GSM-GPRS"
     bool bIsCSD = false;  ///< mapped with bearer "GSM-CSD"
     bool bIsCSD2 = false; ///< mapped with bearer "GSM-CSD2"
+};
+
+/// The mapped profiles of a tree by node name: the engine's two parallel vectors, and beside them
+/// the place of each name, so that a look-up need not walk the names. It owns no record.
+class ProfileMap {
+public:
+    int size() const { return m_keys.size(); }
+    const DMVector<DMString> &keys() const { return m_keys; }
+    const DMVector<ProfileInfo *> &values() const { return m_values; }
+
+    /// @return the index of the name, -1 when it is not mapped.
+    int find(const DMString &nodeName) const;
+    /// Replaces the record of a name, else appends the pair. @return its index; -1 when a vector
+    /// cannot grow, which leaves the map as it was.
+    int put(const DMString &nodeName, ProfileInfo *info);
+    /// Removes the pair and closes the gap. The index must be below size().
+    void remove(int index);
+    void clear();
+
+private:
+    DMVector<DMString> m_keys;
+    DMVector<ProfileInfo *> m_values; // m_values[i] belongs to m_keys[i]
+    // Views into the keys, whose texts stay where they are when the vector grows or closes a gap.
+    std::unordered_map<std::string_view, int> m_places;
 };
 
 class DM_NAPI_PluginTree final : public DmtRWPluginTree {
@@ -130,7 +156,7 @@ private:
     char *m_profileNameList = nullptr;            ///< owned; slots of NAPI_NAME_SIZE bytes
     std::uint8_t m_isNAPDEF = 0;                  ///< 1 for the NAPDEF kind, 0 for the PROXY kind
     SETUP_SET_Manager *m_psetupManager = nullptr; ///< owned; the open mapping file
-    DMMap<DMString, ProfileInfo *> m_ProfileMaps; ///< owns the records
+    ProfileMap m_ProfileMaps;                     ///< the tree owns its records
 
     JemSmartPtr<DmtPluginTree> Self() { return JemSmartPtr<DmtPluginTree>(this); }
     JemSmartPtr<DmtNode> NewInterior(const DMString &path, const DMStringVector &childNames);

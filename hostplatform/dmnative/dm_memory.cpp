@@ -29,7 +29,7 @@ struct Allocator {
     CallSite &SiteOf(const char *file, int line)
     {
         for (CallSite &site : sites)
-            if (site.line == line && site.file == file)
+            if (site.line == line && std::strcmp(site.file.c_str(), file) == 0)
                 return site;
         return sites.emplace_back(CallSite{file, line});
     }
