@@ -1,0 +1,80 @@
+// Benchmarks of the plug-in on the host libraries.
+//
+//   kub-bench [--sizes=10,100,1000] [Google Benchmark's own options]
+//
+// Operations: mount of each root; read and write of a leaf of each class; change of bearer; add,
+// delete and rename of a profile; all children in one call and leaf by leaf. Beside each runs its
+// floor, in random order with it: the calls that the operation cannot do without. Times are
+// processor times, so that other programs disturb them little; the ratio is what counts.
+#include "handset_state.h"
+#include "plugin_operations.h"
+#include "ratio_report.h"
+
+#include "aplog.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr char SIZES_OPTION[] = "--sizes=";
+
+std::vector<int> ParseSizes(const std::string &text)
+{
+    std::vector<int> sizes;
+    std::istringstream stream(text);
+    for (std::string size; std::getline(stream, size, ',');) {
+        const int profiles = std::atoi(size.c_str());
+        if (profiles < 2) {
+            std::fprintf(stderr, "kub-bench: %s: each size is a number from 2\n", text.c_str());
+            std::exit(2);
+        }
+        sizes.push_back(profiles);
+    }
+    return sizes;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    std::vector<int> sizes{10, 100, 1000};
+    // Google Benchmark's options come first, so that the caller's win.
+    std::vector<std::string> arguments{argv[0], "--benchmark_enable_random_interleaving=true",
+                                       "--benchmark_repetitions=7", "--benchmark_min_time=0.02"};
+    for (int i = 1; i < argc; ++i) {
+        const std::string argument = argv[i];
+        if (argument.rfind(SIZES_OPTION, 0) == 0)
+            sizes = ParseSizes(argument.substr(sizeof SIZES_OPTION - 1));
+        else
+            arguments.push_back(argument);
+    }
+    std::vector<char *> pointers;
+    for (std::string &argument : arguments)
+        pointers.push_back(argument.data());
+    int count = static_cast<int>(pointers.size());
+    benchmark::Initialize(&count, pointers.data());
+    if (benchmark::ReportUnrecognizedArguments(count, pointers.data()))
+        return 2;
+#ifndef __OPTIMIZE__
+    std::fprintf(stderr, "kub-bench: built without optimisation, the figures mean nothing\n");
+#endif
+
+    const bench::TemporaryHandset handset;
+    libaplog_to_module_ptr =
+        std::fopen("/dev/null", "w"); // messages of failures are part of a mount
+    bench::RatioReporter reporter;
+    for (const int profiles : sizes) {
+        bench::StoreProfiles(profiles);
+        bench::RegisterOperations(profiles);
+        benchmark::RunSpecifiedBenchmarks(&reporter);
+        benchmark::ClearRegisteredBenchmarks();
+    }
+    reporter.PrintRatios();
+    return 0;
+}
