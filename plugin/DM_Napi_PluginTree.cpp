@@ -291,7 +291,7 @@ int DM_NAPI_PluginTree::GetProfileName(const DMString &nodeName, DMString &profi
         return DMT_FAILED;
     }
     profileName = DMString(name);
-    LOG_TRACE("Leave: GetProfileName()! NodeName = %s, ProfileName = %s\n", nodeName.text(),
+    LOG_TRACE("Leave: GetProfileName! NodeName = %s, ProfileName = %s\n", nodeName.text(),
               profileName.text());
     return DMT_OK;
 }
