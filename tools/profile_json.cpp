@@ -28,9 +28,9 @@ class ProfileReader {
 public:
     bool readProfile(const QJsonValue &value)
     {
+        m_profile = {};
         if (!value.isObject())
             return fail(QStringLiteral("expected an object"));
-        m_profile = {};
         const QJsonObject object = value.toObject();
         if (!readName(object.value(kNameKey)))
             return false;

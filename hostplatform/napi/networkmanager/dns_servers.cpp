@@ -1,0 +1,120 @@
+#include "dns_servers.h"
+
+#include <algorithm>
+
+#include <QHostAddress>
+#include <QRegularExpression>
+
+namespace {
+
+/// @return the address that an entry of the list names, 0 for none. Behind a '#' stands the name
+///         that the server has in its certificate.
+std::uint32_t addressOf(const QString &server)
+{
+    std::uint32_t address = 0;
+    parseDottedAddress(QStringView(server).left(server.indexOf(u'#')), address);
+    return address;
+}
+
+QList<std::uint32_t> addressesOf(const QStringList &servers)
+{
+    QList<std::uint32_t> addresses;
+    for (const QString &server : servers)
+        addresses.append(addressOf(server));
+    return addresses;
+}
+
+/// @return the addresses as the list holds them: no empty place, none twice.
+QList<std::uint32_t> listed(const QList<std::uint32_t> &addresses)
+{
+    QList<std::uint32_t> result;
+    for (const std::uint32_t address : addresses) {
+        if (address != 0 && !result.contains(address))
+            result.append(address);
+    }
+    return result;
+}
+
+/// @return the addresses of a layout; fewer than the two of the fields when it is none.
+QList<std::uint32_t> parseLayout(const QString &layout)
+{
+    QList<std::uint32_t> addresses;
+    for (const QString &text : layout.split(u' ')) {
+        std::uint32_t address = 0;
+        if (!parseDottedAddress(text, address))
+            return {};
+        addresses.append(address);
+    }
+    return addresses;
+}
+
+} // namespace
+
+QString dottedAddress(std::uint32_t address)
+{
+    return QHostAddress(address).toString();
+}
+
+bool parseDottedAddress(QStringView text, std::uint32_t &address)
+{
+    // QHostAddress alone would also take short, octal, hexadecimal and IPv6 forms.
+    static const QRegularExpression form(
+        QRegularExpression::anchoredPattern(QStringLiteral("(0|[1-9][0-9]{0,2})(\\.(?1)){3}")));
+    const QString dotted = text.toString();
+    QHostAddress parsed;
+    if (!form.match(dotted).hasMatch() || !parsed.setAddress(dotted))
+        return false;
+    address = parsed.toIPv4Address();
+    return true;
+}
+
+DnsServers::DnsServers(const QStringList &servers, const QString &layout) : m_original(servers)
+{
+    QList<std::uint32_t> places = parseLayout(layout);
+    const QList<std::uint32_t> addresses = addressesOf(servers);
+    if (places.size() < 2 || listed(places) != listed(addresses))
+        places = listed(addresses);
+    for (qsizetype index = 0; index < std::min<qsizetype>(places.size(), 2); ++index)
+        m_fields[static_cast<std::size_t>(index)] = places[index];
+    for (const QString &server : servers) {
+        const std::uint32_t address = addressOf(server);
+        if (address == 0 || (address != m_fields[0] && address != m_fields[1]))
+            m_further.append(server);
+    }
+}
+
+void DnsServers::setFields(const Fields &fields)
+{
+    m_fields = fields;
+    m_further.removeIf([&](const QString &server) {
+        const std::uint32_t address = addressOf(server);
+        return address != 0 && (address == fields[0] || address == fields[1]);
+    });
+}
+
+QString DnsServers::textOf(std::uint32_t address) const
+{
+    for (const QString &server : m_original) {
+        if (addressOf(server) == address)
+            return server;
+    }
+    return dottedAddress(address);
+}
+
+QStringList DnsServers::servers() const
+{
+    QStringList result;
+    for (const std::uint32_t address : listed({m_fields[0], m_fields[1]}))
+        result.append(textOf(address));
+    return result + m_further;
+}
+
+QString DnsServers::layout() const
+{
+    if (DnsServers(servers(), QString()).fields() == m_fields)
+        return {};
+    QStringList places = {dottedAddress(m_fields[0]), dottedAddress(m_fields[1])};
+    for (const std::uint32_t address : listed(addressesOf(m_further)))
+        places.append(dottedAddress(address));
+    return places.join(u' ');
+}

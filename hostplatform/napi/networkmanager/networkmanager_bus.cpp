@@ -1,0 +1,191 @@
+#include "networkmanager_bus.h"
+
+#include <algorithm>
+#include <deque>
+
+#include <QDBusConnectionInterface>
+#include <QDBusError>
+#include <QDBusMetaType>
+#include <QDBusPendingCall>
+#include <QUuid>
+
+#include "connection_settings.h"
+#include "record_mapping.h"
+
+namespace {
+
+const QString kService = QStringLiteral("org.freedesktop.NetworkManager");
+const QString kSettingsPath = QStringLiteral("/org/freedesktop/NetworkManager/Settings");
+const QString kSettingsInterface = QStringLiteral("org.freedesktop.NetworkManager.Settings");
+const QString kConnectionInterface =
+    QStringLiteral("org.freedesktop.NetworkManager.Settings.Connection");
+
+/// What the names of errors mean, the first row that a name begins with. NetworkManager's begin with
+/// "org.freedesktop.NetworkManager.", the bus's with "org.freedesktop.DBus.Error.".
+struct ErrorRow {
+    const char *name;
+    NAPI_STATUS status;
+    Answer answer;
+};
+constexpr ErrorRow kErrors[] = {
+    {"org.freedesktop.NetworkManager.AgentManager.NoSecrets", NAPI_OK, Answer::NoSecrets},
+    {"org.freedesktop.NetworkManager.Settings.PermissionDenied", NAPI_ERROR_UNAVAILABLE,
+     Answer::NotPermitted},
+    {"org.freedesktop.NetworkManager.Settings.NotPrivileged", NAPI_ERROR_UNAVAILABLE,
+     Answer::NotPermitted},
+    {"org.freedesktop.NetworkManager.PermissionDenied", NAPI_ERROR_UNAVAILABLE,
+     Answer::NotPermitted},
+    {"org.freedesktop.NetworkManager.Settings.ReadOnlyConnection", NAPI_ERROR_READ_ONLY,
+     Answer::Given},
+    {"org.freedesktop.NetworkManager.Settings.InvalidConnection", NAPI_ERROR_VALUE_REFUSED,
+     Answer::Given},
+    {"org.freedesktop.NetworkManager.Settings.UuidExists", NAPI_ERROR_EXISTS, Answer::Given},
+    {"org.freedesktop.NetworkManager.Settings.Connection.", NAPI_ERROR_VALUE_REFUSED,
+     Answer::Given},
+    {"org.freedesktop.DBus.Error.UnknownObject", NAPI_ERROR_NOT_FOUND, Answer::NoObject},
+    {"org.freedesktop.DBus.Error.UnknownMethod", NAPI_ERROR_NOT_FOUND, Answer::NoObject},
+    {"org.freedesktop.DBus.Error.ServiceUnknown", NAPI_ERROR_UNAVAILABLE, Answer::NoDaemon},
+    {"org.freedesktop.DBus.Error.NameHasNoOwner", NAPI_ERROR_UNAVAILABLE, Answer::NoDaemon},
+    {"org.freedesktop.DBus.Error.Disconnected", NAPI_ERROR_UNAVAILABLE, Answer::NoDaemon},
+    {"org.freedesktop.DBus.Error.AccessDenied", NAPI_ERROR_UNAVAILABLE, Answer::NotPermitted},
+    {"org.freedesktop.DBus.Error.NoReply", NAPI_ERROR_UNAVAILABLE, Answer::Given},
+    {"org.freedesktop.DBus.Error.Timeout", NAPI_ERROR_UNAVAILABLE, Answer::Given},
+    {"org.freedesktop.DBus.Error.TimedOut", NAPI_ERROR_UNAVAILABLE, Answer::Given},
+    {"", NAPI_ERROR_IO, Answer::Given},
+};
+
+bool isAnswerMissing(const QDBusMessage &message)
+{
+    const QDBusError::ErrorType type = QDBusError(message).type();
+    return type == QDBusError::NoReply || type == QDBusError::Timeout ||
+           type == QDBusError::TimedOut;
+}
+
+/// The daemon names a refused property at the beginning of its reason: "gsm.apn: ...".
+QString withFieldName(const QString &reason)
+{
+    const QString field = fieldOfProperty(reason.left(reason.indexOf(u':')));
+    return field.isEmpty() ? reason : field + QStringLiteral(" is refused: ") + reason;
+}
+
+} // namespace
+
+NetworkManagerBus::NetworkManagerBus()
+    : m_connectionName(QUuid::createUuid().toString(QUuid::WithoutBraces))
+{
+    qDBusRegisterMetaType<ConnectionSettings>();
+    qDBusRegisterMetaType<QMap<QString, QString>>();
+    qDBusRegisterMetaType<QList<uint>>();
+}
+
+NetworkManagerBus::~NetworkManagerBus()
+{
+    disconnect();
+}
+
+void NetworkManagerBus::disconnect()
+{
+    m_daemon.clear();
+    if (m_connection.has_value()) {
+        m_connection.reset();
+        QDBusConnection::disconnectFromBus(m_connectionName);
+    }
+}
+
+StoreResult NetworkManagerBus::connect()
+{
+    if (m_connection.has_value() && !m_connection->isConnected())
+        disconnect();
+    if (!m_connection.has_value()) {
+        m_connection = QDBusConnection::connectToBus(QDBusConnection::SystemBus, m_connectionName);
+        if (!m_connection->isConnected()) {
+            const QString reason = m_connection->lastError().message();
+            disconnect();
+            return {NAPI_ERROR_UNAVAILABLE,
+                    "cannot reach the system bus: " + reason.toStdString()};
+        }
+    }
+    if (!m_daemon.isEmpty())
+        return {};
+    const QDBusMessage request = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetNameOwner"));
+    QDBusMessage question = request;
+    question.setArguments({kService});
+    const QDBusMessage answer = m_connection->call(question, QDBus::Block, kCallLimitMs);
+    if (answer.type() != QDBusMessage::ReplyMessage) {
+        return {NAPI_ERROR_UNAVAILABLE,
+                "NetworkManager is not running: " + answer.errorMessage().toStdString()};
+    }
+    m_daemon = answer.arguments().value(0).toString();
+    ++m_daemonGeneration;
+    return {};
+}
+
+QDBusMessage NetworkManagerBus::message(const QString &path, const QString &interface,
+                                        const QString &method, const QVariantList &arguments) const
+{
+    QDBusMessage message = QDBusMessage::createMethodCall(m_daemon, path, interface, method);
+    message.setArguments(arguments);
+    return message;
+}
+
+/// Works out what an answer means, and what it says about the daemon.
+BusReply NetworkManagerBus::judge(const QDBusMessage &message)
+{
+    if (isAnswerMissing(message)) {
+        m_limitMs = kImpatientLimitMs;
+        m_daemon.clear(); // it may be another one next time
+    } else {
+        m_limitMs = kCallLimitMs;
+    }
+    if (message.type() == QDBusMessage::ReplyMessage)
+        return {message, Answer::Given, {}};
+    const std::string name = message.errorName().toStdString();
+    const ErrorRow &row = *std::find_if(std::begin(kErrors), std::end(kErrors),
+                                        [&](const ErrorRow &candidate) {
+                                            return name.starts_with(candidate.name);
+                                        });
+    if (row.answer == Answer::NoDaemon)
+        m_daemon.clear();
+    const QString reason = withFieldName(message.errorMessage());
+    return {message, row.answer,
+            {row.status, "NetworkManager: " + reason.toStdString() + " (" + name + ")"}};
+}
+
+BusReply NetworkManagerBus::call(const QDBusMessage &message)
+{
+    return judge(m_connection->call(message, QDBus::Block, m_limitMs));
+}
+
+BusReply NetworkManagerBus::callSettings(const QString &method, const QVariantList &arguments)
+{
+    return call(message(kSettingsPath, kSettingsInterface, method, arguments));
+}
+
+BusReply NetworkManagerBus::callConnection(const QString &path, const QString &method,
+                                           const QVariantList &arguments)
+{
+    return call(message(path, kConnectionInterface, method, arguments));
+}
+
+StoreResult NetworkManagerBus::callConnections(
+    const QStringList &paths, const QString &method,
+    const std::function<StoreResult(const QString &path, const BusReply &reply)> &take)
+{
+    std::deque<QDBusPendingCall> calls;
+    qsizetype sent = 0;
+    for (const QString &path : paths) {
+        while (sent < paths.size() && calls.size() < kCallsInFlight) {
+            calls.push_back(m_connection->asyncCall(
+                message(paths[sent], kConnectionInterface, method, {}), m_limitMs));
+            ++sent;
+        }
+        calls.front().waitForFinished();
+        StoreResult result = take(path, judge(calls.front().reply()));
+        if (result.failed())
+            return result;
+        calls.pop_front();
+    }
+    return {};
+}

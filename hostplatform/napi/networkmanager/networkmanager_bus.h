@@ -1,0 +1,77 @@
+// Calls to NetworkManager over D-Bus: each with a time limit, and a limited number at a time.
+#pragma once
+
+#include <functional>
+#include <optional>
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QString>
+#include <QStringList>
+#include <QVariantList>
+
+#include "profile_store.h"
+
+/// Answers of NetworkManager that a caller does not take for a failure without a closer look.
+enum class Answer {
+    Given,       ///< the call did what it should
+    NoObject,    ///< the connection that was called does not exist
+    NoSecrets,   ///< there is no secret to hand out
+    NoDaemon,    ///< nothing was called: NetworkManager is not on the bus any more
+    NotPermitted ///< this user may not do that
+};
+
+struct BusReply {
+    QDBusMessage message; ///< its arguments are those of the answer when the call did not fail
+    Answer answer = Answer::Given;
+    StoreResult result; ///< NAPI_OK exactly when the call did what it should
+};
+
+/// The system bus and the NetworkManager on it. Works in threads without an event loop.
+///
+/// All calls go to the one daemon that connect has found, by its unique name on the bus: object
+/// paths of connections mean something else after a restart of the daemon.
+class NetworkManagerBus {
+public:
+    /// How long a call may take, in milliseconds.
+    static constexpr int kCallLimitMs = 5000;
+    /// The same after a call that got no answer in its time, until the next one that does: so that a
+    /// daemon that has stopped does not make each of a thousand calls wait.
+    static constexpr int kImpatientLimitMs = 500;
+    /// The bus refuses the 129th unanswered call of a connection.
+    static constexpr int kCallsInFlight = 64;
+
+    NetworkManagerBus();
+    ~NetworkManagerBus();
+    NetworkManagerBus(const NetworkManagerBus &) = delete;
+    NetworkManagerBus &operator=(const NetworkManagerBus &) = delete;
+
+    /// Finds the bus and the daemon on it unless both are known already. Starts no daemon.
+    /// @return NAPI_ERROR_UNAVAILABLE when there is no bus or no NetworkManager on it.
+    StoreResult connect();
+
+    /// @return a number that changes whenever connect finds another daemon than before.
+    unsigned int daemonGeneration() const { return m_daemonGeneration; }
+
+    BusReply callSettings(const QString &method, const QVariantList &arguments = {});
+    BusReply callConnection(const QString &path, const QString &method,
+                            const QVariantList &arguments = {});
+    /// Makes one call without arguments to each connection, several at a time. The answers arrive in
+    /// the order of the paths. The first that `take` returns a failure for ends it.
+    StoreResult callConnections(
+        const QStringList &paths, const QString &method,
+        const std::function<StoreResult(const QString &path, const BusReply &reply)> &take);
+
+private:
+    QDBusMessage message(const QString &path, const QString &interface, const QString &method,
+                         const QVariantList &arguments) const;
+    BusReply call(const QDBusMessage &message);
+    BusReply judge(const QDBusMessage &message);
+    void disconnect();
+
+    QString m_connectionName;
+    std::optional<QDBusConnection> m_connection;
+    QString m_daemon; ///< unique name, empty for none
+    unsigned int m_daemonGeneration = 0;
+    int m_limitMs = kCallLimitMs;
+};

@@ -1,0 +1,683 @@
+"""napictl from end to end: every command, every exit status, on a store of its own for each test."""
+
+import json
+import os
+import pty
+import re
+import resource
+import signal
+import sqlite3
+import subprocess
+import tempfile
+import unittest
+
+NAPICTL = os.environ["NAPICTL"]
+MANUAL = os.environ["NAPICTL_MANUAL"]
+DATABASE = "/usr/share/mobile-broadband-provider-info/serviceproviders.xml"
+SECRET = "s3cr3t-Pa55"
+
+OK, FAILED, USAGE, UNUSABLE = 0, 1, 2, 3
+
+OFFICE = {
+    "name": "Office",
+    "editable": True,
+    "gprs": {"address": "internet", "authId": "u", "authPassword": SECRET, "dns1": "10.0.0.1",
+             "dns2": "0.0.0.0", "linger": 30},
+    "csd": {"address": "+491720000", "authId": "", "authPassword": "", "dns1": "0.0.0.0",
+            "dns2": "0.0.0.0", "linger": 0, "lineType": "Isdn", "speed": 9600},
+    "csd2": {},
+    "proxy1": {"address": "proxy.example", "port": 8080},
+    "proxy2": {},
+}
+OFFICE_FIELDS = [
+    "gprs.address=internet", "gprs.authId=u", "gprs.authPassword=" + SECRET, "gprs.dns1=10.0.0.1",
+    "gprs.linger=30", "csd.address=+491720000", "csd.lineType=Isdn", "csd.speed=9600",
+    "proxy1.address=proxy.example", "proxy1.port=8080",
+]
+
+
+class NapictlTest(unittest.TestCase):
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.directory = directory.name
+        self.state = os.path.join(self.directory, "state")
+        self.store = os.path.join(self.state, "profiles.db")
+
+    def run_napictl(self, *arguments, state=None, stdin=None, maximum=None, **options):
+        environment = {key: value for key, value in os.environ.items()
+                       if key not in ("KUB_STATE_DIR", "KUB_NAPI_MAX", "XDG_STATE_HOME")}
+        environment["HOME"] = self.directory
+        environment["KUB_STATE_DIR"] = state or self.state
+        if maximum:
+            environment["KUB_NAPI_MAX"] = str(maximum)
+        return subprocess.run([NAPICTL, *arguments], env=environment, input=stdin, timeout=60,
+                              capture_output=True, encoding="utf-8", **options)
+
+    def napictl(self, *arguments, **options):
+        """Runs a command that has to succeed in silence; returns what it printed."""
+        result = self.run_napictl(*arguments, **options)
+        self.assertEqual((result.returncode, result.stderr), (OK, ""))
+        return result.stdout
+
+    def refused(self, status, *arguments, says=(), **options):
+        """Runs a command that has to fail with that status and name all of what it is about."""
+        result = self.run_napictl(*arguments, **options)
+        self.assertEqual(result.returncode, status, result)
+        for part in says:
+            self.assertIn(part, result.stderr)
+        self.assertNotIn(SECRET, result.stdout + result.stderr)
+        return result
+
+    def show(self, name, **options):
+        return json.loads(self.napictl("show", name, "--json", "--show-secrets", **options))
+
+    def export(self, **options):
+        return json.loads(self.napictl("export", "--show-secrets", **options))
+
+    def names(self, **options):
+        return [profile["name"] for profile in self.export(**options)]
+
+    def write(self, name, content):
+        path = os.path.join(self.directory, name)
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(content if isinstance(content, str) else json.dumps(content))
+        return path
+
+
+class ProfilesTest(NapictlTest):
+    def test_created_profile_is_shown_as_json(self):
+        self.assertEqual(self.napictl("create", "Office", *OFFICE_FIELDS), "")
+        self.assertEqual(self.show("Office"), OFFICE)
+
+    def test_json_of_a_profile_has_its_parts_in_the_documented_order(self):
+        self.napictl("create", "Office", *OFFICE_FIELDS)
+        shown = json.loads(self.napictl("show", "Office", "--json"))
+        self.assertEqual(list(shown), list(OFFICE))
+        for part in ("gprs", "csd", "proxy1"):
+            self.assertEqual(list(shown[part]), list(OFFICE[part]))
+
+    def test_profile_is_shown_to_people_with_its_password_masked(self):
+        self.napictl("create", "Office", *OFFICE_FIELDS)
+        shown = self.napictl("show", "Office")
+        for line in ("name            Office", "id              1", "editable        yes",
+                     "gprs: packet data (GSM-GPRS)", "  address       internet",
+                     "  authPassword  ********", "  linger        30 s", "  speed         9600 bit/s",
+                     "  lineType      Isdn", "  port          8080"):
+            self.assertIn(line + "\n", shown)
+        self.assertNotIn(SECRET, shown)
+        self.assertNotIn("csd2", shown)
+        self.assertNotIn("proxy2", shown)
+
+    def test_secrets_are_shown_only_on_request(self):
+        self.napictl("create", "Office", *OFFICE_FIELDS)
+        for command in (["show", "Office"], ["show", "Office", "--json"], ["export"], ["list"]):
+            self.assertNotIn(SECRET, self.napictl(*command))
+            if command != ["list"]:
+                self.assertIn(SECRET, self.napictl(*command, "--show-secrets"))
+
+    def test_empty_password_is_not_masked(self):
+        self.napictl("create", "Office", "gprs.address=internet")
+        self.assertEqual(json.loads(self.napictl("show", "Office", "--json"))["gprs"]["authPassword"],
+                         "")
+        self.assertNotIn("***", self.napictl("show", "Office"))
+
+    def test_list_shows_ids_and_parts_in_order(self):
+        self.assertEqual(self.napictl("list").splitlines()[1:], [])
+        self.napictl("create", "Zebra", "csd2.address=1", "proxy2.address=p")
+        self.napictl("create", "همراه اول", "gprs.address=mcinet")
+        self.napictl("create", "nothing in it")
+        rows = [line.split(None, 2) for line in self.napictl("list").splitlines()]
+        self.assertEqual(rows, [["ID", "PARTS", "NAME"], ["1", "csd2,proxy2", "Zebra"],
+                                ["2", "gprs", "همراه اول"], ["3", "-", "nothing in it"]])
+
+    def test_set_changes_the_named_fields_only(self):
+        self.napictl("create", "Office", *OFFICE_FIELDS)
+        self.napictl("set", "Office", "gprs.address=other", "editable=false", "csd.speed=14400")
+        expected = json.loads(json.dumps(OFFICE))
+        expected["gprs"]["address"] = "other"
+        expected["editable"] = False
+        expected["csd"]["speed"] = 14400
+        self.assertEqual(self.show("Office"), expected)
+
+    def test_set_keeps_bytes_that_no_field_names(self):
+        self.napictl("create", "Office", "gprs.address=internet")
+        pattern = bytearray(range(256)) * 4 + bytearray(144)
+        with sqlite3.connect(self.store) as database:
+            database.execute("UPDATE profile SET record = ?", (bytes(pattern),))
+        database.close()
+        self.napictl("set", "Office", "gprs.linger=258")
+        pattern[0x140:0x142] = b"\x02\x01"
+        with sqlite3.connect(self.store) as database:
+            self.assertEqual(database.execute("SELECT record FROM profile").fetchone()[0], pattern)
+        database.close()
+
+    def test_a_record_that_is_created_says_so(self):
+        self.napictl("create", "Office")
+        with sqlite3.connect(self.store) as database:
+            record = database.execute("SELECT record FROM profile").fetchone()[0]
+        database.close()
+        self.assertEqual(record, b"\0\1" + bytes(1166))
+
+    def test_set_changes_all_or_nothing(self):
+        self.napictl("create", "Office", *OFFICE_FIELDS)
+        self.refused(FAILED, "set", "Office", "gprs.address=other", "gprs.dns1=1.2.3",
+                     says=["Office: gprs.dns1:", "IPv4"])
+        self.assertEqual(self.show("Office"), OFFICE)
+
+    def test_refused_values_are_named(self):
+        cases = [
+            ("gprs.linger=65536", "65535"), ("gprs.linger=", "65535"), ("gprs.linger=-1", "65535"),
+            ("gprs.linger=+1", "65535"), ("gprs.linger=1 ", "65535"), ("proxy1.port=http", "65535"),
+            ("proxy2.port=99999999999", "65535"),
+            ("gprs.dns1=256.0.0.1", "IPv4"), ("gprs.dns1=1.2.3.4 ", "IPv4"), ("gprs.dns2=::1", "IPv4"),
+            ("csd.dns1=1", "IPv4"), ("csd2.dns2=0x7f.0.0.1", "IPv4"), ("gprs.dns1=", "IPv4"),
+            ("csd.speed=1200", "14400"), ("csd.lineType=isdn", "V.110"), ("editable=maybe", "true"),
+            ("csd.lineType=Isdn", "speed"),
+            ("gprs.address=" + "x" * 101, "101 bytes long, at most 100"),
+            ("csd.authId=" + "é" * 33, "66 bytes long, at most 64"),
+            ("csd2.address=" + "1" * 45, "45 bytes long, at most 44"),
+        ]
+        self.napictl("create", "Office")
+        for assignment, reason in cases:
+            with self.subTest(assignment):
+                self.refused(FAILED, "set", "Office", assignment,
+                             says=[assignment.split("=")[0] + ": ", reason])
+        self.assertEqual(self.show("Office")["gprs"], {})
+
+    def test_text_may_fill_its_array(self):
+        self.napictl("create", "Office", "csd.address=" + "1" * 44, "csd.authId=" + "é" * 32)
+        self.assertEqual(self.show("Office")["csd"]["address"], "1" * 44)
+        self.assertEqual(self.show("Office")["csd"]["authId"], "é" * 32)
+
+    def test_line_type_goes_with_the_speed_in_either_order(self):
+        self.napictl("create", "one", "csd.lineType=Isdn", "csd.speed=4800", "csd2.speed=2400",
+                     "csd2.lineType=Isdn")
+        shown = self.show("one")
+        self.assertEqual((shown["csd"]["lineType"], shown["csd"]["speed"]), ("Isdn", 4800))
+        self.assertEqual((shown["csd2"]["lineType"], shown["csd2"]["speed"]), ("Isdn", 2400))
+        self.napictl("set", "one", "csd.speed=14400")
+        self.assertEqual(self.show("one")["csd"]["lineType"], "Isdn")
+        self.napictl("set", "one", "csd.lineType=V.110")
+        self.assertEqual(self.show("one")["csd"]["lineType"], "ANALOG-MODEM")
+        self.assertEqual(self.show("one")["csd"]["speed"], 14400)
+
+    def test_secrets_stay_out_of_messages(self):
+        self.napictl("create", "Office")
+        long_secret = SECRET * 20
+        self.refused(FAILED, "set", "Office", "gprs.authPassword=" + long_secret,
+                     says=["gprs.authPassword", "220", "100"])
+        self.refused(USAGE, "set", "Office", "gprs.authPassword", SECRET, says=["argument 1"])
+        self.refused(USAGE, "set", "Office", "gprs.authPasword=" + SECRET, says=["gprs.authPasword"])
+        profile = {"name": "x", "gprs": {"authPassword": [SECRET]}}
+        self.refused(FAILED, "import", "-", stdin=json.dumps(profile), says=["gprs.authPassword"])
+        profile = {"name": "x", "gprs": {"authPassword": long_secret}}
+        self.refused(FAILED, "import", "-", stdin=json.dumps(profile), says=["gprs.authPassword"])
+
+    def test_control_characters_do_not_reach_the_terminal(self):
+        self.napictl("create", "a\x1b[2Jb", "gprs.address=\x07\x9b")
+        for command in (["list"], ["show", "a\x1b[2Jb"]):
+            shown = self.napictl(*command)
+            self.assertIn("a\\x1b[2Jb", shown)
+            self.assertEqual(re.findall(r"[\x00-\x09\x0b-\x1f\x7f-\x9f]", shown), [])
+        self.assertNotIn("\x1b", self.refused(FAILED, "delete", "\x1b[2J").stderr)
+
+    def test_names_are_taken_literally(self):
+        names = ["-dash", "a/b", "a=b", " ", "%41", "x" * 63, "é" * 31]
+        for name in names:
+            self.napictl("create", "--", name)
+        self.assertEqual(self.names(), names)
+        self.napictl("delete", "--", *names)
+        self.assertEqual(self.names(), [])
+
+    def test_bad_names_are_refused(self):
+        for name in ("", "x" * 64, "é" * 32):
+            self.refused(FAILED, "create", name, says=["63 bytes"])
+        self.assertEqual(self.names(), [])
+
+    def test_delete_goes_on_after_a_failure(self):
+        self.napictl("create", "one")
+        self.napictl("create", "two")
+        result = self.refused(FAILED, "delete", "one", "gone", "two", says=["gone: there is no such"])
+        self.assertEqual(len(result.stderr.splitlines()), 1)
+        self.assertEqual(self.names(), [])
+
+    def test_unknown_and_taken_names_are_refused(self):
+        self.napictl("create", "Office")
+        self.refused(FAILED, "create", "Office", says=["Office: there is a profile"])
+        self.refused(FAILED, "show", "Home", says=["Home: there is no such profile"])
+        self.refused(FAILED, "set", "Home", "editable=true", says=["Home: there is no such profile"])
+
+    def test_full_store_refuses(self):
+        self.napictl("create", "one", maximum=1)
+        self.refused(FAILED, "create", "two", maximum=1, says=["two: the profile store is full"])
+
+
+class TransferTest(NapictlTest):
+    def test_export_with_secrets_imports_into_another_store_without_loss(self):
+        other = os.path.join(self.directory, "other")
+        self.napictl("create", "Office", *OFFICE_FIELDS)
+        self.napictl("create", "Vidéotron \U0001f4f1", "editable=false", "gprs.address=a\"b\\c\td",
+                     "csd2.address=1", "csd2.speed=2400", "proxy2.address=p", "proxy2.port=65535")
+        exported = self.napictl("export", "--show-secrets")
+        self.assertEqual(self.napictl("import", "-", stdin=exported, state=other), "")
+        self.assertEqual(self.napictl("export", "--show-secrets", state=other), exported)
+
+    def test_one_profile_or_an_array_is_imported(self):
+        self.napictl("import", self.write("one.json", OFFICE))
+        self.napictl("import", self.write("two.json", [{"name": "a"}, {"name": "b"}]))
+        self.assertEqual(self.names(), ["Office", "a", "b"])
+        self.assertEqual(self.show("Office"), OFFICE)
+        self.napictl("import", self.write("none.json", []))
+
+    def test_missing_fields_have_the_values_of_a_new_profile(self):
+        self.napictl("import", self.write("one.json", {"name": "a", "gprs": {"address": "x"}}))
+        self.napictl("create", "b", "gprs.address=x")
+        one, other = self.show("a"), self.show("b")
+        del one["name"], other["name"]
+        self.assertEqual(one, other)
+
+    def test_import_of_a_taken_name_changes_nothing(self):
+        self.napictl("create", "Office")
+        file = self.write("some.json", [{"name": "new"}, OFFICE])
+        self.refused(FAILED, "import", file, says=["Office: there is a profile", "--replace"])
+        self.assertEqual(self.names(), ["Office"])
+
+    def test_replace_overwrites_and_keeps_the_id(self):
+        self.napictl("create", "Office", "gprs.address=old", "gprs.authId=old", "editable=false",
+                     "csd2.address=old", "csd2.speed=2400")
+        before = self.napictl("list").split()[3]
+        self.napictl("import", "--replace", self.write("one.json", [OFFICE, {"name": "new"}]))
+        self.assertEqual(self.show("Office"), OFFICE)
+        self.assertEqual(self.napictl("list").split()[3], before)
+        self.assertEqual(self.names(), ["Office", "new"])
+
+    def test_masked_export_is_refused_for_a_new_profile(self):
+        self.napictl("create", "Office", *OFFICE_FIELDS)
+        masked = self.napictl("export")
+        self.refused(FAILED, "import", "-", stdin=masked, state=os.path.join(self.directory, "b"),
+                     says=["Office: gprs.authPassword", "--show-secrets"])
+
+    def test_masked_export_keeps_the_stored_password_on_replace(self):
+        self.napictl("create", "Office", *OFFICE_FIELDS)
+        masked = self.napictl("export").replace("internet", "changed")
+        self.napictl("import", "--replace", "-", stdin=masked)
+        self.assertEqual(self.show("Office")["gprs"]["authPassword"], SECRET)
+        self.assertEqual(self.show("Office")["gprs"]["address"], "changed")
+
+    def test_faulty_files_are_refused_with_place_and_reason(self):
+        cases = [
+            ("", ["line 1", "JSON"]),
+            ("[\n{\"name\": \"a\"},\n{\"name\" \"b\"}]", ["line 3", "JSON"]),
+            ("{\"name\": \"a\"} x", ["JSON"]),
+            ("[[" * 5000, ["JSON"]),
+            ([{"name": "a"}, 5], ["profile 2: expected an object"]),
+            ({"gprs": {}}, ["profile 1", "name"]),
+            ({"name": 5}, ["profile 1", "name"]),
+            ([{"name": "a"}, {"name": "a"}], ["profile 2 (a)", "twice"]),
+            ({"name": "a", "gprs": {"adress": "x"}}, ["gprs.adress: there is no such field"]),
+            ({"name": "a", "gprs.address": "x"}, ["gprs.address"]),
+            ({"name": "a", "color": "x"}, ["color: there is no such field"]),
+            ({"name": "a", "gprs": []}, ["gprs: expected an object"]),
+            ({"name": "a", "editable": "yes"}, ["editable: expected true or false"]),
+            ({"name": "a", "gprs": {"linger": "30"}}, ["gprs.linger: expected a whole number"]),
+            ({"name": "a", "gprs": {"linger": 1.5}}, ["gprs.linger: expected a whole number"]),
+            ({"name": "a", "gprs": {"linger": 65536}}, ["a: gprs.linger", "65535"]),
+            ({"name": "a", "proxy1": {"port": 1e30}}, ["proxy1.port"]),
+            ({"name": "a", "csd": {"speed": 1200}}, ["a: csd.speed"]),
+            ({"name": "a", "gprs": {"dns1": 1}}, ["gprs.dns1: expected a text"]),
+            ({"name": "a", "gprs": {"address": None}}, ["gprs.address: expected a text"]),
+            ({"name": "a", "gprs": {"address": "a\0b"}}, ["gprs.address", "NUL"]),
+            ({"name": "a", "gprs": {"address": "\ud800"}}, ["gprs.address"]),
+            ({"name": "a\0b"}, ["63 bytes"]),
+            ({"name": ""}, ["63 bytes"]),
+            ([{"name": "fine"}, {"name": "x" * 64}], ["63 bytes"]),
+        ]
+        for content, reasons in cases:
+            with self.subTest(content=str(content)[:60]):
+                self.refused(FAILED, "import", self.write("bad.json", content), says=reasons)
+        self.assertEqual(self.names(), [])
+
+    def test_unreadable_files_are_refused(self):
+        missing = os.path.join(self.directory, "missing.json")
+        self.refused(FAILED, "import", missing, says=[missing, "No such file"])
+        self.refused(FAILED, "import", self.directory, says=[self.directory])
+
+    def test_import_that_does_not_fit_stores_nothing(self):
+        file = self.write("three.json", [{"name": str(number)} for number in range(3)])
+        self.refused(FAILED, "import", file, maximum=2, says=["3 new profiles do not fit"])
+        self.assertEqual(self.names(), [])
+
+    def test_record_that_json_cannot_hold_is_not_exported(self):
+        self.napictl("create", "Office")
+        with sqlite3.connect(self.store) as database:
+            record = bytearray(database.execute("SELECT record FROM profile").fetchone()[0])
+            record[8:10] = b"\xff\xfe"
+            database.execute("UPDATE profile SET record = ?", (bytes(record),))
+        database.close()
+        result = self.refused(FAILED, "export", says=["Office", "gprs.address", "UTF-8"])
+        self.assertEqual(result.stdout, "")
+
+
+class ProvisionTest(NapictlTest):
+    def setUp(self):
+        super().setUp()
+        if not os.path.exists(DATABASE):
+            self.skipTest("the package mobile-broadband-provider-info is not installed")
+
+    def small_database(self, *providers):
+        body = "".join(f"<provider>{provider}</provider>" for provider in providers)
+        return self.write("small.xml", "<?xml version='1.0'?><serviceproviders format='2.0'>"
+                          f"<country code='aq'>{body}</country></serviceproviders>")
+
+    def provision(self, *providers, arguments=("--country", "aq"), **options):
+        return self.napictl("provision", *arguments, "--database", self.small_database(*providers),
+                            **options)
+
+    def test_every_access_point_of_the_real_database_is_stored(self):
+        output = self.napictl("provision", "--all", maximum=2000)
+        self.assertEqual(output, "1304 profiles stored, 0 were there already\n")
+        profiles = self.export()
+        self.assertEqual(len(profiles), 1304)
+        self.assertTrue(all(1 <= len(profile["name"].encode()) <= 63 for profile in profiles))
+        self.assertEqual(len({profile["gprs"]["address"] for profile in profiles}), 921)
+        for count, part, field, empty in (
+                (458, "gprs", "authId", ""), (439, "gprs", "authPassword", ""),
+                (241, "gprs", "dns1", "0.0.0.0"), (210, "gprs", "dns2", "0.0.0.0"),
+                (312, "proxy1", "address", None)):
+            found = sum(1 for profile in profiles if profile[part].get(field, empty) not in (empty, ""))
+            self.assertEqual((part, field, found), (part, field, count))
+        self.assertEqual(self.napictl("check"), "1304 profiles checked, 0 faults found\n")
+        again = self.napictl("provision", "--all", maximum=2000)
+        self.assertEqual(again, "0 profiles stored, 1304 were there already\n")
+
+    def test_country_gives_one_profile_for_each_operator(self):
+        self.napictl("provision", "--country", "DE")
+        names = self.names()
+        self.assertIn("Vodafone", names)
+        self.assertIn("O2", names)
+        self.assertEqual(self.show("Congstar")["gprs"]["address"], "internet.t-mobile")
+        self.assertEqual(len(names), len(set(names)))
+
+    def test_provider_is_found_by_a_part_of_its_name(self):
+        self.napictl("provision", "--country", "ca", "--provider", "VIDÉO")
+        self.assertEqual(self.names(), ["Vidéotron"])
+
+    def test_more_than_the_maximum_is_not_begun(self):
+        self.refused(FAILED, "provision", "--all", says=["1304 new profiles do not fit", "127"])
+        self.assertEqual(self.names(), [])
+
+    def test_access_point_for_the_internet_is_preferred(self):
+        self.provision("<name>A</name><gsm><apn value='m'><usage type='mms'/></apn>"
+                       "<apn value='i'><usage type='internet'/></apn>"
+                       "<apn value='j'><usage type='internet'/></apn></gsm>",
+                       "<name>B</name><gsm><apn value='m'><usage type='mms'/></apn>"
+                       "<apn value='w'><usage type='wap'/></apn></gsm>",
+                       "<name>C</name><cdma/>")
+        self.assertEqual([(p["name"], p["gprs"]["address"]) for p in self.export()],
+                         [("A", "i"), ("B", "m")])
+
+    def test_everything_of_an_access_point_is_taken_over(self):
+        self.provision("<name>A</name><gsm><apn value=' i '><name>N</name><username>u</username>"
+                       f"<password>{SECRET}</password><dns>10.0.0.1</dns><dns>10.0.0.2</dns>"
+                       "<dns>10.0.0.3</dns><mmsproxy>host:81</mmsproxy></apn></gsm>",
+                       "<name>B</name><gsm><apn value='b'><mmsproxy>10.1.1.1</mmsproxy></apn></gsm>")
+        profile = self.show("A")
+        self.assertEqual(profile["gprs"], {"address": "i", "authId": "u", "authPassword": SECRET,
+                                           "dns1": "10.0.0.1", "dns2": "10.0.0.2", "linger": 0})
+        self.assertEqual(profile["proxy1"], {"address": "host", "port": 81})
+        self.assertEqual(self.show("B")["proxy1"], {"address": "10.1.1.1", "port": 0})
+
+    def test_names_are_made_unique(self):
+        one = "<gsm><apn value='a'/></gsm>"
+        several = ("<gsm><apn value='a'><name>MMS</name></apn><apn value='b'><name>MMS</name></apn>"
+                   "<apn value='c'/><apn value='d'><name>beta extra</name></apn></gsm>")
+        self.napictl("create", "Alpha", "gprs.address=mine")
+        self.provision("<name>Alpha</name>" + one, "<name>Beta</name>" + several,
+                       "<name>Gamma\n\t Delta</name>" + one, "<name>Alpha</name>" + several,
+                       arguments=["--all"])
+        self.assertEqual(self.names(), [
+            "Alpha", "Alpha a", "Beta MMS", "Beta MMS 2", "Beta c", "beta extra", "Gamma Delta",
+            "Alpha MMS", "Alpha MMS 2", "Alpha c", "Alpha beta extra"])
+        self.assertEqual(self.show("Alpha")["gprs"]["address"], "mine")
+
+    def test_long_names_are_cut_at_a_character_with_all_only(self):
+        long_name = "é" * 40
+        provider = f"<name>{long_name}</name><gsm><apn value='a'/></gsm>"
+        self.refused(FAILED, "provision", "--country", "aq", "--database",
+                     self.small_database(provider), says=[long_name, "63 bytes"])
+        self.assertEqual(self.names(), [])
+        self.provision(provider, provider.replace("'a'", "'b'"), arguments=["--all"])
+        self.assertEqual(self.names(), ["é" * 31, "é" * 30 + " 2"])
+
+    def test_values_that_do_not_fit_are_refused_and_the_rest_is_stored(self):
+        result = self.refused(
+            FAILED, "provision", "--all", "--database", self.small_database(
+                "<name>A</name><gsm><apn value='a'><dns>1.2.3</dns></apn><apn value=''/>"
+                f"<apn value='{'x' * 101}'/><apn value='c'><mmsproxy>h:x</mmsproxy></apn>"
+                "<apn value='good'/></gsm>"),
+            says=["A, access point a: gprs.dns1", "it has no APN", "101 bytes long, at most 100",
+                  "proxy1.port"])
+        self.assertEqual(result.stdout, "1 profiles stored, 0 were there already\n")
+        self.assertEqual(self.names(), ["A good"])
+
+    def test_nothing_that_matches_is_a_failure(self):
+        self.refused(FAILED, "provision", "--country", "xx", says=["no provider"])
+        self.refused(FAILED, "provision", "--country", "de", "--provider", "nobody",
+                     says=["no provider"])
+
+    def test_damaged_databases_are_refused(self):
+        for content, reason in (
+                ("", "line 1"), ("no XML", "line 1"), ("<serviceproviders format='2.0'>", "line 1"),
+                ("<serviceproviders format='3.0'/>", "format 2.0"), ("<html/>", "service providers"),
+                ("<!DOCTYPE a [<!ENTITY x 'yyyyyyyyyy'>" + "".join(
+                    f"<!ENTITY x{i} '{'&x' + str(i - 1 if i else '') + ';'}'>".replace("&x;", "&x;" * 9)
+                    for i in range(9)) + "]><serviceproviders format='2.0'><country>&x8;"
+                 "</country></serviceproviders>", "line")):
+            with self.subTest(content=content[:40]):
+                file = self.write("bad.xml", content)
+                self.refused(FAILED, "provision", "--all", "--database", file, says=[file])
+        missing = os.path.join(self.directory, "missing.xml")
+        self.refused(FAILED, "provision", "--all", "--database", missing, says=[missing])
+
+    def test_progress_is_shown_on_a_terminal(self):
+        controller, terminal = pty.openpty()
+        environment = dict(os.environ, KUB_STATE_DIR=self.state, KUB_NAPI_MAX="2000")
+        with subprocess.Popen([NAPICTL, "provision", "--all"], env=environment,
+                              stdout=subprocess.PIPE, stderr=terminal) as process:
+            os.close(terminal)
+            output = process.stdout.read()
+        shown = b""
+        try:
+            while chunk := os.read(controller, 65536):
+                shown += chunk
+        except OSError:  # the other end of the terminal is closed
+            pass
+        os.close(controller)
+        self.assertEqual(process.returncode, OK)
+        self.assertTrue(shown.startswith(b"\rStoring profiles: 20 of 1304\r"), shown[:80])
+        self.assertTrue(shown.rstrip().endswith(b"Storing profiles: 1304 of 1304"), shown[-80:])
+        self.assertEqual(output, b"1304 profiles stored, 0 were there already\n")
+
+
+class CheckTest(NapictlTest):
+    def change_record(self, name, offset, content):
+        with sqlite3.connect(self.store) as database:
+            record = bytearray(database.execute("SELECT record FROM profile WHERE name = ?",
+                                                (name,)).fetchone()[0])
+            record[offset:offset + len(content)] = content
+            database.execute("UPDATE profile SET record = ? WHERE name = ?", (bytes(record), name))
+        database.close()
+
+    def test_sound_store_has_no_faults(self):
+        self.assertEqual(self.napictl("check"), "0 profiles checked, 0 faults found\n")
+        self.napictl("create", "Office", *OFFICE_FIELDS)
+        self.assertEqual(self.napictl("check"), "1 profiles checked, 0 faults found\n")
+
+    def test_faults_of_records_are_named(self):
+        self.napictl("create", "good")
+        self.napictl("create", "bad")
+        self.change_record("bad", 0x06C, b"\xc3(")
+        self.change_record("bad", 0x23B, b"\x05")
+        self.change_record("bad", 0x2F7, b"\xff")
+        result = self.run_napictl("check")
+        self.assertEqual((result.returncode, result.stderr), (FAILED, ""))
+        self.assertEqual(result.stdout.splitlines(), [
+            "bad: gprs.authId: the text is not UTF-8", "bad: csd.speed: the speed code 0x05 is unknown",
+            "bad: csd2.speed: the speed code 0xff is unknown", "2 profiles checked, 3 faults found"])
+
+    def test_index_that_lost_a_name_is_found(self):
+        self.napictl("create", "Office")
+        self.napictl("create", "Home")
+        with open(self.store, "rb") as file:
+            content = file.read()
+        # The name stands in the table and, with the ID behind it, in the index of names.
+        index_entry = content.find(b"Home\x02")
+        self.assertGreater(index_entry, 0)
+        with open(self.store, "wb") as file:
+            file.write(content[:index_entry] + b"Hole\x02" + content[index_entry + 5:])
+        result = self.run_napictl("check")
+        self.assertNotEqual(result.returncode, OK)
+        self.assertIn("Home: no ID for the name", result.stdout)
+
+    def test_damaged_store_is_unusable_and_left_alone(self):
+        self.napictl("provision", "--country", "de")
+        with open(self.store, "rb") as file:
+            content = file.read()
+        for name, damaged in (("truncated", content[:len(content) // 2]), ("foreign", b"x" * 9000)):
+            with self.subTest(name):
+                with open(self.store, "wb") as file:
+                    file.write(damaged)
+                self.refused(UNUSABLE, "check", says=[self.store, "damaged"])
+                with open(self.store, "rb") as file:
+                    self.assertEqual(file.read(), damaged)
+
+
+class CommandLineTest(NapictlTest):
+    COMMANDS = ["list", "show", "create", "set", "delete", "import", "export", "provision", "check"]
+
+    def test_wrong_usage_is_refused_and_points_to_the_help(self):
+        for arguments in ([], ["frobnicate"], ["--frobnicate"], ["list", "extra"], ["show"],
+                          ["show", "a", "b"], ["show", "a", "--frobnicate"], ["create"], ["set"],
+                          ["set", "Office"], ["delete"], ["import"], ["import", "a", "b"],
+                          ["export", "file"], ["list", "--json"], ["--state"], ["check", "x"]):
+            with self.subTest(arguments):
+                result = self.refused(USAGE, *arguments, says=["napictl: ", "--help'"])
+                self.assertEqual(result.stdout, "")
+        self.refused(USAGE, "provision", says=["--country"])
+        self.refused(USAGE, "provision", "--provider", "x", says=["--country"])
+        self.refused(USAGE, "create", "Office", "color=red", says=["color"])
+        self.assertFalse(os.path.exists(self.state))
+
+    def test_arguments_have_to_be_utf8(self):
+        result = subprocess.run([NAPICTL, "create", b"\xff\xfe"], capture_output=True, check=False,
+                                env=dict(os.environ, KUB_STATE_DIR=self.state))
+        self.assertEqual(result.returncode, USAGE)
+        self.assertIn(b"argument 2 is not UTF-8", result.stderr)
+
+    def test_every_command_has_help(self):
+        overview = self.napictl("--help")
+        self.assertEqual(self.napictl("-h"), overview)
+        self.assertEqual(re.findall(r"^  (\w+) ", overview, re.MULTILINE), self.COMMANDS)
+        for command in self.COMMANDS:
+            text = self.napictl(command, "--help")
+            self.assertTrue(text.startswith(f"Usage: napictl [--state DIR] {command}"), text)
+        self.assertIn("csd2.lineType", self.napictl("set", "--help"))
+        self.assertFalse(os.path.exists(self.state))
+
+    def test_state_option_chooses_the_store_before_or_behind_the_command(self):
+        for arguments in (["--state", self.directory + "/a", "create", "x"],
+                          ["create", "x", "--state", self.directory + "/b"],
+                          ["create", "--state=" + self.directory + "/ü", "x"]):
+            self.napictl(*arguments)
+        for directory in ("a", "b", "ü"):
+            self.assertTrue(os.path.exists(os.path.join(self.directory, directory, "profiles.db")))
+        self.assertFalse(os.path.exists(self.state))
+
+    def test_unusable_stores_are_told_apart_from_failed_operations(self):
+        os.makedirs(self.store)
+        for arguments in (["list"], ["show", "x"], ["create", "x"], ["set", "x", "editable=true"],
+                          ["delete", "x"], ["export"], ["check"], ["provision", "--country", "de"]):
+            with self.subTest(arguments):
+                self.refused(UNUSABLE, *arguments, says=[self.store, "directory"])
+        self.refused(UNUSABLE, "import", "-", stdin="[{\"name\": \"x\"}]", says=[self.store])
+
+    def test_full_disk_is_an_unusable_store(self):
+        def limit():
+            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+            resource.setrlimit(resource.RLIMIT_FSIZE, (65536, 65536))
+        self.refused(UNUSABLE, "provision", "--country", "de", preexec_fn=limit, says=["full"])
+
+    def test_locked_store_is_reported(self):
+        self.napictl("create", "one")
+        database = sqlite3.connect(self.store, isolation_level=None)
+        self.addCleanup(database.close)
+        database.execute("BEGIN IMMEDIATE")
+        self.refused(UNUSABLE, "create", "two", says=["locked"])
+
+    def test_output_that_cannot_be_written_is_a_failure(self):
+        with open("/dev/full", "w", encoding="utf-8") as full:
+            result = subprocess.run([NAPICTL, "list"], stdout=full, stderr=subprocess.PIPE, check=False,
+                                    env=dict(os.environ, KUB_STATE_DIR=self.state), encoding="utf-8")
+        self.assertEqual(result.returncode, FAILED)
+        self.assertIn("No space left", result.stderr)
+
+    def test_locale_does_not_matter(self):
+        for locale in ("C", "POSIX", "nowhere"):
+            environment = dict(os.environ, KUB_STATE_DIR=self.state, LC_ALL=locale, LANG=locale)
+            result = subprocess.run([NAPICTL, "show", "همراه"], env=environment, check=False,
+                                    capture_output=True, encoding="utf-8")
+            self.assertEqual(result.stderr, "napictl: همراه: there is no such profile\n")
+
+
+class ManualTest(NapictlTest):
+    """The manual names the same commands, options, fields and exit states as the program."""
+
+    def setUp(self):
+        super().setUp()
+        with open(MANUAL, encoding="utf-8") as file:
+            self.manual = file.read().replace("\\-", "-")
+        self.helps = {command: self.napictl(command, "--help") for command in CommandLineTest.COMMANDS}
+
+    def section(self, title):
+        return re.search(rf"^\.SH {title}\n(.*?)(?=^\.SH |\Z)", self.manual,
+                         re.MULTILINE | re.DOTALL).group(1)
+
+    def entries(self, title):
+        """The head lines of a list, without the font requests."""
+        heads = re.findall(r"^\.TP\n\.\w+ (.*)$", self.section(title), re.MULTILINE)
+        return [re.sub(r'\\f.|"', "", head) for head in heads]
+
+    def test_commands_are_the_same(self):
+        self.assertEqual([entry.split()[0] for entry in self.entries("COMMANDS")],
+                         CommandLineTest.COMMANDS)
+
+    def test_options_are_the_same(self):
+        in_program = set()
+        for text in [self.napictl("--help"), *self.helps.values()]:
+            in_program |= set(re.findall(r"^  (--[\w-]+)", text, re.MULTILINE))
+        in_manual = {entry.split()[0] for entry in self.entries("OPTIONS")}
+        self.assertEqual(in_manual, in_program)
+
+    def test_each_command_has_the_same_options(self):
+        for entry in self.entries("COMMANDS"):
+            command = entry.split()[0]
+            in_program = set(re.findall(r"^  (--[\w-]+)", self.helps[command], re.MULTILINE))
+            self.assertEqual(set(re.findall(r"--[\w-]+", entry)), in_program - {"--state", "--help"},
+                             command)
+
+    def test_fields_are_the_same(self):
+        in_manual = re.findall(r"[a-z0-9]+\.[a-zA-Z0-9]+|^editable", "\n".join(self.entries("FIELDS")),
+                               re.MULTILINE)
+        in_program = self.helps["set"].split("Fields:")[1].split()
+        self.assertEqual(sorted(in_manual), sorted(in_program))
+
+    def test_exit_states_are_the_same(self):
+        header = os.path.join(os.path.dirname(MANUAL), "../../tools/exit_status.h")
+        with open(header, encoding="utf-8") as file:
+            in_program = re.findall(r"^    Exit\w+ = (\d)", file.read(), re.MULTILINE)
+        self.assertEqual(self.entries("EXIT STATUS"), in_program)
+
+
+if __name__ == "__main__":
+    unittest.main()
