@@ -1,0 +1,450 @@
+// DM commands in, statuses and results out.
+
+#include "command_processor.h"
+
+#include "mounted_tree.h"
+
+namespace client {
+
+namespace {
+
+using syncml::Command;
+using syncml::CommandKind;
+using syncml::Item;
+using syncml::Location;
+using syncml::Meta;
+
+Location location(const QByteArray &uri)
+{
+    return {QString::fromUtf8(uri), std::nullopt};
+}
+
+Item target(const QByteArray &uri, std::optional<QByteArray> data = std::nullopt)
+{
+    Item item;
+    item.target = location(uri);
+    item.data = std::move(data);
+    return item;
+}
+
+Item formatted(Item item, const char *format)
+{
+    item.meta.emplace();
+    item.meta->format = QString::fromLatin1(format);
+    return item;
+}
+
+Command command(CommandKind kind, std::vector<Item> items, const char *cmdId = "7")
+{
+    Command made;
+    made.kind = kind;
+    made.cmdId = QString::fromLatin1(cmdId);
+    made.items = std::move(items);
+    return made;
+}
+
+Command group(CommandKind kind, std::vector<Command> commands, const char *cmdId = "g")
+{
+    Command made = command(kind, {}, cmdId);
+    made.commands = std::move(commands);
+    return made;
+}
+
+/// "Status 7 Get 200 <targets" or "Results 7 [source format type=data]...", one an answer.
+std::vector<std::string> summary(const std::vector<Command> &answers)
+{
+    std::vector<std::string> lines;
+    for (const Command &answer : answers) {
+        std::string line = answer.kind == CommandKind::Status ? "Status " : "Results ";
+        line += answer.cmdRef->toStdString();
+        if (answer.kind == CommandKind::Status)
+            line += " " + answer.cmd->toStdString() + " " + answer.data->toStdString();
+        for (const QString &reference : answer.targetRefs)
+            line += " <" + reference.toStdString();
+        for (const QString &reference : answer.sourceRefs)
+            line += " >" + reference.toStdString();
+        for (const Item &item : answer.items) {
+            line += " [" + item.source->locUri.toStdString();
+            if (item.meta)
+                line += " " + item.meta->format.value_or(QString()).toStdString() + " " +
+                        item.meta->type.value_or(QString()).toStdString();
+            line += item.data ? "=" + item.data->toStdString() : "";
+            line += "]";
+        }
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+using Lines = std::vector<std::string>;
+
+class CommandProcessorTest : public MountedTree {
+protected:
+    Lines run(const Command &command)
+    {
+        std::vector<Command> answers;
+        CommandProcessor(tree).run(command, answers);
+        return summary(answers);
+    }
+    /// The status of a command with one item.
+    int statusOf(CommandKind kind, const Item &item)
+    {
+        std::vector<Command> answers;
+        CommandProcessor(tree).run(command(kind, {item}), answers);
+        return answers.at(0).data->toInt();
+    }
+    static std::string full(const char *path) { return profileUri(path).toStdString(); }
+};
+
+// ---- Get -----------------------------------------------------------------------------------------
+
+class GetTest : public CommandProcessorTest {
+protected:
+    Lines get(std::vector<Item> items) { return run(command(CommandKind::Get, std::move(items))); }
+    /// The one result of a successful Get of one address.
+    std::string result(const QByteArray &uri)
+    {
+        const Lines lines = get({target(uri)});
+        EXPECT_EQ(lines.at(0), "Status 7 Get 200 <" + uri.toStdString());
+        return lines.size() == 2 ? lines[1].substr(std::string("Results 7 ").size()) : "";
+    }
+};
+
+TEST_F(GetTest, TheStatusComesBeforeTheResults)
+{
+    EXPECT_EQ(get({target("./DevInfo/Man")}),
+              (Lines{"Status 7 Get 200 <./DevInfo/Man", "Results 7 [./DevInfo/Man=maker]"}));
+}
+
+TEST_F(GetTest, TheAnswerNamesTheNodeAsTheServerDid)
+{
+    EXPECT_EQ(result("DevInfo/M%61n"), "[DevInfo/M%61n=maker]");
+}
+
+TEST_F(GetTest, MetaIsLeftOutWhereItHasItsDefault)
+{
+    EXPECT_EQ(result(profileUri("Office/Addr")), "[" + full("Office/Addr") + "=internet]");
+    EXPECT_EQ(result(profileUri("Office/Linger")), "[" + full("Office/Linger") + " int =30]");
+    EXPECT_EQ(result(profileUri("Office/Enabled")), "[" + full("Office/Enabled") + " bool =true]");
+}
+
+TEST_F(GetTest, ALeafWithoutAValueHasItsFormatAndNoData)
+{
+    EXPECT_EQ(result(profileUri("Office/Port")), "[" + full("Office/Port") + " int =]");
+}
+
+TEST_F(GetTest, ABinaryValueTravelsAsBase64)
+{
+    DMVector<unsigned char> bytes;
+    bytes.push_back(0);
+    bytes.push_back(255);
+    memory->addLeaf("Home/Icon", DmtData(bytes));
+    EXPECT_EQ(result(profileUri("Home/Icon")), "[" + full("Home/Icon") + " b64 =AP8=]");
+    EXPECT_EQ(result(profileUri("Home/Icon?prop=Format")),
+              "[" + full("Home/Icon?prop=Format") + "=bin]");
+}
+
+TEST_F(GetTest, AnInteriorNodeAnswersTheNamesOfItsChildren)
+{
+    EXPECT_EQ(result("."), "[. node text/plain=DevInfo/DevDetail/Ext]");
+    EXPECT_EQ(result(mountRoot), std::string("[") + mountRoot + " node text/plain=Office/Home]");
+}
+
+TEST_F(GetTest, NamesOfChildrenAreEscapedSoThatTheyCanBeAppendedToTheUri)
+{
+    memory->addInterior("My Caf\xc3\xa9");
+    memory->addInterior("100%");
+    EXPECT_EQ(result(mountRoot),
+              std::string("[") + mountRoot + " node text/plain=Office/Home/My%20Caf%C3%A9/100%25]");
+}
+
+TEST_F(GetTest, AnInteriorNodeWithoutChildrenHasEmptyData)
+{
+    memory->addInterior("Empty");
+    EXPECT_EQ(result(profileUri("Empty")), "[" + full("Empty") + " node text/plain=]");
+}
+
+TEST_F(GetTest, PropertiesArePlainTextWithoutMeta)
+{
+    const auto property = [this](const char *path, const char *name) {
+        const QByteArray uri = profileUri(path) + "?prop=" + name;
+        return result(uri).substr(static_cast<std::size_t>(uri.size()) + 1);
+    };
+    EXPECT_EQ(property("Office/Linger", "Format"), "=int]");
+    EXPECT_EQ(property("Office", "Format"), "=node]");
+    EXPECT_EQ(property("Office", "Name"), "=Office]");
+    EXPECT_EQ(property("Office/Linger", "Type"), "=text/plain]");
+    EXPECT_EQ(property("Office", "Type"), "=]");
+    EXPECT_EQ(property("Office", "ACL"), "=]");
+}
+
+TEST_F(GetTest, StructListsTheNodesWithoutTheirValues)
+{
+    EXPECT_EQ(result(profileUri("Office?list=Struct")),
+              "[" + full("Office") + " node ] [" + full("Office/Addr") + "] [" +
+                  full("Office/Linger") + " int ] [" + full("Office/Enabled") + " bool ] [" +
+                  full("Office/Port") + " int ] [" + full("Office/Auth") + " node ] [" +
+                  full("Office/Auth/AuthPw") + "]");
+}
+
+TEST_F(GetTest, StructDataListsTheValuesOfLeavesToo)
+{
+    EXPECT_EQ(result(profileUri("Office?list=StructData")),
+              "[" + full("Office") + " node ] [" + full("Office/Addr") + "=internet] [" +
+                  full("Office/Linger") + " int =30] [" + full("Office/Enabled") +
+                  " bool =true] [" + full("Office/Port") + " int =] [" + full("Office/Auth") +
+                  " node ] [" + full("Office/Auth/AuthPw") + "=secret]");
+}
+
+TEST_F(GetTest, StructDataListsAnUnreadableLeafWithoutDataAndItsSiblingsWithTheirs)
+{
+    memory->failures = {{"get Home/Addr", 1}};
+    memory->addLeaf("Home/Linger", DmtData(1));
+    EXPECT_EQ(result(profileUri("Home?list=StructData")), "[" + full("Home") + " node ] [" +
+                                                              full("Home/Addr") + "] [" +
+                                                              full("Home/Linger") + " int =1]");
+}
+
+TEST_F(GetTest, AStandardObjectIsListedWithItsId)
+{
+    EXPECT_EQ(result("./DevInfo?list=Struct").substr(0, 47),
+              "[./DevInfo node urn:oma:mo:oma-dm-devinfo:1.0] ");
+}
+
+TEST_F(GetTest, SeveralItemsThatEndAlikeShareOneStatus)
+{
+    EXPECT_EQ(get({target("./DevInfo/Man"), target("./DevInfo/Mod")}),
+              (Lines{"Status 7 Get 200 <./DevInfo/Man <./DevInfo/Mod",
+                     "Results 7 [./DevInfo/Man=maker] [./DevInfo/Mod=model]"}));
+    EXPECT_EQ(get({target("./x"), target("./y")}), (Lines{"Status 7 Get 404 <./x <./y"}));
+}
+
+TEST_F(GetTest, ItemsThatEndDifferentlyHaveAStatusEachAndDoNotDisturbEachOther)
+{
+    EXPECT_EQ(get({target("./DevInfo/Man"), target("./x"), target("./DevInfo/Mod")}),
+              (Lines{"Status 7 Get 200 <./DevInfo/Man", "Status 7 Get 404 <./x",
+                     "Status 7 Get 200 <./DevInfo/Mod",
+                     "Results 7 [./DevInfo/Man=maker] [./DevInfo/Mod=model]"}));
+}
+
+TEST_F(GetTest, FailuresHaveTheirStatusAndNoResults)
+{
+    memory->failures = {{"get Office/Addr", 1}, {"get Office/Linger", 510}};
+    const auto failing = [this](const QByteArray &uri) {
+        const Lines lines = get({target(uri)});
+        EXPECT_EQ(lines.size(), 1u);
+        return statusOf(CommandKind::Get, target(uri));
+    };
+    EXPECT_EQ(failing("./x"), 404);
+    EXPECT_EQ(failing("./x?prop=Nonsense"), 404);
+    EXPECT_EQ(failing("./DevInfo/"), 404);
+    EXPECT_EQ(failing("./1/2/3/4/5/6/7/8/9"), 414);
+    EXPECT_EQ(failing("./DevInfo?prop=Nonsense"), 406);
+    EXPECT_EQ(failing("./DevInfo?prop=Size"), 406);
+    EXPECT_EQ(failing("./DevInfo?list=TNDS"), 406);
+    EXPECT_EQ(failing("./DevInfo?list=Nonsense"), 406);
+    EXPECT_EQ(failing("./DevInfo?nonsense"), 406);
+    EXPECT_EQ(failing(profileUri("Office/Addr")), 500);
+    EXPECT_EQ(failing(profileUri("Office/Linger")), 510);
+}
+
+// ---- Add, Replace, Delete, Copy, Exec ------------------------------------------------------------
+
+class ChangeTest : public CommandProcessorTest {};
+
+TEST_F(ChangeTest, AddTakesFormatAndTypeFromTheItemOrTheCommand)
+{
+    Command add = command(CommandKind::Add, {target(profileUri("Home/A"), "1"),
+                                             formatted(target(profileUri("Home/B"), "x"), "chr")});
+    add.meta.emplace();
+    add.meta->format = QStringLiteral("int");
+    add.meta->type = QStringLiteral("text/x-test");
+    EXPECT_EQ(run(add), (Lines{"Status 7 Add 200 <" + full("Home/A") + " <" + full("Home/B")}));
+    EXPECT_EQ(tree.find(profile("Home/A"))->valueType(), DmtData::Int);
+    EXPECT_EQ(tree.find(profile("Home/B"))->valueType(), DmtData::String);
+    EXPECT_EQ(tree.type(*tree.find(profile("Home/B"))), QStringLiteral("text/x-test"));
+}
+
+TEST_F(ChangeTest, AddAnswersWithTheStatusOfWhatIsWrong)
+{
+    const auto add = [this](const QByteArray &uri, const char *format) {
+        return statusOf(CommandKind::Add, formatted(target(uri, "x"), format));
+    };
+    EXPECT_EQ(add(profileUri("Home/New"), "chr"), 200);
+    EXPECT_EQ(add(profileUri("Home/Addr"), "chr"), 418);
+    EXPECT_EQ(add(profileUri("Nobody/Addr"), "chr"), 404);
+    EXPECT_EQ(add(profileUri("Home/Addr/Deeper"), "chr"), 405);
+    EXPECT_EQ(add(profileUri("Home/Newer"), "float"), 415);
+    EXPECT_EQ(add(profileUri("Home/Newer?prop=Title"), "chr"), 404);
+    EXPECT_EQ(add(profileUri("Home?prop=Title"), "chr"), 405);
+    EXPECT_EQ(statusOf(CommandKind::Add, target(profileUri("Home/Newer"), "x")), 415);
+}
+
+TEST_F(ChangeTest, ReplaceChangesAValue)
+{
+    EXPECT_EQ(statusOf(CommandKind::Replace, target(profileUri("Home/Addr"), "new")), 200);
+    EXPECT_EQ(read(profile("Home/Addr")), "new");
+}
+
+TEST_F(ChangeTest, ReplaceOfTheNamePropertyRenames)
+{
+    EXPECT_EQ(statusOf(CommandKind::Replace, target(profileUri("Home?prop=Name"), "House")), 200);
+    EXPECT_EQ(childrenOf(uri(mountRoot)), "Office House");
+    EXPECT_EQ(statusOf(CommandKind::Replace, target(profileUri("House?prop=Name"), "Office")), 418);
+    EXPECT_EQ(statusOf(CommandKind::Replace, target(profileUri("House?prop=Name"))), 405);
+    EXPECT_EQ(statusOf(CommandKind::Replace, target("./DevInfo?prop=Name", "X")), 405);
+}
+
+TEST_F(ChangeTest, AFormatGivenWithANewNameIsIgnored)
+{
+    EXPECT_EQ(statusOf(CommandKind::Replace,
+                       formatted(target(profileUri("Home?prop=Name"), "House"), "int")),
+              200);
+}
+
+TEST_F(ChangeTest, ReplaceAnswersWithTheStatusOfWhatIsWrong)
+{
+    const auto replace = [this](const QByteArray &uri) {
+        return statusOf(CommandKind::Replace, target(uri, "x"));
+    };
+    EXPECT_EQ(replace(profileUri("Home/New")), 404);
+    EXPECT_EQ(replace(profileUri("Home")), 405);
+    EXPECT_EQ(replace(profileUri("Office/Linger")), 415);
+    EXPECT_EQ(replace("./DevInfo/Man"), 405);
+    EXPECT_EQ(replace(profileUri("Home?prop=Format")), 405);
+    EXPECT_EQ(replace(profileUri("Home?prop=Type")), 405);
+    EXPECT_EQ(replace(profileUri("Home?prop=ACL")), 406);
+    EXPECT_EQ(replace(profileUri("Home?prop=Nonsense")), 406);
+    EXPECT_EQ(replace(profileUri("Home?list=Struct")), 406);
+    EXPECT_EQ(replace(profileUri("Nobody?prop=Format")), 404);
+}
+
+TEST_F(ChangeTest, DeleteRemovesANode)
+{
+    EXPECT_EQ(statusOf(CommandKind::Delete, target(profileUri("Home"))), 200);
+    EXPECT_EQ(statusOf(CommandKind::Delete, target(profileUri("Home"))), 404);
+    EXPECT_EQ(statusOf(CommandKind::Delete, target(".")), 405);
+    EXPECT_EQ(statusOf(CommandKind::Delete, target(mountRoot)), 405);
+    EXPECT_EQ(statusOf(CommandKind::Delete, target(profileUri("Office?prop=ACL"))), 405);
+    EXPECT_EQ(childrenOf(uri(mountRoot)), "Office");
+}
+
+TEST_F(ChangeTest, CopyNamesBothEndsInItsStatus)
+{
+    Item item = target(profileUri("Home/Addr"));
+    item.source = location(profileUri("Office/Addr"));
+    EXPECT_EQ(run(command(CommandKind::Copy, {item})),
+              (Lines{"Status 7 Copy 200 <" + full("Home/Addr") + " >" + full("Office/Addr")}));
+    EXPECT_EQ(read(profile("Home/Addr")), "internet");
+}
+
+TEST_F(ChangeTest, CopyNeedsBothEnds)
+{
+    EXPECT_EQ(statusOf(CommandKind::Copy, target(profileUri("Home/Addr"))), 412);
+    Item item;
+    item.source = location(profileUri("Home/Addr"));
+    EXPECT_EQ(statusOf(CommandKind::Copy, item), 412);
+}
+
+TEST_F(ChangeTest, ExecIsNotAllowedOnAnyNode)
+{
+    EXPECT_EQ(statusOf(CommandKind::Exec, target(profileUri("Home"))), 405);
+    EXPECT_EQ(statusOf(CommandKind::Exec, target(profileUri("Nobody"))), 404);
+}
+
+TEST_F(ChangeTest, OneFailedItemDoesNotStopTheNext)
+{
+    EXPECT_EQ(run(command(CommandKind::Replace,
+                          {target("./x", "1"), target(profileUri("Home/Addr"), "new")})),
+              (Lines{"Status 7 Replace 404 <./x", "Status 7 Replace 200 <" + full("Home/Addr")}));
+    EXPECT_EQ(read(profile("Home/Addr")), "new");
+}
+
+TEST_F(ChangeTest, AChunkOfALargeObjectIsRefusedAndNothingOfItIsStored)
+{
+    Item chunk = formatted(target(profileUri("Home/Addr"), "half"), "chr");
+    chunk.moreData = true;
+    EXPECT_EQ(statusOf(CommandKind::Replace, chunk), 406);
+    EXPECT_EQ(read(profile("Home/Addr")), "home.example");
+    chunk.target = location(profileUri("Home/New"));
+    EXPECT_EQ(statusOf(CommandKind::Add, chunk), 406);
+    EXPECT_EQ(code(tree.find(profile("Home/New")).outcome()), 404);
+}
+
+// ---- Groups and everything else ------------------------------------------------------------------
+
+class OtherCommandsTest : public CommandProcessorTest {};
+
+TEST_F(OtherCommandsTest, ASequenceIsAnsweredFirstAndThenItsCommandsInOrder)
+{
+    const Command sequence =
+        group(CommandKind::Sequence,
+              {command(CommandKind::Replace, {target(profileUri("Home/Addr"), "new")}, "a"),
+               command(CommandKind::Delete, {target("./x")}, "b"),
+               command(CommandKind::Get, {target(profileUri("Home/Addr"))}, "c")});
+    EXPECT_EQ(run(sequence),
+              (Lines{"Status g Sequence 200", "Status a Replace 200 <" + full("Home/Addr"),
+                     "Status b Delete 404 <./x", "Status c Get 200 <" + full("Home/Addr"),
+                     "Results c [" + full("Home/Addr") + "=new]"}));
+}
+
+TEST_F(OtherCommandsTest, AnAtomicIsAMissingFeatureAndNothingInItIsRun)
+{
+    const Command atomic = group(
+        CommandKind::Atomic, {command(CommandKind::Delete, {target(profileUri("Home"))}, "a"),
+                              command(CommandKind::Delete, {target(profileUri("Office"))}, "b")});
+    EXPECT_EQ(run(atomic), (Lines{"Status g Atomic 406", "Status a Delete 215 <" + full("Home"),
+                                  "Status b Delete 215 <" + full("Office")}));
+    EXPECT_EQ(childrenOf(uri(mountRoot)), "Office Home");
+}
+
+TEST_F(OtherCommandsTest, AlertsAndCommandsThatDmDoesNotHaveAreMissingFeatures)
+{
+    EXPECT_EQ(run(command(CommandKind::Alert, {})), (Lines{"Status 7 Alert 406"}));
+    Command put = command(CommandKind::Unsupported, {});
+    put.name = QStringLiteral("Put");
+    EXPECT_EQ(run(put), (Lines{"Status 7 Put 406"}));
+}
+
+TEST_F(OtherCommandsTest, AnElementThatIsNoCommandIsABadRequest)
+{
+    Command unknown = command(CommandKind::Unknown, {});
+    unknown.name = QStringLiteral("add");
+    EXPECT_EQ(run(unknown), (Lines{"Status 7 add 400"}));
+}
+
+TEST_F(OtherCommandsTest, ACommandWithoutAnIdIsABadRequestAndNotRun)
+{
+    Command nameless = command(CommandKind::Delete, {target(profileUri("Home"))});
+    nameless.cmdId.reset();
+    EXPECT_EQ(run(nameless), (Lines{"Status  Delete 400 <" + full("Home")}));
+    EXPECT_EQ(childrenOf(uri(mountRoot)), "Office Home");
+}
+
+TEST_F(OtherCommandsTest, ACommandWithoutItemsOrAddressesIsIncomplete)
+{
+    for (const CommandKind kind : {CommandKind::Add, CommandKind::Copy, CommandKind::Delete,
+                                   CommandKind::Exec, CommandKind::Get, CommandKind::Replace}) {
+        EXPECT_EQ(run(command(kind, {})).size(), 1u);
+        EXPECT_EQ(statusOf(kind, Item()), 412);
+        std::vector<Command> answers;
+        CommandProcessor(tree).run(command(kind, {}), answers);
+        EXPECT_EQ(answers.at(0).data, "412");
+    }
+}
+
+TEST_F(OtherCommandsTest, StatusesAndResultsAreNotAnswered)
+{
+    EXPECT_EQ(run(command(CommandKind::Status, {})), Lines());
+    EXPECT_EQ(run(command(CommandKind::Results, {target("./x")})), Lines());
+}
+
+TEST_F(OtherCommandsTest, CommandIdsAreOpaqueTexts)
+{
+    EXPECT_EQ(run(command(CommandKind::Delete, {target("./x")}, "5f3a-{uuid}")),
+              (Lines{"Status 5f3a-{uuid} Delete 404 <./x"}));
+}
+
+} // namespace
+
+} // namespace client

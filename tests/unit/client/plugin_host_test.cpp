@@ -1,0 +1,178 @@
+// Loading plug-ins, right ones and wrong ones.
+
+#include "dm_device.h"
+
+#include "dmnative/dmnative_control.h"
+
+#include <QTemporaryDir>
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+namespace client {
+
+namespace {
+
+QString pluginFile(const char *name)
+{
+    return QStringLiteral(KUB_TEST_PLUGIN_FOLDER "/lib%1.so").arg(QString::fromLatin1(name));
+}
+
+constexpr char connRoot[] = "./DevDetail/Ext/Conf/Conn/Profiles";
+
+/// What is said when the plug-in is loaded; empty when it is taken.
+std::string problemWith(const char *name)
+{
+    QString error;
+    const auto plugin = PluginHost::load(pluginFile(name), error);
+    EXPECT_EQ(plugin == nullptr, !error.isEmpty());
+    return error.replace(pluginFile(name), QStringLiteral("FILE")).toStdString();
+}
+
+/// What is said when a root is asked for.
+std::string problemMounting(const char *name, const char *root)
+{
+    QString error;
+    const auto plugin = PluginHost::load(pluginFile(name), error);
+    if (!plugin)
+        return "not loaded: " + error.toStdString();
+    const JemSmartPtr<DmtTree> tree = plugin->treeFor(root, error);
+    EXPECT_EQ(!tree, !error.isEmpty());
+    return error.replace(pluginFile(name), QStringLiteral("FILE")).toStdString();
+}
+
+TEST(PluginHostTest, APluginIsLoadedAndGivesItsTrees)
+{
+    EXPECT_EQ(problemWith("right_plugin"), "");
+    EXPECT_EQ(problemMounting("right_plugin", connRoot), "");
+}
+
+TEST(PluginHostTest, AMissingFileIsNamed)
+{
+    EXPECT_EQ(problemWith("no_such_plugin").find("cannot load the plug-in FILE: "), 0u);
+}
+
+TEST(PluginHostTest, AFileThatIsNoLibraryIsNamed)
+{
+    QString error;
+    EXPECT_EQ(PluginHost::load(QStringLiteral("/etc/hostname"), error), nullptr);
+    EXPECT_TRUE(error.contains(QStringLiteral("/etc/hostname"))) << error.toStdString();
+}
+
+TEST(PluginHostTest, AnUndefinedSymbolIsFoundWhenThePluginIsLoadedAndNotLater)
+{
+    const std::string problem = problemWith("plugin_with_undefined_symbol");
+    EXPECT_NE(problem.find("SymbolThatNobodyDefines"), std::string::npos) << problem;
+}
+
+TEST(PluginHostTest, AnotherInterfaceVersionIsRefused)
+{
+    EXPECT_EQ(problemWith("plugin_of_old_version"),
+              "the plug-in FILE has interface version 0x10000; this client needs 0x10001");
+}
+
+TEST(PluginHostTest, BothExportsAreRequired)
+{
+    EXPECT_EQ(problemWith("plugin_without_version"),
+              "FILE is no plug-in: it does not export DMT_PluginLib_GetAPIVersion");
+    EXPECT_EQ(problemWith("plugin_without_tree"),
+              "FILE is no plug-in: it does not export DMT_PluginLib_Data_GetPluginTree");
+}
+
+TEST(PluginHostTest, ARootThatIsNotServedIsNamed)
+{
+    EXPECT_EQ(problemMounting("plugin_of_one_root", "./X/IntProfs"),
+              "the plug-in FILE did not mount ./X/IntProfs: it does not serve this root");
+}
+
+TEST(PluginHostTest, ARootThatCannotBeLoadedIsNamedWithTheStatus)
+{
+    EXPECT_EQ(problemMounting("plugin_that_cannot_load", connRoot),
+              std::string("the plug-in FILE did not mount ") + connRoot + ": status 1");
+}
+
+TEST(PluginHostTest, ASuccessWithoutATreeIsAFailure)
+{
+    EXPECT_EQ(problemMounting("plugin_that_lies", connRoot),
+              std::string("the plug-in FILE did not mount ") + connRoot +
+                  ": it reported success without a tree");
+}
+
+// ---- The whole device ----------------------------------------------------------------------------
+
+class DmDeviceTest : public testing::Test {
+protected:
+    std::unique_ptr<DmDevice> open(const char *plugin)
+    {
+        return DmDevice::open({.stateDirectory = directory.filePath(QStringLiteral("state")),
+                               .pluginFile = pluginFile(plugin)},
+                              error);
+    }
+
+    QTemporaryDir directory;
+    QString error;
+};
+
+TEST_F(DmDeviceTest, BothRootsAreMounted)
+{
+    const auto device = open("right_plugin");
+    ASSERT_NE(device, nullptr) << error.toStdString();
+    for (const char *uri :
+         {"./DevDetail/Ext/Conf/Conn/Profiles/Office/Addr",
+          "./DevDetail/Ext/Conf/IntProfs/Profiles/Office/Addr", "./DevInfo/DevId"})
+        EXPECT_TRUE(device->tree().find(parseAddress(QString::fromLatin1(uri), UriLimits())->node))
+            << uri;
+}
+
+TEST_F(DmDeviceTest, APluginThatRefusesOneRootIsNotUsedAtAll)
+{
+    EXPECT_EQ(open("plugin_of_one_root"), nullptr);
+    EXPECT_TRUE(error.contains(QStringLiteral("IntProfs"))) << error.toStdString();
+}
+
+TEST_F(DmDeviceTest, TreesAreDroppedBeforeTheirPluginIsUnloaded)
+{
+    const std::size_t before = dmnative_control::LiveBlocks();
+    auto device = open("right_plugin");
+    ASSERT_NE(device, nullptr);
+    EXPECT_GT(dmnative_control::LiveBlocks(), before);
+    device.reset();
+    EXPECT_EQ(dmnative_control::LiveBlocks(), before);
+    EXPECT_EQ(dlopen(pluginFile("right_plugin").toLocal8Bit().constData(), RTLD_NOW | RTLD_NOLOAD),
+              nullptr);
+}
+
+TEST_F(DmDeviceTest, AFailedMountLeavesNothingBehind)
+{
+    const std::size_t before = dmnative_control::LiveBlocks();
+    EXPECT_EQ(open("plugin_of_one_root"), nullptr);
+    EXPECT_EQ(dmnative_control::LiveBlocks(), before);
+    EXPECT_NE(open("right_plugin"), nullptr); // the lock is free again
+}
+
+TEST_F(DmDeviceTest, TheDeviceKeepsItsIdentifier)
+{
+    const auto idOf = [this] { return open("right_plugin")->tree().deviceId(); };
+    const QByteArray id = idOf();
+    EXPECT_TRUE(id.startsWith("urn:uuid:")) << id.toStdString();
+    EXPECT_EQ(idOf(), id);
+}
+
+TEST_F(DmDeviceTest, ABrokenDeviceIdentifierIsReportedAndNotReplaced)
+{
+    ASSERT_NE(open("right_plugin"), nullptr);
+    const QString path = directory.filePath(QStringLiteral("state/client/device-id"));
+    for (const QByteArray &content : {QByteArray(" \n"), QByteArray(300, 'x')}) {
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(content);
+        file.close();
+        EXPECT_EQ(open("right_plugin"), nullptr);
+        EXPECT_TRUE(error.contains(path)) << error.toStdString();
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        EXPECT_EQ(file.readAll(), content);
+    }
+}
+
+} // namespace
+
+} // namespace client

@@ -1,0 +1,110 @@
+// Where the messages of a plug-in go.
+
+#include "plugin_log.h"
+
+#include "aplog.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+namespace client {
+
+namespace {
+
+class PluginLogTest : public testing::Test {
+protected:
+    static QByteArray contents(const QString &path)
+    {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(missing)");
+    }
+
+    QTemporaryDir directory;
+    QString path = directory.filePath(QStringLiteral("plugin.log"));
+    QString older = path + QStringLiteral(".1");
+    QString error;
+};
+
+TEST_F(PluginLogTest, MessagesAreInTheFileAtTheEndOfEachLine)
+{
+    const auto log = PluginLog::toFile(path, error);
+    ASSERT_NE(log, nullptr) << error.toStdString();
+    std::fputs("(x:1)Leave: one\n", libaplog_to_module_ptr);
+    EXPECT_EQ(contents(path), "(x:1)Leave: one\n");
+}
+
+TEST_F(PluginLogTest, TheNextRunAppends)
+{
+    for (const char *message : {"one\n", "two\n"}) {
+        const auto log = PluginLog::toFile(path, error);
+        std::fputs(message, libaplog_to_module_ptr);
+    }
+    EXPECT_EQ(contents(path), "one\ntwo\n");
+}
+
+TEST_F(PluginLogTest, TheStreamIsGoneWithTheLog)
+{
+    PluginLog::toFile(path, error).reset();
+    EXPECT_EQ(libaplog_to_module_ptr, nullptr);
+}
+
+TEST_F(PluginLogTest, AnUnfinishedLineIsWrittenAtTheEnd)
+{
+    {
+        const auto log = PluginLog::toFile(path, error);
+        std::fputs("no line break", libaplog_to_module_ptr);
+    }
+    EXPECT_EQ(contents(path), "no line break");
+}
+
+TEST_F(PluginLogTest, AFullFileIsPutAsideAndReplacesTheOneBeforeIt)
+{
+    const auto log = PluginLog::toFile(path, error, 8);
+    for (const char *message : {"1234567\n", "abcdefg\n", "ABCDEFG\n"})
+        std::fputs(message, libaplog_to_module_ptr);
+    EXPECT_EQ(contents(path), "ABCDEFG\n");
+    EXPECT_EQ(contents(older), "abcdefg\n");
+}
+
+TEST_F(PluginLogTest, AFileThatWasFullBeforeIsPutAsideToo)
+{
+    QFile before(path);
+    ASSERT_TRUE(before.open(QIODevice::WriteOnly));
+    before.write("old and long\n");
+    before.close();
+    const auto log = PluginLog::toFile(path, error, 8);
+    std::fputs("new\n", libaplog_to_module_ptr);
+    EXPECT_EQ(contents(path), "new\n");
+    EXPECT_EQ(contents(older), "old and long\n");
+}
+
+TEST_F(PluginLogTest, TheFileIsForItsOwnerOnly)
+{
+    const auto log = PluginLog::toFile(path, error);
+    EXPECT_FALSE(QFileInfo(path).permissions() &
+                 (QFileDevice::ReadGroup | QFileDevice::ReadOther | QFileDevice::WriteGroup));
+}
+
+TEST_F(PluginLogTest, AFileThatCannotBeOpenedIsNamed)
+{
+    const QString impossible = directory.filePath(QStringLiteral("missing/plugin.log"));
+    EXPECT_EQ(PluginLog::toFile(impossible, error), nullptr);
+    EXPECT_EQ(error, QStringLiteral("cannot open the plug-in's log %1: No such file or directory")
+                         .arg(impossible));
+    EXPECT_EQ(libaplog_to_module_ptr, nullptr);
+}
+
+TEST_F(PluginLogTest, MessagesCanGoToStandardError)
+{
+    {
+        const auto log = PluginLog::toStandardError();
+        EXPECT_EQ(libaplog_to_module_ptr, stderr);
+    }
+    EXPECT_EQ(libaplog_to_module_ptr, nullptr);
+}
+
+} // namespace
+
+} // namespace client

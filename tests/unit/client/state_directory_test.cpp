@@ -1,0 +1,121 @@
+// The client's part of a state directory.
+
+#include "state_directory.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+#include <optional>
+
+namespace client {
+
+namespace {
+
+/// Sets a variable of the environment, or removes it, until the end of the scope.
+class ScopedVariable {
+public:
+    ScopedVariable(const char *name, std::optional<QByteArray> value) : m_name(name)
+    {
+        if (qEnvironmentVariableIsSet(name))
+            m_before = qgetenv(name);
+        set(value);
+    }
+    ~ScopedVariable() { set(m_before); }
+
+private:
+    void set(const std::optional<QByteArray> &value)
+    {
+        if (value)
+            qputenv(m_name, *value);
+        else
+            qunsetenv(m_name);
+    }
+
+    const char *m_name;
+    std::optional<QByteArray> m_before;
+};
+
+TEST(StateDirectoryTest, TheDefaultFollowsTheEnvironment)
+{
+    const ScopedVariable home("HOME", "/home/x");
+    const ScopedVariable noStateHome("XDG_STATE_HOME", std::nullopt);
+    const ScopedVariable noState("KUB_STATE_DIR", std::nullopt);
+    EXPECT_EQ(StateDirectory::defaultPath(), QStringLiteral("/home/x/.local/state/kub-dm"));
+    {
+        const ScopedVariable relative("XDG_STATE_HOME", "state");
+        EXPECT_EQ(StateDirectory::defaultPath(), QStringLiteral("/home/x/.local/state/kub-dm"));
+    }
+    const ScopedVariable stateHome("XDG_STATE_HOME", "/var/x");
+    EXPECT_EQ(StateDirectory::defaultPath(), QStringLiteral("/var/x/kub-dm"));
+    const ScopedVariable state("KUB_STATE_DIR", "/srv/handset");
+    EXPECT_EQ(StateDirectory::defaultPath(), QStringLiteral("/srv/handset"));
+}
+
+class OpenStateDirectoryTest : public testing::Test {
+protected:
+    std::unique_ptr<StateDirectory> open() { return StateDirectory::open(path, error); }
+
+    QTemporaryDir directory;
+    QString path = directory.filePath(QStringLiteral("a/b"));
+    QString error;
+    ScopedVariable variable{"KUB_STATE_DIR", std::nullopt};
+};
+
+TEST_F(OpenStateDirectoryTest, MissingDirectoriesAreMadeForTheirOwnerOnly)
+{
+    const auto state = open();
+    ASSERT_NE(state, nullptr) << error.toStdString();
+    const auto ownerOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                           QFileDevice::ExeOwner | QFileDevice::ReadUser | QFileDevice::WriteUser |
+                           QFileDevice::ExeUser;
+    for (const char *made : {"a", "a/b", "a/b/client"})
+        EXPECT_EQ(QFileInfo(directory.filePath(QString::fromLatin1(made))).permissions(), ownerOnly)
+            << made;
+}
+
+TEST_F(OpenStateDirectoryTest, TheLibrariesBeneathAPluginUseTheSameDirectory)
+{
+    const auto state = open();
+    EXPECT_EQ(QString::fromLocal8Bit(qgetenv("KUB_STATE_DIR")), path);
+}
+
+TEST_F(OpenStateDirectoryTest, ASecondClientIsRefusedUntilTheFirstIsGone)
+{
+    auto first = open();
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(open(), nullptr);
+    EXPECT_EQ(error, QStringLiteral("another DM client is using the state directory %1").arg(path));
+    first.reset();
+    EXPECT_NE(open(), nullptr);
+}
+
+TEST_F(OpenStateDirectoryTest, AFileInTheWayIsNamed)
+{
+    QDir().mkpath(directory.filePath(QStringLiteral("a")));
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    EXPECT_EQ(open(), nullptr);
+    EXPECT_EQ(error, QStringLiteral("cannot create the state directory %1/client").arg(path));
+}
+
+TEST_F(OpenStateDirectoryTest, ALockThatCannotBeOpenedIsNamed)
+{
+    QDir().mkpath(path + QStringLiteral("/client/lock"));
+    EXPECT_EQ(open(), nullptr);
+    EXPECT_EQ(error, QStringLiteral("cannot open %1/client/lock: Is a directory").arg(path));
+}
+
+TEST_F(OpenStateDirectoryTest, TheDeviceIdentifierIsForItsOwnerOnly)
+{
+    const auto state = open();
+    const QByteArray id = state->deviceId(error);
+    EXPECT_EQ(id.size(), 45) << id.toStdString();
+    const auto permissions =
+        QFileInfo(state->clientFile(QStringLiteral("device-id"))).permissions();
+    EXPECT_FALSE(permissions & (QFileDevice::ReadGroup | QFileDevice::ReadOther));
+}
+
+} // namespace
+
+} // namespace client
