@@ -13,8 +13,7 @@
 #include <mutex>
 
 #include "profile_store.h"
-#include "sqlite_profile_store.h"
-#include "state_directory.h"
+#include "store_backend.h"
 
 namespace {
 
@@ -33,7 +32,7 @@ public:
     }
 
     /// Runs an operation of the store; a failure comes back as its code, and the first of each kind
-    /// goes to stderr.
+    /// goes to stderr, of refused values every one.
     template <typename Operation>
     int run(Operation operation)
     {
@@ -41,7 +40,7 @@ public:
         StoreResult result;
         try {
             if (m_store == nullptr)
-                result = openStore();
+                result = openChosenStore(m_store);
             if (!result.failed())
                 result = operation(*m_store);
         } catch (const std::exception &error) { // out of memory; the callers may be C
@@ -59,18 +58,14 @@ public:
     }
 
 private:
-    StoreResult openStore()
-    {
-        static const std::string path = stateDirectory() + "/profiles.db";
-        return SqliteProfileStore::open(path, m_store);
-    }
-
     void report(const StoreResult &result)
     {
         const bool isOrdinaryAnswer = result.status == NAPI_OK ||
                                       result.status == NAPI_ERROR_NOT_FOUND ||
                                       result.status == NAPI_ERROR_EXISTS;
-        if (isOrdinaryAnswer || m_reported.test(result.status))
+        const bool isTold = m_reported.test(result.status) &&
+                            result.status != NAPI_ERROR_VALUE_REFUSED; // each is another value
+        if (isOrdinaryAnswer || isTold)
             return;
         m_reported.set(result.status);
         std::fprintf(stderr, "libnapi: %s\n", result.message.c_str());

@@ -2,9 +2,6 @@
 
 #include <algorithm>
 
-#include <QHostAddress>
-#include <QRegularExpression>
-
 namespace {
 
 /// @return the address that an entry of the list names, 0 for none. Behind a '#' stands the name
@@ -52,19 +49,21 @@ QList<std::uint32_t> parseLayout(const QString &layout)
 
 QString dottedAddress(std::uint32_t address)
 {
-    return QHostAddress(address).toString();
+    QStringList parts;
+    for (int shift = 24; shift >= 0; shift -= 8)
+        parts.append(QString::number(address >> shift & 0xFFU));
+    return parts.join(u'.');
 }
 
 bool parseDottedAddress(QStringView text, std::uint32_t &address)
 {
-    // QHostAddress alone would also take short, octal, hexadecimal and IPv6 forms.
-    static const QRegularExpression form(
-        QRegularExpression::anchoredPattern(QStringLiteral("(0|[1-9][0-9]{0,2})(\\.(?1)){3}")));
-    const QString dotted = text.toString();
-    QHostAddress parsed;
-    if (!form.match(dotted).hasMatch() || !parsed.setAddress(dotted))
+    std::uint32_t result = 0;
+    for (const QStringView part : text.split(u'.'))
+        result = result << 8U | (part.toUInt() & 0xFFU);
+    // Only the one way of writing it leads back to the same text.
+    if (dottedAddress(result) != text)
         return false;
-    address = parsed.toIPv4Address();
+    address = result;
     return true;
 }
 

@@ -1,9 +1,9 @@
 // The two DNS fields of a record as the list of DNS servers of a connection, and back.
 //
 // The list has no empty place and no server twice. Where the fields need one ("no first server, but
-// a second"), a text beside the list keeps the layout: all addresses in the order of the fields with
-// 0.0.0.0 for an empty place. The layout counts as long as the addresses in it are those of the
-// list; somebody else's change of the list ends it.
+// a second"), a text beside the list keeps the layout: all addresses in the order of the fields
+// with 0.0.0.0 for an empty place. The layout counts as long as the addresses in it are those of
+// the list; somebody else's change of the list ends it.
 #pragma once
 
 #include <array>

@@ -20,38 +20,39 @@ const QString kSettingsInterface = QStringLiteral("org.freedesktop.NetworkManage
 const QString kConnectionInterface =
     QStringLiteral("org.freedesktop.NetworkManager.Settings.Connection");
 
-/// What the names of errors mean, the first row that a name begins with. NetworkManager's begin with
-/// "org.freedesktop.NetworkManager.", the bus's with "org.freedesktop.DBus.Error.".
+/// What the names of errors mean, the first row that a name begins with. NetworkManager's begin
+/// with "org.freedesktop.NetworkManager.", the bus's with "org.freedesktop.DBus.Error.".
 struct ErrorRow {
     const char *name;
     NAPI_STATUS status;
-    Answer answer;
+    Cause cause;
 };
 constexpr ErrorRow kErrors[] = {
-    {"org.freedesktop.NetworkManager.AgentManager.NoSecrets", NAPI_OK, Answer::NoSecrets},
+    {"org.freedesktop.NetworkManager.AgentManager.NoSecrets", NAPI_ERROR_NOT_FOUND,
+     Cause::NoSecrets},
+    {"org.freedesktop.NetworkManager.SecretAgent.", NAPI_ERROR_NOT_FOUND, Cause::NoSecrets},
     {"org.freedesktop.NetworkManager.Settings.PermissionDenied", NAPI_ERROR_UNAVAILABLE,
-     Answer::NotPermitted},
+     Cause::NotPermitted},
     {"org.freedesktop.NetworkManager.Settings.NotPrivileged", NAPI_ERROR_UNAVAILABLE,
-     Answer::NotPermitted},
+     Cause::NotPermitted},
     {"org.freedesktop.NetworkManager.PermissionDenied", NAPI_ERROR_UNAVAILABLE,
-     Answer::NotPermitted},
+     Cause::NotPermitted},
     {"org.freedesktop.NetworkManager.Settings.ReadOnlyConnection", NAPI_ERROR_READ_ONLY,
-     Answer::Given},
+     Cause::Other},
     {"org.freedesktop.NetworkManager.Settings.InvalidConnection", NAPI_ERROR_VALUE_REFUSED,
-     Answer::Given},
-    {"org.freedesktop.NetworkManager.Settings.UuidExists", NAPI_ERROR_EXISTS, Answer::Given},
-    {"org.freedesktop.NetworkManager.Settings.Connection.", NAPI_ERROR_VALUE_REFUSED,
-     Answer::Given},
-    {"org.freedesktop.DBus.Error.UnknownObject", NAPI_ERROR_NOT_FOUND, Answer::NoObject},
-    {"org.freedesktop.DBus.Error.UnknownMethod", NAPI_ERROR_NOT_FOUND, Answer::NoObject},
-    {"org.freedesktop.DBus.Error.ServiceUnknown", NAPI_ERROR_UNAVAILABLE, Answer::NoDaemon},
-    {"org.freedesktop.DBus.Error.NameHasNoOwner", NAPI_ERROR_UNAVAILABLE, Answer::NoDaemon},
-    {"org.freedesktop.DBus.Error.Disconnected", NAPI_ERROR_UNAVAILABLE, Answer::NoDaemon},
-    {"org.freedesktop.DBus.Error.AccessDenied", NAPI_ERROR_UNAVAILABLE, Answer::NotPermitted},
-    {"org.freedesktop.DBus.Error.NoReply", NAPI_ERROR_UNAVAILABLE, Answer::Given},
-    {"org.freedesktop.DBus.Error.Timeout", NAPI_ERROR_UNAVAILABLE, Answer::Given},
-    {"org.freedesktop.DBus.Error.TimedOut", NAPI_ERROR_UNAVAILABLE, Answer::Given},
-    {"", NAPI_ERROR_IO, Answer::Given},
+     Cause::Other},
+    {"org.freedesktop.NetworkManager.Settings.UuidExists", NAPI_ERROR_EXISTS, Cause::Other},
+    {"org.freedesktop.NetworkManager.Settings.Connection.", NAPI_ERROR_VALUE_REFUSED, Cause::Other},
+    {"org.freedesktop.DBus.Error.UnknownObject", NAPI_ERROR_NOT_FOUND, Cause::NoObject},
+    {"org.freedesktop.DBus.Error.UnknownMethod", NAPI_ERROR_NOT_FOUND, Cause::NoObject},
+    {"org.freedesktop.DBus.Error.ServiceUnknown", NAPI_ERROR_UNAVAILABLE, Cause::NoDaemon},
+    {"org.freedesktop.DBus.Error.NameHasNoOwner", NAPI_ERROR_UNAVAILABLE, Cause::NoDaemon},
+    {"org.freedesktop.DBus.Error.Disconnected", NAPI_ERROR_UNAVAILABLE, Cause::NoDaemon},
+    {"org.freedesktop.DBus.Error.AccessDenied", NAPI_ERROR_UNAVAILABLE, Cause::NotPermitted},
+    {"org.freedesktop.DBus.Error.NoReply", NAPI_ERROR_UNAVAILABLE, Cause::Other},
+    {"org.freedesktop.DBus.Error.Timeout", NAPI_ERROR_UNAVAILABLE, Cause::Other},
+    {"org.freedesktop.DBus.Error.TimedOut", NAPI_ERROR_UNAVAILABLE, Cause::Other},
+    {"", NAPI_ERROR_IO, Cause::Other},
 };
 
 bool isAnswerMissing(const QDBusMessage &message)
@@ -101,16 +102,14 @@ StoreResult NetworkManagerBus::connect()
         if (!m_connection->isConnected()) {
             const QString reason = m_connection->lastError().message();
             disconnect();
-            return {NAPI_ERROR_UNAVAILABLE,
-                    "cannot reach the system bus: " + reason.toStdString()};
+            return {NAPI_ERROR_UNAVAILABLE, "cannot reach the system bus: " + reason.toStdString()};
         }
     }
     if (!m_daemon.isEmpty())
         return {};
-    const QDBusMessage request = QDBusMessage::createMethodCall(
+    QDBusMessage question = QDBusMessage::createMethodCall(
         QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
         QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetNameOwner"));
-    QDBusMessage question = request;
     question.setArguments({kService});
     const QDBusMessage answer = m_connection->call(question, QDBus::Block, kCallLimitMs);
     if (answer.type() != QDBusMessage::ReplyMessage) {
@@ -140,17 +139,18 @@ BusReply NetworkManagerBus::judge(const QDBusMessage &message)
         m_limitMs = kCallLimitMs;
     }
     if (message.type() == QDBusMessage::ReplyMessage)
-        return {message, Answer::Given, {}};
+        return {message, Cause::None, {}};
     const std::string name = message.errorName().toStdString();
-    const ErrorRow &row = *std::find_if(std::begin(kErrors), std::end(kErrors),
-                                        [&](const ErrorRow &candidate) {
-                                            return name.starts_with(candidate.name);
-                                        });
-    if (row.answer == Answer::NoDaemon)
+    const ErrorRow &row =
+        *std::find_if(std::begin(kErrors), std::end(kErrors),
+                      [&](const ErrorRow &candidate) { return name.starts_with(candidate.name); });
+    if (row.cause == Cause::NoDaemon)
         m_daemon.clear();
-    const QString reason = withFieldName(message.errorMessage());
-    return {message, row.answer,
-            {row.status, "NetworkManager: " + reason.toStdString() + " (" + name + ")"}};
+    const QString subject = isAnswerMissing(message)
+                                ? QStringLiteral("NetworkManager has not answered: ")
+                                : QStringLiteral("NetworkManager: ");
+    const QString text = subject + withFieldName(message.errorMessage());
+    return {message, row.cause, {row.status, text.toStdString() + " (" + name + ")"}};
 }
 
 BusReply NetworkManagerBus::call(const QDBusMessage &message)
@@ -160,7 +160,14 @@ BusReply NetworkManagerBus::call(const QDBusMessage &message)
 
 BusReply NetworkManagerBus::callSettings(const QString &method, const QVariantList &arguments)
 {
-    return call(message(kSettingsPath, kSettingsInterface, method, arguments));
+    const auto send = [&] {
+        return call(message(kSettingsPath, kSettingsInterface, method, arguments));
+    };
+    BusReply reply = send();
+    // The daemon was started again: the call has reached nobody, and means the same to the new one.
+    if (reply.cause == Cause::NoDaemon && !connect().failed())
+        reply = send();
+    return reply;
 }
 
 BusReply NetworkManagerBus::callConnection(const QString &path, const QString &method,

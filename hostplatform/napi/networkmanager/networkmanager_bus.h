@@ -12,19 +12,20 @@
 
 #include "profile_store.h"
 
-/// Answers of NetworkManager that a caller does not take for a failure without a closer look.
-enum class Answer {
-    Given,       ///< the call did what it should
-    NoObject,    ///< the connection that was called does not exist
-    NoSecrets,   ///< there is no secret to hand out
-    NoDaemon,    ///< nothing was called: NetworkManager is not on the bus any more
-    NotPermitted ///< this user may not do that
+/// Why a call did not do what it should.
+enum class Cause {
+    None,         ///< it did
+    NoObject,     ///< the connection that was called does not exist
+    NoSecrets,    ///< there is no secret to hand out
+    NoDaemon,     ///< nothing was called: NetworkManager is not on the bus any more
+    NotPermitted, ///< this user may not do that
+    Other
 };
 
 struct BusReply {
-    QDBusMessage message; ///< its arguments are those of the answer when the call did not fail
-    Answer answer = Answer::Given;
-    StoreResult result; ///< NAPI_OK exactly when the call did what it should
+    QDBusMessage message; ///< with the arguments of the answer unless the call failed
+    Cause cause = Cause::None;
+    StoreResult result; ///< NAPI_OK exactly with Cause::None
 };
 
 /// The system bus and the NetworkManager on it. Works in threads without an event loop.
@@ -35,8 +36,8 @@ class NetworkManagerBus {
 public:
     /// How long a call may take, in milliseconds.
     static constexpr int kCallLimitMs = 5000;
-    /// The same after a call that got no answer in its time, until the next one that does: so that a
-    /// daemon that has stopped does not make each of a thousand calls wait.
+    /// The same after a call that got no answer in its time, until the next one that does: so that
+    /// a daemon that has stopped does not make each of a thousand calls wait.
     static constexpr int kImpatientLimitMs = 500;
     /// The bus refuses the 129th unanswered call of a connection.
     static constexpr int kCallsInFlight = 64;
@@ -56,8 +57,8 @@ public:
     BusReply callSettings(const QString &method, const QVariantList &arguments = {});
     BusReply callConnection(const QString &path, const QString &method,
                             const QVariantList &arguments = {});
-    /// Makes one call without arguments to each connection, several at a time. The answers arrive in
-    /// the order of the paths. The first that `take` returns a failure for ends it.
+    /// Makes one call without arguments to each connection, several at a time. The answers arrive
+    /// in the order of the paths. The first that `take` returns a failure for ends it.
     StoreResult callConnections(
         const QStringList &paths, const QString &method,
         const std::function<StoreResult(const QString &path, const BusReply &reply)> &take);

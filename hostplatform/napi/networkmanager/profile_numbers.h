@@ -11,9 +11,9 @@
 
 #include "profile_store.h"
 
-/// A database of UUIDs, each with the number that it got when it was first asked for. A number stays
-/// with its UUID for ever and is never given to another one, also when nothing of that UUID exists
-/// any more. A new number is on the disk before it is handed out.
+/// A database of UUIDs, each with the number that it got when it was first asked for. A number
+/// stays with its UUID for ever and is never given to another one, also when nothing of that UUID
+/// exists any more. A new number is on the disk before it is handed out.
 class ProfileNumbers {
 public:
     /// How long a call waits for another process that has the database locked, in milliseconds.

@@ -292,8 +292,7 @@ std::string reasonToRefuse(const Field &field, const QByteArray &text,
         return "it is no UTF-8";
     if (field.gsmProperty == std::string_view("apn") && text.trimmed() != text)
         return "it begins or ends with a blank, which NetworkManager would cut off";
-    if (isSecret(field) && !text.isEmpty() &&
-        property(settings, kGsm, kPasswordFlags).toUInt() != 0) {
+    if (isSecret(field) && !text.isEmpty() && !isPasswordKept(settings)) {
         return "NetworkManager does not keep the password of this connection itself "
                "(gsm.password-flags)";
     }
@@ -301,7 +300,7 @@ std::string reasonToRefuse(const Field &field, const QByteArray &text,
 }
 
 StoreResult writeProperty(const Field &field, const QByteArray &before, const QByteArray &after,
-                          GsmConnection &connection, UserData &data)
+                          GsmConnection &connection, UserData &data, ConnectionChange &change)
 {
     if (tailIn(before) != tailIn(after))
         writeUserData(data, tailKey(field), percentEncoded(tailIn(after)));
@@ -312,6 +311,7 @@ StoreResult writeProperty(const Field &field, const QByteArray &before, const QB
         !reason.empty()) {
         return {NAPI_ERROR_VALUE_REFUSED, std::string(field.name) + " is refused: " + reason};
     }
+    (isSecret(field) ? change.secrets : change.settings) = true;
     QVariantMap &holder = holderOf(field, connection);
     const QString name = QString::fromLatin1(field.gsmProperty);
     if (text.isEmpty())
@@ -360,8 +360,9 @@ void readDns(const Field &field, const ConnectionSettings &settings, const UserD
 }
 
 void writeDns(const Field &field, const QByteArray &after, ConnectionSettings &settings,
-              UserData &data)
+              UserData &data, ConnectionChange &change)
 {
+    change.settings = true;
     DnsServers servers(dnsServersOf(settings), data.value(userDataKey(field)));
     DnsServers::Fields fields;
     std::memcpy(fields.data(), after.constData(), field.width);
@@ -395,8 +396,9 @@ StoreResult readRecord(const GsmConnection &connection, NAP_PROFILE_S &record)
 }
 
 StoreResult writeRecord(const NAP_PROFILE_S &before, const NAP_PROFILE_S &after,
-                        GsmConnection &connection)
+                        GsmConnection &connection, ConnectionChange &change)
 {
+    change = {};
     const UserData oldData = userDataOf(connection.settings);
     UserData data = oldData;
     for (const Field &field : kFields) {
@@ -406,17 +408,24 @@ StoreResult writeRecord(const NAP_PROFILE_S &before, const NAP_PROFILE_S &after,
             continue;
         StoreResult written;
         if (field.form == Form::Property)
-            written = writeProperty(field, oldBytes, newBytes, connection, data);
+            written = writeProperty(field, oldBytes, newBytes, connection, data, change);
         else if (field.form == Form::Dns)
-            writeDns(field, newBytes, connection.settings, data);
+            writeDns(field, newBytes, connection.settings, data, change);
         else
             writeUserData(data, userDataKey(field), encode(field.form, newBytes));
         if (written.failed())
             return written;
     }
-    if (data != oldData)
+    if (data != oldData) {
         setUserData(connection.settings, data);
+        change.settings = true;
+    }
     return {};
+}
+
+bool isPasswordKept(const ConnectionSettings &settings)
+{
+    return property(settings, kGsm, kPasswordFlags).toUInt() == 0;
 }
 
 GsmConnection newConnection(const QString &id, const QString &uuid)

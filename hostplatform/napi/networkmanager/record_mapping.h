@@ -2,25 +2,38 @@
 //
 // The packet data part is the connection's own: access point name, user name, password and the
 // first two IPv4 DNS servers. Everything else of the record, down to the bytes that no field names,
-// is kept in the connection's user data under keys that begin with "kub-dm."; docs/networkmanager.md
-// lists them. Neither direction looks at settings that the mapping does not know.
+// is kept in the connection's user data under keys that begin with "kub-dm.";
+// docs/networkmanager.md lists them. Neither direction looks at settings that the mapping does not
+// know.
 #pragma once
 
 #include "connection_settings.h"
 #include "profile_store.h"
 
 /// Fills the record from a connection.
-/// @return NAPI_ERROR_CORRUPT, with the key, when user data under our keys is no value of its field.
+/// @return NAPI_ERROR_CORRUPT, with the key, when user data under our keys is no value of its
+/// field.
 StoreResult readRecord(const GsmConnection &connection, NAP_PROFILE_S &record);
+
+/// Where a change of a record went.
+struct ConnectionChange {
+    bool settings = false;
+    bool secrets = false;
+};
 
 /// Writes into the connection what differs between two records, and nothing else.
 /// @param before  the record that readRecord gives for the connection
+/// @param change  receives the parts of the connection that are other now
 /// @return NAPI_ERROR_VALUE_REFUSED, with the field, for a value that NetworkManager would refuse
 ///         without saying so or would store as another one; the connection is half changed then.
 StoreResult writeRecord(const NAP_PROFILE_S &before, const NAP_PROFILE_S &after,
-                        GsmConnection &connection);
+                        GsmConnection &connection, ConnectionChange &change);
 
-/// @return a connection without a value in it. It does not connect by itself: it has no access point
+/// @return true when NetworkManager itself keeps the password, not an agent of the user or nobody.
+bool isPasswordKept(const ConnectionSettings &settings);
+
+/// @return a connection without a value in it. It does not connect by itself: it has no access
+/// point
 ///         yet, and which connection a device dials is not for the profile service to decide.
 GsmConnection newConnection(const QString &id, const QString &uuid);
 

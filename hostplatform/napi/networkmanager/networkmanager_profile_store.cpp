@@ -1,0 +1,380 @@
+#include "networkmanager_profile_store.h"
+
+#include <algorithm>
+
+#include <QDBusArgument>
+#include <QDBusObjectPath>
+#include <QUuid>
+
+#include "profile_names.h"
+
+namespace {
+
+const QString kGetSettings = QStringLiteral("GetSettings");
+
+constexpr uint kToDisk = 0x1;        // NM_SETTINGS_ADD_CONNECTION2_FLAG_TO_DISK
+constexpr uint kWhereItIsKept = 0x0; // NM_SETTINGS_UPDATE2_FLAG_NONE
+
+ConnectionSettings settingsIn(const BusReply &reply)
+{
+    return qdbus_cast<ConnectionSettings>(reply.message.arguments().value(0));
+}
+
+std::string connectionProperty(const ConnectionSettings &settings, const QString &name)
+{
+    return property(settings, QStringLiteral("connection"), name).toString().toStdString();
+}
+
+bool isGsm(const ConnectionSettings &settings)
+{
+    return connectionProperty(settings, QStringLiteral("type")) == "gsm";
+}
+
+BusReply failed(StoreResult result)
+{
+    return {{}, Cause::Other, std::move(result)};
+}
+
+StoreResult ofConnection(const std::string &id, const StoreResult &result)
+{
+    return {result.status, "NetworkManager, connection '" + id + "': " + result.message};
+}
+
+} // namespace
+
+StoreResult NetworkManagerProfileStore::open(const std::string &numbersPath,
+                                             std::unique_ptr<ProfileStore> &store)
+{
+    std::unique_ptr<NetworkManagerProfileStore> opened(new NetworkManagerProfileStore);
+    StoreResult result = opened->m_bus.connect();
+    if (!result.failed())
+        result = ProfileNumbers::open(numbersPath, opened->m_numbers);
+    if (!result.failed())
+        store = std::move(opened);
+    return result;
+}
+
+// ---- The connections that there are -------------------------------------------------------------
+
+StoreResult NetworkManagerProfileStore::refresh()
+{
+    m_isFresh = false;
+    StoreResult result = m_bus.connect();
+    std::vector<Entry> entries;
+    if (!result.failed())
+        result = readConnections(entries);
+    if (!result.failed())
+        result = nameEntries(entries);
+    if (result.failed())
+        return result;
+    m_entries = std::move(entries);
+    m_daemonGeneration = m_bus.daemonGeneration();
+    m_isFresh = true;
+    return {};
+}
+
+/// Fills in paths, IDs and UUIDs, in the order in which the daemon lists the connections.
+StoreResult NetworkManagerProfileStore::readConnections(std::vector<Entry> &entries)
+{
+    const BusReply listed = m_bus.callSettings(QStringLiteral("ListConnections"));
+    if (listed.result.failed())
+        return listed.result;
+    QStringList paths;
+    for (const QDBusObjectPath &path :
+         qdbus_cast<QList<QDBusObjectPath>>(listed.message.arguments().value(0)))
+        paths.append(path.path());
+    return m_bus.callConnections(
+        paths, kGetSettings, [&](const QString &path, const BusReply &reply) -> StoreResult {
+            // It was removed in the meantime, or is not for this user to see.
+            if (reply.cause == Cause::NoObject || reply.cause == Cause::NotPermitted)
+                return {};
+            const ConnectionSettings settings = settingsIn(reply);
+            if (!reply.result.failed() && isGsm(settings)) {
+                entries.push_back({path,
+                                   connectionProperty(settings, QStringLiteral("id")),
+                                   connectionProperty(settings, QStringLiteral("uuid")),
+                                   0,
+                                   {}});
+            }
+            return reply.result;
+        });
+}
+
+/// Adds numbers and names, and sorts by number.
+StoreResult NetworkManagerProfileStore::nameEntries(std::vector<Entry> &entries)
+{
+    std::vector<std::string> uuids;
+    for (const Entry &entry : entries)
+        uuids.push_back(entry.uuid);
+    std::vector<std::uint32_t> numbers;
+    StoreResult result = m_numbers->numbersOf(uuids, numbers);
+    if (result.failed())
+        return result;
+    for (std::size_t index = 0; index < entries.size(); ++index)
+        entries[index].number = numbers[index];
+    std::sort(entries.begin(), entries.end(),
+              [](const Entry &one, const Entry &other) { return one.number < other.number; });
+
+    std::vector<NamedConnection> connections;
+    for (const Entry &entry : entries)
+        connections.push_back({entry.connectionId, entry.uuid});
+    const std::vector<std::string> names = profileNames(connections);
+    for (std::size_t index = 0; index < entries.size(); ++index)
+        entries[index].name = names[index];
+    return {};
+}
+
+const NetworkManagerProfileStore::Entry *
+NetworkManagerProfileStore::findEntry(const Matches &matches) const
+{
+    const auto found = std::find_if(m_entries.begin(), m_entries.end(), matches);
+    return found == m_entries.end() ? nullptr : &*found;
+}
+
+BusReply NetworkManagerProfileStore::runOnEntry(const Entry &entry, const Operation &operation)
+{
+    const BusReply reply = m_bus.callConnection(entry.path, kGetSettings);
+    if (reply.result.failed())
+        return reply;
+    const ConnectionSettings settings = settingsIn(reply);
+    // Another ID is another name, which may by now be that of another connection.
+    if (!isGsm(settings) ||
+        connectionProperty(settings, QStringLiteral("id")) != entry.connectionId)
+        return {{}, Cause::NoObject, {NAPI_ERROR_BUSY, "NetworkManager: a connection changes"}};
+    return operation(entry, settings);
+}
+
+StoreResult NetworkManagerProfileStore::runOnConnection(const Matches &matches,
+                                                        const Operation &operation)
+{
+    constexpr int mostAttempts = 3; // the first on old entries, one more when they change meanwhile
+    BusReply reply;
+    for (int attempt = 0; attempt < mostAttempts; ++attempt) {
+        StoreResult result = m_bus.connect();
+        if (result.failed())
+            return result;
+        const bool isOld = !m_isFresh || m_daemonGeneration != m_bus.daemonGeneration();
+        const Entry *entry = isOld ? nullptr : findEntry(matches);
+        if (entry == nullptr) {
+            result = refresh();
+            entry = findEntry(matches);
+        }
+        if (result.failed())
+            return result;
+        if (entry == nullptr)
+            return {NAPI_ERROR_NOT_FOUND, "NetworkManager has no such gsm connection"};
+        reply = runOnEntry(*entry, operation);
+        if (reply.cause != Cause::NoObject && reply.cause != Cause::NoDaemon)
+            break;
+        m_isFresh = false;
+    }
+    return reply.result;
+}
+
+StoreResult NetworkManagerProfileStore::count(unsigned int &profiles)
+{
+    StoreResult result = refresh();
+    if (!result.failed())
+        profiles = static_cast<unsigned int>(m_entries.size());
+    return result;
+}
+
+StoreResult NetworkManagerProfileStore::list(unsigned int limit, std::vector<std::string> &names)
+{
+    StoreResult result = refresh();
+    if (result.failed())
+        return result;
+    names.clear();
+    for (std::size_t index = 0; index < m_entries.size() && index < limit; ++index)
+        names.push_back(m_entries[index].name);
+    return {};
+}
+
+StoreResult NetworkManagerProfileStore::idByName(std::string_view name, std::uint32_t &id)
+{
+    return runOnConnection([&](const Entry &entry) { return entry.name == name; },
+                           [&](const Entry &entry, const ConnectionSettings &) {
+                               id = entry.number;
+                               return BusReply();
+                           });
+}
+
+StoreResult NetworkManagerProfileStore::nameById(std::uint32_t id, std::string &name)
+{
+    return runOnConnection([&](const Entry &entry) { return entry.number == id; },
+                           [&](const Entry &entry, const ConnectionSettings &) {
+                               name = entry.name;
+                               return BusReply();
+                           });
+}
+
+// ---- Records ------------------------------------------------------------------------------------
+
+BusReply NetworkManagerProfileStore::readSecrets(const Entry &entry, GsmConnection &connection)
+{
+    const QString gsm = QStringLiteral("gsm");
+    BusReply reply = m_bus.callConnection(entry.path, QStringLiteral("GetSecrets"), {gsm});
+    if (reply.cause == Cause::NoSecrets)
+        return {};
+    connection.gsmSecrets = settingsIn(reply).value(gsm);
+    return reply;
+}
+
+BusReply NetworkManagerProfileStore::readProfile(const Entry &entry,
+                                                 const ConnectionSettings &settings,
+                                                 GsmConnection &connection, NAP_PROFILE_S &record)
+{
+    connection.settings = settings;
+    // Asking for a password that the daemon does not keep would bother the agents of the user.
+    BusReply reply;
+    if (isPasswordKept(settings))
+        reply = readSecrets(entry, connection);
+    if (reply.result.failed())
+        return reply;
+    StoreResult result = readRecord(connection, record);
+    if (!result.failed())
+        return {};
+    return failed(ofConnection(entry.connectionId, result));
+}
+
+StoreResult NetworkManagerProfileStore::read(std::string_view name, NAP_PROFILE_S &record)
+{
+    return runOnConnection([&](const Entry &entry) { return entry.name == name; },
+                           [&](const Entry &entry, const ConnectionSettings &settings) {
+                               GsmConnection connection;
+                               return readProfile(entry, settings, connection, record);
+                           });
+}
+
+StoreResult NetworkManagerProfileStore::modify(std::string_view name, const NAP_PROFILE_S &record)
+{
+    return runOnConnection([&](const Entry &entry) { return entry.name == name; },
+                           [&](const Entry &entry, const ConnectionSettings &settings) {
+                               GsmConnection before;
+                               NAP_PROFILE_S oldRecord;
+                               BusReply reply = readProfile(entry, settings, before, oldRecord);
+                               if (reply.result.failed())
+                                   return reply;
+                               GsmConnection after = before;
+                               ConnectionChange change;
+                               StoreResult result = writeRecord(oldRecord, record, after, change);
+                               if (result.failed())
+                                   return failed(ofConnection(entry.connectionId, result));
+                               return update(entry, before, after, change);
+                           });
+}
+
+BusReply NetworkManagerProfileStore::sendUpdate(const Entry &entry, const GsmConnection &connection)
+{
+    return m_bus.callConnection(
+        entry.path, QStringLiteral("Update2"),
+        {QVariant::fromValue(settingsToSend(connection.settings)), kWhereItIsKept, QVariantMap()});
+}
+
+BusReply NetworkManagerProfileStore::update(const Entry &entry, const GsmConnection &before,
+                                            const GsmConnection &after,
+                                            const ConnectionChange &change)
+{
+    if (!change.secrets)
+        return change.settings ? sendUpdate(entry, after) : BusReply();
+    if (!after.gsmSecrets.isEmpty()) {
+        // One secret in an update makes the daemon drop all others, so they go along.
+        GsmConnection complete = after;
+        complete.settings[QStringLiteral("gsm")].insert(after.gsmSecrets);
+        return sendUpdate(entry, complete);
+    }
+    // An update without secrets makes it keep the old ones, so they are removed in a second step.
+    BusReply reply;
+    if (change.settings)
+        reply = sendUpdate(entry, after);
+    if (reply.result.failed())
+        return reply;
+    reply = m_bus.callConnection(entry.path, QStringLiteral("ClearSecrets"));
+    if (reply.result.failed() && change.settings)
+        sendUpdate(entry, before);
+    return reply;
+}
+
+// ---- Profiles that come and go ------------------------------------------------------------------
+
+StoreResult NetworkManagerProfileStore::refuseTakenName(std::string_view name) const
+{
+    const Entry *taken = findEntry([&](const Entry &entry) { return entry.name == name; });
+    if (taken != nullptr)
+        return {NAPI_ERROR_EXISTS, "NetworkManager has a gsm connection of that name already"};
+    // One more of them could not have the name for itself.
+    taken = findEntry([&](const Entry &entry) { return entry.connectionId == name; });
+    if (taken != nullptr)
+        return {NAPI_ERROR_EXISTS, "NetworkManager has several gsm connections of that name"};
+    return {};
+}
+
+StoreResult NetworkManagerProfileStore::create(std::string_view name, const NAP_PROFILE_S &record,
+                                               unsigned int maximum)
+{
+    const std::string text(name);
+    const QString id = QString::fromStdString(text);
+    if (id.toStdString() != text) {
+        return {NAPI_ERROR_BAD_NAME,
+                "a profile name in NetworkManager cannot begin with a byte order mark"};
+    }
+    // NetworkManager would take the same name twice.
+    ProfileNumbers::Lock lock(*m_numbers);
+    StoreResult result = lock.take();
+    if (!result.failed())
+        result = refresh();
+    if (!result.failed())
+        result = refuseTakenName(name);
+    if (result.failed())
+        return result;
+    if (m_entries.size() >= maximum) {
+        return {NAPI_ERROR_STORE_FULL, "NetworkManager has " + std::to_string(m_entries.size()) +
+                                           " gsm connections, the profile service takes no more"};
+    }
+    result = add(id, record);
+    if (result.failed())
+        return result;
+    result = lock.commit();
+    if (result.failed()) {
+        // Without its number on the disk it is no profile.
+        m_bus.callConnection(m_entries.back().path, QStringLiteral("Delete"));
+        m_entries.pop_back();
+    }
+    return result;
+}
+
+/// Adds a connection to the daemon, with its number, and to the entries.
+StoreResult NetworkManagerProfileStore::add(const QString &id, const NAP_PROFILE_S &record)
+{
+    const QString uuid = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    GsmConnection connection = newConnection(id, uuid);
+    ConnectionChange change;
+    StoreResult result = writeRecord(NAP_PROFILE_S{}, record, connection, change);
+    if (result.failed())
+        return ofConnection(id.toStdString(), result);
+    std::vector<std::uint32_t> numbers;
+    result = m_numbers->numbersOf({uuid.toStdString()}, numbers);
+    if (result.failed())
+        return result;
+    connection.settings[QStringLiteral("gsm")].insert(connection.gsmSecrets);
+    const BusReply reply =
+        m_bus.callSettings(QStringLiteral("AddConnection2"),
+                           {QVariant::fromValue(connection.settings), kToDisk, QVariantMap()});
+    if (reply.result.failed())
+        return reply.result;
+    const auto path = qdbus_cast<QDBusObjectPath>(reply.message.arguments().value(0));
+    const std::string name = id.toStdString();
+    m_entries.push_back({path.path(), name, uuid.toStdString(), numbers.front(), name});
+    return {};
+}
+
+StoreResult NetworkManagerProfileStore::remove(std::string_view name)
+{
+    StoreResult result =
+        runOnConnection([&](const Entry &entry) { return entry.name == name; },
+                        [&](const Entry &entry, const ConnectionSettings &) {
+                            return m_bus.callConnection(entry.path, QStringLiteral("Delete"));
+                        });
+    m_isFresh = false; // another connection of the same ID can have the name for itself now
+    return result;
+}
