@@ -1,0 +1,245 @@
+#include "session/account_tree.h"
+
+#include "node_value.h"
+
+#include <QString>
+
+namespace client {
+
+namespace {
+
+constexpr int dataStoreFailure = 510;
+
+// ---- Leaves --------------------------------------------------------------------------------------
+
+/// Whose credentials a leaf belongs to; the leaves of the account itself do not care.
+enum class Side { Client, Server };
+
+const Credentials &credentials(const Account &account, Side side)
+{
+    return side == Side::Client ? account.toServer : account.toClient;
+}
+
+Credentials &credentials(Account &account, Side side)
+{
+    return side == Side::Client ? account.toServer : account.toClient;
+}
+
+struct LeafRow {
+    const char *path; ///< beneath the node of the account, or of one side's credentials
+    DmtData::Type type;
+    /// Null for a leaf that cannot be read.
+    QByteArray (*get)(const Account &, Side);
+    /// False when the account cannot have the value. Null for a leaf that cannot be replaced.
+    bool (*set)(Account &, Side, const QByteArray &);
+};
+
+bool setField(Account &account, const char *field, const QByteArray &value)
+{
+    QString error;
+    return accountField(QString::fromLatin1(field))->set(account, QString::fromUtf8(value), error);
+}
+
+bool setAuthType(Credentials &side, const QByteArray &value)
+{
+    const auto named = authTypeOfAccountName(QString::fromUtf8(value));
+    if (named)
+        side.type = *named;
+    return named.has_value();
+}
+
+/// A side that proves itself cannot lose its name or its secret.
+bool setIdentity(Account &account, Side side, const char *clientField, const char *serverField,
+                 const QByteArray &value)
+{
+    return !value.isEmpty() &&
+           setField(account, side == Side::Client ? clientField : serverField, value);
+}
+
+constexpr LeafRow accountLeaves[] = {
+    {"AppID", DmtData::String, [](const Account &, Side) { return QByteArrayLiteral("w7"); },
+     nullptr},
+    {"ServerID", DmtData::String, [](const Account &account, Side) { return account.serverId; },
+     nullptr},
+    {"Name", DmtData::String, [](const Account &account, Side) { return account.title; },
+     [](Account &account, Side, const QByteArray &value) {
+         return setField(account, "title", value);
+     }},
+    {"AAuthPref", DmtData::String,
+     [](const Account &account, Side) { return accountName(account.toServer.type).toLatin1(); },
+     [](Account &account, Side, const QByteArray &value) {
+         return setAuthType(account.toServer, value);
+     }},
+    {"AppAddr/1/Addr", DmtData::String,
+     [](const Account &account, Side) { return account.address.toEncoded(); },
+     [](Account &account, Side, const QByteArray &value) {
+         return setField(account, "address", value);
+     }},
+    {"AppAddr/1/AddrType", DmtData::String,
+     [](const Account &, Side) { return QByteArrayLiteral("URI"); }, nullptr},
+};
+
+constexpr LeafRow credentialLeaves[] = {
+    {"AAuthLevel", DmtData::String,
+     [](const Account &, Side side) {
+         return QByteArray(side == Side::Client ? "CLCRED" : "SRVCRED");
+     },
+     nullptr},
+    {"AAuthType", DmtData::String,
+     [](const Account &account, Side side) {
+         return accountName(credentials(account, side).type).toLatin1();
+     },
+     [](Account &account, Side side, const QByteArray &value) {
+         return setAuthType(credentials(account, side), value);
+     }},
+    {"AAuthName", DmtData::String,
+     [](const Account &account, Side side) { return credentials(account, side).identity.name; },
+     [](Account &account, Side side, const QByteArray &value) {
+         return setIdentity(account, side, "client-name", "server-name", value);
+     }},
+    {"AAuthSecret", DmtData::String, nullptr,
+     [](Account &account, Side side, const QByteArray &value) {
+         return setIdentity(account, side, "client-secret", "server-secret", value);
+     }},
+    {"AAuthData", DmtData::Bin, nullptr,
+     [](Account &account, Side side, const QByteArray &value) {
+         credentials(account, side).nonce = value;
+         return true;
+     }},
+};
+
+DmtData toData(const QByteArray &bytes)
+{
+    return DmtData(bytes.constData());
+}
+
+QByteArray bytesOf(const DmtData &value)
+{
+    DMVector<unsigned char> bytes;
+    if (value.GetBinary(bytes) == DMT_OK)
+        return QByteArray(reinterpret_cast<const char *>(bytes.begin()), bytes.size());
+    return valueText(value);
+}
+
+// ---- Nodes ---------------------------------------------------------------------------------------
+
+class AccountInterior final : public DmtPluginNode {
+public:
+    void setOwnAcl(const QByteArray &text) { m_acl.text = DMString(text.constData()); }
+};
+
+class AccountLeaf final : public DmtPluginNode {
+public:
+    AccountLeaf(AccountStore &store, QString account, Side side, const LeafRow &row)
+        : m_store(store), m_account(std::move(account)), m_side(side), m_row(row)
+    {
+    }
+
+    int GetValue(DmtData &value) override
+    {
+        return m_row.get ? DmtPluginNode::GetValue(value) : DMT_NOT_ALLOWED;
+    }
+
+    int SetValue(const DmtData &value) override
+    {
+        if (!m_row.set)
+            return DMT_NOT_ALLOWED;
+        const Account *const stored = m_store.find(m_account);
+        if (!stored)
+            return DMT_NOT_FOUND;
+        Account changed = *stored;
+        if (value.GetType() != m_row.type || !m_row.set(changed, m_side, bytesOf(value)))
+            return DMT_UNSUPPORTED_FORMAT;
+        QString error;
+        if (!m_store.put(m_account, changed, error))
+            return dataStoreFailure;
+        if (m_row.get)
+            m_value = toData(m_row.get(changed, m_side));
+        return DMT_OK;
+    }
+
+private:
+    AccountStore &m_store;
+    QString m_account;
+    Side m_side;
+    const LeafRow &m_row;
+};
+
+class AccountTree final : public DmtPluginTree {
+public:
+    explicit AccountTree(AccountStore &store) : m_store(store) {}
+
+    void fill()
+    {
+        Init(accountTreeRoot);
+        addInterior(QByteArray());
+        for (const auto &[name, account] : m_store.accounts())
+            addAccount(name, account);
+    }
+
+private:
+    void addAccount(const QString &name, const Account &account)
+    {
+        const QByteArray path = name.toUtf8();
+        addInterior(path, "Get=" + account.serverId + "&Replace=" + account.serverId);
+        addInterior(path + "/AppAddr");
+        addInterior(path + "/AppAddr/1");
+        for (const LeafRow &row : accountLeaves)
+            addLeaf(path, name, account, Side::Client, row);
+        addInterior(path + "/AppAuth");
+        addCredentials(path + "/AppAuth/1", name, account, Side::Client);
+        addCredentials(path + "/AppAuth/2", name, account, Side::Server);
+    }
+
+    void addCredentials(const QByteArray &path, const QString &name, const Account &account,
+                        Side side)
+    {
+        if (credentials(account, side).type == AuthType::None)
+            return;
+        addInterior(path);
+        for (const LeafRow &row : credentialLeaves)
+            addLeaf(path, name, account, side, row);
+    }
+
+    void addInterior(const QByteArray &path, const QByteArray &acl = QByteArray())
+    {
+        auto *const node = new AccountInterior;
+        const JemSmartPtr<DmtNode> holder(node);
+        node->Init(JemSmartPtr<DmtPluginTree>(this), path.constData());
+        node->setOwnAcl(acl);
+        SetNode(path.constData(), holder);
+    }
+
+    void addLeaf(const QByteArray &parent, const QString &name, const Account &account, Side side,
+                 const LeafRow &row)
+    {
+        auto *const node = new AccountLeaf(m_store, name, side, row);
+        const JemSmartPtr<DmtNode> holder(node);
+        const QByteArray path = parent + '/' + row.path;
+        node->Init(JemSmartPtr<DmtPluginTree>(this), path.constData(),
+                   firstValue(row, account, side), 0);
+        SetNode(path.constData(), holder);
+    }
+
+    static DmtData firstValue(const LeafRow &row, const Account &account, Side side)
+    {
+        if (row.get)
+            return toData(row.get(account, side));
+        // Of what cannot be read the node keeps the type only.
+        return row.type == DmtData::Bin ? DmtData(DMVector<unsigned char>()) : DmtData("");
+    }
+
+    AccountStore &m_store;
+};
+
+} // namespace
+
+JemSmartPtr<DmtTree> makeAccountTree(AccountStore &store)
+{
+    auto *const tree = new AccountTree(store);
+    const JemSmartPtr<DmtTree> holder(tree);
+    tree->fill();
+    return holder;
+}
+
+} // namespace client

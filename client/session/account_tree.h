@@ -1,0 +1,35 @@
+// The DM accounts as nodes.
+#pragma once
+
+#include "dmnative/dmt_tree.h"
+#include "session/accounts.h"
+
+namespace client {
+
+/// Where the tree is mounted.
+inline constexpr char accountTreeRoot[] = "./DMAcc";
+
+/// Tree of one node an account, each with the leaves of the standard DM account object:
+///
+///   <account>         Get and Replace for the account's own server
+///     AppID           "w7"
+///     ServerID
+///     Name
+///     AAuthPref       BASIC, DIGEST or HMAC
+///     AppAddr/1/Addr
+///     AppAddr/1/AddrType
+///     AppAuth/1       what the client proves itself with (AAuthLevel CLCRED)
+///     AppAuth/2       what the server proves itself with (SRVCRED)
+///       AAuthLevel, AAuthType, AAuthName, AAuthSecret, AAuthData
+///
+/// AAuthSecret and AAuthData (the nonce) can be replaced and not be read (405). A server may not
+/// add, rename or delete accounts: people say who manages a device. A side that proves nothing has
+/// no node beneath AppAuth.
+///
+/// A replaced value is written to the store at once and used from the next session on. One that the
+/// account cannot have is refused with 415; 510 when the store cannot be written.
+///
+/// @param store  has to outlive the tree
+JemSmartPtr<DmtTree> makeAccountTree(AccountStore &store);
+
+} // namespace client

@@ -1,0 +1,342 @@
+#include "session/accounts.h"
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSaveFile>
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace client {
+
+// ---- Fields --------------------------------------------------------------------------------------
+
+namespace {
+
+constexpr auto ownerOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+constexpr qsizetype longestText = 1024; // bytes; far above what a name or a secret needs
+
+bool refuse(QString &error, const QString &reason)
+{
+    error = reason;
+    return false;
+}
+
+/// A line of text: it goes into HTTP headers and into nodes.
+bool setText(QByteArray &field, const QString &text, QString &error)
+{
+    const auto isControl = [](QChar c) { return c.category() == QChar::Other_Control; };
+    const QByteArray bytes = text.toUtf8();
+    if (std::any_of(text.begin(), text.end(), isControl))
+        return refuse(error, QStringLiteral("has a control character"));
+    if (bytes.size() > longestText)
+        return refuse(error, QStringLiteral("has more than %1 bytes").arg(longestText));
+    field = bytes;
+    return true;
+}
+
+bool setAddress(Account &account, const QString &text, QString &error)
+{
+    const QUrl url(text, QUrl::StrictMode);
+    const bool isHttp = url.scheme() == u"http" || url.scheme() == u"https";
+    if (!url.isValid() || !isHttp || url.host().isEmpty())
+        return refuse(error, QStringLiteral("is no http or https URL"));
+    if (!url.userInfo().isEmpty())
+        return refuse(error, QStringLiteral("has a user name in the URL; "
+                                            "name and secret have fields of their own"));
+    account.address = url;
+    return true;
+}
+
+/// A Server Identifier stands in access control lists, whose grammar it has to fit.
+bool setServerId(Account &account, const QString &text, QString &error)
+{
+    const auto breaksAcl = [](QChar c) {
+        return !c.isPrint() || c.isSpace() || u"=&*+"_qs.contains(c);
+    };
+    if (std::any_of(text.begin(), text.end(), breaksAcl))
+        return refuse(error, QStringLiteral("has a blank or one of = & * +"));
+    return setText(account.serverId, text, error);
+}
+
+struct AuthWord {
+    AuthType type;
+    const char *word;
+};
+
+constexpr AuthWord authWords[] = {
+    {AuthType::None, "none"},
+    {AuthType::Basic, "basic"},
+    {AuthType::Md5, "md5"},
+    {AuthType::Hmac, "hmac"},
+};
+
+QString authWord(AuthType type)
+{
+    const auto *const row =
+        std::ranges::find(authWords, type, [](const AuthWord &entry) { return entry.type; });
+    return QString::fromLatin1(row->word);
+}
+
+bool setAuthType(AuthType &type, const QString &text, QString &error)
+{
+    for (const AuthWord &row : authWords) {
+        if (text.compare(QLatin1String(row.word), Qt::CaseInsensitive) == 0) {
+            type = row.type;
+            return true;
+        }
+    }
+    return refuse(error, QStringLiteral("is none of none, basic, md5 and hmac"));
+}
+
+bool setUserName(QByteArray &name, const QString &text, QString &error)
+{
+    // The first colon ends the name in every proof.
+    if (text.contains(u':'))
+        return refuse(error, QStringLiteral("has a colon"));
+    return setText(name, text, error);
+}
+
+QString nonceText(const std::optional<QByteArray> &nonce)
+{
+    return nonce ? QString::fromLatin1(nonce->toBase64()) : QString();
+}
+
+bool setNonce(std::optional<QByteArray> &nonce, const QString &text, QString &error)
+{
+    const auto decoded =
+        QByteArray::fromBase64Encoding(text.toUtf8(), QByteArray::AbortOnBase64DecodingErrors);
+    if (!decoded)
+        return refuse(error, QStringLiteral("is no base64"));
+    nonce = text.isEmpty() ? std::nullopt : std::optional(*decoded);
+    return true;
+}
+
+constexpr AccountField fields[] = {
+    {"address", "URL of the server, http or https", false,
+     [](const Account &a) { return a.address.toString(QUrl::FullyEncoded); }, setAddress},
+    {"server-id", "Server Identifier, to which access rights are given", false,
+     [](const Account &a) { return QString::fromUtf8(a.serverId); }, setServerId},
+    {"title", "what people call the account", false,
+     [](const Account &a) { return QString::fromUtf8(a.title); },
+     [](Account &a, const QString &text, QString &e) { return setText(a.title, text, e); }},
+    {"client-auth", "how the client proves itself: none, basic, md5 or hmac", false,
+     [](const Account &a) { return authWord(a.toServer.type); },
+     [](Account &a, const QString &text, QString &e) {
+         return setAuthType(a.toServer.type, text, e);
+     }},
+    {"client-name", "the client's user name", false,
+     [](const Account &a) { return QString::fromUtf8(a.toServer.identity.name); },
+     [](Account &a, const QString &text, QString &e) {
+         return setUserName(a.toServer.identity.name, text, e);
+     }},
+    {"client-secret", "the client's password", true,
+     [](const Account &a) { return QString::fromUtf8(a.toServer.identity.secret); },
+     [](Account &a, const QString &text, QString &e) {
+         return setText(a.toServer.identity.secret, text, e);
+     }},
+    {"client-nonce", "nonce of the client's next proof, base64; sessions keep it", false,
+     [](const Account &a) { return nonceText(a.toServer.nonce); },
+     [](Account &a, const QString &text, QString &e) {
+         return setNonce(a.toServer.nonce, text, e);
+     }},
+    {"server-auth", "how the server has to prove itself: none, basic, md5 or hmac", false,
+     [](const Account &a) { return authWord(a.toClient.type); },
+     [](Account &a, const QString &text, QString &e) {
+         return setAuthType(a.toClient.type, text, e);
+     }},
+    {"server-name", "the server's user name", false,
+     [](const Account &a) { return QString::fromUtf8(a.toClient.identity.name); },
+     [](Account &a, const QString &text, QString &e) {
+         return setUserName(a.toClient.identity.name, text, e);
+     }},
+    {"server-secret", "the server's password", true,
+     [](const Account &a) { return QString::fromUtf8(a.toClient.identity.secret); },
+     [](Account &a, const QString &text, QString &e) {
+         return setText(a.toClient.identity.secret, text, e);
+     }},
+    {"server-nonce", "nonce of the server's next proof, base64; sessions keep it", false,
+     [](const Account &a) { return nonceText(a.toClient.nonce); },
+     [](Account &a, const QString &text, QString &e) {
+         return setNonce(a.toClient.nonce, text, e);
+     }},
+};
+
+} // namespace
+
+std::span<const AccountField> accountFields()
+{
+    return fields;
+}
+
+const AccountField *accountField(const QString &name)
+{
+    const auto *const row = std::ranges::find_if(
+        fields, [&name](const AccountField &field) { return name == QLatin1String(field.name); });
+    return row == std::end(fields) ? nullptr : row;
+}
+
+bool isComplete(const Account &account, QString &error)
+{
+    const auto lacks = [](const Credentials &side) {
+        return side.type != AuthType::None &&
+               (side.identity.name.isEmpty() || side.identity.secret.isEmpty());
+    };
+    if (account.address.isEmpty())
+        return refuse(error, QStringLiteral("the account has no address"));
+    if (account.serverId.isEmpty())
+        return refuse(error, QStringLiteral("the account has no server-id"));
+    if (lacks(account.toServer))
+        return refuse(error, QStringLiteral("client-auth needs client-name and client-secret"));
+    if (lacks(account.toClient))
+        return refuse(error, QStringLiteral("server-auth needs server-name and server-secret"));
+    return true;
+}
+
+// ---- The file ------------------------------------------------------------------------------------
+
+namespace {
+
+QJsonObject toJson(const Account &account)
+{
+    QJsonObject object;
+    for (const AccountField &field : fields) {
+        const QString text = field.get(account);
+        if (!text.isEmpty())
+            object[QLatin1String(field.name)] = text;
+    }
+    return object;
+}
+
+bool readAccount(const QString &name, const QJsonObject &object, Account &account, QString &error)
+{
+    for (auto entry = object.begin(); entry != object.end(); ++entry) {
+        const QString place = QStringLiteral("%1 of account %2").arg(entry.key(), name);
+        const AccountField *const field = accountField(entry.key());
+        if (!field || !entry.value().isString())
+            return refuse(error, QStringLiteral("%1 is no field with a text").arg(place));
+        QString reason;
+        if (!field->set(account, entry.value().toString(), reason))
+            return refuse(error, QStringLiteral("%1 %2").arg(place, reason));
+    }
+    return true;
+}
+
+bool canBeName(const QString &name, QString &error)
+{
+    constexpr qsizetype longestName = 63; // bytes
+    QByteArray bytes;
+    if (!setText(bytes, name, error)) {
+        error = QStringLiteral("the name of the account %1").arg(error);
+        return false;
+    }
+    const bool isReserved = name == u"." || name == u".." || name == u"*";
+    if (bytes.isEmpty() || bytes.size() > longestName || isReserved || bytes.contains('/'))
+        return refuse(error, QStringLiteral("an account cannot be called \"%1\"").arg(name));
+    return true;
+}
+
+} // namespace
+
+std::optional<AccountStore> AccountStore::load(const QString &file, QString &error)
+{
+    AccountStore store(file);
+    QFile input(file);
+    if (!input.exists())
+        return store;
+    constexpr qint64 largestFile = 1024 * 1024;
+    if (!input.open(QIODevice::ReadOnly)) {
+        error = QStringLiteral("cannot read %1: %2").arg(file, input.errorString());
+        return std::nullopt;
+    }
+    const QByteArray bytes = input.read(largestFile + 1);
+    if (bytes.size() > largestFile) {
+        error = QStringLiteral("%1 is larger than %2 bytes").arg(file).arg(largestFile);
+        return std::nullopt;
+    }
+    QString reason;
+    if (!store.read(bytes, reason)) {
+        error = QStringLiteral("%1: %2").arg(file, reason);
+        return std::nullopt;
+    }
+    return store;
+}
+
+bool AccountStore::read(const QByteArray &bytes, QString &error)
+{
+    QJsonParseError fault;
+    const QJsonDocument document = QJsonDocument::fromJson(bytes, &fault);
+    if (!document.isObject()) {
+        const QString reason = fault.error == QJsonParseError::NoError
+                                   ? QStringLiteral("no JSON object")
+                                   : fault.errorString();
+        return refuse(error, QStringLiteral("byte %1: %2").arg(fault.offset).arg(reason));
+    }
+    const QJsonObject accounts = document.object();
+    for (auto entry = accounts.begin(); entry != accounts.end(); ++entry) {
+        if (!canBeName(entry.key(), error))
+            return false;
+        if (!entry.value().isObject())
+            return refuse(error, QStringLiteral("account %1 is no object").arg(entry.key()));
+        Account account;
+        if (!readAccount(entry.key(), entry.value().toObject(), account, error))
+            return false;
+        m_accounts.emplace(entry.key(), std::move(account));
+    }
+    return true;
+}
+
+const Account *AccountStore::find(const QString &name) const
+{
+    const auto entry = m_accounts.find(name);
+    return entry == m_accounts.end() ? nullptr : &entry->second;
+}
+
+std::optional<QString> AccountStore::nameOf(const QUrl &address) const
+{
+    constexpr auto sameForm = QUrl::NormalizePathSegments | QUrl::StripTrailingSlash;
+    for (const auto &[name, account] : m_accounts)
+        if (account.address.matches(address, sameForm))
+            return name;
+    return std::nullopt;
+}
+
+bool AccountStore::put(const QString &name, const Account &account, QString &error)
+{
+    if (!canBeName(name, error))
+        return false;
+    Accounts changed = m_accounts;
+    changed[name] = account;
+    if (!write(changed, error))
+        return false;
+    m_accounts = std::move(changed);
+    return true;
+}
+
+bool AccountStore::remove(const QString &name, QString &error)
+{
+    Accounts changed = m_accounts;
+    if (changed.erase(name) == 0)
+        return refuse(error, QStringLiteral("no account %1").arg(name));
+    if (!write(changed, error))
+        return false;
+    m_accounts = std::move(changed);
+    return true;
+}
+
+bool AccountStore::write(const Accounts &accounts, QString &error) const
+{
+    QJsonObject object;
+    for (const auto &[name, account] : accounts)
+        object[name] = toJson(account);
+    QSaveFile output(m_file);
+    // The permissions go onto the file before the first secret does.
+    if (!output.open(QIODevice::WriteOnly) || !output.setPermissions(ownerOnly) ||
+        output.write(QJsonDocument(object).toJson()) < 0 || !output.commit())
+        return refuse(error,
+                      QStringLiteral("cannot write %1: %2").arg(m_file, output.errorString()));
+    return true;
+}
+
+} // namespace client

@@ -1,0 +1,92 @@
+// DM accounts: which servers may manage this device, where they are, and what both ends prove
+// themselves with.
+#pragma once
+
+#include "session/authentication.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QUrl>
+#include <map>
+#include <optional>
+#include <span>
+
+namespace client {
+
+/// What one side of an account proves itself with.
+struct Credentials {
+    AuthType type = AuthType::None;
+    Identity identity;
+    /// Octets for the next proof, kept across sessions; none as long as the two ends never agreed
+    /// on one.
+    std::optional<QByteArray> nonce;
+
+    bool operator==(const Credentials &) const = default;
+};
+
+/// One DM account.
+struct Account {
+    QUrl address;         ///< http or https, where a session begins
+    QByteArray serverId;  ///< Server Identifier: what access rights are given to
+    QByteArray title;     ///< for people
+    Credentials toServer; ///< what the client proves itself with
+    Credentials toClient; ///< what the server proves itself with; None: nothing is asked of it
+
+    bool operator==(const Account &) const = default;
+};
+
+/// One field of an account as people and files name it.
+struct AccountField {
+    const char *name;
+    const char *help;
+    bool isSecret;
+    QString (*get)(const Account &account);
+    /// Gives the field a value.
+    /// @return false for a text that it cannot have, with the reason in error
+    bool (*set)(Account &account, const QString &text, QString &error);
+};
+
+/// All fields, in the order in which they are shown.
+std::span<const AccountField> accountFields();
+/// Null when there is none of that name.
+const AccountField *accountField(const QString &name);
+
+/// Whether an account can be used: it has an address and a Server Identifier, and every side that
+/// proves itself has a name and a secret.
+/// @return false with what is missing in error
+bool isComplete(const Account &account, QString &error);
+
+/// The accounts of one device in a file that only its owner can read.
+class AccountStore {
+public:
+    using Accounts = std::map<QString, Account>;
+
+    /// Reads a file; a missing one holds no accounts.
+    /// @return none with what is wrong with the file, and where, in error
+    static std::optional<AccountStore> load(const QString &file, QString &error);
+
+    /// By name: the name of the account's node.
+    const Accounts &accounts() const { return m_accounts; }
+    /// Null when there is none of that name.
+    const Account *find(const QString &name) const;
+    /// Name of the account whose sessions begin at that address; none when there is none.
+    std::optional<QString> nameOf(const QUrl &address) const;
+
+    /// Each of these writes the file, in one step. On failure the file and the store are as before,
+    /// with the reason in error.
+    /// put: adds an account, or replaces the one of that name. The name can be that of a node: 1 to
+    /// 63 bytes, neither "." nor "..", nor "*", without slashes and control characters.
+    bool put(const QString &name, const Account &account, QString &error);
+    bool remove(const QString &name, QString &error);
+
+private:
+    explicit AccountStore(QString file) : m_file(std::move(file)) {}
+
+    bool read(const QByteArray &bytes, QString &error);
+    bool write(const Accounts &accounts, QString &error) const;
+
+    QString m_file;
+    Accounts m_accounts;
+};
+
+} // namespace client

@@ -1,0 +1,53 @@
+// What the client has still to say, in messages of the size that the server takes.
+#pragma once
+
+#include "syncml/codec.h"
+
+#include <QString>
+#include <deque>
+#include <optional>
+#include <utility>
+
+namespace client {
+
+/// Commands on their way to the server, in order. A Results that is too large for one message is
+/// split between its items, and an item that is too large is sent in chunks.
+class AnswerQueue {
+public:
+    bool isEmpty() const { return !m_headerStatus && !m_started && m_commands.empty(); }
+    /// Number of commands that wait, the status of the header included.
+    std::size_t size() const;
+
+    /// The status of the last header received: it leads the next message.
+    void setHeaderStatus(syncml::Command status) { m_headerStatus = std::move(status); }
+    void push(syncml::Command command) { m_commands.push_back(std::move(command)); }
+    /// Drops what is left of an object of which a part was sent already.
+    void dropStartedObject() { m_started.reset(); }
+    bool hasStartedObject() const { return m_started.has_value(); }
+
+    enum class Filled { Everything, Part, Nothing };
+    /// Moves commands from the queue into the message as far as they fit, and numbers them from 1.
+    /// @param message  has its header; its commands are replaced
+    /// @param limit    bytes of the encoded message; 0 is no limit
+    /// @return Nothing when the limit is too small to get on at all
+    Filled fill(syncml::Message &message, syncml::Encoding encoding, qsizetype limit);
+
+private:
+    class Room;
+
+    /// A Results with one item, of which the first bytes were sent.
+    struct StartedObject {
+        syncml::Command results;
+        qsizetype sentBytes = 0;
+    };
+
+    bool takeFirst(Room &room);
+    bool takeChunk(Room &room);
+    void splitFirstResults();
+
+    std::optional<syncml::Command> m_headerStatus;
+    std::optional<StartedObject> m_started;
+    std::deque<syncml::Command> m_commands;
+};
+
+} // namespace client

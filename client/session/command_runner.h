@@ -1,0 +1,69 @@
+// Running the commands of a server's messages inside a session.
+#pragma once
+
+#include "command_processor.h"
+#include "session/large_object.h"
+#include "session/session_observer.h"
+#include "session/user_interaction.h"
+
+#include <QString>
+#include <vector>
+
+namespace client {
+
+/// Takes the commands of one message after another: puts large objects together, talks to the user,
+/// has a command processor do the rest, and tells the observers how each command ended.
+class CommandRunner {
+public:
+    using Commands = std::vector<syncml::Command>;
+
+    /// The references have to outlive the runner.
+    /// @param user           null when there is nobody whom the server could talk to
+    /// @param largestObject  bytes of an object that the server sends in chunks
+    CommandRunner(ManagementTree &tree, UserInteraction *user,
+                  std::vector<SessionObserver *> observers, qsizetype largestObject);
+
+    /// Bytes of the largest object that the server takes; 0 when it did not say.
+    void setServersLargestObject(qsizetype bytes) { m_serversLargestObject = bytes; }
+
+    /// Runs the commands of a message in their order, and appends what answers them: statuses,
+    /// results, and an alert when a large object broke off.
+    void run(const syncml::Message &message, Commands &answers);
+    /// Answers every command with a status, without running anything.
+    void refuse(const syncml::Message &message, const Outcome &outcome, Commands &answers);
+
+    int answeredCommands() const { return m_answered; }
+    int refusedCommands() const { return m_refused; }
+
+private:
+    /// Why something ended as it did.
+    struct Reason {
+        QString cmdId;
+        QString uri;
+        Outcome outcome;
+    };
+
+    void runCommand(const syncml::Command &command, Commands &answers);
+    void runItems(const syncml::Command &command, Commands &answers);
+    void flush(syncml::Command &items, Commands &answers);
+    void abandonObject(Commands &answers);
+    void limitObjects(Commands &answers) const;
+    DmStatus answerAlert(const syncml::Command &alert, std::vector<syncml::Item> &items);
+    void noteReason(const syncml::Command &command, const syncml::Item &item,
+                    const Outcome &outcome);
+    void report(const syncml::Command &command, const Commands &answers);
+    void tell(const AnsweredCommand &report);
+    QString reasonFor(const QString &cmdId, const QString &uri, int status) const;
+
+    CommandProcessor m_processor;
+    UserInteraction *m_user;
+    std::vector<SessionObserver *> m_observers;
+    LargeObjectReceiver m_object;
+    bool m_objectWentOn = false; ///< in the message that is being run
+    qsizetype m_serversLargestObject = 0;
+    std::vector<Reason> m_reasons; ///< of the command that is being run
+    int m_answered = 0;
+    int m_refused = 0;
+};
+
+} // namespace client

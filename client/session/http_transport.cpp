@@ -1,0 +1,208 @@
+#include "session/http_transport.h"
+
+#include "session/authentication.h"
+
+#include <QEventLoop>
+#include <QFile>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QSslCertificate>
+#include <QSslError>
+#include <QStringList>
+#include <QTimer>
+#include <algorithm>
+#include <span>
+
+namespace client {
+
+namespace {
+
+constexpr char acceptedTypes[] = "application/vnd.syncml.dm+xml, application/vnd.syncml.dm+wbxml, "
+                                 "application/octet-stream";
+constexpr char userAgent[] = "dmclient/" KUB_VERSION;
+
+TransportError problem(const QUrl &url, const QString &what)
+{
+    return {QStringLiteral("%1: %2").arg(url.toDisplayString(), what)};
+}
+
+} // namespace
+
+std::unique_ptr<HttpTransport> HttpTransport::create(const Options &options, QString &error)
+{
+    std::unique_ptr<HttpTransport> transport(new HttpTransport(options));
+    transport->m_tls = QSslConfiguration::defaultConfiguration();
+    transport->m_tls.setPeerVerifyMode(QSslSocket::VerifyPeer);
+    if (!options.authoritiesFile.isEmpty()) {
+        QFile file(options.authoritiesFile);
+        if (!file.open(QIODevice::ReadOnly)) {
+            error = QStringLiteral("cannot read %1: %2")
+                        .arg(options.authoritiesFile, file.errorString());
+            return nullptr;
+        }
+        const QList<QSslCertificate> authorities = QSslCertificate::fromDevice(&file, QSsl::Pem);
+        if (authorities.isEmpty()) {
+            error = QStringLiteral("%1 holds no PEM certificate").arg(options.authoritiesFile);
+            return nullptr;
+        }
+        transport->m_tls.setCaCertificates(authorities);
+    }
+    return transport;
+}
+
+// ---- One exchange --------------------------------------------------------------------------------
+
+TransportResult HttpTransport::exchange(const TransportRequest &request)
+{
+    std::chrono::milliseconds delay = m_options.retryDelay;
+    for (int left = m_options.retries;; --left) {
+        bool mayBeRepeated = false;
+        TransportResult result = followRedirects(request, mayBeRepeated);
+        if (!mayBeRepeated || left == 0)
+            return result;
+        QEventLoop pause;
+        QTimer::singleShot(delay, &pause, &QEventLoop::quit);
+        pause.exec();
+        delay *= 2;
+    }
+}
+
+TransportResult HttpTransport::followRedirects(const TransportRequest &request, bool &mayBeRepeated)
+{
+    TransportRequest current = request;
+    for (int left = m_options.redirects;; --left) {
+        Attempt attempt = send(current);
+        mayBeRepeated = attempt.mayBeRepeated;
+        if (attempt.redirect.isEmpty())
+            return attempt.result;
+        const QUrl target = current.url.resolved(attempt.redirect);
+        if (givesUpTls(current.url, target))
+            return problem(current.url, QStringLiteral("redirects to %1, which gives up TLS")
+                                            .arg(target.toDisplayString()));
+        if (target.scheme() != u"http" && target.scheme() != u"https")
+            return problem(
+                current.url,
+                QStringLiteral("redirects to %1, which is not HTTP").arg(target.toDisplayString()));
+        if (left == 0)
+            return problem(request.url, QStringLiteral("redirects again and again"));
+        current.url = target;
+    }
+}
+
+QNetworkRequest HttpTransport::networkRequest(const TransportRequest &request) const
+{
+    QNetworkRequest network(request.url);
+    network.setSslConfiguration(m_tls);
+    network.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::ManualRedirectPolicy);
+    network.setAttribute(QNetworkRequest::CacheLoadControlAttribute,
+                         QNetworkRequest::AlwaysNetwork);
+    network.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
+    network.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
+    network.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
+    network.setAttribute(QNetworkRequest::AuthenticationReuseAttribute, QNetworkRequest::Manual);
+    // HMAC covers the bytes as sent, and an unpacked answer could be of any size.
+    network.setRawHeader("Accept-Encoding", "identity");
+    network.setRawHeader("Content-Type", request.contentType);
+    network.setRawHeader("Accept", acceptedTypes);
+    network.setRawHeader("Accept-Charset", "UTF-8");
+    network.setRawHeader("User-Agent", userAgent);
+    network.setRawHeader("Cache-Control", "no-store");
+    if (request.hmac)
+        network.setRawHeader(hmacHeaderName, *request.hmac);
+    return network;
+}
+
+HttpTransport::Attempt HttpTransport::send(const TransportRequest &request)
+{
+    const std::unique_ptr<QNetworkReply> reply(
+        m_network.post(networkRequest(request), request.body));
+    reply->setReadBufferSize(m_options.responseBytes + 1);
+
+    QEventLoop loop;
+    QByteArray body;
+    QStringList tlsProblems;
+    bool isTooLarge = false;
+    bool isTooLate = false;
+    const auto takeBody = [&] {
+        body += reply->read(m_options.responseBytes + 1 - body.size());
+        if (body.size() <= m_options.responseBytes)
+            return;
+        isTooLarge = true;
+        reply->abort();
+    };
+    QObject::connect(reply.get(), &QNetworkReply::readyRead, &loop, takeBody);
+    QObject::connect(reply.get(), &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    QObject::connect(reply.get(), &QNetworkReply::sslErrors, &loop,
+                     [&tlsProblems](const QList<QSslError> &errors) {
+                         for (const QSslError &error : errors)
+                             tlsProblems += error.errorString();
+                     });
+    QTimer::singleShot(m_options.timeLimit, &loop, [&] {
+        isTooLate = true;
+        reply->abort();
+    });
+    if (!reply->isFinished())
+        loop.exec();
+    if (!isTooLarge && !isTooLate)
+        takeBody();
+
+    const QUrl &url = request.url;
+    if (isTooLarge)
+        return {problem(url, QStringLiteral("the answer is larger than %1 bytes")
+                                 .arg(m_options.responseBytes)),
+                {},
+                false};
+    if (isTooLate)
+        return {problem(url, QStringLiteral("no answer within %1 s")
+                                 .arg(static_cast<double>(m_options.timeLimit.count()) / 1000)),
+                {},
+                true};
+    if (!tlsProblems.isEmpty()) {
+        tlsProblems.removeDuplicates();
+        return {problem(url, tlsProblems.join(QStringLiteral(", "))), {}, false};
+    }
+    return judge(*reply, body);
+}
+
+namespace {
+
+constexpr int redirectCodes[] = {301, 302, 307, 308};
+constexpr int busyCodes[] = {502, 503, 504};
+
+bool isOneOf(std::span<const int> codes, int code)
+{
+    return std::ranges::find(codes, code) != codes.end();
+}
+
+} // namespace
+
+HttpTransport::Attempt HttpTransport::judge(QNetworkReply &reply, const QByteArray &body) const
+{
+    const QUrl url = reply.url();
+    const int code = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    if (isOneOf(redirectCodes, code) && reply.hasRawHeader("Location"))
+        return {TransportError(), QUrl::fromEncoded(reply.rawHeader("Location")), false};
+    if (code == 0 || (code / 100 == 2 && reply.error() != QNetworkReply::NoError))
+        return {problem(url, reply.errorString()),
+                {},
+                reply.error() != QNetworkReply::SslHandshakeFailedError &&
+                    reply.error() != QNetworkReply::ProtocolUnknownError &&
+                    reply.error() != QNetworkReply::HostNotFoundError};
+    if (code / 100 != 2) {
+        const QString reason =
+            reply.attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString();
+        return {problem(url, QStringLiteral("HTTP %1 %2").arg(code).arg(reason).trimmed()),
+                {},
+                isOneOf(busyCodes, code)};
+    }
+    TransportResponse response;
+    response.body = body;
+    response.contentType = reply.rawHeader("Content-Type");
+    if (reply.hasRawHeader(hmacHeaderName))
+        response.hmac = reply.rawHeader(hmacHeaderName);
+    response.url = url;
+    return {response, {}, false};
+}
+
+} // namespace client

@@ -1,0 +1,61 @@
+// DM over HTTP and HTTPS.
+#pragma once
+
+#include "session/transport.h"
+
+#include <QNetworkAccessManager>
+#include <QSslConfiguration>
+#include <chrono>
+#include <memory>
+
+class QNetworkReply;
+class QNetworkRequest;
+
+namespace client {
+
+/// Posts messages with Qt Network and waits for the answers in an event loop of its own; the caller
+/// needs a QCoreApplication.
+///
+/// - Certificates are checked, against the system's authorities or against those of one file.
+/// - A message is sent again, unchanged, when the server could not be reached, broke off or did not
+///   answer in time, or said that it is busy (HTTP 502, 503, 504).
+/// - A redirect (301, 302, 307, 308) is followed with the same message, from https to https only.
+/// - An answer that is larger than the limit is not read to its end.
+class HttpTransport final : public Transport {
+public:
+    struct Options {
+        QString
+            authoritiesFile; ///< PEM certificates to trust in place of the system's; empty: system
+        std::chrono::milliseconds timeLimit{60'000}; ///< for one answer, from the first byte sent
+        int retries = 2;                             ///< how often a message is sent again
+        std::chrono::milliseconds retryDelay{1'000}; ///< before the first repetition; then doubled
+        qsizetype responseBytes = 4 * 1024 * 1024;   ///< largest body of an answer
+        int redirects = 5;                           ///< in one exchange
+    };
+
+    /// @return null when the file of authorities cannot be used, with the reason in error
+    static std::unique_ptr<HttpTransport> create(const Options &options, QString &error);
+
+    TransportResult exchange(const TransportRequest &request) override;
+
+private:
+    explicit HttpTransport(const Options &options) : m_options(options) {}
+
+    /// What came of sending a message once.
+    struct Attempt {
+        TransportResult result;
+        QUrl redirect; ///< where to send it instead; empty: nowhere
+        bool mayBeRepeated = false;
+    };
+
+    TransportResult followRedirects(const TransportRequest &request, bool &mayBeRepeated);
+    Attempt send(const TransportRequest &request);
+    Attempt judge(QNetworkReply &reply, const QByteArray &body) const;
+    QNetworkRequest networkRequest(const TransportRequest &request) const;
+
+    Options m_options;
+    QSslConfiguration m_tls;
+    QNetworkAccessManager m_network;
+};
+
+} // namespace client

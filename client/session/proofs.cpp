@@ -1,0 +1,178 @@
+#include "session/proofs.h"
+
+namespace client {
+
+using syncml::Command;
+using syncml::SyncHdr;
+
+// ---- The client's proof --------------------------------------------------------------------------
+
+ClientProver::ClientProver(const Credentials &credentials)
+    : m_accountType(credentials.type), m_identity(credentials.identity), m_type(credentials.type),
+      m_nonce(credentials.nonce), m_keptNonce(credentials.nonce)
+{
+}
+
+void ClientProver::prove(SyncHdr &header)
+{
+    const bool usesDigest = m_type == AuthType::Md5 || m_type == AuthType::Hmac;
+    if (usesDigest)
+        header.source.locName = QString::fromUtf8(m_identity.name);
+    m_hasProved = !m_isAcceptedForSession && m_type != AuthType::None && (!usesDigest || m_nonce);
+    if (m_hasProved && m_type != AuthType::Hmac)
+        header.cred = makeCred(m_type, m_identity, m_nonce.value_or(QByteArray()));
+}
+
+std::optional<QByteArray> ClientProver::hmacHeader(const QByteArray &body) const
+{
+    if (!m_hasProved || m_type != AuthType::Hmac)
+        return std::nullopt;
+    return formatHmacHeader({m_identity.name, hmacProof(m_identity, *m_nonce, body)});
+}
+
+ClientProver::Verdict ClientProver::read(const Command &headerStatus, ServerTrust trust,
+                                         QString &reason)
+{
+    constexpr int firstError = 400;
+    const int code = headerStatus.data.value_or(QByteArray()).toInt();
+    const auto status = static_cast<DmStatus>(code);
+    if (status == DmStatus::InvalidCredentials || status == DmStatus::MissingCredentials)
+        return takeChallenge(headerStatus, trust, reason);
+    if (code >= firstError) {
+        reason = QStringLiteral("the server refuses the session with %1").arg(describe(status));
+        return Verdict::Refused;
+    }
+    m_failures = 0;
+    if (status == DmStatus::Authenticated)
+        m_isAcceptedForSession = true;
+    if (headerStatus.chal)
+        if (const auto next = readChal(*headerStatus.chal))
+            takeNonce(next->nonce, trust != ServerTrust::Unproved);
+    return Verdict::Accepted;
+}
+
+ClientProver::Verdict ClientProver::takeChallenge(const Command &headerStatus, ServerTrust trust,
+                                                  QString &reason)
+{
+    // One for a stale nonce, one for the fresh one of the challenge.
+    constexpr int mostFailures = 2;
+
+    m_isAcceptedForSession = false;
+    if (m_hasProved)
+        ++m_failures;
+    if (!headerStatus.chal) {
+        reason = QStringLiteral("the server refuses the client and does not say what it asks for");
+        return Verdict::Refused;
+    }
+    const auto challenge = readChal(*headerStatus.chal);
+    if (!challenge) {
+        reason = QStringLiteral("the server asks for credentials of the unknown type %1")
+                     .arg(headerStatus.chal->meta.type.value_or(QString()));
+        return Verdict::Refused;
+    }
+    if (!mayProveBy(challenge->type, reason))
+        return Verdict::Refused;
+    // The same name and password would be refused again.
+    const bool isRepetition = m_hasProved && m_type == AuthType::Basic && challenge->type == m_type;
+    if (isRepetition || m_failures >= mostFailures) {
+        reason = QStringLiteral("the server does not accept the client's credentials");
+        return Verdict::Refused;
+    }
+    m_type = challenge->type;
+    takeNonce(challenge->nonce ? challenge->nonce : m_nonce.value_or(QByteArray()),
+              trust == ServerTrust::Proved);
+    return Verdict::Challenged;
+}
+
+void ClientProver::takeNonce(const std::optional<QByteArray> &nonce, bool keep)
+{
+    if (!nonce)
+        return;
+    m_nonce = nonce;
+    if (keep)
+        m_keptNonce = nonce;
+}
+
+bool ClientProver::mayProveBy(AuthType type, QString &reason) const
+{
+    if (m_accountType == AuthType::None) {
+        reason = QStringLiteral("the server asks for credentials (%1) and the account has none")
+                     .arg(wireName(type));
+        return false;
+    }
+    // Whoever stands between the two could ask for the password itself in the server's name.
+    if (type == AuthType::Basic && m_accountType != AuthType::Basic) {
+        reason = QStringLiteral("the server asks for the password itself (%1), which the account "
+                                "gives away as a digest only")
+                     .arg(wireName(type));
+        return false;
+    }
+    return true;
+}
+
+// ---- The server's proof --------------------------------------------------------------------------
+
+ServerVerifier::ServerVerifier(const Credentials &credentials)
+    : m_credentials(credentials), m_nonce(credentials.nonce), m_keptNonce(credentials.nonce)
+{
+}
+
+DmStatus ServerVerifier::check(const TransportResponse &response, const SyncHdr &header)
+{
+    m_challenge.reset();
+    if (m_credentials.type == AuthType::None)
+        return DmStatus::Ok;
+    if (m_isAcceptedForSession)
+        return DmStatus::Authenticated;
+    m_isProved = isProved(response, header);
+    m_failures = m_isProved ? 0 : m_failures + 1;
+    if (!m_isProved || m_credentials.type != AuthType::Basic) {
+        m_nonce = freshNonce();
+        m_challenge = makeChal(m_credentials.type, *m_nonce);
+    }
+    if (!m_isProved)
+        return hasProof(response, header) ? DmStatus::InvalidCredentials
+                                          : DmStatus::MissingCredentials;
+    if (m_credentials.type == AuthType::Hmac)
+        return DmStatus::Ok;
+    m_isAcceptedForSession = true;
+    return DmStatus::Authenticated;
+}
+
+ServerTrust ServerVerifier::trust() const
+{
+    if (m_credentials.type == AuthType::None)
+        return ServerTrust::NotAsked;
+    return m_isProved ? ServerTrust::Proved : ServerTrust::Unproved;
+}
+
+void ServerVerifier::challengeSent()
+{
+    // A nonce for somebody who proved nothing must not take the place of one that is agreed upon.
+    if (m_challenge && m_isProved)
+        m_keptNonce = m_nonce;
+}
+
+bool ServerVerifier::hasProof(const TransportResponse &response, const SyncHdr &header) const
+{
+    return m_credentials.type == AuthType::Hmac ? response.hmac.has_value()
+                                                : header.cred.has_value();
+}
+
+bool ServerVerifier::isProved(const TransportResponse &response, const SyncHdr &header) const
+{
+    if (!hasProof(response, header))
+        return false;
+    const Identity &identity = m_credentials.identity;
+    if (m_credentials.type == AuthType::Basic)
+        return credMatches(*header.cred, AuthType::Basic, identity, QByteArray());
+    if (!m_nonce)
+        return false;
+    if (m_credentials.type == AuthType::Md5)
+        return credMatches(*header.cred, AuthType::Md5, identity, *m_nonce);
+    const auto given = parseHmacHeader(*response.hmac);
+    return given && given->userName == identity.name &&
+           sameProof(given->mac, hmacProof(identity, *m_nonce, response.body));
+}
+
+} // namespace client

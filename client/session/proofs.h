@@ -1,0 +1,97 @@
+// The two proofs of a session: the client's to the server, and the server's to the client.
+#pragma once
+
+#include "dm_status.h"
+#include "session/accounts.h"
+#include "session/authentication.h"
+#include "session/transport.h"
+#include "syncml/message.h"
+
+#include <QString>
+#include <optional>
+
+namespace client {
+
+/// What is known of the server when its message is read.
+enum class ServerTrust {
+    Unproved, ///< it should have proved who it is, and has not
+    NotAsked, ///< the account does not ask for a proof
+    Proved,
+};
+
+/// Proves to the server who the client is, as often as the server wants it proved.
+class ClientProver {
+public:
+    explicit ClientProver(const Credentials &credentials);
+
+    /// Adds what proves the client to the header of the next message. Without a nonce nothing can
+    /// be proved by a digest: the server will ask then, and give one.
+    void prove(syncml::SyncHdr &header);
+    /// The HTTP header for the message that `prove` has seen; none unless HMAC is used.
+    std::optional<QByteArray> hmacHeader(const QByteArray &body) const;
+
+    enum class Verdict {
+        Accepted,   ///< or not asked for
+        Challenged, ///< the first package has to be sent again
+        Refused,    ///< there is no way to go on
+    };
+    /// Reads the server's Status of the last message's header.
+    /// Its nonce is used for the next message. For the next session it is kept when the server has
+    /// proved itself, or need not and accepts the client: nobody else may spoil a nonce that works.
+    /// @param reason  receives why the server refused
+    Verdict read(const syncml::Command &headerStatus, ServerTrust trust, QString &reason);
+
+    /// Nonce for the next session.
+    const std::optional<QByteArray> &keptNonce() const { return m_keptNonce; }
+
+private:
+    Verdict takeChallenge(const syncml::Command &headerStatus, ServerTrust trust, QString &reason);
+    void takeNonce(const std::optional<QByteArray> &nonce, bool keep);
+    bool mayProveBy(AuthType type, QString &reason) const;
+
+    const AuthType m_accountType;
+    const Identity m_identity;
+    AuthType m_type;
+    std::optional<QByteArray> m_nonce;
+    std::optional<QByteArray> m_keptNonce;
+    bool m_isAcceptedForSession = false;
+    bool m_hasProved = false; ///< in the last message
+    int m_failures = 0;       ///< proofs refused since the last one that was accepted
+};
+
+/// Has the server prove who it is.
+class ServerVerifier {
+public:
+    explicit ServerVerifier(const Credentials &credentials);
+
+    /// Checks one message.
+    /// @return 200 accepted (or nothing is asked of the server), 212 accepted for the whole
+    /// session,
+    ///         401 the proof is wrong, 407 there is none
+    DmStatus check(const TransportResponse &response, const syncml::SyncHdr &header);
+    /// What the last check has shown.
+    ServerTrust trust() const;
+    /// What goes into the Status of that message's header, so that the server can prove itself the
+    /// next time; none when nothing has to be proved.
+    const std::optional<syncml::Chal> &challenge() const { return m_challenge; }
+    /// Has to be called when that Status was sent: only then the server knows the next nonce.
+    void challengeSent();
+
+    /// Messages in a row that were not accepted.
+    int failures() const { return m_failures; }
+    const std::optional<QByteArray> &keptNonce() const { return m_keptNonce; }
+
+private:
+    bool hasProof(const TransportResponse &response, const syncml::SyncHdr &header) const;
+    bool isProved(const TransportResponse &response, const syncml::SyncHdr &header) const;
+
+    const Credentials m_credentials;
+    std::optional<QByteArray> m_nonce; ///< of the next proof
+    std::optional<QByteArray> m_keptNonce;
+    std::optional<syncml::Chal> m_challenge;
+    bool m_isAcceptedForSession = false;
+    bool m_isProved = false; ///< by the last message
+    int m_failures = 0;
+};
+
+} // namespace client

@@ -1,0 +1,410 @@
+#include "session/session.h"
+
+#include "package.h"
+
+#include <QRandomGenerator>
+#include <algorithm>
+#include <utility>
+
+namespace client {
+
+using syncml::Command;
+using syncml::CommandKind;
+using syncml::Encoding;
+using syncml::Item;
+using syncml::Message;
+using syncml::SyncHdr;
+
+namespace {
+
+// Alerts by their codes.
+constexpr char clientInitiated[] = "1201";
+constexpr char nextMessage[] = "1222";
+constexpr char sessionAbort[] = "1223";
+constexpr char noEndOfData[] = "1225";
+
+/// How often the server may fail to prove itself before the client gives up on it.
+constexpr int mostServerFailures = 3;
+
+QString freshSessionId()
+{
+    const quint32 number = QRandomGenerator::system()->bounded(1U, 0x10000U);
+    return QString::number(number, 16).toUpper();
+}
+
+QByteArray contentTypeOf(Encoding encoding)
+{
+    return encoding == Encoding::Xml ? QByteArrayLiteral("application/vnd.syncml.dm+xml")
+                                     : QByteArrayLiteral("application/vnd.syncml.dm+wbxml");
+}
+
+bool isAlert(const Command &command, const char *code)
+{
+    return command.kind == CommandKind::Alert &&
+           command.data.value_or(QByteArray()).trimmed() == code;
+}
+
+bool hasAlert(const Message &message, const char *code)
+{
+    return std::ranges::any_of(message.commands,
+                               [code](const Command &command) { return isAlert(command, code); });
+}
+
+} // namespace
+
+Session::Session(const Account &account, ManagementTree &tree, Transport &transport,
+                 UserInteraction *user, std::vector<SessionObserver *> observers,
+                 const SessionOptions &options)
+    : m_account(account), m_options(options), m_tree(tree), m_transport(transport),
+      m_observers(std::move(observers)), m_prover(account.toServer), m_verifier(account.toClient),
+      m_runner(tree, user, m_observers, options.maxObjectBytes),
+      m_sessionId(options.sessionId.isEmpty() ? freshSessionId() : options.sessionId),
+      m_url(account.address), m_encoding(options.encoding)
+{
+}
+
+// ---- Course of the session -----------------------------------------------------------------------
+
+SessionEnd Session::run()
+{
+    queueFirstPackage();
+    exchangeMessages();
+    m_end.commands = m_runner.answeredCommands();
+    m_end.refused = m_runner.refusedCommands();
+    return m_end;
+}
+
+void Session::exchangeMessages()
+{
+    while (m_isRunning) {
+        if (m_options.isAbortRequested && m_options.isAbortRequested()) {
+            abort(SessionEnd::Kind::AbortedHere, QStringLiteral("aborted by the user"));
+            return;
+        }
+        if (m_end.messages >= m_options.maxMessages) {
+            abort(SessionEnd::Kind::Failed,
+                  QStringLiteral("no end after %1 messages").arg(m_options.maxMessages));
+            return;
+        }
+        if (const auto response = sendNextMessage())
+            receive(*response);
+    }
+}
+
+void Session::end(SessionEnd::Kind kind, const QString &reason)
+{
+    // What ended it first is what a person has to know.
+    if (!m_isRunning)
+        return;
+    m_isRunning = false;
+    m_end.kind = kind;
+    m_end.reason = reason;
+}
+
+/// Tells the server that the session is over. Its answer does not matter any more.
+void Session::abort(SessionEnd::Kind kind, const QString &reason)
+{
+    queueAlert(sessionAbort);
+    m_serverIsFinal = true;
+    // On the first message there is no session that the server would have to be told about.
+    if (m_end.messages > 0)
+        sendNextMessage();
+    m_isRunning = true;
+    end(kind, reason);
+}
+
+void Session::note(const QString &text)
+{
+    for (SessionObserver *const observer : m_observers)
+        observer->note(text);
+}
+
+// ---- What the client says ------------------------------------------------------------------------
+
+void Session::queue(Command command, const QString &msgRef)
+{
+    if (command.kind == CommandKind::Status || command.kind == CommandKind::Results)
+        command.msgRef = msgRef;
+    fitEncoding(command, m_encoding);
+    m_queue.push(std::move(command));
+}
+
+void Session::queueAlert(const char *code)
+{
+    Command alert;
+    alert.kind = CommandKind::Alert;
+    alert.data = QByteArray(code);
+    queue(std::move(alert));
+}
+
+void Session::queueFirstPackage()
+{
+    m_isFirstPackage = true;
+    queueAlert(clientInitiated);
+    queue(deviceInformation());
+    for (const ClientEvent &event : m_options.events) {
+        Item item;
+        item.meta.emplace();
+        item.meta->type = event.type;
+        item.meta->format = QStringLiteral("chr");
+        item.data = event.data;
+        Command alert;
+        alert.kind = CommandKind::Alert;
+        alert.data = QByteArray::number(static_cast<int>(event.kind));
+        alert.items = {std::move(item)};
+        queue(std::move(alert));
+    }
+}
+
+Command Session::deviceInformation() const
+{
+    Command replace;
+    replace.kind = CommandKind::Replace;
+    const Result<TreeNode> top = m_tree.find(NodeUri({"DevInfo"}));
+    for (const ListedNode &listed : m_tree.list(*top, ManagementTree::Values::Read)) {
+        if (!listed.value || !*listed.value)
+            continue;
+        Item item;
+        item.source = syncml::Location{QString::fromLatin1(listed.node.uri().toUri()), {}};
+        item.meta.emplace();
+        item.meta->format = formatName((*listed.value)->GetType());
+        item.meta->type = m_tree.type(listed.node);
+        item.data = valueText(**listed.value);
+        replace.items.push_back(std::move(item));
+    }
+    return replace;
+}
+
+SyncHdr Session::nextHeader()
+{
+    SyncHdr header;
+    header.verDtd = QString::fromLatin1(dtdVersion);
+    header.verProto = QString::fromLatin1(protocolVersion);
+    header.sessionId = m_sessionId;
+    header.msgId = QString::number(m_end.messages + 1);
+    header.target.locUri = m_url.toString(QUrl::FullyEncoded);
+    header.source.locUri = QString::fromUtf8(m_tree.deviceId());
+    if (m_isFirstPackage) {
+        header.meta.emplace();
+        header.meta->maxMsgSize = QString::number(m_options.maxMessageBytes);
+        header.meta->maxObjSize = QString::number(m_options.maxObjectBytes);
+    }
+    m_prover.prove(header);
+    return header;
+}
+
+std::optional<TransportResponse> Session::sendNextMessage()
+{
+    Message message;
+    message.header = nextHeader();
+    const AnswerQueue::Filled filled = m_queue.fill(message, m_encoding, m_serversLargestMessage);
+    if (filled == AnswerQueue::Filled::Nothing) {
+        fail(QStringLiteral("the server takes messages of %1 bytes, which is too little")
+                 .arg(m_serversLargestMessage));
+        return std::nullopt;
+    }
+    message.final = filled == AnswerQueue::Filled::Everything && m_serverIsFinal;
+
+    const syncml::EncodeResult encoded = syncml::encode(message, m_encoding);
+    if (const auto *const fault = std::get_if<syncml::EncodeError>(&encoded)) {
+        fail(QStringLiteral("the answer cannot be written: %1").arg(fault->text));
+        return std::nullopt;
+    }
+    TransportRequest request;
+    request.url = m_url;
+    request.body = std::get<QByteArray>(encoded);
+    request.contentType = contentTypeOf(m_encoding);
+    request.hmac = m_prover.hmacHeader(request.body);
+
+    ++m_end.messages;
+    m_isFirstPackage = false;
+    for (SessionObserver *const observer : m_observers)
+        observer->messageSent(request, message);
+    const TransportResult result = m_transport.exchange(request);
+    if (const auto *const fault = std::get_if<TransportError>(&result)) {
+        fail(fault->text);
+        return std::nullopt;
+    }
+    m_verifier.challengeSent();
+    return std::get<TransportResponse>(result);
+}
+
+// ---- What the server says ------------------------------------------------------------------------
+
+void Session::receive(const TransportResponse &response)
+{
+    if (response.body.isEmpty()) {
+        for (SessionObserver *const observer : m_observers)
+            observer->messageReceived(response, nullptr);
+        end(SessionEnd::Kind::Completed, {});
+        return;
+    }
+    const syncml::DecodeResult decoded = syncml::decode(response.body);
+    for (SessionObserver *const observer : m_observers)
+        observer->messageReceived(response, &decoded);
+    if (const auto *const fault = std::get_if<syncml::DecodeError>(&decoded)) {
+        refuseMessage(*fault);
+        return;
+    }
+    m_encoding = *syncml::recogniseEncoding(response.body);
+    receive(response, std::get<Message>(decoded));
+}
+
+/// A message that cannot be read ends the session; the server hears why when it can be told to
+/// which message the status belongs.
+void Session::refuseMessage(const syncml::DecodeError &error)
+{
+    const QString reason =
+        QStringLiteral("the server's message cannot be read: %1").arg(error.toString());
+    if (!error.header) {
+        fail(reason);
+        return;
+    }
+    Command status = headerStatus(*error.header, static_cast<DmStatus>(error.status));
+    status.msgRef = error.header->msgId;
+    m_queue.setHeaderStatus(std::move(status));
+    abort(SessionEnd::Kind::Failed, reason);
+}
+
+void Session::receive(const TransportResponse &response, const Message &message)
+{
+    readHeader(response, message.header);
+    if (hasAlert(message, sessionAbort))
+        end(SessionEnd::Kind::AbortedByServer, QStringLiteral("the server aborted the session"));
+    if (!m_isRunning)
+        return;
+
+    const DmStatus version = statusOfHeader(message.header);
+    const DmStatus verified =
+        succeeded(version) ? m_verifier.check(response, message.header) : version;
+    readStatuses(message);
+    if (!m_isRunning)
+        return;
+
+    // A message that only asks for more does not open a new package.
+    const bool isAskedForMore = !m_queue.isEmpty();
+    m_serverIsFinal = message.final || !succeeded(verified) || (isAskedForMore && m_serverIsFinal);
+
+    Command status = headerStatus(message.header, verified);
+    status.msgRef = message.header.msgId;
+    if (succeeded(version))
+        status.chal = m_verifier.challenge();
+    m_queue.setHeaderStatus(std::move(status));
+
+    const std::vector<Command> answers = answer(message, verified);
+    for (const Command &command : answers)
+        queue(command, message.header.msgId);
+    endOrGoOn(message, !answers.empty() || isAskedForMore);
+}
+
+std::vector<Command> Session::answer(const Message &message, DmStatus headerStatus)
+{
+    std::vector<Command> answers;
+    if (succeeded(headerStatus))
+        m_runner.run(message, answers);
+    else
+        m_runner.refuse(message,
+                        {headerStatus, QStringLiteral("the server's message was not accepted")},
+                        answers);
+    return answers;
+}
+
+/// Decides what follows on a message whose answers are queued.
+void Session::endOrGoOn(const Message &message, bool hasAnswers)
+{
+    const bool versionIsWrong = !succeeded(statusOfHeader(message.header));
+    const bool isUnproved = m_verifier.failures() > 0;
+    if (m_isChallenged) {
+        m_isChallenged = false;
+        queueFirstPackage();
+    } else if (isUnproved && !hasAnswers) {
+        // A challenge on its own would only come back.
+        fail(QStringLiteral("the server did not prove who it is"));
+    } else if (!hasAnswers && m_serverIsFinal && !versionIsWrong) {
+        end(SessionEnd::Kind::Completed, {});
+    } else if (!m_serverIsFinal) {
+        queueAlert(nextMessage);
+    }
+    if (m_verifier.failures() >= mostServerFailures)
+        fail(QStringLiteral("the server could not prove who it is"));
+}
+
+// ---- Header and statuses -------------------------------------------------------------------------
+
+void Session::readHeader(const TransportResponse &response, const SyncHdr &header)
+{
+    if (header.sessionId != m_sessionId)
+        note(QStringLiteral("the server answers for session \"%1\" instead of \"%2\"")
+                 .arg(header.sessionId, m_sessionId));
+    if (response.body.size() > m_options.maxMessageBytes)
+        note(QStringLiteral("the server's message has %1 bytes, more than the announced %2")
+                 .arg(response.body.size())
+                 .arg(m_options.maxMessageBytes));
+    readAddress(response.url, header.respUri.value_or(QString()));
+    if (header.meta)
+        readLimits(*header.meta);
+}
+
+void Session::readAddress(const QUrl &answered, const QString &respUri)
+{
+    if (!answered.isEmpty())
+        m_url = answered;
+    if (respUri.isEmpty())
+        return;
+    const QUrl next = m_url.resolved(QUrl(respUri, QUrl::StrictMode));
+    const bool isHttp = next.scheme() == u"http" || next.scheme() == u"https";
+    if (!next.isValid() || !isHttp || next.host().isEmpty())
+        fail(QStringLiteral("the server wants its answer at \"%1\", which is no http or https URL")
+                 .arg(respUri));
+    else if (givesUpTls(m_url, next))
+        fail(QStringLiteral("the server wants its answer at %1, which gives up TLS").arg(respUri));
+    m_url = next;
+}
+
+void Session::readLimits(const syncml::Meta &meta)
+{
+    const auto bytes = [](const std::optional<QString> &text) {
+        bool isNumber = false;
+        const qlonglong number = text.value_or(QString()).toLongLong(&isNumber);
+        return isNumber && number > 0 ? std::optional<qsizetype>(number) : std::nullopt;
+    };
+    if (const auto limit = bytes(meta.maxMsgSize))
+        m_serversLargestMessage = *limit;
+    if (const auto limit = bytes(meta.maxObjSize))
+        m_runner.setServersLargestObject(*limit);
+}
+
+void Session::readStatuses(const Message &message)
+{
+    for (const Command &command : message.commands)
+        if (command.kind == CommandKind::Status && command.cmd == u"SyncHdr")
+            readHeaderStatus(command);
+    for (const Command &command : message.commands) {
+        constexpr int firstError = 400;
+        const QString cmd = command.cmd.value_or(QString());
+        const int code = command.data.value_or(QByteArray()).toInt();
+        const bool isRefusal = command.kind == CommandKind::Status && code >= firstError;
+        if (isRefusal && cmd != u"SyncHdr" && !m_isChallenged)
+            note(QStringLiteral("the server answers the client's %1 with %2")
+                     .arg(cmd, describe(static_cast<DmStatus>(code))));
+        if (isAlert(command, noEndOfData) || (isRefusal && cmd == u"Results"))
+            m_queue.dropStartedObject();
+    }
+}
+
+void Session::readHeaderStatus(const Command &status)
+{
+    QString reason;
+    switch (m_prover.read(status, m_verifier.trust(), reason)) {
+    case ClientProver::Verdict::Accepted:
+        break;
+    case ClientProver::Verdict::Challenged:
+        m_isChallenged = true;
+        break;
+    case ClientProver::Verdict::Refused:
+        fail(reason);
+        break;
+    }
+}
+
+} // namespace client

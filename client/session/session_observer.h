@@ -1,0 +1,33 @@
+// What a session tells those who watch it.
+#pragma once
+
+#include "session/transport.h"
+#include "syncml/codec.h"
+
+#include <QString>
+#include <QStringList>
+
+namespace client {
+
+/// A command of the server, or of one item of it, that has been answered.
+struct AnsweredCommand {
+    QString name;   ///< "Get"; for an alert with its code: "Alert 1100"
+    QString uri;    ///< node that it was about; empty when it names none
+    int status = 0; ///< as the Status says
+    QString reason; ///< one sentence without its full stop; empty when the status says everything
+};
+
+/// Hears of everything in the order in which it happens. Texts come from the server as they are.
+class SessionObserver {
+public:
+    virtual ~SessionObserver() = default;
+
+    virtual void messageSent(const TransportRequest &, const syncml::Message &) {}
+    /// @param decoded  null for an empty body
+    virtual void messageReceived(const TransportResponse &, const syncml::DecodeResult *) {}
+    virtual void commandAnswered(const AnsweredCommand &) {}
+    /// Something about the session that a person should know: one sentence without its full stop.
+    virtual void note(const QString &) {}
+};
+
+} // namespace client

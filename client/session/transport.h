@@ -1,0 +1,49 @@
+// How a session reaches its server.
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QUrl>
+#include <optional>
+#include <variant>
+
+namespace client {
+
+/// One message to a server.
+struct TransportRequest {
+    QUrl url;
+    QByteArray body;
+    QByteArray contentType;
+    std::optional<QByteArray> hmac; ///< value of the header that carries an HMAC proof
+};
+
+/// A server's answer to it.
+struct TransportResponse {
+    QByteArray body; ///< empty when the server has nothing more to say
+    QByteArray contentType;
+    std::optional<QByteArray> hmac;
+    QUrl url; ///< where the answer came from, redirects followed
+};
+
+struct TransportError {
+    QString text; ///< one sentence without its full stop, for a person
+};
+
+using TransportResult = std::variant<TransportResponse, TransportError>;
+
+/// Carries messages, one at a time.
+class Transport {
+public:
+    virtual ~Transport() = default;
+
+    /// Sends one message and waits for its answer.
+    virtual TransportResult exchange(const TransportRequest &request) = 0;
+};
+
+/// Whether going from one address to another gives up TLS.
+inline bool givesUpTls(const QUrl &from, const QUrl &to)
+{
+    return from.scheme() == u"https" && to.scheme() != u"https";
+}
+
+} // namespace client

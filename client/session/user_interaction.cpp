@@ -1,0 +1,218 @@
+#include "session/user_interaction.h"
+
+#include <QStringDecoder>
+#include <QUrl>
+#include <algorithm>
+#include <iterator>
+
+namespace client {
+
+using syncml::Command;
+using syncml::Item;
+
+// ---- Options -------------------------------------------------------------------------------------
+
+namespace {
+
+void setTime(std::optional<std::chrono::seconds> &field, const QString &value)
+{
+    bool isNumber = false;
+    const uint seconds = value.toUInt(&isNumber);
+    if (isNumber)
+        field = std::chrono::seconds(seconds);
+}
+
+void setInput(InteractionOptions &options, const QString &value)
+{
+    using Input = InteractionOptions::Input;
+    struct Row {
+        char16_t letter;
+        Input input;
+    };
+    static constexpr Row rows[] = {{u'A', Input::Text},      {u'N', Input::Number},
+                                   {u'D', Input::Date},      {u'T', Input::Time},
+                                   {u'P', Input::Telephone}, {u'I', Input::IpAddress}};
+    for (const Row &row : rows)
+        if (value == QChar(row.letter))
+            options.input = row.input;
+}
+
+struct OptionRow {
+    const char *name;
+    void (*set)(InteractionOptions &options, const QString &value);
+};
+
+constexpr OptionRow optionRows[] = {
+    {"MINDT", [](InteractionOptions &o, const QString &value) { setTime(o.minimumTime, value); }},
+    {"MAXDT", [](InteractionOptions &o, const QString &value) { setTime(o.maximumTime, value); }},
+    {"DR", [](InteractionOptions &o, const QString &value) { o.defaultResponse = value; }},
+    {"MAXLEN",
+     [](InteractionOptions &o, const QString &value) {
+         bool isNumber = false;
+         const int length = value.toInt(&isNumber);
+         if (isNumber && length > 0)
+             o.maximumLength = length;
+     }},
+    {"IT", setInput},
+    {"ET", [](InteractionOptions &o, const QString &value) { o.isSecret = value == u"P"; }},
+};
+
+} // namespace
+
+InteractionOptions parseInteractionOptions(const QByteArray &text)
+{
+    InteractionOptions options;
+    for (const QByteArray &entry : text.trimmed().split('&')) {
+        const qsizetype equals = entry.indexOf('=');
+        if (equals < 0)
+            continue;
+        const QByteArray name = entry.left(equals).trimmed();
+        QByteArray value = entry.mid(equals + 1);
+        value.replace('+', ' ');
+        for (const OptionRow &row : optionRows)
+            if (name == row.name)
+                row.set(options, QString::fromUtf8(QByteArray::fromPercentEncoding(value)));
+    }
+    return options;
+}
+
+// ---- Alerts --------------------------------------------------------------------------------------
+
+namespace {
+
+using Response = UserInteraction::Response;
+
+/// The texts of an alert, options apart.
+struct Question {
+    InteractionOptions options;
+    QString text;
+    std::vector<QString> choices;
+};
+
+std::optional<QString> decoded(const QByteArray &bytes)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    const QString text = decoder(bytes);
+    return decoder.hasError() ? std::nullopt : std::optional(text);
+}
+
+/// None when a text is no UTF-8.
+std::optional<Question> readQuestion(const Command &alert)
+{
+    Question question;
+    question.options = parseInteractionOptions(alert.items[0].data.value_or(QByteArray()));
+    for (std::size_t i = 1; i < alert.items.size(); ++i) {
+        const auto text = decoded(alert.items[i].data.value_or(QByteArray()));
+        if (!text)
+            return std::nullopt;
+        if (i == 1)
+            question.text = *text;
+        else
+            question.choices.push_back(*text);
+    }
+    return question;
+}
+
+Item itemWith(const QByteArray &data)
+{
+    Item item;
+    item.data = data;
+    return item;
+}
+
+Response show(UserInteraction &user, const Question &question, std::vector<Item> &)
+{
+    return user.show(question.text, question.options);
+}
+
+Response confirm(UserInteraction &user, const Question &question, std::vector<Item> &)
+{
+    return user.confirm(question.text, question.options);
+}
+
+Response ask(UserInteraction &user, const Question &question, std::vector<Item> &items)
+{
+    QString typed;
+    const Response response = user.ask(question.text, question.options, typed);
+    if (response == Response::Given)
+        items.push_back(itemWith(typed.toUtf8()));
+    return response;
+}
+
+Response choose(UserInteraction &user, const Question &question, UserInteraction::Choice kind,
+                std::vector<Item> &items)
+{
+    std::vector<int> chosen;
+    const Response response =
+        user.choose(question.text, question.choices, kind, question.options, chosen);
+    if (response == Response::Given)
+        for (const int number : chosen)
+            items.push_back(itemWith(QByteArray::number(number)));
+    return response;
+}
+
+Response chooseOne(UserInteraction &user, const Question &question, std::vector<Item> &items)
+{
+    return choose(user, question, UserInteraction::Choice::Single, items);
+}
+
+Response chooseSeveral(UserInteraction &user, const Question &question, std::vector<Item> &items)
+{
+    return choose(user, question, UserInteraction::Choice::Multiple, items);
+}
+
+struct UserAlertRow {
+    const char *code;
+    std::size_t fewestItems; ///< options, text, and for a choice at least one thing to choose
+    Response (*run)(UserInteraction &, const Question &, std::vector<Item> &);
+};
+
+constexpr UserAlertRow userAlerts[] = {
+    {"1100", 2, show},      {"1101", 2, confirm},       {"1102", 2, ask},
+    {"1103", 3, chooseOne}, {"1104", 3, chooseSeveral},
+};
+
+const UserAlertRow *rowOf(const Command &alert)
+{
+    const QByteArray code = alert.data.value_or(QByteArray()).trimmed();
+    const auto *const row = std::ranges::find_if(
+        userAlerts, [&code](const UserAlertRow &entry) { return code == entry.code; });
+    return row == std::end(userAlerts) ? nullptr : row;
+}
+
+DmStatus statusOf(Response response)
+{
+    switch (response) {
+    case Response::Given:
+        return DmStatus::Ok;
+    case Response::Refused:
+        return DmStatus::NotModified;
+    case Response::Cancelled:
+        return DmStatus::Cancelled;
+    case Response::TimedOut:
+        return DmStatus::TimedOut;
+    case Response::CannotShow:
+        break;
+    }
+    return DmStatus::RequestTooLarge;
+}
+
+} // namespace
+
+bool isUserAlert(const Command &alert)
+{
+    return rowOf(alert) != nullptr;
+}
+
+DmStatus answerUserAlert(const Command &alert, UserInteraction *user, std::vector<Item> &items)
+{
+    const UserAlertRow *const row = rowOf(alert);
+    if (!row || !user)
+        return DmStatus::FeatureNotSupported;
+    if (alert.items.size() < row->fewestItems)
+        return DmStatus::IncompleteCommand;
+    const auto question = readQuestion(alert);
+    return question ? statusOf(row->run(*user, *question, items)) : DmStatus::RequestTooLarge;
+}
+
+} // namespace client

@@ -1,0 +1,64 @@
+// Alerts by which a server talks to the user.
+#pragma once
+
+#include "dm_status.h"
+#include "syncml/message.h"
+
+#include <QString>
+#include <chrono>
+#include <optional>
+#include <vector>
+
+namespace client {
+
+/// How a server wants the user to be asked: the options in the first item of such an alert.
+struct InteractionOptions {
+    /// How long a text has to be shown at least; none when the server does not say.
+    std::optional<std::chrono::seconds> minimumTime;
+    /// How long the user may take at most; none: as long as it takes.
+    std::optional<std::chrono::seconds> maximumTime;
+    QString defaultResponse;          ///< empty when there is none
+    std::optional<int> maximumLength; ///< characters of a typed text
+    /// What may be typed: any text, digits, a date, a time of day, a telephone number, an address.
+    enum class Input { Text, Number, Date, Time, Telephone, IpAddress } input = Input::Text;
+    bool isSecret = false; ///< what is typed must not be shown
+
+    bool operator==(const InteractionOptions &) const = default;
+};
+
+/// Reads the options string: `MINDT=10&MAXDT=20&DR=1&MAXLEN=8&IT=N&ET=P`, with URL-encoded values.
+/// Unknown options, and values that an option cannot have, are skipped.
+InteractionOptions parseInteractionOptions(const QByteArray &text);
+
+/// Somebody to talk to. Texts come from the server as they are: whoever shows them has to make them
+/// harmless.
+class UserInteraction {
+public:
+    enum class Response { Given, Refused, Cancelled, TimedOut, CannotShow };
+
+    virtual ~UserInteraction() = default;
+
+    /// Shows a text. Given, or CannotShow.
+    virtual Response show(const QString &text, const InteractionOptions &options) = 0;
+    /// Asks for yes (Given) or no (Refused).
+    virtual Response confirm(const QString &text, const InteractionOptions &options) = 0;
+    /// Asks for a text; stores it when it is Given.
+    virtual Response ask(const QString &text, const InteractionOptions &options,
+                         QString &typed) = 0;
+    enum class Choice { Single, Multiple };
+    /// Asks for one or several of the choices; stores their numbers, from 1, when Given.
+    virtual Response choose(const QString &text, const std::vector<QString> &choices, Choice kind,
+                            const InteractionOptions &options, std::vector<int> &chosen) = 0;
+};
+
+/// Whether the alert's code is one of those by which a server talks to the user (1100 to 1104).
+bool isUserAlert(const syncml::Command &alert);
+
+/// Answers such an alert: 200 with what the user gave, 304 for no, 214 when the user cancelled, 408
+/// when time was up, 412 when the alert lacks items, 416 when it cannot be shown.
+/// @param user   null when there is nobody to talk to: 406
+/// @param items  receives what goes into the Status
+DmStatus answerUserAlert(const syncml::Command &alert, UserInteraction *user,
+                         std::vector<syncml::Item> &items);
+
+} // namespace client
