@@ -65,11 +65,13 @@ QString optionSynopsis(const OptionRow &option)
     return option.valueName ? name + u' ' + QString::fromLatin1(option.valueName) : name;
 }
 
+/// Two columns; a left text that is too long has a line of its own.
 QString helpLine(const QString &left, const char *right)
 {
-    constexpr int rightColumn = 34;
-    return QStringLiteral("  %1 %2\n")
-        .arg(left.leftJustified(rightColumn - 3), QString::fromLatin1(right));
+    constexpr int leftWidth = 22;
+    const QString gap = left.size() > leftWidth ? u'\n' + QString(leftWidth + 2, u' ')
+                                                : QString(leftWidth - left.size(), u' ');
+    return QStringLiteral("  %1%2  %3\n").arg(left, gap, QString::fromLatin1(right));
 }
 
 } // namespace

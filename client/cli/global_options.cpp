@@ -40,6 +40,8 @@ QString optionHelp()
     return text;
 }
 
+} // namespace
+
 QString programHelp()
 {
     return QStringLiteral(
@@ -55,6 +57,8 @@ QString programHelp()
                "used. dmclient(1) says more.\n")
         .arg(commandOverview(false), optionHelp());
 }
+
+namespace {
 
 void addGlobalOptions(QCommandLineParser &parser)
 {

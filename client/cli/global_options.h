@@ -15,6 +15,9 @@ struct CommandLine {
     QStringList words; ///< behind the command
 };
 
+/// What --help prints.
+QString programHelp();
+
 /// Reads the words of the command line, the program's name first.
 /// @return none when there is nothing to run: help or the version was asked for and has been
 /// printed,
