@@ -1,5 +1,12 @@
 #include "handset_state.h"
 
+#include "profile_fields.h"
+#include "profile_naming.h"
+#include "provider_database.h"
+
+#include <QByteArray>
+#include <QFile>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -73,17 +80,67 @@ NAP_PROFILE_S PacketRecord(int number)
     return record;
 }
 
-void StoreProfiles(int count)
+namespace {
+
+void EmptyStore()
 {
     for (const std::string &name : StoredNames())
         Require(NAPI_DeleteProfile(name.c_str()) == 0, "NAPI_DeleteProfile " + name);
-    for (int i = 0; i < count - 2; ++i)
-        Create("Operator " + std::to_string(i), PacketRecord(i));
+}
+
+void StoreNamedProfiles(int number)
+{
     NAP_PROFILE_S modem{};
     SetText(modem.csdAddress, "+491720000");
     modem.csdSpeedCode = 0x4B;
     Create(MODEM_PROFILE, modem);
-    Create(PACKET_PROFILE, PacketRecord(count));
+    Create(PACKET_PROFILE, PacketRecord(number));
+}
+
+NAP_PROFILE_S RecordOf(const AccessPoint &accessPoint)
+{
+    NAP_PROFILE_S record{};
+    const auto set = [&record](QStringView path, const QString &value) {
+        if (!value.isEmpty()) // a value that does not fit is left out
+            setFields(record, {FieldValue{findField(path), value}});
+    };
+    set(u"gprs.address", accessPoint.apn);
+    set(u"gprs.authId", accessPoint.userName);
+    set(u"gprs.authPassword", accessPoint.password);
+    set(u"gprs.dns1", accessPoint.dnsServers.value(0));
+    set(u"gprs.dns2", accessPoint.dnsServers.value(1));
+    return record;
+}
+
+} // namespace
+
+void StoreProfiles(int count)
+{
+    EmptyStore();
+    for (int i = 0; i < count - 2; ++i)
+        Create("Operator " + std::to_string(i), PacketRecord(i));
+    StoreNamedProfiles(count);
+}
+
+int StoreOperatorsProfiles(const std::string &databaseFile)
+{
+    QFile file(QString::fromStdString(databaseFile));
+    if (!file.open(QIODevice::ReadOnly))
+        return 0;
+    QString fault;
+    const QList<Provider> providers = parseProviderDatabase(file.readAll(), fault);
+    Require(fault.isNull(), databaseFile + ": " + fault.toStdString());
+    EmptyStore();
+    int count = 0;
+    for (const Provider &provider : providers)
+        for (const AccessPoint &accessPoint : provider.accessPoints) {
+            ++count;
+            Create(cutProfileName(provider.displayName(), ' ' + QByteArray::number(count))
+                       .toStdString(),
+                   RecordOf(accessPoint));
+        }
+    StoreNamedProfiles(count);
+    return count + 2;
 }
 
 } // namespace bench

@@ -29,6 +29,10 @@ inline constexpr char MODEM_PROFILE[] = "Modem";
 /// Brings the store to this many profiles, the two above among them. Needs at least two.
 void StoreProfiles(int count);
 
+/// Fills the store with a profile for each access point of the operators' database, and the two
+/// above. @return the number of profiles; 0 when there is no database.
+int StoreOperatorsProfiles(const std::string &databaseFile);
+
 /// A profile with every packet-data setting and both proxies.
 NAP_PROFILE_S PacketRecord(int number);
 

@@ -1,11 +1,13 @@
 // Benchmarks of the plug-in on the host libraries.
 //
-//   kub-bench [--sizes=10,100,1000] [Google Benchmark's own options]
+//   kub-bench [--sizes=10,100,1000,operators] [Google Benchmark's own options]
 //
-// Operations: mount of each root; read and write of a leaf of each class; change of bearer; add,
-// delete and rename of a profile; all children in one call and leaf by leaf. Beside each runs its
-// floor, in random order with it: the calls that the operation cannot do without. Times are
-// processor times, so that other programs disturb them little; the ratio is what counts.
+// A size is a number of stored profiles; "operators" is one for each access point of the operators'
+// database. Operations: mount of each root; read and write of a leaf of each class; change of
+// bearer; add, delete and rename of a profile; all children in one call and leaf by leaf; a
+// server's package of Gets. Beside each runs its floor, in random order with it: the calls that the
+// operation cannot do without. Times are processor times, so that other programs disturb them
+// little; the ratio is what counts.
 #include "handset_state.h"
 #include "plugin_operations.h"
 #include "ratio_report.h"
@@ -24,26 +26,40 @@ namespace {
 
 constexpr char SIZES_OPTION[] = "--sizes=";
 
-std::vector<int> ParseSizes(const std::string &text)
+constexpr char OPERATORS_SIZE[] = "operators";
+constexpr char OPERATORS_DATABASE[] =
+    "/usr/share/mobile-broadband-provider-info/serviceproviders.xml";
+
+std::vector<std::string> ParseSizes(const std::string &text)
 {
-    std::vector<int> sizes;
+    std::vector<std::string> sizes;
     std::istringstream stream(text);
     for (std::string size; std::getline(stream, size, ',');) {
-        const int profiles = std::atoi(size.c_str());
-        if (profiles < 2) {
-            std::fprintf(stderr, "kub-bench: %s: each size is a number from 2\n", text.c_str());
+        if (size != OPERATORS_SIZE && std::atoi(size.c_str()) < 2) {
+            std::fprintf(stderr, "kub-bench: %s: each size is a number from 2, or %s\n",
+                         text.c_str(), OPERATORS_SIZE);
             std::exit(2);
         }
-        sizes.push_back(profiles);
+        sizes.push_back(size);
     }
     return sizes;
+}
+
+/// Fills the store. @return the number of profiles; 0 when they cannot be had here.
+int StoreSize(const std::string &size)
+{
+    if (size == OPERATORS_SIZE)
+        return bench::StoreOperatorsProfiles(OPERATORS_DATABASE);
+    const int profiles = std::atoi(size.c_str());
+    bench::StoreProfiles(profiles);
+    return profiles;
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    std::vector<int> sizes{10, 100, 1000};
+    std::vector<std::string> sizes{"10", "100", "1000", OPERATORS_SIZE};
     // Google Benchmark's options come first, so that the caller's win.
     std::vector<std::string> arguments{argv[0], "--benchmark_enable_random_interleaving=true",
                                        "--benchmark_repetitions=7", "--benchmark_min_time=0.02"};
@@ -69,8 +85,13 @@ int main(int argc, char **argv)
     libaplog_to_module_ptr =
         std::fopen("/dev/null", "w"); // messages of failures are part of a mount
     bench::RatioReporter reporter;
-    for (const int profiles : sizes) {
-        bench::StoreProfiles(profiles);
+    for (const std::string &size : sizes) {
+        const int profiles = StoreSize(size);
+        if (profiles == 0) {
+            std::fprintf(stderr, "kub-bench: %s is not there, its size is left out\n",
+                         OPERATORS_DATABASE);
+            continue;
+        }
         bench::RegisterOperations(profiles);
         benchmark::RunSpecifiedBenchmarks(&reporter);
         benchmark::ClearRegisteredBenchmarks();

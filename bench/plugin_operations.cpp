@@ -2,7 +2,10 @@
 
 #include "dmnative/dmt_plugin_api.h"
 #include "handset_state.h"
+#include "management_tree.h"
+#include "package.h"
 #include "required_calls.h"
+#include "syncml/codec.h"
 
 #include <benchmark/benchmark.h>
 
@@ -332,6 +335,66 @@ void RegisterBulkReads(const Registrar &registrar, const Trees &trees)
         floor(8));
 }
 
+// ---- Packages of a server -----------------------------------------------------------------------
+
+constexpr const char *PACKAGE_LEAVES[] = {"Addr",   "DNS1",     "DNS2",  "Auth/PAP/AuthId",
+                                          "Linger", "LineType", "Speed", "Auth/PAP/AuthPw"};
+
+/// A package with one Get of this many Items, as a server sends it.
+QByteArray GetPackage(int items)
+{
+    QByteArray xml = "<SyncML><SyncHdr><VerDTD>1.2</VerDTD><VerProto>DM/1.2</VerProto>"
+                     "<SessionID>1</SessionID><MsgID>1</MsgID>"
+                     "<Target><LocURI>urn:kub:bench</LocURI></Target>"
+                     "<Source><LocURI>http://server.example</LocURI></Source></SyncHdr>"
+                     "<SyncBody><Get><CmdID>1</CmdID>";
+    for (int i = 0; i < items; ++i) {
+        xml += "<Item><Target><LocURI>./DevDetail/Ext/Conf/Conn/Profiles/";
+        xml += PACKET_PROFILE;
+        xml += "/";
+        xml += PACKAGE_LEAVES[static_cast<std::size_t>(i) % std::size(PACKAGE_LEAVES)];
+        xml += "</LocURI></Target></Item>";
+    }
+    return xml + "</Get><Final/></SyncBody></SyncML>";
+}
+
+/// Decodes a package, carries it out and encodes the answer.
+void Process(const QByteArray &package, client::ManagementTree &tree)
+{
+    const syncml::DecodeResult request = syncml::decode(package);
+    Require(std::holds_alternative<syncml::Message>(request), "decode");
+    const client::PackageAnswer answer =
+        client::answerPackage(std::get<syncml::Message>(request), tree, syncml::Encoding::Xml);
+    Require(answer.allSucceeded && answer.message, "answerPackage");
+    Require(
+        std::holds_alternative<QByteArray>(syncml::encode(*answer.message, syncml::Encoding::Xml)),
+        "encode");
+}
+
+void RegisterPackages(const Registrar &registrar, const Trees &trees)
+{
+    const auto tree =
+        std::make_shared<client::ManagementTree>(client::describeHost("urn:kub:bench"));
+    tree->mount(
+        client::parseAddress(QStringLiteral("./DevDetail/Ext/Conf/Conn/Profiles"), {})->node,
+        trees->conn);
+    for (const int items : {1, 10, 100}) {
+        registrar.Add(
+            "process-get-" + std::to_string(items) + "-items",
+            [tree, items](benchmark::State &state) {
+                const QByteArray package = GetPackage(items);
+                for (auto iteration : state)
+                    Process(package, *tree);
+            },
+            [items](benchmark::State &state) {
+                const KnownProfile profile = LookUpProfile(PACKET_PROFILE, QString());
+                for (auto iteration : state)
+                    for (int i = 0; i < items; ++i)
+                        RequiredForReadingRecordLeaf(profile);
+            });
+    }
+}
+
 } // namespace
 
 void RegisterOperations(int profiles)
@@ -343,6 +406,7 @@ void RegisterOperations(int profiles)
     RegisterLeafWrites(registrar, trees);
     RegisterProfileChanges(registrar, trees);
     RegisterBulkReads(registrar, trees);
+    RegisterPackages(registrar, trees);
 }
 
 } // namespace bench

@@ -1,0 +1,55 @@
+// Counts every block that the process takes from the heap, whoever takes it: malloc of the program
+// comes before the C library's.
+#include "counted_handset.h"
+
+#include <cstddef>
+
+#if defined(__SANITIZE_ADDRESS__)
+#define KUB_OTHER_HEAP
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define KUB_OTHER_HEAP
+#endif
+#endif
+
+#ifdef KUB_OTHER_HEAP
+
+bool costs::CountsAllocations()
+{
+    return false;
+}
+
+#else
+
+bool costs::CountsAllocations()
+{
+    return true;
+}
+
+extern "C" {
+void *__libc_malloc(std::size_t size);
+void *__libc_calloc(std::size_t count, std::size_t size);
+void *__libc_realloc(void *block, std::size_t size);
+
+#define KUB_EXPORT __attribute__((visibility("default")))
+
+KUB_EXPORT void *malloc(std::size_t size)
+{
+    costs::counts.allocations += costs::counting ? 1 : 0;
+    return __libc_malloc(size);
+}
+
+KUB_EXPORT void *calloc(std::size_t count, std::size_t size)
+{
+    costs::counts.allocations += costs::counting ? 1 : 0;
+    return __libc_calloc(count, size);
+}
+
+KUB_EXPORT void *realloc(void *block, std::size_t size)
+{
+    costs::counts.allocations += costs::counting ? 1 : 0;
+    return __libc_realloc(block, size);
+}
+}
+
+#endif

@@ -1,0 +1,99 @@
+// What each operation of the plug-in asks of the world around it.
+//
+//   plugin-costs            prints the counts, one line an operation
+//   plugin-costs FILE       compares them with the lines of the file; exit status 1 when they
+//   differ
+//
+// Run by callgrind it also leaves a dump for each operation; the script instructions adds those up.
+#include "counted_handset.h"
+#include "operations.h"
+
+#include "aplog.h"
+
+#if __has_include(<valgrind/callgrind.h>)
+#include <valgrind/callgrind.h>
+#else
+#define CALLGRIND_TOGGLE_COLLECT
+#define CALLGRIND_ZERO_STATS
+#define CALLGRIND_DUMP_STATS_AT(name) static_cast<void>(name)
+#endif
+
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+namespace {
+
+/// Carries one operation out and counts. What it needed before is warm: it has run once.
+costs::Counts Count(const costs::Operation &operation)
+{
+    operation.prepare()();
+    const std::function<void()> run = operation.prepare();
+    const std::string dumpName = operation.name + ' ' + std::to_string(operation.profiles);
+    const costs::Counts before = costs::CountsNow();
+    CALLGRIND_ZERO_STATS;
+    CALLGRIND_TOGGLE_COLLECT;
+    costs::counting = true;
+    run();
+    costs::counting = false;
+    CALLGRIND_TOGGLE_COLLECT;
+    CALLGRIND_DUMP_STATS_AT(dumpName.c_str());
+    costs::Counts counts = costs::CountsNow();
+    counts.calls -= before.calls;
+    counts.flushes -= before.flushes;
+    counts.bytesWritten -= before.bytesWritten;
+    counts.allocations -= before.allocations;
+    return counts;
+}
+
+std::string LineOf(const costs::Operation &operation, const costs::Counts &counts)
+{
+    std::ostringstream line;
+    line << operation.name << ' ' << operation.profiles << ": " << counts.calls << " calls, "
+         << counts.flushes << " flushes, " << counts.bytesWritten << " bytes written, "
+         << counts.allocations << " allocations";
+    return line.str();
+}
+
+/// A build that does not see the heap compares the rest.
+std::string Comparable(const std::string &line)
+{
+    return costs::CountsAllocations() ? line : line.substr(0, line.rfind(','));
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    libaplog_to_module_ptr = std::fopen("/dev/null", "w");
+    std::ifstream expected;
+    if (argc > 1) {
+        expected.open(argv[1]);
+        if (!expected) {
+            std::cerr << argv[1] << ": cannot be read\n";
+            return 2;
+        }
+    }
+    int differences = 0;
+    for (const costs::Operation &operation : costs::AllOperations()) {
+        const std::string line = LineOf(operation, Count(operation));
+        if (argc == 1) {
+            std::cout << line << '\n';
+            continue;
+        }
+        std::string wanted;
+        std::getline(expected, wanted);
+        if (Comparable(line) != Comparable(wanted)) {
+            ++differences;
+            std::cerr << "expected " << wanted << "\n   found " << line << '\n';
+        }
+    }
+    for (std::string line; argc > 1 && std::getline(expected, line); ++differences)
+        std::cerr << "expected " << line << "\n   found nothing\n";
+    if (differences > 0)
+        std::cerr << differences
+                  << " operations cost something else than before. If that is meant, "
+                  << "replace the lines: " << argv[0] << " > " << argv[1] << '\n';
+    return differences == 0 ? 0 : 1;
+}
