@@ -381,6 +381,22 @@ TEST_F(ProxyFieldsTest, SlotIsTakenFromTheNamesAboveTheLeaf)
     EXPECT_TRUE(SameBytes(Stored(), expected));
 }
 
+TEST_F(ProxyFieldsTest, ProfileCalledLikeASlotIsTheSlotOfItsOwnAddressOnly)
+{
+    ASSERT_EQ(tree->RenameNode("Office", "Ph1"), 0);
+    handset.log.Take();
+    // A number directly beneath a profile's child has no grandparent, whatever the profile's name.
+    PutLeaf(tree, "Ph1/Port/PortNbr", Number(0));
+    ExpectNoEffect("Ph1/Port/PortNbr", Number(1));
+
+    Stored() = ToRecord(PatternBytes(0));
+    PutLeaf(tree, "Ph1/Addr", Text(""));
+    EXPECT_EQ(Write(tree, "Ph1/Addr", Text("x")), 0);
+    RecordBytes expected = PatternBytes(0);
+    PutText(expected, 0x2F8, 100, "x");
+    EXPECT_TRUE(SameBytes(Stored(), expected));
+}
+
 TEST_F(ProxyFieldsTest, UserEditableIsTheInverseOfTheLowestFlag)
 {
     for (int flags = 0; flags < 256; ++flags) {

@@ -59,6 +59,23 @@ TEST_F(WriteTest, NoValueIsNothingToWrite)
     EXPECT_EQ(handset.journal.Take(), Lines{});
 }
 
+TEST_F(WriteTest, NodeWhoseTreeIsGoneFailsWithoutAskingAnyone)
+{
+    TreePtr tree = MountOffice(CONN_ROOT, GPRS_PART, PatternBytes(0));
+    std::vector<JemSmartPtr<DmtNode>> leaves;
+    for (const char *const path : {"Office/Addr", "Office/Bearer", "Office/Speed"})
+        leaves.push_back(Node(tree, path));
+    leaves.push_back(NewLeaf(tree, "Office/Name", Text("")));
+    tree.reset();
+    handset.journal.Clear();
+
+    for (const JemSmartPtr<DmtNode> &leaf : leaves)
+        EXPECT_EQ(leaf->SetValue(DmtData(9600)), 500);
+
+    EXPECT_EQ(handset.journal.Take(), Lines{});
+    EXPECT_TRUE(SameBytes(Stored(), PatternBytes(0)));
+}
+
 // ---- Validation comes first, in both kinds --------------------------------------------------------
 
 class WriteInBothKindsTest : public WriteTest, public ::testing::WithParamInterface<const char *> {
