@@ -9,6 +9,7 @@
 #include <random>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <QProcess>
@@ -41,13 +42,44 @@ unsigned int profileCount()
     return count;
 }
 
+/// Puts a text of packet data into a record: letters and digits of the length, then a terminator
+/// where there is room for one. The bytes behind it stay.
+template <std::size_t size>
+void setPlainText(char (&field)[size], std::mt19937 &generator, std::size_t length)
+{
+    constexpr std::string_view characters =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+    for (std::size_t index = 0; index < length; ++index)
+        field[index] = characters[generator() % characters.size()];
+    if (length < size)
+        field[length] = '\0';
+}
+
+/// @return a record of any bytes, but with packet data of plain texts: a service may refuse others,
+///         because it may hand them to a modem.
 NAP_PROFILE_S patternRecord(unsigned int seed)
 {
+    constexpr std::size_t longestAccessPointName = 64;
     std::mt19937 generator(seed);
     NAP_PROFILE_S record;
     auto *bytes = reinterpret_cast<unsigned char *>(&record);
     for (std::size_t index = 0; index < sizeof record; ++index)
         bytes[index] = static_cast<unsigned char>(generator());
+    setPlainText(record.gprsAddress, generator, generator() % (longestAccessPointName + 1));
+    setPlainText(record.gprsAuthId, generator, generator() % (sizeof record.gprsAuthId + 1));
+    setPlainText(record.gprsAuthPassword, generator,
+                 generator() % (sizeof record.gprsAuthPassword + 1));
+    return record;
+}
+
+NAP_PROFILE_S recordOfOnes()
+{
+    std::mt19937 generator(1);
+    NAP_PROFILE_S record;
+    std::memset(&record, 0xFF, sizeof record);
+    setPlainText(record.gprsAddress, generator, 64);
+    setPlainText(record.gprsAuthId, generator, sizeof record.gprsAuthId);
+    setPlainText(record.gprsAuthPassword, generator, sizeof record.gprsAuthPassword);
     return record;
 }
 
@@ -99,10 +131,9 @@ TEST_F(ProfileServiceContract, EmptyStoreListsNothing)
 
 TEST_F(ProfileServiceContract, RecordComesBackByteForByte)
 {
-    NAP_PROFILE_S allOnes;
-    std::memset(&allOnes, 0xFF, sizeof allOnes);
-    const NAP_PROFILE_S zero = {};
-    const NAP_PROFILE_S records[] = {zero, allOnes, patternRecord(1), patternRecord(2)};
+    std::vector<NAP_PROFILE_S> records = {{}, recordOfOnes()};
+    for (unsigned int seed = 100; seed < 120; ++seed)
+        records.push_back(patternRecord(seed));
     for (const NAP_PROFILE_S &record : records) {
         ASSERT_EQ(NAPI_CreateProfile("Office", &record, 0, 0), NAPI_OK);
         NAP_PROFILE_S read = patternRecord(3);
@@ -126,6 +157,41 @@ TEST_F(ProfileServiceContract, ModifyReplacesTheRecordOfThatProfileOnly)
     EXPECT_TRUE(isSame(read, NAP_PROFILE_S{}));
     EXPECT_EQ(idOf("Office"), id);
     ASSERT_EQ(NAPI_ModifyProfile("Office", &record, 0, 0), NAPI_OK) << "the same record again";
+}
+
+TEST_F(ProfileServiceContract, EachRecordCanFollowEachOther)
+{
+    std::vector<NAP_PROFILE_S> records = {{}, recordOfOnes()};
+    for (unsigned int seed = 200; seed < 206; ++seed)
+        records.push_back(patternRecord(seed));
+    ASSERT_EQ(create("Office"), NAPI_OK);
+    for (const NAP_PROFILE_S &first : records) {
+        for (const NAP_PROFILE_S &second : records) {
+            ASSERT_EQ(NAPI_ModifyProfile("Office", &first, 0, 0), NAPI_OK);
+            ASSERT_EQ(NAPI_ModifyProfile("Office", &second, 0, 0), NAPI_OK);
+            NAP_PROFILE_S read = {};
+            ASSERT_EQ(NAPI_ReadProfile("Office", &read, 0, 0), NAPI_OK);
+            EXPECT_TRUE(isSame(read, second));
+        }
+    }
+}
+
+TEST_F(ProfileServiceContract, ServersOfPacketDataKeepTheirPlaces)
+{
+    constexpr std::uint32_t addresses[] = {0, 0x01020304, 0x0A000001, 0xFFFFFFFF};
+    ASSERT_EQ(create("Office"), NAPI_OK);
+    NAP_PROFILE_S record = {};
+    for (const std::uint32_t first : addresses) {
+        for (const std::uint32_t second : addresses) {
+            record.gprsDns1 = first;
+            record.gprsDns2 = second;
+            ASSERT_EQ(NAPI_ModifyProfile("Office", &record, 0, 0), NAPI_OK);
+            NAP_PROFILE_S read = {};
+            ASSERT_EQ(NAPI_ReadProfile("Office", &read, 0, 0), NAPI_OK);
+            EXPECT_EQ(read.gprsDns1, first);
+            EXPECT_EQ(read.gprsDns2, second);
+        }
+    }
 }
 
 TEST_F(ProfileServiceContract, NamesAndIdsLeadToEachOther)

@@ -243,6 +243,22 @@ TEST_F(SqliteStore, ProfilesOutliveTheProcessAlsoWhenItCrashes)
     EXPECT_EQ(outcome.exitCode, 0) << outcome.errorOutput;
 }
 
+TEST_F(SqliteStore, RecordOfAnyBytesComesBack)
+{
+    const ChildOutcome outcome = runInChild([] {
+        NAP_PROFILE_S record;
+        NAP_PROFILE_S read = {};
+        for (const int byte : {0xFF, 0x80, 0x01}) {
+            std::memset(&record, byte, sizeof record);
+            ASSERT_EQ(NAPI_CreateProfile("any", &record, 0, 0), NAPI_OK);
+            ASSERT_EQ(NAPI_ReadProfile("any", &read, 0, 0), NAPI_OK);
+            EXPECT_EQ(std::memcmp(&read, &record, sizeof record), 0) << byte;
+            ASSERT_EQ(NAPI_DeleteProfile("any"), NAPI_OK);
+        }
+    });
+    EXPECT_CHILD_PASSES(outcome);
+}
+
 TEST_F(SqliteStore, IdsAreNotUsedAgainByALaterProcess)
 {
     const auto createAndDelete = [] {
