@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <limits>
 #include <utility>
-#include <vector>
 
 namespace syncml {
 namespace {
@@ -133,9 +132,13 @@ private:
     void checkPublicText(quint32 index)
     {
         QByteArrayView text;
-        if (tableString(index, text) && !text.startsWith(publicTextStart))
-            fail(415,
-                 QStringLiteral("public id '%1' is not SyncML").arg(QString::fromLatin1(text)));
+        if (!tableString(index, text) || text.startsWith(publicTextStart))
+            return;
+        // It may be anything, of any length, and the error is to be shown to a person.
+        constexpr qsizetype shownBytes = 64;
+        const QByteArray shown =
+            text.first(std::min(text.size(), shownBytes)).toByteArray().toPercentEncoding(" /");
+        fail(415, QStringLiteral("public id '%1' is not SyncML").arg(QString::fromLatin1(shown)));
     }
 
     // ---- tokens

@@ -244,11 +244,15 @@ TEST_P(NotWritten, Sequence_without_a_command)
     EXPECT_EQ(encodeErrorOf(message, GetParam()), "Sequence 1 has no command in it");
 }
 
-TEST_P(NotWritten, Status_inside_a_Sequence)
+TEST_P(NotWritten, answer_inside_a_Sequence)
 {
-    Message message = sample("NestedCommands");
-    message.commands.front().commands.push_back(sample("FullStatus").commands.front());
-    EXPECT_EQ(encodeErrorOf(message, GetParam()), "Status inside Sequence");
+    for (const auto &[name, error] : std::initializer_list<std::pair<const char *, const char *>>{
+             {"FullStatus", "Status inside Sequence"},
+             {"FullResults", "Results inside Sequence"}}) {
+        Message message = sample("NestedCommands");
+        message.commands.front().commands.push_back(sample(name).commands.front());
+        EXPECT_EQ(encodeErrorOf(message, GetParam()), error);
+    }
 }
 
 TEST_P(NotWritten, element_that_is_no_DM_command)

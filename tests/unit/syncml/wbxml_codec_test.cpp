@@ -379,6 +379,10 @@ TEST(WbxmlReader, refuses_other_documents_and_character_sets)
     EXPECT_EQ(errorOf(bytes("02 05 6A 00 2D")), "415 public id 0x05 is not SyncML");
     EXPECT_EQ(errorOf(bytes("02 00 00 6A 1B '-//OMA//DTD-DM-DDF 1.2//EN' 00 2D")),
               "415 public id '-//OMA//DTD-DM-DDF 1.2//EN' is not SyncML");
+    EXPECT_EQ(errorOf(bytes("02 00 00 6A 05 1B '[2J' 00 2D")),
+              "415 public id '%1B%5B2J' is not SyncML");
+    EXPECT_EQ(errorOf(bytes("02 00 00 6A 8140") + QByteArray(191, 'x') + bytes("00 2D")),
+              "415 public id '" + std::string(64, 'x') + "' is not SyncML");
     EXPECT_EQ(errorOf(bytes("02 00 05 6A 02 'x' 00 2D")), "400 no string at 5 of the string table");
     EXPECT_EQ(errorOf(bytes("02 A401 04 00 2D")),
               "415 character set 4 is not supported, only UTF-8 (106) is");

@@ -329,12 +329,12 @@ TEST(XmlReader, takes_a_byte_order_mark_and_a_document_type_without_declarations
 
 TEST(XmlReader, keeps_what_is_no_DM_command_apart)
 {
-    const Message message = decoded(
-        messageXml("<Put><CmdID>1</CmdID><Item/></Put><add><CmdID> 2</CmdID>text<b>x</b></add>"
-                   "<Sync><CmdID>3</CmdID><Add><CmdID>4</CmdID></Add></Sync><LocURI>./A</LocURI>"
-                   "<LocURI>./B</LocURI>"
-                   "<Sequence><CmdID>5</CmdID><NoResp/><Meta/><Status><CmdID>6</CmdID></Status>"
-                   "<Foo/><Search><CmdID>7</CmdID></Search></Sequence>"));
+    const Message message = decoded(messageXml(
+        "<Put><CmdID>1</CmdID><Item/></Put><add><CmdID> 2</CmdID>text<b>x</b><CmdID>9</CmdID></add>"
+        "<Sync><CmdID>3</CmdID><Add><CmdID>4</CmdID></Add></Sync><LocURI>./A</LocURI>"
+        "<LocURI>./B</LocURI>"
+        "<Sequence><CmdID>5</CmdID><NoResp/><Meta/><Status><CmdID>6</CmdID></Status>"
+        "<Foo/><Search><CmdID>7</CmdID></Search></Sequence>"));
     ASSERT_EQ(message.commands.size(), 6u);
     EXPECT_EQ(message.commands[0].kind, CommandKind::Unsupported);
     EXPECT_EQ(commandName(message.commands[0]), u"Put");
