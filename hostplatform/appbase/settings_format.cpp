@@ -76,12 +76,15 @@ void appendText(QByteArray &line, QStringView text, TextRole role)
 //////////////////////////////////////////////////////////////////////////////////////////////////
 // Reading
 
-/// Appends valid UTF-8. QString's own conversion drops a byte order mark that comes first.
-void appendUtf8(QString &text, QByteArrayView bytes)
+/// @return valid UTF-8 as a text that is not null. QString's own conversion drops one byte order
+///         mark that comes first.
+QString fromUtf8(QByteArrayView bytes)
 {
+    if (bytes.isEmpty())
+        return QLatin1StringView("");
     if (bytes.startsWith("\xEF\xBB\xBF"))
-        text += QChar(kByteOrderMark);
-    text += QString::fromUtf8(bytes);
+        return QChar(kByteOrderMark) + QString::fromUtf8(bytes);
+    return QString::fromUtf8(bytes);
 }
 
 /// Appends what the escape at the beginning of the bytes stands for.
@@ -118,24 +121,32 @@ qsizetype appendUnescaped(QString &text, QByteArrayView bytes)
 /// @return false when the bytes hold an unknown escape. The text is never null.
 bool readText(QByteArrayView bytes, QString &text)
 {
+    qsizetype backslash = bytes.indexOf('\\');
+    if (backslash < 0) {
+        text = fromUtf8(bytes);
+        return true;
+    }
     text = QLatin1StringView("");
-    for (;;) {
-        const qsizetype backslash = bytes.indexOf('\\');
-        appendUtf8(text, backslash < 0 ? bytes : bytes.first(backslash));
-        if (backslash < 0)
-            return true;
+    for (; backslash >= 0; backslash = bytes.indexOf('\\')) {
+        text += fromUtf8(bytes.first(backslash));
         bytes = bytes.sliced(backslash);
         const qsizetype length = appendUnescaped(text, bytes);
         if (length == 0)
             return false;
         bytes = bytes.sliced(length);
     }
+    text += fromUtf8(bytes);
+    return true;
 }
 
 /// @return the position of the equals sign that ends the key, -1 when there is none.
 qsizetype findKeyEnd(QByteArrayView line)
 {
-    for (qsizetype index = 0; index < line.size(); ++index) {
+    const qsizetype equals = line.indexOf('=');
+    const qsizetype backslash = line.indexOf('\\');
+    if (backslash < 0 || equals < backslash)
+        return equals;
+    for (qsizetype index = backslash; index < line.size(); ++index) {
         if (line[index] == '=')
             return index;
         if (line[index] == '\\')

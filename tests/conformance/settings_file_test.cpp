@@ -144,8 +144,8 @@ TEST_F(SettingsFileOnDisk, EntryBeforeAnyGroupIsSkipped)
 
 TEST_F(SettingsFileOnDisk, ByteOrderMarkInsideAFileIsKept)
 {
-    EXPECT_EQ(parseSettings("[a]\n\xEF\xBB\xBFk=\xEF\xBB\xBFv\\s\xEF\xBB\xBF\n").groups,
-              (SettingsGroups{{u"a"_qs, {{u"\uFEFFk"_qs, u"\uFEFFv \uFEFF"_qs}}}}));
+    EXPECT_EQ(parseSettings("[a]\n\xEF\xBB\xBFk=\xEF\xBB\xBF\xEF\xBB\xBFv\\s\xEF\xBB\xBF\n").groups,
+              (SettingsGroups{{u"a"_qs, {{u"\uFEFFk"_qs, u"\uFEFF\uFEFFv \uFEFF"_qs}}}}));
 }
 
 TEST_F(SettingsFileOnDisk, RandomBytesAreReadWithoutHarm)
@@ -203,12 +203,12 @@ TEST_F(SettingsFileOnDisk, TenMegabytesOfRubbishAreRefusedQuicklyAndNotLost)
     EXPECT_EQ(bytesOf(m_path + QStringLiteral(".damaged")), rubbish);
 }
 
-TEST_F(SettingsFileOnDisk, RubbishOfTheLargestSizeIsReadInLinearTime)
+TEST_F(SettingsFileOnDisk, RubbishIsReadInLinearTime)
 {
     // The worst of a line each: groups, entries, escapes and nothing at all.
     for (const char *line :
          {"[\n", "[]\n", "=\n", "[a]\n=\n", "\\u0041", "\xFF\n", "\n", "[", "="}) {
-        const QByteArray half = QByteArray(line).repeated(2 * 1024 * 1024 / qstrlen(line));
+        const QByteArray half = QByteArray(line).repeated(512 * 1024 / qstrlen(line));
         const QByteArray whole = half + half;
         const auto milliseconds = [](const QByteArray &bytes) {
             QElapsedTimer timer;
