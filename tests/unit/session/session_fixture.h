@@ -1,0 +1,49 @@
+// A client with a small tree, and a scripted server to have sessions with.
+#pragma once
+
+#include "mounted_tree.h"
+#include "scripted_server.h"
+#include "session/session.h"
+
+namespace client {
+
+/// Notes what a session tells.
+class Listener final : public SessionObserver {
+public:
+    void commandAnswered(const AnsweredCommand &command) override;
+    void note(const QString &text) override { notes.push_back(text.toStdString()); }
+
+    std::vector<std::string> commands; ///< "Get ./A 404 no node ./A"
+    std::vector<std::string> notes;
+};
+
+/// Every test that uses it runs in both encodings.
+class SessionTest : public MountedTree, public testing::WithParamInterface<syncml::Encoding> {
+protected:
+    using Lines = std::vector<std::string>;
+
+    SessionTest();
+
+    /// Runs the session, and keeps the nonces in the account as the next session would find them.
+    SessionEnd run(UserInteraction *user = nullptr);
+    /// What the client said in its message of that number, from 1.
+    Lines sent(std::size_t number) const;
+    const syncml::Message &message(std::size_t number) const
+    {
+        return server.messages.at(number - 1);
+    }
+
+    Account account;
+    SessionOptions options;
+    ScriptedServer server{GetParam()};
+    Listener listener;
+};
+
+std::string encodingName(const testing::TestParamInfo<syncml::Encoding> &info);
+
+/// Makes a suite of SessionTest's run in both encodings.
+#define IN_BOTH_ENCODINGS(suite)                                                                   \
+    INSTANTIATE_TEST_SUITE_P(                                                                      \
+        In, suite, testing::Values(syncml::Encoding::Xml, syncml::Encoding::Wbxml), encodingName)
+
+} // namespace client
