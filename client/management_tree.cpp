@@ -66,17 +66,22 @@ Outcome notAllowed(const NodeUri &uri, const char *rule)
             QStringLiteral("%1 %2").arg(uri.toDisplay(), QString::fromLatin1(rule))};
 }
 
+Outcome alreadyThere(const NodeUri &uri)
+{
+    return {DmStatus::AlreadyExists, QStringLiteral("%1 is there already").arg(uri.toDisplay())};
+}
+
 Outcome unsupportedFormat(const QString &reason)
 {
     return {DmStatus::UnsupportedFormat, reason};
 }
 
-Outcome outcomeOfEngineCall(int engineStatus, const NodeUri &uri)
+Outcome outcomeOfEngineCall(int engineStatus)
 {
     const DmStatus status = statusOfEngineCall(engineStatus);
     if (succeeded(status))
         return {};
-    return {status, QStringLiteral("the plug-in refused it for %1").arg(uri.toDisplay())};
+    return {status, QStringLiteral("the plug-in refused it")};
 }
 
 QByteArray joinedPath(const QByteArray &parentPath, const QByteArray &name)
@@ -165,7 +170,7 @@ Result<TreeNode> ManagementTree::find(const NodeUri &uri) const
     QByteArray path;
     JemSmartPtr<DmtNode> node;
     if (const int status = mount.tree->GetNode("", node))
-        return outcomeOfEngineCall(status, uri);
+        return outcomeOfEngineCall(status);
     // Every node on the way has to exist: a tree that registered A/B without A has no node A/B
     // here.
     const std::vector<QByteArray> &names = uri.names();
@@ -177,7 +182,7 @@ Result<TreeNode> ManagementTree::find(const NodeUri &uri) const
         if (status == DMT_NOT_FOUND)
             return missing(uri);
         if (status)
-            return outcomeOfEngineCall(status, uri);
+            return outcomeOfEngineCall(status);
     }
     return makeNode(mount, uri, path, node);
 }
@@ -210,7 +215,7 @@ Result<DmtData> ManagementTree::value(const TreeNode &node) const
         return notAllowed(node.uri(), "is an interior node and has no value");
     DmtData value;
     if (const int status = node.m_node->GetValue(value))
-        return outcomeOfEngineCall(status, node.uri());
+        return outcomeOfEngineCall(status);
     return value;
 }
 
@@ -298,8 +303,7 @@ Result<TreeNode> ManagementTree::parentForNewNode(const NodeUri &uri) const
     if (const Outcome name = checkNewName(uri.name(), uriLimits()); !name)
         return name;
     if (find(uri))
-        return Outcome{DmStatus::AlreadyExists,
-                       QStringLiteral("%1 is there already").arg(uri.toDisplay())};
+        return alreadyThere(uri);
     return parent;
 }
 
@@ -308,8 +312,7 @@ Outcome ManagementTree::addLeaf(const TreeNode &parent, const QByteArray &name,
 {
     JemSmartPtr<DmtNode> created;
     const QByteArray path = joinedPath(parent.m_path, name);
-    return outcomeOfEngineCall(parent.m_tree->CreateLeafNode(path.constData(), created, value),
-                               parent.uri().child(name));
+    return outcomeOfEngineCall(parent.m_tree->CreateLeafNode(path.constData(), created, value));
 }
 
 Outcome ManagementTree::add(const NodeUri &uri, const NewValue &value)
@@ -331,7 +334,7 @@ Outcome ManagementTree::add(const NodeUri &uri, const NewValue &value)
         JemSmartPtr<DmtNode> created;
         const QByteArray path = joinedPath(parent->m_path, uri.name());
         outcome =
-            outcomeOfEngineCall(parent->m_tree->CreateInteriorNode(path.constData(), created), uri);
+            outcomeOfEngineCall(parent->m_tree->CreateInteriorNode(path.constData(), created));
     } else {
         const Result<DmtData> data = parseValue(*type, value.data);
         if (!data)
@@ -374,7 +377,7 @@ Outcome ManagementTree::replace(const NodeUri &uri, const NewValue &value)
     const Result<DmtData> data = valueForLeaf(*node, value);
     if (!data)
         return data.outcome();
-    return outcomeOfEngineCall(node->m_node->SetValue(*data), uri);
+    return outcomeOfEngineCall(node->m_node->SetValue(*data));
 }
 
 Outcome ManagementTree::replaceChildren(const NodeUri &uri, const std::vector<ChildValue> &values)
@@ -397,8 +400,7 @@ Outcome ManagementTree::replaceChildren(const NodeUri &uri, const std::vector<Ch
             return data.outcome();
         map.put(DMString(value.name.constData()), *data);
     }
-    return outcomeOfEngineCall(parent->m_tree->SetChildValuesMap(parent->m_path.constData(), map),
-                               uri);
+    return outcomeOfEngineCall(parent->m_tree->SetChildValuesMap(parent->m_path.constData(), map));
 }
 
 // ---- Properties and names ------------------------------------------------------------------------
@@ -433,11 +435,14 @@ Outcome ManagementTree::rename(const TreeNode &node, const QByteArray &newName)
         return notAllowed(node.uri(), "is permanent");
     if (const Outcome name = checkNewName(newName, uriLimits()); !name)
         return name;
-    const Outcome outcome = outcomeOfEngineCall(
-        node.m_tree->RenameNode(node.m_path.constData(), newName.constData()), node.uri());
+    const NodeUri renamed = node.uri().parent().child(newName);
+    if (find(renamed))
+        return alreadyThere(renamed);
+    const Outcome outcome =
+        outcomeOfEngineCall(node.m_tree->RenameNode(node.m_path.constData(), newName.constData()));
     // A plug-in may report a failure although its node has moved; the properties follow the node.
     if (!find(node.uri()))
-        m_properties.move(node.uri(), node.uri().parent().child(newName));
+        m_properties.move(node.uri(), renamed);
     return outcome;
 }
 
@@ -450,8 +455,7 @@ Outcome ManagementTree::remove(const NodeUri &uri)
         return node.outcome();
     if (node->m_isPermanent)
         return notAllowed(uri, "is permanent");
-    const Outcome outcome =
-        outcomeOfEngineCall(node->m_tree->DeleteNode(node->m_path.constData()), uri);
+    const Outcome outcome = outcomeOfEngineCall(node->m_tree->DeleteNode(node->m_path.constData()));
     if (!find(uri))
         m_properties.remove(uri);
     return outcome;
@@ -478,7 +482,7 @@ Outcome ManagementTree::copy(const NodeUri &source, const NodeUri &target)
     const Result<DmtData> value = valueToCopy(*from);
     if (!value)
         return value.outcome();
-    return outcomeOfEngineCall(to->m_node->SetValue(*value), target);
+    return outcomeOfEngineCall(to->m_node->SetValue(*value));
 }
 
 Outcome ManagementTree::copyToNewLeaf(const TreeNode &source, const NodeUri &target) const

@@ -51,9 +51,9 @@ std::optional<Property> propertyNamed(const QString &name);
 std::vector<QString> readableProperties();
 
 /// Operations check in this order and stop at the first check that fails: the node, or for a new
-/// one its parent, exists (404); the command may be used on it (405); a new node is not there yet
-/// (418); the value has the right format (415); then the plug-in decides. Nothing is changed unless
-/// the plug-in is reached.
+/// one its parent, exists (404); the command may be used on it (405); a new node or a new name is
+/// not there yet (418); the value has the right format (415); then the plug-in decides. Nothing is
+/// changed unless the plug-in is reached.
 class ManagementTree {
 public:
     explicit ManagementTree(const DeviceDescription &device);

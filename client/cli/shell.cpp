@@ -3,8 +3,8 @@
 #include "cli/command_table.h"
 #include "cli/completion.h"
 #include "cli/line_editor.h"
-#include "cli/tree_drawing.h"
 #include "cli/words.h"
+#include "secret_leaf.h"
 
 #include <algorithm>
 #include <iostream>
@@ -26,8 +26,7 @@ bool mentionsSecret(const QByteArray &line)
 {
     const auto words = splitWords(line);
     return !words || std::any_of(words->begin(), words->end(), [](const QString &word) {
-        const QString path = word.section(u'=', 0, 0);
-        return isSecretLeaf(path.section(u'/', -1).toUtf8());
+        return isSecretUri(word.section(u'=', 0, 0)); // "./A/AuthPw", or "AuthPw=secret"
     });
 }
 

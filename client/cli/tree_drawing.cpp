@@ -1,15 +1,13 @@
 #include "cli/tree_drawing.h"
 
+#include "secret_leaf.h"
+
 #include <QJsonArray>
 #include <algorithm>
-#include <iterator>
 
 namespace client::cli {
 
 namespace {
-
-constexpr const char *secretLeafNames[] = {"AuthPw"};
-constexpr char mask[] = "********";
 
 /// An empty password is no secret, and worth seeing.
 bool isMasked(const ListedNode &leaf, Secrets secrets)
@@ -25,7 +23,7 @@ QString valueColumn(const ListedNode &leaf, Secrets secrets, const Painter &pain
     if (!*leaf.value)
         return painter.paint(Colour::Problem, describe(leaf.value->outcome().status));
     if (isMasked(leaf, secrets))
-        return painter.paint(Colour::Faint, QString::fromLatin1(mask));
+        return painter.paint(Colour::Faint, QString::fromLatin1(secretMask));
     const QString text = printable(valueText(**leaf.value));
     const bool isEmptyText = text.isEmpty() && (*leaf.value)->GetType() == DmtData::String;
     return isEmptyText ? painter.paint(Colour::Faint, QStringLiteral("\"\"")) : text;
@@ -56,12 +54,6 @@ QString nameColumn(const ListedNode &entry)
 }
 
 } // namespace
-
-bool isSecretLeaf(const QByteArray &name)
-{
-    return std::any_of(std::begin(secretLeafNames), std::end(secretLeafNames),
-                       [&name](const char *secret) { return name == secret; });
-}
 
 QStringList drawTree(const std::vector<ListedNode> &listing, Secrets secrets,
                      const Painter &painter)
@@ -114,7 +106,7 @@ void addValue(QJsonObject &object, const ListedNode &leaf, Secrets secrets)
     if (!*leaf.value) {
         object[u"status"] = static_cast<int>(leaf.value->outcome().status);
     } else if (isMasked(leaf, secrets)) {
-        object[u"value"] = QString::fromLatin1(mask);
+        object[u"value"] = QString::fromLatin1(secretMask);
         object[u"masked"] = true;
     } else {
         object[u"value"] = jsonValue(**leaf.value);

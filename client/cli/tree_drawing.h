@@ -21,7 +21,4 @@ QStringList drawTree(const std::vector<ListedNode> &listing, Secrets secrets,
 /// true beside it; a leaf that cannot be read has "status" in place of "value".
 QJsonObject treeToJson(const std::vector<ListedNode> &listing, Secrets secrets);
 
-/// Whether a leaf of this name holds a password.
-bool isSecretLeaf(const QByteArray &name);
-
 } // namespace client::cli

@@ -1,0 +1,420 @@
+"""dmclient as a program: what it prints where, its exit statuses, its files, its shell."""
+
+import fcntl
+import json
+import os
+import pty
+import select
+import stat
+import subprocess
+import time
+import unittest
+
+from handset import CONN, DMCLIENT, PLUGIN, PROXY, SECRET, Handset
+
+SUCCESS, REFUSED, USAGE, UNUSABLE = 0, 1, 2, 3
+
+
+class DmclientTest(unittest.TestCase):
+    def setUp(self):
+        self.handset = Handset()
+        self.addCleanup(self.handset.close)
+
+    def run_client(self, *arguments, **options):
+        result = self.handset.dmclient(*arguments, **options)
+        return result.returncode, result.stdout.decode(), result.stderr.decode()
+
+    def succeed(self, *arguments, **options):
+        """Runs a command that has to succeed in silence; returns what it printed."""
+        status, printed, errors = self.run_client(*arguments, **options)
+        self.assertEqual((status, errors), (SUCCESS, ""))
+        return printed
+
+
+class CommandLineTest(DmclientTest):
+    def test_a_value_is_printed_alone(self):
+        self.assertEqual(self.succeed("get", CONN + "/Office/Addr"), "internet\n")
+
+    def test_several_addresses_are_printed_a_line_each(self):
+        self.assertEqual(self.succeed("get", CONN + "/Office/Addr", CONN), "internet\nOffice\nPX1\nHome\n")
+
+    def test_a_change_is_silent_and_reaches_the_profile_service(self):
+        self.assertEqual(self.succeed("replace", CONN + "/Office/Addr", "web.example"), "")
+        self.assertEqual(self.handset.profile("Office")["gprs"]["address"], "web.example")
+
+    def test_several_leaves_are_changed_in_one_command(self):
+        self.succeed("replace", CONN + "/Office", "Addr=a.example", "DNS1=10.9.9.9", "Linger=7")
+        gprs = self.handset.profile("Office")["gprs"]
+        self.assertEqual((gprs["address"], gprs["dns1"], gprs["linger"]), ("a.example", "10.9.9.9", 7))
+
+    def test_a_refusal_is_reported_with_its_meaning_on_standard_error(self):
+        self.assertEqual(self.run_client("get", "./Nowhere"),
+                         (REFUSED, "", "dmclient: get ./Nowhere: 404 Not Found: no node ./Nowhere\n"))
+
+    def test_one_refusal_among_several_decides_the_exit_status(self):
+        status, printed, errors = self.run_client("get", "./Nowhere", CONN + "/Office/Addr")
+        self.assertEqual((status, printed), (REFUSED, "internet\n"))
+        self.assertIn("404 Not Found", errors)
+
+    def test_node_names_live_as_long_as_a_mount(self):
+        self.succeed("rename", CONN + "/Office", "Work")
+        self.assertEqual(self.succeed("get", CONN), "Office\nPX1\nHome\n")
+
+    def test_a_negative_number_stands_behind_a_double_dash(self):
+        self.succeed("replace", "--", PROXY + "/Office/Ph1/Port/PortNbr", "-1")
+        self.assertEqual(self.handset.profile("Office")["proxy1"]["port"], 65535)
+
+    def test_wrong_usage(self):
+        for arguments in ([], ["frobnicate"], ["get"], ["tree", "--nonsense"], ["--nonsense", "tree"],
+                          ["rename", "./A"], ["shell", "x"], ["quit"], ["help", "nothing"],
+                          ["replace", CONN + "/Office/Addr", "a", "b"], ["delete", CONN + "?prop=ACL"]):
+            status, printed, errors = self.run_client(*arguments)
+            self.assertEqual((status, printed), (USAGE, ""), arguments)
+            self.assertTrue(errors.startswith("dmclient: "), errors)
+            self.assertEqual(errors.count("\n"), 1, errors)
+
+    def test_help_and_version_need_no_handset(self):
+        for arguments in (["--help"], ["--version"], ["help"], ["help", "tree"], ["tree", "--help"]):
+            self.assertNotEqual(self.succeed(*arguments, plugin="/nonexistent"), "", arguments)
+
+    def test_the_plugin_is_found_beside_the_program(self):
+        result = subprocess.run([DMCLIENT, "get", CONN + "/Office/Addr"], capture_output=True,
+                                env=self.handset.environment(), timeout=120, check=False)
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (SUCCESS, b"internet\n", b""))
+
+    def test_the_option_chooses_the_state_directory(self):
+        other = Handset([])
+        self.addCleanup(other.close)
+        self.assertEqual(self.succeed("--state", other.state, "get", CONN), "")
+
+
+class UnusableTest(DmclientTest):
+    def assert_unusable(self, expected, *arguments, **options):
+        status, printed, errors = self.run_client(*arguments, **options)
+        self.assertEqual((status, printed), (UNUSABLE, ""))
+        self.assertIn(expected, errors)
+
+    def test_a_missing_plugin_is_named(self):
+        self.assert_unusable("/nonexistent.so", "tree", plugin="/nonexistent.so")
+
+    def test_a_library_that_is_no_plugin_is_named(self):
+        self.assert_unusable("does not export DMT_PluginLib_GetAPIVersion", "tree", plugin="libc.so.6")
+
+    def test_a_broken_profile_store_stops_the_mount(self):
+        with open(os.path.join(self.handset.state, "profiles.db"), "r+b") as file:
+            file.write(b"no database at all" * 100)
+        self.assert_unusable("did not mount " + CONN, "tree")
+
+    def test_a_state_directory_that_is_a_file_is_named(self):
+        path = os.path.join(self.handset.home, "file")
+        with open(path, "w", encoding="ascii"):
+            pass
+        self.assert_unusable(path, "--state", path, "tree")
+
+    def test_a_second_client_is_refused_while_the_first_runs(self):
+        with open(self.handset.client_file("lock"), "w", encoding="ascii") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            self.assert_unusable("another DM client is using the state directory " + self.handset.state,
+                                 "tree")
+        self.succeed("get", CONN)
+
+    def test_a_running_shell_keeps_others_out_until_it_ends(self):
+        with subprocess.Popen([DMCLIENT, "--plugin", PLUGIN, "shell"], stdin=subprocess.PIPE,
+                              stdout=subprocess.PIPE, env=self.handset.environment()) as shell:
+            shell.stdin.write(b"get ./DevInfo/DmV\n")
+            shell.stdin.flush()
+            self.assertEqual(shell.stdout.readline(), b"1.2\n")
+            self.assert_unusable("another DM client", "tree")
+            shell.stdin.close()
+            self.assertEqual(shell.wait(timeout=60), SUCCESS)
+        self.succeed("get", CONN)
+
+
+class PluginMessagesTest(DmclientTest):
+    """A rename prints a message of the plug-in, whatever its outcome."""
+
+    def log(self):
+        with open(self.handset.client_file("plugin.log"), encoding="utf-8") as file:
+            return file.read()
+
+    def test_they_go_to_a_file_of_their_own(self):
+        self.run_client("rename", CONN + "/Office/Addr", "Host")
+        self.assertIn("can not be renamed!", self.log())
+
+    def test_they_go_to_standard_error_when_asked_for(self):
+        status, printed, errors = self.run_client("--verbose", "rename", CONN + "/Office/Addr", "Host")
+        self.assertEqual((status, printed), (REFUSED, ""))
+        self.assertIn("can not be renamed!", errors)
+        self.assertFalse(os.path.exists(self.handset.client_file("plugin.log")))
+
+    def test_they_never_mix_with_results(self):
+        shell = f"rename {CONN}/Office/Addr Host\nget {CONN}/Office/Addr\n"
+        for options in ([], ["--verbose"]):
+            _, printed, _ = self.run_client(*options, "shell", stdin=shell)
+            self.assertNotIn("DM_Napi_Plugin", printed)
+
+
+class TreeTest(DmclientTest):
+    def test_the_whole_tree_is_drawn_from_the_root(self):
+        lines = self.succeed("tree").splitlines()
+        self.assertEqual(lines[0], ".")
+        self.assertIn("├── DevInfo", lines)
+        self.assertTrue(any("Addr" in line and "internet" in line for line in lines))
+
+    def test_json_holds_the_same_tree(self):
+        tree = json.loads(self.succeed("tree", "--json", CONN))
+        self.assertEqual([child["name"] for child in tree["children"]], ["Office", "PX1", "Home"])
+        office = {child["name"]: child.get("value") for child in tree["children"][0]["children"]}
+        self.assertEqual((office["Addr"], office["Linger"]), ("internet", 30))
+
+    def test_nothing_is_coloured_in_a_pipe(self):
+        self.assertNotIn("\x1b", self.succeed("tree", TERM="xterm"))
+
+    def test_passwords_show_only_when_asked_for(self):
+        for arguments in (["tree"], ["tree", "--json"], ["tree", CONN + "/Office/Auth"]):
+            printed = self.succeed(*arguments)
+            self.assertNotIn(SECRET, printed)
+            self.assertIn("********", printed)
+            self.assertIn(SECRET, self.succeed(*arguments, "--show-secrets"))
+
+    def test_no_password_reaches_a_log_or_an_error(self):
+        shell = "\n".join([
+            f"replace {CONN}/Office/Auth/PAP/AuthPw {SECRET}-2", f"tree {CONN}/Office",
+            f"replace {CONN}/Office/Auth/PAP AuthPw={SECRET}-3 AuthId=x",
+            f"replace {CONN}/Nobody/AuthPw {SECRET}", f"delete {CONN}/Office", ""])
+        status, printed, errors = self.run_client("shell", stdin=shell)
+        self.assertEqual((status, errors), (REFUSED, ""))
+        self.assertNotIn(SECRET, printed)
+        for folder, _, files in os.walk(os.path.join(self.handset.state, "client")):
+            for name in files:
+                with open(os.path.join(folder, name), "rb") as file:
+                    self.assertNotIn(SECRET.encode(), file.read(), name)
+
+
+def wbxml_text(tag, text):
+    return bytes([tag | 0x40, 0x03]) + text.encode() + b"\0\1"
+
+
+def wbxml_element(tag, *children):
+    return bytes([tag | 0x40]) + b"".join(children) + b"\1"
+
+
+def wbxml_get(uri):
+    """A package with one Get."""
+    header = wbxml_element(
+        0x2C, wbxml_text(0x31, "1.2"), wbxml_text(0x32, "DM/1.2"), wbxml_text(0x25, "1"),
+        wbxml_text(0x1B, "1"), wbxml_element(0x2E, wbxml_text(0x17, "urn:x")),
+        wbxml_element(0x27, wbxml_text(0x17, "https://dm.example/")))
+    get = wbxml_element(0x13, wbxml_text(0x0B, "5"), wbxml_element(
+        0x14, wbxml_element(0x2E, wbxml_text(0x17, uri))))
+    return b"\x02\xa4\x01\x6a\x00" + wbxml_element(0x2D, header, wbxml_element(0x2B, get, b"\x12"))
+
+
+class ProcessTest(DmclientTest):
+    EMPTY = ("<SyncML xmlns='SYNCML:SYNCML1.2'><SyncHdr><VerDTD>1.2</VerDTD><VerProto>DM/1.2</VerProto>"
+             "<SessionID>1</SessionID><MsgID>1</MsgID><Target><LocURI>x</LocURI></Target>"
+             "<Source><LocURI>y</LocURI></Source></SyncHdr><SyncBody>%s<Final/></SyncBody></SyncML>")
+    GET = "<Get><CmdID>1</CmdID><Item><Target><LocURI>%s</LocURI></Target></Item></Get>"
+
+    def package(self, content):
+        path = os.path.join(self.handset.home, "package")
+        with open(path, "wb") as file:
+            file.write(content if isinstance(content, bytes) else content.encode())
+        return path
+
+    def test_a_package_from_a_file_or_from_standard_input_has_the_same_answer(self):
+        package = self.EMPTY % (self.GET % "./DevInfo/DmV")
+        answer = self.succeed("process", self.package(package))
+        self.assertIn("<Data>1.2</Data>", answer)
+        self.assertEqual(self.succeed("process", "-", stdin=package), answer)
+
+    def test_a_refused_command_decides_the_exit_status(self):
+        status, printed, errors = self.run_client("process", "-", stdin=self.EMPTY % (self.GET % "./x"))
+        self.assertEqual((status, errors), (REFUSED, ""))
+        self.assertIn("<Data>404</Data>", printed)
+
+    def test_a_binary_package_has_a_binary_answer(self):
+        result = self.handset.dmclient("process", "-", stdin=wbxml_get(CONN + "/Office/Addr"))
+        self.assertEqual((result.returncode, result.stderr), (SUCCESS, b""))
+        self.assertEqual(result.stdout[0] & 0xF8, 0)
+        self.assertIn(b"internet", result.stdout)
+        self.assertNotIn(b"<", result.stdout)
+
+    def test_a_server_that_asks_for_nothing_gets_no_answer(self):
+        status, printed, errors = self.run_client("process", "-", stdin=self.EMPTY % "")
+        self.assertEqual((status, printed), (SUCCESS, ""))
+        self.assertIn("asks for nothing", errors)
+
+    def test_what_is_no_package_is_wrong_usage_and_named(self):
+        for content in (b"", b"hello", b"<a/>", b"<SyncML><SyncHdr>", b"\x02\xa4\x01\x6a\x00\x6d",
+                        b"\xff" * 100, (self.EMPTY % self.GET[:-2]).encode()):
+            path = self.package(content)
+            status, printed, errors = self.run_client("process", path)
+            self.assertEqual((status, printed), (USAGE, ""), content)
+            self.assertTrue(errors.startswith(f"dmclient: process: {path}: "), errors)
+
+    def test_an_endless_package_is_not_read_to_its_end(self):
+        status, printed, errors = self.run_client("process", "/dev/zero")
+        self.assertEqual((status, printed), (USAGE, ""))
+        self.assertIn("/dev/zero", errors)
+
+    def test_a_file_that_cannot_be_read_is_named(self):
+        for path in ("/nonexistent", self.handset.home):
+            status, printed, errors = self.run_client("process", path)
+            self.assertEqual((status, printed), (USAGE, ""))
+            self.assertIn(f"cannot read {path}: ", errors)
+
+
+class PipedShellTest(DmclientTest):
+    def shell(self, lines, *options):
+        status, printed, errors = self.run_client("shell", *options, stdin=lines)
+        self.assertEqual(errors, "")
+        return status, printed.splitlines()
+
+    def test_each_line_is_answered_with_its_results_and_its_status(self):
+        self.assertEqual(self.shell("get ./DevInfo/DmV\ndelete .\n"),
+                         (REFUSED, ["1.2", "get ./DevInfo/DmV: 200 OK",
+                                    "delete .: 405 Command Not Allowed: . is permanent"]))
+
+    def test_all_lines_work_on_one_mount(self):
+        status, lines = self.shell(f"rename {CONN}/Office Work\nget {CONN}/Work/Addr\n")
+        self.assertEqual((status, lines[1]), (SUCCESS, "internet"))
+
+    def test_a_failing_line_does_not_stop_the_next(self):
+        status, lines = self.shell("get ./x\nnonsense\nget ./DevInfo/DmV\n")
+        self.assertEqual((status, len(lines)), (USAGE, 4))
+        self.assertEqual(lines[2], "1.2")
+
+    def test_fail_fast_stops_at_the_first_failing_line(self):
+        for line in ("get ./x", "nonsense", "get 'x"):
+            _, lines = self.shell(f"get ./DevInfo/DmV\n{line}\nget ./DevInfo/DmV\n", "--fail-fast")
+            self.assertEqual(len(lines), 3, line)
+
+    def test_empty_lines_and_comments_are_skipped(self):
+        self.assertEqual(self.shell("\n   \n# delete .\n\t# x\n"), (SUCCESS, []))
+
+    def test_the_last_line_needs_no_line_break(self):
+        self.assertEqual(self.shell("get ./DevInfo/DmV")[1][0], "1.2")
+
+    def test_quit_leaves_the_rest_unread(self):
+        self.assertEqual(self.shell("quit\nget ./x\n"), (SUCCESS, []))
+
+    def test_help_lists_the_commands_of_the_shell(self):
+        lines = self.shell("help\n")[1]
+        self.assertTrue(any(line.startswith("  quit ") for line in lines))
+        self.assertFalse(any(line.startswith("  shell ") for line in lines))
+
+
+class TerminalTest(DmclientTest):
+    """The shell on a terminal of its own."""
+
+    TIMEOUT = 60
+
+    def open_shell(self, **environment):
+        child, self.terminal = pty.fork()
+        if child == 0:
+            changes = {"TERM": "xterm", **environment}
+            os.execve(DMCLIENT, [DMCLIENT, "--plugin", PLUGIN, "shell"],
+                      self.handset.environment(**changes))
+        self.child = child
+        self.seen = b""
+        self.wait_for(b"dm> ")
+
+    def wait_for(self, text):
+        """Everything up to the text, which has to come."""
+        deadline = time.monotonic() + self.TIMEOUT
+        while text not in self.seen:
+            ready, _, _ = select.select([self.terminal], [], [], max(0, deadline - time.monotonic()))
+            self.assertTrue(ready, f"no {text!r} in {self.seen!r}")
+            try:
+                self.seen += os.read(self.terminal, 4096)
+            except OSError:
+                self.fail(f"no {text!r} before the end in {self.seen!r}")
+        before, _, self.seen = self.seen.partition(text)
+        return before.decode()
+
+    def type(self, text):
+        os.write(self.terminal, text.encode())
+
+    def end(self):
+        self.type("quit\n")
+        _, status = os.waitpid(self.child, 0)
+        os.close(self.terminal)
+        return os.waitstatus_to_exitcode(status)
+
+    def test_lines_are_answered(self):
+        self.open_shell()
+        self.type("get ./DevInfo/DmV\n")
+        self.wait_for(b"\r\n1.2\r\nget ./DevInfo/DmV: 200 OK\r\n")
+        self.wait_for(b"dm> ")
+        self.assertEqual(self.end(), SUCCESS)
+
+    def test_words_are_completed_with_the_tab_key(self):
+        self.open_shell()
+        self.type("ge\t./DevI\tDm\t\n")
+        self.wait_for(b"1.2\r\nget ./DevInfo/DmV: 200 OK\r\n")
+        self.wait_for(b"dm> ")
+        self.type("get ./DevInfo/D\t")
+        self.wait_for(b"DevId\r\nDmV\r\n")
+        self.type("evId --prop For\t\n")
+        self.wait_for(b"chr\r\nget ./DevInfo/DevId: 200 OK\r\n")
+        self.wait_for(b"dm> ")
+        self.assertEqual(self.end(), SUCCESS)
+
+    def test_a_name_with_blanks_is_completed_as_one_word(self):
+        self.open_shell()
+        self.type(f"rename {CONN}/Office 'My office'\n")
+        self.wait_for(b"200 OK")
+        self.wait_for(b"dm> ")
+        self.type(f"get {CONN}/My\tAd\t\n")
+        self.wait_for(b"internet\r\n")
+        self.wait_for(b"dm> ")
+        self.assertEqual(self.end(), SUCCESS)
+
+    def test_lines_are_recalled_in_the_next_run_but_none_with_a_password(self):
+        self.open_shell()
+        self.type("get ./DevInfo/DmV\n")
+        self.wait_for(b"200 OK")
+        self.wait_for(b"dm> ")
+        self.type(f"replace {CONN}/Office/Auth/PAP/AuthPw {SECRET}\n")
+        self.wait_for(b"200 OK")
+        self.wait_for(b"dm> ")
+        self.end()
+        with open(self.handset.client_file("history"), "rb") as file:
+            self.assertNotIn(SECRET.encode(), file.read())
+        mode = os.stat(self.handset.client_file("history")).st_mode
+        self.assertEqual(stat.S_IMODE(mode), 0o600)
+
+        self.open_shell()
+        self.type("\x1b[A\x1b[A\n")  # past "quit"
+        self.wait_for(b"1.2\r\nget ./DevInfo/DmV: 200 OK\r\n")
+        self.wait_for(b"dm> ")
+        self.end()
+
+    def test_the_end_of_input_leaves_the_shell(self):
+        self.open_shell()
+        self.type("\x04")
+        _, status = os.waitpid(self.child, 0)
+        os.close(self.terminal)
+        self.assertEqual(os.waitstatus_to_exitcode(status), SUCCESS)
+
+    def test_failures_are_coloured_unless_no_color_is_set(self):
+        for environment, expected in (({}, b"\x1b[31mget ./x: 404"), ({"NO_COLOR": "1"}, b"\nget ./x: 404"),
+                                      ({"TERM": "dumb"}, b"\nget ./x: 404")):
+            self.open_shell(**environment)
+            self.type("get ./x\n")
+            self.wait_for(expected)
+            self.wait_for(b"dm> ")
+            self.assertEqual(self.end(), REFUSED)
+
+    def test_a_value_cannot_steer_the_terminal(self):
+        self.succeed("shell", stdin=f"replace {CONN}/Office/Addr 'a\x1b[2Jb'\n")
+        self.open_shell()
+        self.type(f"get {CONN}/Office/Addr\n")
+        self.wait_for(b"\r\na\\x1b[2Jb\r\n")
+        self.wait_for(b"dm> ")
+        self.end()
+
+
+if __name__ == "__main__":
+    unittest.main()
