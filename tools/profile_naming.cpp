@@ -20,11 +20,21 @@ QByteArray cutProfileName(const QString &text, const QByteArray &suffix)
     return name + suffix;
 }
 
+namespace {
+
+/// A name as operators publish it, made fit for a node of a DM tree: paths are split at slashes.
+QString nodeFriendly(const QString &name)
+{
+    return name.simplified().replace(u'/', u'-');
+}
+
+} // namespace
+
 QStringList profileNameCandidates(const QString &provider, const QString &accessPoint,
                                   bool isOnlyOne)
 {
-    const QString providerName = provider.simplified();
-    const QString ownName = accessPoint.simplified();
+    const QString providerName = nodeFriendly(provider);
+    const QString ownName = nodeFriendly(accessPoint);
     QStringList candidates;
     if (isOnlyOne && !providerName.isEmpty())
         candidates += providerName;

@@ -403,6 +403,10 @@ class ProvisionTest(NapictlTest):
         self.napictl("provision", "--country", "ca", "--provider", "VIDÉO")
         self.assertEqual(self.names(), ["Vidéotron"])
 
+    def test_slash_in_a_published_name_becomes_a_hyphen(self):
+        self.provision("<name>A1/Telekom</name><gsm><apn value='i'><usage type='internet'/></apn></gsm>")
+        self.assertEqual(self.names(), ["A1-Telekom"])
+
     def test_more_than_the_maximum_is_not_begun(self):
         self.refused(FAILED, "provision", "--all", says=["1304 new profiles do not fit", "127"])
         self.assertEqual(self.names(), [])
