@@ -22,7 +22,7 @@ public:
     struct Message {
         QByteArray commands; ///< XML of the commands, without Final
         bool isFinal = true;
-        QByteArray header; ///< XML of further elements of the header
+        QByteArray header = {}; ///< XML of further elements of the header
     };
     /// The next message. It gets the session's id, and MsgIDs from 1.
     void says(const Message &message);

@@ -1,0 +1,437 @@
+// Both sides prove who they are: 200, 212, 401 and 407 in all orders.
+
+#include "session_fixture.h"
+
+namespace client {
+
+namespace {
+
+using Kind = SessionEnd::Kind;
+
+const Identity clientIdentity{"Bruce2", "OhBehave"};
+const Identity serverIdentity{"dm.example", "ServerSecret"};
+
+QByteArray chal(AuthType type, const QByteArray &nonce)
+{
+    const QByteArray nextNonce =
+        type == AuthType::Basic ? QByteArray() : "<NextNonce>" + nonce.toBase64() + "</NextNonce>";
+    return "<Chal><Meta><Format>b64</Format><Type>" + wireName(type).toLatin1() + "</Type>" +
+           nextNonce + "</Meta></Chal>";
+}
+
+/// XML of the server's credentials in a header.
+QByteArray cred(AuthType type, const QByteArray &nonce)
+{
+    const syncml::Cred cred = makeCred(type, serverIdentity, nonce);
+    return "<Cred><Meta><Format>b64</Format><Type>" + cred.meta->type->toLatin1() +
+           "</Type></Meta><Data>" + cred.data + "</Data></Cred>";
+}
+
+class Proving : public SessionTest {
+protected:
+    void clientProves(AuthType type, const std::optional<QByteArray> &nonce = std::nullopt)
+    {
+        account.toServer = {type, clientIdentity, nonce};
+    }
+    void serverProves(AuthType type, const std::optional<QByteArray> &nonce = std::nullopt)
+    {
+        account.toClient = {type, serverIdentity, nonce};
+    }
+    bool hasProof(std::size_t number, AuthType type, const QByteArray &nonce) const
+    {
+        const auto &cred = message(number).header.cred;
+        return cred && credMatches(*cred, type, clientIdentity, nonce);
+    }
+    bool hasHmac(std::size_t number, const QByteArray &nonce) const
+    {
+        const TransportRequest &request = server.requests.at(number - 1);
+        const auto header = parseHmacHeader(request.hmac.value_or(QByteArray()));
+        return header && header->userName == clientIdentity.name &&
+               header->mac == hmacProof(clientIdentity, nonce, request.body);
+    }
+    /// A message whose HMAC the server makes for that nonce; with "wrong" for another message.
+    void saysWithHmac(const QByteArray &commands, const QByteArray &nonce, bool wrong = false)
+    {
+        const QByteArray bytes = server.encoded({commands, true, {}}, 1);
+        server.replies([=](const TransportRequest &request) {
+            const QByteArray mac = hmacProof(serverIdentity, nonce, wrong ? bytes + ' ' : bytes);
+            return TransportResponse{
+                bytes, {}, formatHmacHeader({serverIdentity.name, mac}), request.url};
+        });
+    }
+    /// The challenge that the client sent in its message of that number.
+    std::optional<Challenge> challengeSent(std::size_t number) const
+    {
+        const auto &chal = message(number).commands.at(0).chal;
+        return chal ? readChal(*chal) : std::nullopt;
+    }
+    std::string clientNonce() const
+    {
+        return account.toServer.nonce.value_or("none").toStdString();
+    }
+    std::string serverNonce() const
+    {
+        return account.toClient.nonce.value_or("none").toStdString();
+    }
+};
+
+// ---- The client proves itself --------------------------------------------------------------------
+
+TEST_P(Proving, BasicIsSentAtOnceAndNoMoreAfter212)
+{
+    clientProves(AuthType::Basic);
+    server.says(statusFor("SyncHdr", 212) + get("2", {"./DevInfo/Man"}));
+    run();
+    EXPECT_TRUE(hasProof(1, AuthType::Basic, {}));
+    EXPECT_FALSE(message(2).header.cred);
+}
+
+TEST_P(Proving, After200ItIsSentAgainWithTheNextMessage)
+{
+    clientProves(AuthType::Basic);
+    server.says(statusFor("SyncHdr", 200) + get("2", {"./DevInfo/Man"}));
+    run();
+    EXPECT_TRUE(hasProof(2, AuthType::Basic, {}));
+}
+
+TEST_P(Proving, Md5WithoutANonceWaitsForTheChallenge)
+{
+    clientProves(AuthType::Md5);
+    server.says(statusFor("SyncHdr", 407, chal(AuthType::Md5, "N1")) + statusFor("Alert", 407) +
+                statusFor("Replace", 407));
+    server.says(statusFor("SyncHdr", 212, chal(AuthType::Md5, "N2")) + get("2", {"./DevInfo/Man"}));
+    const SessionEnd end = run();
+    EXPECT_EQ(end.kind, Kind::Completed) << end.reason.toStdString();
+    EXPECT_FALSE(message(1).header.cred);
+    EXPECT_EQ(message(1).header.source.locName, QStringLiteral("Bruce2"));
+    EXPECT_TRUE(hasProof(2, AuthType::Md5, "N1"));
+    EXPECT_EQ(sent(2), (Lines{"Status 0 SyncHdr 200", "Alert 1201", "Replace 5 items", "Final"}))
+        << "the first package is sent again";
+    EXPECT_EQ(message(2).header.sessionId, message(1).header.sessionId);
+    EXPECT_EQ(message(2).header.msgId, QStringLiteral("2"));
+    EXPECT_FALSE(message(3).header.cred) << "212 is for the whole session";
+    EXPECT_EQ(clientNonce(), "N2");
+    EXPECT_EQ(listener.notes, Lines()) << "refused statuses belong to the challenge";
+}
+
+TEST_P(Proving, Md5WithAStoredNonceIsSentAtOnce)
+{
+    clientProves(AuthType::Md5, "N0");
+    server.says(statusFor("SyncHdr", 212, chal(AuthType::Md5, "N1")));
+    run();
+    EXPECT_TRUE(hasProof(1, AuthType::Md5, "N0"));
+    EXPECT_EQ(clientNonce(), "N1");
+}
+
+TEST_P(Proving, NextNonceWith200IsForTheNextMessage)
+{
+    clientProves(AuthType::Md5, "N0");
+    server.says(statusFor("SyncHdr", 200, chal(AuthType::Md5, "N1")) + get("2", {"./DevInfo/Man"}));
+    run();
+    EXPECT_TRUE(hasProof(2, AuthType::Md5, "N1"));
+}
+
+TEST_P(Proving, StaleNonceIsFollowedByOneMoreTry)
+{
+    clientProves(AuthType::Md5, "stale");
+    server.says(statusFor("SyncHdr", 401, chal(AuthType::Md5, "N1")));
+    server.says(statusFor("SyncHdr", 212));
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_TRUE(hasProof(1, AuthType::Md5, "stale"));
+    EXPECT_TRUE(hasProof(2, AuthType::Md5, "N1"));
+}
+
+TEST_P(Proving, WrongSecretIsNotTriedForEver)
+{
+    clientProves(AuthType::Md5, "stale");
+    for (const char *const nonce : {"N1", "N2", "N3", "N4"})
+        server.says(statusFor("SyncHdr", 401, chal(AuthType::Md5, nonce)));
+    const SessionEnd end = run();
+    EXPECT_EQ(end.kind, Kind::Failed);
+    EXPECT_EQ(end.reason, QStringLiteral("the server does not accept the client's credentials"));
+    EXPECT_EQ(server.messages.size(), 2U);
+    EXPECT_EQ(clientNonce(), "stale") << "a peer that proved nothing must not replace it";
+}
+
+TEST_P(Proving, WrongPasswordIsTriedOnceByBasic)
+{
+    clientProves(AuthType::Basic);
+    server.says(statusFor("SyncHdr", 401, chal(AuthType::Basic, {})));
+    EXPECT_EQ(run().kind, Kind::Failed);
+    EXPECT_EQ(server.messages.size(), 1U);
+}
+
+TEST_P(Proving, ChallengeInTheMiddleOfASessionIsAnswered)
+{
+    clientProves(AuthType::Md5, "N0");
+    server.says(statusFor("SyncHdr", 212) + get("2", {"./DevInfo/Man"}));
+    server.says(statusFor("SyncHdr", 407, chal(AuthType::Md5, "N1")));
+    server.says(statusFor("SyncHdr", 212) + get("2", {"./DevInfo/Mod"}));
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_FALSE(message(2).header.cred);
+    EXPECT_TRUE(hasProof(3, AuthType::Md5, "N1"));
+    EXPECT_EQ(sent(3), (Lines{"Status 0 SyncHdr 200", "Alert 1201", "Replace 5 items", "Final"}));
+    EXPECT_EQ(sent(4).at(2), "Results 2 ./DevInfo/Mod = model");
+}
+
+TEST_P(Proving, AskedForAnotherDigestTheClientGivesIt)
+{
+    clientProves(AuthType::Md5);
+    server.says(statusFor("SyncHdr", 407, chal(AuthType::Hmac, "N1")));
+    server.says(statusFor("SyncHdr", 200, chal(AuthType::Hmac, "N2")) +
+                get("2", {"./DevInfo/Man"}));
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_FALSE(message(2).header.cred);
+    EXPECT_TRUE(hasHmac(2, "N1"));
+    EXPECT_TRUE(hasHmac(3, "N2"));
+}
+
+TEST_P(Proving, AskedForThePasswordItselfTheClientEndsTheSession)
+{
+    for (const AuthType type : {AuthType::Md5, AuthType::Hmac}) {
+        server = ScriptedServer(GetParam());
+        clientProves(type);
+        server.says(statusFor("SyncHdr", 407, chal(AuthType::Basic, {})));
+        const SessionEnd end = run();
+        EXPECT_EQ(end.kind, Kind::Failed);
+        EXPECT_TRUE(
+            end.reason.startsWith(QStringLiteral("the server asks for the password itself")));
+        EXPECT_EQ(server.messages.size(), 1U);
+    }
+}
+
+TEST_P(Proving, BasicAccountGivesADigestWhenAsked)
+{
+    clientProves(AuthType::Basic);
+    server.says(statusFor("SyncHdr", 401, chal(AuthType::Md5, "N1")));
+    server.says(statusFor("SyncHdr", 212));
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_TRUE(hasProof(2, AuthType::Md5, "N1"));
+}
+
+TEST_P(Proving, WithoutCredentialsInTheAccountAChallengeEndsTheSession)
+{
+    server.says(statusFor("SyncHdr", 407, chal(AuthType::Md5, "N1")));
+    const SessionEnd end = run();
+    EXPECT_EQ(end.kind, Kind::Failed);
+    EXPECT_EQ(end.reason, QStringLiteral("the server asks for credentials (syncml:auth-md5) and "
+                                         "the account has none"));
+}
+
+TEST_P(Proving, UnknownTypeEndsTheSession)
+{
+    clientProves(AuthType::Md5);
+    QByteArray unknown = chal(AuthType::Md5, "N1");
+    unknown.replace("auth-md5", "auth-X509");
+    server.says(statusFor("SyncHdr", 407, unknown));
+    EXPECT_EQ(run().reason, QStringLiteral("the server asks for credentials of the unknown type "
+                                           "syncml:auth-X509"));
+}
+
+TEST_P(Proving, RefusalWithoutAChallengeEndsTheSession)
+{
+    clientProves(AuthType::Basic);
+    server.says(statusFor("SyncHdr", 401));
+    EXPECT_EQ(run().reason,
+              QStringLiteral("the server refuses the client and does not say what it asks for"));
+}
+
+TEST_P(Proving, OtherRefusalOfTheHeaderEndsTheSession)
+{
+    server.says(statusFor("SyncHdr", 513) + get("2", {"./DevInfo/Man"}));
+    const SessionEnd end = run();
+    EXPECT_EQ(end.kind, Kind::Failed);
+    EXPECT_EQ(end.reason, QStringLiteral("the server refuses the session with 513 Protocol Version "
+                                         "Not Supported"));
+}
+
+TEST_P(Proving, HmacCoversEveryMessageWithTheNewestNonce)
+{
+    clientProves(AuthType::Hmac, "N0");
+    server.says(statusFor("SyncHdr", 200, chal(AuthType::Hmac, "N1")) +
+                get("2", {"./DevInfo/Man"}));
+    server.says(statusFor("SyncHdr", 200, chal(AuthType::Hmac, "N2")) +
+                get("2", {"./DevInfo/Man"}));
+    server.says(statusFor("SyncHdr", 200, chal(AuthType::Hmac, "N3")));
+    run();
+    EXPECT_TRUE(hasHmac(1, "N0"));
+    EXPECT_TRUE(hasHmac(2, "N1"));
+    EXPECT_TRUE(hasHmac(3, "N2"));
+    EXPECT_EQ(clientNonce(), "N3");
+    EXPECT_FALSE(message(1).header.cred);
+    EXPECT_EQ(message(1).header.source.locName, QStringLiteral("Bruce2"));
+}
+
+// ---- The server proves itself --------------------------------------------------------------------
+
+TEST_P(Proving, ServerWithBasicIsAcceptedForTheSession)
+{
+    serverProves(AuthType::Basic);
+    server.says({accepted() + get("2", {"./DevInfo/Man"}), true, cred(AuthType::Basic, {})});
+    server.says({accepted() + get("2", {"./DevInfo/Mod"}), true, {}});
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_EQ(sent(2).at(0), "Status 0 SyncHdr 212");
+    EXPECT_EQ(challengeSent(2), std::nullopt);
+    EXPECT_EQ(sent(3).at(2), "Results 2 ./DevInfo/Mod = model");
+}
+
+TEST_P(Proving, ServerWithMd5GetsTheNonceOfTheNextSession)
+{
+    serverProves(AuthType::Md5, "S0");
+    server.says({accepted() + get("2", {"./DevInfo/Man"}), true, cred(AuthType::Md5, "S0")});
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_EQ(sent(2).at(0), "Status 0 SyncHdr 212");
+    ASSERT_TRUE(challengeSent(2));
+    EXPECT_EQ(challengeSent(2)->type, AuthType::Md5);
+    EXPECT_EQ(serverNonce(), challengeSent(2)->nonce->toStdString());
+}
+
+TEST_P(Proving, ServerWithoutCredentialsGetsNothingButStatuses)
+{
+    serverProves(AuthType::Md5, "S0");
+    server.says(accepted() + replace("2", profileUri("Office/Addr"), "x") +
+                get("3", {"./DevInfo/Man"}) + "<Sequence><CmdID>4</CmdID>" +
+                get("5", {"./DevInfo/Mod"}) + "</Sequence>");
+    run();
+    EXPECT_EQ(sent(2), (Lines{"Status 0 SyncHdr 407", "Status 2 Replace 407", "Status 3 Get 407",
+                              "Status 4 Sequence 407", "Status 5 Get 407", "Final"}));
+    EXPECT_EQ(read(profile("Office/Addr")), "internet");
+    EXPECT_EQ(serverNonce(), "S0") << "nobody has proved anything, so the good nonce stays";
+}
+
+TEST_P(Proving, ServerWithWrongCredentialsGets401)
+{
+    serverProves(AuthType::Md5, "S0");
+    server.says({accepted() + replace("2", profileUri("Office/Addr"), "x"), true,
+                 cred(AuthType::Md5, "another")});
+    run();
+    EXPECT_EQ(sent(2), (Lines{"Status 0 SyncHdr 401", "Status 2 Replace 401", "Final"}));
+    EXPECT_EQ(read(profile("Office/Addr")), "internet");
+}
+
+TEST_P(Proving, ServerMayTryAgainWithTheNonceOfTheChallenge)
+{
+    serverProves(AuthType::Md5);
+    server.says({accepted() + get("2", {"./DevInfo/Man"}), true, cred(AuthType::Md5, {})});
+    server.replies([this](const TransportRequest &request) {
+        const QByteArray nonce = *challengeSent(2)->nonce;
+        return TransportResponse{
+            server.encoded({statusFor("SyncHdr", 200, {}, 2) + get("3", {"./DevInfo/Man"}), true,
+                            cred(AuthType::Md5, nonce)},
+                           2),
+            {},
+            {},
+            request.url};
+    });
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_EQ(sent(2).at(0), "Status 0 SyncHdr 401");
+    EXPECT_EQ(sent(3), (Lines{"Status 0 SyncHdr 212", "Status 3 Get 200",
+                              "Results 3 ./DevInfo/Man = maker", "Final"}));
+    EXPECT_EQ(serverNonce(), challengeSent(3)->nonce->toStdString());
+}
+
+TEST_P(Proving, ServerThatNeverProvesItselfIsGivenUp)
+{
+    serverProves(AuthType::Md5);
+    for (int i = 0; i < 5; ++i)
+        server.says(accepted() + get("2", {"./DevInfo/Man"}));
+    const SessionEnd end = run();
+    EXPECT_EQ(end.kind, Kind::Failed);
+    EXPECT_EQ(end.reason, QStringLiteral("the server could not prove who it is"));
+    EXPECT_EQ(server.messages.size(), 3U);
+}
+
+TEST_P(Proving, ServerThatAsksForNothingIsNotChallengedBack)
+{
+    serverProves(AuthType::Md5);
+    server.says(accepted());
+    const SessionEnd end = run();
+    EXPECT_EQ(end.kind, Kind::Failed);
+    EXPECT_EQ(end.reason, QStringLiteral("the server did not prove who it is"));
+    EXPECT_EQ(server.messages.size(), 1U);
+}
+
+TEST_P(Proving, BothSidesCanChallengeEachOther)
+{
+    clientProves(AuthType::Md5);
+    serverProves(AuthType::Md5);
+    server.says(statusFor("SyncHdr", 407, chal(AuthType::Md5, "N1")));
+    server.replies([this](const TransportRequest &request) {
+        const QByteArray nonce = *challengeSent(2)->nonce;
+        return TransportResponse{
+            server.encoded({statusFor("SyncHdr", 212, chal(AuthType::Md5, "N2"), 2) +
+                                get("3", {"./DevInfo/Man"}),
+                            true, cred(AuthType::Md5, nonce)},
+                           2),
+            {},
+            {},
+            request.url};
+    });
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_EQ(sent(2), (Lines{"Status 0 SyncHdr 407", "Alert 1201", "Replace 5 items", "Final"}));
+    EXPECT_TRUE(hasProof(2, AuthType::Md5, "N1"));
+    EXPECT_EQ(sent(3).at(0), "Status 0 SyncHdr 212");
+    EXPECT_EQ(clientNonce(), "N2");
+}
+
+TEST_P(Proving, NonceOfAServerThatDidNotProveItselfIsNotKept)
+{
+    clientProves(AuthType::Md5, "good");
+    serverProves(AuthType::Md5, "S0");
+    server.says(statusFor("SyncHdr", 212, chal(AuthType::Md5, "poison")) +
+                get("2", {"./DevInfo/Man"}));
+    run();
+    EXPECT_EQ(clientNonce(), "good");
+}
+
+TEST_P(Proving, ServerWithHmacProvesEveryMessage)
+{
+    serverProves(AuthType::Hmac, "S0");
+    saysWithHmac(accepted() + get("2", {"./DevInfo/Man"}), "S0");
+    server.replies([this](const TransportRequest &request) {
+        const QByteArray bytes =
+            server.encoded({statusFor("SyncHdr", 200, {}, 2) + get("3", {"./DevInfo/Mod"})}, 2);
+        const QByteArray mac = hmacProof(serverIdentity, *challengeSent(2)->nonce, bytes);
+        return TransportResponse{
+            bytes, {}, formatHmacHeader({serverIdentity.name, mac}), request.url};
+    });
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_EQ(sent(2).at(0), "Status 0 SyncHdr 200");
+    EXPECT_EQ(challengeSent(2)->type, AuthType::Hmac);
+    EXPECT_EQ(sent(3).at(2), "Results 3 ./DevInfo/Mod = model");
+    EXPECT_NE(challengeSent(2)->nonce, challengeSent(3)->nonce);
+    EXPECT_EQ(serverNonce(), challengeSent(3)->nonce->toStdString());
+}
+
+TEST_P(Proving, HmacOfAnotherMessageIsRefused)
+{
+    serverProves(AuthType::Hmac, "S0");
+    saysWithHmac(accepted() + replace("2", profileUri("Office/Addr"), "x"), "S0", true);
+    run();
+    EXPECT_EQ(sent(2).at(0), "Status 0 SyncHdr 401");
+    EXPECT_EQ(read(profile("Office/Addr")), "internet");
+}
+
+TEST_P(Proving, MessageWithoutItsHmacIsRefused)
+{
+    serverProves(AuthType::Hmac, "S0");
+    server.says(accepted() + replace("2", profileUri("Office/Addr"), "x"));
+    run();
+    EXPECT_EQ(sent(2).at(0), "Status 0 SyncHdr 407");
+    EXPECT_EQ(read(profile("Office/Addr")), "internet");
+}
+
+TEST_P(Proving, UnsentChallengeLeavesTheOldNonceInPlace)
+{
+    serverProves(AuthType::Md5, "S0");
+    server.says({accepted(), true, cred(AuthType::Md5, "S0")});
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_EQ(server.messages.size(), 1U);
+    EXPECT_EQ(serverNonce(), "S0") << "the server never heard of another one";
+}
+
+IN_BOTH_ENCODINGS(Proving);
+
+} // namespace
+
+} // namespace client
