@@ -17,7 +17,7 @@
 class ProfileNumbers {
 public:
     /// How long a call waits for another process that has the database locked, in milliseconds.
-    static constexpr int kBusyTimeoutMs = 5000;
+    static constexpr int kBusyTimeoutMs = 2000;
 
     /// Opens the database and creates it, mode 0600, when there is none.
     static StoreResult open(const std::string &path, std::unique_ptr<ProfileNumbers> &numbers);
