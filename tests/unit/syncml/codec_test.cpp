@@ -138,6 +138,8 @@ TEST(Recognition, goes_by_the_first_bytes)
     EXPECT_EQ(recogniseEncoding("SyncML"), std::nullopt);
     EXPECT_EQ(recogniseEncoding("\xFF\xFE<\0"), std::nullopt);
     EXPECT_EQ(recogniseEncoding("{}"), std::nullopt);
+    EXPECT_EQ(recogniseEncoding("\x0F"), Encoding::Wbxml);
+    EXPECT_EQ(recogniseEncoding("\x10"), std::nullopt);
 }
 
 TEST(Recognition, refuses_what_is_neither)

@@ -232,6 +232,25 @@ TEST(WbxmlVectors, server_package_with_public_text_and_string_table)
     EXPECT_TRUE(message.final);
 }
 
+TEST(WbxmlWriter, writes_lengths_in_groups_of_seven_bits)
+{
+    for (const auto &[size, length] :
+         std::initializer_list<std::pair<qsizetype, const char *>>{{1, "C3 01"},
+                                                                   {127, "C3 7F"},
+                                                                   {128, "C3 8100"},
+                                                                   {16'383, "C3 FF7F"},
+                                                                   {16'384, "C3 818000"},
+                                                                   {2'097'151, "C3 FFFF7F"},
+                                                                   {2'097'152, "C3 81808000"}}) {
+        const Message message = samples::messageWithData(QByteArray(size, 'x'));
+        const EncodeResult encoded = encodeWbxml(message);
+        ASSERT_TRUE(std::holds_alternative<QByteArray>(encoded));
+        EXPECT_TRUE(std::get<QByteArray>(encoded).contains(bytes("4F") + bytes(length) + 'x'))
+            << size;
+        EXPECT_TRUE(decoded(std::get<QByteArray>(encoded)) == message) << size;
+    }
+}
+
 // ---- what is taken
 
 TEST(WbxmlReader, takes_every_form_of_the_public_id)
@@ -436,6 +455,8 @@ TEST(WbxmlReader, refuses_entities_that_are_no_characters)
     EXPECT_EQ(errorInCmdId(bytes("02 83B000")), "400 entity 55296 is no character"); // D800
     EXPECT_EQ(errorInCmdId(bytes("02 C48000")), "400 entity 1114112 is no character");
     EXPECT_EQ(errorInCmdId(bytes("02 8FFFFFFF7F")), "400 entity 4294967295 is no character");
+    // Cut to its lower bits it would be U+10000.
+    EXPECT_EQ(errorInCmdId(bytes("02 A0848000")), "400 entity 67174400 is no character");
     EXPECT_EQ(errorInCmdId(bytes("02 9080808000")), "400 a number of more than 32 bits");
     EXPECT_EQ(errorInCmdId(bytes("02 8FFFFFFFFF7F")), "400 a number of more than 32 bits");
 }

@@ -268,6 +268,12 @@ TEST(XmlReader, keeps_markup_inside_Data_as_its_text)
     EXPECT_EQ(dataIn("<Data>1 &lt; 2<Data>3</Data></Data>"), QByteArray("1 &lt; 2<Data>3</Data>"));
 }
 
+TEST(XmlReader, keeps_attributes_of_XML_itself_inside_Data)
+{
+    EXPECT_EQ(dataIn("<Data><x xml:lang='en' xml:space=\"preserve\"/></Data>"),
+              QByteArray("<x xml:lang=\"en\" xml:space=\"preserve\"/>"));
+}
+
 TEST(XmlReader, keeps_the_declarations_that_markup_inside_Data_needs)
 {
     const Message message = decoded(QByteArray(
