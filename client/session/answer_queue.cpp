@@ -1,7 +1,9 @@
 #include "session/answer_queue.h"
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
+#include <vector>
 
 namespace client {
 
@@ -73,8 +75,8 @@ public:
         return isLimited() ? m_limit - m_usedBytes : std::numeric_limits<qsizetype>::max();
     }
     bool fits(qsizetype bytes) const { return bytes <= leftBytes(); }
-    /// Whether a command of that size fits into a message that has nothing but the status of the
-    /// header in front of it.
+    /// Whether a command of that size fits into a message that has nothing but a status of the
+    /// header like this one's in front of it.
     bool wouldFitIntoNextMessage(qsizetype bytes) const
     {
         return !isLimited() || m_headerBytes + m_firstBytes + bytes <= m_limit;
@@ -105,67 +107,83 @@ private:
 
 // ---- Filling a message ---------------------------------------------------------------------------
 
-std::size_t AnswerQueue::size() const
-{
-    return m_commands.size() + m_headerStatus.has_value() + m_started.has_value();
-}
-
 AnswerQueue::Filled AnswerQueue::fill(Message &message, Encoding encoding, qsizetype limit)
 {
-    const std::size_t waiting = size();
+    const std::size_t leading = m_leading.size();
     Room room(message, encoding, limit);
     while (!isEmpty() && takeFirst(room)) {
     }
     if (isEmpty())
         return Filled::Everything;
-    // A message with the status of the header alone would be answered with another header.
-    const std::size_t leastProgress = std::min<std::size_t>(waiting, 2);
-    return room.taken() < leastProgress ? Filled::Nothing : Filled::Part;
+    // What leads comes anew with every message of the server: with it alone there is no end.
+    return room.taken() > leading ? Filled::Part : Filled::Nothing;
 }
 
 bool AnswerQueue::takeFirst(Room &room)
 {
-    if (m_headerStatus) {
-        const qsizetype bytes = room.cost(*m_headerStatus);
-        if (!room.fits(bytes))
-            return false;
-        room.add(std::move(*m_headerStatus), bytes);
-        m_headerStatus.reset();
-        return true;
-    }
-    if (m_started)
+    std::deque<Command> &next = m_leading.empty() ? m_commands : m_leading;
+    if (m_leading.empty() && m_started)
         return takeChunk(room);
 
-    const qsizetype bytes = room.cost(m_commands.front());
+    const qsizetype bytes = room.cost(next.front());
     if (room.fits(bytes)) {
-        room.add(std::move(m_commands.front()), bytes);
-        m_commands.pop_front();
+        room.add(std::move(next.front()), bytes);
+        next.pop_front();
         return true;
     }
-    if (m_commands.front().kind != CommandKind::Results)
+    if (!m_leading.empty())
         return false;
-    if (m_commands.front().items.size() > 1) {
-        splitFirstResults();
+    if (splitFirst())
         return true;
-    }
-    if (room.wouldFitIntoNextMessage(bytes))
+    const Command &first = m_commands.front();
+    const bool isObject = first.kind == CommandKind::Results && first.items.front().data;
+    if (!isObject || room.wouldFitIntoNextMessage(bytes))
         return false;
     m_started = StartedObject{std::move(m_commands.front()), 0};
     m_commands.pop_front();
     return takeChunk(room);
 }
 
-/// Makes one Results an item of it.
-void AnswerQueue::splitFirstResults()
+namespace {
+
+/// The command as several that say the same; itself alone when it cannot be taken apart.
+std::vector<Command> parts(const Command &command)
 {
-    Command whole = std::move(m_commands.front());
+    const std::size_t targets = command.targetRefs.size();
+    const std::size_t sources = command.sourceRefs.size();
+    const bool hasPairs = sources == 0 || targets == 0 || sources == targets;
+    std::vector<Command> all;
+    if (command.kind == CommandKind::Results && command.items.size() > 1) {
+        for (const Item &item : command.items) {
+            all.push_back(command);
+            all.back().items = {item};
+        }
+    } else if (command.kind == CommandKind::Status && hasPairs && std::max(targets, sources) > 1) {
+        for (std::size_t i = 0; i < std::max(targets, sources); ++i) {
+            all.push_back(command);
+            all.back().targetRefs.clear();
+            all.back().sourceRefs.clear();
+            if (targets > 0)
+                all.back().targetRefs = {command.targetRefs[i]};
+            if (sources > 0)
+                all.back().sourceRefs = {command.sourceRefs[i]};
+        }
+    } else {
+        all = {command};
+    }
+    return all;
+}
+
+} // namespace
+
+bool AnswerQueue::splitFirst()
+{
+    std::vector<Command> all = parts(m_commands.front());
+    if (all.size() < 2)
+        return false;
     m_commands.pop_front();
-    std::vector<Item> items = std::move(whole.items);
-    std::for_each(items.rbegin(), items.rend(), [&](Item &item) {
-        Command part = whole;
-        part.items = {std::move(item)};
-        m_commands.push_front(std::move(part));
-    });
+    std::move(all.rbegin(), all.rend(), std::front_inserter(m_commands));
+    return true;
 }
 
 // ---- Chunks --------------------------------------------------------------------------------------
@@ -188,9 +206,17 @@ Command chunkOf(const Command &results, qsizetype offset, qsizetype length)
     return chunk;
 }
 
-bool isInsideCharacter(const QByteArray &text, qsizetype position)
+/// The length of the longest piece of the text that is no longer, begins at the offset and does not
+/// end inside a character.
+qsizetype wholeCharacters(const QByteArray &text, qsizetype offset, qsizetype length)
 {
-    return (static_cast<unsigned char>(text[position]) & 0xC0) == 0x80;
+    const auto endsInsideCharacter = [&] {
+        const qsizetype end = offset + length;
+        return end < text.size() && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80;
+    };
+    while (length > 0 && endsInsideCharacter())
+        --length;
+    return length;
 }
 
 } // namespace
@@ -203,18 +229,20 @@ bool AnswerQueue::takeChunk(Room &room)
     const Command &results = m_started->results;
     const QByteArray &data = *results.items.front().data;
     const qsizetype offset = m_started->sentBytes;
+    const auto chunkOfLength = [&](qsizetype length) {
+        // XML carries characters, so a chunk has to end between two.
+        return room.encoding() == Encoding::Xml ? wholeCharacters(data, offset, length) : length;
+    };
     qsizetype fitting = 0;
     // No byte takes less than one, so there is no use in trying more than there is room for.
     qsizetype tooLong = std::min(data.size() - offset, room.leftBytes()) + 1;
     while (tooLong - fitting > 1) {
         const qsizetype middle = fitting + (tooLong - fitting) / 2;
-        (room.fits(room.cost(chunkOf(results, offset, middle))) ? fitting : tooLong) = middle;
+        const Command chunk = chunkOf(results, offset, chunkOfLength(middle));
+        (room.fits(room.cost(chunk)) ? fitting : tooLong) = middle;
     }
+    fitting = chunkOfLength(fitting);
     const bool isRest = offset + fitting == data.size();
-    // XML carries characters, so a chunk has to end between two.
-    while (!isRest && room.encoding() == Encoding::Xml && fitting > 0 &&
-           isInsideCharacter(data, offset + fitting))
-        --fitting;
     if (fitting <= 0 || (!isRest && fitting < shortestChunk && room.taken() > 1))
         return false;
     Command chunk = chunkOf(results, offset, fitting);

@@ -10,20 +10,19 @@
 
 namespace client {
 
-/// Commands on their way to the server, in order. A Results that is too large for one message is
-/// split between its items, and an item that is too large is sent in chunks.
+/// Commands on their way to the server, in order. A Results that does not fit into a message is
+/// split between its items, an item that is too large is sent in chunks, and a Status of several
+/// items becomes one for each.
 class AnswerQueue {
 public:
-    bool isEmpty() const { return !m_headerStatus && !m_started && m_commands.empty(); }
-    /// Number of commands that wait, the status of the header included.
-    std::size_t size() const;
+    bool isEmpty() const { return m_leading.empty() && !m_started && m_commands.empty(); }
 
-    /// The status of the last header received: it leads the next message.
-    void setHeaderStatus(syncml::Command status) { m_headerStatus = std::move(status); }
+    /// A status that has to stand in the next message, in front of what waits: that of the last
+    /// header received, first of all.
+    void lead(syncml::Command status) { m_leading.push_back(std::move(status)); }
     void push(syncml::Command command) { m_commands.push_back(std::move(command)); }
     /// Drops what is left of an object of which a part was sent already.
     void dropStartedObject() { m_started.reset(); }
-    bool hasStartedObject() const { return m_started.has_value(); }
 
     enum class Filled { Everything, Part, Nothing };
     /// Moves commands from the queue into the message as far as they fit, and numbers them from 1.
@@ -43,9 +42,9 @@ private:
 
     bool takeFirst(Room &room);
     bool takeChunk(Room &room);
-    void splitFirstResults();
+    bool splitFirst();
 
-    std::optional<syncml::Command> m_headerStatus;
+    std::deque<syncml::Command> m_leading;
     std::optional<StartedObject> m_started;
     std::deque<syncml::Command> m_commands;
 };

@@ -44,6 +44,19 @@ bool isAlert(const Command &command, const char *code)
            command.data.value_or(QByteArray()).trimmed() == code;
 }
 
+/// Whether the message does nothing but ask for the client's next one.
+bool isRequestForMore(const Message &message)
+{
+    bool asks = false;
+    for (const Command &command : message.commands) {
+        const bool isRequest = isAlert(command, nextMessage);
+        if (!isRequest && command.kind != CommandKind::Status)
+            return false;
+        asks = asks || isRequest;
+    }
+    return asks;
+}
+
 bool hasAlert(const Message &message, const char *code)
 {
     return std::ranges::any_of(message.commands,
@@ -121,10 +134,8 @@ void Session::note(const QString &text)
 
 // ---- What the client says ------------------------------------------------------------------------
 
-void Session::queue(Command command, const QString &msgRef)
+void Session::queue(Command command)
 {
-    if (command.kind == CommandKind::Status || command.kind == CommandKind::Results)
-        command.msgRef = msgRef;
     fitEncoding(command, m_encoding);
     m_queue.push(std::move(command));
 }
@@ -262,7 +273,7 @@ void Session::refuseMessage(const syncml::DecodeError &error)
     }
     Command status = headerStatus(*error.header, static_cast<DmStatus>(error.status));
     status.msgRef = error.header->msgId;
-    m_queue.setHeaderStatus(std::move(status));
+    m_queue.lead(std::move(status));
     abort(SessionEnd::Kind::Failed, reason);
 }
 
@@ -274,6 +285,7 @@ void Session::receive(const TransportResponse &response, const Message &message)
     if (!m_isRunning)
         return;
 
+    const bool isAskedForMore = !m_queue.isEmpty() || isRequestForMore(message);
     const DmStatus version = statusOfHeader(message.header);
     const DmStatus verified =
         succeeded(version) ? m_verifier.check(response, message.header) : version;
@@ -282,18 +294,17 @@ void Session::receive(const TransportResponse &response, const Message &message)
         return;
 
     // A message that only asks for more does not open a new package.
-    const bool isAskedForMore = !m_queue.isEmpty();
     m_serverIsFinal = message.final || !succeeded(verified) || (isAskedForMore && m_serverIsFinal);
 
     Command status = headerStatus(message.header, verified);
     status.msgRef = message.header.msgId;
     if (succeeded(version))
         status.chal = m_verifier.challenge();
-    m_queue.setHeaderStatus(std::move(status));
+    m_queue.lead(std::move(status));
 
     const std::vector<Command> answers = answer(message, verified);
     for (const Command &command : answers)
-        queue(command, message.header.msgId);
+        isRequestForMore(message) ? m_queue.lead(command) : queue(command);
     endOrGoOn(message, !answers.empty() || isAskedForMore);
 }
 
@@ -306,6 +317,9 @@ std::vector<Command> Session::answer(const Message &message, DmStatus headerStat
         m_runner.refuse(message,
                         {headerStatus, QStringLiteral("the server's message was not accepted")},
                         answers);
+    for (Command &command : answers)
+        if (command.kind == CommandKind::Status || command.kind == CommandKind::Results)
+            command.msgRef = message.header.msgId;
     return answers;
 }
 

@@ -86,7 +86,7 @@ private:
 
     // ---- What the client says
     void queueFirstPackage();
-    void queue(syncml::Command command, const QString &msgRef = {});
+    void queue(syncml::Command command);
     void queueAlert(const char *code);
     syncml::Command deviceInformation() const;
     std::optional<TransportResponse> sendNextMessage();
