@@ -25,3 +25,7 @@ if(KUB_COVERAGE)
     add_compile_options(--coverage -fprofile-update=atomic)
     add_link_options(--coverage)
 endif()
+if(KUB_FUZZ)
+    # The code under test tells the fuzzer where an input led; only a target has the fuzzer's main.
+    add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
