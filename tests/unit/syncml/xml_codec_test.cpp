@@ -305,6 +305,18 @@ TEST(XmlReader, skips_elements_that_are_unknown_or_unused_in_DM)
         }());
 }
 
+TEST(XmlReader, skips_what_it_does_not_know_in_header_challenge_and_credentials)
+{
+    const Message message = decoded(QByteArray(
+        "<SyncML><y/><SyncHdr><NoResp/><MsgID>5</MsgID><Cred><y>1</y><Data>d</Data></Cred>"
+        "<y><MsgID>6</MsgID></y></SyncHdr><SyncBody><Status><Chal><y/><Meta><Type>t</Type>"
+        "</Meta></Chal></Status></SyncBody></SyncML>"));
+    EXPECT_EQ(message.header.msgId, u"5");
+    EXPECT_EQ(message.header.cred->data, QByteArray("d"));
+    ASSERT_EQ(message.commands.size(), 1u);
+    EXPECT_EQ(message.commands.front().chal->meta.type, QStringLiteral("t"));
+}
+
 TEST(XmlReader, carries_versions_of_other_protocols)
 {
     QByteArray xml = messageXml("<Get><CmdID>1</CmdID><Item/></Get>");
