@@ -135,7 +135,14 @@ protected:
     TreePtr MountOffice(const char *root) { return MountOffice(root, GPRS_PART); }
 
     /// Record of "Office" in the profile service.
-    NAP_PROFILE_S &Stored() { return handset.napi.Find("Office")->record; }
+    NAP_PROFILE_S &Stored()
+    {
+        static NAP_PROFILE_S none;
+        if (auto *const office = handset.napi.Find("Office"))
+            return office->record;
+        ADD_FAILURE() << "Office is not stored any more";
+        return none = {};
+    }
 
     /// A server's Replace of a leaf, by slot 8 of the node.
     int Write(const TreePtr &tree, const std::string &path, const DmtData &value)
