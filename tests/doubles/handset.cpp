@@ -28,13 +28,41 @@ std::optional<int> JournalEngineCall(std::string_view call, std::string_view pat
     return fault ? std::optional<int>(fault->status) : std::nullopt;
 }
 
+std::string SiteOf(std::string_view file, int line)
+{
+    return std::string(file) + ":" + std::to_string(line);
+}
+
 bool FailEngineAllocation(std::string_view file, int line, std::size_t)
 {
-    const std::string site = std::string(file) + ":" + std::to_string(line);
+    const std::string site = SiteOf(file, line);
     return g_current->faults.Names(site) && g_current->faults.Next(site).has_value();
 }
 
 } // namespace
+
+AllocationWatch::AllocationWatch()
+{
+    dmnative_control::SetAllocationFault(
+        [this](std::string_view file, int line, std::size_t bytes) {
+            m_blocks.push_back({SiteOf(file, line), bytes});
+            return false;
+        });
+}
+
+AllocationWatch::~AllocationWatch()
+{
+    dmnative_control::SetAllocationFault(FailEngineAllocation);
+}
+
+std::vector<std::string> AllocationWatch::SitesOfSize(std::size_t bytes) const
+{
+    std::vector<std::string> sites;
+    for (const Block &block : m_blocks)
+        if (block.bytes == bytes)
+            sites.push_back(block.site);
+    return sites;
+}
 
 Handset::Handset()
 {

@@ -109,16 +109,10 @@ TEST_F(EntryPointTest, DroppingTheLastReferenceDestroysTheTree)
 
 TEST_F(EntryPointTest, TheTreeComesFromTheEnginesMemoryAtTheEnginesSite)
 {
-    std::vector<std::string> sites;
-    dmnative_control::SetAllocationFault(
-        [&sites](std::string_view file, int line, std::size_t size) {
-            if (size == sizeof(DM_NAPI_PluginTree))
-                sites.push_back(std::string(file) + ":" + std::to_string(line));
-            return false;
-        });
+    const AllocationWatch watch;
     JemSmartPtr<DmtPluginTree> tree;
     ASSERT_EQ(Mount(CONN_ROOT, tree), 0);
-    EXPECT_EQ(sites, (Lines{"jem_defs:255"}));
+    EXPECT_EQ(watch.SitesOfSize(sizeof(DM_NAPI_PluginTree)), (Lines{"jem_defs:255"}));
 
     // It goes back there too.
     const std::size_t before = dmnative_control::LiveBlocks("jem_defs", 255);

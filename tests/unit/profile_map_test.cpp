@@ -2,6 +2,8 @@
 // from the other.
 #include "plugin_test.h"
 
+#include <random>
+
 namespace {
 
 using namespace doubles;
@@ -136,6 +138,43 @@ TEST_F(MapVectorsTest, AKeyIsTakenBackWhenItsRecordHasNoRoom)
         EXPECT_EQ(probe.map.keys().size(), 0);
         EXPECT_EQ(probe.map.values().size(), 0);
     }
+}
+
+TEST_F(MapVectorsTest, AgreesWithAPlainListUnderAnySequenceOfChanges)
+{
+    const unsigned int seed = std::random_device()();
+    RecordProperty("seed", static_cast<int>(seed));
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    const TreePtr tree = NewTree(CONN_ROOT);
+    PluginTreeProbe probe(*tree);
+    std::vector<std::pair<std::string, ProfileInfo *>> list;
+    ProfileInfo infos[8];
+    for (int step = 0; step < 4000; ++step) {
+        const std::string name = "Node " + std::to_string(random() % 24);
+        const auto place = std::find_if(list.begin(), list.end(),
+                                        [&name](const auto &pair) { return pair.first == name; });
+        const int expected = place == list.end() ? -1 : static_cast<int>(place - list.begin());
+        ASSERT_EQ(probe.map.find(name.c_str()), expected) << "step " << step;
+        if (random() % 3 != 0) {
+            ProfileInfo *const info = &infos[random() % 8];
+            if (expected < 0)
+                list.emplace_back(name, info);
+            else
+                place->second = info;
+            probe.map.put(name.c_str(), info);
+        } else if (expected >= 0) {
+            list.erase(place);
+            probe.map.remove(expected);
+        }
+        ASSERT_EQ(probe.map.size(), static_cast<int>(list.size())) << "step " << step;
+        for (int i = 0; i < probe.map.size(); ++i) {
+            ASSERT_STREQ(probe.map.keys()[i].text(),
+                         list[static_cast<std::size_t>(i)].first.c_str());
+            ASSERT_EQ(probe.map.values()[i], list[static_cast<std::size_t>(i)].second);
+        }
+    }
+    probe.map.clear(); // the records are this test's
 }
 
 // ---- Loading the mapping file ----------------------------------------------------------------

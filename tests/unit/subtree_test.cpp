@@ -269,14 +269,9 @@ TEST_F(SubtreeTest, NodesAre144BytesOfTheEnginesSiteAndOnlyTheEngineHoldsThem)
 {
     for (const char *const root : {CONN_ROOT, INTPROFS_ROOT}) {
         const TreePtr tree = Mapped(root, "", "5");
-        int nodes = 0;
-        dmnative_control::SetAllocationFault(
-            [&nodes](std::string_view file, int line, std::size_t size) {
-                nodes += file == "jem_defs" && line == 255 && size == 144 ? 1 : 0;
-                return false;
-            });
+        const AllocationWatch watch;
         tree->LoadSubTreeofProfile("P", m_info);
-        EXPECT_EQ(nodes, root == CONN_ROOT ? 12 : 17);
+        EXPECT_EQ(watch.SitesOfSize(144), Lines(root == CONN_ROOT ? 12 : 17, "jem_defs:255"));
         EXPECT_EQ(Node(tree, "P")->RefCount(), 2) << "the tree's and this test's";
         EXPECT_EQ(tree->RefCount(), 1) << "a node does not keep its tree alive";
     }
