@@ -7,9 +7,8 @@ bool isContinuation(std::string_view text, std::size_t index)
     return index < text.size() && (static_cast<unsigned char>(text[index]) & 0xC0U) == 0x80U;
 }
 
-/// @return the length of the UTF-8 sequence at the beginning of the text in bytes, 0 when it is
-/// none:
-///         overlong forms, surrogates and numbers above U+10FFFF are none.
+/// @return the length of the UTF-8 sequence at the beginning of the text in bytes, 0 when it
+///         is none: overlong forms, surrogates and numbers above U+10FFFF are none.
 std::size_t utf8SequenceLength(std::string_view text)
 {
     const auto lead = static_cast<unsigned char>(text[0]);

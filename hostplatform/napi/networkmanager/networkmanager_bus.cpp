@@ -55,6 +55,25 @@ constexpr ErrorRow kErrors[] = {
     {"", NAPI_ERROR_IO, Cause::Other},
 };
 
+/// The D-Bus types of the answers that are looked into.
+struct AnswerRow {
+    QLatin1StringView method;
+    QLatin1StringView signature;
+};
+constexpr AnswerRow kAnswers[] = {
+    {QLatin1StringView("ListConnections"), QLatin1StringView("ao")},
+    {QLatin1StringView("AddConnection2"), QLatin1StringView("oa{sv}")},
+    {QLatin1StringView("GetSettings"), QLatin1StringView("a{sa{sv}}")},
+    {QLatin1StringView("GetSecrets"), QLatin1StringView("a{sa{sv}}")},
+};
+
+bool isExpected(const QDBusMessage &answer, const QString &method)
+{
+    const auto row = std::find_if(std::begin(kAnswers), std::end(kAnswers),
+                                  [&](const AnswerRow &one) { return one.method == method; });
+    return row == std::end(kAnswers) || row->signature == answer.signature();
+}
+
 bool isAnswerMissing(const QDBusMessage &message)
 {
     const QDBusError::ErrorType type = QDBusError(message).type();
@@ -87,6 +106,7 @@ NetworkManagerBus::~NetworkManagerBus()
 void NetworkManagerBus::disconnect()
 {
     m_daemon.clear();
+    m_lastDaemon.clear(); // another bus gives the same names to others
     if (m_connection.has_value()) {
         m_connection.reset();
         QDBusConnection::disconnectFromBus(m_connectionName);
@@ -116,9 +136,17 @@ StoreResult NetworkManagerBus::connect()
         return {NAPI_ERROR_UNAVAILABLE,
                 "NetworkManager is not running: " + answer.errorMessage().toStdString()};
     }
-    m_daemon = answer.arguments().value(0).toString();
-    ++m_daemonGeneration;
+    const QString daemon = answer.arguments().value(0).toString();
+    if (daemon != m_lastDaemon)
+        ++m_daemonGeneration;
+    m_daemon = daemon;
+    m_lastDaemon = daemon;
     return {};
+}
+
+int NetworkManagerBus::limitMs() const
+{
+    return m_unansweredMethod.isEmpty() ? kCallLimitMs : kImpatientLimitMs;
 }
 
 QDBusMessage NetworkManagerBus::message(const QString &path, const QString &interface,
@@ -130,16 +158,22 @@ QDBusMessage NetworkManagerBus::message(const QString &path, const QString &inte
 }
 
 /// Works out what an answer means, and what it says about the daemon.
-BusReply NetworkManagerBus::judge(const QDBusMessage &message)
+BusReply NetworkManagerBus::judge(const QDBusMessage &message, const QString &method)
 {
     if (isAnswerMissing(message)) {
-        m_limitMs = kImpatientLimitMs;
+        m_unansweredMethod = method;
         m_daemon.clear(); // it may be another one next time
-    } else {
-        m_limitMs = kCallLimitMs;
+    } else if (method == m_unansweredMethod) {
+        m_unansweredMethod.clear();
     }
-    if (message.type() == QDBusMessage::ReplyMessage)
-        return {message, Cause::None, {}};
+    if (message.type() == QDBusMessage::ReplyMessage) {
+        if (isExpected(message, method))
+            return {message, Cause::None, {}};
+        return {message,
+                Cause::Other,
+                {NAPI_ERROR_IO,
+                 "NetworkManager: the answer to " + method.toStdString() + " has another form"}};
+    }
     const std::string name = message.errorName().toStdString();
     const ErrorRow &row =
         *std::find_if(std::begin(kErrors), std::end(kErrors),
@@ -155,7 +189,7 @@ BusReply NetworkManagerBus::judge(const QDBusMessage &message)
 
 BusReply NetworkManagerBus::call(const QDBusMessage &message)
 {
-    return judge(m_connection->call(message, QDBus::Block, m_limitMs));
+    return judge(m_connection->call(message, QDBus::Block, limitMs()), message.member());
 }
 
 BusReply NetworkManagerBus::callSettings(const QString &method, const QVariantList &arguments)
@@ -185,11 +219,11 @@ StoreResult NetworkManagerBus::callConnections(
     for (const QString &path : paths) {
         while (sent < paths.size() && calls.size() < kCallsInFlight) {
             calls.push_back(m_connection->asyncCall(
-                message(paths[sent], kConnectionInterface, method, {}), m_limitMs));
+                message(paths[sent], kConnectionInterface, method, {}), limitMs()));
             ++sent;
         }
         calls.front().waitForFinished();
-        StoreResult result = take(path, judge(calls.front().reply()));
+        StoreResult result = take(path, judge(calls.front().reply(), method));
         if (result.failed())
             return result;
         calls.pop_front();

@@ -67,12 +67,14 @@ private:
     QDBusMessage message(const QString &path, const QString &interface, const QString &method,
                          const QVariantList &arguments) const;
     BusReply call(const QDBusMessage &message);
-    BusReply judge(const QDBusMessage &message);
+    BusReply judge(const QDBusMessage &message, const QString &method);
+    int limitMs() const;
     void disconnect();
 
     QString m_connectionName;
     std::optional<QDBusConnection> m_connection;
-    QString m_daemon; ///< unique name, empty for none
+    QString m_daemon;     ///< unique name, empty for none
+    QString m_lastDaemon; ///< the one before that was looked for again
     unsigned int m_daemonGeneration = 0;
-    int m_limitMs = kCallLimitMs;
+    QString m_unansweredMethod; ///< empty when the last call of each method was answered
 };

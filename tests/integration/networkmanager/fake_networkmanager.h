@@ -1,0 +1,67 @@
+// A NetworkManager that does what a test says, for faults that the real one does not have.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <QDBusMessage>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include "connection_settings.h"
+
+/// A message bus of this process. DBUS_SYSTEM_BUS_ADDRESS names it from the first one on; the
+/// address is the same for all, because a process reads it once.
+class PrivateBus {
+public:
+    PrivateBus();
+    ~PrivateBus();
+    PrivateBus(const PrivateBus &) = delete;
+    PrivateBus &operator=(const PrivateBus &) = delete;
+
+    static QString address();
+
+private:
+    QProcess m_daemon;
+};
+
+struct RecordedCall {
+    std::string method;
+    QString path;
+    QVariantList arguments;
+};
+
+/// Lives in a thread of its own until it is destroyed; then its connection to the bus ends, as with
+/// a process that ends.
+class FakeNetworkManager {
+public:
+    /// Makes the answer to a call; a message of another type than an answer or an error means none.
+    using Handler = std::function<QDBusMessage(const QDBusMessage &call)>;
+
+    /// Has that many connections of type gsm, called "Fake 0", "Fake 1" and so on, at the paths
+    /// connectionPath.
+    explicit FakeNetworkManager(int connections);
+    ~FakeNetworkManager();
+    FakeNetworkManager(const FakeNetworkManager &) = delete;
+    FakeNetworkManager &operator=(const FakeNetworkManager &) = delete;
+
+    static QString connectionPath(int index);
+    /// What GetSettings answers by itself.
+    static ConnectionSettings connectionSettings(int index);
+
+    /// Answers the calls of a method in another way than by itself.
+    void handle(const std::string &method, Handler handler);
+    /// Keeps the calls of a method unanswered until no more arrive, and then answers them all.
+    void answerInBatches(const std::string &method);
+    /// @return the largest number of calls that were unanswered at the same time.
+    int mostUnanswered() const;
+    /// All calls since the beginning or the last time.
+    std::vector<RecordedCall> takeCalls();
+
+private:
+    class Service;
+    class Thread;
+    std::unique_ptr<Thread> m_thread;
+};

@@ -1,0 +1,328 @@
+// The store when the bus or the daemon does what a sound one does not do on demand.
+#include <algorithm>
+#include <chrono>
+
+#include <QCoreApplication>
+#include <QDBusArgument>
+#include <QDBusMetaType>
+#include <QTemporaryDir>
+#include <QThread>
+#include <gtest/gtest.h>
+
+#include "fake_networkmanager.h"
+#include "networkmanager_profile_store.h"
+
+namespace {
+
+using Names = std::vector<std::string>;
+using Methods = std::vector<std::string>;
+
+QDBusMessage noAnswer(const QDBusMessage &)
+{
+    return {};
+}
+
+FakeNetworkManager::Handler error(const char *name, const char *text)
+{
+    return [=](const QDBusMessage &call) {
+        return call.createErrorReply(QString::fromLatin1(name), QString::fromLatin1(text));
+    };
+}
+
+constexpr char kPermissionDenied[] = "org.freedesktop.NetworkManager.Settings.PermissionDenied";
+
+std::chrono::milliseconds timeOf(const std::function<void()> &action)
+{
+    const auto begin = std::chrono::steady_clock::now();
+    action();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                                 begin);
+}
+
+class Faults : public testing::Test {
+protected:
+    Faults()
+        : m_bus(std::make_unique<PrivateBus>()), m_fake(std::make_unique<FakeNetworkManager>(3))
+    {
+        const StoreResult result = open();
+        EXPECT_FALSE(result.failed()) << result.message;
+    }
+
+    StoreResult open()
+    {
+        m_store.reset();
+        return NetworkManagerProfileStore::open(m_directory.path().toStdString() + "/ids.db",
+                                                m_store);
+    }
+    void expectList(const Names &expected)
+    {
+        Names names;
+        const StoreResult result = m_store->list(1000, names);
+        EXPECT_FALSE(result.failed()) << result.message;
+        EXPECT_EQ(names, expected);
+    }
+    NAP_PROFILE_S read(std::string_view name)
+    {
+        NAP_PROFILE_S record = {};
+        const StoreResult result = m_store->read(name, record);
+        EXPECT_FALSE(result.failed()) << result.message;
+        return record;
+    }
+    Methods takeMethods()
+    {
+        Methods methods;
+        for (const RecordedCall &call : m_fake->takeCalls())
+            methods.push_back(call.method);
+        return methods;
+    }
+    static ConnectionSettings sentSettings(const RecordedCall &call)
+    {
+        return qdbus_cast<ConnectionSettings>(call.arguments.value(0));
+    }
+
+    const Names m_all = {"Fake 0", "Fake 1", "Fake 2"};
+    const QTemporaryDir m_directory;
+    std::unique_ptr<PrivateBus> m_bus;
+    std::unique_ptr<FakeNetworkManager> m_fake;
+    std::unique_ptr<ProfileStore> m_store;
+};
+
+// ---- No bus, no daemon --------------------------------------------------------------------------
+
+TEST_F(Faults, NoBusIsUnavailableUntilThereIsOne)
+{
+    expectList(m_all);
+    m_fake.reset();
+    m_bus.reset();
+    Names names;
+    StoreResult result = m_store->list(10, names);
+    EXPECT_EQ(result.status, NAPI_ERROR_UNAVAILABLE);
+    EXPECT_NE(result.message.find("cannot reach the system bus"), std::string::npos)
+        << result.message;
+    std::unique_ptr<ProfileStore> other;
+    EXPECT_EQ(
+        NetworkManagerProfileStore::open(m_directory.path().toStdString() + "/other", other).status,
+        NAPI_ERROR_UNAVAILABLE);
+    m_bus = std::make_unique<PrivateBus>();
+    m_fake = std::make_unique<FakeNetworkManager>(3);
+    expectList(m_all);
+}
+
+TEST_F(Faults, BusWithoutADaemonIsUnavailableUntilThereIsOne)
+{
+    m_fake.reset();
+    const StoreResult result = open();
+    EXPECT_EQ(result.status, NAPI_ERROR_UNAVAILABLE);
+    EXPECT_NE(result.message.find("NetworkManager is not running"), std::string::npos)
+        << result.message;
+    m_fake = std::make_unique<FakeNetworkManager>(3);
+    ASSERT_FALSE(open().failed());
+    expectList(m_all);
+}
+
+// ---- Time ---------------------------------------------------------------------------------------
+
+TEST_F(Faults, DaemonThatDoesNotAnswerEndsAtTheLimitAndThenSooner)
+{
+    constexpr std::chrono::milliseconds limit(NetworkManagerBus::kCallLimitMs);
+    constexpr std::chrono::milliseconds impatientLimit(NetworkManagerBus::kImpatientLimitMs);
+    constexpr std::chrono::milliseconds tolerance(400);
+    expectList(m_all);
+    m_fake->handle("GetSettings", noAnswer);
+    NAP_PROFILE_S record;
+    StoreResult result;
+    const auto first = timeOf([&] { result = m_store->read("Fake 1", record); });
+    EXPECT_EQ(result.status, NAPI_ERROR_UNAVAILABLE);
+    EXPECT_NE(result.message.find("has not answered"), std::string::npos) << result.message;
+    EXPECT_GE(first, limit - tolerance);
+    EXPECT_LE(first, limit + tolerance);
+
+    const auto second = timeOf([&] { result = m_store->read("Fake 1", record); });
+    EXPECT_EQ(result.status, NAPI_ERROR_UNAVAILABLE);
+    EXPECT_GE(second, impatientLimit - tolerance);
+    EXPECT_LE(second, impatientLimit + tolerance);
+
+    // One answer, and the daemon has all its time again.
+    m_fake->handle("GetSettings", [](const QDBusMessage &call) {
+        const int index = call.path().section(u'/', -1).toInt();
+        return call.createReply(QVariant::fromValue(FakeNetworkManager::connectionSettings(index)));
+    });
+    expectList(m_all);
+    m_fake->answerInBatches("GetSettings");
+    expectList(m_all);
+}
+
+TEST_F(Faults, CallsInFlightAreLimited)
+{
+    m_fake = nullptr;
+    m_fake = std::make_unique<FakeNetworkManager>(300);
+    m_fake->answerInBatches("GetSettings");
+    unsigned int count = 0;
+    ASSERT_FALSE(m_store->count(count).failed());
+    EXPECT_EQ(count, 300U);
+    EXPECT_LE(m_fake->mostUnanswered(), 64);
+    EXPECT_GE(m_fake->mostUnanswered(), 2) << "several at a time";
+}
+
+// ---- Refusals and failures ----------------------------------------------------------------------
+
+TEST_F(Faults, MissingPermissionIsUnavailableAndWritesNothing)
+{
+    for (const char *name : {kPermissionDenied, "org.freedesktop.NetworkManager.PermissionDenied",
+                             "org.freedesktop.NetworkManager.Settings.NotPrivileged",
+                             "org.freedesktop.DBus.Error.AccessDenied"}) {
+        for (const char *method : {"Update2", "Delete", "AddConnection2", "GetSecrets"})
+            m_fake->handle(method, error(name, "Insufficient privileges"));
+        NAP_PROFILE_S record = {};
+        for (const StoreResult &result :
+             {m_store->read("Fake 0", record), m_store->modify("Fake 0", record),
+              m_store->remove("Fake 0"), m_store->create("New", record, 10)}) {
+            EXPECT_EQ(result.status, NAPI_ERROR_UNAVAILABLE) << name;
+            EXPECT_NE(result.message.find("Insufficient privileges"), std::string::npos);
+        }
+    }
+}
+
+TEST_F(Faults, ConnectionsThatOneMayNotSeeOrThatGoAreLeftOut)
+{
+    m_fake->handle("GetSettings", [](const QDBusMessage &call) {
+        const int index = call.path().section(u'/', -1).toInt();
+        if (index == 0)
+            return error(kPermissionDenied, "no")(call);
+        if (index == 1)
+            return error("org.freedesktop.DBus.Error.UnknownMethod", "no object")(call);
+        return call.createReply(QVariant::fromValue(FakeNetworkManager::connectionSettings(index)));
+    });
+    expectList({"Fake 2"});
+}
+
+TEST_F(Faults, AgentWithoutAPasswordMeansNoPassword)
+{
+    for (const char *name : {"org.freedesktop.NetworkManager.AgentManager.NoSecrets",
+                             "org.freedesktop.NetworkManager.SecretAgent.NoSecrets",
+                             "org.freedesktop.NetworkManager.SecretAgent.UserCanceled"}) {
+        m_fake->handle("GetSecrets", error(name, "none"));
+        EXPECT_EQ(read("Fake 0").gprsAuthPassword[0], '\0') << name;
+    }
+}
+
+TEST_F(Faults, FailedWriteToDiskIsAnInputOutputError)
+{
+    m_fake->handle("Update2", error("org.freedesktop.NetworkManager.Settings.Failed", "disk"));
+    const StoreResult result = m_store->modify("Fake 0", NAP_PROFILE_S{});
+    EXPECT_EQ(result.status, NAPI_ERROR_IO);
+    EXPECT_NE(result.message.find("disk"), std::string::npos) << result.message;
+}
+
+TEST_F(Faults, UpdateIsTakenBackWhenThePasswordCannotBeRemoved)
+{
+    const ConnectionSettings onlyPassword = {{u"gsm"_qs, {{u"password"_qs, u"secret"_qs}}}};
+    m_fake->handle("GetSecrets", [=](const QDBusMessage &call) {
+        return call.createReply(QVariant::fromValue(onlyPassword));
+    });
+    m_fake->handle("ClearSecrets", error("org.freedesktop.NetworkManager.Settings.Failed", "disk"));
+    expectList(m_all);
+    m_fake->takeCalls();
+    EXPECT_EQ(m_store->modify("Fake 0", NAP_PROFILE_S{}).status, NAPI_ERROR_IO);
+    const std::vector<RecordedCall> calls = m_fake->takeCalls();
+    ASSERT_EQ(calls.size(), 5U);
+    EXPECT_EQ(calls[2].method, "Update2");
+    EXPECT_FALSE(sentSettings(calls[2])[u"gsm"_qs].contains(u"apn"_qs));
+    EXPECT_EQ(calls[3].method, "ClearSecrets");
+    EXPECT_EQ(calls[4].method, "Update2");
+    EXPECT_EQ(sentSettings(calls[4]), FakeNetworkManager::connectionSettings(0));
+}
+
+TEST_F(Faults, DaemonThatEndsDuringACallIsUnavailableAndTheNextOneServes)
+{
+    expectList(m_all);
+    m_fake->handle("Update2", [](const QDBusMessage &) {
+        QThread::currentThread()->quit(); // its connection to the bus ends
+        return QDBusMessage();
+    });
+    NAP_PROFILE_S record = read("Fake 1");
+    record.csdLinger = 1;
+    const StoreResult result = m_store->modify("Fake 1", record);
+    EXPECT_EQ(result.status, NAPI_ERROR_UNAVAILABLE) << result.message;
+    m_fake.reset();
+    m_fake = std::make_unique<FakeNetworkManager>(3);
+    EXPECT_FALSE(m_store->modify("Fake 1", record).failed());
+}
+
+TEST_F(Faults, AnswersOfAnotherFormAreAnErrorOfTheirOwn)
+{
+    const auto rubbish = [](const QDBusMessage &call) { return call.createReply(u"rubbish"_qs); };
+    for (const char *method : {"GetSecrets", "GetSettings", "ListConnections"}) {
+        m_fake->handle(method, rubbish);
+        NAP_PROFILE_S record = {};
+        const StoreResult result = m_store->read("Fake 0", record);
+        EXPECT_EQ(result.status, NAPI_ERROR_IO) << method;
+        EXPECT_NE(result.message.find(method), std::string::npos) << result.message;
+        ASSERT_FALSE(open().failed());
+    }
+    m_fake->handle("ListConnections", rubbish);
+    Names names;
+    EXPECT_EQ(m_store->list(10, names).status, NAPI_ERROR_IO);
+}
+
+// ---- What goes over the bus ---------------------------------------------------------------------
+
+TEST_F(Faults, OperationsCostAFewCalls)
+{
+    expectList(m_all);
+    EXPECT_EQ(takeMethods(),
+              (Methods{"ListConnections", "GetSettings", "GetSettings", "GetSettings"}));
+    NAP_PROFILE_S record = read("Fake 1");
+    EXPECT_EQ(takeMethods(), (Methods{"GetSettings", "GetSecrets"}));
+    std::uint32_t id = 0;
+    EXPECT_FALSE(m_store->idByName("Fake 1", id).failed());
+    EXPECT_EQ(takeMethods(), Methods{"GetSettings"});
+    std::string name;
+    EXPECT_FALSE(m_store->nameById(id, name).failed());
+    EXPECT_EQ(takeMethods(), Methods{"GetSettings"});
+    EXPECT_FALSE(m_store->modify("Fake 1", record).failed());
+    EXPECT_EQ(takeMethods(), (Methods{"GetSettings", "GetSecrets"})) << "nothing to write";
+    record.csdLinger = 1;
+    EXPECT_FALSE(m_store->modify("Fake 1", record).failed());
+    EXPECT_EQ(takeMethods(), (Methods{"GetSettings", "GetSecrets", "Update2"}));
+    EXPECT_FALSE(m_store->remove("Fake 1").failed());
+    EXPECT_EQ(takeMethods(), (Methods{"GetSettings", "Delete"}));
+}
+
+TEST_F(Faults, UnchangedSecretsAreNotSent)
+{
+    NAP_PROFILE_S record = read("Fake 1");
+    record.csdLinger = 1;
+    m_fake->takeCalls();
+    ASSERT_FALSE(m_store->modify("Fake 1", record).failed());
+    ConnectionSettings sent = sentSettings(m_fake->takeCalls().back());
+    EXPECT_FALSE(sent[u"gsm"_qs].contains(u"password"_qs));
+    EXPECT_FALSE(sent[u"gsm"_qs].contains(u"pin"_qs));
+
+    record.gprsAuthPassword[0] = 'S';
+    ASSERT_FALSE(m_store->modify("Fake 1", record).failed());
+    sent = sentSettings(m_fake->takeCalls().back());
+    EXPECT_EQ(sent[u"gsm"_qs][u"password"_qs], QVariant(u"Secret"_qs));
+    EXPECT_EQ(sent[u"gsm"_qs][u"pin"_qs], QVariant(u"1234"_qs)) << "it would be dropped";
+}
+
+TEST_F(Faults, PasswordThatAnAgentKeepsIsNotAskedFor)
+{
+    ConnectionSettings settings = FakeNetworkManager::connectionSettings(1);
+    settings[u"gsm"_qs][u"password-flags"_qs] = 1U;
+    m_fake->handle("GetSettings", [=](const QDBusMessage &call) {
+        return call.createReply(QVariant::fromValue(settings));
+    });
+    EXPECT_EQ(read("Fake 1~00000001").gprsAuthPassword[0], '\0');
+    const Methods methods = takeMethods();
+    EXPECT_EQ(std::count(methods.begin(), methods.end(), "GetSecrets"), 0);
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    testing::InitGoogleTest(&argc, argv);
+    const QCoreApplication application(argc, argv); // the fake has an event loop
+    return RUN_ALL_TESTS();
+}
