@@ -1,5 +1,7 @@
 #include "dm_device.h"
 
+#include "session/account_tree.h"
+
 namespace client {
 
 namespace {
@@ -30,9 +32,26 @@ std::unique_ptr<DmDevice> DmDevice::open(const Options &options, QString &error)
     device->m_plugin = PluginHost::load(options.pluginFile, error);
     if (!device->m_plugin)
         return nullptr;
+    if (!device->loadAccounts(error))
+        return nullptr;
     device->m_tree = std::make_unique<ManagementTree>(describeHost(deviceId));
     return device->mountRoots(error) ? std::move(device) : nullptr;
 }
+
+bool DmDevice::loadAccounts(QString &error)
+{
+    m_accounts = AccountStore::load(m_state->clientFile(QStringLiteral("accounts.json")), error);
+    return m_accounts.has_value();
+}
+
+namespace {
+
+NodeUri mountPoint(const char *root)
+{
+    return parseAddress(QString::fromLatin1(root), UriLimits())->node;
+}
+
+} // namespace
 
 bool DmDevice::mountRoots(QString &error)
 {
@@ -40,8 +59,9 @@ bool DmDevice::mountRoots(QString &error)
         const JemSmartPtr<DmtTree> tree = m_plugin->treeFor(root, error);
         if (!tree)
             return false;
-        m_tree->mount(parseAddress(QString::fromLatin1(root), UriLimits())->node, tree);
+        m_tree->mount(mountPoint(root), tree);
     }
+    m_tree->mount(mountPoint(accountTreeRoot), makeAccountTree(*m_accounts));
     return true;
 }
 

@@ -1,12 +1,15 @@
-// The device as a DM client sees it: a locked state directory, the plug-in and the management tree.
+// The device as a DM client sees it: a locked state directory, the plug-in, the accounts
+// and the management tree.
 #pragma once
 
 #include "management_tree.h"
 #include "plugin_host.h"
 #include "plugin_log.h"
+#include "session/accounts.h"
 #include "state_directory.h"
 
 #include <memory>
+#include <optional>
 
 namespace client {
 
@@ -24,10 +27,13 @@ public:
 
     ManagementTree &tree() { return *m_tree; }
     const StateDirectory &state() const { return *m_state; }
+    /// The DM accounts; the tree has those that were there when the device was opened.
+    AccountStore &accounts() { return *m_accounts; }
 
 private:
     DmDevice() = default;
 
+    bool loadAccounts(QString &error);
     bool mountRoots(QString &error);
 
     // In the order of making. They go in the reverse order, so that the trees are dropped while
@@ -35,6 +41,7 @@ private:
     std::unique_ptr<StateDirectory> m_state;
     std::unique_ptr<PluginLog> m_log;
     std::unique_ptr<PluginHost> m_plugin;
+    std::optional<AccountStore> m_accounts;
     std::unique_ptr<ManagementTree> m_tree;
 };
 

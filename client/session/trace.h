@@ -1,0 +1,45 @@
+// A session's messages, written down for people.
+#pragma once
+
+#include "session/session_observer.h"
+
+#include <QFile>
+#include <memory>
+#include <set>
+#include <utility>
+
+namespace client {
+
+/// Alerts by MsgID and CmdID.
+using AlertIds = std::set<std::pair<QString, QString>>;
+
+/// A message as indented XML, whichever encoding it had. The meaning of each status stands behind
+/// it as a comment; data that XML cannot carry stands there as base64. Masked are the data of
+/// credentials, the values of secret leaves (see isSecretLeaf), values without an address,
+/// serialised trees, and what the user has answered to some alerts.
+QByteArray readableMessage(const syncml::Message &message, const AlertIds &secretQuestions);
+
+/// Writes every message of a session to a file that only its owner can read.
+class TraceWriter final : public SessionObserver {
+public:
+    /// Begins a file anew.
+    /// @return null when it cannot be written, with the reason in error
+    static std::unique_ptr<TraceWriter> open(const QString &file, QString &error);
+
+    void messageSent(const TransportRequest &request, const syncml::Message &message) override;
+    void messageReceived(const TransportResponse &response,
+                         const syncml::DecodeResult *decoded) override;
+    void note(const QString &text) override;
+
+private:
+    explicit TraceWriter(const QString &file) : m_file(file) {}
+
+    void rememberSecretQuestions(const QString &msgId,
+                                 const std::vector<syncml::Command> &commands);
+    void write(const QByteArray &text);
+
+    QFile m_file;
+    AlertIds m_secretQuestions;
+};
+
+} // namespace client
