@@ -1,9 +1,6 @@
 // napictl: looks after the profiles of the profile service. This file holds the command line; the
 // commands stand in *_command.cpp and *_commands.cpp.
 #include <climits>
-#include <clocale>
-#include <cstring>
-#include <langinfo.h>
 #include <span>
 
 #include <QCommandLineParser>
@@ -242,19 +239,10 @@ ExitStatus runCommandLine(const QStringList &arguments)
     return runCommand(*command, operands);
 }
 
-/// Qt takes the texts of the command line for UTF-8 and complains about a locale that is not.
-void useUtf8Locale()
-{
-    std::setlocale(LC_ALL, "");
-    if (std::strcmp(::nl_langinfo(CODESET), "UTF-8") != 0)
-        qputenv("LC_ALL", "C.UTF-8");
-}
-
 } // namespace
 
 int main(int argc, char *argv[])
 {
-    useUtf8Locale();
     const QCoreApplication application(argc, argv);
     for (int index = 1; index < argc; ++index) {
         if (!QUtf8StringView(argv[index]).isValidUtf8())

@@ -68,7 +68,6 @@ QString setFields(NAP_PROFILE_S &record, QList<FieldValue> values);
 /// Gives every field the value that it has in a record of zeros. Bytes that no field names stay.
 void clearFields(NAP_PROFILE_S &record);
 
-/// @return what is wrong with the values in the record, beginning with the field each: texts that
-/// are
-///         not UTF-8 and unknown speed codes.
+/// @return what is wrong with the values in the record, beginning with the field each:
+///         texts that are not UTF-8 and unknown speed codes.
 QStringList recordFaults(const NAP_PROFILE_S &record);

@@ -80,9 +80,8 @@ public:
     ExitStatus exitStatus = ExitOk;
 
 private:
-    /// @return true when the profile is done with: planned under that name, or found in the store,
-    /// or
-    ///         refused.
+    /// @return true when the profile is done with: planned under that name, found in the
+    ///         store, or refused.
     bool take(PlannedProfile &profile, const QString &text, const QByteArray &suffix)
     {
         profile.name = cutProfileName(text, suffix);

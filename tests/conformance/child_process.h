@@ -13,9 +13,8 @@ struct ChildOutcome {
     std::string errorOutput; ///< what the child wrote to stderr
 };
 
-/// Forks, runs the body and waits. Expectations that fail in the body are printed and give exit
-/// code
-/// 1. The caller must not have used a library that does not stand a fork.
+/// Forks, runs the body and waits. Expectations that fail in the body are printed and give
+/// exit code 1. The caller must not have used a library that does not stand a fork.
 ChildOutcome runInChild(const std::function<void()> &body);
 
 /// For the body of a child: ends it, so that its test is skipped.

@@ -669,7 +669,7 @@ TEST_F(SqliteStore, ProcessesThatCreateTheStoreAtTheSameTimeShareIt)
 {
     constexpr int processes = 8;
     constexpr int perProcess = 5;
-    for (int round = 0; round < 5; ++round) {
+    for (int round = 0; round < 20; ++round) {
         pid_t children[processes] = {};
         for (int index = 0; index < processes; ++index) {
             children[index] = ::fork();
