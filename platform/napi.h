@@ -153,8 +153,8 @@ extern "C" {
 /// Lists the names of all profiles in the order of their IDs.
 /// @param names  null, or *count slots of NAPI_NAME_SIZE bytes
 /// @param count  with null names: receives the number of profiles. Otherwise: the number of
-///               slots on entry, of filled slots on return. No slot beyond the capacity is written, also
-///               when profiles were added since they were counted.
+///               slots on entry, of filled slots on return. No slot beyond the capacity is written,
+///               also when profiles were added since they were counted.
 int NAPI_ListAllProfile(char *names, unsigned int *count);
 
 /// Reads a profile into the caller's record. The two last arguments are reserved and 0, here and
