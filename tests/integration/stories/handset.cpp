@@ -2,6 +2,7 @@
 
 #include "aplog.h"
 #include "napi.h"
+#include "nmcli_witness.h"
 #include "setup_set_manager.h"
 
 #include <dlfcn.h>
@@ -362,12 +363,14 @@ Lines HandsetTest::State()
 
 void HandsetTest::AppendService(Lines &lines)
 {
+    std::map<std::string, NAP_PROFILE_S> records;
     for (const std::string &name : ProfileNames()) {
         unsigned int id = 0;
         EXPECT_EQ(NAPI_GetProfileIDByName(name.c_str(), &id), 0);
         m_profileNames[std::to_string(id)] = name;
         NAP_PROFILE_S record;
         EXPECT_EQ(NAPI_ReadProfile(name.c_str(), &record, 0, 0), 0);
+        records[name] = record;
         RecordBytes bytes;
         static_assert(sizeof record == RECORD_SIZE);
         std::memcpy(bytes, &record, RECORD_SIZE);
@@ -387,6 +390,8 @@ void HandsetTest::AppendService(Lines &lines)
                 lines.push_back(profile + ": byte " + std::to_string(offset) + " = " +
                                 std::to_string(bytes[offset]));
     }
+    if (isNetworkManagerBackend())
+        expectNmcliShows(records);
 }
 
 /// "5Ph1DC1" as "{Office}Ph1DC1", so that expected lines do not depend on the numbers given out.
