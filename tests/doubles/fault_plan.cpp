@@ -38,6 +38,8 @@ std::optional<Fault> FaultPlan::Next(const std::string &site)
             hit = fault;
     }
     m_fired += hit ? 1 : 0;
+    if (observer)
+        observer(site, hit.has_value());
     return hit;
 }
 

@@ -1,6 +1,7 @@
 // Which calls of a test fail, and how.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -57,6 +58,9 @@ public:
     int Calls(const std::string &site) const;
     /// Every site that was called.
     std::set<std::string> Sites() const;
+
+    /// Told of every call with its site, and whether a fault hits it. May be empty.
+    std::function<void(const std::string &site, bool hit)> observer;
 
     /// For the doubles: counts a call, and tells how it ends unless it is carried out.
     std::optional<Fault> Next(const std::string &site);
