@@ -20,6 +20,20 @@ constexpr OptionRow addOptions[] = {
     {"format", OptionValue::Format, "FORMAT",
      "chr, int, bool, bin, null or node; without it chr with a VALUE, node without"},
 };
+constexpr OptionRow sessionOptions[] = {
+    {"encoding", OptionValue::Text, "ENCODING", "xml or wbxml: encoding of the first message"},
+    {"ca", OptionValue::Text, "FILE", "PEM certificates to trust in place of the system's"},
+    {"timeout", OptionValue::Text, "SECONDS", "how long the server may take for one answer"},
+    {"max-msg-size", OptionValue::Text, "BYTES", "largest message, as announced to the server"},
+    {"max-obj-size", OptionValue::Text, "BYTES", "largest object, as announced to the server"},
+    {"event", OptionValue::Text, "TYPE=TEXT", "report a client event (Alert 1224)"},
+    {"generic-alert", OptionValue::Text, "TYPE=TEXT", "report a generic alert (1226)"},
+    {"trace", OptionValue::Text, "FILE", "write every message to a file, secrets masked"},
+    {"json", OptionValue::None, nullptr, "print one JSON object a command"},
+};
+constexpr OptionRow accountOptions[] = {
+    {"show-secrets", OptionValue::None, nullptr, "print secrets instead of ********"},
+};
 constexpr OptionRow shellOptions[] = {
     {"fail-fast", OptionValue::None, nullptr, "stop at the first line that fails"},
 };
@@ -45,6 +59,13 @@ constexpr CommandRow commands[] = {
      ArgumentKind::Uri, noOptions, Availability::Everywhere, true, runCopy},
     {"process", "FILE", "answer one DM package, XML or WBXML (- is standard input)", 1, 1,
      ArgumentKind::File, ArgumentKind::None, noOptions, Availability::Everywhere, true, runProcess},
+    {"session", "ACCOUNT | URL", "have a management session with a DM server", 1, 1,
+     ArgumentKind::None, ArgumentKind::None, sessionOptions, Availability::Everywhere, true,
+     runSession},
+    {"account",
+     "list | show NAME | add NAME FIELD=VALUE... | set NAME FIELD=VALUE... | remove NAME",
+     "keep the DM accounts: servers that may manage this device", 1, anyNumber, ArgumentKind::None,
+     ArgumentKind::None, accountOptions, Availability::CommandLineOnly, true, runAccount},
     {"shell", "", "run many commands on one mount, typed or from a pipe", 0, 0, ArgumentKind::None,
      ArgumentKind::None, shellOptions, Availability::CommandLineOnly, true, runShell},
     {"help", "[COMMAND]", "say what the commands do", 0, 1, ArgumentKind::Command,

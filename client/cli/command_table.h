@@ -32,7 +32,7 @@ struct Invocation {
 enum class ArgumentKind { None, Uri, ChildValue, File, Command };
 
 /// What an option's value stands for.
-enum class OptionValue { None, Property, Format };
+enum class OptionValue { None, Property, Format, Text };
 
 struct OptionRow {
     const char *name;

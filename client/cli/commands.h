@@ -16,6 +16,8 @@ ExitStatus runRename(Context &context, const Invocation &invocation);
 ExitStatus runDelete(Context &context, const Invocation &invocation);
 ExitStatus runCopy(Context &context, const Invocation &invocation);
 ExitStatus runProcess(Context &context, const Invocation &invocation);
+ExitStatus runSession(Context &context, const Invocation &invocation);
+ExitStatus runAccount(Context &context, const Invocation &invocation);
 ExitStatus runShell(Context &context, const Invocation &invocation);
 ExitStatus runHelp(Context &context, const Invocation &invocation);
 ExitStatus runQuit(Context &context, const Invocation &invocation);

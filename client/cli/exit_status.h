@@ -10,6 +10,7 @@ enum class ExitStatus : int {
     CommandRefused = 1, ///< a DM command was answered with 4xx or 5xx
     WrongUsage = 2,     ///< the command line, a line of the shell, or an input file is wrong
     Unusable = 3,       ///< the plug-in or the state directory cannot be used
+    SessionFailed = 4,  ///< a session with a DM server was aborted or failed
 };
 
 /// The status that several commands end with together: the highest of theirs.

@@ -19,6 +19,9 @@ constexpr GlobalOption globalOptions[] = {
      "state of the simulated handset; without it $KUB_STATE_DIR, or\n"
      "$XDG_STATE_HOME/kub-dm, or ~/.local/state/kub-dm"},
     {"plugin", "FILE", "the plug-in to load; without it libkubdmnapipluginlib.so.1"},
+    {"backend", "NAME",
+     "where the profiles are kept, sqlite or networkmanager; without it\n"
+     "$KUB_NAPI_BACKEND, or sqlite"},
     {"verbose", nullptr, "plug-in messages go to standard error, not to client/plugin.log"},
     {"help", nullptr, "print this help; behind a command, help for that command"},
     {"version", nullptr, "print the version"},
@@ -54,7 +57,7 @@ QString programHelp()
                "\n"
                "Exit status: 0 when every DM command succeeded, 1 when one was answered\n"
                "4xx or 5xx, 2 for wrong usage, 3 when the plug-in or the state cannot be\n"
-               "used. dmclient(1) says more.\n")
+               "used, 4 when a session with a server failed. dmclient(1) says more.\n")
         .arg(commandOverview(false), optionHelp());
 }
 
@@ -66,6 +69,11 @@ void addGlobalOptions(QCommandLineParser &parser)
     for (const GlobalOption &option : globalOptions)
         parser.addOption({QString::fromLatin1(option.name), QString(),
                           QString::fromLatin1(option.valueName ? option.valueName : "")});
+}
+
+bool isProfileBackend(const QString &name)
+{
+    return name == QStringLiteral("sqlite") || name == QStringLiteral("networkmanager");
 }
 
 } // namespace
@@ -87,6 +95,12 @@ std::optional<CommandLine> parseCommandLine(const QStringList &words, ExitStatus
         exitStatus = ExitStatus::Success;
         return std::nullopt;
     }
+    const QString backend = parser.value(QStringLiteral("backend"));
+    if (parser.isSet(QStringLiteral("backend")) && !isProfileBackend(backend)) {
+        output.problem(
+            QStringLiteral("--backend is sqlite or networkmanager, not '%1'").arg(backend));
+        return std::nullopt;
+    }
     const QStringList rest = parser.positionalArguments();
     if (rest.isEmpty()) {
         output.problem(QStringLiteral("no command; try dmclient --help"));
@@ -100,6 +114,7 @@ std::optional<CommandLine> parseCommandLine(const QStringList &words, ExitStatus
                                             : StateDirectory::defaultPath();
     if (parser.isSet(QStringLiteral("plugin")))
         commandLine.device.pluginFile = parser.value(QStringLiteral("plugin"));
+    commandLine.device.profileBackend = backend;
     commandLine.device.pluginMessagesToStandardError = parser.isSet(QStringLiteral("verbose"));
     return commandLine;
 }

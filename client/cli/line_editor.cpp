@@ -64,7 +64,7 @@ LineEditor::LineEditor(const QString &historyFile, Completer completer)
         static char text[] = "dm> ";
         return text;
     };
-    const auto completeHere = [](EditLine *which, int) -> unsigned char {
+    const auto completeHere = [](EditLine *which, wint_t) -> unsigned char {
         void *self = nullptr;
         el_get(which, EL_CLIENTDATA, &self);
         return static_cast<LineEditor *>(self)->completeAtCursor();
@@ -74,7 +74,8 @@ LineEditor::LineEditor(const QString &historyFile, Completer completer)
     el_set(editor, EL_EDITOR, "emacs");
     el_set(editor, EL_SIGNAL, 1);
     el_set(editor, EL_HIST, history, m_library->history);
-    el_set(editor, EL_ADDFN, "complete", "Complete the word", +completeHere);
+    // In the narrow form the library copies these texts and never gives them back.
+    el_wset(editor, EL_ADDFN, L"complete", L"Complete the word", +completeHere);
     el_set(editor, EL_BIND, "^I", "complete", nullptr);
 }
 

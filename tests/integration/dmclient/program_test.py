@@ -5,8 +5,10 @@ import json
 import os
 import pty
 import select
+import signal
 import stat
 import subprocess
+import termios
 import time
 import unittest
 
@@ -311,74 +313,101 @@ class TerminalTest(DmclientTest):
     TIMEOUT = 60
 
     def open_shell(self, **environment):
-        child, self.terminal = pty.fork()
-        if child == 0:
+        self.child, self.terminal = pty.fork()
+        if self.child == 0:
             changes = {"TERM": "xterm", **environment}
             os.execve(DMCLIENT, [DMCLIENT, "--plugin", PLUGIN, "shell"],
                       self.handset.environment(**changes))
-        self.child = child
+        self.addCleanup(self.stop, self.child, self.terminal)
         self.seen = b""
-        self.wait_for(b"dm> ")
+        self.wait_for_prompt()
+
+    def stop(self, child, terminal):
+        os.close(terminal)
+        if child == self.child:  # it has not ended by itself
+            os.kill(child, signal.SIGKILL)
+            os.waitpid(child, 0)
+
+    def read_more(self, deadline):
+        """Waits for more from the shell; false when it has ended."""
+        ready, _, _ = select.select([self.terminal], [], [], max(0, deadline - time.monotonic()))
+        self.assertTrue(ready, f"no answer after {self.seen!r}")
+        try:
+            self.seen += os.read(self.terminal, 4096)
+        except OSError:
+            return False
+        return True
 
     def wait_for(self, text):
-        """Everything up to the text, which has to come."""
+        """Reads up to the text, which has to come."""
         deadline = time.monotonic() + self.TIMEOUT
         while text not in self.seen:
-            ready, _, _ = select.select([self.terminal], [], [], max(0, deadline - time.monotonic()))
-            self.assertTrue(ready, f"no {text!r} in {self.seen!r}")
-            try:
-                self.seen += os.read(self.terminal, 4096)
-            except OSError:
-                self.fail(f"no {text!r} before the end in {self.seen!r}")
-        before, _, self.seen = self.seen.partition(text)
-        return before.decode()
+            self.assertTrue(self.read_more(deadline), f"no {text!r} before the end in {self.seen!r}")
+        self.seen = self.seen.partition(text)[2]
+
+    def wait_for_prompt(self):
+        """Reads up to the prompt, and waits until keys are read one by one.
+
+        Before that the terminal would keep an end of input for itself.
+        """
+        self.wait_for(b"dm> ")
+        deadline = time.monotonic() + self.TIMEOUT
+        while termios.tcgetattr(self.terminal)[3] & termios.ICANON:
+            self.assertLess(time.monotonic(), deadline, "the terminal stays in line mode")
+            os.sched_yield()
 
     def type(self, text):
         os.write(self.terminal, text.encode())
 
+    def exit_status(self):
+        deadline = time.monotonic() + self.TIMEOUT
+        while self.read_more(deadline):
+            pass
+        status = os.waitpid(self.child, 0)[1]
+        self.child = None
+        return os.waitstatus_to_exitcode(status)
+
     def end(self):
         self.type("quit\n")
-        _, status = os.waitpid(self.child, 0)
-        os.close(self.terminal)
-        return os.waitstatus_to_exitcode(status)
+        return self.exit_status()
 
     def test_lines_are_answered(self):
         self.open_shell()
         self.type("get ./DevInfo/DmV\n")
         self.wait_for(b"\r\n1.2\r\nget ./DevInfo/DmV: 200 OK\r\n")
-        self.wait_for(b"dm> ")
+        self.wait_for_prompt()
         self.assertEqual(self.end(), SUCCESS)
 
     def test_words_are_completed_with_the_tab_key(self):
         self.open_shell()
         self.type("ge\t./DevI\tDm\t\n")
         self.wait_for(b"1.2\r\nget ./DevInfo/DmV: 200 OK\r\n")
-        self.wait_for(b"dm> ")
+        self.wait_for_prompt()
         self.type("get ./DevInfo/D\t")
         self.wait_for(b"DevId\r\nDmV\r\n")
         self.type("evId --prop For\t\n")
         self.wait_for(b"chr\r\nget ./DevInfo/DevId: 200 OK\r\n")
-        self.wait_for(b"dm> ")
+        self.wait_for_prompt()
         self.assertEqual(self.end(), SUCCESS)
 
     def test_a_name_with_blanks_is_completed_as_one_word(self):
         self.open_shell()
         self.type(f"rename {CONN}/Office 'My office'\n")
         self.wait_for(b"200 OK")
-        self.wait_for(b"dm> ")
+        self.wait_for_prompt()
         self.type(f"get {CONN}/My\tAd\t\n")
         self.wait_for(b"internet\r\n")
-        self.wait_for(b"dm> ")
+        self.wait_for_prompt()
         self.assertEqual(self.end(), SUCCESS)
 
     def test_lines_are_recalled_in_the_next_run_but_none_with_a_password(self):
         self.open_shell()
         self.type("get ./DevInfo/DmV\n")
         self.wait_for(b"200 OK")
-        self.wait_for(b"dm> ")
+        self.wait_for_prompt()
         self.type(f"replace {CONN}/Office/Auth/PAP/AuthPw {SECRET}\n")
         self.wait_for(b"200 OK")
-        self.wait_for(b"dm> ")
+        self.wait_for_prompt()
         self.end()
         with open(self.handset.client_file("history"), "rb") as file:
             self.assertNotIn(SECRET.encode(), file.read())
@@ -388,15 +417,13 @@ class TerminalTest(DmclientTest):
         self.open_shell()
         self.type("\x1b[A\x1b[A\n")  # past "quit"
         self.wait_for(b"1.2\r\nget ./DevInfo/DmV: 200 OK\r\n")
-        self.wait_for(b"dm> ")
+        self.wait_for_prompt()
         self.end()
 
     def test_the_end_of_input_leaves_the_shell(self):
         self.open_shell()
         self.type("\x04")
-        _, status = os.waitpid(self.child, 0)
-        os.close(self.terminal)
-        self.assertEqual(os.waitstatus_to_exitcode(status), SUCCESS)
+        self.assertEqual(self.exit_status(), SUCCESS)
 
     def test_failures_are_coloured_unless_no_color_is_set(self):
         for environment, expected in (({}, b"\x1b[31mget ./x: 404"), ({"NO_COLOR": "1"}, b"\nget ./x: 404"),
@@ -404,7 +431,7 @@ class TerminalTest(DmclientTest):
             self.open_shell(**environment)
             self.type("get ./x\n")
             self.wait_for(expected)
-            self.wait_for(b"dm> ")
+            self.wait_for_prompt()
             self.assertEqual(self.end(), REFUSED)
 
     def test_a_value_cannot_steer_the_terminal(self):
@@ -412,7 +439,7 @@ class TerminalTest(DmclientTest):
         self.open_shell()
         self.type(f"get {CONN}/Office/Addr\n")
         self.wait_for(b"\r\na\\x1b[2Jb\r\n")
-        self.wait_for(b"dm> ")
+        self.wait_for_prompt()
         self.end()
 
 
