@@ -1,5 +1,7 @@
 #include "command_processor.h"
 
+#include "tnds.h"
+
 #include <QByteArrayList>
 #include <algorithm>
 #include <iterator>
@@ -71,16 +73,27 @@ const CommandProcessor::ItemCommand CommandProcessor::itemCommands[] = {
     {CommandKind::Replace, &CommandProcessor::replace},
 };
 
+const CommandProcessor::ItemCommand *CommandProcessor::itemCommandOf(const Command &command)
+{
+    const auto *const row =
+        std::find_if(std::begin(itemCommands), std::end(itemCommands),
+                     [&command](const ItemCommand &entry) { return entry.kind == command.kind; });
+    return row == std::end(itemCommands) ? nullptr : row;
+}
+
 void CommandProcessor::run(const Command &command, std::vector<Command> &answers)
+{
+    const ActingFor principal(m_tree, m_principal);
+    runCommand(command, answers);
+}
+
+void CommandProcessor::runCommand(const Command &command, std::vector<Command> &answers)
 {
     if (!command.cmdId) {
         refuse(command, DmStatus::BadRequest, answers);
         return;
     }
-    const auto *const row =
-        std::find_if(std::begin(itemCommands), std::end(itemCommands),
-                     [&command](const ItemCommand &entry) { return entry.kind == command.kind; });
-    if (row != std::end(itemCommands)) {
+    if (const ItemCommand *const row = itemCommandOf(command)) {
         runItems(command, row->run, answers);
         return;
     }
@@ -92,9 +105,7 @@ void CommandProcessor::run(const Command &command, std::vector<Command> &answers
         runSequence(command, answers);
         break;
     case CommandKind::Atomic:
-        answers.push_back(statusFor(command, DmStatus::FeatureNotSupported));
-        for (const Command &inner : command.commands)
-            refuse(inner, DmStatus::NotExecuted, answers);
+        runAtomic(command, answers);
         break;
     case CommandKind::Unknown:
         refuse(command, DmStatus::BadRequest, answers);
@@ -114,12 +125,8 @@ void CommandProcessor::runItems(const Command &command, ItemOperation operation,
     }
     m_results.clear();
     std::vector<DmStatus> statuses;
-    for (const Item &item : command.items) {
-        const Outcome outcome = (this->*operation)(command, item);
-        if (m_outcomeListener)
-            m_outcomeListener(command, item, outcome);
-        statuses.push_back(outcome.status);
-    }
+    for (const Item &item : command.items)
+        statuses.push_back(runItem(command, operation, item).status);
     addItemStatuses(command, statuses, answers);
     if (m_results.empty())
         return;
@@ -129,6 +136,19 @@ void CommandProcessor::runItems(const Command &command, ItemOperation operation,
     results.items = std::move(m_results);
     m_results.clear();
     answers.push_back(std::move(results));
+}
+
+Outcome CommandProcessor::runItem(const Command &command, ItemOperation operation, const Item &item)
+{
+    const Outcome outcome = (this->*operation)(command, item);
+    report(command, item, outcome);
+    return outcome;
+}
+
+void CommandProcessor::report(const Command &command, const Item &item, const Outcome &outcome)
+{
+    if (m_outcomeListener)
+        m_outcomeListener(command, item, outcome);
 }
 
 DmStatus CommandProcessor::runAlert(const Command &alert, std::vector<Command> &answers)
@@ -161,8 +181,175 @@ void CommandProcessor::runSequence(const Command &command, std::vector<Command> 
         else if (inner.kind == CommandKind::Alert && inner.cmdId)
             isStopped = stopsSequence(runAlert(inner, answers));
         else
-            run(inner, answers);
+            runCommand(inner, answers);
     }
+}
+
+// ---- Atomic --------------------------------------------------------------------------------------
+
+void CommandProcessor::runAtomic(const Command &atomic, std::vector<Command> &answers)
+{
+    UndoLog undoLog(m_tree);
+    m_undoLog = &undoLog;
+    AtomicParts parts;
+    const bool isDone = runParts(atomic.commands, parts);
+    m_undoLog = nullptr;
+    if (!isDone) {
+        const std::vector<bool> isBack = undoLog.rollBack();
+        for (AtomicPart &part : parts)
+            noteTakenBack(isBack, part);
+    }
+    const Outcome outcome =
+        isDone ? Outcome()
+               : Outcome{DmStatus::AtomicFailed, QStringLiteral("one of its commands failed")};
+    report(atomic, Item(), outcome);
+    answers.push_back(statusFor(atomic, outcome.status));
+    for (AtomicPart &part : parts) {
+        if (part.statuses.empty())
+            answers.push_back(statusFor(*part.command, part.status));
+        else
+            addItemStatuses(*part.command, part.statuses, answers);
+        answers.back().items = std::move(part.items);
+    }
+}
+
+CommandProcessor::AtomicPart CommandProcessor::startPart(const Command &command) const
+{
+    return {&command, DmStatus::Ok, {}, {}, m_undoLog->size(), m_undoLog->size(), {}};
+}
+
+bool CommandProcessor::runParts(const std::vector<Command> &commands, AtomicParts &parts)
+{
+    bool goesOn = true;
+    for (const Command &command : commands) {
+        if (goesOn)
+            goesOn = runPart(command, parts);
+        else
+            skipPart(command, parts);
+    }
+    return goesOn;
+}
+
+void CommandProcessor::skipPart(const Command &command, AtomicParts &parts)
+{
+    if (command.kind == CommandKind::Status || command.kind == CommandKind::Results)
+        return;
+    AtomicPart part = startPart(command);
+    part.status = DmStatus::NotExecuted;
+    part.statuses.assign(command.items.size(), DmStatus::NotExecuted);
+    parts.push_back(std::move(part));
+    for (const Command &inner : command.commands)
+        skipPart(inner, parts);
+}
+
+namespace {
+
+/// What a command in an Atomic ends with before it is looked at any closer; none for one that can
+/// run.
+std::optional<Outcome> refusalInAtomic(const Command &command)
+{
+    if (!command.cmdId)
+        return Outcome{DmStatus::BadRequest, QStringLiteral("a command without CmdID")};
+    switch (command.kind) {
+    case CommandKind::Get:
+    case CommandKind::Atomic:
+        return Outcome{
+            DmStatus::CommandFailed,
+            QStringLiteral("an Atomic has no %1 in it").arg(syncml::commandName(command))};
+    case CommandKind::Unknown:
+        return Outcome{DmStatus::BadRequest, {}};
+    case CommandKind::Unsupported:
+        return Outcome{DmStatus::FeatureNotSupported, {}};
+    default:
+        return std::nullopt;
+    }
+}
+
+} // namespace
+
+bool CommandProcessor::runPart(const Command &command, AtomicParts &parts)
+{
+    if (command.kind == CommandKind::Status || command.kind == CommandKind::Results)
+        return true;
+    AtomicPart part = startPart(command);
+    if (const auto refusal = refusalInAtomic(command)) {
+        report(command, Item(), *refusal);
+        part.status = refusal->status;
+        part.statuses.assign(command.items.size(), refusal->status);
+        parts.push_back(std::move(part));
+        for (const Command &inner : command.commands)
+            skipPart(inner, parts);
+        return false;
+    }
+    bool goesOn = true;
+    if (const ItemCommand *const row = itemCommandOf(command)) {
+        goesOn = runPartOfItems(*row, part);
+        parts.push_back(std::move(part));
+    } else if (command.kind == CommandKind::Alert) {
+        part.status =
+            m_alertHandler ? m_alertHandler(command, part.items) : DmStatus::FeatureNotSupported;
+        goesOn = succeeded(part.status);
+        parts.push_back(std::move(part));
+    } else {
+        const std::size_t sequence = parts.size();
+        parts.push_back(std::move(part));
+        goesOn = runParts(command.commands, parts);
+        parts[sequence].endOfNotes = m_undoLog->size();
+    }
+    return goesOn;
+}
+
+bool CommandProcessor::runPartOfItems(const ItemCommand &operation, AtomicPart &part)
+{
+    const Command &command = *part.command;
+    if (command.items.empty()) {
+        part.status = DmStatus::IncompleteCommand;
+        return false;
+    }
+    bool goesOn = true;
+    for (const Item &item : command.items) {
+        const DmStatus status =
+            goesOn ? runItem(command, operation.run, item).status : DmStatus::NotExecuted;
+        goesOn = goesOn && succeeded(status);
+        part.statuses.push_back(status);
+        part.endOfItemNotes.push_back(m_undoLog->size());
+    }
+    part.endOfNotes = m_undoLog->size();
+    return goesOn;
+}
+
+/// Gives what had succeeded the status of what became of it.
+void CommandProcessor::noteTakenBack(const std::vector<bool> &isBack, AtomicPart &part)
+{
+    const auto takenBack = [&](std::size_t begin, std::size_t end, const Item &item) {
+        const auto first = isBack.begin() + static_cast<std::ptrdiff_t>(begin);
+        const auto last = isBack.begin() + static_cast<std::ptrdiff_t>(end);
+        const bool isWhole = std::all_of(first, last, [](bool back) { return back; });
+        const Outcome outcome =
+            isWhole ? Outcome{DmStatus::RolledBack, QStringLiteral("taken back")}
+                    : Outcome{DmStatus::RollBackFailed,
+                              QStringLiteral("taken back, but not everything is as it was")};
+        report(*part.command, item, outcome);
+        return outcome.status;
+    };
+    if (part.statuses.empty()) {
+        if (succeeded(part.status) && part.status != DmStatus::NotExecuted)
+            part.status = takenBack(part.firstNote, part.endOfNotes, Item());
+        return;
+    }
+    std::size_t begin = part.firstNote;
+    for (std::size_t i = 0; i < part.endOfItemNotes.size(); ++i) {
+        const std::size_t end = part.endOfItemNotes[i];
+        if (succeeded(part.statuses[i]) && part.statuses[i] != DmStatus::NotExecuted)
+            part.statuses[i] = takenBack(begin, end, part.command->items[i]);
+        begin = end;
+    }
+}
+
+void CommandProcessor::noteForUndo(const NodeUri &node, const std::optional<NodeUri> &renamedTo)
+{
+    if (m_undoLog)
+        m_undoLog->note(node, renamedTo);
 }
 
 // ---- Items ---------------------------------------------------------------------------------------
@@ -208,7 +395,10 @@ Outcome CommandProcessor::add(const Command &command, const Item &item)
     const Result<NodeUri> uri = wholeNode(item.target);
     if (!uri)
         return uri.outcome();
-    return item.moreData ? chunkRefused : m_tree.add(*uri, newValue(command, item));
+    if (item.moreData)
+        return chunkRefused;
+    noteForUndo(*uri);
+    return m_tree.add(*uri, newValue(command, item));
 }
 
 Outcome CommandProcessor::replace(const Command &command, const Item &item)
@@ -220,8 +410,10 @@ Outcome CommandProcessor::replace(const Command &command, const Item &item)
         return address.outcome();
     if (item.moreData)
         return chunkRefused;
-    if (address->query == Address::Query::None)
+    if (address->query == Address::Query::None) {
+        noteForUndo(address->node);
         return m_tree.replace(address->node, newValue(command, item));
+    }
     if (const Result<TreeNode> node = m_tree.find(address->node); !node)
         return node.outcome();
     const auto property = address->query == Address::Query::Property
@@ -230,13 +422,19 @@ Outcome CommandProcessor::replace(const Command &command, const Item &item)
     if (!property)
         return {DmStatus::FeatureNotSupported,
                 QStringLiteral("no property %1").arg(address->argument)};
-    return m_tree.replaceProperty(address->node, *property, item.data.value_or(QByteArray()));
+    const QByteArray value = item.data.value_or(QByteArray());
+    if (*property == Property::Name && !address->node.isRoot())
+        noteForUndo(address->node, address->node.parent().child(value));
+    return m_tree.replaceProperty(address->node, *property, value);
 }
 
 Outcome CommandProcessor::remove(const Command &, const Item &item)
 {
     const Result<NodeUri> uri = wholeNode(item.target);
-    return uri ? m_tree.remove(*uri) : uri.outcome();
+    if (!uri)
+        return uri.outcome();
+    noteForUndo(*uri);
+    return m_tree.remove(*uri);
 }
 
 Outcome CommandProcessor::copy(const Command &, const Item &item)
@@ -245,7 +443,10 @@ Outcome CommandProcessor::copy(const Command &, const Item &item)
     if (!source)
         return source.outcome();
     const Result<NodeUri> target = wholeNode(item.target);
-    return target ? m_tree.copy(*source, *target) : target.outcome();
+    if (!target)
+        return target.outcome();
+    noteForUndo(*target);
+    return m_tree.copy(*source, *target);
 }
 
 Outcome CommandProcessor::execute(const Command &, const Item &item)
@@ -309,7 +510,7 @@ Outcome CommandProcessor::get(const Command &, const Item &item)
     case Address::Query::Property:
         return getProperty(*node, address->argument, uri);
     case Address::Query::List:
-        return getListing(*node, address->argument);
+        return getListing(*node, address->argument, uri);
     case Address::Query::Unknown:
         break;
     }
@@ -320,6 +521,8 @@ Outcome CommandProcessor::get(const Command &, const Item &item)
 Outcome CommandProcessor::getValue(const TreeNode &node, const QString &uri)
 {
     if (!node.isLeaf()) {
+        if (const Outcome right = m_tree.mayGet(node); !right)
+            return right;
         m_results.push_back(resultItem(uri, describeNode(DmtData::Node, QLatin1String(defaultType)),
                                        childList(m_tree.children(node))));
         return {};
@@ -344,11 +547,13 @@ Outcome CommandProcessor::getProperty(const TreeNode &node, const QString &name,
     return {};
 }
 
-Outcome CommandProcessor::getListing(const TreeNode &node, const QString &kind)
+Outcome CommandProcessor::getListing(const TreeNode &node, const QString &kind, const QString &uri)
 {
     const bool withValues = kind == QStringLiteral("StructData");
     if (!withValues && kind != QStringLiteral("Struct"))
-        return {DmStatus::FeatureNotSupported, QStringLiteral("no listing %1").arg(kind)};
+        return getSerialised(node, kind, uri);
+    if (const Outcome right = m_tree.mayGet(node); !right)
+        return right;
     const auto values = withValues ? ManagementTree::Values::Read : ManagementTree::Values::Omit;
     for (const ListedNode &listed : m_tree.list(node, values)) {
         // A leaf that cannot be read is listed without data.
@@ -359,6 +564,25 @@ Outcome CommandProcessor::getListing(const TreeNode &node, const QString &kind)
             resultItem(QString::fromLatin1(listed.node.uri().toUri()),
                        describeNode(listed.node.valueType(), m_tree.type(listed.node)), data));
     }
+    return {};
+}
+
+Outcome CommandProcessor::getSerialised(const TreeNode &node, const QString &request,
+                                        const QString &uri)
+{
+    QString error;
+    const auto content = parseTndsRequest(request, error);
+    if (!content)
+        return {DmStatus::FeatureNotSupported, error};
+    if (const Outcome right = m_tree.mayGet(node); !right)
+        return right;
+    const auto values =
+        content->hasValues ? ManagementTree::Values::Read : ManagementTree::Values::Omit;
+    Meta meta;
+    meta.format = QStringLiteral("xml");
+    meta.type = QString::fromLatin1(tndsMediaType);
+    m_results.push_back(
+        resultItem(uri, meta, tndsDocument(m_tree, m_tree.list(node, values), *content)));
     return {};
 }
 

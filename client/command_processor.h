@@ -3,6 +3,7 @@
 
 #include "management_tree.h"
 #include "syncml/message.h"
+#include "undo_log.h"
 
 #include <functional>
 #include <utility>
@@ -16,7 +17,11 @@ namespace client {
 /// message that they become part of.
 class CommandProcessor {
 public:
-    explicit CommandProcessor(ManagementTree &tree) : m_tree(tree) {}
+    /// @param principal  on whose behalf the commands run
+    explicit CommandProcessor(ManagementTree &tree, const Principal &principal = Principal::owner())
+        : m_tree(tree), m_principal(principal)
+    {
+    }
 
     /// Answers an Alert, for which it may talk to the user.
     /// @param items  receives what goes into the Status, such as a text that the user typed
@@ -33,6 +38,11 @@ public:
     /// Runs the command and appends what answers it. Items of one command are independent of each
     /// other. When all of them end alike one Status stands for all, otherwise each has its own.
     /// Nothing answers a Status or a Results.
+    ///
+    /// An Atomic runs until its first failure: that one has its own status, what stands behind it
+    /// 215, and what stands before it is taken back: 216 where the tree is as it was, 516 where it
+    /// is not. The Atomic itself is answered with 507 then. A Get, and an Atomic, in an Atomic end
+    /// with 500.
     void run(const syncml::Command &command, std::vector<syncml::Command> &answers);
 
     /// Answers the command, and the commands in it, with a status without running anything.
@@ -49,10 +59,36 @@ private:
     };
     static const ItemCommand itemCommands[];
 
+    /// A command in an Atomic, and how far it came.
+    struct AtomicPart {
+        const syncml::Command *command;
+        DmStatus status;                 ///< of a command without items
+        std::vector<DmStatus> statuses;  ///< of the items
+        std::vector<syncml::Item> items; ///< that go into the Status
+        std::size_t firstNote;           ///< of the undo log, for the whole command
+        std::size_t endOfNotes;
+        std::vector<std::size_t> endOfItemNotes;
+    };
+    using AtomicParts = std::vector<AtomicPart>;
+
+    static const ItemCommand *itemCommandOf(const syncml::Command &command);
+    void runCommand(const syncml::Command &command, std::vector<syncml::Command> &answers);
     void runItems(const syncml::Command &command, ItemOperation operation,
                   std::vector<syncml::Command> &answers);
+    Outcome runItem(const syncml::Command &command, ItemOperation operation,
+                    const syncml::Item &item);
     DmStatus runAlert(const syncml::Command &alert, std::vector<syncml::Command> &answers);
     void runSequence(const syncml::Command &command, std::vector<syncml::Command> &answers);
+    void report(const syncml::Command &command, const syncml::Item &item, const Outcome &outcome);
+
+    // Atomic. The functions that run something return whether the Atomic goes on.
+    void runAtomic(const syncml::Command &atomic, std::vector<syncml::Command> &answers);
+    bool runParts(const std::vector<syncml::Command> &commands, AtomicParts &parts);
+    bool runPart(const syncml::Command &command, AtomicParts &parts);
+    bool runPartOfItems(const ItemCommand &operation, AtomicPart &part);
+    void skipPart(const syncml::Command &command, AtomicParts &parts);
+    AtomicPart startPart(const syncml::Command &command) const;
+    void noteTakenBack(const std::vector<bool> &isBack, AtomicPart &part);
 
     // One Item of each command.
     Outcome add(const syncml::Command &command, const syncml::Item &item);
@@ -65,12 +101,18 @@ private:
     // What one Item of a Get can ask for; the answer goes to m_results.
     Outcome getValue(const TreeNode &node, const QString &uri);
     Outcome getProperty(const TreeNode &node, const QString &name, const QString &uri);
-    Outcome getListing(const TreeNode &node, const QString &kind);
+    Outcome getListing(const TreeNode &node, const QString &kind, const QString &uri);
+    Outcome getSerialised(const TreeNode &node, const QString &request, const QString &uri);
+
+    /// Notes in the undo log, when there is one, what the tree shows before a change.
+    void noteForUndo(const NodeUri &node, const std::optional<NodeUri> &renamedTo = std::nullopt);
 
     /// The node that a command other than Get works on; 405 for a property or a listing of it.
     Result<NodeUri> wholeNode(const std::optional<syncml::Location> &location) const;
 
     ManagementTree &m_tree;
+    Principal m_principal;
+    UndoLog *m_undoLog = nullptr; ///< of the Atomic that runs
     AlertHandler m_alertHandler;
     OutcomeListener m_outcomeListener;
     std::vector<syncml::Item> m_results; ///< of the Get that runs

@@ -9,9 +9,6 @@ namespace {
 
 constexpr char dmVersion[] = "1.2";
 
-// Everybody may add beneath the root and read everything, until a server restricts it.
-constexpr char rootAcl[] = "Add=*&Get=*";
-
 // Room for every name that the profile service can hold, escaped, with its subtree beneath it.
 constexpr UriLimits acceptedUris{.maxDepth = 16, .maxTotalLength = 1024, .maxSegmentLength = 255};
 
@@ -58,7 +55,7 @@ JemSmartPtr<DeviceTree> DeviceTree::create(const DeviceDescription &device)
 
 void DeviceTree::fill(const DeviceDescription &device)
 {
-    addInterior("", rootAcl);
+    addInterior("", factoryRootAcl);
 
     addInterior("DevInfo");
     addLeaf("DevInfo/DevId", text(device.deviceId));

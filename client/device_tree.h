@@ -8,6 +8,10 @@
 
 namespace client {
 
+/// Access control list of the root until somebody replaces it: everybody may add beneath the root
+/// and read everything.
+inline constexpr char factoryRootAcl[] = "Add=*&Get=*";
+
 /// What DevInfo and DevDetail say about the device.
 struct DeviceDescription {
     QByteArray deviceId; ///< ./DevInfo/DevId, a URN; also the source of every message

@@ -9,43 +9,31 @@ namespace client {
 
 namespace {
 
-struct PropertyRow {
-    Property property;
-    const char *name;
-    bool isReadable;
-};
-
-constexpr PropertyRow propertyRows[] = {
-    {Property::Acl, "ACL", true},      {Property::Format, "Format", true},
-    {Property::Name, "Name", true},    {Property::Size, "Size", false},
-    {Property::Title, "Title", false}, {Property::TStamp, "TStamp", false},
-    {Property::Type, "Type", true},    {Property::VerNo, "VerNo", false},
-};
-
-QString nameOf(Property property)
-{
-    const auto *const row =
-        std::find_if(std::begin(propertyRows), std::end(propertyRows),
-                     [property](const PropertyRow &entry) { return entry.property == property; });
-    return QString::fromLatin1(row->name);
-}
+/// In the order of Property.
+constexpr const char *propertyTexts[] = {"ACL",   "Format", "Name", "Size",
+                                         "Title", "TStamp", "Type", "VerNo"};
 
 } // namespace
 
-std::optional<Property> propertyNamed(const QString &name)
+QString nameOf(Property property)
 {
-    for (const PropertyRow &row : propertyRows)
-        if (name == QLatin1String(row.name))
-            return row.property;
-    return std::nullopt;
+    return QString::fromLatin1(propertyTexts[static_cast<std::size_t>(property)]);
 }
 
-std::vector<QString> readableProperties()
+std::optional<Property> propertyNamed(const QString &name)
+{
+    const std::vector<QString> names = propertyNames();
+    const auto found = std::ranges::find(names, name);
+    if (found == names.end())
+        return std::nullopt;
+    return static_cast<Property>(found - names.begin());
+}
+
+std::vector<QString> propertyNames()
 {
     std::vector<QString> names;
-    for (const PropertyRow &row : propertyRows)
-        if (row.isReadable)
-            names.push_back(QString::fromLatin1(row.name));
+    for (const char *const text : propertyTexts)
+        names.push_back(QString::fromLatin1(text));
     return names;
 }
 
@@ -54,6 +42,7 @@ std::vector<QString> readableProperties()
 namespace {
 
 constexpr char defaultLeafType[] = "text/plain";
+constexpr qsizetype longestTitle = 255; // bytes
 
 Outcome missing(const NodeUri &uri)
 {
@@ -69,6 +58,13 @@ Outcome notAllowed(const NodeUri &uri, const char *rule)
 Outcome alreadyThere(const NodeUri &uri)
 {
     return {DmStatus::AlreadyExists, QStringLiteral("%1 is there already").arg(uri.toDisplay())};
+}
+
+/// Whether the device takes the command on that node from anybody at all.
+bool hasAccessType(const NodeUri &uri, AccessType access)
+{
+    const NodeDescription *const description = descriptionOf(uri);
+    return !description || (description->access & access) != 0;
 }
 
 Outcome unsupportedFormat(const QString &reason)
@@ -132,15 +128,15 @@ signed char TreeNode::valueType() const
 ManagementTree::ManagementTree(const DeviceDescription &device)
     : m_device(device), m_deviceTree(DeviceTree::create(device))
 {
-    m_mounts.push_back({NodeUri(), m_deviceTree, Content::Permanent});
-    m_properties.set(NodeUri({"DevInfo"}), {QStringLiteral("urn:oma:mo:oma-dm-devinfo:1.0")});
-    m_properties.set(NodeUri({"DevDetail"}), {QStringLiteral("urn:oma:mo:oma-dm-devdetail:1.0")});
+    m_mounts.push_back({NodeUri(), m_deviceTree, Content::Permanent, {}});
+    m_clock = [] { return QDateTime::currentDateTimeUtc(); };
 }
 
-void ManagementTree::mount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree)
+void ManagementTree::mount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree,
+                           const AccessControlList &acl)
 {
     m_deviceTree->addNodesAbove(root);
-    m_mounts.insert(m_mounts.end() - 1, {root, tree, Content::Changeable});
+    m_mounts.insert(m_mounts.end() - 1, {root, tree, Content::Changeable, acl});
 }
 
 const ManagementTree::Mount &ManagementTree::mountOf(const NodeUri &uri) const
@@ -160,6 +156,25 @@ TreeNode ManagementTree::makeNode(const Mount &mount, const NodeUri &uri, const 
     found.m_isChangeable = mount.content == Content::Changeable;
     found.m_isPermanent = !found.m_isChangeable || path.isEmpty();
     return found;
+}
+
+// ---- Keeping properties --------------------------------------------------------------------------
+
+void ManagementTree::setProperties(PropertyStore properties)
+{
+    properties.keepOnly([this](const NodeUri &node) { return bool(find(node)); });
+    m_properties = std::move(properties);
+}
+
+bool ManagementTree::saveProperties(const QString &file, QString &error)
+{
+    return m_properties.save(file, error);
+}
+
+void ManagementTree::forgetServer(const QByteArray &server)
+{
+    QString error;
+    m_properties.forgetServer(server, *AccessControlList::parse(factoryRootAcl, error));
 }
 
 // ---- Reading -------------------------------------------------------------------------------------
@@ -187,6 +202,14 @@ Result<TreeNode> ManagementTree::find(const NodeUri &uri) const
     return makeNode(mount, uri, path, node);
 }
 
+std::optional<NodeUri> ManagementTree::objectOf(const NodeUri &uri) const
+{
+    const Mount &mount = mountOf(uri);
+    if (mount.content == Content::Permanent || mount.root == uri)
+        return std::nullopt;
+    return mount.root.child(uri.names()[mount.root.names().size()]);
+}
+
 std::vector<TreeNode> ManagementTree::children(const TreeNode &node) const
 {
     std::vector<TreeNode> found;
@@ -209,10 +232,24 @@ std::vector<TreeNode> ManagementTree::children(const TreeNode &node) const
     return found;
 }
 
+Outcome ManagementTree::mayGet(const TreeNode &node) const
+{
+    return permit(Right::Get, node.uri());
+}
+
 Result<DmtData> ManagementTree::value(const TreeNode &node) const
 {
     if (!node.isLeaf())
         return notAllowed(node.uri(), "is an interior node and has no value");
+    if (!hasAccessType(node.uri(), AccessGet))
+        return notAllowed(node.uri(), "cannot be read");
+    if (const Outcome right = permit(Right::Get, node.uri()); !right)
+        return right;
+    return readValue(node);
+}
+
+Result<DmtData> ManagementTree::readValue(const TreeNode &node) const
+{
     DmtData value;
     if (const int status = node.m_node->GetValue(value))
         return outcomeOfEngineCall(status);
@@ -222,30 +259,59 @@ Result<DmtData> ManagementTree::value(const TreeNode &node) const
 QString ManagementTree::type(const TreeNode &node) const
 {
     const QString given = m_properties.get(node.uri()).type;
-    return given.isEmpty() && node.isLeaf() ? QString::fromLatin1(defaultLeafType) : given;
+    if (!given.isEmpty())
+        return given;
+    if (const NodeDescription *const description = descriptionOf(node.uri()))
+        return QString::fromLatin1(description->type);
+    return node.isLeaf() ? QString::fromLatin1(defaultLeafType) : QString();
 }
+
+namespace {
+
+/// Bytes of the value as it is, not as a message would carry it.
+QByteArray sizeText(const DmtData &value)
+{
+    DMVector<unsigned char> bytes;
+    const bool isBinary = value.GetBinary(bytes) == DMT_OK;
+    return QByteArray::number(isBinary ? qlonglong(bytes.size())
+                                       : qlonglong(valueText(value).size()));
+}
+
+} // namespace
 
 Result<QByteArray> ManagementTree::property(const TreeNode &node, Property property) const
 {
+    const bool isSizeOfInterior = property == Property::Size && !node.isLeaf();
+    if (isSizeOfInterior)
+        return Outcome{
+            DmStatus::FeatureNotSupported,
+            QStringLiteral("%1 is an interior node and has no size").arg(node.uri().toDisplay())};
+    if (const Outcome right = permit(Right::Get, node.uri()); !right)
+        return right;
+    const PropertyStore::Properties kept = m_properties.get(node.uri());
     DmtAttributes attributes;
     node.m_node->GetAttributes(attributes);
     switch (property) {
     case Property::Acl:
-        return QByteArray(attributes.acl.text.text());
+        return ownAcl(node).toText();
     case Property::Format:
         return formatName(attributes.type).toLatin1();
     case Property::Name:
         return node.uri().name();
+    case Property::Size: {
+        const Result<DmtData> value = this->value(node);
+        return value ? sizeText(*value) : Result<QByteArray>(value.outcome());
+    }
+    case Property::Title:
+        return kept.title.isEmpty() ? QByteArray(attributes.title.text()) : kept.title;
+    case Property::TStamp:
+        return kept.changed.toString(QStringLiteral("yyyyMMdd'T'HHmmss'Z'")).toLatin1();
     case Property::Type:
         return type(node).toUtf8();
-    case Property::Size:
-    case Property::Title:
-    case Property::TStamp:
     case Property::VerNo:
         break;
     }
-    return Outcome{DmStatus::FeatureNotSupported,
-                   QStringLiteral("the property %1 is not kept").arg(nameOf(property))};
+    return QByteArray::number(kept.version);
 }
 
 std::map<QByteArray, DmtData> ManagementTree::leafValues(const TreeNode &interior) const
@@ -259,32 +325,131 @@ std::map<QByteArray, DmtData> ManagementTree::leafValues(const TreeNode &interio
     return values;
 }
 
+bool ManagementTree::isReadable(const EffectiveAcl &acl) const
+{
+    return m_principal.isOwner() || acl.acl.permits(Right::Get, m_principal.server());
+}
+
 std::vector<ListedNode> ManagementTree::list(const TreeNode &start, Values values) const
 {
     std::vector<ListedNode> listed;
-    listed.push_back({start, 0, std::nullopt});
-    if (start.isLeaf() && values == Values::Read)
-        listed.back().value = value(start);
-    listBeneath(start, 1, values, listed);
+    const EffectiveAcl acl = effectiveAcl(start.uri());
+    if (isReadable(acl)) {
+        listed.push_back({start, 0, std::nullopt});
+        if (start.isLeaf() && values == Values::Read)
+            listed.back().value = value(start);
+    }
+    listBeneath(start, acl, 1, values, listed);
     return listed;
 }
 
-void ManagementTree::listBeneath(const TreeNode &node, int depth, Values values,
-                                 std::vector<ListedNode> &listed) const
+void ManagementTree::listBeneath(const TreeNode &node, const EffectiveAcl &acl, int depth,
+                                 Values values, std::vector<ListedNode> &listed) const
 {
     if (node.isLeaf())
         return;
     const std::map<QByteArray, DmtData> bulk =
         values == Values::Read ? leafValues(node) : std::map<QByteArray, DmtData>();
     for (const TreeNode &child : children(node)) {
+        const AccessControlList own = ownAcl(child);
+        const EffectiveAcl childAcl = own.isEmpty() ? acl : EffectiveAcl{child.uri(), own};
         ListedNode entry{child, depth, std::nullopt};
         if (child.isLeaf() && values == Values::Read) {
             const auto known = bulk.find(child.uri().name());
             entry.value = known == bulk.end() ? value(child) : Result<DmtData>(known->second);
         }
-        listed.push_back(std::move(entry));
-        listBeneath(child, depth + 1, values, listed);
+        if (isReadable(childAcl))
+            listed.push_back(std::move(entry));
+        listBeneath(child, childAcl, depth + 1, values, listed);
     }
+}
+
+// ---- Access control ------------------------------------------------------------------------------
+
+AccessControlList ManagementTree::ownAcl(const TreeNode &node) const
+{
+    if (const auto kept = m_properties.get(node.uri()).acl)
+        return *kept;
+    const Mount &mount = mountOf(node.uri());
+    if (mount.root == node.uri() && !mount.acl.isEmpty())
+        return mount.acl;
+    DmtAttributes attributes;
+    node.m_node->GetAttributes(attributes);
+    // A malformed list of the tree's own says nothing, and the node inherits.
+    QString error;
+    return AccessControlList::parse(QByteArray(attributes.acl.text.text()), error)
+        .value_or(AccessControlList());
+}
+
+ManagementTree::EffectiveAcl ManagementTree::effectiveAcl(const NodeUri &uri) const
+{
+    for (NodeUri holder = uri;; holder = holder.parent()) {
+        const Result<TreeNode> node = find(holder);
+        const AccessControlList own = node ? ownAcl(*node) : AccessControlList();
+        if (!own.isEmpty() || holder.isRoot())
+            return {holder, own};
+    }
+}
+
+bool ManagementTree::isPermitted(Right right, const NodeUri &uri) const
+{
+    return m_principal.isOwner() || effectiveAcl(uri).acl.permits(right, m_principal.server());
+}
+
+namespace {
+
+Outcome denied(const QByteArray &server, const QString &rule, const NodeUri &holder,
+               const AccessControlList &acl)
+{
+    return {DmStatus::PermissionDenied,
+            QStringLiteral("%1 needs %2, and the ACL of %3 is \"%4\"")
+                .arg(QString::fromUtf8(server), rule, holder.toDisplay(),
+                     QString::fromUtf8(acl.toText()))};
+}
+
+QString rightOn(Right right, const NodeUri &uri)
+{
+    return QStringLiteral("%1 on %2").arg(QString::fromLatin1(nameOf(right)), uri.toDisplay());
+}
+
+} // namespace
+
+Outcome ManagementTree::permit(Right right, const NodeUri &uri) const
+{
+    if (isPermitted(right, uri))
+        return {};
+    const EffectiveAcl acl = effectiveAcl(uri);
+    return denied(m_principal.server(), rightOn(right, uri), acl.holder, acl.acl);
+}
+
+/// The list of a leaf belongs to its parent, that of an interior node to itself and its parent.
+Outcome ManagementTree::permitAclChange(const TreeNode &node) const
+{
+    const NodeUri &uri = node.uri();
+    if (uri.isRoot())
+        return m_principal.isOwner() ? Outcome()
+                                     : notAllowed(uri, "keeps the ACL that the device gave it");
+    if (node.isLeaf())
+        return permit(Right::Replace, uri.parent());
+    if (isPermitted(Right::Replace, uri) || isPermitted(Right::Replace, uri.parent()))
+        return {};
+    const EffectiveAcl acl = effectiveAcl(uri);
+    return denied(m_principal.server(),
+                  QStringLiteral("%1 or on its parent").arg(rightOn(Right::Replace, uri)),
+                  acl.holder, acl.acl);
+}
+
+std::optional<AccessControlList> ManagementTree::aclForNewInterior(const TreeNode &parent) const
+{
+    if (isPermitted(Right::Replace, parent.uri()))
+        return std::nullopt;
+    const EffectiveAcl inherited = effectiveAcl(parent.uri());
+    AccessControlList acl;
+    for (const QByteArray &server : inherited.acl.servers(Right::Get))
+        acl.grant(Right::Get, server);
+    for (const Right right : {Right::Add, Right::Delete, Right::Get, Right::Replace})
+        acl.grant(right, m_principal.server());
+    return acl;
 }
 
 // ---- Adding --------------------------------------------------------------------------------------
@@ -298,10 +463,12 @@ Result<TreeNode> ManagementTree::parentForNewNode(const NodeUri &uri) const
         return parent;
     if (parent->isLeaf())
         return notAllowed(parent->uri(), "is a leaf and has no children");
-    if (!parent->m_isChangeable)
+    if (!parent->m_isChangeable || !hasAccessType(parent->uri(), AccessAdd))
         return notAllowed(parent->uri(), "takes no new nodes");
     if (const Outcome name = checkNewName(uri.name(), uriLimits()); !name)
         return name;
+    if (const Outcome right = permit(Right::Add, parent->uri()); !right)
+        return right;
     if (find(uri))
         return alreadyThere(uri);
     return parent;
@@ -330,7 +497,9 @@ Outcome ManagementTree::add(const NodeUri &uri, const NewValue &value)
             QStringLiteral("no node here can have the format %1").arg(value.format));
 
     Outcome outcome;
+    std::optional<AccessControlList> acl;
     if (*type == DmtData::Node) {
+        acl = aclForNewInterior(*parent);
         JemSmartPtr<DmtNode> created;
         const QByteArray path = joinedPath(parent->m_path, uri.name());
         outcome =
@@ -341,9 +510,27 @@ Outcome ManagementTree::add(const NodeUri &uri, const NewValue &value)
             return data.outcome();
         outcome = addLeaf(*parent, uri.name(), *data);
     }
-    if (outcome && !value.type.isEmpty())
-        m_properties.set(uri, {value.type});
+    noteNewNode(*parent, uri, value.type, acl);
     return outcome;
+}
+
+void ManagementTree::noteNewNode(const TreeNode &parent, const NodeUri &uri, const QString &type,
+                                 const std::optional<AccessControlList> &acl)
+{
+    // A plug-in may keep the node although it refused the node's value.
+    if (!find(uri))
+        return;
+    m_properties.set(uri,
+                     {.type = type, .title = {}, .acl = acl, .changed = m_clock(), .version = 0});
+    touch(parent.uri());
+}
+
+void ManagementTree::touch(const NodeUri &uri)
+{
+    PropertyStore::Properties properties = m_properties.get(uri);
+    properties.changed = m_clock();
+    ++properties.version;
+    m_properties.set(uri, std::move(properties));
 }
 
 // ---- Replacing values ----------------------------------------------------------------------------
@@ -372,12 +559,17 @@ Outcome ManagementTree::replace(const NodeUri &uri, const NewValue &value)
         return node.outcome();
     if (!node->isLeaf())
         return notAllowed(uri, "is an interior node and has no value");
-    if (!node->m_isChangeable)
+    if (!node->m_isChangeable || !hasAccessType(uri, AccessReplace))
         return notAllowed(uri, "is read-only");
+    if (const Outcome right = permit(Right::Replace, uri); !right)
+        return right;
     const Result<DmtData> data = valueForLeaf(*node, value);
     if (!data)
         return data.outcome();
-    return outcomeOfEngineCall(node->m_node->SetValue(*data));
+    const Outcome outcome = outcomeOfEngineCall(node->m_node->SetValue(*data));
+    if (outcome)
+        touch(uri);
+    return outcome;
 }
 
 Outcome ManagementTree::replaceChildren(const NodeUri &uri, const std::vector<ChildValue> &values)
@@ -393,14 +585,21 @@ Outcome ManagementTree::replaceChildren(const NodeUri &uri, const std::vector<Ch
             return child.outcome();
         if (!child->isLeaf())
             return notAllowed(childUri, "is an interior node and has no value");
-        if (!child->m_isChangeable)
+        if (!child->m_isChangeable || !hasAccessType(childUri, AccessReplace))
             return notAllowed(childUri, "is read-only");
+        if (const Outcome right = permit(Right::Replace, childUri); !right)
+            return right;
         const Result<DmtData> data = valueForLeaf(*child, {{}, {}, value.text});
         if (!data)
             return data.outcome();
         map.put(DMString(value.name.constData()), *data);
     }
-    return outcomeOfEngineCall(parent->m_tree->SetChildValuesMap(parent->m_path.constData(), map));
+    const Outcome outcome =
+        outcomeOfEngineCall(parent->m_tree->SetChildValuesMap(parent->m_path.constData(), map));
+    // After a failure nobody knows which of them have changed.
+    for (const ChildValue &value : values)
+        touch(uri.child(value.name));
+    return outcome;
 }
 
 // ---- Properties and names ------------------------------------------------------------------------
@@ -412,27 +611,64 @@ Outcome ManagementTree::replaceProperty(const NodeUri &uri, Property property,
     if (!node)
         return node.outcome();
     switch (property) {
+    case Property::Acl:
+        return replaceAcl(*node, value);
     case Property::Name:
         return rename(*node, value);
-    case Property::Format:
-    case Property::Type:
-        return {DmStatus::NotAllowed,
-                QStringLiteral("the property %1 is read-only").arg(nameOf(property))};
-    case Property::Acl:
-    case Property::Size:
     case Property::Title:
+        return replaceTitle(*node, value);
+    case Property::Format:
+    case Property::Size:
     case Property::TStamp:
+    case Property::Type:
     case Property::VerNo:
         break;
     }
-    return {DmStatus::FeatureNotSupported,
-            QStringLiteral("the property %1 cannot be replaced").arg(nameOf(property))};
+    return {DmStatus::NotAllowed,
+            QStringLiteral("the property %1 is read-only").arg(nameOf(property))};
+}
+
+Outcome ManagementTree::replaceAcl(const TreeNode &node, const QByteArray &text)
+{
+    if (const Outcome right = permitAclChange(node); !right)
+        return right;
+    QString error;
+    const auto acl = AccessControlList::parse(text, error);
+    if (!acl)
+        return {DmStatus::CommandFailed, QStringLiteral("malformed ACL: %1").arg(error)};
+    if (node.uri().isRoot() && acl->isEmpty())
+        return {DmStatus::CommandFailed, QStringLiteral("the root always has an ACL")};
+    PropertyStore::Properties properties = m_properties.get(node.uri());
+    properties.acl = acl;
+    m_properties.set(node.uri(), std::move(properties));
+    touch(node.uri());
+    return {};
+}
+
+Outcome ManagementTree::replaceTitle(const TreeNode &node, const QByteArray &title)
+{
+    if (const Outcome right = permit(Right::Replace, node.uri()); !right)
+        return right;
+    if (title.size() > longestTitle)
+        return {DmStatus::TooLarge,
+                QStringLiteral("a title of more than %1 bytes").arg(longestTitle)};
+    if (const Result<DmtData> text = parseValue(DmtData::String, title); !text)
+        return text.outcome();
+    PropertyStore::Properties properties = m_properties.get(node.uri());
+    properties.title = title;
+    m_properties.set(node.uri(), std::move(properties));
+    touch(node.uri());
+    return {};
 }
 
 Outcome ManagementTree::rename(const TreeNode &node, const QByteArray &newName)
 {
     if (node.m_isPermanent)
         return notAllowed(node.uri(), "is permanent");
+    if (!hasAccessType(node.uri(), AccessReplace))
+        return notAllowed(node.uri(), "keeps its name");
+    if (const Outcome right = permit(Right::Replace, node.uri()); !right)
+        return right;
     if (const Outcome name = checkNewName(newName, uriLimits()); !name)
         return name;
     const NodeUri renamed = node.uri().parent().child(newName);
@@ -441,8 +677,11 @@ Outcome ManagementTree::rename(const TreeNode &node, const QByteArray &newName)
     const Outcome outcome =
         outcomeOfEngineCall(node.m_tree->RenameNode(node.m_path.constData(), newName.constData()));
     // A plug-in may report a failure although its node has moved; the properties follow the node.
-    if (!find(node.uri()))
+    if (!find(node.uri())) {
         m_properties.move(node.uri(), renamed);
+        touch(renamed);
+        touch(renamed.parent());
+    }
     return outcome;
 }
 
@@ -455,9 +694,15 @@ Outcome ManagementTree::remove(const NodeUri &uri)
         return node.outcome();
     if (node->m_isPermanent)
         return notAllowed(uri, "is permanent");
+    if (!hasAccessType(uri, AccessDelete))
+        return notAllowed(uri, "cannot be deleted");
+    if (const Outcome right = permit(Right::Delete, uri); !right)
+        return right;
     const Outcome outcome = outcomeOfEngineCall(node->m_tree->DeleteNode(node->m_path.constData()));
-    if (!find(uri))
+    if (!find(uri)) {
         m_properties.remove(uri);
+        touch(uri.parent());
+    }
     return outcome;
 }
 
@@ -475,17 +720,30 @@ Outcome ManagementTree::copy(const NodeUri &source, const NodeUri &target)
         return copyToNewLeaf(*from, target);
     if (!to->isLeaf())
         return leavesOnly;
-    if (!to->m_isChangeable)
+    if (!to->m_isChangeable || !hasAccessType(target, AccessReplace))
         return notAllowed(target, "is read-only");
+    if (const Outcome right = permitCopy(*from, Right::Replace, target); !right)
+        return right;
     if (to->valueType() != from->valueType())
         return unsupportedFormat(QStringLiteral("the two leaves have different formats"));
     const Result<DmtData> value = valueToCopy(*from);
     if (!value)
         return value.outcome();
-    return outcomeOfEngineCall(to->m_node->SetValue(*value));
+    const Outcome outcome = outcomeOfEngineCall(to->m_node->SetValue(*value));
+    if (outcome)
+        touch(target);
+    return outcome;
 }
 
-Outcome ManagementTree::copyToNewLeaf(const TreeNode &source, const NodeUri &target) const
+Outcome ManagementTree::permitCopy(const TreeNode &source, Right right, const NodeUri &target) const
+{
+    if (!hasAccessType(source.uri(), AccessGet))
+        return notAllowed(source.uri(), "cannot be read");
+    const Outcome get = permit(Right::Get, source.uri());
+    return get ? permit(right, target) : get;
+}
+
+Outcome ManagementTree::copyToNewLeaf(const TreeNode &source, const NodeUri &target)
 {
     const Result<TreeNode> parent = parentForNewNode(target);
     if (!parent)
@@ -493,7 +751,9 @@ Outcome ManagementTree::copyToNewLeaf(const TreeNode &source, const NodeUri &tar
     const Result<DmtData> value = valueToCopy(source);
     if (!value)
         return value.outcome();
-    return addLeaf(*parent, target.name(), *value);
+    const Outcome outcome = addLeaf(*parent, target.name(), *value);
+    noteNewNode(*parent, target, m_properties.get(source.uri()).type, std::nullopt);
+    return outcome;
 }
 
 Result<DmtData> ManagementTree::valueToCopy(const TreeNode &source) const

@@ -2,12 +2,15 @@
 // space and the rules that the DM protocol has for its commands.
 #pragma once
 
+#include "access_control.h"
 #include "device_tree.h"
 #include "dmnative/dmt_tree.h"
+#include "node_description.h"
 #include "node_uri.h"
 #include "node_value.h"
 #include "property_store.h"
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <vector>
@@ -47,37 +50,68 @@ enum class Property { Acl, Format, Name, Size, Title, TStamp, Type, VerNo };
 
 /// The property of that name, compared byte for byte.
 std::optional<Property> propertyNamed(const QString &name);
-/// Names of the properties that can be read here.
-std::vector<QString> readableProperties();
+/// "ACL", "Format" and so on.
+QString nameOf(Property property);
+/// Names of all properties.
+std::vector<QString> propertyNames();
 
 /// Operations check in this order and stop at the first check that fails: the node, or for a new
-/// one its parent, exists (404); the command may be used on it (405); a new node or a new name is
-/// not there yet (418); the value has the right format (415); then the plug-in decides. Nothing is
-/// changed unless the plug-in is reached.
+/// one its parent, exists (404); the command may be used on it (405); the server on whose behalf
+/// the tree is used has the right (425); a new node or a new name is not there yet (418); the value
+/// has the right format (415); then the plug-in decides. Nothing is changed unless the plug-in is
+/// reached.
 class ManagementTree {
 public:
     explicit ManagementTree(const DeviceDescription &device);
 
     /// Hangs a tree in at a root, whose name is new beneath its parent. The root becomes permanent.
-    void mount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree);
+    /// @param acl  access control list of the root until somebody replaces it; an empty one
+    /// inherits
+    void mount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree,
+               const AccessControlList &acl = AccessControlList());
 
     const UriLimits &uriLimits() const { return m_device.uriLimits; }
     const QByteArray &deviceId() const { return m_device.deviceId; }
 
+    /// On whose behalf the operations run; the device's owner as long as nobody is named.
+    void setPrincipal(const Principal &principal) { m_principal = principal; }
+    const Principal &principal() const { return m_principal; }
+
+    /// Time of a change, UTC; the system's as long as no other clock is set.
+    using Clock = std::function<QDateTime()>;
+    void setClock(Clock clock) { m_clock = std::move(clock); }
+
+    // ---- Keeping properties
+
+    const PropertyStore &properties() const { return m_properties; }
+    /// Takes properties over, as far as their nodes exist.
+    void setProperties(PropertyStore properties);
+    /// Writes the properties to a file when they have changed.
+    /// @return false on failure, with the reason in error
+    bool saveProperties(const QString &file, QString &error);
+    /// Takes every right from a server whose account is gone.
+    void forgetServer(const QByteArray &server);
+
     // ---- Reading
 
     Result<TreeNode> find(const NodeUri &uri) const;
+    /// The child of a mounted root that the node is, or belongs to, whether they exist or not; none
+    /// for the roots and for the client's own nodes.
+    std::optional<NodeUri> objectOf(const NodeUri &uri) const;
     /// Children in the order in which the tree lists them; none for a leaf.
     std::vector<TreeNode> children(const TreeNode &node) const;
+    /// Whether the names of the node's children, and its properties, may be read: 425 if not.
+    Outcome mayGet(const TreeNode &node) const;
     /// The value of a leaf; 405 for an interior node.
     Result<DmtData> value(const TreeNode &node) const;
-    /// 406 for a property that this client does not keep.
+    /// 406 for the size of an interior node.
     Result<QByteArray> property(const TreeNode &node, Property property) const;
     /// MIME type of a leaf; Management Object id of an interior node, or empty.
     QString type(const TreeNode &node) const;
     enum class Values { Omit, Read };
-    /// The node and everything beneath it, parents before their children. The leaves of a node are
-    /// read in one call; when that fails, one by one, so that one unreadable leaf hides no other.
+    /// The node and everything beneath it, parents before their children, without the nodes that
+    /// may not be read. The leaves of a node are read in one call; when that fails, one by one, so
+    /// that one unreadable leaf hides no other.
     std::vector<ListedNode> list(const TreeNode &start, Values values) const;
 
     // ---- Changing
@@ -90,7 +124,9 @@ public:
     };
 
     /// Adds a leaf, or an interior node when the format is "node". Missing ancestors are not
-    /// created.
+    /// created. A new node inherits its access control list; but when the server lacks Replace on
+    /// the parent, an interior one gets a list of its own, with Add, Delete, Get and Replace for
+    /// the server, and Get for those who have it on the parent.
     Outcome add(const NodeUri &uri, const NewValue &value);
     /// Replaces the value of a leaf. Without a format the value is read in the leaf's own.
     Outcome replace(const NodeUri &uri, const NewValue &value);
@@ -101,7 +137,9 @@ public:
     /// Replaces the values of several leaves of one interior node in one call of its tree, in the
     /// given order. The tree stops at the first value that it refuses; those before it stay.
     Outcome replaceChildren(const NodeUri &uri, const std::vector<ChildValue> &values);
-    /// Replaces a property; only Name can be, which renames the node.
+    /// Replaces the ACL, the Title (at most 255 bytes, else 413), or the Name, which renames the
+    /// node; 405 for other properties, and for the ACL of the root unless the owner replaces it. A
+    /// malformed ACL is answered with 500, and nothing is stored.
     Outcome replaceProperty(const NodeUri &uri, Property property, const QByteArray &value);
     Outcome remove(const NodeUri &uri);
     /// Copies the value of one leaf to another, which is added when it is missing.
@@ -116,6 +154,13 @@ private:
         NodeUri root;
         JemSmartPtr<DmtTree> tree;
         Content content;
+        AccessControlList acl;
+    };
+
+    /// A list, and the node that it was found on.
+    struct EffectiveAcl {
+        NodeUri holder;
+        AccessControlList acl;
     };
 
     const Mount &mountOf(const NodeUri &uri) const;
@@ -123,12 +168,33 @@ private:
                       const JemSmartPtr<DmtNode> &node) const;
     /// The values of the leaves directly beneath a node, as far as one call yields them.
     std::map<QByteArray, DmtData> leafValues(const TreeNode &interior) const;
-    void listBeneath(const TreeNode &node, int depth, Values values,
+    bool isReadable(const EffectiveAcl &acl) const;
+    void listBeneath(const TreeNode &node, const EffectiveAcl &acl, int depth, Values values,
                      std::vector<ListedNode> &listed) const;
+    Result<DmtData> readValue(const TreeNode &node) const;
+
+    // ---- Access control
+    AccessControlList ownAcl(const TreeNode &node) const;
+    EffectiveAcl effectiveAcl(const NodeUri &uri) const;
+    bool isPermitted(Right right, const NodeUri &uri) const;
+    /// 425, with the rule and the list that say no, when the server lacks the right.
+    Outcome permit(Right right, const NodeUri &uri) const;
+    Outcome permitAclChange(const TreeNode &node) const;
+    Outcome permitCopy(const TreeNode &source, Right right, const NodeUri &target) const;
+    /// The list that a new interior node needs beside what it inherits; none when it needs nothing.
+    std::optional<AccessControlList> aclForNewInterior(const TreeNode &parent) const;
+
+    // ---- Changes
+    /// Notes that the node was changed.
+    void touch(const NodeUri &uri);
+    void noteNewNode(const TreeNode &parent, const NodeUri &uri, const QString &type,
+                     const std::optional<AccessControlList> &acl);
+    Outcome replaceAcl(const TreeNode &node, const QByteArray &text);
+    Outcome replaceTitle(const TreeNode &node, const QByteArray &title);
     /// The parent of a node that is to be added, once every rule allows the node.
     Result<TreeNode> parentForNewNode(const NodeUri &uri) const;
     Outcome addLeaf(const TreeNode &parent, const QByteArray &name, const DmtData &value) const;
-    Outcome copyToNewLeaf(const TreeNode &source, const NodeUri &target) const;
+    Outcome copyToNewLeaf(const TreeNode &source, const NodeUri &target);
     Result<DmtData> valueToCopy(const TreeNode &source) const;
     Outcome rename(const TreeNode &node, const QByteArray &newName);
 
@@ -136,6 +202,25 @@ private:
     JemSmartPtr<DeviceTree> m_deviceTree;
     std::vector<Mount> m_mounts; ///< longer roots first; the client's own tree is the last
     PropertyStore m_properties;
+    Principal m_principal = Principal::owner();
+    Clock m_clock;
+};
+
+/// Has a tree used on somebody's behalf for as long as the object lives.
+class ActingFor {
+public:
+    ActingFor(ManagementTree &tree, const Principal &principal)
+        : m_tree(tree), m_before(tree.principal())
+    {
+        tree.setPrincipal(principal);
+    }
+    ~ActingFor() { m_tree.setPrincipal(m_before); }
+    ActingFor(const ActingFor &) = delete;
+    ActingFor &operator=(const ActingFor &) = delete;
+
+private:
+    ManagementTree &m_tree;
+    Principal m_before;
 };
 
 } // namespace client

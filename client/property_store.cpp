@@ -1,9 +1,17 @@
 #include "property_store.h"
 
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSaveFile>
 #include <algorithm>
+#include <iterator>
+#include <limits>
 #include <utility>
 
 namespace client {
+
+// ---- In memory -----------------------------------------------------------------------------------
 
 PropertyStore::Properties PropertyStore::get(const NodeUri &node) const
 {
@@ -13,23 +21,55 @@ PropertyStore::Properties PropertyStore::get(const NodeUri &node) const
 
 void PropertyStore::set(const NodeUri &node, Properties properties)
 {
-    m_properties.insert_or_assign(node, std::move(properties));
+    m_isChanged = true;
+    if (properties == Properties())
+        m_properties.erase(node);
+    else
+        m_properties.insert_or_assign(node, std::move(properties));
 }
 
 void PropertyStore::remove(const NodeUri &node)
 {
     extract(node);
+    std::erase_if(m_firstNames, [&node](const auto &entry) { return node.contains(entry.first); });
 }
+
+namespace {
+
+/// The place of a node when one above it, or the node itself, moves.
+NodeUri moved(const NodeUri &node, const NodeUri &from, const NodeUri &to)
+{
+    std::vector<QByteArray> names = to.names();
+    const auto beneath = node.names().begin() + static_cast<std::ptrdiff_t>(from.names().size());
+    names.insert(names.end(), beneath, node.names().end());
+    return NodeUri(std::move(names));
+}
+
+} // namespace
 
 void PropertyStore::move(const NodeUri &from, const NodeUri &to)
 {
-    for (auto &[node, properties] : extract(from)) {
-        std::vector<QByteArray> names = to.names();
-        const auto beneath =
-            node.names().begin() + static_cast<std::ptrdiff_t>(from.names().size());
-        names.insert(names.end(), beneath, node.names().end());
-        set(NodeUri(std::move(names)), properties);
-    }
+    for (auto &[node, properties] : extract(from))
+        set(moved(node, from, to), std::move(properties));
+    const NodeUri firstName = firstNameOf(from);
+    std::map<NodeUri, NodeUri> firstNames;
+    for (const auto &[node, name] : m_firstNames)
+        firstNames.emplace(from.contains(node) ? moved(node, from, to) : node, name);
+    if (firstName == to)
+        firstNames.erase(to);
+    else
+        firstNames.insert_or_assign(to, firstName);
+    m_firstNames = std::move(firstNames);
+}
+
+NodeUri PropertyStore::firstNameOf(const NodeUri &node) const
+{
+    // The nearest renamed node above it comes last, and has the whole first address.
+    NodeUri firstName = node;
+    for (const auto &[current, first] : m_firstNames)
+        if (current.contains(node))
+            firstName = moved(node, current, first);
+    return firstName;
 }
 
 PropertyStore::Map PropertyStore::extract(const NodeUri &node)
@@ -39,9 +79,183 @@ PropertyStore::Map PropertyStore::extract(const NodeUri &node)
     const auto last =
         std::find_if(first, m_properties.end(),
                      [&node](const Map::value_type &entry) { return !node.contains(entry.first); });
-    Map extracted(first, last);
+    Map extracted(std::make_move_iterator(first), std::make_move_iterator(last));
+    m_isChanged |= !extracted.empty();
     m_properties.erase(first, last);
     return extracted;
+}
+
+void PropertyStore::forgetServer(const QByteArray &server, const AccessControlList &rootAcl)
+{
+    for (auto &[node, properties] : m_properties) {
+        if (!properties.acl || !properties.acl->forget(server))
+            continue;
+        m_isChanged = true;
+        if (!node.isRoot())
+            continue;
+        for (const Right right :
+             {Right::Add, Right::Delete, Right::Exec, Right::Get, Right::Replace})
+            if (properties.acl->servers(right).empty())
+                for (const QByteArray &other : rootAcl.servers(right))
+                    properties.acl->grant(right, other);
+    }
+}
+
+// ---- In a file -----------------------------------------------------------------------------------
+
+namespace {
+
+constexpr auto ownerOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+
+/// One property as the file names it.
+struct Field {
+    const char *name;
+    QString (*get)(const PropertyStore::Properties &);
+    /// False, with what the text is not in error, for a text that the property cannot have.
+    bool (*set)(PropertyStore::Properties &, const QString &text, QString &error);
+};
+
+constexpr Field fields[] = {
+    {"type", [](const PropertyStore::Properties &p) { return p.type; },
+     [](PropertyStore::Properties &p, const QString &text, QString &) {
+         p.type = text;
+         return true;
+     }},
+    {"title", [](const PropertyStore::Properties &p) { return QString::fromUtf8(p.title); },
+     [](PropertyStore::Properties &p, const QString &text, QString &) {
+         p.title = text.toUtf8();
+         return true;
+     }},
+    {"acl",
+     [](const PropertyStore::Properties &p) {
+         return p.acl ? QString::fromUtf8(p.acl->toText()) : QString();
+     },
+     [](PropertyStore::Properties &p, const QString &text, QString &error) {
+         p.acl = AccessControlList::parse(text.toUtf8(), error);
+         return p.acl.has_value();
+     }},
+    {"changed",
+     [](const PropertyStore::Properties &p) {
+         return p.changed.isValid() ? p.changed.toString(Qt::ISODate) : QString();
+     },
+     [](PropertyStore::Properties &p, const QString &text, QString &error) {
+         p.changed = QDateTime::fromString(text, Qt::ISODate).toUTC();
+         error = QStringLiteral("\"%1\" is no time").arg(text);
+         return p.changed.isValid();
+     }},
+    {"version",
+     [](const PropertyStore::Properties &p) {
+         return p.version ? QString::number(p.version) : QString();
+     },
+     [](PropertyStore::Properties &p, const QString &text, QString &error) {
+         bool isNumber = false;
+         p.version = text.toUShort(&isNumber, 10);
+         error = QStringLiteral("\"%1\" is no number from 0 to %2")
+                     .arg(text)
+                     .arg(std::numeric_limits<quint16>::max());
+         return isNumber;
+     }},
+};
+
+QJsonObject toJson(const PropertyStore::Properties &properties)
+{
+    QJsonObject object;
+    for (const Field &field : fields) {
+        const QString text = field.get(properties);
+        // A list that was replaced with an empty one is no list that was never replaced.
+        const bool isEmptyAcl = properties.acl && QLatin1String(field.name) == QLatin1String("acl");
+        if (!text.isEmpty() || isEmptyAcl)
+            object[QLatin1String(field.name)] = text;
+    }
+    return object;
+}
+
+std::optional<PropertyStore::Properties> fromJson(const QJsonObject &object, QString &error)
+{
+    PropertyStore::Properties properties;
+    for (auto entry = object.begin(); entry != object.end(); ++entry) {
+        const auto *const field =
+            std::find_if(std::begin(fields), std::end(fields), [&entry](const Field &row) {
+                return entry.key() == QLatin1String(row.name);
+            });
+        if (field == std::end(fields) || !entry.value().isString()) {
+            error = QStringLiteral("%1 is no property with a text").arg(entry.key());
+            return std::nullopt;
+        }
+        QString reason;
+        if (!field->set(properties, entry.value().toString(), reason)) {
+            error = QStringLiteral("%1: %2").arg(entry.key(), reason);
+            return std::nullopt;
+        }
+    }
+    return properties;
+}
+
+} // namespace
+
+std::optional<PropertyStore> PropertyStore::load(const QString &file, QString &error)
+{
+    PropertyStore store;
+    QFile input(file);
+    if (!input.exists())
+        return store;
+    if (!input.open(QIODevice::ReadOnly)) {
+        error = QStringLiteral("cannot read %1: %2").arg(file, input.errorString());
+        return std::nullopt;
+    }
+    constexpr qint64 largestFile = 16 * 1024 * 1024;
+    const QByteArray bytes = input.read(largestFile + 1);
+    if (bytes.size() > largestFile) {
+        error = QStringLiteral("%1 is larger than %2 bytes").arg(file).arg(largestFile);
+        return std::nullopt;
+    }
+    QJsonParseError fault;
+    const QJsonDocument document = QJsonDocument::fromJson(bytes, &fault);
+    if (!document.isObject()) {
+        const QString reason = fault.error == QJsonParseError::NoError
+                                   ? QStringLiteral("no JSON object")
+                                   : fault.errorString();
+        error = QStringLiteral("%1: byte %2: %3").arg(file).arg(fault.offset).arg(reason);
+        return std::nullopt;
+    }
+    const QJsonObject nodes = document.object();
+    for (auto entry = nodes.begin(); entry != nodes.end(); ++entry) {
+        const Result<Address> address = parseAddress(entry.key(), UriLimits());
+        if (!address || address->query != Address::Query::None || !entry.value().isObject()) {
+            error = QStringLiteral("%1: %2 is no node with properties").arg(file, entry.key());
+            return std::nullopt;
+        }
+        QString reason;
+        const auto properties = fromJson(entry.value().toObject(), reason);
+        if (!properties) {
+            error = QStringLiteral("%1: %2: %3").arg(file, entry.key(), reason);
+            return std::nullopt;
+        }
+        store.m_properties.emplace(address->node, *properties);
+    }
+    return store;
+}
+
+bool PropertyStore::save(const QString &file, QString &error)
+{
+    if (!m_isChanged)
+        return true;
+    QJsonObject nodes;
+    for (const auto &[node, properties] : m_properties) {
+        const NodeUri firstName = firstNameOf(node);
+        const QString key = QString::fromLatin1(firstName.toUri());
+        // A node that was added under the first name of a renamed one gives way to that one.
+        if (firstName != node || !nodes.contains(key))
+            nodes[key] = toJson(properties);
+    }
+    QSaveFile output(file);
+    if (!output.open(QIODevice::WriteOnly) || !output.setPermissions(ownerOnly) ||
+        output.write(QJsonDocument(nodes).toJson(QJsonDocument::Compact)) < 0 || !output.commit()) {
+        error = QStringLiteral("cannot write %1: %2").arg(file, output.errorString());
+        return false;
+    }
+    m_isChanged = false;
+    return true;
 }
 
 } // namespace client

@@ -1,19 +1,41 @@
 // Run-time properties of nodes that no plug-in keeps.
 #pragma once
 
+#include "access_control.h"
 #include "node_uri.h"
 
+#include <QDateTime>
 #include <QString>
 #include <map>
+#include <optional>
 
 namespace client {
 
 /// Properties by node, for nodes that were given any. They follow a rename and go with a deletion.
+///
+/// In a file they stand under the names that a mount gives to nodes. A name that a server gave
+/// lives as long as the mount, so what was kept for a renamed node is found again under its first
+/// name.
 class PropertyStore {
 public:
     struct Properties {
-        QString type; ///< MIME type of a leaf, Management Object id of an interior node
+        QString type;     ///< MIME type of a leaf, Management Object id of an interior node
+        QByteArray title; ///< UTF-8
+        /// None when nobody replaced the list that the node came with; an empty list inherits.
+        std::optional<AccessControlList> acl;
+        QDateTime changed;   ///< UTC; invalid as long as nothing was changed
+        quint16 version = 0; ///< changes so far, modulo 65536
+
+        bool operator==(const Properties &) const = default;
     };
+
+    /// Reads a file that save() has written; a missing one is an empty store.
+    /// @return none with what is wrong with the file, and where, in error
+    static std::optional<PropertyStore> load(const QString &file, QString &error);
+    /// Replaces the file in one step; only its owner can read it. Does nothing when nothing has
+    /// changed since load() or the last save.
+    /// @return false on failure, which leaves the file as it was, with the reason in error
+    bool save(const QString &file, QString &error);
 
     /// The node's properties; empty ones when it was given none.
     Properties get(const NodeUri &node) const;
@@ -22,13 +44,30 @@ public:
     void remove(const NodeUri &node);
     /// Moves the node and everything beneath it to a new place.
     void move(const NodeUri &from, const NodeUri &to);
+    /// Forgets every node that does not fulfil the condition.
+    template <class Condition>
+    void keepOnly(Condition condition)
+    {
+        m_isChanged |= std::erase_if(m_properties, [&condition](const auto &entry) {
+                           return !condition(entry.first);
+                       }) > 0;
+    }
+
+    /// Takes every right from a server whose account is gone. A list that is left empty inherits;
+    /// at the root a right that is left without servers goes back to the servers that rootAcl gives
+    /// it to.
+    void forgetServer(const QByteArray &server, const AccessControlList &rootAcl);
 
 private:
     using Map = std::map<NodeUri, Properties>;
 
     Map extract(const NodeUri &node);
+    NodeUri firstNameOf(const NodeUri &node) const;
 
     Map m_properties;
+    /// What renamed nodes were called when their tree was mounted, by what they are called now.
+    std::map<NodeUri, NodeUri> m_firstNames;
+    bool m_isChanged = false;
 };
 
 } // namespace client

@@ -39,7 +39,7 @@ Candidates completeOptionValue(OptionValue value, const QString &prefix)
 {
     Candidates candidates;
     if (value == OptionValue::Property)
-        for (const QString &property : readableProperties())
+        for (const QString &property : propertyNames())
             offer(candidates, prefix, property);
     if (value == OptionValue::Format)
         for (const QString &format : settableFormats())
@@ -71,7 +71,7 @@ Candidates completeUri(const QString &prefix, const ManagementTree &tree)
 {
     Candidates candidates;
     if (const qsizetype query = prefix.indexOf(u'?'); query >= 0) {
-        for (const QString &property : readableProperties())
+        for (const QString &property : propertyNames())
             offer(candidates, prefix, prefix.left(query) + QStringLiteral("?prop=") + property);
         return candidates;
     }

@@ -11,9 +11,11 @@ using syncml::CommandKind;
 using syncml::Item;
 using syncml::Message;
 
-CommandRunner::CommandRunner(ManagementTree &tree, UserInteraction *user,
-                             std::vector<SessionObserver *> observers, qsizetype largestObject)
-    : m_processor(tree), m_user(user), m_observers(std::move(observers)), m_object(largestObject)
+CommandRunner::CommandRunner(ManagementTree &tree, const Principal &principal,
+                             UserInteraction *user, std::vector<SessionObserver *> observers,
+                             qsizetype largestObject)
+    : m_processor(tree, principal), m_user(user), m_observers(std::move(observers)),
+      m_object(largestObject)
 {
     m_processor.setAlertHandler([this](const Command &alert, std::vector<Item> &items) {
         return answerAlert(alert, items);

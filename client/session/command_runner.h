@@ -18,9 +18,10 @@ public:
     using Commands = std::vector<syncml::Command>;
 
     /// The references have to outlive the runner.
+    /// @param principal      the server on whose behalf the commands run
     /// @param user           null when there is nobody whom the server could talk to
     /// @param largestObject  bytes of an object that the server sends in chunks
-    CommandRunner(ManagementTree &tree, UserInteraction *user,
+    CommandRunner(ManagementTree &tree, const Principal &principal, UserInteraction *user,
                   std::vector<SessionObserver *> observers, qsizetype largestObject);
 
     /// Bytes of the largest object that the server takes; 0 when it did not say.

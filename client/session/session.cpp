@@ -70,7 +70,8 @@ Session::Session(const Account &account, ManagementTree &tree, Transport &transp
                  const SessionOptions &options)
     : m_account(account), m_options(options), m_tree(tree), m_transport(transport),
       m_observers(std::move(observers)), m_prover(account.toServer), m_verifier(account.toClient),
-      m_runner(tree, user, m_observers, options.maxObjectBytes),
+      m_runner(tree, Principal::server(account.serverId), user, m_observers,
+               options.maxObjectBytes),
       m_sessionId(options.sessionId.isEmpty() ? freshSessionId() : options.sessionId),
       m_url(account.address), m_encoding(options.encoding)
 {

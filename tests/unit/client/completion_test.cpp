@@ -59,7 +59,8 @@ TEST_F(CompletionTest, EachArgumentIsCompletedForWhatItIs)
 
 TEST_F(CompletionTest, PropertiesAreOfferedBehindTheOptionAndBehindAQuestionMark)
 {
-    EXPECT_EQ(after("get --prop "), (Words{"ACL", "Format", "Name", "Type"}));
+    EXPECT_EQ(after("get --prop "),
+              (Words{"ACL", "Format", "Name", "Size", "Title", "TStamp", "Type", "VerNo"}));
     EXPECT_EQ(after("get --prop F"), Words{"Format"});
     EXPECT_EQ(after("get --prop Format ./Dev"), (Words{"./DevInfo/~", "./DevDetail/~"}));
     EXPECT_EQ(after("get ./DevInfo?prop=N"), Words{"./DevInfo?prop=Name"});

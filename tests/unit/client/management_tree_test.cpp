@@ -126,18 +126,183 @@ TEST_F(PropertiesTest, TypeIsTheMimeTypeOfALeafAndTheObjectIdOfAnInteriorNode)
     EXPECT_EQ(get(uri("./DevDetail"), Property::Type), "urn:oma:mo:oma-dm-devdetail:1.0");
 }
 
-TEST_F(PropertiesTest, AclIsTheNodesOwnAndOnlyTheRootHasOne)
+TEST_F(PropertiesTest, AclIsTheNodesOwn)
 {
     EXPECT_EQ(get(uri("."), Property::Acl), "Add=*&Get=*");
     EXPECT_EQ(get(uri("./DevInfo"), Property::Acl), "");
+    EXPECT_EQ(get(uri(mountRoot), Property::Acl), "Add=*&Delete=*&Get=*&Replace=*");
     EXPECT_EQ(get(profile("Office/Addr"), Property::Acl), "");
 }
 
-TEST_F(PropertiesTest, PropertiesThatAreNotKeptAreAMissingFeature)
+TEST_F(PropertiesTest, SizeIsThatOfTheUnencodedValue)
 {
+    DMVector<unsigned char> bytes;
+    for (const int byte : {0, 1, 2, 255})
+        bytes.push_back(static_cast<unsigned char>(byte));
+    memory->addLeaf("Home/Icon", DmtData(bytes));
+    memory->addLeaf("Home/Name", DmtData("Caf\xc3\xa9"));
+    EXPECT_EQ(get(profile("Home/Icon"), Property::Size), "4");
+    EXPECT_EQ(get(profile("Home/Name"), Property::Size), "5");
+    EXPECT_EQ(get(profile("Office/Linger"), Property::Size), "2");
+    EXPECT_EQ(get(profile("Office/Enabled"), Property::Size), "4");
+    EXPECT_EQ(get(profile("Office/Port"), Property::Size), "0");
+}
+
+TEST_F(PropertiesTest, AnInteriorNodeHasNoSizeAndAnUnreadableLeafDoesNotTellIts)
+{
+    memory->failures = {{"get Office/Addr", 510}};
+    EXPECT_EQ(get(profile("Office"), Property::Size), "406");
+    EXPECT_EQ(get(profile("Office/Addr"), Property::Size), "510");
+}
+
+TEST_F(PropertiesTest, ATitleIsTextOfAtMost255Bytes)
+{
+    const auto set = [this](const QByteArray &title) {
+        return code(tree.replaceProperty(profile("Office"), Property::Title, title));
+    };
+    EXPECT_EQ(get(profile("Office"), Property::Title), "");
+    EXPECT_EQ(set("My \xc3\xa9"), 200);
+    EXPECT_EQ(get(profile("Office"), Property::Title), "My \xc3\xa9");
+    EXPECT_EQ(set(QByteArray(256, 'x')), 413);
+    EXPECT_EQ(set("\xff"), 415);
+    EXPECT_EQ(get(profile("Office"), Property::Title), "My \xc3\xa9");
+    EXPECT_EQ(set(QByteArray(255, 'x')), 200);
+    EXPECT_EQ(set(""), 200);
+    EXPECT_EQ(get(profile("Office"), Property::Title), "");
+}
+
+TEST_F(PropertiesTest, PropertiesOtherThanAclNameAndTitleAreReadOnly)
+{
+    const auto replace = [this](Property property) {
+        return code(tree.replaceProperty(profile("Office/Addr"), property, "x"));
+    };
     for (const Property property :
-         {Property::Size, Property::Title, Property::TStamp, Property::VerNo})
-        EXPECT_EQ(get(profile("Office/Addr"), property), "406");
+         {Property::Format, Property::Size, Property::TStamp, Property::Type, Property::VerNo})
+        EXPECT_EQ(replace(property), 405);
+    EXPECT_EQ(code(tree.replaceProperty(profile("Nobody"), Property::Format, "x")), 404);
+    EXPECT_EQ(memory->calls, Calls());
+}
+
+TEST_F(PropertiesTest, APermanentNodeTakesATitleAndAList)
+{
+    EXPECT_EQ(code(tree.replaceProperty(uri(mountRoot), Property::Title, "t")), 200);
+    EXPECT_EQ(code(tree.replaceProperty(uri("./DevInfo"), Property::Acl, "Get=*")), 200);
+}
+
+// ---- Time and number of the last change ----------------------------------------------------------
+
+class ChangesTest : public PropertiesTest {
+protected:
+    ChangesTest()
+    {
+        tree.setClock([this] { return now; });
+    }
+    /// "20260101T000000Z 1"
+    std::string changes(const NodeUri &node) const
+    {
+        return get(node, Property::TStamp) + " " + get(node, Property::VerNo);
+    }
+    std::string changes(const char *path) const { return changes(profile(path)); }
+
+    QDateTime now = QDateTime(QDate(2026, 1, 2), QTime(3, 4, 5), Qt::UTC);
+};
+
+TEST_F(ChangesTest, ANodeThatNobodyChangedHasNoTimeAndTheNumberZero)
+{
+    EXPECT_EQ(changes("Office/Addr"), " 0");
+}
+
+TEST_F(ChangesTest, EachChangeOfAValueCountsForItsLeaf)
+{
+    tree.replace(profile("Office/Addr"), text("a"));
+    EXPECT_EQ(changes("Office/Addr"), "20260102T030405Z 1");
+    now = now.addSecs(1);
+    tree.copy(profile("Home/Addr"), profile("Office/Addr"));
+    EXPECT_EQ(changes("Office/Addr"), "20260102T030406Z 2");
+    now = now.addSecs(1);
+    tree.replaceChildren(profile("Office"), {{"Addr", "a"}, {"Linger", "1"}});
+    EXPECT_EQ(changes("Office/Addr"), "20260102T030407Z 3");
+    EXPECT_EQ(changes("Office/Linger"), "20260102T030407Z 1");
+    EXPECT_EQ(changes("Office"), " 0");
+}
+
+TEST_F(ChangesTest, ARefusedChangeDoesNotCount)
+{
+    memory->failures = {{"set Office/Addr", 1}, {"delete Office", 1}, {"create New", 1}};
+    tree.replace(profile("Office/Addr"), text("a"));
+    tree.replace(profile("Office/Linger"), text("soon"));
+    tree.remove(profile("Office"));
+    tree.add(profile("New"), typed("node", ""));
+    tree.replaceProperty(profile("Office"), Property::Acl, "nonsense");
+    EXPECT_EQ(changes("Office/Addr"), " 0");
+    EXPECT_EQ(changes("Office/Linger"), " 0");
+    EXPECT_EQ(changes("Office"), " 0");
+    EXPECT_EQ(changes(uri(mountRoot)), " 0");
+}
+
+TEST_F(ChangesTest, AddingRenamingAndDeletingCountForTheParentToo)
+{
+    tree.add(profile("New"), typed("node", ""));
+    EXPECT_EQ(changes("New"), "20260102T030405Z 0");
+    EXPECT_EQ(changes(uri(mountRoot)), "20260102T030405Z 1");
+    tree.copy(profile("Office/Linger"), profile("New/Linger"));
+    EXPECT_EQ(changes("New/Linger"), "20260102T030405Z 0");
+    EXPECT_EQ(changes("New"), "20260102T030405Z 1");
+    tree.replaceProperty(profile("New"), Property::Name, "Newer");
+    EXPECT_EQ(changes("Newer"), "20260102T030405Z 2");
+    EXPECT_EQ(changes(uri(mountRoot)), "20260102T030405Z 2");
+    tree.remove(profile("Newer"));
+    EXPECT_EQ(changes(uri(mountRoot)), "20260102T030405Z 3");
+}
+
+TEST_F(ChangesTest, PropertiesThatAServerSetsCount)
+{
+    tree.replaceProperty(profile("Office"), Property::Title, "t");
+    EXPECT_EQ(changes("Office"), "20260102T030405Z 1");
+    tree.replaceProperty(profile("Office"), Property::Acl, "Get=*");
+    EXPECT_EQ(changes("Office"), "20260102T030405Z 2");
+}
+
+TEST_F(ChangesTest, TheNumberGoesFrom65535ToZero)
+{
+    PropertyStore store;
+    PropertyStore::Properties properties;
+    properties.version = 65535;
+    store.set(profile("Office/Addr"), properties);
+    tree.setProperties(store);
+    EXPECT_EQ(get(profile("Office/Addr"), Property::VerNo), "65535");
+    tree.replace(profile("Office/Addr"), text("a"));
+    EXPECT_EQ(get(profile("Office/Addr"), Property::VerNo), "0");
+}
+
+TEST_F(ChangesTest, ALeafThatAPluginKeepsWhenItRefusesTheValueIsANewNode)
+{
+    memory->failures = {{"keep Office/New", 1}};
+    EXPECT_EQ(code(tree.add(profile("Office/New"), typed("chr", "x"))), 500);
+    EXPECT_EQ(changes("Office/New"), "20260102T030405Z 0");
+    EXPECT_EQ(changes("Office"), "20260102T030405Z 1");
+}
+
+TEST_F(ChangesTest, PropertiesOfNodesThatAreNotThereAreNotTakenOver)
+{
+    PropertyStore store;
+    PropertyStore::Properties properties;
+    properties.title = "kept";
+    store.set(profile("Office"), properties);
+    store.set(profile("Nobody"), properties);
+    tree.setProperties(store);
+    EXPECT_EQ(get(profile("Office"), Property::Title), "kept");
+    memory->addInterior("Nobody");
+    EXPECT_EQ(get(profile("Nobody"), Property::Title), "");
+}
+
+TEST_F(ChangesTest, ANodeThatIsAddedAgainStartsAnew)
+{
+    tree.replaceProperty(profile("Home"), Property::Acl, "Get=Nobody");
+    tree.remove(profile("Home"));
+    tree.add(profile("Home"), typed("node", ""));
+    EXPECT_EQ(get(profile("Home"), Property::Acl), "");
+    EXPECT_EQ(get(profile("Home"), Property::VerNo), "0");
 }
 
 TEST_F(PropertiesTest, PropertyNamesAreCaseSensitive)
@@ -146,20 +311,6 @@ TEST_F(PropertiesTest, PropertyNamesAreCaseSensitive)
     EXPECT_EQ(propertyNamed(QStringLiteral("VerNo")), Property::VerNo);
     EXPECT_EQ(propertyNamed(QStringLiteral("acl")), std::nullopt);
     EXPECT_EQ(propertyNamed(QString()), std::nullopt);
-}
-
-TEST_F(PropertiesTest, OnlyNameCanBeReplaced)
-{
-    const auto replace = [this](Property property) {
-        return code(tree.replaceProperty(profile("Office"), property, "x"));
-    };
-    EXPECT_EQ(replace(Property::Format), 405);
-    EXPECT_EQ(replace(Property::Type), 405);
-    for (const Property property :
-         {Property::Acl, Property::Size, Property::Title, Property::TStamp, Property::VerNo})
-        EXPECT_EQ(replace(property), 406);
-    EXPECT_EQ(code(tree.replaceProperty(profile("Nobody"), Property::Format, "x")), 404);
-    EXPECT_EQ(memory->calls, Calls());
 }
 
 // ---- Listing -------------------------------------------------------------------------------------

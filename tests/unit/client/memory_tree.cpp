@@ -115,5 +115,7 @@ int MemoryTree::CreateLeafNodeInternal(const char *path, JemSmartPtr<DmtNode> &n
     if (const int status = note("create ", path))
         return status;
     addLeaf(path, value);
+    if (const int status = note("keep ", path))
+        return status;
     return GetNode(path, node);
 }

@@ -18,7 +18,8 @@ public:
     void addLeaf(const char *path, const DmtData &value);
 
     /// Status of the next calls on a path: "get PATH", "set PATH", "create PATH", "delete PATH",
-    /// "rename PATH", "read all PATH", "write all PATH". 0 by default.
+    /// "rename PATH", "read all PATH", "write all PATH". 0 by default. "keep PATH" fails the
+    /// creation of a leaf that is there afterwards all the same.
     std::map<std::string, int> failures;
     /// Leaves whose read succeeds without yielding a value.
     std::set<std::string> withoutValue;

@@ -31,8 +31,14 @@ MountedTree::MountedTree() : tree(device)
     memory->addLeaf("Office/Auth/AuthPw", DmtData("secret"));
     memory->addInterior("Home");
     memory->addLeaf("Home/Addr", DmtData("home.example"));
-    tree.mount(uri(mountRoot), memory);
+    tree.mount(uri(mountRoot), memory, acl("Add=*&Delete=*&Get=*&Replace=*"));
     memory->calls.clear();
+}
+
+AccessControlList MountedTree::acl(const char *text)
+{
+    QString error;
+    return *AccessControlList::parse(text, error);
 }
 
 NodeUri MountedTree::uri(const char *text)

@@ -8,7 +8,7 @@
 
 namespace client {
 
-/// The mounted tree is
+/// The mounted tree is, with every right for every server on its root,
 ///
 ///     Office
 ///         Addr     chr   "internet"
@@ -26,6 +26,7 @@ protected:
     MountedTree();
 
     static NodeUri uri(const char *text);
+    static AccessControlList acl(const char *text);
     static QByteArray profileUri(const char *path) { return QByteArray(mountRoot) + '/' + path; }
     static NodeUri profile(const char *path) { return uri(profileUri(path).constData()); }
     /// "200", "404" ...

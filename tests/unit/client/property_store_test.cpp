@@ -1,32 +1,52 @@
-// Properties that follow their nodes.
+// Properties that follow their nodes, in memory and in their file.
 
 #include "property_store.h"
 
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 namespace client {
 
 namespace {
 
+using Properties = PropertyStore::Properties;
+
 const NodeUri office({"P", "Office"});
 const NodeUri officeAddr({"P", "Office", "Addr"});
 const NodeUri office2({"P", "Office2"});
+
+Properties typed(const QByteArray &type)
+{
+    Properties properties;
+    properties.type = QString::fromUtf8(type);
+    return properties;
+}
+
+AccessControlList acl(const char *text)
+{
+    QString error;
+    return *AccessControlList::parse(text, error);
+}
 
 class PropertyStoreTest : public testing::Test {
 protected:
     PropertyStoreTest()
     {
         for (const NodeUri &node : {office, officeAddr, office2})
-            store.set(node, {QString::fromLatin1(node.toUri())});
+            store.set(node, typed(node.toUri()));
     }
     std::string typeOf(const NodeUri &node) const { return store.get(node).type.toStdString(); }
 
     PropertyStore store;
 };
 
+// ---- In memory -----------------------------------------------------------------------------------
+
 TEST_F(PropertyStoreTest, ANodeThatWasGivenNoneHasEmptyProperties)
 {
-    EXPECT_EQ(typeOf(NodeUri({"X"})), "");
+    EXPECT_EQ(store.get(NodeUri({"X"})), Properties());
 }
 
 TEST_F(PropertyStoreTest, DeletingANodeForgetsEverythingBeneathItAndNoNeighbour)
@@ -52,6 +72,213 @@ TEST_F(PropertyStoreTest, PropertiesSurviveARenameToAnotherNodesPlaceInTheOrder)
     store.move(office, NodeUri({"P", "Office3"}));
     EXPECT_EQ(typeOf(NodeUri({"P", "Office3", "Addr"})), "./P/Office/Addr");
     EXPECT_EQ(typeOf(office2), "./P/Office2");
+}
+
+TEST_F(PropertyStoreTest, OnlyNodesThatFulfilAConditionAreKept)
+{
+    store.keepOnly([](const NodeUri &node) { return node != officeAddr; });
+    EXPECT_EQ(typeOf(office), "./P/Office");
+    EXPECT_EQ(typeOf(officeAddr), "");
+}
+
+// ---- Accounts that go ----------------------------------------------------------------------------
+
+class ForgottenServer : public PropertyStoreTest {
+protected:
+    void give(const NodeUri &node, const char *text)
+    {
+        Properties properties;
+        properties.acl = acl(text);
+        store.set(node, properties);
+    }
+    std::string aclOf(const NodeUri &node) const
+    {
+        return store.get(node).acl->toText().toStdString();
+    }
+    void forget(const char *server) { store.forgetServer(server, acl("Add=*&Get=*")); }
+};
+
+TEST_F(ForgottenServer, GoesFromEveryListAndTakesEmptyRightsAlong)
+{
+    give(office, "Add=a+b&Delete=b&Get=*&Replace=b+c");
+    forget("b");
+    EXPECT_EQ(aclOf(office), "Add=a&Get=*&Replace=c");
+}
+
+TEST_F(ForgottenServer, LeavesAnEmptyListWhereItWasAlone)
+{
+    give(office, "Get=b&Replace=b");
+    forget("b");
+    EXPECT_EQ(aclOf(office), "");
+}
+
+TEST_F(ForgottenServer, IsNotMistakenForAnotherWhoseNameBeginsAlike)
+{
+    give(office, "Get=b+bb");
+    forget("b");
+    EXPECT_EQ(aclOf(office), "Get=bb");
+}
+
+TEST_F(ForgottenServer, GivesARightOfTheRootBackToThoseWhoHadItFirst)
+{
+    give(NodeUri(), "Add=*&Get=b&Replace=b");
+    forget("b");
+    EXPECT_EQ(aclOf(NodeUri()), "Add=*&Get=*");
+}
+
+// ---- In a file -----------------------------------------------------------------------------------
+
+class PropertyFile : public PropertyStoreTest {
+protected:
+    void save()
+    {
+        QString error;
+        EXPECT_TRUE(store.save(file, error)) << error.toStdString();
+    }
+    PropertyStore load() const
+    {
+        QString error;
+        const auto loaded = PropertyStore::load(file, error);
+        EXPECT_TRUE(loaded) << error.toStdString();
+        return loaded.value_or(PropertyStore());
+    }
+    /// What loading a file with that content ends with.
+    std::string errorOf(const QByteArray &content) const
+    {
+        QFile output(file);
+        EXPECT_TRUE(output.open(QIODevice::WriteOnly));
+        output.write(content);
+        output.close();
+        QString error;
+        EXPECT_FALSE(PropertyStore::load(file, error));
+        EXPECT_TRUE(error.startsWith(file + QStringLiteral(": "))) << error.toStdString();
+        return error.mid(file.size() + 2).toStdString();
+    }
+
+    QTemporaryDir directory;
+    QString file = directory.filePath(QStringLiteral("properties.json"));
+};
+
+TEST_F(PropertyFile, KeepsEveryProperty)
+{
+    const NodeUri odd({"P", "a b/c%\xff"});
+    Properties properties;
+    properties.type = QStringLiteral("com.example/1.0/X");
+    properties.title = "Caf\xc3\xa9 \"1\"";
+    properties.acl = acl("Get=*&Replace=a+b");
+    properties.changed = QDateTime(QDate(2026, 2, 3), QTime(4, 5, 6), Qt::UTC);
+    properties.version = 65535;
+    store.set(odd, properties);
+    save();
+    EXPECT_EQ(load().get(odd), properties);
+    EXPECT_EQ(load().get(office), typed("./P/Office"));
+}
+
+TEST_F(PropertyFile, TellsAnEmptyListFromOneThatWasNeverReplaced)
+{
+    Properties properties;
+    properties.acl = AccessControlList();
+    store.set(office, properties);
+    save();
+    EXPECT_EQ(load().get(office).acl, AccessControlList());
+    EXPECT_EQ(load().get(office2).acl, std::nullopt);
+}
+
+TEST_F(PropertyFile, CanBeReadByItsOwnerOnly)
+{
+    save();
+    EXPECT_EQ(QFileInfo(file).permissions() & ~(QFile::ReadUser | QFile::WriteUser),
+              QFile::ReadOwner | QFile::WriteOwner);
+}
+
+TEST_F(PropertyFile, IsNotWrittenAsLongAsNothingChanges)
+{
+    save();
+    EXPECT_TRUE(QFile::remove(file));
+    save();
+    EXPECT_FALSE(QFile::exists(file));
+    store.set(office, typed("other"));
+    save();
+    EXPECT_TRUE(QFile::exists(file));
+}
+
+TEST_F(PropertyFile, HasRenamedNodesUnderTheNamesThatTheNextMountShows)
+{
+    const NodeUri work({"P", "Work"});
+    const NodeUri desk({"P", "Desk"});
+    store.move(office, work);
+    store.move(work, desk);
+    store.set(desk.child("DNS1"), typed("new"));
+    save();
+    EXPECT_EQ(load().get(office), typed("./P/Office"));
+    EXPECT_EQ(load().get(officeAddr), typed("./P/Office/Addr"));
+    EXPECT_EQ(load().get(office.child("DNS1")), typed("new"));
+    EXPECT_EQ(load().get(desk), Properties());
+    EXPECT_EQ(load().get(work), Properties());
+}
+
+TEST_F(PropertyFile, HasNodesThatChangedTheirNamesWithEachOtherUnderTheirOwn)
+{
+    const NodeUri aside({"P", "Aside"});
+    store.move(office, aside);
+    store.move(office2, office);
+    store.move(aside, office2);
+    save();
+    EXPECT_EQ(load().get(office), typed("./P/Office"));
+    EXPECT_EQ(load().get(office2), typed("./P/Office2"));
+}
+
+TEST_F(PropertyFile, PrefersTheRenamedNodeToOneThatWasAddedInItsPlace)
+{
+    store.move(office, NodeUri({"P", "Aside"}));
+    store.set(office, typed("added later"));
+    store.move(office2, NodeUri({"P", "Zoo"}));
+    store.set(office2, typed("added later"));
+    save();
+    EXPECT_EQ(load().get(office), typed("./P/Office"));
+    EXPECT_EQ(load().get(office2), typed("./P/Office2"));
+}
+
+TEST_F(PropertyFile, ForgetsTheFirstNameWithTheNode)
+{
+    const NodeUri work({"P", "Work"});
+    store.move(office, work);
+    store.remove(work);
+    store.set(work, typed("another node"));
+    save();
+    EXPECT_EQ(load().get(work), typed("another node"));
+    EXPECT_EQ(load().get(office), Properties());
+}
+
+TEST_F(PropertyFile, MayBeMissing)
+{
+    EXPECT_EQ(load().get(office), Properties());
+}
+
+TEST_F(PropertyFile, SaysWhatIsWrongInItAndWhere)
+{
+    EXPECT_EQ(errorOf("{\"./A\": {"), "byte 9: unterminated object");
+    EXPECT_EQ(errorOf("[]"), "byte 0: no JSON object");
+    EXPECT_EQ(errorOf("{\"./A/\": {}}"), "./A/ is no node with properties");
+    EXPECT_EQ(errorOf("{\"./A?prop=ACL\": {}}"), "./A?prop=ACL is no node with properties");
+    EXPECT_EQ(errorOf("{\"./A\": 5}"), "./A is no node with properties");
+    EXPECT_EQ(errorOf("{\"./A\": {\"colour\": \"red\"}}"),
+              "./A: colour is no property with a text");
+    EXPECT_EQ(errorOf("{\"./A\": {\"title\": 5}}"), "./A: title is no property with a text");
+    EXPECT_EQ(errorOf("{\"./A\": {\"version\": \"65536\"}}"),
+              "./A: version: \"65536\" is no number from 0 to 65535");
+    EXPECT_EQ(errorOf("{\"./A\": {\"changed\": \"soon\"}}"), "./A: changed: \"soon\" is no time");
+    EXPECT_EQ(errorOf("{\"./A\": {\"acl\": \"Read=*\"}}"),
+              "./A: acl: \"Read=*\" does not begin with Add=, Delete=, Exec=, Get= or Replace=");
+}
+
+TEST_F(PropertyFile, ThatCannotBeReadOrWrittenIsReported)
+{
+    QString error;
+    EXPECT_FALSE(PropertyStore::load(directory.path(), error));
+    EXPECT_TRUE(error.startsWith(QStringLiteral("cannot read ") + directory.path()));
+    EXPECT_FALSE(store.save(directory.filePath(QStringLiteral("no/such/folder")), error));
+    EXPECT_TRUE(error.startsWith(QStringLiteral("cannot write ")));
 }
 
 } // namespace

@@ -1,0 +1,119 @@
+#include "access_control.h"
+
+#include <QByteArrayList>
+#include <QStringDecoder>
+#include <algorithm>
+#include <iterator>
+
+namespace client {
+
+namespace {
+
+constexpr const char *rightNames[] = {"Add", "Delete", "Exec", "Get", "Replace"};
+constexpr char everyServer[] = "*";
+
+std::optional<Right> rightNamed(const QByteArray &name)
+{
+    const auto *const found = std::find_if(std::begin(rightNames), std::end(rightNames),
+                                           [&name](const char *right) { return name == right; });
+    if (found == std::end(rightNames))
+        return std::nullopt;
+    return static_cast<Right>(found - std::begin(rightNames));
+}
+
+bool mayStandInIdentifier(QChar character)
+{
+    constexpr QStringView separators = u"=&*+";
+    return character.isPrint() && !character.isSpace() && !separators.contains(character);
+}
+
+QString shown(const QByteArray &text)
+{
+    return QString::fromUtf8(text.left(80));
+}
+
+} // namespace
+
+QByteArray nameOf(Right right)
+{
+    return rightNames[static_cast<std::size_t>(right)];
+}
+
+bool isServerIdentifier(const QByteArray &text)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    const QString characters = decoder(text);
+    return !text.isEmpty() && !decoder.hasError() &&
+           std::all_of(characters.begin(), characters.end(), mayStandInIdentifier);
+}
+
+std::optional<AccessControlList> AccessControlList::parse(const QByteArray &text, QString &error)
+{
+    AccessControlList list;
+    const QByteArray trimmed = text.trimmed();
+    if (trimmed.isEmpty())
+        return list;
+    for (const QByteArray &entry : trimmed.split('&')) {
+        const qsizetype equals = entry.indexOf('=');
+        const auto right = rightNamed(entry.left(equals));
+        if (equals < 0 || !right) {
+            error = QStringLiteral("\"%1\" does not begin with Add=, Delete=, Exec=, Get= or "
+                                   "Replace=")
+                        .arg(shown(entry));
+            return std::nullopt;
+        }
+        for (const QByteArray &server : entry.mid(equals + 1).split('+')) {
+            if (server != everyServer && !isServerIdentifier(server)) {
+                error = QStringLiteral("\"%1\" in \"%2\" is no server identifier")
+                            .arg(shown(server), shown(entry));
+                return std::nullopt;
+            }
+            list.grant(*right, server);
+        }
+    }
+    return list;
+}
+
+bool AccessControlList::isEmpty() const
+{
+    return std::ranges::all_of(m_servers, [](const auto &servers) { return servers.empty(); });
+}
+
+bool AccessControlList::permits(Right right, const QByteArray &server) const
+{
+    return std::ranges::any_of(servers(right), [&server](const QByteArray &entry) {
+        return entry == everyServer || entry == server;
+    });
+}
+
+void AccessControlList::grant(Right right, const QByteArray &server)
+{
+    std::vector<QByteArray> &servers = m_servers[index(right)];
+    if (permits(right, server))
+        return;
+    if (server == everyServer)
+        servers.clear();
+    servers.push_back(server);
+}
+
+bool AccessControlList::forget(const QByteArray &server)
+{
+    std::size_t forgotten = 0;
+    for (std::vector<QByteArray> &servers : m_servers)
+        forgotten += std::erase(servers, server);
+    return forgotten > 0;
+}
+
+QByteArray AccessControlList::toText() const
+{
+    QByteArrayList entries;
+    for (std::size_t right = 0; right < rightCount; ++right) {
+        const std::vector<QByteArray> &servers = m_servers[right];
+        if (!servers.empty())
+            entries.push_back(QByteArray(rightNames[right]) + '=' +
+                              QByteArrayList(servers.begin(), servers.end()).join('+'));
+    }
+    return entries.join('&');
+}
+
+} // namespace client

@@ -1,0 +1,72 @@
+// Who may do what with a node: access control lists, and on whose behalf a command runs.
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <array>
+#include <optional>
+#include <vector>
+
+namespace client {
+
+/// On whose behalf the management tree is used.
+class Principal {
+public:
+    /// The owner of the device, for whom no access control list counts.
+    static Principal owner() { return Principal(std::nullopt); }
+    /// A DM server that has proved to be the one of this Server Identifier.
+    static Principal server(const QByteArray &identifier) { return Principal(identifier); }
+
+    bool isOwner() const { return !m_server; }
+    /// Must not be called for the owner.
+    const QByteArray &server() const { return *m_server; }
+
+private:
+    explicit Principal(std::optional<QByteArray> server) : m_server(std::move(server)) {}
+
+    std::optional<QByteArray> m_server;
+};
+
+/// What a list can permit, in the order in which a list is written.
+enum class Right { Add, Delete, Exec, Get, Replace };
+
+/// "Add", "Delete" and so on.
+QByteArray nameOf(Right right);
+
+/// The access control list of one node: for each right the Server Identifiers that have it. "*" is
+/// every server; beside it single identifiers say nothing and are dropped.
+class AccessControlList {
+public:
+    AccessControlList() = default; ///< empty: the node inherits
+
+    /// Reads "Get=*&Replace=server1+server2". A right that is named twice is merged. White space
+    /// around the whole text is ignored.
+    /// @return none for a malformed text, with what is wrong in error: an unknown right, a right
+    ///         without identifiers, or an identifier with characters that it cannot have
+    static std::optional<AccessControlList> parse(const QByteArray &text, QString &error);
+
+    bool isEmpty() const;
+    bool permits(Right right, const QByteArray &server) const;
+    void grant(Right right, const QByteArray &server);
+    /// The servers that have the right.
+    const std::vector<QByteArray> &servers(Right right) const { return m_servers[index(right)]; }
+    /// Takes every right from the server. @return whether it had one
+    bool forget(const QByteArray &server);
+
+    /// As parse reads it; rights in the order of Right, identifiers in the order of granting.
+    QByteArray toText() const;
+
+    bool operator==(const AccessControlList &) const = default;
+
+private:
+    static constexpr std::size_t rightCount = 5;
+    static std::size_t index(Right right) { return static_cast<std::size_t>(right); }
+
+    std::array<std::vector<QByteArray>, rightCount> m_servers;
+};
+
+/// Whether the text can stand for a server in a list: printable, without white space and without
+/// the characters = & * and +.
+bool isServerIdentifier(const QByteArray &text);
+
+} // namespace client

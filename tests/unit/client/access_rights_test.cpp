@@ -1,0 +1,483 @@
+// Which right on which node each operation of a server needs.
+
+#include "mounted_tree.h"
+
+namespace client {
+
+namespace {
+
+constexpr char server[] = "ServerS";
+
+class AccessRightsTest : public MountedTree {
+protected:
+    AccessRightsTest() { tree.setPrincipal(Principal::server(server)); }
+
+    void setAcl(const char *path, const char *text)
+    {
+        const ActingFor owner(tree, Principal::owner());
+        const NodeUri node = path[0] == '\0' ? uri(mountRoot) : profile(path);
+        ASSERT_EQ(code(tree.replaceProperty(node, Property::Acl, text)), 200);
+    }
+    std::string aclOf(const char *path)
+    {
+        const ActingFor owner(tree, Principal::owner());
+        return tree.property(*tree.find(profile(path)), Property::Acl)->toStdString();
+    }
+    int get(const char *path) { return code(tree.value(*tree.find(profile(path))).outcome()); }
+    int getAcl(const char *path)
+    {
+        return code(tree.property(*tree.find(profile(path)), Property::Acl).outcome());
+    }
+    int replace(const char *path) { return code(tree.replace(profile(path), text("new"))); }
+    int replaceAcl(const char *path, const char *text = "Get=*")
+    {
+        return code(tree.replaceProperty(profile(path), Property::Acl, text));
+    }
+    int add(const char *path, const char *format = "chr")
+    {
+        return code(tree.add(profile(path), typed(format, "")));
+    }
+};
+
+// ---- One right an operation ----------------------------------------------------------------------
+
+TEST_F(AccessRightsTest, ReadingAValueNeedsGetOnTheNode)
+{
+    setAcl("", "Get=*");
+    setAcl("Office", "Get=ServerS");
+    EXPECT_EQ(get("Office/Addr"), 200);
+    setAcl("Office/Addr", "Get=Other&Replace=ServerS");
+    EXPECT_EQ(get("Office/Addr"), 425);
+}
+
+TEST_F(AccessRightsTest, ReadingAPropertyNeedsGetOnTheNode)
+{
+    setAcl("Office", "Get=Other&Add=ServerS&Replace=ServerS&Delete=ServerS");
+    for (const Property property :
+         {Property::Acl, Property::Format, Property::Name, Property::Title, Property::TStamp,
+          Property::Type, Property::VerNo})
+        EXPECT_EQ(code(tree.property(*tree.find(profile("Office")), property).outcome()), 425);
+    EXPECT_EQ(code(tree.property(*tree.find(profile("Office/Addr")), Property::Size).outcome()),
+              425);
+}
+
+TEST_F(AccessRightsTest, ReadingTheNamesOfChildrenNeedsGetOnTheNode)
+{
+    setAcl("Office", "Get=Other");
+    EXPECT_EQ(code(tree.mayGet(*tree.find(profile("Office")))), 425);
+    setAcl("Office", "Get=ServerS");
+    EXPECT_EQ(code(tree.mayGet(*tree.find(profile("Office")))), 200);
+}
+
+TEST_F(AccessRightsTest, ReplacingAValueNeedsReplaceOnTheNode)
+{
+    setAcl("Office/Addr", "Add=*&Delete=*&Get=*");
+    EXPECT_EQ(replace("Office/Addr"), 425);
+    EXPECT_EQ(read(profile("Office/Addr")), "internet");
+    setAcl("Office", "Get=*");
+    setAcl("Office/Addr", "Replace=ServerS");
+    EXPECT_EQ(replace("Office/Addr"), 200);
+}
+
+TEST_F(AccessRightsTest, ReplacingSeveralValuesNeedsReplaceOnEach)
+{
+    setAcl("Office/Linger", "Get=*");
+    EXPECT_EQ(code(tree.replaceChildren(profile("Office"), {{"Addr", "a"}, {"Linger", "1"}})), 425);
+    EXPECT_EQ(read(profile("Office/Addr")), "internet");
+}
+
+TEST_F(AccessRightsTest, ReplacingTheTitleNeedsReplaceOnTheNode)
+{
+    const auto title = [this] {
+        return code(tree.replaceProperty(profile("Office"), Property::Title, "t"));
+    };
+    setAcl("Office", "Add=*&Delete=*&Get=*");
+    EXPECT_EQ(title(), 425);
+    setAcl("Office", "Replace=ServerS");
+    EXPECT_EQ(title(), 200);
+}
+
+TEST_F(AccessRightsTest, RenamingNeedsReplaceOnTheNode)
+{
+    const auto rename = [this](const char *from, const char *to) {
+        return code(tree.replaceProperty(profile(from), Property::Name, to));
+    };
+    setAcl("Office", "Add=*&Delete=*&Get=*");
+    EXPECT_EQ(rename("Office", "Work"), 425);
+    setAcl("", "Get=*");
+    setAcl("Office", "Replace=ServerS");
+    EXPECT_EQ(rename("Office", "Work"), 200);
+}
+
+TEST_F(AccessRightsTest, ReplacingTheAclOfAnInteriorNodeNeedsReplaceOnItOrOnItsParent)
+{
+    setAcl("", "Get=*");
+    setAcl("Office", "Get=*");
+    EXPECT_EQ(replaceAcl("Office"), 425);
+    setAcl("", "Get=*&Replace=ServerS");
+    EXPECT_EQ(replaceAcl("Office"), 200);
+    setAcl("", "Get=*");
+    setAcl("Office", "Get=*&Replace=ServerS");
+    EXPECT_EQ(replaceAcl("Office"), 200);
+}
+
+TEST_F(AccessRightsTest, ReplacingTheAclOfALeafNeedsReplaceOnItsParent)
+{
+    setAcl("Office", "Get=*");
+    setAcl("Office/Addr", "Replace=ServerS");
+    EXPECT_EQ(replaceAcl("Office/Addr"), 425);
+    setAcl("Office/Addr", "Get=Other");
+    setAcl("Office", "Replace=ServerS");
+    EXPECT_EQ(replaceAcl("Office/Addr"), 200);
+    EXPECT_EQ(aclOf("Office/Addr"), "Get=*");
+}
+
+TEST_F(AccessRightsTest, AddingNeedsAddOnTheParent)
+{
+    setAcl("Office", "Delete=*&Get=*&Replace=*");
+    EXPECT_EQ(add("Office/New"), 425);
+    EXPECT_EQ(add("Office/Node", "node"), 425);
+    setAcl("", "Get=*");
+    setAcl("Office", "Add=ServerS");
+    EXPECT_EQ(add("Office/New"), 200);
+}
+
+TEST_F(AccessRightsTest, DeletingNeedsDeleteOnTheNodeAddressedOnly)
+{
+    setAcl("Office", "Add=*&Get=*&Replace=*");
+    EXPECT_EQ(code(tree.remove(profile("Office"))), 425);
+    setAcl("", "Get=*");
+    setAcl("Office", "Delete=ServerS");
+    setAcl("Office/Addr", "Get=Other");
+    setAcl("Office/Auth", "Get=Other");
+    EXPECT_EQ(code(tree.remove(profile("Office"))), 200);
+    EXPECT_EQ(childrenOf(uri(mountRoot)), "Home");
+}
+
+TEST_F(AccessRightsTest, ExecutingIsNotAllowedWhateverTheListSays)
+{
+    setAcl("Office", "Exec=ServerS");
+    EXPECT_EQ(code(tree.execute(profile("Office"))), 405);
+}
+
+TEST_F(AccessRightsTest, CopyingNeedsGetOnTheSourceAndReplaceOnTheTarget)
+{
+    const auto copy = [this] {
+        return code(tree.copy(profile("Home/Addr"), profile("Office/Addr")));
+    };
+    setAcl("Home/Addr", "Replace=*");
+    EXPECT_EQ(copy(), 425);
+    setAcl("Home/Addr", "Get=ServerS");
+    setAcl("Office/Addr", "Get=*");
+    EXPECT_EQ(copy(), 425);
+    setAcl("Office/Addr", "Replace=ServerS");
+    EXPECT_EQ(copy(), 200);
+}
+
+TEST_F(AccessRightsTest, CopyingToANewLeafNeedsGetOnTheSourceAndAddOnTheParent)
+{
+    const auto copy = [this](const char *target) {
+        return code(tree.copy(profile("Home/Addr"), profile(target)));
+    };
+    setAcl("Office", "Get=*&Replace=*");
+    EXPECT_EQ(copy("Office/New"), 425);
+    setAcl("Office", "Add=ServerS");
+    EXPECT_EQ(copy("Office/New"), 200);
+    setAcl("Home/Addr", "Replace=*");
+    EXPECT_EQ(copy("Office/Newer"), 425);
+    setAcl("Home/Addr", "");
+}
+
+TEST_F(AccessRightsTest, FullRightsOnTheParentGiveNoDirectAccessToTheChild)
+{
+    setAcl("Office", "Add=ServerS&Delete=ServerS&Get=ServerS&Replace=ServerS");
+    setAcl("Office/Addr", "Get=Other");
+    EXPECT_EQ(get("Office/Addr"), 425);
+    EXPECT_EQ(replace("Office/Addr"), 425);
+    EXPECT_EQ(replaceAcl("Office/Addr", "Get=ServerS&Replace=ServerS"), 200);
+    EXPECT_EQ(replace("Office/Addr"), 200);
+}
+
+// ---- Inheritance ---------------------------------------------------------------------------------
+
+TEST_F(AccessRightsTest, AnEmptyListInheritsTheNearestOneWhole)
+{
+    setAcl("", "Add=*&Delete=*&Get=*&Replace=*");
+    setAcl("Office", "Get=ServerS");
+    EXPECT_EQ(get("Office/Auth/AuthPw"), 200);
+    EXPECT_EQ(replace("Office/Auth/AuthPw"), 425); // not merged with what stands further up
+    setAcl("Office", "");
+    EXPECT_EQ(replace("Office/Auth/AuthPw"), 200);
+}
+
+TEST_F(AccessRightsTest, TheOwnListIsReadEvenWhenAnotherOneHolds)
+{
+    setAcl("Office", "Get=*");
+    EXPECT_EQ(aclOf("Office"), "Get=*");
+    EXPECT_EQ(aclOf("Office/Addr"), "");
+}
+
+TEST_F(AccessRightsTest, AListOfATreesOwnHoldsUntilItIsReplaced)
+{
+    class Root final : public DmtRWPluginNode {
+    public:
+        Root() { m_acl.text = DMString("Get=ServerS"); }
+    };
+    auto *const root = new Root;
+    const JemSmartPtr<DmtNode> holder(root);
+    root->Init(JemSmartPtr<DmtPluginTree>(memory), "Own");
+    memory->SetNode("Own", holder);
+    memory->addLeaf("Own/Addr", DmtData("x"));
+    EXPECT_EQ(get("Own/Addr"), 200);
+    EXPECT_EQ(replace("Own/Addr"), 425);
+    setAcl("Own", "");
+    EXPECT_EQ(replace("Own/Addr"), 200);
+}
+
+TEST_F(AccessRightsTest, TheRootKeepsItsList)
+{
+    EXPECT_EQ(code(tree.replaceProperty(NodeUri(), Property::Acl, "Get=*")), 405);
+    tree.setPrincipal(Principal::owner());
+    EXPECT_EQ(code(tree.replaceProperty(NodeUri(), Property::Acl, "")), 500);
+    EXPECT_EQ(code(tree.replaceProperty(NodeUri(), Property::Acl, "Get=a")), 200);
+    EXPECT_EQ(tree.property(*tree.find(NodeUri()), Property::Acl)->toStdString(), "Get=a");
+}
+
+TEST_F(AccessRightsTest, TheClientsOwnNodesGiveEveryServerGetAndNothingElse)
+{
+    EXPECT_EQ(code(tree.value(*tree.find(uri("./DevInfo/Man"))).outcome()), 200);
+    EXPECT_EQ(code(tree.replaceProperty(uri("./DevInfo"), Property::Title, "x")), 425);
+    EXPECT_EQ(code(tree.replaceProperty(uri("./DevInfo/Man"), Property::Acl, "Get=*")), 425);
+}
+
+TEST_F(AccessRightsTest, TheOwnerOfTheDeviceIsAskedForNoRight)
+{
+    tree.setPrincipal(Principal::owner());
+    setAcl("Office", "Get=Nobody");
+    EXPECT_EQ(get("Office/Addr"), 200);
+    EXPECT_EQ(replace("Office/Addr"), 200);
+    EXPECT_EQ(add("Office/New"), 200);
+    EXPECT_EQ(code(tree.remove(profile("Office"))), 200);
+}
+
+// ---- New nodes -----------------------------------------------------------------------------------
+
+TEST_F(AccessRightsTest, ANewNodeInherits)
+{
+    EXPECT_EQ(add("New", "node"), 200);
+    EXPECT_EQ(add("New/Addr"), 200);
+    EXPECT_EQ(aclOf("New"), "");
+    EXPECT_EQ(aclOf("New/Addr"), "");
+}
+
+TEST_F(AccessRightsTest, ACreatorThatLacksReplaceOnTheParentRulesItsNewInteriorNode)
+{
+    setAcl("", "Add=*&Get=A+B");
+    EXPECT_EQ(add("New", "node"), 200);
+    EXPECT_EQ(aclOf("New"), "Add=ServerS&Delete=ServerS&Get=A+B+ServerS&Replace=ServerS");
+    EXPECT_EQ(add("New/Addr"), 200);
+    EXPECT_EQ(replace("New/Addr"), 200);
+    EXPECT_EQ(aclOf("New/Addr"), "");
+    EXPECT_EQ(code(tree.remove(profile("New"))), 200);
+}
+
+TEST_F(AccessRightsTest, EverybodyKeepsGetOnANewNodeWhereEverybodyHadIt)
+{
+    setAcl("", "Add=*&Get=*");
+    EXPECT_EQ(add("New", "node"), 200);
+    EXPECT_EQ(aclOf("New"), "Add=ServerS&Delete=ServerS&Get=*&Replace=ServerS");
+}
+
+TEST_F(AccessRightsTest, ANewLeafInheritsEvenWhenItsCreatorMayNotReplaceIt)
+{
+    setAcl("", "Add=*&Get=*");
+    EXPECT_EQ(add("Leaf"), 200);
+    EXPECT_EQ(aclOf("Leaf"), "");
+    EXPECT_EQ(replace("Leaf"), 425);
+}
+
+// ---- Order of the checks -------------------------------------------------------------------------
+
+TEST_F(AccessRightsTest, ExistenceAndTheRulesOfTheNodeAreCheckedBeforeTheList)
+{
+    setAcl("", "Exec=Nobody");
+    memory->calls.clear();
+    EXPECT_EQ(replace("Nobody/Addr"), 404);
+    EXPECT_EQ(add("Nobody/Addr"), 404);
+    EXPECT_EQ(replace("Office"), 405);
+    EXPECT_EQ(add("Office/Addr/Deeper"), 405);
+    EXPECT_EQ(code(tree.replaceProperty(profile("Office"), Property::Format, "x")), 405);
+    EXPECT_EQ(code(tree.remove(NodeUri())), 405);
+    EXPECT_EQ(code(tree.remove(uri(mountRoot))), 405);
+    EXPECT_EQ(code(tree.replaceProperty(uri(mountRoot), Property::Name, "x")), 405);
+    EXPECT_EQ(code(tree.copy(profile("Office"), profile("New"))), 406);
+    EXPECT_EQ(memory->calls, std::vector<std::string>());
+}
+
+TEST_F(AccessRightsTest, TheListIsCheckedBeforeFormatsNamesAndThePlugin)
+{
+    setAcl("", "Exec=Nobody");
+    memory->calls.clear();
+    EXPECT_EQ(code(tree.replace(profile("Office/Linger"), typed("chr", "x"))), 425);
+    EXPECT_EQ(add("Office/Addr", "xml"), 425);
+    EXPECT_EQ(add("Office/New", "xml"), 425);
+    EXPECT_EQ(code(tree.replaceProperty(profile("Office"), Property::Name, "Home")), 425);
+    EXPECT_EQ(code(tree.replaceProperty(profile("Office"), Property::Name, "*")), 425);
+    EXPECT_EQ(code(tree.copy(profile("Office/Linger"), profile("Office/Addr"))), 425);
+    EXPECT_EQ(replaceAcl("Office", "nonsense"), 425);
+    EXPECT_EQ(get("Office/Addr"), 425);
+    EXPECT_EQ(memory->calls, std::vector<std::string>());
+}
+
+// ---- What people are told ------------------------------------------------------------------------
+
+TEST_F(AccessRightsTest, ADenialNamesTheRuleAndTheListThatDenied)
+{
+    setAcl("Office", "Get=Other");
+    EXPECT_EQ(tree.replace(profile("Office/Addr"), text("x")).reason.toStdString(),
+              "ServerS needs Replace on ./Ext/Profiles/Office/Addr, and the ACL of "
+              "./Ext/Profiles/Office is \"Get=Other\"");
+    EXPECT_EQ(tree.replaceProperty(profile("Office"), Property::Acl, "").status, DmStatus::Ok);
+    EXPECT_EQ(tree.replaceProperty(uri("./DevInfo"), Property::Acl, "").reason.toStdString(),
+              "ServerS needs Replace on ./DevInfo or on its parent, and the ACL of . is "
+              "\"Add=*&Get=*\"");
+}
+
+TEST_F(AccessRightsTest, AMalformedListIsAFailureAndNothingIsStored)
+{
+    setAcl("Office", "Get=*&Replace=ServerS");
+    const Outcome outcome = tree.replaceProperty(profile("Office"), Property::Acl, "Get=*&Read=*");
+    EXPECT_EQ(code(outcome), 500);
+    EXPECT_EQ(outcome.reason.toStdString(),
+              "malformed ACL: \"Read=*\" does not begin with Add=, Delete=, Exec=, Get= or "
+              "Replace=");
+    EXPECT_EQ(aclOf("Office"), "Get=*&Replace=ServerS");
+}
+
+// ---- Listings ------------------------------------------------------------------------------------
+
+TEST_F(AccessRightsTest, AListingLeavesOutWhatMayNotBeRead)
+{
+    setAcl("Office/Addr", "Replace=*");
+    setAcl("Office/Auth", "Replace=*");
+    setAcl("Office/Auth/AuthPw", "Get=ServerS");
+    std::string names;
+    for (const ListedNode &listed :
+         tree.list(*tree.find(profile("Office")), ManagementTree::Values::Read))
+        names += listed.node.uri().name().toStdString() + ' ';
+    EXPECT_EQ(names, "Office Linger Enabled Port AuthPw ");
+}
+
+// ---- Accounts that go ----------------------------------------------------------------------------
+
+TEST_F(AccessRightsTest, AServerWhoseAccountIsGoneLosesItsRights)
+{
+    setAcl("", "Get=*");
+    setAcl("Office", "Get=ServerS+Other&Replace=ServerS");
+    setAcl("Home", "Replace=ServerS");
+    EXPECT_EQ(replace("Home/Addr"), 200);
+    tree.forgetServer(server);
+    EXPECT_EQ(aclOf("Office"), "Get=Other");
+    EXPECT_EQ(aclOf("Home"), "");
+    EXPECT_EQ(replace("Home/Addr"), 425);
+}
+
+// ---- The worked example of the standard ----------------------------------------------------------
+
+/// root Add=*&Get=*
+///     NodeA  Get=ServerC&Replace=ServerC
+///         Node1 (leaf)  Get=*
+///     NodeB  Get=ServerA&Replace=ServerA
+///         Node2 (leaf)
+///         Node3  Get=ServerB&Replace=ServerB&Delete=ServerB
+///             Node4 (leaf)
+///             Node5 (leaf)  Get=ServerA&Replace=ServerA&Get=ServerB
+///     NodeC  as NodeB, without children
+class WorkedExample : public AccessRightsTest {
+protected:
+    WorkedExample()
+    {
+        setAcl("", "Add=*&Get=*");
+        for (const char *const node : {"NodeA", "NodeB", "NodeB/Node3", "NodeC"})
+            memory->addInterior(node);
+        for (const char *const leaf :
+             {"NodeA/Node1", "NodeB/Node2", "NodeB/Node3/Node4", "NodeB/Node3/Node5"})
+            memory->addLeaf(leaf, DmtData("value"));
+        setAcl("NodeA", "Get=ServerC&Replace=ServerC");
+        setAcl("NodeA/Node1", "Get=*");
+        setAcl("NodeB", "Get=ServerA&Replace=ServerA");
+        setAcl("NodeB/Node3", "Get=ServerB&Replace=ServerB&Delete=ServerB");
+        setAcl("NodeB/Node3/Node5", "Get=ServerA&Replace=ServerA&Get=ServerB");
+        setAcl("NodeC", "Get=ServerA&Replace=ServerA");
+    }
+    /// Runs an operation for each of three servers; the servers for which it succeeds.
+    template <class Operation>
+    std::string permitted(Operation operation)
+    {
+        std::string servers;
+        for (const char name : {'A', 'B', 'C'}) {
+            tree.setPrincipal(Principal::server(QByteArray("Server") + name));
+            if (operation() == 200)
+                servers += name;
+        }
+        return servers;
+    }
+};
+
+TEST_F(WorkedExample, AnyoneReadsNode1)
+{
+    EXPECT_EQ(permitted([this] { return get("NodeA/Node1"); }), "ABC");
+}
+
+TEST_F(WorkedExample, OnlyServerCChangesTheListOfNode1InOneStep)
+{
+    EXPECT_EQ(permitted([this] { return replaceAcl("NodeA/Node1"); }), "C");
+}
+
+TEST_F(WorkedExample, NobodyDirectlyReplacesOrDeletesNode1)
+{
+    EXPECT_EQ(permitted([this] { return replace("NodeA/Node1"); }), "");
+    EXPECT_EQ(permitted([this] { return code(tree.remove(profile("NodeA/Node1"))); }), "");
+}
+
+TEST_F(WorkedExample, ServerCDeletesNode1InTwoSteps)
+{
+    tree.setPrincipal(Principal::server("ServerC"));
+    EXPECT_EQ(replaceAcl("NodeA/Node1", "Delete=ServerC"), 200);
+    EXPECT_EQ(code(tree.remove(profile("NodeA/Node1"))), 200);
+}
+
+TEST_F(WorkedExample, TheListOfNode1IsItsOwnAndThatOfNode4Empty)
+{
+    EXPECT_EQ(aclOf("NodeA/Node1"), "Get=*");
+    EXPECT_EQ(aclOf("NodeB/Node3/Node4"), "");
+}
+
+TEST_F(WorkedExample, Node4HasTheListOfNode3)
+{
+    EXPECT_EQ(permitted([this] { return get("NodeB/Node3/Node4"); }), "B");
+    EXPECT_EQ(permitted([this] { return replace("NodeB/Node3/Node4"); }), "B");
+}
+
+TEST_F(WorkedExample, ServerAReplacesNode5AndBothServersReadIt)
+{
+    EXPECT_EQ(permitted([this] { return replace("NodeB/Node3/Node5"); }), "A");
+    EXPECT_EQ(permitted([this] { return get("NodeB/Node3/Node5"); }), "AB");
+}
+
+TEST_F(WorkedExample, ServerAChangesTheListOfNode3ThroughItsParent)
+{
+    EXPECT_EQ(permitted([this] {
+                  return replaceAcl("NodeB/Node3", "Get=ServerB&Replace=ServerB&Delete=ServerB");
+              }),
+              "AB");
+}
+
+TEST_F(WorkedExample, OnlyServerBDeletesNode3)
+{
+    EXPECT_EQ(permitted([this] { return code(tree.remove(profile("NodeB/Node3"))); }), "B");
+}
+
+} // namespace
+
+} // namespace client
