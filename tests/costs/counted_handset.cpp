@@ -7,7 +7,7 @@
 #if __has_include(<valgrind/callgrind.h>)
 #include <valgrind/callgrind.h>
 #else
-#define CALLGRIND_TOGGLE_COLLECT
+#define CALLGRIND_TOGGLE_COLLECT static_cast<void>(0)
 #endif
 
 #include <cerrno>
