@@ -29,6 +29,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <optional>
 #include <string_view>
 #include <type_traits>
 
@@ -253,25 +254,24 @@ namespace {
 
 /// Parses four decimal parts of one to three digits, each at most 255, and nothing else. Qt's own
 /// parser is no judge of this: it takes short, octal and hexadecimal forms, blanks and IPv6.
-bool ParseDottedQuad(std::string_view text, std::uint32_t &address)
+std::optional<std::uint32_t> ParseDottedQuad(std::string_view text)
 {
     constexpr int PARTS = 4;
-    std::uint32_t parsed = 0;
+    std::uint32_t address = 0;
     for (int i = 0; i < PARTS; ++i) {
         const std::size_t dot = text.find('.');
         if ((dot == std::string_view::npos) != (i == PARTS - 1))
-            return false;
+            return std::nullopt;
         const std::string_view part = text.substr(0, dot);
         std::uint8_t number = 0;
         const char *const end = part.data() + part.size();
         const auto [stop, error] = std::from_chars(part.data(), end, number);
         if (part.size() > 3 || error != std::errc() || stop != end)
-            return false;
-        parsed = parsed << 8 | number;
+            return std::nullopt;
+        address = address << 8 | number;
         text.remove_prefix(i == PARTS - 1 ? text.size() : dot + 1);
     }
-    address = parsed;
-    return true;
+    return address;
 }
 
 } // namespace
@@ -721,7 +721,8 @@ int DM_NAPI_PluginNode::SetValueforNAPDEF(const DMString &name, NAP_PROFILE_S *r
         break;
     case FieldKind::Dns:
         // A text that is no address changes nothing, and is no failure.
-        ParseDottedQuad(text.text(), record->*(part->*field->dns));
+        if (const std::optional<std::uint32_t> address = ParseDottedQuad(text.text()))
+            record->*(part->*field->dns) = *address;
         break;
     case FieldKind::Linger:
         record->*part->linger = static_cast<std::uint16_t>(number);
