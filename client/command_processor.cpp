@@ -288,7 +288,7 @@ bool CommandProcessor::runPart(const Command &command, AtomicParts &parts)
     } else if (command.kind == CommandKind::Alert) {
         part.status =
             m_alertHandler ? m_alertHandler(command, part.items) : DmStatus::FeatureNotSupported;
-        goesOn = succeeded(part.status);
+        goesOn = succeeded(part.status) && !stopsSequence(part.status);
         parts.push_back(std::move(part));
     } else {
         const std::size_t sequence = parts.size();
@@ -318,6 +318,16 @@ bool CommandProcessor::runPartOfItems(const ItemCommand &operation, AtomicPart &
     return goesOn;
 }
 
+namespace {
+
+/// Whether the command did what it was to do, before an Atomic failed.
+bool wasDone(DmStatus status)
+{
+    return succeeded(status) && status != DmStatus::NotExecuted && !stopsSequence(status);
+}
+
+} // namespace
+
 /// Gives what had succeeded the status of what became of it.
 void CommandProcessor::noteTakenBack(const std::vector<bool> &isBack, AtomicPart &part)
 {
@@ -333,14 +343,14 @@ void CommandProcessor::noteTakenBack(const std::vector<bool> &isBack, AtomicPart
         return outcome.status;
     };
     if (part.statuses.empty()) {
-        if (succeeded(part.status) && part.status != DmStatus::NotExecuted)
+        if (wasDone(part.status))
             part.status = takenBack(part.firstNote, part.endOfNotes, Item());
         return;
     }
     std::size_t begin = part.firstNote;
     for (std::size_t i = 0; i < part.endOfItemNotes.size(); ++i) {
         const std::size_t end = part.endOfItemNotes[i];
-        if (succeeded(part.statuses[i]) && part.statuses[i] != DmStatus::NotExecuted)
+        if (wasDone(part.statuses[i]))
             part.statuses[i] = takenBack(begin, end, part.command->items[i]);
         begin = end;
     }

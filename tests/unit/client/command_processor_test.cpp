@@ -1,8 +1,6 @@
 // DM commands in, statuses and results out.
 
-#include "command_processor.h"
-
-#include "mounted_tree.h"
+#include "processor_fixture.h"
 
 namespace client {
 
@@ -11,90 +9,6 @@ namespace {
 using syncml::Command;
 using syncml::CommandKind;
 using syncml::Item;
-using syncml::Location;
-using syncml::Meta;
-
-Location location(const QByteArray &uri)
-{
-    return {QString::fromUtf8(uri), std::nullopt};
-}
-
-Item target(const QByteArray &uri, std::optional<QByteArray> data = std::nullopt)
-{
-    Item item;
-    item.target = location(uri);
-    item.data = std::move(data);
-    return item;
-}
-
-Item formatted(Item item, const char *format)
-{
-    item.meta.emplace();
-    item.meta->format = QString::fromLatin1(format);
-    return item;
-}
-
-Command command(CommandKind kind, std::vector<Item> items, const char *cmdId = "7")
-{
-    Command made;
-    made.kind = kind;
-    made.cmdId = QString::fromLatin1(cmdId);
-    made.items = std::move(items);
-    return made;
-}
-
-Command group(CommandKind kind, std::vector<Command> commands, const char *cmdId = "g")
-{
-    Command made = command(kind, {}, cmdId);
-    made.commands = std::move(commands);
-    return made;
-}
-
-/// "Status 7 Get 200 <targets" or "Results 7 [source format type=data]...", one an answer.
-std::vector<std::string> summary(const std::vector<Command> &answers)
-{
-    std::vector<std::string> lines;
-    for (const Command &answer : answers) {
-        std::string line = answer.kind == CommandKind::Status ? "Status " : "Results ";
-        line += answer.cmdRef->toStdString();
-        if (answer.kind == CommandKind::Status)
-            line += " " + answer.cmd->toStdString() + " " + answer.data->toStdString();
-        for (const QString &reference : answer.targetRefs)
-            line += " <" + reference.toStdString();
-        for (const QString &reference : answer.sourceRefs)
-            line += " >" + reference.toStdString();
-        for (const Item &item : answer.items) {
-            line += " [" + item.source->locUri.toStdString();
-            if (item.meta)
-                line += " " + item.meta->format.value_or(QString()).toStdString() + " " +
-                        item.meta->type.value_or(QString()).toStdString();
-            line += item.data ? "=" + item.data->toStdString() : "";
-            line += "]";
-        }
-        lines.push_back(line);
-    }
-    return lines;
-}
-
-using Lines = std::vector<std::string>;
-
-class CommandProcessorTest : public MountedTree {
-protected:
-    Lines run(const Command &command)
-    {
-        std::vector<Command> answers;
-        CommandProcessor(tree).run(command, answers);
-        return summary(answers);
-    }
-    /// The status of a command with one item.
-    int statusOf(CommandKind kind, const Item &item)
-    {
-        std::vector<Command> answers;
-        CommandProcessor(tree).run(command(kind, {item}), answers);
-        return answers.at(0).data->toInt();
-    }
-    static std::string full(const char *path) { return profileUri(path).toStdString(); }
-};
 
 // ---- Get -----------------------------------------------------------------------------------------
 
@@ -414,11 +328,10 @@ TEST_F(OtherCommandsTest, ACommandWithoutItemsOrAddressesIsIncomplete)
 {
     for (const CommandKind kind : {CommandKind::Add, CommandKind::Copy, CommandKind::Delete,
                                    CommandKind::Exec, CommandKind::Get, CommandKind::Replace}) {
-        EXPECT_EQ(run(command(kind, {})).size(), 1u);
-        EXPECT_EQ(statusOf(kind, Item()), 412);
-        std::vector<Command> answers;
-        CommandProcessor(tree).run(command(kind, {}), answers);
+        const std::vector<Command> answers = answersTo(command(kind, {}));
+        EXPECT_EQ(answers.size(), 1u);
         EXPECT_EQ(answers.at(0).data, "412");
+        EXPECT_EQ(statusOf(kind, Item()), 412);
     }
 }
 

@@ -1,5 +1,7 @@
 #include "memory_tree.h"
 
+#include <algorithm>
+
 class MemoryNode final : public DmtRWPluginNode {
 public:
     explicit MemoryNode(MemoryTree &tree) : m_tree(tree) {}
@@ -8,12 +10,16 @@ public:
     {
         if (const int status = m_tree.note("get ", m_path.text()))
             return status;
-        return m_tree.withoutValue.contains(m_path.text()) ? 0 : DmtRWPluginNode::GetValue(value);
+        const bool hasNone = m_tree.withoutValue.contains(m_path.text()) ||
+                             m_tree.withoutValueUntilSet.contains(m_path.text());
+        return hasNone ? 0 : DmtRWPluginNode::GetValue(value);
     }
     int SetValue(const DmtData &value) override
     {
-        const int status = m_tree.note("set ", m_path.text());
-        return status ? status : DmtRWPluginNode::SetValue(value);
+        if (const int status = m_tree.note("set ", m_path.text()))
+            return status;
+        m_tree.withoutValueUntilSet.erase(m_path.text());
+        return DmtRWPluginNode::SetValue(value);
     }
 
 private:
@@ -46,9 +52,20 @@ void MemoryTree::addLeaf(const char *path, const DmtData &value)
 
 int MemoryTree::note(const std::string &call, const char *path)
 {
-    calls.push_back(call + path);
-    const auto failure = failures.find(calls.back());
-    return failure == failures.end() ? 0 : failure->second;
+    const std::string words = call + path;
+    const bool isFirst = std::ranges::find(calls, words) == calls.end();
+    calls.push_back(words);
+    if (const auto effect = sideEffects.find(words); isFirst && effect != sideEffects.end()) {
+        JemSmartPtr<DmtNode> node;
+        GetNode(effect->second.first.c_str(), node);
+        static_cast<DmtRWPluginNode *>(node.get())
+            ->DmtRWPluginNode::SetValue(effect->second.second);
+    }
+    const auto failure = failures.find(words);
+    if (failure != failures.end())
+        return failure->second;
+    const auto later = failuresLater.find(words);
+    return isFirst || later == failuresLater.end() ? 0 : later->second;
 }
 
 int MemoryTree::DeleteNode(const char *path)

@@ -21,8 +21,13 @@ public:
     /// "rename PATH", "read all PATH", "write all PATH". 0 by default. "keep PATH" fails the
     /// creation of a leaf that is there afterwards all the same.
     std::map<std::string, int> failures;
-    /// Leaves whose read succeeds without yielding a value.
+    /// As failures, for every call but the first.
+    std::map<std::string, int> failuresLater;
+    /// Leaves whose read succeeds without yielding a value, always or until they are given one.
     std::set<std::string> withoutValue;
+    std::set<std::string> withoutValueUntilSet;
+    /// Another leaf that a call gives a value.
+    std::map<std::string, std::pair<std::string, DmtData>> sideEffects;
     /// The calls that reached the tree, in the words of failures.
     std::vector<std::string> calls;
 

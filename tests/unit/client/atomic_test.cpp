@@ -1,0 +1,456 @@
+// Atomic: all of it or nothing, and how the server is told what became of each command.
+
+#include "processor_fixture.h"
+
+namespace client {
+
+namespace {
+
+using syncml::Command;
+using syncml::CommandKind;
+using syncml::Item;
+
+class AtomicTest : public CommandProcessorTest {
+protected:
+    AtomicTest()
+    {
+        now = QDateTime(QDate(2026, 1, 2), QTime(3, 4, 5), Qt::UTC);
+        tree.setClock([this] { return now; });
+    }
+
+    static Command add(const char *cmdId, const char *path, const char *format,
+                       const char *value = "")
+    {
+        return command(CommandKind::Add, {formatted(target(profileUri(path), value), format)},
+                       cmdId);
+    }
+    static Command replace(const char *cmdId, const char *path, const char *value)
+    {
+        return command(CommandKind::Replace, {target(profileUri(path), value)}, cmdId);
+    }
+    static Command remove(const char *cmdId, const char *path)
+    {
+        return command(CommandKind::Delete, {target(profileUri(path))}, cmdId);
+    }
+    /// What always fails with 404.
+    static Command failure(const char *cmdId = "x") { return remove(cmdId, "Nobody"); }
+
+    Lines atomic(std::vector<Command> commands)
+    {
+        return run(group(CommandKind::Atomic, std::move(commands)));
+    }
+    /// Every node beneath the mounted root with its value and properties.
+    std::string picture()
+    {
+        std::string text;
+        for (const ListedNode &listed :
+             tree.list(*tree.find(uri(mountRoot)), ManagementTree::Values::Read)) {
+            text += listed.node.uri().toDisplay().toStdString();
+            if (listed.value)
+                text += *listed.value ? "=" + valueText(**listed.value).toStdString()
+                                      : "!" + std::to_string(code(listed.value->outcome()));
+            for (const Property property :
+                 {Property::Acl, Property::Title, Property::TStamp, Property::VerNo})
+                text += " " + tree.property(listed.node, property)->toStdString();
+            text += '\n';
+        }
+        return text;
+    }
+    static std::string line(const char *cmdId, const char *command, const char *status,
+                            const char *path)
+    {
+        return std::string("Status ") + cmdId + " " + command + " " + status + " <" + full(path);
+    }
+
+    QDateTime now;
+};
+
+// ---- Success -------------------------------------------------------------------------------------
+
+TEST_F(AtomicTest, ThatSucceedsIsAnsweredFirstAndThenItsCommandsInOrder)
+{
+    EXPECT_EQ(atomic({replace("a", "Home/Addr", "new"), remove("b", "Office")}),
+              (Lines{"Status g Atomic 200", line("a", "Replace", "200", "Home/Addr"),
+                     line("b", "Delete", "200", "Office")}));
+    EXPECT_EQ(read(profile("Home/Addr")), "new");
+    EXPECT_EQ(childrenOf(uri(mountRoot)), "Home");
+}
+
+TEST_F(AtomicTest, WithoutCommandsSucceeds)
+{
+    EXPECT_EQ(atomic({}), (Lines{"Status g Atomic 200"}));
+}
+
+TEST_F(AtomicTest, ReplacesANodeThatItAddedItself)
+{
+    EXPECT_EQ(atomic({add("a", "New", "node"), add("b", "New/Addr", "chr", "first"),
+                      replace("c", "New/Addr", "second")})[0],
+              "Status g Atomic 200");
+    EXPECT_EQ(read(profile("New/Addr")), "second");
+}
+
+// ---- Failure -------------------------------------------------------------------------------------
+
+TEST_F(AtomicTest, ThatFailsSaysWhatWasTakenBackWhatFailedAndWhatWasNeverRun)
+{
+    memory->calls.clear();
+    EXPECT_EQ(atomic({replace("a", "Home/Addr", "new"), failure("b"),
+                      replace("c", "Home/Addr", "x"), remove("d", "Office")}),
+              (Lines{"Status g Atomic 507", line("a", "Replace", "216", "Home/Addr"),
+                     line("b", "Delete", "404", "Nobody"), line("c", "Replace", "215", "Home/Addr"),
+                     line("d", "Delete", "215", "Office")}));
+    EXPECT_EQ(read(profile("Home/Addr")), "home.example");
+    EXPECT_EQ(std::ranges::count(memory->calls, "delete Office"), 0);
+}
+
+TEST_F(AtomicTest, EveryKindOfChangeIsTakenBackWithItsProperties)
+{
+    tree.replaceProperty(profile("Office"), Property::Title, "Our office");
+    tree.replaceProperty(profile("Office/Addr"), Property::Acl, "Get=*");
+    const std::string before = picture();
+    now = now.addDays(1);
+    const Lines lines = atomic({
+        add("1", "New", "node"),
+        add("2", "New/Addr", "chr", "x"),
+        replace("3", "New/Addr", "y"),
+        replace("4", "Office/Linger", "99"),
+        command(CommandKind::Replace, {target(profileUri("Office?prop=Name"), "Work")}, "5"),
+        command(CommandKind::Replace, {target(profileUri("Work?prop=Title"), "Work")}, "6"),
+        command(CommandKind::Replace, {target(profileUri("Work/Addr?prop=ACL"), "")}, "7"),
+        remove("8", "Home/Addr"),
+        replace("9", "Work/Enabled", "false"),
+        failure(),
+    });
+    ASSERT_EQ(lines.size(), 11u);
+    EXPECT_EQ(lines[0], "Status g Atomic 507");
+    for (std::size_t i = 1; i <= 9; ++i)
+        EXPECT_NE(lines[i].find(" 216 "), std::string::npos) << lines[i];
+    EXPECT_EQ(picture(), before);
+}
+
+TEST_F(AtomicTest, ACopyIsTakenBack)
+{
+    Item fresh = target(profileUri("Home/Copied"));
+    fresh.source = location(profileUri("Office/Linger"));
+    Item overwriting = target(profileUri("Home/Addr"));
+    overwriting.source = location(profileUri("Office/Addr"));
+    const std::string before = picture();
+    EXPECT_EQ(atomic({command(CommandKind::Copy, {fresh, overwriting}, "a"), failure()}),
+              (Lines{"Status g Atomic 507",
+                     line("a", "Copy", "216", "Home/Copied") + " <" + full("Home/Addr") + " >" +
+                         full("Office/Linger") + " >" + full("Office/Addr"),
+                     line("x", "Delete", "404", "Nobody")}));
+    EXPECT_EQ(picture(), before);
+}
+
+TEST_F(AtomicTest, ADeletedLeafIsBackAsItWas)
+{
+    EXPECT_EQ(atomic({remove("a", "Home/Addr"), failure()})[1],
+              line("a", "Delete", "216", "Home/Addr"));
+    EXPECT_EQ(read(profile("Home/Addr")), "home.example");
+}
+
+TEST_F(AtomicTest, ADeletedNodeInsideAnObjectIsBackWithEverythingBeneathIt)
+{
+    const std::string before = picture();
+    EXPECT_EQ(atomic({remove("a", "Office/Auth"), failure()})[1],
+              line("a", "Delete", "216", "Office/Auth"));
+    EXPECT_EQ(picture(), before);
+}
+
+TEST_F(AtomicTest, AnObjectThatHadToBeMadeAgainIsThereAndHasLostWhatNoLeafCarries)
+{
+    tree.replaceProperty(profile("Home"), Property::Acl, "Get=*");
+    const std::string before = picture();
+    EXPECT_EQ(atomic({remove("a", "Home"), failure()}),
+              (Lines{"Status g Atomic 507", line("a", "Delete", "516", "Home"),
+                     line("x", "Delete", "404", "Nobody")}));
+    EXPECT_EQ(picture(), before);
+}
+
+TEST_F(AtomicTest, AChangeWithinAnObjectThatIsDeletedLaterIsBack)
+{
+    EXPECT_EQ(atomic({replace("a", "Home/Addr", "new"), remove("b", "Home"), failure()}),
+              (Lines{"Status g Atomic 507", line("a", "Replace", "216", "Home/Addr"),
+                     line("b", "Delete", "516", "Home"), line("x", "Delete", "404", "Nobody")}));
+    EXPECT_EQ(read(profile("Home/Addr")), "home.example");
+}
+
+TEST_F(AtomicTest, WhatTheFailingCommandLeftBehindIsTakenBackToo)
+{
+    memory->failures = {{"keep Office/New", 1}};
+    EXPECT_EQ(atomic({add("a", "Office/New", "chr", "x")}),
+              (Lines{"Status g Atomic 507", line("a", "Add", "500", "Office/New")}));
+    EXPECT_EQ(code(tree.find(profile("Office/New")).outcome()), 404);
+}
+
+TEST_F(AtomicTest, ARenameThatFailedRenamesNobodyElse)
+{
+    const auto rename = [](const char *from, const char *to) {
+        return command(CommandKind::Replace,
+                       {target(profileUri(from) + "?prop=Name", QByteArray(to))}, "a");
+    };
+    EXPECT_EQ(atomic({rename("Nobody", "Home")})[1],
+              "Status a Replace 404 <" + full("Nobody?prop=Name"));
+    EXPECT_EQ(atomic({rename("Office", "Home")})[1],
+              "Status a Replace 418 <" + full("Office?prop=Name"));
+    EXPECT_EQ(childrenOf(uri(mountRoot)), "Office Home");
+}
+
+// ---- Roll-back that fails ------------------------------------------------------------------------
+
+TEST_F(AtomicTest, AValueThatCannotBeWrittenBackIsNotRolledBack)
+{
+    // The first write is the command's, every later one the roll-back's.
+    memory->failuresLater = {{"set Home/Addr", 1}};
+    EXPECT_EQ(atomic({replace("a", "Home/Addr", "new"), failure()})[1],
+              line("a", "Replace", "516", "Home/Addr"));
+    EXPECT_EQ(read(profile("Home/Addr")), "new");
+}
+
+TEST_F(AtomicTest, AnAddedNodeThatStaysIsNotRolledBack)
+{
+    memory->failures = {{"delete New", 1}};
+    EXPECT_EQ(atomic({replace("a", "Home/Addr", "new"), add("b", "New", "node"), failure()}),
+              (Lines{"Status g Atomic 507", line("a", "Replace", "216", "Home/Addr"),
+                     line("b", "Add", "516", "New"), line("x", "Delete", "404", "Nobody")}));
+}
+
+TEST_F(AtomicTest, ANameThatStaysIsNotRolledBackAndKeepsItsProperties)
+{
+    tree.replaceProperty(profile("Home"), Property::Title, "Our home");
+    memory->failures = {{"rename House", 1}};
+    EXPECT_EQ(
+        atomic({command(CommandKind::Replace, {target(profileUri("Home?prop=Name"), "House")}, "a"),
+                failure()})[1],
+        "Status a Replace 516 <" + full("Home?prop=Name"));
+    EXPECT_EQ(childrenOf(uri(mountRoot)), "Office House");
+    EXPECT_EQ(tree.property(*tree.find(profile("House")), Property::Title)->toStdString(),
+              "Our home");
+}
+
+TEST_F(AtomicTest, AValueThatCouldNotBeReadBeforeIsNotRolledBack)
+{
+    memory->failures = {{"get Home/Addr", 405}};
+    EXPECT_EQ(atomic({replace("a", "Home/Addr", "new"), failure()})[1],
+              line("a", "Replace", "516", "Home/Addr"));
+}
+
+TEST_F(AtomicTest, ALeafThatHadNoValueCannotLoseItAgain)
+{
+    memory->withoutValue.clear();
+    memory->withoutValueUntilSet = {"Office/Port"};
+    EXPECT_EQ(atomic({replace("a", "Office/Port", "80"), failure()})[1],
+              line("a", "Replace", "516", "Office/Port"));
+}
+
+TEST_F(AtomicTest, ValuesThatAChangeTookAlongAreWrittenBack)
+{
+    memory->sideEffects = {{"set Office/Addr", {"Office/Linger", DmtData(0)}}};
+    EXPECT_EQ(atomic({replace("a", "Office/Addr", "new"), failure()})[1],
+              line("a", "Replace", "216", "Office/Addr"));
+    EXPECT_EQ(read(profile("Office/Linger")), "30");
+}
+
+// ---- Items ---------------------------------------------------------------------------------------
+
+TEST_F(AtomicTest, TheItemsOfACommandStopAtTheFirstFailureAsWell)
+{
+    const Command replaceThree =
+        command(CommandKind::Replace,
+                {target(profileUri("Home/Addr"), "1"), target(profileUri("Nobody"), "2"),
+                 target(profileUri("Office/Addr"), "3")},
+                "a");
+    EXPECT_EQ(
+        atomic({replaceThree}),
+        (Lines{"Status g Atomic 507", line("a", "Replace", "216", "Home/Addr"),
+               line("a", "Replace", "404", "Nobody"), line("a", "Replace", "215", "Office/Addr")}));
+    EXPECT_EQ(read(profile("Home/Addr")), "home.example");
+}
+
+TEST_F(AtomicTest, ItemsThatEndAlikeShareAStatus)
+{
+    const Command two = command(
+        CommandKind::Replace,
+        {target(profileUri("Home/Addr"), "1"), target(profileUri("Office/Addr"), "3")}, "a");
+    EXPECT_EQ(atomic({two, failure()})[1],
+              line("a", "Replace", "216", "Home/Addr") + " <" + full("Office/Addr"));
+    EXPECT_EQ(atomic({failure(), two})[2],
+              line("a", "Replace", "215", "Home/Addr") + " <" + full("Office/Addr"));
+}
+
+// ---- What an Atomic cannot hold ------------------------------------------------------------------
+
+TEST_F(AtomicTest, AGetInItFailsIt)
+{
+    EXPECT_EQ(atomic({replace("a", "Home/Addr", "new"),
+                      command(CommandKind::Get, {target(profileUri("Home/Addr"))}, "b")}),
+              (Lines{"Status g Atomic 507", line("a", "Replace", "216", "Home/Addr"),
+                     line("b", "Get", "500", "Home/Addr")}));
+}
+
+TEST_F(AtomicTest, AnAtomicInItFailsItAndIsNotRun)
+{
+    EXPECT_EQ(atomic({group(CommandKind::Atomic, {replace("a", "Home/Addr", "new")}, "i"),
+                      replace("b", "Home/Addr", "new")}),
+              (Lines{"Status g Atomic 507", "Status i Atomic 500",
+                     line("a", "Replace", "215", "Home/Addr"),
+                     line("b", "Replace", "215", "Home/Addr")}));
+    EXPECT_EQ(read(profile("Home/Addr")), "home.example");
+}
+
+TEST_F(AtomicTest, AnExecInItFailsIt)
+{
+    EXPECT_EQ(atomic({replace("a", "Home/Addr", "new"),
+                      command(CommandKind::Exec, {target(profileUri("Home"))}, "b")}),
+              (Lines{"Status g Atomic 507", line("a", "Replace", "216", "Home/Addr"),
+                     line("b", "Exec", "405", "Home")}));
+}
+
+TEST_F(AtomicTest, ACommandThatIsMalformedFailsIt)
+{
+    Command nameless = replace("a", "Home/Addr", "new");
+    nameless.cmdId.reset();
+    EXPECT_EQ(atomic({nameless})[1], "Status  Replace 400 <" + full("Home/Addr"));
+    Command unknown = command(CommandKind::Unknown, {}, "b");
+    unknown.name = QStringLiteral("add");
+    EXPECT_EQ(atomic({unknown}), (Lines{"Status g Atomic 507", "Status b add 400"}));
+    Command put = command(CommandKind::Unsupported, {}, "c");
+    put.name = QStringLiteral("Put");
+    EXPECT_EQ(atomic({put}), (Lines{"Status g Atomic 507", "Status c Put 406"}));
+    EXPECT_EQ(atomic({command(CommandKind::Add, {}, "d")}),
+              (Lines{"Status g Atomic 507", "Status d Add 412"}));
+    EXPECT_EQ(read(profile("Home/Addr")), "home.example");
+}
+
+TEST_F(AtomicTest, StatusesInItAreNotAnswered)
+{
+    EXPECT_EQ(
+        atomic({command(CommandKind::Status, {}), failure(), command(CommandKind::Results, {})}),
+        (Lines{"Status g Atomic 507", line("x", "Delete", "404", "Nobody")}));
+}
+
+// ---- Sequences and alerts in it ------------------------------------------------------------------
+
+TEST_F(AtomicTest, ASequenceInItIsPartOfIt)
+{
+    EXPECT_EQ(atomic({group(CommandKind::Sequence, {replace("a", "Home/Addr", "new")}, "s"),
+                      replace("b", "Office/Addr", "new")}),
+              (Lines{"Status g Atomic 200", "Status s Sequence 200",
+                     line("a", "Replace", "200", "Home/Addr"),
+                     line("b", "Replace", "200", "Office/Addr")}));
+    EXPECT_EQ(
+        atomic(
+            {group(CommandKind::Sequence, {replace("a", "Home/Addr", "newer")}, "s"), failure()}),
+        (Lines{"Status g Atomic 507", "Status s Sequence 216",
+               line("a", "Replace", "216", "Home/Addr"), line("x", "Delete", "404", "Nobody")}));
+    EXPECT_EQ(read(profile("Home/Addr")), "new");
+}
+
+TEST_F(AtomicTest, AFailureInASequenceInItFailsIt)
+{
+    EXPECT_EQ(
+        atomic({group(CommandKind::Sequence,
+                      {remove("a", "Home"), failure(), replace("b", "Office/Addr", "1")}, "s"),
+                replace("c", "Office/Addr", "1")}),
+        (Lines{"Status g Atomic 507", "Status s Sequence 516", line("a", "Delete", "516", "Home"),
+               line("x", "Delete", "404", "Nobody"), line("b", "Replace", "215", "Office/Addr"),
+               line("c", "Replace", "215", "Office/Addr")}));
+}
+
+TEST_F(AtomicTest, ASequenceThatWasNeverBegunIsNotRun)
+{
+    EXPECT_EQ(atomic({failure(), group(CommandKind::Sequence, {remove("a", "Home")}, "s")}),
+              (Lines{"Status g Atomic 507", line("x", "Delete", "404", "Nobody"),
+                     "Status s Sequence 215", line("a", "Delete", "215", "Home")}));
+}
+
+TEST_F(AtomicTest, TheUsersNoFailsIt)
+{
+    std::vector<Command> answers;
+    CommandProcessor processor(tree);
+    DmStatus answer = DmStatus::Ok;
+    processor.setAlertHandler([&answer](const Command &, std::vector<Item> &items) {
+        Item typed;
+        typed.data = "typed";
+        items.push_back(typed);
+        return answer;
+    });
+    const Command asked = group(CommandKind::Atomic, {replace("a", "Home/Addr", "new"),
+                                                      command(CommandKind::Alert, {}, "q"),
+                                                      replace("b", "Office/Addr", "new")});
+    for (const DmStatus refusal : {DmStatus::NotModified, DmStatus::TimedOut}) {
+        answers.clear();
+        answer = refusal;
+        processor.run(asked, answers);
+        EXPECT_EQ(
+            summary(answers),
+            (Lines{"Status g Atomic 507", line("a", "Replace", "216", "Home/Addr"),
+                   "Status q Alert " + std::to_string(static_cast<int>(refusal)) + " [=typed]",
+                   line("b", "Replace", "215", "Office/Addr")}));
+    }
+    EXPECT_EQ(read(profile("Home/Addr")), "home.example");
+    answers.clear();
+    answer = DmStatus::Ok;
+    processor.run(asked, answers);
+    EXPECT_EQ(summary(answers)[0], "Status g Atomic 200");
+    EXPECT_EQ(summary(answers)[2], "Status q Alert 200 [=typed]");
+}
+
+TEST_F(AtomicTest, AnAlertThatCannotBeShownFailsIt)
+{
+    EXPECT_EQ(atomic({command(CommandKind::Alert, {}, "q")}),
+              (Lines{"Status g Atomic 507", "Status q Alert 406"}));
+}
+
+TEST_F(AtomicTest, TheUsersCancellingFailsIt)
+{
+    std::vector<Command> answers;
+    CommandProcessor processor(tree);
+    processor.setAlertHandler(
+        [](const Command &, std::vector<Item> &) { return DmStatus::Cancelled; });
+    processor.run(group(CommandKind::Atomic,
+                        {replace("a", "Home/Addr", "new"), command(CommandKind::Alert, {}, "q")}),
+                  answers);
+    EXPECT_EQ(summary(answers),
+              (Lines{"Status g Atomic 507", line("a", "Replace", "216", "Home/Addr"),
+                     "Status q Alert 214"}));
+}
+
+// ---- Rights --------------------------------------------------------------------------------------
+
+TEST_F(AtomicTest, IsTakenBackWhateverTheServerMayDo)
+{
+    principal = Principal::server("S");
+    tree.replaceProperty(uri(mountRoot), Property::Acl, "Add=S&Get=Nobody&Replace=S");
+    EXPECT_EQ(
+        atomic({replace("a", "Home/Addr", "new"), add("b", "New", "node"), remove("c", "Office")}),
+        (Lines{"Status g Atomic 507", line("a", "Replace", "216", "Home/Addr"),
+               line("b", "Add", "216", "New"), line("c", "Delete", "425", "Office")}));
+    EXPECT_EQ(read(profile("Home/Addr")), "home.example");
+    EXPECT_TRUE(tree.principal().isOwner());
+}
+
+// ---- For people ----------------------------------------------------------------------------------
+
+TEST_F(AtomicTest, PeopleHearWhatBecameOfEachCommand)
+{
+    Lines heard;
+    CommandProcessor processor(tree);
+    processor.setOutcomeListener([&](const Command &command, const Item &, const Outcome &outcome) {
+        heard.push_back(command.cmdId->toStdString() + " " + describe(outcome).toStdString());
+    });
+    std::vector<Command> answers;
+    processor.run(group(CommandKind::Atomic,
+                        {replace("a", "Office/Addr", "new"), remove("b", "Home"), failure()}),
+                  answers);
+    EXPECT_EQ(heard,
+              (Lines{"a 200 OK", "b 200 OK", "x 404 Not Found: no node ./Ext/Profiles/Nobody",
+                     "a 216 Atomic Roll Back OK: taken back",
+                     "b 516 Atomic Roll Back Failed: taken back, but not everything is as it was",
+                     "g 507 Atomic Failed: one of its commands failed"}));
+}
+
+} // namespace
+
+} // namespace client

@@ -1,0 +1,188 @@
+// ?list=TNDS: a part of the tree as one document.
+
+#include "ddf_check.h"
+#include "processor_fixture.h"
+#include "tnds.h"
+
+namespace client {
+
+namespace {
+
+using syncml::Command;
+using syncml::CommandKind;
+using syncml::Item;
+
+class SerialisedTreeTest : public CommandProcessorTest {
+protected:
+    SerialisedTreeTest()
+    {
+        tree.setClock([] { return QDateTime(QDate(2026, 1, 2), QTime(3, 4, 5), Qt::UTC); });
+    }
+
+    /// The document that a Get of the address answers, or the code of its Status. Every document is
+    /// held against the DTD.
+    std::string document(const QByteArray &uri)
+    {
+        const std::vector<Command> answers = answersTo(command(CommandKind::Get, {target(uri)}));
+        if (answers.size() < 2)
+            return answers.at(0).data->toStdString();
+        EXPECT_EQ(answers[1].items.size(), 1u);
+        const Item &item = answers[1].items.at(0);
+        EXPECT_EQ(item.source->locUri.toUtf8(), uri);
+        EXPECT_EQ(item.meta->format, QStringLiteral("xml"));
+        EXPECT_EQ(item.meta->type, QStringLiteral("application/vnd.syncml.dmtnds+xml"));
+        EXPECT_EQ(faultsOfDescription(*item.data), std::vector<std::string>());
+        return item.data->toStdString();
+    }
+    /// What stands inside MgmtTree behind its version.
+    std::string nodes(const QByteArray &uri)
+    {
+        const std::string all = document(uri);
+        const std::string before = "<?xml version=\"1.0\" encoding=\"UTF-8\"?><MgmtTree "
+                                   "xmlns=\"syncml:dmddf1.2\"><VerDTD>1.2</VerDTD>";
+        const std::string after = "</MgmtTree>\n";
+        if (all.size() < before.size() + after.size() || !all.starts_with(before))
+            return all;
+        return all.substr(before.size(), all.size() - before.size() - after.size());
+    }
+};
+
+TEST_F(SerialisedTreeTest, HasNamesValuesAndProperties)
+{
+    tree.replaceProperty(profile("Home"), Property::Acl, "Get=*");
+    tree.replaceProperty(profile("Home/Addr"), Property::Title, "Address");
+    EXPECT_EQ(nodes(profileUri("Home?list=TNDS")),
+              "<Node><NodeName>Home</NodeName><Path>./Ext/Profiles</Path>"
+              "<RTProperties><ACL>Get=*</ACL><Format><node/></Format>"
+              "<TStamp>20260102T030405Z</TStamp><Type><DDFName></DDFName></Type>"
+              "<VerNo>1</VerNo></RTProperties>"
+              "<Node><NodeName>Addr</NodeName>"
+              "<RTProperties><Format><chr/></Format><Title>Address</Title>"
+              "<TStamp>20260102T030405Z</TStamp><Type><MIME>text/plain</MIME></Type>"
+              "<VerNo>1</VerNo></RTProperties>"
+              "<Value>home.example</Value></Node></Node>");
+}
+
+TEST_F(SerialisedTreeTest, HasOnlyWhatAPlusAsksForAndTheType)
+{
+    EXPECT_EQ(nodes(profileUri("Home?list=TNDS+Value")),
+              "<Node><NodeName>Home</NodeName><Path>./Ext/Profiles</Path>"
+              "<Node><NodeName>Addr</NodeName><Value>home.example</Value></Node></Node>");
+    EXPECT_EQ(nodes(profileUri("Home/Addr?list=TNDS+Format+Size+Name")),
+              "<Node><NodeName>Addr</NodeName><Path>./Ext/Profiles/Home</Path>"
+              "<RTProperties><Format><chr/></Format><Name>Addr</Name><Size>12</Size>"
+              "<Type><MIME>text/plain</MIME></Type></RTProperties></Node>");
+}
+
+TEST_F(SerialisedTreeTest, LeavesOutWhatAMinusNames)
+{
+    EXPECT_EQ(nodes(profileUri("Home/Addr?list=TNDS-Format-Value")),
+              "<Node><NodeName>Addr</NodeName><Path>./Ext/Profiles/Home</Path>"
+              "<RTProperties><Type><MIME>text/plain</MIME></Type><VerNo>0</VerNo></RTProperties>"
+              "</Node>");
+}
+
+TEST_F(SerialisedTreeTest, WithoutValuesReadsNone)
+{
+    memory->calls.clear();
+    document(profileUri("Office?list=TNDS-Value"));
+    EXPECT_EQ(memory->calls, std::vector<std::string>());
+}
+
+TEST_F(SerialisedTreeTest, WhatCannotBeAskedForIsAMissingFeature)
+{
+    for (const char *const listing :
+         {"TNDS+Nonsense", "TNDS-Nonsense", "TNDS+Value-ACL", "TNDS-ACL+Value", "TNDS+", "TNDS-",
+          "TNDS+value", "TNDSX", "tnds", "TNDS ACL"})
+        EXPECT_EQ(document(profileUri("Home?list=") + listing), "406") << listing;
+    EXPECT_EQ(document(profileUri("Nobody?list=TNDS")), "404");
+}
+
+TEST_F(SerialisedTreeTest, BeginsAtTheRootToo)
+{
+    const std::string all = nodes(".?list=TNDS+Value");
+    EXPECT_TRUE(all.starts_with("<Node><NodeName>.</NodeName><Node><NodeName>DevInfo</NodeName>"))
+        << all;
+}
+
+TEST_F(SerialisedTreeTest, NamesAreEscapedAsInAUri)
+{
+    memory->addInterior("My Caf\xc3\xa9");
+    EXPECT_EQ(nodes(profileUri("My%20Caf%C3%A9?list=TNDS+Value")),
+              "<Node><NodeName>My%20Caf%C3%A9</NodeName><Path>./Ext/Profiles</Path></Node>");
+}
+
+TEST_F(SerialisedTreeTest, ValuesThatXmlCannotCarryAreBase64)
+{
+    DMVector<unsigned char> bytes;
+    bytes.push_back(0);
+    bytes.push_back(static_cast<unsigned char>(255));
+    memory->addLeaf("Home/Icon", DmtData(bytes));
+    EXPECT_EQ(nodes(profileUri("Home/Icon?list=TNDS+Format+Value")),
+              "<Node><NodeName>Icon</NodeName><Path>./Ext/Profiles/Home</Path><RTProperties>"
+              "<Format><b64/></Format><Type><MIME>text/plain</MIME></Type></RTProperties>"
+              "<Value>AP8=</Value></Node>");
+    memory->addLeaf("Home/Bell", DmtData("\x07"));
+    EXPECT_EQ(nodes(profileUri("Home/Bell?list=TNDS+Format+Value")),
+              "<Node><NodeName>Bell</NodeName><Path>./Ext/Profiles/Home</Path><RTProperties>"
+              "<Format><b64/></Format><Type><MIME>text/plain</MIME></Type></RTProperties>"
+              "<Value>Bw==</Value></Node>");
+}
+
+TEST_F(SerialisedTreeTest, MarkupInAValueStaysText)
+{
+    memory->addLeaf("Home/Name", DmtData("a<b>&\"c"));
+    EXPECT_EQ(nodes(profileUri("Home/Name?list=TNDS+Value")),
+              "<Node><NodeName>Name</NodeName><Path>./Ext/Profiles/Home</Path>"
+              "<Value>a&lt;b&gt;&amp;&quot;c</Value></Node>");
+}
+
+TEST_F(SerialisedTreeTest, AnUnreadableLeafHasNoValue)
+{
+    memory->failures = {{"get Home/Addr", 1}};
+    EXPECT_EQ(nodes(profileUri("Home?list=TNDS+Value")),
+              "<Node><NodeName>Home</NodeName><Path>./Ext/Profiles</Path>"
+              "<Node><NodeName>Addr</NodeName></Node></Node>");
+}
+
+TEST_F(SerialisedTreeTest, LeavesOutWhatTheServerMayNotReadAndPlacesWhatIsBeneathByItsPath)
+{
+    principal = Principal::server("S");
+    tree.replaceProperty(profile("Office/Auth"), Property::Acl, "Get=Other");
+    tree.replaceProperty(profile("Office/Auth/AuthPw"), Property::Acl, "Get=S");
+    tree.replaceProperty(profile("Office/Linger"), Property::Acl, "Get=Other");
+    memory->addLeaf("Office/Last", DmtData("z"));
+    EXPECT_EQ(nodes(profileUri("Office?list=TNDS+Value")),
+              "<Node><NodeName>Office</NodeName><Path>./Ext/Profiles</Path>"
+              "<Node><NodeName>Addr</NodeName><Value>internet</Value></Node>"
+              "<Node><NodeName>Enabled</NodeName><Value>true</Value></Node>"
+              "<Node><NodeName>Port</NodeName><Value></Value></Node>"
+              "<Node><NodeName>Last</NodeName><Value>z</Value></Node></Node>"
+              "<Node><NodeName>AuthPw</NodeName><Path>./Ext/Profiles/Office/Auth</Path>"
+              "<Value>secret</Value></Node>");
+}
+
+TEST_F(SerialisedTreeTest, NeedsGetOnTheNodeThatItBeginsWith)
+{
+    principal = Principal::server("S");
+    tree.replaceProperty(profile("Office"), Property::Acl, "Get=Other");
+    for (const char *const listing : {"TNDS", "Struct", "StructData"})
+        EXPECT_EQ(document(profileUri("Office?list=") + listing), "425");
+}
+
+TEST_F(SerialisedTreeTest, IsNotTakenAsAValue)
+{
+    Item payload = target(profileUri("New"), "<MgmtTree/>");
+    payload.meta.emplace();
+    payload.meta->format = QStringLiteral("xml");
+    payload.meta->type = QStringLiteral("application/vnd.syncml.dmtnds+xml");
+    EXPECT_EQ(statusOf(CommandKind::Add, payload), 415);
+    payload.target = location(profileUri("Home/Addr"));
+    EXPECT_EQ(statusOf(CommandKind::Replace, payload), 415);
+    payload.meta->type = QStringLiteral("application/vnd.syncml.dmtnds+wbxml");
+    EXPECT_EQ(statusOf(CommandKind::Replace, payload), 415);
+}
+
+} // namespace
+
+} // namespace client
