@@ -77,11 +77,12 @@ bool succeededStatus(const Command &command)
 
 } // namespace
 
-PackageAnswer answerPackage(const Message &request, ManagementTree &tree, syncml::Encoding encoding)
+PackageAnswer answerPackage(const Message &request, ManagementTree &tree, syncml::Encoding encoding,
+                            const Principal &principal)
 {
     const DmStatus headerOutcome = statusOfHeader(request.header);
     std::vector<Command> answers = {headerStatus(request.header, headerOutcome)};
-    CommandProcessor processor(tree);
+    CommandProcessor processor(tree, principal);
     for (const Command &command : request.commands) {
         if (succeeded(headerOutcome))
             processor.run(command, answers);

@@ -34,7 +34,9 @@ struct PackageAnswer {
 /// of the header, then each command's status followed by its results. Data that the encoding cannot
 /// carry as text goes as base64. A header of another protocol version is answered with 505 or 513,
 /// and none of its commands is run.
+/// @param principal  on whose behalf the commands run
 PackageAnswer answerPackage(const syncml::Message &request, ManagementTree &tree,
-                            syncml::Encoding encoding);
+                            syncml::Encoding encoding,
+                            const Principal &principal = Principal::owner());
 
 } // namespace client

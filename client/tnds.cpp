@@ -79,7 +79,7 @@ public:
         m_xml.writeDefaultNamespace(QString::fromLatin1(descriptionNamespace));
         text("VerDTD", descriptionVersion);
         writeNodes(listing);
-        m_xml.writeEndDocument();
+        m_xml.writeEndElement();
         return m_document;
     }
 

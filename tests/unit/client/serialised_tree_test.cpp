@@ -40,7 +40,7 @@ protected:
         const std::string all = document(uri);
         const std::string before = "<?xml version=\"1.0\" encoding=\"UTF-8\"?><MgmtTree "
                                    "xmlns=\"syncml:dmddf1.2\"><VerDTD>1.2</VerDTD>";
-        const std::string after = "</MgmtTree>\n";
+        const std::string after = "</MgmtTree>";
         if (all.size() < before.size() + after.size() || !all.starts_with(before))
             return all;
         return all.substr(before.size(), all.size() - before.size() - after.size());
