@@ -1,0 +1,171 @@
+// dmclient account
+
+#include "cli/command_table.h"
+#include "cli/commands.h"
+#include "cli/terminal_user.h"
+#include "secret_leaf.h"
+
+#include <algorithm>
+#include <iterator>
+#include <unistd.h>
+
+namespace client::cli {
+
+namespace {
+
+ExitStatus problem(Context &context, const QString &text)
+{
+    context.output.problem(QStringLiteral("account: %1").arg(text));
+    return ExitStatus::WrongUsage;
+}
+
+ExitStatus noAccount(Context &context, const QString &name)
+{
+    return problem(context, QStringLiteral("no account %1").arg(name));
+}
+
+// ---- Values --------------------------------------------------------------------------------------
+
+/// A secret that is not given on the command line, where other users would see it.
+std::optional<QString> readSecret(const QString &field)
+{
+    if (::isatty(STDIN_FILENO)) {
+        const QByteArray prompt = field.toUtf8() + ": ";
+        if (::write(STDERR_FILENO, prompt.constData(), static_cast<std::size_t>(prompt.size())) < 0)
+            return std::nullopt;
+    }
+    QByteArray line;
+    const auto result =
+        TerminalInput(STDIN_FILENO).readLine(TerminalInput::Echo::Off, std::nullopt, line);
+    if (::isatty(STDIN_FILENO) && ::write(STDERR_FILENO, "\n", 1) < 0)
+        return std::nullopt;
+    return result == TerminalInput::Result::Line ? std::optional(QString::fromUtf8(line))
+                                                 : std::nullopt;
+}
+
+QStringList fieldNames()
+{
+    QStringList names;
+    for (const AccountField &field : accountFields())
+        names += QString::fromLatin1(field.name);
+    return names;
+}
+
+/// Reads FIELD=VALUE words into an account.
+bool setFields(Account &account, const QStringList &words, QString &error)
+{
+    for (const QString &word : words) {
+        const qsizetype equals = word.indexOf(u'=');
+        const QString name = word.left(equals);
+        const AccountField *const field = equals < 0 ? nullptr : accountField(name);
+        if (!field) {
+            error = QStringLiteral("\"%1\" is no FIELD=VALUE; the fields are %2")
+                        .arg(word, fieldNames().join(QStringLiteral(", ")));
+            return false;
+        }
+        QString value = word.mid(equals + 1);
+        if (field->isSecret && value == u"-") {
+            const auto secret = readSecret(name);
+            if (!secret) {
+                error = QStringLiteral("no value for %1").arg(name);
+                return false;
+            }
+            value = *secret;
+        }
+        QString reason;
+        if (!field->set(account, value, reason)) {
+            error = QStringLiteral("%1 %2").arg(name, reason);
+            return false;
+        }
+    }
+    return isComplete(account, error);
+}
+
+// ---- The five things that can be done ------------------------------------------------------------
+
+ExitStatus list(Context &context, const Invocation &)
+{
+    for (const auto &[name, account] : context.device->accounts().accounts())
+        context.output.line(
+            printable(QStringLiteral("%1  %2").arg(name, account.address.toString()).toUtf8()));
+    return ExitStatus::Success;
+}
+
+ExitStatus show(Context &context, const Invocation &invocation)
+{
+    const Account *const account = context.device->accounts().find(invocation.arguments[1]);
+    if (!account)
+        return noAccount(context, invocation.arguments[1]);
+    for (const AccountField &field : accountFields()) {
+        QString value = field.get(*account);
+        if (value.isEmpty())
+            continue;
+        if (field.isSecret && !invocation.has("show-secrets"))
+            value = QString::fromLatin1(secretMask);
+        context.output.line(printable(
+            QStringLiteral("%1=%2").arg(QString::fromLatin1(field.name), value).toUtf8()));
+    }
+    return ExitStatus::Success;
+}
+
+ExitStatus put(Context &context, const Invocation &invocation, Account account)
+{
+    QString error;
+    if (!setFields(account, invocation.arguments.mid(2), error) ||
+        !context.device->accounts().put(invocation.arguments[1], account, error))
+        return problem(context, error);
+    return ExitStatus::Success;
+}
+
+ExitStatus add(Context &context, const Invocation &invocation)
+{
+    if (context.device->accounts().find(invocation.arguments[1]))
+        return problem(context, QStringLiteral("%1 is there already").arg(invocation.arguments[1]));
+    return put(context, invocation, Account());
+}
+
+ExitStatus set(Context &context, const Invocation &invocation)
+{
+    const Account *const account = context.device->accounts().find(invocation.arguments[1]);
+    return account ? put(context, invocation, *account)
+                   : noAccount(context, invocation.arguments[1]);
+}
+
+ExitStatus remove(Context &context, const Invocation &invocation)
+{
+    QString error;
+    return context.device->accounts().remove(invocation.arguments[1], error)
+               ? ExitStatus::Success
+               : problem(context, error);
+}
+
+struct ActionRow {
+    const char *name;
+    int minArguments; ///< the action's name included
+    int maxArguments; ///< -1: any number
+    ExitStatus (*run)(Context &, const Invocation &);
+};
+
+constexpr ActionRow actions[] = {
+    {"list", 1, 1, list}, {"show", 2, 2, show},     {"add", 3, -1, add},
+    {"set", 3, -1, set},  {"remove", 2, 2, remove},
+};
+
+} // namespace
+
+ExitStatus runAccount(Context &context, const Invocation &invocation)
+{
+    const auto count = invocation.arguments.size();
+    const auto *const action = std::ranges::find_if(actions, [&](const ActionRow &row) {
+        return invocation.arguments[0] == QLatin1String(row.name) && count >= row.minArguments &&
+               (row.maxArguments < 0 || count <= row.maxArguments);
+    });
+    if (action == std::end(actions)) {
+        context.output.problem(QStringLiteral("usage: %1")
+                                   .arg(synopsis(*findCommand(QStringLiteral("account"), false))));
+        return ExitStatus::WrongUsage;
+    }
+    return action->run(context, invocation);
+}
+
+} // namespace client::cli

@@ -1,0 +1,207 @@
+// dmclient session
+
+#include "cli/command_table.h"
+#include "cli/commands.h"
+#include "cli/session_report.h"
+#include "cli/terminal_user.h"
+#include "session/http_transport.h"
+#include "session/trace.h"
+
+#include <csignal>
+#include <memory>
+#include <unistd.h>
+
+namespace client::cli {
+
+namespace {
+
+// ---- Options -------------------------------------------------------------------------------------
+
+bool wrong(QString &error, const QString &problem)
+{
+    error = QStringLiteral("session: %1").arg(problem);
+    return false;
+}
+
+/// A positive whole number; leaves the field alone when the option is not there.
+template <class Number>
+bool readNumber(const Invocation &invocation, const char *option, Number &field, QString &error)
+{
+    if (!invocation.has(option))
+        return true;
+    const QString text = invocation.options[QString::fromLatin1(option)];
+    bool isNumber = false;
+    const int number = text.toInt(&isNumber);
+    if (!isNumber || number < 1)
+        return wrong(error, QStringLiteral("--%1 wants a positive number instead of \"%2\"")
+                                .arg(QString::fromLatin1(option), text));
+    field = number;
+    return true;
+}
+
+bool readEncoding(const Invocation &invocation, syncml::Encoding &encoding, QString &error)
+{
+    const QString word =
+        invocation.options.value(QStringLiteral("encoding"), QStringLiteral("xml"));
+    if (word != u"xml" && word != u"wbxml")
+        return wrong(error,
+                     QStringLiteral("--encoding is xml or wbxml instead of \"%1\"").arg(word));
+    encoding = word == u"xml" ? syncml::Encoding::Xml : syncml::Encoding::Wbxml;
+    return true;
+}
+
+/// TYPE=TEXT of one kind of event.
+bool readEvent(const Invocation &invocation, const char *option, ClientEvent::Kind kind,
+               std::vector<ClientEvent> &events, QString &error)
+{
+    if (!invocation.has(option))
+        return true;
+    const QString text = invocation.options[QString::fromLatin1(option)];
+    const qsizetype equals = text.indexOf(u'=');
+    if (equals < 1)
+        return wrong(error, QStringLiteral("--%1 wants TYPE=TEXT instead of \"%2\"")
+                                .arg(QString::fromLatin1(option), text));
+    events.push_back({kind, text.left(equals), text.mid(equals + 1).toUtf8()});
+    return true;
+}
+
+struct Settings {
+    SessionOptions session;
+    HttpTransport::Options transport;
+};
+
+bool readSettings(const Invocation &invocation, Settings &settings, QString &error)
+{
+    using Kind = ClientEvent::Kind;
+    SessionOptions &session = settings.session;
+    int seconds = static_cast<int>(
+        std::chrono::duration_cast<std::chrono::seconds>(settings.transport.timeLimit).count());
+    if (!readEncoding(invocation, session.encoding, error) ||
+        !readNumber(invocation, "max-msg-size", session.maxMessageBytes, error) ||
+        !readNumber(invocation, "max-obj-size", session.maxObjectBytes, error) ||
+        !readNumber(invocation, "timeout", seconds, error) ||
+        !readEvent(invocation, "event", Kind::ClientEvent, session.events, error) ||
+        !readEvent(invocation, "generic-alert", Kind::GenericAlert, session.events, error))
+        return false;
+    settings.transport.timeLimit = std::chrono::seconds(seconds);
+    settings.transport.authoritiesFile = invocation.options[QStringLiteral("ca")];
+    return true;
+}
+
+// ---- Whom to have a session with -----------------------------------------------------------------
+
+struct Server {
+    std::optional<QString> accountName; ///< none for a server without an account
+    Account account;
+};
+
+bool findServer(const AccountStore &accounts, const QString &word, Server &server, QString &error)
+{
+    const QUrl url(word, QUrl::StrictMode);
+    server.accountName = accounts.find(word) ? std::optional(word) : accounts.nameOf(url);
+    if (server.accountName) {
+        server.account = *accounts.find(*server.accountName);
+        QString missing;
+        return isComplete(server.account, missing) || wrong(error, missing);
+    }
+    QString reason;
+    if (!accountField(QStringLiteral("address"))->set(server.account, word, reason))
+        return wrong(error, QStringLiteral("\"%1\" is no account and %2").arg(word, reason));
+    // Without an account nobody has said who the server is, so its address has to do.
+    server.account.serverId = url.host().toUtf8();
+    return true;
+}
+
+/// Keeps the nonces that a session has brought; one that the server has written into the account
+/// meanwhile is newer.
+void keepNonces(AccountStore &accounts, const Server &server, const Session &session,
+                SessionReport &report)
+{
+    if (!server.accountName)
+        return;
+    Account account = *accounts.find(*server.accountName);
+    if (account.toServer.nonce == server.account.toServer.nonce)
+        account.toServer.nonce = session.nonceToServer();
+    if (account.toClient.nonce == server.account.toClient.nonce)
+        account.toClient.nonce = session.nonceToClient();
+    QString error;
+    if (account != *accounts.find(*server.accountName) &&
+        !accounts.put(*server.accountName, account, error))
+        report.note(error);
+}
+
+// ---- Ctrl-C --------------------------------------------------------------------------------------
+
+volatile std::sig_atomic_t interrupted = 0;
+
+/// While it lives the first Ctrl-C ends the session in good order. The second one ends the program.
+class InterruptGuard {
+public:
+    InterruptGuard()
+    {
+        interrupted = 0;
+        struct sigaction action {};
+        action.sa_handler = [](int) { interrupted = 1; };
+        action.sa_flags = static_cast<int>(SA_RESETHAND);
+        ::sigaction(SIGINT, &action, &m_before);
+    }
+    ~InterruptGuard() { ::sigaction(SIGINT, &m_before, nullptr); }
+    InterruptGuard(const InterruptGuard &) = delete;
+    InterruptGuard &operator=(const InterruptGuard &) = delete;
+
+private:
+    struct sigaction m_before {};
+};
+
+ExitStatus exitStatusOf(const SessionEnd &end)
+{
+    if (end.kind != SessionEnd::Kind::Completed)
+        return ExitStatus::SessionFailed;
+    return end.refused > 0 ? ExitStatus::CommandRefused : ExitStatus::Success;
+}
+
+} // namespace
+
+ExitStatus runSession(Context &context, const Invocation &invocation)
+{
+    AccountStore &accounts = context.device->accounts();
+    QString error;
+    Settings settings;
+    Server server;
+    if (!readSettings(invocation, settings, error) ||
+        !findServer(accounts, invocation.arguments[0], server, error)) {
+        context.output.problem(error);
+        return ExitStatus::WrongUsage;
+    }
+    std::unique_ptr<TraceWriter> trace;
+    if (invocation.has("trace"))
+        trace = TraceWriter::open(invocation.options[QStringLiteral("trace")], error);
+    const auto transport = HttpTransport::create(settings.transport, error);
+    if (!error.isEmpty()) {
+        context.output.problem(QStringLiteral("session: %1").arg(error));
+        return ExitStatus::WrongUsage;
+    }
+
+    std::unique_ptr<SessionReport> report;
+    if (invocation.has("json"))
+        report = std::make_unique<JsonSessionReport>(context.output);
+    else
+        report = std::make_unique<ReadableSessionReport>(context.output);
+    std::vector<SessionObserver *> observers = {report.get()};
+    if (trace)
+        observers.push_back(trace.get());
+
+    const bool hasUser =
+        ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO) && !invocation.has("json");
+    TerminalUser user(STDIN_FILENO, STDOUT_FILENO);
+    const InterruptGuard guard;
+    settings.session.isAbortRequested = [] { return interrupted != 0; };
+    Session session(server.account, context.device->tree(), *transport, hasUser ? &user : nullptr,
+                    observers, settings.session);
+    const SessionEnd end = session.run();
+    keepNonces(accounts, server, session, *report);
+    report->ended(end);
+    return exitStatusOf(end);
+}
+
+} // namespace client::cli

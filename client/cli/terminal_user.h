@@ -1,0 +1,59 @@
+// The person at the terminal, asked on behalf of a DM server.
+#pragma once
+
+#include "session/user_interaction.h"
+
+#include <QByteArray>
+#include <chrono>
+#include <optional>
+
+namespace client::cli {
+
+/// Reads lines that a person types.
+class TerminalInput {
+public:
+    enum class Echo { On, Off };
+    enum class Result { Line, EndOfInput, TimedOut, Interrupted };
+
+    explicit TerminalInput(int fileDescriptor) : m_file(fileDescriptor) {}
+
+    /// Forgets what was typed before anything was asked. Does nothing on a file or a pipe.
+    void flush() const;
+    /// Waits for a line.
+    /// @param deadline  none: as long as it takes
+    /// @param line      receives the line without its line break
+    Result readLine(Echo echo, std::optional<std::chrono::steady_clock::time_point> deadline,
+                    QByteArray &line) const;
+
+private:
+    int m_file;
+};
+
+/// Shows a server's texts and questions on a terminal. Control characters in them are shown, not
+/// obeyed, and each text says that it comes from the server. Ctrl-D cancels.
+class TerminalUser final : public UserInteraction {
+public:
+    /// @param input   terminal to read from
+    /// @param output  terminal to write to
+    TerminalUser(int input, int output) : m_input(input), m_output(output) {}
+
+    Response show(const QString &text, const InteractionOptions &options) override;
+    Response confirm(const QString &text, const InteractionOptions &options) override;
+    Response ask(const QString &text, const InteractionOptions &options, QString &typed) override;
+    Response choose(const QString &text, const std::vector<QString> &choices, Choice kind,
+                    const InteractionOptions &options, std::vector<int> &chosen) override;
+
+private:
+    /// Asks until an answer is accepted, cancelled, or time is up.
+    /// @param accept  takes an answer, or gives what is wrong with it
+    template <class Accept>
+    Response askUntilAccepted(const QString &prompt, const InteractionOptions &options,
+                              Accept accept);
+    void print(const QString &text);
+    void printFromServer(const QString &text);
+
+    TerminalInput m_input;
+    int m_output;
+};
+
+} // namespace client::cli

@@ -1,0 +1,141 @@
+#!/usr/bin/python3
+"""A small scripted DM server: for tests, for the demo, and to try a client by hand.
+
+    python3 tests/dmserver/dmserver.py --scenario tests/dmserver/scenarios/profiles.json --port 0
+
+It prints "listening on http://127.0.0.1:PORT/", has one session as the scenario says, prints what it
+saw, and ends: with 0 when everything was as the scenario expects, else with 1. It listens on
+127.0.0.1 only. README.md says what a scenario can hold.
+"""
+
+import argparse
+import http.server
+import json
+import signal
+import socket
+import ssl
+import sys
+import threading
+import time
+
+sys.dont_write_bytecode = True
+
+import scenario as scenarios
+import session as sessions
+
+LARGEST_REQUEST = 16 * 1024 * 1024  # bytes
+
+
+class Handler(http.server.BaseHTTPRequestHandler):
+    protocol_version = "HTTP/1.1"
+    server_version = "dmserver"
+
+    def do_POST(self):
+        length = int(self.headers.get("Content-Length", 0))
+        if length > LARGEST_REQUEST:
+            self.send_error(413)
+            return
+        body = self.rfile.read(length)
+        with self.server.lock:
+            answer = self.server.session.receive(body, self.headers, self.path)
+        self.answer(answer)
+        if answer.is_last:
+            self.server.ended.set()
+
+    def answer(self, answer):
+        if answer.delay:
+            time.sleep(answer.delay)
+        if answer.breaks_off:
+            self.connection.shutdown(socket.SHUT_RDWR)
+            self.close_connection = True
+            return
+        self.send_response(answer.status)
+        for name, value in answer.headers.items():
+            self.send_header(name, value)
+        self.send_header("Content-Length", str(answer.length or len(answer.body)))
+        if answer.length or answer.is_last:
+            self.send_header("Connection", "close")
+            self.close_connection = True
+        self.end_headers()
+        try:
+            self.wfile.write(answer.body)
+        except ConnectionError:
+            pass  # the client has enough of it
+
+    def log_message(self, *_):
+        pass
+
+
+class DmServer(http.server.ThreadingHTTPServer):
+    """Serves one scenario on 127.0.0.1."""
+
+    daemon_threads = True
+
+    def __init__(self, scenario, port=0, certificate=None, log=None):
+        super().__init__(("127.0.0.1", port), Handler)
+        scheme = "http"
+        if certificate:
+            context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+            context.load_cert_chain(certificate)
+            self.socket = context.wrap_socket(self.socket, server_side=True)
+            scheme = "https"
+        self.lock = threading.Lock()
+        self.ended = threading.Event()
+        self.url = f"{scheme}://127.0.0.1:{self.server_address[1]}/"
+        self.session = sessions.Session(scenario, self.url, log)
+
+    def handle_error(self, request, client_address):
+        """A client that hangs up in the middle is part of the scenarios."""
+        if not isinstance(sys.exc_info()[1], (ConnectionError, ssl.SSLError)):
+            super().handle_error(request, client_address)
+
+    def __enter__(self):
+        self.thread = threading.Thread(target=self.serve_forever, kwargs={"poll_interval": 0.02})
+        self.thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self.shutdown()
+        self.thread.join()
+        self.server_close()
+
+
+def print_line(text):
+    print(text, flush=True)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
+    parser.add_argument("--scenario", required=True, metavar="FILE", help="JSON file to play")
+    parser.add_argument("--port", type=int, default=0, help="0 takes a free one (default)")
+    parser.add_argument("--set", action="append", default=[], metavar="NAME=VALUE",
+                        help="change a setting of the scenario, such as encoding=wbxml")
+    parser.add_argument("--certificate", metavar="FILE",
+                        help="PEM file with certificate and key: HTTPS instead of HTTP")
+    parser.add_argument("--json", action="store_true", help="print the report as JSON")
+    arguments = parser.parse_args()
+
+    try:
+        scenario = scenarios.load(arguments.scenario, dict(
+            pair.split("=", 1) for pair in arguments.set))
+    except (OSError, ValueError) as error:
+        parser.error(f"{arguments.scenario}: {error}")
+    log = None if arguments.json else print_line
+    with DmServer(scenario, arguments.port, arguments.certificate, log) as server:
+        for number in (signal.SIGINT, signal.SIGTERM):
+            signal.signal(number, lambda *_: server.ended.set())
+        print_line(f"listening on {server.url}")
+        server.ended.wait()
+    report = server.session.report()
+    if arguments.json:
+        print_line(json.dumps(report, indent=2))
+    else:
+        for fault in report["faults"]:
+            print_line(f"FAULT: {fault}")
+        print_line("everything was as expected" if not report["faults"]
+                   else f"{len(report['faults'])} faults")
+    return 1 if report["faults"] else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
