@@ -108,6 +108,9 @@ std::string Joined(const Lines &lines)
 std::string Compare(int status, const Lines &messages, const Expected &expected)
 {
     std::string problems;
+    for (const std::string &message : messages)
+        if (message.find(PASSWORD) != std::string::npos)
+            problems += "  a message has the password\n";
     if (status != expected.status)
         problems += "  status " + std::to_string(status) + ", expected " +
                     std::to_string(expected.status) + "\n";

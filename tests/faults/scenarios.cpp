@@ -463,7 +463,7 @@ std::vector<Leaf> RecordLeaves()
                  {"DNS2", DmtData("10.0.0.2")},
                  {"Linger", DmtData(60)},
                  {"Auth/PAP/AuthId", DmtData("id")},
-                 {"Auth/PAP/AuthPw", DmtData("secret")},
+                 {"Auth/PAP/AuthPw", DmtData(PASSWORD)},
                  {"LineType", DmtData("Isdn")},
                  {"Speed", DmtData(9600)}})
             leaves.push_back({&Stage::conn, profile + leaf, value});

@@ -10,6 +10,9 @@
 
 namespace faults {
 
+/// The password that scenarios write. No message may ever have it.
+inline constexpr char PASSWORD[] = "recognisable-password";
+
 /// What a scenario works on: the handset, and the trees that it has mounted.
 struct Stage {
     doubles::Handset handset;

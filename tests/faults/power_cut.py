@@ -1,0 +1,133 @@
+#!/usr/bin/python3
+"""Kills a DM client that runs random commands, at random moments.
+
+    power_cut.py BIN_FOLDER [--kills N] [--seed N]
+
+After each kill the store passes its check, the profiles are as they were behind one of the commands
+(so each holds its old or its new record, and none a part of both), and the next client mounts. The
+state directory of a failure is kept.
+"""
+import argparse
+import os
+import random
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from handset import CONN, INT_PROFS, PROFILES, Handset  # noqa: E402
+
+COMMANDS_IN_A_SERIES = 60
+KILLS_OF_A_SERIES = 50
+
+
+def random_command(rng, number):
+    profile = rng.choice([profile["name"] for profile in PROFILES] + ["New 1", "New 2"])
+    conn, proxies = CONN + profile, INT_PROFS + profile
+    return rng.choice([
+        f"replace '{conn}/Addr' addr{number}",
+        f"replace '{conn}/Auth/PAP/AuthPw' password{number}",
+        f"replace '{conn}/DNS1' 10.0.0.{number}",
+        f"replace '{conn}/Linger' {number}",
+        f"replace '{conn}' Addr=bulk{number} Linger={number}",
+        f"replace '{conn}/Bearer' {rng.choice(['GSM-GPRS', 'GSM-CSD', 'GSM-CSD2'])}",
+        f"replace '{proxies}/Ph1/Addr' proxy{number}",
+        f"replace '{proxies}/Ph2/Port/PortNbr' {number}",
+        f"replace '{proxies}/UserEditable' {rng.choice(['true', 'false'])}",
+        f"replace '{proxies}/Ph1/Conn' {rng.choice(['Office', 'Modem'])}",
+        f"add '{conn}'",
+        f"add '{conn}/Bearer' GSM-CSD2",
+        f"add '{conn}/Addr' new{number}",
+        f"rename '{conn}' 'Renamed {number}'",
+        f"delete '{conn}'",
+        f"delete '{proxies}'",
+    ])
+
+
+def states_of(handset, start, commands):
+    """What the profiles are behind each of the commands."""
+    states = []
+    for count in range(len(commands) + 1):
+        handset.copy_from(start)
+        handset.shell(commands[:count])
+        states.append(handset.export())
+    return states
+
+
+def start_series(handset, script):
+    """Starts the series and waits for the answer to its first command, behind the mounts."""
+    with open(script, encoding="utf-8") as commands:
+        process = subprocess.Popen(handset.command("dmclient", "shell"), stdin=commands,
+                                   stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+    process.stdout.readline()
+    return process
+
+
+def kill_during(handset, script, delay):
+    """Kills the series a while behind its first command. False when it had ended before."""
+    process = start_series(handset, script)
+    try:
+        process.wait(delay)
+        return False
+    except subprocess.TimeoutExpired:
+        process.kill()
+        process.wait()
+        return True
+    finally:
+        process.stdout.close()
+
+
+def problem_behind_kill(handset, states):
+    try:
+        handset.check()
+        if handset.export() not in states:
+            return "the profiles are as behind none of the commands"
+        handset.mounts()
+    except AssertionError as error:
+        return str(error)
+    return None
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("programs")
+    parser.add_argument("--kills", type=int, default=int(os.environ.get("KUB_POWER_CUTS", "50")))
+    parser.add_argument("--seed", type=int, default=random.randrange(1 << 30))
+    options = parser.parse_args()
+    print(f"seed {options.seed}", flush=True)
+    rng = random.Random(options.seed)
+    folder = tempfile.mkdtemp(prefix="kub-power-cut-")
+    start = os.path.join(folder, "start")
+    Handset(options.programs, start).provision()
+    handset = Handset(options.programs, os.path.join(folder, "state"))
+    script = os.path.join(folder, "commands")
+    kills = between = 0
+    while kills < options.kills:
+        commands = [random_command(rng, number) for number in range(COMMANDS_IN_A_SERIES)]
+        with open(script, "w", encoding="utf-8") as file:
+            file.write("".join(command + "\n" for command in commands))
+        states = states_of(handset, start, commands)
+        handset.copy_from(start)
+        with start_series(handset, script) as process:
+            begin = time.monotonic()
+            process.stdout.read()
+        duration = time.monotonic() - begin
+        for _ in range(min(KILLS_OF_A_SERIES, options.kills - kills)):
+            handset.copy_from(start)
+            while not kill_during(handset, script, rng.uniform(0, duration)):
+                handset.copy_from(start)
+            kills += 1
+            between += handset.export() not in (states[0], states[-1])
+            problem = problem_behind_kill(handset, states)
+            if problem:
+                sys.exit(f"kill {kills} of seed {options.seed}: {problem}\n"
+                         f"commands in {script}, state in {handset.state}")
+    shutil.rmtree(folder)
+    print(f"{kills} kills survived, {between} of them between the first and the last change")
+
+
+if __name__ == "__main__":
+    main()
