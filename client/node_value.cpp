@@ -39,8 +39,7 @@ Result<DmtData> parseNumber(const QByteArray &data)
     bool isNumber = false;
     const int number = data.trimmed().toInt(&isNumber, 10);
     if (!isNumber)
-        return unsupported(QStringLiteral("\"%1\" is no 32-bit decimal number")
-                               .arg(QString::fromUtf8(data.left(40))));
+        return unsupported(QStringLiteral("the value is no 32-bit decimal number"));
     return DmtData(number);
 }
 
@@ -48,8 +47,7 @@ Result<DmtData> parseFlag(const QByteArray &data)
 {
     const QByteArray word = data.trimmed();
     if (word != "true" && word != "false")
-        return unsupported(QStringLiteral("\"%1\" is neither true nor false")
-                               .arg(QString::fromUtf8(data.left(40))));
+        return unsupported(QStringLiteral("the value is neither true nor false"));
     return DmtData(word == "true");
 }
 

@@ -180,8 +180,8 @@ ExitStatus runReplace(Context &context, const Invocation &invocation)
         if (!value)
             return wrongUsage(context,
                               QStringLiteral("replace: %1 is an interior node, so CHILD=VALUE is "
-                                             "wanted instead of \"%2\"")
-                                  .arg(uri, word));
+                                             "wanted")
+                                  .arg(uri));
         values.push_back(*value);
     }
     return onNode(context, "replace", uri,
