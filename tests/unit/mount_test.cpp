@@ -549,6 +549,22 @@ TEST_F(MountTest, ASubtreeThatFailsDoesNotFailTheMount)
                               "load this profile!\n")});
 }
 
+TEST_F(MountTest, AProfileWhoseSubtreeFailsKeepsItsPlaceUnderTheRoot)
+{
+    handset.napi.Store("One", Record("", "+4917"));
+    handset.napi.Store("Two", Record("", "+4917"));
+    handset.faults.Fail("flush", 3);   // the bearer of "One" is refused
+    handset.faults.Fail("SetNode", 1); // and its own node is not registered
+    const TreePtr tree = NewTree(CONN_ROOT);
+    ASSERT_EQ(tree->LoadProfilesinDB(), 0);
+    ASSERT_FALSE(Node(tree, "One"));
+
+    // The root has listed it all the same: a node that is registered later has its place.
+    tree->SetNode("One", JemSmartPtr<DmtNode>(new DM_NAPI_PluginNode(
+                             JemSmartPtr<DmtPluginTree>(tree), "One", DMStringVector())));
+    EXPECT_EQ(RootChildren(tree), (Lines{"One", "Two"}));
+}
+
 TEST_F(MountTest, TroubleToRegisterANodeIsIgnored)
 {
     Store("Office");

@@ -140,41 +140,46 @@ TEST_F(MapVectorsTest, AKeyIsTakenBackWhenItsRecordHasNoRoom)
     }
 }
 
-TEST_F(MapVectorsTest, AgreesWithAPlainListUnderAnySequenceOfChanges)
+/// Changes the map and a plain list of pairs alike and compares them after each step.
+template <class Map>
+void CompareWithPlainList(Map &map, ProfileInfo (&infos)[8], std::mt19937 &random)
 {
-    const unsigned int seed = std::random_device()();
-    RecordProperty("seed", static_cast<int>(seed));
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 random(seed);
-    const TreePtr tree = NewTree(CONN_ROOT);
-    PluginTreeProbe probe(*tree);
     std::vector<std::pair<std::string, ProfileInfo *>> list;
-    ProfileInfo infos[8];
     for (int step = 0; step < 4000; ++step) {
         const std::string name = "Node " + std::to_string(random() % 24);
         const auto place = std::find_if(list.begin(), list.end(),
                                         [&name](const auto &pair) { return pair.first == name; });
         const int expected = place == list.end() ? -1 : static_cast<int>(place - list.begin());
-        ASSERT_EQ(probe.map.find(name.c_str()), expected) << "step " << step;
+        ASSERT_EQ(map.find(name.c_str()), expected) << "step " << step;
         if (random() % 3 != 0) {
             ProfileInfo *const info = &infos[random() % 8];
             if (expected < 0)
                 list.emplace_back(name, info);
             else
                 place->second = info;
-            probe.map.put(name.c_str(), info);
+            map.put(name.c_str(), info);
         } else if (expected >= 0) {
             list.erase(place);
-            probe.map.remove(expected);
+            map.remove(expected);
         }
-        ASSERT_EQ(probe.map.size(), static_cast<int>(list.size())) << "step " << step;
-        for (int i = 0; i < probe.map.size(); ++i) {
-            ASSERT_STREQ(probe.map.keys()[i].text(),
-                         list[static_cast<std::size_t>(i)].first.c_str());
-            ASSERT_EQ(probe.map.values()[i], list[static_cast<std::size_t>(i)].second);
+        ASSERT_EQ(map.size(), static_cast<int>(list.size())) << "step " << step;
+        for (int i = 0; i < map.size(); ++i) {
+            const auto &[key, value] = list[static_cast<std::size_t>(i)];
+            ASSERT_STREQ(map.keys()[i].text(), key.c_str()) << "step " << step;
+            ASSERT_EQ(map.values()[i], value) << "step " << step;
         }
     }
-    probe.map.clear(); // the records are this test's
+}
+
+TEST_F(MapVectorsTest, AgreesWithAPlainListUnderAnySequenceOfChanges)
+{
+    const unsigned int seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    const TreePtr tree = NewTree(CONN_ROOT);
+    ProfileInfo infos[8];
+    CompareWithPlainList(PluginTreeProbe(*tree).map, infos, random);
+    PluginTreeProbe(*tree).map.clear(); // the records are this test's, not the tree's
 }
 
 // ---- Loading the mapping file ----------------------------------------------------------------

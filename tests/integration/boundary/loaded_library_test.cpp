@@ -1,13 +1,18 @@
 // The loaded library as an engine drives it, through its two symbols and through slot numbers.
 #include "loaded_plugin.h"
 
+#include "aplog.h"
 #include "dmnative/dmnative_control.h"
 #include "setup_set_manager.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <regex>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -158,6 +163,33 @@ TEST_F(LoadedLibraryTest, RefusesTheMountWhenItsMappingFileCannotBeWritten)
     EXPECT_FALSE(tree);
     std::filesystem::remove_all(NapdefFile());
     EXPECT_EQ(plugin.Mount(CONN_ROOT, tree), 0);
+}
+
+TEST_F(LoadedLibraryTest, PrintsFailuresAndNoTraces)
+{
+    StoreProfile("Office", Record("internet", "+4917"));
+    const LoadedPlugin plugin;
+    char *text = nullptr;
+    std::size_t size = 0;
+    std::FILE *const stream = open_memstream(&text, &size);
+    std::FILE *const before = std::exchange(libaplog_to_module_ptr, stream);
+    {
+        TreePtr conn;
+        TreePtr intProfs;
+        EXPECT_EQ(plugin.Mount(CONN_ROOT, conn), 0);
+        EXPECT_EQ(Text(conn, "Office/Addr"), "internet");
+        EXPECT_EQ(plugin.Mount(INTPROFS_ROOT, intProfs), 0);
+        EXPECT_EQ(plugin.Mount("./Other", intProfs), 406);
+    }
+    libaplog_to_module_ptr = before;
+    std::fclose(stream);
+    const std::string printed =
+        std::regex_replace(std::string(text, size), std::regex(":[0-9]+\\)"), ":#)");
+    std::free(text);
+    EXPECT_EQ(printed,
+              "(DM_Napi_PluginTree.cpp:#)Leave: GetConnValue(), the Conn of  Ph3 has no related "
+              "fields\n"
+              "(DM_Napi_Plugin.cpp:#)Rootpath of the Subtree is not a NAPI Plugin!\n");
 }
 
 // ---- Slots --------------------------------------------------------------------------------------
