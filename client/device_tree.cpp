@@ -74,7 +74,7 @@ void DeviceTree::fill(const DeviceDescription &device)
     addLeaf("DevDetail/FwV", text(device.firmwareVersion));
     addLeaf("DevDetail/SwV", text(device.softwareVersion));
     addLeaf("DevDetail/HwV", text(device.hardwareVersion));
-    addLeaf("DevDetail/LrgObj", DmtData(false));
+    addLeaf("DevDetail/LrgObj", DmtData(true));
 }
 
 void DeviceTree::addNodesAbove(const NodeUri &node)

@@ -2,6 +2,9 @@
 
 #include "session/account_tree.h"
 
+#include <algorithm>
+#include <utility>
+
 namespace client {
 
 namespace {
@@ -12,6 +15,11 @@ constexpr const char *mountOrder[] = {
     "./DevDetail/Ext/Conf/IntProfs/Profiles",
 };
 
+// Servers are let into the device by the accounts that its owner keeps, and the profiles are there
+// to be managed by them. A server that wants a profile for itself replaces the list of that
+// profile.
+constexpr char profilesAcl[] = "Add=*&Delete=*&Get=*&Replace=*";
+
 } // namespace
 
 std::unique_ptr<DmDevice> DmDevice::open(const Options &options, QString &error)
@@ -20,6 +28,8 @@ std::unique_ptr<DmDevice> DmDevice::open(const Options &options, QString &error)
     device->m_state = StateDirectory::open(options.stateDirectory, error);
     if (!device->m_state)
         return nullptr;
+    if (!options.profileBackend.isEmpty())
+        qputenv("KUB_NAPI_BACKEND", options.profileBackend.toUtf8());
     const QByteArray deviceId = device->m_state->deviceId(error);
     if (deviceId.isEmpty())
         return nullptr;
@@ -35,7 +45,8 @@ std::unique_ptr<DmDevice> DmDevice::open(const Options &options, QString &error)
     if (!device->loadAccounts(error))
         return nullptr;
     device->m_tree = std::make_unique<ManagementTree>(describeHost(deviceId));
-    return device->mountRoots(error) ? std::move(device) : nullptr;
+    const bool isReady = device->mountRoots(error) && device->loadProperties(error);
+    return isReady ? std::move(device) : nullptr;
 }
 
 bool DmDevice::loadAccounts(QString &error)
@@ -55,14 +66,50 @@ NodeUri mountPoint(const char *root)
 
 bool DmDevice::mountRoots(QString &error)
 {
+    QString malformed;
+    const AccessControlList acl = *AccessControlList::parse(profilesAcl, malformed);
     for (const char *const root : mountOrder) {
         const JemSmartPtr<DmtTree> tree = m_plugin->treeFor(root, error);
         if (!tree)
             return false;
-        m_tree->mount(mountPoint(root), tree);
+        m_tree->mount(mountPoint(root), tree, acl);
     }
     m_tree->mount(mountPoint(accountTreeRoot), makeAccountTree(*m_accounts));
     return true;
+}
+
+// ---- Kept state ----------------------------------------------------------------------------------
+
+QString DmDevice::propertiesFile() const
+{
+    return m_state->clientFile(QStringLiteral("properties.json"));
+}
+
+bool DmDevice::loadProperties(QString &error)
+{
+    auto properties = PropertyStore::load(propertiesFile(), error);
+    if (properties)
+        m_tree->setProperties(std::move(*properties));
+    return properties.has_value();
+}
+
+bool DmDevice::saveProperties(QString &error)
+{
+    return m_tree->saveProperties(propertiesFile(), error);
+}
+
+bool DmDevice::removeAccount(const QString &name, QString &error)
+{
+    const Account *const account = m_accounts->find(name);
+    const QByteArray server = account ? account->serverId : QByteArray();
+    if (!m_accounts->remove(name, error))
+        return false;
+    const auto isOfServer = [&server](const auto &entry) {
+        return entry.second.serverId == server;
+    };
+    if (std::ranges::none_of(m_accounts->accounts(), isOfServer))
+        m_tree->forgetServer(server);
+    return saveProperties(error);
 }
 
 } // namespace client

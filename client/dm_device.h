@@ -20,6 +20,9 @@ public:
         QString stateDirectory;
         QString pluginFile = QString::fromLatin1(PluginHost::defaultFile);
         bool pluginMessagesToStandardError = false;
+        /// Where the host's profile service keeps its profiles, "sqlite" or "networkmanager"; empty
+        /// leaves it to KUB_NAPI_BACKEND.
+        QString profileBackend = {};
     };
 
     /// @return null on failure, with a sentence that says what cannot be used and why in error
@@ -29,12 +32,20 @@ public:
     const StateDirectory &state() const { return *m_state; }
     /// The DM accounts; the tree has those that were there when the device was opened.
     AccountStore &accounts() { return *m_accounts; }
+    /// Takes an account away, and every right from its server unless another account is that
+    /// server's too.
+    bool removeAccount(const QString &name, QString &error);
+
+    /// Keeps the properties of the nodes for the next run, as far as they have changed.
+    bool saveProperties(QString &error);
 
 private:
     DmDevice() = default;
 
     bool loadAccounts(QString &error);
     bool mountRoots(QString &error);
+    bool loadProperties(QString &error);
+    QString propertiesFile() const;
 
     // In the order of making. They go in the reverse order, so that the trees are dropped while
     // their plug-in is still loaded, and the lock is given up last.

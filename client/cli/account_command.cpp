@@ -134,9 +134,8 @@ ExitStatus set(Context &context, const Invocation &invocation)
 ExitStatus remove(Context &context, const Invocation &invocation)
 {
     QString error;
-    return context.device->accounts().remove(invocation.arguments[1], error)
-               ? ExitStatus::Success
-               : problem(context, error);
+    return context.device->removeAccount(invocation.arguments[1], error) ? ExitStatus::Success
+                                                                         : problem(context, error);
 }
 
 struct ActionRow {

@@ -36,7 +36,12 @@ ExitStatus runCommand(const CommandLine &commandLine)
         }
     }
     Context context{.device = device.get(), .output = output};
-    return command->run(context, *invocation);
+    const ExitStatus exitStatus = command->run(context, *invocation);
+    if (device && !device->saveProperties(error)) {
+        output.problem(error);
+        return worse(exitStatus, ExitStatus::Unusable);
+    }
+    return exitStatus;
 }
 
 } // namespace

@@ -30,7 +30,7 @@ TEST_F(ManagementTreeTest, DevInfoAndDevDetailDescribeTheDevice)
     EXPECT_EQ(read(uri("./DevDetail/URI/MaxDepth")), "8");
     EXPECT_EQ(read(uri("./DevDetail/URI/MaxTotLen")), "200");
     EXPECT_EQ(read(uri("./DevDetail/URI/MaxSegLen")), "20");
-    EXPECT_EQ(read(uri("./DevDetail/LrgObj")), "false");
+    EXPECT_EQ(read(uri("./DevDetail/LrgObj")), "true");
 }
 
 TEST_F(ManagementTreeTest, ANodeIsFoundOnlyWhenEveryNodeAboveItIsThere)
