@@ -98,17 +98,28 @@ bool DmDevice::saveProperties(QString &error)
     return m_tree->saveProperties(propertiesFile(), error);
 }
 
+bool DmDevice::putAccount(const QString &name, const Account &account, QString &error)
+{
+    const Account *const stored = m_accounts->find(name);
+    const QByteArray before = stored ? stored->serverId : account.serverId;
+    return m_accounts->put(name, account, error) && forgetServerWithoutAccount(before, error);
+}
+
 bool DmDevice::removeAccount(const QString &name, QString &error)
 {
-    const Account *const account = m_accounts->find(name);
-    const QByteArray server = account ? account->serverId : QByteArray();
-    if (!m_accounts->remove(name, error))
-        return false;
-    const auto isOfServer = [&server](const auto &entry) {
-        return entry.second.serverId == server;
+    const Account *const stored = m_accounts->find(name);
+    const QByteArray before = stored ? stored->serverId : QByteArray();
+    return m_accounts->remove(name, error) && forgetServerWithoutAccount(before, error);
+}
+
+bool DmDevice::forgetServerWithoutAccount(const QByteArray &serverId, QString &error)
+{
+    const auto isOfServer = [&serverId](const auto &entry) {
+        return entry.second.serverId == serverId;
     };
-    if (std::ranges::none_of(m_accounts->accounts(), isOfServer))
-        m_tree->forgetServer(server);
+    if (std::ranges::any_of(m_accounts->accounts(), isOfServer))
+        return true;
+    m_tree->forgetServer(serverId);
     return saveProperties(error);
 }
 

@@ -32,8 +32,9 @@ public:
     const StateDirectory &state() const { return *m_state; }
     /// The DM accounts; the tree has those that were there when the device was opened.
     AccountStore &accounts() { return *m_accounts; }
-    /// Takes an account away, and every right from its server unless another account is that
-    /// server's too.
+    /// Each keeps or takes away an account as the store does. A server that no account is of any
+    /// more loses every right.
+    bool putAccount(const QString &name, const Account &account, QString &error);
     bool removeAccount(const QString &name, QString &error);
 
     /// Keeps the properties of the nodes for the next run, as far as they have changed.
@@ -46,6 +47,7 @@ private:
     bool mountRoots(QString &error);
     bool loadProperties(QString &error);
     QString propertiesFile() const;
+    bool forgetServerWithoutAccount(const QByteArray &serverId, QString &error);
 
     // In the order of making. They go in the reverse order, so that the trees are dropped while
     // their plug-in is still loaded, and the lock is given up last.

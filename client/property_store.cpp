@@ -55,10 +55,7 @@ void PropertyStore::move(const NodeUri &from, const NodeUri &to)
     std::map<NodeUri, NodeUri> firstNames;
     for (const auto &[node, name] : m_firstNames)
         firstNames.emplace(from.contains(node) ? moved(node, from, to) : node, name);
-    if (firstName == to)
-        firstNames.erase(to);
-    else
-        firstNames.insert_or_assign(to, firstName);
+    firstNames.insert_or_assign(to, firstName);
     m_firstNames = std::move(firstNames);
 }
 

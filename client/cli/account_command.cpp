@@ -112,7 +112,7 @@ ExitStatus put(Context &context, const Invocation &invocation, Account account)
 {
     QString error;
     if (!setFields(account, invocation.arguments.mid(2), error) ||
-        !context.device->accounts().put(invocation.arguments[1], account, error))
+        !context.device->putAccount(invocation.arguments[1], account, error))
         return problem(context, error);
     return ExitStatus::Success;
 }

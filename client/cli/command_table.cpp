@@ -14,11 +14,16 @@ constexpr OptionRow treeOptions[] = {
     {"show-secrets", OptionValue::None, nullptr, "print passwords instead of ********"},
 };
 constexpr OptionRow getOptions[] = {
-    {"prop", OptionValue::Property, "NAME", "print a property: ACL, Format, Name or Type"},
+    {"prop", OptionValue::Property, "NAME",
+     "print a property: ACL, Format, Name, Size, Title, TStamp, Type or VerNo"},
 };
 constexpr OptionRow addOptions[] = {
     {"format", OptionValue::Format, "FORMAT",
      "chr, int, bool, bin, null or node; without it chr with a VALUE, node without"},
+};
+constexpr OptionRow processOptions[] = {
+    {"server-id", OptionValue::Text, "ID",
+     "run the commands on behalf of that server, under the nodes' ACLs"},
 };
 constexpr OptionRow sessionOptions[] = {
     {"encoding", OptionValue::Text, "ENCODING", "xml or wbxml: encoding of the first message"},
@@ -48,9 +53,10 @@ constexpr CommandRow commands[] = {
      ArgumentKind::Uri, ArgumentKind::Uri, getOptions, Availability::Everywhere, true, runGet},
     {"add", "URI [VALUE]", "add a leaf, or an interior node", 1, 2, ArgumentKind::Uri,
      ArgumentKind::None, addOptions, Availability::Everywhere, true, runAdd},
-    {"replace", "URI VALUE | URI CHILD=VALUE...",
-     "change a leaf, or leaves of an interior node in one call", 2, anyNumber, ArgumentKind::Uri,
-     ArgumentKind::ChildValue, noOptions, Availability::Everywhere, true, runReplace},
+    {"replace", "URI VALUE | URI CHILD=VALUE... | URI?prop=NAME VALUE",
+     "change a leaf, leaves of an interior node in one call, or a property", 2, anyNumber,
+     ArgumentKind::Uri, ArgumentKind::ChildValue, noOptions, Availability::Everywhere, true,
+     runReplace},
     {"rename", "URI NAME", "give a node another name", 2, 2, ArgumentKind::Uri, ArgumentKind::None,
      noOptions, Availability::Everywhere, true, runRename},
     {"delete", "URI", "delete a node with everything beneath it", 1, 1, ArgumentKind::Uri,
@@ -58,7 +64,8 @@ constexpr CommandRow commands[] = {
     {"copy", "URI URI", "copy the value of one leaf to another", 2, 2, ArgumentKind::Uri,
      ArgumentKind::Uri, noOptions, Availability::Everywhere, true, runCopy},
     {"process", "FILE", "answer one DM package, XML or WBXML (- is standard input)", 1, 1,
-     ArgumentKind::File, ArgumentKind::None, noOptions, Availability::Everywhere, true, runProcess},
+     ArgumentKind::File, ArgumentKind::None, processOptions, Availability::Everywhere, true,
+     runProcess},
     {"session", "ACCOUNT | URL", "have a management session with a DM server", 1, 1,
      ArgumentKind::None, ArgumentKind::None, sessionOptions, Availability::Everywhere, true,
      runSession},
@@ -66,6 +73,8 @@ constexpr CommandRow commands[] = {
      "list | show NAME | add NAME FIELD=VALUE... | set NAME FIELD=VALUE... | remove NAME",
      "keep the DM accounts: servers that may manage this device", 1, anyNumber, ArgumentKind::None,
      ArgumentKind::None, accountOptions, Availability::CommandLineOnly, true, runAccount},
+    {"ddf", "", "print the device description (DM DDF 1.2) for a server", 0, 0, ArgumentKind::None,
+     ArgumentKind::None, noOptions, Availability::Everywhere, false, runDdf},
     {"shell", "", "run many commands on one mount, typed or from a pipe", 0, 0, ArgumentKind::None,
      ArgumentKind::None, shellOptions, Availability::CommandLineOnly, true, runShell},
     {"help", "[COMMAND]", "say what the commands do", 0, 1, ArgumentKind::Command,

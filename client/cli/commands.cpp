@@ -3,6 +3,7 @@
 #include "cli/command_table.h"
 #include "cli/shell.h"
 #include "cli/tree_drawing.h"
+#include "ddf.h"
 #include "package.h"
 
 #include <QFile>
@@ -159,12 +160,32 @@ std::optional<ManagementTree::ChildValue> parseChildValue(const QString &word)
 
 } // namespace
 
+namespace {
+
+ExitStatus replaceProperty(Context &context, const QString &uri, const Address &address,
+                           const QStringList &words)
+{
+    if (words.size() > 1)
+        return wrongUsage(context, QStringLiteral("replace: one VALUE for one property"));
+    const auto property = propertyNamed(address.argument);
+    const Outcome outcome =
+        property
+            ? context.device->tree().replaceProperty(address.node, *property, words[0].toUtf8())
+            : Outcome{DmStatus::FeatureNotSupported,
+                      QStringLiteral("no property %1").arg(address.argument)};
+    return finish(context, "replace", uri, outcome);
+}
+
+} // namespace
+
 ExitStatus runReplace(Context &context, const Invocation &invocation)
 {
     ManagementTree &tree = context.device->tree();
     const QString uri = invocation.arguments[0];
     const QStringList words = invocation.arguments.mid(1);
     const Result<Address> address = parseAddress(uri, tree.uriLimits());
+    if (address && address->query == Address::Query::Property)
+        return replaceProperty(context, uri, *address, words);
     const Result<TreeNode> node = address ? tree.find(address->node) : address.outcome();
 
     if (!node || node->isLeaf()) {
@@ -267,8 +288,13 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
         return wrongUsage(context,
                           QStringLiteral("process: %1: %2").arg(file, failure->toString()));
     const auto encoding = *syncml::recogniseEncoding(*package);
-    const PackageAnswer answer =
-        answerPackage(std::get<syncml::Message>(decoded), context.device->tree(), encoding);
+    const QString serverId = invocation.options.value(QStringLiteral("server-id"));
+    if (invocation.has("server-id") && !isServerIdentifier(serverId.toUtf8()))
+        return wrongUsage(context,
+                          QStringLiteral("process: \"%1\" is no Server Identifier").arg(serverId));
+    const PackageAnswer answer = answerPackage(
+        std::get<syncml::Message>(decoded), context.device->tree(), encoding,
+        serverId.isEmpty() ? Principal::owner() : Principal::server(serverId.toUtf8()));
     if (!answer.message) {
         context.output.problem(
             QStringLiteral("process: the package asks for nothing; the session would end here"));
@@ -282,6 +308,14 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
     const QByteArray &bytes = std::get<QByteArray>(encoded);
     context.output.raw(encoding == syncml::Encoding::Xml ? indented(bytes) : bytes);
     return answer.allSucceeded ? ExitStatus::Success : ExitStatus::CommandRefused;
+}
+
+// ---- Description ---------------------------------------------------------------------------------
+
+ExitStatus runDdf(Context &context, const Invocation &)
+{
+    context.output.raw(deviceDescriptionDocument());
+    return ExitStatus::Success;
 }
 
 // ---- Help and the shell --------------------------------------------------------------------------

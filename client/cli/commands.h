@@ -16,6 +16,7 @@ ExitStatus runRename(Context &context, const Invocation &invocation);
 ExitStatus runDelete(Context &context, const Invocation &invocation);
 ExitStatus runCopy(Context &context, const Invocation &invocation);
 ExitStatus runProcess(Context &context, const Invocation &invocation);
+ExitStatus runDdf(Context &context, const Invocation &invocation);
 ExitStatus runSession(Context &context, const Invocation &invocation);
 ExitStatus runAccount(Context &context, const Invocation &invocation);
 ExitStatus runShell(Context &context, const Invocation &invocation);

@@ -130,6 +130,23 @@ void keepNonces(AccountStore &accounts, const Server &server, const Session &ses
         report.note(error);
 }
 
+/// Keeps the properties that a message has changed before the next one is sent.
+class PropertyKeeper final : public SessionObserver {
+public:
+    PropertyKeeper(DmDevice &device, SessionReport &report) : m_device(device), m_report(report) {}
+
+    void messageSent(const TransportRequest &, const syncml::Message &) override
+    {
+        QString error;
+        if (!m_device.saveProperties(error))
+            m_report.note(error);
+    }
+
+private:
+    DmDevice &m_device;
+    SessionReport &m_report;
+};
+
 // ---- Ctrl-C --------------------------------------------------------------------------------------
 
 volatile std::sig_atomic_t interrupted = 0;
@@ -187,7 +204,8 @@ ExitStatus runSession(Context &context, const Invocation &invocation)
         report = std::make_unique<JsonSessionReport>(context.output);
     else
         report = std::make_unique<ReadableSessionReport>(context.output);
-    std::vector<SessionObserver *> observers = {report.get()};
+    PropertyKeeper keeper(*context.device, *report);
+    std::vector<SessionObserver *> observers = {report.get(), &keeper};
     if (trace)
         observers.push_back(trace.get());
 

@@ -93,6 +93,10 @@ ExitStatus Shell::runWords(const QStringList &words)
     Context context{.device = &m_device, .output = m_output, .inShell = true};
     const ExitStatus status = command->run(context, *invocation);
     m_leave = context.leaveShell;
+    if (!m_device.saveProperties(error)) {
+        m_output.problem(error);
+        return worse(status, ExitStatus::Unusable);
+    }
     return status;
 }
 

@@ -108,10 +108,11 @@ class GoldenTest(unittest.TestCase):
     def run_napictl(self, *arguments):
         self.note(f"$ {shlex.join(['napictl', *arguments])}\n{self.handset.napictl(*arguments)}\n")
 
-    def process(self, package):
+    def process(self, package, *options):
         with open(os.path.join(FOLDER, "packages", package), "rb") as file:
             content = file.read()
-        self.run_client("process", "-", stdin=content, shown=f"dmclient process - < {package}")
+        words = shlex.join(["dmclient", "process", *options, "-"])
+        self.run_client("process", *options, "-", stdin=content, shown=f"{words} < {package}")
 
     def compare(self, name):
         path = os.path.join(FOLDER, "golden", name + ".txt")
@@ -141,6 +142,18 @@ class GoldenTest(unittest.TestCase):
         self.run_napictl("show", "Home")
         self.run_napictl("show", "Field")
         self.compare("process_change")
+
+    def test_an_atomic_that_fails_leaves_everything_as_it_was(self):
+        before = self.handset.napictl("export", "--show-secrets")
+        self.process("atomic.xml")
+        self.run_napictl("show", "Field")
+        self.handset.napictl("delete", "Field")
+        self.assertEqual(self.handset.napictl("export", "--show-secrets"), before)
+        self.compare("process_atomic")
+
+    def test_a_server_meets_access_control_lists(self):
+        self.process("rights.xml", "--server-id", "dm.example")
+        self.compare("process_rights")
 
     def test_life_of_a_profile(self):
         self.run_shell(LIFE_OF_A_PROFILE)

@@ -135,8 +135,10 @@ TEST_F(AccessRightsTest, ReplacingTheAclOfALeafNeedsReplaceOnItsParent)
 TEST_F(AccessRightsTest, AddingNeedsAddOnTheParent)
 {
     setAcl("Office", "Delete=*&Get=*&Replace=*");
+    setAcl("Office/Addr", "Add=ServerS");
     EXPECT_EQ(add("Office/New"), 425);
     EXPECT_EQ(add("Office/Node", "node"), 425);
+    EXPECT_EQ(add("Office/Addr"), 425);
     setAcl("", "Get=*");
     setAcl("Office", "Add=ServerS");
     EXPECT_EQ(add("Office/New"), 200);

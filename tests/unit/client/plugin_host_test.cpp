@@ -4,6 +4,8 @@
 
 #include "dmnative/dmnative_control.h"
 
+#include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -171,6 +173,119 @@ TEST_F(DmDeviceTest, ABrokenDeviceIdentifierIsReportedAndNotReplaced)
         ASSERT_TRUE(file.open(QIODevice::ReadOnly));
         EXPECT_EQ(file.readAll(), content);
     }
+}
+
+// ---- What the device keeps of its nodes ----------------------------------------------------------
+
+class KeptPropertiesTest : public DmDeviceTest {
+protected:
+    static constexpr char office[] = "./DevDetail/Ext/Conf/Conn/Profiles/Office";
+
+    static NodeUri uri(const char *text)
+    {
+        return parseAddress(QString::fromLatin1(text), UriLimits())->node;
+    }
+    static std::string property(DmDevice &device, const char *node, Property property)
+    {
+        return device.tree().property(*device.tree().find(uri(node)), property)->toStdString();
+    }
+    static void setAcl(DmDevice &device, const char *node, const char *acl)
+    {
+        EXPECT_TRUE(device.tree().replaceProperty(uri(node), Property::Acl, acl));
+    }
+    QString file() const
+    {
+        return directory.filePath(QStringLiteral("state/client/properties.json"));
+    }
+    static Account account(const char *serverId)
+    {
+        Account account;
+        account.address = QUrl(QStringLiteral("http://dm.example/"));
+        account.serverId = serverId;
+        return account;
+    }
+};
+
+TEST_F(KeptPropertiesTest, SurviveTheMount)
+{
+    auto device = open("right_plugin");
+    ASSERT_NE(device, nullptr) << error.toStdString();
+    device->tree().replaceProperty(uri(office), Property::Title, "Our office");
+    setAcl(*device, office, "Get=*&Replace=dm.example");
+    const std::string changed = property(*device, office, Property::TStamp);
+    ASSERT_TRUE(device->saveProperties(error)) << error.toStdString();
+    device.reset();
+    device = open("right_plugin");
+    EXPECT_EQ(property(*device, office, Property::Title), "Our office");
+    EXPECT_EQ(property(*device, office, Property::Acl), "Get=*&Replace=dm.example");
+    EXPECT_EQ(property(*device, office, Property::TStamp), changed);
+    EXPECT_EQ(property(*device, office, Property::VerNo), "2");
+    EXPECT_EQ(QFileInfo(file()).permissions() & ~(QFile::ReadUser | QFile::WriteUser),
+              QFile::ReadOwner | QFile::WriteOwner);
+}
+
+TEST_F(KeptPropertiesTest, AreDroppedWithANodeThatTheMountDoesNotShow)
+{
+    ASSERT_NE(open("right_plugin"), nullptr);
+    QFile output(file());
+    ASSERT_TRUE(output.open(QIODevice::WriteOnly));
+    output.write("{\"./DevDetail/Ext/Conf/Conn/Profiles/Gone\": {\"title\": \"gone\"}}");
+    output.close();
+    const auto device = open("right_plugin");
+    ASSERT_NE(device, nullptr) << error.toStdString();
+    ASSERT_TRUE(device->saveProperties(error));
+    ASSERT_TRUE(output.open(QIODevice::ReadOnly));
+    EXPECT_EQ(output.readAll().trimmed(), "{}");
+}
+
+TEST_F(KeptPropertiesTest, ThatCannotBeUnderstoodStopTheDeviceAndStayAsTheyAre)
+{
+    ASSERT_NE(open("right_plugin"), nullptr);
+    QFile output(file());
+    ASSERT_TRUE(output.open(QIODevice::WriteOnly));
+    output.write("nonsense");
+    output.close();
+    EXPECT_EQ(open("right_plugin"), nullptr);
+    EXPECT_TRUE(error.startsWith(file())) << error.toStdString();
+    ASSERT_TRUE(output.open(QIODevice::ReadOnly));
+    EXPECT_EQ(output.readAll(), "nonsense");
+}
+
+TEST_F(KeptPropertiesTest, EveryServerMayManageTheProfilesUntilOneRestrictsIt)
+{
+    const auto device = open("right_plugin");
+    ASSERT_NE(device, nullptr);
+    device->tree().setPrincipal(Principal::server("dm.example"));
+    EXPECT_EQ(property(*device, "./DevDetail/Ext/Conf/Conn/Profiles", Property::Acl),
+              "Add=*&Delete=*&Get=*&Replace=*");
+    EXPECT_EQ(property(*device, "./DevDetail/Ext/Conf/IntProfs/Profiles", Property::Acl),
+              "Add=*&Delete=*&Get=*&Replace=*");
+    EXPECT_EQ(property(*device, "./DMAcc", Property::Acl), "");
+    setAcl(*device, office, "Get=*");
+}
+
+TEST_F(KeptPropertiesTest, LoseTheRightsOfAServerWithItsLastAccount)
+{
+    const auto device = open("right_plugin");
+    ASSERT_NE(device, nullptr);
+    ASSERT_TRUE(device->putAccount(QStringLiteral("one"), account("dm.example"), error));
+    ASSERT_TRUE(device->putAccount(QStringLiteral("two"), account("dm.example"), error));
+    setAcl(*device, office, "Get=*&Replace=dm.example+other");
+    ASSERT_TRUE(device->removeAccount(QStringLiteral("one"), error));
+    EXPECT_EQ(property(*device, office, Property::Acl), "Get=*&Replace=dm.example+other");
+    ASSERT_TRUE(device->removeAccount(QStringLiteral("two"), error));
+    EXPECT_EQ(property(*device, office, Property::Acl), "Get=*&Replace=other");
+    EXPECT_FALSE(device->removeAccount(QStringLiteral("two"), error));
+}
+
+TEST_F(KeptPropertiesTest, LoseTheRightsOfAServerThatIsCalledOtherwiseNow)
+{
+    const auto device = open("right_plugin");
+    ASSERT_NE(device, nullptr);
+    ASSERT_TRUE(device->putAccount(QStringLiteral("one"), account("old"), error));
+    setAcl(*device, office, "Get=*&Replace=old+new");
+    ASSERT_TRUE(device->putAccount(QStringLiteral("one"), account("new"), error));
+    EXPECT_EQ(property(*device, office, Property::Acl), "Get=*&Replace=new");
 }
 
 } // namespace

@@ -56,6 +56,24 @@ TEST_P(Packages, CommandsAreAnsweredInTheNextMessage)
     EXPECT_EQ(end.refused, 0);
 }
 
+TEST_P(Packages, CommandsRunOnBehalfOfTheAccountsServer)
+{
+    tree.replaceProperty(profile("Office"), Property::Acl, "Get=*&Replace=other.example");
+    tree.replaceProperty(profile("Home"), Property::Acl, "Get=*&Replace=dm.example");
+    server.says(accepted() + replace("2", profileUri("Office/Addr"), "stolen") +
+                replace("3", profileUri("Home/Addr"), "corrected"));
+    run();
+    EXPECT_EQ(sent(2), (Lines{"Status 0 SyncHdr 200", "Status 2 Replace 425",
+                              "Status 3 Replace 200", "Final"}));
+    EXPECT_EQ(listener.commands.at(0),
+              "Replace ./Ext/Profiles/Office/Addr 425 dm.example needs Replace on "
+              "./Ext/Profiles/Office/Addr, and the ACL of ./Ext/Profiles/Office is "
+              "\"Get=*&Replace=other.example\"");
+    EXPECT_EQ(read(profile("Office/Addr")), "internet");
+    EXPECT_EQ(read(profile("Home/Addr")), "corrected");
+    EXPECT_TRUE(tree.principal().isOwner());
+}
+
 TEST_P(Packages, FollowOneAnotherUntilTheServerAsksForNothing)
 {
     server.says(accepted() + get("2", {"./DevInfo/Man"}));
