@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <histedit.h>
-#include <sys/stat.h>
 #include <utility>
 
 namespace client::cli {
@@ -97,9 +96,8 @@ void LineEditor::remember(const QByteArray &line)
 {
     HistEvent event;
     history(m_library->history, &event, H_ENTER, line.constData());
-    const mode_t before = ::umask(S_IRWXG | S_IRWXO);
+    // The library makes the file readable by its owner only before it writes to it.
     history(m_library->history, &event, H_SAVE, m_historyFile.constData());
-    ::umask(before);
 }
 
 unsigned char LineEditor::completeAtCursor()

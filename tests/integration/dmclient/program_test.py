@@ -256,9 +256,20 @@ class ProcessTest(DmclientTest):
             self.assertTrue(errors.startswith(f"dmclient: process: {path}: "), errors)
 
     def test_an_endless_package_is_not_read_to_its_end(self):
-        status, printed, errors = self.run_client("process", "/dev/zero")
-        self.assertEqual((status, printed), (USAGE, ""))
-        self.assertIn("/dev/zero", errors)
+        block = b"<" * 65536
+        with subprocess.Popen([DMCLIENT, "--plugin", PLUGIN, "process", "-"], stdin=subprocess.PIPE,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                              env=self.handset.environment()) as client:
+            taken = 0
+            try:
+                while taken < 64 * 1024 * 1024:
+                    taken += client.stdin.raw.write(block)
+            except BrokenPipeError:
+                pass
+            printed, errors = client.communicate(timeout=60)
+        self.assertEqual((client.returncode, printed), (USAGE, b""))
+        self.assertIn(b"process: -: ", errors)
+        self.assertLess(taken, 8 * 1024 * 1024)
 
     def test_a_file_that_cannot_be_read_is_named(self):
         for path in ("/nonexistent", self.handset.home):

@@ -106,11 +106,13 @@ TEST_F(OpenStateDirectoryTest, ALockThatCannotBeOpenedIsNamed)
     EXPECT_EQ(error, QStringLiteral("cannot open %1/client/lock: Is a directory").arg(path));
 }
 
-TEST_F(OpenStateDirectoryTest, TheDeviceIdentifierIsForItsOwnerOnly)
+TEST_F(OpenStateDirectoryTest, TheDeviceIdentifierAndTheLockAreForTheirOwnerOnly)
 {
     const auto state = open();
     const QByteArray id = state->deviceId(error);
     EXPECT_EQ(id.size(), 45) << id.toStdString();
+    EXPECT_FALSE(QFileInfo(state->clientFile(QStringLiteral("lock"))).permissions() &
+                 (QFileDevice::ReadGroup | QFileDevice::ReadOther));
     const auto permissions =
         QFileInfo(state->clientFile(QStringLiteral("device-id"))).permissions();
     EXPECT_FALSE(permissions & (QFileDevice::ReadGroup | QFileDevice::ReadOther));
