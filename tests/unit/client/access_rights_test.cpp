@@ -174,6 +174,9 @@ TEST_F(AccessRightsTest, CopyingNeedsGetOnTheSourceAndReplaceOnTheTarget)
     EXPECT_EQ(copy(), 425);
     setAcl("Office/Addr", "Replace=ServerS");
     EXPECT_EQ(copy(), 200);
+    setAcl("Office/Linger", "Replace=*");
+    EXPECT_EQ(code(tree.copy(profile("Office/Linger"), profile("Office/Addr"))), 425)
+        << "the right comes before the format";
 }
 
 TEST_F(AccessRightsTest, CopyingToANewLeafNeedsGetOnTheSourceAndAddOnTheParent)

@@ -2,6 +2,10 @@
 
 #include "processor_fixture.h"
 
+#include <random>
+#include <set>
+#include <sstream>
+
 namespace client {
 
 namespace {
@@ -194,6 +198,14 @@ TEST_F(AtomicTest, ARenameThatFailedRenamesNobodyElse)
               "Status a Replace 404 <" + full("Nobody?prop=Name"));
     EXPECT_EQ(atomic({rename("Office", "Home")})[1],
               "Status a Replace 418 <" + full("Office?prop=Name"));
+    EXPECT_EQ(childrenOf(uri(mountRoot)), "Office Home");
+}
+
+TEST_F(AtomicTest, ANodeThatWasNotThereIsNotLookedForUnderAnotherName)
+{
+    UndoLog log(tree);
+    log.note(profile("Nobody"), profile("Home"));
+    EXPECT_EQ(log.rollBack(), std::vector<bool>{true});
     EXPECT_EQ(childrenOf(uri(mountRoot)), "Office Home");
 }
 
@@ -429,6 +441,104 @@ TEST_F(AtomicTest, IsTakenBackWhateverTheServerMayDo)
                line("b", "Add", "216", "New"), line("c", "Delete", "425", "Office")}));
     EXPECT_EQ(read(profile("Home/Addr")), "home.example");
     EXPECT_TRUE(tree.principal().isOwner());
+}
+
+// ---- Any commands in any order -------------------------------------------------------------------
+
+/// Commands on a handful of names, so that they meet one another often.
+class RandomAtomicTest : public AtomicTest {
+protected:
+    RandomAtomicTest() { tree.remove(profile("Office/Port")); }
+
+    /// Adds what earlier commands have deleted.
+    void fill()
+    {
+        for (const char *const name : {"Office", "Home"}) {
+            const NodeUri top = profile(name);
+            tree.add(top, typed("node", ""));
+            tree.add(top.child("Addr"), typed("chr", "a"));
+            tree.add(top.child("Linger"), typed("int", "1"));
+            tree.add(top.child("Auth"), typed("node", ""));
+            tree.add(top.child("Auth").child("AuthPw"), typed("chr", "p"));
+        }
+    }
+    std::size_t pick(std::size_t count)
+    {
+        return std::uniform_int_distribution<std::size_t>(0, count - 1)(random);
+    }
+    const char *object()
+    {
+        static constexpr const char *names[] = {"Office", "Home", "New"};
+        return names[pick(std::size(names))];
+    }
+    QByteArray node()
+    {
+        static constexpr const char *beneath[] = {"", "/Addr", "/Linger", "/Auth", "/Auth/AuthPw"};
+        return QByteArray(object()) + beneath[pick(std::size(beneath))];
+    }
+    Command anyCommand()
+    {
+        const QByteArray path = node();
+        const QByteArray uri = profileUri(path.constData());
+        const QByteArray number = QByteArray::number(static_cast<int>(pick(5)));
+        const char *const format = path.endsWith("Linger")                            ? "int"
+                                   : path.endsWith("Addr") || path.endsWith("AuthPw") ? "chr"
+                                                                                      : "node";
+        Item copied = target(profileUri(node().constData()));
+        copied.source = location(uri);
+        switch (pick(7)) {
+        case 0:
+            return command(CommandKind::Add, {formatted(target(uri, number), format)});
+        case 1:
+            return command(CommandKind::Delete, {target(uri)});
+        case 2:
+            return command(CommandKind::Replace, {target(uri + "?prop=Name", object())});
+        case 3:
+            return command(CommandKind::Replace, {target(uri + "?prop=Title", number)});
+        case 4:
+            return command(CommandKind::Replace, {target(uri + "?prop=ACL", "Get=*")});
+        case 5:
+            return command(CommandKind::Copy, {copied});
+        default:
+            return command(CommandKind::Replace, {target(uri, number)});
+        }
+    }
+    std::set<std::string> lines()
+    {
+        std::set<std::string> all;
+        std::istringstream stream(picture());
+        for (std::string line; std::getline(stream, line);)
+            all.insert(line);
+        return all;
+    }
+
+    std::mt19937 random;
+};
+
+TEST_F(RandomAtomicTest, LeavesTheTreeAsItWasWhenItFails)
+{
+    std::ptrdiff_t takenBack = 0;
+    for (unsigned seed = 1; seed <= 300; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        random.seed(seed);
+        fill();
+        for (std::size_t i = pick(3); i > 0; --i)
+            answersTo(anyCommand());
+        std::vector<Command> commands;
+        for (std::size_t i = 0, count = 1 + pick(8); i < count; ++i)
+            commands.push_back(anyCommand());
+        commands.push_back(failure());
+        const std::set<std::string> before = lines();
+        const std::vector<Command> answers =
+            answersTo(group(CommandKind::Atomic, std::move(commands)));
+        ASSERT_EQ(answers.at(0).data, "507");
+        ASSERT_EQ(lines(), before);
+        const auto isTakenBack = [](const Command &answer) {
+            return answer.data == "216" || answer.data == "516";
+        };
+        takenBack += std::ranges::count_if(answers, isTakenBack);
+    }
+    EXPECT_GE(takenBack, 300) << "the commands hardly ever succeed";
 }
 
 // ---- For people ----------------------------------------------------------------------------------
