@@ -81,6 +81,15 @@ bool isAnswerMissing(const QDBusMessage &message)
            type == QDBusError::TimedOut;
 }
 
+/// What a failure is about. A lost bus shows in a call when Qt has not noticed the loss before.
+QString subjectOf(const QDBusMessage &message)
+{
+    if (QDBusError(message).type() == QDBusError::Disconnected)
+        return QStringLiteral("cannot reach the system bus: ");
+    return isAnswerMissing(message) ? QStringLiteral("NetworkManager has not answered: ")
+                                    : QStringLiteral("NetworkManager: ");
+}
+
 /// The daemon names a refused property at the beginning of its reason: "gsm.apn: ...".
 QString withFieldName(const QString &reason)
 {
@@ -180,10 +189,7 @@ BusReply NetworkManagerBus::judge(const QDBusMessage &message, const QString &me
                       [&](const ErrorRow &candidate) { return name.starts_with(candidate.name); });
     if (row.cause == Cause::NoDaemon)
         m_daemon.clear();
-    const QString subject = isAnswerMissing(message)
-                                ? QStringLiteral("NetworkManager has not answered: ")
-                                : QStringLiteral("NetworkManager: ");
-    const QString text = subject + withFieldName(message.errorMessage());
+    const QString text = subjectOf(message) + withFieldName(message.errorMessage());
     return {message, row.cause, {row.status, text.toStdString() + " (" + name + ")"}};
 }
 
