@@ -68,8 +68,11 @@ ExitStatus runTree(Context &context, const Invocation &invocation)
             for (const QString &line : drawTree(listing, secrets, context.output.painter()))
                 context.output.line(line);
         }
+        // A leaf that nobody can read, such as a secret of an account, is no failure of the
+        // drawing.
         for (const ListedNode &listed : listing)
-            if (listed.value && !*listed.value)
+            if (listed.value && !*listed.value &&
+                listed.value->outcome().status != DmStatus::NotAllowed)
                 return listed.value->outcome();
         return Outcome();
     });

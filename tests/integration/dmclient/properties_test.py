@@ -4,6 +4,7 @@ import json
 import os
 import stat
 import unittest
+from xml.etree import ElementTree
 
 from handset import CONN
 from program_test import REFUSED, SUCCESS, UNUSABLE, USAGE, DmclientTest
@@ -102,6 +103,33 @@ class DescriptionTest(DmclientTest):
     def test_it_is_printed_without_a_handset(self):
         with open(os.path.join(ROOT_FOLDER, "docs", "ddf", "kub-dm.xml"), encoding="utf-8") as file:
             self.assertEqual(self.succeed("ddf", plugin="/nonexistent"), file.read())
+
+    def test_it_says_of_every_mounted_node_what_the_node_is(self):
+        self.succeed("account", "add", "one", "address=http://dm.example/", "server-id=dm.example",
+                     "client-auth=basic", "client-name=c", "client-secret=s", "server-auth=md5",
+                     "server-name=s", "server-secret=s")
+        compared = 0
+        for top in ElementTree.fromstring(self.succeed("ddf")).findall("Node"):
+            uri = top.findtext("Path") + "/" + top.findtext("NodeName")
+            compared += self.compare(json.loads(self.succeed("tree", uri, "--json")), top)
+        self.assertGreater(compared, 100)
+
+    def compare(self, node, description):
+        """Compares a node and everything beneath it; returns how many nodes these are."""
+        self.assertEqual(node["format"], description.find("DFProperties/DFFormat")[0].tag, node["uri"])
+        compared = 1
+        for child in node.get("children", []):
+            if child["uri"] == "./DevDetail/Ext":
+                continue  # its described parts stand for themselves
+            described = [entry for entry in description.findall("Node")
+                         if (entry.findtext("NodeName") or child["name"]) == child["name"]]
+            self.assertEqual(len(described), 1, child["uri"])
+            compared += self.compare(child, described[0])
+        required = {entry.findtext("NodeName") for entry in description.findall("Node")
+                    if entry.find("DFProperties/Occurrence/One") is not None}
+        present = {child["name"] for child in node.get("children", [])}
+        self.assertLessEqual(required - {""}, present, node["uri"])
+        return compared
 
 
 if __name__ == "__main__":

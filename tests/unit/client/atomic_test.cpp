@@ -521,6 +521,7 @@ TEST_F(RandomAtomicTest, LeavesTheTreeAsItWasWhenItFails)
     for (unsigned seed = 1; seed <= 300; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         random.seed(seed);
+        memory->calls.clear();
         fill();
         for (std::size_t i = pick(3); i > 0; --i)
             answersTo(anyCommand());
@@ -538,7 +539,7 @@ TEST_F(RandomAtomicTest, LeavesTheTreeAsItWasWhenItFails)
         };
         takenBack += std::ranges::count_if(answers, isTakenBack);
     }
-    EXPECT_GE(takenBack, 300) << "the commands hardly ever succeed";
+    EXPECT_GE(takenBack, 150) << "the commands hardly ever succeed";
 }
 
 // ---- For people ----------------------------------------------------------------------------------
