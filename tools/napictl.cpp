@@ -25,7 +25,11 @@ constexpr const char *kDatabase = "/usr/share/mobile-broadband-provider-info/ser
 constexpr Option kStateOption = {
     "state", "DIR",
     "State directory of the handset, by default $KUB_STATE_DIR or ~/.local/state/kub-dm."};
+constexpr Option kBackendOption = {"backend", "NAME",
+                                   "Where the profiles are kept, sqlite or networkmanager; by "
+                                   "default $KUB_NAPI_BACKEND or sqlite."};
 constexpr Option kHelpOption = {"help", nullptr, "Displays this help."};
+constexpr Option kGlobalOptions[] = {kStateOption, kBackendOption, kHelpOption};
 constexpr Option kShowSecretsOption = {"show-secrets", nullptr, "Shows passwords."};
 constexpr Option kShowOptions[] = {
     {"json", nullptr, "Writes JSON, the format of import."},
@@ -117,15 +121,17 @@ QString optionLine(const Option &option)
 
 QString generalHelp()
 {
-    QString text = QStringLiteral("Usage: napictl [--state DIR] COMMAND [ARGUMENT...]\n"
-                                  "Looks after the network access profiles of the simulated "
-                                  "handset.\n\nCommands:\n");
+    QString text =
+        QStringLiteral("Usage: napictl [--state DIR] [--backend NAME] COMMAND [ARGUMENT...]\n"
+                       "Looks after the network access profiles of the simulated "
+                       "handset.\n\nCommands:\n");
     for (const Command &command : kCommands) {
         text += QStringLiteral("  %1  %2\n")
                     .arg(QString::fromLatin1(command.name), -15)
                     .arg(QString::fromLatin1(command.summary));
     }
-    text += QStringLiteral("\nOptions:\n") + optionLine(kStateOption) + optionLine(kHelpOption);
+    text += QStringLiteral("\nOptions:\n") + optionLine(kStateOption) + optionLine(kBackendOption) +
+            optionLine(kHelpOption);
     return text + QStringLiteral("\n'napictl COMMAND --help' tells more about a command.\n");
 }
 
@@ -144,8 +150,8 @@ QString fieldHelp()
 
 QString commandHelp(const Command &command)
 {
-    QString text =
-        QStringLiteral("Usage: napictl [--state DIR] ") + QString::fromLatin1(command.name);
+    QString text = QStringLiteral("Usage: napictl [--state DIR] [--backend NAME] ") +
+                   QString::fromLatin1(command.name);
     if (!command.options.empty())
         text += QStringLiteral(" [OPTION...]");
     if (*command.arguments != 0)
@@ -153,7 +159,7 @@ QString commandHelp(const Command &command)
     text += u'\n' + QString::fromLatin1(command.summary) + QStringLiteral("\n\nOptions:\n");
     for (const Option &option : command.options)
         text += optionLine(option);
-    text += optionLine(kStateOption) + optionLine(kHelpOption);
+    text += optionLine(kStateOption) + optionLine(kBackendOption) + optionLine(kHelpOption);
     return command.takesFields ? text + fieldHelp() : text;
 }
 
@@ -182,12 +188,24 @@ ExitStatus refuseUsage(const QString &message, const Command *command)
     return ExitUsage;
 }
 
-/// The state directory is handed to the profile service the way every program does it.
-void chooseStateDirectory(const QCommandLineParser &parser)
+/// State directory and backend are handed to the profile service the way every program does it.
+/// @return false for a backend that there is none of.
+bool chooseStore(const QCommandLineParser &parser)
 {
-    const QString option = QString::fromLatin1(kStateOption.name);
-    if (parser.isSet(option))
-        qputenv("KUB_STATE_DIR", parser.value(option).toUtf8());
+    const QString state = QString::fromLatin1(kStateOption.name);
+    if (parser.isSet(state))
+        qputenv("KUB_STATE_DIR", parser.value(state).toUtf8());
+    const QString backend = QString::fromLatin1(kBackendOption.name);
+    if (!parser.isSet(backend))
+        return true;
+    const QString name = parser.value(backend);
+    qputenv("KUB_NAPI_BACKEND", name.toUtf8());
+    return name == u"sqlite" || name == u"networkmanager";
+}
+
+ExitStatus refuseBackend(const Command *command)
+{
+    return refuseUsage(QStringLiteral("--backend is sqlite or networkmanager"), command);
 }
 
 /// @param arguments  the name of the command and what stands behind it
@@ -195,7 +213,7 @@ ExitStatus runCommand(const Command &command, const QStringList &arguments)
 {
     QCommandLineParser parser;
     addOptions(parser, command.options);
-    addOptions(parser, {{kStateOption, kHelpOption}});
+    addOptions(parser, kGlobalOptions);
     if (!parser.parse(arguments))
         return refuseUsage(printable(parser.errorText()), &command);
     if (parser.isSet(QString::fromLatin1(kHelpOption.name))) {
@@ -212,7 +230,8 @@ ExitStatus runCommand(const Command &command, const QStringList &arguments)
         return refuseUsage(
             QStringLiteral("%1: too many arguments").arg(QString::fromLatin1(command.name)),
             &command);
-    chooseStateDirectory(parser);
+    if (!chooseStore(parser))
+        return refuseBackend(&command);
     return command.run(parser, operands);
 }
 
@@ -220,7 +239,7 @@ ExitStatus runCommandLine(const QStringList &arguments)
 {
     QCommandLineParser parser;
     parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
-    addOptions(parser, {{kStateOption, kHelpOption}});
+    addOptions(parser, kGlobalOptions);
     if (!parser.parse(arguments))
         return refuseUsage(printable(parser.errorText()), nullptr);
     if (parser.isSet(QString::fromLatin1(kHelpOption.name))) {
@@ -235,7 +254,8 @@ ExitStatus runCommandLine(const QStringList &arguments)
         return refuseUsage(
             printable(operands.first()) + QStringLiteral(": there is no such command"), nullptr);
     }
-    chooseStateDirectory(parser);
+    if (!chooseStore(parser))
+        return refuseBackend(nullptr);
     return runCommand(*command, operands);
 }
 

@@ -46,7 +46,8 @@ class NapictlTest(unittest.TestCase):
 
     def run_napictl(self, *arguments, state=None, stdin=None, maximum=None, **options):
         environment = {key: value for key, value in os.environ.items()
-                       if key not in ("KUB_STATE_DIR", "KUB_NAPI_MAX", "XDG_STATE_HOME")}
+                       if key not in ("KUB_STATE_DIR", "KUB_NAPI_BACKEND", "KUB_NAPI_MAX",
+                                      "XDG_STATE_HOME")}
         environment["HOME"] = self.directory
         environment["KUB_STATE_DIR"] = state or self.state
         if maximum:
@@ -585,7 +586,7 @@ class CommandLineTest(NapictlTest):
         self.assertEqual(re.findall(r"^  (\w+) ", overview, re.MULTILINE), self.COMMANDS)
         for command in self.COMMANDS:
             text = self.napictl(command, "--help")
-            self.assertTrue(text.startswith(f"Usage: napictl [--state DIR] {command}"), text)
+            self.assertTrue(text.startswith(f"Usage: napictl [--state DIR] [--backend NAME] {command}"), text)
         self.assertIn("csd2.lineType", self.napictl("set", "--help"))
         self.assertFalse(os.path.exists(self.state))
 
@@ -597,6 +598,12 @@ class CommandLineTest(NapictlTest):
         for directory in ("a", "b", "ü"):
             self.assertTrue(os.path.exists(os.path.join(self.directory, directory, "profiles.db")))
         self.assertFalse(os.path.exists(self.state))
+
+    def test_backend_option_chooses_the_store_before_or_behind_the_command(self):
+        self.napictl("--backend", "sqlite", "create", "x")
+        self.assertIn("x", self.napictl("list", "--backend=sqlite"))
+        for arguments in (["--backend", "paper", "list"], ["list", "--backend", ""]):
+            self.refused(USAGE, *arguments, says=["sqlite or networkmanager"])
 
     def test_unusable_stores_are_told_apart_from_failed_operations(self):
         os.makedirs(self.store)
@@ -667,7 +674,7 @@ class ManualTest(NapictlTest):
         for entry in self.entries("COMMANDS"):
             command = entry.split()[0]
             in_program = set(re.findall(r"^  (--[\w-]+)", self.helps[command], re.MULTILINE))
-            self.assertEqual(set(re.findall(r"--[\w-]+", entry)), in_program - {"--state", "--help"},
+            self.assertEqual(set(re.findall(r"--[\w-]+", entry)), in_program - {"--state", "--backend", "--help"},
                              command)
 
     def test_fields_are_the_same(self):
