@@ -1,8 +1,6 @@
 // A server adds profile nodes, interior nodes and leaves.
 #include "server_change_test.h"
 
-#include <optional>
-
 namespace {
 
 using namespace doubles;

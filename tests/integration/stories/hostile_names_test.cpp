@@ -117,8 +117,7 @@ TEST_F(HostileNames, EqualToTheIDKeyOfAnotherProfileStayApartFromIt)
     Unmount();
     Store("Other", {.gprsAddress = "other.apn"});
     Mount();
-    Lines entries;
-    // Every text that a mapping file could hold as a key for the first profiles.
+    // Texts that are, or look like, keys of the mapping file.
     for (const char *const name : {"1", "2", "1Ph1DC1", "Ph1DC1"}) {
         ASSERT_EQ(Rename(Conn, "Other", name), 0);
         EXPECT_EQ(Get(Conn, std::string(name) + "/Addr"), "\"other.apn\"");
