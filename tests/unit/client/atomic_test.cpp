@@ -291,6 +291,16 @@ TEST_F(AtomicTest, ItemsThatEndAlikeShareAStatus)
               line("a", "Replace", "215", "Home/Addr") + " <" + full("Office/Addr"));
 }
 
+TEST_F(AtomicTest, EachItemSaysWhetherItIsBackItself)
+{
+    const Command two = command(
+        CommandKind::Delete, {target(profileUri("Home")), target(profileUri("Office/Addr"))}, "a");
+    EXPECT_EQ(
+        atomic({two, failure()}),
+        (Lines{"Status g Atomic 507", line("a", "Delete", "516", "Home"),
+               line("a", "Delete", "216", "Office/Addr"), line("x", "Delete", "404", "Nobody")}));
+}
+
 // ---- What an Atomic cannot hold ------------------------------------------------------------------
 
 TEST_F(AtomicTest, AGetInItFailsIt)
