@@ -569,7 +569,12 @@ int DM_NAPI_PluginTree::DeleteProfileMap(const DMString &nodeName)
     LOG_TRACE("DeleteProfileMap: Group: %s <NodeName, ProfileID> = <%s, %s>\n",
               m_groupName.toUtf8().constData(), nodeName.text(), info->sProfileID.text());
     delete info;
-    m_ProfileMaps.remove(index);
+    const int freed = m_ProfileMaps.find(nodeName);
+    if (freed < 0) {
+        LOG_FAILURE("Leave: DeleteProfileMap! remove failed!\n");
+        return DMT_FAILED;
+    }
+    m_ProfileMaps.remove(freed);
     return DMT_OK;
 }
 

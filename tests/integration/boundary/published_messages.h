@@ -88,6 +88,7 @@ inline constexpr std::string_view PUBLISHED_MESSAGES[] = {
     "Leave: DeleteProfileInDB()! \n",
     "Leave: DeleteProfileMap fail! Can not lookup %s in m_ProfileMaps!\n",
     "Leave: DeleteProfileMap! flush  Failed\n",
+    "Leave: DeleteProfileMap! remove failed!\n",
     "Leave: GetBearFromNapCfg()!\n",
     "Leave: GetChildValuesMap! GetChildNodes failed!\n",
     "Leave: GetChildValuesMap! The node: %s is not exist!\n",
