@@ -126,7 +126,8 @@ TEST_F(Faults, DaemonThatDoesNotAnswerEndsAtTheLimitAndThenSooner)
 {
     constexpr std::chrono::milliseconds limit(NetworkManagerBus::kCallLimitMs);
     constexpr std::chrono::milliseconds impatientLimit(NetworkManagerBus::kImpatientLimitMs);
-    constexpr std::chrono::milliseconds tolerance(400);
+    constexpr std::chrono::milliseconds rounding(100);
+    constexpr std::chrono::milliseconds busyMachine(2000);
     expectList(m_all);
     m_fake->handle("GetSettings", noAnswer);
     NAP_PROFILE_S record;
@@ -134,13 +135,13 @@ TEST_F(Faults, DaemonThatDoesNotAnswerEndsAtTheLimitAndThenSooner)
     const auto first = timeOf([&] { result = m_store->read("Fake 1", record); });
     EXPECT_EQ(result.status, NAPI_ERROR_UNAVAILABLE);
     EXPECT_NE(result.message.find("has not answered"), std::string::npos) << result.message;
-    EXPECT_GE(first, limit - tolerance);
-    EXPECT_LE(first, limit + tolerance);
+    EXPECT_GE(first, limit - rounding);
+    EXPECT_LE(first, limit + busyMachine);
 
     const auto second = timeOf([&] { result = m_store->read("Fake 1", record); });
     EXPECT_EQ(result.status, NAPI_ERROR_UNAVAILABLE);
-    EXPECT_GE(second, impatientLimit - tolerance);
-    EXPECT_LE(second, impatientLimit + tolerance);
+    EXPECT_GE(second, impatientLimit - rounding);
+    EXPECT_LE(second, impatientLimit + busyMachine);
 
     // One answer, and the daemon has all its time again.
     m_fake->handle("GetSettings", [](const QDBusMessage &call) {

@@ -1,0 +1,113 @@
+"""napictl and dmclient on the connections of a private NetworkManager, with nmcli as the witness."""
+
+import os
+import subprocess
+import tempfile
+import unittest
+
+NAPICTL = os.environ["NAPICTL"]
+DMCLIENT = os.environ["DMCLIENT"]
+CONN = "./DevDetail/Ext/Conf/Conn/Profiles"
+
+OK, FAILED, USAGE, UNUSABLE = 0, 1, 2, 3
+
+
+class ProgramsTest(unittest.TestCase):
+    def setUp(self):
+        self.assertIn("PRIVATE_NETWORKMANAGER", os.environ)
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.state = os.path.join(directory.name, "state")
+        self.addCleanup(self.delete_connections)
+
+    def run_program(self, *arguments, expected=OK, **changes):
+        environment = {key: value for key, value in os.environ.items() if not key.startswith("KUB_")}
+        environment.update(HOME=self.state, KUB_STATE_DIR=self.state, **changes)
+        result = subprocess.run(arguments, env=environment, capture_output=True, encoding="utf-8",
+                                timeout=60, check=False)
+        self.assertEqual(result.returncode, expected, result.stdout + result.stderr)
+        return result
+
+    def nmcli(self, *arguments):
+        return self.run_program("nmcli", *arguments).stdout.rstrip("\n")
+
+    def delete_connections(self):
+        uuids = self.nmcli("-g", "uuid", "connection", "show").split()
+        if uuids:
+            self.nmcli("connection", "delete", *uuids)
+
+    def add_connection(self, *properties):
+        self.nmcli("connection", "add", "type", "gsm", "con-name", "Hand", "ifname", "*", *properties)
+
+    def shown(self, name, name_of_property):
+        return self.nmcli("-s", "-g", name_of_property, "connection", "show", "id", name)
+
+    def test_the_option_chooses_networkmanager(self):
+        self.add_connection("apn", "hand.apn")
+        self.assertIn("Hand", self.run_program(NAPICTL, "--backend", "networkmanager", "list").stdout)
+        self.assertNotIn("Hand", self.run_program(NAPICTL, "list").stdout)
+        get = ["get", CONN + "/Hand/Addr"]
+        self.assertEqual(self.run_program(DMCLIENT, "--backend", "networkmanager", *get).stdout,
+                         "hand.apn\n")
+        self.run_program(DMCLIENT, *get, expected=FAILED)
+
+    def test_the_option_goes_before_the_environment(self):
+        self.add_connection("apn", "hand.apn")
+        listed = self.run_program(NAPICTL, "--backend", "sqlite", "list",
+                                  KUB_NAPI_BACKEND="networkmanager").stdout
+        self.assertNotIn("Hand", listed)
+        listed = self.run_program(NAPICTL, "list", KUB_NAPI_BACKEND="networkmanager").stdout
+        self.assertIn("Hand", listed)
+
+    def test_a_server_changes_the_connection_of_a_person(self):
+        self.add_connection("apn", "hand.apn", "gsm.pin", "1234")
+        self.run_program(DMCLIENT, "--backend", "networkmanager", "replace", CONN + "/Hand",
+                         "Addr=new.apn", "DNS1=10.0.0.1")
+        self.assertEqual(self.shown("Hand", "gsm.apn"), "new.apn")
+        self.assertEqual(self.shown("Hand", "ipv4.dns"), "10.0.0.1")
+        self.assertEqual(self.shown("Hand", "gsm.pin"), "1234")
+
+    def test_a_refused_value_is_named(self):
+        self.add_connection("apn", "hand.apn")
+        result = self.run_program(NAPICTL, "--backend", "networkmanager", "set", "Hand",
+                                  "gprs.address=two words", expected=FAILED)
+        self.assertIn("gprs.address is refused: gsm.apn", result.stderr)
+        self.assertEqual(self.shown("Hand", "gsm.apn"), "hand.apn")
+
+    def test_profiles_can_be_carried_from_one_store_to_the_other(self):
+        self.run_program(NAPICTL, "create", "Office", "gprs.address=office.apn",
+                         "gprs.authPassword=secret", "csd.address=+4930", "csd.speed=9600",
+                         "proxy1.address=proxy.example", "proxy1.port=8080", "editable=false")
+        exported = self.run_program(NAPICTL, "export", "--show-secrets").stdout
+        file = os.path.join(self.state, "profiles.json")
+        with open(file, "w", encoding="utf-8") as output:
+            output.write(exported)
+        self.run_program(NAPICTL, "--backend", "networkmanager", "import", file)
+        self.assertEqual(self.shown("Office", "gsm.password"), "secret")
+        self.assertEqual(
+            self.run_program(NAPICTL, "--backend", "networkmanager", "export", "--show-secrets").stdout,
+            exported)
+        self.run_program(NAPICTL, "--backend", "networkmanager", "check")
+
+    def test_without_the_daemon_the_store_is_unusable(self):
+        subprocess.run([os.environ["PRIVATE_NETWORKMANAGER"], "stop"], check=True)
+        try:
+            result = self.run_program(NAPICTL, "--backend", "networkmanager", "list",
+                                      expected=UNUSABLE)
+            self.assertIn("NetworkManager is not running", result.stderr)
+            result = self.run_program(DMCLIENT, "--backend", "networkmanager", "tree",
+                                      expected=UNUSABLE)
+            self.assertIn("NetworkManager is not running", result.stderr)
+        finally:
+            subprocess.run([os.environ["PRIVATE_NETWORKMANAGER"], "start"], check=True)
+
+    def test_an_unknown_backend_is_wrong_usage(self):
+        for program in (NAPICTL, DMCLIENT):
+            result = self.run_program(program, "--backend", "paper", "list", expected=USAGE)
+            self.assertIn("sqlite or networkmanager", result.stderr)
+        result = self.run_program(NAPICTL, "list", expected=UNUSABLE, KUB_NAPI_BACKEND="paper")
+        self.assertIn("KUB_NAPI_BACKEND is 'paper', it can be sqlite or networkmanager", result.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
