@@ -247,6 +247,13 @@ const Command *findCommand(const Command &command, const QString &cmdId)
     return nullptr;
 }
 
+/// Statuses by which a server hears that it has to prove itself.
+bool isChallenge(int status)
+{
+    return status == static_cast<int>(DmStatus::InvalidCredentials) ||
+           status == static_cast<int>(DmStatus::MissingCredentials);
+}
+
 /// "Get"; an alert with its code.
 QString reportedName(const Command &command)
 {
@@ -274,6 +281,7 @@ QString CommandRunner::reasonFor(const QString &cmdId, const QString &uri, int s
 
 void CommandRunner::report(const Command &command, const Commands &answers)
 {
+    constexpr int firstError = 400;
     for (const Command &answer : answers) {
         if (answer.kind != CommandKind::Status)
             continue;
@@ -286,18 +294,12 @@ void CommandRunner::report(const Command &command, const Commands &answers)
         for (const QString &uri : refs.empty() ? std::vector<QString>(1) : refs) {
             report.uri = uri;
             report.reason = reasonFor(*answer.cmdRef, uri, report.status);
-            tell(report);
+            m_answered += !isChallenge(report.status);
+            m_refused += report.status >= firstError && !isChallenge(report.status);
+            for (SessionObserver *const observer : m_observers)
+                observer->commandAnswered(report);
         }
     }
-}
-
-void CommandRunner::tell(const AnsweredCommand &report)
-{
-    constexpr int firstError = 400;
-    ++m_answered;
-    m_refused += report.status >= firstError;
-    for (SessionObserver *const observer : m_observers)
-        observer->commandAnswered(report);
 }
 
 } // namespace client

@@ -30,10 +30,13 @@ public:
     /// Runs the commands of a message in their order, and appends what answers them: statuses,
     /// results, and an alert when a large object broke off.
     void run(const syncml::Message &message, Commands &answers);
-    /// Answers every command with a status, without running anything.
+    /// Answers every command with a status, without running anything. A server that has to prove
+    /// itself first will send them again, so they do not count then.
     void refuse(const syncml::Message &message, const Outcome &outcome, Commands &answers);
 
+    /// Commands that were answered, each item counted.
     int answeredCommands() const { return m_answered; }
+    /// Of these with 4xx or 5xx.
     int refusedCommands() const { return m_refused; }
 
 private:
@@ -53,7 +56,6 @@ private:
     void noteReason(const syncml::Command &command, const syncml::Item &item,
                     const Outcome &outcome);
     void report(const syncml::Command &command, const Commands &answers);
-    void tell(const AnsweredCommand &report);
     QString reasonFor(const QString &cmdId, const QString &uri, int status) const;
 
     CommandProcessor m_processor;

@@ -29,6 +29,7 @@ LARGEST_REQUEST = 16 * 1024 * 1024  # bytes
 class Handler(http.server.BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"
     server_version = "dmserver"
+    wbufsize = -1  # headers and body in one packet: the next one would wait for its receipt
 
     def do_POST(self):
         length = int(self.headers.get("Content-Length", 0))
@@ -59,6 +60,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
         self.end_headers()
         try:
             self.wfile.write(answer.body)
+            self.wfile.flush()
         except ConnectionError:
             pass  # the client has enough of it
 

@@ -28,8 +28,8 @@ SETTINGS = {
 
 COMMANDS = {"get", "add", "replace", "delete", "copy", "exec", "rename", "sequence", "atomic",
             "alert"}
-MEMBERS = {"data", "format", "type", "to", "name", "items", "expect", "results", "save", "repeat",
-           "correlator"}
+MEMBERS = {"data", "format", "type", "to", "name", "items", "expect", "results", "answer", "save",
+           "repeat", "correlator"}
 PACKAGE_MEMBERS = {"commands", "misbehave", "final", "note"}
 
 

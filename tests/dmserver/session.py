@@ -35,7 +35,8 @@ class Sent:
     name: str
     uris: list
     script: dict
-    statuses: list = field(default_factory=list)  # (code, targets)
+    statuses: list = field(default_factory=list)  # (code, targets, texts of the items)
+    results: dict = field(default_factory=dict)   # URI to bytes
 
 
 class Session:
@@ -59,7 +60,7 @@ class Session:
         self.package = -1            # index of the one that was sent last
         self.messages = []           # of the current package, still to be sent
         self.waiting = {}            # CmdID to Sent, of the last message
-        self.results = {}            # URI to bytes
+        self.results = {}            # URI to bytes, of all commands
         self.object = None           # URI and bytes of an object that comes in chunks
         self.largest_message = 0     # bytes, as the client announced
         self.is_over = False
@@ -144,8 +145,9 @@ class Session:
                                             200 if accepted else status, None, [], []))
         if not accepted:
             return self.reply(statuses, True, codec, misbehaviour)
-        if not is_final and not self.messages:
-            return self.reply(statuses + [self.alert("1222")], False, codec, misbehaviour)
+        asks_for_more = any(c.name == "Alert" and c.text("Data") == "1222" for c in commands)
+        if not is_final and not asks_for_more:
+            return self.reply(statuses + self.request_for_more(), False, codec, misbehaviour)
         return self.next_message(statuses, codec, misbehaviour)
 
     def next_message(self, statuses, codec, misbehaviour):
@@ -311,6 +313,8 @@ class Session:
                 continue
             self.object = None
             self.results[uri] = data
+            if sent is not None:
+                sent.results[uri] = data
             self.say(f"  {uri} = {self.shown(uri, data)}")
 
     @staticmethod
@@ -327,11 +331,11 @@ class Session:
                 continue
             self.check_statuses(sent)
             for uri, expected in sent.script.get("results", {}).items():
-                actual = self.results.get(uri, b"missing").decode("utf-8", "replace")
+                actual = sent.results.get(uri, b"missing").decode("utf-8", "replace")
                 if not re.fullmatch(expected, actual, re.DOTALL):
                     self.fault(f"{uri} is {actual!r} instead of {expected!r}")
             if "save" in sent.script:
-                found = self.results.get(sent.uris[0], b"")
+                found = sent.results.get(sent.uris[0], b"")
                 self.saved[sent.script["save"]] = found.decode("utf-8", "replace")
         self.waiting = {}
 
@@ -341,6 +345,9 @@ class Session:
         wanted = expected if isinstance(expected, list) else [expected] * len(codes)
         if codes != wanted:
             self.fault(f"{sent.name} {' '.join(sent.uris)}: {codes} instead of {wanted}")
+        items = [item for _, _, answered in sent.statuses for item in answered]
+        if items != sent.script.get("answer", []):
+            self.fault(f"{sent.name}: items {items} instead of {sent.script.get('answer', [])}")
         targets = [uri for _, refs, _ in sent.statuses for uri in refs]
         if sent.uris and targets and targets != sent.uris:
             self.fault(f"{sent.name}: TargetRef {targets} instead of {sent.uris}")
@@ -467,8 +474,8 @@ class Session:
         element = E("Alert", E("CmdID", self.new_cmd_id()), E("Data", script["alert"]), *items)
         return self.wait_for(element, [], script)
 
-    def alert(self, code):
-        return E("Alert", E("CmdID", self.new_cmd_id()), E("Data", code))
+    def request_for_more(self):
+        return self.wait_for(E("Alert", E("CmdID", self.new_cmd_id()), E("Data", "1222")), [], {})
 
     def status(self, cmd_ref, name, code, chal, targets, sources):
         return E("Status", E("CmdID", self.new_cmd_id()), E("MsgRef", self.client_msg_id),

@@ -1,0 +1,128 @@
+"""DM accounts: from the command line, as nodes, and under a server's hands."""
+
+import json
+import os
+import stat
+import unittest
+
+from sessions import REFUSED, SECRETS, SUCCESS, USAGE, DmServer, SessionTest, scenario
+
+
+class AccountTest(SessionTest):
+    def account(self, *words, status=SUCCESS, stdin=None):
+        result = self.handset.dmclient("account", *words, stdin=stdin)
+        self.assertEqual(result.returncode, status, result.stderr.decode())
+        return result.stdout.decode() if status == SUCCESS else result.stderr.decode()
+
+    def test_an_account_is_added_shown_changed_and_removed(self):
+        self.add_account("https://dm.example/", client_auth="md5", title="Operator")
+        self.assertEqual(self.account("list"), "Test  https://dm.example/\n")
+        shown = self.account("show", "Test")
+        self.assertIn("title=Operator\n", shown)
+        self.assertIn("client-secret=********\n", shown)
+        self.assertNotIn(SECRETS["client-secret"], shown)
+        self.assertIn(f"client-secret={SECRETS['client-secret']}\n",
+                      self.account("show", "Test", "--show-secrets"))
+        self.account("set", "Test", "title=Another", "client-auth=hmac")
+        self.assertIn("title=Another\n", self.account("show", "Test"))
+        self.account("remove", "Test")
+        self.assertEqual(self.account("list"), "")
+
+    def test_secrets_can_come_from_standard_input(self):
+        self.account("add", "Piped", "address=http://dm.example/", "server-id=dm.example",
+                     "client-auth=basic", "client-name=me", "client-secret=-",
+                     "server-auth=basic", "server-name=them", "server-secret=-",
+                     stdin="first secret\nsecond secret\n")
+        shown = self.account("show", "Piped", "--show-secrets")
+        self.assertIn("client-secret=first secret\n", shown)
+        self.assertIn("server-secret=second secret\n", shown)
+
+    def test_the_file_is_its_owners_only(self):
+        self.add_account("https://dm.example/", client_auth="md5")
+        mode = stat.S_IMODE(os.stat(self.handset.client_file("accounts.json")).st_mode)
+        self.assertEqual(mode, 0o600)
+
+    def test_wrong_usage_is_explained(self):
+        self.add_account("https://dm.example/")
+        fields = ("the fields are address, server-id, title, client-auth, client-name, "
+                  "client-secret, client-nonce, server-auth, server-name, server-secret, "
+                  "server-nonce")
+        for words, problem in (
+                (["add", "Test", "title=x"], "Test is there already"),
+                (["add", "Other", "title=x"], "the account has no address"),
+                (["add", "Other", "nonsense=x"], f'"nonsense=x" is no FIELD=VALUE; {fields}'),
+                (["add", "Other", "title"], f'"title" is no FIELD=VALUE; {fields}'),
+                (["add", "a/b", "address=http://x/", "server-id=x"],
+                 'an account cannot be called "a/b"'),
+                (["set", "Test", "address=x"], "address is no http or https URL"),
+                (["set", "Test", "client-secret=-"], "no value for client-secret"),
+                (["set", "Other", "title=x"], "no account Other"),
+                (["show", "Other"], "no account Other"),
+                (["remove", "Other"], "no account Other")):
+            with self.subTest(words=words):
+                self.assertEqual(self.account(*words, status=USAGE),
+                                 f"dmclient: account: {problem}\n")
+        for words in ([], ["frobnicate"], ["show"], ["list", "x"], ["add", "x"]):
+            with self.subTest(words=words):
+                self.assertIn("usage: account list", self.account(*words, status=USAGE))
+
+    def test_the_tree_shows_accounts_without_their_secrets(self):
+        self.add_account("https://dm.example/", client_auth="md5", server_auth="hmac")
+        tree = self.handset.dmclient("tree", "./DMAcc", "--show-secrets").stdout.decode()
+        self.assertIn("https://dm.example/", tree)
+        for secret in SECRETS.values():
+            self.assertNotIn(secret, tree)
+
+    def test_a_server_manages_its_own_account(self):
+        for encoding in ("xml", "wbxml"):
+            with self.subTest(encoding=encoding):
+                played = scenario("accounts", client_auth="md5", server_auth="md5")
+                status, lines, report = self.play(played, "--encoding", encoding,
+                                                  client_auth="md5", server_auth="md5")
+                self.assertEqual(report["faults"], [], "\n".join(lines))
+                self.assertEqual(status, REFUSED)
+                for secret in (*SECRETS.values(), "NewSecret"):
+                    self.assertNotIn(secret, json.dumps(report))
+                self.assertIn("client-secret=NewSecret\n",
+                              self.account("show", "Test", "--show-secrets"))
+
+    def test_the_new_secret_is_for_the_next_session(self):
+        packages = [{"commands": [{"replace": "./DMAcc/Test/AppAuth/1/AAuthSecret",
+                                   "data": "NewSecret"}]},
+                    {"commands": [{"get": "./DevInfo/Man"}]}]
+        played = scenario("accounts", client_auth="hmac", packages=packages)
+        status, _, report = self.play(played, client_auth="hmac")
+        self.assertEqual((status, report["faults"]), (SUCCESS, []))
+        with DmServer({**played, "client_secret": "NewSecret"}) as server:
+            self.handset.dmclient("account", "set", "Test", f"address={server.url}")
+            result = self.handset.dmclient("session", "Test")
+            self.assertEqual(result.returncode, SUCCESS, result.stdout.decode())
+            self.assertEqual(server.session.report()["faults"], [])
+
+    def test_another_server_sees_nothing_of_an_account(self):
+        self.handset.dmclient("account", "add", "Other", "address=http://other.example/",
+                              "server-id=other.example", "client-auth=basic", "client-name=me",
+                              "client-secret=hidden")
+        packages = [{"commands": [
+            {"get": "./DMAcc/Other/AppAddr/1/Addr", "expect": 425},
+            {"replace": "./DMAcc/Other/AppAddr/1/Addr", "data": "http://evil.example/",
+             "expect": 425},
+            {"get": "./DMAcc?list=StructData"}]}]
+        status, _, report = self.play(scenario("accounts", packages=packages))
+        self.assertEqual((status, report["faults"]), (REFUSED, []))
+        self.assertNotIn("other.example", json.dumps(report["results"]))
+
+    def test_a_removed_account_takes_its_servers_rights_along(self):
+        uri = "./DevDetail/Ext/Conf/Conn/Profiles/Office"
+        packages = [{"commands": [{"replace": uri + "?prop=ACL",
+                                   "data": "Get=*&Replace=dm.example+another"}]}]
+        self.play(scenario("accounts", packages=packages))
+        acl = self.handset.dmclient("get", uri, "--prop", "ACL").stdout.decode()
+        self.assertEqual(acl, "Get=*&Replace=dm.example+another\n")
+        self.account("remove", "Test")
+        acl = self.handset.dmclient("get", uri, "--prop", "ACL").stdout.decode()
+        self.assertEqual(acl, "Get=*&Replace=another\n")
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,203 @@
+"""Every scenario in both encodings, and with every kind of proof on both sides."""
+
+import itertools
+import json
+import os
+import stat
+import tempfile
+import unittest
+
+from sessions import (CERTIFICATE, KEY, REFUSED, SECRETS, SESSION_FAILED, SUCCESS, USAGE, DmServer,
+                      SessionTest, scenario, scenario_names)
+
+ENCODINGS = ("xml", "wbxml")
+KINDS = ("none", "basic", "md5", "hmac")
+# These need a terminal, or an account of a certain kind; they have tests of their own.
+ON_THEIR_OWN = {"questions", "accounts"}
+# Scenarios with commands that are refused.
+WITH_REFUSALS = {"commands", "alerts"}
+
+
+class ScenarioTest(SessionTest):
+    def check(self, name, encoding, client_auth, server_auth, *options, **changes):
+        played = scenario(name, client_auth=client_auth, server_auth=server_auth, **changes)
+        status, lines, report = self.play(played, "--encoding", encoding, *options,
+                                          client_auth=client_auth, server_auth=server_auth)
+        self.assertEqual(report["faults"], [], "\n".join(lines))
+        self.assertTrue(report["client_accepted"] and report["server_accepted"])
+        self.assertEqual(report["encodings"], [encoding])
+        self.assertEqual(status, REFUSED if name in WITH_REFUSALS else SUCCESS, lines[-1])
+        self.assertRegex(lines[-1], r"^Session completed \(\d+ messages?, ")
+        return lines, report
+
+    def test_every_scenario_in_both_encodings_and_all_kinds_of_proof(self):
+        names = [name for name in scenario_names() if name not in ON_THEIR_OWN]
+        self.assertGreaterEqual(len(names), 5)
+        for name, encoding, kind in itertools.product(names, ENCODINGS, KINDS):
+            with self.subTest(scenario=name, encoding=encoding, proof=kind):
+                self.handset.close()
+                self.setUp()
+                self.check(name, encoding, kind, kind)
+
+    def test_the_two_sides_may_prove_themselves_differently(self):
+        for client, server in itertools.permutations(KINDS, 2):
+            with self.subTest(client=client, server=server):
+                self.check("several_messages", "xml", client, server)
+
+    def test_proofs_in_every_message(self):
+        for encoding, kind in itertools.product(ENCODINGS, ("basic", "md5")):
+            with self.subTest(encoding=encoding, proof=kind):
+                self.check("several_messages", encoding, kind, "none", per_message=True)
+
+    def test_the_server_may_change_the_encoding(self):
+        played = scenario("several_messages", encoding="wbxml")
+        status, _, report = self.play(played, "--encoding", "xml")
+        self.assertEqual((status, report["faults"]), (SUCCESS, []))
+        self.assertEqual(report["encodings"], ["wbxml", "xml"])
+
+    def test_nonces_are_kept_for_the_next_session(self):
+        for kind in ("md5", "hmac"):
+            with self.subTest(proof=kind):
+                played = scenario("several_messages", client_auth=kind, server_auth=kind,
+                                  end="statuses")
+                _, _, first = self.play(played, client_auth=kind, server_auth=kind)
+                known = self.last_server_session
+                with DmServer(played) as server:
+                    server.session.client_nonce = known.client_nonce
+                    server.session.server_nonce = known.server_nonce
+                    self.handset.dmclient("account", "set", "Test", f"address={server.url}")
+                    result = self.handset.dmclient("session", "Test")
+                    second = server.session.report()
+                self.assertEqual((result.returncode, second["faults"]), (SUCCESS, []))
+                self.assertLess(second["requests"], first["requests"])
+                self.assertEqual(server.session.client_failures, 0)
+                self.assertEqual(server.session.server_challenges, 0)
+
+    def test_limits_of_the_client_make_the_server_send_chunks(self):
+        played = scenario("large_objects", chunk=0)
+        played["packages"] = played["packages"][:1]
+        status, lines, report = self.play(played, "--max-msg-size", "2010")
+        self.assertEqual((status, report["faults"]), (SUCCESS, []))
+        self.assertGreater(sum(": 213 " in line for line in lines), 1)
+
+    def test_an_object_that_is_too_large_is_refused(self):
+        played = scenario("large_objects")
+        played["packages"] = [{"commands": [
+            {"replace": "./DevDetail/Ext/Conf/Conn/Profiles/Office/Addr", "data": "short.example"}]}]
+        status, lines, _ = self.play(played, "--max-obj-size", "10")
+        self.assertEqual(status, REFUSED)
+        self.assertIn("Replace ./DevDetail/Ext/Conf/Conn/Profiles/Office/Addr: 413 Request Entity "
+                      "Too Large: an object of more than 10 bytes", lines)
+
+    def test_events_reach_the_server(self):
+        _, _, report = self.play(scenario("several_messages"), "--event", "org.example.up=now",
+                                 "--generic-alert", "Reversed-Domain-Name: org.example.down=1")
+        self.assertEqual(report["faults"], [])
+        self.assertIn("alert 1224", report["lines"])
+        self.assertIn("alert 1226", report["lines"])
+
+    # ---- What a person sees ----------------------------------------------------------------------
+
+    def test_each_command_is_a_line_with_its_reason(self):
+        _, lines, _ = self.play(scenario("commands"))
+        self.assertIn("Get ./DevInfo/DmV: 200 OK", lines)
+        self.assertIn("Replace ./DevInfo/Man: 405 Command Not Allowed: ./DevInfo/Man is read-only",
+                      lines)
+        self.assertIn("Atomic: 507 Atomic Failed: one of its commands failed", lines)
+
+    def test_a_denial_names_the_rule(self):
+        uri = "./DevDetail/Ext/Conf/Conn/Profiles/Office"
+        played = scenario("commands", packages=[{"commands": [
+            {"replace": uri + "?prop=ACL", "data": "Get=*&Replace=somebody.else"},
+            {"replace": uri + "/Addr", "data": "x", "expect": 425}]}])
+        status, lines, report = self.play(played)
+        self.assertEqual((status, report["faults"]), (REFUSED, []))
+        self.assertRegex(lines[1], rf"^Replace {uri}/Addr: 425 Permission Denied: .*Replace.*"
+                                   r"somebody\.else")
+
+    def test_json_has_an_object_a_line(self):
+        _, lines, _ = self.play(scenario("commands"), "--json")
+        objects = [json.loads(line) for line in lines]
+        self.assertEqual(objects[0], {"command": "Get", "uri": "./DevInfo/DmV", "status": 200,
+                                      "meaning": "OK", "reason": ""})
+        self.assertEqual(objects[-1]["session"], "completed")
+        refused = [entry for entry in objects[:-1] if entry["status"] >= 400]
+        self.assertEqual(objects[-1]["refused"], len(refused))
+        self.assertEqual(objects[-1]["commands"], len(objects) - 1)
+
+    def test_the_trace_is_private_and_has_no_secret(self):
+        for encoding, kind in itertools.product(ENCODINGS, KINDS[1:]):
+            with self.subTest(encoding=encoding, proof=kind):
+                trace = os.path.join(self.handset.home, "trace")
+                uri = "./DevDetail/Ext/Conf/Conn/Profiles/Office/Auth/PAP/AuthPw"
+                packages = [{"commands": [
+                    {"replace": uri, "data": "Pass-of-Profile"},
+                    {"get": uri},
+                    {"get": "./DevDetail?list=StructData"},
+                    {"get": "./DevDetail?list=TNDS"}]}]
+                self.check("profiles", encoding, kind, kind, "--trace", trace, packages=packages)
+                self.assertEqual(stat.S_IMODE(os.stat(trace).st_mode), 0o600)
+                with open(trace, encoding="utf-8") as file:
+                    text = file.read()
+                for secret in (*SECRETS.values(), "Pass-of-Profile", "QnJ1Y2UyOk9oQmVoYXZl"):
+                    self.assertNotIn(secret, text)
+                self.assertIn("<Data>********</Data>", text)
+                self.assertIn("<!-- OK -->", text)
+
+    # ---- Whom to talk to -------------------------------------------------------------------------
+
+    def test_a_url_without_an_account_is_enough(self):
+        status, _, report = self.play(scenario("profiles"), account=False)
+        self.assertEqual((status, report["faults"]), (SUCCESS, []))
+
+    def test_the_url_of_an_account_is_that_account(self):
+        played = scenario("several_messages", client_auth="md5")
+        with DmServer(played) as server:
+            self.add_account(server.url, client_auth="md5")
+            result = self.handset.dmclient("session", server.url)
+            self.assertEqual(result.returncode, SUCCESS, result.stdout.decode())
+            self.assertEqual(server.session.report()["faults"], [])
+
+    def test_wrong_usage_is_explained(self):
+        for words, problem in (
+                (["nobody"], '"nobody" is no account and is no http or https URL'),
+                (["http://127.0.0.1/", "--encoding", "json"],
+                 '--encoding is xml or wbxml instead of "json"'),
+                (["http://127.0.0.1/", "--timeout", "0"],
+                 '--timeout wants a positive number instead of "0"'),
+                (["http://127.0.0.1/", "--event", "x"],
+                 '--event wants TYPE=TEXT instead of "x"'),
+                (["http://127.0.0.1/", "--ca", "/nowhere"],
+                 "cannot read /nowhere: No such file or directory"),
+                (["http://127.0.0.1/", "--trace", "/nowhere/x"],
+                 "cannot write /nowhere/x: No such file or directory")):
+            with self.subTest(words=words):
+                result = self.handset.dmclient("session", *words)
+                self.assertEqual(result.returncode, USAGE)
+                self.assertEqual(result.stderr.decode(), f"dmclient: session: {problem}\n")
+
+    # ---- HTTPS -----------------------------------------------------------------------------------
+
+    def test_https_with_an_authority(self):
+        with tempfile.NamedTemporaryFile() as pem:
+            for part in (CERTIFICATE, KEY):
+                with open(part, "rb") as file:
+                    pem.write(file.read())
+            pem.flush()
+            status, _, report = self.play(scenario("profiles"), "--ca", CERTIFICATE,
+                                          certificate=pem.name)
+            self.assertEqual((status, report["faults"]), (SUCCESS, []))
+
+            status, lines, report = self.play(scenario("profiles"), certificate=pem.name)
+            self.assertEqual(status, SESSION_FAILED)
+            self.assertIn("self-signed", lines[-1])
+            self.assertEqual(report["requests"], 0)
+
+            elsewhere = scenario("profiles", misbehave=["respuri_elsewhere"])
+            status, lines, _ = self.play(elsewhere, "--ca", CERTIFICATE, certificate=pem.name)
+            self.assertEqual(status, SESSION_FAILED)
+            self.assertIn("which gives up TLS", lines[-1])
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,68 @@
+"""A handset and a scripted server, for tests of whole sessions."""
+
+import glob
+import os
+import subprocess
+import sys
+import unittest
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+SERVER_FOLDER = os.path.join(HERE, "..", "..", "dmserver")
+sys.path[:0] = [os.path.join(HERE, "..", "dmclient"), SERVER_FOLDER]
+
+import scenario as scenarios
+from dmserver import DmServer
+from handset import DMCLIENT, PLUGIN, Handset
+
+SUCCESS, REFUSED, USAGE, UNUSABLE, SESSION_FAILED = 0, 1, 2, 3, 4
+SECRETS = {"client-secret": "OhBehave", "server-secret": "ServerSecret"}
+CERTIFICATE = os.path.join(HERE, "..", "..", "unit", "session", "localhost.pem")
+KEY = os.path.join(HERE, "..", "..", "unit", "session", "localhost.key")
+
+
+def scenario(name, **changes):
+    file = os.path.join(SERVER_FOLDER, "scenarios", name + ".json")
+    return scenarios.check({**scenarios.load(file), **changes})
+
+
+def scenario_names():
+    files = glob.glob(os.path.join(SERVER_FOLDER, "scenarios", "*.json"))
+    return sorted(os.path.basename(file)[:-len(".json")] for file in files)
+
+
+class SessionTest(unittest.TestCase):
+    def setUp(self):
+        self.handset = Handset()
+        self.addCleanup(self.handset.close)
+
+    def add_account(self, url, client_auth="none", server_auth="none", **fields):
+        """The account Test, complete for these kinds of proof."""
+        fields = {"address": url, "server-id": "dm.example", "client-auth": client_auth,
+                  "client-name": "Bruce2", "server-auth": server_auth,
+                  "server-name": "dm.example", **SECRETS, **fields}
+        words = [f"{name}={value}" for name, value in fields.items()]
+        result = self.handset.dmclient("account", "add", "Test", *words)
+        self.assertEqual(result.returncode, SUCCESS, result.stderr.decode())
+
+    def start(self, *words, **streams):
+        """A dmclient that runs on while the test does other things."""
+        process = subprocess.Popen([DMCLIENT, "--plugin", PLUGIN, *words],
+                                   env=self.handset.environment(), **streams)
+        self.addCleanup(process.kill)
+        return process
+
+    def play(self, played, *options, account=True, before=None, certificate=None, **kinds):
+        """One session. Returns exit status, printed lines and the server's report."""
+        with DmServer(played, certificate=certificate) as server:
+            if before:
+                before(server)
+            target = server.url
+            if account:
+                self.handset.dmclient("account", "remove", "Test")
+                self.add_account(server.url, **kinds)
+                target = "Test"
+            result = self.handset.dmclient("session", target, *options)
+            report = server.session.report()
+        self.last_server_session = server.session
+        self.stderr = result.stderr.decode()
+        return result.returncode, result.stdout.decode().splitlines(), report

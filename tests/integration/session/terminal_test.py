@@ -1,0 +1,149 @@
+"""The user at a terminal, asked by a server."""
+
+import os
+import pty
+import re
+import select
+import unittest
+
+from sessions import REFUSED, SESSION_FAILED, SUCCESS, DmServer, SessionTest, scenario
+
+LIMIT = 60  # seconds for one answer of the program
+
+
+class Terminal:
+    """dmclient on a terminal of its own."""
+
+    def __init__(self, test, *words):
+        self.master, slave = pty.openpty()
+        self.process = test.start(*words, stdin=slave, stdout=slave, stderr=slave)
+        os.close(slave)
+        test.addCleanup(os.close, self.master)
+        self.screen = ""
+
+    def wait_for(self, text):
+        """Reads until the text has come; what stood before it is dropped."""
+        while text not in self.screen:
+            if not self.read():
+                raise AssertionError(f"no {text!r} in {self.screen!r}")
+        before, self.screen = self.screen.split(text, 1)
+        return before
+
+    def read(self):
+        ready, _, _ = select.select([self.master], [], [], LIMIT)
+        try:
+            data = os.read(self.master, 4096) if ready else b""
+        except OSError:  # the program has closed the terminal
+            data = b""
+        self.screen += data.decode("utf-8", "replace")
+        return bool(data)
+
+    def answer(self, prompt, text):
+        before = self.wait_for(prompt)
+        os.write(self.master, text.encode())
+        return before
+
+    def end(self):
+        while self.read():
+            pass
+        return self.process.wait(LIMIT), self.screen
+
+
+class TerminalTest(SessionTest):
+    def ask(self, *alerts, **changes):
+        server = DmServer(scenario("questions", packages=[{"commands": list(alerts)}], **changes))
+        server.__enter__()
+        self.addCleanup(server.__exit__)
+        return Terminal(self, "session", server.url), server.session
+
+    def test_all_questions_of_a_session(self):
+        with DmServer(scenario("questions")) as server:
+            terminal = Terminal(self, "session", server.url)
+            shown = terminal.answer("yes or no: ", "no\n")
+            self.assertIn("[server] Settings are\r\n[server] being updated\\xc2\\x9b31m\r\n", shown)
+            self.assertIn("[server] Delete everything?", shown)
+            terminal.answer("your answer [Anna]: ", "\n")
+            terminal.answer("your answer: ", "4711\n")
+            after_pin = terminal.answer("number: ", "2\n")
+            self.assertNotIn("4711", after_pin)
+            self.assertIn("[server] 1) red\r\n[server] 2) blue\r\n", after_pin)
+            terminal.answer("numbers: ", "1, 3\n")
+            terminal.answer("yes or no: ", "\x04")
+            status, screen = terminal.end()
+            report = server.session.report()
+        self.assertEqual(report["faults"], [])
+        self.assertEqual(status, SUCCESS, screen)
+        self.assertIn("Session completed", screen)
+        office = "./DevDetail/Ext/Conf/Conn/Profiles/Office/Addr"
+        self.assertEqual(self.handset.dmclient("get", office).returncode, SUCCESS)
+
+    def test_answers_that_do_not_fit_are_asked_for_again(self):
+        for options, wrong, problem, right in (
+                ("IT=N", "12a", "Digits only, please.", "12"),
+                ("IT=D", "1.1.2026", "A date of eight digits, please: DDMMYYYY.", "01012026"),
+                ("IT=T", "12:00", "A time of six digits, please: hhmmss.", "120000"),
+                ("IT=P", "home", "A telephone number, please.", "+49171*1#"),
+                ("IT=I", "::1", "An address of four numbers, please: 192.0.2.1.", "10.0.0.1"),
+                ("MAXLEN=3", "four", "At most 3 characters, please.", "ußä")):
+            with self.subTest(options=options):
+                terminal, session = self.ask(
+                    {"alert": 1102, "items": [options, "?"], "answer": [right]})
+                terminal.answer("your answer: ", wrong + "\n")
+                terminal.wait_for(problem)
+                terminal.answer("your answer: ", right + "\n")
+                self.assertEqual(terminal.end()[0], SUCCESS)
+                self.assertEqual(session.report()["faults"], [])
+
+    def test_choices_are_numbers_of_the_list(self):
+        terminal, session = self.ask(
+            {"alert": 1103, "items": ["DR=1", "?", "red", "blue"], "answer": ["1"]},
+            {"alert": 1104, "items": ["", "?", "red", "blue"]})
+        terminal.answer("number [1]: ", "3\n")
+        terminal.wait_for("Numbers from 1 to 2, please.")
+        terminal.answer("number [1]: ", "1 2\n")
+        terminal.wait_for("One number, please.")
+        terminal.answer("number [1]: ", "\n")
+        terminal.answer("numbers: ", "\n")
+        self.assertEqual(terminal.end()[0], SUCCESS)
+        self.assertEqual(session.report()["faults"], [])
+
+    def test_yes_is_yes_in_several_words(self):
+        for word in ("y", "YES", "1"):
+            terminal, session = self.ask({"alert": 1101, "items": ["", "?"]})
+            terminal.answer("yes or no: ", "perhaps\n")
+            terminal.wait_for("Please type yes or no; Ctrl-D cancels.")
+            terminal.answer("yes or no: ", word + "\n")
+            self.assertEqual(terminal.end()[0], SUCCESS)
+            self.assertEqual(session.report()["faults"], [])
+
+    def test_no_answer_in_time(self):
+        terminal, session = self.ask({"alert": 1101, "items": ["MAXDT=1", "?"], "expect": 408})
+        terminal.wait_for("yes or no: ")
+        self.assertEqual(terminal.end()[0], REFUSED)
+        self.assertEqual(session.report()["faults"], [])
+
+    def test_interrupting_a_question_aborts_the_session(self):
+        terminal, session = self.ask({"alert": 1101, "items": ["", "?"]})
+        terminal.answer("yes or no: ", "\x03")
+        # The terminal belongs to no session of its own here, so the signal is sent by hand.
+        terminal.process.send_signal(2)
+        status, screen = terminal.end()
+        self.assertEqual(status, SESSION_FAILED, screen)
+        self.assertEqual(session.lines[-1], "the client aborts the session")
+
+    def test_colour_is_for_terminals(self):
+        self.handset.environment_changes = {"TERM": "xterm"}
+        terminal, _ = self.ask({"delete": "./DevInfo", "expect": 405})
+        _, screen = terminal.end()
+        self.assertTrue(re.search(r"\x1b\[31mDelete ./DevInfo: 405 .*\x1b\[0m", screen), screen)
+
+    def test_json_asks_nobody(self):
+        with DmServer(scenario("alerts")) as server:
+            terminal = Terminal(self, "session", server.url, "--json")
+            status, _ = terminal.end()
+            self.assertEqual(status, REFUSED)
+            self.assertEqual(server.session.report()["faults"], [])
+
+
+if __name__ == "__main__":
+    unittest.main()
