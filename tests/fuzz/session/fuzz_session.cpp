@@ -1,0 +1,205 @@
+// Any bytes as what a DM server says in the course of a whole session.
+//
+// The first byte says how the session begins, the rest are the server's messages one after another,
+// separated by a line of two percent signs.
+
+#include "memory_tree.h"
+#include "session/session.h"
+#include "session/trace.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+using namespace client;
+
+namespace {
+
+constexpr char separator[] = "\n%%\n";
+
+void require(bool condition, const char *what)
+{
+    if (condition)
+        return;
+    std::fprintf(stderr, "%s\n", what);
+    std::abort();
+}
+
+// ---- How the session begins ----------------------------------------------------------------------
+
+enum Beginning : unsigned {
+    BeginsInWbxml = 1,
+    HasUser = 2,
+    ClientProves = 4,
+    ServerProves = 8,
+    ByHmac = 16, ///< instead of MD5
+    ByBasic = 32,
+    KnowsNonces = 64,
+    HasSmallLimits = 128,
+};
+
+AuthType authType(unsigned beginning)
+{
+    return beginning & ByHmac    ? AuthType::Hmac
+           : beginning & ByBasic ? AuthType::Basic
+                                 : AuthType::Md5;
+}
+
+Account makeAccount(unsigned beginning)
+{
+    Account account;
+    account.address = QUrl(QStringLiteral("https://dm.example/"));
+    account.serverId = "dm.example";
+    const auto nonce = beginning & KnowsNonces ? std::optional<QByteArray>("Nonce") : std::nullopt;
+    if (beginning & ClientProves)
+        account.toServer = {authType(beginning), {"Bruce2", "OhBehave"}, nonce};
+    if (beginning & ServerProves)
+        account.toClient = {authType(beginning), {"dm.example", "ServerSecret"}, nonce};
+    return account;
+}
+
+SessionOptions makeOptions(unsigned beginning)
+{
+    SessionOptions options;
+    options.encoding = beginning & BeginsInWbxml ? syncml::Encoding::Wbxml : syncml::Encoding::Xml;
+    options.sessionId = QStringLiteral("1");
+    options.maxMessages = 40;
+    if (beginning & HasSmallLimits)
+        options.maxObjectBytes = 100;
+    return options;
+}
+
+// ---- The two ends --------------------------------------------------------------------------------
+
+/// Says what the input holds, and looks at what the client says.
+class FuzzedServer final : public Transport {
+public:
+    explicit FuzzedServer(const QByteArray &input) : m_input(input) {}
+
+    TransportResult exchange(const TransportRequest &request) override
+    {
+        require(request.url.scheme() == u"https", "the client has given up TLS");
+        const syncml::DecodeResult decoded = syncml::decode(request.body);
+        const auto *const message = std::get_if<syncml::Message>(&decoded);
+        require(message, "the client has sent what cannot be read");
+        require(!message->commands.empty(), "the client has sent a message without a command");
+        require(m_limit == 0 || request.body.size() <= m_limit,
+                "the client has sent more than the server takes");
+        ++messages;
+
+        TransportResponse response;
+        response.body = next();
+        response.url = request.url;
+        if (m_hasHmac)
+            response.hmac = "username=\"dm.example\", mac=" +
+                            hmacProof({"dm.example", "ServerSecret"}, "Nonce", response.body);
+        noteLimit(response.body);
+        return response;
+    }
+
+    void proveByHmac() { m_hasHmac = true; }
+
+    int messages = 0;
+
+private:
+    QByteArray next()
+    {
+        const qsizetype end = m_input.indexOf(separator);
+        const QByteArray message = m_input.left(end);
+        m_input = end < 0 ? QByteArray() : m_input.mid(end + 4);
+        return message;
+    }
+
+    void noteLimit(const QByteArray &body)
+    {
+        const syncml::DecodeResult decoded = syncml::decode(body);
+        const auto *const message = std::get_if<syncml::Message>(&decoded);
+        if (!message || !message->header.meta || !message->header.meta->maxMsgSize)
+            return;
+        const qlonglong limit = message->header.meta->maxMsgSize->toLongLong();
+        if (limit > 0)
+            m_limit = limit;
+    }
+
+    QByteArray m_input;
+    qlonglong m_limit = 0; ///< bytes; 0 as long as the server did not say
+    bool m_hasHmac = false;
+};
+
+/// A user who answers everything.
+class WillingUser final : public UserInteraction {
+public:
+    Response show(const QString &, const InteractionOptions &) override { return Response::Given; }
+    Response confirm(const QString &text, const InteractionOptions &) override
+    {
+        return text.size() % 2 ? Response::Refused : Response::Given;
+    }
+    Response ask(const QString &text, const InteractionOptions &options, QString &typed) override
+    {
+        typed = text + options.defaultResponse;
+        return Response::Given;
+    }
+    Response choose(const QString &, const std::vector<QString> &choices, Choice,
+                    const InteractionOptions &, std::vector<int> &chosen) override
+    {
+        chosen = {1, static_cast<int>(choices.size())};
+        return Response::Given;
+    }
+};
+
+/// Makes a trace of everything, and drops it.
+class TraceReader final : public SessionObserver {
+public:
+    void messageReceived(const TransportResponse &, const syncml::DecodeResult *decoded) override
+    {
+        if (decoded)
+            if (const auto *const message = std::get_if<syncml::Message>(decoded))
+                readableMessage(*message, {});
+    }
+};
+
+bool isChange(const std::string &call)
+{
+    return !call.starts_with("get ") && !call.starts_with("read ");
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    if (size == 0)
+        return 0;
+    const unsigned beginning = data[0];
+    const QByteArray input(reinterpret_cast<const char *>(data + 1),
+                           static_cast<qsizetype>(size - 1));
+
+    const JemSmartPtr<MemoryTree> memory = MemoryTree::create();
+    memory->addInterior("A");
+    memory->addLeaf("A/Text", DmtData("a text of some length"));
+    memory->addLeaf("A/Number", DmtData(7));
+    memory->addLeaf("A/AuthPw", DmtData("secret"));
+    ManagementTree tree(describeHost("urn:test:1"));
+    QString error;
+    tree.mount(NodeUri({"M"}), memory,
+               *AccessControlList::parse("Add=*&Delete=*&Get=*&Replace=*", error));
+    memory->calls.clear();
+
+    FuzzedServer server(input);
+    if ((beginning & ServerProves) && (beginning & ByHmac))
+        server.proveByHmac();
+    WillingUser user;
+    TraceReader trace;
+    const Account account = makeAccount(beginning);
+    const SessionOptions options = makeOptions(beginning);
+    Session session(account, tree, server, beginning & HasUser ? &user : nullptr, {&trace},
+                    options);
+    const SessionEnd end = session.run();
+
+    require(server.messages <= options.maxMessages + 1, "the session had no end");
+    require(end.kind == SessionEnd::Kind::Completed || !end.reason.isEmpty(),
+            "the session failed without a reason");
+    if ((beginning & ServerProves) && !(beginning & KnowsNonces) && !(beginning & ByBasic))
+        require(std::none_of(memory->calls.begin(), memory->calls.end(), isChange),
+                "a server that cannot have proved itself has changed something");
+    return 0;
+}
