@@ -48,6 +48,8 @@ public:
         : m_message(message), m_encoding(encoding), m_limit(limit)
     {
         m_message.commands.clear();
+        if (!isLimited())
+            return;
         m_probe.commands = {smallestCommand()};
         m_probeSize = encodedSize(m_probe, m_encoding);
         Message empty = m_message;
@@ -57,9 +59,11 @@ public:
         m_usedBytes = m_headerBytes;
     }
 
-    /// Bytes that a command takes in the message.
+    /// Bytes that a command takes in the message; 0 where they do not matter.
     qsizetype cost(Command command)
     {
+        if (!isLimited())
+            return 0;
         // A code page of WBXML may have to be switched back in front of the next command.
         constexpr qsizetype pageSwitch = 2;
         command.cmdId = longestId;
@@ -79,7 +83,7 @@ public:
     /// header like this one's in front of it.
     bool wouldFitIntoNextMessage(qsizetype bytes) const
     {
-        return !isLimited() || m_headerBytes + m_firstBytes + bytes <= m_limit;
+        return m_headerBytes + m_firstBytes + bytes <= m_limit;
     }
 
     void add(Command command, qsizetype bytes)
