@@ -115,7 +115,6 @@ NetworkManagerBus::~NetworkManagerBus()
 void NetworkManagerBus::disconnect()
 {
     m_daemon.clear();
-    m_lastDaemon.clear(); // another bus gives the same names to others
     if (m_connection.has_value()) {
         m_connection.reset();
         QDBusConnection::disconnectFromBus(m_connectionName);
@@ -145,11 +144,7 @@ StoreResult NetworkManagerBus::connect()
         return {NAPI_ERROR_UNAVAILABLE,
                 "NetworkManager is not running: " + answer.errorMessage().toStdString()};
     }
-    const QString daemon = answer.arguments().value(0).toString();
-    if (daemon != m_lastDaemon)
-        ++m_daemonGeneration;
-    m_daemon = daemon;
-    m_lastDaemon = daemon;
+    m_daemon = answer.arguments().value(0).toString();
     return {};
 }
 
@@ -169,12 +164,10 @@ QDBusMessage NetworkManagerBus::message(const QString &path, const QString &inte
 /// Works out what an answer means, and what it says about the daemon.
 BusReply NetworkManagerBus::judge(const QDBusMessage &message, const QString &method)
 {
-    if (isAnswerMissing(message)) {
+    if (isAnswerMissing(message))
         m_unansweredMethod = method;
-        m_daemon.clear(); // it may be another one next time
-    } else if (method == m_unansweredMethod) {
+    else if (method == m_unansweredMethod)
         m_unansweredMethod.clear();
-    }
     if (message.type() == QDBusMessage::ReplyMessage) {
         if (isExpected(message, method))
             return {message, Cause::None, {}};

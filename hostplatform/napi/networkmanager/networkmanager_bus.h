@@ -51,9 +51,6 @@ public:
     /// @return NAPI_ERROR_UNAVAILABLE when there is no bus or no NetworkManager on it.
     StoreResult connect();
 
-    /// @return a number that changes whenever connect finds another daemon than before.
-    unsigned int daemonGeneration() const { return m_daemonGeneration; }
-
     BusReply callSettings(const QString &method, const QVariantList &arguments = {});
     BusReply callConnection(const QString &path, const QString &method,
                             const QVariantList &arguments = {});
@@ -73,8 +70,6 @@ private:
 
     QString m_connectionName;
     std::optional<QDBusConnection> m_connection;
-    QString m_daemon;     ///< unique name, empty for none
-    QString m_lastDaemon; ///< the one before that was looked for again
-    unsigned int m_daemonGeneration = 0;
+    QString m_daemon;           ///< unique name, empty for none
     QString m_unansweredMethod; ///< empty when the last call of each method was answered
 };

@@ -68,7 +68,6 @@ StoreResult NetworkManagerProfileStore::refresh()
     if (result.failed())
         return result;
     m_entries = std::move(entries);
-    m_daemonGeneration = m_bus.daemonGeneration();
     m_isFresh = true;
     return {};
 }
@@ -137,9 +136,13 @@ BusReply NetworkManagerProfileStore::runOnEntry(const Entry &entry, const Operat
     if (reply.result.failed())
         return reply;
     const ConnectionSettings settings = settingsIn(reply);
-    // Another ID is another name, which may by now be that of another connection.
-    if (!isGsm(settings) ||
-        connectionProperty(settings, QStringLiteral("id")) != entry.connectionId)
+    // After a restart of the daemon a path can lead to another connection, and another ID is another
+    // name, which may by now be that of another connection.
+    const bool isSame =
+        isGsm(settings) &&
+        connectionProperty(settings, QStringLiteral("uuid")) == entry.uuid &&
+        connectionProperty(settings, QStringLiteral("id")) == entry.connectionId;
+    if (!isSame)
         return {{}, Cause::NoObject, {NAPI_ERROR_BUSY, "NetworkManager: a connection changes"}};
     return operation(entry, settings);
 }
@@ -153,8 +156,7 @@ StoreResult NetworkManagerProfileStore::runOnConnection(const Matches &matches,
         StoreResult result = m_bus.connect();
         if (result.failed())
             return result;
-        const bool isOld = !m_isFresh || m_daemonGeneration != m_bus.daemonGeneration();
-        const Entry *entry = isOld ? nullptr : findEntry(matches);
+        const Entry *entry = m_isFresh ? findEntry(matches) : nullptr;
         if (entry == nullptr) {
             result = refresh();
             entry = findEntry(matches);

@@ -68,5 +68,4 @@ private:
     std::unique_ptr<ProfileNumbers> m_numbers;
     std::vector<Entry> m_entries; ///< in the order of the numbers
     bool m_isFresh = false;
-    unsigned int m_daemonGeneration = 0; ///< of the daemon that the entries are from
 };

@@ -17,7 +17,8 @@ constexpr std::int64_t kSchemaVersion = 1;
 
 constexpr const char *kCreateSchema =
     "CREATE TABLE profile_number("
-    "  number INTEGER PRIMARY KEY AUTOINCREMENT," // never gives a number a second time
+    "  number INTEGER PRIMARY KEY AUTOINCREMENT," // never a second time, also not that of a deleted
+                                                  // row
     "  uuid TEXT NOT NULL UNIQUE"
     ") STRICT;"
     "PRAGMA application_id = 0x4B55424D;"
@@ -61,8 +62,7 @@ StoreResult ProfileNumbers::createFile()
 
 StoreResult ProfileNumbers::openDatabase()
 {
-    if (sqlite3_open_v2(m_path.c_str(), &m_database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_EXRESCODE,
-                        nullptr) != SQLITE_OK)
+    if (sqlite3_open_v2(m_path.c_str(), &m_database, SQLITE_OPEN_READWRITE, nullptr) != SQLITE_OK)
         return failure();
     sqlite3_busy_timeout(m_database, kBusyTimeoutMs);
     // A damaged or planted file must not get further than an error.

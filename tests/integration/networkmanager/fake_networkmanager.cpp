@@ -12,10 +12,12 @@
 #include <QFile>
 #include <QThread>
 #include <QTimer>
+#include <QUuid>
 #include <gtest/gtest.h>
 
 namespace {
 
+const QString kServiceName = QStringLiteral("org.freedesktop.NetworkManager");
 const QString kSettingsPath = QStringLiteral("/org/freedesktop/NetworkManager/Settings");
 
 const QTemporaryDir &busDirectory()
@@ -163,13 +165,12 @@ public:
     }
     void run() override
     {
-        const QString name = u"fake"_qs;
         {
             Service object(m_connections);
             QDBusConnection connection = QDBusConnection::connectToBus(PrivateBus::address(), name);
             EXPECT_TRUE(connection.registerVirtualObject(u"/org/freedesktop/NetworkManager"_qs,
                                                          &object, QDBusConnection::SubPath));
-            EXPECT_TRUE(connection.registerService(u"org.freedesktop.NetworkManager"_qs));
+            EXPECT_TRUE(connection.registerService(kServiceName));
             service = &object;
             m_isReady.release();
             exec();
@@ -178,6 +179,7 @@ public:
     }
 
     Service *service = nullptr;
+    const QString name = QUuid::createUuid().toString(); ///< of its connection to the bus
 
 private:
     int m_connections;
@@ -204,6 +206,11 @@ ConnectionSettings FakeNetworkManager::connectionSettings(int index)
               {u"uuid"_qs, u"%1-0000-4000-8000-000000000000"_qs.arg(index, 8, 10, QChar(u'0'))},
               {u"type"_qs, u"gsm"_qs}}},
             {u"gsm"_qs, {{u"apn"_qs, u"fake.apn"_qs}}}};
+}
+
+void FakeNetworkManager::giveUpName()
+{
+    EXPECT_TRUE(QDBusConnection(m_thread->name).unregisterService(kServiceName));
 }
 
 void FakeNetworkManager::handle(const std::string &method, Handler handler)

@@ -51,6 +51,8 @@ public:
     /// What GetSettings answers by itself.
     static ConnectionSettings connectionSettings(int index);
 
+    /// Leaves the name of NetworkManager to another one, and stays on the bus. For handlers.
+    void giveUpName();
     /// Answers the calls of a method in another way than by itself.
     void handle(const std::string &method, Handler handler);
     /// Keeps the calls of a method unanswered until no more arrive, and then answers them all.

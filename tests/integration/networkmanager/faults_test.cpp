@@ -148,9 +148,13 @@ TEST_F(Faults, DaemonThatDoesNotAnswerEndsAtTheLimitAndThenSooner)
         const int index = call.path().section(u'/', -1).toInt();
         return call.createReply(QVariant::fromValue(FakeNetworkManager::connectionSettings(index)));
     });
-    expectList(m_all);
-    m_fake->answerInBatches("GetSettings");
-    expectList(m_all);
+    read("Fake 1");
+    m_fake->handle("GetSecrets", [](const QDBusMessage &call) {
+        QThread::sleep(1);
+        return error("org.freedesktop.NetworkManager.AgentManager.NoSecrets", "none")(call);
+    });
+    static_assert(impatientLimit < std::chrono::seconds(1));
+    read("Fake 1");
 }
 
 TEST_F(Faults, CallsInFlightAreLimited)
@@ -248,6 +252,40 @@ TEST_F(Faults, DaemonThatEndsDuringACallIsUnavailableAndTheNextOneServes)
     m_fake.reset();
     m_fake = std::make_unique<FakeNetworkManager>(3);
     EXPECT_FALSE(m_store->modify("Fake 1", record).failed());
+}
+
+TEST_F(Faults, PathThatLeadsToAnotherConnectionOfTheSameIdIsNoticed)
+{
+    const auto twins = [](int shift) {
+        return [shift](const QDBusMessage &call) {
+            const int index = (call.path().section(u'/', -1).toInt() + shift) % 3;
+            ConnectionSettings settings = FakeNetworkManager::connectionSettings(index);
+            settings[u"connection"_qs][u"id"_qs] = u"Twin"_qs;
+            settings[u"gsm"_qs][u"apn"_qs] = u"apn%1"_qs.arg(index);
+            return call.createReply(QVariant::fromValue(settings));
+        };
+    };
+    m_fake->handle("GetSettings", twins(0));
+    EXPECT_STREQ(read("Twin~00000001").gprsAddress, "apn1");
+    m_fake.reset();
+    m_fake = std::make_unique<FakeNetworkManager>(3);
+    m_fake->handle("GetSettings", twins(1));
+    EXPECT_STREQ(read("Twin~00000001").gprsAddress, "apn1");
+}
+
+TEST_F(Faults, ChangeGoesToTheDaemonThatWasReadFrom)
+{
+    expectList(m_all);
+    std::unique_ptr<FakeNetworkManager> successor;
+    m_fake->handle("GetSettings", [&](const QDBusMessage &call) {
+        m_fake->giveUpName();
+        successor = std::make_unique<FakeNetworkManager>(3);
+        return call.createReply(QVariant::fromValue(FakeNetworkManager::connectionSettings(1)));
+    });
+    EXPECT_FALSE(m_store->remove("Fake 1").failed());
+    ASSERT_NE(successor, nullptr);
+    EXPECT_TRUE(successor->takeCalls().empty());
+    EXPECT_EQ(takeMethods().back(), "Delete");
 }
 
 TEST_F(Faults, AnswersOfAnotherFormAreAnErrorOfTheirOwn)

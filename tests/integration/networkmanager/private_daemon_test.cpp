@@ -54,15 +54,26 @@ QString PrivateDaemonTest::addByHand(const QString &id, const QStringList &prope
     return after.value(0);
 }
 
+/// nmcli itself now and then shows no secret of a connection that has just been changed, although
+/// the daemon hands it out: it is asked until it says the same twice.
+QString PrivateDaemonTest::settled(const QStringList &arguments)
+{
+    QString last = nmcli(arguments);
+    for (QString next = nmcli(arguments); next != last; next = nmcli(arguments))
+        last = next;
+    return last;
+}
+
 QString PrivateDaemonTest::shown(const QString &uuid, const QString &property)
 {
-    return nmcli({u"-s"_qs, u"-e"_qs, u"no"_qs, u"-g"_qs, property, u"connection"_qs, u"show"_qs,
-                  u"uuid"_qs, uuid});
+    return settled({u"-s"_qs, u"-e"_qs, u"no"_qs, u"-g"_qs, property, u"connection"_qs, u"show"_qs,
+                    u"uuid"_qs, uuid});
 }
 
 QStringList PrivateDaemonTest::shownAll(const QString &uuid)
 {
-    return nmcli({u"-s"_qs, u"-t"_qs, u"connection"_qs, u"show"_qs, u"uuid"_qs, uuid}).split(u'\n');
+    return settled({u"-s"_qs, u"-t"_qs, u"connection"_qs, u"show"_qs, u"uuid"_qs, uuid})
+        .split(u'\n');
 }
 
 void PrivateDaemonTest::daemon(const char *action)

@@ -20,6 +20,7 @@ protected:
     /// Runs nmcli, the witness that does not use our code. A failure fails the test.
     /// @return its output without the line break at the end
     static QString nmcli(const QStringList &arguments);
+    static QString settled(const QStringList &arguments);
     /// Makes a connection of type gsm with nmcli. @return its UUID.
     static QString addByHand(const QString &id, const QStringList &properties = {});
     /// @return a property as nmcli shows it, secrets included.

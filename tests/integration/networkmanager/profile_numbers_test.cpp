@@ -75,13 +75,25 @@ TEST_F(ProfileNumbersTest, NumbersOfADroppedLockWereNeverGiven)
         EXPECT_EQ(numbersOf(*numbers, {"dropped"}), Numbers{1});
     }
     EXPECT_EQ(numbersOf(*numbers, {"kept"}), Numbers{1});
+    EXPECT_EQ(numbersOf(*numbers, {"dropped"}), Numbers{2});
     {
         ProfileNumbers::Lock lock(*numbers);
         ASSERT_FALSE(lock.take().failed());
-        EXPECT_EQ(numbersOf(*numbers, {"committed"}), Numbers{2});
+        EXPECT_EQ(numbersOf(*numbers, {"committed"}), Numbers{3});
         ASSERT_FALSE(lock.commit().failed());
     }
-    EXPECT_EQ(numbersOf(*open(), {"committed"}), Numbers{2});
+    EXPECT_EQ(numbersOf(*open(), {"committed"}), Numbers{3});
+}
+
+TEST_F(ProfileNumbersTest, NumberOfADeletedRowIsNotGivenAgain)
+{
+    numbersOf(*open(), {"a", "b"});
+    sqlite3 *database = nullptr;
+    ASSERT_EQ(sqlite3_open(m_path.c_str(), &database), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(database, "DELETE FROM profile_number", nullptr, nullptr, nullptr),
+              SQLITE_OK);
+    sqlite3_close(database);
+    EXPECT_EQ(numbersOf(*open(), {"c"}), Numbers{3});
 }
 
 TEST_F(ProfileNumbersTest, LockKeepsAnotherUserOut)
