@@ -136,12 +136,11 @@ BusReply NetworkManagerProfileStore::runOnEntry(const Entry &entry, const Operat
     if (reply.result.failed())
         return reply;
     const ConnectionSettings settings = settingsIn(reply);
-    // After a restart of the daemon a path can lead to another connection, and another ID is another
-    // name, which may by now be that of another connection.
-    const bool isSame =
-        isGsm(settings) &&
-        connectionProperty(settings, QStringLiteral("uuid")) == entry.uuid &&
-        connectionProperty(settings, QStringLiteral("id")) == entry.connectionId;
+    // After a restart of the daemon a path can lead to another connection, and another ID is
+    // another name, which may by now be that of another connection.
+    const bool isSame = isGsm(settings) &&
+                        connectionProperty(settings, QStringLiteral("uuid")) == entry.uuid &&
+                        connectionProperty(settings, QStringLiteral("id")) == entry.connectionId;
     if (!isSame)
         return {{}, Cause::NoObject, {NAPI_ERROR_BUSY, "NetworkManager: a connection changes"}};
     return operation(entry, settings);
@@ -372,11 +371,8 @@ StoreResult NetworkManagerProfileStore::add(const QString &id, const NAP_PROFILE
 
 StoreResult NetworkManagerProfileStore::remove(std::string_view name)
 {
-    StoreResult result =
-        runOnConnection([&](const Entry &entry) { return entry.name == name; },
-                        [&](const Entry &entry, const ConnectionSettings &) {
-                            return m_bus.callConnection(entry.path, QStringLiteral("Delete"));
-                        });
-    m_isFresh = false; // another connection of the same ID can have the name for itself now
-    return result;
+    return runOnConnection([&](const Entry &entry) { return entry.name == name; },
+                           [&](const Entry &entry, const ConnectionSettings &) {
+                               return m_bus.callConnection(entry.path, QStringLiteral("Delete"));
+                           });
 }

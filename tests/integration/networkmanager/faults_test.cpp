@@ -1,10 +1,13 @@
 // The store when the bus or the daemon does what a sound one does not do on demand.
 #include <algorithm>
 #include <chrono>
+#include <csignal>
+#include <sys/resource.h>
 
 #include <QCoreApplication>
 #include <QDBusArgument>
 #include <QDBusMetaType>
+#include <QDBusObjectPath>
 #include <QTemporaryDir>
 #include <QThread>
 #include <gtest/gtest.h>
@@ -236,6 +239,28 @@ TEST_F(Faults, UpdateIsTakenBackWhenThePasswordCannotBeRemoved)
     EXPECT_EQ(calls[3].method, "ClearSecrets");
     EXPECT_EQ(calls[4].method, "Update2");
     EXPECT_EQ(sentSettings(calls[4]), FakeNetworkManager::connectionSettings(0));
+}
+
+TEST_F(Faults, ConnectionWhoseIdCannotBeKeptIsDeletedAgain)
+{
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    expectList(m_all);
+    m_fake->handle("AddConnection2", [=](const QDBusMessage &call) {
+        const rlimit noFiles = {.rlim_cur = 0, .rlim_max = before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &noFiles);
+        const QDBusObjectPath path(FakeNetworkManager::connectionPath(77));
+        return call.createReply({QVariant::fromValue(path), QVariantMap()});
+    });
+    const StoreResult result = m_store->create("New", NAP_PROFILE_S{}, 10);
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_TRUE(result.failed());
+    EXPECT_NE(result.message.find("ids.db"), std::string::npos) << result.message;
+    const RecordedCall last = m_fake->takeCalls().back();
+    EXPECT_EQ(last.method, "Delete");
+    EXPECT_EQ(last.path, FakeNetworkManager::connectionPath(77));
+    expectList(m_all);
 }
 
 TEST_F(Faults, DaemonThatEndsDuringACallIsUnavailableAndTheNextOneServes)

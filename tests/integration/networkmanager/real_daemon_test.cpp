@@ -406,6 +406,13 @@ TEST_F(RealDaemon, ConnectionsOfTheSameIdGetNamesOfTheirOwn)
     EXPECT_STREQ(read("Twin").gprsAddress, "second");
 }
 
+TEST_F(RealDaemon, NameThatTheBusWouldChangeIsRefused)
+{
+    // Qt drops a byte order mark at the beginning of a text.
+    EXPECT_EQ(store().create("\xEF\xBB\xBFName", {}, 10).status, NAPI_ERROR_BAD_NAME);
+    EXPECT_EQ(list(), Names());
+}
+
 TEST_F(RealDaemon, LongIdIsCutAndTheConnectionKeepsIt)
 {
     const QString id = QString(100, u'n');
