@@ -50,13 +50,13 @@ protected:
                header->mac == hmacProof(clientIdentity, nonce, request.body);
     }
     /// A message whose HMAC the server makes for that nonce; with "wrong" for another message.
-    void saysWithHmac(const QByteArray &commands, const QByteArray &nonce, bool wrong = false)
+    void saysWithHmac(const QByteArray &commands, const QByteArray &nonce, bool wrong = false,
+                      const QByteArray &userName = serverIdentity.name)
     {
         const QByteArray bytes = server.encoded({commands, true, {}}, 1);
         server.replies([=](const TransportRequest &request) {
             const QByteArray mac = hmacProof(serverIdentity, nonce, wrong ? bytes + ' ' : bytes);
-            return TransportResponse{
-                bytes, {}, formatHmacHeader({serverIdentity.name, mac}), request.url};
+            return TransportResponse{bytes, {}, formatHmacHeader({userName, mac}), request.url};
         });
     }
     /// The challenge that the client sent in its message of that number.
@@ -323,7 +323,10 @@ TEST_P(Proving, ServerMayTryAgainWithTheNonceOfTheChallenge)
             {},
             request.url};
     });
-    EXPECT_EQ(run().kind, Kind::Completed);
+    const SessionEnd end = run();
+    EXPECT_EQ(end.kind, Kind::Completed);
+    EXPECT_EQ(end.commands, 1) << "what comes again does not count twice";
+    EXPECT_EQ(end.refused, 0);
     EXPECT_EQ(sent(2).at(0), "Status 0 SyncHdr 401");
     EXPECT_EQ(sent(3), (Lines{"Status 0 SyncHdr 212", "Status 3 Get 200",
                               "Results 3 ./DevInfo/Man = maker", "Final"}));
@@ -407,6 +410,15 @@ TEST_P(Proving, HmacOfAnotherMessageIsRefused)
 {
     serverProves(AuthType::Hmac, "S0");
     saysWithHmac(accepted() + replace("2", profileUri("Office/Addr"), "x"), "S0", true);
+    run();
+    EXPECT_EQ(sent(2).at(0), "Status 0 SyncHdr 401");
+    EXPECT_EQ(read(profile("Office/Addr")), "internet");
+}
+
+TEST_P(Proving, HmacInAnotherNameIsRefused)
+{
+    serverProves(AuthType::Hmac, "S0");
+    saysWithHmac(accepted() + replace("2", profileUri("Office/Addr"), "x"), "S0", false, "another");
     run();
     EXPECT_EQ(sent(2).at(0), "Status 0 SyncHdr 401");
     EXPECT_EQ(read(profile("Office/Addr")), "internet");

@@ -89,6 +89,22 @@ TEST_P(Sizes, AnswersThatDoNotFitContinueInTheNextMessage)
     EXPECT_TRUE(server.messages.back().final);
 }
 
+TEST_P(Sizes, ManyAnswersStayWithinTheLimit)
+{
+    QByteArray commands = accepted();
+    for (int i = 0; i < 3000; ++i)
+        commands += get("2", {"./Nowhere"});
+    for (const int limit : {100'000, 100'001, 100'002, 100'003}) {
+        server = ScriptedServer(GetParam());
+        server.says({commands, true, maxMsgSize(limit)});
+        serverAsksForMore(10);
+        EXPECT_EQ(run().kind, Kind::Completed);
+        EXPECT_LE(largestMessage(), limit);
+        EXPECT_GT(message(2).commands.size(), 500U);
+        EXPECT_GE(server.messages.size(), 3U);
+    }
+}
+
 TEST_P(Sizes, RequestForMoreIsAnsweredWithAStatus)
 {
     server.says({accepted() + get("2", std::vector<QByteArray>(50, "./DevInfo/Man")) +
@@ -175,6 +191,22 @@ TEST_P(Sizes, LargeValueIsSentInChunks)
         }
         EXPECT_EQ(message.final, isLast);
     }
+}
+
+TEST_P(Sizes, ValueThatFitsIntoTheNextMessageIsNotCut)
+{
+    memory->addLeaf("Office/One", DmtData(QByteArray(900, 'x').constData()));
+    memory->addLeaf("Office/Two", DmtData(QByteArray(900, 'y').constData()));
+    server.says(
+        {accepted() + get("2", {profileUri("Office/One")}) + get("3", {profileUri("Office/Two")}),
+         true, maxMsgSize(2300)});
+    serverAsksForMore(5);
+    run();
+    EXPECT_EQ(resultsOf(QStringLiteral("3")), QByteArray(900, 'y'));
+    for (std::size_t i = 2; i <= server.messages.size(); ++i)
+        for (const std::string &line : sent(i))
+            EXPECT_FALSE(line.ends_with("...")) << "message " << i;
+    EXPECT_EQ(server.messages.size(), 3U);
 }
 
 TEST_P(Sizes, ChunksDoNotCutCharacters)
