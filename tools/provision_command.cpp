@@ -144,16 +144,22 @@ ExitStatus storeProfiles(const ProvisionPlan &plan)
         return ExitFailed;
     }
     qsizetype done = 0;
+    qsizetype refused = 0;
     ExitStatus exitStatus = ExitOk;
     {
         const Progress progress(QStringLiteral("Storing profiles"), plan.profiles.size());
         for (const PlannedProfile &profile : plan.profiles) {
             const int status = NAPI_CreateProfile(profile.name.constData(), &profile.record, 0, 0);
-            if (status != NAPI_OK) {
+            if (status != NAPI_OK)
                 exitStatus = reportServiceFailure(QString::fromUtf8(profile.name), status);
+            // A store can refuse the values of one access point; what else fails, fails for all.
+            if (status == NAPI_ERROR_VALUE_REFUSED)
+                ++refused;
+            else if (status != NAPI_OK)
                 break;
-            }
-            progress.show(++done);
+            else
+                ++done;
+            progress.show(done + refused);
         }
     }
     printOutput(QStringLiteral("%1 profiles stored, %2 were there already\n")

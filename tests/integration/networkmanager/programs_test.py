@@ -89,6 +89,21 @@ class ProgramsTest(unittest.TestCase):
             exported)
         self.run_program(NAPICTL, "--backend", "networkmanager", "check")
 
+    def test_an_access_point_that_is_refused_does_not_keep_the_others_out(self):
+        file = os.path.join(tempfile.gettempdir(), f"providers-{os.getpid()}.xml")
+        self.addCleanup(os.remove, file)
+        providers = "".join(
+            f"<provider><name>{name}</name><gsm><apn value='{apn}'/></gsm></provider>"
+            for name, apn in (("First", "first.apn"), ("Web", "http://apn"), ("Last", "last.apn")))
+        with open(file, "w", encoding="utf-8") as output:
+            output.write(f"<serviceproviders format='2.0'><country code='xx'>{providers}</country>"
+                         "</serviceproviders>")
+        result = self.run_program(NAPICTL, "--backend", "networkmanager", "provision", "--country", "xx",
+                                  "--database", file, expected=FAILED)
+        self.assertEqual(result.stdout, "2 profiles stored, 0 were there already\n")
+        self.assertIn("Web: the profile store does not take a value of it", result.stderr)
+        self.assertEqual(self.shown("Last", "gsm.apn"), "last.apn")
+
     def test_without_the_daemon_the_store_is_unusable(self):
         subprocess.run([os.environ["PRIVATE_NETWORKMANAGER"], "stop"], check=True)
         try:
