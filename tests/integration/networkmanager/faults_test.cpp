@@ -293,6 +293,8 @@ TEST_F(Faults, PathThatLeadsToAnotherConnectionOfTheSameIdIsNoticed)
     m_fake->handle("GetSettings", twins(0));
     EXPECT_STREQ(read("Twin~00000001").gprsAddress, "apn1");
     m_fake.reset();
+    m_bus.reset();
+    m_bus = std::make_unique<PrivateBus>();
     m_fake = std::make_unique<FakeNetworkManager>(3);
     m_fake->handle("GetSettings", twins(1));
     EXPECT_STREQ(read("Twin~00000001").gprsAddress, "apn1");
