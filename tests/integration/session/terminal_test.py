@@ -1,6 +1,8 @@
 """The user at a terminal, asked by a server."""
 
 import os
+import time
+import termios
 import pty
 import re
 import select
@@ -38,8 +40,10 @@ class Terminal:
         self.screen += data.decode("utf-8", "replace")
         return bool(data)
 
-    def answer(self, prompt, text):
+    def answer(self, prompt, text, hidden=False):
         before = self.wait_for(prompt)
+        while hidden and termios.tcgetattr(self.master)[3] & termios.ECHO:
+            time.sleep(0.01)  # the prompt may show before the echo is off
         os.write(self.master, text.encode())
         return before
 
@@ -63,7 +67,7 @@ class TerminalTest(SessionTest):
             self.assertIn("[server] Settings are\r\n[server] being updated\\xc2\\x9b31m\r\n", shown)
             self.assertIn("[server] Delete everything?", shown)
             terminal.answer("your answer [Anna]: ", "\n")
-            terminal.answer("your answer: ", "4711\n")
+            terminal.answer("your answer: ", "4711\n", hidden=True)
             after_pin = terminal.answer("number: ", "2\n")
             self.assertNotIn("4711", after_pin)
             self.assertIn("[server] 1) red\r\n[server] 2) blue\r\n", after_pin)
