@@ -216,6 +216,7 @@ std::optional<TransportResponse> Session::sendNextMessage()
         return std::nullopt;
     }
     message.final = filled == AnswerQueue::Filled::Everything && m_serverIsFinal;
+    m_requestIsQueued = m_requestIsQueued && filled == AnswerQueue::Filled::Part;
 
     const syncml::EncodeResult encoded = syncml::encode(message, m_encoding);
     if (const auto *const fault = std::get_if<syncml::EncodeError>(&encoded)) {
@@ -331,14 +332,16 @@ void Session::endOrGoOn(const Message &message, bool hasAnswers)
     const bool isUnproved = m_verifier.failures() > 0;
     if (m_isChallenged) {
         m_isChallenged = false;
+        m_serverIsFinal = true; // what it had to say it will say anew
         queueFirstPackage();
     } else if (isUnproved && !hasAnswers) {
         // A challenge on its own would only come back.
         fail(QStringLiteral("the server did not prove who it is"));
     } else if (!hasAnswers && m_serverIsFinal && !versionIsWrong) {
         end(SessionEnd::Kind::Completed, {});
-    } else if (!m_serverIsFinal) {
+    } else if (!m_serverIsFinal && !m_requestIsQueued) {
         queueAlert(nextMessage);
+        m_requestIsQueued = true;
     }
     if (m_verifier.failures() >= mostServerFailures)
         fail(QStringLiteral("the server could not prove who it is"));

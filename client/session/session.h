@@ -120,6 +120,7 @@ private:
     qsizetype m_serversLargestMessage = 0; ///< bytes; 0 as long as the server did not say
     bool m_isFirstPackage = true;          ///< the next message begins it
     bool m_serverIsFinal = true;           ///< the server's package is complete
+    bool m_requestIsQueued = false;        ///< for the server's next message
     bool m_isChallenged = false;           ///< by the last message
 };
 

@@ -258,6 +258,18 @@ TEST_F(AccountNodesTest, SecretsCannotBeRead)
         EXPECT_EQ(value(leaf), "405") << leaf;
 }
 
+TEST_F(AccountNodesTest, NodesGiveNoSecretToAnybody)
+{
+    const JemSmartPtr<DmtTree> nodes = makeAccountTree(accounts);
+    for (const char *const leaf : {"Op/AppAuth/1/AAuthSecret", "Op/AppAuth/1/AAuthData"}) {
+        JemSmartPtr<DmtNode> node;
+        ASSERT_EQ(nodes->GetNode(leaf, node), DMT_OK);
+        DmtData secret(7);
+        EXPECT_EQ(node->GetValue(secret), DMT_NOT_ALLOWED) << leaf;
+        EXPECT_EQ(secret.GetType(), DmtData::Int) << "the output is left alone";
+    }
+}
+
 TEST_F(AccountNodesTest, NoReadOfTheTreeGivesASecret)
 {
     const Result<TreeNode> root = tree.find(NodeUri());

@@ -174,6 +174,15 @@ TEST_P(Proving, ChallengeInTheMiddleOfASessionIsAnswered)
     EXPECT_EQ(sent(4).at(2), "Results 2 ./DevInfo/Mod = model");
 }
 
+TEST_P(Proving, ChallengeWithoutFinalIsAnsweredWithAWholePackage)
+{
+    clientProves(AuthType::Md5);
+    server.says({statusFor("SyncHdr", 407, chal(AuthType::Md5, "N1")), false, {}});
+    server.says(statusFor("SyncHdr", 212));
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_EQ(sent(2), (Lines{"Status 0 SyncHdr 200", "Alert 1201", "Replace 5 items", "Final"}));
+}
+
 TEST_P(Proving, AskedForAnotherDigestTheClientGivesIt)
 {
     clientProves(AuthType::Md5);

@@ -116,6 +116,46 @@ TEST_P(Sizes, RequestForMoreIsAnsweredWithAStatus)
     EXPECT_NE(std::find(second.begin(), second.end(), "Status 9 Alert 200"), second.end());
 }
 
+TEST_P(Sizes, RequestForMoreWhenNothingIsLeftEndsThePackageOnceMore)
+{
+    server.says(accepted() + get("2", {"./DevInfo/Man"}));
+    server.says({statusFor("SyncHdr", 200) + alert("9", "1222"), false, {}});
+    run();
+    EXPECT_EQ(sent(3), (Lines{"Status 0 SyncHdr 200", "Status 9 Alert 200", "Final"}));
+}
+
+TEST_P(Sizes, PackageIsNotFinalBeforeTheServersIs)
+{
+    const QByteArray many = get("2", std::vector<QByteArray>(50, "./DevInfo/Man"));
+    server.says({accepted() + many, false, maxMsgSize(1500)});
+    for (int i = 0; i < 40; ++i)
+        server.replies([this](const TransportRequest &request) {
+            // Asks for the rest, and then says the last part of its own package.
+            const bool isAskedFor = lines(server.messages.back()).back() == "Alert 1222";
+            const QByteArray commands =
+                isAskedFor ? get("3", {"./DevInfo/Mod"}) : alert("4", "1222");
+            const bool isOver = server.messages.back().final;
+            return TransportResponse{
+                isOver ? QByteArray()
+                       : server.encoded({statusFor("SyncHdr", 200) + commands, isAskedFor, {}}, 2),
+                {},
+                {},
+                request.url};
+        });
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_EQ(resultsOf(QStringLiteral("2")), QByteArray("maker").repeated(50));
+    EXPECT_GT(server.messages.size(), 4U);
+    int requests = 0;
+    for (std::size_t i = 1; i + 1 < server.messages.size(); ++i) {
+        EXPECT_FALSE(server.messages[i].final) << "message " << i + 1;
+        for (const std::string &line : lines(server.messages[i]))
+            requests += line == "Alert 1222";
+    }
+    EXPECT_EQ(requests, 1) << "when the answers so far are complete";
+    EXPECT_EQ(sent(server.messages.size()), (Lines{"Status 0 SyncHdr 200", "Status 3 Get 200",
+                                                   "Results 3 ./DevInfo/Mod = model", "Final"}));
+}
+
 TEST_P(Sizes, MessageThatFitsExactlyIsSentWhole)
 {
     const QByteArray commands = accepted() + get("2", {"./DevInfo/Man", "./DevInfo/Mod"});
@@ -199,7 +239,7 @@ TEST_P(Sizes, ValueThatFitsIntoTheNextMessageIsNotCut)
     memory->addLeaf("Office/Two", DmtData(QByteArray(900, 'y').constData()));
     server.says(
         {accepted() + get("2", {profileUri("Office/One")}) + get("3", {profileUri("Office/Two")}),
-         true, maxMsgSize(2300)});
+         true, maxMsgSize(GetParam() == syncml::Encoding::Xml ? 2300 : 1500)});
     serverAsksForMore(5);
     run();
     EXPECT_EQ(resultsOf(QStringLiteral("3")), QByteArray(900, 'y'));
@@ -271,6 +311,16 @@ TEST_P(Sizes, ServerThatRefusesAChunkGetsNoMoreOfThem)
     EXPECT_EQ(sent(3), (Lines{"Status 0 SyncHdr 200", "Status 3 Alert 200", "Final"}));
     EXPECT_EQ(listener.notes, Lines{"the server answers the client's Results with "
                                     "413 Request Entity Too Large"});
+}
+
+TEST_P(Sizes, ServerThatMissesTheEndOfAnObjectGetsNoMoreOfIt)
+{
+    const QByteArray value(5000, 'x');
+    memory->addLeaf("Office/Long", DmtData(value.constData()));
+    server.says({accepted() + get("2", {profileUri("Office/Long")}), true, maxMsgSize(2000)});
+    server.says({statusFor("SyncHdr", 200) + alert("3", "1225"), true, {}});
+    run();
+    EXPECT_EQ(sent(3), (Lines{"Status 0 SyncHdr 200", "Status 3 Alert 200", "Final"}));
 }
 
 TEST_P(Sizes, ValueThatTheServerDoesNotTakeIs413)

@@ -71,6 +71,9 @@ TEST_P(Trace, HasNoSecretOfAnyKind)
                 "<Add><CmdID>8</CmdID><Item><Target><LocURI>./X</LocURI></Target>"
                 "<Meta><Type>application/vnd.syncml.dmtnds+xml</Type></Meta><Data>&lt;Value&gt;" +
                 secret + "&lt;/Value&gt;</Data></Item></Add>" +
+                "<Add><CmdID>10</CmdID><Meta><Type>application/vnd.syncml.dmtnds+xml</Type></Meta>"
+                "<Item><Target><LocURI>./X</LocURI></Target><Data>&lt;Value&gt;" +
+                secret + "&lt;/Value&gt;</Data></Item></Add>" +
                 "<Replace><CmdID>9</CmdID><Item><Data>" + secret + "</Data></Item></Replace>");
     const std::string text = traced();
     EXPECT_FALSE(contains(text, secret)) << text;
