@@ -22,7 +22,8 @@ constexpr StatusMeaning kMeanings[] = {
     {NAPI_ERROR_READ_ONLY, ExitStoreUnusable, "the profile store cannot be written"},
     {NAPI_ERROR_NO_SPACE, ExitStoreUnusable, "the disk of the profile store is full"},
     {NAPI_ERROR_BUSY, ExitStoreUnusable, "another process keeps the profile store locked"},
-    {NAPI_ERROR_UNAVAILABLE, ExitStoreUnusable, "the profile store cannot be reached or denies access"},
+    {NAPI_ERROR_UNAVAILABLE, ExitStoreUnusable,
+     "the profile store cannot be reached or denies access"},
 };
 constexpr StatusMeaning kOtherFailure = {NAPI_ERROR_IO, ExitStoreUnusable,
                                          "the profile store cannot be used"};
