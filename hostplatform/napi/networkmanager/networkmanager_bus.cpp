@@ -11,6 +11,7 @@
 
 #include "connection_settings.h"
 #include "record_mapping.h"
+#include "silent_bus.h"
 
 namespace {
 
@@ -61,6 +62,7 @@ struct AnswerRow {
     QLatin1StringView signature;
 };
 constexpr AnswerRow kAnswers[] = {
+    {QLatin1StringView("GetNameOwner"), QLatin1StringView("s")},
     {QLatin1StringView("ListConnections"), QLatin1StringView("ao")},
     {QLatin1StringView("AddConnection2"), QLatin1StringView("oa{sv}")},
     {QLatin1StringView("GetSettings"), QLatin1StringView("a{sa{sv}}")},
@@ -123,29 +125,48 @@ void NetworkManagerBus::disconnect()
 
 StoreResult NetworkManagerBus::connect()
 {
+    StoreResult result = connectToBus();
+    if (!result.failed() && m_daemon.isEmpty())
+        result = findDaemon();
+    return result;
+}
+
+StoreResult NetworkManagerBus::connectToBus()
+{
     if (m_connection.has_value() && !m_connection->isConnected())
         disconnect();
-    if (!m_connection.has_value()) {
-        m_connection = QDBusConnection::connectToBus(QDBusConnection::SystemBus, m_connectionName);
-        if (!m_connection->isConnected()) {
-            const QString reason = m_connection->lastError().message();
-            disconnect();
-            return {NAPI_ERROR_UNAVAILABLE, "cannot reach the system bus: " + reason.toStdString()};
-        }
-    }
-    if (!m_daemon.isEmpty())
+    if (m_connection.has_value())
         return {};
+    const QString greeting = QStringLiteral("AUTH");
+    if (isBusSilent(systemBusAddresses(), limitMs())) {
+        m_unansweredMethod = greeting;
+        return {NAPI_ERROR_UNAVAILABLE, "the system bus does not answer"};
+    }
+    if (m_unansweredMethod == greeting)
+        m_unansweredMethod.clear();
+    m_connection = QDBusConnection::connectToBus(QDBusConnection::SystemBus, m_connectionName);
+    if (m_connection->isConnected())
+        return {};
+    const QString reason = m_connection->lastError().message();
+    disconnect();
+    return {NAPI_ERROR_UNAVAILABLE, "cannot reach the system bus: " + reason.toStdString()};
+}
+
+StoreResult NetworkManagerBus::findDaemon()
+{
+    const QString method = QStringLiteral("GetNameOwner");
     QDBusMessage question = QDBusMessage::createMethodCall(
         QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
-        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetNameOwner"));
+        QStringLiteral("org.freedesktop.DBus"), method);
     question.setArguments({kService});
-    const QDBusMessage answer = m_connection->call(question, QDBus::Block, kCallLimitMs);
-    if (answer.type() != QDBusMessage::ReplyMessage) {
+    const BusReply reply = judge(m_connection->call(question, QDBus::Block, limitMs()), method);
+    if (reply.cause == Cause::NoDaemon) {
         return {NAPI_ERROR_UNAVAILABLE,
-                "NetworkManager is not running: " + answer.errorMessage().toStdString()};
+                "NetworkManager is not running: " + reply.message.errorMessage().toStdString()};
     }
-    m_daemon = answer.arguments().value(0).toString();
-    return {};
+    if (!reply.result.failed())
+        m_daemon = reply.message.arguments().value(0).toString();
+    return reply.result;
 }
 
 int NetworkManagerBus::limitMs() const

@@ -65,6 +65,8 @@ private:
                          const QVariantList &arguments) const;
     BusReply call(const QDBusMessage &message);
     BusReply judge(const QDBusMessage &message, const QString &method);
+    StoreResult connectToBus();
+    StoreResult findDaemon();
     int limitMs() const;
     void disconnect();
 

@@ -1,6 +1,7 @@
 #include "fake_networkmanager.h"
 
 #include <algorithm>
+#include <csignal>
 #include <map>
 #include <mutex>
 #include <semaphore>
@@ -60,6 +61,16 @@ PrivateBus::PrivateBus()
     m_daemon.start(u"dbus-daemon"_qs, {u"--nofork"_qs, u"--print-address"_qs,
                                        u"--config-file="_qs + configuration.fileName()});
     EXPECT_TRUE(m_daemon.waitForReadyRead()) << "the bus does not start";
+}
+
+void PrivateBus::freeze()
+{
+    EXPECT_EQ(::kill(static_cast<pid_t>(m_daemon.processId()), SIGSTOP), 0);
+}
+
+void PrivateBus::thaw()
+{
+    EXPECT_EQ(::kill(static_cast<pid_t>(m_daemon.processId()), SIGCONT), 0);
 }
 
 PrivateBus::~PrivateBus()

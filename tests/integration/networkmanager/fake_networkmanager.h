@@ -23,6 +23,10 @@ public:
 
     static QString address();
 
+    /// Stops its process, so that it accepts connections and says nothing.
+    void freeze();
+    void thaw();
+
 private:
     QProcess m_daemon;
 };

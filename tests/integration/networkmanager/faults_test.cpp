@@ -3,6 +3,9 @@
 #include <chrono>
 #include <csignal>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <QCoreApplication>
 #include <QDBusArgument>
@@ -14,6 +17,7 @@
 
 #include "fake_networkmanager.h"
 #include "networkmanager_profile_store.h"
+#include "silent_bus.h"
 
 namespace {
 
@@ -33,6 +37,11 @@ FakeNetworkManager::Handler error(const char *name, const char *text)
 }
 
 constexpr char kPermissionDenied[] = "org.freedesktop.NetworkManager.Settings.PermissionDenied";
+
+constexpr std::chrono::milliseconds kLimit(NetworkManagerBus::kCallLimitMs);
+constexpr std::chrono::milliseconds kImpatientLimit(NetworkManagerBus::kImpatientLimitMs);
+constexpr std::chrono::milliseconds kRounding = kLimit / 15; // Qt's timers may be 5 % early
+constexpr std::chrono::milliseconds kBusyMachine(2000);
 
 std::chrono::milliseconds timeOf(const std::function<void()> &action)
 {
@@ -127,10 +136,6 @@ TEST_F(Faults, BusWithoutADaemonIsUnavailableUntilThereIsOne)
 
 TEST_F(Faults, DaemonThatDoesNotAnswerEndsAtTheLimitAndThenSooner)
 {
-    constexpr std::chrono::milliseconds limit(NetworkManagerBus::kCallLimitMs);
-    constexpr std::chrono::milliseconds impatientLimit(NetworkManagerBus::kImpatientLimitMs);
-    constexpr std::chrono::milliseconds rounding = limit / 15; // Qt's timers may be 5 % early
-    constexpr std::chrono::milliseconds busyMachine(2000);
     expectList(m_all);
     m_fake->handle("GetSettings", noAnswer);
     NAP_PROFILE_S record;
@@ -138,13 +143,13 @@ TEST_F(Faults, DaemonThatDoesNotAnswerEndsAtTheLimitAndThenSooner)
     const auto first = timeOf([&] { result = m_store->read("Fake 1", record); });
     EXPECT_EQ(result.status, NAPI_ERROR_UNAVAILABLE);
     EXPECT_NE(result.message.find("has not answered"), std::string::npos) << result.message;
-    EXPECT_GE(first, limit - rounding);
-    EXPECT_LE(first, limit + busyMachine);
+    EXPECT_GE(first, kLimit - kRounding);
+    EXPECT_LE(first, kLimit + kBusyMachine);
 
     const auto second = timeOf([&] { result = m_store->read("Fake 1", record); });
     EXPECT_EQ(result.status, NAPI_ERROR_UNAVAILABLE);
-    EXPECT_GE(second, impatientLimit - rounding);
-    EXPECT_LE(second, impatientLimit + busyMachine);
+    EXPECT_GE(second, kImpatientLimit - kRounding);
+    EXPECT_LE(second, kImpatientLimit + kBusyMachine);
 
     // One answer, and the daemon has all its time again.
     m_fake->handle("GetSettings", [](const QDBusMessage &call) {
@@ -156,8 +161,62 @@ TEST_F(Faults, DaemonThatDoesNotAnswerEndsAtTheLimitAndThenSooner)
         QThread::sleep(1);
         return error("org.freedesktop.NetworkManager.AgentManager.NoSecrets", "none")(call);
     });
-    static_assert(impatientLimit < std::chrono::seconds(1));
+    static_assert(kImpatientLimit < std::chrono::seconds(1));
     read("Fake 1");
+}
+
+TEST_F(Faults, BusThatSaysNothingEndsAtTheLimitAndThenSooner)
+{
+    m_fake.reset();
+    m_store.reset();
+    m_bus->freeze();
+    const auto openTime = timeOf([&] {
+        const StoreResult result = open();
+        EXPECT_EQ(result.status, NAPI_ERROR_UNAVAILABLE);
+        EXPECT_NE(result.message.find("does not answer"), std::string::npos) << result.message;
+    });
+    EXPECT_GE(openTime, kLimit - kRounding);
+    EXPECT_LE(openTime, kLimit + kBusyMachine);
+    m_bus->thaw();
+    m_fake = std::make_unique<FakeNetworkManager>(3);
+    ASSERT_FALSE(open().failed());
+    expectList(m_all);
+
+    m_bus->freeze();
+    NAP_PROFILE_S record;
+    const auto firstRead =
+        timeOf([&] { EXPECT_EQ(m_store->read("Fake 1", record).status, NAPI_ERROR_UNAVAILABLE); });
+    EXPECT_LE(firstRead, kLimit + kBusyMachine);
+    const auto secondRead =
+        timeOf([&] { EXPECT_EQ(m_store->read("Fake 1", record).status, NAPI_ERROR_UNAVAILABLE); });
+    EXPECT_LE(secondRead, kImpatientLimit + kBusyMachine);
+    m_bus->thaw();
+    EXPECT_STREQ(read("Fake 1").gprsAddress, "fake.apn");
+}
+
+TEST(SilentBus, IsToldFromNoBusAndFromOneThatAnswers)
+{
+    const QTemporaryDir directory;
+    const QByteArray path = directory.filePath(QStringLiteral("it's a bus")).toUtf8();
+    const QByteArray address = "unix:guid=0,path=" + path.toPercentEncoding("/");
+    EXPECT_FALSE(isBusSilent(address, 100)) << "nobody listens";
+    EXPECT_FALSE(isBusSilent("", 100));
+    EXPECT_FALSE(isBusSilent("tcp:host=127.0.0.1,port=1", 100));
+    EXPECT_FALSE(isBusSilent("unix:path=" + QByteArray(200, 'x'), 100));
+
+    sockaddr_un name = {};
+    name.sun_family = AF_UNIX;
+    std::copy(path.begin(), path.end(), name.sun_path);
+    const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr *>(&name), sizeof name), 0);
+    ASSERT_EQ(::listen(listener, 0), 0);
+    EXPECT_TRUE(isBusSilent("unix:path=/nowhere;" + address, 100));
+    EXPECT_TRUE(isBusSilent(address, 100)) << "no room for another connection";
+    ::close(listener);
+
+    const PrivateBus bus;
+    EXPECT_FALSE(isBusSilent(PrivateBus::address().toUtf8(), NetworkManagerBus::kCallLimitMs));
+    EXPECT_EQ(systemBusAddresses(), PrivateBus::address().toUtf8());
 }
 
 TEST_F(Faults, CallsInFlightAreLimited)
