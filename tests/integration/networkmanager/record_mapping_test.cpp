@@ -2,6 +2,7 @@
 #include <cstring>
 #include <random>
 
+#include <QFile>
 #include <QtEndian>
 #include <gtest/gtest.h>
 
@@ -271,6 +272,24 @@ TEST(WriteRecord, KeysAndFormsOfUserDataAreAsDocumented)
 
     write(connection, NAP_PROFILE_S{});
     EXPECT_FALSE(connection.settings.contains(u"user"_qs)) << "nothing is left behind";
+}
+
+TEST(WriteRecord, EveryKeyIsInTheDocument)
+{
+    QFile file(QStringLiteral(KUB_DOCUMENT));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QString document = QString::fromUtf8(file.readAll());
+    NAP_PROFILE_S record;
+    std::memset(&record, 0x01, sizeof record);
+    for (char *text : {record.gprsAddress, record.gprsAuthId, record.gprsAuthPassword})
+        std::strcpy(text, "text"); // with a tail
+    GsmConnection connection = emptyConnection();
+    write(connection, record);
+    const UserData data = userData(connection);
+    for (auto entry = data.begin(); entry != data.end(); ++entry)
+        EXPECT_TRUE(document.contains(u'`' + entry.key() + u'`')) << entry.key().toStdString();
+    EXPECT_EQ(document.count(u"`kub-dm."_qs), data.size() + 1)
+        << "each once, and what they begin with";
 }
 
 TEST(WriteRecord, UserDataOfOthersStays)
