@@ -28,6 +28,28 @@ QByteArray size(int bytes)
 
 constexpr char moreData[] = "<MoreData/>";
 
+/// Says no to everything.
+class RefusingUser final : public UserInteraction {
+public:
+    Response show(const QString &, const InteractionOptions &) override
+    {
+        return Response::Refused;
+    }
+    Response confirm(const QString &, const InteractionOptions &) override
+    {
+        return Response::Refused;
+    }
+    Response ask(const QString &, const InteractionOptions &, QString &) override
+    {
+        return Response::Refused;
+    }
+    Response choose(const QString &, const std::vector<QString> &, Choice,
+                    const InteractionOptions &, std::vector<int> &) override
+    {
+        return Response::Refused;
+    }
+};
+
 class Sizes : public SessionTest {
 protected:
     /// Lets the server ask for the rest until the client's package is complete.
@@ -60,6 +82,7 @@ protected:
         return largest;
     }
     const QByteArray address = profileUri("Office/Addr");
+    RefusingUser refusingUser;
 };
 
 // ---- Messages of the client ----------------------------------------------------------------------
@@ -105,6 +128,20 @@ TEST_P(Sizes, ManyAnswersStayWithinTheLimit)
     }
 }
 
+TEST_P(Sizes, ListingsWithoutValuesStayWithinTheLimit)
+{
+    QByteArray commands = accepted();
+    for (int i = 0; i < 500; ++i)
+        commands += get("2", {profileUri("Office/Linger") + "?list=Struct"});
+    for (int limit = 20'000; limit < 20'100; limit += 7) {
+        server = ScriptedServer(GetParam());
+        server.says({commands, true, maxMsgSize(limit)});
+        serverAsksForMore(20);
+        EXPECT_EQ(run().kind, Kind::Completed);
+        EXPECT_LE(largestMessage(), limit);
+    }
+}
+
 TEST_P(Sizes, RequestForMoreIsAnsweredWithAStatus)
 {
     server.says({accepted() + get("2", std::vector<QByteArray>(50, "./DevInfo/Man")) +
@@ -122,6 +159,33 @@ TEST_P(Sizes, RequestForMoreWhenNothingIsLeftEndsThePackageOnceMore)
     server.says({statusFor("SyncHdr", 200) + alert("9", "1222"), false, {}});
     run();
     EXPECT_EQ(sent(3), (Lines{"Status 0 SyncHdr 200", "Status 9 Alert 200", "Final"}));
+}
+
+TEST_P(Sizes, MessageWithCommandsIsMoreThanARequest)
+{
+    server.says({accepted() + get("2", {"./DevInfo/Man"}) + alert("3", "1222"), false, {}});
+    server.says(statusFor("SyncHdr", 200));
+    run();
+    EXPECT_EQ(sent(2),
+              (Lines{"Status 0 SyncHdr 200", "Status 2 Get 200", "Results 2 ./DevInfo/Man = maker",
+                     "Status 3 Alert 200", "Alert 1222"}));
+}
+
+TEST_P(Sizes, StatusOfItemsWithAndWithoutASourceIsNotSplit)
+{
+    const int limit = GetParam() == syncml::Encoding::Xml ? 1400 : 600;
+    const QByteArray item = "<Item><Target><LocURI>./A</LocURI></Target>";
+    const QByteArray source = "<Source><LocURI>./B</LocURI></Source>";
+    QByteArray copy = "<Copy><CmdID>2</CmdID>";
+    for (int i = 0; i < 40; ++i)
+        copy += item + (i % 2 ? source : QByteArray()) + "</Item>";
+    copy += "</Copy>";
+    server.says({accepted() + "<Sequence><CmdID>1</CmdID>" + alert("3", "1101", {"", "?"}) + copy +
+                     "</Sequence>",
+                 true, maxMsgSize(limit)});
+    serverAsksForMore(5);
+    EXPECT_EQ(run(&refusingUser).kind, Kind::Failed) << "what cannot be split does not fit";
+    EXPECT_LE(largestMessage(), limit);
 }
 
 TEST_P(Sizes, PackageIsNotFinalBeforeTheServersIs)
@@ -474,6 +538,17 @@ TEST_P(Sizes, AnotherItemBeforeTheEndBreaksTheObjectOff)
                               "Status 3 Replace 200", "Final"}));
     EXPECT_EQ(read(profile("Office/Addr")), "internet");
     EXPECT_EQ(read(profile("Home/Addr")), "other");
+}
+
+TEST_P(Sizes, AnotherKindOfCommandIsNotTheNextChunk)
+{
+    server.says({accepted() + replace("2", address, "one ", moreData, size(7)), false, {}});
+    server.says(statusFor("SyncHdr", 200) + "<Add><CmdID>3</CmdID><Item><Target><LocURI>" +
+                address + "</LocURI></Target>" + size(3) + "<Data>end</Data></Item></Add>");
+    run();
+    EXPECT_EQ(sent(3), (Lines{"Status 0 SyncHdr 200", "Alert 1225 ./Ext/Profiles/Office/Addr = ",
+                              "Status 3 Add 418", "Final"}));
+    EXPECT_EQ(read(profile("Office/Addr")), "internet");
 }
 
 TEST_P(Sizes, MessageWithoutTheNextChunkBreaksTheObjectOff)
