@@ -6,10 +6,11 @@
 #include <cstring>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <QElapsedTimer>
+#include <QDeadlineTimer>
 #include <QList>
 
 namespace {
@@ -30,8 +31,15 @@ QByteArray socketName(const QByteArray &address)
     return {};
 }
 
-/// @return a connected socket; -1 for none, with the reason in errno.
-int connectTo(const QByteArray &name)
+/// @return what is left, in milliseconds; 1 when nothing is, because 0 means no limit to a socket.
+int leftMs(const QDeadlineTimer &deadline)
+{
+    return static_cast<int>(std::max<qint64>(1, deadline.remainingTime()));
+}
+
+/// Waits for room when so many wait already that there is none for one more.
+/// @return a connected socket; -1 for none, with the reason in errno: EAGAIN for no room in time.
+int connectTo(const QByteArray &name, const QDeadlineTimer &deadline)
 {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
@@ -42,8 +50,13 @@ int connectTo(const QByteArray &name)
     std::memcpy(address.sun_path, name.constData(), size);
     const std::size_t terminator = name[0] == '\0' ? 0 : 1;
     const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + size + terminator);
-    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (socket < 0 || ::connect(socket, reinterpret_cast<sockaddr *>(&address), length) == 0)
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (socket < 0)
+        return -1;
+    const int left = leftMs(deadline);
+    const timeval limit = {.tv_sec = left / 1000, .tv_usec = left % 1000 * 1000};
+    ::setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    if (::connect(socket, reinterpret_cast<sockaddr *>(&address), length) == 0)
         return socket;
     const int reason = errno;
     ::close(socket);
@@ -51,20 +64,17 @@ int connectTo(const QByteArray &name)
     return -1;
 }
 
-bool isSilent(int socket, int limitMs)
+bool isSilent(int socket, const QDeadlineTimer &deadline)
 {
     // The beginning of every D-Bus connection; the bus names the ways of proving who one is.
     constexpr char greeting[] = "\0AUTH\r\n";
     if (::send(socket, greeting, sizeof greeting - 1, MSG_NOSIGNAL) < 0)
         return false;
-    QElapsedTimer timer;
-    timer.start();
     pollfd answer = {.fd = socket, .events = POLLIN, .revents = 0};
     int events = 0;
-    do {
-        const auto left = std::max<qint64>(0, limitMs - timer.elapsed());
-        events = ::poll(&answer, 1, static_cast<int>(left));
-    } while (events < 0 && errno == EINTR);
+    do
+        events = ::poll(&answer, 1, leftMs(deadline));
+    while (events < 0 && errno == EINTR);
     return events == 0;
 }
 
@@ -72,13 +82,14 @@ bool isSilent(int socket, int limitMs)
 
 bool isBusSilent(const QByteArray &addresses, int limitMs)
 {
+    const QDeadlineTimer deadline(limitMs);
     for (const QByteArray &address : addresses.split(';')) {
-        const int socket = connectTo(socketName(address));
+        const int socket = connectTo(socketName(address), deadline);
         if (socket < 0 && errno == EAGAIN)
-            return true; // so many wait already that there is no room for one more
+            return true;
         if (socket < 0)
             continue;
-        const bool isWithoutAnswer = isSilent(socket, limitMs);
+        const bool isWithoutAnswer = isSilent(socket, deadline);
         ::close(socket);
         return isWithoutAnswer;
     }

@@ -2,9 +2,11 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <thread>
 #include <unistd.h>
 
 #include <QCoreApplication>
@@ -194,29 +196,106 @@ TEST_F(Faults, BusThatSaysNothingEndsAtTheLimitAndThenSooner)
     EXPECT_STREQ(read("Fake 1").gprsAddress, "fake.apn");
 }
 
-TEST(SilentBus, IsToldFromNoBusAndFromOneThatAnswers)
-{
-    const QTemporaryDir directory;
-    const QByteArray path = directory.filePath(QStringLiteral("it's a bus")).toUtf8();
-    const QByteArray address = "unix:guid=0,path=" + path.toPercentEncoding("/");
-    EXPECT_FALSE(isBusSilent(address, 100)) << "nobody listens";
-    EXPECT_FALSE(isBusSilent("", 100));
-    EXPECT_FALSE(isBusSilent("tcp:host=127.0.0.1,port=1", 100));
-    EXPECT_FALSE(isBusSilent("unix:path=" + QByteArray(200, 'x'), 100));
+/// A socket that clients can connect to, one at a time, and that says nothing by itself.
+class Listener {
+public:
+    explicit Listener(const QByteArray &name)
+    {
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        std::copy(name.begin(), name.end(), address.sun_path);
+        const std::size_t size =
+            offsetof(sockaddr_un, sun_path) + static_cast<std::size_t>(name.size());
+        EXPECT_EQ(
+            ::bind(m_socket, reinterpret_cast<sockaddr *>(&address), static_cast<socklen_t>(size)),
+            0);
+        EXPECT_EQ(::listen(m_socket, 0), 0);
+    }
+    ~Listener() { ::close(m_socket); }
+    Listener(const Listener &) = delete;
+    Listener &operator=(const Listener &) = delete;
 
-    sockaddr_un name = {};
-    name.sun_family = AF_UNIX;
-    std::copy(path.begin(), path.end(), name.sun_path);
-    const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr *>(&name), sizeof name), 0);
-    ASSERT_EQ(::listen(listener, 0), 0);
-    EXPECT_TRUE(isBusSilent("unix:path=/nowhere;" + address, 100));
-    EXPECT_TRUE(isBusSilent(address, 100)) << "no room for another connection";
-    ::close(listener);
+    /// Waits for a client. @return a connection to it.
+    int accept() const { return ::accept(m_socket, nullptr, nullptr); }
+
+private:
+    const int m_socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+};
+
+class SilentBus : public testing::Test {
+protected:
+    static constexpr int kShortMs = 100;
+    const QTemporaryDir m_directory;
+    const QByteArray m_path = m_directory.filePath(QStringLiteral("it's a bus")).toUtf8();
+    const QByteArray m_address = "unix:guid=0,path=" + m_path.toPercentEncoding("/");
+};
+
+TEST_F(SilentBus, IsNotOneThatIsNotThere)
+{
+    for (const QByteArray &address :
+         {QByteArray(), m_address, QByteArrayLiteral("tcp:host=127.0.0.1,port=1"),
+          QByteArrayLiteral("nonsense"), QByteArrayLiteral("unix:tmpdir=/tmp"),
+          "unix:path=" + QByteArray(200, 'x')})
+        EXPECT_FALSE(isBusSilent(address, kShortMs)) << address.toStdString();
+}
+
+TEST_F(SilentBus, IsTheFirstThatAcceptsAConnection)
+{
+    const Listener listener(m_path);
+    EXPECT_TRUE(isBusSilent("unix:path=/nowhere;" + m_address, kShortMs));
+}
+
+TEST_F(SilentBus, CanHaveAnAbstractName)
+{
+    const QByteArray name = "kub " + QByteArray::number(::getpid());
+    const Listener listener('\0' + name);
+    EXPECT_TRUE(isBusSilent("unix:abstract=" + name.toPercentEncoding() + ",guid=0", kShortMs));
+    EXPECT_FALSE(isBusSilent("unix:path=" + name.toPercentEncoding(), kShortMs));
+}
+
+TEST_F(SilentBus, WithoutRoomForOneMoreIsWaitedForAsLong)
+{
+    const Listener listener(m_path);
+    EXPECT_TRUE(isBusSilent(m_address, kShortMs)) << "takes all the room that there is";
+    bool isSilent = false;
+    const auto time = timeOf([&] { isSilent = isBusSilent(m_address, kShortMs); });
+    EXPECT_TRUE(isSilent);
+    EXPECT_GE(time.count(), kShortMs - kShortMs / 10);
+}
+
+TEST_F(SilentBus, IsNotOneThatAnswersOrHangsUp)
+{
+    const int longMs = NetworkManagerBus::kCallLimitMs;
+    const Listener listener(m_path);
+    std::thread other([&] { ::close(listener.accept()); });
+    EXPECT_FALSE(isBusSilent(m_address, longMs)) << "ends the connection";
+    other.join();
+
+    std::string greeting(7, '?');
+    other = std::thread([&] {
+        const int client = listener.accept();
+        EXPECT_EQ(::recv(client, greeting.data(), greeting.size(), MSG_WAITALL), 7);
+        EXPECT_EQ(::send(client, "R", 1, 0), 1);
+        ::close(client);
+    });
+    EXPECT_FALSE(isBusSilent(m_address, longMs));
+    other.join();
+    EXPECT_EQ(greeting, std::string("\0AUTH\r\n", 7));
 
     const PrivateBus bus;
-    EXPECT_FALSE(isBusSilent(PrivateBus::address().toUtf8(), NetworkManagerBus::kCallLimitMs));
-    EXPECT_EQ(systemBusAddresses(), PrivateBus::address().toUtf8());
+    const auto time = timeOf([&] { EXPECT_FALSE(isBusSilent(systemBusAddresses(), longMs)); });
+    EXPECT_LT(time, kLimit) << "a real bus understands the greeting";
+}
+
+TEST_F(SilentBus, IsLookedForWhereTheSystemBusIs)
+{
+    const QByteArray before = qgetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", m_address);
+    EXPECT_EQ(systemBusAddresses(), m_address);
+    qunsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    EXPECT_EQ(systemBusAddresses(), "unix:path=/var/run/dbus/system_bus_socket");
+    if (!before.isNull())
+        qputenv("DBUS_SYSTEM_BUS_ADDRESS", before);
 }
 
 TEST_F(Faults, CallsInFlightAreLimited)
