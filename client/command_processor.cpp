@@ -192,25 +192,54 @@ void CommandProcessor::runAtomic(const Command &atomic, std::vector<Command> &an
     UndoLog undoLog(m_tree);
     m_undoLog = &undoLog;
     AtomicParts parts;
-    const bool isDone = runParts(atomic.commands, parts);
+    Outcome outcome;
+    if (!runParts(atomic.commands, parts))
+        outcome = {DmStatus::AtomicFailed, QStringLiteral("one of its commands failed")};
     m_undoLog = nullptr;
-    if (!isDone) {
+    if (outcome && !canBeSent(atomicAnswers(atomic, outcome.status, parts)))
+        outcome = {DmStatus::AtomicResponseTooLarge,
+                   QStringLiteral("the server takes no messages as large as an answer in it")};
+    if (!outcome) {
         const std::vector<bool> isBack = undoLog.rollBack();
         for (AtomicPart &part : parts)
             noteTakenBack(isBack, part);
+        if (!canBeSent(atomicAnswers(atomic, outcome.status, parts)))
+            shorten(parts);
     }
-    const Outcome outcome =
-        isDone ? Outcome()
-               : Outcome{DmStatus::AtomicFailed, QStringLiteral("one of its commands failed")};
     report(atomic, Item(), outcome);
-    answers.push_back(statusFor(atomic, outcome.status));
-    for (AtomicPart &part : parts) {
+    std::ranges::move(atomicAnswers(atomic, outcome.status, parts), std::back_inserter(answers));
+}
+
+std::vector<Command> CommandProcessor::atomicAnswers(const Command &atomic, DmStatus status,
+                                                     const AtomicParts &parts)
+{
+    std::vector<Command> answers = {statusFor(atomic, status)};
+    for (const AtomicPart &part : parts) {
         if (part.statuses.empty())
             answers.push_back(statusFor(*part.command, part.status));
         else
             addItemStatuses(*part.command, part.statuses, answers);
-        answers.back().items = std::move(part.items);
+        answers.back().items = part.items;
     }
+    return answers;
+}
+
+/// Leaves one short Status of each command of a failed Atomic.
+void CommandProcessor::shorten(AtomicParts &parts)
+{
+    for (AtomicPart &part : parts) {
+        part.items.clear();
+        if (part.statuses.empty())
+            continue;
+        // From "not executed" over "rolled back" and what failed to "not rolled back".
+        part.status = std::ranges::max(part.statuses);
+        part.statuses.clear();
+    }
+}
+
+bool CommandProcessor::canBeSent(const std::vector<Command> &answers) const
+{
+    return !m_atomicAnswerCheck || m_atomicAnswerCheck(answers);
 }
 
 CommandProcessor::AtomicPart CommandProcessor::startPart(const Command &command) const

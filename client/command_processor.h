@@ -35,6 +35,11 @@ public:
                                                const syncml::Item &item, const Outcome &outcome)>;
     void setOutcomeListener(OutcomeListener listener) { m_outcomeListener = std::move(listener); }
 
+    /// Says whether the answers to an Atomic can reach the server.
+    using AnswerCheck = std::function<bool(const std::vector<syncml::Command> &answers)>;
+    /// Without a check they always can.
+    void setAtomicAnswerCheck(AnswerCheck check) { m_atomicAnswerCheck = std::move(check); }
+
     /// Runs the command and appends what answers it. Items of one command are independent of each
     /// other. When all of them end alike one Status stands for all, otherwise each has its own.
     /// Nothing answers a Status or a Results.
@@ -43,6 +48,10 @@ public:
     /// 215, and what stands before it is taken back: 216 where the tree is as it was, 516 where it
     /// is not. The Atomic itself is answered with 507 then. A Get, and an Atomic, in an Atomic end
     /// with 500.
+    ///
+    /// An Atomic whose answers cannot reach the server is taken back as well, and answered with
+    /// 517: the server could not tell what became of it. Its commands have one Status each then,
+    /// without references, as they have in a failed Atomic whose answers cannot reach the server.
     void run(const syncml::Command &command, std::vector<syncml::Command> &answers);
 
     /// Answers the command, and the commands in it, with a status without running anything.
@@ -70,6 +79,11 @@ private:
         std::vector<std::size_t> endOfItemNotes;
     };
     using AtomicParts = std::vector<AtomicPart>;
+
+    static std::vector<syncml::Command> atomicAnswers(const syncml::Command &atomic,
+                                                      DmStatus status, const AtomicParts &parts);
+    static void shorten(AtomicParts &parts);
+    bool canBeSent(const std::vector<syncml::Command> &answers) const;
 
     static const ItemCommand *itemCommandOf(const syncml::Command &command);
     void runCommand(const syncml::Command &command, std::vector<syncml::Command> &answers);
@@ -115,6 +129,7 @@ private:
     UndoLog *m_undoLog = nullptr; ///< of the Atomic that runs
     AlertHandler m_alertHandler;
     OutcomeListener m_outcomeListener;
+    AnswerCheck m_atomicAnswerCheck;
     std::vector<syncml::Item> m_results; ///< of the Get that runs
 };
 

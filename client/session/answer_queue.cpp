@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <iterator>
 #include <limits>
-#include <vector>
 
 namespace client {
 
@@ -110,6 +109,38 @@ private:
 };
 
 // ---- Filling a message ---------------------------------------------------------------------------
+
+namespace {
+
+/// What a message that goes on with the answers has behind the status of the header.
+Command statusOfRequestForMore(const std::deque<Command> &leading)
+{
+    Command status;
+    status.kind = CommandKind::Status;
+    status.msgRef = leading.empty() ? std::nullopt : leading.front().msgRef;
+    status.cmdRef = longestId;
+    status.cmd = QStringLiteral("Alert");
+    status.data = QByteArrayLiteral("200");
+    return status;
+}
+
+} // namespace
+
+bool AnswerQueue::canSend(const std::vector<Command> &answers, Message message, Encoding encoding,
+                          qsizetype limit) const
+{
+    if (limit == 0)
+        return true;
+    AnswerQueue trial;
+    trial.m_commands.assign(answers.begin(), answers.end());
+    for (;;) {
+        trial.m_leading = m_leading;
+        trial.lead(statusOfRequestForMore(m_leading));
+        const Filled filled = trial.fill(message, encoding, limit);
+        if (filled != Filled::Part)
+            return filled == Filled::Everything;
+    }
+}
 
 AnswerQueue::Filled AnswerQueue::fill(Message &message, Encoding encoding, qsizetype limit)
 {

@@ -7,6 +7,7 @@
 #include <deque>
 #include <optional>
 #include <utility>
+#include <vector>
 
 namespace client {
 
@@ -21,6 +22,11 @@ public:
     /// header received, first of all.
     void lead(syncml::Command status) { m_leading.push_back(std::move(status)); }
     void push(syncml::Command command) { m_commands.push_back(std::move(command)); }
+    /// Whether these answers can be sent, in as many messages as it takes: whether no piece of them
+    /// is too large for a message that begins with what leads now and the answer to a request for
+    /// more.
+    bool canSend(const std::vector<syncml::Command> &answers, syncml::Message message,
+                 syncml::Encoding encoding, qsizetype limit) const;
     /// Drops what is left of an object of which a part was sent already.
     void dropStartedObject() { m_started.reset(); }
 

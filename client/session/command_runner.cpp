@@ -247,6 +247,18 @@ const Command *findCommand(const Command &command, const QString &cmdId)
     return nullptr;
 }
 
+/// What a Status is about: the addresses that it refers to, otherwise those of the whole command;
+/// one empty text when there are none.
+std::vector<QString> answeredUris(const Command &status, const Command *answered)
+{
+    std::vector<QString> uris = status.targetRefs.empty() ? status.sourceRefs : status.targetRefs;
+    if (uris.empty() && answered)
+        for (const Item &item : answered->items)
+            uris.push_back(addressOf(item));
+    std::erase(uris, QString());
+    return uris.empty() ? std::vector<QString>(1) : uris;
+}
+
 /// Statuses by which a server hears that it has to prove itself.
 bool isChallenge(int status)
 {
@@ -286,12 +298,10 @@ void CommandRunner::report(const Command &command, const Commands &answers)
         if (answer.kind != CommandKind::Status)
             continue;
         const Command *const answered = findCommand(command, *answer.cmdRef);
-        const std::vector<QString> &refs =
-            answer.targetRefs.empty() ? answer.sourceRefs : answer.targetRefs;
         AnsweredCommand report;
         report.name = answered ? reportedName(*answered) : *answer.cmd;
         report.status = answer.data->toInt();
-        for (const QString &uri : refs.empty() ? std::vector<QString>(1) : refs) {
+        for (const QString &uri : answeredUris(answer, answered)) {
             report.uri = uri;
             report.reason = reasonFor(*answer.cmdRef, uri, report.status);
             m_answered += !isChallenge(report.status);

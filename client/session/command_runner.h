@@ -27,6 +27,12 @@ public:
     /// Bytes of the largest object that the server takes; 0 when it did not say.
     void setServersLargestObject(qsizetype bytes) { m_serversLargestObject = bytes; }
 
+    /// See CommandProcessor::setAtomicAnswerCheck.
+    void setAtomicAnswerCheck(CommandProcessor::AnswerCheck check)
+    {
+        m_processor.setAtomicAnswerCheck(std::move(check));
+    }
+
     /// Runs the commands of a message in their order, and appends what answers them: statuses,
     /// results, and an alert when a large object broke off.
     void run(const syncml::Message &message, Commands &answers);

@@ -75,6 +75,8 @@ Session::Session(const Account &account, ManagementTree &tree, Transport &transp
       m_sessionId(options.sessionId.isEmpty() ? freshSessionId() : options.sessionId),
       m_url(account.address), m_encoding(options.encoding)
 {
+    m_runner.setAtomicAnswerCheck(
+        [this](const std::vector<Command> &answers) { return canBeSent(answers); });
 }
 
 // ---- Course of the session -----------------------------------------------------------------------
@@ -319,10 +321,27 @@ std::vector<Command> Session::answer(const Message &message, DmStatus headerStat
         m_runner.refuse(message,
                         {headerStatus, QStringLiteral("the server's message was not accepted")},
                         answers);
+    refer(answers);
+    return answers;
+}
+
+/// Makes answers refer to the server's last message.
+void Session::refer(std::vector<Command> &answers) const
+{
     for (Command &command : answers)
         if (command.kind == CommandKind::Status || command.kind == CommandKind::Results)
-            command.msgRef = message.header.msgId;
-    return answers;
+            command.msgRef = m_receivedMsgId;
+}
+
+/// Whether answers to the server's last message are not too large for the messages it takes.
+bool Session::canBeSent(std::vector<Command> answers)
+{
+    refer(answers);
+    for (Command &command : answers)
+        fitEncoding(command, m_encoding);
+    Message message;
+    message.header = nextHeader();
+    return m_queue.canSend(answers, std::move(message), m_encoding, m_serversLargestMessage);
 }
 
 /// Decides what follows on a message whose answers are queued.
@@ -351,6 +370,7 @@ void Session::endOrGoOn(const Message &message, bool hasAnswers)
 
 void Session::readHeader(const TransportResponse &response, const SyncHdr &header)
 {
+    m_receivedMsgId = header.msgId;
     if (header.sessionId != m_sessionId)
         note(QStringLiteral("the server answers for session \"%1\" instead of \"%2\"")
                  .arg(header.sessionId, m_sessionId));

@@ -99,6 +99,8 @@ private:
     void readStatuses(const syncml::Message &message);
     void readHeaderStatus(const syncml::Command &status);
     std::vector<syncml::Command> answer(const syncml::Message &message, DmStatus headerStatus);
+    void refer(std::vector<syncml::Command> &answers) const;
+    bool canBeSent(std::vector<syncml::Command> answers);
 
     void note(const QString &text);
 
@@ -117,6 +119,7 @@ private:
     QString m_sessionId;
     QUrl m_url; ///< where the next message goes
     syncml::Encoding m_encoding;
+    QString m_receivedMsgId;               ///< of the server's last message
     qsizetype m_serversLargestMessage = 0; ///< bytes; 0 as long as the server did not say
     bool m_isFirstPackage = true;          ///< the next message begins it
     bool m_serverIsFinal = true;           ///< the server's package is complete

@@ -554,6 +554,52 @@ TEST_F(RandomAtomicTest, LeavesTheTreeAsItWasWhenItFails)
 
 // ---- For people ----------------------------------------------------------------------------------
 
+// ---- Answers that cannot reach the server --------------------------------------------------------
+
+/// Runs an Atomic for a server that takes no references in an answer.
+class AtomicForASmallServer : public AtomicTest {
+protected:
+    Lines atomic(std::vector<Command> commands)
+    {
+        CommandProcessor processor(tree, principal);
+        processor.setAtomicAnswerCheck([](const std::vector<Command> &answers) {
+            return std::ranges::all_of(
+                answers, [](const Command &answer) { return answer.targetRefs.empty(); });
+        });
+        std::vector<Command> answers;
+        processor.run(group(CommandKind::Atomic, std::move(commands)), answers);
+        return summary(answers);
+    }
+};
+
+TEST_F(AtomicForASmallServer, IsTakenBackAndAnsweredWith517)
+{
+    const std::string before = picture();
+    EXPECT_EQ(atomic({replace("a", "Home/Addr", "new"), add("b", "New", "node")}),
+              (Lines{"Status g Atomic 517", "Status a Replace 216", "Status b Add 216"}));
+    EXPECT_EQ(picture(), before);
+}
+
+TEST_F(AtomicForASmallServer, IsDoneWhenItsAnswersGetThere)
+{
+    EXPECT_EQ(atomic({}), (Lines{"Status g Atomic 200"}));
+}
+
+TEST_F(AtomicForASmallServer, SaysOfEachCommandTheWorstThatBecameOfIt)
+{
+    EXPECT_EQ(atomic({remove("a", "Office"), replace("b", "Home/Addr", "new")}),
+              (Lines{"Status g Atomic 517", "Status a Delete 516", "Status b Replace 216"}));
+    const Command two =
+        command(CommandKind::Replace,
+                {target(profileUri("Home/Addr"), "new"), target(profileUri("Nowhere"), "x"),
+                 target(profileUri("Home/Addr"), "newer")},
+                "c");
+    EXPECT_EQ(atomic({two, remove("d", "Home")}),
+              (Lines{"Status g Atomic 507", "Status c Replace 404", "Status d Delete 215"}));
+}
+
+// ---- What people hear ----------------------------------------------------------------------------
+
 TEST_F(AtomicTest, PeopleHearWhatBecameOfEachCommand)
 {
     Lines heard;

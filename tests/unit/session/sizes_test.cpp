@@ -2,6 +2,8 @@
 
 #include "session_fixture.h"
 
+#include <set>
+
 namespace client {
 
 namespace {
@@ -29,7 +31,7 @@ QByteArray size(int bytes)
 constexpr char moreData[] = "<MoreData/>";
 
 /// Says no to everything.
-class RefusingUser final : public UserInteraction {
+class RefusingUser : public UserInteraction {
 public:
     Response show(const QString &, const InteractionOptions &) override
     {
@@ -262,6 +264,96 @@ TEST_P(Sizes, LimitHoldsUntilItChanges)
     EXPECT_LE(server.requests.at(1).body.size(), 1500);
     EXPECT_GT(server.requests.at(2).body.size(), 1500);
     EXPECT_TRUE(message(3).final);
+}
+
+// ---- Answers to an Atomic ------------------------------------------------------------------------
+
+TEST_P(Sizes, AnswersOfAnAtomicGoIntoSeveralMessages)
+{
+    QByteArray commands;
+    for (int i = 0; i < 40; ++i)
+        commands += replace(QByteArray::number(10 + i).constData(), address,
+                            "value " + QByteArray::number(i));
+    server.says(
+        {accepted() + "<Atomic><CmdID>2</CmdID>" + commands + "</Atomic>", true, maxMsgSize(1500)});
+    serverAsksForMore(20);
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_LE(largestMessage(), 1500);
+    EXPECT_GT(server.messages.size(), 3U);
+    EXPECT_EQ(sent(2).at(1), "Status 2 Atomic 200") << "the result, before the rest";
+    int done = 0;
+    for (std::size_t i = 2; i <= server.messages.size(); ++i)
+        for (const std::string &line : sent(i))
+            done += line.ends_with(" Replace 200");
+    EXPECT_EQ(done, 40);
+    EXPECT_EQ(read(profile("Office/Addr")), "value 39");
+}
+
+TEST_P(Sizes, AtomicWhoseAnswerFitsIntoNoMessageIsTakenBackAnd517)
+{
+    const QByteArray longUri = profileUri("Office/") + QByteArray("%78").repeated(20);
+    const QByteArray add = "<Add><CmdID>4</CmdID><Meta><Format>chr</Format></Meta><Item><Target>"
+                           "<LocURI>" +
+                           longUri + "</LocURI></Target><Data>x</Data></Item></Add>";
+    const QByteArray atomic =
+        "<Atomic><CmdID>2</CmdID>" + replace("3", address, "new") + add + "</Atomic>";
+    const std::string before = childrenOf(profile("Office"));
+    std::set<Lines> seen;
+    for (int limit = 200; limit < 1000; limit += 4) {
+        server = ScriptedServer(GetParam());
+        listener.commands.clear();
+        server.says({accepted() + atomic, true, maxMsgSize(limit)});
+        serverAsksForMore(10);
+        const SessionEnd end = run();
+        EXPECT_LE(largestMessage(), limit);
+        if (end.kind == Kind::Failed) {
+            EXPECT_TRUE(seen.empty()) << limit << " bytes are too few, fewer were not";
+            EXPECT_EQ(read(profile("Office/Addr")), "internet");
+            continue;
+        }
+        Lines answers;
+        for (std::size_t i = 2; i <= server.messages.size(); ++i)
+            for (const std::string &line : sent(i))
+                if (line.ends_with("Atomic 517") || line.ends_with("Atomic 200") ||
+                    line.find(" Replace ") != line.npos || line.find(" Add ") != line.npos)
+                    answers.push_back(line);
+        seen.insert(answers);
+        if (answers.at(0) == "Status 2 Atomic 200") {
+            EXPECT_EQ(read(profile("Office/Addr")), "new");
+            break;
+        }
+        EXPECT_EQ(answers, (Lines{"Status 2 Atomic 517", "Status 3 Replace 216", //
+                                  "Status 4 Add 216"}));
+        listener.commands.resize(3); // without the requests for more
+        EXPECT_EQ(listener.commands,
+                  (Lines{"Atomic  517 the server takes no messages as large as an answer in it",
+                         "Replace " + address.toStdString() + " 216 taken back",
+                         "Add " + longUri.toStdString() + " 216 taken back"}));
+        EXPECT_EQ(read(profile("Office/Addr")), "internet");
+        EXPECT_EQ(childrenOf(profile("Office")), before);
+    }
+    EXPECT_EQ(seen, (std::set<Lines>{
+                        {"Status 2 Atomic 517", "Status 3 Replace 216", "Status 4 Add 216"},
+                        {"Status 2 Atomic 200", "Status 3 Replace 200", "Status 4 Add 200"}}));
+}
+
+TEST_P(Sizes, AtomicWithATypedTextThatFitsIntoNoMessageIs517)
+{
+    class Writer final : public RefusingUser {
+    public:
+        Response ask(const QString &, const InteractionOptions &, QString &text) override
+        {
+            text = QString(2000, u'x');
+            return Response::Given;
+        }
+    } writer;
+    server.says({accepted() + "<Atomic><CmdID>2</CmdID>" + replace("3", address, "new") +
+                     alert("4", "1102", {"", "Your name?"}) + "</Atomic>",
+                 true, maxMsgSize(1500)});
+    EXPECT_EQ(run(&writer).kind, Kind::Completed);
+    EXPECT_EQ(sent(2), (Lines{"Status 0 SyncHdr 200", "Status 2 Atomic 517", "Status 3 Replace 216",
+                              "Status 4 Alert 216", "Final"}));
+    EXPECT_EQ(read(profile("Office/Addr")), "internet");
 }
 
 // ---- Large objects of the client -----------------------------------------------------------------
