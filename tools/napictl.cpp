@@ -189,23 +189,24 @@ ExitStatus refuseUsage(const QString &message, const Command *command)
 }
 
 /// State directory and backend are handed to the profile service the way every program does it.
-/// @return false for a backend that there is none of.
-bool chooseStore(const QCommandLineParser &parser)
+/// @return null, or what is wrong with one of the options
+QString chooseStore(const QCommandLineParser &parser)
 {
     const QString state = QString::fromLatin1(kStateOption.name);
-    if (parser.isSet(state))
-        qputenv("KUB_STATE_DIR", parser.value(state).toUtf8());
+    if (parser.isSet(state)) {
+        const QString directory = parser.value(state);
+        if (directory.isEmpty())
+            return QStringLiteral("--state names no directory");
+        qputenv("KUB_STATE_DIR", directory.toUtf8());
+    }
     const QString backend = QString::fromLatin1(kBackendOption.name);
-    if (!parser.isSet(backend))
-        return true;
-    const QString name = parser.value(backend);
-    qputenv("KUB_NAPI_BACKEND", name.toUtf8());
-    return name == u"sqlite" || name == u"networkmanager";
-}
-
-ExitStatus refuseBackend(const Command *command)
-{
-    return refuseUsage(QStringLiteral("--backend is sqlite or networkmanager"), command);
+    if (parser.isSet(backend)) {
+        const QString name = parser.value(backend);
+        if (name != u"sqlite" && name != u"networkmanager")
+            return QStringLiteral("--backend is sqlite or networkmanager");
+        qputenv("KUB_NAPI_BACKEND", name.toUtf8());
+    }
+    return {};
 }
 
 /// @param arguments  the name of the command and what stands behind it
@@ -230,8 +231,8 @@ ExitStatus runCommand(const Command &command, const QStringList &arguments)
         return refuseUsage(
             QStringLiteral("%1: too many arguments").arg(QString::fromLatin1(command.name)),
             &command);
-    if (!chooseStore(parser))
-        return refuseBackend(&command);
+    if (const QString fault = chooseStore(parser); !fault.isNull())
+        return refuseUsage(fault, &command);
     return command.run(parser, operands);
 }
 
@@ -254,8 +255,8 @@ ExitStatus runCommandLine(const QStringList &arguments)
         return refuseUsage(
             printable(operands.first()) + QStringLiteral(": there is no such command"), nullptr);
     }
-    if (!chooseStore(parser))
-        return refuseBackend(nullptr);
+    if (const QString fault = chooseStore(parser); !fault.isNull())
+        return refuseUsage(fault, nullptr);
     return runCommand(*command, operands);
 }
 

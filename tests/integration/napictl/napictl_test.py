@@ -565,7 +565,8 @@ class CommandLineTest(NapictlTest):
         for arguments in ([], ["frobnicate"], ["--frobnicate"], ["list", "extra"], ["show"],
                           ["show", "a", "b"], ["show", "a", "--frobnicate"], ["create"], ["set"],
                           ["set", "Office"], ["delete"], ["import"], ["import", "a", "b"],
-                          ["export", "file"], ["list", "--json"], ["--state"], ["check", "x"]):
+                          ["export", "file"], ["list", "--json"], ["--state"], ["check", "x"],
+                          ["--state", "", "list"], ["list", "--state="]):
             with self.subTest(arguments):
                 result = self.refused(USAGE, *arguments, says=["napictl: ", "--help'"])
                 self.assertEqual(result.stdout, "")
