@@ -77,7 +77,7 @@ Outcome outcomeOfEngineCall(int engineStatus)
     const DmStatus status = statusOfEngineCall(engineStatus);
     if (succeeded(status))
         return {};
-    return {status, QStringLiteral("the plug-in refused it")};
+    return {status, QStringLiteral("the plug-in refused it; its log says why")};
 }
 
 QByteArray joinedPath(const QByteArray &parentPath, const QByteArray &name)

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -26,12 +27,17 @@ QString systemReason(int errorNumber)
 }
 
 /// Makes the directory and the missing ones above it.
-bool makePrivateDirectory(const QString &path)
+bool makePrivateDirectory(const QString &path, QString &error)
 {
     if (QDir(path).exists())
         return true;
-    return makePrivateDirectory(QFileInfo(path).path()) &&
-           QDir().mkdir(path, ownerOnly | QFileDevice::ExeOwner);
+    if (!makePrivateDirectory(QFileInfo(path).path(), error))
+        return false;
+    if (::mkdir(QFile::encodeName(path).constData(), S_IRWXU) == 0)
+        return true;
+    error =
+        QStringLiteral("cannot create the state directory %1: %2").arg(path, systemReason(errno));
+    return QDir(path).exists(); // another process may have been faster
 }
 
 } // namespace
@@ -53,10 +59,8 @@ std::unique_ptr<StateDirectory> StateDirectory::open(const QString &path, QStrin
 {
     const QString root = QDir(path).absolutePath();
     const QString clientPath = root + QStringLiteral("/client");
-    if (!makePrivateDirectory(root) || !makePrivateDirectory(clientPath)) {
-        error = QStringLiteral("cannot create the state directory %1").arg(clientPath);
+    if (!makePrivateDirectory(root, error) || !makePrivateDirectory(clientPath, error))
         return nullptr;
-    }
     const QString lockPath = clientPath + QStringLiteral("/lock");
     const int lockFile =
         ::open(QFile::encodeName(lockPath).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);

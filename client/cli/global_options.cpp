@@ -78,11 +78,11 @@ bool isProfileBackend(const QString &name)
 
 } // namespace
 
-std::optional<CommandLine> parseCommandLine(const QStringList &words, ExitStatus &exitStatus)
+std::optional<CommandLine> parseCommandLine(const QStringList &words, Output &output,
+                                            ExitStatus &exitStatus)
 {
     QCommandLineParser parser;
     addGlobalOptions(parser);
-    Output output;
     exitStatus = ExitStatus::WrongUsage;
     if (!parser.parse(words)) {
         output.problem(parser.errorText());
@@ -101,6 +101,11 @@ std::optional<CommandLine> parseCommandLine(const QStringList &words, ExitStatus
             QStringLiteral("--backend is sqlite or networkmanager, not '%1'").arg(backend));
         return std::nullopt;
     }
+    const QString state = parser.value(QStringLiteral("state"));
+    if (parser.isSet(QStringLiteral("state")) && state.isEmpty()) {
+        output.problem(QStringLiteral("--state names no directory"));
+        return std::nullopt;
+    }
     const QStringList rest = parser.positionalArguments();
     if (rest.isEmpty()) {
         output.problem(QStringLiteral("no command; try dmclient --help"));
@@ -109,9 +114,7 @@ std::optional<CommandLine> parseCommandLine(const QStringList &words, ExitStatus
     CommandLine commandLine;
     commandLine.command = rest[0];
     commandLine.words = rest.mid(1);
-    commandLine.device.stateDirectory = parser.isSet(QStringLiteral("state"))
-                                            ? parser.value(QStringLiteral("state"))
-                                            : StateDirectory::defaultPath();
+    commandLine.device.stateDirectory = state.isEmpty() ? StateDirectory::defaultPath() : state;
     if (parser.isSet(QStringLiteral("plugin")))
         commandLine.device.pluginFile = parser.value(QStringLiteral("plugin"));
     commandLine.device.profileBackend = backend;

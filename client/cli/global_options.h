@@ -2,6 +2,7 @@
 #pragma once
 
 #include "cli/exit_status.h"
+#include "cli/output.h"
 #include "dm_device.h"
 
 #include <QStringList>
@@ -20,8 +21,8 @@ QString programHelp();
 
 /// Reads the words of the command line, the program's name first.
 /// @return none when there is nothing to run: help or the version was asked for and has been
-/// printed,
-///         or the usage is wrong and has been reported; exitStatus says which
-std::optional<CommandLine> parseCommandLine(const QStringList &words, ExitStatus &exitStatus);
+///         printed, or the usage is wrong and has been reported; exitStatus says which
+std::optional<CommandLine> parseCommandLine(const QStringList &words, Output &output,
+                                            ExitStatus &exitStatus);
 
 } // namespace client::cli

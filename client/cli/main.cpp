@@ -2,15 +2,15 @@
 #include "cli/global_options.h"
 
 #include <QCoreApplication>
+#include <QUtf8StringView>
 
 namespace {
 
 using namespace client;
 using namespace client::cli;
 
-ExitStatus runCommand(const CommandLine &commandLine)
+ExitStatus runCommand(const CommandLine &commandLine, Output &output)
 {
-    Output output;
     const CommandRow *const command = findCommand(commandLine.command, false);
     if (!command) {
         output.problem(
@@ -44,13 +44,34 @@ ExitStatus runCommand(const CommandLine &commandLine)
     return exitStatus;
 }
 
+/// Without this check other bytes would become replacement characters, and the name of a node.
+bool areUtf8(int argc, char *argv[], Output &output)
+{
+    for (int index = 1; index < argc; ++index) {
+        if (!QUtf8StringView(argv[index]).isValidUtf8()) {
+            output.problem(QStringLiteral("argument %1 is not UTF-8").arg(index));
+            return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);
-    ExitStatus exitStatus = ExitStatus::Success;
-    if (const auto commandLine = parseCommandLine(QCoreApplication::arguments(), exitStatus))
-        exitStatus = runCommand(*commandLine);
+    Output output;
+    ExitStatus exitStatus = ExitStatus::WrongUsage;
+    if (areUtf8(argc, argv, output)) {
+        const auto commandLine =
+            parseCommandLine(QCoreApplication::arguments(), output, exitStatus);
+        if (commandLine)
+            exitStatus = runCommand(*commandLine, output);
+    }
+    if (const QString reason = output.lossReason(); !reason.isNull()) {
+        output.problem(QStringLiteral("cannot write the output: %1").arg(reason));
+        exitStatus = worse(exitStatus, ExitStatus::Unusable);
+    }
     return static_cast<int>(exitStatus);
 }

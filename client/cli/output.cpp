@@ -1,16 +1,18 @@
 #include "cli/output.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <unistd.h>
 
 namespace client::cli {
 
 namespace {
 
-void write(FILE *file, const QByteArray &bytes)
+bool write(FILE *file, const QByteArray &bytes)
 {
-    std::fwrite(bytes.constData(), 1, static_cast<std::size_t>(bytes.size()), file);
-    std::fflush(file);
+    const auto size = static_cast<std::size_t>(bytes.size());
+    return std::fwrite(bytes.constData(), 1, size, file) == size && std::fflush(file) == 0;
 }
 
 } // namespace
@@ -33,7 +35,8 @@ void Output::value(const QByteArray &bytes)
 
 void Output::raw(const QByteArray &bytes)
 {
-    write(stdout, bytes);
+    if (!write(stdout, bytes) && m_writeError == 0)
+        m_writeError = errno;
 }
 
 void Output::status(const QString &command, const QString &uri, const Outcome &outcome)
@@ -55,7 +58,15 @@ void Output::report(const QString &text, bool failed)
     const QString harmless = printable(prefixed.toUtf8());
     const Painter &painter = toError ? m_errorPainter : m_painter;
     const QString painted = failed ? painter.paint(Colour::Problem, harmless) : harmless;
-    write(toError ? stderr : stdout, painted.toUtf8() + '\n');
+    if (toError)
+        write(stderr, painted.toUtf8() + '\n');
+    else
+        line(painted);
+}
+
+QString Output::lossReason() const
+{
+    return m_writeError == 0 ? QString() : QString::fromLocal8Bit(std::strerror(m_writeError));
 }
 
 } // namespace client::cli

@@ -28,6 +28,9 @@ public:
     void status(const QString &command, const QString &uri, const Outcome &outcome);
     /// What is wrong with the command itself or with a file that it names.
     void problem(const QString &text);
+    /// Why something that was printed is lost, such as "No space left on device"; null when nothing
+    /// is.
+    QString lossReason() const;
 
 private:
     void report(const QString &text, bool failed);
@@ -36,6 +39,7 @@ private:
     Painter m_painter;
     Painter m_errorPainter;
     Reports m_reports = Reports::Failures;
+    int m_writeError = 0; ///< errno of the first result that could not be written
 };
 
 } // namespace client::cli

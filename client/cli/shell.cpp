@@ -21,6 +21,12 @@ bool isSkipped(const QByteArray &line)
     return text.isEmpty() || text.startsWith('#');
 }
 
+/// What is no text would be cut off or read as something else.
+bool isText(const QByteArray &line)
+{
+    return !line.contains('\0') && line.isValidUtf8();
+}
+
 /// Passwords that were typed do not belong into a history file.
 bool mentionsSecret(const QByteArray &line)
 {
@@ -69,7 +75,9 @@ bool Shell::runLine(const QByteArray &line)
     if (isSkipped(line))
         return true;
     ExitStatus status = ExitStatus::WrongUsage;
-    if (const auto words = splitWords(line))
+    if (!isText(line))
+        m_output.problem(QStringLiteral("the line holds a NUL byte or is not UTF-8"));
+    else if (const auto words = splitWords(line))
         status = runWords(*words);
     else
         m_output.problem(QStringLiteral("a quote is not closed"));

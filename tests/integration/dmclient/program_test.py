@@ -69,11 +69,28 @@ class CommandLineTest(DmclientTest):
     def test_wrong_usage(self):
         for arguments in ([], ["frobnicate"], ["get"], ["tree", "--nonsense"], ["--nonsense", "tree"],
                           ["rename", "./A"], ["shell", "x"], ["quit"], ["help", "nothing"],
-                          ["replace", CONN + "/Office/Addr", "a", "b"], ["delete", CONN + "?prop=ACL"]):
+                          ["replace", CONN + "/Office/Addr", "a", "b"], ["delete", CONN + "?prop=ACL"],
+                          ["add", CONN + "/Office/X", "value", "--format", "node"],
+                          ["--state", "", "tree"]):
             status, printed, errors = self.run_client(*arguments)
             self.assertEqual((status, printed), (USAGE, ""), arguments)
             self.assertTrue(errors.startswith("dmclient: "), errors)
             self.assertEqual(errors.count("\n"), 1, errors)
+
+    def test_arguments_have_to_be_utf8(self):
+        self.assertEqual(self.run_client("add", CONN.encode() + b"/\xff"),
+                         (USAGE, "", "dmclient: argument 4 is not UTF-8\n"))
+        self.assertEqual(self.succeed("get", CONN), "Office\nPX1\nHome\n")
+
+    def test_output_that_cannot_be_written_is_a_failure(self):
+        for arguments, stdin in ((["get", CONN], b""), (["--help"], b""), (["shell"], b"get .\n")):
+            with open("/dev/full", "wb") as full:
+                result = subprocess.run([DMCLIENT, "--plugin", PLUGIN, *arguments], input=stdin, stdout=full,
+                                        stderr=subprocess.PIPE, env=self.handset.environment(),
+                                        timeout=120, check=False)
+            self.assertEqual(result.returncode, UNUSABLE, arguments)
+            self.assertEqual(result.stderr,
+                             b"dmclient: cannot write the output: No space left on device\n", arguments)
 
     def test_help_and_version_need_no_handset(self):
         for arguments in (["--help"], ["--version"], ["help"], ["help", "tree"], ["tree", "--help"]):
@@ -111,7 +128,12 @@ class UnusableTest(DmclientTest):
         path = os.path.join(self.handset.home, "file")
         with open(path, "w", encoding="ascii"):
             pass
-        self.assert_unusable(path, "--state", path, "tree")
+        self.assert_unusable(f"cannot create the state directory {path}: File exists",
+                             "--state", path, "tree")
+
+    def test_a_state_directory_that_cannot_be_made_is_named_with_the_reason(self):
+        self.assert_unusable("cannot create the state directory /proc/handset: No such file or directory",
+                             "--state", "/proc/handset/state", "tree")
 
     def test_a_second_client_is_refused_while_the_first_runs(self):
         with open(self.handset.client_file("lock"), "w", encoding="ascii") as lock:
@@ -308,6 +330,14 @@ class PipedShellTest(DmclientTest):
 
     def test_the_last_line_needs_no_line_break(self):
         self.assertEqual(self.shell("get ./DevInfo/DmV")[1][0], "1.2")
+
+    def test_a_line_that_is_no_text_is_refused_as_a_whole(self):
+        for line in (b"\0", b"\0get .", b"delete " + CONN.encode() + b"/Office\0/Addr",
+                     b"add " + CONN.encode() + b"/\xff", b"\xc3"):
+            status, lines = self.shell(line + b"\nget " + CONN.encode() + b"\n")
+            self.assertEqual((status, lines),
+                             (USAGE, ["the line holds a NUL byte or is not UTF-8", "Office", "PX1", "Home",
+                                      f"get {CONN}: 200 OK"]), line)
 
     def test_quit_leaves_the_rest_unread(self):
         self.assertEqual(self.shell("quit\nget ./x\n"), (SUCCESS, []))

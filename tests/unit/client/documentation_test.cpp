@@ -85,7 +85,8 @@ TEST(DocumentationTest, EveryGlobalOptionOfTheHelpIsUnderstood)
             option == "verbose"
                 ? QStringList{QStringLiteral("dmclient"), word, QStringLiteral("x")}
                 : QStringList{QStringLiteral("dmclient"), word, value, QStringLiteral("x")};
-        const auto parsed = parseCommandLine(line, exitStatus);
+        Output output;
+        const auto parsed = parseCommandLine(line, output, exitStatus);
         ASSERT_TRUE(parsed) << option;
         EXPECT_EQ(parsed->command, QStringLiteral("x")) << option;
     }

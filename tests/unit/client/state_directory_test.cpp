@@ -96,7 +96,7 @@ TEST_F(OpenStateDirectoryTest, AFileInTheWayIsNamed)
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     EXPECT_EQ(open(), nullptr);
-    EXPECT_EQ(error, QStringLiteral("cannot create the state directory %1/client").arg(path));
+    EXPECT_EQ(error, QStringLiteral("cannot create the state directory %1: File exists").arg(path));
 }
 
 TEST_F(OpenStateDirectoryTest, ALockThatCannotBeOpenedIsNamed)
