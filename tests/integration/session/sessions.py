@@ -44,10 +44,11 @@ class SessionTest(unittest.TestCase):
         result = self.handset.dmclient("account", "add", "Test", *words)
         self.assertEqual(result.returncode, SUCCESS, result.stderr.decode())
 
-    def start(self, *words, **streams):
+    def start(self, *words, environment=None, **streams):
         """A dmclient that runs on while the test does other things."""
         process = subprocess.Popen([DMCLIENT, "--plugin", PLUGIN, *words],
-                                   env=self.handset.environment(), **streams)
+                                   env=self.handset.environment(**(environment or {})),
+                                   **streams)
         self.addCleanup(process.kill)
         return process
 

@@ -18,7 +18,8 @@ class Terminal:
 
     def __init__(self, test, *words):
         self.master, slave = pty.openpty()
-        self.process = test.start(*words, stdin=slave, stdout=slave, stderr=slave)
+        self.process = test.start(*words, environment={"TERM": "xterm"},
+                                  stdin=slave, stdout=slave, stderr=slave)
         os.close(slave)
         test.addCleanup(os.close, self.master)
         self.screen = ""
@@ -136,7 +137,6 @@ class TerminalTest(SessionTest):
         self.assertEqual(session.lines[-1], "the client aborts the session")
 
     def test_colour_is_for_terminals(self):
-        self.handset.environment_changes = {"TERM": "xterm"}
         terminal, _ = self.ask({"delete": "./DevInfo", "expect": 405})
         _, screen = terminal.end()
         self.assertTrue(re.search(r"\x1b\[31mDelete ./DevInfo: 405 .*\x1b\[0m", screen), screen)
