@@ -40,8 +40,6 @@ constexpr ErrorRow kErrors[] = {
      Cause::NotPermitted},
     {"org.freedesktop.NetworkManager.Settings.ReadOnlyConnection", NAPI_ERROR_READ_ONLY,
      Cause::Other},
-    {"org.freedesktop.NetworkManager.Settings.InvalidConnection", NAPI_ERROR_VALUE_REFUSED,
-     Cause::Other},
     {"org.freedesktop.NetworkManager.Settings.UuidExists", NAPI_ERROR_EXISTS, Cause::Other},
     {"org.freedesktop.NetworkManager.Settings.Connection.", NAPI_ERROR_VALUE_REFUSED, Cause::Other},
     {"org.freedesktop.DBus.Error.UnknownObject", NAPI_ERROR_NOT_FOUND, Cause::NoObject},

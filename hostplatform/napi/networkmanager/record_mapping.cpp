@@ -289,7 +289,7 @@ std::string reasonToRefuse(const Field &field, const QByteArray &text,
                            const ConnectionSettings &settings)
 {
     if (QString::fromUtf8(text).toUtf8() != text)
-        return "it is no UTF-8";
+        return "it is no UTF-8, or begins with a byte order mark";
     if (field.gsmProperty == std::string_view("apn") && text.trimmed() != text)
         return "it begins or ends with a blank, which NetworkManager would cut off";
     if (isSecret(field) && !text.isEmpty() && !isPasswordKept(settings)) {

@@ -1,5 +1,6 @@
 // The store when the bus or the daemon does what a sound one does not do on demand.
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstddef>
@@ -13,6 +14,7 @@
 #include <QDBusArgument>
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
+#include <QDir>
 #include <QTemporaryDir>
 #include <QThread>
 #include <gtest/gtest.h>
@@ -224,10 +226,17 @@ private:
 
 class SilentBus : public testing::Test {
 protected:
+    ~SilentBus() override { EXPECT_EQ(openFiles(), m_openFiles); }
+
     static constexpr int kShortMs = 100;
     const QTemporaryDir m_directory;
     const QByteArray m_path = m_directory.filePath(QStringLiteral("it's a bus")).toUtf8();
     const QByteArray m_address = "unix:guid=0,path=" + m_path.toPercentEncoding("/");
+
+private:
+    static uint openFiles() { return QDir(u"/proc/self/fd"_qs).count(); }
+
+    const uint m_openFiles = openFiles();
 };
 
 TEST_F(SilentBus, IsNotOneThatIsNotThere)
@@ -235,13 +244,16 @@ TEST_F(SilentBus, IsNotOneThatIsNotThere)
     for (const QByteArray &address :
          {QByteArray(), m_address, QByteArrayLiteral("tcp:host=127.0.0.1,port=1"),
           QByteArrayLiteral("nonsense"), QByteArrayLiteral("unix:tmpdir=/tmp"),
-          "unix:path=" + QByteArray(200, 'x')})
+          "unix:path=" + QByteArray(200, 'x')}) {
+        errno = EAGAIN; // left by an earlier call
         EXPECT_FALSE(isBusSilent(address, kShortMs)) << address.toStdString();
+    }
 }
 
 TEST_F(SilentBus, IsTheFirstThatAcceptsAConnection)
 {
     const Listener listener(m_path);
+    EXPECT_FALSE(isBusSilent("fake:path=" + m_path, kShortMs)) << "another transport";
     EXPECT_TRUE(isBusSilent("unix:path=/nowhere;" + m_address, kShortMs));
 }
 
@@ -261,6 +273,7 @@ TEST_F(SilentBus, WithoutRoomForOneMoreIsWaitedForAsLong)
     const auto time = timeOf([&] { isSilent = isBusSilent(m_address, kShortMs); });
     EXPECT_TRUE(isSilent);
     EXPECT_GE(time.count(), kShortMs - kShortMs / 10);
+    EXPECT_LE(time, kBusyMachine);
 }
 
 TEST_F(SilentBus, IsNotOneThatAnswersOrHangsUp)
@@ -352,12 +365,51 @@ TEST_F(Faults, AgentWithoutAPasswordMeansNoPassword)
     }
 }
 
-TEST_F(Faults, FailedWriteToDiskIsAnInputOutputError)
+TEST_F(Faults, ReasonOfAFailureHasACodeOfItsOwn)
 {
-    m_fake->handle("Update2", error("org.freedesktop.NetworkManager.Settings.Failed", "disk"));
-    const StoreResult result = m_store->modify("Fake 0", NAP_PROFILE_S{});
-    EXPECT_EQ(result.status, NAPI_ERROR_IO);
-    EXPECT_NE(result.message.find("disk"), std::string::npos) << result.message;
+    struct Row {
+        const char *name;
+        NAPI_STATUS status;
+    };
+    const Row rows[] = {
+        {"org.freedesktop.NetworkManager.Settings.Failed", NAPI_ERROR_IO},
+        {"org.freedesktop.NetworkManager.Settings.ReadOnlyConnection", NAPI_ERROR_READ_ONLY},
+        {"org.freedesktop.NetworkManager.Settings.UuidExists", NAPI_ERROR_EXISTS},
+        {"org.freedesktop.DBus.Error.NoReply", NAPI_ERROR_UNAVAILABLE},
+        {"org.freedesktop.DBus.Error.Timeout", NAPI_ERROR_UNAVAILABLE},
+        {"org.freedesktop.DBus.Error.TimedOut", NAPI_ERROR_UNAVAILABLE},
+        {"org.freedesktop.DBus.Error.NameHasNoOwner", NAPI_ERROR_UNAVAILABLE},
+        {"org.freedesktop.DBus.Error.Disconnected", NAPI_ERROR_UNAVAILABLE},
+        {"org.freedesktop.DBus.Error.UnknownObject", NAPI_ERROR_NOT_FOUND},
+        {"org.example.Unheard.Of", NAPI_ERROR_IO},
+    };
+    for (const Row &row : rows) {
+        m_fake->handle("Update2", error(row.name, "the reason"));
+        const StoreResult result = m_store->modify("Fake 0", NAP_PROFILE_S{});
+        EXPECT_EQ(result.status, row.status) << row.name;
+        EXPECT_NE(result.message.find("the reason"), std::string::npos) << result.message;
+        EXPECT_NE(result.message.find(row.name), std::string::npos) << result.message;
+    }
+}
+
+TEST_F(Faults, ConnectionThatNeverStaysTheSameIsBusy)
+{
+    m_fake->handle("ListConnections", [](const QDBusMessage &call) {
+        const QList<QDBusObjectPath> paths = {
+            QDBusObjectPath(FakeNetworkManager::connectionPath(1))};
+        return call.createReply(QVariant::fromValue(paths));
+    });
+    // The connection has its ID while it is listed and another one when it is looked at again.
+    m_fake->handle("GetSettings", [asked = 0](const QDBusMessage &call) mutable {
+        ConnectionSettings settings = FakeNetworkManager::connectionSettings(1);
+        if (asked++ % 2 != 0)
+            settings[u"connection"_qs][u"id"_qs] = u"Another"_qs;
+        return call.createReply(QVariant::fromValue(settings));
+    });
+    NAP_PROFILE_S record = {};
+    const StoreResult result = m_store->read("Fake 1", record);
+    EXPECT_EQ(result.status, NAPI_ERROR_BUSY);
+    EXPECT_NE(result.message.find("changes"), std::string::npos) << result.message;
 }
 
 TEST_F(Faults, UpdateIsTakenBackWhenThePasswordCannotBeRemoved)
