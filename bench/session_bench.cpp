@@ -5,8 +5,11 @@
 //   decode, encode    one message with that many Gets and Replaces, in both encodings
 //   session           a whole session in memory: one package of the server with that many commands,
 //                     run on a small tree in memory, and the client's answer
+//   ... in small messages   the same for a server that takes 16 KB at a time
+//   ... in a Sequence, in an Atomic, items of one Get   the same in these shapes
 //   session over HTTP the same over a socket of this machine, with one command a message
-//   decode 1 MB       a message with one value of 1 MB; held_bytes is what it takes in memory
+//   decode 1 MB       a message with one value of 1 MB; peak_bytes is what decoding takes at most
+//                     beside the message, held_bytes what its result holds
 //
 // items_per_second counts commands; for the session over HTTP it counts messages of the client.
 // Where the number of commands grows tenfold, so should the time.
@@ -17,11 +20,67 @@
 #include <QCoreApplication>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <algorithm>
 #include <benchmark/benchmark.h>
 #include <cstdio>
 #include <cstdlib>
 #include <malloc.h>
 #include <memory>
+
+// ---- The heap, watched -----------------------------------------------------------------------------
+
+namespace heap {
+
+bool isWatched = false;
+long long usedBytes = 0;
+long long peakBytes = 0;
+
+void count(void *block, int sign)
+{
+    if (!isWatched || !block)
+        return;
+    usedBytes += sign * static_cast<long long>(malloc_usable_size(block));
+    peakBytes = std::max(peakBytes, usedBytes);
+}
+
+} // namespace heap
+
+extern "C" {
+void *__libc_malloc(std::size_t size);
+void *__libc_calloc(std::size_t count, std::size_t size);
+void *__libc_realloc(void *block, std::size_t size);
+void __libc_free(void *block);
+
+#define KUB_EXPORT __attribute__((visibility("default")))
+
+KUB_EXPORT void *malloc(std::size_t size)
+{
+    void *const block = __libc_malloc(size);
+    heap::count(block, 1);
+    return block;
+}
+
+KUB_EXPORT void *calloc(std::size_t count, std::size_t size)
+{
+    void *const block = __libc_calloc(count, size);
+    heap::count(block, 1);
+    return block;
+}
+
+KUB_EXPORT void *realloc(void *old, std::size_t size)
+{
+    heap::count(old, -1);
+    void *const block = __libc_realloc(old, size);
+    heap::count(block, 1);
+    return block;
+}
+
+KUB_EXPORT void free(void *block)
+{
+    heap::count(block, -1);
+    __libc_free(block);
+}
+}
 
 namespace {
 
@@ -62,11 +121,10 @@ Message serverMessage(int msgId)
     return message;
 }
 
-/// A Get and a Replace in turn.
-Command command(int number)
+Command command(CommandKind kind, int number)
 {
     Command command;
-    command.kind = number % 2 ? CommandKind::Replace : CommandKind::Get;
+    command.kind = kind;
     command.cmdId = QString::number(number + 1);
     command.items.emplace_back();
     command.items[0].target = syncml::Location{QStringLiteral("./M/Office/Addr"), {}};
@@ -75,15 +133,67 @@ Command command(int number)
     return command;
 }
 
-QByteArray packageOf(int commands, Encoding encoding)
+std::vector<Command> replaces(int count)
+{
+    std::vector<Command> commands;
+    for (int i = 0; i < count; ++i)
+        commands.push_back(command(CommandKind::Replace, i));
+    return commands;
+}
+
+/// Shapes of a server's package of some commands.
+
+std::vector<Command> getsAndReplaces(int count)
+{
+    std::vector<Command> commands;
+    for (int i = 0; i < count; ++i)
+        commands.push_back(command(i % 2 ? CommandKind::Replace : CommandKind::Get, i));
+    return commands;
+}
+
+std::vector<Command> oneGet(int count)
+{
+    Command get = command(CommandKind::Get, 0);
+    get.items.resize(static_cast<std::size_t>(count), get.items.front());
+    return {get};
+}
+
+std::vector<Command> group(CommandKind kind, std::vector<Command> commands)
+{
+    Command group;
+    group.kind = kind;
+    group.cmdId = QStringLiteral("g");
+    group.commands = std::move(commands);
+    return {group};
+}
+
+std::vector<Command> sequence(int count)
+{
+    return group(CommandKind::Sequence, getsAndReplaces(count));
+}
+
+std::vector<Command> atomic(int count)
+{
+    return group(CommandKind::Atomic, replaces(count));
+}
+
+using Shape = std::vector<Command> (*)(int count);
+
+/// @param maxMessageBytes  that the server takes; 0: it does not say
+QByteArray packageOf(const std::vector<Command> &commands, Encoding encoding,
+                     int maxMessageBytes = 0)
 {
     Message message = serverMessage(1);
-    for (int i = 0; i < commands; ++i)
-        message.commands.push_back(command(i));
+    if (maxMessageBytes > 0) {
+        message.header.meta.emplace();
+        message.header.meta->maxMsgSize = QString::number(maxMessageBytes);
+    }
+    message.commands.insert(message.commands.end(), commands.begin(), commands.end());
     return std::get<QByteArray>(syncml::encode(message, encoding));
 }
 
-QByteArray lastMessage(Encoding encoding)
+/// Asks for the rest when there is one, and ends the session otherwise.
+QByteArray nextMessage(Encoding encoding)
 {
     return std::get<QByteArray>(syncml::encode(serverMessage(2), encoding));
 }
@@ -93,42 +203,48 @@ Encoding encodingOf(const benchmark::State &state)
     return state.range(1) ? Encoding::Wbxml : Encoding::Xml;
 }
 
+void countWork(benchmark::State &state, int commandsInMessage, qsizetype messageBytes)
+{
+    state.SetItemsProcessed(state.iterations() * commandsInMessage);
+    state.SetBytesProcessed(state.iterations() * messageBytes);
+    state.counters["messages_per_second"] =
+        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+}
+
 // ---- Codecs --------------------------------------------------------------------------------------
 
 void decode(benchmark::State &state)
 {
     const auto commands = static_cast<int>(state.range(0));
-    const QByteArray bytes = packageOf(commands, encodingOf(state));
+    const QByteArray bytes = packageOf(getsAndReplaces(commands), encodingOf(state));
     for (auto _ : state)
         benchmark::DoNotOptimize(syncml::decode(bytes));
-    state.SetItemsProcessed(state.iterations() * commands);
-    state.SetBytesProcessed(state.iterations() * bytes.size());
+    countWork(state, commands, bytes.size());
 }
 
 void encode(benchmark::State &state)
 {
     const auto commands = static_cast<int>(state.range(0));
-    const QByteArray bytes = packageOf(commands, encodingOf(state));
+    const QByteArray bytes = packageOf(getsAndReplaces(commands), encodingOf(state));
     const auto message = std::get<Message>(syncml::decode(bytes));
     for (auto _ : state)
         benchmark::DoNotOptimize(syncml::encode(message, encodingOf(state)));
-    state.SetItemsProcessed(state.iterations() * commands);
-    state.SetBytesProcessed(state.iterations() * bytes.size());
+    countWork(state, commands, bytes.size());
 }
 
 void decodeLargeValue(benchmark::State &state)
 {
-    Message message = serverMessage(1);
-    message.commands.push_back(command(1));
-    message.commands.back().items[0].data = QByteArray(1024 * 1024, 'x');
-    const auto bytes = std::get<QByteArray>(syncml::encode(message, encodingOf(state)));
-    const auto before = mallinfo2();
+    Command replace = command(CommandKind::Replace, 1);
+    replace.items[0].data = QByteArray(1024 * 1024, 'x');
+    const QByteArray bytes = packageOf({replace}, encodingOf(state));
     {
+        heap::usedBytes = heap::peakBytes = 0;
+        heap::isWatched = true;
         const syncml::DecodeResult held = syncml::decode(bytes);
+        heap::isWatched = false;
         require(std::holds_alternative<Message>(held), "the message cannot be read");
-        const auto with = mallinfo2();
-        state.counters["held_bytes"] =
-            static_cast<double>(with.uordblks + with.hblkhd - before.uordblks - before.hblkhd);
+        state.counters["held_bytes"] = static_cast<double>(heap::usedBytes);
+        state.counters["peak_bytes"] = static_cast<double>(heap::peakBytes);
     }
     for (auto _ : state)
         benchmark::DoNotOptimize(syncml::decode(bytes));
@@ -167,34 +283,38 @@ struct Device {
     ManagementTree tree{describeHost("urn:bench:1")};
 };
 
-/// Says two things.
+/// Sends its package, and then asks for what is left of the answer.
 class ServerInMemory final : public Transport {
 public:
-    ServerInMemory(const QByteArray &package, const QByteArray &last)
-        : m_package(package), m_last(last)
+    ServerInMemory(const QByteArray &package, const QByteArray &next)
+        : m_package(package), m_next(next)
     {
     }
 
     TransportResult exchange(const TransportRequest &request) override
     {
-        m_hasSpoken = !m_hasSpoken;
-        return TransportResponse{m_hasSpoken ? m_package : m_last, {}, {}, request.url};
+        const QByteArray said = m_hasSpoken ? m_next : m_package;
+        m_hasSpoken = true;
+        return TransportResponse{said, {}, {}, request.url};
     }
 
 private:
     QByteArray m_package;
-    QByteArray m_last;
+    QByteArray m_next;
     bool m_hasSpoken = false;
 };
 
-void session(benchmark::State &state)
+void session(benchmark::State &state, Shape shape, int maxMessageBytes)
 {
     const auto commands = static_cast<int>(state.range(0));
     Device device;
-    ServerInMemory server(packageOf(commands, encodingOf(state)), lastMessage(encodingOf(state)));
+    const QByteArray package = packageOf(shape(commands), encodingOf(state), maxMessageBytes);
+    const QByteArray next = nextMessage(encodingOf(state));
     const QUrl url(QStringLiteral("http://127.0.0.1/"));
-    for (auto _ : state)
+    for (auto _ : state) {
+        ServerInMemory server(package, next);
         device.runSession(server, url, encodingOf(state));
+    }
     state.SetItemsProcessed(state.iterations() * commands);
 }
 
@@ -243,7 +363,7 @@ private:
 void sessionOverHttp(benchmark::State &state)
 {
     Device device;
-    HttpServer server(packageOf(1, encodingOf(state)));
+    HttpServer server(packageOf(getsAndReplaces(1), encodingOf(state)));
     QString error;
     const auto transport = HttpTransport::create({}, error);
     for (auto _ : state)
@@ -255,27 +375,47 @@ void sessionOverHttp(benchmark::State &state)
 
 // ---- Names and sizes -----------------------------------------------------------------------------
 
+/// Registers a benchmark for each number of commands.
+template <class Run>
+void registerGrowing(const std::string &name, int wbxml, Run run)
+{
+    for (const int commands : {10, 100, 1000, 10'000})
+        benchmark::RegisterBenchmark((name + " " + std::to_string(commands) + " commands").c_str(),
+                                     run)
+            ->Args({commands, wbxml})
+            ->Unit(benchmark::kMicrosecond);
+}
+
 void registerBenchmarks()
 {
-    struct Row {
+    struct SessionRow {
         const char *name;
-        void (*run)(benchmark::State &);
+        Shape shape;
+        int maxMessageBytes;
     };
-    static constexpr Row growing[] = {{"decode", decode}, {"encode", encode}, {"session", session}};
+    static constexpr SessionRow sessions[] = {
+        {"session", getsAndReplaces, 0},
+        {"session in small messages", getsAndReplaces, 16 * 1024},
+        {"session in a Sequence", sequence, 0},
+        {"session in an Atomic", atomic, 0},
+        {"session items of one Get", oneGet, 0},
+        {"session items of one Get in small messages", oneGet, 16 * 1024},
+    };
     static constexpr const char *encodings[] = {"XML", "WBXML"};
     for (const int wbxml : {0, 1}) {
-        const std::string encoding = encodings[wbxml];
-        for (const Row &row : growing)
-            for (const int commands : {10, 100, 1000, 10'000})
-                benchmark::RegisterBenchmark(
-                    (row.name + (" " + encoding) + " " + std::to_string(commands) + " commands")
-                        .c_str(),
-                    row.run)
-                    ->Args({commands, wbxml});
-        benchmark::RegisterBenchmark(("decode 1 MB " + encoding).c_str(), decodeLargeValue)
-            ->Args({0, wbxml});
-        benchmark::RegisterBenchmark(("session over HTTP " + encoding).c_str(), sessionOverHttp)
+        const std::string encoding = std::string(encodings[wbxml]) + " ";
+        registerGrowing(encoding + "decode", wbxml, decode);
+        registerGrowing(encoding + "encode", wbxml, encode);
+        for (const SessionRow &row : sessions)
+            registerGrowing(encoding + row.name, wbxml, [row](benchmark::State &state) {
+                session(state, row.shape, row.maxMessageBytes);
+            });
+        benchmark::RegisterBenchmark((encoding + "decode 1 MB").c_str(), decodeLargeValue)
             ->Args({0, wbxml})
+            ->Unit(benchmark::kMicrosecond);
+        benchmark::RegisterBenchmark((encoding + "session over HTTP").c_str(), sessionOverHttp)
+            ->Args({0, wbxml})
+            ->Unit(benchmark::kMicrosecond)
             ->UseRealTime();
     }
 }

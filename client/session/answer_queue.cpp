@@ -181,39 +181,50 @@ bool AnswerQueue::takeFirst(Room &room)
 
 namespace {
 
-/// The command as several that say the same; itself alone when it cannot be taken apart.
-std::vector<Command> parts(const Command &command)
+/// A Results as one for each of its items.
+std::vector<Command> resultsOfOneItem(Command results)
 {
-    const std::size_t targets = command.targetRefs.size();
-    const std::size_t sources = command.sourceRefs.size();
-    const bool hasPairs = sources == 0 || targets == 0 || sources == targets;
+    const std::vector<Item> items = std::move(results.items);
     std::vector<Command> all;
-    if (command.kind == CommandKind::Results && command.items.size() > 1) {
-        for (const Item &item : command.items) {
-            all.push_back(command);
-            all.back().items = {item};
-        }
-    } else if (command.kind == CommandKind::Status && hasPairs && std::max(targets, sources) > 1) {
-        for (std::size_t i = 0; i < std::max(targets, sources); ++i) {
-            all.push_back(command);
-            all.back().targetRefs.clear();
-            all.back().sourceRefs.clear();
-            if (targets > 0)
-                all.back().targetRefs = {command.targetRefs[i]};
-            if (sources > 0)
-                all.back().sourceRefs = {command.sourceRefs[i]};
-        }
-    } else {
-        all = {command};
+    for (const Item &item : items) {
+        results.items = {item};
+        all.push_back(results);
+    }
+    return all;
+}
+
+/// A Status of several items as one for each of them; none when it cannot be said whose source
+/// belongs to whose target.
+std::vector<Command> statusesOfOneItem(Command status)
+{
+    const std::vector<QString> targets = std::move(status.targetRefs);
+    const std::vector<QString> sources = std::move(status.sourceRefs);
+    std::vector<Command> all;
+    if (!sources.empty() && !targets.empty() && sources.size() != targets.size())
+        return all;
+    for (std::size_t i = 0; i < std::max(targets.size(), sources.size()); ++i) {
+        status.targetRefs.clear();
+        status.sourceRefs.clear();
+        if (!targets.empty())
+            status.targetRefs = {targets[i]};
+        if (!sources.empty())
+            status.sourceRefs = {sources[i]};
+        all.push_back(status);
     }
     return all;
 }
 
 } // namespace
 
+/// Takes the first command apart. @return false when that is not possible
 bool AnswerQueue::splitFirst()
 {
-    std::vector<Command> all = parts(m_commands.front());
+    const Command &first = m_commands.front();
+    std::vector<Command> all;
+    if (first.kind == CommandKind::Results)
+        all = resultsOfOneItem(first);
+    else if (first.kind == CommandKind::Status)
+        all = statusesOfOneItem(first);
     if (all.size() < 2)
         return false;
     m_commands.pop_front();

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <iterator>
+#include <map>
+#include <optional>
+#include <set>
 #include <utility>
 
 namespace client {
@@ -73,7 +76,7 @@ void CommandRunner::refuse(const Message &message, const Outcome &outcome, Comma
         m_reasons.clear();
         CommandProcessor::refuse(command, outcome.status, own);
         for (const Command &answer : own)
-            m_reasons.push_back({*answer.cmdRef, QString(), outcome});
+            noteReason(*answer.cmdRef, QString(), outcome);
         report(command, own);
         std::ranges::move(own, std::back_inserter(answers));
     }
@@ -145,36 +148,51 @@ void CommandRunner::abandonObject(Commands &answers)
 
 namespace {
 
-/// Whether the address of a Get asks for a node, or for a listing that has it.
-bool asksFor(const QString &target, const QString &node)
+/// Takes the items that are larger from a Results. @return their addresses
+std::set<QString> takeTooLarge(Command &results, qsizetype limit)
 {
-    const Result<Address> asked = parseAddress(target, UriLimits());
-    const Result<Address> given = parseAddress(node, UriLimits());
-    return target == node || (asked && given && asked->query == Address::Query::List &&
-                              asked->node.contains(given->node));
+    std::set<QString> addresses;
+    std::erase_if(results.items, [&](const Item &item) {
+        const bool isTooLarge = item.data && item.data->size() > limit;
+        if (isTooLarge)
+            addresses.insert(item.source->locUri);
+        return isTooLarge;
+    });
+    return addresses;
 }
 
-/// The Status of the item that a Get answered with that node: one of its own, apart from the
-/// Status of the command's other items.
-Command &separateStatus(CommandRunner::Commands &answers, const Command &results,
-                        const QString &node)
+/// Whether an item of a Get asked for one of these addresses, or for a listing that has one.
+bool asksForOneOf(const QString &target, const std::set<QString> &addresses)
 {
-    const auto answersGet = [&](const Command &answer) {
-        return answer.kind == CommandKind::Status && answer.cmdRef == results.cmdRef;
-    };
-    for (auto status = answers.begin(); status != answers.end(); ++status) {
-        const auto target = std::ranges::find_if(
-            status->targetRefs, [&](const QString &uri) { return asksFor(uri, node); });
-        if (!answersGet(*status) || target == status->targetRefs.end())
-            continue;
-        if (status->targetRefs.size() == 1)
-            return *status;
-        Command own = *status;
-        own.targetRefs = {*target};
-        status->targetRefs.erase(target);
-        return *answers.insert(status + 1, std::move(own));
+    if (addresses.contains(target))
+        return true;
+    const Result<Address> asked = parseAddress(target, UriLimits());
+    return asked && asked->query == Address::Query::List &&
+           std::ranges::any_of(addresses, [&](const QString &address) {
+               const Result<Address> given = parseAddress(address, UriLimits());
+               return given && asked->node.contains(given->node);
+           });
+}
+
+/// Gives those items of a Status that asked for one of the addresses the status 413: all of them,
+/// or those that move into a second Status. @return that one
+std::optional<Command> refuseTooLarge(Command &status, const std::set<QString> &addresses)
+{
+    const QByteArray code = QByteArray::number(static_cast<int>(DmStatus::TooLarge));
+    const auto refused =
+        std::stable_partition(status.targetRefs.begin(), status.targetRefs.end(),
+                              [&](const QString &uri) { return !asksForOneOf(uri, addresses); });
+    if (refused == status.targetRefs.end())
+        return std::nullopt;
+    if (refused == status.targetRefs.begin()) {
+        status.data = code;
+        return std::nullopt;
     }
-    return *std::ranges::find_if(answers, answersGet);
+    Command second = status;
+    second.data = code;
+    second.targetRefs.assign(refused, status.targetRefs.end());
+    status.targetRefs.erase(refused, status.targetRefs.end());
+    return second;
 }
 
 } // namespace
@@ -184,28 +202,22 @@ void CommandRunner::limitObjects(Commands &answers) const
 {
     if (m_serversLargestObject == 0)
         return;
-    const auto isTooLarge = [this](const Item &item) {
-        return item.data && item.data->size() > m_serversLargestObject;
-    };
-    for (std::size_t i = 0; i < answers.size(); ++i) {
-        if (answers[i].kind != CommandKind::Results)
-            continue;
-        for (;;) {
-            const auto item = std::ranges::find_if(answers[i].items, isTooLarge);
-            if (item == answers[i].items.end())
-                break;
-            const QString node = item->source->locUri;
-            answers[i].items.erase(item);
-            const Command results = answers[i];
-            const std::size_t before = answers.size();
-            separateStatus(answers, results, node).data =
-                QByteArray::number(static_cast<int>(DmStatus::TooLarge));
-            i += answers.size() - before;
-        }
+    std::map<std::optional<QString>, std::set<QString>> tooLarge; // by CmdRef
+    for (Command &answer : answers)
+        if (answer.kind == CommandKind::Results)
+            tooLarge[answer.cmdRef].merge(takeTooLarge(answer, m_serversLargestObject));
+
+    Commands limited;
+    for (Command &answer : answers) {
+        std::optional<Command> second;
+        if (answer.kind == CommandKind::Status && tooLarge.contains(answer.cmdRef))
+            second = refuseTooLarge(answer, tooLarge[answer.cmdRef]);
+        if (answer.kind != CommandKind::Results || !answer.items.empty())
+            limited.push_back(std::move(answer));
+        if (second)
+            limited.push_back(std::move(*second));
     }
-    std::erase_if(answers, [](const Command &answer) {
-        return answer.kind == CommandKind::Results && answer.items.empty();
-    });
+    answers = std::move(limited);
 }
 
 // ---- Alerts --------------------------------------------------------------------------------------
@@ -223,7 +235,7 @@ DmStatus CommandRunner::answerAlert(const Command &alert, std::vector<Item> &ite
                    QStringLiteral("no alert that a server sends to a client")};
     if (isUserAlert(alert) && !m_user)
         outcome.reason = QStringLiteral("there is no terminal to talk to the user");
-    m_reasons.push_back({alert.cmdId.value_or(QString()), QString(), outcome});
+    noteReason(alert.cmdId.value_or(QString()), QString(), outcome);
     return outcome.status;
 }
 
@@ -236,15 +248,15 @@ QString addressOf(const Item &item)
     return item.target ? item.target->locUri : item.source ? item.source->locUri : QString();
 }
 
-/// The command with that id, or one inside it.
-const Command *findCommand(const Command &command, const QString &cmdId)
+using CommandIndex = std::map<QString, const Command *>;
+
+/// Enters the command and those inside it under their ids.
+void enter(const Command &command, CommandIndex &index)
 {
-    if (command.cmdId == cmdId)
-        return &command;
+    if (command.cmdId)
+        index.try_emplace(*command.cmdId, &command);
     for (const Command &inner : command.commands)
-        if (const Command *const found = findCommand(inner, cmdId))
-            return found;
-    return nullptr;
+        enter(inner, index);
 }
 
 /// What a Status is about: the addresses that it refers to, otherwise those of the whole command;
@@ -279,25 +291,32 @@ QString reportedName(const Command &command)
 
 void CommandRunner::noteReason(const Command &command, const Item &item, const Outcome &outcome)
 {
-    m_reasons.push_back({command.cmdId.value_or(QString()), addressOf(item), outcome});
+    noteReason(command.cmdId.value_or(QString()), addressOf(item), outcome);
+}
+
+void CommandRunner::noteReason(const QString &cmdId, const QString &uri, const Outcome &outcome)
+{
+    m_reasons.try_emplace({cmdId, uri, static_cast<int>(outcome.status)}, outcome.reason);
 }
 
 QString CommandRunner::reasonFor(const QString &cmdId, const QString &uri, int status) const
 {
-    const auto reason = std::ranges::find_if(m_reasons, [&](const Reason &entry) {
-        return entry.cmdId == cmdId && (entry.uri.isEmpty() || entry.uri == uri) &&
-               static_cast<int>(entry.outcome.status) == status;
-    });
-    return reason == m_reasons.end() ? QString() : reason->outcome.reason;
+    auto reason = m_reasons.find({cmdId, uri, status});
+    if (reason == m_reasons.end())
+        reason = m_reasons.find({cmdId, QString(), status});
+    return reason == m_reasons.end() ? QString() : reason->second;
 }
 
 void CommandRunner::report(const Command &command, const Commands &answers)
 {
     constexpr int firstError = 400;
+    CommandIndex index;
+    enter(command, index);
     for (const Command &answer : answers) {
         if (answer.kind != CommandKind::Status)
             continue;
-        const Command *const answered = findCommand(command, *answer.cmdRef);
+        const auto entry = index.find(*answer.cmdRef);
+        const Command *const answered = entry == index.end() ? nullptr : entry->second;
         AnsweredCommand report;
         report.name = answered ? reportedName(*answered) : *answer.cmd;
         report.status = answer.data->toInt();

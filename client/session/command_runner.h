@@ -7,6 +7,8 @@
 #include "session/user_interaction.h"
 
 #include <QString>
+#include <map>
+#include <tuple>
 #include <vector>
 
 namespace client {
@@ -46,13 +48,6 @@ public:
     int refusedCommands() const { return m_refused; }
 
 private:
-    /// Why something ended as it did.
-    struct Reason {
-        QString cmdId;
-        QString uri;
-        Outcome outcome;
-    };
-
     void runCommand(const syncml::Command &command, Commands &answers);
     void runItems(const syncml::Command &command, Commands &answers);
     void flush(syncml::Command &items, Commands &answers);
@@ -61,6 +56,7 @@ private:
     DmStatus answerAlert(const syncml::Command &alert, std::vector<syncml::Item> &items);
     void noteReason(const syncml::Command &command, const syncml::Item &item,
                     const Outcome &outcome);
+    void noteReason(const QString &cmdId, const QString &uri, const Outcome &outcome);
     void report(const syncml::Command &command, const Commands &answers);
     QString reasonFor(const QString &cmdId, const QString &uri, int status) const;
 
@@ -70,7 +66,9 @@ private:
     LargeObjectReceiver m_object;
     bool m_objectWentOn = false; ///< in the message that is being run
     qsizetype m_serversLargestObject = 0;
-    std::vector<Reason> m_reasons; ///< of the command that is being run
+    /// Why something of the command that is being run ended as it did; by CmdID, address (none when
+    /// it holds for the whole command) and status.
+    std::map<std::tuple<QString, QString, int>, QString> m_reasons;
     int m_answered = 0;
     int m_refused = 0;
 };

@@ -507,6 +507,27 @@ TEST_P(Sizes, ListingWithAValueThatTheServerDoesNotTakeIs413)
     EXPECT_EQ(sent(2).at(1), "Status 2 Get 413");
 }
 
+TEST_P(Sizes, EachValueThatTheServerDoesNotTakeIs413HoweverItIsAskedFor)
+{
+    memory->addLeaf("Office/Long", DmtData(QByteArray(101, 'x').constData()));
+    const QByteArray longUri = profileUri("Office/Long");
+    const QByteArray listing = profileUri("Office") + "?list=StructData";
+    server.says({accepted() + get("2", {longUri, "./DevInfo/Man", longUri, listing}) +
+                     "<Sequence><CmdID>3</CmdID>" + get("4", {longUri}) +
+                     get("5", {"./DevInfo/Mod"}) + "</Sequence>",
+                 true, maxObjSize(100)});
+    const SessionEnd end = run();
+    Lines statuses = sent(2);
+    std::erase_if(statuses, [](const std::string &line) { return !line.starts_with("Status"); });
+    EXPECT_EQ(statuses, (Lines{"Status 0 SyncHdr 200", "Status 2 Get 200", "Status 2 Get 413",
+                               "Status 3 Sequence 200", "Status 4 Get 413", "Status 5 Get 200"}));
+    EXPECT_EQ(message(2).commands.at(1).targetRefs, std::vector{QStringLiteral("./DevInfo/Man")});
+    EXPECT_EQ(message(2).commands.at(2).targetRefs,
+              (std::vector{QString::fromUtf8(longUri), QString::fromUtf8(longUri),
+                           QString::fromUtf8(listing)}));
+    EXPECT_EQ(end.refused, 4);
+}
+
 // ---- Large objects of the server -----------------------------------------------------------------
 
 TEST_P(Sizes, ChunksAreStoredAndRunAsOneCommand)
