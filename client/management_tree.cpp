@@ -77,7 +77,10 @@ Outcome outcomeOfEngineCall(int engineStatus)
     const DmStatus status = statusOfEngineCall(engineStatus);
     if (succeeded(status))
         return {};
-    return {status, QStringLiteral("the plug-in refused it; its log says why")};
+    // A plug-in's own code goes with a message in its log; a DM status can come from any tree.
+    const bool isPluginsOwn = engineStatus != static_cast<int>(status);
+    return {status, isPluginsOwn ? QStringLiteral("the plug-in refused it; its log says why")
+                                 : QStringLiteral("refused by the node")};
 }
 
 QByteArray joinedPath(const QByteArray &parentPath, const QByteArray &name)

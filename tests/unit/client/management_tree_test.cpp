@@ -92,6 +92,15 @@ TEST_F(ManagementTreeTest, APluginsRefusalToReadIsPassedOn)
     EXPECT_EQ(read(profile("Office/Linger")), "510");
 }
 
+TEST_F(ManagementTreeTest, OnlyARefusalThatThePluginHasLoggedPointsToItsLog)
+{
+    memory->failures = {{"set Office/Addr", 1}, {"set Office/Linger", 415}};
+    EXPECT_EQ(tree.replace(profile("Office/Addr"), text("x")).reason.toStdString(),
+              "the plug-in refused it; its log says why");
+    EXPECT_EQ(tree.replace(profile("Office/Linger"), text("1")).reason.toStdString(),
+              "refused by the node");
+}
+
 // ---- Properties ----------------------------------------------------------------------------------
 
 class PropertiesTest : public ManagementTreeTest {
