@@ -65,6 +65,20 @@ bool writeAll(int descriptor, QByteArrayView bytes)
     return true;
 }
 
+/// Gives a new file its name. An old file of that name first changes places with it, because ext4
+/// writes a file that is renamed over another to the disk at once, which no one here waits for.
+/// @return false with errno set; both names are then as they were.
+bool moveIntoPlace(const char *newFile, const char *path)
+{
+    struct stat old = {};
+    if (::lstat(path, &old) == 0 && S_ISREG(old.st_mode) &&
+        ::renameat2(AT_FDCWD, newFile, AT_FDCWD, path, RENAME_EXCHANGE) == 0) {
+        ::unlink(newFile);
+        return true;
+    }
+    return ::rename(newFile, path) == 0;
+}
+
 } // namespace
 
 SettingsFile::SettingsFile(const QString &path) : m_path(QFile::encodeName(path))
@@ -131,7 +145,7 @@ bool SettingsFile::flush()
     if (file.get() < 0)
         return fail(std::strerror(errno));
     if (!writeAll(file.get(), bytes) || !file.close() || (m_damaged && !keepDamagedFile()) ||
-        ::rename(temporaryPath.constData(), m_path.constData()) != 0) {
+        !moveIntoPlace(temporaryPath.constData(), m_path.constData())) {
         const int reason = errno;
         ::unlink(temporaryPath.constData());
         return fail(std::strerror(reason));

@@ -344,6 +344,18 @@ TEST_F(SettingsContract, PathThatIsADirectoryIsReportedAndLeftAlone)
               QStringList(QStringLiteral("test.cfg")));
 }
 
+TEST_F(SettingsContract, DirectoryThatTakesTheFilesPlaceIsLeftAlone)
+{
+    SETUP_SET_Manager manager = reopened();
+    ASSERT_TRUE(manager.flush());
+    ASSERT_TRUE(QFile::remove(m_path));
+    ASSERT_TRUE(QDir().mkpath(m_path + QStringLiteral("/inside")));
+    EXPECT_FALSE(manager.flush());
+    EXPECT_TRUE(QFileInfo(m_path + QStringLiteral("/inside")).isDir());
+    EXPECT_EQ(QDir(m_directory.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+              QStringList(QStringLiteral("test.cfg")));
+}
+
 TEST_F(SettingsContract, SettingDirectoryEndsInASlashAndExists)
 {
     ASSERT_TRUE(qputenv("KUB_STATE_DIR", m_directory.path().toUtf8()));
