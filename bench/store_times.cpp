@@ -5,8 +5,8 @@
 // For each number of profiles it prints a line for each operation, with the median of the elapsed
 // time in microseconds: elapsed, because a store in another process spends it there. With --calls
 // the operation runs once, and the number of calls to NetworkManager on the bus stands in place of
-// the time. Everything that the store holds is deleted: on
-// NetworkManager run it with tests/integration/networkmanager/with-private-networkmanager only.
+// the time. Everything that the store holds is deleted: on NetworkManager run it with
+// tests/integration/networkmanager/with-private-networkmanager only.
 #include "handset_state.h"
 
 #include "aplog.h"
@@ -124,8 +124,7 @@ public:
                          QStringLiteral("type='method_call'")});
         do
             SendMark();
-        while (!m_monitor.waitForReadyRead(100)); // until it listens
-        ReadToMark();
+        while (ReadToMark(100) < 0); // until it listens
     }
     ~CallCounter()
     {
@@ -135,11 +134,9 @@ public:
 
     int CallsOf(const std::function<void()> &operation)
     {
-        SendMark();
-        ReadToMark();
+        ReadToNewMark();
         operation();
-        SendMark();
-        return ReadToMark();
+        return ReadToNewMark();
     }
 
 private:
@@ -154,12 +151,25 @@ private:
                            QStringLiteral("kub.bench.") + Mark()});
     }
 
-    /// @return the number of calls to NetworkManager before the last mark.
-    int ReadToMark()
+    int ReadToNewMark()
+    {
+        SendMark();
+        const int calls = ReadToMark(30000);
+        Require(calls >= 0, "dbus-monitor");
+        return calls;
+    }
+
+    /// @return the number of calls to NetworkManager before the last mark; -1 when the monitor
+    ///         says nothing for that many milliseconds.
+    int ReadToMark(int limitMs)
     {
         for (int calls = 0;;) {
-            while (!m_monitor.canReadLine())
-                Require(m_monitor.waitForReadyRead(), "dbus-monitor");
+            while (!m_monitor.canReadLine()) {
+                if (!m_monitor.waitForReadyRead(limitMs)) {
+                    Require(m_monitor.state() == QProcess::Running, "dbus-monitor");
+                    return -1;
+                }
+            }
             const QByteArray line = m_monitor.readLine().trimmed();
             if (line.endsWith(Mark().toUtf8()))
                 return calls;
