@@ -77,6 +77,11 @@ PrivateBus::~PrivateBus()
 {
     m_daemon.kill();
     m_daemon.waitForFinished();
+    removeSocket();
+}
+
+void PrivateBus::removeSocket()
+{
     QFile::remove(busDirectory().filePath(u"bus"_qs));
 }
 

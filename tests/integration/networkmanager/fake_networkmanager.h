@@ -22,6 +22,8 @@ public:
     PrivateBus &operator=(const PrivateBus &) = delete;
 
     static QString address();
+    /// What is at the address, when there is no bus.
+    static void removeSocket();
 
     /// Stops its process, so that it accepts connections and says nothing.
     void freeze();

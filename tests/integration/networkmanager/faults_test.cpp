@@ -169,35 +169,6 @@ TEST_F(Faults, DaemonThatDoesNotAnswerEndsAtTheLimitAndThenSooner)
     read("Fake 1");
 }
 
-TEST_F(Faults, BusThatSaysNothingEndsAtTheLimitAndThenSooner)
-{
-    m_fake.reset();
-    m_store.reset();
-    m_bus->freeze();
-    const auto openTime = timeOf([&] {
-        const StoreResult result = open();
-        EXPECT_EQ(result.status, NAPI_ERROR_UNAVAILABLE);
-        EXPECT_NE(result.message.find("does not answer"), std::string::npos) << result.message;
-    });
-    EXPECT_GE(openTime, kLimit - kRounding);
-    EXPECT_LE(openTime, kLimit + kBusyMachine);
-    m_bus->thaw();
-    m_fake = std::make_unique<FakeNetworkManager>(3);
-    ASSERT_FALSE(open().failed());
-    expectList(m_all);
-
-    m_bus->freeze();
-    NAP_PROFILE_S record;
-    const auto firstRead =
-        timeOf([&] { EXPECT_EQ(m_store->read("Fake 1", record).status, NAPI_ERROR_UNAVAILABLE); });
-    EXPECT_LE(firstRead, kLimit + kBusyMachine);
-    const auto secondRead =
-        timeOf([&] { EXPECT_EQ(m_store->read("Fake 1", record).status, NAPI_ERROR_UNAVAILABLE); });
-    EXPECT_LE(secondRead, kImpatientLimit + kBusyMachine);
-    m_bus->thaw();
-    EXPECT_STREQ(read("Fake 1").gprsAddress, "fake.apn");
-}
-
 /// A socket that clients can connect to, one at a time, and that says nothing by itself.
 class Listener {
 public:
@@ -223,6 +194,51 @@ public:
 private:
     const int m_socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
 };
+
+TEST_F(Faults, BusThatStopsEndsCallsAtTheLimitAndThenSooner)
+{
+    expectList(m_all);
+    m_bus->freeze();
+    NAP_PROFILE_S record;
+    const auto firstRead =
+        timeOf([&] { EXPECT_EQ(m_store->read("Fake 1", record).status, NAPI_ERROR_UNAVAILABLE); });
+    EXPECT_GE(firstRead, kLimit - kRounding);
+    EXPECT_LE(firstRead, kLimit + kBusyMachine);
+    const auto secondRead =
+        timeOf([&] { EXPECT_EQ(m_store->read("Fake 1", record).status, NAPI_ERROR_UNAVAILABLE); });
+    EXPECT_LE(secondRead, kImpatientLimit + kBusyMachine);
+    m_bus->thaw();
+    EXPECT_STREQ(read("Fake 1").gprsAddress, "fake.apn");
+}
+
+TEST_F(Faults, BusThatSaysNothingEndsOpeningAtTheLimitAndThenSooner)
+{
+    m_fake.reset();
+    m_bus.reset();
+    {
+        const Listener silent(PrivateBus::address().mid(sizeof "unix:path=" - 1).toUtf8());
+        const auto expectSilence = [&] {
+            unsigned int count = 0;
+            const StoreResult result = m_store->count(count);
+            EXPECT_EQ(result.status, NAPI_ERROR_UNAVAILABLE);
+            EXPECT_NE(result.message.find("does not answer"), std::string::npos) << result.message;
+        };
+        const auto first = timeOf(expectSilence);
+        EXPECT_GE(first, kLimit - kRounding);
+        EXPECT_LE(first, kLimit + kBusyMachine);
+        const auto second = timeOf(expectSilence);
+        EXPECT_LE(second, kImpatientLimit + kBusyMachine);
+        PrivateBus::removeSocket();
+    }
+    // One answer, and the bus and the daemon have all their time again.
+    m_bus = std::make_unique<PrivateBus>();
+    m_fake = std::make_unique<FakeNetworkManager>(3);
+    m_fake->handle("ListConnections", [](const QDBusMessage &call) {
+        QThread::sleep(1);
+        return call.createReply(QVariant::fromValue(QList<QDBusObjectPath>()));
+    });
+    expectList({});
+}
 
 class SilentBus : public testing::Test {
 protected:
