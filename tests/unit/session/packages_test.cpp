@@ -84,6 +84,10 @@ TEST_P(Packages, FollowOneAnotherUntilTheServerAsksForNothing)
     EXPECT_EQ(sent(3), (Lines{"Status 0 SyncHdr 200", "Status 2 Get 200",
                               "Results 2 ./DevInfo/Mod = model", "Final"}));
     EXPECT_EQ(message(3).commands.at(1).msgRef, QStringLiteral("2"));
+    for (std::size_t number = 1; number <= server.messages.size(); ++number) {
+        EXPECT_EQ(message(number).header.msgId, QString::number(number));
+        EXPECT_EQ(message(number).header.sessionId, QStringLiteral("5"));
+    }
 }
 
 TEST_P(Packages, EndWithAnEmptyBody)

@@ -120,6 +120,7 @@ TEST_P(Proving, Md5WithAStoredNonceIsSentAtOnce)
     server.says(statusFor("SyncHdr", 212, chal(AuthType::Md5, "N1")));
     run();
     EXPECT_TRUE(hasProof(1, AuthType::Md5, "N0"));
+    EXPECT_EQ(message(1).header.source.locName, QStringLiteral("Bruce2"));
     EXPECT_EQ(clientNonce(), "N1");
 }
 
