@@ -231,7 +231,7 @@ bool DM_NAPI_PluginTree::HasEmptyNodeName(const DMString &path) const
 
 int ProfileMap::find(const DMString &nodeName) const
 {
-    const auto place = m_places.find(nodeName.text());
+    const auto place = m_places.find(std::string_view(nodeName.text()));
     return place == m_places.end() ? -1 : place->second;
 }
 
@@ -249,13 +249,13 @@ int ProfileMap::put(const DMString &nodeName, ProfileInfo *info)
         m_keys.remove(index); // a name never stands without its record
         return -1;
     }
-    m_places.emplace(m_keys[index].text(), index);
+    m_places.emplace(nodeName.text(), index);
     return index;
 }
 
 void ProfileMap::remove(int index)
 {
-    m_places.erase(m_keys[index].text());
+    m_places.erase(m_places.find(std::string_view(m_keys[index].text())));
     for (auto &[name, place] : m_places)
         if (place > index)
             --place;

@@ -6,8 +6,11 @@
 
 #include <QString>
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 
@@ -46,10 +49,19 @@ public:
     void clear();
 
 private:
+    /// Lets a look-up do without a copy of the name.
+    struct TextHash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view text) const noexcept
+        {
+            return std::hash<std::string_view>()(text);
+        }
+    };
+
     DMVector<DMString> m_keys;
     DMVector<ProfileInfo *> m_values; // m_values[i] belongs to m_keys[i]
-    // Views into the keys, whose texts stay where they are when the vector grows or closes a gap.
-    std::unordered_map<std::string_view, int> m_places;
+    // Names of its own, no views of the keys: a vector that grows may copy its elements.
+    std::unordered_map<std::string, int, TextHash, std::equal_to<>> m_places;
 };
 
 class DM_NAPI_PluginTree final : public DmtRWPluginTree {
@@ -120,10 +132,9 @@ public:
 
     // ---- Connection references ------------------------------------------------------------------
 
-    /// The NAPDEF node that a proxy slot refers to, stored on first use.
-    /// @return 1 when it came from the file or there is none, 0 when a default was stored,
-    /// otherwise
-    ///         what SetConnValue returned; connValue holds the reference in every case.
+    /// The NAPDEF node that a proxy slot refers to, stored on first use; connValue holds it in
+    /// every case. @return 1 when it came from the file or there is none, 0 when a default was
+    /// stored, otherwise what SetConnValue returned.
     int GetConnValue(const ProfileInfo *info, const DMString &profileNodeName,
                      const DMString &phName, DMString &connValue);
     /// Stores the reference of a proxy slot. @return 0 or 1.

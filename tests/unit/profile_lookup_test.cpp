@@ -53,6 +53,19 @@ TEST_F(ProfileLookupTest, ANameThatIsThereKeepsItsPlaceAndGetsTheNewRecord)
     EXPECT_EQ(map.values()[0], &two);
 }
 
+TEST_F(ProfileLookupTest, ANameIsFoundAfterAGrowingVectorHasCopiedIt)
+{
+    map.put("Office", &one);
+    auto &keys = const_cast<DMVector<DMString> &>(map.keys());
+    const DMString old = std::move(keys[0]);
+    keys[0] = DMString(old.text());
+    const_cast<char *>(old.c_str())[0] = 'x'; // the old copy's memory is somebody else's now
+    ExpectNames({"Office"});
+    map.remove(0);
+    ExpectNames({});
+    EXPECT_EQ(map.find("Office"), -1);
+}
+
 TEST_F(ProfileLookupTest, NamesBehindARemovedOneMoveUp)
 {
     for (const char *name : {"a", "b", "c", "d", "e"})
