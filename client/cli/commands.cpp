@@ -163,10 +163,6 @@ std::optional<ManagementTree::ChildValue> parseChildValue(const QString &word)
     return ManagementTree::ChildValue{word.left(equals).toUtf8(), word.mid(equals + 1).toUtf8()};
 }
 
-} // namespace
-
-namespace {
-
 ExitStatus replaceProperty(Context &context, const QString &uri, const Address &address,
                            const QStringList &words)
 {
