@@ -198,11 +198,6 @@ QByteArray nextMessage(Encoding encoding)
     return std::get<QByteArray>(syncml::encode(serverMessage(2), encoding));
 }
 
-Encoding encodingOf(const benchmark::State &state)
-{
-    return state.range(1) ? Encoding::Wbxml : Encoding::Xml;
-}
-
 void countWork(benchmark::State &state, int commandsInMessage, qsizetype messageBytes)
 {
     state.SetItemsProcessed(state.iterations() * commandsInMessage);
@@ -213,30 +208,28 @@ void countWork(benchmark::State &state, int commandsInMessage, qsizetype message
 
 // ---- Codecs --------------------------------------------------------------------------------------
 
-void decode(benchmark::State &state)
+void decode(benchmark::State &state, Encoding encoding, int commands)
 {
-    const auto commands = static_cast<int>(state.range(0));
-    const QByteArray bytes = packageOf(getsAndReplaces(commands), encodingOf(state));
+    const QByteArray bytes = packageOf(getsAndReplaces(commands), encoding);
     for (auto _ : state)
         benchmark::DoNotOptimize(syncml::decode(bytes));
     countWork(state, commands, bytes.size());
 }
 
-void encode(benchmark::State &state)
+void encode(benchmark::State &state, Encoding encoding, int commands)
 {
-    const auto commands = static_cast<int>(state.range(0));
-    const QByteArray bytes = packageOf(getsAndReplaces(commands), encodingOf(state));
+    const QByteArray bytes = packageOf(getsAndReplaces(commands), encoding);
     const auto message = std::get<Message>(syncml::decode(bytes));
     for (auto _ : state)
-        benchmark::DoNotOptimize(syncml::encode(message, encodingOf(state)));
+        benchmark::DoNotOptimize(syncml::encode(message, encoding));
     countWork(state, commands, bytes.size());
 }
 
-void decodeLargeValue(benchmark::State &state)
+void decodeLargeValue(benchmark::State &state, Encoding encoding)
 {
     Command replace = command(CommandKind::Replace, 1);
     replace.items[0].data = QByteArray(1024 * 1024, 'x');
-    const QByteArray bytes = packageOf({replace}, encodingOf(state));
+    const QByteArray bytes = packageOf({replace}, encoding);
     {
         heap::usedBytes = heap::peakBytes = 0;
         heap::isWatched = true;
@@ -304,16 +297,16 @@ private:
     bool m_hasSpoken = false;
 };
 
-void session(benchmark::State &state, Shape shape, int maxMessageBytes)
+void session(benchmark::State &state, Encoding encoding, int commands, Shape shape,
+             int maxMessageBytes)
 {
-    const auto commands = static_cast<int>(state.range(0));
     Device device;
-    const QByteArray package = packageOf(shape(commands), encodingOf(state), maxMessageBytes);
-    const QByteArray next = nextMessage(encodingOf(state));
+    const QByteArray package = packageOf(shape(commands), encoding, maxMessageBytes);
+    const QByteArray next = nextMessage(encoding);
     const QUrl url(QStringLiteral("http://127.0.0.1/"));
     for (auto _ : state) {
         ServerInMemory server(package, next);
-        device.runSession(server, url, encodingOf(state));
+        device.runSession(server, url, encoding);
     }
     state.SetItemsProcessed(state.iterations() * commands);
 }
@@ -360,14 +353,14 @@ private:
     int m_served = 0;
 };
 
-void sessionOverHttp(benchmark::State &state)
+void sessionOverHttp(benchmark::State &state, Encoding encoding)
 {
     Device device;
-    HttpServer server(packageOf(getsAndReplaces(1), encodingOf(state)));
+    HttpServer server(packageOf(getsAndReplaces(1), encoding));
     QString error;
     const auto transport = HttpTransport::create({}, error);
     for (auto _ : state)
-        require(device.runSession(*transport, server.url(), encodingOf(state)).messages ==
+        require(device.runSession(*transport, server.url(), encoding).messages ==
                     HttpServer::messagesPerSession,
                 "the session ended too early");
     state.SetItemsProcessed(state.iterations() * HttpServer::messagesPerSession);
@@ -375,18 +368,22 @@ void sessionOverHttp(benchmark::State &state)
 
 // ---- Names and sizes -----------------------------------------------------------------------------
 
-/// Registers a benchmark for each number of commands.
 template <class Run>
-void registerGrowing(const std::string &name, int wbxml, Run run)
+benchmark::internal::Benchmark *add(const std::string &name, Run run)
 {
-    for (const int commands : {10, 100, 1000, 10'000})
-        benchmark::RegisterBenchmark((name + " " + std::to_string(commands) + " commands").c_str(),
-                                     run)
-            ->Args({commands, wbxml})
-            ->Unit(benchmark::kMicrosecond);
+    return benchmark::RegisterBenchmark(name.c_str(), run)->Unit(benchmark::kMicrosecond);
 }
 
-void registerBenchmarks()
+/// Adds a benchmark for each number of commands.
+template <class Run>
+void addGrowing(const std::string &name, Run run)
+{
+    for (const int commands : {10, 100, 1000, 10'000})
+        add(name + " " + std::to_string(commands) + " commands",
+            [run, commands](benchmark::State &state) { run(state, commands); });
+}
+
+void addAll(const std::string &name, Encoding encoding)
 {
     struct SessionRow {
         const char *name;
@@ -401,23 +398,17 @@ void registerBenchmarks()
         {"session items of one Get", oneGet, 0},
         {"session items of one Get in small messages", oneGet, 16 * 1024},
     };
-    static constexpr const char *encodings[] = {"XML", "WBXML"};
-    for (const int wbxml : {0, 1}) {
-        const std::string encoding = std::string(encodings[wbxml]) + " ";
-        registerGrowing(encoding + "decode", wbxml, decode);
-        registerGrowing(encoding + "encode", wbxml, encode);
-        for (const SessionRow &row : sessions)
-            registerGrowing(encoding + row.name, wbxml, [row](benchmark::State &state) {
-                session(state, row.shape, row.maxMessageBytes);
-            });
-        benchmark::RegisterBenchmark((encoding + "decode 1 MB").c_str(), decodeLargeValue)
-            ->Args({0, wbxml})
-            ->Unit(benchmark::kMicrosecond);
-        benchmark::RegisterBenchmark((encoding + "session over HTTP").c_str(), sessionOverHttp)
-            ->Args({0, wbxml})
-            ->Unit(benchmark::kMicrosecond)
-            ->UseRealTime();
-    }
+    using State = benchmark::State;
+    addGrowing(name + " decode", [=](State &state, int n) { decode(state, encoding, n); });
+    addGrowing(name + " encode", [=](State &state, int n) { encode(state, encoding, n); });
+    for (const SessionRow &row : sessions)
+        addGrowing(name + " " + row.name, [=](State &state, int n) {
+            session(state, encoding, n, row.shape, row.maxMessageBytes);
+        });
+    add(name + " decode 1 MB", [=](State &state) { decodeLargeValue(state, encoding); });
+    add(name + " session over HTTP", [=](State &state) {
+        sessionOverHttp(state, encoding);
+    })->UseRealTime();
 }
 
 } // namespace
@@ -432,7 +423,8 @@ int main(int argc, char *argv[])
     std::fprintf(stderr,
                  "kub-session-bench: built without optimisation, the figures mean nothing\n");
 #endif
-    registerBenchmarks();
+    addAll("XML", Encoding::Xml);
+    addAll("WBXML", Encoding::Wbxml);
     benchmark::RunSpecifiedBenchmarks();
     return 0;
 }

@@ -113,56 +113,81 @@ QNetworkRequest HttpTransport::networkRequest(const TransportRequest &request) c
     return network;
 }
 
-HttpTransport::Attempt HttpTransport::send(const TransportRequest &request)
-{
-    const std::unique_ptr<QNetworkReply> reply(
-        m_network.post(networkRequest(request), request.body));
-    reply->setReadBufferSize(m_options.responseBytes + 1);
+namespace {
 
-    QEventLoop loop;
+/// Reads an answer as long as it keeps to the limits, and aborts it otherwise.
+class AnswerReader {
+public:
+    AnswerReader(QNetworkReply &reply, qsizetype largestBody)
+        : m_reply(reply), m_largestBody(largestBody)
+    {
+        m_reply.setReadBufferSize(m_largestBody + 1);
+        QObject::connect(&m_reply, &QNetworkReply::readyRead, &m_loop, [this] { takeBody(); });
+        QObject::connect(&m_reply, &QNetworkReply::finished, &m_loop, &QEventLoop::quit);
+        QObject::connect(&m_reply, &QNetworkReply::sslErrors, &m_loop,
+                         [this](const QList<QSslError> &errors) {
+                             for (const QSslError &error : errors)
+                                 tlsProblems += error.errorString();
+                         });
+    }
+
+    void read(std::chrono::milliseconds timeLimit)
+    {
+        QTimer::singleShot(timeLimit, &m_loop, [this] {
+            isTooLate = true;
+            m_reply.abort();
+        });
+        if (!m_reply.isFinished())
+            m_loop.exec();
+        if (!isTooLarge && !isTooLate)
+            takeBody();
+    }
+
     QByteArray body;
     QStringList tlsProblems;
     bool isTooLarge = false;
     bool isTooLate = false;
-    const auto takeBody = [&] {
-        body += reply->read(m_options.responseBytes + 1 - body.size());
-        if (body.size() <= m_options.responseBytes)
+
+private:
+    void takeBody()
+    {
+        body += m_reply.read(m_largestBody + 1 - body.size());
+        if (body.size() <= m_largestBody)
             return;
         isTooLarge = true;
-        reply->abort();
-    };
-    QObject::connect(reply.get(), &QNetworkReply::readyRead, &loop, takeBody);
-    QObject::connect(reply.get(), &QNetworkReply::finished, &loop, &QEventLoop::quit);
-    QObject::connect(reply.get(), &QNetworkReply::sslErrors, &loop,
-                     [&tlsProblems](const QList<QSslError> &errors) {
-                         for (const QSslError &error : errors)
-                             tlsProblems += error.errorString();
-                     });
-    QTimer::singleShot(m_options.timeLimit, &loop, [&] {
-        isTooLate = true;
-        reply->abort();
-    });
-    if (!reply->isFinished())
-        loop.exec();
-    if (!isTooLarge && !isTooLate)
-        takeBody();
+        m_reply.abort();
+    }
+
+    QNetworkReply &m_reply;
+    qsizetype m_largestBody;
+    QEventLoop m_loop;
+};
+
+} // namespace
+
+HttpTransport::Attempt HttpTransport::send(const TransportRequest &request)
+{
+    const std::unique_ptr<QNetworkReply> reply(
+        m_network.post(networkRequest(request), request.body));
+    AnswerReader answer(*reply, m_options.responseBytes);
+    answer.read(m_options.timeLimit);
 
     const QUrl &url = request.url;
-    if (isTooLarge)
+    if (answer.isTooLarge)
         return {problem(url, QStringLiteral("the answer is larger than %1 bytes")
                                  .arg(m_options.responseBytes)),
                 {},
                 false};
-    if (isTooLate)
+    if (answer.isTooLate)
         return {problem(url, QStringLiteral("no answer within %1 s")
                                  .arg(static_cast<double>(m_options.timeLimit.count()) / 1000)),
                 {},
                 true};
-    if (!tlsProblems.isEmpty()) {
-        tlsProblems.removeDuplicates();
-        return {problem(url, tlsProblems.join(QStringLiteral(", "))), {}, false};
+    if (!answer.tlsProblems.isEmpty()) {
+        answer.tlsProblems.removeDuplicates();
+        return {problem(url, answer.tlsProblems.join(QStringLiteral(", "))), {}, false};
     }
-    return judge(*reply, body);
+    return judge(*reply, answer.body);
 }
 
 namespace {

@@ -24,8 +24,8 @@ namespace client {
 class HttpTransport final : public Transport {
 public:
     struct Options {
-        QString
-            authoritiesFile; ///< PEM certificates to trust in place of the system's; empty: system
+        /// PEM certificates to trust in place of the system's; empty: those of the system.
+        QString authoritiesFile;
         std::chrono::milliseconds timeLimit{60'000}; ///< for one answer, from the first byte sent
         int retries = 2;                             ///< how often a message is sent again
         std::chrono::milliseconds retryDelay{1'000}; ///< before the first repetition; then doubled

@@ -113,7 +113,7 @@ public:
 
     QByteArray readData() override
     {
-        QString text;
+        QByteArray text;
         std::optional<MarkupCapture> capture;
         int depth = 0;
         for (;;) {
@@ -121,7 +121,7 @@ public:
             case Token::Start:
                 if (!capture) {
                     capture.emplace();
-                    capture->characters(text);
+                    capture->characters(QString::fromUtf8(text));
                 }
                 countText(capture->start(m_reader));
                 ++depth;
@@ -130,11 +130,13 @@ public:
                 if (capture)
                     capture->characters(m_reader.text());
                 else
-                    text.append(m_reader.text());
+                    text.append(m_text);
                 break;
             case Token::End:
-                if (depth == 0)
-                    return capture ? capture->markup() : text.toUtf8();
+                if (depth == 0) {
+                    text.squeeze(); // a conversion makes room for three times as much
+                    return capture ? capture->markup() : text;
+                }
                 capture->end();
                 --depth;
                 break;
