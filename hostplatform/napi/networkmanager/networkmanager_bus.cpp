@@ -145,9 +145,8 @@ StoreResult NetworkManagerBus::connectToBus()
     m_connection = QDBusConnection::connectToBus(QDBusConnection::SystemBus, m_connectionName);
     if (m_connection->isConnected())
         return {};
-    const QString reason = m_connection->lastError().message();
-    disconnect();
-    return {NAPI_ERROR_UNAVAILABLE, "cannot reach the system bus: " + reason.toStdString()};
+    return {NAPI_ERROR_UNAVAILABLE,
+            "cannot reach the system bus: " + m_connection->lastError().message().toStdString()};
 }
 
 StoreResult NetworkManagerBus::findDaemon()

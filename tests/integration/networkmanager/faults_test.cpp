@@ -141,7 +141,7 @@ TEST_F(Faults, BusWithoutADaemonIsUnavailableUntilThereIsOne)
 TEST_F(Faults, DaemonThatDoesNotAnswerEndsAtTheLimitAndThenSooner)
 {
     expectList(m_all);
-    m_fake->handle("GetSettings", noAnswer);
+    m_fake->handle("GetSecrets", noAnswer); // but does answer GetSettings
     NAP_PROFILE_S record;
     StoreResult result;
     const auto first = timeOf([&] { result = m_store->read("Fake 1", record); });
@@ -156,14 +156,12 @@ TEST_F(Faults, DaemonThatDoesNotAnswerEndsAtTheLimitAndThenSooner)
     EXPECT_LE(second, kImpatientLimit + kBusyMachine);
 
     // One answer, and the daemon has all its time again.
-    m_fake->handle("GetSettings", [](const QDBusMessage &call) {
-        const int index = call.path().section(u'/', -1).toInt();
-        return call.createReply(QVariant::fromValue(FakeNetworkManager::connectionSettings(index)));
-    });
+    const auto noSecrets = error("org.freedesktop.NetworkManager.AgentManager.NoSecrets", "none");
+    m_fake->handle("GetSecrets", noSecrets);
     read("Fake 1");
-    m_fake->handle("GetSecrets", [](const QDBusMessage &call) {
+    m_fake->handle("GetSecrets", [=](const QDBusMessage &call) {
         QThread::sleep(1);
-        return error("org.freedesktop.NetworkManager.AgentManager.NoSecrets", "none")(call);
+        return noSecrets(call);
     });
     static_assert(kImpatientLimit < std::chrono::seconds(1));
     read("Fake 1");

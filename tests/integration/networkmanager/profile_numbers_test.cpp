@@ -1,8 +1,10 @@
 // The database of numeric IDs.
-#include <fcntl.h>
+#include <barrier>
+#include <chrono>
+#include <limits>
+#include <set>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <thread>
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -29,6 +31,15 @@ protected:
         const StoreResult result = numbers.numbersOf(uuids, found);
         EXPECT_FALSE(result.failed()) << result.message;
         return found;
+    }
+    /// Changes the database as another program could.
+    void execute(const char *sql) const
+    {
+        sqlite3 *database = nullptr;
+        ASSERT_EQ(sqlite3_open(m_path.c_str(), &database), SQLITE_OK);
+        EXPECT_EQ(sqlite3_exec(database, sql, nullptr, nullptr, nullptr), SQLITE_OK)
+            << sqlite3_errmsg(database);
+        sqlite3_close(database);
     }
     void writeFile(const QByteArray &bytes) const
     {
@@ -88,11 +99,7 @@ TEST_F(ProfileNumbersTest, NumbersOfADroppedLockWereNeverGiven)
 TEST_F(ProfileNumbersTest, NumberOfADeletedRowIsNotGivenAgain)
 {
     numbersOf(*open(), {"a", "b"});
-    sqlite3 *database = nullptr;
-    ASSERT_EQ(sqlite3_open(m_path.c_str(), &database), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(database, "DELETE FROM profile_number", nullptr, nullptr, nullptr),
-              SQLITE_OK);
-    sqlite3_close(database);
+    execute("DELETE FROM profile_number");
     EXPECT_EQ(numbersOf(*open(), {"c"}), Numbers{3});
 }
 
@@ -103,7 +110,57 @@ TEST_F(ProfileNumbersTest, LockKeepsAnotherUserOut)
     ASSERT_FALSE(lock.take().failed());
     const auto other = open();
     ProfileNumbers::Lock second(*other);
+    const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(second.take().status, NAPI_ERROR_BUSY);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin,
+              std::chrono::milliseconds(ProfileNumbers::kBusyTimeoutMs) * 9 / 10)
+        << "it waits for its turn";
+}
+
+TEST_F(ProfileNumbersTest, ManyAtOnceCreateOneDatabaseAndAgreeOnTheNumbers)
+{
+    constexpr int users = 4;
+    const std::vector<std::string> uuids = {"a", "b", "c", "d", "e"};
+    for (int round = 0; round < 10; ++round) {
+        QFile::remove(QString::fromStdString(m_path));
+        std::barrier<> start(users);
+        std::vector<Numbers> found(users);
+        std::vector<std::thread> threads;
+        for (Numbers &mine : found) {
+            threads.emplace_back([&] {
+                start.arrive_and_wait();
+                mine = numbersOf(*open(), uuids);
+            });
+        }
+        for (std::thread &thread : threads)
+            thread.join();
+        EXPECT_EQ(std::set<Numbers>(found.begin(), found.end()),
+                  (std::set<Numbers>{{1, 2, 3, 4, 5}}));
+    }
+}
+
+TEST_F(ProfileNumbersTest, NumberThatIsNoneIsDamage)
+{
+    for (const char *number : {"-1", "4294967296"}) {
+        QFile::remove(QString::fromStdString(m_path));
+        open();
+        execute((std::string("INSERT INTO profile_number VALUES(") + number + ", 'a')").c_str());
+        Numbers found;
+        const StoreResult result = open()->numbersOf({"a"}, found);
+        EXPECT_EQ(result.status, NAPI_ERROR_CORRUPT) << number;
+        EXPECT_TRUE(result.message.starts_with(m_path)) << result.message;
+    }
+}
+
+TEST_F(ProfileNumbersTest, NumbersCanBeUsedUp)
+{
+    open();
+    execute("INSERT INTO profile_number VALUES(4294967294, 'a')");
+    const auto numbers = open();
+    EXPECT_EQ(numbersOf(*numbers, {"b"}), Numbers{std::numeric_limits<std::uint32_t>::max()});
+    Numbers found;
+    EXPECT_EQ(numbers->numbersOf({"c"}, found).status, NAPI_ERROR_STORE_FULL);
+    EXPECT_EQ(numbersOf(*numbers, {"a", "b"}), (Numbers{4294967294U, 4294967295U}));
 }
 
 TEST_F(ProfileNumbersTest, FileIsForItsOwnerOnly)
@@ -135,10 +192,7 @@ TEST_F(ProfileNumbersTest, DatabaseOfAnotherFormatIsRefused)
     for (const char *change : changes) {
         QFile::remove(QString::fromStdString(m_path));
         open();
-        sqlite3 *database = nullptr;
-        ASSERT_EQ(sqlite3_open(m_path.c_str(), &database), SQLITE_OK);
-        EXPECT_EQ(sqlite3_exec(database, change, nullptr, nullptr, nullptr), SQLITE_OK);
-        sqlite3_close(database);
+        execute(change);
         std::unique_ptr<ProfileNumbers> numbers;
         EXPECT_EQ(ProfileNumbers::open(m_path, numbers).status, NAPI_ERROR_CORRUPT) << change;
     }
