@@ -54,13 +54,12 @@ constexpr ErrorRow kErrors[] = {
     {"", NAPI_ERROR_IO, Cause::Other},
 };
 
-/// The D-Bus types of the answers that are looked into.
+/// The D-Bus types of the answers of NetworkManager that are looked into.
 struct AnswerRow {
     QLatin1StringView method;
     QLatin1StringView signature;
 };
 constexpr AnswerRow kAnswers[] = {
-    {QLatin1StringView("GetNameOwner"), QLatin1StringView("s")},
     {QLatin1StringView("ListConnections"), QLatin1StringView("ao")},
     {QLatin1StringView("AddConnection2"), QLatin1StringView("oa{sv}")},
     {QLatin1StringView("GetSettings"), QLatin1StringView("a{sa{sv}}")},

@@ -382,27 +382,29 @@ TEST_F(Faults, AgentWithoutAPasswordMeansNoPassword)
 TEST_F(Faults, ReasonOfAFailureHasACodeOfItsOwn)
 {
     struct Row {
-        const char *name;
+        std::string name;
         NAPI_STATUS status;
+        std::string subject = "NetworkManager: ";
     };
+    const std::string noAnswer = "NetworkManager has not answered: ";
+    const std::string noBus = "cannot reach the system bus: ";
     const Row rows[] = {
         {"org.freedesktop.NetworkManager.Settings.Failed", NAPI_ERROR_IO},
         {"org.freedesktop.NetworkManager.Settings.ReadOnlyConnection", NAPI_ERROR_READ_ONLY},
         {"org.freedesktop.NetworkManager.Settings.UuidExists", NAPI_ERROR_EXISTS},
-        {"org.freedesktop.DBus.Error.NoReply", NAPI_ERROR_UNAVAILABLE},
-        {"org.freedesktop.DBus.Error.Timeout", NAPI_ERROR_UNAVAILABLE},
-        {"org.freedesktop.DBus.Error.TimedOut", NAPI_ERROR_UNAVAILABLE},
+        {"org.freedesktop.DBus.Error.NoReply", NAPI_ERROR_UNAVAILABLE, noAnswer},
+        {"org.freedesktop.DBus.Error.Timeout", NAPI_ERROR_UNAVAILABLE, noAnswer},
+        {"org.freedesktop.DBus.Error.TimedOut", NAPI_ERROR_UNAVAILABLE, noAnswer},
         {"org.freedesktop.DBus.Error.NameHasNoOwner", NAPI_ERROR_UNAVAILABLE},
-        {"org.freedesktop.DBus.Error.Disconnected", NAPI_ERROR_UNAVAILABLE},
+        {"org.freedesktop.DBus.Error.Disconnected", NAPI_ERROR_UNAVAILABLE, noBus},
         {"org.freedesktop.DBus.Error.UnknownObject", NAPI_ERROR_NOT_FOUND},
         {"org.example.Unheard.Of", NAPI_ERROR_IO},
     };
     for (const Row &row : rows) {
-        m_fake->handle("Update2", error(row.name, "the reason"));
+        m_fake->handle("Update2", error(row.name.c_str(), "the reason"));
         const StoreResult result = m_store->modify("Fake 0", NAP_PROFILE_S{});
         EXPECT_EQ(result.status, row.status) << row.name;
-        EXPECT_NE(result.message.find("the reason"), std::string::npos) << result.message;
-        EXPECT_NE(result.message.find(row.name), std::string::npos) << result.message;
+        EXPECT_EQ(result.message, row.subject + "the reason (" + row.name + ")");
     }
 }
 
@@ -533,6 +535,14 @@ TEST_F(Faults, AnswersOfAnotherFormAreAnErrorOfTheirOwn)
     m_fake->handle("ListConnections", rubbish);
     Names names;
     EXPECT_EQ(m_store->list(10, names).status, NAPI_ERROR_IO);
+    ASSERT_FALSE(open().failed());
+    m_fake->handle("ListConnections", [](const QDBusMessage &call) {
+        return call.createReply(QVariant::fromValue(QList<QDBusObjectPath>()));
+    });
+    m_fake->handle("AddConnection2", rubbish);
+    const StoreResult created = m_store->create("New", NAP_PROFILE_S{}, 10);
+    EXPECT_EQ(created.status, NAPI_ERROR_IO);
+    EXPECT_NE(created.message.find("AddConnection2"), std::string::npos) << created.message;
 }
 
 // ---- What goes over the bus ---------------------------------------------------------------------

@@ -116,6 +116,20 @@ void PrivateDaemonTest::forgetNumbers()
     open();
 }
 
+void PrivateDaemonTest::mountNumbersReadOnly()
+{
+    m_store.reset();
+    run(u"mount"_qs, {u"--bind"_qs, u"-o"_qs, u"ro"_qs, m_directory->path(), m_directory->path()});
+    open();
+}
+
+void PrivateDaemonTest::unmountNumbers()
+{
+    m_store.reset();
+    run(u"umount"_qs, {m_directory->path()});
+    open();
+}
+
 NAP_PROFILE_S PrivateDaemonTest::read(std::string_view name)
 {
     NAP_PROFILE_S record = {};

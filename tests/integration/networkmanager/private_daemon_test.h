@@ -35,6 +35,9 @@ protected:
     /// Forgets what the store keeps in memory, and the IDs on disk when wanted.
     void reopen();
     void forgetNumbers();
+    /// Reopens the store with the IDs on a read-only disk, and on the one from before.
+    void mountNumbersReadOnly();
+    void unmountNumbers();
 
     // Operations of the store that have to succeed.
     NAP_PROFILE_S read(std::string_view name);

@@ -423,6 +423,21 @@ TEST_F(RealDaemon, ConnectionThatComesBackFromABackupHasItsOldId)
     EXPECT_EQ(list(), (Names{"Hand", "Other"}));
 }
 
+TEST_F(RealDaemon, IdsOnAReadOnlyDiskCanBeReadAndNoNewOneIsGiven)
+{
+    addByHand(u"Hand"_qs);
+    EXPECT_EQ(list(), Names{"Hand"});
+    mountNumbersReadOnly();
+    EXPECT_EQ(idOf("Hand"), 1U);
+    EXPECT_EQ(store().create("New", {}, 10).status, NAPI_ERROR_READ_ONLY);
+    EXPECT_EQ(list(), Names{"Hand"});
+    addByHand(u"Other"_qs);
+    unsigned int count = 0;
+    EXPECT_EQ(store().count(count).status, NAPI_ERROR_READ_ONLY);
+    unmountNumbers();
+    EXPECT_EQ(list(), (Names{"Hand", "Other"}));
+}
+
 TEST_F(RealDaemon, NameThatMovedToAnotherConnectionLeadsToThatOne)
 {
     const QString first = addByHand(u"One"_qs, {u"apn"_qs, u"first"_qs});
