@@ -109,6 +109,8 @@ Result<DmtData> parseValue(DmtData::Type type, const std::optional<QByteArray> &
     case DmtData::Bin:
         return parseBinary(bytes);
     case DmtData::Null:
+        if (!bytes.isEmpty())
+            return unsupported(QStringLiteral("a null leaf has no value"));
         return DmtData();
     case DmtData::Node:
         break;

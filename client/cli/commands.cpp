@@ -146,7 +146,7 @@ ExitStatus runAdd(Context &context, const Invocation &invocation)
         value.data = invocation.arguments[1].toUtf8();
     const QString usualFormat = value.data ? QStringLiteral("chr") : QStringLiteral("node");
     value.format = invocation.options.value(QStringLiteral("format"), usualFormat);
-    if (value.data && value.format == QStringLiteral("node"))
+    if (value.data && typeOfFormat(value.format) == DmtData::Node)
         return wrongUsage(context, QStringLiteral("add: an interior node has no VALUE"));
     return onNode(context, "add", invocation.arguments[0],
                   [&](const NodeUri &node) { return context.device->tree().add(node, value); });

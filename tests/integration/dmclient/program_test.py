@@ -70,7 +70,7 @@ class CommandLineTest(DmclientTest):
         for arguments in ([], ["frobnicate"], ["get"], ["tree", "--nonsense"], ["--nonsense", "tree"],
                           ["rename", "./A"], ["shell", "x"], ["quit"], ["help", "nothing"],
                           ["replace", CONN + "/Office/Addr", "a", "b"], ["delete", CONN + "?prop=ACL"],
-                          ["add", CONN + "/Office/X", "value", "--format", "node"],
+                          ["add", CONN + "/Office/X", "value", "--format", "Node"],
                           ["--state", "", "tree"]):
             status, printed, errors = self.run_client(*arguments)
             self.assertEqual((status, printed), (USAGE, ""), arguments)

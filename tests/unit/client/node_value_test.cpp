@@ -86,6 +86,8 @@ TEST(NodeValueTest, OnlyTextsAndNullCanBeWithoutData)
 {
     EXPECT_EQ(valueText(*parseValue(DmtData::String, std::nullopt)), "");
     EXPECT_EQ(parseValue(DmtData::Null, std::nullopt)->GetType(), DmtData::Null);
+    EXPECT_EQ(parseValue(DmtData::Null, "")->GetType(), DmtData::Null);
+    EXPECT_EQ(parseValue(DmtData::Null, "x").outcome().status, DmStatus::UnsupportedFormat);
     EXPECT_FALSE(parseValue(DmtData::Int, std::nullopt));
     EXPECT_FALSE(parseValue(DmtData::Bool, std::nullopt));
 }
