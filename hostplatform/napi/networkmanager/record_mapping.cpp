@@ -135,7 +135,8 @@ QString percentEncoded(const QByteArray &bytes)
 std::uint32_t numberIn(const QByteArray &bytes)
 {
     std::uint32_t number = 0; // the record is little-endian, as every host of it
-    std::memcpy(&number, bytes.constData(), std::min<std::size_t>(sizeof number, bytes.size()));
+    std::memcpy(&number, bytes.constData(),
+                std::min(sizeof number, static_cast<std::size_t>(bytes.size())));
     return number;
 }
 
@@ -238,7 +239,8 @@ QByteArray fieldBytes(const Field &field, ConstRecordBytes record)
 
 QByteArray textIn(const QByteArray &field)
 {
-    return field.left(static_cast<qsizetype>(qstrnlen(field.constData(), field.size())));
+    return field.left(static_cast<qsizetype>(
+        qstrnlen(field.constData(), static_cast<std::size_t>(field.size()))));
 }
 
 QByteArray tailIn(const QByteArray &field)
@@ -292,7 +294,7 @@ std::string reasonToRefuse(const Field &field, const QByteArray &text,
         return "it is no UTF-8, or begins with a byte order mark";
     if (field.gsmProperty == std::string_view("apn") && text.trimmed() != text)
         return "it begins or ends with a blank, which NetworkManager would cut off";
-    if (isSecret(field) && !text.isEmpty() && !isPasswordKept(settings)) {
+    if (isSecret(field) && !isPasswordKept(settings)) {
         return "NetworkManager does not keep the password of this connection itself "
                "(gsm.password-flags)";
     }
@@ -302,8 +304,7 @@ std::string reasonToRefuse(const Field &field, const QByteArray &text,
 StoreResult writeProperty(const Field &field, const QByteArray &before, const QByteArray &after,
                           GsmConnection &connection, UserData &data, ConnectionChange &change)
 {
-    if (tailIn(before) != tailIn(after))
-        writeUserData(data, tailKey(field), percentEncoded(tailIn(after)));
+    writeUserData(data, tailKey(field), percentEncoded(tailIn(after)));
     const QByteArray text = textIn(after);
     if (text == textIn(before))
         return {};
