@@ -214,10 +214,11 @@ BusReply NetworkManagerBus::callSettings(const QString &method, const QVariantLi
         return call(message(kSettingsPath, kSettingsInterface, method, arguments));
     };
     BusReply reply = send();
-    // The daemon was started again: the call has reached nobody, and means the same to the new one.
-    if (reply.cause == Cause::NoDaemon && !connect().failed())
-        reply = send();
-    return reply;
+    if (reply.cause != Cause::NoDaemon)
+        return reply;
+    // The bus or the daemon is another one: the call has reached nobody, and means the same there.
+    reply.result = connect();
+    return reply.result.failed() ? reply : send();
 }
 
 BusReply NetworkManagerBus::callConnection(const QString &path, const QString &method,

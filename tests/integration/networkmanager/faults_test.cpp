@@ -408,6 +408,19 @@ TEST_F(Faults, ReasonOfAFailureHasACodeOfItsOwn)
     }
 }
 
+/// Answers GetSettings with the ID by which the connection is listed, and when it is looked at
+/// again with another one, that many times.
+FakeNetworkManager::Handler renamedBehindTheList(int times)
+{
+    return [times, isListed = false](const QDBusMessage &call) mutable {
+        ConnectionSettings settings = FakeNetworkManager::connectionSettings(1);
+        isListed = !isListed;
+        if (!isListed && times-- > 0)
+            settings[u"connection"_qs][u"id"_qs] = u"Another"_qs;
+        return call.createReply(QVariant::fromValue(settings));
+    };
+}
+
 TEST_F(Faults, ConnectionThatNeverStaysTheSameIsBusy)
 {
     m_fake->handle("ListConnections", [](const QDBusMessage &call) {
@@ -415,17 +428,16 @@ TEST_F(Faults, ConnectionThatNeverStaysTheSameIsBusy)
             QDBusObjectPath(FakeNetworkManager::connectionPath(1))};
         return call.createReply(QVariant::fromValue(paths));
     });
-    // The connection has its ID while it is listed and another one when it is looked at again.
-    m_fake->handle("GetSettings", [asked = 0](const QDBusMessage &call) mutable {
-        ConnectionSettings settings = FakeNetworkManager::connectionSettings(1);
-        if (asked++ % 2 != 0)
-            settings[u"connection"_qs][u"id"_qs] = u"Another"_qs;
-        return call.createReply(QVariant::fromValue(settings));
-    });
+    m_fake->handle("GetSettings", renamedBehindTheList(1000));
     NAP_PROFILE_S record = {};
     const StoreResult result = m_store->read("Fake 1", record);
     EXPECT_EQ(result.status, NAPI_ERROR_BUSY);
     EXPECT_NE(result.message.find("changes"), std::string::npos) << result.message;
+
+    // It is listed, and changes then, and once more while that is looked into.
+    m_fake->handle("GetSettings", renamedBehindTheList(2));
+    expectList({"Fake 1"});
+    EXPECT_STREQ(read("Fake 1").gprsAddress, "fake.apn");
 }
 
 TEST_F(Faults, UpdateIsTakenBackWhenThePasswordCannotBeRemoved)

@@ -1,11 +1,15 @@
 // The database of numeric IDs.
+#include <atomic>
 #include <barrier>
 #include <chrono>
+#include <functional>
 #include <limits>
 #include <set>
 #include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
+#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -15,6 +19,29 @@
 namespace {
 
 using Numbers = std::vector<std::uint32_t>;
+
+bool isAsleep(pid_t thread)
+{
+    QFile file(u"/proc/self/task/%1/stat"_qs.arg(thread));
+    return file.open(QIODevice::ReadOnly) && file.readAll().contains(") S ");
+}
+
+/// Runs an action in a thread, and another one as soon as the first one waits for something.
+void runAndMeanwhile(const std::function<void()> &action, const std::function<void()> &release)
+{
+    std::atomic<pid_t> id = 0;
+    std::atomic<bool> isDone = false;
+    std::thread thread([&] {
+        id = gettid();
+        action();
+        isDone = true;
+    });
+    while (!isDone && (id == 0 || !isAsleep(id)))
+        std::this_thread::yield();
+    EXPECT_FALSE(isDone) << "it was to wait";
+    release();
+    thread.join();
+}
 
 class ProfileNumbersTest : public testing::Test {
 protected:
@@ -115,6 +142,46 @@ TEST_F(ProfileNumbersTest, LockKeepsAnotherUserOut)
     EXPECT_GE(std::chrono::steady_clock::now() - begin,
               std::chrono::milliseconds(ProfileNumbers::kBusyTimeoutMs) * 9 / 10)
         << "it waits for its turn";
+}
+
+TEST_F(ProfileNumbersTest, NumberThatAnotherUserGivesMeanwhileIsTheNumber)
+{
+    const auto one = open();
+    const auto other = open();
+    ProfileNumbers::Lock lock(*one);
+    ASSERT_FALSE(lock.take().failed());
+    EXPECT_EQ(numbersOf(*one, {"a"}), Numbers{1});
+    Numbers found;
+    runAndMeanwhile([&] { found = numbersOf(*other, {"a"}); },
+                    [&] { EXPECT_FALSE(lock.commit().failed()); });
+    EXPECT_EQ(found, Numbers{1});
+}
+
+TEST_F(ProfileNumbersTest, DatabaseThatAnotherUserCreatesMeanwhileIsTheDatabase)
+{
+    ASSERT_TRUE(QDir(m_directory.path()).mkdir(u"state"_qs));
+    sqlite3 *database = nullptr;
+    ASSERT_EQ(sqlite3_open(m_path.c_str(), &database), SQLITE_OK);
+    const auto execute = [&](const char *sql) {
+        EXPECT_EQ(sqlite3_exec(database, sql, nullptr, nullptr, nullptr), SQLITE_OK)
+            << sqlite3_errmsg(database);
+    };
+    execute("BEGIN IMMEDIATE");
+    std::unique_ptr<ProfileNumbers> numbers;
+    runAndMeanwhile([&] { numbers = open(); },
+                    [&] {
+                        execute("CREATE TABLE profile_number("
+                                "  number INTEGER PRIMARY KEY AUTOINCREMENT,"
+                                "  uuid TEXT NOT NULL UNIQUE"
+                                ") STRICT;"
+                                "INSERT INTO profile_number VALUES(7, 'a');"
+                                "PRAGMA application_id = 0x4B55424D;"
+                                "PRAGMA user_version = 1;"
+                                "COMMIT");
+                    });
+    sqlite3_close(database);
+    ASSERT_NE(numbers, nullptr);
+    EXPECT_EQ(numbersOf(*numbers, {"a", "b"}), (Numbers{7, 8}));
 }
 
 TEST_F(ProfileNumbersTest, ManyAtOnceCreateOneDatabaseAndAgreeOnTheNumbers)

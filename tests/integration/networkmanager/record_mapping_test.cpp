@@ -30,7 +30,7 @@ NAP_PROFILE_S read(const GsmConnection &connection)
 /// Changes the connection from the record that it gives to another one.
 ConnectionChange write(GsmConnection &connection, const NAP_PROFILE_S &record)
 {
-    ConnectionChange change;
+    ConnectionChange change = {.settings = true, .secrets = true}; // of an earlier one
     const StoreResult result = writeRecord(read(connection), record, connection, change);
     EXPECT_FALSE(result.failed()) << result.message;
     return change;
@@ -306,6 +306,15 @@ TEST(WriteRecord, UserDataOfOthersStays)
     record.csdLinger = 0;
     write(connection, record);
     EXPECT_EQ(userData(connection), others);
+
+    connection.settings[u"user"_qs] = {{u"another"_qs, u"property"_qs}};
+    const ConnectionSettings before = connection.settings;
+    record.csdLinger = 9;
+    write(connection, record);
+    EXPECT_EQ(userData(connection).size(), 1);
+    record.csdLinger = 0;
+    write(connection, record);
+    EXPECT_EQ(connection.settings, before);
 }
 
 TEST(WriteRecord, EveryByteOfARecordComesBack)
@@ -335,7 +344,29 @@ TEST(WriteRecord, TextThatBecameLongerElsewhereCoversItsTail)
     std::memset(record.gprsAuthId + 2, 't', 98);
     write(connection, record);
     connection.settings[u"gsm"_qs][u"username"_qs] = QString(98, u'u');
-    EXPECT_EQ(std::string(read(connection).gprsAuthId, 100), std::string(98, 'u') + '\0' + "t");
+    record = read(connection);
+    EXPECT_EQ(std::string(record.gprsAuthId, 100), std::string(98, 'u') + '\0' + "t");
+
+    // What was covered is gone once the field is written.
+    setText(record.gprsAuthId, "a");
+    record.gprsAuthId[2] = 't';
+    write(connection, record);
+    EXPECT_TRUE(isSame(read(connection), record));
+}
+
+TEST(WriteRecord, TailOfATextLeavesThePropertyAlone)
+{
+    GsmConnection connection = connectionMadeByHand();
+    const QString name = QString(98, u'u') + u"\u20AC and more"_qs; // longer than the field
+    connection.settings[u"gsm"_qs][u"username"_qs] = name;
+    NAP_PROFILE_S record = read(connection);
+    record.gprsAuthId[99] = 't';
+    record.gprsAuthPassword[99] = 't';
+    const ConnectionChange change = write(connection, record);
+    EXPECT_TRUE(change.settings);
+    EXPECT_FALSE(change.secrets);
+    EXPECT_EQ(connection.settings[u"gsm"_qs][u"username"_qs].toString(), name);
+    EXPECT_TRUE(isSame(read(connection), record));
 }
 
 TEST(WriteRecord, TextThatIsNoUtf8IsRefused)
