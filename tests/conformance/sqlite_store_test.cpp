@@ -549,7 +549,7 @@ TEST_F(SqliteStore, FullDiskRefusesAndLosesNothing)
 TEST_F(SqliteStore, DiskWithoutRoomForAStoreIsNoSpace)
 {
     ASSERT_TRUE(QDir().mkpath(QString::fromStdString(m_state)));
-    for (const std::size_t pages : {1, 2, 4, 8}) {
+    for (const std::size_t pages : {1U, 2U, 4U, 8U}) {
         const ChildOutcome outcome = runInChild([&] {
             mountPrivateFileSystem(m_state, pages * 4096);
             EXPECT_EQ(create("Office"), NAPI_ERROR_NO_SPACE) << pages;

@@ -228,7 +228,7 @@ TEST(ProfileJson, DamagedTextsEndInAFaultOrInProfiles)
     for (int round = 0; round < 5000; ++round) {
         QByteArray damaged = whole;
         for (auto changes = 1 + generator() % 4; changes > 0; --changes) {
-            const auto at = static_cast<qsizetype>(generator() % damaged.size());
+            const auto at = static_cast<qsizetype>(generator()) % damaged.size();
             damaged.replace(at, generator() % 3,
                             QByteArray(1, "{}[]\",:0\xFF\n"[generator() % 10]));
         }
@@ -294,7 +294,7 @@ TEST(ProviderDatabase, DamagedDatabaseEndsInAFaultOrInProviders)
     std::mt19937 generator(seed);
     for (int round = 0; round < 50; ++round) {
         QByteArray damaged = whole.left(static_cast<qsizetype>(2000 + generator() % 40000));
-        const auto at = static_cast<qsizetype>(generator() % damaged.size());
+        const auto at = static_cast<qsizetype>(generator()) % damaged.size();
         damaged.replace(at, generator() % 20, "</provider>");
         QString fault;
         EXPECT_TRUE(parseProviderDatabase(damaged, fault).isEmpty());
