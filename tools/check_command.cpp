@@ -83,8 +83,6 @@ ExitStatus runCheck(const QCommandLineParser &, const QStringList &)
     }
     for (const QByteArray &name : names)
         checker.checkProfile(name);
-    printOutput(QStringLiteral("%1 profiles checked, %2 faults found\n")
-                    .arg(names.size())
-                    .arg(checker.faults));
+    printOutput(QStringLiteral("Profiles: %1, faults: %2\n").arg(names.size()).arg(checker.faults));
     return checker.faults == 0 ? ExitOk : ExitFailed;
 }

@@ -162,9 +162,7 @@ ExitStatus storeProfiles(const ProvisionPlan &plan)
             progress.show(done + refused);
         }
     }
-    printOutput(QStringLiteral("%1 profiles stored, %2 were there already\n")
-                    .arg(done)
-                    .arg(plan.storedBefore));
+    printOutput(QStringLiteral("Stored: %1, already there: %2\n").arg(done).arg(plan.storedBefore));
     return exitStatus;
 }
 

@@ -377,7 +377,7 @@ class ProvisionTest(NapictlTest):
 
     def test_every_access_point_of_the_real_database_is_stored(self):
         output = self.napictl("provision", "--all", maximum=2000)
-        self.assertEqual(output, "1304 profiles stored, 0 were there already\n")
+        self.assertEqual(output, "Stored: 1304, already there: 0\n")
         profiles = self.export()
         self.assertEqual(len(profiles), 1304)
         self.assertTrue(all(1 <= len(profile["name"].encode()) <= 63 for profile in profiles))
@@ -388,9 +388,9 @@ class ProvisionTest(NapictlTest):
                 (312, "proxy1", "address", None)):
             found = sum(1 for profile in profiles if profile[part].get(field, empty) not in (empty, ""))
             self.assertEqual((part, field, found), (part, field, count))
-        self.assertEqual(self.napictl("check"), "1304 profiles checked, 0 faults found\n")
+        self.assertEqual(self.napictl("check"), "Profiles: 1304, faults: 0\n")
         again = self.napictl("provision", "--all", maximum=2000)
-        self.assertEqual(again, "0 profiles stored, 1304 were there already\n")
+        self.assertEqual(again, "Stored: 0, already there: 1304\n")
 
     def test_country_gives_one_profile_for_each_operator(self):
         self.napictl("provision", "--country", "DE")
@@ -463,7 +463,7 @@ class ProvisionTest(NapictlTest):
                 "<apn value='good'/></gsm>"),
             says=["A, access point a: gprs.dns1", "it has no APN", "101 bytes long, at most 100",
                   "proxy1.port"])
-        self.assertEqual(result.stdout, "1 profiles stored, 0 were there already\n")
+        self.assertEqual(result.stdout, "Stored: 1, already there: 0\n")
         self.assertEqual(self.names(), ["A good"])
 
     def test_nothing_that_matches_is_a_failure(self):
@@ -502,7 +502,7 @@ class ProvisionTest(NapictlTest):
         self.assertEqual(process.returncode, OK)
         self.assertTrue(shown.startswith(b"\rStoring profiles: 20 of 1304\r"), shown[:80])
         self.assertTrue(shown.rstrip().endswith(b"Storing profiles: 1304 of 1304"), shown[-80:])
-        self.assertEqual(output, b"1304 profiles stored, 0 were there already\n")
+        self.assertEqual(output, b"Stored: 1304, already there: 0\n")
 
 
 class CheckTest(NapictlTest):
@@ -515,9 +515,9 @@ class CheckTest(NapictlTest):
         database.close()
 
     def test_sound_store_has_no_faults(self):
-        self.assertEqual(self.napictl("check"), "0 profiles checked, 0 faults found\n")
+        self.assertEqual(self.napictl("check"), "Profiles: 0, faults: 0\n")
         self.napictl("create", "Office", *OFFICE_FIELDS)
-        self.assertEqual(self.napictl("check"), "1 profiles checked, 0 faults found\n")
+        self.assertEqual(self.napictl("check"), "Profiles: 1, faults: 0\n")
 
     def test_faults_of_records_are_named(self):
         self.napictl("create", "good")
@@ -529,7 +529,7 @@ class CheckTest(NapictlTest):
         self.assertEqual((result.returncode, result.stderr), (FAILED, ""))
         self.assertEqual(result.stdout.splitlines(), [
             "bad: gprs.authId: the text is not UTF-8", "bad: csd.speed: the speed code 0x05 is unknown",
-            "bad: csd2.speed: the speed code 0xff is unknown", "2 profiles checked, 3 faults found"])
+            "bad: csd2.speed: the speed code 0xff is unknown", "Profiles: 2, faults: 3"])
 
     def test_index_that_lost_a_name_is_found(self):
         self.napictl("create", "Office")

@@ -100,7 +100,7 @@ class ProgramsTest(unittest.TestCase):
                          "</serviceproviders>")
         result = self.run_program(NAPICTL, "--backend", "networkmanager", "provision", "--country", "xx",
                                   "--database", file, expected=FAILED)
-        self.assertEqual(result.stdout, "2 profiles stored, 0 were there already\n")
+        self.assertEqual(result.stdout, "Stored: 2, already there: 0\n")
         self.assertIn("Web: the profile store does not take a value of it", result.stderr)
         self.assertEqual(self.shown("Last", "gsm.apn"), "last.apn")
 
