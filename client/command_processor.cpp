@@ -408,9 +408,10 @@ ManagementTree::NewValue newValue(const Command &command, const Item &item)
     return {either(&Meta::format), either(&Meta::type), item.data};
 }
 
-/// Large objects come in chunks; this client takes whole values only and stores none in part.
+/// A session puts large objects together before they get here. What is left are chunks inside a
+/// Sequence or an Atomic, which has to fit into one message, and in a package without a session.
 const Outcome chunkRefused{DmStatus::FeatureNotSupported,
-                           QStringLiteral("large objects are not supported")};
+                           QStringLiteral("a large object cannot come in pieces here")};
 
 } // namespace
 

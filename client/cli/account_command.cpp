@@ -43,14 +43,6 @@ std::optional<QString> readSecret(const QString &field)
                                                  : std::nullopt;
 }
 
-QStringList fieldNames()
-{
-    QStringList names;
-    for (const AccountField &field : accountFields())
-        names += QString::fromLatin1(field.name);
-    return names;
-}
-
 /// Reads FIELD=VALUE words into an account.
 bool setFields(Account &account, const QStringList &words, QString &error)
 {
@@ -59,8 +51,7 @@ bool setFields(Account &account, const QStringList &words, QString &error)
         const QString name = word.left(equals);
         const AccountField *const field = equals < 0 ? nullptr : accountField(name);
         if (!field) {
-            error = QStringLiteral("\"%1\" is no FIELD=VALUE; the fields are %2")
-                        .arg(word, fieldNames().join(QStringLiteral(", ")));
+            error = QStringLiteral("\"%1\" is no FIELD=VALUE; %2").arg(word, accountDetails());
             return false;
         }
         QString value = word.mid(equals + 1);
@@ -151,6 +142,14 @@ constexpr ActionRow actions[] = {
 };
 
 } // namespace
+
+QString accountDetails()
+{
+    QStringList names;
+    for (const AccountField &field : accountFields())
+        names += QString::fromLatin1(field.name);
+    return QStringLiteral("the fields are %1").arg(names.join(QStringLiteral(", ")));
+}
 
 ExitStatus runAccount(Context &context, const Invocation &invocation)
 {

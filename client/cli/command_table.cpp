@@ -72,7 +72,8 @@ constexpr CommandRow commands[] = {
     {"account",
      "list | show NAME | add NAME FIELD=VALUE... | set NAME FIELD=VALUE... | remove NAME",
      "keep the DM accounts: servers that may manage this device", 1, anyNumber, ArgumentKind::None,
-     ArgumentKind::None, accountOptions, Availability::CommandLineOnly, true, runAccount},
+     ArgumentKind::None, accountOptions, Availability::CommandLineOnly, true, runAccount,
+     accountDetails},
     {"ddf", "", "print the device description (DM DDF 1.2) for a server", 0, 0, ArgumentKind::None,
      ArgumentKind::None, noOptions, Availability::Everywhere, false, runDdf},
     {"shell", "", "run many commands on one mount, typed or from a pipe", 0, 0, ArgumentKind::None,
@@ -173,6 +174,8 @@ QString commandHelp(const CommandRow &command)
 {
     QString text =
         QStringLiteral("%1\n  %2\n").arg(synopsis(command), QString::fromLatin1(command.help));
+    if (command.details)
+        text += QStringLiteral("  %1\n").arg(command.details());
     for (const OptionRow &option : command.options)
         text += helpLine(optionSynopsis(option), option.help);
     return text;

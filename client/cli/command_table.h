@@ -55,6 +55,7 @@ struct CommandRow {
     Availability availability;
     bool needsDevice;
     ExitStatus (*run)(Context &, const Invocation &);
+    QString (*details)() = nullptr; ///< one more line of its help; null for none
 };
 
 std::span<const CommandRow> commandTable();

@@ -3,6 +3,8 @@
 
 #include "cli/exit_status.h"
 
+#include <QString>
+
 namespace client::cli {
 
 struct Context;
@@ -19,6 +21,8 @@ ExitStatus runProcess(Context &context, const Invocation &invocation);
 ExitStatus runDdf(Context &context, const Invocation &invocation);
 ExitStatus runSession(Context &context, const Invocation &invocation);
 ExitStatus runAccount(Context &context, const Invocation &invocation);
+/// Says which fields an account has.
+QString accountDetails();
 ExitStatus runShell(Context &context, const Invocation &invocation);
 ExitStatus runHelp(Context &context, const Invocation &invocation);
 ExitStatus runQuit(Context &context, const Invocation &invocation);

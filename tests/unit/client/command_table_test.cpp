@@ -99,6 +99,14 @@ TEST(CommandTableTest, HelpOfACommandNamesItsOptions)
                 << command.name << " " << option.name;
 }
 
+TEST(CommandTableTest, HelpOfAccountNamesTheFields)
+{
+    const CommandRow *const account = findCommand(QStringLiteral("account"), false);
+    ASSERT_NE(account, nullptr);
+    EXPECT_TRUE(commandHelp(*account).contains(
+        QStringLiteral("\n  the fields are address, server-id, title, client-auth, ")));
+}
+
 } // namespace
 
 } // namespace client::cli
