@@ -336,11 +336,8 @@ StoreResult NetworkManagerProfileStore::create(std::string_view name, const NAP_
     if (result.failed())
         return result;
     result = lock.commit();
-    if (result.failed()) {
-        // Without its number on the disk it is no profile.
+    if (result.failed()) // without its number on the disk it is no profile
         m_bus.callConnection(m_entries.back().path, QStringLiteral("Delete"));
-        m_entries.pop_back();
-    }
     return result;
 }
 
