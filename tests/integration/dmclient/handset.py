@@ -3,7 +3,14 @@
 import json
 import os
 import subprocess
+import sys
 import tempfile
+
+sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "dmserver"))
+
+import wbxmlcodec
+import xmlcodec
+from elements import order_fault
 
 DMCLIENT = os.environ["DMCLIENT"]
 NAPICTL = os.environ["NAPICTL"]
@@ -35,6 +42,12 @@ PROFILES = [
 ]
 
 
+def message_fault(message):
+    """What breaks the DTD in the bytes of a message; None when nothing does."""
+    codec = xmlcodec if message.startswith(b"<") else wbxmlcodec
+    return order_fault(codec.decode(message))
+
+
 class Handset:
     """State directory with the profiles above; gone with the object."""
 
@@ -62,12 +75,17 @@ class Handset:
         return environment
 
     def dmclient(self, *arguments, stdin=None, plugin=PLUGIN, **environment):
-        """Runs dmclient; the result has returncode, stdout and stderr as bytes."""
+        """Runs dmclient; the result has returncode, stdout and stderr as bytes. A message that it
+        prints has to be one that the DTD allows."""
         if isinstance(stdin, str):
             stdin = stdin.encode()
-        return subprocess.run([DMCLIENT, "--plugin", plugin, *arguments],
-                              env=self.environment(**environment), input=stdin or b"",
-                              capture_output=True, timeout=120, check=False)
+        result = subprocess.run([DMCLIENT, "--plugin", plugin, *arguments],
+                                env=self.environment(**environment), input=stdin or b"",
+                                capture_output=True, timeout=120, check=False)
+        if arguments[:1] == ("process",) and result.stdout:
+            fault = message_fault(result.stdout)
+            assert fault is None, fault
+        return result
 
     def napictl(self, *arguments, stdin=None):
         """Runs a command of napictl that has to succeed; returns what it printed."""
