@@ -72,6 +72,14 @@ TEST_F(EntryPointTest, RefusesEveryRootThatDiffersInOneByte)
     EXPECT_EQ(handset.journal.Lines(), Lines{});
 }
 
+TEST_F(EntryPointTest, RefusesNoRootAtAll)
+{
+    JemSmartPtr<DmtPluginTree> tree;
+    EXPECT_EQ(Mount(nullptr, tree), 406);
+    EXPECT_FALSE(tree);
+    ExpectLogged({EntryMessage("Rootpath of the Subtree is not a NAPI Plugin!\n")});
+}
+
 TEST_F(EntryPointTest, ARefusedRootLeavesTheOutPointerAlone)
 {
     JemSmartPtr<DmtPluginTree> tree;

@@ -408,4 +408,17 @@ TEST_F(ReadValueTest, FailsOnceTheTreeIsGone)
     EXPECT_EQ(handset.journal.Take(), Lines{});
 }
 
+TEST_F(ReadValueTest, NothingIsTakenFromARecordOnceTheTreeIsGone)
+{
+    Mount(Record("internet"));
+    const JemSmartPtr<DmtNode> node = Node(napdef, "Office/Addr");
+    napdef.reset();
+    const NAP_PROFILE_S record = Record("internet");
+    DmtData value("as it was");
+    EXPECT_EQ(dynamic_cast<DM_NAPI_PluginNode &>(*node).GetValueforNAPDEF(DMString("Addr"), &record,
+                                                                          value),
+              500);
+    EXPECT_EQ(StringOf(value), "as it was");
+}
+
 } // namespace

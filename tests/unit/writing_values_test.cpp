@@ -76,6 +76,18 @@ TEST_F(WriteTest, NodeWhoseTreeIsGoneFailsWithoutAskingAnyone)
     EXPECT_TRUE(SameBytes(Stored(), PatternBytes(0)));
 }
 
+TEST_F(WriteTest, NothingIsPutIntoARecordOnceTheTreeIsGone)
+{
+    TreePtr tree = MountOffice(CONN_ROOT, GPRS_PART, PatternBytes(0));
+    const JemSmartPtr<DmtNode> leaf = Node(tree, "Office/Addr");
+    tree.reset();
+    NAP_PROFILE_S record = ToRecord(PatternBytes(0));
+    EXPECT_EQ(static_cast<DM_NAPI_PluginNode &>(*leaf).SetValueforNAPDEF(DMString("Addr"), &record,
+                                                                         Text("changed")),
+              500);
+    EXPECT_TRUE(SameBytes(record, PatternBytes(0)));
+}
+
 // ---- Validation comes first, in both kinds --------------------------------------------------------
 
 class WriteInBothKindsTest : public WriteTest, public ::testing::WithParamInterface<const char *> {
