@@ -2,12 +2,12 @@
 
 #include "cli/command_table.h"
 #include "cli/commands.h"
+#include "cli/interrupt_guard.h"
 #include "cli/session_report.h"
 #include "cli/terminal_user.h"
 #include "session/http_transport.h"
 #include "session/trace.h"
 
-#include <csignal>
 #include <memory>
 #include <unistd.h>
 
@@ -147,29 +147,6 @@ private:
     SessionReport &m_report;
 };
 
-// ---- Ctrl-C --------------------------------------------------------------------------------------
-
-volatile std::sig_atomic_t interrupted = 0;
-
-/// While it lives the first Ctrl-C ends the session in good order. The second one ends the program.
-class InterruptGuard {
-public:
-    InterruptGuard()
-    {
-        interrupted = 0;
-        struct sigaction action {};
-        action.sa_handler = [](int) { interrupted = 1; };
-        action.sa_flags = static_cast<int>(SA_RESETHAND);
-        ::sigaction(SIGINT, &action, &m_before);
-    }
-    ~InterruptGuard() { ::sigaction(SIGINT, &m_before, nullptr); }
-    InterruptGuard(const InterruptGuard &) = delete;
-    InterruptGuard &operator=(const InterruptGuard &) = delete;
-
-private:
-    struct sigaction m_before {};
-};
-
 ExitStatus exitStatusOf(const SessionEnd &end)
 {
     if (end.kind != SessionEnd::Kind::Completed)
@@ -211,9 +188,9 @@ ExitStatus runSession(Context &context, const Invocation &invocation)
 
     const bool hasUser =
         ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO) && !invocation.has("json");
-    TerminalUser user(STDIN_FILENO, STDOUT_FILENO);
     const InterruptGuard guard;
-    settings.session.isAbortRequested = [] { return interrupted != 0; };
+    settings.session.isAbortRequested = &InterruptGuard::wasInterrupted;
+    TerminalUser user(STDIN_FILENO, STDOUT_FILENO, guard.file());
     Session session(server.account, context.device->tree(), *transport, hasUser ? &user : nullptr,
                     observers, settings.session);
     const SessionEnd end = session.run();

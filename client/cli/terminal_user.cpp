@@ -6,6 +6,7 @@
 #include <QStringList>
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <poll.h>
 #include <termios.h>
 #include <unistd.h>
@@ -71,10 +72,12 @@ TerminalInput::readLine(Echo echo, std::optional<std::chrono::steady_clock::time
     line.clear();
     // One byte at a time: what stands behind the line on a pipe is for the next reader.
     for (;;) {
-        pollfd waiting{m_file, POLLIN, 0};
-        const int ready = ::poll(&waiting, 1, waitingTime(deadline));
+        pollfd waiting[] = {{m_file, POLLIN, 0}, {m_interruptFile, POLLIN, 0}};
+        const int ready = ::poll(waiting, std::size(waiting), waitingTime(deadline));
         if (ready == 0)
             return Result::TimedOut;
+        if (ready > 0 && waiting[1].revents != 0)
+            return Result::Interrupted;
         char byte = 0;
         const ssize_t count = ready < 0 ? -1 : ::read(m_file, &byte, 1);
         if (count < 0 && errno == EINTR)

@@ -15,7 +15,11 @@ public:
     enum class Echo { On, Off };
     enum class Result { Line, EndOfInput, TimedOut, Interrupted };
 
-    explicit TerminalInput(int fileDescriptor) : m_file(fileDescriptor) {}
+    /// @param interruptFile  ends a wait as Interrupted when it can be read; -1 for none
+    explicit TerminalInput(int fileDescriptor, int interruptFile = -1)
+        : m_file(fileDescriptor), m_interruptFile(interruptFile)
+    {
+    }
 
     /// Forgets what was typed before anything was asked. Does nothing on a file or a pipe.
     void flush() const;
@@ -27,15 +31,20 @@ public:
 
 private:
     int m_file;
+    int m_interruptFile;
 };
 
 /// Shows a server's texts and questions on a terminal. Control characters in them are shown, not
 /// obeyed, and each text says that it comes from the server. Ctrl-D cancels.
 class TerminalUser final : public UserInteraction {
 public:
-    /// @param input   terminal to read from
-    /// @param output  terminal to write to
-    TerminalUser(int input, int output) : m_input(input), m_output(output) {}
+    /// @param input          terminal to read from
+    /// @param output         terminal to write to
+    /// @param interruptFile  can be read when questions are over
+    TerminalUser(int input, int output, int interruptFile)
+        : m_input(input, interruptFile), m_output(output)
+    {
+    }
 
     Response show(const QString &text, const InteractionOptions &options) override;
     Response confirm(const QString &text, const InteractionOptions &options) override;

@@ -1,11 +1,12 @@
 """DM accounts: from the command line, as nodes, and under a server's hands."""
 
+import itertools
 import json
 import os
 import stat
 import unittest
 
-from sessions import REFUSED, SECRETS, SUCCESS, USAGE, DmServer, SessionTest, scenario
+from sessions import ENCODINGS, REFUSED, SECRETS, SUCCESS, USAGE, DmServer, SessionTest, scenario
 
 
 class AccountTest(SessionTest):
@@ -74,11 +75,11 @@ class AccountTest(SessionTest):
             self.assertNotIn(secret, tree)
 
     def test_a_server_manages_its_own_account(self):
-        for encoding in ("xml", "wbxml"):
-            with self.subTest(encoding=encoding):
-                played = scenario("accounts", client_auth="md5", server_auth="md5")
+        for encoding, kind in itertools.product(ENCODINGS, ("basic", "md5", "hmac")):
+            with self.subTest(encoding=encoding, proof=kind):
+                played = scenario("accounts", client_auth=kind, server_auth=kind)
                 status, lines, report = self.play(played, "--encoding", encoding,
-                                                  client_auth="md5", server_auth="md5")
+                                                  client_auth=kind, server_auth=kind)
                 self.assertEqual(report["faults"], [], "\n".join(lines))
                 self.assertEqual(status, REFUSED)
                 for secret in (*SECRETS.values(), "NewSecret"):

@@ -7,11 +7,9 @@ import stat
 import tempfile
 import unittest
 
-from sessions import (CERTIFICATE, KEY, REFUSED, SECRETS, SESSION_FAILED, SUCCESS, USAGE, DmServer,
-                      SessionTest, scenario, scenario_names)
+from sessions import (CERTIFICATE, ENCODINGS, KEY, KINDS, REFUSED, SECRETS, SESSION_FAILED, SUCCESS,
+                      USAGE, DmServer, SessionTest, scenario, scenario_names)
 
-ENCODINGS = ("xml", "wbxml")
-KINDS = ("none", "basic", "md5", "hmac")
 # These need a terminal, or an account of a certain kind; they have tests of their own.
 ON_THEIR_OWN = {"questions", "accounts"}
 # Scenarios with commands that are refused.

@@ -16,6 +16,8 @@ from handset import DMCLIENT, PLUGIN, Handset
 
 SUCCESS, REFUSED, USAGE, UNUSABLE, SESSION_FAILED = 0, 1, 2, 3, 4
 SECRETS = {"client-secret": "OhBehave", "server-secret": "ServerSecret"}
+ENCODINGS = ("xml", "wbxml")
+KINDS = ("none", "basic", "md5", "hmac")  # of proofs
 CERTIFICATE = os.path.join(HERE, "..", "..", "unit", "session", "localhost.pem")
 KEY = os.path.join(HERE, "..", "..", "unit", "session", "localhost.key")
 

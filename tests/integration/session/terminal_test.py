@@ -1,5 +1,6 @@
 """The user at a terminal, asked by a server."""
 
+import itertools
 import os
 import time
 import termios
@@ -8,7 +9,8 @@ import re
 import select
 import unittest
 
-from sessions import REFUSED, SESSION_FAILED, SUCCESS, DmServer, SessionTest, scenario
+from sessions import (ENCODINGS, KINDS, REFUSED, SESSION_FAILED, SUCCESS, DmServer, SessionTest,
+                      scenario)
 
 LIMIT = 60  # seconds for one answer of the program
 
@@ -62,8 +64,16 @@ class TerminalTest(SessionTest):
         return Terminal(self, "session", server.url), server.session
 
     def test_all_questions_of_a_session(self):
-        with DmServer(scenario("questions")) as server:
-            terminal = Terminal(self, "session", server.url)
+        for encoding, kind in itertools.product(ENCODINGS, KINDS):
+            with self.subTest(encoding=encoding, proof=kind):
+                self.handset.close()
+                self.setUp()
+                self.answer_all_questions(encoding, kind)
+
+    def answer_all_questions(self, encoding, kind):
+        with DmServer(scenario("questions", client_auth=kind, server_auth=kind)) as server:
+            self.add_account(server.url, client_auth=kind, server_auth=kind)
+            terminal = Terminal(self, "session", "Test", "--encoding", encoding)
             shown = terminal.answer("yes or no: ", "no\n")
             self.assertIn("[server] Settings are\r\n[server] being updated\\xc2\\x9b31m\r\n", shown)
             self.assertIn("[server] Delete everything?", shown)
@@ -77,6 +87,7 @@ class TerminalTest(SessionTest):
             status, screen = terminal.end()
             report = server.session.report()
         self.assertEqual(report["faults"], [])
+        self.assertEqual(report["encodings"], [encoding])
         self.assertEqual(status, SUCCESS, screen)
         self.assertIn("Session completed", screen)
         office = "./DevDetail/Ext/Conf/Conn/Profiles/Office/Addr"
