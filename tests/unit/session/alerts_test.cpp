@@ -152,7 +152,7 @@ TEST_P(Alerts, NoOnItsOwnChangesNothingElse)
 
 TEST_P(Alerts, NoInASequenceLeavesTheRestUndone)
 {
-    const auto sequence = [this](const char *end) {
+    const auto sequence = [](const char *end) {
         return accepted() + "<Sequence><CmdID>2</CmdID>" +
                replace("3", profileUri("Home/Addr"), "before") + alert("4", "1101", {"", "Sure?"}) +
                replace("5", profileUri("Office/Addr"), end) + "</Sequence>" +

@@ -573,7 +573,7 @@ TEST_P(Sizes, AddInChunksKeepsTheFormatOfTheFirst)
 
 TEST_P(Sizes, ItemsAroundAnObjectAreAnsweredInTheirOrder)
 {
-    const auto item = [this](const char *leaf, const QByteArray &rest) {
+    const auto item = [](const char *leaf, const QByteArray &rest) {
         return "<Item><Target><LocURI>" + profileUri(leaf) + "</LocURI></Target>" + rest +
                "</Item>";
     };
