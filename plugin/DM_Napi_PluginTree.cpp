@@ -644,7 +644,6 @@ int DM_NAPI_PluginTree::RenameProfileMapDB(const DMString &nodeName, const DMStr
     }
     info->*BEARER_FLAGS[part - BEARER_PARTS] = true;
     info->sProfileID += part->keySuffix;
-    m_ProfileMaps.put(nodeName, info);
     if (!m_psetupManager) {
         LOG_TRACE("Leave: RenameProfileMapDB()\n");
         return DMT_OK;
