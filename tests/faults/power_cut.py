@@ -3,8 +3,9 @@
 
     power_cut.py BIN_FOLDER [--kills N] [--seed N]
 
-After each kill the store passes its check, the profiles are as they were behind one of the commands
-(so each holds its old or its new record, and none a part of both), and the next client mounts. The
+After each kill the store passes its check, the profiles are as they were behind one of the changes
+(so each holds its old or its new record, and none a part of both), and the next client mounts. A
+command makes one change of a record; one that writes several leaves makes one for each of them. The
 state directory of a failure is kept.
 """
 import argparse
@@ -46,12 +47,22 @@ def random_command(rng, number):
     ])
 
 
+def leaf_by_leaf(command):
+    """The command, and before it the same with fewer of its leaves if it writes several."""
+    if command.count("=") > 1:
+        yield from leaf_by_leaf(command.rsplit(" ", 1)[0])
+    yield command
+
+
 def states_of(handset, start, commands):
-    """What the profiles are behind each of the commands."""
+    """What the profiles are at the start and behind each of the changes."""
+    series = [[]]
+    for count, command in enumerate(commands):
+        series += [commands[:count] + [change] for change in leaf_by_leaf(command)]
     states = []
-    for count in range(len(commands) + 1):
+    for changes in series:
         handset.copy_from(start)
-        handset.shell(commands[:count])
+        handset.shell(changes)
         states.append(handset.export())
     return states
 
@@ -83,7 +94,7 @@ def problem_behind_kill(handset, states):
     try:
         handset.check()
         if handset.export() not in states:
-            return "the profiles are as behind none of the commands"
+            return "the profiles are as behind none of the changes"
         handset.mounts()
     except AssertionError as error:
         return str(error)
