@@ -59,7 +59,7 @@ class CommandLineTest(DmclientTest):
         self.assertIn("404 Not Found", errors)
 
     def test_node_names_live_as_long_as_a_mount(self):
-        self.succeed("rename", CONN + "/Office", "Work")
+        self.succeed("rename", CONN + "/Office", "Team")
         self.assertEqual(self.succeed("get", CONN), "Office\nPX1\nHome\n")
 
     def test_a_negative_number_stands_behind_a_double_dash(self):
@@ -312,7 +312,7 @@ class PipedShellTest(DmclientTest):
                                     "delete .: 405 Command Not Allowed: . is permanent"]))
 
     def test_all_lines_work_on_one_mount(self):
-        status, lines = self.shell(f"rename {CONN}/Office Work\nget {CONN}/Work/Addr\n")
+        status, lines = self.shell(f"rename {CONN}/Office Team\nget {CONN}/Team/Addr\n")
         self.assertEqual((status, lines[1]), (SUCCESS, "internet"))
 
     def test_a_failing_line_does_not_stop_the_next(self):

@@ -49,8 +49,8 @@ class PropertiesTest(DmclientTest):
         self.assertEqual(self.run_client("replace", CONN + "/Nobody?prop=Title", "1")[0], REFUSED)
 
     def test_a_renamed_node_has_its_properties_under_the_name_of_the_next_mount(self):
-        self.succeed("shell", stdin=f"replace {OFFICE}?prop=ACL Get=*\nrename {OFFICE} Work\n"
-                                    f"replace {CONN}/Work/Addr web.example\n")
+        self.succeed("shell", stdin=f"replace {OFFICE}?prop=ACL Get=*\nrename {OFFICE} Team\n"
+                                    f"replace {CONN}/Team/Addr web.example\n")
         self.assertEqual(self.prop("ACL"), "Get=*")
         self.assertEqual(self.prop("VerNo", OFFICE + "/Addr"), "1")
 
