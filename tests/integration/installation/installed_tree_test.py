@@ -1,0 +1,58 @@
+"""What "cmake --install" lays down works without the folder that it was built in."""
+
+import os
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+BUILD = os.environ["BUILD"]
+CMAKE = os.environ["CMAKE"]
+
+
+class InstalledTreeTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        self.prefix = os.path.join(folder.name, "usr")
+        subprocess.run([CMAKE, "--install", BUILD, "--prefix", self.prefix],
+                       check=True, capture_output=True)
+
+    def run_installed(self, program, *arguments):
+        return subprocess.run([os.path.join(self.prefix, "bin", program), *arguments],
+                              env={**os.environ, "KUB_STATE_DIR": os.path.join(self.folder, "state")},
+                              cwd=self.folder, capture_output=True, text=True)
+
+    def assert_installed_tree_works(self):
+        made = self.run_installed("napictl", "create", "Office", "gprs.address=internet.example")
+        self.assertEqual(made.returncode, 0, made.stderr)
+        tree = self.run_installed("dmclient", "tree")
+        self.assertEqual(tree.returncode, 0, tree.stderr)
+        self.assertIn("internet.example", tree.stdout)
+
+    def loaded_from(self, program):
+        """The project's libraries that the loader finds for an installed program."""
+        file = os.path.join(self.prefix, program)
+        lines = subprocess.run(["ldd", file], check=True, capture_output=True, text=True).stdout
+        ours = ("libdmnative", "libnapi", "libkubappbase", "libaplog")
+        return [os.path.realpath(line.split("=>")[1].split("(")[0].strip())
+                for line in lines.splitlines() if line.strip().startswith(ours)]
+
+    def test_programs_find_the_installed_plug_in_and_libraries(self):
+        self.assert_installed_tree_works()
+        for file in ("bin/dmclient", "bin/napictl", "lib/libkubdmnapipluginlib.so.1"):
+            found = self.loaded_from(file)
+            self.assertTrue(found, file)
+            for library in found:
+                self.assertTrue(library.startswith(os.path.realpath(self.prefix)), library)
+
+    def test_the_tree_may_be_moved(self):
+        moved = os.path.join(self.folder, "elsewhere")
+        shutil.move(self.prefix, moved)
+        self.prefix = moved
+        self.assert_installed_tree_works()
+
+
+if __name__ == "__main__":
+    unittest.main()
