@@ -12,6 +12,7 @@
 #include <memory>
 #include <mutex>
 
+#include "profile_name.h"
 #include "profile_store.h"
 #include "store_backend.h"
 
@@ -105,7 +106,8 @@ int runOnProfile(const char *name, Operation operation)
     const std::string_view text(name, strnlen(name, NAPI_NAME_SIZE));
     if (!isProfileName(text)) {
         return Service::instance().refuse(
-            NAPI_ERROR_BAD_NAME, "a profile name is empty, longer than 63 bytes or not UTF-8");
+            NAPI_ERROR_BAD_NAME,
+            "a profile name is empty, longer than 63 bytes, not UTF-8 or has a slash");
     }
     return Service::instance().run([&](ProfileStore &store) { return operation(store, text); });
 }

@@ -1,4 +1,8 @@
-#include "profile_store.h"
+#include "profile_name.h"
+
+#include <algorithm>
+
+#include "napi.h"
 
 namespace {
 
@@ -30,9 +34,18 @@ std::size_t utf8SequenceLength(std::string_view text)
     return 4;
 }
 
+std::string_view cutAtCharacter(std::string_view text, std::size_t size)
+{
+    if (text.size() <= size)
+        return text;
+    while (size > 0 && isContinuation(text, size))
+        --size;
+    return text.substr(0, size);
+}
+
 } // namespace
 
-bool isProfileName(std::string_view name)
+bool isNameText(std::string_view name)
 {
     if (name.empty() || name.size() >= NAPI_NAME_SIZE || name.find('\0') != name.npos)
         return false;
@@ -43,4 +56,25 @@ bool isProfileName(std::string_view name)
         name.remove_prefix(length);
     }
     return true;
+}
+
+bool isProfileName(std::string_view name)
+{
+    return isNameText(name) && name.find('/') == name.npos;
+}
+
+std::string substituteName(std::string_view storedName, const std::string &mark,
+                           const std::function<bool(std::string_view)> &isTaken)
+{
+    constexpr std::size_t longestName = NAPI_NAME_SIZE - 1;
+    std::string stem(storedName.empty() ? "unnamed" : storedName);
+    std::replace(stem.begin(), stem.end(), '/', '-');
+    for (unsigned int round = 1;; ++round) {
+        const std::string suffix =
+            '~' + mark + (round == 1 ? std::string() : '~' + std::to_string(round));
+        std::string name(cutAtCharacter(stem, longestName - suffix.size()));
+        name += suffix;
+        if (!isTaken(name))
+            return name;
+    }
 }

@@ -17,12 +17,10 @@ struct [[nodiscard]] StoreResult {
     bool failed() const { return status != NAPI_OK; }
 };
 
-/// @return true for a name that a profile can have: 1 to 63 bytes of UTF-8 without a NUL.
-bool isProfileName(std::string_view name);
-
 /// A set of profiles, each with a unique name and an ID that no other profile ever had. The calls
-/// have checked pointers and names before; each operation takes effect completely or not at all and
-/// fills its outputs on success only.
+/// have checked pointers and names before. A store hands out profile names only (profile_name.h),
+/// and finds a profile by the name under which it lists it. Each operation takes effect completely
+/// or not at all and fills its outputs on success only.
 class ProfileStore {
 public:
     virtual ~ProfileStore() = default;

@@ -1,13 +1,16 @@
 #include "sqlite_profile_store.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <fcntl.h>
 #include <limits>
+#include <set>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "profile_name.h"
 #include "sqlite_status.h"
 #include "state_directory.h"
 
@@ -17,6 +20,8 @@ constexpr std::int64_t kApplicationId = 0x4B55424E; // "KUBN", what file(1) and 
 constexpr std::int64_t kSchemaVersion = 1;
 
 constexpr const char *kOpenAction = "open the profile store";
+constexpr const char *kNoSuchName = "has no profile of that name";
+constexpr const char *kDamagedName = "the name of a profile is damaged";
 
 constexpr const char *kCreateSchema =
     "CREATE TABLE profile("
@@ -60,13 +65,14 @@ const std::array<const char *, SqliteProfileStore::StatementCount> SqliteProfile
     "COMMIT",
     "ROLLBACK",
     "SELECT count(*) FROM profile",
-    "SELECT name FROM profile ORDER BY id LIMIT ?1",
+    "SELECT id, name FROM profile ORDER BY id LIMIT ?1",
     "SELECT record FROM profile WHERE name = ?1",
     "UPDATE profile SET record = ?2 WHERE name = ?1",
     "INSERT INTO profile(name, record) VALUES(?1, ?2)",
     "DELETE FROM profile WHERE name = ?1",
     "SELECT id FROM profile WHERE name = ?1",
-    "SELECT name FROM profile WHERE id = ?1",
+    "SELECT id, name FROM profile WHERE id = ?1",
+    "SELECT id, name FROM profile WHERE instr(name, '/') > 0 ORDER BY id",
 };
 
 /// One run of a prepared statement. The bound values have to outlive it.
@@ -109,10 +115,10 @@ public:
     }
 
     std::int64_t number() const { return sqlite3_column_int64(m_statement, 0); }
-    std::string_view bytes() const
+    std::string_view bytes(int column = 0) const
     {
-        const void *data = sqlite3_column_blob(m_statement, 0);
-        const int size = sqlite3_column_bytes(m_statement, 0);
+        const void *data = sqlite3_column_blob(m_statement, column);
+        const int size = sqlite3_column_bytes(m_statement, column);
         return {static_cast<const char *>(data), data == nullptr ? 0 : static_cast<size_t>(size)};
     }
 
@@ -352,13 +358,15 @@ StoreResult SqliteProfileStore::count(unsigned int &profiles)
 StoreResult SqliteProfileStore::list(unsigned int limit, std::vector<std::string> &names)
 {
     std::vector<std::string> found;
+    std::vector<Renamed> renamed;
     Query query(*this, List);
     query.bind(1, limit);
     int step = query.step();
     for (; step == SQLITE_ROW; step = query.step()) {
-        if (!isProfileName(query.bytes()))
-            return failure(NAPI_ERROR_CORRUPT, "the name of a profile is damaged");
-        found.emplace_back(query.bytes());
+        StoreResult result =
+            listedName(query.number(), query.bytes(1), renamed, found.emplace_back());
+        if (result.failed())
+            return result;
     }
     if (step != SQLITE_DONE)
         return failure("list the profiles");
@@ -368,26 +376,30 @@ StoreResult SqliteProfileStore::list(unsigned int limit, std::vector<std::string
 
 StoreResult SqliteProfileStore::read(std::string_view name, NAP_PROFILE_S &record)
 {
-    Query query(*this, Read);
-    const int step = query.bind(1, name).step();
-    if (step == SQLITE_DONE)
-        return failure(NAPI_ERROR_NOT_FOUND, "has no profile of that name");
-    if (step != SQLITE_ROW)
-        return failure("read a profile");
-    const std::string_view bytes = query.bytes();
-    if (bytes.size() != sizeof record)
-        return failure(NAPI_ERROR_CORRUPT, "the record of a profile is damaged");
-    std::memcpy(&record, bytes.data(), sizeof record);
-    return {};
+    return runOnStoredName(name, [&](std::string_view storedName) -> StoreResult {
+        Query query(*this, Read);
+        const int step = query.bind(1, storedName).step();
+        if (step == SQLITE_DONE)
+            return failure(NAPI_ERROR_NOT_FOUND, kNoSuchName);
+        if (step != SQLITE_ROW)
+            return failure("read a profile");
+        const std::string_view bytes = query.bytes();
+        if (bytes.size() != sizeof record)
+            return failure(NAPI_ERROR_CORRUPT, "the record of a profile is damaged");
+        std::memcpy(&record, bytes.data(), sizeof record);
+        return {};
+    });
 }
 
 StoreResult SqliteProfileStore::modify(std::string_view name, const NAP_PROFILE_S &record)
 {
-    if (Query(*this, Modify).bind(1, name).bind(2, record).step() != SQLITE_DONE)
-        return failure("change a profile");
-    if (sqlite3_changes(m_database) == 0)
-        return failure(NAPI_ERROR_NOT_FOUND, "has no profile of that name");
-    return {};
+    return runOnStoredName(name, [&](std::string_view storedName) -> StoreResult {
+        if (Query(*this, Modify).bind(1, storedName).bind(2, record).step() != SQLITE_DONE)
+            return failure("change a profile");
+        if (sqlite3_changes(m_database) == 0)
+            return failure(NAPI_ERROR_NOT_FOUND, kNoSuchName);
+        return {};
+    });
 }
 
 StoreResult SqliteProfileStore::create(std::string_view name, const NAP_PROFILE_S &record,
@@ -422,26 +434,19 @@ StoreResult SqliteProfileStore::create(std::string_view name, const NAP_PROFILE_
 
 StoreResult SqliteProfileStore::remove(std::string_view name)
 {
-    if (Query(*this, Remove).bind(1, name).step() != SQLITE_DONE)
-        return failure("delete a profile");
-    if (sqlite3_changes(m_database) == 0)
-        return failure(NAPI_ERROR_NOT_FOUND, "has no profile of that name");
-    return {};
+    return runOnStoredName(name, [&](std::string_view storedName) -> StoreResult {
+        if (Query(*this, Remove).bind(1, storedName).step() != SQLITE_DONE)
+            return failure("delete a profile");
+        if (sqlite3_changes(m_database) == 0)
+            return failure(NAPI_ERROR_NOT_FOUND, kNoSuchName);
+        return {};
+    });
 }
 
 StoreResult SqliteProfileStore::idByName(std::string_view name, std::uint32_t &id)
 {
-    Query query(*this, IdByName);
-    const int step = query.bind(1, name).step();
-    if (step == SQLITE_DONE)
-        return failure(NAPI_ERROR_NOT_FOUND, "has no profile of that name");
-    if (step != SQLITE_ROW)
-        return failure("look up a profile");
-    const std::int64_t number = query.number();
-    if (number < 0 || number > std::numeric_limits<std::uint32_t>::max())
-        return failure(NAPI_ERROR_CORRUPT, "the ID of a profile is damaged");
-    id = static_cast<std::uint32_t>(number);
-    return {};
+    return runOnStoredName(
+        name, [&](std::string_view storedName) { return idByStoredName(storedName, id); });
 }
 
 StoreResult SqliteProfileStore::nameById(std::uint32_t id, std::string &name)
@@ -452,8 +457,87 @@ StoreResult SqliteProfileStore::nameById(std::uint32_t id, std::string &name)
         return failure(NAPI_ERROR_NOT_FOUND, "has no profile of that ID");
     if (step != SQLITE_ROW)
         return failure("look up a profile");
-    if (!isProfileName(query.bytes()))
-        return failure(NAPI_ERROR_CORRUPT, "the name of a profile is damaged");
-    name = query.bytes();
+    std::vector<Renamed> renamed;
+    return listedName(id, query.bytes(1), renamed, name);
+}
+
+//////////////////////////////////////////////////////////////////////////////////////////////////
+// Stored names that are no profile names
+
+StoreResult SqliteProfileStore::idByStoredName(std::string_view name, std::uint32_t &id)
+{
+    Query query(*this, IdByName);
+    const int step = query.bind(1, name).step();
+    if (step == SQLITE_DONE)
+        return failure(NAPI_ERROR_NOT_FOUND, kNoSuchName);
+    if (step != SQLITE_ROW)
+        return failure("look up a profile");
+    const std::int64_t number = query.number();
+    if (number < 0 || number > std::numeric_limits<std::uint32_t>::max())
+        return failure(NAPI_ERROR_CORRUPT, "the ID of a profile is damaged");
+    id = static_cast<std::uint32_t>(number);
     return {};
+}
+
+StoreResult SqliteProfileStore::readRenamed(std::vector<Renamed> &profiles)
+{
+    StoreResult result;
+    std::set<std::string, std::less<>> given;
+    const auto isTaken = [&](std::string_view name) {
+        std::uint32_t ignored = 0;
+        const StoreResult lookup = idByStoredName(name, ignored);
+        if (lookup.failed() && lookup.status != NAPI_ERROR_NOT_FOUND)
+            result = lookup;
+        return !lookup.failed() || given.contains(name);
+    };
+    Query query(*this, WithSlash);
+    int step = query.step();
+    for (; step == SQLITE_ROW && !result.failed(); step = query.step()) {
+        const std::int64_t id = query.number();
+        const std::string_view storedName = query.bytes(1);
+        if (!isNameText(storedName))
+            return failure(NAPI_ERROR_CORRUPT, kDamagedName);
+        const std::string name = substituteName(storedName, std::to_string(id), isTaken);
+        given.insert(name);
+        profiles.push_back({id, std::string(storedName), name});
+    }
+    if (step != SQLITE_DONE && !result.failed())
+        return failure("look up a profile");
+    return result;
+}
+
+StoreResult SqliteProfileStore::listedName(std::int64_t id, std::string_view storedName,
+                                           std::vector<Renamed> &renamed, std::string &name)
+{
+    if (!isNameText(storedName))
+        return failure(NAPI_ERROR_CORRUPT, kDamagedName);
+    if (isProfileName(storedName)) {
+        name = storedName;
+        return {};
+    }
+    StoreResult result;
+    if (renamed.empty())
+        result = readRenamed(renamed);
+    if (result.failed())
+        return result;
+    const auto found = std::ranges::lower_bound(renamed, id, {}, &Renamed::id);
+    if (found == renamed.end() || found->id != id) // SQLite reads the name in another way
+        return failure(NAPI_ERROR_CORRUPT, kDamagedName);
+    name = found->name;
+    return {};
+}
+
+template <typename Operation>
+StoreResult SqliteProfileStore::runOnStoredName(std::string_view name, Operation operation)
+{
+    StoreResult result = operation(name);
+    const bool mayBeSubstitute = name.find('~') != name.npos;
+    if (result.status != NAPI_ERROR_NOT_FOUND || !mayBeSubstitute)
+        return result;
+    std::vector<Renamed> renamed;
+    StoreResult search = readRenamed(renamed);
+    if (search.failed())
+        return search;
+    const auto found = std::ranges::find(renamed, name, &Renamed::name);
+    return found == renamed.end() ? result : operation(found->storedName);
 }

@@ -4,6 +4,7 @@
 #include <array>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <sqlite3.h>
 
@@ -48,6 +49,7 @@ private:
         Remove,
         IdByName,
         NameById,
+        WithSlash,
         StatementCount
     };
     static const std::array<const char *, StatementCount> kSql;
@@ -66,6 +68,13 @@ private:
         bool isNewFile() const { return tables == 0 && applicationId == 0 && version == 0; }
     };
 
+    /// A profile of a database that was made when names could have a slash.
+    struct Renamed {
+        std::int64_t id;
+        std::string storedName;
+        std::string name; ///< under which it is listed
+    };
+
     StoreResult openDatabase();
     StoreResult openSchema();
     StoreResult tryOpenSchema();
@@ -77,6 +86,18 @@ private:
     StoreResult failure(const char *action);
     StoreResult failure(NAPI_STATUS status, const std::string &reason) const;
     std::string quickCheck();
+
+    /// Fills in all profiles that are listed under other names than theirs, in the order of their
+    /// IDs.
+    StoreResult readRenamed(std::vector<Renamed> &profiles);
+    /// Runs an operation on the stored name of the profile that is listed under that name.
+    template <typename Operation>
+    StoreResult runOnStoredName(std::string_view name, Operation operation);
+    StoreResult idByStoredName(std::string_view name, std::uint32_t &id);
+    /// Turns the stored name of a profile, whose row a query is on, into the one under which it is
+    /// listed. @param renamed  is filled when it is needed, for the next names of the same query
+    StoreResult listedName(std::int64_t id, std::string_view storedName,
+                           std::vector<Renamed> &renamed, std::string &name);
 
     std::string m_path;
     sqlite3 *m_database = nullptr;

@@ -37,6 +37,19 @@ int readAddress(const std::string &name, std::string &address)
     return status;
 }
 
+using Names = std::vector<std::string>;
+
+Names listedNames()
+{
+    unsigned int count = 30000;
+    std::vector<char> slots(std::size_t{count} * NAPI_NAME_SIZE);
+    EXPECT_EQ(NAPI_ListAllProfile(slots.data(), &count), NAPI_OK);
+    Names names;
+    for (unsigned int index = 0; index < count; ++index)
+        names.emplace_back(&slots[std::size_t{index} * NAPI_NAME_SIZE]);
+    return names;
+}
+
 unsigned int profileCount()
 {
     unsigned int count = 0xFFFFFFFF;
@@ -337,13 +350,14 @@ TEST_F(SqliteStore, OrdinaryAnswersAreSilentAndEachKindOfFailureIsToldOnce)
         }
     });
     EXPECT_EQ(outcome.exitCode, 0);
-    EXPECT_EQ(outcome.errorOutput,
-              "so far silent\n"
-              "libnapi: " +
-                  m_store +
-                  ": is full with 1 profiles\n"
-                  "libnapi: a profile name is empty, longer than 63 bytes or not UTF-8\n"
-                  "libnapi: a call got a null pointer\n");
+    EXPECT_EQ(
+        outcome.errorOutput,
+        "so far silent\n"
+        "libnapi: " +
+            m_store +
+            ": is full with 1 profiles\n"
+            "libnapi: a profile name is empty, longer than 63 bytes, not UTF-8 or has a slash\n"
+            "libnapi: a call got a null pointer\n");
 }
 
 //////////////////////////////////////////////////////////////////////////////////////////////////
@@ -461,6 +475,95 @@ TEST_F(SqliteStore, NameThatFitsNoSlotIsRefused)
         ASSERT_TRUE(QFile::remove(QString::fromStdString(m_store)));
         QDir(QString::fromStdString(m_state)).removeRecursively();
     }
+}
+
+TEST_F(SqliteStore, StoredNameWithASlashIsListedAndFoundUnderAnother)
+{
+    makeStore(3);
+    runSql("UPDATE profile SET name = 'Office' WHERE id = 1;"
+           "UPDATE profile SET name = 'Office/Home' WHERE id = 2");
+    const ChildOutcome outcome = runInChild([] {
+        EXPECT_EQ(listedNames(), (Names{"Office", "Office-Home~2", "profile 2"}));
+        unsigned int id = 0;
+        EXPECT_EQ(NAPI_GetProfileIDByName("Office-Home~2", &id), NAPI_OK);
+        EXPECT_EQ(id, 2U);
+        char name[NAPI_NAME_SIZE] = {};
+        EXPECT_EQ(NAPI_GetProfileNameByID(2, name), NAPI_OK);
+        EXPECT_STREQ(name, "Office-Home~2");
+        std::string address;
+        EXPECT_EQ(readAddress("Office-Home~2", address), NAPI_OK);
+        EXPECT_EQ(address, "apn of profile 1");
+        EXPECT_EQ(NAPI_ReadProfile("Office/Home", nullptr, 0, 0), NAPI_ERROR_BAD_ARGUMENT);
+        EXPECT_EQ(readAddress("Office/Home", address), NAPI_ERROR_BAD_NAME);
+
+        NAP_PROFILE_S record = {};
+        std::strcpy(record.gprsAddress, "changed");
+        EXPECT_EQ(NAPI_ModifyProfile("Office-Home~2", &record, 0, 0), NAPI_OK);
+        EXPECT_EQ(readAddress("Office-Home~2", address), NAPI_OK);
+        EXPECT_EQ(address, "changed");
+        EXPECT_EQ(readAddress("Office", address), NAPI_OK);
+        EXPECT_EQ(address, "apn of profile 0");
+        EXPECT_EQ(create("Office-Home~2"), NAPI_ERROR_EXISTS);
+
+        EXPECT_EQ(NAPI_DeleteProfile("Office-Home~2"), NAPI_OK);
+        EXPECT_EQ(listedNames(), (Names{"Office", "profile 2"}));
+        EXPECT_EQ(NAPI_DeleteProfile("Office-Home~2"), NAPI_ERROR_NOT_FOUND);
+        EXPECT_EQ(readAddress("Office-Home~2", address), NAPI_ERROR_NOT_FOUND);
+    });
+    EXPECT_CHILD_PASSES(outcome);
+}
+
+TEST_F(SqliteStore, StoredNameWithASlashStaysAsItIsStored)
+{
+    makeStore(1);
+    runSql("UPDATE profile SET name = 'Office/Home'");
+    const ChildOutcome outcome = runInChild([] {
+        const NAP_PROFILE_S record = {};
+        EXPECT_EQ(NAPI_ModifyProfile("Office-Home~1", &record, 0, 0), NAPI_OK);
+    });
+    EXPECT_CHILD_PASSES(outcome);
+    runSql("CREATE TEMP TABLE expected(ok CHECK(ok));"
+           "INSERT INTO expected SELECT count(*) = 1 FROM profile WHERE name = 'Office/Home'");
+}
+
+TEST_F(SqliteStore, NameInPlaceOfOneWithASlashIsUniqueAndFits)
+{
+    makeStore(6);
+    const std::string longName = std::string(59, 'x') + "\xC3\xBC/y";
+    runSql(("UPDATE profile SET name = 'a-b~5' WHERE id = 1;"
+            "UPDATE profile SET name = 'a/b~5' WHERE id = 2;"
+            "UPDATE profile SET name = '/' WHERE id = 3;"
+            "UPDATE profile SET name = '" +
+            longName +
+            "' WHERE id = 4;"
+            "UPDATE profile SET name = 'a/b' WHERE id = 5;"
+            "UPDATE profile SET name = 'a-b~7' WHERE id = 6")
+               .c_str());
+    const ChildOutcome outcome = runInChild([] {
+        const Names names = listedNames();
+        EXPECT_EQ(names, (Names{"a-b~5", "a-b~5~2", "-~3", std::string(59, 'x') + "\xC3\xBC~4",
+                                "a-b~5~3", "a-b~7"}));
+        for (unsigned int index = 0; index < names.size(); ++index) {
+            unsigned int id = 0;
+            EXPECT_EQ(NAPI_GetProfileIDByName(names[index].c_str(), &id), NAPI_OK) << names[index];
+            EXPECT_EQ(id, index + 1);
+        }
+    });
+    EXPECT_CHILD_PASSES(outcome);
+}
+
+TEST_F(SqliteStore, ManyNamesWithASlashAreLookedUpOnceForAList)
+{
+    makeStore(1);
+    runSql(
+        "WITH RECURSIVE number(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM number WHERE n < 20000)"
+        "INSERT INTO profile(name, record) SELECT 'a/' || n, zeroblob(1168) FROM number");
+    const ChildOutcome outcome = runInChild([] {
+        const Names names = listedNames();
+        EXPECT_EQ(names.size(), 20001U);
+        EXPECT_EQ(names.back(), "a-20000~20001");
+    });
+    EXPECT_CHILD_PASSES(outcome);
 }
 
 TEST_F(SqliteStore, IdBeyond32BitsIsRefused)

@@ -3,34 +3,11 @@
 #include <map>
 #include <set>
 
-#include "profile_store.h"
+#include "profile_name.h"
 
 namespace {
 
-constexpr std::size_t kLongestName = NAPI_NAME_SIZE - 1;
 constexpr std::size_t kUuidCharacters = 8;
-
-std::string cutAtCharacter(const std::string &text, std::size_t size)
-{
-    if (text.size() <= size)
-        return text;
-    const auto isContinuation = [](char byte) { return (byte & 0xC0) == 0x80; };
-    while (size > 0 && isContinuation(text[size]))
-        --size;
-    return text.substr(0, size);
-}
-
-std::string nameWithUuid(const NamedConnection &connection, const std::set<std::string> &taken)
-{
-    const std::string stem = connection.id.empty() ? "unnamed" : connection.id;
-    const std::string mark = "~" + connection.uuid.substr(0, kUuidCharacters);
-    for (unsigned int round = 1;; ++round) {
-        const std::string suffix = round == 1 ? mark : mark + "~" + std::to_string(round);
-        std::string name = cutAtCharacter(stem, kLongestName - suffix.size()) + suffix;
-        if (!taken.contains(name))
-            return name;
-    }
-}
 
 } // namespace
 
@@ -50,7 +27,13 @@ std::vector<std::string> profileNames(const std::vector<NamedConnection> &connec
     }
     std::vector<std::string> names;
     for (const NamedConnection &connection : connections) {
-        names.push_back(keepsItsId(connection) ? connection.id : nameWithUuid(connection, taken));
+        names.push_back(keepsItsId(connection)
+                            ? connection.id
+                            : substituteName(connection.id,
+                                             connection.uuid.substr(0, kUuidCharacters),
+                                             [&](std::string_view name) {
+                                                 return taken.contains(std::string(name));
+                                             }));
         taken.insert(names.back());
     }
     return names;

@@ -10,9 +10,7 @@ struct NamedConnection {
 };
 
 /// @return a unique profile name for each connection. A connection's ID is its name when it can be
-///         one and no other connection has the same. Else the name is the ID, cut at a character to
-///         fit ("unnamed" for an empty one), with '~' and the first eight characters of the UUID;
-///         in the unlikely case that such a name is taken, also with "~2", "~3" and so on. So the
-///         name of a connection depends on nothing but what NetworkManager holds, in the order
-///         given.
+///         one and no other connection has the same. Else it goes by a substitute with the first
+///         eight characters of its UUID (profile_name.h). So the name of a connection depends on
+///         nothing but what NetworkManager holds, in the order given.
 std::vector<std::string> profileNames(const std::vector<NamedConnection> &connections);

@@ -1,8 +1,8 @@
 // Profile names of connections: unique, and the same whatever the order of looking.
 #include <gtest/gtest.h>
 
+#include "profile_name.h"
 #include "profile_names.h"
-#include "profile_store.h"
 
 namespace {
 
@@ -45,6 +45,12 @@ TEST(ProfileNames, LongIdIsCutAtACharacter)
     const Names names = profileNames({{id, kOne}});
     EXPECT_EQ(names, Names{stem + "~11111111"});
     EXPECT_TRUE(isProfileName(names[0]));
+}
+
+TEST(ProfileNames, IdWithASlashIsNoNameBecauseThePathsOfATreeAreSplitThere)
+{
+    EXPECT_EQ(profileNames({{"Office/Home", kOne}, {"Office", kTwo}, {"/", kThree}}),
+              (Names{"Office-Home~11111111", "Office", "-~33333333"}));
 }
 
 TEST(ProfileNames, IdThatLooksLikeAMadeNameKeepsIt)

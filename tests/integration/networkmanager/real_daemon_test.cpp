@@ -364,11 +364,11 @@ TEST_F(RealDaemon, CreatedConnectionIsWrittenToDiskAndDoesNotConnectByItself)
 
 TEST_F(RealDaemon, IdsAndNamesOutliveTheDaemonAndTheProcess)
 {
-    for (const char *name : {"zebra", " blank ", "a/b", "\xC3\xBC\xE2\x82\xAC", "mango"})
+    for (const char *name : {"zebra", " blank ", "a-b", "\xC3\xBC\xE2\x82\xAC", "mango"})
         create(name);
     remove("zebra");
     const Names names = list();
-    EXPECT_EQ(names, (Names{" blank ", "a/b", "\xC3\xBC\xE2\x82\xAC", "mango"}));
+    EXPECT_EQ(names, (Names{" blank ", "a-b", "\xC3\xBC\xE2\x82\xAC", "mango"}));
     daemon("stop");
     daemon("start");
     EXPECT_EQ(list(), names);
@@ -377,6 +377,25 @@ TEST_F(RealDaemon, IdsAndNamesOutliveTheDaemonAndTheProcess)
     reopen();
     EXPECT_EQ(list(), names);
     EXPECT_EQ(idOf("mango"), 5U);
+}
+
+TEST_F(RealDaemon, ConnectionWithASlashInItsIdIsAProfileUnderANameWithoutOne)
+{
+    const QString uuid = addByHand(u"Office/Home"_qs);
+    const std::string name = "Office-Home~" + uuid.left(8).toStdString();
+    EXPECT_EQ(list(), Names{name});
+    std::uint32_t id = idOf(name.c_str());
+    EXPECT_EQ(store().idByName("Office/Home", id).status, NAPI_ERROR_NOT_FOUND);
+    std::string found;
+    EXPECT_EQ(store().nameById(id, found).status, NAPI_OK);
+    EXPECT_EQ(found, name);
+    NAP_PROFILE_S record = read(name.c_str());
+    std::strcpy(record.gprsAddress, "changed.apn");
+    modify(name.c_str(), record);
+    EXPECT_EQ(shown(uuid, u"gsm.apn"_qs), u"changed.apn"_qs);
+    EXPECT_EQ(shown(uuid, u"connection.id"_qs), u"Office/Home"_qs);
+    remove(name.c_str());
+    EXPECT_EQ(list(), Names());
 }
 
 TEST_F(RealDaemon, IdStaysWhenOthersRenameTheConnection)
