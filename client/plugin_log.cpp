@@ -1,6 +1,7 @@
 #include "plugin_log.h"
 
 #include "aplog.h"
+#include "private_storage.h"
 
 #include <QFile>
 #include <cerrno>
@@ -16,9 +17,10 @@ namespace client {
 /// A file that is put aside when it has reached its limit.
 class PluginLog::RotatingFile {
 public:
-    RotatingFile(std::string path, long limitBytes) : m_path(std::move(path)), m_limit(limitBytes)
+    RotatingFile(std::string path, long limitBytes, handset_state::Refusal &refusal)
+        : m_path(std::move(path)), m_limit(limitBytes)
     {
-        open();
+        refusal = open();
     }
     ~RotatingFile()
     {
@@ -41,11 +43,13 @@ public:
     }
 
 private:
-    void open()
+    handset_state::Refusal open()
     {
-        m_file = ::open(m_path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+        handset_state::Refusal refusal;
+        m_file = handset_state::openFile(m_path, O_WRONLY | O_APPEND | O_CREAT, refusal);
         struct stat status {};
         m_size = isOpen() && ::fstat(m_file, &status) == 0 ? status.st_size : 0;
+        return refusal;
     }
 
     void rotate()
@@ -79,7 +83,9 @@ std::unique_ptr<PluginLog> PluginLog::toStandardError()
 
 std::unique_ptr<PluginLog> PluginLog::toFile(const QString &path, QString &error, long limitBytes)
 {
-    auto file = std::make_unique<RotatingFile>(QFile::encodeName(path).toStdString(), limitBytes);
+    handset_state::Refusal refusal;
+    auto file =
+        std::make_unique<RotatingFile>(QFile::encodeName(path).toStdString(), limitBytes, refusal);
     FILE *stream = nullptr;
     if (file->isOpen()) {
         cookie_io_functions_t functions{};
@@ -89,8 +95,9 @@ std::unique_ptr<PluginLog> PluginLog::toFile(const QString &path, QString &error
         stream = fopencookie(file.get(), "a", functions);
     }
     if (!stream) {
-        error = QStringLiteral("cannot open the plug-in's log %1: %2")
-                    .arg(path, QString::fromLocal8Bit(std::strerror(errno)));
+        error = QStringLiteral("the plug-in's log: %1")
+                    .arg(QString::fromLocal8Bit(refusal ? refusal.text().c_str()
+                                                        : std::strerror(errno)));
         return nullptr;
     }
     // Messages come in whole lines; a line at a time keeps them whole across a rotation.

@@ -1,16 +1,16 @@
 #include "state_directory.h"
 
+#include "private_storage.h"
+#include "state_location.h"
+
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QSaveFile>
-#include <QStandardPaths>
 #include <QUuid>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -26,54 +26,38 @@ QString systemReason(int errorNumber)
     return QString::fromLocal8Bit(std::strerror(errorNumber));
 }
 
-/// Makes the directory and the missing ones above it.
-bool makePrivateDirectory(const QString &path, QString &error)
-{
-    if (QDir(path).exists())
-        return true;
-    if (!makePrivateDirectory(QFileInfo(path).path(), error))
-        return false;
-    if (::mkdir(QFile::encodeName(path).constData(), S_IRWXU) == 0)
-        return true;
-    error =
-        QStringLiteral("cannot create the state directory %1: %2").arg(path, systemReason(errno));
-    return QDir(path).exists(); // another process may have been faster
-}
-
 } // namespace
 
 QString StateDirectory::defaultPath()
 {
-    const QString chosen = qEnvironmentVariable(stateVariable);
-    if (!chosen.isEmpty())
-        return chosen;
-    // The base directory rules ask for a relative path to be ignored.
-    const QString stateHome = qEnvironmentVariable("XDG_STATE_HOME");
-    const QString base = QDir::isAbsolutePath(stateHome)
-                             ? stateHome
-                             : QDir::homePath() + QStringLiteral("/.local/state");
-    return base + QStringLiteral("/kub-dm");
+    return QFile::decodeName(handset_state::location().c_str());
 }
 
 std::unique_ptr<StateDirectory> StateDirectory::open(const QString &path, QString &error)
 {
     const QString root = QDir(path).absolutePath();
-    const QString clientPath = root + QStringLiteral("/client");
-    if (!makePrivateDirectory(root, error) || !makePrivateDirectory(clientPath, error))
-        return nullptr;
-    const QString lockPath = clientPath + QStringLiteral("/lock");
-    const int lockFile =
-        ::open(QFile::encodeName(lockPath).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (lockFile < 0) {
-        error = QStringLiteral("cannot open %1: %2").arg(lockPath, systemReason(errno));
+    const std::string state = QFile::encodeName(root).toStdString();
+    const std::string clientFolder = state + "/client";
+    handset_state::Refusal refusal = handset_state::makeStateDirectory(state);
+    // The settings class makes the second one itself, but cannot refuse to name it.
+    for (const std::string &folder : {clientFolder, state + "/settings"})
+        if (!refusal)
+            refusal = handset_state::makeFolder(folder);
+    int lockFile = -1;
+    if (!refusal)
+        lockFile = handset_state::openFile(clientFolder + "/lock", O_RDWR | O_CREAT, refusal);
+    if (refusal) {
+        error = QString::fromLocal8Bit(refusal.text().c_str());
         return nullptr;
     }
+    const QString clientPath = QFile::decodeName(clientFolder.c_str());
     // Owns the descriptor from here on.
     std::unique_ptr<StateDirectory> directory(new StateDirectory(clientPath, lockFile));
     if (::flock(lockFile, LOCK_EX | LOCK_NB) != 0) {
-        error = errno == EWOULDBLOCK
-                    ? QStringLiteral("another DM client is using the state directory %1").arg(root)
-                    : QStringLiteral("cannot lock %1: %2").arg(lockPath, systemReason(errno));
+        error =
+            errno == EWOULDBLOCK
+                ? QStringLiteral("another DM client is using the state directory %1").arg(root)
+                : QStringLiteral("cannot lock %1/lock: %2").arg(clientPath, systemReason(errno));
         return nullptr;
     }
     qputenv(stateVariable, QFile::encodeName(root));

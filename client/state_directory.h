@@ -10,11 +10,11 @@ namespace client {
 /// clients at once would each rebuild the mapping files under the other's feet.
 class StateDirectory {
 public:
-    /// Where the state lives when nobody says otherwise: $KUB_STATE_DIR, else
-    /// $XDG_STATE_HOME/kub-dm, else ~/.local/state/kub-dm.
+    /// Where the state lives when nobody says otherwise, as the libraries beneath a plug-in see it.
     static QString defaultPath();
 
-    /// Creates what is missing (readable by its owner only), takes the lock, and sets KUB_STATE_DIR
+    /// Creates what is missing (readable by its owner only), refuses what others own or can write
+    /// to, takes the lock, and sets KUB_STATE_DIR
     /// so that the libraries beneath a plug-in use the same directory. Call it before any of them
     /// is loaded.
     /// @return null on failure, with a sentence that names the path and the reason in error

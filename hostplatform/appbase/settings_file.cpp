@@ -8,6 +8,9 @@
 #include <unistd.h>
 
 #include <QFile>
+#include <QFileInfo>
+
+#include "private_storage.h"
 
 namespace {
 
@@ -94,16 +97,16 @@ void SettingsFile::report(const char *action, const char *reason) const
 
 void SettingsFile::read()
 {
-    // Not to wait for a writer when the name belongs to a pipe.
-    const FileDescriptor file(::open(m_path.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (file.get() < 0 && errno == ENOENT)
+    handset_state::Refusal refusal;
+    const FileDescriptor file(handset_state::openFile(m_path.toStdString(), O_RDONLY, refusal));
+    if (refusal.error == ENOENT)
         return;
     m_damaged = true;
+    if (refusal)
+        return report("read", refusal.reason.c_str());
     struct stat status = {};
-    if (file.get() < 0 || ::fstat(file.get(), &status) != 0)
+    if (::fstat(file.get(), &status) != 0)
         return report("read", std::strerror(errno));
-    if (!S_ISREG(status.st_mode))
-        return report("read", S_ISDIR(status.st_mode) ? "it is a directory" : "it is no file");
     if (status.st_size > kMaximumSize)
         return report("read", "it is larger than 4 MiB");
 
@@ -138,6 +141,9 @@ bool SettingsFile::flush()
     const QByteArray bytes = formatSettings(groups);
     if (bytes.size() > kMaximumSize)
         return fail("it would be larger than 4 MiB");
+    const std::string folder = QFileInfo(QFile::decodeName(m_path)).path().toStdString();
+    if (const handset_state::Refusal refusal = handset_state::checkFolder(folder))
+        return fail(refusal.text().c_str());
 
     // The name differs for each writer, so two of them never write into one file.
     QByteArray temporaryPath = m_path + ".XXXXXX";

@@ -4,15 +4,14 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <fcntl.h>
 #include <limits>
 #include <set>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "database_file.h"
 #include "profile_name.h"
 #include "sqlite_status.h"
-#include "state_directory.h"
 
 namespace {
 
@@ -207,31 +206,17 @@ SqliteProfileStore::~SqliteProfileStore()
 
 StoreResult SqliteProfileStore::openDatabase()
 {
-    const std::string directory = m_path.substr(0, m_path.rfind('/'));
-    if (const int error = createPrivateDirectory(directory); error != 0) {
-        return failure(statusOfSystemError(error),
-                       "cannot create " + directory + ": " + std::strerror(error));
-    }
-    // SQLite would create the file readable by everybody. Its lock and log files take the mode of
-    // the database. O_NONBLOCK: not to wait when the name belongs to a pipe.
-    const int file =
-        ::open(m_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0600);
-    const int openError = file < 0 ? errno : 0;
-    struct stat status = {};
-    const bool isOther = file >= 0 && ::fstat(file, &status) == 0 && !S_ISREG(status.st_mode);
-    if (file >= 0)
-        ::close(file);
-    if (isOther)
-        return failure(NAPI_ERROR_CORRUPT, "cannot open the profile store: it is no regular file");
-    const bool mayBeReadable = openError == EROFS || openError == EACCES;
-    if (openError != 0 && (!mayBeReadable || ::access(m_path.c_str(), R_OK) != 0)) {
-        return failure(statusOfSystemError(openError),
-                       std::string("cannot open the profile store: ") + std::strerror(openError));
+    const handset_state::Refusal refusal = makeDatabaseFile(m_path);
+    const bool isOfFile = refusal.path == m_path;
+    const bool isUnwritable = isOfFile && (refusal.error == EROFS || refusal.error == EACCES);
+    if (refusal && (!isUnwritable || ::access(m_path.c_str(), R_OK) != 0)) {
+        return failure(statusOfRefusal(refusal), "cannot open the profile store: " +
+                                                     (isOfFile ? refusal.reason : refusal.text()));
     }
 
-    const bool isImmutable = openError == EROFS && isEmptyOrMissing(m_path + "-wal");
+    const bool isImmutable = refusal.error == EROFS && isEmptyOrMissing(m_path + "-wal");
     const std::string name = isImmutable ? immutableUri(m_path) : m_path;
-    const int mode = openError == 0 ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY;
+    const int mode = !refusal ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY;
     if (sqlite3_open_v2(name.c_str(), &m_database, mode | SQLITE_OPEN_URI | SQLITE_OPEN_EXRESCODE,
                         nullptr) != SQLITE_OK)
         return failure(kOpenAction);

@@ -5,7 +5,7 @@
 
 #include "networkmanager_profile_store.h"
 #include "sqlite_profile_store.h"
-#include "state_directory.h"
+#include "state_location.h"
 
 namespace {
 
@@ -29,7 +29,7 @@ StoreResult openChosenStore(std::unique_ptr<ProfileStore> &store)
     std::string names;
     for (const Backend &backend : kBackends) {
         if (backend.name == chosen) {
-            static const std::string directory = stateDirectory();
+            static const std::string directory = handset_state::location();
             return backend.open(directory + "/" + std::string(backend.file), store);
         }
         names += names.empty() ? "" : " or ";

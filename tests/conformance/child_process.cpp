@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
@@ -79,7 +80,7 @@ void skipChild(const char *reason)
 void mountPrivateFileSystem(const std::string &directory, std::size_t size)
 {
     enterMountNamespace();
-    const std::string options = "mode=0777,size=" + std::to_string(size);
+    const std::string options = "mode=0700,size=" + std::to_string(size);
     if (::mount("tmpfs", directory.c_str(), "tmpfs", 0, options.c_str()) != 0)
         skipChild("this machine does not allow mounts of one's own");
 }
@@ -90,12 +91,22 @@ void makeFileSystemReadOnly(const std::string &directory)
         skipChild("cannot make a file system read-only");
 }
 
-void becomeNobody()
+void becomeNobodyWith(const std::string &directory)
 {
     if (::geteuid() != 0)
         skipChild("needs root, to become a user without rights");
+    if (!giveAway(directory))
+        skipChild("cannot give files away");
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(directory))
+        if (!giveAway(entry.path()))
+            skipChild("cannot give files away");
     if (::setresgid(kNobody, kNobody, kNobody) != 0 || ::setresuid(kNobody, kNobody, kNobody) != 0)
         skipChild("cannot become a user without rights");
+}
+
+bool giveAway(const std::string &path)
+{
+    return ::geteuid() == 0 && ::lchown(path.c_str(), kNobody, kNobody) == 0;
 }
 
 void limitFileSize(std::size_t bytes)

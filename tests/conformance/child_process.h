@@ -27,9 +27,13 @@ void mountPrivateFileSystem(const std::string &directory, std::size_t size);
 /// Makes that file system read-only.
 void makeFileSystemReadOnly(const std::string &directory);
 
-/// For the body of a child: gives up the rights of root, so that file modes count. Skips the child
-/// when the test runs as an ordinary user already who owns the files.
-void becomeNobody();
+/// For the body of a child: gives a directory with everything in it to a user without rights and
+/// becomes that user, so that file modes count. Skips the child when the test does not run as root.
+void becomeNobodyWith(const std::string &directory);
+
+/// Gives a file or a directory, without what is in it, to a user other than the one who runs the
+/// test. @return false when that takes rights that the test does not have
+bool giveAway(const std::string &path);
 
 /// For the body of a child: no file can grow beyond that many bytes; writing more fails.
 void limitFileSize(std::size_t bytes);

@@ -238,7 +238,7 @@ TEST_F(SettingsFileOnDisk, PipeInPlaceOfTheFileIsReportedAndNotWaitedFor)
     ASSERT_EQ(::mkfifo(m_path.toUtf8().constData(), 0600), 0);
     testing::internal::CaptureStderr();
     const SETUP_SET_Manager manager(m_path, false);
-    expectMentions(testing::internal::GetCapturedStderr(), {"no file"});
+    expectMentions(testing::internal::GetCapturedStderr(), {"no regular file"});
 }
 
 TEST_F(SettingsFileOnDisk, PathWithoutUsableNameIsRefused)
@@ -255,9 +255,8 @@ TEST_F(SettingsFileOnDisk, UnreadableFileIsReportedAndNotLost)
 {
     writeFile("[a]\nk=1\n");
     ASSERT_EQ(::chmod(m_path.toUtf8().constData(), 0), 0);
-    ASSERT_EQ(::chmod(m_directory.path().toUtf8().constData(), 0777), 0);
     const ChildOutcome outcome = runInChild([&] {
-        becomeNobody();
+        becomeNobodyWith(m_directory.path().toStdString());
         SETUP_SET_Manager manager(m_path, false);
         EXPECT_TRUE(manager.getEntryKeyList(u"a"_qs).isEmpty());
         manager.flush();
@@ -332,10 +331,9 @@ TEST_F(SettingsFileOnDisk, ReadOnlyDiskIsReadAndRefusesToFlush)
 TEST_F(SettingsFileOnDisk, DirectoryThatMayNotBeWrittenRefusesToFlush)
 {
     writeFile("[a]\nk=1\n");
-    ASSERT_EQ(::chmod(m_path.toUtf8().constData(), 0644), 0);
-    ASSERT_EQ(::chmod(m_directory.path().toUtf8().constData(), 0755), 0);
+    ASSERT_EQ(::chmod(m_directory.path().toUtf8().constData(), 0500), 0);
     const ChildOutcome outcome = runInChild([&] {
-        becomeNobody();
+        becomeNobodyWith(m_directory.path().toStdString());
         SETUP_SET_Manager manager(m_path, false);
         EXPECT_EQ(read(manager, u"a"_qs, u"k"_qs), u"1"_qs);
         EXPECT_FALSE(manager.flush());

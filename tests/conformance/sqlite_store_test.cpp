@@ -722,10 +722,8 @@ TEST_F(SqliteStore, StoreThatMayNotBeReadIsUnavailable)
 {
     makeStore(1);
     const ChildOutcome outcome = runInChild([&] {
-        ::chmod(m_directory.path().toUtf8().constData(), 0755);
-        ::chmod(m_state.c_str(), 0777);
         ::chmod(m_store.c_str(), 0);
-        becomeNobody();
+        becomeNobodyWith(m_directory.path().toStdString());
         expectEveryCallFails(NAPI_ERROR_UNAVAILABLE);
     });
     EXPECT_CHILD_PASSES(outcome);
@@ -736,10 +734,8 @@ TEST_F(SqliteStore, StoreThatMayOnlyBeReadRefusesChanges)
 {
     makeStore(1);
     const ChildOutcome outcome = runInChild([&] {
-        ::chmod(m_directory.path().toUtf8().constData(), 0755);
-        ::chmod(m_state.c_str(), 0777);
         ::chmod(m_store.c_str(), 0444);
-        becomeNobody();
+        becomeNobodyWith(m_directory.path().toStdString());
         std::string address;
         EXPECT_EQ(readAddress("profile 0", address), NAPI_OK);
         EXPECT_EQ(create("Home"), NAPI_ERROR_READ_ONLY);

@@ -94,6 +94,8 @@ class BrokenStorageTest(unittest.TestCase):
             self.handset.dmclient("replace", CONN + "Office/Addr", "x", prefix=prefix),
             self.handset.state)
         subprocess.run(["chmod", "-R", "u+rwX", self.handset.state], check=True)
+        subprocess.run(["chown", "-R", str(os.geteuid()), os.path.dirname(self.handset.state)],
+                       check=True)
         self.assert_nothing_lost()
 
     # ---- Gone ------------------------------------------------------------------------------------

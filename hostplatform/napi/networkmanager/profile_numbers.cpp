@@ -1,14 +1,11 @@
 #include "profile_numbers.h"
 
 #include <cerrno>
-#include <cstring>
-#include <fcntl.h>
 #include <limits>
 #include <optional>
-#include <unistd.h>
 
+#include "database_file.h"
 #include "sqlite_status.h"
-#include "state_directory.h"
 
 namespace {
 
@@ -46,17 +43,14 @@ ProfileNumbers::~ProfileNumbers()
     sqlite3_close(m_database);
 }
 
-/// SQLite would create the file readable by everybody.
 StoreResult ProfileNumbers::createFile()
 {
-    const std::string directory = m_path.substr(0, m_path.rfind('/'));
-    if (const int error = createPrivateDirectory(directory); error != 0)
-        return failure(statusOfSystemError(error), std::strerror(error));
-    const int file = ::open(m_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0600);
-    if (file < 0 && errno != EROFS && errno != EACCES)
-        return failure(statusOfSystemError(errno), std::strerror(errno));
-    if (file >= 0)
-        ::close(file);
+    const handset_state::Refusal refusal = makeDatabaseFile(m_path);
+    const bool isUnwritable =
+        refusal.path == m_path && (refusal.error == EROFS || refusal.error == EACCES);
+    if (refusal && !isUnwritable)
+        return failure(statusOfRefusal(refusal),
+                       refusal.path == m_path ? refusal.reason : refusal.text());
     return {};
 }
 

@@ -128,11 +128,11 @@ class UnusableTest(DmclientTest):
         path = os.path.join(self.handset.home, "file")
         with open(path, "w", encoding="ascii"):
             pass
-        self.assert_unusable(f"cannot create the state directory {path}: File exists",
+        self.assert_unusable(f"cannot use {path}: Not a directory",
                              "--state", path, "tree")
 
     def test_a_state_directory_that_cannot_be_made_is_named_with_the_reason(self):
-        self.assert_unusable("cannot create the state directory /proc/handset: No such file or directory",
+        self.assert_unusable("cannot use /proc/handset: it cannot be made: No such file or directory",
                              "--state", "/proc/handset/state", "tree")
 
     def test_a_second_client_is_refused_while_the_first_runs(self):

@@ -91,9 +91,19 @@ TEST_F(PluginLogTest, AFileThatCannotBeOpenedIsNamed)
 {
     const QString impossible = directory.filePath(QStringLiteral("missing/plugin.log"));
     EXPECT_EQ(PluginLog::toFile(impossible, error), nullptr);
-    EXPECT_EQ(error, QStringLiteral("cannot open the plug-in's log %1: No such file or directory")
-                         .arg(impossible));
+    EXPECT_EQ(error, QStringLiteral("the plug-in's log: cannot use %1: No such file or directory")
+                         .arg(directory.filePath(QStringLiteral("missing"))));
     EXPECT_EQ(libaplog_to_module_ptr, nullptr);
+}
+
+TEST_F(PluginLogTest, ALinkInItsPlaceIsNotFollowed)
+{
+    const QString target = directory.filePath(QStringLiteral("target"));
+    ASSERT_TRUE(QFile::link(target, path));
+    EXPECT_EQ(PluginLog::toFile(path, error), nullptr);
+    EXPECT_EQ(error,
+              QStringLiteral("the plug-in's log: cannot use %1: it is a symbolic link").arg(path));
+    EXPECT_FALSE(QFile::exists(target));
 }
 
 TEST_F(PluginLogTest, MessagesCanGoToStandardError)

@@ -36,22 +36,6 @@ private:
     std::optional<QByteArray> m_before;
 };
 
-TEST(StateDirectoryTest, TheDefaultFollowsTheEnvironment)
-{
-    const ScopedVariable home("HOME", "/home/x");
-    const ScopedVariable noStateHome("XDG_STATE_HOME", std::nullopt);
-    const ScopedVariable noState("KUB_STATE_DIR", std::nullopt);
-    EXPECT_EQ(StateDirectory::defaultPath(), QStringLiteral("/home/x/.local/state/kub-dm"));
-    {
-        const ScopedVariable relative("XDG_STATE_HOME", "state");
-        EXPECT_EQ(StateDirectory::defaultPath(), QStringLiteral("/home/x/.local/state/kub-dm"));
-    }
-    const ScopedVariable stateHome("XDG_STATE_HOME", "/var/x");
-    EXPECT_EQ(StateDirectory::defaultPath(), QStringLiteral("/var/x/kub-dm"));
-    const ScopedVariable state("KUB_STATE_DIR", "/srv/handset");
-    EXPECT_EQ(StateDirectory::defaultPath(), QStringLiteral("/srv/handset"));
-}
-
 class OpenStateDirectoryTest : public testing::Test {
 protected:
     std::unique_ptr<StateDirectory> open() { return StateDirectory::open(path, error); }
@@ -96,14 +80,28 @@ TEST_F(OpenStateDirectoryTest, AFileInTheWayIsNamed)
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     EXPECT_EQ(open(), nullptr);
-    EXPECT_EQ(error, QStringLiteral("cannot create the state directory %1: File exists").arg(path));
+    EXPECT_EQ(error, QStringLiteral("cannot use %1: Not a directory").arg(path));
 }
 
 TEST_F(OpenStateDirectoryTest, ALockThatCannotBeOpenedIsNamed)
 {
     QDir().mkpath(path + QStringLiteral("/client/lock"));
     EXPECT_EQ(open(), nullptr);
-    EXPECT_EQ(error, QStringLiteral("cannot open %1/client/lock: Is a directory").arg(path));
+    EXPECT_EQ(error, QStringLiteral("cannot use %1/client/lock: Is a directory").arg(path));
+}
+
+TEST_F(OpenStateDirectoryTest, NoPartOfItMayBeALinkElsewhere)
+{
+    ASSERT_TRUE(QDir().mkpath(path) && QDir().mkpath(directory.filePath(QStringLiteral("other"))));
+    for (const char *const name : {"client", "settings"}) {
+        const QString link = path + u'/' + QString::fromLatin1(name);
+        ASSERT_TRUE(QDir().rmdir(link) || !QFile::exists(link));
+        ASSERT_TRUE(QFile::link(directory.filePath(QStringLiteral("other")), link));
+        EXPECT_EQ(open(), nullptr);
+        EXPECT_EQ(error, QStringLiteral("cannot use %1: it is a symbolic link").arg(link));
+        ASSERT_TRUE(QFile::remove(link));
+    }
+    EXPECT_TRUE(QDir(directory.filePath(QStringLiteral("other"))).isEmpty());
 }
 
 TEST_F(OpenStateDirectoryTest, TheDeviceIdentifierAndTheLockAreForTheirOwnerOnly)

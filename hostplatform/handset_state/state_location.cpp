@@ -1,28 +1,29 @@
-#include "state_directory.h"
+#include "state_location.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <pwd.h>
-#include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
+
+namespace handset_state {
 
 namespace {
 
 std::string environment(const char *variable)
 {
-    const char *value = std::getenv(variable);
+    const char *const value = std::getenv(variable);
     return value == nullptr ? std::string() : value;
 }
 
 std::string homeDirectory()
 {
     std::string home = environment("HOME");
-    if (home.empty()) {
-        if (const passwd *user = ::getpwuid(::getuid()))
-            home = user->pw_dir;
+    if (!home.starts_with('/')) {
+        const passwd *const user = ::getpwuid(::geteuid());
+        home = user != nullptr && user->pw_dir != nullptr ? user->pw_dir : "/";
     }
-    return home.empty() ? "/" : home;
+    return home;
 }
 
 std::filesystem::path chosenDirectory()
@@ -37,7 +38,7 @@ std::filesystem::path chosenDirectory()
 
 } // namespace
 
-std::string stateDirectory()
+std::string location()
 {
     std::error_code ignored; // a working directory that is gone leaves the path relative
     std::string path =
@@ -47,12 +48,4 @@ std::string stateDirectory()
     return path;
 }
 
-int createPrivateDirectory(const std::string &path)
-{
-    for (std::size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
-        if (::mkdir(path.substr(0, end).c_str(), 0700) != 0 && errno != EEXIST)
-            return errno;
-        if (end == std::string::npos)
-            return 0;
-    }
-}
+} // namespace handset_state

@@ -1,0 +1,220 @@
+#include "private_storage.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <memory>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace handset_state {
+
+namespace {
+
+std::string userName(uid_t user)
+{
+    const passwd *const entry = ::getpwuid(user);
+    return entry == nullptr ? "user " + std::to_string(user) : entry->pw_name;
+}
+
+Refusal refuse(const std::string &path, int error)
+{
+    return {error, path, std::strerror(error)};
+}
+
+Refusal refuse(const std::string &path, const std::string &reason)
+{
+    return {EPERM, path, reason};
+}
+
+Refusal refuseToMake(const std::string &path, int error)
+{
+    return {error, path, std::string("it cannot be made: ") + std::strerror(error)};
+}
+
+Refusal refuseOwner(const std::string &path, uid_t owner)
+{
+    return refuse(path, "it belongs to " + userName(owner) + ", not to " + userName(::geteuid()));
+}
+
+/// What a path names.
+Refusal look(const std::string &path, struct stat &status, int flags)
+{
+    return ::fstatat(AT_FDCWD, path.c_str(), &status, flags) == 0 ? Refusal() : refuse(path, errno);
+}
+
+std::string folderOf(const std::string &path)
+{
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+}
+
+const char *nameIn(const std::string &path)
+{
+    return path.c_str() + (path.rfind('/') + 1); // the whole path when there is no slash
+}
+
+// ---- What lies above a state directory -----------------------------------------------------------
+
+/// Whether somebody else could put another file or folder in the place of what the path names.
+Refusal checkPlace(const std::string &path)
+{
+    struct stat folder = {};
+    struct stat entry = {};
+    if (Refusal refusal = look(folderOf(path), folder, 0))
+        return refusal;
+    if (Refusal refusal = look(path, entry, AT_SYMLINK_NOFOLLOW))
+        return refusal;
+    if ((folder.st_mode & S_IWOTH) == 0)
+        return {};
+    if ((folder.st_mode & S_ISVTX) == 0)
+        return refuse(path, "everybody can write to " + folderOf(path) +
+                                " and put something else in its place");
+    // What others made there, they can change; a link of theirs leads where they want.
+    if (entry.st_uid != ::geteuid() && entry.st_uid != folder.st_uid)
+        return refuseOwner(path, entry.st_uid);
+    return {};
+}
+
+/// Checks an absolute path from the root down, and makes what is missing.
+Refusal makePath(const std::string &path)
+{
+    for (std::size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
+        const std::string part = path.substr(0, end);
+        if (::mkdir(part.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+            // On a disk that cannot be written, what is there can still be read.
+            const int error = errno;
+            if (::access(part.c_str(), F_OK) != 0)
+                return refuseToMake(part, error);
+        }
+        if (Refusal refusal = checkPlace(part))
+            return refusal;
+        if (end == std::string::npos)
+            return {};
+    }
+}
+
+// ---- Folders -------------------------------------------------------------------------------------
+
+Refusal checkFolderStatus(const std::string &path, const struct stat &status)
+{
+    if (S_ISLNK(status.st_mode))
+        return refuse(path, "it is a symbolic link");
+    if (!S_ISDIR(status.st_mode))
+        return refuse(path, ENOTDIR);
+    if (status.st_uid != ::geteuid())
+        return refuseOwner(path, status.st_uid);
+    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
+        return refuse(path, "other users can write to it; chmod go-w takes that away");
+    return {};
+}
+
+/// A folder that is held open while it is used, and why it must not be.
+struct OpenFolder {
+    OpenFolder(const std::string &path, int flags)
+        : descriptor(::open(path.c_str(), O_PATH | O_CLOEXEC | flags))
+    {
+        const bool isOpen = descriptor >= 0 && ::fstat(descriptor, &status) == 0;
+        refusal = isOpen ? checkFolderStatus(path, status) : refuse(path, errno);
+    }
+    ~OpenFolder()
+    {
+        if (descriptor >= 0)
+            ::close(descriptor);
+    }
+    OpenFolder(const OpenFolder &) = delete;
+    OpenFolder &operator=(const OpenFolder &) = delete;
+
+    int descriptor;
+    struct stat status = {};
+    Refusal refusal;
+};
+
+// ---- Files ---------------------------------------------------------------------------------------
+
+Refusal checkFileStatus(const std::string &path, const struct stat &folder,
+                        const struct stat &status)
+{
+    if (S_ISLNK(status.st_mode))
+        return refuse(path, "it is a symbolic link");
+    if (S_ISDIR(status.st_mode))
+        return refuse(path, EISDIR);
+    if (!S_ISREG(status.st_mode))
+        return {EINVAL, path, "it is no regular file"};
+    if (status.st_uid != ::geteuid())
+        return refuseOwner(path, status.st_uid);
+    // The write bits count for those who can reach the file, which the folder's search bits say.
+    const mode_t reach = (folder.st_mode & (S_IXGRP | S_IXOTH)) << 1U;
+    if ((status.st_mode & reach & (S_IWGRP | S_IWOTH)) != 0)
+        return refuse(path, "other users can write to it; chmod go-w takes that away");
+    return {};
+}
+
+} // namespace
+
+Refusal makeStateDirectory(const std::string &path)
+{
+    if (Refusal refusal = makePath(path))
+        return refusal;
+    const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
+                                                           &std::free);
+    if (!real)
+        return refuse(path, errno);
+    if (path != real.get())
+        if (Refusal refusal = makePath(real.get()))
+            return refusal;
+    return checkFolder(path);
+}
+
+Refusal makeFolder(const std::string &path)
+{
+    if (::mkdir(path.c_str(), S_IRWXU) != 0 && errno != EEXIST)
+        return refuseToMake(path, errno);
+    return OpenFolder(path, O_NOFOLLOW).refusal;
+}
+
+Refusal checkFolder(const std::string &path)
+{
+    return OpenFolder(path, 0).refusal;
+}
+
+int openFile(const std::string &path, int flags, Refusal &refusal)
+{
+    const OpenFolder folder(folderOf(path), 0);
+    refusal = folder.refusal;
+    if (refusal)
+        return -1;
+    constexpr int always = O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK; // not to wait for a pipe
+    const char *const name = nameIn(path);
+    const int file = ::openat(folder.descriptor, name, flags | always, S_IRUSR | S_IWUSR);
+    const int error = errno;
+    // Of what cannot be opened, such as a link, the kind says more than the error.
+    struct stat status = {};
+    const bool isThere =
+        file >= 0 ? ::fstat(file, &status) == 0
+                  : ::fstatat(folder.descriptor, name, &status, AT_SYMLINK_NOFOLLOW) == 0;
+    if (isThere)
+        refusal = checkFileStatus(path, folder.status, status);
+    if (!refusal && (file < 0 || !isThere))
+        refusal = refuse(path, error);
+    if (!refusal)
+        return file;
+    if (file >= 0)
+        ::close(file);
+    return -1;
+}
+
+Refusal checkFile(const std::string &path)
+{
+    const OpenFolder folder(folderOf(path), 0);
+    struct stat status = {};
+    if (folder.refusal)
+        return folder.refusal;
+    if (::fstatat(folder.descriptor, nameIn(path), &status, AT_SYMLINK_NOFOLLOW) == 0)
+        return checkFileStatus(path, folder.status, status);
+    return errno == ENOENT ? Refusal() : refuse(path, errno);
+}
+
+} // namespace handset_state
