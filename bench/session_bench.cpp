@@ -254,7 +254,7 @@ struct Device {
         memory->addLeaf("Office/Addr", DmtData("internet"));
         QString error;
         tree.mount(NodeUri({"M"}), memory,
-                   *AccessControlList::parse("Add=*&Delete=*&Get=*&Replace=*", error));
+                   {.acl = *AccessControlList::parse("Add=*&Delete=*&Get=*&Replace=*", error)});
     }
 
     SessionEnd runSession(Transport &transport, const QUrl &url, Encoding encoding)

@@ -1,5 +1,6 @@
 #include "dm_device.h"
 
+#include "profile_mapping.h"
 #include "session/account_tree.h"
 
 #include <algorithm>
@@ -9,16 +10,24 @@ namespace client {
 
 namespace {
 
+struct ProfileRoot {
+    const char *uri;
+    ProfileMapping mapping;
+};
+
 // The second root reads what mounting the first one has written.
-constexpr const char *mountOrder[] = {
-    "./DevDetail/Ext/Conf/Conn/Profiles",
-    "./DevDetail/Ext/Conf/IntProfs/Profiles",
+constexpr ProfileRoot mountOrder[] = {
+    {"./DevDetail/Ext/Conf/Conn/Profiles", {"kub_napdef_profilemapping.cfg", "NAPIDEF_Profile"}},
+    {"./DevDetail/Ext/Conf/IntProfs/Profiles", {"kub_proxy_profilemapping.cfg", "PROXY_Profile"}},
 };
 
 // Servers are let into the device by the accounts that its owner keeps, and the profiles are there
-// to be managed by them. A server that wants a profile for itself replaces the list of that
-// profile.
-constexpr char profilesAcl[] = "Add=*&Delete=*&Get=*&Replace=*";
+// to be managed by them. A profile that a server adds is that server's: it lacks Replace on the
+// root, so the new node gets a list with rights for its creator. A server that wants one of the
+// others for itself replaces the list of that profile. If the roots gave Replace, every server
+// could take either list away again through the profile's parent.
+constexpr char profileRootAcl[] = "Add=*&Get=*";
+constexpr char profileAcl[] = "Add=*&Delete=*&Get=*&Replace=*";
 
 } // namespace
 
@@ -67,12 +76,14 @@ NodeUri mountPoint(const char *root)
 bool DmDevice::mountRoots(QString &error)
 {
     QString malformed;
-    const AccessControlList acl = *AccessControlList::parse(profilesAcl, malformed);
-    for (const char *const root : mountOrder) {
-        const JemSmartPtr<DmtTree> tree = m_plugin->treeFor(root, error);
+    for (const ProfileRoot &root : mountOrder) {
+        const JemSmartPtr<DmtTree> tree = m_plugin->treeFor(root.uri, error);
         if (!tree)
             return false;
-        m_tree->mount(mountPoint(root), tree, acl);
+        m_tree->mount(mountPoint(root.uri), tree,
+                      {.acl = *AccessControlList::parse(profileRootAcl, malformed),
+                       .profileAcl = *AccessControlList::parse(profileAcl, malformed),
+                       .profileNumbers = [&root] { return readProfileNumbers(root.mapping); }});
     }
     m_tree->mount(mountPoint(accountTreeRoot), makeAccountTree(*m_accounts));
     return true;
@@ -87,7 +98,7 @@ QString DmDevice::propertiesFile() const
 
 bool DmDevice::loadProperties(QString &error)
 {
-    auto properties = PropertyStore::load(propertiesFile(), error);
+    auto properties = PropertyStore::load(propertiesFile(), m_tree->profileNumbers(), error);
     if (properties)
         m_tree->setProperties(std::move(*properties));
     return properties.has_value();

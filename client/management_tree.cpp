@@ -97,6 +97,12 @@ QByteArray childName(const QByteArray &parentPath, const DmtNode &child)
     return QByteArray(path.text()).mid(parentPath.isEmpty() ? 0 : parentPath.size() + 1);
 }
 
+/// Whether a plug-in takes the node for another one, because its name has a slash.
+bool isOnlyListed(const NodeUri &uri)
+{
+    return uri.name().contains('/');
+}
+
 /// Whether the node has a child of that very name. The path of a child "A/B" is also the path of a
 /// child B of a child A, so for such a name finding a node at the path says too little.
 bool listsChild(const DmtNode &parent, const QByteArray &parentPath, const QByteArray &name)
@@ -131,15 +137,17 @@ signed char TreeNode::valueType() const
 ManagementTree::ManagementTree(const DeviceDescription &device)
     : m_device(device), m_deviceTree(DeviceTree::create(device))
 {
-    m_mounts.push_back({NodeUri(), m_deviceTree, Content::Permanent, {}});
+    m_mounts.push_back({NodeUri(), m_deviceTree, Content::Permanent, {}, {}});
     m_clock = [] { return QDateTime::currentDateTimeUtc(); };
 }
 
 void ManagementTree::mount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree,
-                           const AccessControlList &acl)
+                           const MountTerms &terms)
 {
     m_deviceTree->addNodesAbove(root);
-    m_mounts.insert(m_mounts.end() - 1, {root, tree, Content::Changeable, acl});
+    Mount mount{root, tree, Content::Changeable, terms, {}};
+    readProfileNumbers(mount);
+    m_mounts.insert(m_mounts.end() - 1, std::move(mount));
 }
 
 const ManagementTree::Mount &ManagementTree::mountOf(const NodeUri &uri) const
@@ -147,6 +155,62 @@ const ManagementTree::Mount &ManagementTree::mountOf(const NodeUri &uri) const
     return *std::find_if(m_mounts.begin(), m_mounts.end(),
                          [&uri](const Mount &mount) { return mount.root.contains(uri); });
 }
+
+bool ManagementTree::isProfile(const Mount &mount, const NodeUri &uri)
+{
+    return mount.root.contains(uri) && uri.names().size() == mount.root.names().size() + 1;
+}
+
+// ---- Profiles and their nodes --------------------------------------------------------------------
+
+void ManagementTree::readProfileNumbers(Mount &mount)
+{
+    mount.profileNumbers.clear();
+    if (!mount.terms.profileNumbers)
+        return;
+    const std::map<QString, quint32> numbers = mount.terms.profileNumbers();
+    JemSmartPtr<DmtNode> root;
+    DMVector<JemSmartPtr<DmtNode>> children;
+    if (mount.tree->GetNode("", root) != DMT_OK || root->GetChildNodes(children) != DMT_OK)
+        return;
+    for (const JemSmartPtr<DmtNode> &child : children) {
+        const QByteArray name = childName({}, *child);
+        if (const auto number = numbers.find(QString::fromUtf8(name)); number != numbers.end())
+            mount.profileNumbers.emplace(mount.root.child(name), number->second);
+    }
+}
+
+void ManagementTree::noteProfiles(const NodeUri &uri)
+{
+    const auto mount = std::ranges::find_if(
+        m_mounts, [&uri](const Mount &entry) { return isProfile(entry, uri); });
+    if (mount != m_mounts.end())
+        readProfileNumbers(*mount);
+}
+
+PropertyStore::ProfileNumbers ManagementTree::profileNumbers() const
+{
+    PropertyStore::ProfileNumbers all;
+    for (const Mount &mount : m_mounts)
+        all.insert(mount.profileNumbers.begin(), mount.profileNumbers.end());
+    return all;
+}
+
+std::vector<NodeUri> ManagementTree::twinsOf(const NodeUri &uri) const
+{
+    std::vector<NodeUri> twins;
+    const PropertyStore::ProfileNumbers &siblings = mountOf(uri).profileNumbers;
+    const auto own = siblings.find(uri);
+    if (own == siblings.end())
+        return twins;
+    for (const Mount &mount : m_mounts)
+        for (const auto &[node, number] : mount.profileNumbers)
+            if (number == own->second && node != uri)
+                twins.push_back(node);
+    return twins;
+}
+
+// ---- Nodes ---------------------------------------------------------------------------------------
 
 TreeNode ManagementTree::makeNode(const Mount &mount, const NodeUri &uri, const QByteArray &path,
                                   const JemSmartPtr<DmtNode> &node) const
@@ -171,7 +235,7 @@ void ManagementTree::setProperties(PropertyStore properties)
 
 bool ManagementTree::saveProperties(const QString &file, QString &error)
 {
-    return m_properties.save(file, error);
+    return m_properties.save(file, profileNumbers(), error);
 }
 
 void ManagementTree::forgetServer(const QByteArray &server)
@@ -193,10 +257,12 @@ Result<TreeNode> ManagementTree::find(const NodeUri &uri) const
     // here.
     const std::vector<QByteArray> &names = uri.names();
     for (std::size_t depth = mount.root.names().size(); depth < names.size(); ++depth) {
-        const bool isReached = !names[depth].contains('/') || listsChild(*node, path, names[depth]);
+        if (names[depth].contains('/'))
+            return listsChild(*node, path, names[depth])
+                       ? notAllowed(uri, "has a slash in a name, and such a node is only listed")
+                       : missing(uri);
         path = joinedPath(path, names[depth]);
-        const int status =
-            isReached ? mount.tree->GetNode(path.constData(), node) : int(DMT_NOT_FOUND);
+        const int status = mount.tree->GetNode(path.constData(), node);
         if (status == DMT_NOT_FOUND)
             return missing(uri);
         if (status)
@@ -216,7 +282,7 @@ std::optional<NodeUri> ManagementTree::objectOf(const NodeUri &uri) const
 std::vector<TreeNode> ManagementTree::children(const TreeNode &node) const
 {
     std::vector<TreeNode> found;
-    if (node.isLeaf())
+    if (node.isLeaf() || isOnlyListed(node.uri()))
         return found;
     const Mount &mount = mountOf(node.uri());
     DMVector<JemSmartPtr<DmtNode>> listed;
@@ -244,7 +310,7 @@ Result<DmtData> ManagementTree::value(const TreeNode &node) const
 {
     if (!node.isLeaf())
         return notAllowed(node.uri(), "is an interior node and has no value");
-    if (!hasAccessType(node.uri(), AccessGet))
+    if (isOnlyListed(node.uri()) || !hasAccessType(node.uri(), AccessGet))
         return notAllowed(node.uri(), "cannot be read");
     if (const Outcome right = permit(Right::Get, node.uri()); !right)
         return right;
@@ -349,7 +415,7 @@ std::vector<ListedNode> ManagementTree::list(const TreeNode &start, Values value
 void ManagementTree::listBeneath(const TreeNode &node, const EffectiveAcl &acl, int depth,
                                  Values values, std::vector<ListedNode> &listed) const
 {
-    if (node.isLeaf())
+    if (node.isLeaf() || isOnlyListed(node.uri()))
         return;
     const std::map<QByteArray, DmtData> bulk =
         values == Values::Read ? leafValues(node) : std::map<QByteArray, DmtData>();
@@ -359,7 +425,9 @@ void ManagementTree::listBeneath(const TreeNode &node, const EffectiveAcl &acl, 
         ListedNode entry{child, depth, std::nullopt};
         if (child.isLeaf() && values == Values::Read) {
             const auto known = bulk.find(child.uri().name());
-            entry.value = known == bulk.end() ? value(child) : Result<DmtData>(known->second);
+            entry.value = known == bulk.end() || isOnlyListed(child.uri())
+                              ? value(child)
+                              : Result<DmtData>(known->second);
         }
         if (isReadable(childAcl))
             listed.push_back(std::move(entry));
@@ -374,14 +442,42 @@ AccessControlList ManagementTree::ownAcl(const TreeNode &node) const
     if (const auto kept = m_properties.get(node.uri()).acl)
         return *kept;
     const Mount &mount = mountOf(node.uri());
-    if (mount.root == node.uri() && !mount.acl.isEmpty())
-        return mount.acl;
+    if (mount.root == node.uri() && !mount.terms.acl.isEmpty())
+        return mount.terms.acl;
+    if (isProfile(mount, node.uri())) {
+        if (const auto shared = aclOfTwin(node.uri()))
+            return *shared;
+        if (!mount.terms.profileAcl.isEmpty())
+            return mount.terms.profileAcl;
+    }
     DmtAttributes attributes;
     node.m_node->GetAttributes(attributes);
     // A malformed list of the tree's own says nothing, and the node inherits.
     QString error;
     return AccessControlList::parse(QByteArray(attributes.acl.text.text()), error)
         .value_or(AccessControlList());
+}
+
+std::optional<AccessControlList> ManagementTree::aclOfTwin(const NodeUri &uri) const
+{
+    for (const NodeUri &twin : twinsOf(uri))
+        if (const auto kept = m_properties.get(twin).acl)
+            return kept;
+    return std::nullopt;
+}
+
+void ManagementTree::handOnAcl(const std::optional<AccessControlList> &acl,
+                               const std::vector<NodeUri> &twins)
+{
+    if (!acl)
+        return;
+    for (const NodeUri &twin : twins) {
+        PropertyStore::Properties properties = m_properties.get(twin);
+        if (properties.acl)
+            continue;
+        properties.acl = acl;
+        m_properties.set(twin, std::move(properties));
+    }
 }
 
 ManagementTree::EffectiveAcl ManagementTree::effectiveAcl(const NodeUri &uri) const
@@ -523,8 +619,13 @@ void ManagementTree::noteNewNode(const TreeNode &parent, const NodeUri &uri, con
     // A plug-in may keep the node although it refused the node's value.
     if (!find(uri))
         return;
-    m_properties.set(uri,
-                     {.type = type, .title = {}, .acl = acl, .changed = m_clock(), .version = 0});
+    noteProfiles(uri);
+    // A profile that another node shows already stays with whoever has made it his own.
+    m_properties.set(uri, {.type = type,
+                           .title = {},
+                           .acl = aclOfTwin(uri) ? std::nullopt : acl,
+                           .changed = m_clock(),
+                           .version = 0});
     touch(parent.uri());
 }
 
@@ -681,6 +782,7 @@ Outcome ManagementTree::rename(const TreeNode &node, const QByteArray &newName)
         outcomeOfEngineCall(node.m_tree->RenameNode(node.m_path.constData(), newName.constData()));
     // A plug-in may report a failure although its node has moved; the properties follow the node.
     if (!find(node.uri())) {
+        noteProfiles(renamed);
         m_properties.move(node.uri(), renamed);
         touch(renamed);
         touch(renamed.parent());
@@ -701,8 +803,11 @@ Outcome ManagementTree::remove(const NodeUri &uri)
         return notAllowed(uri, "cannot be deleted");
     if (const Outcome right = permit(Right::Delete, uri); !right)
         return right;
+    const std::vector<NodeUri> twins = twinsOf(uri);
     const Outcome outcome = outcomeOfEngineCall(node->m_tree->DeleteNode(node->m_path.constData()));
     if (!find(uri)) {
+        noteProfiles(uri);
+        handOnAcl(m_properties.get(uri).acl, twins);
         m_properties.remove(uri);
         touch(uri.parent());
     }

@@ -55,6 +55,18 @@ QString nameOf(Property property);
 /// Names of all properties.
 std::vector<QString> propertyNames();
 
+/// What a mounted tree brings along beside its nodes.
+struct MountTerms {
+    /// Access control list of the root until somebody replaces it; an empty one inherits.
+    AccessControlList acl = {};
+    /// That of each node directly beneath the root until it has one of its own; an empty one
+    /// inherits.
+    AccessControlList profileAcl = {};
+    /// Reads the numbers of the profiles that the nodes directly beneath the root show at this
+    /// moment, by node name. None when they show no profiles.
+    std::function<std::map<QString, quint32>()> profileNumbers = {};
+};
+
 /// Operations check in this order and stop at the first check that fails: the node, or for a new
 /// one its parent, exists (404); the command may be used on it (405); the server on whose behalf
 /// the tree is used has the right (425); a new node or a new name is not there yet (418); the value
@@ -65,10 +77,10 @@ public:
     explicit ManagementTree(const DeviceDescription &device);
 
     /// Hangs a tree in at a root, whose name is new beneath its parent. The root becomes permanent.
-    /// @param acl  access control list of the root until somebody replaces it; an empty one
-    /// inherits
-    void mount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree,
-               const AccessControlList &acl = AccessControlList());
+    ///
+    /// Two nodes with one number, beneath whichever roots, show the same profile: the list that one
+    /// of them has of its own goes for the other as well, until that one has a list of its own.
+    void mount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree, const MountTerms &terms = {});
 
     const UriLimits &uriLimits() const { return m_device.uriLimits; }
     const QByteArray &deviceId() const { return m_device.deviceId; }
@@ -84,6 +96,8 @@ public:
     // ---- Keeping properties
 
     const PropertyStore &properties() const { return m_properties; }
+    /// Numbers of the profiles that are mounted, by the names that their nodes have now.
+    PropertyStore::ProfileNumbers profileNumbers() const;
     /// Takes properties over, as far as their nodes exist.
     void setProperties(PropertyStore properties);
     /// Writes the properties to a file when they have changed.
@@ -94,6 +108,9 @@ public:
 
     // ---- Reading
 
+    /// 404 for a node that does not exist. 405 for one whose name has a slash, and beneath it: a
+    /// plug-in that splits paths at slashes takes it for another node. It is listed among the
+    /// children of its parent, and that is all.
     Result<TreeNode> find(const NodeUri &uri) const;
     /// The child of a mounted root that the node is, or belongs to, whether they exist or not; none
     /// for the roots and for the client's own nodes.
@@ -154,7 +171,8 @@ private:
         NodeUri root;
         JemSmartPtr<DmtTree> tree;
         Content content;
-        AccessControlList acl;
+        MountTerms terms;
+        PropertyStore::ProfileNumbers profileNumbers;
     };
 
     /// A list, and the node that it was found on.
@@ -164,6 +182,12 @@ private:
     };
 
     const Mount &mountOf(const NodeUri &uri) const;
+    static bool isProfile(const Mount &mount, const NodeUri &uri);
+    static void readProfileNumbers(Mount &mount);
+    /// Is to be called when a node was added, deleted or renamed.
+    void noteProfiles(const NodeUri &uri);
+    /// The nodes that show the same profile, without the node itself.
+    std::vector<NodeUri> twinsOf(const NodeUri &uri) const;
     TreeNode makeNode(const Mount &mount, const NodeUri &uri, const QByteArray &path,
                       const JemSmartPtr<DmtNode> &node) const;
     /// The values of the leaves directly beneath a node, as far as one call yields them.
@@ -175,6 +199,10 @@ private:
 
     // ---- Access control
     AccessControlList ownAcl(const TreeNode &node) const;
+    /// The list that another node of the same profile was given; none when no other was.
+    std::optional<AccessControlList> aclOfTwin(const NodeUri &uri) const;
+    /// Hands the list of a node that was deleted to another one of the same profile that has none.
+    void handOnAcl(const std::optional<AccessControlList> &acl, const std::vector<NodeUri> &twins);
     EffectiveAcl effectiveAcl(const NodeUri &uri) const;
     bool isPermitted(Right right, const NodeUri &uri) const;
     /// 425, with the rule and the list that say no, when the server lacks the right.

@@ -190,7 +190,75 @@ std::optional<PropertyStore::Properties> fromJson(const QJsonObject &object, QSt
 
 } // namespace
 
-std::optional<PropertyStore> PropertyStore::load(const QString &file, QString &error)
+namespace {
+
+/// Stands in front of a profile's number, in the place of the node's name. No name begins with it
+/// in a file, where it is written %23.
+constexpr QLatin1StringView numberMark("/#");
+
+/// The node of the profile that stands above the node, or is it.
+PropertyStore::ProfileNumbers::const_iterator
+profileOf(const NodeUri &node, const PropertyStore::ProfileNumbers &numbers)
+{
+    // Addresses are ordered by their names, so what stands above a node comes before it, with
+    // nothing but its own kind between the two.
+    const auto after = numbers.upper_bound(node);
+    if (after == numbers.begin() || !std::prev(after)->first.contains(node))
+        return numbers.end();
+    return std::prev(after);
+}
+
+/// The text that a file has for the node; empty for one that belongs to no profile.
+QString keyWithNumber(const NodeUri &node, const PropertyStore::ProfileNumbers &numbers)
+{
+    const auto profile = profileOf(node, numbers);
+    if (profile == numbers.end())
+        return {};
+    const NodeUri &top = profile->first;
+    return QString::fromLatin1(top.parent().toUri()) + numberMark +
+           QString::number(profile->second) +
+           QString::fromLatin1(node.toUri().mid(top.toUri().size()));
+}
+
+/// A text of a file: a node, or one that no mounted profile has.
+struct Key {
+    bool isValid = false;
+    std::optional<NodeUri> node;
+};
+
+Key nodeNamed(const QString &text)
+{
+    const Result<Address> address = parseAddress(text, UriLimits());
+    if (!address || address->query != Address::Query::None)
+        return {};
+    return {true, address->node};
+}
+
+Key readKey(const QString &text, const PropertyStore::ProfileNumbers &numbers)
+{
+    const qsizetype mark = text.indexOf(numberMark);
+    if (mark < 0)
+        return nodeNamed(text);
+    const qsizetype begin = mark + numberMark.size();
+    const qsizetype slash = text.indexOf(u'/', begin);
+    const qsizetype end = slash < 0 ? text.size() : slash;
+    bool isNumber = false;
+    const quint32 number = text.sliced(begin, end - begin).toUInt(&isNumber, 10);
+    const Key root = nodeNamed(text.first(mark));
+    if (!isNumber || !root.isValid)
+        return {};
+    const auto profile = std::ranges::find_if(numbers, [&](const auto &entry) {
+        return entry.second == number && entry.first.parent() == *root.node;
+    });
+    if (profile == numbers.end())
+        return {nodeNamed(u'.' + text.sliced(end)).isValid, std::nullopt};
+    return nodeNamed(QString::fromLatin1(profile->first.toUri()) + text.sliced(end));
+}
+
+} // namespace
+
+std::optional<PropertyStore> PropertyStore::load(const QString &file, const ProfileNumbers &numbers,
+                                                 QString &error)
 {
     PropertyStore store;
     QFile input(file);
@@ -217,8 +285,8 @@ std::optional<PropertyStore> PropertyStore::load(const QString &file, QString &e
     }
     const QJsonObject nodes = document.object();
     for (auto entry = nodes.begin(); entry != nodes.end(); ++entry) {
-        const Result<Address> address = parseAddress(entry.key(), UriLimits());
-        if (!address || address->query != Address::Query::None || !entry.value().isObject()) {
+        const Key key = readKey(entry.key(), numbers);
+        if (!key.isValid || !entry.value().isObject()) {
             error = QStringLiteral("%1: %2 is no node with properties").arg(file, entry.key());
             return std::nullopt;
         }
@@ -228,21 +296,28 @@ std::optional<PropertyStore> PropertyStore::load(const QString &file, QString &e
             error = QStringLiteral("%1: %2: %3").arg(file, entry.key(), reason);
             return std::nullopt;
         }
-        store.m_properties.emplace(address->node, *properties);
+        if (key.node)
+            store.m_properties.emplace(*key.node, *properties);
+        store.m_isChanged |= !key.node || entry.key() != store.keyOf(*key.node, numbers);
     }
     return store;
 }
 
-bool PropertyStore::save(const QString &file, QString &error)
+QString PropertyStore::keyOf(const NodeUri &node, const ProfileNumbers &numbers) const
+{
+    const QString key = keyWithNumber(node, numbers);
+    return key.isEmpty() ? QString::fromLatin1(firstNameOf(node).toUri()) : key;
+}
+
+bool PropertyStore::save(const QString &file, const ProfileNumbers &numbers, QString &error)
 {
     if (!m_isChanged)
         return true;
     QJsonObject nodes;
     for (const auto &[node, properties] : m_properties) {
-        const NodeUri firstName = firstNameOf(node);
-        const QString key = QString::fromLatin1(firstName.toUri());
+        const QString key = keyOf(node, numbers);
         // A node that was added under the first name of a renamed one gives way to that one.
-        if (firstName != node || !nodes.contains(key))
+        if (firstNameOf(node) != node || !nodes.contains(key))
             nodes[key] = toJson(properties);
     }
     QSaveFile output(file);

@@ -13,11 +13,16 @@ namespace client {
 
 /// Properties by node, for nodes that were given any. They follow a rename and go with a deletion.
 ///
-/// In a file they stand under the names that a mount gives to nodes. A name that a server gave
-/// lives as long as the mount, so what was kept for a renamed node is found again under its first
-/// name.
+/// In a file, what belongs to a profile stands under the profile's number, which no other profile
+/// ever has: a profile keeps its properties whatever its node is called, and a new one of the same
+/// name has none. Every other node stands there under the name that its mount gives it. A name that
+/// a server gave lives as long as the mount, so what was kept for a renamed node is found again
+/// under its first name.
 class PropertyStore {
 public:
+    /// The numbers of the profiles that nodes show, by node; a node that is not in it shows none.
+    using ProfileNumbers = std::map<NodeUri, quint32>;
+
     struct Properties {
         QString type;     ///< MIME type of a leaf, Management Object id of an interior node
         QByteArray title; ///< UTF-8
@@ -29,13 +34,18 @@ public:
         bool operator==(const Properties &) const = default;
     };
 
-    /// Reads a file that save() has written; a missing one is an empty store.
+    /// Reads a file that save() has written; a missing one is an empty store. What is kept for a
+    /// profile that no node shows is dropped. A profile can stand there under the name of its node,
+    /// as files of earlier versions have it; the next save gives it its number.
+    /// @param numbers  of the profiles that are mounted
     /// @return none with what is wrong with the file, and where, in error
-    static std::optional<PropertyStore> load(const QString &file, QString &error);
+    static std::optional<PropertyStore> load(const QString &file, const ProfileNumbers &numbers,
+                                             QString &error);
     /// Replaces the file in one step; only its owner can read it. Does nothing when nothing has
     /// changed since load() or the last save.
+    /// @param numbers  of the profiles, by the names that their nodes have now
     /// @return false on failure, which leaves the file as it was, with the reason in error
-    bool save(const QString &file, QString &error);
+    bool save(const QString &file, const ProfileNumbers &numbers, QString &error);
 
     /// The node's properties; empty ones when it was given none.
     Properties get(const NodeUri &node) const;
@@ -63,6 +73,8 @@ private:
 
     Map extract(const NodeUri &node);
     NodeUri firstNameOf(const NodeUri &node) const;
+    /// What the node is called in a file.
+    QString keyOf(const NodeUri &node, const ProfileNumbers &numbers) const;
 
     Map m_properties;
     /// What renamed nodes were called when their tree was mounted, by what they are called now.

@@ -1,14 +1,17 @@
 """What another user of the same device may try, and what must hold."""
 
+import json
 import os
 import subprocess
 import tempfile
 import unittest
 
+from commands import HandsetTest, delete, get, replace, run, set_acl
 from sessions import DMCLIENT, PLUGIN, UNUSABLE, Handset
-from handset import NAPICTL
+from handset import CONN, NAPICTL, PROFILES
 
 OTHER_USER = 65534
+OWN = "Delete=a.example&Get=a.example&Replace=a.example"
 
 
 def as_another_user(action):
@@ -146,6 +149,47 @@ class AFolderThatOthersCanWriteTo(PublicPlace):
             self.assertEqual(result.returncode, UNUSABLE)
             self.assertIn(f"cannot use {folder}: other users can write to it", result.stderr)
             os.chmod(folder, 0o700)
+
+
+class PropertiesOfAProfileTest(HandsetTest):
+    """Somebody who manages the connections gives a profile the name of another one."""
+
+    def acl(self, name):
+        answers = run(self.handset, get(f"{CONN}/{name}?prop=ACL"))
+        return answers.values.get(f"{CONN}/{name}?prop=ACL")
+
+    def test_a_new_profile_of_a_deleted_ones_name_has_none_of_its_rights(self):
+        """A profile that a server may change is deleted and another one made of that name; the
+        server has no more rights on it than any other."""
+        run(self.handset, set_acl(CONN + "/Office", OWN))
+        self.handset.napictl("delete", "Office")
+        self.handset.napictl("import", "-", stdin=json.dumps(PROFILES[:1]))
+        self.assertEqual(self.acl("Office"), "Add=*&Delete=*&Get=*&Replace=*")
+        self.assertEqual(run(self.handset, replace(CONN + "/Office/Addr", "x"),
+                             server="b.example").statuses, [200])
+
+    def test_a_renamed_profile_keeps_its_rights(self):
+        """A profile of one server is renamed; no other server can change it under the new name."""
+        run(self.handset, set_acl(CONN + "/Office", OWN))
+        self.rename_stored("Office", "Branch")
+        self.assertEqual(self.acl("Branch"), OWN)
+        self.assertEqual(run(self.handset, get(CONN + "/Branch/Addr"), delete(CONN + "/Branch"),
+                             server="b.example").statuses, [425, 425])
+
+    def test_two_profiles_that_change_their_names_keep_their_own_rights(self):
+        """Two profiles change names with each other; each keeps its list."""
+        run(self.handset, set_acl(CONN + "/Office", OWN), set_acl(CONN + "/Home", "Get=*"))
+        for name, new_name in (("Office", "aside"), ("Home", "Office"), ("aside", "Home")):
+            self.rename_stored(name, new_name)
+        self.assertEqual((self.acl("Office"), self.acl("Home")), ("Get=*", OWN))
+
+    def test_profiles_that_have_numbers_for_names_keep_their_own_rights(self):
+        """The node PX1 of one profile becomes that of another, since one before it goes; the second
+        does not get the list of the first."""
+        self.rename_stored("Home", "\u00d6kohof")
+        run(self.handset, set_acl(CONN + "/PX1", OWN))
+        self.handset.napictl("delete", PROFILES[1]["name"])
+        self.assertEqual(self.acl("PX1"), "Add=*&Delete=*&Get=*&Replace=*")
 
 
 if __name__ == "__main__":

@@ -181,7 +181,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     ManagementTree tree(describeHost("urn:test:1"));
     QString error;
     tree.mount(NodeUri({"M"}), memory,
-               *AccessControlList::parse("Add=*&Delete=*&Get=*&Replace=*", error));
+               {.acl = *AccessControlList::parse("Add=*&Delete=*&Get=*&Replace=*", error)});
     memory->calls.clear();
 
     FuzzedServer server(input);

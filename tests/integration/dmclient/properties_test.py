@@ -61,7 +61,7 @@ class PropertiesTest(DmclientTest):
 
     def test_each_line_of_a_shell_is_kept(self):
         self.succeed("shell", stdin=f"replace {OFFICE}?prop=Title one\nquit\n")
-        self.assertEqual(self.kept()[OFFICE]["title"], "one")
+        self.assertEqual(self.kept()[CONN + "/#1"]["title"], "one")  # the profile by its number
 
     def test_a_broken_file_is_named_and_left_alone(self):
         path = self.handset.client_file("properties.json")

@@ -387,6 +387,171 @@ TEST_F(AccessRightsTest, AServerWhoseAccountIsGoneLosesItsRights)
     EXPECT_EQ(replace("Home/Addr"), 425);
 }
 
+// ---- Profiles ------------------------------------------------------------------------------------
+
+/// Two roots that show the same two profiles, 1 and 2, each by a node.
+class ProfileRightsTest : public MountedTree {
+protected:
+    ProfileRightsTest()
+    {
+        for (const auto &[root, nodes] :
+             {std::pair(uri("./Conn"), conn), std::pair(uri("./Prox"), prox)}) {
+            for (const char *const name : {"Office", "Home"})
+                nodes->addInterior(name);
+            nodes->addLeaf("Office/Addr", DmtData("internet"));
+            tree.mount(root, nodes,
+                       {.acl = acl("Add=*&Get=*"),
+                        .profileAcl = acl("Add=*&Delete=*&Get=*&Replace=*"),
+                        .profileNumbers = [this, root] { return numbers[root]; }});
+        }
+    }
+
+    int setAcl(const char *path, const char *list, const char *server = nullptr)
+    {
+        return as(server, [&] { return tree.replaceProperty(uri(path), Property::Acl, list); });
+    }
+    int replace(const char *path, const char *server)
+    {
+        return as(server, [&] { return tree.replace(uri(path), text("x")); });
+    }
+    int add(const char *path, const char *server, const char *format = "node")
+    {
+        return as(server, [&] { return tree.add(uri(path), typed(format, "")); });
+    }
+    int remove(const char *path, const char *server)
+    {
+        return as(server, [&] { return tree.remove(uri(path)); });
+    }
+    int rename(const char *path, const char *name, const char *server)
+    {
+        return as(server, [&] { return tree.replaceProperty(uri(path), Property::Name, name); });
+    }
+    std::string aclOf(const char *path) const
+    {
+        return tree.property(*tree.find(uri(path)), Property::Acl)->toStdString();
+    }
+
+    const JemSmartPtr<MemoryTree> conn = MemoryTree::create();
+    const JemSmartPtr<MemoryTree> prox = MemoryTree::create();
+    /// By root, as the plug-in notes them at every moment.
+    std::map<NodeUri, std::map<QString, quint32>> numbers = {
+        {uri("./Conn"), {{QStringLiteral("Office"), 1}, {QStringLiteral("Home"), 2}}},
+        {uri("./Prox"), {{QStringLiteral("Office"), 1}, {QStringLiteral("Home"), 2}}}};
+
+private:
+    template <class Operation>
+    int as(const char *server, Operation operation)
+    {
+        const ActingFor principal(tree, server ? Principal::server(server) : Principal::owner());
+        return code(operation());
+    }
+};
+
+TEST_F(ProfileRightsTest, EveryServerManagesAProfileThatNoneHasMadeItsOwn)
+{
+    EXPECT_EQ(aclOf("./Conn/Office"), "Add=*&Delete=*&Get=*&Replace=*");
+    EXPECT_EQ(replace("./Conn/Office/Addr", "B"), 200);
+    EXPECT_EQ(add("./Conn/Office/Linger", "B", "int"), 415);
+    EXPECT_EQ(rename("./Conn/Office", "Team", "B"), 200);
+    EXPECT_EQ(remove("./Conn/Home", "B"), 200);
+}
+
+TEST_F(ProfileRightsTest, AProfileOfOneServerIsNoOthers)
+{
+    ASSERT_EQ(setAcl("./Conn/Office", "Add=A&Delete=A&Get=A&Replace=A", "A"), 200);
+    EXPECT_EQ(setAcl("./Conn/Office", "Replace=*", "B"), 425);
+    EXPECT_EQ(setAcl("./Conn", "Replace=*", "B"), 425);
+    EXPECT_EQ(replace("./Conn/Office/Addr", "B"), 425);
+    EXPECT_EQ(add("./Conn/Office/New", "B", "chr"), 425);
+    EXPECT_EQ(rename("./Conn/Office", "Mine", "B"), 425);
+    EXPECT_EQ(rename("./Conn/Home", "Office", "B"), 418);
+    EXPECT_EQ(remove("./Conn/Office", "B"), 425);
+    EXPECT_EQ(replace("./Conn/Office/Addr", "A"), 200);
+}
+
+TEST_F(ProfileRightsTest, AServerRulesTheProfileThatItAdds)
+{
+    EXPECT_EQ(add("./Conn/New", "A"), 200);
+    EXPECT_EQ(aclOf("./Conn/New"), "Add=A&Delete=A&Get=*&Replace=A");
+    EXPECT_EQ(add("./Conn/New/Addr", "B", "chr"), 425);
+    EXPECT_EQ(add("./Conn/New/Addr", "A", "chr"), 200);
+    EXPECT_EQ(aclOf("./Conn/New/Addr"), "");
+    EXPECT_EQ(remove("./Conn/New", "B"), 425);
+}
+
+TEST_F(ProfileRightsTest, AProfileThatTheOwnerAddsIsForEveryServer)
+{
+    EXPECT_EQ(add("./Conn/New", nullptr), 200);
+    EXPECT_EQ(aclOf("./Conn/New"), "Add=*&Delete=*&Get=*&Replace=*");
+}
+
+TEST_F(ProfileRightsTest, AnEmptyListInheritsFromTheRootOfTheProfiles)
+{
+    ASSERT_EQ(setAcl("./Conn/Office", "", "A"), 200);
+    EXPECT_EQ(aclOf("./Conn/Office"), "");
+    EXPECT_EQ(replace("./Conn/Office/Addr", "A"), 425);
+    EXPECT_EQ(setAcl("./Conn/Office", "Replace=A", "A"), 425);
+    EXPECT_EQ(setAcl("./Conn/Office", "Replace=A"), 200);
+}
+
+TEST_F(ProfileRightsTest, AProfileHasItsListUnderBothRoots)
+{
+    ASSERT_EQ(setAcl("./Conn/Office", "Get=*&Replace=A", "A"), 200);
+    EXPECT_EQ(aclOf("./Prox/Office"), "Get=*&Replace=A");
+    EXPECT_EQ(replace("./Prox/Office/Addr", "B"), 425);
+    EXPECT_EQ(setAcl("./Prox/Office", "Replace=B", "B"), 425);
+    EXPECT_EQ(replace("./Prox/Office/Addr", "A"), 200);
+    EXPECT_EQ(aclOf("./Prox/Home"), "Add=*&Delete=*&Get=*&Replace=*");
+}
+
+TEST_F(ProfileRightsTest, TheOtherNodeOfAProfileCanHaveAListOfItsOwn)
+{
+    ASSERT_EQ(setAcl("./Conn/Office", "Get=*&Replace=A", "A"), 200);
+    ASSERT_EQ(setAcl("./Prox/Office", "Get=*&Replace=A+B", "A"), 200);
+    EXPECT_EQ(replace("./Prox/Office/Addr", "B"), 200);
+    EXPECT_EQ(replace("./Conn/Office/Addr", "B"), 425);
+}
+
+TEST_F(ProfileRightsTest, ADeletedNodeLeavesItsListToTheOtherOneOfTheProfile)
+{
+    ASSERT_EQ(setAcl("./Conn/Office", "Delete=A&Get=*&Replace=A", "A"), 200);
+    numbers[uri("./Conn")].erase(QStringLiteral("Office"));
+    ASSERT_EQ(remove("./Conn/Office", "A"), 200);
+    EXPECT_EQ(aclOf("./Prox/Office"), "Delete=A&Get=*&Replace=A");
+    EXPECT_EQ(replace("./Prox/Office/Addr", "B"), 425);
+}
+
+TEST_F(ProfileRightsTest, ANodeThatIsAddedForAProfileOfAnotherServerGivesNoRights)
+{
+    // A renames its node, and B adds one of the old name: the plug-in finds the profile again.
+    ASSERT_EQ(setAcl("./Conn/Office", "Get=*&Replace=A", "A"), 200);
+    numbers[uri("./Conn")] = {{QStringLiteral("Team"), 1}};
+    ASSERT_EQ(rename("./Conn/Office", "Team", "A"), 200);
+    numbers[uri("./Conn")] = {{QStringLiteral("Team"), 1}, {QStringLiteral("Office"), 1}};
+    EXPECT_EQ(add("./Conn/Office", "B"), 200);
+    EXPECT_EQ(aclOf("./Conn/Office"), "Get=*&Replace=A");
+    EXPECT_EQ(add("./Conn/Office/Addr", "B", "chr"), 425);
+    EXPECT_EQ(setAcl("./Conn/Office", "Replace=B", "B"), 425);
+}
+
+TEST_F(ProfileRightsTest, AProfileThatIsMadeAnewIsNobodysAnyMore)
+{
+    ASSERT_EQ(setAcl("./Conn/Office", "Delete=A&Get=*&Replace=A", "A"), 200);
+    numbers[uri("./Conn")].erase(QStringLiteral("Office"));
+    ASSERT_EQ(remove("./Conn/Office", "A"), 200);
+    numbers[uri("./Conn")][QStringLiteral("Office")] = 3;
+    ASSERT_EQ(add("./Conn/Office", nullptr), 200);
+    EXPECT_EQ(aclOf("./Conn/Office"), "Add=*&Delete=*&Get=*&Replace=*");
+}
+
+TEST_F(ProfileRightsTest, NodesWithoutNumbersShareNothing)
+{
+    conn->addInterior("Odd");
+    prox->addInterior("Odd");
+    ASSERT_EQ(setAcl("./Conn/Odd", "Get=*", "A"), 200);
+    EXPECT_EQ(aclOf("./Prox/Odd"), "Add=*&Delete=*&Get=*&Replace=*");
+}
+
 // ---- The worked example of the standard ----------------------------------------------------------
 
 /// root Add=*&Get=*

@@ -136,7 +136,7 @@ protected:
         accounts->addInterior("X/AppAuth/1");
         accounts->addLeaf("X/AppAuth/1/AAuthSecret", DmtData("secret"));
         accounts->addLeaf("X/AppAuth/1/AAuthLevel", DmtData("CLCRED"));
-        tree.mount(uri("./DMAcc"), accounts, acl("Get=Nobody"));
+        tree.mount(uri("./DMAcc"), accounts, {.acl = acl("Get=Nobody")});
         tree.setPrincipal(Principal::server("S"));
         accounts->calls.clear();
     }

@@ -47,24 +47,75 @@ TEST_F(ManagementTreeTest, NamesAreCaseSensitive)
     EXPECT_EQ(code(tree.find(profile("office")).outcome()), 404);
 }
 
-TEST_F(ManagementTreeTest, ANameWithASlashIsAddressedWithTheSlashEscaped)
-{
-    const JemSmartPtr<MemoryTree> other = MemoryTree::create();
-    // The engine keeps such a node beneath the root, which lists it.
-    class Root final : public DmtRWPluginNode {};
-    DMStringVector names;
-    names.push_back(DMString("A/B"));
-    auto *const root = new Root;
-    const JemSmartPtr<DmtNode> holder(root);
-    root->Init(JemSmartPtr<DmtPluginTree>(other), "", names);
-    other->SetNode("", holder);
-    other->addInterior("A/B");
-    other->addLeaf("A/B/Addr", DmtData("x"));
-    tree.mount(uri("./Other"), other);
+/// With a tree at ./Other that has a node Office/Evil: a plug-in that takes paths apart at their
+/// slashes reads what is beneath it from a profile Office.
+class SlashInANameTest : public ManagementTreeTest {
+protected:
+    SlashInANameTest()
+    {
+        // The engine keeps such a node beneath the root, which lists it.
+        DMStringVector names;
+        names.push_back(DMString("Office/Evil"));
+        auto *const root = new Root;
+        const JemSmartPtr<DmtNode> holder(root);
+        root->Init(JemSmartPtr<DmtPluginTree>(other), "", names);
+        other->SetNode("", holder);
+        other->addInterior("Office/Evil");
+        other->addLeaf("Office/Evil/Secret", DmtData("s3cret"));
+        tree.mount(uri("./Other"), other, {.acl = acl("Add=*&Delete=*&Get=*&Replace=*")});
+        tree.setPrincipal(Principal::server("S"));
+        other->calls.clear();
+    }
 
-    EXPECT_EQ(childrenOf(uri("./Other")), "A/B");
-    EXPECT_EQ(read(uri("./Other/A%2FB/Addr")), "x");
-    EXPECT_EQ(read(uri("./Other/A/B/Addr")), "404");
+    class Root final : public DmtRWPluginNode {};
+
+    const JemSmartPtr<MemoryTree> other = MemoryTree::create();
+    const NodeUri evil = uri("./Other/Office%2FEvil");
+    const NodeUri secret = uri("./Other/Office%2FEvil/Secret");
+};
+
+TEST_F(SlashInANameTest, TheNodeIsListedByItsParent)
+{
+    EXPECT_EQ(childrenOf(uri("./Other")), "Office/Evil");
+}
+
+TEST_F(SlashInANameTest, NothingIsDoneWithTheNodeOrBeneathIt)
+{
+    for (const NodeUri &node : {evil, secret}) {
+        EXPECT_EQ(code(tree.find(node).outcome()), 405);
+        EXPECT_EQ(code(tree.add(node.child("New"), typed("chr", "x"))), 405);
+        EXPECT_EQ(code(tree.replace(node, text("x"))), 405);
+        for (const Property property : {Property::Acl, Property::Name, Property::Title})
+            EXPECT_EQ(code(tree.replaceProperty(node, property, "Get=*")), 405);
+        EXPECT_EQ(code(tree.remove(node)), 405);
+        EXPECT_EQ(code(tree.copy(node, profile("Office/Addr"))), 405);
+        EXPECT_EQ(code(tree.copy(profile("Office/Addr"), node)), 405);
+        EXPECT_EQ(code(tree.execute(node)), 405);
+        EXPECT_EQ(code(tree.replaceChildren(node, {{"Secret", "x"}})), 405);
+    }
+    EXPECT_EQ(other->calls, Calls());
+}
+
+TEST_F(SlashInANameTest, AListingEndsAtTheNode)
+{
+    std::string listed;
+    for (const ListedNode &entry : tree.list(*tree.find(uri("./Other")), Values::Read))
+        listed += entry.node.uri().name().toStdString() + ' ';
+    EXPECT_EQ(listed, "Other Office/Evil ");
+    EXPECT_EQ(std::ranges::count(other->calls, "read all Office/Evil"), 0);
+    EXPECT_EQ(std::ranges::count(other->calls, "get Office/Evil/Secret"), 0);
+}
+
+TEST_F(SlashInANameTest, ALeafOfSuchANameIsListedWithoutItsValue)
+{
+    other->addLeaf("Office/Evil", DmtData("s3cret"));
+    for (const ListedNode &entry : tree.list(*tree.find(uri("./Other")), Values::Read))
+        EXPECT_FALSE(entry.value && *entry.value) << entry.node.uri().name().toStdString();
+}
+
+TEST_F(SlashInANameTest, ANodeOfThatNameThatIsNotThereIsNotFound)
+{
+    EXPECT_EQ(code(tree.find(uri("./Other/Office%2FGood")).outcome()), 404);
 }
 
 TEST_F(ManagementTreeTest, AnEscapedSlashIsNoWayAroundTheNodesInBetween)

@@ -31,7 +31,7 @@ MountedTree::MountedTree() : tree(device)
     memory->addLeaf("Office/Auth/AuthPw", DmtData("secret"));
     memory->addInterior("Home");
     memory->addLeaf("Home/Addr", DmtData("home.example"));
-    tree.mount(uri(mountRoot), memory, acl("Add=*&Delete=*&Get=*&Replace=*"));
+    tree.mount(uri(mountRoot), memory, {.acl = acl("Add=*&Delete=*&Get=*&Replace=*")});
     memory->calls.clear();
 }
 

@@ -256,12 +256,16 @@ TEST_F(KeptPropertiesTest, EveryServerMayManageTheProfilesUntilOneRestrictsIt)
     const auto device = open("right_plugin");
     ASSERT_NE(device, nullptr);
     device->tree().setPrincipal(Principal::server("dm.example"));
-    EXPECT_EQ(property(*device, "./DevDetail/Ext/Conf/Conn/Profiles", Property::Acl),
-              "Add=*&Delete=*&Get=*&Replace=*");
-    EXPECT_EQ(property(*device, "./DevDetail/Ext/Conf/IntProfs/Profiles", Property::Acl),
-              "Add=*&Delete=*&Get=*&Replace=*");
+    for (const char *const root :
+         {"./DevDetail/Ext/Conf/Conn/Profiles", "./DevDetail/Ext/Conf/IntProfs/Profiles"}) {
+        const QByteArray profile = QByteArray(root) + "/Office";
+        EXPECT_EQ(property(*device, root, Property::Acl), "Add=*&Get=*");
+        EXPECT_EQ(property(*device, profile, Property::Acl), "Add=*&Delete=*&Get=*&Replace=*");
+    }
     EXPECT_EQ(property(*device, "./DMAcc", Property::Acl), "");
     setAcl(*device, office, "Get=*");
+    EXPECT_EQ(device->tree().replaceProperty(uri(office), Property::Acl, "Replace=*").status,
+              DmStatus::PermissionDenied);
 }
 
 TEST_F(KeptPropertiesTest, LoseTheRightsOfAServerWithItsLastAccount)

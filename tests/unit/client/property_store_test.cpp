@@ -133,12 +133,12 @@ protected:
     void save()
     {
         QString error;
-        EXPECT_TRUE(store.save(file, error)) << error.toStdString();
+        EXPECT_TRUE(store.save(file, numbers, error)) << error.toStdString();
     }
     PropertyStore load() const
     {
         QString error;
-        const auto loaded = PropertyStore::load(file, error);
+        const auto loaded = PropertyStore::load(file, numbers, error);
         EXPECT_TRUE(loaded) << error.toStdString();
         return loaded.value_or(PropertyStore());
     }
@@ -150,11 +150,12 @@ protected:
         output.write(content);
         output.close();
         QString error;
-        EXPECT_FALSE(PropertyStore::load(file, error));
+        EXPECT_FALSE(PropertyStore::load(file, numbers, error));
         EXPECT_TRUE(error.startsWith(file + QStringLiteral(": "))) << error.toStdString();
         return error.mid(file.size() + 2).toStdString();
     }
 
+    PropertyStore::ProfileNumbers numbers;
     QTemporaryDir directory;
     QString file = directory.filePath(QStringLiteral("properties.json"));
 };
@@ -250,6 +251,98 @@ TEST_F(PropertyFile, ForgetsTheFirstNameWithTheNode)
     EXPECT_EQ(load().get(office), Properties());
 }
 
+// ---- Profiles by their numbers
+
+TEST_F(PropertyFile, GivesTheTreeOfAProfileBackUnderItsNewName)
+{
+    numbers = {{office, 5}, {office2, 6}};
+    save();
+    const NodeUri team({"P", "Team"});
+    numbers = {{team, 5}, {office2, 6}};
+    EXPECT_EQ(load().get(team), typed("./P/Office"));
+    EXPECT_EQ(load().get(team.child("Addr")), typed("./P/Office/Addr"));
+    EXPECT_EQ(load().get(office2), typed("./P/Office2"));
+    EXPECT_EQ(load().get(office), Properties());
+}
+
+TEST_F(PropertyFile, GivesAnotherProfileOfTheSameNameNothing)
+{
+    numbers = {{office, 5}};
+    save();
+    numbers = {{office, 7}};
+    EXPECT_EQ(load().get(office), Properties());
+    EXPECT_EQ(load().get(officeAddr), Properties());
+    EXPECT_EQ(load().get(office2), typed("./P/Office2"));
+}
+
+TEST_F(PropertyFile, TellsTheProfilesOfTwoRootsApart)
+{
+    const NodeUri other({"Q", "Office"});
+    numbers = {{office, 5}, {other, 5}};
+    store.set(other, typed("other"));
+    save();
+    EXPECT_EQ(load().get(office), typed("./P/Office"));
+    EXPECT_EQ(load().get(other), typed("other"));
+}
+
+TEST_F(PropertyFile, HasAProfileThatWasRenamedInThisMountUnderItsNumber)
+{
+    const NodeUri team({"P", "Team"});
+    store.move(office, team);
+    numbers = {{team, 5}};
+    save();
+    numbers = {{office, 5}};
+    EXPECT_EQ(load().get(office), typed("./P/Office"));
+    EXPECT_EQ(load().get(officeAddr), typed("./P/Office/Addr"));
+}
+
+TEST_F(PropertyFile, DropsWhatIsKeptForAProfileThatIsGone)
+{
+    numbers = {{office, 5}};
+    save();
+    numbers.clear();
+    EXPECT_EQ(load().get(office), Properties());
+    QString error;
+    auto loaded = PropertyStore::load(file, numbers, error);
+    EXPECT_TRUE(loaded->save(file, numbers, error));
+    QFile written(file);
+    EXPECT_TRUE(written.open(QIODevice::ReadOnly));
+    EXPECT_FALSE(written.readAll().contains('#'));
+}
+
+TEST_F(PropertyFile, TakesANameThatLooksLikeANumberForAName)
+{
+    const NodeUri odd({"P", "#5"});
+    store.set(odd, typed("name"));
+    numbers = {{office, 5}};
+    save();
+    EXPECT_EQ(load().get(odd), typed("name"));
+    EXPECT_EQ(load().get(office), typed("./P/Office"));
+}
+
+TEST_F(PropertyFile, OfAnEarlierVersionWithNamesOnlyIsTakenOverOnce)
+{
+    save();
+    numbers = {{office, 5}};
+    QString error;
+    auto loaded = PropertyStore::load(file, numbers, error);
+    EXPECT_EQ(loaded->get(officeAddr), typed("./P/Office/Addr"));
+    ASSERT_TRUE(loaded->save(file, numbers, error));
+    numbers = {{office, 7}};
+    EXPECT_EQ(load().get(office), Properties());
+}
+
+TEST_F(PropertyFile, IsNotWrittenAnewWhenItsProfilesHaveTheirNumbers)
+{
+    numbers = {{office, 5}};
+    save();
+    QString error;
+    auto loaded = PropertyStore::load(file, numbers, error);
+    EXPECT_TRUE(QFile::remove(file));
+    EXPECT_TRUE(loaded->save(file, numbers, error));
+    EXPECT_FALSE(QFile::exists(file));
+}
+
 TEST_F(PropertyFile, MayBeMissing)
 {
     EXPECT_EQ(load().get(office), Properties());
@@ -260,6 +353,9 @@ TEST_F(PropertyFile, SaysWhatIsWrongInItAndWhere)
     EXPECT_EQ(errorOf("{\"./A\": {"), "byte 9: unterminated object");
     EXPECT_EQ(errorOf("[]"), "byte 0: no JSON object");
     EXPECT_EQ(errorOf("{\"./A/\": {}}"), "./A/ is no node with properties");
+    EXPECT_EQ(errorOf("{\"./P/#x\": {}}"), "./P/#x is no node with properties");
+    EXPECT_EQ(errorOf("{\"./P/#5/\": {}}"), "./P/#5/ is no node with properties");
+    EXPECT_EQ(errorOf("{\"./P//#5\": {}}"), "./P//#5 is no node with properties");
     EXPECT_EQ(errorOf("{\"./A?prop=ACL\": {}}"), "./A?prop=ACL is no node with properties");
     EXPECT_EQ(errorOf("{\"./A\": 5}"), "./A is no node with properties");
     EXPECT_EQ(errorOf("{\"./A\": {\"colour\": \"red\"}}"),
@@ -275,9 +371,9 @@ TEST_F(PropertyFile, SaysWhatIsWrongInItAndWhere)
 TEST_F(PropertyFile, ThatCannotBeReadOrWrittenIsReported)
 {
     QString error;
-    EXPECT_FALSE(PropertyStore::load(directory.path(), error));
+    EXPECT_FALSE(PropertyStore::load(directory.path(), {}, error));
     EXPECT_TRUE(error.startsWith(QStringLiteral("cannot read ") + directory.path()));
-    EXPECT_FALSE(store.save(directory.filePath(QStringLiteral("no/such/folder")), error));
+    EXPECT_FALSE(store.save(directory.filePath(QStringLiteral("no/such/folder")), {}, error));
     EXPECT_TRUE(error.startsWith(QStringLiteral("cannot write ")));
 }
 
