@@ -4,8 +4,8 @@
     python3 tests/dmserver/dmserver.py --scenario tests/dmserver/scenarios/profiles.json --port 0
 
 It prints "listening on http://127.0.0.1:PORT/", has one session as the scenario says, prints what it
-saw, and ends: with 0 when everything was as the scenario expects, else with 1. It listens on
-127.0.0.1 only. README.md says what a scenario can hold.
+saw, and ends: with 0 when everything was as the scenario expects, with 1 when it was not, with 2 when
+it cannot start. It listens on 127.0.0.1 only. README.md says what a scenario can hold.
 """
 
 import argparse
@@ -68,18 +68,34 @@ class Handler(http.server.BaseHTTPRequestHandler):
         pass
 
 
+class CannotStart(Exception):
+    """Says why in one line."""
+
+
+def tls_context(certificate):
+    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    try:
+        context.load_cert_chain(certificate)
+    except OSError as error:
+        raise CannotStart(f"{certificate}: {error.strerror or error}") from error
+    return context
+
+
 class DmServer(http.server.ThreadingHTTPServer):
-    """Serves one scenario on 127.0.0.1."""
+    """Serves one scenario on 127.0.0.1. Raises CannotStart."""
 
     daemon_threads = True
 
     def __init__(self, scenario, port=0, certificate=None, log=None):
-        super().__init__(("127.0.0.1", port), Handler)
+        tls = tls_context(certificate) if certificate else None
+        try:
+            super().__init__(("127.0.0.1", port), Handler)
+        except (OSError, OverflowError) as error:
+            reason = getattr(error, "strerror", None) or error
+            raise CannotStart(f"cannot listen on port {port}: {reason}") from error
         scheme = "http"
-        if certificate:
-            context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-            context.load_cert_chain(certificate)
-            self.socket = context.wrap_socket(self.socket, server_side=True)
+        if tls:
+            self.socket = tls.wrap_socket(self.socket, server_side=True)
             scheme = "https"
         self.lock = threading.Lock()
         self.ended = threading.Event()
@@ -102,8 +118,8 @@ class DmServer(http.server.ThreadingHTTPServer):
         self.server_close()
 
 
-def print_line(text):
-    print(text, flush=True)
+def print_line(text, stream=sys.stdout):
+    print(text, file=stream, flush=True)
 
 
 def main():
@@ -114,7 +130,7 @@ def main():
                         help="change a setting of the scenario, such as encoding=wbxml")
     parser.add_argument("--certificate", metavar="FILE",
                         help="PEM file with certificate and key: HTTPS instead of HTTP")
-    parser.add_argument("--json", action="store_true", help="print the report as JSON")
+    parser.add_argument("--json", action="store_true", help="print the report as JSON; where the server listens goes to standard error")
     arguments = parser.parse_args()
 
     try:
@@ -123,10 +139,14 @@ def main():
     except (OSError, ValueError) as error:
         parser.error(f"{arguments.scenario}: {error}")
     log = None if arguments.json else print_line
-    with DmServer(scenario, arguments.port, arguments.certificate, log) as server:
+    try:
+        dm_server = DmServer(scenario, arguments.port, arguments.certificate, log)
+    except CannotStart as error:
+        parser.exit(2, f"{parser.prog}: {error}\n")
+    with dm_server as server:
         for number in (signal.SIGINT, signal.SIGTERM):
             signal.signal(number, lambda *_: server.ended.set())
-        print_line(f"listening on {server.url}")
+        print_line(f"listening on {server.url}", sys.stderr if arguments.json else sys.stdout)
         server.ended.wait()
     report = server.session.report()
     if arguments.json:
