@@ -1,9 +1,9 @@
 #include "property_store.h"
 
-#include <QFile>
+#include "private_file.h"
+
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QSaveFile>
 #include <algorithm>
 #include <iterator>
 #include <limits>
@@ -102,7 +102,7 @@ void PropertyStore::forgetServer(const QByteArray &server, const AccessControlLi
 
 namespace {
 
-constexpr auto ownerOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+constexpr qsizetype largestFile = 16 * 1024 * 1024; // bytes
 
 /// One property as the file names it.
 struct Field {
@@ -261,29 +261,12 @@ std::optional<PropertyStore> PropertyStore::load(const QString &file, const Prof
                                                  QString &error)
 {
     PropertyStore store;
-    QFile input(file);
-    if (!input.exists())
+    QJsonObject nodes;
+    const PrivateFile::Reading reading = PrivateFile(file, largestFile).readObject(nodes, error);
+    if (reading == PrivateFile::Reading::Missing)
         return store;
-    if (!input.open(QIODevice::ReadOnly)) {
-        error = QStringLiteral("cannot read %1: %2").arg(file, input.errorString());
+    if (reading == PrivateFile::Reading::Failed)
         return std::nullopt;
-    }
-    constexpr qint64 largestFile = 16 * 1024 * 1024;
-    const QByteArray bytes = input.read(largestFile + 1);
-    if (bytes.size() > largestFile) {
-        error = QStringLiteral("%1 is larger than %2 bytes").arg(file).arg(largestFile);
-        return std::nullopt;
-    }
-    QJsonParseError fault;
-    const QJsonDocument document = QJsonDocument::fromJson(bytes, &fault);
-    if (!document.isObject()) {
-        const QString reason = fault.error == QJsonParseError::NoError
-                                   ? QStringLiteral("no JSON object")
-                                   : fault.errorString();
-        error = QStringLiteral("%1: byte %2: %3").arg(file).arg(fault.offset).arg(reason);
-        return std::nullopt;
-    }
-    const QJsonObject nodes = document.object();
     for (auto entry = nodes.begin(); entry != nodes.end(); ++entry) {
         const Key key = readKey(entry.key(), numbers);
         if (!key.isValid || !entry.value().isObject()) {
@@ -320,12 +303,9 @@ bool PropertyStore::save(const QString &file, const ProfileNumbers &numbers, QSt
         if (firstNameOf(node) != node || !nodes.contains(key))
             nodes[key] = toJson(properties);
     }
-    QSaveFile output(file);
-    if (!output.open(QIODevice::WriteOnly) || !output.setPermissions(ownerOnly) ||
-        output.write(QJsonDocument(nodes).toJson(QJsonDocument::Compact)) < 0 || !output.commit()) {
-        error = QStringLiteral("cannot write %1: %2").arg(file, output.errorString());
+    if (!PrivateFile(file, largestFile)
+             .replace(QJsonDocument(nodes).toJson(QJsonDocument::Compact), error))
         return false;
-    }
     m_isChanged = false;
     return true;
 }

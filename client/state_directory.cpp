@@ -1,11 +1,11 @@
 #include "state_directory.h"
 
+#include "private_file.h"
 #include "private_storage.h"
 #include "state_location.h"
 
 #include <QDir>
 #include <QFile>
-#include <QSaveFile>
 #include <QUuid>
 #include <cerrno>
 #include <cstring>
@@ -19,7 +19,6 @@ namespace client {
 namespace {
 
 constexpr char stateVariable[] = "KUB_STATE_DIR";
-constexpr auto ownerOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
 
 QString systemReason(int errorNumber)
 {
@@ -81,29 +80,27 @@ QString StateDirectory::clientFile(const QString &name) const
 
 QByteArray StateDirectory::deviceId(QString &error) const
 {
-    const QString path = clientFile(QStringLiteral("device-id"));
-    QFile existing(path);
-    if (existing.open(QIODevice::ReadOnly)) {
-        constexpr qint64 longestId = 255;
-        const QByteArray id = existing.read(longestId + 1).trimmed();
-        if (!id.isEmpty() && id.size() <= longestId)
-            return id;
-        error = QStringLiteral("%1 holds no device identifier of 1 to %2 bytes")
-                    .arg(path)
-                    .arg(longestId);
+    constexpr qsizetype longestId = 255;
+    const PrivateFile file(clientFile(QStringLiteral("device-id")), longestId + 1);
+    QByteArray id;
+    switch (file.read(id, error)) {
+    case PrivateFile::Reading::Failed:
         return {};
+    case PrivateFile::Reading::Done:
+        id = id.trimmed();
+        if (id.isEmpty() || id.size() > longestId) {
+            error = QStringLiteral("%1 holds no device identifier of 1 to %2 bytes")
+                        .arg(file.path())
+                        .arg(longestId);
+            return {};
+        }
+        return id;
+    case PrivateFile::Reading::Missing:
+        break;
     }
-    if (existing.exists()) {
-        error = QStringLiteral("cannot read %1: %2").arg(path, existing.errorString());
+    id = "urn:uuid:" + QUuid::createUuid().toByteArray(QUuid::WithoutBraces);
+    if (!file.replace(id + '\n', error))
         return {};
-    }
-    const QByteArray id = "urn:uuid:" + QUuid::createUuid().toByteArray(QUuid::WithoutBraces);
-    QSaveFile fresh(path);
-    if (!fresh.open(QIODevice::WriteOnly) || !fresh.setPermissions(ownerOnly) ||
-        fresh.write(id + '\n') < 0 || !fresh.commit()) {
-        error = QStringLiteral("cannot write %1: %2").arg(path, fresh.errorString());
-        return {};
-    }
     return id;
 }
 

@@ -19,6 +19,13 @@ ExitStatus problem(Context &context, const QString &text)
     return ExitStatus::WrongUsage;
 }
 
+/// What is not kept has to be said, and not as a fault of the command line.
+ExitStatus notKept(Context &context, const QString &reason)
+{
+    problem(context, reason);
+    return ExitStatus::Unusable;
+}
+
 ExitStatus noAccount(Context &context, const QString &name)
 {
     return problem(context, QStringLiteral("no account %1").arg(name));
@@ -102,10 +109,12 @@ ExitStatus show(Context &context, const Invocation &invocation)
 ExitStatus put(Context &context, const Invocation &invocation, Account account)
 {
     QString error;
-    if (!setFields(account, invocation.arguments.mid(2), error) ||
-        !context.device->putAccount(invocation.arguments[1], account, error))
+    if (!canBeAccountName(invocation.arguments[1], error) ||
+        !setFields(account, invocation.arguments.mid(2), error))
         return problem(context, error);
-    return ExitStatus::Success;
+    return context.device->putAccount(invocation.arguments[1], account, error)
+               ? ExitStatus::Success
+               : notKept(context, error);
 }
 
 ExitStatus add(Context &context, const Invocation &invocation)
@@ -125,8 +134,10 @@ ExitStatus set(Context &context, const Invocation &invocation)
 ExitStatus remove(Context &context, const Invocation &invocation)
 {
     QString error;
+    if (!context.device->accounts().find(invocation.arguments[1]))
+        return noAccount(context, invocation.arguments[1]);
     return context.device->removeAccount(invocation.arguments[1], error) ? ExitStatus::Success
-                                                                         : problem(context, error);
+                                                                         : notKept(context, error);
 }
 
 struct ActionRow {

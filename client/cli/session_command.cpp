@@ -114,20 +114,23 @@ bool findServer(const AccountStore &accounts, const QString &word, Server &serve
 
 /// Keeps the nonces that a session has brought; one that the server has written into the account
 /// meanwhile is newer.
-void keepNonces(AccountStore &accounts, const Server &server, const Session &session,
+/// @return false when they could not be kept, which is reported
+bool keepNonces(AccountStore &accounts, const Server &server, const Session &session,
                 SessionReport &report)
 {
     if (!server.accountName)
-        return;
+        return true;
     Account account = *accounts.find(*server.accountName);
     if (account.toServer.nonce == server.account.toServer.nonce)
         account.toServer.nonce = session.nonceToServer();
     if (account.toClient.nonce == server.account.toClient.nonce)
         account.toClient.nonce = session.nonceToClient();
     QString error;
-    if (account != *accounts.find(*server.accountName) &&
-        !accounts.put(*server.accountName, account, error))
-        report.note(error);
+    if (account == *accounts.find(*server.accountName) ||
+        accounts.put(*server.accountName, account, error))
+        return true;
+    report.note(QStringLiteral("the nonces for the next session are not kept: %1").arg(error));
+    return false;
 }
 
 /// Keeps the properties that a message has changed before the next one is sent.
@@ -138,13 +141,16 @@ public:
     void messageSent(const TransportRequest &, const syncml::Message &) override
     {
         QString error;
-        if (!m_device.saveProperties(error))
-            m_report.note(error);
+        if (m_device.saveProperties(error) || m_hasFailed)
+            return;
+        m_hasFailed = true;
+        m_report.note(QStringLiteral("properties that the server set are not kept: %1").arg(error));
     }
 
 private:
     DmDevice &m_device;
     SessionReport &m_report;
+    bool m_hasFailed = false; ///< which is told once
 };
 
 ExitStatus exitStatusOf(const SessionEnd &end)
@@ -194,9 +200,9 @@ ExitStatus runSession(Context &context, const Invocation &invocation)
     Session session(server.account, context.device->tree(), *transport, hasUser ? &user : nullptr,
                     observers, settings.session);
     const SessionEnd end = session.run();
-    keepNonces(accounts, server, session, *report);
+    const bool isKept = keepNonces(accounts, server, session, *report);
     report->ended(end);
-    return exitStatusOf(end);
+    return isKept ? exitStatusOf(end) : worse(exitStatusOf(end), ExitStatus::Unusable);
 }
 
 } // namespace client::cli

@@ -1,9 +1,7 @@
 #include "session/accounts.h"
 
-#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QSaveFile>
 #include <algorithm>
 #include <iterator>
 #include <utility>
@@ -14,7 +12,6 @@ namespace client {
 
 namespace {
 
-constexpr auto ownerOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
 constexpr qsizetype longestText = 1024; // bytes; far above what a name or a secret needs
 
 bool refuse(QString &error, const QString &reason)
@@ -223,7 +220,9 @@ bool readAccount(const QString &name, const QJsonObject &object, Account &accoun
     return true;
 }
 
-bool canBeName(const QString &name, QString &error)
+} // namespace
+
+bool canBeAccountName(const QString &name, QString &error)
 {
     constexpr qsizetype longestName = 63; // bytes
     QByteArray bytes;
@@ -237,45 +236,27 @@ bool canBeName(const QString &name, QString &error)
     return true;
 }
 
-} // namespace
-
 std::optional<AccountStore> AccountStore::load(const QString &file, QString &error)
 {
     AccountStore store(file);
-    QFile input(file);
-    if (!input.exists())
+    QJsonObject accounts;
+    const PrivateFile::Reading reading = store.m_file.readObject(accounts, error);
+    if (reading == PrivateFile::Reading::Missing)
         return store;
-    constexpr qint64 largestFile = 1024 * 1024;
-    if (!input.open(QIODevice::ReadOnly)) {
-        error = QStringLiteral("cannot read %1: %2").arg(file, input.errorString());
+    if (reading == PrivateFile::Reading::Failed)
         return std::nullopt;
-    }
-    const QByteArray bytes = input.read(largestFile + 1);
-    if (bytes.size() > largestFile) {
-        error = QStringLiteral("%1 is larger than %2 bytes").arg(file).arg(largestFile);
-        return std::nullopt;
-    }
     QString reason;
-    if (!store.read(bytes, reason)) {
+    if (!store.read(accounts, reason)) {
         error = QStringLiteral("%1: %2").arg(file, reason);
         return std::nullopt;
     }
     return store;
 }
 
-bool AccountStore::read(const QByteArray &bytes, QString &error)
+bool AccountStore::read(const QJsonObject &accounts, QString &error)
 {
-    QJsonParseError fault;
-    const QJsonDocument document = QJsonDocument::fromJson(bytes, &fault);
-    if (!document.isObject()) {
-        const QString reason = fault.error == QJsonParseError::NoError
-                                   ? QStringLiteral("no JSON object")
-                                   : fault.errorString();
-        return refuse(error, QStringLiteral("byte %1: %2").arg(fault.offset).arg(reason));
-    }
-    const QJsonObject accounts = document.object();
     for (auto entry = accounts.begin(); entry != accounts.end(); ++entry) {
-        if (!canBeName(entry.key(), error))
+        if (!canBeAccountName(entry.key(), error))
             return false;
         if (!entry.value().isObject())
             return refuse(error, QStringLiteral("account %1 is no object").arg(entry.key()));
@@ -304,7 +285,7 @@ std::optional<QString> AccountStore::nameOf(const QUrl &address) const
 
 bool AccountStore::put(const QString &name, const Account &account, QString &error)
 {
-    if (!canBeName(name, error))
+    if (!canBeAccountName(name, error))
         return false;
     Accounts changed = m_accounts;
     changed[name] = account;
@@ -330,13 +311,7 @@ bool AccountStore::write(const Accounts &accounts, QString &error) const
     QJsonObject object;
     for (const auto &[name, account] : accounts)
         object[name] = toJson(account);
-    QSaveFile output(m_file);
-    // The permissions go onto the file before the first secret does.
-    if (!output.open(QIODevice::WriteOnly) || !output.setPermissions(ownerOnly) ||
-        output.write(QJsonDocument(object).toJson()) < 0 || !output.commit())
-        return refuse(error,
-                      QStringLiteral("cannot write %1: %2").arg(m_file, output.errorString()));
-    return true;
+    return m_file.replace(QJsonDocument(object).toJson(), error);
 }
 
 } // namespace client

@@ -2,6 +2,7 @@
 // themselves with.
 #pragma once
 
+#include "private_file.h"
 #include "session/authentication.h"
 
 #include <QByteArray>
@@ -56,6 +57,11 @@ const AccountField *accountField(const QString &name);
 /// @return false with what is missing in error
 bool isComplete(const Account &account, QString &error);
 
+/// Whether an account can be called that: by a name that a node can have, 1 to 63 bytes, neither
+/// "." nor "..", nor "*", without slashes and control characters.
+/// @return false with the reason in error
+bool canBeAccountName(const QString &name, QString &error);
+
 /// The accounts of one device in a file that only its owner can read.
 class AccountStore {
 public:
@@ -74,18 +80,20 @@ public:
 
     /// Each of these writes the file, in one step. On failure the file and the store are as before,
     /// with the reason in error.
-    /// put: adds an account, or replaces the one of that name. The name can be that of a node: 1 to
-    /// 63 bytes, neither "." nor "..", nor "*", without slashes and control characters.
+    /// put: adds an account, or replaces the one of that name.
     bool put(const QString &name, const Account &account, QString &error);
     bool remove(const QString &name, QString &error);
 
 private:
-    explicit AccountStore(QString file) : m_file(std::move(file)) {}
+    /// In bytes; some thousand accounts.
+    static constexpr qsizetype largestFile = 1024 * 1024;
 
-    bool read(const QByteArray &bytes, QString &error);
+    explicit AccountStore(const QString &file) : m_file(file, largestFile) {}
+
+    bool read(const QJsonObject &accounts, QString &error);
     bool write(const Accounts &accounts, QString &error) const;
 
-    QString m_file;
+    PrivateFile m_file;
     Accounts m_accounts;
 };
 

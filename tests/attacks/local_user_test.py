@@ -192,5 +192,92 @@ class PropertiesOfAProfileTest(HandsetTest):
         self.assertEqual(self.acl("PX1"), "Add=*&Delete=*&Get=*&Replace=*")
 
 
+class LinksAndFilesInside(unittest.TestCase):
+    """What the attacker put into the state directory while it was open, and its owner closed again."""
+
+    MAPPING = "settings/kub_napdef_profilemapping.cfg"
+
+    def setUp(self):
+        self.handset = Handset()
+        self.addCleanup(self.handset.close)
+        self.assertEqual(self.handset.dmclient("tree").returncode, 0)
+        self.handset.dmclient("account", "add", "Mine", "address=https://dm.example/",
+                              "server-id=dm.example")
+        self.target = os.path.join(self.handset.home, "target")
+
+    def path(self, name):
+        return os.path.join(self.handset.state, name)
+
+    def plant_link(self, name):
+        if os.path.lexists(self.path(name)):
+            os.unlink(self.path(name))
+        os.symlink(self.target, self.path(name))
+
+    def napictl(self, *words):
+        return subprocess.run([NAPICTL, *words], env=self.handset.environment(),
+                              capture_output=True, timeout=60, check=False)
+
+    def assert_target_untouched(self, name):
+        with open(self.target, encoding="ascii") as file:
+            self.assertEqual(file.read(), "the owner's other file\n", name)
+
+    def test_no_link_is_followed_to_a_file_that_exists(self):
+        """A link to another file of the owner's: it is neither read, nor changed, nor replaced."""
+        for name in ("profiles.db", "profiles.db-wal", "profiles.db-shm", "profiles.db-journal",
+                     "client/lock", "client/plugin.log", "client/device-id",
+                     "client/accounts.json", "client/properties.json"):
+            with self.subTest(file=name):
+                with open(self.target, "w", encoding="ascii") as file:
+                    file.write("the owner's other file\n")
+                kept = self.path(name) + ".kept"
+                if os.path.exists(self.path(name)):
+                    os.rename(self.path(name), kept)
+                self.plant_link(name)
+                result = self.handset.dmclient("account", "set", "Mine", "title=x")
+                if name.startswith("profiles"):
+                    result = self.napictl("create", "New")
+                self.assertNotEqual(result.returncode, 0)
+                self.assertIn(b"symbolic link", result.stderr)
+                self.assertIn(name.encode(), result.stderr)
+                self.assert_target_untouched(name)
+                os.unlink(self.path(name))
+                if os.path.exists(kept):
+                    os.rename(kept, self.path(name))
+
+    def test_no_link_makes_a_new_file_elsewhere(self):
+        """A link to a file that is not there yet does not make it."""
+        for name in ("profiles.db", "client/lock", "client/plugin.log", "client/device-id",
+                     "client/accounts.json", "client/properties.json", self.MAPPING):
+            with self.subTest(file=name):
+                self.plant_link(name)
+                self.handset.dmclient("replace", "./DevDetail?prop=Title", "x")
+                self.handset.dmclient("account", "add", "New", "address=https://dm.example/",
+                                      "server-id=dm.example")
+                self.assertFalse(os.path.exists(self.target))
+                if os.path.lexists(self.path(name)):
+                    os.unlink(self.path(name))
+
+    def test_a_mapping_file_that_is_a_link_is_replaced_and_not_followed(self):
+        """The plug-in's files are rebuilt at every mount: the link goes, its target stays."""
+        with open(self.target, "w", encoding="ascii") as file:
+            file.write("the owner's other file\n")
+        self.plant_link(self.MAPPING)
+        self.assertEqual(self.handset.dmclient("tree").returncode, 0)
+        self.assert_target_untouched(self.MAPPING)
+        self.assertFalse(os.path.islink(self.path(self.MAPPING)))
+
+    def test_files_of_another_user_are_refused(self):
+        """A store, an account or a list of rights that somebody else wrote is not the owner's."""
+        if os.geteuid() != 0:
+            self.skipTest("needs root, to act as a second user")
+        for name in ("profiles.db", "client/lock", "client/device-id", "client/accounts.json"):
+            with self.subTest(file=name):
+                os.chown(self.path(name), OTHER_USER, OTHER_USER)
+                result = self.handset.dmclient("session", "Mine")
+                self.assertEqual(result.returncode, UNUSABLE, result.stderr)
+                self.assertIn(b"it belongs to nobody, not to root", result.stderr)
+                os.chown(self.path(name), 0, 0)
+
+
 if __name__ == "__main__":
     unittest.main()

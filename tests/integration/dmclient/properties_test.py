@@ -77,7 +77,7 @@ class PropertiesTest(DmclientTest):
         os.mkdir(self.handset.client_file("properties.json"))
         status, _, errors = self.run_client("get", OFFICE)
         self.assertEqual(status, UNUSABLE)
-        self.assertIn("cannot read", errors)
+        self.assertIn("cannot use", errors)
 
 
 class AccessControlTest(DmclientTest):

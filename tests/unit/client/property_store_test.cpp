@@ -371,8 +371,10 @@ TEST_F(PropertyFile, SaysWhatIsWrongInItAndWhere)
 TEST_F(PropertyFile, ThatCannotBeReadOrWrittenIsReported)
 {
     QString error;
-    EXPECT_FALSE(PropertyStore::load(directory.path(), {}, error));
-    EXPECT_TRUE(error.startsWith(QStringLiteral("cannot read ") + directory.path()));
+    const QString folder = directory.filePath(QStringLiteral("folder"));
+    ASSERT_TRUE(QDir().mkdir(folder));
+    EXPECT_FALSE(PropertyStore::load(folder, {}, error));
+    EXPECT_TRUE(error.startsWith(QStringLiteral("cannot use ") + folder));
     EXPECT_FALSE(store.save(directory.filePath(QStringLiteral("no/such/folder")), {}, error));
     EXPECT_TRUE(error.startsWith(QStringLiteral("cannot write ")));
 }

@@ -1,0 +1,127 @@
+#include "private_file.h"
+
+#include "private_storage.h"
+
+#include <QFile>
+#include <QJsonDocument>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <string>
+#include <unistd.h>
+
+namespace client {
+
+namespace {
+
+/// @return false with errno set
+bool writeAll(int file, QByteArrayView bytes)
+{
+    while (!bytes.isEmpty()) {
+        const ssize_t written = ::write(file, bytes.data(), static_cast<std::size_t>(bytes.size()));
+        if (written < 0 && errno != EINTR)
+            return false;
+        bytes = bytes.sliced(written < 0 ? 0 : written);
+    }
+    return true;
+}
+
+/// Makes a rename survive a power cut. Without that the old file may come back, whole.
+void syncFolderOf(const std::string &path)
+{
+    const std::string folder = path.substr(0, path.rfind('/') + 1);
+    const int opened = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_CLOEXEC);
+    if (opened < 0)
+        return;
+    ::fsync(opened);
+    ::close(opened);
+}
+
+/// Writes a new file that is on the disk when this returns. @return false with errno set
+bool writeToDisk(int file, const QByteArray &bytes)
+{
+    const bool isOnDisk = writeAll(file, bytes) && ::fsync(file) == 0;
+    const int error = errno;
+    const bool isClosed = ::close(file) == 0;
+    if (!isOnDisk)
+        errno = error;
+    return isOnDisk && isClosed;
+}
+
+QString systemReason(int errorNumber)
+{
+    return QString::fromLocal8Bit(std::strerror(errorNumber));
+}
+
+} // namespace
+
+PrivateFile::Reading PrivateFile::read(QByteArray &bytes, QString &error) const
+{
+    handset_state::Refusal refusal;
+    const int opened =
+        handset_state::openFile(QFile::encodeName(m_path).toStdString(), O_RDONLY, refusal);
+    if (refusal.error == ENOENT)
+        return Reading::Missing;
+    if (refusal) {
+        error = QString::fromLocal8Bit(refusal.text().c_str());
+        return Reading::Failed;
+    }
+    QFile file;
+    file.open(opened, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle);
+    bytes = file.read(m_largestBytes + 1);
+    if (file.error() != QFileDevice::NoError) {
+        error = QStringLiteral("cannot read %1: %2").arg(m_path, file.errorString());
+        return Reading::Failed;
+    }
+    if (bytes.size() > m_largestBytes) {
+        error = QStringLiteral("%1 is larger than %2 bytes").arg(m_path).arg(m_largestBytes);
+        return Reading::Failed;
+    }
+    return Reading::Done;
+}
+
+PrivateFile::Reading PrivateFile::readObject(QJsonObject &object, QString &error) const
+{
+    QByteArray bytes;
+    const Reading reading = read(bytes, error);
+    if (reading != Reading::Done)
+        return reading;
+    QJsonParseError fault;
+    const QJsonDocument document = QJsonDocument::fromJson(bytes, &fault);
+    if (!document.isObject()) {
+        const QString reason = fault.error == QJsonParseError::NoError
+                                   ? QStringLiteral("no JSON object")
+                                   : fault.errorString();
+        error = QStringLiteral("%1: byte %2: %3").arg(m_path).arg(fault.offset).arg(reason);
+        return Reading::Failed;
+    }
+    object = document.object();
+    return Reading::Done;
+}
+
+bool PrivateFile::replace(const QByteArray &bytes, QString &error) const
+{
+    const auto fail = [&](const QString &reason) {
+        error = QStringLiteral("cannot write %1: %2").arg(m_path, reason);
+        return false;
+    };
+    if (bytes.size() > m_largestBytes)
+        return fail(QStringLiteral("it would be larger than %1 bytes").arg(m_largestBytes));
+    const std::string path = QFile::encodeName(m_path).toStdString();
+    const std::string aside = path + ".new";
+    ::unlink(aside.c_str()); // what a process that was killed has left
+    handset_state::Refusal refusal;
+    const int file = handset_state::openFile(aside, O_WRONLY | O_CREAT | O_EXCL, refusal);
+    if (refusal)
+        return fail(QString::fromLocal8Bit(refusal.reason.c_str()));
+    if (!writeToDisk(file, bytes) || std::rename(aside.c_str(), path.c_str()) != 0) {
+        const int reason = errno;
+        ::unlink(aside.c_str());
+        return fail(systemReason(reason));
+    }
+    syncFolderOf(path);
+    return true;
+}
+
+} // namespace client
