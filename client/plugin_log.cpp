@@ -1,6 +1,7 @@
 #include "plugin_log.h"
 
 #include "aplog.h"
+#include "foreign_text.h"
 #include "private_storage.h"
 
 #include <QFile>
@@ -8,21 +9,62 @@
 #include <cstring>
 #include <fcntl.h>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
 namespace client {
 
-/// A file that is put aside when it has reached its limit.
-class PluginLog::RotatingFile {
+/// Where whole messages go.
+class PluginLog::Sink {
+public:
+    virtual ~Sink() = default;
+    virtual void write(std::string_view message) = 0;
+};
+
+namespace {
+
+/// The message with the line breaks in it, which come from names, escaped: \n and \r.
+std::string inOneLine(std::string_view message)
+{
+    std::string line;
+    for (std::size_t index = 0; index < message.size(); ++index) {
+        const bool isEnd = index + 1 == message.size();
+        if (message[index] == '\n' && !isEnd)
+            line += "\\n";
+        else if (message[index] == '\r')
+            line += "\\r";
+        else
+            line += message[index];
+    }
+    return line;
+}
+
+} // namespace
+
+/// Standard error, on which nothing of a message steers a terminal.
+class PluginLog::StandardError final : public Sink {
+public:
+    void write(std::string_view message) override
+    {
+        const bool hasEnd = message.ends_with('\n');
+        message.remove_suffix(hasEnd ? 1 : 0);
+        const std::string line = foreign_text::printable(message) + (hasEnd ? "\n" : "");
+        std::fwrite(line.data(), 1, line.size(), stderr);
+    }
+};
+
+/// A file that is put aside when it has reached its limit. It keeps the bytes of a message, each in
+/// a line of its own.
+class PluginLog::RotatingFile final : public Sink {
 public:
     RotatingFile(std::string path, long limitBytes, handset_state::Refusal &refusal)
         : m_path(std::move(path)), m_limit(limitBytes)
     {
         refusal = open();
     }
-    ~RotatingFile()
+    ~RotatingFile() override
     {
         if (m_file >= 0)
             ::close(m_file);
@@ -32,14 +74,14 @@ public:
 
     bool isOpen() const { return m_file >= 0; }
 
-    ssize_t write(const char *bytes, std::size_t size)
+    void write(std::string_view message) override
     {
         if (m_size >= m_limit)
             rotate();
-        const ssize_t written = isOpen() ? ::write(m_file, bytes, size) : -1;
+        const std::string line = inOneLine(message);
+        const ssize_t written = isOpen() ? ::write(m_file, line.data(), line.size()) : -1;
         if (written > 0)
             m_size += written;
-        return written;
     }
 
 private:
@@ -70,14 +112,32 @@ PluginLog::PluginLog() = default;
 PluginLog::~PluginLog()
 {
     libaplog_to_module_ptr = nullptr;
-    if (m_file)
+    if (m_stream)
         std::fclose(m_stream);
+}
+
+bool PluginLog::open(std::unique_ptr<Sink> sink)
+{
+    cookie_io_functions_t functions{};
+    functions.write = [](void *cookie, const char *bytes, std::size_t size) -> ssize_t {
+        static_cast<Sink *>(cookie)->write({bytes, size});
+        return static_cast<ssize_t>(size);
+    };
+    m_sink = std::move(sink);
+    m_stream = fopencookie(m_sink.get(), "a", functions);
+    if (!m_stream)
+        return false;
+    // Without a buffer each message, which is one call of the plug-in, arrives as it is. The
+    // library cuts those of more than 8 KiB.
+    std::setvbuf(m_stream, nullptr, _IONBF, 0);
+    libaplog_to_module_ptr = m_stream;
+    return true;
 }
 
 std::unique_ptr<PluginLog> PluginLog::toStandardError()
 {
     std::unique_ptr<PluginLog> log(new PluginLog);
-    libaplog_to_module_ptr = log->m_stream = stderr;
+    log->open(std::make_unique<StandardError>());
     return log;
 }
 
@@ -86,25 +146,13 @@ std::unique_ptr<PluginLog> PluginLog::toFile(const QString &path, QString &error
     handset_state::Refusal refusal;
     auto file =
         std::make_unique<RotatingFile>(QFile::encodeName(path).toStdString(), limitBytes, refusal);
-    FILE *stream = nullptr;
-    if (file->isOpen()) {
-        cookie_io_functions_t functions{};
-        functions.write = [](void *cookie, const char *bytes, std::size_t size) -> ssize_t {
-            return static_cast<RotatingFile *>(cookie)->write(bytes, size);
-        };
-        stream = fopencookie(file.get(), "a", functions);
-    }
-    if (!stream) {
+    std::unique_ptr<PluginLog> log(new PluginLog);
+    if (refusal || !log->open(std::move(file))) {
         error = QStringLiteral("the plug-in's log: %1")
                     .arg(QString::fromLocal8Bit(refusal ? refusal.text().c_str()
                                                         : std::strerror(errno)));
         return nullptr;
     }
-    // Messages come in whole lines; a line at a time keeps them whole across a rotation.
-    std::setvbuf(stream, nullptr, _IOLBF, BUFSIZ);
-    std::unique_ptr<PluginLog> log(new PluginLog);
-    log->m_file = std::move(file);
-    libaplog_to_module_ptr = log->m_stream = stream;
     return log;
 }
 

@@ -14,10 +14,11 @@ public:
     /// Size of the log file at which it is put aside as FILE.1, replacing an older one, in bytes.
     static constexpr long defaultLimitBytes = 1024 * 1024;
 
-    /// Sends the messages to standard error.
+    /// Sends the messages to standard error, where nothing in them steers a terminal.
     static std::unique_ptr<PluginLog> toStandardError();
     /// Appends the messages to a file, readable by its owner only: they name values that a server
-    /// wrote. Neither the file nor the one put aside grows past the limit by more than one message.
+    /// wrote. The file has the bytes of the messages, but that line breaks in one are \n and \r.
+    /// Neither the file nor the one put aside grows past the limit by more than one message.
     /// @return null when the file cannot be opened, with the reason in error
     static std::unique_ptr<PluginLog> toFile(const QString &path, QString &error,
                                              long limitBytes = defaultLimitBytes);
@@ -27,11 +28,15 @@ public:
     PluginLog &operator=(const PluginLog &) = delete;
 
 private:
+    class Sink;
+    class StandardError;
     class RotatingFile;
 
     PluginLog();
+    /// Makes the stream. @return false with errno set
+    bool open(std::unique_ptr<Sink> sink);
 
-    std::unique_ptr<RotatingFile> m_file; ///< null when the messages go to standard error
+    std::unique_ptr<Sink> m_sink;
     FILE *m_stream = nullptr;
 };
 

@@ -7,6 +7,8 @@
 
 #include <QFile>
 
+#include "foreign_text.h"
+
 void printOutput(const QByteArray &text)
 {
     std::fwrite(text.constData(), 1, static_cast<std::size_t>(text.size()), stdout);
@@ -20,7 +22,7 @@ void printOutput(const QString &text)
 void printError(const QString &message)
 {
     std::fflush(stdout);
-    std::fprintf(stderr, "napictl: %s\n", message.toUtf8().constData());
+    std::fprintf(stderr, "napictl: %s\n", printable(message).toUtf8().constData());
 }
 
 ExitStatus finishOutput(ExitStatus status)
@@ -35,14 +37,12 @@ ExitStatus finishOutput(ExitStatus status)
 
 QString printable(const QString &text)
 {
-    QString shown;
-    for (const QChar unit : text) {
-        if (unit.category() == QChar::Other_Control)
-            shown += QStringLiteral("\\x%1").arg(unit.unicode(), 2, 16, QChar(u'0'));
-        else
-            shown += unit;
-    }
-    return shown;
+    return QString::fromStdString(foreign_text::printable(text.toStdString()));
+}
+
+void printJson(const QByteArray &json)
+{
+    printOutput(QByteArray::fromStdString(foreign_text::printableJson(json.toStdString())));
 }
 
 QByteArray readInput(const QString &fileName, QString &fault)
@@ -56,10 +56,9 @@ QByteArray readInput(const QString &fileName, QString &fault)
     if (isOpen)
         bytes = file.read(largestInput + 1);
     if (!isOpen || file.error() != QFileDevice::NoError)
-        fault =
-            QStringLiteral("%1: cannot read it: %2").arg(printable(fileName), file.errorString());
+        fault = QStringLiteral("%1: cannot read it: %2").arg(fileName, file.errorString());
     else if (bytes.size() > largestInput)
-        fault = QStringLiteral("%1: it is larger than 64 MiB").arg(printable(fileName));
+        fault = QStringLiteral("%1: it is larger than 64 MiB").arg(fileName);
     return fault.isNull() ? bytes : QByteArray();
 }
 

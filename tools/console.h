@@ -9,15 +9,18 @@
 void printOutput(const QByteArray &text);
 void printOutput(const QString &text);
 
-/// Writes "napictl: message".
+/// Writes "napictl: message", the message as printable gives it.
 void printError(const QString &message);
 
 /// Writes what is left of the output. @return ExitFailed, with a message, when it could not be
 /// written and the status was ExitOk; else the status.
 ExitStatus finishOutput(ExitStatus status);
 
-/// @return the text with control characters as \xNN, so that it cannot steer a terminal.
+/// @return one line of text that a terminal shows and does not obey (foreign_text.h).
 QString printable(const QString &text);
+
+/// Writes a JSON document so that nothing in its strings steers a terminal.
+void printJson(const QByteArray &json);
 
 /// Reads a file, "-" for standard input. @param fault  receives what is wrong; null when nothing is
 QByteArray readInput(const QString &fileName, QString &fault);

@@ -216,7 +216,7 @@ ExitStatus runCommand(const Command &command, const QStringList &arguments)
     addOptions(parser, command.options);
     addOptions(parser, kGlobalOptions);
     if (!parser.parse(arguments))
-        return refuseUsage(printable(parser.errorText()), &command);
+        return refuseUsage(parser.errorText(), &command);
     if (parser.isSet(QString::fromLatin1(kHelpOption.name))) {
         printOutput(commandHelp(command));
         return ExitOk;
@@ -242,7 +242,7 @@ ExitStatus runCommandLine(const QStringList &arguments)
     parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
     addOptions(parser, kGlobalOptions);
     if (!parser.parse(arguments))
-        return refuseUsage(printable(parser.errorText()), nullptr);
+        return refuseUsage(parser.errorText(), nullptr);
     if (parser.isSet(QString::fromLatin1(kHelpOption.name))) {
         printOutput(generalHelp());
         return ExitOk;
@@ -252,8 +252,8 @@ ExitStatus runCommandLine(const QStringList &arguments)
         return refuseUsage(QStringLiteral("a command is missing"), nullptr);
     const Command *command = findCommand(operands.first());
     if (command == nullptr) {
-        return refuseUsage(
-            printable(operands.first()) + QStringLiteral(": there is no such command"), nullptr);
+        return refuseUsage(operands.first() + QStringLiteral(": there is no such command"),
+                           nullptr);
     }
     if (const QString fault = chooseStore(parser); !fault.isNull())
         return refuseUsage(fault, nullptr);

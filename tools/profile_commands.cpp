@@ -24,7 +24,7 @@ QList<FieldValue> parseAssignments(const QStringList &arguments, QString &fault)
         const QString path = argument.first(equals);
         const ProfileField *field = findField(path);
         if (field == nullptr) {
-            fault = printable(path) + QStringLiteral(": there is no such field");
+            fault = path + QStringLiteral(": there is no such field");
             return {};
         }
         values += FieldValue{field, argument.sliced(equals + 1)};
@@ -132,7 +132,7 @@ ExitStatus runShow(const QCommandLineParser &options, const QStringList &argumen
     if (status != NAPI_OK)
         return reportServiceFailure(name, status);
     if (options.isSet(QStringLiteral("json")))
-        printOutput(formatProfile(name, record, showSecrets) + '\n');
+        printJson(formatProfile(name, record, showSecrets) + '\n');
     else
         printForPeople(name, id, record, showSecrets);
     return ExitOk;
@@ -151,7 +151,7 @@ ExitStatus runCreate(const QCommandLineParser &, const QStringList &arguments)
     record.creation = 1;
     fault = setFields(record, values);
     if (!fault.isNull()) {
-        printError(printable(name) + QStringLiteral(": ") + fault);
+        printError(name + QStringLiteral(": ") + fault);
         return ExitFailed;
     }
     const int status = NAPI_CreateProfile(name.toUtf8().constData(), &record, 0, 0);
@@ -174,7 +174,7 @@ ExitStatus runSet(const QCommandLineParser &, const QStringList &arguments)
         return reportServiceFailure(name, status);
     fault = setFields(record, values);
     if (!fault.isNull()) {
-        printError(printable(name) + QStringLiteral(": ") + fault);
+        printError(name + QStringLiteral(": ") + fault);
         return ExitFailed;
     }
     status = NAPI_ModifyProfile(key.constData(), &record, 0, 0);

@@ -46,8 +46,7 @@ QString serviceText(int status)
 
 ExitStatus reportServiceFailure(const QString &subject, int status)
 {
-    const QString prefix =
-        subject.isEmpty() ? QString() : printable(subject) + QStringLiteral(": ");
+    const QString prefix = subject.isEmpty() ? QString() : subject + QStringLiteral(": ");
     printError(prefix + serviceText(status));
     return meaningOf(status).exitStatus;
 }

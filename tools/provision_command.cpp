@@ -86,8 +86,8 @@ private:
     {
         profile.name = cutProfileName(text, suffix);
         if (!m_cutNames && profile.name != text.toUtf8() + suffix) {
-            printError(QStringLiteral("%1: the name is longer than 63 bytes; --all cuts it")
-                           .arg(printable(text)));
+            printError(
+                QStringLiteral("%1: the name is longer than 63 bytes; --all cuts it").arg(text));
             exitStatus = qMax(exitStatus, ExitFailed);
             return true;
         }
@@ -112,8 +112,8 @@ private:
 
     void refuse(const Provider &provider, const AccessPoint &accessPoint, const QString &fault)
     {
-        printError(printable(QStringLiteral("%1, access point %2: %3")
-                                 .arg(provider.displayName(), accessPoint.displayName(), fault)));
+        printError(QStringLiteral("%1, access point %2: %3")
+                       .arg(provider.displayName(), accessPoint.displayName(), fault));
         exitStatus = qMax(exitStatus, ExitFailed);
     }
 
@@ -185,7 +185,7 @@ ExitStatus runProvision(const QCommandLineParser &options, const QStringList &)
     }
     const QList<Provider> providers = parseProviderDatabase(xml, fault);
     if (!fault.isNull()) {
-        printError(printable(fileName + QStringLiteral(": ") + fault));
+        printError(fileName + QStringLiteral(": ") + fault);
         return ExitFailed;
     }
 
@@ -203,8 +203,7 @@ ExitStatus runProvision(const QCommandLineParser &options, const QStringList &)
             plan.add(provider, accessPoint, provider.accessPoints.size() == 1);
     }
     if (matching == 0) {
-        printError(printable(fileName) +
-                   QStringLiteral(": no provider with a GSM access point matches"));
+        printError(fileName + QStringLiteral(": no provider with a GSM access point matches"));
         return ExitFailed;
     }
     if (plan.exitStatus == ExitStoreUnusable)

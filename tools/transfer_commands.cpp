@@ -66,7 +66,7 @@ private:
 
     bool refuse(const JsonProfile &profile, const QString &reason)
     {
-        printError(printable(profile.name) + QStringLiteral(": ") + reason);
+        printError(profile.name + QStringLiteral(": ") + reason);
         exitStatus = ExitFailed;
         return false;
     }
@@ -118,7 +118,7 @@ ExitStatus runImport(const QCommandLineParser &options, const QStringList &argum
     }
     const QList<JsonProfile> profiles = parseProfiles(json, fault);
     if (!fault.isNull()) {
-        printError(printable(fileName + QStringLiteral(": ") + fault));
+        printError(fileName + QStringLiteral(": ") + fault);
         return ExitFailed;
     }
     ImportPlan plan(options.isSet(QStringLiteral("replace")));
@@ -144,14 +144,13 @@ ExitStatus runExport(const QCommandLineParser &options, const QStringList &)
             return reportServiceFailure(QString::fromUtf8(name), status);
         const QStringList faults = recordFaults(record);
         if (!faults.isEmpty()) {
-            printError(printable(QString::fromUtf8(name) +
-                                 QStringLiteral(" cannot be exported without loss: ") +
-                                 faults.first()));
+            printError(QString::fromUtf8(name) +
+                       QStringLiteral(" cannot be exported without loss: ") + faults.first());
             return ExitFailed;
         }
         profiles += formatProfile(QString::fromUtf8(name), record,
                                   options.isSet(QStringLiteral("show-secrets")));
     }
-    printOutput(formatProfileArray(profiles));
+    printJson(formatProfileArray(profiles));
     return ExitOk;
 }

@@ -63,7 +63,8 @@ ExitStatus runTree(Context &context, const Invocation &invocation)
             return start.outcome();
         const std::vector<ListedNode> listing = tree.list(*start, ManagementTree::Values::Read);
         if (invocation.has("json")) {
-            context.output.raw(QJsonDocument(treeToJson(listing, secrets)).toJson());
+            context.output.json(QJsonDocument(treeToJson(listing, secrets)),
+                                QJsonDocument::Indented);
         } else {
             for (const QString &line : drawTree(listing, secrets, context.output.painter()))
                 context.output.line(line);
@@ -307,7 +308,7 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
         return ExitStatus::CommandRefused;
     }
     const QByteArray &bytes = std::get<QByteArray>(encoded);
-    context.output.raw(encoding == syncml::Encoding::Xml ? indented(bytes) : bytes);
+    context.output.document(encoding == syncml::Encoding::Xml ? indented(bytes) : bytes);
     return answer.allSucceeded ? ExitStatus::Success : ExitStatus::CommandRefused;
 }
 
@@ -315,7 +316,7 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
 
 ExitStatus runDdf(Context &context, const Invocation &)
 {
-    context.output.raw(deviceDescriptionDocument());
+    context.output.document(deviceDescriptionDocument());
     return ExitStatus::Success;
 }
 

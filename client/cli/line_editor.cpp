@@ -1,5 +1,7 @@
 #include "cli/line_editor.h"
 
+#include "cli/terminal.h"
+
 #include <QFile>
 #include <algorithm>
 #include <cstdio>
@@ -30,7 +32,7 @@ void showCandidates(const std::vector<Candidate> &candidates)
         QString shown = candidate.word;
         const qsizetype slash = shown.lastIndexOf(u'/', -2);
         shown = shown.mid(slash + 1);
-        std::fprintf(stdout, "%s\n", shown.toUtf8().constData());
+        std::fprintf(stdout, "%s\n", printable(shown.toUtf8()).toUtf8().constData());
     }
 }
 

@@ -1,5 +1,7 @@
 #include "cli/output.h"
 
+#include "foreign_text.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -31,6 +33,18 @@ void Output::line(const QString &text)
 void Output::value(const QByteArray &bytes)
 {
     raw((m_toTerminal ? printable(bytes).toUtf8() : bytes) + '\n');
+}
+
+void Output::document(const QByteArray &bytes)
+{
+    raw(m_toTerminal ? QByteArray::fromStdString(foreign_text::printableLines(bytes.toStdString()))
+                     : bytes);
+}
+
+void Output::json(const QJsonDocument &document, QJsonDocument::JsonFormat format)
+{
+    const std::string text = document.toJson(format).trimmed().toStdString();
+    raw(QByteArray::fromStdString(foreign_text::printableJson(text)) + '\n');
 }
 
 void Output::raw(const QByteArray &bytes)

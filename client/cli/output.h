@@ -4,6 +4,8 @@
 #include "cli/terminal.h"
 #include "dm_status.h"
 
+#include <QJsonDocument>
+
 namespace client::cli {
 
 /// Results go to standard output. A single command reports failures on standard error and is silent
@@ -18,12 +20,16 @@ public:
     void setReports(Reports reports) { m_reports = reports; }
 
     const Painter &painter() const { return m_painter; }
-    /// A line of a result.
+    /// A line of a result. What comes from elsewhere in it has to be printable.
     void line(const QString &text);
     /// A value or a name that came from the tree: as it is, or made harmless for a terminal.
     void value(const QByteArray &bytes);
-    /// Bytes as they are.
+    /// Lines of the program's own.
     void raw(const QByteArray &bytes);
+    /// A document with values or names from the tree: as it is, or made harmless for a terminal.
+    void document(const QByteArray &bytes);
+    /// A JSON document, written so that nothing in its strings steers a terminal.
+    void json(const QJsonDocument &document, QJsonDocument::JsonFormat format);
     /// How a command on a node ended.
     void status(const QString &command, const QString &uri, const Outcome &outcome);
     /// What is wrong with the command itself or with a file that it names.

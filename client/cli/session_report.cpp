@@ -73,7 +73,7 @@ namespace {
 
 void printObject(Output &output, const QJsonObject &object)
 {
-    output.raw(QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n');
+    output.json(QJsonDocument(object), QJsonDocument::Compact);
 }
 
 } // namespace

@@ -1,67 +1,14 @@
 #include "cli/terminal.h"
 
-#include <QStringDecoder>
+#include "foreign_text.h"
+
 #include <unistd.h>
 
 namespace client::cli {
 
-namespace {
-
-QString escaped(char byte)
-{
-    switch (byte) {
-    case '\n':
-        return QStringLiteral("\\n");
-    case '\t':
-        return QStringLiteral("\\t");
-    default:
-        return QStringLiteral("\\x%1").arg(static_cast<unsigned char>(byte), 2, 16, QChar(u'0'));
-    }
-}
-
-QString escapedBytes(const QByteArray &bytes)
-{
-    QString text;
-    for (const char byte : bytes)
-        text += escaped(byte);
-    return text;
-}
-
-bool obeyedByTerminals(QChar character)
-{
-    return character.category() == QChar::Other_Control || character == QChar::LineSeparator ||
-           character == QChar::ParagraphSeparator;
-}
-
-bool isContinuation(char byte)
-{
-    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
-}
-
-/// Length in bytes of the character at the position, or of the rubbish there.
-qsizetype characterLength(const QByteArray &bytes, qsizetype position)
-{
-    const bool isAscii = static_cast<unsigned char>(bytes[position]) < 0x80;
-    qsizetype end = position + 1;
-    while (!isAscii && end < bytes.size() && end - position < 4 && isContinuation(bytes[end]))
-        ++end;
-    return end - position;
-}
-
-} // namespace
-
 QString printable(const QByteArray &bytes)
 {
-    QString text;
-    for (qsizetype position = 0; position < bytes.size();) {
-        const QByteArray piece = bytes.mid(position, characterLength(bytes, position));
-        QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-        const QString character = decoder(piece);
-        const bool isRubbish = decoder.hasError() || character.isEmpty();
-        text += isRubbish || obeyedByTerminals(character[0]) ? escapedBytes(piece) : character;
-        position += piece.size();
-    }
-    return text;
+    return QString::fromStdString(foreign_text::printable(bytes.toStdString()));
 }
 
 Painter Painter::forFile(int fileDescriptor)

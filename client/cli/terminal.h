@@ -6,8 +6,7 @@
 
 namespace client::cli {
 
-/// Text that a terminal shows and does not obey: control characters, and bytes that are no UTF-8,
-/// come as \n, \t or \xNN.
+/// One line of text that a terminal shows and does not obey (foreign_text.h).
 QString printable(const QByteArray &bytes);
 
 enum class Colour { Name, Faint, Problem };

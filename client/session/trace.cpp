@@ -1,6 +1,7 @@
 #include "session/trace.h"
 
 #include "dm_status.h"
+#include "foreign_text.h"
 #include "secret_leaf.h"
 #include "session/authentication.h"
 #include "session/user_interaction.h"
@@ -187,9 +188,11 @@ private:
             m_xml.writeComment(u' ' + words + u' ');
     }
 
+    /// Only lines of the trace itself begin at its margin.
     static QString readable(const QByteArray &bytes)
     {
-        return QString::fromUtf8(syncml::fitsXml(bytes) ? bytes : bytes.toBase64());
+        const QByteArray text = syncml::fitsXml(bytes) ? bytes : bytes.toBase64();
+        return QString::fromUtf8(text).replace(u'\n', QStringLiteral("\n    "));
     }
 
     /// An unknown element's name comes from the server; from WBXML it could be any text.
@@ -229,6 +232,11 @@ QByteArray encodingName(const QByteArray &body)
     return *encoding == syncml::Encoding::Xml ? "XML" : "WBXML";
 }
 
+QByteArray printableLine(const QByteArray &text)
+{
+    return QByteArray::fromStdString(foreign_text::printable(text.toStdString()));
+}
+
 /// Line with an HMAC header, whose proof is masked.
 QByteArray hmacLine(const std::optional<QByteArray> &header)
 {
@@ -236,7 +244,8 @@ QByteArray hmacLine(const std::optional<QByteArray> &header)
         return {};
     const auto parsed = parseHmacHeader(*header);
     return QByteArray(hmacHeaderName) + ": username=\"" +
-           (parsed ? parsed->userName : QByteArray("?")) + "\", mac=" + secretMask + '\n';
+           (parsed ? printableLine(parsed->userName) : QByteArray("?")) + "\", mac=" + secretMask +
+           '\n';
 }
 
 bool asksForSecret(const Command &alert)
@@ -263,9 +272,10 @@ std::unique_ptr<TraceWriter> TraceWriter::open(const QString &file, QString &err
 
 void TraceWriter::messageSent(const TransportRequest &request, const syncml::Message &message)
 {
-    write("==> message " + message.header.msgId.toUtf8() + " to " + request.url.toEncoded() + ", " +
-          QByteArray::number(request.body.size()) + " bytes of " + encodingName(request.body) +
-          '\n' + hmacLine(request.hmac) + readableMessage(message, m_secretQuestions) + '\n');
+    write("==> message " + printableLine(message.header.msgId.toUtf8()) + " to " +
+          request.url.toEncoded() + ", " + QByteArray::number(request.body.size()) + " bytes of " +
+          encodingName(request.body) + '\n' + hmacLine(request.hmac) +
+          readableMessage(message, m_secretQuestions) + '\n');
 }
 
 void TraceWriter::messageReceived(const TransportResponse &response,
@@ -280,12 +290,13 @@ void TraceWriter::messageReceived(const TransportResponse &response,
                             encodingName(response.body) + '\n' + hmacLine(response.hmac);
     if (const auto *const fault = std::get_if<syncml::DecodeError>(decoded)) {
         // Secrets in it could not be told apart, so it is not shown.
-        write("<== unreadable answer" + from + size + fault->toString().toUtf8() + "\n\n");
+        write("<== unreadable answer" + from + size + printableLine(fault->toString().toUtf8()) +
+              "\n\n");
         return;
     }
     const auto &message = std::get<syncml::Message>(*decoded);
     rememberSecretQuestions(message.header.msgId, message.commands);
-    write("<== message " + message.header.msgId.toUtf8() + from + size +
+    write("<== message " + printableLine(message.header.msgId.toUtf8()) + from + size +
           readableMessage(message, m_secretQuestions) + '\n');
 }
 
@@ -301,12 +312,12 @@ void TraceWriter::rememberSecretQuestions(const QString &msgId,
 
 void TraceWriter::note(const QString &text)
 {
-    write("-- " + text.toUtf8() + "\n\n");
+    write("-- " + printableLine(text.toUtf8()) + "\n\n");
 }
 
 void TraceWriter::write(const QByteArray &text)
 {
-    m_file.write(text);
+    m_file.write(QByteArray::fromStdString(foreign_text::printableLines(text.toStdString())));
     m_file.flush();
 }
 

@@ -5,6 +5,7 @@
 
 #include <QFile>
 
+#include "foreign_text.h"
 #include "private_storage.h"
 #include "state_location.h"
 
@@ -18,7 +19,8 @@ QString getSettingDirectory()
             refusal = handset_state::makeFolder(settings);
         // Files in a folder that is refused are neither read nor written.
         if (refusal)
-            std::fprintf(stderr, "kubappbase: %s\n", refusal.text().c_str());
+            std::fprintf(stderr, "kubappbase: %s\n",
+                         foreign_text::printable(refusal.text()).c_str());
         return QFile::decodeName(settings.c_str()) + u'/';
     }();
     return directory;

@@ -12,6 +12,8 @@
 
 #include "private_storage.h"
 
+#include "foreign_text.h"
+
 namespace {
 
 /// Closes its file descriptor, which may be negative for none.
@@ -91,8 +93,8 @@ SettingsFile::SettingsFile(const QString &path) : m_path(QFile::encodeName(path)
 
 void SettingsFile::report(const char *action, const char *reason) const
 {
-    std::fprintf(stderr, "kubappbase: %s: cannot %s the settings file: %s\n", m_path.constData(),
-                 action, reason);
+    std::fprintf(stderr, "kubappbase: %s: cannot %s the settings file: %s\n",
+                 foreign_text::printable(m_path.toStdString()).c_str(), action, reason);
 }
 
 void SettingsFile::read()
@@ -118,7 +120,8 @@ void SettingsFile::read()
     m_damaged = parsed.skippedLines > 0;
     if (m_damaged) {
         std::fprintf(stderr, "kubappbase: %s: skipped %d malformed lines, the first is line %d\n",
-                     m_path.constData(), parsed.skippedLines, parsed.firstSkippedLine);
+                     foreign_text::printable(m_path.toStdString()).c_str(), parsed.skippedLines,
+                     parsed.firstSkippedLine);
     }
 }
 

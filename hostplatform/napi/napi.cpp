@@ -12,6 +12,7 @@
 #include <memory>
 #include <mutex>
 
+#include "foreign_text.h"
 #include "profile_name.h"
 #include "profile_store.h"
 #include "store_backend.h"
@@ -69,7 +70,7 @@ private:
         if (isOrdinaryAnswer || isTold)
             return;
         m_reported.set(result.status);
-        std::fprintf(stderr, "libnapi: %s\n", result.message.c_str());
+        std::fprintf(stderr, "libnapi: %s\n", foreign_text::printable(result.message).c_str());
     }
 
     std::mutex m_mutex;

@@ -2,43 +2,17 @@
 
 #include <algorithm>
 
+#include "foreign_text.h"
 #include "napi.h"
 
 namespace {
-
-bool isContinuation(std::string_view text, std::size_t index)
-{
-    return index < text.size() && (static_cast<unsigned char>(text[index]) & 0xC0U) == 0x80U;
-}
-
-/// @return the length of the UTF-8 sequence at the beginning of the text in bytes, 0 when it
-///         is none: overlong forms, surrogates and numbers above U+10FFFF are none.
-std::size_t utf8SequenceLength(std::string_view text)
-{
-    const auto lead = static_cast<unsigned char>(text[0]);
-    if (lead < 0x80U)
-        return 1;
-    if (lead < 0xC2U || !isContinuation(text, 1))
-        return 0;
-    if (lead < 0xE0U)
-        return 2;
-    const auto second = static_cast<unsigned char>(text[1]);
-    if (!isContinuation(text, 2) || (lead == 0xE0U && second < 0xA0U) ||
-        (lead == 0xEDU && second >= 0xA0U))
-        return 0;
-    if (lead < 0xF0U)
-        return 3;
-    if (lead > 0xF4U || !isContinuation(text, 3) || (lead == 0xF0U && second < 0x90U) ||
-        (lead == 0xF4U && second >= 0x90U))
-        return 0;
-    return 4;
-}
 
 std::string_view cutAtCharacter(std::string_view text, std::size_t size)
 {
     if (text.size() <= size)
         return text;
-    while (size > 0 && isContinuation(text, size))
+    const auto isContinuation = [](char byte) { return (byte & 0xC0) == 0x80; };
+    while (size > 0 && isContinuation(text[size]))
         --size;
     return text.substr(0, size);
 }
@@ -50,7 +24,7 @@ bool isNameText(std::string_view name)
     if (name.empty() || name.size() >= NAPI_NAME_SIZE || name.find('\0') != name.npos)
         return false;
     while (!name.empty()) {
-        const std::size_t length = utf8SequenceLength(name);
+        const std::size_t length = foreign_text::characterLength(name);
         if (length == 0)
             return false;
         name.remove_prefix(length);

@@ -1,12 +1,15 @@
 """What a file made to do harm may try, and what must hold."""
 
+import json
 import os
 import sqlite3
+import subprocess
 import unittest
 
 from sessions import SessionTest
 
-from handset import CONN, SECRET
+from handset import CONN, DMCLIENT, NAPICTL, PLUGIN, SECRET
+from hostile_text import HOSTILE, harmful_in
 
 REFUSED = 1
 
@@ -55,6 +58,52 @@ class SlashInAStoredNameTest(SessionTest):
         """napictl reaches the profile by the name under which it lists it."""
         self.handset.napictl("delete", self.name)
         self.assertNotIn("Evil", self.handset.napictl("list"))
+
+
+class HostileTextTest(SessionTest):
+    """Files and folders, and names and values in them, that would steer a terminal."""
+
+    def assert_harmless(self, *words, state=None, stdin=None):
+        environment = {**self.handset.environment(), "KUB_STATE_DIR": state or self.handset.state}
+        result = subprocess.run(words, env=environment, input=stdin, capture_output=True,
+                                timeout=120, check=False)
+        self.assertEqual(harmful_in(result.stdout + result.stderr), [], words)
+        return result
+
+    def test_import_of_hostile_names_and_values(self):
+        """napictl shows what it takes, and what it refuses, escaped."""
+        profile = {"name": HOSTILE, "gprs": {"address": HOSTILE}}
+        refused = ({"name": HOSTILE * 9}, {"name": HOSTILE, HOSTILE: 1}, {"name": HOSTILE + "/"},
+                   {"name": HOSTILE, "gprs": {HOSTILE: ""}}, {"name": HOSTILE, "gprs": HOSTILE})
+        for one in refused:
+            result = self.assert_harmless(NAPICTL, "import", "-", stdin=json.dumps(one).encode())
+            self.assertEqual(result.returncode, REFUSED, result.stderr)
+        self.assert_harmless(NAPICTL, "import", "-", stdin=json.dumps(profile).encode())
+        for words in (["list"], ["show", HOSTILE], ["show", "--json", HOSTILE], ["export"],
+                      ["check"], ["create", HOSTILE], ["set", HOSTILE, HOSTILE + "=1"],
+                      ["import", HOSTILE], [HOSTILE], ["list", "--" + HOSTILE]):
+            self.assert_harmless(NAPICTL, *words)
+        shown = json.loads(self.assert_harmless(NAPICTL, "show", "--json", HOSTILE).stdout)
+        self.assertEqual((shown["name"], shown["gprs"]["address"]), (HOSTILE, HOSTILE))
+
+    def test_files_and_folders_with_hostile_names(self):
+        """Errors of the programs and of the libraries beneath them name them escaped."""
+        folder = os.path.join(self.handset.home, HOSTILE)
+        missing = os.path.join(folder, "file")
+        dmclient = [DMCLIENT, "--plugin", PLUGIN]
+        for words in (["process", missing], ["get", HOSTILE], ["replace", HOSTILE, "x"], [HOSTILE],
+                      ["--" + HOSTILE], ["session", HOSTILE], ["session", "--ca", missing, "http://x/"],
+                      ["session", "--trace", missing, "http://x/"], ["account", "show", HOSTILE],
+                      ["account", "add", HOSTILE, HOSTILE]):
+            self.assert_harmless(*dmclient, *words)
+        self.assert_harmless(DMCLIENT, "--plugin", missing, "tree")
+        os.mkdir(folder, 0o700)
+        for file in ("profiles.db", "settings"):
+            with open(os.path.join(folder, file), "w", encoding="utf-8") as output:
+                output.write("rubbish\n" * 1000)
+        for words in ([NAPICTL, "list"], [*dmclient, "tree"]):
+            result = self.assert_harmless(*words, state=folder)
+            self.assertIn(b"31m", result.stderr)
 
 
 if __name__ == "__main__":

@@ -106,13 +106,36 @@ TEST_F(PluginLogTest, ALinkInItsPlaceIsNotFollowed)
     EXPECT_FALSE(QFile::exists(target));
 }
 
+TEST_F(PluginLogTest, LineBreaksInANameMakeNoNewLineOfTheFile)
+{
+    const auto log = PluginLog::toFile(path, error);
+    std::fprintf(libaplog_to_module_ptr, "(x:1)Leave: %s!\n",
+                 "a\n(x:2)Enter: b\r\xc2\x9b\x1b[2J\n");
+    EXPECT_EQ(contents(path), "(x:1)Leave: a\\n(x:2)Enter: b\\r\xc2\x9b\x1b[2J\\n!\n");
+}
+
 TEST_F(PluginLogTest, MessagesCanGoToStandardError)
 {
+    testing::internal::CaptureStderr();
     {
         const auto log = PluginLog::toStandardError();
-        EXPECT_EQ(libaplog_to_module_ptr, stderr);
+        std::fputs("(x:1)Leave: one\n", libaplog_to_module_ptr);
+        std::fputs("(x:2)Leave: two\n", libaplog_to_module_ptr);
     }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "(x:1)Leave: one\n(x:2)Leave: two\n");
     EXPECT_EQ(libaplog_to_module_ptr, nullptr);
+}
+
+TEST_F(PluginLogTest, NothingInAMessageSteersATerminal)
+{
+    testing::internal::CaptureStderr();
+    {
+        const auto log = PluginLog::toStandardError();
+        std::fprintf(libaplog_to_module_ptr, "(x:1)Leave: %s!\n",
+                     "a\n\x1b[2J\xc2\x9b\xe2\x80\xae\xff");
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "(x:1)Leave: a\\n\\x1b[2J\\xc2\\x9b\\xe2\\x80\\xae\\xff!\n");
 }
 
 } // namespace

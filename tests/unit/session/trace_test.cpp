@@ -178,6 +178,16 @@ TEST_P(Trace, OfUnknownCommandsIsStillXml)
     EXPECT_FALSE(reader.hasError()) << reader.errorString().toStdString();
 }
 
+TEST_P(Trace, ShowsNothingOfTheServersRaw)
+{
+    const QByteArray hostile = "a\xc2\x9b\xe2\x80\xae\x7f\n-- note\nb";
+    server.says(accepted() + get("2", {"./" + hostile}));
+    const std::string text = traced();
+    EXPECT_TRUE(contains(text, "a\\xc2\\x9b\\xe2\\x80\\xae\\x7f\n    -- note\n    b")) << text;
+    for (const char *raw : {"\xc2\x9b", "\xe2\x80\xae", "\x7f", "\n-- note"})
+        EXPECT_FALSE(contains(text, raw)) << text;
+}
+
 TEST_P(Trace, ThatCannotBeWrittenIsRefused)
 {
     QString error;
