@@ -34,6 +34,19 @@ QString shown(const QByteArray &text)
 
 } // namespace
 
+QString Principal::toDisplay() const
+{
+    switch (m_kind) {
+    case Kind::Owner:
+        return QStringLiteral("the owner");
+    case Kind::AnonymousServer:
+        return QStringLiteral("a server without an account");
+    case Kind::Server:
+        break;
+    }
+    return QString::fromUtf8(m_serverId);
+}
+
 QByteArray nameOf(Right right)
 {
     return rightNames[static_cast<std::size_t>(right)];
@@ -79,17 +92,20 @@ bool AccessControlList::isEmpty() const
     return std::ranges::all_of(m_servers, [](const auto &servers) { return servers.empty(); });
 }
 
-bool AccessControlList::permits(Right right, const QByteArray &server) const
+bool AccessControlList::permits(Right right, const Principal &principal) const
 {
+    if (principal.isOwner())
+        return true;
+    const std::optional<QByteArray> server = principal.serverId();
     return std::ranges::any_of(servers(right), [&server](const QByteArray &entry) {
-        return entry == everyServer || entry == server;
+        return entry == everyServer || (server && entry == *server);
     });
 }
 
 void AccessControlList::grant(Right right, const QByteArray &server)
 {
     std::vector<QByteArray> &servers = m_servers[index(right)];
-    if (permits(right, server))
+    if (permits(right, Principal::server(server)))
         return;
     if (server == everyServer)
         servers.clear();

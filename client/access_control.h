@@ -5,6 +5,7 @@
 #include <QString>
 #include <array>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace client {
@@ -13,18 +14,32 @@ namespace client {
 class Principal {
 public:
     /// The owner of the device, for whom no access control list counts.
-    static Principal owner() { return Principal(std::nullopt); }
-    /// A DM server that has proved to be the one of this Server Identifier.
-    static Principal server(const QByteArray &identifier) { return Principal(identifier); }
+    static Principal owner() { return Principal(Kind::Owner, {}); }
+    /// The DM server of this Server Identifier.
+    static Principal server(const QByteArray &identifier)
+    {
+        return Principal(Kind::Server, identifier);
+    }
+    /// A DM server without an account. It has the rights that a list gives to every server, and no
+    /// list can name it.
+    static Principal anonymousServer() { return Principal(Kind::AnonymousServer, {}); }
 
-    bool isOwner() const { return !m_server; }
-    /// Must not be called for the owner.
-    const QByteArray &server() const { return *m_server; }
+    bool isOwner() const { return m_kind == Kind::Owner; }
+    /// Server Identifier; none for the owner and for a server without an account.
+    std::optional<QByteArray> serverId() const
+    {
+        return m_kind == Kind::Server ? std::optional(m_serverId) : std::nullopt;
+    }
+    /// Who that is, for people.
+    QString toDisplay() const;
 
 private:
-    explicit Principal(std::optional<QByteArray> server) : m_server(std::move(server)) {}
+    enum class Kind { Owner, Server, AnonymousServer };
 
-    std::optional<QByteArray> m_server;
+    Principal(Kind kind, QByteArray serverId) : m_kind(kind), m_serverId(std::move(serverId)) {}
+
+    Kind m_kind;
+    QByteArray m_serverId;
 };
 
 /// What a list can permit, in the order in which a list is written.
@@ -46,7 +61,7 @@ public:
     static std::optional<AccessControlList> parse(const QByteArray &text, QString &error);
 
     bool isEmpty() const;
-    bool permits(Right right, const QByteArray &server) const;
+    bool permits(Right right, const Principal &principal) const;
     void grant(Right right, const QByteArray &server);
     /// The servers that have the right.
     const std::vector<QByteArray> &servers(Right right) const { return m_servers[index(right)]; }

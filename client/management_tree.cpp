@@ -396,7 +396,7 @@ std::map<QByteArray, DmtData> ManagementTree::leafValues(const TreeNode &interio
 
 bool ManagementTree::isReadable(const EffectiveAcl &acl) const
 {
-    return m_principal.isOwner() || acl.acl.permits(Right::Get, m_principal.server());
+    return acl.acl.permits(Right::Get, m_principal);
 }
 
 std::vector<ListedNode> ManagementTree::list(const TreeNode &start, Values values) const
@@ -492,18 +492,17 @@ ManagementTree::EffectiveAcl ManagementTree::effectiveAcl(const NodeUri &uri) co
 
 bool ManagementTree::isPermitted(Right right, const NodeUri &uri) const
 {
-    return m_principal.isOwner() || effectiveAcl(uri).acl.permits(right, m_principal.server());
+    return m_principal.isOwner() || effectiveAcl(uri).acl.permits(right, m_principal);
 }
 
 namespace {
 
-Outcome denied(const QByteArray &server, const QString &rule, const NodeUri &holder,
+Outcome denied(const Principal &principal, const QString &rule, const NodeUri &holder,
                const AccessControlList &acl)
 {
-    return {DmStatus::PermissionDenied,
-            QStringLiteral("%1 needs %2, and the ACL of %3 is \"%4\"")
-                .arg(QString::fromUtf8(server), rule, holder.toDisplay(),
-                     QString::fromUtf8(acl.toText()))};
+    return {DmStatus::PermissionDenied, QStringLiteral("%1 needs %2, and the ACL of %3 is \"%4\"")
+                                            .arg(principal.toDisplay(), rule, holder.toDisplay(),
+                                                 QString::fromUtf8(acl.toText()))};
 }
 
 QString rightOn(Right right, const NodeUri &uri)
@@ -518,7 +517,7 @@ Outcome ManagementTree::permit(Right right, const NodeUri &uri) const
     if (isPermitted(right, uri))
         return {};
     const EffectiveAcl acl = effectiveAcl(uri);
-    return denied(m_principal.server(), rightOn(right, uri), acl.holder, acl.acl);
+    return denied(m_principal, rightOn(right, uri), acl.holder, acl.acl);
 }
 
 /// The list of a leaf belongs to its parent, that of an interior node to itself and its parent.
@@ -533,21 +532,24 @@ Outcome ManagementTree::permitAclChange(const TreeNode &node) const
     if (isPermitted(Right::Replace, uri) || isPermitted(Right::Replace, uri.parent()))
         return {};
     const EffectiveAcl acl = effectiveAcl(uri);
-    return denied(m_principal.server(),
+    return denied(m_principal,
                   QStringLiteral("%1 or on its parent").arg(rightOn(Right::Replace, uri)),
                   acl.holder, acl.acl);
 }
 
 std::optional<AccessControlList> ManagementTree::aclForNewInterior(const TreeNode &parent) const
 {
-    if (isPermitted(Right::Replace, parent.uri()))
+    // No list can name a server without an account: what it adds belongs to it no more than to any
+    // other.
+    const std::optional<QByteArray> creator = m_principal.serverId();
+    if (!creator || isPermitted(Right::Replace, parent.uri()))
         return std::nullopt;
     const EffectiveAcl inherited = effectiveAcl(parent.uri());
     AccessControlList acl;
     for (const QByteArray &server : inherited.acl.servers(Right::Get))
         acl.grant(Right::Get, server);
     for (const Right right : {Right::Add, Right::Delete, Right::Get, Right::Replace})
-        acl.grant(right, m_principal.server());
+        acl.grant(right, *creator);
     return acl;
 }
 

@@ -77,18 +77,28 @@ TEST(AccessControlListTest, SaysWhatIsMalformedInIt)
 TEST(AccessControlListTest, PermitsEachRightToItsServersOnly)
 {
     const AccessControlList list = parsed("Add=a&Get=*&Replace=a+b");
-    EXPECT_TRUE(list.permits(Right::Add, "a"));
-    EXPECT_FALSE(list.permits(Right::Add, "b"));
-    EXPECT_TRUE(list.permits(Right::Replace, "b"));
-    EXPECT_TRUE(list.permits(Right::Get, "anybody"));
-    EXPECT_FALSE(list.permits(Right::Delete, "a"));
-    EXPECT_FALSE(list.permits(Right::Exec, "a"));
-    EXPECT_FALSE(list.permits(Right::Replace, "A"));
+    EXPECT_TRUE(list.permits(Right::Add, Principal::server("a")));
+    EXPECT_FALSE(list.permits(Right::Add, Principal::server("b")));
+    EXPECT_TRUE(list.permits(Right::Replace, Principal::server("b")));
+    EXPECT_TRUE(list.permits(Right::Get, Principal::server("anybody")));
+    EXPECT_FALSE(list.permits(Right::Delete, Principal::server("a")));
+    EXPECT_FALSE(list.permits(Right::Exec, Principal::server("a")));
+    EXPECT_FALSE(list.permits(Right::Replace, Principal::server("A")));
+}
+
+TEST(AccessControlListTest, AServerWithoutAnAccountHasTheRightsOfEveryServerOnly)
+{
+    const AccessControlList list = parsed("Add=a&Get=*");
+    EXPECT_TRUE(list.permits(Right::Get, Principal::anonymousServer()));
+    EXPECT_FALSE(list.permits(Right::Add, Principal::anonymousServer()));
+    AccessControlList nameless;
+    nameless.grant(Right::Add, "");
+    EXPECT_FALSE(nameless.permits(Right::Add, Principal::anonymousServer()));
 }
 
 TEST(AccessControlListTest, AServerCalledLikeEveryServerHasNoMoreThanItWasGiven)
 {
-    EXPECT_FALSE(parsed("Get=a").permits(Right::Get, "*"));
+    EXPECT_FALSE(parsed("Get=a").permits(Right::Get, Principal::server("*")));
     EXPECT_FALSE(isServerIdentifier("*"));
     EXPECT_FALSE(isServerIdentifier(""));
     EXPECT_TRUE(isServerIdentifier("www.example.com"));

@@ -286,6 +286,18 @@ TEST_F(AccessRightsTest, ACreatorThatLacksReplaceOnTheParentRulesItsNewInteriorN
     EXPECT_EQ(code(tree.remove(profile("New"))), 200);
 }
 
+TEST_F(AccessRightsTest, ACreatorWithoutAnAccountGetsNothingThatAnotherWouldNotHave)
+{
+    setAcl("", "Add=*&Get=A");
+    tree.setPrincipal(Principal::anonymousServer());
+    EXPECT_EQ(add("New", "node"), 200);
+    EXPECT_EQ(aclOf("New"), "");
+    EXPECT_EQ(add("New/Addr"), 200);
+    EXPECT_EQ(replace("New/Addr"), 425);
+    EXPECT_EQ(get("New/Addr"), 425);
+    EXPECT_EQ(code(tree.remove(profile("New"))), 425);
+}
+
 TEST_F(AccessRightsTest, EverybodyKeepsGetOnANewNodeWhereEverybodyHadIt)
 {
     setAcl("", "Add=*&Get=*");
