@@ -85,7 +85,9 @@ bool DmDevice::mountRoots(QString &error)
                        .profileAcl = *AccessControlList::parse(profileAcl, malformed),
                        .profileNumbers = [&root] { return readProfileNumbers(root.mapping); }});
     }
-    m_tree->mount(mountPoint(accountTreeRoot), makeAccountTree(*m_accounts));
+    m_tree->mount(mountPoint(accountTreeRoot), makeAccountTree(*m_accounts, [tree = m_tree.get()] {
+                      return tree->principal().isOwner();
+                  }));
     return true;
 }
 

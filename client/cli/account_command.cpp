@@ -112,9 +112,12 @@ ExitStatus put(Context &context, const Invocation &invocation, Account account)
     if (!canBeAccountName(invocation.arguments[1], error) ||
         !setFields(account, invocation.arguments.mid(2), error))
         return problem(context, error);
-    return context.device->putAccount(invocation.arguments[1], account, error)
-               ? ExitStatus::Success
-               : notKept(context, error);
+    if (!context.device->putAccount(invocation.arguments[1], account, error))
+        return notKept(context, error);
+    if (sendsPasswordsInClear(account))
+        context.output.problem(QStringLiteral("account: warning: with http and basic the password "
+                                              "goes over the network as it is"));
+    return ExitStatus::Success;
 }
 
 ExitStatus add(Context &context, const Invocation &invocation)

@@ -3,6 +3,7 @@
 #include "node_value.h"
 
 #include <QString>
+#include <utility>
 
 namespace client {
 
@@ -130,8 +131,10 @@ public:
 
 class AccountLeaf final : public DmtPluginNode {
 public:
-    AccountLeaf(AccountStore &store, QString account, Side side, const LeafRow &row)
-        : m_store(store), m_account(std::move(account)), m_side(side), m_row(row)
+    AccountLeaf(AccountStore &store, const std::function<bool()> &isOwnersTurn, QString account,
+                Side side, const LeafRow &row)
+        : m_store(store), m_isOwnersTurn(isOwnersTurn), m_account(std::move(account)), m_side(side),
+          m_row(row)
     {
     }
 
@@ -150,6 +153,8 @@ public:
         Account changed = *stored;
         if (value.GetType() != m_row.type || !m_row.set(changed, m_side, bytesOf(value)))
             return DMT_UNSUPPORTED_FORMAT;
+        if (!m_isOwnersTurn() && isWeaker(changed, *stored))
+            return DMT_NOT_ALLOWED;
         QString error;
         if (!m_store.put(m_account, changed, error))
             return dataStoreFailure;
@@ -160,6 +165,7 @@ public:
 
 private:
     AccountStore &m_store;
+    std::function<bool()> m_isOwnersTurn;
     QString m_account;
     Side m_side;
     const LeafRow &m_row;
@@ -167,7 +173,10 @@ private:
 
 class AccountTree final : public DmtPluginTree {
 public:
-    explicit AccountTree(AccountStore &store) : m_store(store) {}
+    AccountTree(AccountStore &store, std::function<bool()> isOwnersTurn)
+        : m_store(store), m_isOwnersTurn(std::move(isOwnersTurn))
+    {
+    }
 
     void fill()
     {
@@ -213,7 +222,7 @@ private:
     void addLeaf(const QByteArray &parent, const QString &name, const Account &account, Side side,
                  const LeafRow &row)
     {
-        auto *const node = new AccountLeaf(m_store, name, side, row);
+        auto *const node = new AccountLeaf(m_store, m_isOwnersTurn, name, side, row);
         const JemSmartPtr<DmtNode> holder(node);
         const QByteArray path = parent + '/' + row.path;
         node->Init(JemSmartPtr<DmtPluginTree>(this), path.constData(),
@@ -230,13 +239,14 @@ private:
     }
 
     AccountStore &m_store;
+    std::function<bool()> m_isOwnersTurn;
 };
 
 } // namespace
 
-JemSmartPtr<DmtTree> makeAccountTree(AccountStore &store)
+JemSmartPtr<DmtTree> makeAccountTree(AccountStore &store, std::function<bool()> isOwnersTurn)
 {
-    auto *const tree = new AccountTree(store);
+    auto *const tree = new AccountTree(store, std::move(isOwnersTurn));
     const JemSmartPtr<DmtTree> holder(tree);
     tree->fill();
     return holder;

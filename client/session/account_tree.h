@@ -4,6 +4,8 @@
 #include "dmnative/dmt_tree.h"
 #include "session/accounts.h"
 
+#include <functional>
+
 namespace client {
 
 /// Where the tree is mounted.
@@ -27,9 +29,11 @@ inline constexpr char accountTreeRoot[] = "./DMAcc";
 /// no node beneath AppAuth.
 ///
 /// A replaced value is written to the store at once and used from the next session on. One that the
-/// account cannot have is refused with 415; 510 when the store cannot be written.
+/// account cannot have is refused with 415, and one by which a server would weaken the account (see
+/// isWeaker) with 405; 510 when the store cannot be written.
 ///
-/// @param store  has to outlive the tree
-JemSmartPtr<DmtTree> makeAccountTree(AccountStore &store);
+/// @param store         has to outlive the tree
+/// @param isOwnersTurn  says on each change whether it is the owner of the device who makes it
+JemSmartPtr<DmtTree> makeAccountTree(AccountStore &store, std::function<bool()> isOwnersTurn);
 
 } // namespace client

@@ -191,6 +191,20 @@ bool isComplete(const Account &account, QString &error)
     return true;
 }
 
+bool isWeaker(const Account &changed, const Account &account)
+{
+    const auto usesTls = [](const Account &one) { return one.address.scheme() == u"https"; };
+    return (usesTls(account) && !usesTls(changed)) ||
+           changed.toServer.type < account.toServer.type ||
+           changed.toClient.type < account.toClient.type;
+}
+
+bool sendsPasswordsInClear(const Account &account)
+{
+    return account.address.scheme() == u"http" &&
+           (account.toServer.type == AuthType::Basic || account.toClient.type == AuthType::Basic);
+}
+
 // ---- The file ------------------------------------------------------------------------------------
 
 namespace {

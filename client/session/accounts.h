@@ -28,7 +28,7 @@ struct Credentials {
 /// One DM account.
 struct Account {
     QUrl address;         ///< http or https, where a session begins
-    QByteArray serverId;  ///< Server Identifier: what access rights are given to
+    QByteArray serverId;  ///< Server Identifier: what access rights are given to; empty: nobody's
     QByteArray title;     ///< for people
     Credentials toServer; ///< what the client proves itself with
     Credentials toClient; ///< what the server proves itself with; None: nothing is asked of it
@@ -61,6 +61,11 @@ bool isComplete(const Account &account, QString &error);
 /// "." nor "..", nor "*", without slashes and control characters.
 /// @return false with the reason in error
 bool canBeAccountName(const QString &name, QString &error);
+/// Whether the changed account would give away what the account keeps: it leaves https, or one of
+/// its sides proves itself by a weaker kind.
+bool isWeaker(const Account &changed, const Account &account);
+/// Whether the passwords of the account go over the network as they are.
+bool sendsPasswordsInClear(const Account &account);
 
 /// The accounts of one device in a file that only its owner can read.
 class AccountStore {

@@ -12,6 +12,7 @@
 
 namespace client {
 
+/// From the weakest to the strongest.
 enum class AuthType { None, Basic, Md5, Hmac };
 
 /// The type's name in Meta Type of credentials and challenges: "syncml:auth-md5"; empty for None.

@@ -105,7 +105,7 @@ class DescriptionTest(DmclientTest):
             self.assertEqual(self.succeed("ddf", plugin="/nonexistent"), file.read())
 
     def test_it_says_of_every_mounted_node_what_the_node_is(self):
-        self.succeed("account", "add", "one", "address=http://dm.example/", "server-id=dm.example",
+        self.succeed("account", "add", "one", "address=https://dm.example/", "server-id=dm.example",
                      "client-auth=basic", "client-name=c", "client-secret=s", "server-auth=md5",
                      "server-name=s", "server-secret=s")
         compared = 0

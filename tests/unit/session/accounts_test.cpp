@@ -220,7 +220,11 @@ protected:
     AccountNodesTest() : accounts(store())
     {
         EXPECT_TRUE(accounts.put(QStringLiteral("Op"), account, error));
-        tree.mount(uri(accountTreeRoot), makeAccountTree(accounts));
+        tree.mount(uri(accountTreeRoot), makeAccountTree(accounts, isOwnersTurn()));
+    }
+    std::function<bool()> isOwnersTurn()
+    {
+        return [this] { return tree.principal().isOwner(); };
     }
     std::string value(const char *path) const { return read(uri(path)); }
     int replace(const char *path, const char *data)
@@ -260,7 +264,7 @@ TEST_F(AccountNodesTest, SecretsCannotBeRead)
 
 TEST_F(AccountNodesTest, NodesGiveNoSecretToAnybody)
 {
-    const JemSmartPtr<DmtTree> nodes = makeAccountTree(accounts);
+    const JemSmartPtr<DmtTree> nodes = makeAccountTree(accounts, isOwnersTurn());
     for (const char *const leaf : {"Op/AppAuth/1/AAuthSecret", "Op/AppAuth/1/AAuthData"}) {
         JemSmartPtr<DmtNode> node;
         ASSERT_EQ(nodes->GetNode(leaf, node), DMT_OK);
@@ -288,7 +292,7 @@ TEST_F(AccountNodesTest, SideThatProvesNothingHasNoNode)
     account.toClient.type = AuthType::None;
     ASSERT_TRUE(accounts.put(QStringLiteral("Half"), account, error));
     ManagementTree other(describeHost("x"));
-    const JemSmartPtr<DmtTree> nodes = makeAccountTree(accounts);
+    const JemSmartPtr<DmtTree> nodes = makeAccountTree(accounts, isOwnersTurn());
     other.mount(uri(accountTreeRoot), nodes);
     EXPECT_TRUE(other.find(uri("./DMAcc/Half/AppAuth/1")));
     EXPECT_FALSE(other.find(uri("./DMAcc/Half/AppAuth/2")));
@@ -324,6 +328,43 @@ TEST_F(AccountNodesTest, ValuesThatAnAccountCannotHaveAreRefused)
     EXPECT_EQ(replace("./DMAcc/Op/AppAuth/2/AAuthName", "a:b"), 415);
     EXPECT_EQ(stored(), before);
     EXPECT_EQ(value("./DMAcc/Op/AppAddr/1/Addr"), "https://dm.example/server");
+}
+
+TEST_F(AccountNodesTest, ServerCannotWeakenItsAccount)
+{
+    account.toServer.type = AuthType::Hmac;
+    ASSERT_TRUE(accounts.put(QStringLiteral("Op"), account, error));
+    const Account before = stored();
+    const ActingFor server(tree, Principal::server("dm.example"));
+    EXPECT_EQ(replace("./DMAcc/Op/AppAddr/1/Addr", "http://dm.example/server"), 405);
+    for (const char *const weaker : {"DIGEST", "BASIC"}) {
+        EXPECT_EQ(replace("./DMAcc/Op/AAuthPref", weaker), 405);
+        EXPECT_EQ(replace("./DMAcc/Op/AppAuth/1/AAuthType", weaker), 405);
+        EXPECT_EQ(replace("./DMAcc/Op/AppAuth/2/AAuthType", weaker), 405);
+    }
+    EXPECT_EQ(stored(), before);
+    EXPECT_EQ(value("./DMAcc/Op/AppAddr/1/Addr"), "https://dm.example/server");
+    EXPECT_EQ(replace("./DMAcc/Op/AppAddr/1/Addr", "https://other.example/"), 200);
+    EXPECT_EQ(replace("./DMAcc/Op/AAuthPref", "HMAC"), 200);
+}
+
+TEST_F(AccountNodesTest, ServerCanStrengthenItsAccount)
+{
+    account.address = QUrl(QStringLiteral("http://dm.example/"));
+    account.toClient.type = AuthType::Basic;
+    ASSERT_TRUE(accounts.put(QStringLiteral("Op"), account, error));
+    const ActingFor server(tree, Principal::server("dm.example"));
+    EXPECT_EQ(replace("./DMAcc/Op/AppAddr/1/Addr", "https://dm.example/"), 200);
+    EXPECT_EQ(replace("./DMAcc/Op/AppAuth/2/AAuthType", "DIGEST"), 200);
+    EXPECT_EQ(replace("./DMAcc/Op/AppAuth/1/AAuthType", "HMAC"), 200);
+    EXPECT_EQ(replace("./DMAcc/Op/AppAuth/1/AAuthType", "DIGEST"), 405) << "not back again";
+}
+
+TEST_F(AccountNodesTest, OwnerCanWeakenAnAccount)
+{
+    EXPECT_EQ(replace("./DMAcc/Op/AppAddr/1/Addr", "http://dm.example/"), 200);
+    EXPECT_EQ(replace("./DMAcc/Op/AAuthPref", "BASIC"), 200);
+    EXPECT_EQ(replace("./DMAcc/Op/AppAuth/2/AAuthType", "BASIC"), 200);
 }
 
 TEST_F(AccountNodesTest, WhatMakesTheAccountStays)
