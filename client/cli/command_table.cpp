@@ -29,11 +29,13 @@ constexpr OptionRow sessionOptions[] = {
     {"encoding", OptionValue::Text, "ENCODING", "xml or wbxml: encoding of the first message"},
     {"ca", OptionValue::Text, "FILE", "PEM certificates to trust in place of the system's"},
     {"timeout", OptionValue::Text, "SECONDS", "how long the server may take for one answer"},
+    {"session-timeout", OptionValue::Text, "SECONDS", "how long the whole session may take"},
     {"max-msg-size", OptionValue::Text, "BYTES", "largest message, as announced to the server"},
     {"max-obj-size", OptionValue::Text, "BYTES", "largest object, as announced to the server"},
     {"event", OptionValue::Text, "TYPE=TEXT", "report a client event (Alert 1224)"},
     {"generic-alert", OptionValue::Text, "TYPE=TEXT", "report a generic alert (1226)"},
-    {"trace", OptionValue::Text, "FILE", "write every message to a file, secrets masked"},
+    {"trace", OptionValue::Text, "FILE",
+     "write every message to a file (- is standard output), secrets masked"},
     {"json", OptionValue::None, nullptr, "print one JSON object a command"},
 };
 constexpr OptionRow accountOptions[] = {

@@ -10,7 +10,7 @@ enum class ExitStatus : int {
     CommandRefused = 1, ///< a DM command was answered with 4xx or 5xx
     WrongUsage = 2,     ///< the command line, a line of the shell, or an input file is wrong
     Unusable = 3,       ///< the plug-in, the state directory or standard output cannot be used, or
-                        ///< something is not kept that should be
+                        ///< something is not kept that should be, such as a trace
     SessionFailed = 4,  ///< a session with a DM server was aborted or failed
 };
 

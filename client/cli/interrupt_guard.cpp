@@ -11,29 +11,43 @@ namespace {
 volatile std::sig_atomic_t interrupted = 0;
 volatile std::sig_atomic_t interruptFile = -1;
 
-void noteInterrupt(int)
+} // namespace
+
+void InterruptGuard::noteSignal(int)
 {
     const int errorBefore = errno;
+    // The next one, whichever it is, finds no handler any more.
+    for (const int number : watchedSignals) {
+        struct sigaction action {};
+        ::sigaction(number, nullptr, &action);
+        if (action.sa_handler != noteSignal)
+            continue;
+        action.sa_handler = SIG_DFL;
+        ::sigaction(number, &action, nullptr);
+    }
     interrupted = 1;
     ::eventfd_write(interruptFile, 1);
     errno = errorBefore;
 }
 
-} // namespace
-
 InterruptGuard::InterruptGuard() : m_file(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     interrupted = 0;
     interruptFile = m_file;
-    struct sigaction action {};
-    action.sa_handler = noteInterrupt;
-    action.sa_flags = static_cast<int>(SA_RESETHAND);
-    ::sigaction(SIGINT, &action, &m_before);
+    for (std::size_t i = 0; i < watchedSignals.size(); ++i) {
+        ::sigaction(watchedSignals[i], nullptr, &m_before[i]);
+        if (watchedSignals[i] == SIGHUP && m_before[i].sa_handler == SIG_IGN)
+            continue;
+        struct sigaction action {};
+        action.sa_handler = noteSignal;
+        ::sigaction(watchedSignals[i], &action, nullptr);
+    }
 }
 
 InterruptGuard::~InterruptGuard()
 {
-    ::sigaction(SIGINT, &m_before, nullptr);
+    for (std::size_t i = 0; i < watchedSignals.size(); ++i)
+        ::sigaction(watchedSignals[i], &m_before[i], nullptr);
     interruptFile = -1;
     if (m_file >= 0)
         ::close(m_file);

@@ -1,12 +1,14 @@
-// Ctrl-C during a session.
+// What asks the program to end during a session: Ctrl-C, SIGTERM and SIGHUP.
 #pragma once
 
+#include <array>
 #include <csignal>
 
 namespace client::cli {
 
-/// While it lives the first Ctrl-C ends the session in good order. The second one ends the program.
-/// There is one at a time.
+/// While it lives the first SIGINT, SIGTERM or SIGHUP ends the session in good order. The second
+/// one ends the program. A SIGHUP that the program was started to ignore stays ignored. There is
+/// one guard at a time.
 class InterruptGuard {
 public:
     InterruptGuard();
@@ -15,14 +17,18 @@ public:
     InterruptGuard &operator=(const InterruptGuard &) = delete;
 
     static bool wasInterrupted();
-    /// A file that can be read from the first Ctrl-C on, so that a wait for it and for input misses
+    /// A file that can be read from the first signal on, so that a wait for it and for input misses
     /// none, whenever the signal comes and whichever thread gets it. -1 when there is no such file;
     /// it belongs to the guard.
     int file() const { return m_file; }
 
 private:
+    static constexpr std::array watchedSignals = {SIGINT, SIGTERM, SIGHUP};
+
+    static void noteSignal(int number);
+
     int m_file;
-    struct sigaction m_before {};
+    std::array<struct sigaction, watchedSignals.size()> m_before{};
 };
 
 } // namespace client::cli

@@ -8,6 +8,8 @@
 #include "session/http_transport.h"
 #include "session/trace.h"
 
+#include <chrono>
+#include <limits>
 #include <memory>
 #include <unistd.h>
 
@@ -23,19 +25,33 @@ bool wrong(QString &error, const QString &problem)
     return false;
 }
 
-/// A positive whole number; leaves the field alone when the option is not there.
+/// A whole number from 1 to the largest; leaves the field alone when the option is not there.
 template <class Number>
-bool readNumber(const Invocation &invocation, const char *option, Number &field, QString &error)
+bool readNumber(const Invocation &invocation, const char *option, int largest, Number &field,
+                QString &error)
 {
     if (!invocation.has(option))
         return true;
     const QString text = invocation.options[QString::fromLatin1(option)];
     bool isNumber = false;
     const int number = text.toInt(&isNumber);
-    if (!isNumber || number < 1)
-        return wrong(error, QStringLiteral("--%1 wants a positive number instead of \"%2\"")
-                                .arg(QString::fromLatin1(option), text));
+    if (!isNumber || number < 1 || number > largest)
+        return wrong(error, QStringLiteral("--%1 wants a number from 1 to %2 instead of \"%3\"")
+                                .arg(QString::fromLatin1(option))
+                                .arg(largest)
+                                .arg(text));
     field = number;
+    return true;
+}
+
+bool readSeconds(const Invocation &invocation, const char *option, std::chrono::milliseconds &field,
+                 QString &error)
+{
+    constexpr std::chrono::seconds longest = std::chrono::hours(24);
+    auto seconds = std::chrono::duration_cast<std::chrono::seconds>(field).count();
+    if (!readNumber(invocation, option, longest.count(), seconds, error))
+        return false;
+    field = std::chrono::seconds(seconds);
     return true;
 }
 
@@ -74,17 +90,18 @@ bool readSettings(const Invocation &invocation, Settings &settings, QString &err
 {
     using Kind = ClientEvent::Kind;
     SessionOptions &session = settings.session;
-    int seconds = static_cast<int>(
-        std::chrono::duration_cast<std::chrono::seconds>(settings.transport.timeLimit).count());
+    constexpr int anyNumber = std::numeric_limits<int>::max();
     if (!readEncoding(invocation, session.encoding, error) ||
-        !readNumber(invocation, "max-msg-size", session.maxMessageBytes, error) ||
-        !readNumber(invocation, "max-obj-size", session.maxObjectBytes, error) ||
-        !readNumber(invocation, "timeout", seconds, error) ||
+        !readNumber(invocation, "max-msg-size", anyNumber, session.maxMessageBytes, error) ||
+        !readNumber(invocation, "max-obj-size", anyNumber, session.maxObjectBytes, error) ||
+        !readSeconds(invocation, "timeout", settings.transport.timeLimit, error) ||
+        !readSeconds(invocation, "session-timeout", session.timeLimit, error) ||
         !readEvent(invocation, "event", Kind::ClientEvent, session.events, error) ||
         !readEvent(invocation, "generic-alert", Kind::GenericAlert, session.events, error))
         return false;
-    settings.transport.timeLimit = std::chrono::seconds(seconds);
     settings.transport.authoritiesFile = invocation.options[QStringLiteral("ca")];
+    if (invocation.has("json") && invocation.options.value(QStringLiteral("trace")) == u"-")
+        return wrong(error, QStringLiteral("--json and --trace - cannot share standard output"));
     return true;
 }
 
@@ -94,6 +111,19 @@ struct Server {
     std::optional<QString> accountName; ///< none for a server without an account
     Account account;
 };
+
+/// The account whose server is on the same machine.
+std::optional<QString> accountOnHost(const AccountStore &accounts, const QUrl &url)
+{
+    const auto hostOf = [](const QUrl &address) {
+        const QString host = address.host().toLower();
+        return host.endsWith(u'.') ? host.chopped(1) : host;
+    };
+    for (const auto &[name, account] : accounts.accounts())
+        if (hostOf(account.address) == hostOf(url))
+            return name;
+    return std::nullopt;
+}
 
 bool findServer(const AccountStore &accounts, const QString &word, Server &server, QString &error)
 {
@@ -107,31 +137,42 @@ bool findServer(const AccountStore &accounts, const QString &word, Server &serve
     QString reason;
     if (!accountField(QStringLiteral("address"))->set(server.account, word, reason))
         return wrong(error, QStringLiteral("\"%1\" is no account and %2").arg(word, reason));
-    // Without an account nobody has said who the server is, so its address has to do.
-    server.account.serverId = url.host().toUtf8();
+    // Whoever answers there would not have to prove that it is the account's server.
+    if (const auto name = accountOnHost(accounts, server.account.address))
+        return wrong(error, QStringLiteral("%1 is on the host of the account %2 (%3); name the "
+                                           "account, or give it that address")
+                                .arg(word, *name, accounts.find(*name)->address.toString()));
     return true;
 }
 
-/// Keeps the nonces that a session has brought; one that the server has written into the account
-/// meanwhile is newer.
-/// @return false when they could not be kept, which is reported
-bool keepNonces(AccountStore &accounts, const Server &server, const Session &session,
-                SessionReport &report)
-{
-    if (!server.accountName)
-        return true;
-    Account account = *accounts.find(*server.accountName);
-    if (account.toServer.nonce == server.account.toServer.nonce)
-        account.toServer.nonce = session.nonceToServer();
-    if (account.toClient.nonce == server.account.toClient.nonce)
-        account.toClient.nonce = session.nonceToClient();
-    QString error;
-    if (account == *accounts.find(*server.accountName) ||
-        accounts.put(*server.accountName, account, error))
-        return true;
-    report.note(QStringLiteral("the nonces for the next session are not kept: %1").arg(error));
-    return false;
-}
+/// Keeps the nonces of a session in its account. One that the server has written into the account
+/// meanwhile is newer and stays.
+class NonceKeeper {
+public:
+    NonceKeeper(AccountStore &accounts, const Server &server)
+        : m_accounts(accounts), m_name(server.accountName), m_kept{server.account.toServer.nonce,
+                                                                   server.account.toClient.nonce}
+    {
+    }
+
+    bool keep(const Nonces &nonces, QString &error)
+    {
+        const Account *const stored = m_name ? m_accounts.find(*m_name) : nullptr;
+        if (!stored)
+            return true;
+        Account account = *stored;
+        if (account.toServer.nonce == m_kept.toServer)
+            account.toServer.nonce = m_kept.toServer = nonces.toServer;
+        if (account.toClient.nonce == m_kept.toClient)
+            account.toClient.nonce = m_kept.toClient = nonces.toClient;
+        return account == *stored || m_accounts.put(*m_name, account, error);
+    }
+
+private:
+    AccountStore &m_accounts;
+    std::optional<QString> m_name;
+    Nonces m_kept; ///< as the session knows them
+};
 
 /// Keeps the properties that a message has changed before the next one is sent.
 class PropertyKeeper final : public SessionObserver {
@@ -176,6 +217,8 @@ ExitStatus runSession(Context &context, const Invocation &invocation)
     std::unique_ptr<TraceWriter> trace;
     if (invocation.has("trace"))
         trace = TraceWriter::open(invocation.options[QStringLiteral("trace")], error);
+    const InterruptGuard guard;
+    settings.transport.interruptFile = guard.file();
     const auto transport = HttpTransport::create(settings.transport, error);
     if (!error.isEmpty()) {
         context.output.problem(QStringLiteral("session: %1").arg(error));
@@ -194,15 +237,21 @@ ExitStatus runSession(Context &context, const Invocation &invocation)
 
     const bool hasUser =
         ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO) && !invocation.has("json");
-    const InterruptGuard guard;
     settings.session.isAbortRequested = &InterruptGuard::wasInterrupted;
+    NonceKeeper nonces(accounts, server);
+    settings.session.keepNonces = [&nonces](const Nonces &changed, QString &problem) {
+        return nonces.keep(changed, problem);
+    };
     TerminalUser user(STDIN_FILENO, STDOUT_FILENO, guard.file());
     Session session(server.account, context.device->tree(), *transport, hasUser ? &user : nullptr,
                     observers, settings.session);
     const SessionEnd end = session.run();
-    const bool isKept = keepNonces(accounts, server, session, *report);
     report->ended(end);
-    return isKept ? exitStatusOf(end) : worse(exitStatusOf(end), ExitStatus::Unusable);
+    if (!trace || trace->lossReason().isNull())
+        return exitStatusOf(end);
+    context.output.problem(
+        QStringLiteral("session: the trace has gaps: %1").arg(trace->lossReason()));
+    return worse(exitStatusOf(end), ExitStatus::Unusable);
 }
 
 } // namespace client::cli

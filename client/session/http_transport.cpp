@@ -6,11 +6,14 @@
 #include <QFile>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QSocketNotifier>
 #include <QSslCertificate>
 #include <QSslError>
 #include <QStringList>
 #include <QTimer>
 #include <algorithm>
+#include <functional>
+#include <optional>
 #include <span>
 
 namespace client {
@@ -52,26 +55,83 @@ std::unique_ptr<HttpTransport> HttpTransport::create(const Options &options, QSt
 
 // ---- One exchange --------------------------------------------------------------------------------
 
+/// Ends an exchange before the server does: when its time is over, or when somebody interrupts it.
+class ExchangeCutoff {
+public:
+    ExchangeCutoff(std::chrono::milliseconds timeLimit, int interruptFile)
+    {
+        QObject::connect(&m_timer, &QTimer::timeout, &m_timer, [this] {
+            m_isOverTime = true;
+            cut(QStringLiteral("no answer in the time that was left"));
+        });
+        if (timeLimit > std::chrono::milliseconds::zero())
+            m_timer.start(timeLimit);
+        if (interruptFile < 0)
+            return;
+        m_interrupt.emplace(interruptFile, QSocketNotifier::Read);
+        QObject::connect(&*m_interrupt, &QSocketNotifier::activated, &*m_interrupt,
+                         [this] { cut(QStringLiteral("interrupted")); });
+    }
+
+    bool isOver() const { return !m_reason.isEmpty(); }
+    TransportError error(const QUrl &url) const
+    {
+        TransportError error = problem(url, m_reason);
+        error.isOverTime = m_isOverTime;
+        return error;
+    }
+
+    /// Runs the loop until somebody quits it, or until the end of the exchange, which is told.
+    void run(QEventLoop &loop, std::function<void()> onEnd)
+    {
+        m_onEnd = std::move(onEnd);
+        if (!isOver())
+            loop.exec();
+        m_onEnd = nullptr;
+    }
+
+private:
+    void cut(const QString &reason)
+    {
+        m_timer.stop();
+        if (m_interrupt)
+            m_interrupt->setEnabled(false);
+        m_reason = reason;
+        if (m_onEnd)
+            m_onEnd();
+    }
+
+    QTimer m_timer;
+    std::optional<QSocketNotifier> m_interrupt;
+    QString m_reason;
+    bool m_isOverTime = false;
+    std::function<void()> m_onEnd;
+};
+
 TransportResult HttpTransport::exchange(const TransportRequest &request)
 {
+    ExchangeCutoff cutoff(request.timeLimit, request.isFarewell ? -1 : m_options.interruptFile);
     std::chrono::milliseconds delay = m_options.retryDelay;
-    for (int left = m_options.retries;; --left) {
+    for (int left = request.isFarewell ? 0 : m_options.retries;; --left) {
         bool mayBeRepeated = false;
-        TransportResult result = followRedirects(request, mayBeRepeated);
-        if (!mayBeRepeated || left == 0)
+        TransportResult result = followRedirects(request, cutoff, mayBeRepeated);
+        if (!mayBeRepeated || left == 0 || cutoff.isOver())
             return result;
         QEventLoop pause;
         QTimer::singleShot(delay, &pause, &QEventLoop::quit);
-        pause.exec();
+        cutoff.run(pause, [&pause] { pause.quit(); });
+        if (cutoff.isOver())
+            return result;
         delay *= 2;
     }
 }
 
-TransportResult HttpTransport::followRedirects(const TransportRequest &request, bool &mayBeRepeated)
+TransportResult HttpTransport::followRedirects(const TransportRequest &request,
+                                               ExchangeCutoff &cutoff, bool &mayBeRepeated)
 {
     TransportRequest current = request;
     for (int left = m_options.redirects;; --left) {
-        Attempt attempt = send(current);
+        Attempt attempt = send(current, cutoff);
         mayBeRepeated = attempt.mayBeRepeated;
         if (attempt.redirect.isEmpty())
             return attempt.result;
@@ -131,15 +191,15 @@ public:
                          });
     }
 
-    void read(std::chrono::milliseconds timeLimit)
+    void read(std::chrono::milliseconds timeLimit, ExchangeCutoff &cutoff)
     {
         QTimer::singleShot(timeLimit, &m_loop, [this] {
             isTooLate = true;
             m_reply.abort();
         });
         if (!m_reply.isFinished())
-            m_loop.exec();
-        if (!isTooLarge && !isTooLate)
+            cutoff.run(m_loop, [this] { m_reply.abort(); });
+        if (!isTooLarge && !isTooLate && !cutoff.isOver())
             takeBody();
     }
 
@@ -165,14 +225,16 @@ private:
 
 } // namespace
 
-HttpTransport::Attempt HttpTransport::send(const TransportRequest &request)
+HttpTransport::Attempt HttpTransport::send(const TransportRequest &request, ExchangeCutoff &cutoff)
 {
     const std::unique_ptr<QNetworkReply> reply(
         m_network.post(networkRequest(request), request.body));
     AnswerReader answer(*reply, m_options.responseBytes);
-    answer.read(m_options.timeLimit);
+    answer.read(m_options.timeLimit, cutoff);
 
     const QUrl &url = request.url;
+    if (cutoff.isOver())
+        return {cutoff.error(url), {}, false};
     if (answer.isTooLarge)
         return {problem(url, QStringLiteral("the answer is larger than %1 bytes")
                                  .arg(m_options.responseBytes)),

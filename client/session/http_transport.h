@@ -13,6 +13,8 @@ class QNetworkRequest;
 
 namespace client {
 
+class ExchangeCutoff;
+
 /// Posts messages with Qt Network and waits for the answers in an event loop of its own; the caller
 /// needs a QCoreApplication.
 ///
@@ -21,6 +23,8 @@ namespace client {
 ///   answer in time, or said that it is busy (HTTP 502, 503, 504).
 /// - A redirect (301, 302, 307, 308) is followed with the same message, from https to https only.
 /// - An answer that is larger than the limit is not read to its end.
+/// - An exchange ends at once when its time is over or the interrupt file becomes readable. A
+///   farewell is sent once, and whether somebody interrupts it or not.
 class HttpTransport final : public Transport {
 public:
     struct Options {
@@ -31,6 +35,7 @@ public:
         std::chrono::milliseconds retryDelay{1'000}; ///< before the first repetition; then doubled
         qsizetype responseBytes = 4 * 1024 * 1024;   ///< largest body of an answer
         int redirects = 5;                           ///< in one exchange
+        int interruptFile = -1; ///< stays readable from an interrupt on; -1: nobody interrupts
     };
 
     /// @return null when the file of authorities cannot be used, with the reason in error
@@ -48,8 +53,9 @@ private:
         bool mayBeRepeated = false;
     };
 
-    TransportResult followRedirects(const TransportRequest &request, bool &mayBeRepeated);
-    Attempt send(const TransportRequest &request);
+    TransportResult followRedirects(const TransportRequest &request, ExchangeCutoff &cutoff,
+                                    bool &mayBeRepeated);
+    Attempt send(const TransportRequest &request, ExchangeCutoff &cutoff);
     Attempt judge(QNetworkReply &reply, const QByteArray &body) const;
     QNetworkRequest networkRequest(const TransportRequest &request) const;
 

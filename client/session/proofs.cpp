@@ -3,13 +3,14 @@
 namespace client {
 
 using syncml::Command;
+using syncml::CommandKind;
 using syncml::SyncHdr;
 
 // ---- The client's proof --------------------------------------------------------------------------
 
 ClientProver::ClientProver(const Credentials &credentials)
-    : m_accountType(credentials.type), m_identity(credentials.identity), m_type(credentials.type),
-      m_nonce(credentials.nonce), m_keptNonce(credentials.nonce)
+    : m_identity(credentials.identity), m_type(credentials.type), m_nonce(credentials.nonce),
+      m_keptNonce(credentials.nonce)
 {
 }
 
@@ -25,29 +26,59 @@ void ClientProver::prove(SyncHdr &header)
 
 std::optional<QByteArray> ClientProver::hmacHeader(const QByteArray &body) const
 {
-    if (!m_hasProved || m_type != AuthType::Hmac)
+    if (!hasProvedByHmac())
         return std::nullopt;
     return formatHmacHeader({m_identity.name, hmacProof(m_identity, *m_nonce, body)});
 }
 
-ClientProver::Verdict ClientProver::read(const Command &headerStatus, ServerTrust trust,
+ClientProver::Verdict ClientProver::read(const syncml::Message &message, ServerTrust trust,
                                          QString &reason)
+{
+    const bool hadHmac = hasProvedByHmac();
+    m_hasNewNonce = false;
+    Verdict verdict = Verdict::Accepted;
+    for (const Command &command : message.commands) {
+        if (command.kind != CommandKind::Status || command.cmd != u"SyncHdr")
+            continue;
+        const Verdict one = readStatus(command, trust, reason);
+        if (one == Verdict::Refused)
+            return one;
+        if (one == Verdict::Challenged)
+            verdict = one;
+    }
+    if (hadHmac && !m_hasNewNonce) {
+        reason = QStringLiteral("the server gives no nonce for the next HMAC proof");
+        return Verdict::Refused;
+    }
+    return verdict;
+}
+
+ClientProver::Verdict ClientProver::readStatus(const Command &headerStatus, ServerTrust trust,
+                                               QString &reason)
 {
     constexpr int firstError = 400;
     const int code = headerStatus.data.value_or(QByteArray()).toInt();
     const auto status = static_cast<DmStatus>(code);
     if (status == DmStatus::InvalidCredentials || status == DmStatus::MissingCredentials)
         return takeChallenge(headerStatus, trust, reason);
+    const bool isUnproved = trust == ServerTrust::Unproved;
     if (code >= firstError) {
         reason = QStringLiteral("the server refuses the session with %1").arg(describe(status));
+        return isUnproved ? Verdict::Accepted : Verdict::Refused;
+    }
+    if (status == DmStatus::Authenticated && hasProvedByHmac()) {
+        reason =
+            QStringLiteral("the server takes one HMAC proof for the whole session (212), which "
+                           "would leave the next messages without");
         return Verdict::Refused;
     }
-    m_failures = 0;
+    if (!isUnproved)
+        m_failures = 0;
     if (status == DmStatus::Authenticated)
         m_isAcceptedForSession = true;
     if (headerStatus.chal)
         if (const auto next = readChal(*headerStatus.chal))
-            takeNonce(next->nonce, trust != ServerTrust::Unproved);
+            takeNonce(next->nonce, !isUnproved);
     return Verdict::Accepted;
 }
 
@@ -78,6 +109,10 @@ ClientProver::Verdict ClientProver::takeChallenge(const Command &headerStatus, S
         reason = QStringLiteral("the server does not accept the client's credentials");
         return Verdict::Refused;
     }
+    if (challenge->type == AuthType::Hmac && !challenge->nonce) {
+        reason = QStringLiteral("the server asks for an HMAC proof without a nonce");
+        return Verdict::Refused;
+    }
     m_type = challenge->type;
     takeNonce(challenge->nonce ? challenge->nonce : m_nonce.value_or(QByteArray()),
               trust == ServerTrust::Proved);
@@ -89,22 +124,28 @@ void ClientProver::takeNonce(const std::optional<QByteArray> &nonce, bool keep)
     if (!nonce)
         return;
     m_nonce = nonce;
+    m_hasNewNonce = true;
     if (keep)
         m_keptNonce = nonce;
 }
 
 bool ClientProver::mayProveBy(AuthType type, QString &reason) const
 {
-    if (m_accountType == AuthType::None) {
+    if (m_type == AuthType::None) {
         reason = QStringLiteral("the server asks for credentials (%1) and the account has none")
                      .arg(wireName(type));
         return false;
     }
     // Whoever stands between the two could ask for the password itself in the server's name.
-    if (type == AuthType::Basic && m_accountType != AuthType::Basic) {
+    if (type == AuthType::Basic && m_type != AuthType::Basic) {
         reason = QStringLiteral("the server asks for the password itself (%1), which the account "
                                 "gives away as a digest only")
                      .arg(wireName(type));
+        return false;
+    }
+    if (type < m_type) {
+        reason = QStringLiteral("the server asks for a weaker proof (%1) than it should get (%2)")
+                     .arg(wireName(type), wireName(m_type));
         return false;
     }
     return true;
@@ -120,7 +161,7 @@ ServerVerifier::ServerVerifier(const Credentials &credentials)
 DmStatus ServerVerifier::check(const TransportResponse &response, const SyncHdr &header)
 {
     m_challenge.reset();
-    if (m_credentials.type == AuthType::None)
+    if (!isAsked())
         return DmStatus::Ok;
     if (m_isAcceptedForSession)
         return DmStatus::Authenticated;
@@ -141,12 +182,19 @@ DmStatus ServerVerifier::check(const TransportResponse &response, const SyncHdr 
 
 ServerTrust ServerVerifier::trust() const
 {
-    if (m_credentials.type == AuthType::None)
+    if (!isAsked())
         return ServerTrust::NotAsked;
     return m_isProved ? ServerTrust::Proved : ServerTrust::Unproved;
 }
 
-void ServerVerifier::challengeSent()
+bool ServerVerifier::acceptsEmpty(const TransportResponse &response) const
+{
+    if (!isAsked() || m_isAcceptedForSession)
+        return true;
+    return m_credentials.type == AuthType::Hmac && isProved(response, SyncHdr());
+}
+
+void ServerVerifier::challengeGoesOut()
 {
     // A nonce for somebody who proved nothing must not take the place of one that is agreed upon.
     if (m_challenge && m_isProved)

@@ -35,28 +35,35 @@ public:
         Challenged, ///< the first package has to be sent again
         Refused,    ///< there is no way to go on
     };
-    /// Reads the server's Status of the last message's header.
+    /// Reads what a message of the server says about the header of the last message.
+    ///
     /// Its nonce is used for the next message. For the next session it is kept when the server has
     /// proved itself, or need not and accepts the client: nobody else may spoil a nonce that works.
-    /// @param reason  receives why the server refused
-    Verdict read(const syncml::Command &headerStatus, ServerTrust trust, QString &reason);
+    /// A server that should have proved itself, and has not, may ask for a proof and cannot refuse
+    /// the session. No challenge is answered with a weaker kind of proof than the account's, or
+    /// than the session has seen; and once HMAC is used, each message has to bring a nonce for the
+    /// next.
+    /// @param reason  receives why there is no way to go on
+    Verdict read(const syncml::Message &message, ServerTrust trust, QString &reason);
 
     /// Nonce for the next session.
     const std::optional<QByteArray> &keptNonce() const { return m_keptNonce; }
 
 private:
+    Verdict readStatus(const syncml::Command &headerStatus, ServerTrust trust, QString &reason);
     Verdict takeChallenge(const syncml::Command &headerStatus, ServerTrust trust, QString &reason);
     void takeNonce(const std::optional<QByteArray> &nonce, bool keep);
     bool mayProveBy(AuthType type, QString &reason) const;
+    bool hasProvedByHmac() const { return m_hasProved && m_type == AuthType::Hmac; }
 
-    const AuthType m_accountType;
     const Identity m_identity;
-    AuthType m_type;
+    AuthType m_type; ///< that of the account, or a stronger one that the server asked for
     std::optional<QByteArray> m_nonce;
     std::optional<QByteArray> m_keptNonce;
     bool m_isAcceptedForSession = false;
-    bool m_hasProved = false; ///< in the last message
-    int m_failures = 0;       ///< proofs refused since the last one that was accepted
+    bool m_hasProved = false;   ///< in the last message
+    bool m_hasNewNonce = false; ///< since then
+    int m_failures = 0;         ///< proofs refused since the last one that was accepted
 };
 
 /// Has the server prove who it is.
@@ -64,6 +71,8 @@ class ServerVerifier {
 public:
     explicit ServerVerifier(const Credentials &credentials);
 
+    /// Whether the account wants the server to prove itself at all.
+    bool isAsked() const { return m_credentials.type != AuthType::None; }
     /// Checks one message.
     /// @return 200 accepted (or nothing is asked of the server), 212 accepted for the whole
     /// session,
@@ -71,11 +80,15 @@ public:
     DmStatus check(const TransportResponse &response, const syncml::SyncHdr &header);
     /// What the last check has shown.
     ServerTrust trust() const;
+    /// Whether an answer without a message may end the session: not as long as the server has yet
+    /// to prove itself, which by HMAC it has to do with each answer.
+    bool acceptsEmpty(const TransportResponse &response) const;
     /// What goes into the Status of that message's header, so that the server can prove itself the
     /// next time; none when nothing has to be proved.
     const std::optional<syncml::Chal> &challenge() const { return m_challenge; }
-    /// Has to be called when that Status was sent: only then the server knows the next nonce.
-    void challengeSent();
+    /// Has to be called before that Status is sent: from then on the server may know the next
+    /// nonce.
+    void challengeGoesOut();
 
     /// Messages in a row that were not accepted.
     int failures() const { return m_failures; }

@@ -23,7 +23,8 @@ constexpr char nextMessage[] = "1222";
 constexpr char sessionAbort[] = "1223";
 constexpr char noEndOfData[] = "1225";
 
-/// How often the server may fail to prove itself before the client gives up on it.
+/// How many messages in a row may go unproved, or be of another protocol version, before the client
+/// gives the server up.
 constexpr int mostServerFailures = 3;
 
 QString freshSessionId()
@@ -63,6 +64,18 @@ bool hasAlert(const Message &message, const char *code)
                                [code](const Command &command) { return isAlert(command, code); });
 }
 
+bool hasChallenge(const Message &message)
+{
+    return std::ranges::any_of(message.commands,
+                               [](const Command &command) { return command.chal.has_value(); });
+}
+
+Principal principalOf(const Account &account)
+{
+    return account.serverId.isEmpty() ? Principal::anonymousServer()
+                                      : Principal::server(account.serverId);
+}
+
 } // namespace
 
 Session::Session(const Account &account, ManagementTree &tree, Transport &transport,
@@ -70,8 +83,8 @@ Session::Session(const Account &account, ManagementTree &tree, Transport &transp
                  const SessionOptions &options)
     : m_account(account), m_options(options), m_tree(tree), m_transport(transport),
       m_observers(std::move(observers)), m_prover(account.toServer), m_verifier(account.toClient),
-      m_runner(tree, Principal::server(account.serverId), user, m_observers,
-               options.maxObjectBytes),
+      m_runner(tree, principalOf(account), user, m_observers, options.maxObjectBytes),
+      m_keptNonces{account.toServer.nonce, account.toClient.nonce},
       m_sessionId(options.sessionId.isEmpty() ? freshSessionId() : options.sessionId),
       m_url(account.address), m_encoding(options.encoding)
 {
@@ -83,6 +96,7 @@ Session::Session(const Account &account, ManagementTree &tree, Transport &transp
 
 SessionEnd Session::run()
 {
+    m_deadline = m_options.clock() + m_options.timeLimit;
     queueFirstPackage();
     exchangeMessages();
     m_end.commands = m_runner.answeredCommands();
@@ -92,19 +106,38 @@ SessionEnd Session::run()
 
 void Session::exchangeMessages()
 {
-    while (m_isRunning) {
-        if (m_options.isAbortRequested && m_options.isAbortRequested()) {
-            abort(SessionEnd::Kind::AbortedHere, QStringLiteral("aborted by the user"));
-            return;
-        }
+    while (m_isRunning && !endsEarly()) {
         if (m_end.messages >= m_options.maxMessages) {
             abort(SessionEnd::Kind::Failed,
                   QStringLiteral("no end after %1 messages").arg(m_options.maxMessages));
             return;
         }
-        if (const auto response = sendNextMessage())
+        const auto result = sendNextMessage(Purpose::GoOn);
+        if (!result)
+            return;
+        if (const auto *const response = std::get_if<TransportResponse>(&*result))
             receive(*response);
+        else if (const auto &fault = std::get<TransportError>(*result);
+                 !endsEarly(fault.isOverTime))
+            fail(fault.text);
     }
+}
+
+/// Ends the session when the user wants that, or when its time is over.
+bool Session::endsEarly(bool isOverTime)
+{
+    if (m_options.isAbortRequested && m_options.isAbortRequested())
+        abort(SessionEnd::Kind::AbortedHere, QStringLiteral("aborted by the user"));
+    else if (isOverTime || timeLeft() <= std::chrono::milliseconds::zero())
+        abort(SessionEnd::Kind::Failed,
+              QStringLiteral("no end after %1 s")
+                  .arg(static_cast<double>(m_options.timeLimit.count()) / 1000));
+    return !m_isRunning;
+}
+
+std::chrono::milliseconds Session::timeLeft() const
+{
+    return std::chrono::ceil<std::chrono::milliseconds>(m_deadline - m_options.clock());
 }
 
 void Session::end(SessionEnd::Kind kind, const QString &reason)
@@ -120,13 +153,13 @@ void Session::end(SessionEnd::Kind kind, const QString &reason)
 /// Tells the server that the session is over. Its answer does not matter any more.
 void Session::abort(SessionEnd::Kind kind, const QString &reason)
 {
+    end(kind, reason);
+    // Before the first message there is no session that the server would have to be told about.
+    if (m_end.messages == 0)
+        return;
     queueAlert(sessionAbort);
     m_serverIsFinal = true;
-    // On the first message there is no session that the server would have to be told about.
-    if (m_end.messages > 0)
-        sendNextMessage();
-    m_isRunning = true;
-    end(kind, reason);
+    sendNextMessage(Purpose::SayFarewell);
 }
 
 void Session::note(const QString &text)
@@ -207,7 +240,7 @@ SyncHdr Session::nextHeader()
     return header;
 }
 
-std::optional<TransportResponse> Session::sendNextMessage()
+std::optional<TransportResult> Session::sendNextMessage(Purpose purpose)
 {
     Message message;
     message.header = nextHeader();
@@ -230,18 +263,33 @@ std::optional<TransportResponse> Session::sendNextMessage()
     request.body = std::get<QByteArray>(encoded);
     request.contentType = contentTypeOf(m_encoding);
     request.hmac = m_prover.hmacHeader(request.body);
+    request.isFarewell = purpose == Purpose::SayFarewell;
+    request.timeLimit = request.isFarewell ? m_options.farewellTimeLimit : timeLeft();
 
+    if (hasChallenge(message))
+        m_verifier.challengeGoesOut();
+    if (!keepNonces())
+        return std::nullopt;
     ++m_end.messages;
     m_isFirstPackage = false;
     for (SessionObserver *const observer : m_observers)
         observer->messageSent(request, message);
-    const TransportResult result = m_transport.exchange(request);
-    if (const auto *const fault = std::get_if<TransportError>(&result)) {
-        fail(fault->text);
-        return std::nullopt;
-    }
-    m_verifier.challengeSent();
-    return std::get<TransportResponse>(result);
+    return m_transport.exchange(request);
+}
+
+/// Has the nonces kept that have changed since the last time.
+bool Session::keepNonces()
+{
+    const Nonces nonces{m_prover.keptNonce(), m_verifier.keptNonce()};
+    if (nonces == m_keptNonces)
+        return true;
+    m_keptNonces = nonces;
+    QString error;
+    if (!m_options.keepNonces || m_options.keepNonces(nonces, error))
+        return true;
+    // The two ends would go different ways if the session went on.
+    fail(QStringLiteral("the nonce of the next proof cannot be kept: %1").arg(error));
+    return false;
 }
 
 // ---- What the server says ------------------------------------------------------------------------
@@ -251,7 +299,10 @@ void Session::receive(const TransportResponse &response)
     if (response.body.isEmpty()) {
         for (SessionObserver *const observer : m_observers)
             observer->messageReceived(response, nullptr);
-        end(SessionEnd::Kind::Completed, {});
+        if (m_verifier.acceptsEmpty(response))
+            end(SessionEnd::Kind::Completed, {});
+        else
+            fail(QStringLiteral("the server did not prove who it is"));
         return;
     }
     const syncml::DecodeResult decoded = syncml::decode(response.body);
@@ -283,22 +334,31 @@ void Session::refuseMessage(const syncml::DecodeError &error)
 
 void Session::receive(const TransportResponse &response, const Message &message)
 {
-    readHeader(response, message.header);
-    if (hasAlert(message, sessionAbort))
-        end(SessionEnd::Kind::AbortedByServer, QStringLiteral("the server aborted the session"));
-    if (!m_isRunning)
+    m_receivedMsgId = message.header.msgId;
+    if (response.body.size() > m_options.maxMessageBytes)
+        note(QStringLiteral("the server's message has %1 bytes, more than the announced %2")
+                 .arg(response.body.size())
+                 .arg(m_options.maxMessageBytes));
+    if (!belongsHere(message.header))
         return;
 
-    const bool isAskedForMore = !m_queue.isEmpty() || isRequestForMore(message);
     const DmStatus version = statusOfHeader(message.header);
     const DmStatus verified =
         succeeded(version) ? m_verifier.check(response, message.header) : version;
-    readStatuses(message);
-    if (!m_isRunning)
+    const bool isObeyed = succeeded(verified);
+    if (isObeyed)
+        obeyHeader(response, message.header);
+    if (isObeyed && hasAlert(message, sessionAbort))
+        end(SessionEnd::Kind::AbortedByServer, QStringLiteral("the server aborted the session"));
+    if (!m_isRunning || !readHeaderStatus(message, isObeyed))
         return;
+    if (isObeyed)
+        readStatuses(message);
 
     // A message that only asks for more does not open a new package.
-    m_serverIsFinal = message.final || !succeeded(verified) || (isAskedForMore && m_serverIsFinal);
+    const bool isRequest = isObeyed && isRequestForMore(message);
+    const bool isAskedForMore = !m_queue.isEmpty() || isRequest;
+    m_serverIsFinal = message.final || !isObeyed || (isAskedForMore && m_serverIsFinal);
 
     Command status = headerStatus(message.header, verified);
     status.msgRef = message.header.msgId;
@@ -308,8 +368,9 @@ void Session::receive(const TransportResponse &response, const Message &message)
 
     const std::vector<Command> answers = answer(message, verified);
     for (const Command &command : answers)
-        isRequestForMore(message) ? m_queue.lead(command) : queue(command);
-    endOrGoOn(message, !answers.empty() || isAskedForMore);
+        isRequest ? m_queue.lead(command) : queue(command);
+    m_otherVersions = succeeded(version) ? 0 : m_otherVersions + 1;
+    endOrGoOn(!answers.empty() || isAskedForMore);
 }
 
 std::vector<Command> Session::answer(const Message &message, DmStatus headerStatus)
@@ -345,9 +406,8 @@ bool Session::canBeSent(std::vector<Command> answers)
 }
 
 /// Decides what follows on a message whose answers are queued.
-void Session::endOrGoOn(const Message &message, bool hasAnswers)
+void Session::endOrGoOn(bool hasAnswers)
 {
-    const bool versionIsWrong = !succeeded(statusOfHeader(message.header));
     const bool isUnproved = m_verifier.failures() > 0;
     if (m_isChallenged) {
         m_isChallenged = false;
@@ -356,7 +416,7 @@ void Session::endOrGoOn(const Message &message, bool hasAnswers)
     } else if (isUnproved && !hasAnswers) {
         // A challenge on its own would only come back.
         fail(QStringLiteral("the server did not prove who it is"));
-    } else if (!hasAnswers && m_serverIsFinal && !versionIsWrong) {
+    } else if (!hasAnswers && m_serverIsFinal && m_otherVersions == 0) {
         end(SessionEnd::Kind::Completed, {});
     } else if (!m_serverIsFinal && !m_requestIsQueued) {
         queueAlert(nextMessage);
@@ -364,20 +424,35 @@ void Session::endOrGoOn(const Message &message, bool hasAnswers)
     }
     if (m_verifier.failures() >= mostServerFailures)
         fail(QStringLiteral("the server could not prove who it is"));
+    if (m_otherVersions >= mostServerFailures)
+        fail(QStringLiteral("the server does not speak %1").arg(QLatin1String(protocolVersion)));
 }
 
 // ---- Header and statuses -------------------------------------------------------------------------
 
-void Session::readHeader(const TransportResponse &response, const SyncHdr &header)
+/// Whether the message was written for this session and is not one that was heard before. When the
+/// server has to prove itself, the session ends otherwise: somebody else could be repeating what
+/// the server once said.
+bool Session::belongsHere(const SyncHdr &header)
 {
-    m_receivedMsgId = header.msgId;
+    QString problem;
     if (header.sessionId != m_sessionId)
-        note(QStringLiteral("the server answers for session \"%1\" instead of \"%2\"")
-                 .arg(header.sessionId, m_sessionId));
-    if (response.body.size() > m_options.maxMessageBytes)
-        note(QStringLiteral("the server's message has %1 bytes, more than the announced %2")
-                 .arg(response.body.size())
-                 .arg(m_options.maxMessageBytes));
+        problem = QStringLiteral("the server answers for session \"%1\" instead of \"%2\"")
+                      .arg(header.sessionId, m_sessionId);
+    else if (m_heardMsgIds.contains(header.msgId))
+        problem = QStringLiteral("the server uses the MsgID \"%1\" again").arg(header.msgId);
+    if (problem.isEmpty())
+        return true;
+    if (m_verifier.isAsked())
+        abort(SessionEnd::Kind::Failed, problem);
+    else
+        note(problem);
+    return m_isRunning;
+}
+
+void Session::obeyHeader(const TransportResponse &response, const SyncHdr &header)
+{
+    m_heardMsgIds.insert(header.msgId);
     readAddress(response.url, header.respUri.value_or(QString()));
     if (header.meta)
         readLimits(*header.meta);
@@ -412,11 +487,20 @@ void Session::readLimits(const syncml::Meta &meta)
         m_runner.setServersLargestObject(*limit);
 }
 
+/// @return whether the session goes on
+bool Session::readHeaderStatus(const Message &message, bool isObeyed)
+{
+    const ServerTrust trust = isObeyed ? m_verifier.trust() : ServerTrust::Unproved;
+    QString reason;
+    const ClientProver::Verdict verdict = m_prover.read(message, trust, reason);
+    m_isChallenged = verdict == ClientProver::Verdict::Challenged;
+    if (verdict == ClientProver::Verdict::Refused)
+        fail(reason);
+    return m_isRunning && keepNonces();
+}
+
 void Session::readStatuses(const Message &message)
 {
-    for (const Command &command : message.commands)
-        if (command.kind == CommandKind::Status && command.cmd == u"SyncHdr")
-            readHeaderStatus(command);
     for (const Command &command : message.commands) {
         constexpr int firstError = 400;
         const QString cmd = command.cmd.value_or(QString());
@@ -427,21 +511,6 @@ void Session::readStatuses(const Message &message)
                      .arg(cmd, describe(static_cast<DmStatus>(code))));
         if (isAlert(command, noEndOfData) || (isRefusal && cmd == u"Results"))
             m_queue.dropStartedObject();
-    }
-}
-
-void Session::readHeaderStatus(const Command &status)
-{
-    QString reason;
-    switch (m_prover.read(status, m_verifier.trust(), reason)) {
-    case ClientProver::Verdict::Accepted:
-        break;
-    case ClientProver::Verdict::Challenged:
-        m_isChallenged = true;
-        break;
-    case ClientProver::Verdict::Refused:
-        fail(reason);
-        break;
     }
 }
 

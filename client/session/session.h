@@ -11,8 +11,10 @@
 #include "syncml/codec.h"
 
 #include <QString>
+#include <chrono>
 #include <functional>
 #include <optional>
+#include <set>
 #include <vector>
 
 namespace client {
@@ -24,6 +26,14 @@ struct ClientEvent {
     QByteArray data;
 };
 
+/// What the next session proves and is proved with.
+struct Nonces {
+    std::optional<QByteArray> toServer; ///< of the client's next proof
+    std::optional<QByteArray> toClient; ///< of the server's next proof
+
+    bool operator==(const Nonces &) const = default;
+};
+
 struct SessionOptions {
     syncml::Encoding encoding = syncml::Encoding::Xml; ///< of the first message
     QString sessionId; ///< empty: a random number of up to four hexadecimal digits
@@ -33,9 +43,19 @@ struct SessionOptions {
     qsizetype maxObjectBytes = 1024 * 1024;
     /// A session of more messages to the server than that is ended by the client.
     int maxMessages = 1000;
+    /// A session that takes longer is ended by the client.
+    std::chrono::milliseconds timeLimit = std::chrono::minutes(30);
+    /// For the last message, which tells the server that the client has ended the session.
+    std::chrono::milliseconds farewellTimeLimit = std::chrono::seconds(5);
+    std::function<std::chrono::steady_clock::time_point()> clock = &std::chrono::steady_clock::now;
     std::vector<ClientEvent> events;
-    /// Asked before each message; true ends the session with an abort. May be empty.
+    /// Asked before each message, and when one was not answered; true ends the session with an
+    /// abort. May be empty.
     std::function<bool()> isAbortRequested;
+    /// Has to keep the nonces for the next session. Called with those that have changed as soon as
+    /// the server gave one, and before a message goes out that gives one to the server. False, with
+    /// the reason in error, ends the session at once. May be empty.
+    std::function<bool(const Nonces &nonces, QString &error)> keepNonces;
 };
 
 /// How a session ended.
@@ -43,7 +63,7 @@ struct SessionEnd {
     enum class Kind {
         Completed,       ///< the server had nothing more to say
         AbortedByServer, ///< with Alert 1223
-        AbortedHere,     ///< by the user
+        AbortedHere,     ///< at the user's request
         Failed,          ///< server unreachable, not understood, not trusted, or without an end
     };
     Kind kind = Kind::Completed;
@@ -57,8 +77,10 @@ struct SessionEnd {
 /// Runs one session: sends the first package, then answers the server's messages until it has
 /// nothing more to ask.
 ///
-/// The server's commands run on behalf of the account's Server Identifier. When the account wants
-/// the server to prove itself, nothing runs before it has done so.
+/// The server's commands run on behalf of the account's Server Identifier, or on behalf of a server
+/// that no list names when there is none. When the account wants the server to prove itself,
+/// nothing of a message is obeyed that lacks the proof: no command, no alert, no address and no
+/// limit. A message of another session, or one that was heard before, ends the session then.
 class Session {
 public:
     /// The references have to outlive the session.
@@ -69,17 +91,14 @@ public:
 
     SessionEnd run();
 
-    /// Nonces for the next session; the account's own when the session brought no better ones.
-    const std::optional<QByteArray> &nonceToServer() const { return m_prover.keptNonce(); }
-    const std::optional<QByteArray> &nonceToClient() const { return m_verifier.keptNonce(); }
-
 private:
     // ---- Course of the session
     void exchangeMessages();
+    bool endsEarly(bool isOverTime = false);
     void receive(const TransportResponse &response);
     void receive(const TransportResponse &response, const syncml::Message &message);
     void refuseMessage(const syncml::DecodeError &error);
-    void endOrGoOn(const syncml::Message &message, bool hasAnswers);
+    void endOrGoOn(bool hasAnswers);
     void end(SessionEnd::Kind kind, const QString &reason);
     void fail(const QString &reason) { end(SessionEnd::Kind::Failed, reason); }
     void abort(SessionEnd::Kind kind, const QString &reason);
@@ -89,15 +108,20 @@ private:
     void queue(syncml::Command command);
     void queueAlert(const char *code);
     syncml::Command deviceInformation() const;
-    std::optional<TransportResponse> sendNextMessage();
+    enum class Purpose { GoOn, SayFarewell };
+    /// None when the message cannot be sent, which ends the session.
+    std::optional<TransportResult> sendNextMessage(Purpose purpose);
     syncml::SyncHdr nextHeader();
+    std::chrono::milliseconds timeLeft() const;
+    bool keepNonces();
 
     // ---- What the server says
-    void readHeader(const TransportResponse &response, const syncml::SyncHdr &header);
+    bool belongsHere(const syncml::SyncHdr &header);
+    void obeyHeader(const TransportResponse &response, const syncml::SyncHdr &header);
     void readAddress(const QUrl &answered, const QString &respUri);
     void readLimits(const syncml::Meta &meta);
+    bool readHeaderStatus(const syncml::Message &message, bool isObeyed);
     void readStatuses(const syncml::Message &message);
-    void readHeaderStatus(const syncml::Command &status);
     std::vector<syncml::Command> answer(const syncml::Message &message, DmStatus headerStatus);
     void refer(std::vector<syncml::Command> &answers) const;
     bool canBeSent(std::vector<syncml::Command> answers);
@@ -116,10 +140,14 @@ private:
 
     SessionEnd m_end;
     bool m_isRunning = true;
+    Nonces m_keptNonces;
+    std::chrono::steady_clock::time_point m_deadline;
     QString m_sessionId;
     QUrl m_url; ///< where the next message goes
     syncml::Encoding m_encoding;
     QString m_receivedMsgId;               ///< of the server's last message
+    std::set<QString> m_heardMsgIds;       ///< of the server's messages that were obeyed
+    int m_otherVersions = 0;               ///< messages in a row of another protocol version
     qsizetype m_serversLargestMessage = 0; ///< bytes; 0 as long as the server did not say
     bool m_isFirstPackage = true;          ///< the next message begins it
     bool m_serverIsFinal = true;           ///< the server's package is complete

@@ -7,7 +7,9 @@
 #include "session/user_interaction.h"
 #include "syncml/xml_codec.h"
 
+#include <QFileInfo>
 #include <QXmlStreamWriter>
+#include <unistd.h>
 
 namespace client {
 
@@ -261,10 +263,18 @@ bool asksForSecret(const Command &alert)
 std::unique_ptr<TraceWriter> TraceWriter::open(const QString &file, QString &error)
 {
     std::unique_ptr<TraceWriter> trace(new TraceWriter(file));
-    // A file that is there keeps its permissions unless they are changed before the first byte.
+    if (file == u"-") {
+        trace->m_file.setFileName(QStringLiteral("standard output"));
+        if (trace->m_file.open(STDOUT_FILENO, QIODevice::WriteOnly))
+            return trace;
+        error = trace->problem();
+        return nullptr;
+    }
+    // A file that is there keeps its permissions unless they are changed before the first byte; a
+    // device is everybody's.
     if (!trace->m_file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
-        !trace->m_file.setPermissions(ownerOnly)) {
-        error = QStringLiteral("cannot write %1: %2").arg(file, trace->m_file.errorString());
+        (QFileInfo(file).isFile() && !trace->m_file.setPermissions(ownerOnly))) {
+        error = trace->problem();
         return nullptr;
     }
     return trace;
@@ -317,8 +327,16 @@ void TraceWriter::note(const QString &text)
 
 void TraceWriter::write(const QByteArray &text)
 {
-    m_file.write(QByteArray::fromStdString(foreign_text::printableLines(text.toStdString())));
-    m_file.flush();
+    const QByteArray harmless =
+        QByteArray::fromStdString(foreign_text::printableLines(text.toStdString()));
+    const bool isWritten = m_file.write(harmless) == harmless.size() && m_file.flush();
+    if (!isWritten && m_lossReason.isNull())
+        m_lossReason = problem();
+}
+
+QString TraceWriter::problem() const
+{
+    return QStringLiteral("cannot write %1: %2").arg(m_file.fileName(), m_file.errorString());
 }
 
 } // namespace client

@@ -19,12 +19,16 @@ using AlertIds = std::set<std::pair<QString, QString>>;
 /// serialised trees, and what the user has answered to some alerts.
 QByteArray readableMessage(const syncml::Message &message, const AlertIds &secretQuestions);
 
-/// Writes every message of a session to a file that only its owner can read.
+/// Writes every message of a session to a file that only its owner can read, or to standard output.
 class TraceWriter final : public SessionObserver {
 public:
-    /// Begins a file anew.
+    /// Begins a file anew; "-" is standard output.
     /// @return null when it cannot be written, with the reason in error
     static std::unique_ptr<TraceWriter> open(const QString &file, QString &error);
+
+    /// Why the file lacks something of what happened, such as "cannot write t: No space left on
+    /// device"; null when it lacks nothing.
+    const QString &lossReason() const { return m_lossReason; }
 
     void messageSent(const TransportRequest &request, const syncml::Message &message) override;
     void messageReceived(const TransportResponse &response,
@@ -37,8 +41,10 @@ private:
     void rememberSecretQuestions(const QString &msgId,
                                  const std::vector<syncml::Command> &commands);
     void write(const QByteArray &text);
+    QString problem() const;
 
     QFile m_file;
+    QString m_lossReason;
     AlertIds m_secretQuestions;
 };
 

@@ -4,6 +4,7 @@
 #include <QByteArray>
 #include <QString>
 #include <QUrl>
+#include <chrono>
 #include <optional>
 #include <variant>
 
@@ -15,6 +16,10 @@ struct TransportRequest {
     QByteArray body;
     QByteArray contentType;
     std::optional<QByteArray> hmac; ///< value of the header that carries an HMAC proof
+    /// For the whole exchange, repetitions included; 0: as long as the transport takes.
+    std::chrono::milliseconds timeLimit{0};
+    /// The message only tells that the session is over: it is neither repeated nor interrupted.
+    bool isFarewell = false;
 };
 
 /// A server's answer to it.
@@ -26,7 +31,8 @@ struct TransportResponse {
 };
 
 struct TransportError {
-    QString text; ///< one sentence without its full stop, for a person
+    QString text;            ///< one sentence without its full stop, for a person
+    bool isOverTime = false; ///< the time limit of the request has ended the exchange
 };
 
 using TransportResult = std::variant<TransportResponse, TransportError>;

@@ -7,7 +7,8 @@ import shutil
 import subprocess
 import unittest
 
-from sessions import REFUSED, SUCCESS, UNUSABLE, DmServer, SessionTest, scenario
+from sessions import (REFUSED, SESSION_FAILED, SUCCESS, UNUSABLE, DmServer, SessionTest,
+                      scenario)
 
 NEW_MOUNT_NAMESPACE = 0x00020000
 SET_TITLE = {"packages": [{"commands": [
@@ -62,11 +63,11 @@ class FullDisk(SessionTest):
     def account(self, *words):
         return self.handset.dmclient("account", *words)
 
-    def assert_says_that_it_is_not_kept(self, result, file):
+    def assert_says_that_it_is_not_kept(self, result, file, status=UNUSABLE):
         said = (result.stdout + result.stderr).decode()
         self.assertIn(f"cannot write {self.handset.client_file(file)}: No space left on device",
                       said)
-        self.assertEqual(result.returncode, UNUSABLE, said)
+        self.assertEqual(result.returncode, status, said)
 
     def assert_everything_is_as_before(self):
         self.make_room()
@@ -98,7 +99,8 @@ class FullDisk(SessionTest):
         self.assert_everything_is_as_before()
 
     def test_a_session_whose_nonces_are_lost_is_no_success(self):
-        """A server gives nonces for the next session: that they are lost is said."""
+        """A server gives nonces for the next session: that they are lost is said, and the session
+        ends before the two ends have different ones."""
         with DmServer(scenario("profiles", client_auth="md5", server_auth="md5")) as server:
             words = ("client-auth=md5", "server-auth=md5", "client-name=Bruce2",
                      "client-secret=OhBehave", "server-name=dm.example",
@@ -107,8 +109,9 @@ class FullDisk(SessionTest):
             before = self.account("show", "Test").stdout
             self.fill()
             result = self.handset.dmclient("session", "Test")
-        self.assertIn(b"the nonces for the next session are not kept", result.stdout)
-        self.assert_says_that_it_is_not_kept(result, "accounts.json")
+        self.assertIn(b"the nonce of the next proof cannot be kept", result.stdout)
+        self.assert_says_that_it_is_not_kept(result, "accounts.json", SESSION_FAILED)
+        self.assertNotIn(b" 200 OK", result.stdout)
         self.make_room()
         self.assertEqual(self.account("show", "Test").stdout, before)
 

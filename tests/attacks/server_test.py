@@ -1,16 +1,26 @@
 """What a DM server with an account may try, and what must hold."""
 
 import os
+import signal
 import socket
+import subprocess
+import tempfile
 import threading
+import time
 import unittest
 
+import hostile_server as hostile
 import terminal_test
 from commands import (HandsetTest, add, copy, delete, execute, get, rename, replace, run, set_acl)
 from handset import CONN, PROXY, SECRET
 from hostile_text import HOSTILE, harmful_in
-from sessions import DmServer, SessionTest, scenario
+from hostile_server import HostileServer
+from sessions import (CERTIFICATE, KEY, REFUSED, SESSION_FAILED, SUCCESS, USAGE, DmServer,
+                      SessionTest, scenario)
 
+AN_HOUR = "3600"
+GUARD = 60  # seconds; only against a test that hangs
+OFFICE = CONN + "/Office"
 OWN = "Add=a.example&Delete=a.example&Get=*&Replace=a.example"
 
 
@@ -228,6 +238,167 @@ class HostileTextTest(SessionTest):
             with self.subTest(answer=answer):
                 self.run_session(server.url)
                 self.run_session(server.url, "--json")
+
+
+class WeakenedAccount(SessionTest):
+    """The server changes its own account beneath ./DMAcc for whoever comes after it."""
+
+    def account(self):
+        return self.handset.dmclient("account", "show", "Test", "--show-secrets").stdout.decode()
+
+    def test_the_account_does_not_leave_https(self):
+        with tempfile.TemporaryDirectory() as folder:
+            both = os.path.join(folder, "both.pem")
+            with open(both, "w", encoding="ascii") as file:
+                for part in (CERTIFICATE, KEY):
+                    with open(part, encoding="ascii") as source:
+                        file.write(source.read())
+            played = scenario("accounts", packages=[{"commands": [
+                {"replace": "./DMAcc/Test/AppAddr/1/Addr", "data": "http://127.0.0.1/",
+                 "expect": 405}]}])
+            status, _, report = self.play(played, "--ca", CERTIFICATE, certificate=both)
+        self.assertEqual((status, report["faults"]), (REFUSED, []))
+        self.assertIn("address=https://127.0.0.1", self.account())
+
+    def test_no_proof_becomes_weaker(self):
+        weaker = {"hmac": ("DIGEST", "BASIC"), "md5": ("BASIC",)}
+        for kind, names in weaker.items():
+            for leaf in ("AppAuth/1/AAuthType", "AAuthPref", "AppAuth/2/AAuthType"):
+                with self.subTest(kind=kind, leaf=leaf):
+                    commands = [{"replace": f"./DMAcc/Test/{leaf}", "data": name, "expect": 405}
+                                for name in names]
+                    played = scenario("accounts", client_auth=kind, server_auth=kind,
+                                      packages=[{"commands": commands}])
+                    status, _, report = self.play(played, client_auth=kind, server_auth=kind)
+                    self.assertEqual((status, report["faults"]), (REFUSED, []))
+                    self.assertIn(f"client-auth={kind}\n", self.account())
+                    self.assertIn(f"server-auth={kind}\n", self.account())
+
+    def test_the_owner_may_do_it(self):
+        self.add_account("https://dm.example/", "hmac")
+        for words in (("replace", "./DMAcc/Test/AAuthPref", "DIGEST"),
+                      ("replace", "./DMAcc/Test/AppAddr/1/Addr", "http://dm.example/"),
+                      ("account", "set", "Test", "client-auth=basic")):
+            result = self.handset.dmclient(*words)
+            self.assertEqual(result.returncode, SUCCESS, result.stderr.decode())
+
+    def test_a_password_in_clear_is_warned_of(self):
+        self.add_account("https://dm.example/", "basic")
+        for words, warns in ((("address=http://dm.example/",), True), (("client-auth=md5",), False),
+                             (("client-auth=basic",), True),
+                             (("address=https://dm.example/",), False)):
+            result = self.handset.dmclient("account", "set", "Test", *words)
+            self.assertEqual(result.returncode, SUCCESS)
+            self.assertEqual(result.stderr.decode(),
+                             "dmclient: account: warning: with http and basic the password goes "
+                             "over the network as it is\n" if warns else "")
+
+
+class ForeignIdentifier(SessionTest):
+    """A server without an account would like to have the rights of one with an account."""
+
+    def session(self, url, *commands):
+        says = hostile.says("1", hostile.header_status(200), *commands)
+        with HostileServer(says, b"") as server:
+            result = self.handset.dmclient("session", url or server.url)
+        return result, server
+
+    def own(self, server_id):
+        """Gives a profile to that server."""
+        result = self.handset.dmclient("replace", f"{OFFICE}?prop=ACL",
+                                       f"Get={server_id}&Replace={server_id}")
+        self.assertEqual(result.returncode, SUCCESS)
+
+    def test_the_name_of_a_host_is_not_the_identifier_of_a_server(self):
+        self.own("127.0.0.1")
+        result, _ = self.session(None, hostile.replace(f"{OFFICE}/Addr", "evil.example"))
+        self.assertEqual(result.returncode, REFUSED)
+        self.assertIn("425 Permission Denied: a server without an account needs Replace",
+                      result.stdout.decode())
+        self.assertEqual(self.handset.profile("Office")["gprs"]["address"], "internet")
+
+    def test_another_port_on_the_host_of_an_account_is_not_its_server(self):
+        """Whoever listens there would be spared the proof."""
+        self.add_account("http://LOCALHOST:1/dm", "hmac", "hmac")
+        for url in ("http://localhost:2/dm", "http://localhost/other", "https://LocalHost./dm"):
+            with self.subTest(url=url):
+                result, _ = self.session(url)
+                self.assertEqual(result.returncode, USAGE, result.stdout.decode())
+                self.assertIn(f"{url} is on the host of the account Test (http://localhost:1/dm); "
+                              "name the account", result.stderr.decode())
+
+    def test_the_accounts_own_address_is_used_with_its_proofs(self):
+        change = hostile.replace(f"{OFFICE}/Addr", "evil.example")
+        with HostileServer(hostile.says("1", hostile.header_status(200), change)) as server:
+            self.add_account(server.url, "none", "md5")
+            result = self.handset.dmclient("session", server.url)
+        self.assertEqual(result.returncode, SESSION_FAILED)
+        self.assertEqual(server.requests[1].statuses(), [407, 407])
+
+
+class EndlessSession(SessionTest):
+    """The server never comes to an end."""
+
+    def run_until_the_end(self, server, *options):
+        result = self.handset.dmclient("session", server.url, *options)
+        self.assertEqual(result.returncode, SESSION_FAILED)
+        return result.stdout.decode().splitlines()
+
+    def test_a_session_has_a_total_time(self):
+        """One question after another, each of them in good time."""
+        numbers = iter(range(1, 10 ** 9))
+
+        def question(request):
+            time.sleep(0.01)  # so that the most messages of a session take far longer
+            return hostile.message(request.session_id, next(numbers), hostile.header_status(200),
+                                   hostile.get("./DevInfo/Man"))
+
+        with HostileServer(question) as server:
+            lines = self.run_until_the_end(server, "--session-timeout", "1")
+        self.assertRegex(lines[-1], "^Session failed: no end after 1 s")
+        self.assertEqual(server.requests[-1].alerts(), ["1223"])
+
+    def test_silence_ends_with_the_session(self):
+        """The time for one answer and its repetitions does not count when the session has less."""
+        with HostileServer(None) as server:
+            lines = self.run_until_the_end(server, "--timeout", AN_HOUR, "--session-timeout", "1")
+        self.assertRegex(lines[-1], "^Session failed: no end after 1 s")
+
+    def test_another_version_is_given_up_after_three_messages(self):
+        numbers = iter(range(1, 10 ** 9))
+
+        def other_version(request):
+            return hostile.message(request.session_id, next(numbers), hostile.get("./DevInfo/Man"),
+                                   version="DM/9.9")
+
+        with HostileServer(other_version) as server:
+            lines = self.run_until_the_end(server)
+        self.assertRegex(lines[-1], "^Session failed: the server does not speak DM/1.2 ")
+        self.assertEqual(len(server.requests), 3)
+
+    def test_a_signal_ends_a_session_that_waits_for_an_answer(self):
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            with self.subTest(signal=number.name):
+                with HostileServer(None, b"") as server:
+                    process = self.start("session", server.url, "--timeout", AN_HOUR,
+                                         stdout=subprocess.PIPE)
+                    self.assertTrue(server.has_request.wait(GUARD))
+                    process.send_signal(number)
+                    output, _ = process.communicate(timeout=GUARD)
+                self.assertEqual(process.returncode, SESSION_FAILED)
+                self.assertIn("Session aborted: aborted by the user", output.decode())
+                self.assertEqual(server.requests[-1].alerts(), ["1223"])
+
+    def test_time_outs_that_cannot_be_kept_are_refused(self):
+        for option in ("--timeout", "--session-timeout"):
+            for value in ("0", "-1", "86401", "2147484", "9999999999", "1.5", "x"):
+                with self.subTest(option=option, value=value):
+                    result = self.handset.dmclient("session", "http://127.0.0.1:1/",
+                                                   f"{option}={value}")
+                    self.assertEqual(result.returncode, USAGE)
+                    self.assertEqual(result.stderr.decode(),
+                                     f"dmclient: session: {option} wants a number from 1 to 86400 "
+                                     f'instead of "{value}"\n')
 
 
 if __name__ == "__main__":

@@ -158,7 +158,9 @@ class Session:
             self.is_over = True
             self.say("the session is over")
             if self.scenario["end"] == "empty":
-                return Answer(is_last=True)
+                answer = Answer(is_last=True)
+                self.add_hmac(answer)
+                return answer
             answer = self.reply(statuses, True, codec, [])
             answer.is_last = True
             return answer

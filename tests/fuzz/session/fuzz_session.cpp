@@ -4,6 +4,7 @@
 // separated by a line of two percent signs.
 
 #include "memory_tree.h"
+#include "package.h"
 #include "session/session.h"
 #include "session/trace.h"
 
@@ -45,6 +46,14 @@ AuthType authType(unsigned beginning)
                                  : AuthType::Md5;
 }
 
+/// Whether no input can hold the server's proof: it would have to know a nonce that the client
+/// makes up on its way.
+bool cannotProve(unsigned beginning)
+{
+    return (beginning & ServerProves) && !(beginning & KnowsNonces) &&
+           authType(beginning) != AuthType::Basic;
+}
+
 Account makeAccount(unsigned beginning)
 {
     Account account;
@@ -74,17 +83,24 @@ SessionOptions makeOptions(unsigned beginning)
 /// Says what the input holds, and looks at what the client says.
 class FuzzedServer final : public Transport {
 public:
-    explicit FuzzedServer(const QByteArray &input) : m_input(input) {}
+    FuzzedServer(const QByteArray &input, unsigned beginning)
+        : m_input(input), m_beginning(beginning)
+    {
+    }
 
     TransportResult exchange(const TransportRequest &request) override
     {
         require(request.url.scheme() == u"https", "the client has given up TLS");
+        if (cannotProve(m_beginning))
+            require(request.url == makeAccount(m_beginning).address,
+                    "the client went where an unproved message sent it");
         const syncml::DecodeResult decoded = syncml::decode(request.body);
         const auto *const message = std::get_if<syncml::Message>(&decoded);
         require(message, "the client has sent what cannot be read");
         require(!message->commands.empty(), "the client has sent a message without a command");
         require(m_limit == 0 || request.body.size() <= m_limit,
                 "the client has sent more than the server takes");
+        checkProof(request, *message);
         ++messages;
 
         TransportResponse response;
@@ -102,6 +118,21 @@ public:
     int messages = 0;
 
 private:
+    void checkProof(const TransportRequest &request, const syncml::Message &message)
+    {
+        const auto &cred = message.header.cred;
+        const auto given = cred           ? authTypeOfWireName(cred->meta->type.value_or(QString()))
+                           : request.hmac ? std::optional(AuthType::Hmac)
+                                          : std::nullopt;
+        if (m_beginning & ClientProves)
+            require(!given || *given >= authType(m_beginning),
+                    "the client has given a weaker proof than its account's");
+        else
+            require(!given, "the client has proved what it has nothing for");
+        require(request.hmac || !m_usesHmac, "the client has fallen back from HMAC");
+        m_usesHmac = request.hmac.has_value();
+    }
+
     QByteArray next()
     {
         const qsizetype end = m_input.indexOf(separator);
@@ -114,7 +145,9 @@ private:
     {
         const syncml::DecodeResult decoded = syncml::decode(body);
         const auto *const message = std::get_if<syncml::Message>(&decoded);
-        if (!message || !message->header.meta || !message->header.meta->maxMsgSize)
+        // Which messages of a server that has to prove itself count is not for this to say.
+        if (!message || !message->header.meta || !message->header.meta->maxMsgSize ||
+            (m_beginning & ServerProves) || !succeeded(statusOfHeader(message->header)))
             return;
         const qlonglong limit = message->header.meta->maxMsgSize->toLongLong();
         if (limit > 0)
@@ -122,6 +155,8 @@ private:
     }
 
     QByteArray m_input;
+    unsigned m_beginning;
+    bool m_usesHmac = false;
     qlonglong m_limit = 0; ///< bytes; 0 as long as the server did not say
     bool m_hasHmac = false;
 };
@@ -184,7 +219,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
                {.acl = *AccessControlList::parse("Add=*&Delete=*&Get=*&Replace=*", error)});
     memory->calls.clear();
 
-    FuzzedServer server(input);
+    FuzzedServer server(input, beginning);
     if ((beginning & ServerProves) && (beginning & ByHmac))
         server.proveByHmac();
     WillingUser user;
@@ -198,8 +233,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     require(server.messages <= options.maxMessages + 1, "the session had no end");
     require(end.kind == SessionEnd::Kind::Completed || !end.reason.isEmpty(),
             "the session failed without a reason");
-    if ((beginning & ServerProves) && !(beginning & KnowsNonces) && !(beginning & ByBasic))
+    if (cannotProve(beginning)) {
         require(std::none_of(memory->calls.begin(), memory->calls.end(), isChange),
                 "a server that cannot have proved itself has changed something");
+        require(end.kind == SessionEnd::Kind::Failed,
+                "a server that cannot have proved itself has ended the session");
+        require(!end.reason.contains(u"too little"), "an unproved limit was obeyed");
+    }
     return 0;
 }

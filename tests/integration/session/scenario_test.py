@@ -162,7 +162,7 @@ class ScenarioTest(SessionTest):
                 (["http://127.0.0.1/", "--encoding", "json"],
                  '--encoding is xml or wbxml instead of "json"'),
                 (["http://127.0.0.1/", "--timeout", "0"],
-                 '--timeout wants a positive number instead of "0"'),
+                 '--timeout wants a number from 1 to 86400 instead of "0"'),
                 (["http://127.0.0.1/", "--event", "x"],
                  '--event wants TYPE=TEXT instead of "x"'),
                 (["http://127.0.0.1/", "--ca", "/nowhere"],

@@ -11,8 +11,11 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
+#include <QTimer>
 #include <deque>
 #include <gtest/gtest.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 namespace client {
 
@@ -178,6 +181,64 @@ TEST_F(HttpTransportTest, NobodyThereIsAnError)
     listener.close();
     EXPECT_EQ(text(exchange(url)),
               "error: " + url.toString().toStdString() + ": Connection refused");
+}
+
+// ---- Ends before the answer ----------------------------------------------------------------------
+
+/// A server that takes a request and says nothing; only the end that is tested can end the
+/// exchange.
+class SilentServer : public HttpTransportTest {
+protected:
+    SilentServer()
+    {
+        options.timeLimit = std::chrono::hours(1);
+        options.retries = 2;
+        options.interruptFile = file;
+        server.replies = {{{}, false}};
+    }
+    ~SilentServer() override { ::close(file); }
+    std::string ending(const TransportRequest &like = {})
+    {
+        return text(exchange(server.url(), like));
+    }
+
+    const int file = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+};
+
+TEST_F(SilentServer, ExchangeIsOverWhenItIsInterrupted)
+{
+    QTimer::singleShot(1, &server, [this] { ::eventfd_write(file, 1); });
+    EXPECT_EQ(ending(), here("interrupted"));
+    EXPECT_EQ(ending(), here("interrupted")) << "from then on";
+}
+
+TEST_F(SilentServer, PauseBeforeARepetitionIsOverWhenItIsInterrupted)
+{
+    options.retryDelay = std::chrono::hours(1);
+    server.replies = {status("503 Busy")};
+    QObject::connect(&listener, &QTcpServer::pendingConnectionAvailable, &server, [this] {
+        QTimer::singleShot(200, &server, [this] { ::eventfd_write(file, 1); });
+    });
+    ending();
+    EXPECT_LE(server.requests.size(), 1U);
+}
+
+TEST_F(SilentServer, ExchangeIsOverWhenItsTimeIs)
+{
+    TransportRequest request;
+    request.timeLimit = std::chrono::milliseconds(20);
+    EXPECT_EQ(ending(request), here("no answer in the time that was left"));
+    EXPECT_LE(server.requests.size(), 1U);
+}
+
+TEST_F(SilentServer, FarewellIsSentInSpiteOfAnInterruptAndOnce)
+{
+    ::eventfd_write(file, 1);
+    server.replies = {status("503 Busy"), ok("again")};
+    TransportRequest request;
+    request.isFarewell = true;
+    EXPECT_EQ(ending(request), here("HTTP 503 Busy"));
+    EXPECT_EQ(server.requests.size(), 1U);
 }
 
 // ---- Repetitions ---------------------------------------------------------------------------------

@@ -74,6 +74,22 @@ TEST_P(Packages, CommandsRunOnBehalfOfTheAccountsServer)
     EXPECT_TRUE(tree.principal().isOwner());
 }
 
+TEST_P(Packages, ServerWithoutAnIdentifierHasTheRightsOfEveryServerOnly)
+{
+    account.serverId.clear();
+    tree.replaceProperty(profile("Office"), Property::Acl, "Get=*&Replace=dm.example");
+    tree.replaceProperty(profile("Home"), Property::Acl, "Get=*&Replace=*");
+    server.says(accepted() + replace("2", profileUri("Office/Addr"), "stolen") +
+                replace("3", profileUri("Home/Addr"), "corrected"));
+    run();
+    EXPECT_EQ(sent(2), (Lines{"Status 0 SyncHdr 200", "Status 2 Replace 425",
+                              "Status 3 Replace 200", "Final"}));
+    EXPECT_EQ(listener.commands.at(0),
+              "Replace ./Ext/Profiles/Office/Addr 425 a server without an account needs Replace on "
+              "./Ext/Profiles/Office/Addr, and the ACL of ./Ext/Profiles/Office is "
+              "\"Get=*&Replace=dm.example\"");
+}
+
 TEST_P(Packages, FollowOneAnotherUntilTheServerAsksForNothing)
 {
     server.says(accepted() + get("2", {"./DevInfo/Man"}));
@@ -188,6 +204,62 @@ TEST_P(Packages, SessionWithoutAnEndIsAborted)
     EXPECT_EQ(sent(4).back(), "Final");
 }
 
+TEST_P(Packages, InterruptedExchangeIsTheUsersAbort)
+{
+    bool isInterrupted = false;
+    options.isAbortRequested = [&isInterrupted] { return isInterrupted; };
+    server.says(accepted() + get("2", {"./DevInfo/Man"}));
+    server.replies([&isInterrupted](const TransportRequest &) {
+        isInterrupted = true;
+        return TransportError{QStringLiteral("http://dm.example/: interrupted")};
+    });
+    const SessionEnd end = run();
+    EXPECT_EQ(end.kind, Kind::AbortedHere);
+    EXPECT_EQ(end.reason, QStringLiteral("aborted by the user"));
+    ASSERT_EQ(server.messages.size(), 3U);
+    EXPECT_EQ(sent(3), (Lines{"Alert 1223", "Final"}));
+    EXPECT_FALSE(server.requests.at(1).isFarewell);
+    EXPECT_TRUE(server.requests.at(2).isFarewell);
+    EXPECT_EQ(server.requests.at(2).timeLimit, std::chrono::seconds(5));
+}
+
+TEST_P(Packages, FarewellThatFailsDoesNotChangeWhyTheSessionEnded)
+{
+    int asked = 0;
+    options.isAbortRequested = [&asked] { return ++asked == 2; };
+    server.says(accepted() + get("2", {"./DevInfo/Man"}));
+    server.replies([](const TransportRequest &) {
+        return TransportError{QStringLiteral("http://dm.example/: Connection refused")};
+    });
+    const SessionEnd end = run();
+    EXPECT_EQ(end.kind, Kind::AbortedHere);
+    EXPECT_EQ(end.reason, QStringLiteral("aborted by the user"));
+    EXPECT_EQ(server.messages.size(), 2U);
+}
+
+TEST_P(Packages, SessionThatTakesTooLongIsAborted)
+{
+    std::chrono::steady_clock::time_point now;
+    options.clock = [&now] { return now; };
+    options.timeLimit = std::chrono::seconds(25);
+    for (int i = 0; i < 10; ++i)
+        server.replies([&now, this, i](const TransportRequest &request) {
+            now += std::chrono::seconds(10);
+            return TransportResponse{
+                server.encoded({accepted() + get("2", {"./DevInfo/Man"}), true, {}}, i + 1),
+                {},
+                {},
+                request.url};
+        });
+    const SessionEnd end = run();
+    EXPECT_EQ(end.kind, Kind::Failed);
+    EXPECT_EQ(end.reason, QStringLiteral("no end after 25 s"));
+    ASSERT_EQ(server.messages.size(), 4U) << "three messages and the abort";
+    EXPECT_EQ(sent(4).at(sent(4).size() - 2), "Alert 1223");
+    EXPECT_EQ(server.requests.at(0).timeLimit, std::chrono::seconds(25));
+    EXPECT_EQ(server.requests.at(2).timeLimit, std::chrono::seconds(5)) << "what is left";
+}
+
 TEST_P(Packages, UnreachableServerIsAFailure)
 {
     server.replies([](const TransportRequest &) {
@@ -217,6 +289,21 @@ TEST_P(Packages, OtherProtocolVersionIsRefusedWithoutRunningAnything)
     EXPECT_EQ(sent(2), (Lines{"Status 0 SyncHdr 505", "Status 2 Replace 505", "Final"}));
     EXPECT_EQ(sent(3), (Lines{"Status 0 SyncHdr 513", "Status 2 Replace 513", "Final"}));
     EXPECT_EQ(read(profile("Office/Addr")), "internet");
+}
+
+TEST_P(Packages, ServerOfAnotherVersionIsGivenUpAfterThreeMessages)
+{
+    for (int i = 1; i <= 10; ++i) {
+        QByteArray xml = ScriptedServer(syncml::Encoding::Xml).encoded({get("2", {"."})}, i);
+        xml.replace("<VerProto>DM/1.2", "<VerProto>DM/9.9");
+        server.replies([xml](const TransportRequest &request) {
+            return TransportResponse{xml, {}, {}, request.url};
+        });
+    }
+    const SessionEnd end = run();
+    EXPECT_EQ(end.kind, Kind::Failed);
+    EXPECT_EQ(end.reason, QStringLiteral("the server does not speak DM/1.2"));
+    EXPECT_EQ(server.messages.size(), 3U);
 }
 
 TEST_P(Packages, UnreadableMessageIsRefusedAndEndsTheSession)
@@ -328,6 +415,17 @@ TEST_P(Packages, AnotherSessionsIdIsNoted)
     server.says(accepted());
     run();
     EXPECT_EQ(listener.notes, Lines{"the server answers for session \"5\" instead of \"A\""});
+}
+
+TEST_P(Packages, MsgIdThatIsUsedAgainIsNoted)
+{
+    const QByteArray bytes = server.encoded({accepted() + get("2", {"./DevInfo/Man"})}, 1);
+    for (int i = 0; i < 2; ++i)
+        server.replies([bytes](const TransportRequest &request) {
+            return TransportResponse{bytes, {}, {}, request.url};
+        });
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_EQ(listener.notes, Lines{"the server uses the MsgID \"1\" again"});
 }
 
 IN_BOTH_ENCODINGS(Packages);

@@ -51,9 +51,10 @@ protected:
     }
     /// A message whose HMAC the server makes for that nonce; with "wrong" for another message.
     void saysWithHmac(const QByteArray &commands, const QByteArray &nonce, bool wrong = false,
-                      const QByteArray &userName = serverIdentity.name)
+                      const QByteArray &userName = serverIdentity.name,
+                      const QByteArray &headerEnd = {})
     {
-        const QByteArray bytes = server.encoded({commands, true, {}}, 1);
+        const QByteArray bytes = server.encoded({commands, true, headerEnd}, 1);
         server.replies([=](const TransportRequest &request) {
             const QByteArray mac = hmacProof(serverIdentity, nonce, wrong ? bytes + ' ' : bytes);
             return TransportResponse{bytes, {}, formatHmacHeader({userName, mac}), request.url};
@@ -210,6 +211,27 @@ TEST_P(Proving, AskedForThePasswordItselfTheClientEndsTheSession)
     }
 }
 
+TEST_P(Proving, HmacAccountGivesNoWeakerProof)
+{
+    clientProves(AuthType::Hmac, "N0");
+    server.says(statusFor("SyncHdr", 401, chal(AuthType::Md5, "chosen")));
+    const SessionEnd end = run();
+    EXPECT_EQ(end.kind, Kind::Failed);
+    EXPECT_EQ(end.reason, QStringLiteral("the server asks for a weaker proof (syncml:auth-md5) "
+                                         "than it should get (syncml:auth-MAC)"));
+    EXPECT_EQ(server.messages.size(), 1U);
+}
+
+TEST_P(Proving, HmacThatWasAskedForIsNotGivenUpAgain)
+{
+    clientProves(AuthType::Md5);
+    server.says(statusFor("SyncHdr", 407, chal(AuthType::Hmac, "N1")));
+    server.says(statusFor("SyncHdr", 401, chal(AuthType::Md5, "chosen")));
+    EXPECT_EQ(run().reason, QStringLiteral("the server asks for a weaker proof (syncml:auth-md5) "
+                                           "than it should get (syncml:auth-MAC)"));
+    EXPECT_EQ(server.messages.size(), 2U);
+}
+
 TEST_P(Proving, BasicAccountGivesADigestWhenAsked)
 {
     clientProves(AuthType::Basic);
@@ -270,6 +292,47 @@ TEST_P(Proving, HmacCoversEveryMessageWithTheNewestNonce)
     EXPECT_EQ(clientNonce(), "N3");
     EXPECT_FALSE(message(1).header.cred);
     EXPECT_EQ(message(1).header.source.locName, QStringLiteral("Bruce2"));
+}
+
+TEST_P(Proving, HmacWithoutANonceForTheNextMessageEndsTheSession)
+{
+    const QByteArray noNonce = "<Chal><Meta><Format>b64</Format>"
+                               "<Type>syncml:auth-MAC</Type></Meta></Chal>";
+    for (const QByteArray &status :
+         {statusFor("SyncHdr", 200), statusFor("SyncHdr", 200, noNonce), QByteArray()}) {
+        server = ScriptedServer(GetParam());
+        clientProves(AuthType::Hmac, "N0");
+        server.says(status + replace("2", profileUri("Office/Addr"), "x"));
+        const SessionEnd end = run();
+        EXPECT_EQ(end.kind, Kind::Failed) << status.toStdString();
+        EXPECT_EQ(end.reason, QStringLiteral("the server gives no nonce for the next HMAC proof"));
+        EXPECT_EQ(server.messages.size(), 1U);
+        EXPECT_EQ(read(profile("Office/Addr")), "internet");
+    }
+}
+
+TEST_P(Proving, HmacForTheWholeSessionEndsTheSession)
+{
+    clientProves(AuthType::Hmac, "N0");
+    server.says(statusFor("SyncHdr", 212, chal(AuthType::Hmac, "N1")) +
+                replace("2", profileUri("Office/Addr"), "x"));
+    const SessionEnd end = run();
+    EXPECT_EQ(end.kind, Kind::Failed);
+    EXPECT_TRUE(end.reason.startsWith(
+        QStringLiteral("the server takes one HMAC proof for the whole session (212)")));
+    EXPECT_EQ(server.messages.size(), 1U);
+    EXPECT_EQ(read(profile("Office/Addr")), "internet");
+}
+
+TEST_P(Proving, HmacChallengeWithoutANonceEndsTheSession)
+{
+    clientProves(AuthType::Hmac, "N0");
+    QByteArray challenge = chal(AuthType::Hmac, "N1");
+    challenge.remove(challenge.indexOf("<NextNonce>"),
+                     challenge.indexOf("</Meta>") - challenge.indexOf("<NextNonce>"));
+    server.says(statusFor("SyncHdr", 401, challenge));
+    EXPECT_EQ(run().reason, QStringLiteral("the server asks for an HMAC proof without a nonce"));
+    EXPECT_EQ(server.messages.size(), 1U);
 }
 
 // ---- The server proves itself --------------------------------------------------------------------
@@ -354,6 +417,99 @@ TEST_P(Proving, ServerThatNeverProvesItselfIsGivenUp)
     EXPECT_EQ(server.messages.size(), 3U);
 }
 
+TEST_P(Proving, NothingOfAnUnprovedMessageIsObeyed)
+{
+    clientProves(AuthType::Basic);
+    serverProves(AuthType::Md5, "S0");
+    server.says({statusFor("SyncHdr", 500) + alert("3", "1223") + get("4", {"./DevInfo/Man"}), true,
+                 "<RespURI>http://evil.example/</RespURI>"
+                 "<Meta><MaxMsgSize>10</MaxMsgSize></Meta>"});
+    server.answersFrom = QUrl(QStringLiteral("http://evil.example/redirected"));
+    server.replies([this](const TransportRequest &request) {
+        const QByteArray nonce = *challengeSent(2)->nonce;
+        return TransportResponse{
+            server.encoded(
+                {accepted() + get("4", {"./DevInfo/Man"}), true, cred(AuthType::Md5, nonce)}, 2),
+            {},
+            {},
+            request.url};
+    });
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_EQ(sent(2),
+              (Lines{"Status 0 SyncHdr 407", "Status 3 Alert 407", "Status 4 Get 407", "Final"}));
+    EXPECT_EQ(sent(3).at(2), "Results 4 ./DevInfo/Man = maker");
+    for (const TransportRequest &request : server.requests)
+        EXPECT_EQ(request.url, account.address);
+}
+
+TEST_P(Proving, UnprovedRequestForMoreIsACommandLikeAnyOther)
+{
+    serverProves(AuthType::Md5, "S0");
+    server.says({accepted() + alert("2", "1222"), false, {}});
+    run();
+    EXPECT_EQ(sent(2), (Lines{"Status 0 SyncHdr 407", "Status 2 Alert 407", "Final"}));
+}
+
+TEST_P(Proving, UnprovedEndOfDataDoesNotBreakAnObjectOff)
+{
+    tree.replace(profile("Office/Addr"), text(QByteArray(3000, 'x')));
+    serverProves(AuthType::Hmac, "S0");
+    saysWithHmac(accepted() + get("2", {profileUri("Office/Addr")}), "S0", false,
+                 serverIdentity.name, "<Meta><MaxMsgSize>1500</MaxMsgSize></Meta>");
+    server.replies([this](const TransportRequest &request) {
+        const QByteArray bytes =
+            server.encoded({statusFor("SyncHdr", 200, {}, 2) + alert("1", "1225")}, 2);
+        return TransportResponse{bytes, {}, {}, request.url};
+    });
+    run();
+    ASSERT_GE(server.messages.size(), 3U);
+    EXPECT_TRUE(message(2).commands.back().items.at(0).moreData);
+    EXPECT_EQ(sent(3).at(0), "Status 0 SyncHdr 407");
+    EXPECT_EQ(message(3).commands.back().kind, syncml::CommandKind::Results);
+}
+
+TEST_P(Proving, EmptyAnswerDoesNotEndASessionInWhichTheServerOwesAProof)
+{
+    for (const AuthType type : {AuthType::Basic, AuthType::Md5, AuthType::Hmac}) {
+        server = ScriptedServer(GetParam());
+        serverProves(type, "S0");
+        const SessionEnd end = run();
+        EXPECT_EQ(end.kind, Kind::Failed);
+        EXPECT_EQ(end.reason, QStringLiteral("the server did not prove who it is"));
+    }
+}
+
+TEST_P(Proving, MessageOfAnotherSessionEndsTheSession)
+{
+    options.sessionId = QStringLiteral("A");
+    serverProves(AuthType::Basic);
+    server.says({accepted() + replace("2", profileUri("Office/Addr"), "x"), true,
+                 cred(AuthType::Basic, {})});
+    const SessionEnd end = run();
+    EXPECT_EQ(end.kind, Kind::Failed);
+    EXPECT_EQ(end.reason, QStringLiteral("the server answers for session \"5\" instead of \"A\""));
+    EXPECT_EQ(read(profile("Office/Addr")), "internet");
+    EXPECT_EQ(sent(2), (Lines{"Alert 1223", "Final"}));
+}
+
+TEST_P(Proving, MessageThatComesAgainEndsTheSession)
+{
+    serverProves(AuthType::Basic);
+    const ScriptedServer::Message change{accepted() + replace("2", profileUri("Office/Addr"), "x"),
+                                         true, cred(AuthType::Basic, {})};
+    const QByteArray bytes = server.encoded(change, 1);
+    const auto replay = [bytes](const TransportRequest &request) {
+        return TransportResponse{bytes, {}, {}, request.url};
+    };
+    server.replies(replay);
+    server.replies(replay);
+    const SessionEnd end = run();
+    EXPECT_EQ(end.kind, Kind::Failed);
+    EXPECT_EQ(end.reason, QStringLiteral("the server uses the MsgID \"1\" again"));
+    EXPECT_EQ(listener.commands.size(), 1U);
+    EXPECT_EQ(sent(3), (Lines{"Alert 1223", "Final"}));
+}
+
 TEST_P(Proving, ServerThatAsksForNothingIsNotChallengedBack)
 {
     serverProves(AuthType::Md5);
@@ -408,6 +564,10 @@ TEST_P(Proving, ServerWithHmacProvesEveryMessage)
         return TransportResponse{
             bytes, {}, formatHmacHeader({serverIdentity.name, mac}), request.url};
     });
+    server.replies([this](const TransportRequest &request) {
+        const QByteArray mac = hmacProof(serverIdentity, *challengeSent(3)->nonce, {});
+        return TransportResponse{{}, {}, formatHmacHeader({serverIdentity.name, mac}), request.url};
+    });
     EXPECT_EQ(run().kind, Kind::Completed);
     EXPECT_EQ(sent(2).at(0), "Status 0 SyncHdr 200");
     EXPECT_EQ(challengeSent(2)->type, AuthType::Hmac);
@@ -450,6 +610,64 @@ TEST_P(Proving, UnsentChallengeLeavesTheOldNonceInPlace)
     EXPECT_EQ(run().kind, Kind::Completed);
     EXPECT_EQ(server.messages.size(), 1U);
     EXPECT_EQ(serverNonce(), "S0") << "the server never heard of another one";
+}
+
+TEST_P(Proving, EmptyAnswerHasAnHmacOfItsOwn)
+{
+    serverProves(AuthType::Hmac, "S0");
+    saysWithHmac(accepted() + get("2", {"./DevInfo/Man"}), "S0");
+    server.replies([](const TransportRequest &request) {
+        const QByteArray mac = hmacProof(serverIdentity, "S0", {});
+        return TransportResponse{{}, {}, formatHmacHeader({serverIdentity.name, mac}), request.url};
+    });
+    EXPECT_EQ(run().reason, QStringLiteral("the server did not prove who it is"))
+        << "its nonce is not that of the last challenge";
+}
+
+// ---- Nonces for the next session -----------------------------------------------------------------
+
+TEST_P(Proving, NonceForTheServerIsKeptBeforeTheServerHearsOfIt)
+{
+    serverProves(AuthType::Md5, "S0");
+    server.says({accepted() + get("2", {"./DevInfo/Man"}), true, cred(AuthType::Md5, "S0")});
+    std::optional<QByteArray> kept;
+    options.keepNonces = [&](const Nonces &nonces, QString &) {
+        EXPECT_EQ(server.messages.size(), 1U) << "the message with the challenge is not sent yet";
+        kept = nonces.toClient;
+        return true;
+    };
+    EXPECT_EQ(run().kind, Kind::Completed);
+    ASSERT_TRUE(challengeSent(2));
+    EXPECT_EQ(kept, challengeSent(2)->nonce);
+}
+
+TEST_P(Proving, NonceOfTheServerIsKeptBeforeAnythingIsDone)
+{
+    clientProves(AuthType::Md5, "N0");
+    server.says(statusFor("SyncHdr", 212, chal(AuthType::Md5, "N1")) + get("2", {"./DevInfo/Man"}));
+    std::optional<QByteArray> kept;
+    options.keepNonces = [&](const Nonces &nonces, QString &) {
+        EXPECT_EQ(listener.commands, Lines());
+        kept = nonces.toServer;
+        return true;
+    };
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_EQ(kept, QByteArray("N1"));
+}
+
+TEST_P(Proving, NonceThatCannotBeKeptIsNotGivenToTheServer)
+{
+    serverProves(AuthType::Md5, "S0");
+    server.says({accepted() + get("2", {"./DevInfo/Man"}), true, cred(AuthType::Md5, "S0")});
+    options.keepNonces = [](const Nonces &, QString &error) {
+        error = QStringLiteral("cannot write accounts.json: No space left on device");
+        return false;
+    };
+    const SessionEnd end = run();
+    EXPECT_EQ(end.kind, Kind::Failed);
+    EXPECT_EQ(end.reason, QStringLiteral("the nonce of the next proof cannot be kept: cannot write "
+                                         "accounts.json: No space left on device"));
+    EXPECT_EQ(server.messages.size(), 1U);
 }
 
 IN_BOTH_ENCODINGS(Proving);

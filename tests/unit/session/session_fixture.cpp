@@ -21,11 +21,15 @@ SessionTest::SessionTest()
 
 SessionEnd SessionTest::run(UserInteraction *user)
 {
-    Session session(account, tree, server, user, {&listener}, options);
-    const SessionEnd end = session.run();
-    account.toServer.nonce = session.nonceToServer();
-    account.toClient.nonce = session.nonceToClient();
-    return end;
+    const Account before = account;
+    SessionOptions keeping = options;
+    if (!keeping.keepNonces)
+        keeping.keepNonces = [this](const Nonces &nonces, QString &) {
+            account.toServer.nonce = nonces.toServer;
+            account.toClient.nonce = nonces.toClient;
+            return true;
+        };
+    return Session(before, tree, server, user, {&listener}, keeping).run();
 }
 
 SessionTest::Lines SessionTest::sent(std::size_t number) const

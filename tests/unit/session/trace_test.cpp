@@ -195,6 +195,19 @@ TEST_P(Trace, ThatCannotBeWrittenIsRefused)
     EXPECT_TRUE(error.startsWith(QStringLiteral("cannot write ") + directory.path()));
 }
 
+TEST_P(Trace, ThatLosesSomethingSaysSo)
+{
+    const QFileDevice::Permissions before = QFile::permissions(QStringLiteral("/dev/full"));
+    QString error;
+    const auto trace = TraceWriter::open(QStringLiteral("/dev/full"), error);
+    ASSERT_TRUE(trace) << error.toStdString();
+    EXPECT_TRUE(trace->lossReason().isNull());
+    Session(account, tree, server, nullptr, {trace.get()}, options).run();
+    EXPECT_EQ(trace->lossReason(),
+              QStringLiteral("cannot write /dev/full: No space left on device"));
+    EXPECT_EQ(QFile::permissions(QStringLiteral("/dev/full")), before);
+}
+
 IN_BOTH_ENCODINGS(Trace);
 
 } // namespace
