@@ -204,7 +204,7 @@ TEST_F(ReadValueTest, AFullArrayReadsOnIntoTheNextOne)
     NAP_PROFILE_S record = Record("", std::string(44, 'd'));
     SetText(record.csdAuthId, "user");
     Mount(record);
-    EXPECT_EQ(StringOf(Value(napdef, "Office/Addr")), std::string(44, 'd') + "user");
+    EXPECT_EQ(StringOf(Value(napdef, "Office/Addr")), std::string(44, 'd').append("user"));
 }
 
 TEST_F(ReadValueTest, ThePortOfTheThirdSlotLeavesTheCallersValue)
