@@ -1,6 +1,7 @@
 #include "access_control.h"
 
 #include <QByteArrayList>
+#include <QSet>
 #include <QStringDecoder>
 #include <algorithm>
 #include <iterator>
@@ -60,12 +61,33 @@ bool isServerIdentifier(const QByteArray &text)
            std::all_of(characters.begin(), characters.end(), mayStandInIdentifier);
 }
 
+namespace {
+
+/// The servers in the order of their first mention; "*" alone where it is one of them.
+std::vector<QByteArray> withoutRepetitions(const QByteArrayList &servers)
+{
+    if (servers.contains(everyServer))
+        return {everyServer};
+    std::vector<QByteArray> once;
+    QSet<QByteArray> mentioned;
+    for (const QByteArray &server : servers) {
+        if (mentioned.contains(server))
+            continue;
+        mentioned.insert(server);
+        once.push_back(server);
+    }
+    return once;
+}
+
+} // namespace
+
 std::optional<AccessControlList> AccessControlList::parse(const QByteArray &text, QString &error)
 {
     AccessControlList list;
     const QByteArray trimmed = text.trimmed();
     if (trimmed.isEmpty())
         return list;
+    std::array<QByteArrayList, rightCount> servers;
     for (const QByteArray &entry : trimmed.split('&')) {
         const qsizetype equals = entry.indexOf('=');
         const auto right = rightNamed(entry.left(equals));
@@ -81,9 +103,10 @@ std::optional<AccessControlList> AccessControlList::parse(const QByteArray &text
                             .arg(shown(server), shown(entry));
                 return std::nullopt;
             }
-            list.grant(*right, server);
+            servers[index(*right)].push_back(server);
         }
     }
+    std::ranges::transform(servers, list.m_servers.begin(), withoutRepetitions);
     return list;
 }
 

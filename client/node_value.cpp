@@ -58,6 +58,7 @@ Result<DmtData> parseBinary(const QByteArray &data)
     if (!decoded)
         return unsupported(QStringLiteral("the value is not base64"));
     DMVector<unsigned char> bytes;
+    bytes.reserve(static_cast<int>((*decoded).size()));
     for (const char byte : *decoded)
         bytes.push_back(static_cast<unsigned char>(byte));
     return DmtData(bytes);

@@ -1,12 +1,18 @@
 #include "provider_database.h"
 
+#include "support/xml_guard.h"
+
 #include <QXmlStreamReader>
 
 namespace {
 
 class DatabaseReader {
 public:
-    explicit DatabaseReader(const QByteArray &xml) : m_xml(xml) {}
+    explicit DatabaseReader(const QByteArray &xml) : m_xml(xml)
+    {
+        // The format has no namespaces, whose names the reader looks up in every element around.
+        m_xml.setNamespaceProcessing(false);
+    }
 
     QList<Provider> read()
     {
@@ -113,6 +119,11 @@ private:
 
 QList<Provider> parseProviderDatabase(const QByteArray &xml, QString &fault)
 {
+    constexpr qsizetype mostAttributes = 32; // no element of the format has more than two
+    if (const auto refusal = support::guardXml(xml, mostAttributes)) {
+        fault = QStringLiteral("line %1: %2").arg(refusal->line).arg(refusal->text);
+        return {};
+    }
     DatabaseReader reader(xml);
     QList<Provider> providers = reader.read();
     fault = reader.fault();

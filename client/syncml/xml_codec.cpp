@@ -1,10 +1,10 @@
 #include "syncml/xml_codec.h"
 
+#include "support/xml_guard.h"
 #include "syncml/element_sink.h"
 #include "syncml/element_source.h"
 #include "syncml/message_reader.h"
 #include "syncml/message_writer.h"
-#include "syncml/xml_guard.h"
 #include "syncml/xml_text.h"
 
 #include <QXmlStreamReader>
@@ -97,6 +97,16 @@ private:
     int m_depth = 0;
 };
 
+DecodeError decodeErrorOf(const support::XmlRefusal &refusal)
+{
+    DecodeError error;
+    error.status = refusal.kind == support::XmlRefusal::Kind::Declarations ? 400 : 416;
+    error.text = refusal.text;
+    error.line = refusal.line;
+    error.column = refusal.column;
+    return error;
+}
+
 class XmlSource final : public ElementSource {
 public:
     XmlSource(const QByteArray &bytes, const Limits &limits) : ElementSource(limits)
@@ -105,8 +115,8 @@ public:
             return;
         if (!bytes.isValidUtf8())
             fail(415, QStringLiteral("the message is not in UTF-8"));
-        else if (std::optional<DecodeError> refusal = guardXml(bytes, limits))
-            fail(*std::move(refusal));
+        else if (const auto refusal = support::guardXml(bytes, limits.attributes))
+            fail(decodeErrorOf(*refusal));
         else
             m_reader.addData(QString::fromUtf8(bytes));
     }

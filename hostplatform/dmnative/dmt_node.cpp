@@ -76,9 +76,10 @@ int DmtPluginNode::GetChildNodes(DMVector<JemSmartPtr<DmtNode>> &children) const
         return DMT_NOT_ALLOWED;
     if (!m_treeLink || !m_treeLink->Tree())
         return DMT_COMMAND_FAILED;
+    const DmtPluginTree::NodeTable &nodes = *m_treeLink->Tree()->m_nodes;
     children.clear();
-    m_treeLink->Tree()->m_nodes->ForEachChild(
-        m_path.text(), [&children](DmtNode *child) { children.push_back(child); });
+    children.reserve(nodes.CountListedChildren(m_path.text()));
+    nodes.ForEachChild(m_path.text(), [&children](DmtNode *child) { children.push_back(child); });
     return DMT_OK;
 }
 

@@ -153,6 +153,12 @@ void NodeTable::MoveBeneath(const std::string &path, const std::string &newPath,
         MoveBeneath(ChildPath(path, child), ChildPath(newPath, child), moved);
 }
 
+int NodeTable::CountListedChildren(std::string_view path) const
+{
+    const auto entry = m_entries.find(path);
+    return entry == m_entries.end() ? 0 : static_cast<int>(entry->second.Children().size());
+}
+
 void NodeTable::ForEachChild(std::string_view path,
                              const std::function<void(DmtNode *)> &visit) const
 {

@@ -34,6 +34,8 @@ public:
     int Rename(std::string_view path, std::string_view newName,
                const std::function<void(DmtNode *, const char *newPath)> &moved);
 
+    /// How many children are listed there, registered or not.
+    int CountListedChildren(std::string_view path) const;
     /// Visits the registered children in listed order.
     void ForEachChild(std::string_view path, const std::function<void(DmtNode *)> &visit) const;
 

@@ -49,6 +49,10 @@ public:
         return Construct(element);
     }
 
+    /// Makes room for so many elements in one step; push_back makes room for four at a time.
+    /// @return false when the vector cannot grow, which leaves it as it was.
+    bool reserve(int elements) { return elements <= m_capacity || Grow(elements); }
+
     /// Removes the element and closes the gap. The index must be below size().
     void remove(int index)
     {

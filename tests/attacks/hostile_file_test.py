@@ -6,10 +6,10 @@ import sqlite3
 import subprocess
 import unittest
 
-from sessions import SessionTest
-
-from handset import CONN, DMCLIENT, NAPICTL, PLUGIN, SECRET
+from handset import CONN, DMCLIENT, Handset, NAPICTL, PLUGIN, SECRET
 from hostile_text import HOSTILE, harmful_in
+from instructions import CALLGRIND, times_as_many
+from sessions import SessionTest
 
 REFUSED = 1
 
@@ -104,6 +104,47 @@ class HostileTextTest(SessionTest):
         for words in ([NAPICTL, "list"], [*dmclient, "tree"]):
             result = self.assert_harmless(*words, state=folder)
             self.assertIn(b"31m", result.stderr)
+
+
+@unittest.skipUnless(CALLGRIND, "needs valgrind")
+class FileThatCostsMoreThanItsLengthTest(unittest.TestCase):
+    """Makes a file that is slow to read out of all proportion to its length."""
+
+    SHORT, LONG, MOST = 20_000, 80_000, 5
+
+    def setUp(self):
+        self.handset = Handset()
+        self.addCleanup(self.handset.close)
+
+    def file(self, name, text):
+        path = os.path.join(self.handset.home, name)
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(text)
+        return path
+
+    def check(self, command_for):
+        self.assertLess(times_as_many(self.handset, *map(command_for, (0, self.SHORT, self.LONG))),
+                        self.MOST)
+
+    def test_attributes_of_one_tag(self):
+        """An operators' database whose one tag has thousands of attributes."""
+        def command(size):
+            attributes = "".join(f" a{i}=''" for i in range(size // 8))
+            path = self.file(f"{size}.xml", "<serviceproviders format='2.0'><country code='zz'"
+                             f"{attributes}/></serviceproviders>")
+            return ("napictl", "provision", "--database", path, "--country", "zz")
+        self.check(command)
+
+    def test_namespaces_inside_each_other(self):
+        """An operators' database whose elements stand inside each other, each with a namespace."""
+        def command(size):
+            count = size // 20
+            path = self.file(
+                f"{size}.xml", "<serviceproviders xmlns:p='u' format='2.0'>" +
+                "".join(f"<p:a xmlns:n{i}='u'>" for i in range(count)) + "</p:a>" * count +
+                "</serviceproviders>")
+            return ("napictl", "provision", "--database", path, "--country", "zz")
+        self.check(command)
 
 
 if __name__ == "__main__":

@@ -12,8 +12,9 @@ import unittest
 import hostile_server as hostile
 import terminal_test
 from commands import (HandsetTest, add, copy, delete, execute, get, rename, replace, run, set_acl)
-from handset import CONN, PROXY, SECRET
+from handset import CONN, PROXY, SECRET, Handset
 from hostile_text import HOSTILE, harmful_in
+from instructions import CALLGRIND, times_as_many
 from hostile_server import HostileServer
 from sessions import (CERTIFICATE, KEY, REFUSED, SESSION_FAILED, SUCCESS, USAGE, DmServer,
                       SessionTest, scenario)
@@ -399,6 +400,44 @@ class EndlessSession(SessionTest):
                     self.assertEqual(result.stderr.decode(),
                                      f"dmclient: session: {option} wants a number from 1 to 86400 "
                                      f'instead of "{value}"\n')
+
+
+@unittest.skipUnless(CALLGRIND, "needs valgrind")
+class ValueThatCostsMoreThanItsLengthTest(unittest.TestCase):
+    """Sends a value that is slow to take out of all proportion to its length."""
+
+    SHORT, LONG, MOST = 16_000, 64_000, 5
+
+    def setUp(self):
+        self.handset = Handset()
+        self.addCleanup(self.handset.close)
+        self.handset.dmclient("account", "add", "Test", "address=https://dm.example/",
+                              "server-id=dm.example", "server-auth=md5", "server-name=s",
+                              "server-secret=s")
+
+    def check(self, uri, form, data_of_size):
+        def command(size):
+            path = os.path.join(self.handset.home, f"{size}.xml")
+            with open(path, "w", encoding="ascii") as file:
+                file.write(
+                    "<SyncML><SyncHdr><VerDTD>1.2</VerDTD><VerProto>DM/1.2</VerProto>"
+                    "<SessionID>1</SessionID><MsgID>1</MsgID><Target><LocURI>d</LocURI></Target>"
+                    "<Source><LocURI>s</LocURI></Source></SyncHdr><SyncBody><Replace>"
+                    f"<CmdID>1</CmdID><Item><Target><LocURI>{uri}</LocURI></Target><Meta>"
+                    f"<Format xmlns='syncml:metinf'>{form}</Format></Meta><Data>"
+                    f"{data_of_size(size)}</Data></Item></Replace></SyncBody></SyncML>")
+            return ("dmclient", "process", path)
+        self.assertLess(times_as_many(self.handset, *map(command, (4, self.SHORT, self.LONG))),
+                        self.MOST)
+
+    def test_binary_value(self):
+        """A value in base64."""
+        self.check("./DMAcc/Test/AppAuth/2/AAuthData", "b64", lambda size: "QUJD" * (size // 4))
+
+    def test_access_control_list(self):
+        """A list of thousands of servers."""
+        self.check("./DevInfo?prop=ACL", "chr",
+                   lambda size: "Get=x" + "".join(f"+s{i:06}" for i in range(size // 8)))
 
 
 if __name__ == "__main__":

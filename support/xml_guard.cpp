@@ -1,8 +1,8 @@
-#include "syncml/xml_guard.h"
+#include "xml_guard.h"
 
 #include <algorithm>
 
-namespace syncml {
+namespace support {
 namespace {
 
 /// Markup whose content is not looked at.
@@ -45,19 +45,15 @@ Tag scanTag(QByteArrayView xml)
     return tag;
 }
 
-DecodeError faultAt(QByteArrayView before, int status, const QString &text)
+XmlRefusal refusalAt(QByteArrayView before, XmlRefusal::Kind kind, const QString &text)
 {
-    DecodeError error;
-    error.status = status;
-    error.text = text;
-    error.line = std::ranges::count(before, '\n') + 1;
-    error.column = before.size() - 1 - before.lastIndexOf('\n');
-    return error;
+    return {kind, text, std::ranges::count(before, '\n') + 1,
+            before.size() - 1 - before.lastIndexOf('\n')};
 }
 
 } // namespace
 
-std::optional<DecodeError> guardXml(QByteArrayView xml, const Limits &limits)
+std::optional<XmlRefusal> guardXml(QByteArrayView xml, qsizetype mostAttributes)
 {
     qsizetype at = 0;
     while ((at = xml.indexOf('<', at)) >= 0) {
@@ -73,14 +69,14 @@ std::optional<DecodeError> guardXml(QByteArrayView xml, const Limits &limits)
         }
         const Tag tag = scanTag(rest);
         if (rest.startsWith("<!DOCTYPE") && tag.hasBracket)
-            return faultAt(xml.first(at), 400,
-                           QStringLiteral("the document type has declarations of its own"));
-        if (tag.quotedValues > limits.attributes)
-            return faultAt(xml.first(at), 416,
-                           QStringLiteral("more than %1 attributes").arg(limits.attributes));
+            return refusalAt(xml.first(at), XmlRefusal::Kind::Declarations,
+                             QStringLiteral("the document type has declarations of its own"));
+        if (tag.quotedValues > mostAttributes)
+            return refusalAt(xml.first(at), XmlRefusal::Kind::TooManyAttributes,
+                             QStringLiteral("more than %1 attributes").arg(mostAttributes));
         at += tag.size;
     }
     return std::nullopt;
 }
 
-} // namespace syncml
+} // namespace support

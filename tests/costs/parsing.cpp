@@ -1,0 +1,442 @@
+// Reads inputs of every kind, for callgrind to count the instructions of each.
+//
+//   parsing-costs SIZE...     has every parser read an input of about that many bytes, and leaves a
+//                             callgrind dump "PARSER SIZE" for each
+//
+// The inputs are the ones that a parser which looks back over what it has read is slowest with:
+// very many small pieces, or one very large one.
+#include "access_control.h"
+#include "cli/terminal.h"
+#include "cli/words.h"
+#include "node_uri.h"
+#include "node_value.h"
+#include "package.h"
+#include "profile_json.h"
+#include "property_store.h"
+#include "provider_database.h"
+#include "session/account_tree.h"
+#include "session/accounts.h"
+#include "session/answer_queue.h"
+#include "session/user_interaction.h"
+#include "settings_format.h"
+#include "syncml/codec.h"
+#include "tnds.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#if __has_include(<valgrind/callgrind.h>)
+#include <valgrind/callgrind.h>
+#else
+#define CALLGRIND_TOGGLE_COLLECT static_cast<void>(0)
+#define CALLGRIND_ZERO_STATS static_cast<void>(0)
+#define CALLGRIND_DUMP_STATS_AT(name) static_cast<void>(name)
+#endif
+#include <cstdio>
+#include <functional>
+
+namespace {
+
+// ---- Inputs --------------------------------------------------------------------------------------
+
+using MakePiece = std::function<QByteArray(int)>;
+
+/// Pieces, numbered from 0, until there are that many bytes.
+QByteArray pieces(qsizetype size, const MakePiece &piece)
+{
+    QByteArray bytes;
+    for (int i = 0; bytes.size() < size; ++i)
+        bytes += piece(i);
+    return bytes;
+}
+
+MakePiece numbered(const char *before, const char *after)
+{
+    return [=](int i) { return before + QByteArray::number(i) + after; };
+}
+
+QByteArray nested(qsizetype size, const MakePiece &open, const QByteArray &close)
+{
+    QByteArray bytes;
+    int depth = 0;
+    for (; bytes.size() < size; ++depth)
+        bytes += open(depth);
+    return bytes + close.repeated(depth);
+}
+
+QByteArray xmlMessage(const QByteArray &commands)
+{
+    return "<SyncML xmlns='SYNCML:SYNCML1.2'><SyncHdr><VerDTD>1.2</VerDTD><VerProto>DM/1.2"
+           "</VerProto><SessionID>1</SessionID><MsgID>1</MsgID><Target><LocURI>d</LocURI></Target>"
+           "<Source><LocURI>s</LocURI></Source></SyncHdr><SyncBody>" +
+           commands + "<Final/></SyncBody></SyncML>";
+}
+
+QByteArray replaceWith(const QByteArray &data)
+{
+    return xmlMessage("<Replace><CmdID>1</CmdID><Item><Target><LocURI>./a</LocURI></Target><Data>" +
+                      data + "</Data></Item></Replace>");
+}
+
+QByteArray inWbxml(const QByteArray &xml)
+{
+    const syncml::DecodeResult message = syncml::decode(xml);
+    return std::get<QByteArray>(
+        syncml::encode(std::get<syncml::Message>(message), syncml::Encoding::Wbxml));
+}
+
+QByteArray manyItems(qsizetype size)
+{
+    return xmlMessage(
+        "<Get><CmdID>1</CmdID>" +
+        pieces(size, numbered("<Item><Target><LocURI>./a/", "</LocURI></Target></Item>")) +
+        "</Get>");
+}
+
+// ---- Parsers -------------------------------------------------------------------------------------
+
+void requireMessage(const QByteArray &bytes)
+{
+    const syncml::DecodeResult result = syncml::decode(bytes);
+    if (const auto *const error = std::get_if<syncml::DecodeError>(&result))
+        qFatal("no message: %s", qPrintable(error->toString()));
+}
+
+void decode(const QByteArray &bytes)
+{
+    syncml::decode(bytes);
+}
+
+void readAcl(const QByteArray &bytes)
+{
+    QString error;
+    if (!client::AccessControlList::parse(bytes, error))
+        qFatal("no list: %s", qPrintable(error));
+}
+
+void readBinary(const QByteArray &bytes)
+{
+    if (!client::parseValue(DmtData::Bin, bytes))
+        qFatal("no binary value");
+}
+
+void readText(const QByteArray &bytes)
+{
+    if (!client::parseValue(DmtData::String, bytes))
+        qFatal("no text");
+}
+
+void readAddress(const QByteArray &bytes)
+{
+    if (!client::parseAddress(QString::fromUtf8(bytes), client::UriLimits()))
+        qFatal("no address");
+}
+
+void readFile(const QByteArray &bytes,
+              const std::function<bool(const QString &file, QString &error)> &load)
+{
+    const QTemporaryDir folder;
+    QFile file(folder.filePath(QStringLiteral("input")));
+    QString error;
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.flush() ||
+        !file.setPermissions(QFile::ReadOwner | QFile::WriteOwner) || !load(file.fileName(), error))
+        qFatal("cannot be read: %s", qPrintable(error));
+}
+
+void readProperties(const QByteArray &bytes)
+{
+    readFile(bytes, [](const QString &file, QString &error) {
+        return client::PropertyStore::load(file, error).has_value();
+    });
+}
+
+void readAccounts(const QByteArray &bytes)
+{
+    readFile(bytes, [](const QString &file, QString &error) {
+        return client::AccountStore::load(file, error).has_value();
+    });
+}
+
+void readProfiles(const QByteArray &bytes)
+{
+    QString fault;
+    parseProfiles(bytes, fault);
+    if (!fault.isNull())
+        qFatal("no profiles: %s", qPrintable(fault));
+}
+
+void readProviders(const QByteArray &bytes)
+{
+    QString fault;
+    parseProviderDatabase(bytes, fault);
+}
+
+void readSettings(const QByteArray &bytes)
+{
+    formatSettings(parseSettings(bytes).groups);
+}
+
+void splitLine(const QByteArray &bytes)
+{
+    if (!client::cli::splitWords(bytes))
+        qFatal("no words");
+}
+
+void fillMessages(const QByteArray &bytes)
+{
+    const syncml::DecodeResult decoded = syncml::decode(bytes);
+    const auto &message = std::get<syncml::Message>(decoded);
+    syncml::Command status;
+    status.kind = syncml::CommandKind::Status;
+    status.cmdRef = QStringLiteral("1");
+    status.msgRef = QStringLiteral("1");
+    status.cmd = QStringLiteral("Get");
+    status.data = "200";
+    for (const syncml::Item &item : message.commands[0].items)
+        status.targetRefs.push_back(item.target->locUri);
+    client::AnswerQueue queue;
+    queue.push(status);
+    constexpr qsizetype serversLimit = 2000;
+    for (client::AnswerQueue::Filled filled = client::AnswerQueue::Filled::Part;
+         filled == client::AnswerQueue::Filled::Part;) {
+        syncml::Message answer;
+        answer.header = message.header;
+        filled = queue.fill(answer, syncml::Encoding::Xml, serversLimit);
+    }
+}
+
+/// Keeps what is written to it.
+class PlainTree final : public DmtRWPluginTree {
+public:
+    static JemSmartPtr<PlainTree> create()
+    {
+        const JemSmartPtr<PlainTree> tree(new PlainTree);
+        tree->Init("");
+        JemSmartPtr<DmtNode> node;
+        tree->CreateInteriorNodeInternal("", node, DMStringVector());
+        tree->CreateLeafNodeInternal("leaf", node, DmtData("x"));
+        return tree;
+    }
+};
+
+/// Answers a package on a tree whose leaf ./t/leaf can be written.
+void runPackage(const QByteArray &bytes)
+{
+    QString error;
+    client::ManagementTree tree(client::describeHost("id"));
+    tree.mount(client::NodeUri({"t"}), PlainTree::create(),
+               *client::AccessControlList::parse("Get=*&Replace=*&Add=*", error));
+    const syncml::DecodeResult decoded = syncml::decode(bytes);
+    if (!client::answerPackage(std::get<syncml::Message>(decoded), tree, syncml::Encoding::Xml)
+             .allSucceeded)
+        qFatal("not everything succeeded");
+}
+
+/// Writes a leaf for each name of an address, and the tree as a document.
+void writeTree(const QByteArray &address)
+{
+    QString error;
+    client::ManagementTree tree(client::describeHost("id"));
+    const JemSmartPtr<PlainTree> leaves = PlainTree::create();
+    const auto names = client::parseAddress(QString::fromUtf8(address), client::UriLimits());
+    for (const QByteArray &name : names->node.names()) {
+        JemSmartPtr<DmtNode> node;
+        leaves->CreateLeafNodeInternal(name.constData(), node, DmtData("x"));
+    }
+    tree.mount(client::NodeUri({"t"}), leaves, client::AccessControlList());
+    const auto listing =
+        tree.list(*tree.find(client::NodeUri({"t"})), client::ManagementTree::Values::Read);
+    const auto content = client::parseTndsRequest(QStringLiteral("TNDS"), error);
+    if (client::tndsDocument(tree, listing, *content).size() < address.size())
+        qFatal("no document");
+}
+
+struct Parser {
+    const char *name;
+    std::function<QByteArray(qsizetype size)> input;
+    void (*read)(const QByteArray &);
+};
+
+const Parser parsers[] = {
+    {"acl-of-many-servers",
+     [](qsizetype size) { return "Get=x" + pieces(size, numbered("+server", "")); }, readAcl},
+    {"acl-of-one-server-again-and-again",
+     [](qsizetype size) { return "Get=a" + QByteArray("&Get=a+b").repeated(size / 8); }, readAcl},
+    {"binary-value", [](qsizetype size) { return QByteArray("QUJD").repeated(size / 4); },
+     readBinary},
+    {"binary-value-with-blanks",
+     [](qsizetype size) { return QByteArray("QUJD\r\n ").repeated(size / 7); }, readBinary},
+    {"text-value", [](qsizetype size) { return QByteArray("\xC3\xA4").repeated(size / 2); },
+     readText},
+    {"address-of-many-names", [](qsizetype size) { return "." + pieces(size, numbered("/n", "")); },
+     readAddress},
+    {"address-of-escapes",
+     [](qsizetype size) { return "./" + QByteArray("%41").repeated(size / 3); }, readAddress},
+    {"xml-commands",
+     [](qsizetype size) {
+         return xmlMessage(
+             pieces(size, numbered("<Get><CmdID>", "</CmdID><Item><Target><LocURI>./a"
+                                                   "</LocURI></Target></Item></Get>")));
+     },
+     requireMessage},
+    {"xml-items", manyItems, requireMessage},
+    {"xml-data", [](qsizetype size) { return replaceWith(QByteArray(size, 'x')); }, requireMessage},
+    {"xml-entities",
+     [](qsizetype size) { return replaceWith(QByteArray("&amp;").repeated(size / 5)); },
+     requireMessage},
+    {"xml-character-references",
+     [](qsizetype size) { return replaceWith(QByteArray("&#13;").repeated(size / 5)); },
+     requireMessage},
+    {"xml-cdata-sections",
+     [](qsizetype size) { return replaceWith(QByteArray("<![CDATA[x]]>").repeated(size / 13)); },
+     requireMessage},
+    {"xml-comments",
+     [](qsizetype size) { return replaceWith(QByteArray("<!--x-->").repeated(size / 8)); },
+     requireMessage},
+    {"xml-comment-never-closed",
+     [](qsizetype size) { return replaceWith(QByteArray("<!-- -").repeated(size / 6)); }, decode},
+    {"xml-quotes-never-closed",
+     [](qsizetype size) { return replaceWith(QByteArray("<a b='").repeated(size / 6)); }, decode},
+    {"xml-lines",
+     [](qsizetype size) { return replaceWith(QByteArray("a\r\n").repeated(size / 3)); },
+     requireMessage},
+    {"xml-markup-in-data",
+     [](qsizetype size) {
+         return replaceWith(pieces(size, numbered("<b xmlns:p='u'><p:c d='", "'/></b>")));
+     },
+     requireMessage},
+    {"xml-namespaces-of-siblings",
+     [](qsizetype size) {
+         return replaceWith(pieces(size, [](int i) {
+             const QByteArray n = QByteArray::number(i);
+             return "<p" + n + ":b xmlns:p" + n + "='u'/>";
+         }));
+     },
+     requireMessage},
+    {"xml-nested-without-end",
+     [](qsizetype size) { return replaceWith(QByteArray("<a>").repeated(size / 3)); }, decode},
+    {"xml-attributes-of-one-tag",
+     [](qsizetype size) { return replaceWith("<a" + pieces(size, numbered(" b", "=''")) + "/>"); },
+     decode},
+    {"wbxml-items", [](qsizetype size) { return inWbxml(manyItems(size)); }, requireMessage},
+    {"wbxml-data", [](qsizetype size) { return inWbxml(replaceWith(QByteArray(size, 'x'))); },
+     requireMessage},
+    {"answers-in-small-messages", manyItems, fillMessages},
+    {"package-of-reads",
+     [](qsizetype size) {
+         return xmlMessage(pieces(size, numbered("<Get><CmdID>", "</CmdID><Item><Target><LocURI>"
+                                                                 "./DevInfo/DevId</LocURI></Target>"
+                                                                 "</Item></Get>")));
+     },
+     runPackage},
+    {"package-of-one-atomic",
+     [](qsizetype size) {
+         return xmlMessage(
+             "<Atomic><CmdID>a</CmdID>" +
+             pieces(size, numbered("<Replace><CmdID>", "</CmdID><Item><Target><LocURI>./t/leaf"
+                                                       "</LocURI></Target><Data>y</Data></Item>"
+                                                       "</Replace>")) +
+             "</Atomic>");
+     },
+     runPackage},
+    {"serialised-tree", [](qsizetype size) { return "." + pieces(size / 4, numbered("/n", "")); },
+     writeTree},
+    {"interaction-options", [](qsizetype size) { return pieces(size, numbered("MINDT=", "&")); },
+     [](const QByteArray &bytes) { client::parseInteractionOptions(bytes); }},
+    {"properties-file",
+     [](qsizetype size) {
+         return "{" + pieces(size, numbered("\"./n", "\":{\"title\":\"x\"},")).chopped(1) + "}";
+     },
+     readProperties},
+    {"accounts-file",
+     [](qsizetype size) {
+         return "{" +
+                pieces(size, numbered("\"n", "\":{\"address\":\"http://h/\",\"server-id\":\"s\"},"))
+                    .chopped(1) +
+                "}";
+     },
+     readAccounts},
+    {"profiles-as-json",
+     [](qsizetype size) {
+         return "[" + pieces(size, numbered("{\"name\":\"n", "\"},")).chopped(1) + "]";
+     },
+     readProfiles},
+    {"json-text-of-escapes",
+     [](qsizetype size) {
+         return "[{\"name\":\"n\",\"gprs\":{\"address\":\"" +
+                QByteArray("\\u0041").repeated(size / 6) + "\"}}]";
+     },
+     readProfiles},
+    {"json-members-in-falling-order",
+     [](qsizetype size) {
+         const int last = 10'000'000;
+         return "{" +
+                pieces(size, [](int i) { return "\"" + QByteArray::number(last - i) + "\":{},"; })
+                    .chopped(1) +
+                "}";
+     },
+     [](const QByteArray &bytes) {
+         QString fault;
+         parseProfiles(bytes, fault);
+     }},
+    {"providers",
+     [](qsizetype size) {
+         return "<serviceproviders format='2.0'><country code='de'><provider><name>n</name><gsm>" +
+                pieces(size, numbered("<apn value='", "'><name>x</name></apn>")) +
+                "</gsm></provider></country></serviceproviders>";
+     },
+     readProviders},
+    {"provider-of-many-elements",
+     [](qsizetype size) {
+         return "<serviceproviders format='2.0'>" + nested(size, numbered("<a", ">"), QByteArray());
+     },
+     readProviders},
+    {"provider-of-many-attributes",
+     [](qsizetype size) {
+         return "<serviceproviders format='2.0'><country" + pieces(size, numbered(" a", "=''")) +
+                "/></serviceproviders>";
+     },
+     readProviders},
+    {"provider-of-nested-namespaces",
+     [](qsizetype size) {
+         return "<serviceproviders xmlns:p='u' format='2.0'>" +
+                nested(size, numbered("<p:a xmlns:n", "='u'>"), "</p:a>") + "</serviceproviders>";
+     },
+     readProviders},
+    {"settings-entries",
+     [](qsizetype size) { return "[g]\n" + pieces(size, numbered("key", "=value\n")); },
+     readSettings},
+    {"settings-groups", [](qsizetype size) { return pieces(size, numbered("[g", "]\nk=v\n")); },
+     readSettings},
+    {"settings-escapes",
+     [](qsizetype size) { return "[g]\nk=" + QByteArray("\\n").repeated(size / 2) + "\n"; },
+     readSettings},
+    {"line-of-one-word", [](qsizetype size) { return "add " + QByteArray(size, 'x'); }, splitLine},
+    {"line-of-many-words", [](qsizetype size) { return QByteArray("xy ").repeated(size / 3); },
+     splitLine},
+    {"text-for-a-terminal",
+     [](qsizetype size) { return QByteArray("\xC3\xA4\x1B").repeated(size / 3); },
+     [](const QByteArray &bytes) { client::cli::printable(bytes); }},
+};
+
+void count(const Parser &parser, qsizetype size)
+{
+    const QByteArray input = parser.input(size);
+    CALLGRIND_ZERO_STATS;
+    CALLGRIND_TOGGLE_COLLECT;
+    parser.read(input);
+    CALLGRIND_TOGGLE_COLLECT;
+    const QByteArray name = QByteArray(parser.name) + ' ' + QByteArray::number(size);
+    CALLGRIND_DUMP_STATS_AT(name.constData());
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    for (const Parser &parser : parsers) {
+        std::printf("%s\n", parser.name);
+        std::fflush(stdout);
+        for (int i = 1; i < argc; ++i)
+            count(parser, QByteArray(argv[i]).toLongLong());
+    }
+}
