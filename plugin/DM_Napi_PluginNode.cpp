@@ -25,6 +25,7 @@
 #include <QByteArray>
 #include <QHostAddress>
 #include <QString>
+#include <QStringDecoder>
 
 #include <algorithm>
 #include <charconv>
@@ -252,10 +253,16 @@ bool IsBitRate(int bitRate)
 
 namespace {
 
-/// Parses four decimal parts of one to three digits, each at most 255, and nothing else. Qt's own
-/// parser is no judge of this: it takes short, octal and hexadecimal forms, blanks and IPv6.
-std::optional<std::uint32_t> ParseDottedQuad(std::string_view text)
+/// Parses four decimal parts of one to three digits, each at most 255, with white space around them
+/// as servers send it that indent their XML, and nothing else. Qt's own parser is no judge of this:
+/// it takes short, octal and hexadecimal forms, blanks in between and IPv6.
+std::optional<std::uint32_t> ParseDottedQuad(const char *given)
 {
+    // Without the flags a byte order mark in front and half a character at the end would vanish.
+    QStringDecoder decode(QStringDecoder::Utf8, QStringConverter::Flag::Stateless |
+                                                    QStringConverter::Flag::ConvertInitialBom);
+    const std::string trimmed = QString(decode(given)).trimmed().toStdString();
+    std::string_view text = trimmed;
     constexpr int PARTS = 4;
     std::uint32_t address = 0;
     for (int i = 0; i < PARTS; ++i) {

@@ -145,7 +145,7 @@ void readFile(const QByteArray &bytes,
 void readProperties(const QByteArray &bytes)
 {
     readFile(bytes, [](const QString &file, QString &error) {
-        return client::PropertyStore::load(file, error).has_value();
+        return client::PropertyStore::load(file, {}, error).has_value();
     });
 }
 
@@ -224,7 +224,7 @@ void runPackage(const QByteArray &bytes)
     QString error;
     client::ManagementTree tree(client::describeHost("id"));
     tree.mount(client::NodeUri({"t"}), PlainTree::create(),
-               *client::AccessControlList::parse("Get=*&Replace=*&Add=*", error));
+               {.acl = *client::AccessControlList::parse("Get=*&Replace=*&Add=*", error)});
     const syncml::DecodeResult decoded = syncml::decode(bytes);
     if (!client::answerPackage(std::get<syncml::Message>(decoded), tree, syncml::Encoding::Xml)
              .allSucceeded)
@@ -242,7 +242,7 @@ void writeTree(const QByteArray &address)
         JemSmartPtr<DmtNode> node;
         leaves->CreateLeafNodeInternal(name.constData(), node, DmtData("x"));
     }
-    tree.mount(client::NodeUri({"t"}), leaves, client::AccessControlList());
+    tree.mount(client::NodeUri({"t"}), leaves);
     const auto listing =
         tree.list(*tree.find(client::NodeUri({"t"})), client::ManagementTree::Values::Read);
     const auto content = client::parseTndsRequest(QStringLiteral("TNDS"), error);

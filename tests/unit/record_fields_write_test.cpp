@@ -2,6 +2,8 @@
 // times all leaves, and the proxy slots.
 #include "server_change_test.h"
 
+#include <QHostAddress>
+
 #include <limits>
 
 namespace {
@@ -137,11 +139,20 @@ TEST_P(BearerFieldsTest, TextThatIsNoDottedQuadLeavesTheServerAsItWas)
                                  "1.+2.3.4",
                                  "-1.2.3.4",
                                  "1.2.3.-4",
-                                 " 1.2.3.4",
-                                 "1.2.3.4 ",
-                                 "1.2.3.4\n",
                                  "1. 2.3.4",
-                                 "\t1.2.3.4",
+                                 "1 .2.3.4",
+                                 "1.2.3.4 5",
+                                 "1.2.3.4 5.6.7.8",
+                                 "1.2.3.4 .",
+                                 " ",
+                                 " \r\n\t ",
+                                 "\x1c\x31.2.3.4",         // a separator, but no white space
+                                 "\x7f\x31.2.3.4",         // a control character
+                                 "\xe2\x80\x8b\x31.2.3.4", // zero width space
+                                 "\xef\xbb\xbf\x31.2.3.4", // byte order mark
+                                 "\xe1\xa0\x8e\x31.2.3.4", // Mongolian vowel separator
+                                 "\xa0\x31.2.3.4",         // white space of Latin-1, no UTF-8
+                                 "1.2.3.4\xc2",            // half a character
                                  "1.2.3.4.5",
                                  "1.2.3.4.",
                                  ".1.2.3.4",
@@ -171,6 +182,26 @@ TEST_P(BearerFieldsTest, TextThatIsNoDottedQuadLeavesTheServerAsItWas)
         ExpectNoEffect("DNS2", Text(text));
         ExpectNothingLogged();
     }
+}
+
+TEST_P(BearerFieldsTest, WhiteSpaceAroundADottedQuadIsCutAsQtsAddressClassCutsIt)
+{
+    std::vector<std::string> whiteSpaces = {"\r\n    ", "\n\n", "\t \t"};
+    for (char32_t character = 1; character < 0x3100; ++character)
+        if (QChar::isSpace(character))
+            whiteSpaces.push_back(QString::fromUcs4(&character, 1).toStdString());
+    ASSERT_GT(whiteSpaces.size(), 20u);
+    for (const std::string &blank : whiteSpaces) {
+        for (const std::string &text :
+             {blank + "10.8.0.1", "10.8.0.1" + blank, blank + "10.8.0.1" + blank}) {
+            QHostAddress qts;
+            ASSERT_TRUE(qts.setAddress(QString::fromStdString(text))) << text;
+            Stored() = ToRecord(PatternBytes(0));
+            EXPECT_EQ(Write(tree, "Office/DNS2", Text(text)), 0);
+            EXPECT_EQ(StringOf(Value(tree, "Office/DNS2")), qts.toString().toStdString()) << text;
+        }
+    }
+    ExpectNothingLogged();
 }
 
 TEST_P(BearerFieldsTest, PartsOfADottedQuadAreDecimalWhateverTheirZeroes)

@@ -27,8 +27,20 @@ constexpr const char *NAMES[] = {
 };
 
 constexpr const char *TEXTS[] = {
-    "GSM-GPRS", "GSM-CSD", "GSM-CSD2",  "ANALOG-MODEM",    "Isdn",   "V.110", "",
-    "10.0.0.1", "1.2.3",   "010.1.2.3", "255.255.255.256", "Office", "none",  "%s%n%s",
+    "GSM-GPRS",
+    "GSM-CSD",
+    "GSM-CSD2",
+    "ANALOG-MODEM",
+    "Isdn",
+    "V.110",
+    "",
+    "10.0.0.1",
+    "1.2.3",
+    "010.1.2.3",
+    "255.255.255.256",
+    "Office",
+    " \xE2\x80\x83 10.0.0.9\r\n",
+    "%s%n%s",
 };
 
 constexpr int NUMBERS[] = {0, 14400, 9600, 4800, 2400, 1200, -1, 65535, 65536, 2147483647};

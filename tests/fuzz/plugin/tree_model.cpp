@@ -111,8 +111,53 @@ std::string DottedQuad(unsigned int address)
     return text;
 }
 
-bool FromDottedQuad(const std::string &text, unsigned int &address)
+/// How many bytes of white space stand at that place of a text in UTF-8.
+std::size_t WhiteSpaceAt(const std::string &text, std::size_t at)
 {
+    static const std::vector<std::string> sequences = [] {
+        std::vector<std::string> all{" ",
+                                     "\t",
+                                     "\n",
+                                     "\v",
+                                     "\f",
+                                     "\r",
+                                     "\xC2\x85",
+                                     "\xC2\xA0",
+                                     "\xE1\x9A\x80",
+                                     "\xE2\x80\xA8",
+                                     "\xE2\x80\xA9",
+                                     "\xE2\x80\xAF",
+                                     "\xE2\x81\x9F",
+                                     "\xE3\x80\x80"};
+        for (char last = '\x80'; last <= '\x8A'; ++last)
+            all.push_back(std::string("\xE2\x80") + last);
+        return all;
+    }();
+    for (const std::string &sequence : sequences)
+        if (text.compare(at, sequence.size(), sequence) == 0)
+            return sequence.size();
+    return 0;
+}
+
+std::string WithoutWhiteSpaceAround(std::string text)
+{
+    while (const std::size_t size = WhiteSpaceAt(text, 0))
+        text.erase(0, size);
+    for (std::size_t at = 0; at < text.size();) {
+        std::size_t end = at;
+        while (const std::size_t size = end < text.size() ? WhiteSpaceAt(text, end) : 0)
+            end += size;
+        if (end == text.size())
+            text.erase(at);
+        else
+            at = end + (end == at ? 1 : 0);
+    }
+    return text;
+}
+
+bool FromDottedQuad(const std::string &given, unsigned int &address)
+{
+    const std::string text = WithoutWhiteSpaceAround(given);
     unsigned int parsed = 0;
     std::size_t at = 0;
     for (int part = 0; part < 4; ++part) {
