@@ -179,7 +179,8 @@ int NAPI_GetProfileIDByName(const char *name, unsigned int *id);
 /// @return NAPI_ERROR_NOT_FOUND for an unknown ID.
 int NAPI_GetProfileNameByID(unsigned int id, char *name);
 
-/// @return the largest number of profiles that can be stored.
+/// @return the largest number of profiles that can be stored, a usual one when the store cannot be
+///         asked.
 int NAPI_GetMaxProfiles(void);
 
 /// @return 0 when a profile of that name is stored, any other value when not.

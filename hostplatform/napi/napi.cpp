@@ -11,17 +11,39 @@
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include "foreign_text.h"
 #include "profile_name.h"
 #include "profile_store.h"
 #include "store_backend.h"
+#include "stored_maximum.h"
 
 namespace {
 
-constexpr unsigned int kDefaultMaximum = 127;
-constexpr unsigned int kLargestMaximum = 1000000;
 constexpr std::size_t kStatusCount = NAPI_ERROR_UNAVAILABLE + 1;
+
+std::optional<unsigned int> parseMaximum(const char *text)
+{
+    unsigned int maximum = 0;
+    const char *end = text + std::strlen(text);
+    const auto [parsedEnd, error] = std::from_chars(text, end, maximum);
+    if (error == std::errc() && parsedEnd == end && maximum >= 1 && maximum <= kLargestMaximum)
+        return maximum;
+    std::fprintf(stderr, "libnapi: KUB_NAPI_MAX is not a number from 1 to %u and is ignored\n",
+                 kLargestMaximum);
+    return std::nullopt;
+}
+
+/// The maximum that KUB_NAPI_MAX sets; none when it is not set, or wrong, which is told once.
+std::optional<unsigned int> maximumFromEnvironment()
+{
+    static const std::optional<unsigned int> maximum = [] {
+        const char *text = std::getenv("KUB_NAPI_MAX");
+        return text == nullptr ? std::nullopt : parseMaximum(text);
+    }();
+    return maximum;
+}
 
 /// What the calls of a process share. Opened by the first call that needs the store; after a
 /// failure the next call tries again.
@@ -42,7 +64,7 @@ public:
         StoreResult result;
         try {
             if (m_store == nullptr)
-                result = openChosenStore(m_store);
+                result = open();
             if (!result.failed())
                 result = operation(*m_store);
         } catch (const std::exception &error) { // out of memory; the callers may be C
@@ -60,6 +82,21 @@ public:
     }
 
 private:
+    /// What the environment says of the store is kept with it, for processes that do not know.
+    StoreResult open()
+    {
+        StoreResult result = openChosenStore(m_store);
+        const std::optional<unsigned int> wanted = maximumFromEnvironment();
+        unsigned int maximum = 0;
+        if (result.failed() || !wanted.has_value())
+            return result;
+        StoreResult kept = m_store->readMaximum(maximum);
+        if (kept.failed() || maximum != *wanted)
+            kept = m_store->storeMaximum(*wanted);
+        report(kept); // without it the profiles are there all the same
+        return result;
+    }
+
     void report(const StoreResult &result)
     {
         const bool isOrdinaryAnswer = result.status == NAPI_OK ||
@@ -77,21 +114,6 @@ private:
     std::unique_ptr<ProfileStore> m_store;
     std::bitset<kStatusCount> m_reported;
 };
-
-unsigned int maximumFromEnvironment()
-{
-    const char *text = std::getenv("KUB_NAPI_MAX");
-    if (text == nullptr)
-        return kDefaultMaximum;
-    unsigned int maximum = 0;
-    const char *end = text + std::strlen(text);
-    const auto [parsedEnd, error] = std::from_chars(text, end, maximum);
-    if (error == std::errc() && parsedEnd == end && maximum >= 1 && maximum <= kLargestMaximum)
-        return maximum;
-    std::fprintf(stderr, "libnapi: KUB_NAPI_MAX is no number from 1 to %u, using %u\n",
-                 kLargestMaximum, kDefaultMaximum);
-    return kDefaultMaximum;
-}
 
 int refuseNull()
 {
@@ -156,7 +178,9 @@ int NAPI_CreateProfile(const char *name, const NAP_PROFILE_S *record, int, int)
     if (record == nullptr)
         return refuseNull();
     return runOnProfile(name, [&](ProfileStore &store, std::string_view text) {
-        return store.create(text, *record, static_cast<unsigned int>(NAPI_GetMaxProfiles()));
+        unsigned int maximum = 0;
+        StoreResult result = store.readMaximum(maximum);
+        return result.failed() ? result : store.create(text, *record, maximum);
     });
 }
 
@@ -190,7 +214,8 @@ int NAPI_GetProfileNameByID(unsigned int id, char *name)
 
 int NAPI_GetMaxProfiles(void)
 {
-    static const unsigned int maximum = maximumFromEnvironment();
+    unsigned int maximum = maximumFromEnvironment().value_or(kDefaultMaximum);
+    Service::instance().run([&](ProfileStore &store) { return store.readMaximum(maximum); });
     return static_cast<int>(maximum);
 }
 

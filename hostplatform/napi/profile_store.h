@@ -33,6 +33,9 @@ public:
     /// @param maximum  number of profiles at which the store counts as full
     virtual StoreResult create(std::string_view name, const NAP_PROFILE_S &record,
                                unsigned int maximum) = 0;
+    /// The number of profiles at which the store counts as full, kept with the store.
+    virtual StoreResult readMaximum(unsigned int &maximum) = 0;
+    virtual StoreResult storeMaximum(unsigned int maximum) = 0;
     virtual StoreResult remove(std::string_view name) = 0;
     virtual StoreResult idByName(std::string_view name, std::uint32_t &id) = 0;
     virtual StoreResult nameById(std::uint32_t id, std::string &name) = 0;

@@ -12,6 +12,7 @@
 #include "database_file.h"
 #include "profile_name.h"
 #include "sqlite_status.h"
+#include "stored_maximum.h"
 
 namespace {
 
@@ -413,6 +414,26 @@ StoreResult SqliteProfileStore::create(std::string_view name, const NAP_PROFILE_
     if (sqlite3_last_insert_rowid(m_database) > std::numeric_limits<std::uint32_t>::max())
         return failure(NAPI_ERROR_STORE_FULL, "has used up its IDs");
     if (!transaction.commit())
+        return failure(action);
+    return {};
+}
+
+StoreResult SqliteProfileStore::readMaximum(unsigned int &maximum)
+{
+    unsigned int stored = 0;
+    if (!::readMaximum(m_database, stored))
+        return failure("read the maximum of profiles");
+    if (stored == 0)
+        return failure(NAPI_ERROR_CORRUPT, "the maximum of profiles is damaged");
+    maximum = stored;
+    return {};
+}
+
+StoreResult SqliteProfileStore::storeMaximum(unsigned int maximum)
+{
+    constexpr const char *action = "keep KUB_NAPI_MAX";
+    Transaction transaction(*this);
+    if (!transaction.begin() || !::storeMaximum(m_database, maximum) || !transaction.commit())
         return failure(action);
     return {};
 }

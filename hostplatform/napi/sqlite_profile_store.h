@@ -32,6 +32,8 @@ public:
     StoreResult modify(std::string_view name, const NAP_PROFILE_S &record) override;
     StoreResult create(std::string_view name, const NAP_PROFILE_S &record,
                        unsigned int maximum) override;
+    StoreResult readMaximum(unsigned int &maximum) override;
+    StoreResult storeMaximum(unsigned int maximum) override;
     StoreResult remove(std::string_view name) override;
     StoreResult idByName(std::string_view name, std::uint32_t &id) override;
     StoreResult nameById(std::uint32_t id, std::string &name) override;

@@ -2,7 +2,9 @@
 
 import json
 import os
+import re
 import subprocess
+import sys
 import tempfile
 import unittest
 
@@ -277,6 +279,86 @@ class LinksAndFilesInside(unittest.TestCase):
                 self.assertEqual(result.returncode, UNUSABLE, result.stderr)
                 self.assertIn(b"it belongs to nobody, not to root", result.stderr)
                 os.chown(self.path(name), 0, 0)
+
+
+WITH_PRIVATE_NETWORKMANAGER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..",
+                                           "integration", "networkmanager",
+                                           "with-private-networkmanager")
+IS_SKIPPED = 77
+
+
+class PasswordsOnTheBusTest(unittest.TestCase):
+    """Asks NetworkManager on the system bus for everything that it tells every user about the
+    connections in which profiles are stored."""
+
+    PASSWORDS = {"csd.authPassword": "s3cr3t-1", "csd2.authPassword": "s3cr3t-2"}
+    NETWORKMANAGER = "org.freedesktop.NetworkManager"
+
+    def run(self, result=None):
+        """Runs the test itself again beside a NetworkManager of its own."""
+        if "PRIVATE_NETWORKMANAGER" in os.environ:
+            return super().run(result)
+        return unittest.FunctionTestCase(self.run_beside_networkmanager,
+                                         description=self.id()).run(result)
+
+    def run_beside_networkmanager(self):
+        name = f"{type(self).__name__}.{self._testMethodName}"
+        outcome = subprocess.run([WITH_PRIVATE_NETWORKMANAGER, sys.executable, "-B",
+                                  os.path.abspath(__file__), name],
+                                 capture_output=True, text=True, timeout=300, check=False)
+        if outcome.returncode == IS_SKIPPED:
+            raise unittest.SkipTest(outcome.stderr.strip())
+        self.assertEqual(outcome.returncode, 0, outcome.stderr)
+
+    def setUp(self):
+        self.handset = Handset([])
+        self.addCleanup(self.handset.close)
+        os.environ["KUB_NAPI_BACKEND"] = "networkmanager"
+
+    def napictl(self, *arguments):
+        return subprocess.run([NAPICTL, "--backend", "networkmanager", *arguments], check=True,
+                              env=self.handset.environment(), capture_output=True, text=True).stdout
+
+    def ask_bus(self, path, method):
+        return subprocess.run(["dbus-send", "--system", "--print-reply", "--dest=" + self.NETWORKMANAGER,
+                               path, f"{self.NETWORKMANAGER}.Settings{method}"],
+                              check=True, capture_output=True, text=True).stdout
+
+    def told_to_everybody(self):
+        settings = "/org/freedesktop/NetworkManager/Settings"
+        paths = re.findall('object path "(.*)"', self.ask_bus(settings, ".ListConnections"))
+        self.assertTrue(paths)
+        return "".join(self.ask_bus(path, ".Connection.GetSettings") for path in paths)
+
+    def assert_kept(self):
+        stored = json.loads(self.napictl("show", "--json", "--show-secrets", "Office"))
+        for field, password in self.PASSWORDS.items():
+            part, name = field.split(".")
+            self.assertEqual(stored[part][name], password)
+            self.assertNotIn(password, self.told_to_everybody())
+        database = os.path.join(self.handset.state, "networkmanager-ids.db")
+        self.assertEqual(os.stat(database).st_mode & 0o777, 0o600)
+
+    def test_passwords_that_are_stored(self):
+        """The passwords of circuit-switched data are not among it."""
+        self.napictl("create", "Office", "csd.address=1", "csd2.address=2",
+                     *(f"{field}={password}" for field, password in self.PASSWORDS.items()))
+        self.assert_kept()
+
+    def test_passwords_that_were_stored_where_everybody_reads(self):
+        """They are moved when a program reads the profile."""
+        self.napictl("create", "Office", "csd.address=1", "csd2.address=2")
+        folder = os.path.join(os.environ["PRIVATE_NETWORKMANAGER_DIR"], "system-connections")
+        file, = (os.path.join(folder, name) for name in os.listdir(folder))
+        with open(file, encoding="utf-8") as connection:
+            text = connection.read()
+        keys = "".join(f"kub-dm.{field}={password}\n" for field, password in self.PASSWORDS.items())
+        with open(file, "w", encoding="utf-8") as connection:
+            connection.write(text.replace("[user]\n", "[user]\n" + keys))
+        subprocess.run(["nmcli", "connection", "reload"], check=True)
+        for password in self.PASSWORDS.values():
+            self.assertIn(password, self.told_to_everybody())
+        self.assert_kept()
 
 
 if __name__ == "__main__":

@@ -181,13 +181,13 @@ TEST_F(SqliteStore, LibraryExportsTheNineCallsOnly)
 TEST_F(SqliteStore, NothingIsCreatedBeforeTheFirstCallThatNeedsTheStore)
 {
     const ChildOutcome outcome = runInChild([&] {
-        EXPECT_EQ(NAPI_GetMaxProfiles(), 127);
+        EXPECT_EQ(NAPI_IsProfileValid(""), NAPI_ERROR_BAD_NAME);
         EXPECT_FALSE(QFile::exists(QString::fromStdString(m_state)));
         EXPECT_EQ(profileCount(), 0U);
         EXPECT_TRUE(QFile::exists(QString::fromStdString(m_store)));
     });
     EXPECT_EQ(outcome.exitCode, 0);
-    EXPECT_EQ(outcome.errorOutput, "");
+    EXPECT_EQ(occurrences(outcome.errorOutput, "libnapi:"), 1) << "the bad name";
 }
 
 TEST_F(SqliteStore, FilesAreForTheirOwnerOnly)
@@ -300,37 +300,68 @@ TEST_F(SqliteStore, LastIdOf32BitsIsTheEndOfTheIds)
     EXPECT_EQ(outcome.exitCode, 0) << outcome.errorOutput;
 }
 
-struct MaximumCase {
-    const char *environment;
-    int maximum;
-    bool complains;
-};
-
-TEST_F(SqliteStore, EnvironmentChangesTheMaximum)
+/// What a process with that KUB_NAPI_MAX, null for none, takes for the maximum.
+int maximumWith(const char *variable, int complaints)
 {
-    const MaximumCase cases[] = {
-        {nullptr, 127, false},
-        {"1", 1, false},
-        {"1500", 1500, false},
-        {"1000000", 1000000, false},
-        {"0", 127, true},
-        {"-1", 127, true},
-        {"", 127, true},
-        {"12x", 127, true},
-        {" 12", 127, true},
-        {"1000001", 127, true},
-        {"99999999999999999999", 127, true},
-    };
-    for (const MaximumCase &row : cases) {
-        const ChildOutcome outcome = runInChild([&] {
-            if (row.environment != nullptr)
-                ::setenv("KUB_NAPI_MAX", row.environment, 1);
-            EXPECT_EQ(NAPI_GetMaxProfiles(), row.maximum);
-            EXPECT_EQ(NAPI_GetMaxProfiles(), row.maximum);
-        });
-        EXPECT_EQ(outcome.exitCode, 0);
-        EXPECT_EQ(occurrences(outcome.errorOutput, "KUB_NAPI_MAX"), row.complains ? 1 : 0);
+    const ChildOutcome outcome = runInChild([&] {
+        if (variable != nullptr)
+            ::setenv("KUB_NAPI_MAX", variable, 1);
+        const int maximum = NAPI_GetMaxProfiles();
+        EXPECT_EQ(NAPI_GetMaxProfiles(), maximum);
+        std::exit(testing::Test::HasFailure() ? 1 : (std::fprintf(stderr, "<%d>", maximum), 0));
+    });
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_EQ(occurrences(outcome.errorOutput, "KUB_NAPI_MAX"), complaints) << outcome.errorOutput;
+    return std::atoi(outcome.errorOutput.substr(outcome.errorOutput.find('<') + 1).c_str());
+}
+
+TEST_F(SqliteStore, MaximumOfTheEnvironmentIsKeptWithTheStore)
+{
+    EXPECT_EQ(maximumWith(nullptr, 0), 127);
+    for (const int maximum : {1, 1500, 1000000}) {
+        EXPECT_EQ(maximumWith(std::to_string(maximum).c_str(), 0), maximum);
+        EXPECT_EQ(maximumWith(nullptr, 0), maximum) << "another process, without the variable";
     }
+}
+
+TEST_F(SqliteStore, MaximumThatIsNoneIsIgnored)
+{
+    EXPECT_EQ(maximumWith("200", 0), 200);
+    for (const char *text : {"0", "-1", "", "12x", " 12", "1000001", "99999999999999999999"})
+        EXPECT_EQ(maximumWith(text, 1), 200) << text;
+}
+
+TEST_F(SqliteStore, KeptMaximumHoldsForProcessesWithoutTheVariable)
+{
+    makeStore(3);
+    EXPECT_EQ(maximumWith("4", 0), 4);
+    const ChildOutcome outcome = runInChild([] {
+        EXPECT_EQ(create("fourth"), NAPI_OK);
+        EXPECT_EQ(create("fifth"), NAPI_ERROR_STORE_FULL);
+        EXPECT_EQ(profileCount(), 4U);
+    });
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.errorOutput;
+    EXPECT_EQ(maximumWith("2", 0), 2) << "fewer than there are";
+    const ChildOutcome after = runInChild([] {
+        EXPECT_EQ(profileCount(), 4U);
+        EXPECT_EQ(create("fifth"), NAPI_ERROR_STORE_FULL);
+    });
+    EXPECT_EQ(after.exitCode, 0) << after.errorOutput;
+}
+
+TEST_F(SqliteStore, DamagedMaximumIsNamed)
+{
+    makeStore(1);
+    for (const char *value : {"0", "-1", "1000001"}) {
+        runSql(("UPDATE store_setting SET value = " + std::string(value)).c_str());
+        const ChildOutcome outcome = runInChild([] {
+            EXPECT_EQ(create("Office"), NAPI_ERROR_CORRUPT);
+            EXPECT_EQ(profileCount(), 1U);
+        });
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.errorOutput;
+        EXPECT_EQ(occurrences(outcome.errorOutput, "the maximum of profiles is damaged"), 1);
+    }
+    EXPECT_EQ(maximumWith("5", 0), 5) << "a new one mends it";
 }
 
 TEST_F(SqliteStore, OrdinaryAnswersAreSilentAndEachKindOfFailureIsToldOnce)

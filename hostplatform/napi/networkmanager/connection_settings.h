@@ -1,6 +1,9 @@
 // A connection as NetworkManager hands it out and takes it back.
 #pragma once
 
+#include <map>
+#include <string>
+
 #include <QMap>
 #include <QString>
 #include <QVariant>
@@ -10,10 +13,15 @@
 /// are QDBusArgument values, which go back to the daemon as they came.
 using ConnectionSettings = QMap<QString, QVariantMap>;
 
-/// Everything that NetworkManager keeps of one connection.
+/// Secrets that NetworkManager has no place for, by the name of the record's field: the bytes
+/// without the zero bytes at the end.
+using KeptSecrets = std::map<std::string, std::string>;
+
+/// Everything that is kept of one connection.
 struct GsmConnection {
-    ConnectionSettings settings; ///< never holds a secret
+    ConnectionSettings settings; ///< what every user can read
     QVariantMap gsmSecrets;      ///< the secrets of the setting gsm that the daemon itself keeps
+    KeptSecrets keptSecrets;     ///< beside the connection, in our own database
 };
 
 /// @return the property, invalid when the connection has no such setting or property.

@@ -35,6 +35,13 @@ BusReply failed(StoreResult result)
     return {{}, Cause::Other, std::move(result)};
 }
 
+/// A connection that may not be changed, or that others change, can be read all the same.
+BusReply ignoreRefusal(BusReply reply)
+{
+    const bool isSerious = reply.cause == Cause::NoDaemon || reply.cause == Cause::NoObject;
+    return isSerious ? reply : BusReply();
+}
+
 StoreResult ofConnection(const std::string &id, const StoreResult &result)
 {
     return {result.status, "NetworkManager, connection '" + id + "': " + result.message};
@@ -42,13 +49,13 @@ StoreResult ofConnection(const std::string &id, const StoreResult &result)
 
 } // namespace
 
-StoreResult NetworkManagerProfileStore::open(const std::string &numbersPath,
+StoreResult NetworkManagerProfileStore::open(const std::string &databasePath,
                                              std::unique_ptr<ProfileStore> &store)
 {
     std::unique_ptr<NetworkManagerProfileStore> opened(new NetworkManagerProfileStore);
     StoreResult result = opened->m_bus.connect();
     if (!result.failed())
-        result = ProfileNumbers::open(numbersPath, opened->m_numbers);
+        result = ConnectionDatabase::open(databasePath, opened->m_database);
     if (!result.failed())
         store = std::move(opened);
     return result;
@@ -106,7 +113,7 @@ StoreResult NetworkManagerProfileStore::nameEntries(std::vector<Entry> &entries)
     for (const Entry &entry : entries)
         uuids.push_back(entry.uuid);
     std::vector<std::uint32_t> numbers;
-    StoreResult result = m_numbers->numbersOf(uuids, numbers);
+    StoreResult result = m_database->numbersOf(uuids, numbers);
     if (result.failed())
         return result;
     for (std::size_t index = 0; index < entries.size(); ++index)
@@ -221,11 +228,36 @@ BusReply NetworkManagerProfileStore::readSecrets(const Entry &entry, GsmConnecti
     return reply;
 }
 
+BusReply NetworkManagerProfileStore::readKeptSecrets(const Entry &entry, GsmConnection &connection)
+{
+    StoreResult result = m_database->secretsOf(entry.uuid, connection.keptSecrets);
+    if (result.failed())
+        return failed(result);
+    GsmConnection taken = connection;
+    bool isTaken = false;
+    result = takeSecretsFromUserData(taken, isTaken);
+    if (result.failed())
+        return failed(ofConnection(entry.connectionId, result));
+    if (!isTaken)
+        return {};
+    // First they are on the disk, then they go. Where one of the two cannot be done, by a user who
+    // may only read for one, they stay, and are found again the next time.
+    if (taken.keptSecrets != connection.keptSecrets)
+        result = m_database->setSecrets(entry.uuid, taken.keptSecrets);
+    connection.keptSecrets = taken.keptSecrets;
+    if (result.failed())
+        return {};
+    connection.settings = taken.settings;
+    return ignoreRefusal(sendUpdate(entry, connection));
+}
+
 BusReply NetworkManagerProfileStore::readProfile(const Entry &entry,
                                                  const ConnectionSettings &settings,
                                                  GsmConnection &connection, NAP_PROFILE_S &record)
 {
     connection.settings = settings;
+    if (BusReply reply = readKeptSecrets(entry, connection); reply.result.failed())
+        return reply;
     // Asking for a password that the daemon does not keep would bother the agents of the user.
     BusReply reply;
     if (isPasswordKept(settings))
@@ -276,6 +308,29 @@ BusReply NetworkManagerProfileStore::update(const Entry &entry, const GsmConnect
                                             const GsmConnection &after,
                                             const ConnectionChange &change)
 {
+    if (!change.keptSecrets)
+        return updateConnection(entry, before, after, change);
+    ConnectionDatabase::Lock lock(*m_database);
+    StoreResult result = lock.take();
+    if (!result.failed())
+        result = m_database->setSecrets(entry.uuid, after.keptSecrets);
+    if (result.failed())
+        return failed(result);
+    BusReply reply = updateConnection(entry, before, after, change);
+    if (reply.result.failed())
+        return reply;
+    result = lock.commit();
+    if (!result.failed())
+        return reply;
+    updateConnection(entry, after, before, change);
+    return failed(result);
+}
+
+BusReply NetworkManagerProfileStore::updateConnection(const Entry &entry,
+                                                      const GsmConnection &before,
+                                                      const GsmConnection &after,
+                                                      const ConnectionChange &change)
+{
     if (!change.secrets)
         return change.settings ? sendUpdate(entry, after) : BusReply();
     if (!after.gsmSecrets.isEmpty()) {
@@ -320,7 +375,7 @@ StoreResult NetworkManagerProfileStore::create(std::string_view name, const NAP_
                 "a profile name in NetworkManager cannot begin with a byte order mark"};
     }
     // NetworkManager would take the same name twice.
-    ProfileNumbers::Lock lock(*m_numbers);
+    ConnectionDatabase::Lock lock(*m_database);
     StoreResult result = lock.take();
     if (!result.failed())
         result = refresh();
@@ -351,7 +406,9 @@ StoreResult NetworkManagerProfileStore::add(const QString &id, const NAP_PROFILE
     if (result.failed())
         return ofConnection(id.toStdString(), result);
     std::vector<std::uint32_t> numbers;
-    result = m_numbers->numbersOf({uuid.toStdString()}, numbers);
+    result = m_database->numbersOf({uuid.toStdString()}, numbers);
+    if (!result.failed() && change.keptSecrets)
+        result = m_database->setSecrets(uuid.toStdString(), connection.keptSecrets);
     if (result.failed())
         return result;
     connection.settings[QStringLiteral("gsm")].insert(connection.gsmSecrets);
@@ -366,10 +423,40 @@ StoreResult NetworkManagerProfileStore::add(const QString &id, const NAP_PROFILE
     return {};
 }
 
+StoreResult NetworkManagerProfileStore::readMaximum(unsigned int &maximum)
+{
+    return m_database->readMaximum(maximum);
+}
+
+StoreResult NetworkManagerProfileStore::storeMaximum(unsigned int maximum)
+{
+    return m_database->storeMaximum(maximum);
+}
+
 StoreResult NetworkManagerProfileStore::remove(std::string_view name)
 {
-    return runOnConnection([&](const Entry &entry) { return entry.name == name; },
-                           [&](const Entry &entry, const ConnectionSettings &) {
-                               return m_bus.callConnection(entry.path, QStringLiteral("Delete"));
-                           });
+    return runOnConnection(
+        [&](const Entry &entry) { return entry.name == name; },
+        [&](const Entry &entry, const ConnectionSettings &) { return removeEntry(entry); });
+}
+
+/// Deletes a connection, with its secrets.
+BusReply NetworkManagerProfileStore::removeEntry(const Entry &entry)
+{
+    const QString method = QStringLiteral("Delete");
+    KeptSecrets secrets;
+    StoreResult result = m_database->secretsOf(entry.uuid, secrets);
+    if (!result.failed() && secrets.empty())
+        return m_bus.callConnection(entry.path, method);
+    ConnectionDatabase::Lock lock(*m_database);
+    if (!result.failed())
+        result = lock.take();
+    if (!result.failed())
+        result = m_database->setSecrets(entry.uuid, {});
+    if (result.failed())
+        return failed(result);
+    BusReply reply = m_bus.callConnection(entry.path, method);
+    if (!reply.result.failed())
+        reply.result = lock.commit();
+    return reply;
 }

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "connection_database.h"
 #include "connection_settings.h"
 #include "networkmanager_bus.h"
-#include "profile_numbers.h"
 #include "profile_store.h"
 #include "record_mapping.h"
 
@@ -20,8 +20,8 @@
 /// change by another program within the millisecond between reading and writing is lost.
 class NetworkManagerProfileStore : public ProfileStore {
 public:
-    /// Finds the daemon and opens the database of numeric IDs, a file of that path.
-    static StoreResult open(const std::string &numbersPath, std::unique_ptr<ProfileStore> &store);
+    /// Finds the daemon and opens the database beside it, a file of that path.
+    static StoreResult open(const std::string &databasePath, std::unique_ptr<ProfileStore> &store);
 
     StoreResult count(unsigned int &profiles) override;
     StoreResult list(unsigned int limit, std::vector<std::string> &names) override;
@@ -30,6 +30,8 @@ public:
     StoreResult modify(std::string_view name, const NAP_PROFILE_S &record) override;
     StoreResult create(std::string_view name, const NAP_PROFILE_S &record,
                        unsigned int maximum) override;
+    StoreResult readMaximum(unsigned int &maximum) override;
+    StoreResult storeMaximum(unsigned int maximum) override;
     StoreResult remove(std::string_view name) override;
     StoreResult idByName(std::string_view name, std::uint32_t &id) override;
     StoreResult nameById(std::uint32_t id, std::string &name) override;
@@ -58,14 +60,20 @@ private:
     BusReply readSecrets(const Entry &entry, GsmConnection &connection);
     BusReply readProfile(const Entry &entry, const ConnectionSettings &settings,
                          GsmConnection &connection, NAP_PROFILE_S &record);
+    /// Reads what is kept beside the connection, and moves there what is found in its user data.
+    BusReply readKeptSecrets(const Entry &entry, GsmConnection &connection);
+    /// Changes the connection and what is kept beside it.
     BusReply update(const Entry &entry, const GsmConnection &before, const GsmConnection &after,
                     const ConnectionChange &change);
+    BusReply updateConnection(const Entry &entry, const GsmConnection &before,
+                              const GsmConnection &after, const ConnectionChange &change);
     BusReply sendUpdate(const Entry &entry, const GsmConnection &connection);
     StoreResult refuseTakenName(std::string_view name) const;
+    BusReply removeEntry(const Entry &entry);
     StoreResult add(const QString &id, const NAP_PROFILE_S &record);
 
     NetworkManagerBus m_bus;
-    std::unique_ptr<ProfileNumbers> m_numbers;
+    std::unique_ptr<ConnectionDatabase> m_database;
     std::vector<Entry> m_entries; ///< in the order of the numbers
     bool m_isFresh = false;
 };

@@ -31,6 +31,7 @@ enum class Form {
     Property, ///< text of a property of the setting gsm
     Dns,      ///< both DNS fields of the packet data part
     Text,     ///< user data: percent-encoded bytes without the zero bytes at the end
+    Secret,   ///< kept beside the connection: bytes without the zero bytes at the end
     Number,   ///< user data: decimal
     Address,  ///< user data: four decimal parts
     Bytes     ///< user data: hexadecimal
@@ -64,7 +65,7 @@ constexpr Field kFields[] = {
     KUB_FIELD("reserved142", reserved142, Bytes),
     KUB_FIELD("csd.address", csdAddress, Text),
     KUB_FIELD("csd.authId", csdAuthId, Text),
-    KUB_FIELD("csd.authPassword", csdAuthPassword, Text),
+    KUB_FIELD("csd.authPassword", csdAuthPassword, Secret),
     KUB_FIELD("reserved229", reserved229, Bytes),
     KUB_FIELD("csd.dns1", csdDns1, Address),
     KUB_FIELD("csd.dns2", csdDns2, Address),
@@ -73,7 +74,7 @@ constexpr Field kFields[] = {
     KUB_FIELD("csd.speedCode", csdSpeedCode, Number),
     KUB_FIELD("csd2.address", csd2Address, Text),
     KUB_FIELD("csd2.authId", csd2AuthId, Text),
-    KUB_FIELD("csd2.authPassword", csd2AuthPassword, Text),
+    KUB_FIELD("csd2.authPassword", csd2AuthPassword, Secret),
     KUB_FIELD("reserved2E8", reserved2E8, Bytes),
     KUB_FIELD("csd2.dns1", csd2Dns1, Address),
     KUB_FIELD("csd2.dns2", csd2Dns2, Address),
@@ -106,15 +107,35 @@ constexpr bool coversTheRecord()
 }
 static_assert(coversTheRecord());
 
+const QString kKeyPrefix = QStringLiteral("kub-dm.");
+
 QString userDataKey(const Field &field)
 {
-    return QStringLiteral("kub-dm.") + QString::fromLatin1(field.name);
+    return kKeyPrefix + QString::fromLatin1(field.name);
 }
 
 /// What stands behind the terminator of a text that is a property.
 QString tailKey(const Field &field)
 {
     return userDataKey(field) + QStringLiteral("Tail");
+}
+
+bool isPassword(const Field &field)
+{
+    return kPassword == QLatin1StringView(field.gsmProperty);
+}
+
+/// The name under which a part of a secret field is kept beside the connection: what is a property
+/// of the setting gsm is there only with its tail, which can be the end of an older password.
+std::string keptName(const Field &field)
+{
+    return field.name + std::string(isPassword(field) ? "Tail" : "");
+}
+
+/// Whether something of the field is kept beside the connection.
+bool isKeptBeside(const Field &field)
+{
+    return field.form == Form::Secret || isPassword(field);
 }
 
 // ---- Values in user data ------------------------------------------------------------------------
@@ -204,6 +225,12 @@ void setUserData(ConnectionSettings &settings, const UserData &data)
         settings[kUser] = user;
 }
 
+StoreResult damaged(const QString &key, const QString &value)
+{
+    return {NAPI_ERROR_CORRUPT, "the value of " + key.toStdString() +
+                                    " in its user data is damaged" + value.toStdString()};
+}
+
 /// Decodes the value under a key into a field's bytes; without the key the bytes stay.
 StoreResult readUserData(const UserData &data, const QString &key, Form form, std::size_t width,
                          RecordBytes bytes)
@@ -212,13 +239,34 @@ StoreResult readUserData(const UserData &data, const QString &key, Form form, st
     if (entry == data.constEnd())
         return {};
     const QByteArray value = decode(form, *entry, width);
-    if (encode(form, value) != *entry) {
-        return {NAPI_ERROR_CORRUPT, "the value of " + key.toStdString() +
-                                        " in its user data is damaged: '" + entry->toStdString() +
-                                        "'"};
-    }
+    if (encode(form, value) != *entry)
+        return damaged(key, QStringLiteral(": '%1'").arg(*entry));
     std::copy(value.begin(), value.end(), bytes);
     return {};
+}
+
+/// Copies what is kept beside the connection; nothing leaves the bytes.
+StoreResult readKept(const Field &field, const KeptSecrets &secrets, RecordBytes bytes)
+{
+    const auto kept = secrets.find(keptName(field));
+    if (kept == secrets.end())
+        return {};
+    if (kept->second.size() > field.width)
+        return {NAPI_ERROR_CORRUPT, "the kept value of " + kept->first + " is damaged"};
+    std::copy(kept->second.begin(), kept->second.end(), bytes);
+    return {};
+}
+
+void writeKept(const Field &field, const QByteArray &value, GsmConnection &connection,
+               ConnectionChange &change)
+{
+    KeptSecrets changed = connection.keptSecrets;
+    if (value.isEmpty())
+        changed.erase(keptName(field));
+    else
+        changed[keptName(field)] = value.toStdString();
+    change.keptSecrets = change.keptSecrets || changed != connection.keptSecrets;
+    connection.keptSecrets = std::move(changed);
 }
 
 void writeUserData(UserData &data, const QString &key, const QString &value)
@@ -260,27 +308,24 @@ QByteArray cutAtCharacter(QByteArray text, std::size_t width)
     return text.left(end);
 }
 
-bool isSecret(const Field &field)
-{
-    return kPassword == QLatin1StringView(field.gsmProperty);
-}
-
 QVariantMap &holderOf(const Field &field, GsmConnection &connection)
 {
-    return isSecret(field) ? connection.gsmSecrets : connection.settings[kGsm];
+    return isPassword(field) ? connection.gsmSecrets : connection.settings[kGsm];
 }
 
 StoreResult readProperty(const Field &field, const GsmConnection &connection, const UserData &data,
                          RecordBytes bytes)
 {
     const QVariantMap holder =
-        isSecret(field) ? connection.gsmSecrets : connection.settings.value(kGsm);
+        isPassword(field) ? connection.gsmSecrets : connection.settings.value(kGsm);
     const QString value = holder.value(QString::fromLatin1(field.gsmProperty)).toString();
     const QByteArray text = cutAtCharacter(value.toUtf8(), field.width);
     std::copy(text.begin(), text.end(), bytes);
 
     std::vector<unsigned char> tail(field.width);
-    StoreResult read = readUserData(data, tailKey(field), Form::Text, tail.size(), tail.data());
+    StoreResult read = isKeptBeside(field) ? readKept(field, connection.keptSecrets, tail.data())
+                                           : readUserData(data, tailKey(field), Form::Text,
+                                                          tail.size(), tail.data());
     const auto used = std::min(static_cast<std::size_t>(text.size()) + 1, field.width);
     std::copy_n(tail.begin(), field.width - used, bytes + used);
     return read;
@@ -294,7 +339,7 @@ std::string reasonToRefuse(const Field &field, const QByteArray &text,
         return "it is no UTF-8, or begins with a byte order mark";
     if (field.gsmProperty == std::string_view("apn") && text.trimmed() != text)
         return "it begins or ends with a blank, which NetworkManager would cut off";
-    if (isSecret(field) && !isPasswordKept(settings)) {
+    if (isPassword(field) && !isPasswordKept(settings)) {
         return "NetworkManager does not keep the password of this connection itself "
                "(gsm.password-flags)";
     }
@@ -304,7 +349,10 @@ std::string reasonToRefuse(const Field &field, const QByteArray &text,
 StoreResult writeProperty(const Field &field, const QByteArray &before, const QByteArray &after,
                           GsmConnection &connection, UserData &data, ConnectionChange &change)
 {
-    writeUserData(data, tailKey(field), percentEncoded(tailIn(after)));
+    if (isKeptBeside(field))
+        writeKept(field, tailIn(after), connection, change);
+    else
+        writeUserData(data, tailKey(field), percentEncoded(tailIn(after)));
     const QByteArray text = textIn(after);
     if (text == textIn(before))
         return {};
@@ -312,7 +360,7 @@ StoreResult writeProperty(const Field &field, const QByteArray &before, const QB
         !reason.empty()) {
         return {NAPI_ERROR_VALUE_REFUSED, std::string(field.name) + " is refused: " + reason};
     }
-    (isSecret(field) ? change.secrets : change.settings) = true;
+    (isPassword(field) ? change.secrets : change.settings) = true;
     QVariantMap &holder = holderOf(field, connection);
     const QString name = QString::fromLatin1(field.gsmProperty);
     if (text.isEmpty())
@@ -387,6 +435,8 @@ StoreResult readRecord(const GsmConnection &connection, NAP_PROFILE_S &record)
             read = readProperty(field, connection, data, bytes);
         else if (field.form == Form::Dns)
             readDns(field, connection.settings, data, bytes);
+        else if (field.form == Form::Secret)
+            read = readKept(field, connection.keptSecrets, bytes);
         else
             read = readUserData(data, userDataKey(field), field.form, field.width, bytes);
         if (read.failed())
@@ -412,6 +462,8 @@ StoreResult writeRecord(const NAP_PROFILE_S &before, const NAP_PROFILE_S &after,
             written = writeProperty(field, oldBytes, newBytes, connection, data, change);
         else if (field.form == Form::Dns)
             writeDns(field, newBytes, connection.settings, data, change);
+        else if (field.form == Form::Secret)
+            writeKept(field, withoutZerosAtTheEnd(newBytes), connection, change);
         else
             writeUserData(data, userDataKey(field), encode(field.form, newBytes));
         if (written.failed())
@@ -421,6 +473,28 @@ StoreResult writeRecord(const NAP_PROFILE_S &before, const NAP_PROFILE_S &after,
         setUserData(connection.settings, data);
         change.settings = true;
     }
+    return {};
+}
+
+StoreResult takeSecretsFromUserData(GsmConnection &connection, bool &isTaken)
+{
+    UserData data = userDataOf(connection.settings);
+    KeptSecrets secrets = connection.keptSecrets;
+    isTaken = false;
+    for (const Field &field : kFields) {
+        const QString key = kKeyPrefix + QString::fromStdString(keptName(field));
+        if (!isKeptBeside(field) || !data.contains(key))
+            continue;
+        const QByteArray value = decode(Form::Text, data[key], field.width);
+        if (encode(Form::Text, value) != data[key])
+            return damaged(key, {});
+        data.remove(key);
+        secrets[keptName(field)] = withoutZerosAtTheEnd(value).toStdString();
+        isTaken = true;
+    }
+    if (isTaken)
+        setUserData(connection.settings, data);
+    connection.keptSecrets = std::move(secrets);
     return {};
 }
 

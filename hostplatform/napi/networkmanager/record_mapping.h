@@ -2,9 +2,9 @@
 //
 // The packet data part is the connection's own: access point name, user name, password and the
 // first two IPv4 DNS servers. Everything else of the record, down to the bytes that no field names,
-// is kept in the connection's user data under keys that begin with "kub-dm.";
-// docs/networkmanager.md lists them. Neither direction looks at settings that the mapping does not
-// know.
+// is kept in the connection's user data under keys that begin with "kub-dm.", which every user can
+// read, and secrets beside the connection; docs/networkmanager.md lists them. Neither direction
+// looks at settings that the mapping does not know.
 #pragma once
 
 #include "connection_settings.h"
@@ -15,10 +15,17 @@
 /// field.
 StoreResult readRecord(const GsmConnection &connection, NAP_PROFILE_S &record);
 
+/// Moves secrets that are found in user data, where earlier versions kept them, to those that are
+/// kept beside the connection.
+/// @param isTaken  receives whether there were any; the connection is another then
+/// @return NAPI_ERROR_CORRUPT, with the key, when one is no value of its field.
+StoreResult takeSecretsFromUserData(GsmConnection &connection, bool &isTaken);
+
 /// Where a change of a record went.
 struct ConnectionChange {
     bool settings = false;
     bool secrets = false;
+    bool keptSecrets = false;
 };
 
 /// Writes into the connection what differs between two records, and nothing else.

@@ -1,5 +1,6 @@
 // The store when the bus or the daemon does what a sound one does not do on demand.
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -18,6 +19,7 @@
 #include <QTemporaryDir>
 #include <QThread>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include "fake_networkmanager.h"
 #include "networkmanager_profile_store.h"
@@ -354,6 +356,94 @@ TEST_F(Faults, MissingPermissionIsUnavailableAndWritesNothing)
             EXPECT_NE(result.message.find("Insufficient privileges"), std::string::npos);
         }
     }
+}
+
+// ---- Secrets that are found in user data --------------------------------------------------------
+
+class FoundSecret : public Faults {
+protected:
+    FoundSecret()
+    {
+        m_fake->handle("GetSettings", [](const QDBusMessage &call) {
+            ConnectionSettings settings = FakeNetworkManager::connectionSettings(0);
+            settings[u"user"_qs][u"data"_qs] = QVariant::fromValue(
+                QMap<QString, QString>{{u"kub-dm.csd.authPassword"_qs, u"found"_qs}});
+            return call.createReply(QVariant::fromValue(settings));
+        });
+        m_fake->handle("ListConnections", [](const QDBusMessage &call) {
+            const QDBusObjectPath path(FakeNetworkManager::connectionPath(0));
+            return call.createReply(QVariant::fromValue(QList<QDBusObjectPath>{path}));
+        });
+        expectList({"Fake 0"});
+        m_fake->takeCalls();
+    }
+    /// What is in the database, as another process sees it.
+    int keptSecrets() const
+    {
+        const std::string path = m_directory.path().toStdString() + "/ids.db";
+        sqlite3 *database = nullptr;
+        sqlite3_stmt *statement = nullptr;
+        int kept = -1;
+        constexpr const char *sql =
+            "SELECT count(*) FROM profile_secret WHERE value = x'666f756e64'";
+        if (sqlite3_open(path.c_str(), &database) == SQLITE_OK &&
+            sqlite3_prepare_v2(database, sql, -1, &statement, nullptr) == SQLITE_OK &&
+            sqlite3_step(statement) == SQLITE_ROW)
+            kept = sqlite3_column_int(statement, 0);
+        sqlite3_finalize(statement);
+        sqlite3_close(database);
+        return kept;
+    }
+};
+
+TEST_F(FoundSecret, IsOnTheDiskBeforeItGoesFromTheConnection)
+{
+    std::atomic<int> keptAtUpdate = -1;
+    m_fake->handle("Update2", [&](const QDBusMessage &call) {
+        keptAtUpdate = keptSecrets();
+        return call.createReply(QVariantMap());
+    });
+    EXPECT_STREQ(read("Fake 0").csdAuthPassword, "found");
+    EXPECT_EQ(keptAtUpdate, 1);
+    for (const RecordedCall &call : m_fake->takeCalls()) {
+        if (call.method == "Update2") {
+            EXPECT_EQ(sentSettings(call), FakeNetworkManager::connectionSettings(0));
+        }
+    }
+}
+
+TEST_F(FoundSecret, IsReadWhereItIsWhenItMayNotBeTakenAway)
+{
+    m_fake->handle("Update2", error(kPermissionDenied, "Insufficient privileges"));
+    for (int round = 0; round < 2; ++round)
+        EXPECT_STREQ(read("Fake 0").csdAuthPassword, "found");
+}
+
+TEST_F(FoundSecret, StaysInTheConnectionWhenItCannotBeKept)
+{
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit noFiles = {.rlim_cur = 0, .rlim_max = before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &noFiles);
+    NAP_PROFILE_S record = read("Fake 0");
+    EXPECT_STREQ(record.csdAuthPassword, "found");
+    record.csdLinger = 3;
+    EXPECT_EQ(m_store->modify("Fake 0", record).status, NAPI_OK);
+    record.csdAuthPassword[0] = 'F';
+    EXPECT_TRUE(m_store->modify("Fake 0", record).failed());
+    setrlimit(RLIMIT_FSIZE, &before);
+    int updates = 0;
+    for (const RecordedCall &call : m_fake->takeCalls()) {
+        if (call.method != "Update2")
+            continue;
+        ++updates;
+        const auto data =
+            qdbus_cast<QMap<QString, QString>>(sentSettings(call)[u"user"_qs][u"data"_qs]);
+        EXPECT_EQ(data[u"kub-dm.csd.authPassword"_qs], u"found"_qs);
+    }
+    EXPECT_EQ(updates, 1);
+    EXPECT_EQ(keptSecrets(), 0);
 }
 
 TEST_F(Faults, ConnectionsThatOneMayNotSeeOrThatGoAreLeftOut)

@@ -134,6 +134,55 @@ TEST_F(RealDaemon, OtherTypesOfConnectionsAreNoProfiles)
     EXPECT_EQ(list(), Names{"Home"}) << "the name belongs to another kind of connection";
 }
 
+// ---- Secrets that NetworkManager has no place for -----------------------------------------------
+
+TEST_F(RealDaemon, PasswordsOfCircuitSwitchedDataAreNotInTheConnection)
+{
+    NAP_PROFILE_S record = {};
+    setText(record.csdAddress, "+4930");
+    setText(record.csdAuthPassword, "recognisable1");
+    setText(record.csd2AuthPassword, "recognisable2");
+    create("Office", record);
+    const QString uuid = QString::fromStdString(uuidOf("Office"));
+    EXPECT_FALSE(contents(keyFile(uuid)).contains("recognisable"));
+    reopen();
+    NAP_PROFILE_S found = read("Office");
+    EXPECT_EQ(std::memcmp(&found, &record, sizeof record), 0);
+
+    setText(record.csdAuthPassword, "recognisable3");
+    record.csdLinger = 7;
+    modify("Office", record);
+    EXPECT_FALSE(contents(keyFile(uuid)).contains("recognisable"));
+    found = read("Office");
+    EXPECT_EQ(std::memcmp(&found, &record, sizeof record), 0);
+    remove("Office");
+    create("Office");
+    EXPECT_STREQ(read("Office").csdAuthPassword, "");
+}
+
+TEST_F(RealDaemon, PasswordsThatAreFoundInUserDataAreMoved)
+{
+    const QString uuid =
+        addByHand(u"Hand"_qs, {u"apn"_qs, u"hand.apn"_qs, u"password"_qs, u"gprs"_qs});
+    QFile file(keyFile(uuid));
+    ASSERT_TRUE(file.open(QIODevice::Append));
+    file.write("\n[user]\nkub-dm.csd.authPassword=recognisable%25\nkub-dm.csd.linger=9\n"
+               "org.example.note=mine\n");
+    file.close();
+    nmcli({u"connection"_qs, u"reload"_qs});
+    for (int round = 0; round < 2; ++round) {
+        const NAP_PROFILE_S record = read("Hand");
+        EXPECT_STREQ(record.csdAuthPassword, "recognisable%");
+        EXPECT_STREQ(record.gprsAuthPassword, "gprs");
+        EXPECT_EQ(record.csdLinger, 9);
+        const QByteArray now = contents(keyFile(uuid));
+        EXPECT_FALSE(now.contains("recognisable"));
+        EXPECT_TRUE(now.contains("kub-dm.csd.linger=9"));
+        EXPECT_TRUE(now.contains("org.example.note=mine"));
+        reopen();
+    }
+}
+
 // ---- Care with what is not ours -----------------------------------------------------------------
 
 TEST_F(RealDaemon, EachFieldChangesItsPropertyAndNothingElse)

@@ -245,14 +245,12 @@ TEST(WriteRecord, KeysAndFormsOfUserDataAreAsDocumented)
         {u"kub-dm.gprs.dns"_qs, u"0.0.0.0 1.2.3.4"_qs},
         {u"kub-dm.csd.address"_qs, u"+49 30 %C3%BC%25"_qs},
         {u"kub-dm.csd.authId"_qs, u"id"_qs},
-        {u"kub-dm.csd.authPassword"_qs, u"pw"_qs},
         {u"kub-dm.csd.dns1"_qs, u"10.0.0.1"_qs},
         {u"kub-dm.csd.dns2"_qs, u"255.255.255.255"_qs},
         {u"kub-dm.csd.linger"_qs, u"65535"_qs},
         {u"kub-dm.csd.speedCode"_qs, u"71"_qs},
         {u"kub-dm.csd2.address"_qs, u"+49"_qs},
         {u"kub-dm.csd2.authId"_qs, u"id2"_qs},
-        {u"kub-dm.csd2.authPassword"_qs, u"pw2"_qs},
         {u"kub-dm.csd2.dns1"_qs, u"10.0.0.2"_qs},
         {u"kub-dm.csd2.dns2"_qs, u"10.0.0.3"_qs},
         {u"kub-dm.csd2.linger"_qs, u"1"_qs},
@@ -290,6 +288,77 @@ TEST(WriteRecord, EveryKeyIsInTheDocument)
         EXPECT_TRUE(document.contains(u'`' + entry.key() + u'`')) << entry.key().toStdString();
     EXPECT_EQ(document.count(u"`kub-dm."_qs), data.size() + 1)
         << "each once, and what they begin with";
+}
+
+TEST(WriteRecord, SecretsWithoutAPlaceInTheConnectionAreKeptBesideIt)
+{
+    NAP_PROFILE_S record = {};
+    setText(record.csdAuthPassword, "first");
+    setText(record.csd2AuthPassword, "second");
+    std::memcpy(record.gprsAuthPassword, "new\0older", 9);
+    GsmConnection connection = emptyConnection();
+    const ConnectionChange change = write(connection, record);
+    EXPECT_TRUE(change.keptSecrets);
+    const KeptSecrets expected = {{"csd.authPassword", "first"},
+                                  {"csd2.authPassword", "second"},
+                                  {"gprs.authPasswordTail", "older"}};
+    EXPECT_EQ(connection.keptSecrets, expected);
+    EXPECT_EQ(userData(connection), UserData());
+    EXPECT_TRUE(isSame(read(connection), record));
+
+    record.csdAuthPassword[0] = 'F';
+    EXPECT_FALSE(write(connection, record).settings) << "the connection is not changed for it";
+    record.csdLinger = 1;
+    EXPECT_FALSE(write(connection, record).keptSecrets);
+    EXPECT_TRUE(isSame(read(connection), record));
+    write(connection, {});
+    EXPECT_TRUE(connection.keptSecrets.empty());
+}
+
+TEST(ReadRecord, KeptSecretThatFitsNoFieldIsNamedAndNotShown)
+{
+    GsmConnection connection = emptyConnection();
+    connection.keptSecrets = {{"csd.authPassword", std::string(65, 'z')}};
+    NAP_PROFILE_S record;
+    const StoreResult result = readRecord(connection, record);
+    EXPECT_EQ(result.status, NAPI_ERROR_CORRUPT);
+    EXPECT_NE(result.message.find("csd.authPassword"), std::string::npos);
+    EXPECT_EQ(result.message.find("zz"), std::string::npos);
+}
+
+TEST(TakeSecrets, GoFromUserDataToThoseBesideTheConnection)
+{
+    GsmConnection connection = emptyConnection();
+    connection.settings[u"user"_qs][u"data"_qs] =
+        QVariant::fromValue(UserData{{u"kub-dm.csd.authPassword"_qs, u"p%25%C3%BC"_qs},
+                                     {u"kub-dm.csd2.authPassword"_qs, u"second"_qs},
+                                     {u"kub-dm.gprs.authPasswordTail"_qs, u"%00tail"_qs},
+                                     {u"kub-dm.csd.linger"_qs, u"3"_qs}});
+    connection.keptSecrets = {{"csd.authPassword", "replaced"}};
+    bool isTaken = false;
+    EXPECT_FALSE(takeSecretsFromUserData(connection, isTaken).failed());
+    EXPECT_TRUE(isTaken);
+    EXPECT_EQ(userData(connection), (UserData{{u"kub-dm.csd.linger"_qs, u"3"_qs}}));
+    const KeptSecrets expected = {{"csd.authPassword", "p%\xC3\xBC"},
+                                  {"csd2.authPassword", "second"},
+                                  {"gprs.authPasswordTail", std::string("\0tail", 5)}};
+    EXPECT_EQ(connection.keptSecrets, expected);
+    EXPECT_FALSE(takeSecretsFromUserData(connection, isTaken).failed());
+    EXPECT_FALSE(isTaken) << "there are none left";
+    EXPECT_EQ(connection.keptSecrets, expected);
+}
+
+TEST(TakeSecrets, DamagedOneStaysAndIsNamedButNotShown)
+{
+    GsmConnection connection = emptyConnection();
+    const UserData data = {{u"kub-dm.csd.authPassword"_qs, u"secret%zz"_qs}};
+    connection.settings[u"user"_qs][u"data"_qs] = QVariant::fromValue(data);
+    bool isTaken = true;
+    const StoreResult result = takeSecretsFromUserData(connection, isTaken);
+    EXPECT_EQ(result.status, NAPI_ERROR_CORRUPT);
+    EXPECT_NE(result.message.find("kub-dm.csd.authPassword"), std::string::npos);
+    EXPECT_EQ(result.message.find("secret%zz"), std::string::npos);
+    EXPECT_EQ(userData(connection), data);
 }
 
 TEST(WriteRecord, UserDataOfOthersStays)

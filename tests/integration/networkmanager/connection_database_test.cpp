@@ -14,7 +14,7 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-#include "profile_numbers.h"
+#include "connection_database.h"
 
 namespace {
 
@@ -43,16 +43,16 @@ void runAndMeanwhile(const std::function<void()> &action, const std::function<vo
     thread.join();
 }
 
-class ProfileNumbersTest : public testing::Test {
+class ConnectionDatabaseTest : public testing::Test {
 protected:
-    std::unique_ptr<ProfileNumbers> open() const
+    std::unique_ptr<ConnectionDatabase> open() const
     {
-        std::unique_ptr<ProfileNumbers> numbers;
-        const StoreResult result = ProfileNumbers::open(m_path, numbers);
+        std::unique_ptr<ConnectionDatabase> numbers;
+        const StoreResult result = ConnectionDatabase::open(m_path, numbers);
         EXPECT_FALSE(result.failed()) << result.message;
         return numbers;
     }
-    static Numbers numbersOf(ProfileNumbers &numbers, const std::vector<std::string> &uuids)
+    static Numbers numbersOf(ConnectionDatabase &numbers, const std::vector<std::string> &uuids)
     {
         Numbers found;
         const StoreResult result = numbers.numbersOf(uuids, found);
@@ -79,7 +79,7 @@ protected:
     const std::string m_path = m_directory.path().toStdString() + "/state/ids.db";
 };
 
-TEST_F(ProfileNumbersTest, NumbersBeginAtOneInTheOrderOfAsking)
+TEST_F(ConnectionDatabaseTest, NumbersBeginAtOneInTheOrderOfAsking)
 {
     const auto numbers = open();
     EXPECT_EQ(numbersOf(*numbers, {"b", "a"}), (Numbers{1, 2}));
@@ -87,7 +87,7 @@ TEST_F(ProfileNumbersTest, NumbersBeginAtOneInTheOrderOfAsking)
     EXPECT_EQ(numbersOf(*numbers, {}), Numbers());
 }
 
-TEST_F(ProfileNumbersTest, NumbersOutliveTheProcess)
+TEST_F(ConnectionDatabaseTest, NumbersOutliveTheProcess)
 {
     numbersOf(*open(), {"a", "b"});
     const auto numbers = open();
@@ -95,7 +95,7 @@ TEST_F(ProfileNumbersTest, NumbersOutliveTheProcess)
     EXPECT_EQ(numbersOf(*numbers, {"new"}), Numbers{3});
 }
 
-TEST_F(ProfileNumbersTest, TwoUsersGiveNoNumberTwice)
+TEST_F(ConnectionDatabaseTest, TwoUsersGiveNoNumberTwice)
 {
     const auto one = open();
     const auto other = open();
@@ -104,18 +104,18 @@ TEST_F(ProfileNumbersTest, TwoUsersGiveNoNumberTwice)
     EXPECT_EQ(numbersOf(*one, {"b"}), Numbers{2});
 }
 
-TEST_F(ProfileNumbersTest, NumbersOfADroppedLockWereNeverGiven)
+TEST_F(ConnectionDatabaseTest, NumbersOfADroppedLockWereNeverGiven)
 {
     const auto numbers = open();
     {
-        ProfileNumbers::Lock lock(*numbers);
+        ConnectionDatabase::Lock lock(*numbers);
         ASSERT_FALSE(lock.take().failed());
         EXPECT_EQ(numbersOf(*numbers, {"dropped"}), Numbers{1});
     }
     EXPECT_EQ(numbersOf(*numbers, {"kept"}), Numbers{1});
     EXPECT_EQ(numbersOf(*numbers, {"dropped"}), Numbers{2});
     {
-        ProfileNumbers::Lock lock(*numbers);
+        ConnectionDatabase::Lock lock(*numbers);
         ASSERT_FALSE(lock.take().failed());
         EXPECT_EQ(numbersOf(*numbers, {"committed"}), Numbers{3});
         ASSERT_FALSE(lock.commit().failed());
@@ -123,32 +123,32 @@ TEST_F(ProfileNumbersTest, NumbersOfADroppedLockWereNeverGiven)
     EXPECT_EQ(numbersOf(*open(), {"committed"}), Numbers{3});
 }
 
-TEST_F(ProfileNumbersTest, NumberOfADeletedRowIsNotGivenAgain)
+TEST_F(ConnectionDatabaseTest, NumberOfADeletedRowIsNotGivenAgain)
 {
     numbersOf(*open(), {"a", "b"});
     execute("DELETE FROM profile_number");
     EXPECT_EQ(numbersOf(*open(), {"c"}), Numbers{3});
 }
 
-TEST_F(ProfileNumbersTest, LockKeepsAnotherUserOut)
+TEST_F(ConnectionDatabaseTest, LockKeepsAnotherUserOut)
 {
     const auto one = open();
-    ProfileNumbers::Lock lock(*one);
+    ConnectionDatabase::Lock lock(*one);
     ASSERT_FALSE(lock.take().failed());
     const auto other = open();
-    ProfileNumbers::Lock second(*other);
+    ConnectionDatabase::Lock second(*other);
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(second.take().status, NAPI_ERROR_BUSY);
     EXPECT_GE(std::chrono::steady_clock::now() - begin,
-              std::chrono::milliseconds(ProfileNumbers::kBusyTimeoutMs) * 9 / 10)
+              std::chrono::milliseconds(ConnectionDatabase::kBusyTimeoutMs) * 9 / 10)
         << "it waits for its turn";
 }
 
-TEST_F(ProfileNumbersTest, NumberThatAnotherUserGivesMeanwhileIsTheNumber)
+TEST_F(ConnectionDatabaseTest, NumberThatAnotherUserGivesMeanwhileIsTheNumber)
 {
     const auto one = open();
     const auto other = open();
-    ProfileNumbers::Lock lock(*one);
+    ConnectionDatabase::Lock lock(*one);
     ASSERT_FALSE(lock.take().failed());
     EXPECT_EQ(numbersOf(*one, {"a"}), Numbers{1});
     Numbers found;
@@ -157,7 +157,7 @@ TEST_F(ProfileNumbersTest, NumberThatAnotherUserGivesMeanwhileIsTheNumber)
     EXPECT_EQ(found, Numbers{1});
 }
 
-TEST_F(ProfileNumbersTest, DatabaseThatAnotherUserCreatesMeanwhileIsTheDatabase)
+TEST_F(ConnectionDatabaseTest, DatabaseThatAnotherUserCreatesMeanwhileIsTheDatabase)
 {
     ASSERT_TRUE(QDir(m_directory.path()).mkdir(u"state"_qs));
     sqlite3 *database = nullptr;
@@ -167,7 +167,7 @@ TEST_F(ProfileNumbersTest, DatabaseThatAnotherUserCreatesMeanwhileIsTheDatabase)
             << sqlite3_errmsg(database);
     };
     execute("BEGIN IMMEDIATE");
-    std::unique_ptr<ProfileNumbers> numbers;
+    std::unique_ptr<ConnectionDatabase> numbers;
     runAndMeanwhile([&] { numbers = open(); },
                     [&] {
                         execute("CREATE TABLE profile_number("
@@ -184,7 +184,7 @@ TEST_F(ProfileNumbersTest, DatabaseThatAnotherUserCreatesMeanwhileIsTheDatabase)
     EXPECT_EQ(numbersOf(*numbers, {"a", "b"}), (Numbers{7, 8}));
 }
 
-TEST_F(ProfileNumbersTest, ManyAtOnceCreateOneDatabaseAndAgreeOnTheNumbers)
+TEST_F(ConnectionDatabaseTest, ManyAtOnceCreateOneDatabaseAndAgreeOnTheNumbers)
 {
     constexpr int users = 4;
     const std::vector<std::string> uuids = {"a", "b", "c", "d", "e"};
@@ -206,7 +206,7 @@ TEST_F(ProfileNumbersTest, ManyAtOnceCreateOneDatabaseAndAgreeOnTheNumbers)
     }
 }
 
-TEST_F(ProfileNumbersTest, NumberThatIsNoneIsDamage)
+TEST_F(ConnectionDatabaseTest, NumberThatIsNoneIsDamage)
 {
     for (const char *number : {"-1", "4294967296"}) {
         QFile::remove(QString::fromStdString(m_path));
@@ -219,7 +219,7 @@ TEST_F(ProfileNumbersTest, NumberThatIsNoneIsDamage)
     }
 }
 
-TEST_F(ProfileNumbersTest, NumbersCanBeUsedUp)
+TEST_F(ConnectionDatabaseTest, NumbersCanBeUsedUp)
 {
     open();
     execute("INSERT INTO profile_number VALUES(4294967294, 'a')");
@@ -230,7 +230,7 @@ TEST_F(ProfileNumbersTest, NumbersCanBeUsedUp)
     EXPECT_EQ(numbersOf(*numbers, {"a", "b"}), (Numbers{4294967294U, 4294967295U}));
 }
 
-TEST_F(ProfileNumbersTest, FileIsForItsOwnerOnly)
+TEST_F(ConnectionDatabaseTest, FileIsForItsOwnerOnly)
 {
     open();
     struct stat status = {};
@@ -238,14 +238,14 @@ TEST_F(ProfileNumbersTest, FileIsForItsOwnerOnly)
     EXPECT_EQ(status.st_mode & 07777U, 0600U);
 }
 
-TEST_F(ProfileNumbersTest, FileThatIsNoDatabaseIsRefusedAndKept)
+TEST_F(ConnectionDatabaseTest, FileThatIsNoDatabaseIsRefusedAndKept)
 {
     ASSERT_TRUE(QFile::exists(m_directory.path()));
     open();
     const QByteArray rubbish(8192, 'r');
     writeFile(rubbish);
-    std::unique_ptr<ProfileNumbers> numbers;
-    const StoreResult result = ProfileNumbers::open(m_path, numbers);
+    std::unique_ptr<ConnectionDatabase> numbers;
+    const StoreResult result = ConnectionDatabase::open(m_path, numbers);
     EXPECT_EQ(result.status, NAPI_ERROR_CORRUPT);
     EXPECT_TRUE(result.message.starts_with(m_path)) << result.message;
     QFile file(QString::fromStdString(m_path));
@@ -253,16 +253,73 @@ TEST_F(ProfileNumbersTest, FileThatIsNoDatabaseIsRefusedAndKept)
     EXPECT_EQ(file.readAll(), rubbish);
 }
 
-TEST_F(ProfileNumbersTest, DatabaseOfAnotherFormatIsRefused)
+TEST_F(ConnectionDatabaseTest, DatabaseOfAnotherFormatIsRefused)
 {
-    const char *const changes[] = {"PRAGMA user_version = 2", "PRAGMA application_id = 1"};
+    const char *const changes[] = {"PRAGMA user_version = 3", "PRAGMA application_id = 1"};
     for (const char *change : changes) {
         QFile::remove(QString::fromStdString(m_path));
         open();
         execute(change);
-        std::unique_ptr<ProfileNumbers> numbers;
-        EXPECT_EQ(ProfileNumbers::open(m_path, numbers).status, NAPI_ERROR_CORRUPT) << change;
+        std::unique_ptr<ConnectionDatabase> numbers;
+        EXPECT_EQ(ConnectionDatabase::open(m_path, numbers).status, NAPI_ERROR_CORRUPT) << change;
     }
+}
+
+// ---- Secrets ------------------------------------------------------------------------------------
+
+TEST_F(ConnectionDatabaseTest, SecretsBelongToTheirUuidAndOutliveTheProcess)
+{
+    const KeptSecrets first = {{"csd.authPassword", "one"},
+                               {"csd2.authPassword", std::string("\0x", 2)}};
+    const KeptSecrets second = {{"csd.authPassword", "other"}};
+    {
+        const auto database = open();
+        EXPECT_EQ(database->setSecrets("first", {{"csd.authPassword", "old"}}).status, NAPI_OK);
+        EXPECT_EQ(database->setSecrets("first", first).status, NAPI_OK);
+        EXPECT_EQ(database->setSecrets("second", second).status, NAPI_OK);
+    }
+    const auto database = open();
+    KeptSecrets found;
+    EXPECT_EQ(database->secretsOf("first", found).status, NAPI_OK);
+    EXPECT_EQ(found, first);
+    EXPECT_EQ(database->setSecrets("first", {}).status, NAPI_OK);
+    EXPECT_EQ(database->secretsOf("first", found).status, NAPI_OK);
+    EXPECT_EQ(found, KeptSecrets());
+    EXPECT_EQ(database->secretsOf("second", found).status, NAPI_OK);
+    EXPECT_EQ(found, second);
+}
+
+TEST_F(ConnectionDatabaseTest, SecretsOfADroppedLockWereNeverKept)
+{
+    const auto database = open();
+    {
+        ConnectionDatabase::Lock lock(*database);
+        ASSERT_EQ(lock.take().status, NAPI_OK);
+        EXPECT_EQ(database->setSecrets("first", {{"csd.authPassword", "one"}}).status, NAPI_OK);
+    }
+    KeptSecrets found = {{"csd.authPassword", "before"}};
+    EXPECT_EQ(database->secretsOf("first", found).status, NAPI_OK);
+    EXPECT_EQ(found, KeptSecrets());
+}
+
+TEST_F(ConnectionDatabaseTest, ReplacedSecretIsNotInTheFileAnyMore)
+{
+    const auto database = open();
+    EXPECT_EQ(database->setSecrets("first", {{"csd.authPassword", "recognisable"}}).status,
+              NAPI_OK);
+    EXPECT_EQ(database->setSecrets("first", {}).status, NAPI_OK);
+    QFile file(QString::fromStdString(m_path));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_FALSE(file.readAll().contains("recognisable"));
+}
+
+TEST_F(ConnectionDatabaseTest, DatabaseOfTheFirstFormatKeepsItsNumbers)
+{
+    EXPECT_EQ(numbersOf(*open(), {"first", "second"}), (Numbers{1, 2}));
+    execute("DROP TABLE profile_secret; PRAGMA user_version = 1");
+    const auto database = open();
+    EXPECT_EQ(numbersOf(*database, {"second", "third"}), (Numbers{2, 3}));
+    EXPECT_EQ(database->setSecrets("first", {{"csd.authPassword", "one"}}).status, NAPI_OK);
 }
 
 } // namespace
