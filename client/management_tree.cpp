@@ -42,7 +42,6 @@ std::vector<QString> propertyNames()
 namespace {
 
 constexpr char defaultLeafType[] = "text/plain";
-constexpr qsizetype longestTitle = 255; // bytes
 
 Outcome missing(const NodeUri &uri)
 {
@@ -118,6 +117,13 @@ bool listsChild(const DmtNode &parent, const QByteArray &parentPath, const QByte
 bool isTreePayload(const ManagementTree::NewValue &value)
 {
     return value.type.startsWith(u"application/vnd.syncml.dmtnds", Qt::CaseInsensitive);
+}
+
+Outcome tooLong(const char *property, qsizetype limit)
+{
+    return {
+        DmStatus::TooLarge,
+        QStringLiteral("%1 of more than %2 bytes").arg(QString::fromLatin1(property)).arg(limit)};
 }
 
 const Outcome treePayloadRefused{DmStatus::UnsupportedFormat,
@@ -597,10 +603,15 @@ Outcome ManagementTree::add(const NodeUri &uri, const NewValue &value)
         return unsupportedFormat(
             QStringLiteral("no node here can have the format %1").arg(value.format));
 
+    PropertyStore::Properties properties;
+    properties.type = value.type;
+    if (*type == DmtData::Node)
+        properties.acl = aclForNewInterior(*parent);
+    if (const Outcome room = canKeep(uri, properties); !room)
+        return room;
+
     Outcome outcome;
-    std::optional<AccessControlList> acl;
     if (*type == DmtData::Node) {
-        acl = aclForNewInterior(*parent);
         JemSmartPtr<DmtNode> created;
         const QByteArray path = joinedPath(parent->m_path, uri.name());
         outcome =
@@ -611,7 +622,7 @@ Outcome ManagementTree::add(const NodeUri &uri, const NewValue &value)
             return data.outcome();
         outcome = addLeaf(*parent, uri.name(), *data);
     }
-    noteNewNode(*parent, uri, value.type, acl);
+    noteNewNode(*parent, uri, properties.type, properties.acl);
     return outcome;
 }
 
@@ -738,6 +749,8 @@ Outcome ManagementTree::replaceAcl(const TreeNode &node, const QByteArray &text)
 {
     if (const Outcome right = permitAclChange(node); !right)
         return right;
+    if (text.size() > PropertyStore::longestAcl)
+        return tooLong("an ACL", PropertyStore::longestAcl);
     QString error;
     const auto acl = AccessControlList::parse(text, error);
     if (!acl)
@@ -746,24 +759,40 @@ Outcome ManagementTree::replaceAcl(const TreeNode &node, const QByteArray &text)
         return {DmStatus::CommandFailed, QStringLiteral("the root always has an ACL")};
     PropertyStore::Properties properties = m_properties.get(node.uri());
     properties.acl = acl;
-    m_properties.set(node.uri(), std::move(properties));
-    touch(node.uri());
-    return {};
+    return keep(node.uri(), std::move(properties));
 }
 
 Outcome ManagementTree::replaceTitle(const TreeNode &node, const QByteArray &title)
 {
     if (const Outcome right = permit(Right::Replace, node.uri()); !right)
         return right;
-    if (title.size() > longestTitle)
-        return {DmStatus::TooLarge,
-                QStringLiteral("a title of more than %1 bytes").arg(longestTitle)};
+    if (title.size() > PropertyStore::longestTitle)
+        return tooLong("a title", PropertyStore::longestTitle);
     if (const Result<DmtData> text = parseValue(DmtData::String, title); !text)
         return text.outcome();
     PropertyStore::Properties properties = m_properties.get(node.uri());
     properties.title = title;
-    m_properties.set(node.uri(), std::move(properties));
-    touch(node.uri());
+    return keep(node.uri(), std::move(properties));
+}
+
+Outcome ManagementTree::canKeep(const NodeUri &uri,
+                                const PropertyStore::Properties &properties) const
+{
+    if (properties.type.toUtf8().size() > PropertyStore::longestType)
+        return tooLong("a type", PropertyStore::longestType);
+    if (properties.acl && properties.acl->toText().size() > PropertyStore::longestAcl)
+        return tooLong("an ACL", PropertyStore::longestAcl);
+    if (!m_properties.hasRoomFor(uri, properties))
+        return {DmStatus::StoreFull, QStringLiteral("the nodes have too many properties")};
+    return {};
+}
+
+Outcome ManagementTree::keep(const NodeUri &uri, PropertyStore::Properties properties)
+{
+    if (const Outcome room = canKeep(uri, properties); !room)
+        return room;
+    m_properties.set(uri, std::move(properties));
+    touch(uri);
     return {};
 }
 

@@ -154,9 +154,9 @@ public:
     /// Replaces the values of several leaves of one interior node in one call of its tree, in the
     /// given order. The tree stops at the first value that it refuses; those before it stay.
     Outcome replaceChildren(const NodeUri &uri, const std::vector<ChildValue> &values);
-    /// Replaces the ACL, the Title (at most 255 bytes, else 413), or the Name, which renames the
-    /// node; 405 for other properties, and for the ACL of the root unless the owner replaces it. A
-    /// malformed ACL is answered with 500, and nothing is stored.
+    /// Replaces the ACL (at most 16 KiB, else 413), the Title (at most 255 bytes), or the Name,
+    /// which renames the node; 405 for other properties, and for the ACL of the root unless the
+    /// owner replaces it. A malformed ACL is answered with 500, and nothing is stored.
     Outcome replaceProperty(const NodeUri &uri, Property property, const QByteArray &value);
     Outcome remove(const NodeUri &uri);
     /// Copies the value of one leaf to another, which is added when it is missing.
@@ -217,6 +217,10 @@ private:
     void touch(const NodeUri &uri);
     void noteNewNode(const TreeNode &parent, const NodeUri &uri, const QString &type,
                      const std::optional<AccessControlList> &acl);
+    /// Whether the node can be given these properties: 413 for one that is too long, 420 when all
+    /// properties together leave no room.
+    Outcome canKeep(const NodeUri &uri, const PropertyStore::Properties &properties) const;
+    Outcome keep(const NodeUri &uri, PropertyStore::Properties properties);
     Outcome replaceAcl(const TreeNode &node, const QByteArray &text);
     Outcome replaceTitle(const TreeNode &node, const QByteArray &title);
     /// The parent of a node that is to be added, once every rule allows the node.

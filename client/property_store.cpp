@@ -11,6 +11,15 @@
 
 namespace client {
 
+namespace {
+
+constexpr qsizetype largestFile = 16 * 1024 * 1024; // bytes
+
+/// What the properties of a node add to a file at most, whatever the file calls the node.
+qsizetype bytesInFile(const NodeUri &node, const PropertyStore::Properties &properties);
+
+} // namespace
+
 // ---- In memory -----------------------------------------------------------------------------------
 
 PropertyStore::Properties PropertyStore::get(const NodeUri &node) const
@@ -22,10 +31,28 @@ PropertyStore::Properties PropertyStore::get(const NodeUri &node) const
 void PropertyStore::set(const NodeUri &node, Properties properties)
 {
     m_isChanged = true;
+    if (const auto old = m_properties.find(node); old != m_properties.end())
+        erase(old);
     if (properties == Properties())
-        m_properties.erase(node);
-    else
-        m_properties.insert_or_assign(node, std::move(properties));
+        return;
+    m_bytes += bytesInFile(node, properties);
+    m_properties.emplace(node, std::move(properties));
+}
+
+PropertyStore::Map::iterator PropertyStore::erase(Map::iterator entry)
+{
+    m_isChanged = true;
+    m_bytes -= bytesInFile(entry->first, entry->second);
+    return m_properties.erase(entry);
+}
+
+bool PropertyStore::hasRoomFor(const NodeUri &node, const Properties &properties) const
+{
+    constexpr qsizetype forNotesOfChanges = largestFile / 4;
+    const auto old = m_properties.find(node);
+    const qsizetype before = old == m_properties.end() ? 0 : bytesInFile(node, old->second);
+    const qsizetype bytes = m_bytes - before + bytesInFile(node, properties);
+    return bytes <= largestFile - forNotesOfChanges || bytes <= m_bytes;
 }
 
 void PropertyStore::remove(const NodeUri &node)
@@ -76,25 +103,39 @@ PropertyStore::Map PropertyStore::extract(const NodeUri &node)
     const auto last =
         std::find_if(first, m_properties.end(),
                      [&node](const Map::value_type &entry) { return !node.contains(entry.first); });
-    Map extracted(std::make_move_iterator(first), std::make_move_iterator(last));
-    m_isChanged |= !extracted.empty();
-    m_properties.erase(first, last);
+    Map extracted(first, last);
+    for (auto entry = first; entry != last;)
+        entry = erase(entry);
     return extracted;
 }
+
+namespace {
+
+/// @return whether the list had the server
+bool forget(AccessControlList &acl, const QByteArray &server, bool isOfRoot,
+            const AccessControlList &rootAcl)
+{
+    if (!acl.forget(server))
+        return false;
+    if (!isOfRoot)
+        return true;
+    for (const Right right : {Right::Add, Right::Delete, Right::Exec, Right::Get, Right::Replace})
+        if (acl.servers(right).empty())
+            for (const QByteArray &other : rootAcl.servers(right))
+                acl.grant(right, other);
+    return true;
+}
+
+} // namespace
 
 void PropertyStore::forgetServer(const QByteArray &server, const AccessControlList &rootAcl)
 {
     for (auto &[node, properties] : m_properties) {
-        if (!properties.acl || !properties.acl->forget(server))
+        const qsizetype before = bytesInFile(node, properties);
+        if (!properties.acl || !forget(*properties.acl, server, node.isRoot(), rootAcl))
             continue;
+        m_bytes += bytesInFile(node, properties) - before;
         m_isChanged = true;
-        if (!node.isRoot())
-            continue;
-        for (const Right right :
-             {Right::Add, Right::Delete, Right::Exec, Right::Get, Right::Replace})
-            if (properties.acl->servers(right).empty())
-                for (const QByteArray &other : rootAcl.servers(right))
-                    properties.acl->grant(right, other);
     }
 }
 
@@ -102,7 +143,12 @@ void PropertyStore::forgetServer(const QByteArray &server, const AccessControlLi
 
 namespace {
 
-constexpr qsizetype largestFile = 16 * 1024 * 1024; // bytes
+bool fits(const QByteArray &bytes, qsizetype largest, QString &error)
+{
+    if (bytes.size() > largest)
+        error = QStringLiteral("more than %1 bytes").arg(largest);
+    return bytes.size() <= largest;
+}
 
 /// One property as the file names it.
 struct Field {
@@ -114,21 +160,24 @@ struct Field {
 
 constexpr Field fields[] = {
     {"type", [](const PropertyStore::Properties &p) { return p.type; },
-     [](PropertyStore::Properties &p, const QString &text, QString &) {
+     [](PropertyStore::Properties &p, const QString &text, QString &error) {
          p.type = text;
-         return true;
+         return fits(text.toUtf8(), PropertyStore::longestType, error);
      }},
     {"title", [](const PropertyStore::Properties &p) { return QString::fromUtf8(p.title); },
-     [](PropertyStore::Properties &p, const QString &text, QString &) {
+     [](PropertyStore::Properties &p, const QString &text, QString &error) {
          p.title = text.toUtf8();
-         return true;
+         return fits(p.title, PropertyStore::longestTitle, error);
      }},
     {"acl",
      [](const PropertyStore::Properties &p) {
          return p.acl ? QString::fromUtf8(p.acl->toText()) : QString();
      },
      [](PropertyStore::Properties &p, const QString &text, QString &error) {
-         p.acl = AccessControlList::parse(text.toUtf8(), error);
+         const QByteArray bytes = text.toUtf8();
+         if (!fits(bytes, PropertyStore::longestAcl, error))
+             return false;
+         p.acl = AccessControlList::parse(bytes, error);
          return p.acl.has_value();
      }},
     {"changed",
@@ -186,6 +235,14 @@ std::optional<PropertyStore::Properties> fromJson(const QJsonObject &object, QSt
         }
     }
     return properties;
+}
+
+qsizetype bytesInFile(const NodeUri &node, const PropertyStore::Properties &properties)
+{
+    // A profile's first name, escaped, or its number, and what JSON puts around an entry.
+    constexpr qsizetype longestOtherName = 256;
+    return node.toUri().size() + longestOtherName +
+           QJsonDocument(toJson(properties)).toJson(QJsonDocument::Compact).size();
 }
 
 } // namespace
@@ -267,6 +324,7 @@ std::optional<PropertyStore> PropertyStore::load(const QString &file, const Prof
         return store;
     if (reading == PrivateFile::Reading::Failed)
         return std::nullopt;
+    bool isOutdated = false;
     for (auto entry = nodes.begin(); entry != nodes.end(); ++entry) {
         const Key key = readKey(entry.key(), numbers);
         if (!key.isValid || !entry.value().isObject()) {
@@ -280,9 +338,10 @@ std::optional<PropertyStore> PropertyStore::load(const QString &file, const Prof
             return std::nullopt;
         }
         if (key.node)
-            store.m_properties.emplace(*key.node, *properties);
-        store.m_isChanged |= !key.node || entry.key() != store.keyOf(*key.node, numbers);
+            store.set(*key.node, *properties);
+        isOutdated |= !key.node || entry.key() != store.keyOf(*key.node, numbers);
     }
+    store.m_isChanged = isOutdated;
     return store;
 }
 

@@ -6,6 +6,7 @@
 
 #include <QDateTime>
 #include <QString>
+#include <iterator>
 #include <map>
 #include <optional>
 
@@ -34,6 +35,16 @@ public:
         bool operator==(const Properties &) const = default;
     };
 
+    /// Limits of one property, in bytes of UTF-8. A file that breaks one is damaged.
+    static constexpr qsizetype longestType = 255;
+    static constexpr qsizetype longestTitle = 255;
+    static constexpr qsizetype longestAcl = 16 * 1024;
+
+    /// Whether the node can have these properties: all together have to fit into a file, with room
+    /// for the notes of changes that nodes get without being asked. What takes less room than
+    /// before can always be had.
+    bool hasRoomFor(const NodeUri &node, const Properties &properties) const;
+
     /// Reads a file that save() has written; a missing one is an empty store. What is kept for a
     /// profile that no node shows is dropped. A profile can stand there under the name of its node,
     /// as files of earlier versions have it; the next save gives it its number.
@@ -58,9 +69,8 @@ public:
     template <class Condition>
     void keepOnly(Condition condition)
     {
-        m_isChanged |= std::erase_if(m_properties, [&condition](const auto &entry) {
-                           return !condition(entry.first);
-                       }) > 0;
+        for (auto entry = m_properties.begin(); entry != m_properties.end();)
+            entry = condition(entry->first) ? std::next(entry) : erase(entry);
     }
 
     /// Takes every right from a server whose account is gone. A list that is left empty inherits;
@@ -72,6 +82,7 @@ private:
     using Map = std::map<NodeUri, Properties>;
 
     Map extract(const NodeUri &node);
+    Map::iterator erase(Map::iterator entry);
     NodeUri firstNameOf(const NodeUri &node) const;
     /// What the node is called in a file.
     QString keyOf(const NodeUri &node, const ProfileNumbers &numbers) const;
@@ -79,6 +90,7 @@ private:
     Map m_properties;
     /// What renamed nodes were called when their tree was mounted, by what they are called now.
     std::map<NodeUri, NodeUri> m_firstNames;
+    qsizetype m_bytes = 0; ///< that the properties have in a file, at most
     bool m_isChanged = false;
 };
 

@@ -29,6 +29,7 @@ Credentials &credentials(Account &account, Side side)
 struct LeafRow {
     const char *path; ///< beneath the node of the account, or of one side's credentials
     DmtData::Type type;
+    qsizetype largestBytes; ///< 413 beyond
     /// Null for a leaf that cannot be read.
     QByteArray (*get)(const Account &, Side);
     /// False when the account cannot have the value. Null for a leaf that cannot be replaced.
@@ -58,51 +59,52 @@ bool setIdentity(Account &account, Side side, const char *clientField, const cha
 }
 
 constexpr LeafRow accountLeaves[] = {
-    {"AppID", DmtData::String, [](const Account &, Side) { return QByteArrayLiteral("w7"); },
+    {"AppID", DmtData::String, 0, [](const Account &, Side) { return QByteArrayLiteral("w7"); },
      nullptr},
-    {"ServerID", DmtData::String, [](const Account &account, Side) { return account.serverId; },
+    {"ServerID", DmtData::String, 0, [](const Account &account, Side) { return account.serverId; },
      nullptr},
-    {"Name", DmtData::String, [](const Account &account, Side) { return account.title; },
+    {"Name", DmtData::String, longestAccountText,
+     [](const Account &account, Side) { return account.title; },
      [](Account &account, Side, const QByteArray &value) {
          return setField(account, "title", value);
      }},
-    {"AAuthPref", DmtData::String,
+    {"AAuthPref", DmtData::String, longestAccountText,
      [](const Account &account, Side) { return accountName(account.toServer.type).toLatin1(); },
      [](Account &account, Side, const QByteArray &value) {
          return setAuthType(account.toServer, value);
      }},
-    {"AppAddr/1/Addr", DmtData::String,
+    {"AppAddr/1/Addr", DmtData::String, longestServerAddress,
      [](const Account &account, Side) { return account.address.toEncoded(); },
      [](Account &account, Side, const QByteArray &value) {
          return setField(account, "address", value);
      }},
-    {"AppAddr/1/AddrType", DmtData::String,
+    {"AppAddr/1/AddrType", DmtData::String, 0,
      [](const Account &, Side) { return QByteArrayLiteral("URI"); }, nullptr},
 };
 
 constexpr LeafRow credentialLeaves[] = {
-    {"AAuthLevel", DmtData::String,
+    {"AAuthLevel", DmtData::String, 0,
      [](const Account &, Side side) {
          return QByteArray(side == Side::Client ? "CLCRED" : "SRVCRED");
      },
      nullptr},
-    {"AAuthType", DmtData::String,
+    {"AAuthType", DmtData::String, longestAccountText,
      [](const Account &account, Side side) {
          return accountName(credentials(account, side).type).toLatin1();
      },
      [](Account &account, Side side, const QByteArray &value) {
          return setAuthType(credentials(account, side), value);
      }},
-    {"AAuthName", DmtData::String,
+    {"AAuthName", DmtData::String, longestAccountText,
      [](const Account &account, Side side) { return credentials(account, side).identity.name; },
      [](Account &account, Side side, const QByteArray &value) {
          return setIdentity(account, side, "client-name", "server-name", value);
      }},
-    {"AAuthSecret", DmtData::String, nullptr,
+    {"AAuthSecret", DmtData::String, longestAccountText, nullptr,
      [](Account &account, Side side, const QByteArray &value) {
          return setIdentity(account, side, "client-secret", "server-secret", value);
      }},
-    {"AAuthData", DmtData::Bin, nullptr,
+    {"AAuthData", DmtData::Bin, largestNonce, nullptr,
      [](Account &account, Side side, const QByteArray &value) {
          credentials(account, side).nonce = value;
          return true;
@@ -151,7 +153,10 @@ public:
         if (!stored)
             return DMT_NOT_FOUND;
         Account changed = *stored;
-        if (value.GetType() != m_row.type || !m_row.set(changed, m_side, bytesOf(value)))
+        const QByteArray bytes = bytesOf(value);
+        if (bytes.size() > m_row.largestBytes)
+            return static_cast<int>(DmStatus::TooLarge);
+        if (value.GetType() != m_row.type || !m_row.set(changed, m_side, bytes))
             return DMT_UNSUPPORTED_FORMAT;
         if (!m_isOwnersTurn() && isWeaker(changed, *stored))
             return DMT_NOT_ALLOWED;

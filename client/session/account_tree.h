@@ -29,8 +29,8 @@ inline constexpr char accountTreeRoot[] = "./DMAcc";
 /// no node beneath AppAuth.
 ///
 /// A replaced value is written to the store at once and used from the next session on. One that the
-/// account cannot have is refused with 415, and one by which a server would weaken the account (see
-/// isWeaker) with 405; 510 when the store cannot be written.
+/// account cannot have is refused with 415, one that is too long with 413, and one by which a
+/// server would weaken the account (see isWeaker) with 405; 510 when the store cannot be written.
 ///
 /// @param store         has to outlive the tree
 /// @param isOwnersTurn  says on each change whether it is the owner of the device who makes it

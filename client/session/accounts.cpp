@@ -12,12 +12,16 @@ namespace client {
 
 namespace {
 
-constexpr qsizetype longestText = 1024; // bytes; far above what a name or a secret needs
-
 bool refuse(QString &error, const QString &reason)
 {
     error = reason;
     return false;
+}
+
+bool fits(const QByteArray &bytes, qsizetype largest, QString &error)
+{
+    return bytes.size() <= largest ||
+           refuse(error, QStringLiteral("has more than %1 bytes").arg(largest));
 }
 
 /// A line of text: it goes into HTTP headers and into nodes.
@@ -27,8 +31,8 @@ bool setText(QByteArray &field, const QString &text, QString &error)
     const QByteArray bytes = text.toUtf8();
     if (std::any_of(text.begin(), text.end(), isControl))
         return refuse(error, QStringLiteral("has a control character"));
-    if (bytes.size() > longestText)
-        return refuse(error, QStringLiteral("has more than %1 bytes").arg(longestText));
+    if (!fits(bytes, longestAccountText, error))
+        return false;
     field = bytes;
     return true;
 }
@@ -42,6 +46,8 @@ bool setAddress(Account &account, const QString &text, QString &error)
     if (!url.userInfo().isEmpty())
         return refuse(error, QStringLiteral("has a user name in the URL; "
                                             "name and secret have fields of their own"));
+    if (!fits(url.toEncoded(), longestServerAddress, error))
+        return false;
     account.address = url;
     return true;
 }
@@ -106,6 +112,8 @@ bool setNonce(std::optional<QByteArray> &nonce, const QString &text, QString &er
         QByteArray::fromBase64Encoding(text.toUtf8(), QByteArray::AbortOnBase64DecodingErrors);
     if (!decoded)
         return refuse(error, QStringLiteral("is no base64"));
+    if (!fits(*decoded, largestNonce, error))
+        return false;
     nonce = text.isEmpty() ? std::nullopt : std::optional(*decoded);
     return true;
 }
@@ -325,6 +333,10 @@ bool AccountStore::write(const Accounts &accounts, QString &error) const
     QJsonObject object;
     for (const auto &[name, account] : accounts)
         object[name] = toJson(account);
+    // Whoever brought the accounts here, a file that cannot be read would take all of them away.
+    QString fault;
+    if (!AccountStore(m_file.path()).read(object, fault))
+        return refuse(error, QStringLiteral("cannot write %1: %2").arg(m_file.path(), fault));
     return m_file.replace(QJsonDocument(object).toJson(), error);
 }
 

@@ -36,6 +36,11 @@ struct Account {
     bool operator==(const Account &) const = default;
 };
 
+/// Limits of what an account holds, in bytes of UTF-8; far above what anybody needs. A nonce has
+/// one of its own.
+constexpr qsizetype longestAccountText = 1024;
+constexpr qsizetype longestServerAddress = 2048;
+
 /// One field of an account as people and files name it.
 struct AccountField {
     const char *name;

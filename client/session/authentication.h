@@ -46,6 +46,9 @@ QByteArray hmacProof(const Identity &identity, const QByteArray &nonce, const QB
 /// Compares two proofs in a time that does not depend on where they differ.
 bool sameProof(const QByteArray &one, const QByteArray &other);
 
+/// Largest nonce that is taken from a server or a person, and kept, in octets.
+constexpr qsizetype largestNonce = 256;
+
 /// 16 random octets.
 QByteArray freshNonce();
 

@@ -31,6 +31,22 @@ std::optional<QByteArray> ClientProver::hmacHeader(const QByteArray &body) const
     return formatHmacHeader({m_identity.name, hmacProof(m_identity, *m_nonce, body)});
 }
 
+namespace {
+
+/// A nonce is kept for the next session, so it has to be one that can be read again.
+bool hasUsableNonce(const Command &headerStatus, QString &reason)
+{
+    const auto challenge = headerStatus.chal ? readChal(*headerStatus.chal) : std::nullopt;
+    const qsizetype size = challenge && challenge->nonce ? challenge->nonce->size() : 0;
+    if (size > largestNonce)
+        reason = QStringLiteral("the server's nonce has %1 bytes, which is more than %2")
+                     .arg(size)
+                     .arg(largestNonce);
+    return size <= largestNonce;
+}
+
+} // namespace
+
 ClientProver::Verdict ClientProver::read(const syncml::Message &message, ServerTrust trust,
                                          QString &reason)
 {
@@ -56,6 +72,8 @@ ClientProver::Verdict ClientProver::read(const syncml::Message &message, ServerT
 ClientProver::Verdict ClientProver::readStatus(const Command &headerStatus, ServerTrust trust,
                                                QString &reason)
 {
+    if (!hasUsableNonce(headerStatus, reason))
+        return Verdict::Refused;
     constexpr int firstError = 400;
     const int code = headerStatus.data.value_or(QByteArray()).toInt();
     const auto status = static_cast<DmStatus>(code);

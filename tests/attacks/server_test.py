@@ -1,5 +1,6 @@
 """What a DM server with an account may try, and what must hold."""
 
+import base64
 import os
 import signal
 import socket
@@ -8,8 +9,10 @@ import tempfile
 import threading
 import time
 import unittest
+import unittest.mock
 
 import hostile_server as hostile
+import sessions
 import terminal_test
 from commands import (HandsetTest, add, copy, delete, execute, get, rename, replace, run, set_acl)
 from handset import CONN, PROXY, SECRET, Handset
@@ -438,6 +441,52 @@ class ValueThatCostsMoreThanItsLengthTest(unittest.TestCase):
         """A list of thousands of servers."""
         self.check("./DevInfo?prop=ACL", "chr",
                    lambda size: "Get=x" + "".join(f"+s{i:06}" for i in range(size // 8)))
+
+
+class StateThatCannotBeLoadedTest(HandsetTest):
+    """A server writes what the client keeps but would not read again, so that no later command runs."""
+
+    AUTH = "./DMAcc/Mine/AppAuth/1"
+
+    def setUp(self):
+        super().setUp()
+        self.handset.dmclient("account", "add", "Mine", "address=https://dm.example/",
+                              "server-id=a.example", "client-auth=md5", "client-name=me",
+                              "client-secret=secret")
+
+    def tearDown(self):
+        self.assertEqual(run(self.handset, get("./DevInfo/DevId")).statuses, [200])
+        self.assertEqual(self.handset.dmclient("account", "list").returncode, 0)
+
+    def test_in_its_own_account(self):
+        """A nonce, an address, a name and a secret beyond what an account holds: 413 each."""
+        nonce = base64.b64encode(bytes(257)).decode()
+        answers = run(self.handset, replace(self.AUTH + "/AAuthData", nonce),
+                      replace("./DMAcc/Mine/AppAddr/1/Addr", "https://x/" + 2048 * "x"),
+                      replace("./DMAcc/Mine/Name", 1025 * "x"),
+                      replace(self.AUTH + "/AAuthName", 1025 * "x"),
+                      replace(self.AUTH + "/AAuthSecret", 1025 * "x"), server="a.example")
+        self.assertEqual(answers.statuses, [413] * 5)
+
+    def test_in_the_properties_of_a_node(self):
+        """A list and a Title beyond what is kept, and a list with a hundred thousand servers: 413 each."""
+        many = "Get=" + "+".join(str(number) for number in range(100000))
+        answers = run(self.handset, set_acl(CONN + "/Office", "Get=" + 16381 * "x"),
+                      set_acl(CONN + "/Office", many),
+                      replace(CONN + "/Office?prop=Title", 256 * "x"), server="a.example")
+        self.assertEqual(answers.statuses, [413] * 3)
+
+    def test_by_a_challenge(self):
+        """The nonce for the next session is longer than what is kept: the session fails and says so."""
+        long_nonce = lambda number: bytes(300)
+        played = sessions.scenario("profiles", client_auth="md5", client_secret="secret",
+                                   client_name="me")
+        with unittest.mock.patch("session.os.urandom", long_nonce), \
+                sessions.DmServer(played) as server:
+            self.handset.dmclient("account", "set", "Mine", "address=" + server.url)
+            result = self.handset.dmclient("session", "Mine")
+        self.assertEqual(result.returncode, sessions.SESSION_FAILED)
+        self.assertIn(b"the server's nonce has 300 bytes, which is more than 256", result.stdout)
 
 
 if __name__ == "__main__":

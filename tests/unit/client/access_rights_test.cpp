@@ -371,6 +371,53 @@ TEST_F(AccessRightsTest, AMalformedListIsAFailureAndNothingIsStored)
     EXPECT_EQ(aclOf("Office"), "Get=*&Replace=ServerS");
 }
 
+TEST_F(AccessRightsTest, AListOfMoreThan16KibIs413AndNothingIsStored)
+{
+    setAcl("Office", "Get=*&Replace=ServerS");
+    const QByteArray longest = "Get=" + QByteArray(PropertyStore::longestAcl - 4, 'x');
+    EXPECT_EQ(code(tree.replaceProperty(profile("Office"), Property::Acl, longest + 'x')), 413);
+    EXPECT_EQ(aclOf("Office"), "Get=*&Replace=ServerS");
+    EXPECT_EQ(code(tree.replaceProperty(profile("Office"), Property::Acl, longest)), 200);
+}
+
+TEST_F(AccessRightsTest, ANodeWhoseListWouldBeTooLongIsNotMade)
+{
+    setAcl("", ("Add=*&Get=" + QByteArray(PropertyStore::longestAcl - 20, 'x')).constData());
+    EXPECT_EQ(add("New", "node"), 413);
+    EXPECT_FALSE(tree.find(profile("New")));
+}
+
+TEST_F(AccessRightsTest, ANodeWhoseTypeIsTooLongIsNotMade)
+{
+    ManagementTree::NewValue value;
+    value.format = QStringLiteral("node");
+    value.type = QString(PropertyStore::longestType + 1, u'x');
+    EXPECT_EQ(code(tree.add(profile("New"), value)), 413);
+    EXPECT_FALSE(tree.find(profile("New")));
+    value.type.chop(1);
+    EXPECT_EQ(code(tree.add(profile("New"), value)), 200);
+}
+
+TEST_F(AccessRightsTest, AListThatWouldFillTheFileIs420AndASmallerOneStillHasRoom)
+{
+    const ActingFor owner(tree, Principal::owner());
+    const QByteArray large = "Get=" + QByteArray(16000, 'x');
+    const auto give = [this](int number, const QByteArray &acl) {
+        const NodeUri node = profile("Office").child(QByteArray::number(number));
+        tree.add(node, typed("node", ""));
+        return code(tree.replaceProperty(node, Property::Acl, acl));
+    };
+    int number = 0;
+    while (number < 2000 && give(number, large) == 200)
+        ++number;
+    EXPECT_GT(number, 500);
+    EXPECT_EQ(give(number, large), 420);
+    EXPECT_EQ(tree.properties().get(profile("Office").child(QByteArray::number(number))).acl,
+              std::nullopt);
+    EXPECT_EQ(give(0, large), 200);
+    EXPECT_EQ(give(0, "Get=a"), 200);
+}
+
 // ---- Listings ------------------------------------------------------------------------------------
 
 TEST_F(AccessRightsTest, AListingLeavesOutWhatMayNotBeRead)

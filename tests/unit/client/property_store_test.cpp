@@ -368,6 +368,61 @@ TEST_F(PropertyFile, SaysWhatIsWrongInItAndWhere)
               "./A: acl: \"Read=*\" does not begin with Add=, Delete=, Exec=, Get= or Replace=");
 }
 
+TEST_F(PropertyFile, IsDamagedByAPropertyThatNobodyCouldHaveGiven)
+{
+    const auto with = [](const char *name, const QByteArray &text) {
+        return QByteArray("{\"./A\": {\"") + name + "\": \"" + text + "\"}}";
+    };
+    EXPECT_EQ(errorOf(with("type", QByteArray(256, 'x'))), "./A: type: more than 255 bytes");
+    EXPECT_EQ(errorOf(with("title", QByteArray(256, 'x'))), "./A: title: more than 255 bytes");
+    EXPECT_EQ(errorOf(with("acl", "Get=" + QByteArray(16381, 'x'))),
+              "./A: acl: more than 16384 bytes");
+}
+
+TEST_F(PropertyFile, HasRoomForWhatItTakesAndCanAlwaysBeRead)
+{
+    PropertyStore::Properties large;
+    large.title = QByteArray(PropertyStore::longestTitle, '\x01'); // six bytes each in a file
+    QString error;
+    large.acl = AccessControlList::parse("Get=" + QByteArray(16000, 'x'), error);
+    int number = 0;
+    const auto next = [&] { return NodeUri({"P", QByteArray::number(number)}); };
+    for (; number < 2000 && store.hasRoomFor(next(), large); ++number)
+        store.set(next(), large);
+    EXPECT_GT(number, 500);
+    EXPECT_LT(number, 2000);
+    const NodeUri last({"P", QByteArray::number(number - 1)});
+    EXPECT_TRUE(store.hasRoomFor(last, large)) << "what it has it may have";
+    EXPECT_TRUE(store.hasRoomFor(last, typed("small")));
+    save();
+    EXPECT_LE(QFileInfo(file).size(), 12 * 1024 * 1024);
+    EXPECT_EQ(load().get(last), large);
+
+    store.move(last, NodeUri({"P", "Moved"}));
+    store.remove(NodeUri({"P", "Moved"}));
+    EXPECT_TRUE(store.hasRoomFor(next(), large));
+    store.keepOnly([](const NodeUri &) { return false; });
+    int more = 0;
+    for (; more < 2000 && store.hasRoomFor(NodeUri({"P", QByteArray::number(more)}), large); ++more)
+        store.set(NodeUri({"P", QByteArray::number(more)}), large);
+    EXPECT_EQ(more, number) << "what goes makes room";
+}
+
+TEST_F(PropertyFile, ThatWouldBeTooLargeIsNotWritten)
+{
+    store.set(office, typed("old"));
+    save();
+    PropertyStore::Properties large;
+    QString error;
+    large.acl = AccessControlList::parse("Get=" + QByteArray(16000, 'x'), error);
+    for (int i = 0; i < 1100; ++i)
+        store.set(NodeUri({"P", QByteArray::number(i)}), large);
+    EXPECT_FALSE(store.save(file, numbers, error));
+    EXPECT_EQ(error,
+              QStringLiteral("cannot write %1: it would be larger than 16777216 bytes").arg(file));
+    EXPECT_EQ(load().get(office), typed("old"));
+}
+
 TEST_F(PropertyFile, ThatCannotBeReadOrWrittenIsReported)
 {
     QString error;

@@ -98,6 +98,18 @@ TEST_F(AccountsTest, FieldsSayWhatIsWrong)
     EXPECT_EQ(accountField(QStringLiteral("nonsense")), nullptr);
 }
 
+TEST_F(AccountsTest, FieldsHaveLimits)
+{
+    EXPECT_EQ(set("client-nonce", QByteArray(256, 'n').toBase64().constData()), "");
+    EXPECT_EQ(set("client-nonce", QByteArray(257, 'n').toBase64().constData()),
+              "has more than 256 bytes");
+    EXPECT_EQ(account.toServer.nonce, QByteArray(256, 'n'));
+    const QByteArray address = "http://x/" + QByteArray(longestServerAddress - 9, 'x');
+    EXPECT_EQ(set("address", address.constData()), "");
+    EXPECT_EQ(set("address", (address + "x").constData()), "has more than 2048 bytes");
+    EXPECT_EQ(account.address, QUrl(QString::fromLatin1(address)));
+}
+
 TEST_F(AccountsTest, AccountIsCompleteWithEverythingThatASessionNeeds)
 {
     EXPECT_TRUE(isComplete(account, error)) << error.toStdString();
@@ -189,6 +201,38 @@ TEST_F(AccountsTest, FileThatCannotBeWrittenLeavesEverythingAsItWas)
     EXPECT_TRUE(error.startsWith(QStringLiteral("cannot write ") + file())) << error.toStdString();
     EXPECT_FALSE(changed.remove(QStringLiteral("A"), error));
     EXPECT_EQ(changed.accounts().size(), 1U);
+}
+
+TEST_F(AccountsTest, WhatCouldNotBeReadBackIsNotWritten)
+{
+    AccountStore changed = store();
+    ASSERT_TRUE(changed.put(QStringLiteral("A"), account, error));
+    account.toServer.nonce = QByteArray(257, 'n');
+    EXPECT_FALSE(changed.put(QStringLiteral("A"), account, error));
+    EXPECT_EQ(error, QStringLiteral("cannot write %1: client-nonce of account A has more than 256 "
+                                    "bytes")
+                         .arg(file()));
+    account.toServer.nonce.reset();
+    account.toServer.identity.secret = QByteArray(1024, '\x01');
+    EXPECT_FALSE(changed.put(QStringLiteral("A"), account, error));
+    EXPECT_EQ(*changed.find(QStringLiteral("A")), *store().find(QStringLiteral("A")));
+}
+
+TEST_F(AccountsTest, StoreThatWouldBeTooLargeTakesNoMore)
+{
+    const QByteArray title(longestAccountText, 't');
+    QByteArray accounts("{");
+    for (int number = 0; accounts.size() < 1024 * 1024 - 2048; ++number)
+        accounts += '"' + QByteArray::number(number) + "\": {\"title\": \"" + title + "\"},";
+    write(accounts + "\"last\": {}}");
+    AccountStore full = store();
+    const AccountStore::Accounts before = full.accounts();
+    account.title = account.toServer.identity.secret = account.toClient.identity.secret = title;
+    EXPECT_FALSE(full.put(QStringLiteral("New"), account, error));
+    EXPECT_EQ(error,
+              QStringLiteral("cannot write %1: it would be larger than 1048576 bytes").arg(file()));
+    EXPECT_EQ(full.accounts(), before);
+    EXPECT_EQ(store().accounts(), before);
 }
 
 TEST_F(AccountsTest, DamagedFileIsRefusedWithTheReason)
@@ -365,6 +409,23 @@ TEST_F(AccountNodesTest, OwnerCanWeakenAnAccount)
     EXPECT_EQ(replace("./DMAcc/Op/AppAddr/1/Addr", "http://dm.example/"), 200);
     EXPECT_EQ(replace("./DMAcc/Op/AAuthPref", "BASIC"), 200);
     EXPECT_EQ(replace("./DMAcc/Op/AppAuth/2/AAuthType", "BASIC"), 200);
+}
+
+TEST_F(AccountNodesTest, ValuesThatAreTooLongForAnAccountAre413)
+{
+    const Account before = stored();
+    const QByteArray text(longestAccountText + 1, 'x');
+    const QByteArray nonce = QByteArray(largestNonce + 1, 'n').toBase64();
+    const QByteArray address = "http://x/" + QByteArray(longestServerAddress, 'x');
+    EXPECT_EQ(replace("./DMAcc/Op/Name", text.constData()), 413);
+    EXPECT_EQ(replace("./DMAcc/Op/AppAuth/1/AAuthName", text.constData()), 413);
+    EXPECT_EQ(replace("./DMAcc/Op/AppAuth/2/AAuthSecret", text.constData()), 413);
+    EXPECT_EQ(replace("./DMAcc/Op/AppAuth/1/AAuthData", nonce.constData()), 413);
+    EXPECT_EQ(replace("./DMAcc/Op/AppAddr/1/Addr", address.constData()), 413);
+    EXPECT_EQ(stored(), before);
+    const QByteArray largest = QByteArray(largestNonce, 'n').toBase64();
+    EXPECT_EQ(replace("./DMAcc/Op/AppAuth/1/AAuthData", largest.constData()), 200);
+    EXPECT_EQ(store().find(QStringLiteral("Op"))->toServer.nonce, QByteArray(largestNonce, 'n'));
 }
 
 TEST_F(AccountNodesTest, WhatMakesTheAccountStays)

@@ -143,6 +143,33 @@ TEST_P(Proving, StaleNonceIsFollowedByOneMoreTry)
     EXPECT_TRUE(hasProof(2, AuthType::Md5, "N1"));
 }
 
+TEST_P(Proving, NonceThatCouldNotBeKeptEndsTheSession)
+{
+    const QByteArray largest(largestNonce, 'n');
+    for (const int status : {401, 200, 212}) {
+        SCOPED_TRACE(status);
+        clientProves(AuthType::Md5, "N0");
+        server = ScriptedServer(GetParam());
+        server.says(statusFor("SyncHdr", status, chal(AuthType::Md5, largest + 'n')) +
+                    get("2", {"./DevInfo/Man"}));
+        const SessionEnd end = run();
+        EXPECT_EQ(end.kind, Kind::Failed);
+        EXPECT_EQ(end.reason, QStringLiteral("the server's nonce has 257 bytes, which is more than "
+                                             "256"));
+        EXPECT_EQ(end.commands, 0);
+        EXPECT_EQ(clientNonce(), "N0");
+    }
+}
+
+TEST_P(Proving, LargestNonceIsTaken)
+{
+    const QByteArray largest(largestNonce, 'n');
+    clientProves(AuthType::Md5, "N0");
+    server.says(statusFor("SyncHdr", 212, chal(AuthType::Md5, largest)));
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_EQ(clientNonce(), largest.toStdString());
+}
+
 TEST_P(Proving, WrongSecretIsNotTriedForEver)
 {
     clientProves(AuthType::Md5, "stale");
