@@ -132,18 +132,62 @@ class MisbehaviourTest(SessionTest):
                             client_auth="md5")
         self.assert_failed(outcome, "the server asks for the password itself")
 
-    # ---- Ctrl-C ----------------------------------------------------------------------------------
+    # ---- Signals ---------------------------------------------------------------------------------
 
     def test_an_interrupted_session_is_ended_in_good_order(self):
-        played = scenario("profiles", misbehave=["endless"])
+        office = OFFICE.rsplit("/", 1)[0]
+        change = {"commands": [{"replace": office + "?prop=Title", "data": "kept"}]}
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            with self.subTest(signal=number.name):
+                played = scenario("profiles", misbehave=["endless"], packages=[change])
+                with DmServer(played) as server:
+                    self.handset.dmclient("replace", office + "?prop=Title", "old")
+                    process = self.start("session", server.url, stdout=subprocess.PIPE)
+                    process.stdout.readline()
+                    process.send_signal(number)
+                    output, _ = process.communicate(timeout=60)
+                    self.assertEqual(process.returncode, SESSION_FAILED)
+                    self.assertIn("Session aborted: aborted by the user", output.decode())
+                    self.assertEqual(server.session.lines[-1], "the client aborts the session")
+                title = self.handset.dmclient("get", office, "--prop", "Title").stdout
+                self.assertEqual(title, b"kept\n")
+
+    def test_a_hangup_that_is_ignored_from_the_start_ends_nothing(self):
+        played = scenario("several_messages", misbehave=["slow=0.5"])
         with DmServer(played) as server:
-            process = self.start("session", server.url, stdout=subprocess.PIPE)
+            process = self.start("session", server.url, stdout=subprocess.PIPE,
+                                 preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN))
             process.stdout.readline()
-            process.send_signal(signal.SIGINT)
+            process.send_signal(signal.SIGHUP)
             output, _ = process.communicate(timeout=60)
-            self.assertEqual(process.returncode, SESSION_FAILED)
-            self.assertIn("Session aborted: aborted by the user", output.decode())
-            self.assertEqual(server.session.lines[-1], "the client aborts the session")
+        self.assertEqual(process.returncode, SUCCESS, output.decode())
+
+    def test_a_killed_session_leaves_the_nonces_that_the_server_has(self):
+        changes = {"client_auth": "md5", "server_auth": "md5"}
+        with DmServer(scenario("several_messages", **changes)) as server:
+            self.add_account(server.url, "md5", "md5")
+            killed = server.session
+
+            def kill_when_the_nonce_is_known(answer, misbehaviour, spoil=killed.spoil):
+                # The client waits for this answer, to the message that carried its nonce.
+                if killed.server_accepted:
+                    process.kill()
+                    process.wait()
+                return spoil(answer, misbehaviour)
+
+            killed.spoil = kill_when_the_nonce_is_known
+            process = self.start("session", "Test", stdout=subprocess.DEVNULL)
+            process.wait(timeout=60)
+            self.assertEqual(process.returncode, -signal.SIGKILL)
+        with DmServer(scenario("several_messages", **changes)) as server:
+            server.session.client_nonce = killed.client_nonce
+            server.session.server_nonce = killed.server_nonce
+            self.handset.dmclient("account", "set", "Test", f"address={server.url}")
+            result = self.handset.dmclient("session", "Test")
+            report = server.session.report()
+        self.assertEqual((result.returncode, report["faults"]), (SUCCESS, []))
+        self.assertEqual(server.session.client_failures, 0)
+        self.assertEqual(server.session.server_challenges, 0)
 
 
 if __name__ == "__main__":

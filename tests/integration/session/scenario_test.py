@@ -8,7 +8,7 @@ import tempfile
 import unittest
 
 from sessions import (CERTIFICATE, ENCODINGS, KEY, KINDS, REFUSED, SECRETS, SESSION_FAILED, SUCCESS,
-                      USAGE, DmServer, SessionTest, scenario, scenario_names)
+                      UNUSABLE, USAGE, DmServer, SessionTest, scenario, scenario_names)
 
 # These need a terminal, or an account of a certain kind; they have tests of their own.
 ON_THEIR_OWN = {"questions", "accounts"}
@@ -122,6 +122,30 @@ class ScenarioTest(SessionTest):
         refused = [entry for entry in objects[:-1] if entry["status"] >= 400]
         self.assertEqual(objects[-1]["refused"], len(refused))
         self.assertEqual(objects[-1]["commands"], len(objects) - 1)
+
+    def test_a_trace_on_standard_output_stands_among_the_lines(self):
+        status, lines, _ = self.play(scenario("several_messages"), "--trace", "-")
+        self.assertEqual(status, SUCCESS)
+        first = next(i for i, line in enumerate(lines) if line.startswith("<== message 1 from"))
+        command = next(i for i, line in enumerate(lines) if line.startswith("Get ./"))
+        answer = next(i for i, line in enumerate(lines) if line.startswith("==> message 2 to"))
+        self.assertLess(first, command)
+        self.assertLess(command, answer)
+        self.assertRegex(lines[-1], "^Session completed ")
+        self.assertFalse(os.path.exists("-"))
+
+    def test_a_trace_and_json_do_not_share_standard_output(self):
+        result = self.handset.dmclient("session", "http://127.0.0.1:1/", "--trace", "-", "--json")
+        self.assertEqual(result.returncode, USAGE)
+        self.assertEqual(result.stderr.decode(),
+                         "dmclient: session: --json and --trace - cannot share standard output\n")
+
+    def test_a_trace_that_loses_something_is_told(self):
+        status, lines, report = self.play(scenario("several_messages"), "--trace", "/dev/full")
+        self.assertEqual((status, report["faults"]), (UNUSABLE, []))
+        self.assertRegex(lines[-1], "^Session completed ")
+        self.assertEqual(self.stderr, "dmclient: session: the trace has gaps: cannot write "
+                                      "/dev/full: No space left on device\n")
 
     def test_the_trace_is_private_and_has_no_secret(self):
         for encoding, kind in itertools.product(ENCODINGS, KINDS[1:]):
