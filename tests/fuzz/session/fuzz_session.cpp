@@ -136,7 +136,7 @@ private:
     QByteArray next()
     {
         const qsizetype end = m_input.indexOf(separator);
-        const QByteArray message = m_input.left(end);
+        const QByteArray message = end < 0 ? m_input : m_input.left(end);
         m_input = end < 0 ? QByteArray() : m_input.mid(end + 4);
         return message;
     }
