@@ -1,5 +1,7 @@
 #include "command_processor.h"
 
+#include "alerts.h"
+#include "answer_size.h"
 #include "tnds.h"
 
 #include <QByteArrayList>
@@ -81,10 +83,29 @@ const CommandProcessor::ItemCommand *CommandProcessor::itemCommandOf(const Comma
     return row == std::end(itemCommands) ? nullptr : row;
 }
 
+CommandProcessor::CommandProcessor(ManagementTree &tree, const Principal &principal)
+    : m_tree(tree), m_principal(principal), m_room(mostAnswerBytes)
+{
+}
+
+void CommandProcessor::beginMessage(qsizetype waitingBytes)
+{
+    m_room = mostAnswerBytes - waitingBytes;
+    m_isCancelled = false;
+}
+
 void CommandProcessor::run(const Command &command, std::vector<Command> &answers)
 {
     const ActingFor principal(m_tree, m_principal);
-    runCommand(command, answers);
+    const std::size_t first = answers.size();
+    if (m_isCancelled)
+        refuse(command, DmStatus::NotExecuted, answers);
+    else
+        runCommand(command, answers);
+    // Results have taken their room when they were made.
+    for (std::size_t i = first; i < answers.size(); ++i)
+        if (answers[i].kind != CommandKind::Results)
+            m_room -= answerBytes(answers[i]);
 }
 
 void CommandProcessor::runCommand(const Command &command, std::vector<Command> &answers)
@@ -156,6 +177,7 @@ DmStatus CommandProcessor::runAlert(const Command &alert, std::vector<Command> &
     std::vector<Item> items;
     const DmStatus status =
         m_alertHandler ? m_alertHandler(alert, items) : DmStatus::FeatureNotSupported;
+    m_isCancelled |= status == DmStatus::Cancelled;
     answers.push_back(statusFor(alert, status));
     answers.back().items = std::move(items);
     return status;
@@ -163,8 +185,15 @@ DmStatus CommandProcessor::runAlert(const Command &alert, std::vector<Command> &
 
 namespace {
 
+/// Whether what follows on the alert must not run: it was to run when the user has seen the text,
+/// and agreed where he was asked.
+bool stopsSequence(const Command &alert, DmStatus status)
+{
+    return isUserAlert(alert) && status != DmStatus::Ok;
+}
+
 /// Whether the user refused to go on.
-bool stopsSequence(DmStatus status)
+bool isUsersNo(DmStatus status)
 {
     return status == DmStatus::NotModified || status == DmStatus::Cancelled;
 }
@@ -176,10 +205,10 @@ void CommandProcessor::runSequence(const Command &command, std::vector<Command> 
     answers.push_back(statusFor(command, DmStatus::Ok));
     bool isStopped = false;
     for (const Command &inner : command.commands) {
-        if (isStopped)
+        if (isStopped || m_isCancelled)
             refuse(inner, DmStatus::NotExecuted, answers);
         else if (inner.kind == CommandKind::Alert && inner.cmdId)
-            isStopped = stopsSequence(runAlert(inner, answers));
+            isStopped = stopsSequence(inner, runAlert(inner, answers));
         else
             runCommand(inner, answers);
     }
@@ -317,7 +346,8 @@ bool CommandProcessor::runPart(const Command &command, AtomicParts &parts)
     } else if (command.kind == CommandKind::Alert) {
         part.status =
             m_alertHandler ? m_alertHandler(command, part.items) : DmStatus::FeatureNotSupported;
-        goesOn = succeeded(part.status) && !stopsSequence(part.status);
+        m_isCancelled |= part.status == DmStatus::Cancelled;
+        goesOn = succeeded(part.status) && !isUsersNo(part.status);
         parts.push_back(std::move(part));
     } else {
         const std::size_t sequence = parts.size();
@@ -352,7 +382,7 @@ namespace {
 /// Whether the command did what it was to do, before an Atomic failed.
 bool wasDone(DmStatus status)
 {
-    return succeeded(status) && status != DmStatus::NotExecuted && !stopsSequence(status);
+    return succeeded(status) && status != DmStatus::NotExecuted && !isUsersNo(status);
 }
 
 } // namespace
@@ -523,6 +553,12 @@ Item resultItem(const QString &uri, std::optional<Meta> meta, std::optional<QByt
     return item;
 }
 
+Outcome answersTooLarge()
+{
+    return {DmStatus::TooLarge,
+            QStringLiteral("more than %1 bytes of answers at once").arg(mostAnswerBytes)};
+}
+
 QByteArray childList(const std::vector<TreeNode> &children)
 {
     QByteArrayList names;
@@ -541,7 +577,7 @@ Outcome CommandProcessor::get(const Command &, const Item &item)
     const Result<Address> address = parseAddress(uri, m_tree.uriLimits());
     if (!address)
         return address.outcome();
-    const Result<TreeNode> node = m_tree.find(address->node);
+    const Result<TreeNode> node = m_tree.findToRead(address->node);
     if (!node)
         return node.outcome();
     switch (address->query) {
@@ -558,21 +594,31 @@ Outcome CommandProcessor::get(const Command &, const Item &item)
             QStringLiteral("unknown query ?%1").arg(address->argument)};
 }
 
+Outcome CommandProcessor::queue(std::vector<Item> items)
+{
+    qsizetype bytes = 0;
+    for (const Item &item : items)
+        bytes += answerBytes(item);
+    if (bytes > m_room)
+        return answersTooLarge();
+    m_room -= bytes;
+    std::ranges::move(items, std::back_inserter(m_results));
+    return {};
+}
+
 Outcome CommandProcessor::getValue(const TreeNode &node, const QString &uri)
 {
     if (!node.isLeaf()) {
         if (const Outcome right = m_tree.mayGet(node); !right)
             return right;
-        m_results.push_back(resultItem(uri, describeNode(DmtData::Node, QLatin1String(defaultType)),
-                                       childList(m_tree.children(node))));
-        return {};
+        return queue({resultItem(uri, describeNode(DmtData::Node, QLatin1String(defaultType)),
+                                 childList(m_tree.children(node)))});
     }
     const Result<DmtData> value = m_tree.value(node);
     if (!value)
         return value.outcome();
-    m_results.push_back(
-        resultItem(uri, describeNode(node.valueType(), m_tree.type(node)), valueText(*value)));
-    return {};
+    return queue(
+        {resultItem(uri, describeNode(node.valueType(), m_tree.type(node)), valueText(*value))});
 }
 
 Outcome CommandProcessor::getProperty(const TreeNode &node, const QString &name, const QString &uri)
@@ -583,8 +629,7 @@ Outcome CommandProcessor::getProperty(const TreeNode &node, const QString &name,
     const Result<QByteArray> value = m_tree.property(node, *property);
     if (!value)
         return value.outcome();
-    m_results.push_back(resultItem(uri, std::nullopt, *value));
-    return {};
+    return queue({resultItem(uri, std::nullopt, *value)});
 }
 
 Outcome CommandProcessor::getListing(const TreeNode &node, const QString &kind, const QString &uri)
@@ -595,16 +640,20 @@ Outcome CommandProcessor::getListing(const TreeNode &node, const QString &kind, 
     if (const Outcome right = m_tree.mayGet(node); !right)
         return right;
     const auto values = withValues ? ManagementTree::Values::Read : ManagementTree::Values::Omit;
-    for (const ListedNode &listed : m_tree.list(node, values)) {
+    const auto listing = m_tree.list(node, values, m_room);
+    if (!listing)
+        return answersTooLarge();
+    std::vector<Item> items;
+    for (const ListedNode &listed : *listing) {
         // A leaf that cannot be read is listed without data.
         std::optional<QByteArray> data;
         if (listed.value && *listed.value)
             data = valueText(**listed.value);
-        m_results.push_back(
-            resultItem(QString::fromLatin1(listed.node.uri().toUri()),
-                       describeNode(listed.node.valueType(), m_tree.type(listed.node)), data));
+        items.push_back(resultItem(QString::fromLatin1(listed.node.uri().toUri()),
+                                   describeNode(listed.node.valueType(), m_tree.type(listed.node)),
+                                   data));
     }
-    return {};
+    return queue(std::move(items));
 }
 
 Outcome CommandProcessor::getSerialised(const TreeNode &node, const QString &request,
@@ -621,9 +670,9 @@ Outcome CommandProcessor::getSerialised(const TreeNode &node, const QString &req
     Meta meta;
     meta.format = QStringLiteral("xml");
     meta.type = QString::fromLatin1(tndsMediaType);
-    m_results.push_back(
-        resultItem(uri, meta, tndsDocument(m_tree, m_tree.list(node, values), *content)));
-    return {};
+    const auto listing = m_tree.list(node, values, m_room);
+    const auto document = listing ? tndsDocument(m_tree, *listing, *content, m_room) : std::nullopt;
+    return document ? queue({resultItem(uri, meta, *document)}) : answersTooLarge();
 }
 
 } // namespace client

@@ -18,10 +18,8 @@ namespace client {
 class CommandProcessor {
 public:
     /// @param principal  on whose behalf the commands run
-    explicit CommandProcessor(ManagementTree &tree, const Principal &principal = Principal::owner())
-        : m_tree(tree), m_principal(principal)
-    {
-    }
+    explicit CommandProcessor(ManagementTree &tree,
+                              const Principal &principal = Principal::owner());
 
     /// Answers an Alert, for which it may talk to the user.
     /// @param items  receives what goes into the Status, such as a text that the user typed
@@ -40,9 +38,21 @@ public:
     /// Without a check they always can.
     void setAtomicAnswerCheck(AnswerCheck check) { m_atomicAnswerCheck = std::move(check); }
 
+    /// Begins the commands of another message of the server.
+    /// @param waitingBytes  of earlier answers that were not sent yet, as answerBytes counts them
+    void beginMessage(qsizetype waitingBytes);
+    /// Whether the user has cancelled an alert of this message: nothing more of it is run.
+    bool isCancelled() const { return m_isCancelled; }
+
     /// Runs the command and appends what answers it. Items of one command are independent of each
     /// other. When all of them end alike one Status stands for all, otherwise each has its own.
     /// Nothing answers a Status or a Results.
+    ///
+    /// Results beyond mostAnswerBytes, with what waits and with the answers to the other commands
+    /// of the message, are not made: 413.
+    ///
+    /// An alert to the user that does not end with 200 stops its Sequence: the rest is 215. When
+    /// the user cancels one (214), every command of the message that has not run is 215.
     ///
     /// An Atomic runs until its first failure: that one has its own status, what stands behind it
     /// 215, and what stands before it is taken back: 216 where the tree is as it was, 516 where it
@@ -112,6 +122,9 @@ private:
     Outcome execute(const syncml::Command &command, const syncml::Item &item);
     Outcome get(const syncml::Command &command, const syncml::Item &item);
 
+    /// Puts the items into m_results, as far as there is room for all of them: 413 otherwise.
+    Outcome queue(std::vector<syncml::Item> items);
+
     // What one Item of a Get can ask for; the answer goes to m_results.
     Outcome getValue(const TreeNode &node, const QString &uri);
     Outcome getProperty(const TreeNode &node, const QString &name, const QString &uri);
@@ -131,6 +144,8 @@ private:
     OutcomeListener m_outcomeListener;
     AnswerCheck m_atomicAnswerCheck;
     std::vector<syncml::Item> m_results; ///< of the Get that runs
+    qsizetype m_room;                    ///< bytes of answers that may still be made
+    bool m_isCancelled = false;
 };
 
 } // namespace client

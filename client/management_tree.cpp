@@ -1,7 +1,10 @@
 #include "management_tree.h"
 
+#include "answer_size.h"
+
 #include <algorithm>
 #include <iterator>
+#include <limits>
 
 namespace client {
 
@@ -277,6 +280,12 @@ Result<TreeNode> ManagementTree::find(const NodeUri &uri) const
     return makeNode(mount, uri, path, node);
 }
 
+Result<TreeNode> ManagementTree::findToRead(const NodeUri &uri) const
+{
+    static const NodeUri inbox({"Inbox"});
+    return inbox.contains(uri) ? Result<TreeNode>(notAllowed(uri, "cannot be read")) : find(uri);
+}
+
 std::optional<NodeUri> ManagementTree::objectOf(const NodeUri &uri) const
 {
     const Mount &mount = mountOf(uri);
@@ -405,27 +414,57 @@ bool ManagementTree::isReadable(const EffectiveAcl &acl) const
     return acl.acl.permits(Right::Get, m_principal);
 }
 
+/// A listing that is being made, and what may still be added.
+class ManagementTree::Listing {
+public:
+    explicit Listing(qsizetype mostBytes) : m_room(mostBytes) {}
+
+    void add(ListedNode node)
+    {
+        m_room -= bytesBesideTexts + node.node.uri().toUri().size();
+        if (node.value && *node.value)
+            m_room -= valueText(**node.value).size();
+        if (!isFull())
+            m_nodes.push_back(std::move(node));
+    }
+    bool isFull() const { return m_room < 0; }
+    std::vector<ListedNode> &nodes() { return m_nodes; }
+
+private:
+    std::vector<ListedNode> m_nodes;
+    qsizetype m_room;
+};
+
 std::vector<ListedNode> ManagementTree::list(const TreeNode &start, Values values) const
 {
-    std::vector<ListedNode> listed;
+    return *list(start, values, std::numeric_limits<qsizetype>::max());
+}
+
+std::optional<std::vector<ListedNode>> ManagementTree::list(const TreeNode &start, Values values,
+                                                            qsizetype mostBytes) const
+{
+    Listing listing(mostBytes);
     const EffectiveAcl acl = effectiveAcl(start.uri());
     if (isReadable(acl)) {
-        listed.push_back({start, 0, std::nullopt});
+        ListedNode top{start, 0, std::nullopt};
         if (start.isLeaf() && values == Values::Read)
-            listed.back().value = value(start);
+            top.value = value(start);
+        listing.add(std::move(top));
     }
-    listBeneath(start, acl, 1, values, listed);
-    return listed;
+    listBeneath(start, acl, 1, values, listing);
+    return listing.isFull() ? std::nullopt : std::optional(std::move(listing.nodes()));
 }
 
 void ManagementTree::listBeneath(const TreeNode &node, const EffectiveAcl &acl, int depth,
-                                 Values values, std::vector<ListedNode> &listed) const
+                                 Values values, Listing &listing) const
 {
-    if (node.isLeaf() || isOnlyListed(node.uri()))
+    if (node.isLeaf() || isOnlyListed(node.uri()) || listing.isFull())
         return;
     const std::map<QByteArray, DmtData> bulk =
         values == Values::Read ? leafValues(node) : std::map<QByteArray, DmtData>();
     for (const TreeNode &child : children(node)) {
+        if (listing.isFull())
+            return;
         const AccessControlList own = ownAcl(child);
         const EffectiveAcl childAcl = own.isEmpty() ? acl : EffectiveAcl{child.uri(), own};
         ListedNode entry{child, depth, std::nullopt};
@@ -436,8 +475,8 @@ void ManagementTree::listBeneath(const TreeNode &node, const EffectiveAcl &acl, 
                               : Result<DmtData>(known->second);
         }
         if (isReadable(childAcl))
-            listed.push_back(std::move(entry));
-        listBeneath(child, childAcl, depth + 1, values, listed);
+            listing.add(std::move(entry));
+        listBeneath(child, childAcl, depth + 1, values, listing);
     }
 }
 
@@ -581,6 +620,23 @@ Result<TreeNode> ManagementTree::parentForNewNode(const NodeUri &uri) const
     return parent;
 }
 
+namespace {
+
+/// "text/plain" of "Text/Plain; charset=UTF-8".
+QString mediaType(const QString &type)
+{
+    return type.section(u';', 0, 0).trimmed().toLower();
+}
+
+} // namespace
+
+Outcome ManagementTree::checkType(const QString &leafType, const QString &given) const
+{
+    if (given.isEmpty() || mediaType(given) == mediaType(leafType))
+        return {};
+    return unsupportedFormat(QStringLiteral("the type is %1, not %2").arg(leafType, given));
+}
+
 Outcome ManagementTree::addLeaf(const TreeNode &parent, const QByteArray &name,
                                 const DmtData &value) const
 {
@@ -602,6 +658,12 @@ Outcome ManagementTree::add(const NodeUri &uri, const NewValue &value)
     if (!type)
         return unsupportedFormat(
             QStringLiteral("no node here can have the format %1").arg(value.format));
+
+    const NodeDescription *const description = descriptionOf(uri);
+    if (description && *type != DmtData::Node)
+        if (const Outcome allowed = checkType(QString::fromLatin1(description->type), value.type);
+            !allowed)
+            return allowed;
 
     PropertyStore::Properties properties;
     properties.type = value.type;
@@ -675,12 +737,16 @@ Outcome ManagementTree::replace(const NodeUri &uri, const NewValue &value)
     if (!node)
         return node.outcome();
     if (!node->isLeaf())
-        return notAllowed(uri, "is an interior node and has no value");
+        return isTreePayload(value) ? treePayloadRefused
+                                    : notAllowed(uri, "is an interior node and has no value");
     if (!node->m_isChangeable || !hasAccessType(uri, AccessReplace))
         return notAllowed(uri, "is read-only");
     if (const Outcome right = permit(Right::Replace, uri); !right)
         return right;
     const Result<DmtData> data = valueForLeaf(*node, value);
+    const Outcome allowed = data ? checkType(type(*node), value.type) : Outcome();
+    if (!allowed)
+        return allowed;
     if (!data)
         return data.outcome();
     const Outcome outcome = outcomeOfEngineCall(node->m_node->SetValue(*data));
@@ -800,7 +866,9 @@ Outcome ManagementTree::rename(const TreeNode &node, const QByteArray &newName)
 {
     if (node.m_isPermanent)
         return notAllowed(node.uri(), "is permanent");
-    if (!hasAccessType(node.uri(), AccessReplace))
+    const NodeDescription *const description = descriptionOf(node.uri());
+    const bool isNamedAtRunTime = !description || description->name[0] == '\0';
+    if (!isNamedAtRunTime || !hasAccessType(node.uri(), AccessReplace))
         return notAllowed(node.uri(), "keeps its name");
     if (const Outcome right = permit(Right::Replace, node.uri()); !right)
         return right;

@@ -112,6 +112,9 @@ public:
     /// plug-in that splits paths at slashes takes it for another node. It is listed among the
     /// children of its parent, and that is all.
     Result<TreeNode> find(const NodeUri &uri) const;
+    /// As find, for a command that reads: 405 for the Inbox and what is beneath it, which can only
+    /// be added to, whether it is there or not.
+    Result<TreeNode> findToRead(const NodeUri &uri) const;
     /// The child of a mounted root that the node is, or belongs to, whether they exist or not; none
     /// for the roots and for the client's own nodes.
     std::optional<NodeUri> objectOf(const NodeUri &uri) const;
@@ -130,6 +133,10 @@ public:
     /// may not be read. The leaves of a node are read in one call; when that fails, one by one, so
     /// that one unreadable leaf hides no other.
     std::vector<ListedNode> list(const TreeNode &start, Values values) const;
+    /// @return none when the listing would take more bytes, addresses and values counted and
+    ///         bytesBesideTexts for each node; no more than that is read then
+    std::optional<std::vector<ListedNode>> list(const TreeNode &start, Values values,
+                                                qsizetype mostBytes) const;
 
     // ---- Changing
 
@@ -193,8 +200,9 @@ private:
     /// The values of the leaves directly beneath a node, as far as one call yields them.
     std::map<QByteArray, DmtData> leafValues(const TreeNode &interior) const;
     bool isReadable(const EffectiveAcl &acl) const;
+    class Listing;
     void listBeneath(const TreeNode &node, const EffectiveAcl &acl, int depth, Values values,
-                     std::vector<ListedNode> &listed) const;
+                     Listing &listing) const;
     Result<DmtData> readValue(const TreeNode &node) const;
 
     // ---- Access control
@@ -225,6 +233,8 @@ private:
     Outcome replaceTitle(const TreeNode &node, const QByteArray &title);
     /// The parent of a node that is to be added, once every rule allows the node.
     Result<TreeNode> parentForNewNode(const NodeUri &uri) const;
+    /// 415 for a type that a leaf there does not have.
+    Outcome checkType(const QString &leafType, const QString &given) const;
     Outcome addLeaf(const TreeNode &parent, const QByteArray &name, const DmtData &value) const;
     Outcome copyToNewLeaf(const TreeNode &source, const NodeUri &target);
     Result<DmtData> valueToCopy(const TreeNode &source) const;

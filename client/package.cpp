@@ -1,6 +1,7 @@
 #include "package.h"
 
-#include "command_processor.h"
+#include "alerts.h"
+#include "session/command_runner.h"
 #include "syncml/xml_codec.h"
 
 #include <algorithm>
@@ -65,9 +66,18 @@ void finish(std::vector<Command> &commands, const QString &msgRef, syncml::Encod
     int number = 0;
     for (Command &command : commands) {
         command.cmdId = QString::number(++number);
-        command.msgRef = msgRef;
+        if (command.kind != CommandKind::Alert)
+            command.msgRef = msgRef;
         fitEncoding(command, encoding);
     }
+}
+
+Command requestForMore()
+{
+    Command alert;
+    alert.kind = CommandKind::Alert;
+    alert.data = QByteArray(alert_code::nextMessage);
+    return alert;
 }
 
 bool succeededStatus(const Command &command)
@@ -80,25 +90,29 @@ bool succeededStatus(const Command &command)
 PackageAnswer answerPackage(const Message &request, ManagementTree &tree, syncml::Encoding encoding,
                             const Principal &principal)
 {
+    PackageAnswer answer;
+    answer.isAbortedByServer = hasAlert(request, alert_code::sessionAbort);
+    if (answer.isAbortedByServer)
+        return answer;
     const DmStatus headerOutcome = statusOfHeader(request.header);
     std::vector<Command> answers = {headerStatus(request.header, headerOutcome)};
-    CommandProcessor processor(tree, principal);
-    for (const Command &command : request.commands) {
-        if (succeeded(headerOutcome))
-            processor.run(command, answers);
-        else
-            CommandProcessor::refuse(command, headerOutcome, answers);
-    }
+    CommandRunner runner(tree, principal, nullptr, {}, usualLargestObject);
+    if (succeeded(headerOutcome))
+        runner.run(request, 0, answers);
+    else
+        runner.refuse(request, {headerOutcome, {}}, answers);
+    const bool isFinal = request.final || !succeeded(headerOutcome) || isRequestForMore(request);
+    if (!isFinal)
+        answers.push_back(requestForMore());
     if (answers.size() == 1 && succeeded(headerOutcome))
-        return {};
+        return answer;
 
-    PackageAnswer answer;
     answer.allSucceeded = std::all_of(answers.begin(), answers.end(), succeededStatus);
     finish(answers, request.header.msgId, encoding);
     answer.message.emplace();
     answer.message->header = answeringHeader(request.header, tree.deviceId());
     answer.message->commands = std::move(answers);
-    answer.message->final = request.final;
+    answer.message->final = isFinal;
     return answer;
 }
 

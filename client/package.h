@@ -24,16 +24,19 @@ void fitEncoding(syncml::Command &command, syncml::Encoding encoding);
 
 /// What the client has to say about one message of a server.
 struct PackageAnswer {
-    /// None when the server said nothing that needs an answer: the session is over then.
+    /// None when the server said nothing that needs an answer, or aborts the session: it is over
+    /// then.
     std::optional<syncml::Message> message;
+    bool isAbortedByServer = false;
     /// Whether every status in it is a success.
     bool allSucceeded = true;
 };
 
-/// Runs the commands of a message in their order and builds the client's next message: the status
-/// of the header, then each command's status followed by its results. Data that the encoding cannot
-/// carry as text goes as base64. A header of another protocol version is answered with 505 or 513,
-/// and none of its commands is run.
+/// Runs the commands of a message in their order, as a session does that has nobody to talk to, and
+/// builds the client's next message: the status of the header, then each command's status followed
+/// by its results, and a request for the rest of a package that is not final. Data that the
+/// encoding cannot carry as text goes as base64. A header of another protocol version is answered
+/// with 505 or 513, and none of its commands is run; nor is any when the server aborts the session.
 /// @param principal  on whose behalf the commands run
 PackageAnswer answerPackage(const syncml::Message &request, ManagementTree &tree,
                             syncml::Encoding encoding,

@@ -67,12 +67,12 @@ namespace {
 
 class TndsWriter {
 public:
-    TndsWriter(const ManagementTree &tree, const TndsContent &content)
-        : m_tree(tree), m_content(content), m_xml(&m_document)
+    TndsWriter(const ManagementTree &tree, const TndsContent &content, qsizetype mostBytes)
+        : m_tree(tree), m_content(content), m_mostBytes(mostBytes), m_xml(&m_document)
     {
     }
 
-    QByteArray write(const std::vector<ListedNode> &listing)
+    std::optional<QByteArray> write(const std::vector<ListedNode> &listing)
     {
         m_xml.writeStartDocument();
         m_xml.writeStartElement(QStringLiteral("MgmtTree"));
@@ -80,14 +80,18 @@ public:
         text("VerDTD", descriptionVersion);
         writeNodes(listing);
         m_xml.writeEndElement();
-        return m_document;
+        return isTooLarge() ? std::nullopt : std::optional(m_document);
     }
 
 private:
+    bool isTooLarge() const { return m_document.size() > m_mostBytes; }
+
     void writeNodes(const std::vector<ListedNode> &listing)
     {
         std::vector<ListedNode> orphans;
         for (const ListedNode &listed : listing) {
+            if (isTooLarge())
+                break;
             const NodeUri &uri = listed.node.uri();
             while (!m_open.empty() && !m_open.back().contains(uri))
                 closeNode();
@@ -99,7 +103,7 @@ private:
         }
         while (!m_open.empty())
             closeNode();
-        if (!orphans.empty())
+        if (!orphans.empty() && !isTooLarge())
             writeNodes(orphans);
     }
 
@@ -123,11 +127,9 @@ private:
             text("Value", transferred(**listed.value));
     }
 
-    /// The type stands among the properties whenever there are any.
+    /// The type is what a node cannot do without.
     void writeProperties(const ListedNode &listed)
     {
-        if (m_content.properties.empty())
-            return;
         m_xml.writeStartElement(QStringLiteral("RTProperties"));
         for (const Property property :
              {Property::Acl, Property::Format, Property::Name, Property::Size, Property::Title,
@@ -152,12 +154,14 @@ private:
 
     void writeFormat(const ListedNode &listed)
     {
-        const bool isEncoded = m_content.hasValues && listed.value && *listed.value &&
-                               !syncml::fitsXml(valueText(**listed.value));
-        const bool isBinary = listed.node.valueType() == DmtData::Bin;
+        // The format of the value as it stands here, or of the node where no value does.
+        const bool hasValue = m_content.hasValues && listed.value && *listed.value &&
+                              (*listed.value)->GetType() != DmtData::Null;
+        const bool isBase64 = hasValue && (listed.node.valueType() == DmtData::Bin ||
+                                           !syncml::fitsXml(valueText(**listed.value)));
         m_xml.writeStartElement(QStringLiteral("Format"));
-        m_xml.writeEmptyElement(isEncoded || isBinary ? QStringLiteral("b64")
-                                                      : formatName(listed.node.valueType()));
+        m_xml.writeEmptyElement(isBase64 ? QStringLiteral("b64")
+                                         : formatName(listed.node.valueType()));
         m_xml.writeEndElement();
     }
 
@@ -181,6 +185,7 @@ private:
 
     const ManagementTree &m_tree;
     const TndsContent &m_content;
+    qsizetype m_mostBytes;
     QByteArray m_document;
     QXmlStreamWriter m_xml;
     std::vector<NodeUri> m_open; ///< nodes whose element is open, from the top
@@ -188,10 +193,11 @@ private:
 
 } // namespace
 
-QByteArray tndsDocument(const ManagementTree &tree, const std::vector<ListedNode> &listing,
-                        const TndsContent &content)
+std::optional<QByteArray> tndsDocument(const ManagementTree &tree,
+                                       const std::vector<ListedNode> &listing,
+                                       const TndsContent &content, qsizetype mostBytes)
 {
-    return TndsWriter(tree, content).write(listing);
+    return TndsWriter(tree, content, mostBytes).write(listing);
 }
 
 } // namespace client

@@ -30,7 +30,9 @@ std::optional<TndsContent> parseTndsRequest(const QString &argument, QString &er
 /// The document of a listing, UTF-8. A leaf that cannot be read has no value. A value that XML
 /// cannot carry is base64, and has the format b64. A node whose parent is not in the listing stands
 /// beside the others with the path to it.
-QByteArray tndsDocument(const ManagementTree &tree, const std::vector<ListedNode> &listing,
-                        const TndsContent &content);
+/// @return none when the document would have more bytes than that; no more are made then
+std::optional<QByteArray> tndsDocument(const ManagementTree &tree,
+                                       const std::vector<ListedNode> &listing,
+                                       const TndsContent &content, qsizetype mostBytes);
 
 } // namespace client

@@ -112,7 +112,7 @@ Outcome printAddress(Context &context, const QString &uri, const Invocation &inv
     const Result<Address> address = parseAddress(uri, tree.uriLimits());
     if (!address)
         return address.outcome();
-    const Result<TreeNode> node = tree.find(address->node);
+    const Result<TreeNode> node = tree.findToRead(address->node);
     if (!node)
         return node.outcome();
     if (invocation.has("prop"))
@@ -299,7 +299,10 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
         serverId.isEmpty() ? Principal::owner() : Principal::server(serverId.toUtf8()));
     if (!answer.message) {
         context.output.problem(
-            QStringLiteral("process: the package asks for nothing; the session would end here"));
+            answer.isAbortedByServer
+                ? QStringLiteral("process: the server aborts the session")
+                : QStringLiteral("process: the package asks for nothing; the session would end "
+                                 "here"));
         return ExitStatus::Success;
     }
     const syncml::EncodeResult encoded = syncml::encode(*answer.message, encoding);

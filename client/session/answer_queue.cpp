@@ -1,5 +1,7 @@
 #include "session/answer_queue.h"
 
+#include "answer_size.h"
+
 #include <algorithm>
 #include <iterator>
 #include <limits>
@@ -107,6 +109,15 @@ private:
     qsizetype m_usedBytes = 0;
     qsizetype m_firstBytes = 0; ///< of the first command that was added
 };
+
+qsizetype AnswerQueue::bytes() const
+{
+    qsizetype bytes = 0;
+    for (const auto *const commands : {&m_leading, &m_commands})
+        for (const Command &command : *commands)
+            bytes += answerBytes(command);
+    return bytes + (m_started ? answerBytes(m_started->results) : 0);
+}
 
 // ---- Filling a message ---------------------------------------------------------------------------
 

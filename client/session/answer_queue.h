@@ -22,6 +22,9 @@ public:
     /// header received, first of all.
     void lead(syncml::Command status) { m_leading.push_back(std::move(status)); }
     void push(syncml::Command command) { m_commands.push_back(std::move(command)); }
+    void clear() { *this = AnswerQueue(); }
+    /// What waits counts so many bytes, as answerBytes counts them.
+    qsizetype bytes() const;
     /// Whether these answers can be sent, in as many messages as it takes: whether no piece of them
     /// is too large for a message that begins with what leads now and the answer to a request for
     /// more.

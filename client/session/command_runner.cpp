@@ -1,5 +1,7 @@
 #include "session/command_runner.h"
 
+#include "alerts.h"
+
 #include <algorithm>
 #include <iterator>
 #include <map>
@@ -38,24 +40,18 @@ bool isAnswer(const Command &command)
     return command.kind == CommandKind::Status || command.kind == CommandKind::Results;
 }
 
-bool isAlert(const Command &command, const char *code)
-{
-    return command.kind == CommandKind::Alert &&
-           command.data.value_or(QByteArray()).trimmed() == code;
-}
-
 /// Commands that leave a large object alone that is on its way.
 bool leavesObjectAlone(const Command &command)
 {
-    constexpr char nextMessage[] = "1222";
-    return isAnswer(command) || isAlert(command, nextMessage);
+    return isAnswer(command) || isAlert(command, alert_code::nextMessage);
 }
 
 } // namespace
 
-void CommandRunner::run(const Message &message, Commands &answers)
+void CommandRunner::run(const Message &message, qsizetype waitingBytes, Commands &answers)
 {
     const bool wasReceiving = m_object.isReceiving();
+    m_processor.beginMessage(waitingBytes);
     m_objectWentOn = false;
     for (const Command &command : message.commands) {
         Commands own;
@@ -86,7 +82,8 @@ void CommandRunner::runCommand(const Command &command, Commands &answers)
 {
     const bool hasValues = command.kind == CommandKind::Add || command.kind == CommandKind::Replace;
     const bool hasChunk = std::ranges::any_of(command.items, &Item::moreData);
-    if (command.cmdId && hasValues && (hasChunk || m_object.isReceiving())) {
+    const bool concernsObject = hasValues && (hasChunk || m_object.isReceiving());
+    if (command.cmdId && concernsObject && !m_processor.isCancelled()) {
         runItems(command, answers);
         return;
     }
@@ -139,7 +136,7 @@ void CommandRunner::abandonObject(Commands &answers)
 {
     Command alert;
     alert.kind = CommandKind::Alert;
-    alert.data = QByteArrayLiteral("1225");
+    alert.data = QByteArray(alert_code::noEndOfData);
     alert.items = {m_object.abandon()};
     answers.push_back(std::move(alert));
     for (SessionObserver *const observer : m_observers)
@@ -148,35 +145,42 @@ void CommandRunner::abandonObject(Commands &answers)
 
 namespace {
 
-/// Takes the items that are larger from a Results. @return their addresses
-std::set<QString> takeTooLarge(Command &results, qsizetype limit)
+/// Where what is too large for the server was found.
+struct Addresses {
+    std::set<QString> texts;
+    std::set<NodeUri> nodes;
+};
+
+/// Takes the items that are larger from a Results, and adds their addresses.
+void takeTooLarge(Command &results, qsizetype limit, Addresses &addresses)
 {
-    std::set<QString> addresses;
     std::erase_if(results.items, [&](const Item &item) {
         const bool isTooLarge = item.data && item.data->size() > limit;
-        if (isTooLarge)
-            addresses.insert(item.source->locUri);
-        return isTooLarge;
+        if (!isTooLarge)
+            return false;
+        addresses.texts.insert(item.source->locUri);
+        if (const auto address = parseAddress(item.source->locUri, UriLimits()))
+            addresses.nodes.insert(address->node);
+        return true;
     });
-    return addresses;
 }
 
 /// Whether an item of a Get asked for one of these addresses, or for a listing that has one.
-bool asksForOneOf(const QString &target, const std::set<QString> &addresses)
+bool asksForOneOf(const QString &target, const Addresses &addresses)
 {
-    if (addresses.contains(target))
+    if (addresses.texts.contains(target))
         return true;
     const Result<Address> asked = parseAddress(target, UriLimits());
-    return asked && asked->query == Address::Query::List &&
-           std::ranges::any_of(addresses, [&](const QString &address) {
-               const Result<Address> given = parseAddress(address, UriLimits());
-               return given && asked->node.contains(given->node);
-           });
+    if (!asked || asked->query != Address::Query::List)
+        return false;
+    // Addresses are ordered by their names, so what stands beneath a node comes right behind it.
+    const auto first = addresses.nodes.lower_bound(asked->node);
+    return first != addresses.nodes.end() && asked->node.contains(*first);
 }
 
 /// Gives those items of a Status that asked for one of the addresses the status 413: all of them,
 /// or those that move into a second Status. @return that one
-std::optional<Command> refuseTooLarge(Command &status, const std::set<QString> &addresses)
+std::optional<Command> refuseTooLarge(Command &status, const Addresses &addresses)
 {
     const QByteArray code = QByteArray::number(static_cast<int>(DmStatus::TooLarge));
     const auto refused =
@@ -202,10 +206,10 @@ void CommandRunner::limitObjects(Commands &answers) const
 {
     if (m_serversLargestObject == 0)
         return;
-    std::map<std::optional<QString>, std::set<QString>> tooLarge; // by CmdRef
+    std::map<std::optional<QString>, Addresses> tooLarge; // by CmdRef
     for (Command &answer : answers)
         if (answer.kind == CommandKind::Results)
-            tooLarge[answer.cmdRef].merge(takeTooLarge(answer, m_serversLargestObject));
+            takeTooLarge(answer, m_serversLargestObject, tooLarge[answer.cmdRef]);
 
     Commands limited;
     for (Command &answer : answers) {
@@ -224,7 +228,8 @@ void CommandRunner::limitObjects(Commands &answers) const
 
 DmStatus CommandRunner::answerAlert(const Command &alert, std::vector<Item> &items)
 {
-    static constexpr const char *accepted[] = {"1222", "1223", "1225"};
+    static constexpr const char *accepted[] = {alert_code::nextMessage, alert_code::sessionAbort,
+                                               alert_code::noEndOfData};
     Outcome outcome;
     if (!alert.data)
         outcome = {DmStatus::IncompleteCommand, QStringLiteral("an alert without a code")};

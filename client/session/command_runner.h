@@ -37,7 +37,8 @@ public:
 
     /// Runs the commands of a message in their order, and appends what answers them: statuses,
     /// results, and an alert when a large object broke off.
-    void run(const syncml::Message &message, Commands &answers);
+    /// @param waitingBytes  of earlier answers that were not sent yet, as answerBytes counts them
+    void run(const syncml::Message &message, qsizetype waitingBytes, Commands &answers);
     /// Answers every command with a status, without running anything. A server that has to prove
     /// itself first will send them again, so they do not count then.
     void refuse(const syncml::Message &message, const Outcome &outcome, Commands &answers);

@@ -9,6 +9,9 @@
 
 namespace client {
 
+/// Bytes of the largest object, as long as nobody chooses another limit.
+inline constexpr qsizetype usualLargestObject = 1024 * 1024;
+
 /// Puts the chunks of one object together. Objects do not overlap: while one is being received,
 /// anything but its next chunk ends it.
 class LargeObjectReceiver {

@@ -75,7 +75,14 @@ ClientProver::Verdict ClientProver::readStatus(const Command &headerStatus, Serv
     if (!hasUsableNonce(headerStatus, reason))
         return Verdict::Refused;
     constexpr int firstError = 400;
-    const int code = headerStatus.data.value_or(QByteArray()).toInt();
+    const QByteArray text = headerStatus.data.value_or(QByteArray());
+    bool isNumber = false;
+    const int code = text.toInt(&isNumber);
+    if (!isNumber) {
+        reason = QStringLiteral("the server's status of the header, \"%1\", is not a number")
+                     .arg(QString::fromUtf8(text.left(80)));
+        return Verdict::Refused;
+    }
     const auto status = static_cast<DmStatus>(code);
     if (status == DmStatus::InvalidCredentials || status == DmStatus::MissingCredentials)
         return takeChallenge(headerStatus, trust, reason);

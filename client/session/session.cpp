@@ -1,5 +1,7 @@
 #include "session/session.h"
 
+#include "alerts.h"
+#include "answer_size.h"
 #include "package.h"
 
 #include <QRandomGenerator>
@@ -17,12 +19,6 @@ using syncml::SyncHdr;
 
 namespace {
 
-// Alerts by their codes.
-constexpr char clientInitiated[] = "1201";
-constexpr char nextMessage[] = "1222";
-constexpr char sessionAbort[] = "1223";
-constexpr char noEndOfData[] = "1225";
-
 /// How many messages in a row may go unproved, or be of another protocol version, before the client
 /// gives the server up.
 constexpr int mostServerFailures = 3;
@@ -39,29 +35,13 @@ QByteArray contentTypeOf(Encoding encoding)
                                      : QByteArrayLiteral("application/vnd.syncml.dm+wbxml");
 }
 
-bool isAlert(const Command &command, const char *code)
+/// Whether the message has commands that need more of an answer than to go on.
+bool asksForAnswers(const Message &message)
 {
-    return command.kind == CommandKind::Alert &&
-           command.data.value_or(QByteArray()).trimmed() == code;
-}
-
-/// Whether the message does nothing but ask for the client's next one.
-bool isRequestForMore(const Message &message)
-{
-    bool asks = false;
-    for (const Command &command : message.commands) {
-        const bool isRequest = isAlert(command, nextMessage);
-        if (!isRequest && command.kind != CommandKind::Status)
-            return false;
-        asks = asks || isRequest;
-    }
-    return asks;
-}
-
-bool hasAlert(const Message &message, const char *code)
-{
-    return std::ranges::any_of(message.commands,
-                               [code](const Command &command) { return isAlert(command, code); });
+    return std::ranges::any_of(message.commands, [](const Command &command) {
+        return command.kind != CommandKind::Status && command.kind != CommandKind::Results &&
+               !isAlert(command, alert_code::nextMessage);
+    });
 }
 
 bool hasChallenge(const Message &message)
@@ -157,7 +137,7 @@ void Session::abort(SessionEnd::Kind kind, const QString &reason)
     // Before the first message there is no session that the server would have to be told about.
     if (m_end.messages == 0)
         return;
-    queueAlert(sessionAbort);
+    queueAlert(alert_code::sessionAbort);
     m_serverIsFinal = true;
     sendNextMessage(Purpose::SayFarewell);
 }
@@ -187,7 +167,7 @@ void Session::queueAlert(const char *code)
 void Session::queueFirstPackage()
 {
     m_isFirstPackage = true;
-    queueAlert(clientInitiated);
+    queueAlert(alert_code::clientInitiated);
     queue(deviceInformation());
     for (const ClientEvent &event : m_options.events) {
         Item item;
@@ -348,12 +328,19 @@ void Session::receive(const TransportResponse &response, const Message &message)
     const bool isObeyed = succeeded(verified);
     if (isObeyed)
         obeyHeader(response, message.header);
-    if (isObeyed && hasAlert(message, sessionAbort))
+    if (isObeyed && hasAlert(message, alert_code::sessionAbort))
         end(SessionEnd::Kind::AbortedByServer, QStringLiteral("the server aborted the session"));
     if (!m_isRunning || !readHeaderStatus(message, isObeyed))
         return;
     if (isObeyed)
         readStatuses(message);
+    if (m_queue.bytes() > mostAnswerBytes && asksForAnswers(message)) {
+        m_queue.clear();
+        abort(SessionEnd::Kind::Failed,
+              QStringLiteral("the server goes on while more than %1 bytes of answers wait")
+                  .arg(mostAnswerBytes));
+        return;
+    }
 
     // A message that only asks for more does not open a new package.
     const bool isRequest = isObeyed && isRequestForMore(message);
@@ -377,7 +364,7 @@ std::vector<Command> Session::answer(const Message &message, DmStatus headerStat
 {
     std::vector<Command> answers;
     if (succeeded(headerStatus))
-        m_runner.run(message, answers);
+        m_runner.run(message, m_queue.bytes(), answers);
     else
         m_runner.refuse(message,
                         {headerStatus, QStringLiteral("the server's message was not accepted")},
@@ -419,7 +406,7 @@ void Session::endOrGoOn(bool hasAnswers)
     } else if (!hasAnswers && m_serverIsFinal && m_otherVersions == 0) {
         end(SessionEnd::Kind::Completed, {});
     } else if (!m_serverIsFinal && !m_requestIsQueued) {
-        queueAlert(nextMessage);
+        queueAlert(alert_code::nextMessage);
         m_requestIsQueued = true;
     }
     if (m_verifier.failures() >= mostServerFailures)
@@ -509,7 +496,7 @@ void Session::readStatuses(const Message &message)
         if (isRefusal && cmd != u"SyncHdr" && !m_isChallenged)
             note(QStringLiteral("the server answers the client's %1 with %2")
                      .arg(cmd, describe(static_cast<DmStatus>(code))));
-        if (isAlert(command, noEndOfData) || (isRefusal && cmd == u"Results"))
+        if (isAlert(command, alert_code::noEndOfData) || (isRefusal && cmd == u"Results"))
             m_queue.dropStartedObject();
     }
 }

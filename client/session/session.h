@@ -40,7 +40,7 @@ struct SessionOptions {
     /// Announced to the server.
     qsizetype maxMessageBytes = 256 * 1024;
     /// Announced to the server, and enforced for objects in chunks.
-    qsizetype maxObjectBytes = 1024 * 1024;
+    qsizetype maxObjectBytes = usualLargestObject;
     /// A session of more messages to the server than that is ended by the client.
     int maxMessages = 1000;
     /// A session that takes longer is ended by the client.

@@ -1,5 +1,7 @@
 #include "session/user_interaction.h"
 
+#include "alerts.h"
+
 #include <QStringDecoder>
 #include <QUrl>
 #include <algorithm>
@@ -174,9 +176,8 @@ constexpr UserAlertRow userAlerts[] = {
 
 const UserAlertRow *rowOf(const Command &alert)
 {
-    const QByteArray code = alert.data.value_or(QByteArray()).trimmed();
     const auto *const row = std::ranges::find_if(
-        userAlerts, [&code](const UserAlertRow &entry) { return code == entry.code; });
+        userAlerts, [&alert](const UserAlertRow &entry) { return isAlert(alert, entry.code); });
     return row == std::end(userAlerts) ? nullptr : row;
 }
 
@@ -198,11 +199,6 @@ DmStatus statusOf(Response response)
 }
 
 } // namespace
-
-bool isUserAlert(const Command &alert)
-{
-    return rowOf(alert) != nullptr;
-}
 
 DmStatus answerUserAlert(const Command &alert, UserInteraction *user, std::vector<Item> &items)
 {

@@ -51,11 +51,9 @@ public:
                             const InteractionOptions &options, std::vector<int> &chosen) = 0;
 };
 
-/// Whether the alert's code is one of those by which a server talks to the user (1100 to 1104).
-bool isUserAlert(const syncml::Command &alert);
-
-/// Answers such an alert: 200 with what the user gave, 304 for no, 214 when the user cancelled, 408
-/// when time was up, 412 when the alert lacks items, 416 when it cannot be shown.
+/// Answers an alert by which a server talks to the user: 200 with what the user gave, 304 for no,
+/// 214 when the user cancelled, 408 when time was up, 412 when the alert lacks items, 416 when it
+/// cannot be shown.
 /// @param user   null when there is nobody to talk to: 406
 /// @param items  receives what goes into the Status
 DmStatus answerUserAlert(const syncml::Command &alert, UserInteraction *user,

@@ -2,12 +2,13 @@
 
 import os
 import sqlite3
+import subprocess
 import unittest
 from xml.etree import ElementTree
 from xml.sax.saxutils import escape
 
 import sessions  # which finds the other modules
-from handset import Handset
+from handset import DMCLIENT, PLUGIN, Handset
 
 NAMESPACE = "{SYNCML:SYNCML1.2}"
 PACKAGE = """<SyncML xmlns="SYNCML:SYNCML1.2"><SyncHdr><VerDTD>1.2</VerDTD>
@@ -75,15 +76,26 @@ class Answers:
                        if item.find(NAMESPACE + "Source") is not None}
 
 
+def package_of(*commands):
+    return PACKAGE % "".join(command.replace("<CmdID/>", f"<CmdID>{number}</CmdID>", 1)
+                             for number, command in enumerate(commands, 1))
+
+
+def run_package(handset, package, server=None, prefix=()):
+    """Has the client answer a package, for a server or for the device's owner, behind a command that
+    limits it."""
+    options = ["--server-id", server] if server else []
+    result = subprocess.run([*prefix, DMCLIENT, "--plugin", PLUGIN, "process", *options, "-"],
+                            env=handset.environment(), input=package.encode(), capture_output=True,
+                            timeout=600, check=False)
+    if not result.stdout:
+        raise AssertionError(f"exit status {result.returncode}: {result.stderr.decode()}")
+    return Answers(result.stdout)
+
+
 def run(handset, *commands, server=None):
     """Has the client run the commands, for a server or for the device's owner."""
-    package = PACKAGE % "".join(command.replace("<CmdID/>", f"<CmdID>{number}</CmdID>", 1)
-                                for number, command in enumerate(commands, 1))
-    options = ["--server-id", server] if server else []
-    result = handset.dmclient("process", *options, "-", stdin=package)
-    if not result.stdout:
-        raise AssertionError(result.stderr.decode())
-    return Answers(result.stdout)
+    return run_package(handset, package_of(*commands), server)
 
 
 class HandsetTest(unittest.TestCase):

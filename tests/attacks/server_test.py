@@ -14,7 +14,8 @@ import unittest.mock
 import hostile_server as hostile
 import sessions
 import terminal_test
-from commands import (HandsetTest, add, copy, delete, execute, get, rename, replace, run, set_acl)
+from commands import (HandsetTest, add, copy, delete, execute, get, package_of, rename, replace, run,
+                      run_package, set_acl)
 from handset import CONN, PROXY, SECRET, Handset
 from hostile_text import HOSTILE, harmful_in
 from instructions import CALLGRIND, times_as_many
@@ -98,6 +99,28 @@ class ProfileOfTheDeviceTest(HandsetTest):
                              server="a.example").statuses, [200])
         self.assertEqual(run(self.handset, replace(CONN + "/Office/Addr", "two"),
                              delete(CONN + "/Office"), server="b.example").statuses, [200, 200])
+
+
+class FloodOfAnswersTest(HandsetTest):
+    """A server asks for more than the device can hold."""
+
+    MOST = 4 * 1024 * 1024
+    LISTINGS = 20000
+
+    def flood(self, listing):
+        """Asks for a whole root again and again, in one package of the largest size that is read."""
+        with_limited_memory = ["prlimit", "--as=%d" % (1024 * 1024 * 1024)]
+        package = package_of(*[get(CONN + listing)] * self.LISTINGS)
+        self.assertLess(len(package), self.MOST)
+        return run_package(self.handset, package, prefix=with_limited_memory)
+
+    def test_listings_end_with_413_and_not_with_the_memory(self):
+        """It asks 20,000 times for all values; what goes beyond the limit is refused one by one."""
+        for listing in ("?list=StructData", "?list=TNDS"):
+            answers = self.flood(listing)
+            self.assertEqual(len(answers.statuses), self.LISTINGS)
+            self.assertEqual((answers.statuses[0], answers.statuses[-1]), (200, 413))
+            self.assertLess(len(answers.text), 8 * self.MOST)
 
 
 class SlashInANameTest(HandsetTest):

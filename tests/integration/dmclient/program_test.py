@@ -162,17 +162,17 @@ class PluginMessagesTest(DmclientTest):
             return file.read()
 
     def test_they_go_to_a_file_of_their_own(self):
-        self.run_client("rename", CONN + "/Office/Addr", "Host")
-        self.assertIn("can not be renamed!", self.log())
+        self.succeed("rename", CONN + "/Office", "Branch")
+        self.assertIn("Leave: RenameProfileMap!", self.log())
 
     def test_they_go_to_standard_error_when_asked_for(self):
-        status, printed, errors = self.run_client("--verbose", "rename", CONN + "/Office/Addr", "Host")
-        self.assertEqual((status, printed), (REFUSED, ""))
-        self.assertIn("can not be renamed!", errors)
+        status, printed, errors = self.run_client("--verbose", "rename", CONN + "/Office", "Branch")
+        self.assertEqual((status, printed), (SUCCESS, ""))
+        self.assertIn("Leave: RenameProfileMap!", errors)
         self.assertFalse(os.path.exists(self.handset.client_file("plugin.log")))
 
     def test_they_never_mix_with_results(self):
-        shell = f"rename {CONN}/Office/Addr Host\nget {CONN}/Office/Addr\n"
+        shell = f"rename {CONN}/Office Branch\nget {CONN}/Branch/Addr\n"
         for options in ([], ["--verbose"]):
             _, printed, _ = self.run_client(*options, "shell", stdin=shell)
             self.assertNotIn("DM_Napi_Plugin", printed)

@@ -1,5 +1,6 @@
 // DM commands in, statuses and results out.
 
+#include "answer_size.h"
 #include "processor_fixture.h"
 
 namespace client {
@@ -299,6 +300,166 @@ TEST_F(OtherCommandsTest, ASequenceIsAnsweredFirstAndThenItsCommandsInOrder)
               (Lines{"Status g Sequence 200", "Status a Replace 200 <" + full("Home/Addr"),
                      "Status b Delete 404 <./x", "Status c Get 200 <" + full("Home/Addr"),
                      "Results c [" + full("Home/Addr") + "=new]"}));
+}
+
+class UserInASequenceTest : public CommandProcessorTest {
+protected:
+    static Command alert(const char *code, const char *cmdId)
+    {
+        Command alert = command(CommandKind::Alert, {}, cmdId);
+        alert.data = code;
+        return alert;
+    }
+    static Command remove(const char *cmdId)
+    {
+        return command(CommandKind::Delete, {target("./x")}, cmdId);
+    }
+    static Command sequence(std::vector<Command> commands, const char *cmdId = "g")
+    {
+        return group(CommandKind::Sequence, std::move(commands), cmdId);
+    }
+    /// "g200 q408 d215": the id and the status of everything in one message.
+    std::string run(const std::vector<Command> &message, DmStatus answer)
+    {
+        CommandProcessor processor(tree);
+        processor.setAlertHandler([&](const Command &, std::vector<Item> &) { return answer; });
+        processor.beginMessage(0);
+        std::string statuses;
+        for (const Command &command : message) {
+            std::vector<Command> answers;
+            processor.run(command, answers);
+            for (const Command &answered : answers)
+                statuses += (statuses.empty() ? "" : " ") + answered.cmdRef->toStdString() +
+                            answered.data->toStdString();
+        }
+        return statuses;
+    }
+};
+
+TEST_F(UserInASequenceTest, WhatTheUserHasNotConfirmedIsNotRun)
+{
+    for (const DmStatus answer :
+         {DmStatus::NotModified, DmStatus::TimedOut, DmStatus::FeatureNotSupported,
+          DmStatus::RequestTooLarge, DmStatus::IncompleteCommand}) {
+        const std::string code = std::to_string(static_cast<int>(answer));
+        for (const char *const kind : {"1100", "1101", "1102", "1103", "1104"})
+            EXPECT_EQ(run({sequence({remove("a"), alert(kind, "q"), remove("b"),
+                                     sequence({remove("c")}, "h")}),
+                           remove("d")},
+                          answer),
+                      "g200 a404 q" + code + " b215 h215 c215 d404");
+    }
+}
+
+TEST_F(UserInASequenceTest, WhatTheUserHasConfirmedIsRun)
+{
+    EXPECT_EQ(run({sequence({alert("1101", "q"), remove("a")})}, DmStatus::Ok), "g200 q200 a404");
+}
+
+TEST_F(UserInASequenceTest, OnlyItsOwnSequenceStops)
+{
+    EXPECT_EQ(run({sequence({sequence({alert("1101", "q"), remove("a")}, "h"), remove("b")})},
+                  DmStatus::TimedOut),
+              "g200 h200 q408 a215 b404");
+}
+
+TEST_F(UserInASequenceTest, AnAlertThatIsNoneForTheUserDoesNotStopIt)
+{
+    EXPECT_EQ(run({sequence({alert("1226", "q"), remove("a")})}, DmStatus::FeatureNotSupported),
+              "g200 q406 a404");
+}
+
+TEST_F(UserInASequenceTest, CancellingStopsTheWholeMessage)
+{
+    EXPECT_EQ(
+        run({remove("0"), sequence({sequence({alert("1101", "q"), remove("a")}, "h"), remove("b")}),
+             remove("c"), alert("1100", "r"), group(CommandKind::Atomic, {remove("d")}, "t")},
+            DmStatus::Cancelled),
+        "0404 g200 h200 q214 a215 b215 c215 r215 t215 d215");
+    EXPECT_EQ(run({alert("1100", "q"), remove("a")}, DmStatus::Cancelled), "q214 a215");
+    EXPECT_EQ(run({sequence({group(CommandKind::Atomic, {alert("1101", "q")}, "t"), remove("a")}),
+                   remove("b")},
+                  DmStatus::Cancelled),
+              "g200 t507 q214 a215 b215");
+}
+
+// ---- The room for answers ------------------------------------------------------------------------
+
+class AnswerRoomTest : public CommandProcessorTest {
+protected:
+    AnswerRoomTest() { processor.beginMessage(0); }
+
+    /// The code of a Get that leaves so many bytes to all that follow.
+    std::string get(const QByteArray &uri)
+    {
+        std::vector<Command> answers;
+        processor.run(command(CommandKind::Get, {target(uri)}), answers);
+        for (const Command &answer : answers)
+            bytes += answerBytes(answer);
+        return answers.at(0).data->toStdString();
+    }
+
+    CommandProcessor processor{tree};
+    qsizetype bytes = 0; ///< of all answers so far
+};
+
+TEST_F(AnswerRoomTest, WhatGoesBeyondItIsTooLargeHoweverItIsAskedFor)
+{
+    memory->addLeaf("Home/Long", DmtData(QByteArray(1000 * 1000, 'x').constData()));
+    const QByteArray requests[] = {profileUri("Home/Long"), profileUri("Home?list=StructData"),
+                                   profileUri("Home?list=TNDS")};
+    for (const QByteArray &uri : requests) {
+        processor.beginMessage(0);
+        bytes = 0;
+        std::string codes;
+        for (int i = 0; i < 6; ++i)
+            codes += get(uri) + ' ';
+        EXPECT_EQ(codes, "200 200 200 200 413 413 ") << uri.constData();
+        EXPECT_LE(bytes, mostAnswerBytes + 6 * 200);
+        EXPECT_EQ(get(profileUri("Office/Addr")), "200");
+    }
+}
+
+TEST_F(AnswerRoomTest, WhatWaitsAlreadyTakesItsRoom)
+{
+    processor.beginMessage(mostAnswerBytes - 1000);
+    EXPECT_EQ(get(profileUri("Office/Addr")), "200");
+    EXPECT_EQ(get(profileUri("Office?list=StructData")), "413");
+    processor.beginMessage(0);
+    EXPECT_EQ(get(profileUri("Office?list=StructData")), "200");
+}
+
+TEST_F(AnswerRoomTest, AListingThatIsTooLargeIsNotReadToItsEnd)
+{
+    for (int i = 0; i < 100; ++i)
+        memory->addInterior(("N" + std::to_string(i)).c_str());
+    for (int i = 0; i < 100; ++i)
+        memory->addLeaf(("N" + std::to_string(i) + "/Leaf").c_str(), DmtData("x"));
+    for (const char *const list : {"?list=StructData", "?list=TNDS"}) {
+        memory->calls.clear();
+        processor.beginMessage(mostAnswerBytes - 3000);
+        EXPECT_EQ(get(QByteArray(mountRoot) + list), "413");
+        EXPECT_LT(std::ranges::count_if(
+                      memory->calls, [](const auto &call) { return call.starts_with("read all"); }),
+                  30);
+    }
+}
+
+TEST_F(AnswerRoomTest, ADocumentThatIsLargerThanItsNodesIsTooLarge)
+{
+    memory->addLeaf("Home/Long", DmtData(QByteArray(1000 * 1000, '<').constData()));
+    EXPECT_EQ(get(profileUri("Home/Long")), "200");
+    EXPECT_EQ(get(profileUri("Home/Long?list=TNDS")), "413");
+}
+
+// ---- Everything else -----------------------------------------------------------------------------
+
+TEST_F(CommandProcessorTest, TheInboxIsNotRead)
+{
+    for (const char *const address :
+         {"./Inbox", "./Inbox?prop=Name", "./Inbox/x", "./Inbox?list=Struct"})
+        EXPECT_EQ(statusOf(CommandKind::Get, target(address)), 405) << address;
+    EXPECT_EQ(statusOf(CommandKind::Delete, target("./Inbox")), 404);
 }
 
 TEST_F(OtherCommandsTest, AlertsAndCommandsThatDmDoesNotHaveAreMissingFeatures)

@@ -164,6 +164,44 @@ TEST_F(AccessTypesTest, AMissingAccessTypeIsFoundBeforeAMissingRightAndWithoutTh
     EXPECT_EQ(accounts->calls, std::vector<std::string>());
 }
 
+/// Profiles at the place of the plug-in's.
+class DescribedProfilesTest : public MountedTree {
+protected:
+    DescribedProfilesTest()
+    {
+        profiles->addInterior("Office");
+        profiles->addLeaf("Office/Addr", DmtData("x"));
+        profiles->addInterior("Office/Auth");
+        tree.mount(uri(root), profiles);
+    }
+    static NodeUri node(const char *path) { return uri((QByteArray(root) + path).constData()); }
+
+    static constexpr char root[] = "./DevDetail/Ext/Conf/Conn/Profiles";
+    const JemSmartPtr<MemoryTree> profiles = MemoryTree::create();
+};
+
+TEST_F(DescribedProfilesTest, ANodeWhoseNameIsFixedIsNotRenamed)
+{
+    const auto rename = [this](const char *path) {
+        return code(tree.replaceProperty(node(path), Property::Name, "New"));
+    };
+    EXPECT_EQ(rename("/Office/Addr"), 405);
+    EXPECT_EQ(rename("/Office/Auth"), 405);
+    EXPECT_EQ(profiles->calls, std::vector<std::string>());
+    EXPECT_EQ(rename("/Office"), 200);
+}
+
+TEST_F(DescribedProfilesTest, ALeafIsNotAddedWithATypeThatItCannotHave)
+{
+    const auto add = [this](const char *path, const char *type) {
+        return code(tree.add(node(path), {QStringLiteral("chr"), QString::fromLatin1(type), "1"}));
+    };
+    EXPECT_EQ(add("/Office/DNS1", "image/png"), 415);
+    EXPECT_EQ(profiles->calls, std::vector<std::string>());
+    EXPECT_EQ(add("/Office/DNS1", "text/plain"), 200);
+    EXPECT_EQ(add("/Office/DNS2", ""), 200);
+}
+
 TEST_F(AccessTypesTest, TheSizeOfASecretIsAsUnreadableAsTheSecret)
 {
     tree.setPrincipal(Principal::owner());

@@ -527,6 +527,33 @@ TEST_F(ReplaceTest, AnInteriorNodeCannotBeReplaced)
     EXPECT_EQ(code(tree.replace(uri("."), text("x"))), 405);
 }
 
+TEST_F(ReplaceTest, ASerialisedTreeForAnInteriorNodeIsAnUnsupportedFormat)
+{
+    const ManagementTree::NewValue payload{
+        QStringLiteral("xml"), QStringLiteral("application/vnd.syncml.dmtnds+xml"), "<MgmtTree/>"};
+    EXPECT_EQ(code(tree.replace(profile("Office"), payload)), 415);
+    EXPECT_EQ(code(tree.replace(uri(mountRoot), payload)), 415);
+    EXPECT_EQ(code(tree.replace(profile("Nobody"), payload)), 404);
+    EXPECT_EQ(memory->calls, Calls());
+}
+
+TEST_F(ReplaceTest, AnotherTypeThanTheLeafsIsRefused)
+{
+    const auto replaceAs = [this](const char *type) {
+        return code(tree.replace(profile("Office/Addr"),
+                                 {QStringLiteral("chr"), QString::fromLatin1(type), "new"}));
+    };
+    EXPECT_EQ(replaceAs("image/png"), 415);
+    EXPECT_EQ(read(profile("Office/Addr")), "internet");
+    EXPECT_EQ(replaceAs("text/plain"), 200);
+    EXPECT_EQ(replaceAs("Text/Plain; charset=UTF-8"), 200);
+    tree.add(profile("Home/Icon"), {QStringLiteral("bin"), QStringLiteral("image/png"), "AA=="});
+    EXPECT_EQ(code(tree.replace(profile("Home/Icon"), {{}, QStringLiteral("image/png"), "AA=="})),
+              200);
+    EXPECT_EQ(code(tree.replace(profile("Home/Icon"), {{}, QStringLiteral("text/plain"), "AA=="})),
+              415);
+}
+
 TEST_F(ReplaceTest, TheClientsOwnLeavesAreReadOnly)
 {
     EXPECT_EQ(code(tree.replace(uri("./DevInfo/Man"), text("x"))), 405);

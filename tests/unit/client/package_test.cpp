@@ -41,6 +41,36 @@ protected:
         command.cmdId = QStringLiteral("1");
         request.commands.push_back(command);
     }
+    void alert(const char *code)
+    {
+        Command command;
+        command.kind = CommandKind::Alert;
+        command.cmdId = QStringLiteral("5");
+        command.data = code;
+        request.commands.push_back(command);
+    }
+    static Command chunk(const char *data, bool moreData)
+    {
+        Command command;
+        command.kind = CommandKind::Replace;
+        command.cmdId = QStringLiteral("6");
+        command.items.emplace_back();
+        command.items[0].target =
+            syncml::Location{QString::fromLatin1(profileUri("Home/Addr")), std::nullopt};
+        command.items[0].data = data;
+        command.items[0].moreData = moreData;
+        return command;
+    }
+    /// The codes of all statuses.
+    std::string codes()
+    {
+        std::string codes;
+        const Message message = *answer().message;
+        for (const Command &answered : message.commands)
+            if (answered.kind == CommandKind::Status)
+                codes += (codes.empty() ? "" : " ") + answered.data->toStdString();
+        return codes;
+    }
     PackageAnswer answer(Encoding encoding = Encoding::Xml)
     {
         return answerPackage(request, tree, encoding);
@@ -97,6 +127,47 @@ TEST_F(PackageTest, CommandsAreNumberedAndNameTheMessageThatTheyAnswer)
         EXPECT_EQ(message.commands[i].cmdId, QString::number(i + 1));
         EXPECT_EQ(message.commands[i].msgRef, QStringLiteral("4"));
     }
+}
+
+TEST_F(PackageTest, APackageThatIsNotFinalIsAskedForItsRest)
+{
+    get("./DevInfo/Man");
+    request.final = false;
+    const Command last = answer().message->commands.back();
+    EXPECT_EQ(last.kind, CommandKind::Alert);
+    EXPECT_EQ(last.data, "1222");
+    EXPECT_EQ(last.msgRef, std::nullopt);
+}
+
+TEST_F(PackageTest, ARequestForMoreIsTaken)
+{
+    alert("1222");
+    request.final = false;
+    const Message message = *answer().message;
+    ASSERT_EQ(message.commands.size(), 2u);
+    EXPECT_EQ(message.commands[1].data, "200");
+    EXPECT_TRUE(message.final);
+}
+
+TEST_F(PackageTest, AServerThatAbortsTheSessionGetsNoAnswerAndChangesNothing)
+{
+    request.commands.push_back(chunk("new", false));
+    alert("1223");
+    const PackageAnswer aborted = answer();
+    EXPECT_EQ(aborted.message, std::nullopt);
+    EXPECT_TRUE(aborted.isAbortedByServer);
+    EXPECT_EQ(read(profile("Home/Addr")), "home.example");
+}
+
+TEST_F(PackageTest, ALargeObjectIsPutTogether)
+{
+    request.commands = {chunk("one ", true), chunk("two", false)};
+    request.commands[0].items[0].meta.emplace().size = QStringLiteral("7");
+    EXPECT_EQ(codes(), "200 213 200");
+    EXPECT_EQ(read(profile("Home/Addr")), "one two");
+    request.commands = {chunk("half", true)};
+    EXPECT_EQ(codes(), "200 412");
+    EXPECT_EQ(read(profile("Home/Addr")), "one two");
 }
 
 TEST_F(PackageTest, AServerThatAsksForNothingGetsNoAnswer)

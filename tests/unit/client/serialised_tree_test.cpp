@@ -34,6 +34,14 @@ protected:
         EXPECT_EQ(faultsOfDescription(*item.data), std::vector<std::string>());
         return item.data->toStdString();
     }
+    /// The text with the properties that every node has in place of {leaf} and {node}.
+    static std::string withTypes(const char *text)
+    {
+        return QByteArray(text)
+            .replace("{leaf}", "<RTProperties><Type><MIME>text/plain</MIME></Type></RTProperties>")
+            .replace("{node}", "<RTProperties><Type><DDFName></DDFName></Type></RTProperties>")
+            .toStdString();
+    }
     /// What stands inside MgmtTree behind its version.
     std::string nodes(const QByteArray &uri)
     {
@@ -65,9 +73,11 @@ TEST_F(SerialisedTreeTest, HasNamesValuesAndProperties)
 
 TEST_F(SerialisedTreeTest, HasOnlyWhatAPlusAsksForAndTheType)
 {
-    EXPECT_EQ(nodes(profileUri("Home?list=TNDS+Value")),
-              "<Node><NodeName>Home</NodeName><Path>./Ext/Profiles</Path>"
-              "<Node><NodeName>Addr</NodeName><Value>home.example</Value></Node></Node>");
+    EXPECT_EQ(
+        nodes(profileUri("Home?list=TNDS+Value")),
+        withTypes(
+            "<Node><NodeName>Home</NodeName><Path>./Ext/Profiles</Path>{node}"
+            "<Node><NodeName>Addr</NodeName>{leaf}<Value>home.example</Value></Node></Node>"));
     EXPECT_EQ(nodes(profileUri("Home/Addr?list=TNDS+Format+Size+Name")),
               "<Node><NodeName>Addr</NodeName><Path>./Ext/Profiles/Home</Path>"
               "<RTProperties><Format><chr/></Format><Name>Addr</Name><Size>12</Size>"
@@ -101,15 +111,18 @@ TEST_F(SerialisedTreeTest, WhatCannotBeAskedForIsAMissingFeature)
 TEST_F(SerialisedTreeTest, BeginsAtTheRootToo)
 {
     const std::string all = nodes(".?list=TNDS+Value");
-    EXPECT_TRUE(all.starts_with("<Node><NodeName>.</NodeName><Node><NodeName>DevInfo</NodeName>"))
+    EXPECT_TRUE(all.starts_with(
+        withTypes("<Node><NodeName>.</NodeName>{node}<Node><NodeName>DevInfo</NodeName>")))
         << all;
 }
 
 TEST_F(SerialisedTreeTest, NamesAreEscapedAsInAUri)
 {
     memory->addInterior("My Caf\xc3\xa9");
-    EXPECT_EQ(nodes(profileUri("My%20Caf%C3%A9?list=TNDS+Value")),
-              "<Node><NodeName>My%20Caf%C3%A9</NodeName><Path>./Ext/Profiles</Path></Node>");
+    EXPECT_EQ(
+        nodes(profileUri("My%20Caf%C3%A9?list=TNDS+Value")),
+        withTypes(
+            "<Node><NodeName>My%20Caf%C3%A9</NodeName><Path>./Ext/Profiles</Path>{node}</Node>"));
 }
 
 TEST_F(SerialisedTreeTest, ValuesThatXmlCannotCarryAreBase64)
@@ -129,20 +142,30 @@ TEST_F(SerialisedTreeTest, ValuesThatXmlCannotCarryAreBase64)
               "<Value>Bw==</Value></Node>");
 }
 
+TEST_F(SerialisedTreeTest, ABinaryLeafWithoutAValueHasItsOwnFormat)
+{
+    memory->addLeaf("Home/Icon", DmtData(DMVector<unsigned char>()));
+    memory->withoutValue = {"Home/Icon"};
+    for (const char *const content : {"TNDS+Format+Value", "TNDS+Format"}) {
+        const std::string found = nodes(profileUri("Home/Icon?list=") + content);
+        EXPECT_NE(found.find("<Format><bin/></Format>"), std::string::npos) << found;
+    }
+}
+
 TEST_F(SerialisedTreeTest, MarkupInAValueStaysText)
 {
     memory->addLeaf("Home/Name", DmtData("a<b>&\"c"));
     EXPECT_EQ(nodes(profileUri("Home/Name?list=TNDS+Value")),
-              "<Node><NodeName>Name</NodeName><Path>./Ext/Profiles/Home</Path>"
-              "<Value>a&lt;b&gt;&amp;&quot;c</Value></Node>");
+              withTypes("<Node><NodeName>Name</NodeName><Path>./Ext/Profiles/Home</Path>{leaf}"
+                        "<Value>a&lt;b&gt;&amp;&quot;c</Value></Node>"));
 }
 
 TEST_F(SerialisedTreeTest, AnUnreadableLeafHasNoValue)
 {
     memory->failures = {{"get Home/Addr", 1}};
     EXPECT_EQ(nodes(profileUri("Home?list=TNDS+Value")),
-              "<Node><NodeName>Home</NodeName><Path>./Ext/Profiles</Path>"
-              "<Node><NodeName>Addr</NodeName></Node></Node>");
+              withTypes("<Node><NodeName>Home</NodeName><Path>./Ext/Profiles</Path>{node}"
+                        "<Node><NodeName>Addr</NodeName>{leaf}</Node></Node>"));
 }
 
 TEST_F(SerialisedTreeTest, LeavesOutWhatTheServerMayNotReadAndPlacesWhatIsBeneathByItsPath)
@@ -152,14 +175,15 @@ TEST_F(SerialisedTreeTest, LeavesOutWhatTheServerMayNotReadAndPlacesWhatIsBeneat
     tree.replaceProperty(profile("Office/Auth/AuthPw"), Property::Acl, "Get=S");
     tree.replaceProperty(profile("Office/Linger"), Property::Acl, "Get=Other");
     memory->addLeaf("Office/Last", DmtData("z"));
-    EXPECT_EQ(nodes(profileUri("Office?list=TNDS+Value")),
-              "<Node><NodeName>Office</NodeName><Path>./Ext/Profiles</Path>"
-              "<Node><NodeName>Addr</NodeName><Value>internet</Value></Node>"
-              "<Node><NodeName>Enabled</NodeName><Value>true</Value></Node>"
-              "<Node><NodeName>Port</NodeName><Value></Value></Node>"
-              "<Node><NodeName>Last</NodeName><Value>z</Value></Node></Node>"
-              "<Node><NodeName>AuthPw</NodeName><Path>./Ext/Profiles/Office/Auth</Path>"
-              "<Value>secret</Value></Node>");
+    EXPECT_EQ(
+        nodes(profileUri("Office?list=TNDS+Value")),
+        withTypes("<Node><NodeName>Office</NodeName><Path>./Ext/Profiles</Path>{node}"
+                  "<Node><NodeName>Addr</NodeName>{leaf}<Value>internet</Value></Node>"
+                  "<Node><NodeName>Enabled</NodeName>{leaf}<Value>true</Value></Node>"
+                  "<Node><NodeName>Port</NodeName>{leaf}<Value></Value></Node>"
+                  "<Node><NodeName>Last</NodeName>{leaf}<Value>z</Value></Node></Node>"
+                  "<Node><NodeName>AuthPw</NodeName><Path>./Ext/Profiles/Office/Auth</Path>{leaf}"
+                  "<Value>secret</Value></Node>"));
 }
 
 TEST_F(SerialisedTreeTest, NeedsGetOnTheNodeThatItBeginsWith)

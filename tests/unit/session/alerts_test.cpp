@@ -172,6 +172,22 @@ TEST_P(Alerts, NoInASequenceLeavesTheRestUndone)
     run(&user);
     EXPECT_EQ(sent(2).at(3), "Status 4 Alert 214");
     EXPECT_EQ(sent(2).at(4), "Status 5 Replace 215");
+    EXPECT_EQ(sent(2).at(5), "Status 6 Get 215");
+
+    for (const Response response : {Response::TimedOut, Response::CannotShow}) {
+        user.response = response;
+        server = ScriptedServer(GetParam());
+        server.says(sequence("changed"));
+        run(&user);
+        EXPECT_EQ(sent(2).at(4), "Status 5 Replace 215");
+        EXPECT_EQ(sent(2).at(5), "Status 6 Get 200");
+    }
+    server = ScriptedServer(GetParam());
+    server.says(sequence("changed"));
+    run(nullptr);
+    EXPECT_EQ(sent(2).at(3), "Status 4 Alert 406");
+    EXPECT_EQ(sent(2).at(4), "Status 5 Replace 215");
+    EXPECT_EQ(read(profile("Office/Addr")), "internet");
 
     user.response = Response::Given;
     server = ScriptedServer(GetParam());
@@ -179,6 +195,26 @@ TEST_P(Alerts, NoInASequenceLeavesTheRestUndone)
     run(&user);
     EXPECT_EQ(sent(2).at(4), "Status 5 Replace 200");
     EXPECT_EQ(read(profile("Office/Addr")), "changed");
+}
+
+TEST_P(Alerts, CancellingIsForItsOwnMessageOnly)
+{
+    user.response = Response::Cancelled;
+    server.says(accepted() + alert("2", "1101", {"", "Sure?"}) + get("3", {"./DevInfo/Man"}));
+    server.says(accepted() + get("4", {"./DevInfo/Man"}));
+    run(&user);
+    EXPECT_EQ(sent(2).at(2), "Status 3 Get 215");
+    EXPECT_EQ(sent(3).at(1), "Status 4 Get 200");
+}
+
+TEST_P(Alerts, CancellingStopsAnObjectInChunks)
+{
+    user.response = Response::Cancelled;
+    server.says(accepted() + alert("2", "1101", {"", "Sure?"}) +
+                replace("3", profileUri("Home/Addr"), "half", "<MoreData/>"));
+    run(&user);
+    EXPECT_EQ(sent(2).at(2), "Status 3 Replace 215");
+    EXPECT_EQ(read(profile("Home/Addr")), "home.example");
 }
 
 IN_BOTH_ENCODINGS(Alerts);

@@ -295,6 +295,20 @@ TEST_P(Proving, RefusalWithoutAChallengeEndsTheSession)
               QStringLiteral("the server refuses the client and does not say what it asks for"));
 }
 
+TEST_P(Proving, StatusOfTheHeaderThatIsNotANumberEndsTheSession)
+{
+    for (const char *const text : {"OK", ""}) {
+        server = ScriptedServer(GetParam());
+        server.says(statusFor("SyncHdr", 200).replace("200", text) + get("2", {"./DevInfo/Man"}));
+        const SessionEnd end = run();
+        EXPECT_EQ(end.kind, Kind::Failed);
+        EXPECT_EQ(end.reason, QStringLiteral("the server's status of the header, \"%1\", is not a "
+                                             "number")
+                                  .arg(QString::fromLatin1(text)));
+        EXPECT_EQ(end.commands, 0);
+    }
+}
+
 TEST_P(Proving, OtherRefusalOfTheHeaderEndsTheSession)
 {
     server.says(statusFor("SyncHdr", 513) + get("2", {"./DevInfo/Man"}));

@@ -684,6 +684,34 @@ TEST_P(Sizes, ChunkInsideASequenceIsRefused)
     EXPECT_EQ(sent(2).at(2), "Status 3 Replace 406");
 }
 
+// ---- The room for answers ------------------------------------------------------------------------
+
+TEST_P(Sizes, MoreAnswersThanThereIsRoomForAre413)
+{
+    memory->addLeaf("Home/Long", DmtData(QByteArray(1000 * 1000, 'x').constData()));
+    server.says(accepted() + get("2", std::vector(6, profileUri("Home/Long"))));
+    run();
+    EXPECT_EQ(resultsOf(QStringLiteral("2")).size(), 4 * 1000 * 1000);
+    EXPECT_EQ(sent(2).at(5), "Status 2 Get 413");
+}
+
+TEST_P(Sizes, AServerThatGoesOnWithoutTakingAnswersIsGivenUp)
+{
+    // Each message brings more statuses than one of the client's can carry away.
+    QByteArray commands;
+    for (int i = 0; i < 15000; ++i)
+        commands += "<Delete><CmdID>" + QByteArray::number(i + 2) +
+                    "</CmdID><Item><Target><LocURI>./x</LocURI></Target></Item></Delete>";
+    for (int i = 0; i < 10; ++i)
+        server.says({accepted() + commands, false, maxMsgSize(2000)});
+    const SessionEnd end = run();
+    EXPECT_EQ(end.kind, Kind::Failed);
+    EXPECT_EQ(end.reason,
+              QStringLiteral("the server goes on while more than 4194304 bytes of answers wait"));
+    EXPECT_EQ(server.messages.back().commands.back().data, "1223");
+    EXPECT_LE(end.commands, 5 * 15000);
+}
+
 IN_BOTH_ENCODINGS(Sizes);
 
 } // namespace
