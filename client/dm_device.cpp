@@ -3,6 +3,7 @@
 #include "profile_mapping.h"
 #include "session/account_tree.h"
 
+#include <QFile>
 #include <algorithm>
 #include <utility>
 
@@ -33,35 +34,44 @@ constexpr char profileAcl[] = "Add=*&Delete=*&Get=*&Replace=*";
 
 std::unique_ptr<DmDevice> DmDevice::open(const Options &options, QString &error)
 {
-    std::unique_ptr<DmDevice> device(new DmDevice);
+    std::unique_ptr<DmDevice> device(new DmDevice(options));
     device->m_state = StateDirectory::open(options.stateDirectory, error);
     if (!device->m_state)
         return nullptr;
-    if (!options.profileBackend.isEmpty())
-        qputenv("KUB_NAPI_BACKEND", options.profileBackend.toUtf8());
-    const QByteArray deviceId = device->m_state->deviceId(error);
-    if (deviceId.isEmpty())
-        return nullptr;
-    device->m_log =
-        options.pluginMessagesToStandardError
-            ? PluginLog::toStandardError()
-            : PluginLog::toFile(device->m_state->clientFile(QStringLiteral("plugin.log")), error);
-    if (!device->m_log)
-        return nullptr;
-    device->m_plugin = PluginHost::load(options.pluginFile, error);
-    if (!device->m_plugin)
-        return nullptr;
-    if (!device->loadAccounts(error))
-        return nullptr;
-    device->m_tree = std::make_unique<ManagementTree>(describeHost(deviceId));
-    const bool isReady = device->mountRoots(error) && device->loadProperties(error);
-    return isReady ? std::move(device) : nullptr;
+    device->m_accounts =
+        AccountStore::load(device->m_state->clientFile(QStringLiteral("accounts.json")));
+    return device;
 }
 
-bool DmDevice::loadAccounts(QString &error)
+bool DmDevice::mount(QString &error)
 {
-    m_accounts = AccountStore::load(m_state->clientFile(QStringLiteral("accounts.json")), error);
-    return m_accounts.has_value();
+    if (!m_options.profileBackend.isEmpty())
+        qputenv("KUB_NAPI_BACKEND", m_options.profileBackend.toUtf8());
+    QByteArray deviceId;
+    if (!readDeviceId(deviceId, error))
+        return false;
+    m_log = m_options.pluginMessagesToStandardError
+                ? PluginLog::toStandardError()
+                : PluginLog::toFile(m_state->clientFile(QStringLiteral("plugin.log")), error);
+    if (!m_log)
+        return false;
+    m_plugin = PluginHost::load(m_options.pluginFile, error);
+    if (!m_plugin)
+        return false;
+    m_tree = std::make_unique<ManagementTree>(describeHost(deviceId));
+    if (!mountRoots(error))
+        return false;
+    loadProperties();
+    return true;
+}
+
+/// @return false when there is none and none could be made
+bool DmDevice::readDeviceId(QByteArray &id, QString &error)
+{
+    id = m_state->deviceId(error);
+    if (id.isEmpty() && QFile::exists(m_state->clientFile(QStringLiteral("device-id"))))
+        m_deviceIdDamage = error;
+    return !id.isEmpty() || !m_deviceIdDamage.isEmpty();
 }
 
 namespace {
@@ -85,10 +95,14 @@ bool DmDevice::mountRoots(QString &error)
                        .profileAcl = *AccessControlList::parse(profileAcl, malformed),
                        .profileNumbers = [&root] { return readProfileNumbers(root.mapping); }});
     }
-    m_tree->mount(mountPoint(accountTreeRoot), makeAccountTree(*m_accounts, [tree = m_tree.get()] {
-                      return tree->principal().isOwner();
-                  }));
+    m_tree->mount(mountPoint(accountTreeRoot), accountTree());
     return true;
+}
+
+JemSmartPtr<DmtTree> DmDevice::accountTree()
+{
+    return makeAccountTree(*m_accounts,
+                           [tree = m_tree.get()] { return tree->principal().isOwner(); });
 }
 
 // ---- Kept state ----------------------------------------------------------------------------------
@@ -98,42 +112,128 @@ QString DmDevice::propertiesFile() const
     return m_state->clientFile(QStringLiteral("properties.json"));
 }
 
-bool DmDevice::loadProperties(QString &error)
+void DmDevice::loadProperties()
 {
-    auto properties = PropertyStore::load(propertiesFile(), m_tree->profileNumbers(), error);
+    auto properties =
+        PropertyStore::load(propertiesFile(), m_tree->profileNumbers(), m_propertiesDamage);
     if (properties)
         m_tree->setProperties(std::move(*properties));
-    return properties.has_value();
+    else
+        m_tree->losePropertiesFor(m_propertiesDamage);
 }
 
 bool DmDevice::saveProperties(QString &error)
 {
-    return m_tree->saveProperties(propertiesFile(), error);
+    if (!m_tree)
+        return true;
+    if (m_propertiesDamage.isEmpty())
+        return m_tree->saveProperties(propertiesFile(), error);
+    error = QStringLiteral("nothing is written to a damaged file: %1").arg(m_propertiesDamage);
+    return !m_tree->properties().isChanged();
 }
+
+// ---- Damage --------------------------------------------------------------------------------------
+
+namespace {
+
+/// How to go on without a file.
+QString setAside(const QString &file)
+{
+    return QStringLiteral("to set it aside: mv '%1' '%1.damaged'").arg(file);
+}
+
+} // namespace
+
+QStringList DmDevice::damage() const
+{
+    QStringList sentences;
+    if (!m_deviceIdDamage.isEmpty())
+        sentences +=
+            QStringLiteral("%1; the device has no identifier, and gets a new one when the "
+                           "file is gone; %2")
+                .arg(m_deviceIdDamage, setAside(m_state->clientFile(QStringLiteral("device-id"))));
+    const QString accountsFile = m_state->clientFile(QStringLiteral("accounts.json"));
+    if (!m_accounts->damage().isEmpty())
+        sentences += QStringLiteral("%1; its accounts are not used; %2")
+                         .arg(m_accounts->damage(), setAside(accountsFile));
+    for (const auto &[name, account] : m_accounts->damagedAccounts())
+        sentences += QStringLiteral("%1: %2; the account is not used until the file is mended; "
+                                    "account remove takes it away")
+                         .arg(accountsFile, account.reason);
+    if (!m_propertiesDamage.isEmpty())
+        sentences += QStringLiteral("%1; without the access control lists in it no server may do "
+                                    "anything; %2, and give the lists anew")
+                         .arg(m_propertiesDamage, setAside(propertiesFile()));
+    return sentences;
+}
+
+QString DmDevice::reasonAgainstServers() const
+{
+    for (const QString &damage : {m_deviceIdDamage, m_accounts->damage(), m_propertiesDamage})
+        if (!damage.isEmpty())
+            return QStringLiteral(
+                       "no server may do anything as long as a state file is damaged: %1")
+                .arg(damage);
+    return {};
+}
+
+// ---- Accounts ------------------------------------------------------------------------------------
 
 bool DmDevice::putAccount(const QString &name, const Account &account, QString &error)
 {
     const Account *const stored = m_accounts->find(name);
-    const QByteArray before = stored ? stored->serverId : account.serverId;
-    return m_accounts->put(name, account, error) && forgetServerWithoutAccount(before, error);
+    const QByteArray before = stored ? stored->serverId : QByteArray();
+    if (!stored && !forget(name, {}, error))
+        return false;
+    if (!m_accounts->put(name, account, error))
+        return false;
+    showAccounts();
+    return hasAccountOf(before) || forget({}, before, error);
 }
 
 bool DmDevice::removeAccount(const QString &name, QString &error)
 {
     const Account *const stored = m_accounts->find(name);
-    const QByteArray before = stored ? stored->serverId : QByteArray();
-    return m_accounts->remove(name, error) && forgetServerWithoutAccount(before, error);
+    const auto damaged = m_accounts->damagedAccounts().find(name);
+    const QByteArray before = stored ? stored->serverId
+                              : damaged != m_accounts->damagedAccounts().end()
+                                  ? damaged->second.serverId
+                                  : QByteArray();
+    if (!m_accounts->remove(name, error))
+        return false;
+    showAccounts();
+    return forget(name, hasAccountOf(before) ? QByteArray() : before, error);
 }
 
-bool DmDevice::forgetServerWithoutAccount(const QByteArray &serverId, QString &error)
+bool DmDevice::hasAccountOf(const QByteArray &serverId) const
 {
-    const auto isOfServer = [&serverId](const auto &entry) {
-        return entry.second.serverId == serverId;
-    };
-    if (std::ranges::any_of(m_accounts->accounts(), isOfServer))
-        return true;
-    m_tree->forgetServer(serverId);
-    return saveProperties(error);
+    return serverId.isEmpty() ||
+           std::ranges::any_of(m_accounts->accounts(), [&serverId](const auto &entry) {
+               return entry.second.serverId == serverId;
+           });
+}
+
+bool DmDevice::forget(const QString &account, const QByteArray &serverId, QString &error)
+{
+    if (m_tree) {
+        if (!serverId.isEmpty())
+            m_tree->forgetServer(serverId);
+        const bool isSaved = saveProperties(error);
+        return isSaved && m_propertiesDamage.isEmpty();
+    }
+    QString malformed;
+    std::optional<NodeUri> node;
+    if (!account.isEmpty())
+        node = mountPoint(accountTreeRoot).child(account.toUtf8());
+    return PropertyStore::forgetInFile(propertiesFile(), node, serverId,
+                                       *AccessControlList::parse(factoryRootAcl, malformed), error);
+}
+
+/// Has the tree show the accounts as they are now.
+void DmDevice::showAccounts()
+{
+    if (m_tree)
+        m_tree->remount(mountPoint(accountTreeRoot), accountTree());
 }
 
 } // namespace client

@@ -8,12 +8,14 @@
 #include "session/accounts.h"
 #include "state_directory.h"
 
+#include <QStringList>
 #include <memory>
 #include <optional>
 
 namespace client {
 
-/// Everything that one run of the client holds. Making it mounts the plug-in's roots afresh.
+/// Everything that one run of the client holds. A state file that is damaged does not stop it: the
+/// owner's commands go on without what is in it, servers are kept out, and the file stays as it is.
 class DmDevice {
 public:
     struct Options {
@@ -25,15 +27,27 @@ public:
         QString profileBackend = {};
     };
 
+    /// Opens the state directory and reads the accounts.
     /// @return null on failure, with a sentence that says what cannot be used and why in error
     static std::unique_ptr<DmDevice> open(const Options &options, QString &error);
 
+    /// Loads the plug-in, mounts its roots afresh and reads the properties.
+    /// @return false on failure, as open
+    bool mount(QString &error);
+
+    /// What is wrong with state files, a sentence each with the file, the place, and how to go on.
+    QStringList damage() const;
+    /// Why no server may do anything with the device, because what it has to prove or what it must
+    /// not do is lost; empty when servers may.
+    QString reasonAgainstServers() const;
+
+    /// Only once it is mounted.
     ManagementTree &tree() { return *m_tree; }
     const StateDirectory &state() const { return *m_state; }
-    /// The DM accounts; the tree has those that were there when the device was opened.
+    /// The DM accounts.
     AccountStore &accounts() { return *m_accounts; }
     /// Each keeps or takes away an account as the store does. A server that no account is of any
-    /// more loses every right.
+    /// more loses every right, and an account that is new has nothing of one that had its name.
     bool putAccount(const QString &name, const Account &account, QString &error);
     bool removeAccount(const QString &name, QString &error);
 
@@ -41,13 +55,22 @@ public:
     bool saveProperties(QString &error);
 
 private:
-    DmDevice() = default;
+    explicit DmDevice(Options options) : m_options(std::move(options)) {}
 
-    bool loadAccounts(QString &error);
+    bool readDeviceId(QByteArray &id, QString &error);
     bool mountRoots(QString &error);
-    bool loadProperties(QString &error);
+    void loadProperties();
     QString propertiesFile() const;
-    bool forgetServerWithoutAccount(const QByteArray &serverId, QString &error);
+    /// Takes the rights of a server that has no account any more, and what the account's nodes
+    /// have.
+    bool forget(const QString &account, const QByteArray &serverId, QString &error);
+    bool hasAccountOf(const QByteArray &serverId) const;
+    JemSmartPtr<DmtTree> accountTree();
+    void showAccounts();
+
+    const Options m_options;
+    QString m_deviceIdDamage;
+    QString m_propertiesDamage;
 
     // In the order of making. They go in the reverse order, so that the trees are dropped while
     // their plug-in is still loaded, and the lock is given up last.

@@ -159,6 +159,14 @@ void ManagementTree::mount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree
     m_mounts.insert(m_mounts.end() - 1, std::move(mount));
 }
 
+void ManagementTree::remount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree)
+{
+    const auto mount = std::ranges::find(m_mounts, root, &Mount::root);
+    mount->tree = tree;
+    m_properties.keepOnly(
+        [&](const NodeUri &node) { return !root.contains(node) || bool(find(node)); });
+}
+
 const ManagementTree::Mount &ManagementTree::mountOf(const NodeUri &uri) const
 {
     return *std::find_if(m_mounts.begin(), m_mounts.end(),
@@ -372,6 +380,10 @@ Result<QByteArray> ManagementTree::property(const TreeNode &node, Property prope
             QStringLiteral("%1 is an interior node and has no size").arg(node.uri().toDisplay())};
     if (const Outcome right = permit(Right::Get, node.uri()); !right)
         return right;
+    const bool isKept =
+        property != Property::Format && property != Property::Name && property != Property::Size;
+    if (isKept && !m_propertiesFault.isEmpty())
+        return Outcome{DmStatus::DataStoreFailure, m_propertiesFault};
     const PropertyStore::Properties kept = m_properties.get(node.uri());
     DmtAttributes attributes;
     node.m_node->GetAttributes(attributes);
@@ -855,6 +867,8 @@ Outcome ManagementTree::canKeep(const NodeUri &uri,
 
 Outcome ManagementTree::keep(const NodeUri &uri, PropertyStore::Properties properties)
 {
+    if (!m_propertiesFault.isEmpty())
+        return {DmStatus::DataStoreFailure, m_propertiesFault};
     if (const Outcome room = canKeep(uri, properties); !room)
         return room;
     m_properties.set(uri, std::move(properties));

@@ -82,6 +82,10 @@ public:
     /// of them has of its own goes for the other as well, until that one has a list of its own.
     void mount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree, const MountTerms &terms = {});
 
+    /// Puts another tree in the place of the one that is mounted at that root. Properties of nodes
+    /// that are gone are forgotten.
+    void remount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree);
+
     const UriLimits &uriLimits() const { return m_device.uriLimits; }
     const QByteArray &deviceId() const { return m_device.deviceId; }
 
@@ -103,6 +107,9 @@ public:
     /// Writes the properties to a file when they have changed.
     /// @return false on failure, with the reason in error
     bool saveProperties(const QString &file, QString &error);
+    /// Says that the properties that were kept are lost. Reading or replacing one then ends with
+    /// 510 and this reason; everything else goes on.
+    void losePropertiesFor(const QString &reason) { m_propertiesFault = reason; }
     /// Takes every right from a server whose account is gone.
     void forgetServer(const QByteArray &server);
 
@@ -244,6 +251,7 @@ private:
     JemSmartPtr<DeviceTree> m_deviceTree;
     std::vector<Mount> m_mounts; ///< longer roots first; the client's own tree is the last
     PropertyStore m_properties;
+    QString m_propertiesFault; ///< empty when they could be read
     Principal m_principal = Principal::owner();
     Clock m_clock;
 };

@@ -345,6 +345,34 @@ std::optional<PropertyStore> PropertyStore::load(const QString &file, const Prof
     return store;
 }
 
+bool PropertyStore::forgetInFile(const QString &path, const std::optional<NodeUri> &node,
+                                 const QByteArray &server, const AccessControlList &rootAcl,
+                                 QString &error)
+{
+    const PrivateFile file(path, largestFile);
+    QJsonObject nodes;
+    const PrivateFile::Reading reading = file.readObject(nodes, error);
+    if (reading != PrivateFile::Reading::Done)
+        return reading == PrivateFile::Reading::Missing;
+    QJsonObject changed = nodes;
+    for (auto entry = nodes.begin(); entry != nodes.end(); ++entry) {
+        const Key key = readKey(entry.key(), {});
+        QString reason;
+        auto properties = fromJson(entry.value().toObject(), reason);
+        if (!key.isValid || !properties) {
+            error = QStringLiteral("%1: %2: %3").arg(path, entry.key(), reason);
+            return false;
+        }
+        if (key.node && node && node->contains(*key.node))
+            changed.remove(entry.key());
+        else if (!server.isEmpty() && properties->acl &&
+                 forget(*properties->acl, server, key.node && key.node->isRoot(), rootAcl))
+            changed[entry.key()] = toJson(*properties);
+    }
+    return changed == nodes ||
+           file.replace(QJsonDocument(changed).toJson(QJsonDocument::Compact), error);
+}
+
 QString PropertyStore::keyOf(const NodeUri &node, const ProfileNumbers &numbers) const
 {
     const QString key = keyWithNumber(node, numbers);

@@ -52,11 +52,20 @@ public:
     /// @return none with what is wrong with the file, and where, in error
     static std::optional<PropertyStore> load(const QString &file, const ProfileNumbers &numbers,
                                              QString &error);
+    /// Forgets in a file what is kept of a node and everything beneath it, if one is given, and a
+    /// server as forgetServer() does, when it is not empty: for a client that has mounted nothing.
+    /// The node must not belong to a profile.
+    /// @return false when the file is damaged or cannot be written, with the reason in error
+    static bool forgetInFile(const QString &file, const std::optional<NodeUri> &node,
+                             const QByteArray &server, const AccessControlList &rootAcl,
+                             QString &error);
     /// Replaces the file in one step; only its owner can read it. Does nothing when nothing has
     /// changed since load() or the last save.
     /// @param numbers  of the profiles, by the names that their nodes have now
     /// @return false on failure, which leaves the file as it was, with the reason in error
     bool save(const QString &file, const ProfileNumbers &numbers, QString &error);
+
+    bool isChanged() const { return m_isChanged; }
 
     /// The node's properties; empty ones when it was given none.
     Properties get(const NodeUri &node) const;

@@ -28,6 +28,12 @@ ExitStatus notKept(Context &context, const QString &reason)
 
 ExitStatus noAccount(Context &context, const QString &name)
 {
+    const AccountStore &accounts = context.device->accounts();
+    if (!accounts.damage().isEmpty())
+        return notKept(context, accounts.damage());
+    if (const auto damaged = accounts.damagedAccounts().find(name);
+        damaged != accounts.damagedAccounts().end())
+        return notKept(context, damaged->second.reason);
     return problem(context, QStringLiteral("no account %1").arg(name));
 }
 
@@ -51,7 +57,7 @@ std::optional<QString> readSecret(const QString &field)
 }
 
 /// Reads FIELD=VALUE words into an account.
-bool setFields(Account &account, const QStringList &words, QString &error)
+bool setFields(const Context &context, Account &account, const QStringList &words, QString &error)
 {
     for (const QString &word : words) {
         const qsizetype equals = word.indexOf(u'=');
@@ -63,6 +69,10 @@ bool setFields(Account &account, const QStringList &words, QString &error)
         }
         QString value = word.mid(equals + 1);
         if (field->isSecret && value == u"-") {
+            if (context.inShell && !::isatty(STDIN_FILENO)) {
+                error = QStringLiteral("standard input is the shell's");
+                return false;
+            }
             const auto secret = readSecret(name);
             if (!secret) {
                 error = QStringLiteral("no value for %1").arg(name);
@@ -86,7 +96,12 @@ ExitStatus list(Context &context, const Invocation &)
     for (const auto &[name, account] : context.device->accounts().accounts())
         context.output.line(
             printable(QStringLiteral("%1  %2").arg(name, account.address.toString()).toUtf8()));
-    return ExitStatus::Success;
+    for (const auto &[name, account] : context.device->accounts().damagedAccounts())
+        context.output.line(
+            printable(QStringLiteral("%1  damaged: %2").arg(name, account.reason).toUtf8()));
+    // That there are none would be no true answer.
+    return context.device->accounts().damage().isEmpty() ? ExitStatus::Success
+                                                         : ExitStatus::Unusable;
 }
 
 ExitStatus show(Context &context, const Invocation &invocation)
@@ -110,7 +125,7 @@ ExitStatus put(Context &context, const Invocation &invocation, Account account)
 {
     QString error;
     if (!canBeAccountName(invocation.arguments[1], error) ||
-        !setFields(account, invocation.arguments.mid(2), error))
+        !setFields(context, account, invocation.arguments.mid(2), error))
         return problem(context, error);
     if (!context.device->putAccount(invocation.arguments[1], account, error))
         return notKept(context, error);
@@ -137,7 +152,9 @@ ExitStatus set(Context &context, const Invocation &invocation)
 ExitStatus remove(Context &context, const Invocation &invocation)
 {
     QString error;
-    if (!context.device->accounts().find(invocation.arguments[1]))
+    const AccountStore &accounts = context.device->accounts();
+    if (!accounts.find(invocation.arguments[1]) &&
+        !accounts.damagedAccounts().contains(invocation.arguments[1]))
         return noAccount(context, invocation.arguments[1]);
     return context.device->removeAccount(invocation.arguments[1], error) ? ExitStatus::Success
                                                                          : notKept(context, error);

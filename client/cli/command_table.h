@@ -43,6 +43,9 @@ struct OptionRow {
 
 enum class Availability { Everywhere, CommandLineOnly, ShellOnly };
 
+/// What of the device a command works with. The tree needs the plug-in.
+enum class Needs { Nothing, Accounts, Tree };
+
 struct CommandRow {
     const char *name;
     const char *arguments; ///< as help shows them
@@ -53,7 +56,7 @@ struct CommandRow {
     ArgumentKind otherArguments;
     std::span<const OptionRow> options;
     Availability availability;
-    bool needsDevice;
+    Needs needs;
     ExitStatus (*run)(Context &, const Invocation &);
     QString (*details)() = nullptr; ///< one more line of its help; null for none
 };

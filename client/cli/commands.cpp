@@ -294,6 +294,12 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
     if (invocation.has("server-id") && !isServerIdentifier(serverId.toUtf8()))
         return wrongUsage(context,
                           QStringLiteral("process: \"%1\" is no Server Identifier").arg(serverId));
+    const QString reasonAgainst = context.device->reasonAgainstServers();
+    if (!reasonAgainst.isEmpty() &&
+        (!serverId.isEmpty() || context.device->tree().deviceId().isEmpty())) {
+        context.output.problem(QStringLiteral("process: %1").arg(reasonAgainst));
+        return ExitStatus::Unusable;
+    }
     const PackageAnswer answer = answerPackage(
         std::get<syncml::Message>(decoded), context.device->tree(), encoding,
         serverId.isEmpty() ? Principal::owner() : Principal::server(serverId.toUtf8()));

@@ -28,12 +28,14 @@ ExitStatus runCommand(const CommandLine &commandLine, Output &output)
         return ExitStatus::WrongUsage;
     }
     std::unique_ptr<DmDevice> device;
-    if (command->needsDevice) {
+    if (command->needs != Needs::Nothing) {
         device = DmDevice::open(commandLine.device, error);
-        if (!device) {
+        if (!device || (command->needs == Needs::Tree && !device->mount(error))) {
             output.problem(error);
             return ExitStatus::Unusable;
         }
+        for (const QString &sentence : device->damage())
+            output.problem(sentence);
     }
     Context context{.device = device.get(), .output = output};
     const ExitStatus exitStatus = command->run(context, *invocation);

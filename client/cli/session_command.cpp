@@ -134,6 +134,10 @@ bool findServer(const AccountStore &accounts, const QString &word, Server &serve
         QString missing;
         return isComplete(server.account, missing) || wrong(error, missing);
     }
+    // One that cannot be read may be the one that is meant.
+    if (!accounts.damagedAccounts().empty())
+        return wrong(error, QStringLiteral("\"%1\" is no account, and %2")
+                                .arg(word, accounts.damagedAccounts().begin()->second.reason));
     QString reason;
     if (!accountField(QStringLiteral("address"))->set(server.account, word, reason))
         return wrong(error, QStringLiteral("\"%1\" is no account and %2").arg(word, reason));
@@ -206,7 +210,11 @@ ExitStatus exitStatusOf(const SessionEnd &end)
 ExitStatus runSession(Context &context, const Invocation &invocation)
 {
     AccountStore &accounts = context.device->accounts();
-    QString error;
+    QString error = context.device->reasonAgainstServers();
+    if (!error.isEmpty()) {
+        context.output.problem(QStringLiteral("session: %1").arg(error));
+        return ExitStatus::Unusable;
+    }
     Settings settings;
     Server server;
     if (!readSettings(invocation, settings, error) ||

@@ -32,7 +32,9 @@ bool mentionsSecret(const QByteArray &line)
 {
     const auto words = splitWords(line);
     return !words || std::any_of(words->begin(), words->end(), [](const QString &word) {
-        return isSecretUri(word.section(u'=', 0, 0)); // "./A/AuthPw", or "AuthPw=secret"
+        const QString name = word.section(u'=', 0, 0);
+        const AccountField *const field = accountField(name);
+        return isSecretUri(name) || (field && field->isSecret); // "./A/AuthPw", or "AuthPw=secret"
     });
 }
 

@@ -228,18 +228,20 @@ QJsonObject toJson(const Account &account)
     return object;
 }
 
+/// Reads every field that can be read.
+/// @return false with what is wrong with the first of the others, and where, in error
 bool readAccount(const QString &name, const QJsonObject &object, Account &account, QString &error)
 {
+    error.clear();
     for (auto entry = object.begin(); entry != object.end(); ++entry) {
-        const QString place = QStringLiteral("%1 of account %2").arg(entry.key(), name);
         const AccountField *const field = accountField(entry.key());
-        if (!field || !entry.value().isString())
-            return refuse(error, QStringLiteral("%1 is no field with a text").arg(place));
-        QString reason;
-        if (!field->set(account, entry.value().toString(), reason))
-            return refuse(error, QStringLiteral("%1 %2").arg(place, reason));
+        QString reason = QStringLiteral("is no field with a text");
+        const bool isRead = field && entry.value().isString() &&
+                            field->set(account, entry.value().toString(), reason);
+        if (!isRead && error.isEmpty())
+            error = QStringLiteral("%1 of account %2 %3").arg(entry.key(), name, reason);
     }
-    return true;
+    return error.isEmpty();
 }
 
 } // namespace
@@ -258,36 +260,28 @@ bool canBeAccountName(const QString &name, QString &error)
     return true;
 }
 
-std::optional<AccountStore> AccountStore::load(const QString &file, QString &error)
+AccountStore AccountStore::load(const QString &file)
 {
     AccountStore store(file);
     QJsonObject accounts;
-    const PrivateFile::Reading reading = store.m_file.readObject(accounts, error);
-    if (reading == PrivateFile::Reading::Missing)
-        return store;
-    if (reading == PrivateFile::Reading::Failed)
-        return std::nullopt;
-    QString reason;
-    if (!store.read(accounts, reason)) {
-        error = QStringLiteral("%1: %2").arg(file, reason);
-        return std::nullopt;
-    }
+    if (store.m_file.readObject(accounts, store.m_damage) == PrivateFile::Reading::Done)
+        store.read(accounts);
     return store;
 }
 
-bool AccountStore::read(const QJsonObject &accounts, QString &error)
+void AccountStore::read(const QJsonObject &accounts)
 {
     for (auto entry = accounts.begin(); entry != accounts.end(); ++entry) {
-        if (!canBeAccountName(entry.key(), error))
-            return false;
-        if (!entry.value().isObject())
-            return refuse(error, QStringLiteral("account %1 is no object").arg(entry.key()));
         Account account;
-        if (!readAccount(entry.key(), entry.value().toObject(), account, error))
-            return false;
-        m_accounts.emplace(entry.key(), std::move(account));
+        QString reason = QStringLiteral("account %1 is no object").arg(entry.key());
+        const bool isRead = canBeAccountName(entry.key(), reason) && entry.value().isObject() &&
+                            readAccount(entry.key(), entry.value().toObject(), account, reason);
+        if (isRead)
+            m_accounts.emplace(entry.key(), std::move(account));
+        else
+            m_damagedAccounts.emplace(entry.key(),
+                                      DamagedAccount{reason, account.serverId, entry.value()});
     }
-    return true;
 }
 
 const Account *AccountStore::find(const QString &name) const
@@ -309,9 +303,12 @@ bool AccountStore::put(const QString &name, const Account &account, QString &err
 {
     if (!canBeAccountName(name, error))
         return false;
+    if (const auto damaged = m_damagedAccounts.find(name); damaged != m_damagedAccounts.end())
+        return refuse(error,
+                      QStringLiteral("%1; it can only be removed").arg(damaged->second.reason));
     Accounts changed = m_accounts;
     changed[name] = account;
-    if (!write(changed, error))
+    if (!write(changed, m_damagedAccounts, error))
         return false;
     m_accounts = std::move(changed);
     return true;
@@ -320,23 +317,34 @@ bool AccountStore::put(const QString &name, const Account &account, QString &err
 bool AccountStore::remove(const QString &name, QString &error)
 {
     Accounts changed = m_accounts;
-    if (changed.erase(name) == 0)
+    DamagedAccounts damaged = m_damagedAccounts;
+    if (changed.erase(name) + damaged.erase(name) == 0)
         return refuse(error, QStringLiteral("no account %1").arg(name));
-    if (!write(changed, error))
+    if (!write(changed, damaged, error))
         return false;
     m_accounts = std::move(changed);
+    m_damagedAccounts = std::move(damaged);
     return true;
 }
 
-bool AccountStore::write(const Accounts &accounts, QString &error) const
+bool AccountStore::write(const Accounts &accounts, const DamagedAccounts &damaged,
+                         QString &error) const
 {
+    if (!m_damage.isEmpty())
+        return refuse(error,
+                      QStringLiteral("nothing is written to a damaged file: %1").arg(m_damage));
     QJsonObject object;
-    for (const auto &[name, account] : accounts)
-        object[name] = toJson(account);
-    // Whoever brought the accounts here, a file that cannot be read would take all of them away.
-    QString fault;
-    if (!AccountStore(m_file.path()).read(object, fault))
-        return refuse(error, QStringLiteral("cannot write %1: %2").arg(m_file.path(), fault));
+    for (const auto &[name, account] : accounts) {
+        const QJsonObject written = toJson(account);
+        // Whoever brought the account here, it has to be there the next time.
+        Account readBack;
+        QString fault;
+        if (!readAccount(name, written, readBack, fault))
+            return refuse(error, QStringLiteral("cannot write %1: %2").arg(m_file.path(), fault));
+        object[name] = written;
+    }
+    for (const auto &[name, account] : damaged)
+        object[name] = account.stored;
     return m_file.replace(QJsonDocument(object).toJson(), error);
 }
 

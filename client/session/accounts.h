@@ -6,6 +6,7 @@
 #include "session/authentication.h"
 
 #include <QByteArray>
+#include <QJsonValue>
 #include <QString>
 #include <QUrl>
 #include <map>
@@ -78,8 +79,19 @@ public:
     using Accounts = std::map<QString, Account>;
 
     /// Reads a file; a missing one holds no accounts.
-    /// @return none with what is wrong with the file, and where, in error
-    static std::optional<AccountStore> load(const QString &file, QString &error);
+    static AccountStore load(const QString &file);
+
+    /// Why the file cannot be read at all, and where; empty when it can. Such a file is never
+    /// written.
+    const QString &damage() const { return m_damage; }
+    /// An account that cannot be read. It stays in the file as it is until it is removed.
+    struct DamagedAccount {
+        QString reason;      ///< what is wrong, and where
+        QByteArray serverId; ///< as far as it could be read
+        QJsonValue stored;
+    };
+    using DamagedAccounts = std::map<QString, DamagedAccount>;
+    const DamagedAccounts &damagedAccounts() const { return m_damagedAccounts; }
 
     /// By name: the name of the account's node.
     const Accounts &accounts() const { return m_accounts; }
@@ -100,11 +112,13 @@ private:
 
     explicit AccountStore(const QString &file) : m_file(file, largestFile) {}
 
-    bool read(const QJsonObject &accounts, QString &error);
-    bool write(const Accounts &accounts, QString &error) const;
+    void read(const QJsonObject &accounts);
+    bool write(const Accounts &accounts, const DamagedAccounts &damaged, QString &error) const;
 
     PrivateFile m_file;
     Accounts m_accounts;
+    DamagedAccounts m_damagedAccounts;
+    QString m_damage;
 };
 
 } // namespace client

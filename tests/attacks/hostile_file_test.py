@@ -1,15 +1,17 @@
 """What a file made to do harm may try, and what must hold."""
 
+import base64
 import json
 import os
 import sqlite3
 import subprocess
 import unittest
 
+import commands
 from handset import CONN, DMCLIENT, Handset, NAPICTL, PLUGIN, SECRET
 from hostile_text import HOSTILE, harmful_in
 from instructions import CALLGRIND, times_as_many
-from sessions import SessionTest
+from sessions import SUCCESS, UNUSABLE, USAGE, SessionTest
 
 REFUSED = 1
 
@@ -145,6 +147,138 @@ class FileThatCostsMoreThanItsLengthTest(unittest.TestCase):
                 "</serviceproviders>")
             return ("napictl", "provision", "--database", path, "--country", "zz")
         self.check(command)
+
+
+class DamagedStateFile(SessionTest):
+    """A state file holds what the client does not read: half of it is missing, or one value is wrong."""
+
+    HALF = '{"Test": {"addr'
+    LONG_NONCE = base64.b64encode(bytes(300)).decode()
+
+    def setUp(self):
+        super().setUp()
+        self.add_account("https://dm.example/", client_auth="md5")
+        self.add_account_named("Other", "https://other.example/")
+        acl = self.handset.dmclient("replace", "./DevDetail?prop=ACL", "Get=dm.example")
+        self.assertEqual(acl.returncode, SUCCESS)
+
+    def add_account_named(self, name, url):
+        self.assertEqual(self.account("add", name, "address=" + url,
+                                      "server-id=other.example").returncode, SUCCESS)
+
+    def account(self, *words):
+        return self.handset.dmclient("account", *words)
+
+    def read(self, name):
+        with open(self.handset.client_file(name), encoding="utf-8") as file:
+            return file.read()
+
+    def write(self, name, text):
+        with open(self.handset.client_file(name), "w", encoding="utf-8") as file:
+            file.write(text)
+
+    def lengthen_nonce(self):
+        accounts = json.loads(self.read("accounts.json"))
+        accounts["Test"]["client-nonce"] = self.LONG_NONCE
+        self.write("accounts.json", json.dumps(accounts))
+
+    def assert_named(self, result, *texts):
+        said = (result.stdout + result.stderr).decode()
+        for text in texts:
+            self.assertIn(text, said)
+
+    def assert_reads_go_on(self, name):
+        """tree and get run, and say which file is damaged, where, and how to set it aside."""
+        path = self.handset.client_file(name)
+        for words in (("tree",), ("get", "./DevDetail/SwV")):
+            result = self.handset.dmclient(*words)
+            self.assertEqual(result.returncode, SUCCESS, result.stderr)
+            self.assertTrue(result.stdout)
+            self.assert_named(result, path)
+        return path
+
+    def assert_no_server_comes_in(self, path):
+        for words in (("session", "Other"), ("session", "http://127.0.0.1:9/"),
+                      ("process", "--server-id", "dm.example", "-")):
+            result = self.handset.dmclient(*words, stdin=commands.PACKAGE % commands.get("./DevInfo"))
+            self.assertEqual(result.returncode, UNUSABLE, words)
+            self.assertEqual(result.stdout, b"", words)
+            self.assert_named(result, "no server may do anything", path)
+
+    def test_half_a_file_of_accounts(self):
+        """Everything but accounts and sessions goes on, and nothing is written over it."""
+        self.write("accounts.json", self.HALF)
+        path = self.assert_reads_go_on("accounts.json")
+        for words in (("list",), ("show", "Test"), ("remove", "Test"), ("set", "Test", "title=x"),
+                      ("add", "New", "address=https://new.example/", "server-id=new")):
+            result = self.account(*words)
+            self.assertEqual(result.returncode, UNUSABLE, words)
+            self.assert_named(result, f"{path}: byte ", f"mv '{path}' '{path}.damaged'")
+        self.assert_no_server_comes_in(path)
+        self.assertEqual(self.read("accounts.json"), self.HALF)
+        os.rename(path, path + ".damaged")
+        self.add_account_named("New", "https://new.example/")
+
+    def test_one_account_with_a_nonce_that_is_too_long(self):
+        """It is listed as damaged and can be removed; the other one is used and changed as ever."""
+        self.lengthen_nonce()
+        self.assert_reads_go_on("accounts.json")
+        damage = "client-nonce of account Test has more than 256 bytes"
+        listed = self.account("list")
+        self.assertEqual(listed.returncode, SUCCESS)
+        self.assertEqual(listed.stdout.decode(),
+                         f"Other  https://other.example/\nTest  damaged: {damage}\n")
+        for words in (("show", "Test"), ("set", "Test", "title=x"),
+                      ("add", "Test", "address=https://new.example/", "server-id=new")):
+            result = self.account(*words)
+            self.assertEqual(result.returncode, UNUSABLE, words)
+            self.assert_named(result, damage)
+        self.assertEqual(self.account("set", "Other", "title=x").returncode, SUCCESS)
+        self.assertEqual(json.loads(self.read("accounts.json"))["Test"]["client-nonce"],
+                         self.LONG_NONCE)
+        self.assertEqual(self.handset.dmclient("session", "https://dm.example/").returncode, USAGE)
+        self.assertEqual(self.account("remove", "Test").returncode, SUCCESS)
+        self.assertEqual(self.account("list").stderr, b"")
+        acl = self.handset.dmclient("get", "./DevDetail?prop=ACL").stdout
+        self.assertEqual(acl, b"\n", "the rights of its server went with it")
+
+    def test_damaged_properties(self):
+        """Without the lists no server may do anything; the owner goes on, and nothing is overwritten."""
+        for damage in (self.read("properties.json")[:-3],
+                       self.read("properties.json").replace("Get=", "Grab=")):
+            self.write("properties.json", damage)
+            path = self.assert_reads_go_on("properties.json")
+            self.assert_no_server_comes_in(path)
+            self.assertEqual(self.account("list").returncode, SUCCESS)
+            office = "./DevDetail/Ext/Conf/Conn/Profiles/Office/Addr"
+            for words in (("replace", office, "x"), ("replace", "./DevDetail?prop=Title", "x"),
+                          ("replace", "./DevDetail?prop=ACL", "Get=*"),
+                          ("shell",), ("get", "./DevDetail?prop=ACL")):
+                result = self.handset.dmclient(*words, stdin=f"replace {office} y\n")
+                self.assertNotEqual(result.returncode, SUCCESS, words)
+                self.assert_named(result, path)
+            self.assertEqual(self.handset.profile("Office")["gprs"]["address"], "y")
+            self.assertEqual(self.read("properties.json"), damage)
+
+    def test_removing_an_account_beside_damaged_properties(self):
+        """The account goes; that its server's rights could not be taken away is said."""
+        self.write("properties.json", self.HALF)
+        result = self.account("remove", "Test")
+        self.assertEqual(result.returncode, UNUSABLE)
+        self.assert_named(result, self.handset.client_file("properties.json"))
+        self.assertEqual(self.account("list").stdout, b"Other  https://other.example/\n")
+        self.assertEqual(self.read("properties.json"), self.HALF)
+
+    def test_a_device_identifier_that_is_empty(self):
+        """As a full disk left it: the owner goes on, and no server hears of a device without a name."""
+        self.write("device-id", "")
+        path = self.assert_reads_go_on("device-id")
+        self.assert_no_server_comes_in(path)
+        result = self.handset.dmclient("process", "-",
+                                       stdin=commands.PACKAGE % commands.get("./DevInfo"))
+        self.assertEqual((result.returncode, result.stdout), (UNUSABLE, b""))
+        os.rename(path, path + ".damaged")
+        self.assertEqual(self.handset.dmclient("tree").stderr, b"")
 
 
 if __name__ == "__main__":

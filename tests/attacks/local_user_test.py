@@ -235,7 +235,7 @@ class LinksAndFilesInside(unittest.TestCase):
                 if os.path.exists(self.path(name)):
                     os.rename(self.path(name), kept)
                 self.plant_link(name)
-                result = self.handset.dmclient("account", "set", "Mine", "title=x")
+                result = self.handset.dmclient("session", "Mine")
                 if name.startswith("profiles"):
                     result = self.napictl("create", "New")
                 self.assertNotEqual(result.returncode, 0)

@@ -6,7 +6,8 @@ import os
 import stat
 import unittest
 
-from sessions import ENCODINGS, REFUSED, SECRETS, SUCCESS, USAGE, DmServer, SessionTest, scenario
+from sessions import (ENCODINGS, REFUSED, SECRETS, SUCCESS, UNUSABLE, USAGE, DmServer, SessionTest,
+                      scenario)
 
 
 class AccountTest(SessionTest):
@@ -28,6 +29,52 @@ class AccountTest(SessionTest):
         self.assertIn("title=Another\n", self.account("show", "Test"))
         self.account("remove", "Test")
         self.assertEqual(self.account("list"), "")
+
+    def test_no_account_command_loads_the_plug_in(self):
+        for words in (("add", "A", "address=https://dm.example/", "server-id=a"), ("list",),
+                      ("show", "A"), ("set", "A", "title=x"), ("set", "A", "server-id=b"),
+                      ("remove", "A")):
+            result = self.handset.dmclient("account", *words, plugin="/nonexistent/plugin.so")
+            self.assertEqual(result.returncode, SUCCESS, (words, result.stderr))
+        self.assertEqual(self.handset.dmclient("tree", plugin="/nonexistent/plugin.so").returncode,
+                         UNUSABLE)
+
+    def test_the_shell_keeps_accounts_and_shows_their_nodes(self):
+        result = self.handset.dmclient("shell", stdin="\n".join((
+            "account add A address=https://dm.example/ server-id=a title=First",
+            "get ./DMAcc/A/Name", "account set A title=Second", "get ./DMAcc/A/Name",
+            "account list", "account remove A", "get ./DMAcc/A/Name",
+            "account add B address=https://dm.example/ server-id=b client-secret=-")) + "\n")
+        self.assertEqual(result.stdout.decode().splitlines(), [
+            "First", "get ./DMAcc/A/Name: 200 OK", "Second", "get ./DMAcc/A/Name: 200 OK",
+            "A  https://dm.example/",
+            "get ./DMAcc/A/Name: 404 Not Found: no node ./DMAcc/A/Name",
+            "account: standard input is the shell's"])
+        self.assertEqual(self.account("list"), "")
+
+    def test_an_account_has_no_properties_of_an_earlier_one_of_its_name(self):
+        new = ("add", "A", "address=https://dm.example/", "server-id=a")
+        for plugin_is_loaded in (False, True):
+            self.account(*new)
+            self.handset.dmclient("replace", "./DMAcc/A?prop=ACL", "Get=*&Replace=evil.example")
+            lines = ["account remove A", "account " + " ".join(new)]
+            if plugin_is_loaded:
+                self.handset.dmclient("shell", stdin="\n".join(lines))
+            else:
+                self.account("remove", "A")
+                self.account(*new)
+            acl = self.handset.dmclient("get", "./DMAcc/A?prop=ACL").stdout
+            self.assertEqual(acl, b"Get=a&Replace=a\n")
+            self.account("remove", "A")
+
+    def test_a_server_that_loses_its_last_account_loses_its_rights(self):
+        for last in (("remove", "A"), ("set", "A", "server-id=b")):
+            self.account("add", "A", "address=https://dm.example/", "server-id=a")
+            self.handset.dmclient("replace", "./DevDetail?prop=ACL", "Get=a+c")
+            self.account(*last)
+            acl = self.handset.dmclient("get", "./DevDetail?prop=ACL").stdout
+            self.assertEqual(acl, b"Get=c\n")
+        self.account("remove", "A")
 
     def test_secrets_can_come_from_standard_input(self):
         self.account("add", "Piped", "address=http://dm.example/", "server-id=dm.example",

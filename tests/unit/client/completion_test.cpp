@@ -27,7 +27,7 @@ using Words = std::vector<std::string>;
 TEST_F(CompletionTest, CommandsOfTheShellAreOffered)
 {
     EXPECT_EQ(after(""), (Words{"tree", "get", "add", "replace", "rename", "delete", "copy",
-                                "process", "session", "ddf", "help", "quit"}));
+                                "process", "session", "account", "ddf", "help", "quit"}));
     EXPECT_EQ(after("re"), (Words{"replace", "rename"}));
     EXPECT_EQ(after("help ge"), Words{"get"});
 }

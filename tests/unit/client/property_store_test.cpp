@@ -343,6 +343,40 @@ TEST_F(PropertyFile, IsNotWrittenAnewWhenItsProfilesHaveTheirNumbers)
     EXPECT_FALSE(QFile::exists(file));
 }
 
+TEST_F(PropertyFile, ForgetsAServerAndANodeWithoutAMount)
+{
+    QString error;
+    const NodeUri account({"DMAcc", "Old"});
+    const auto withAcl = [&](const char *acl) {
+        PropertyStore::Properties properties;
+        properties.acl = AccessControlList::parse(acl, error);
+        return properties;
+    };
+    numbers = {{office, 5}};
+    store.set(office, withAcl("Get=a+b&Replace=a"));
+    store.set(NodeUri(), withAcl("Add=a&Get=*"));
+    store.set(account.child("AppID"), typed("gone"));
+    store.set(NodeUri({"DMAcc", "Older"}), typed("stays"));
+    save();
+    const AccessControlList rootAcl = *AccessControlList::parse("Add=*&Get=*", error);
+    ASSERT_TRUE(PropertyStore::forgetInFile(file, account, "a", rootAcl, error))
+        << error.toStdString();
+    const PropertyStore loaded = load();
+    EXPECT_EQ(loaded.get(office), withAcl("Get=b"));
+    EXPECT_EQ(loaded.get(NodeUri()), withAcl("Add=*&Get=*"));
+    EXPECT_EQ(loaded.get(account.child("AppID")), Properties());
+    EXPECT_EQ(loaded.get(NodeUri({"DMAcc", "Older"})), typed("stays"));
+
+    ASSERT_TRUE(QFile::remove(file));
+    EXPECT_TRUE(PropertyStore::forgetInFile(file, account, "a", rootAcl, error));
+    EXPECT_FALSE(QFile::exists(file));
+    errorOf("{\"./A\": ");
+    EXPECT_FALSE(PropertyStore::forgetInFile(file, account, "a", rootAcl, error));
+    EXPECT_TRUE(error.startsWith(file + QStringLiteral(": byte "))) << error.toStdString();
+    errorOf("{\"./A\": {\"acl\": \"x\"}}");
+    EXPECT_FALSE(PropertyStore::forgetInFile(file, account, "a", rootAcl, error));
+}
+
 TEST_F(PropertyFile, MayBeMissing)
 {
     EXPECT_EQ(load().get(office), Properties());

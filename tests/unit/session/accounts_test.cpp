@@ -6,6 +6,7 @@
 #include "node_value.h"
 
 #include <QFile>
+#include <QJsonObject>
 #include <QTemporaryDir>
 
 namespace client {
@@ -39,10 +40,9 @@ protected:
     QString file() const { return directory.filePath(QStringLiteral("accounts.json")); }
     AccountStore store()
     {
-        QString error;
-        auto loaded = AccountStore::load(file(), error);
-        EXPECT_TRUE(loaded) << error.toStdString();
-        return *loaded;
+        AccountStore loaded = AccountStore::load(file());
+        EXPECT_EQ(loaded.damage(), QString()) << loaded.damage().toStdString();
+        return loaded;
     }
     void write(const QByteArray &bytes)
     {
@@ -50,12 +50,20 @@ protected:
         ASSERT_TRUE(output.open(QIODevice::WriteOnly));
         output.write(bytes);
     }
-    std::string loadError()
+    /// What is wrong with the file as a whole.
+    std::string damage()
     {
-        QString error;
-        EXPECT_FALSE(AccountStore::load(file(), error));
-        EXPECT_TRUE(error.startsWith(file())) << error.toStdString();
-        return error.mid(file().size() + 2).toStdString();
+        const AccountStore loaded = AccountStore::load(file());
+        EXPECT_TRUE(loaded.damage().startsWith(file())) << loaded.damage().toStdString();
+        return loaded.damage().mid(file().size() + 2).toStdString();
+    }
+    /// What is wrong with the only account of the file.
+    std::string accountDamage()
+    {
+        const AccountStore loaded = store();
+        EXPECT_TRUE(loaded.accounts().empty());
+        EXPECT_EQ(loaded.damagedAccounts().size(), 1U);
+        return loaded.damagedAccounts().begin()->second.reason.toStdString();
     }
 
     QTemporaryDir directory;
@@ -235,26 +243,59 @@ TEST_F(AccountsTest, StoreThatWouldBeTooLargeTakesNoMore)
     EXPECT_EQ(store().accounts(), before);
 }
 
-TEST_F(AccountsTest, DamagedFileIsRefusedWithTheReason)
+TEST_F(AccountsTest, FileThatCannotBeReadSaysWhyAndIsNotWritten)
 {
     write("[]");
-    EXPECT_EQ(loadError(), "byte 0: no JSON object");
-    write("{\"A\": ");
-    EXPECT_TRUE(loadError().starts_with("byte ")) << "with the parser's reason";
-    write("{\"A\": 1}");
-    EXPECT_EQ(loadError(), "account A is no object");
-    write("{\"A\": {\"nonsense\": \"x\"}}");
-    EXPECT_EQ(loadError(), "nonsense of account A is no field with a text");
-    write("{\"A\": {\"title\": 1}}");
-    EXPECT_EQ(loadError(), "title of account A is no field with a text");
-    write("{\"A\": {\"client-auth\": \"x\"}}");
-    EXPECT_EQ(loadError(), "client-auth of account A is none of none, basic, md5 and hmac");
-    write("{\"a/b\": {}}");
-    EXPECT_EQ(loadError(), "an account cannot be called \"a/b\"");
+    EXPECT_EQ(damage(), "byte 0: no JSON object");
     write(QByteArray(1024 * 1024 + 1, ' '));
-    QString tooLarge;
-    EXPECT_FALSE(AccountStore::load(file(), tooLarge));
-    EXPECT_TRUE(tooLarge.endsWith(QStringLiteral("is larger than 1048576 bytes")));
+    EXPECT_TRUE(AccountStore::load(file()).damage().endsWith(
+        QStringLiteral("is larger than 1048576 bytes")));
+    const QByteArray damaged = "{\"A\": ";
+    write(damaged);
+    EXPECT_TRUE(damage().starts_with("byte ")) << "with the parser's reason";
+    AccountStore unusable = AccountStore::load(file());
+    EXPECT_FALSE(unusable.put(QStringLiteral("New"), account, error));
+    EXPECT_TRUE(error.startsWith(QStringLiteral("nothing is written to a damaged file: ") + file()))
+        << error.toStdString();
+    EXPECT_FALSE(unusable.remove(QStringLiteral("A"), error));
+    QFile kept(file());
+    ASSERT_TRUE(kept.open(QIODevice::ReadOnly));
+    EXPECT_EQ(kept.readAll(), damaged);
+}
+
+TEST_F(AccountsTest, AccountThatCannotBeReadSaysWhy)
+{
+    write("{\"A\": 1}");
+    EXPECT_EQ(accountDamage(), "account A is no object");
+    write("{\"A\": {\"nonsense\": \"x\"}}");
+    EXPECT_EQ(accountDamage(), "nonsense of account A is no field with a text");
+    write("{\"A\": {\"title\": 1}}");
+    EXPECT_EQ(accountDamage(), "title of account A is no field with a text");
+    write("{\"A\": {\"client-auth\": \"x\", \"title\": 1}}");
+    EXPECT_EQ(accountDamage(), "client-auth of account A is none of none, basic, md5 and hmac");
+    write("{\"a/b\": {}}");
+    EXPECT_EQ(accountDamage(), "an account cannot be called \"a/b\"");
+}
+
+TEST_F(AccountsTest, AccountThatCannotBeReadStaysBesideTheOthersUntilItIsRemoved)
+{
+    write("{\"Bad\": {\"address\": 5, \"server-id\": \"bad.example\", \"title\": \"kept\"}}");
+    AccountStore changed = store();
+    EXPECT_EQ(changed.damagedAccounts().at(QStringLiteral("Bad")).serverId, "bad.example");
+    ASSERT_TRUE(changed.put(QStringLiteral("Good"), account, error)) << error.toStdString();
+    EXPECT_FALSE(changed.put(QStringLiteral("Bad"), account, error));
+    EXPECT_EQ(error,
+              QStringLiteral("address of account Bad is no field with a text; it can only be "
+                             "removed"));
+    const AccountStore again = store();
+    EXPECT_EQ(*again.find(QStringLiteral("Good")), account);
+    EXPECT_EQ(again.damagedAccounts().at(QStringLiteral("Bad")).stored,
+              (QJsonObject{{QStringLiteral("address"), 5},
+                           {QStringLiteral("server-id"), QStringLiteral("bad.example")},
+                           {QStringLiteral("title"), QStringLiteral("kept")}}));
+    ASSERT_TRUE(changed.remove(QStringLiteral("Bad"), error)) << error.toStdString();
+    EXPECT_TRUE(store().damagedAccounts().empty());
+    EXPECT_EQ(store().accounts().size(), 1U);
 }
 
 // ---- Nodes ---------------------------------------------------------------------------------------
