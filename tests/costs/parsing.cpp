@@ -33,6 +33,7 @@
 #endif
 #include <cstdio>
 #include <functional>
+#include <limits>
 
 namespace {
 
@@ -152,7 +153,9 @@ void readProperties(const QByteArray &bytes)
 void readAccounts(const QByteArray &bytes)
 {
     readFile(bytes, [](const QString &file, QString &error) {
-        return client::AccountStore::load(file, error).has_value();
+        const client::AccountStore accounts = client::AccountStore::load(file);
+        error = accounts.damage();
+        return error.isEmpty() && accounts.damagedAccounts().empty();
     });
 }
 
@@ -246,7 +249,9 @@ void writeTree(const QByteArray &address)
     const auto listing =
         tree.list(*tree.find(client::NodeUri({"t"})), client::ManagementTree::Values::Read);
     const auto content = client::parseTndsRequest(QStringLiteral("TNDS"), error);
-    if (client::tndsDocument(tree, listing, *content).size() < address.size())
+    const auto document =
+        client::tndsDocument(tree, listing, *content, std::numeric_limits<qsizetype>::max());
+    if (!document || document->size() < address.size())
         qFatal("no document");
 }
 
