@@ -470,7 +470,7 @@ std::optional<std::vector<ListedNode>> ManagementTree::list(const TreeNode &star
 void ManagementTree::listBeneath(const TreeNode &node, const EffectiveAcl &acl, int depth,
                                  Values values, Listing &listing) const
 {
-    if (node.isLeaf() || isOnlyListed(node.uri()) || listing.isFull())
+    if (node.isLeaf() || isOnlyListed(node.uri()))
         return;
     const std::map<QByteArray, DmtData> bulk =
         values == Values::Read ? leafValues(node) : std::map<QByteArray, DmtData>();

@@ -1,5 +1,6 @@
 // ?list=TNDS: a part of the tree as one document.
 
+#include "answer_size.h"
 #include "ddf_check.h"
 #include "processor_fixture.h"
 #include "tnds.h"
@@ -150,6 +151,16 @@ TEST_F(SerialisedTreeTest, ABinaryLeafWithoutAValueHasItsOwnFormat)
         const std::string found = nodes(profileUri("Home/Icon?list=") + content);
         EXPECT_NE(found.find("<Format><bin/></Format>"), std::string::npos) << found;
     }
+}
+
+TEST_F(SerialisedTreeTest, OfMoreBytesThanItMayHaveThereIsNone)
+{
+    const auto listing = tree.list(*tree.find(profile("Office")), ManagementTree::Values::Read);
+    const TndsContent content{{}, true};
+    const auto whole = tndsDocument(tree, listing, content, mostAnswerBytes);
+    ASSERT_TRUE(whole);
+    EXPECT_EQ(tndsDocument(tree, listing, content, whole->size()), whole);
+    EXPECT_EQ(tndsDocument(tree, listing, content, whole->size() - 1), std::nullopt);
 }
 
 TEST_F(SerialisedTreeTest, MarkupInAValueStaysText)
