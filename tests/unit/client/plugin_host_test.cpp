@@ -105,9 +105,10 @@ class DmDeviceTest : public testing::Test {
 protected:
     std::unique_ptr<DmDevice> open(const char *plugin)
     {
-        return DmDevice::open({.stateDirectory = directory.filePath(QStringLiteral("state")),
-                               .pluginFile = pluginFile(plugin)},
-                              error);
+        auto device = DmDevice::open({.stateDirectory = directory.filePath(QStringLiteral("state")),
+                                      .pluginFile = pluginFile(plugin)},
+                                     error);
+        return device && device->mount(error) ? std::move(device) : nullptr;
     }
 
     QTemporaryDir directory;
@@ -168,8 +169,11 @@ TEST_F(DmDeviceTest, ABrokenDeviceIdentifierIsReportedAndNotReplaced)
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
         file.write(content);
         file.close();
-        EXPECT_EQ(open("right_plugin"), nullptr);
-        EXPECT_TRUE(error.contains(path)) << error.toStdString();
+        const auto device = open("right_plugin");
+        ASSERT_NE(device, nullptr) << error.toStdString();
+        EXPECT_EQ(device->damage().size(), 1);
+        EXPECT_TRUE(device->damage().value(0).contains(path));
+        EXPECT_TRUE(device->reasonAgainstServers().contains(path));
         ASSERT_TRUE(file.open(QIODevice::ReadOnly));
         EXPECT_EQ(file.readAll(), content);
     }
@@ -238,15 +242,26 @@ TEST_F(KeptPropertiesTest, AreDroppedWithANodeThatTheMountDoesNotShow)
     EXPECT_EQ(output.readAll().trimmed(), "{}");
 }
 
-TEST_F(KeptPropertiesTest, ThatCannotBeUnderstoodStopTheDeviceAndStayAsTheyAre)
+TEST_F(KeptPropertiesTest, ThatCannotBeUnderstoodStayAsTheyAreAndKeepServersOut)
 {
     ASSERT_NE(open("right_plugin"), nullptr);
     QFile output(file());
     ASSERT_TRUE(output.open(QIODevice::WriteOnly));
     output.write("nonsense");
     output.close();
-    EXPECT_EQ(open("right_plugin"), nullptr);
-    EXPECT_TRUE(error.startsWith(file())) << error.toStdString();
+    const auto device = open("right_plugin");
+    ASSERT_NE(device, nullptr) << error.toStdString();
+    EXPECT_TRUE(device->damage().value(0).startsWith(file()));
+    EXPECT_TRUE(device->reasonAgainstServers().contains(file()));
+    EXPECT_TRUE(device->saveProperties(error)) << "nothing has to be kept";
+    ManagementTree &tree = device->tree();
+    EXPECT_EQ(tree.property(*tree.find(uri(office)), Property::Acl).outcome().status,
+              DmStatus::DataStoreFailure);
+    EXPECT_EQ(tree.replaceProperty(uri(office), Property::Title, "x").status,
+              DmStatus::DataStoreFailure);
+    EXPECT_TRUE(tree.remove(uri(office)));
+    EXPECT_FALSE(device->saveProperties(error));
+    EXPECT_TRUE(error.contains(file())) << error.toStdString();
     ASSERT_TRUE(output.open(QIODevice::ReadOnly));
     EXPECT_EQ(output.readAll(), "nonsense");
 }
