@@ -108,8 +108,10 @@ public:
     /// info if m_ProfileMaps holds it afterwards, otherwise the caller does. @return 0, or 1 when
     /// the mapping file cannot be changed.
     int PutProfileMap(const DMString &nodeName, ProfileInfo *info);
-    /// Maps a profile that a server adds. @return 0: the tree owns info; 1: the node name or the ID
-    /// key is taken or the mapping file cannot be changed, and info stays the caller's.
+    /// Maps a profile that a server adds. The tree owns info if m_ProfileMaps holds it afterwards,
+    /// otherwise the caller does. @return 0, also when a vector of m_ProfileMaps cannot grow, which
+    /// leaves the entry in the mapping file and info the caller's; 1 when the node name or the ID
+    /// key is taken or the mapping file cannot be changed.
     int AddProfileMap(const DMString &nodeName, ProfileInfo *info);
     /// Unmaps a node and frees its record. @return 0 or 1.
     int DeleteProfileMap(const DMString &nodeName);
