@@ -19,10 +19,23 @@ bool isSecretLeaf(const QByteArray &name)
                        [&name](const char *secret) { return name == secret; });
 }
 
+bool isMasked(const QByteArray &leafName, const QByteArray &value)
+{
+    return isSecretLeaf(leafName) && !value.isEmpty();
+}
+
 bool isSecretUri(const QString &uri)
 {
     const Result<Address> address = parseAddress(uri, UriLimits());
     return address && isSecretLeaf(address->node.name());
+}
+
+bool mentionsSecretLeaf(const QString &word)
+{
+    const QByteArray plain = QByteArray::fromPercentEncoding(word.toUtf8()).toLower();
+    return std::any_of(
+        std::begin(secretLeafNames), std::end(secretLeafNames),
+        [&plain](const char *secret) { return plain.contains(QByteArray(secret).toLower()); });
 }
 
 } // namespace client

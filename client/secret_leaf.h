@@ -13,7 +13,14 @@ inline constexpr char secretMask[] = "********";
 /// asks for them.
 bool isSecretLeaf(const QByteArray &name);
 
+/// Whether the mask stands for that leaf's value where secrets are not asked for. An empty password
+/// is no secret, and worth seeing.
+bool isMasked(const QByteArray &leafName, const QByteArray &value);
+
 /// Whether the node of a URI is such a leaf.
 bool isSecretUri(const QString &uri);
+
+/// Whether a name of such a leaf stands anywhere in a word, escaped or in another case.
+bool mentionsSecretLeaf(const QString &word);
 
 } // namespace client

@@ -7,6 +7,7 @@
 #include "profile_fields.h"
 #include "profile_json.h"
 #include "profile_service.h"
+#include "support/line_input.h"
 
 namespace {
 
@@ -27,7 +28,14 @@ QList<FieldValue> parseAssignments(const QStringList &arguments, QString &fault)
             fault = path + QStringLiteral(": there is no such field");
             return {};
         }
-        values += FieldValue{field, argument.sliced(equals + 1)};
+        QString value = argument.sliced(equals + 1);
+        if (field->kind == FieldKind::Secret && value == support::askForSecret) {
+            const auto secret = support::readSecret(path, fault);
+            if (!secret)
+                return {};
+            value = *secret;
+        }
+        values += FieldValue{field, value};
     }
     return values;
 }

@@ -2,12 +2,12 @@
 
 #include "cli/command_table.h"
 #include "cli/commands.h"
-#include "cli/terminal_user.h"
+#include "cli/secret_input.h"
 #include "secret_leaf.h"
+#include "support/line_input.h"
 
 #include <algorithm>
 #include <iterator>
-#include <unistd.h>
 
 namespace client::cli {
 
@@ -39,23 +39,6 @@ ExitStatus noAccount(Context &context, const QString &name)
 
 // ---- Values --------------------------------------------------------------------------------------
 
-/// A secret that is not given on the command line, where other users would see it.
-std::optional<QString> readSecret(const QString &field)
-{
-    if (::isatty(STDIN_FILENO)) {
-        const QByteArray prompt = field.toUtf8() + ": ";
-        if (::write(STDERR_FILENO, prompt.constData(), static_cast<std::size_t>(prompt.size())) < 0)
-            return std::nullopt;
-    }
-    QByteArray line;
-    const auto result =
-        TerminalInput(STDIN_FILENO).readLine(TerminalInput::Echo::Off, std::nullopt, line);
-    if (::isatty(STDIN_FILENO) && ::write(STDERR_FILENO, "\n", 1) < 0)
-        return std::nullopt;
-    return result == TerminalInput::Result::Line ? std::optional(QString::fromUtf8(line))
-                                                 : std::nullopt;
-}
-
 /// Reads FIELD=VALUE words into an account.
 bool setFields(const Context &context, Account &account, const QStringList &words, QString &error)
 {
@@ -68,16 +51,10 @@ bool setFields(const Context &context, Account &account, const QStringList &word
             return false;
         }
         QString value = word.mid(equals + 1);
-        if (field->isSecret && value == u"-") {
-            if (context.inShell && !::isatty(STDIN_FILENO)) {
-                error = QStringLiteral("standard input is the shell's");
+        if (field->isSecret && value == support::askForSecret) {
+            const auto secret = readSecret(context, name, error);
+            if (!secret)
                 return false;
-            }
-            const auto secret = readSecret(name);
-            if (!secret) {
-                error = QStringLiteral("no value for %1").arg(name);
-                return false;
-            }
             value = *secret;
         }
         QString reason;

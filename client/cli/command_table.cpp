@@ -9,13 +9,16 @@ namespace client::cli {
 
 namespace {
 
+constexpr OptionRow showSecrets = {"show-secrets", OptionValue::None, nullptr,
+                                   "print passwords instead of ********"};
 constexpr OptionRow treeOptions[] = {
     {"json", OptionValue::None, nullptr, "print one JSON object a node"},
-    {"show-secrets", OptionValue::None, nullptr, "print passwords instead of ********"},
+    showSecrets,
 };
 constexpr OptionRow getOptions[] = {
     {"prop", OptionValue::Property, "NAME",
      "print a property: ACL, Format, Name, Size, Title, TStamp, Type or VerNo"},
+    showSecrets,
 };
 constexpr OptionRow addOptions[] = {
     {"format", OptionValue::Format, "FORMAT",

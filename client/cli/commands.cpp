@@ -1,10 +1,13 @@
 #include "cli/commands.h"
 
 #include "cli/command_table.h"
+#include "cli/secret_input.h"
 #include "cli/shell.h"
 #include "cli/tree_drawing.h"
 #include "ddf.h"
 #include "package.h"
+#include "secret_leaf.h"
+#include "support/line_input.h"
 
 #include <QFile>
 #include <QJsonDocument>
@@ -34,6 +37,11 @@ ExitStatus wrongUsage(Context &context, const QString &problem)
     return ExitStatus::WrongUsage;
 }
 
+Secrets secretsOf(const Invocation &invocation)
+{
+    return invocation.has("show-secrets") ? Secrets::Show : Secrets::Mask;
+}
+
 /// Runs an operation on the node that a URI names, and reports how it ended.
 template <class Operation>
 ExitStatus onNode(Context &context, const char *command, const QString &uri, Operation operation)
@@ -55,7 +63,7 @@ ExitStatus onNode(Context &context, const char *command, const QString &uri, Ope
 ExitStatus runTree(Context &context, const Invocation &invocation)
 {
     const QString uri = invocation.arguments.value(0, QStringLiteral("."));
-    const Secrets secrets = invocation.has("show-secrets") ? Secrets::Show : Secrets::Mask;
+    const Secrets secrets = secretsOf(invocation);
     return onNode(context, "tree", uri, [&](const NodeUri &node) {
         const ManagementTree &tree = context.device->tree();
         const Result<TreeNode> start = tree.find(node);
@@ -81,7 +89,7 @@ ExitStatus runTree(Context &context, const Invocation &invocation)
 
 namespace {
 
-Outcome printNode(Context &context, const TreeNode &node)
+Outcome printNode(Context &context, const TreeNode &node, Secrets secrets)
 {
     const ManagementTree &tree = context.device->tree();
     if (!node.isLeaf()) {
@@ -90,9 +98,12 @@ Outcome printNode(Context &context, const TreeNode &node)
         return {};
     }
     const Result<DmtData> value = tree.value(node);
-    if (value)
-        context.output.value(valueText(*value));
-    return value.outcome();
+    if (!value)
+        return value.outcome();
+    const QByteArray text = valueText(*value);
+    const bool isHidden = secrets == Secrets::Mask && isMasked(node.uri().name(), text);
+    context.output.value(isHidden ? QByteArray(secretMask) : text);
+    return {};
 }
 
 Outcome printProperty(Context &context, const TreeNode &node, const QString &name)
@@ -119,7 +130,7 @@ Outcome printAddress(Context &context, const QString &uri, const Invocation &inv
         return printProperty(context, *node, invocation.options[QStringLiteral("prop")]);
     switch (address->query) {
     case Address::Query::None:
-        return printNode(context, *node);
+        return printNode(context, *node, secretsOf(invocation));
     case Address::Query::Property:
         return printProperty(context, *node, address->argument);
     default:
@@ -140,28 +151,62 @@ ExitStatus runGet(Context &context, const Invocation &invocation)
 
 // ---- Changing ------------------------------------------------------------------------------------
 
+namespace {
+
+/// What is meant by the text that was given as a leaf's value: for a secret it may stand for a line
+/// of standard input.
+/// @return none with what is wrong in error
+std::optional<QByteArray> valueMeant(const Context &context, const QString &leafName, bool isSecret,
+                                     const QString &text, QString &error)
+{
+    if (!isSecret || text != support::askForSecret)
+        return text.toUtf8();
+    const auto secret = readSecret(context, leafName, error);
+    return secret ? std::optional(secret->toUtf8()) : std::nullopt;
+}
+
+} // namespace
+
 ExitStatus runAdd(Context &context, const Invocation &invocation)
 {
     ManagementTree::NewValue value;
-    if (invocation.arguments.size() > 1)
-        value.data = invocation.arguments[1].toUtf8();
+    const QString uri = invocation.arguments[0];
+    if (invocation.arguments.size() > 1) {
+        QString error;
+        value.data = valueMeant(context, uri, isSecretUri(uri), invocation.arguments[1], error);
+        if (!value.data)
+            return wrongUsage(context, QStringLiteral("add: %1").arg(error));
+    }
     const QString usualFormat = value.data ? QStringLiteral("chr") : QStringLiteral("node");
     value.format = invocation.options.value(QStringLiteral("format"), usualFormat);
     if (value.data && typeOfFormat(value.format) == DmtData::Node)
         return wrongUsage(context, QStringLiteral("add: an interior node has no VALUE"));
-    return onNode(context, "add", invocation.arguments[0],
+    return onNode(context, "add", uri,
                   [&](const NodeUri &node) { return context.device->tree().add(node, value); });
 }
 
 namespace {
 
-/// "Addr=internet" as a child's name and its value.
-std::optional<ManagementTree::ChildValue> parseChildValue(const QString &word)
+/// "Addr=internet" as a child's name, escaped as in an address, and its value.
+/// @return none with what is wrong in error
+std::optional<ManagementTree::ChildValue> parseChildValue(const Context &context,
+                                                          const QString &parentUri,
+                                                          const QString &word, QString &error)
 {
     const qsizetype equals = word.indexOf(u'=');
-    if (equals < 1)
+    if (equals < 1) {
+        error = QStringLiteral("%1 is an interior node, so CHILD=VALUE is wanted").arg(parentUri);
         return std::nullopt;
-    return ManagementTree::ChildValue{word.left(equals).toUtf8(), word.mid(equals + 1).toUtf8()};
+    }
+    const Result<Address> child = parseAddress(word.left(equals), UriLimits());
+    if (!child || child->query != Address::Query::None || child->node.names().size() != 1) {
+        error = QStringLiteral("\"%1\" is not the name of a child").arg(word.left(equals));
+        return std::nullopt;
+    }
+    const QByteArray name = child->node.name();
+    const auto value =
+        valueMeant(context, word.left(equals), isSecretLeaf(name), word.mid(equals + 1), error);
+    return value ? std::optional(ManagementTree::ChildValue{name, *value}) : std::nullopt;
 }
 
 ExitStatus replaceProperty(Context &context, const QString &uri, const Address &address,
@@ -193,18 +238,20 @@ ExitStatus runReplace(Context &context, const Invocation &invocation)
     if (!node || node->isLeaf()) {
         if (words.size() > 1)
             return wrongUsage(context, QStringLiteral("replace: one VALUE for one leaf"));
+        QString error;
+        const auto value = valueMeant(context, uri, isSecretUri(uri), words[0], error);
+        if (!value)
+            return wrongUsage(context, QStringLiteral("replace: %1").arg(error));
         return onNode(context, "replace", uri, [&](const NodeUri &leaf) {
-            return tree.replace(leaf, {{}, {}, words[0].toUtf8()});
+            return tree.replace(leaf, {{}, {}, *value});
         });
     }
     std::vector<ManagementTree::ChildValue> values;
     for (const QString &word : words) {
-        const auto value = parseChildValue(word);
+        QString error;
+        const auto value = parseChildValue(context, uri, word, error);
         if (!value)
-            return wrongUsage(context,
-                              QStringLiteral("replace: %1 is an interior node, so CHILD=VALUE is "
-                                             "wanted")
-                                  .arg(uri));
+            return wrongUsage(context, QStringLiteral("replace: %1").arg(error));
         values.push_back(*value);
     }
     return onNode(context, "replace", uri,

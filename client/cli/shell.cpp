@@ -5,6 +5,7 @@
 #include "cli/line_editor.h"
 #include "cli/words.h"
 #include "secret_leaf.h"
+#include "session/accounts.h"
 
 #include <algorithm>
 #include <iostream>
@@ -27,18 +28,23 @@ bool isText(const QByteArray &line)
     return !line.contains('\0') && line.isValidUtf8();
 }
 
-/// Passwords that were typed do not belong into a history file.
-bool mentionsSecret(const QByteArray &line)
+/// "client-secret=..." of an account.
+bool setsAccountSecret(const QString &word)
 {
-    const auto words = splitWords(line);
-    return !words || std::any_of(words->begin(), words->end(), [](const QString &word) {
-        const QString name = word.section(u'=', 0, 0);
-        const AccountField *const field = accountField(name);
-        return isSecretUri(name) || (field && field->isSecret); // "./A/AuthPw", or "AuthPw=secret"
-    });
+    const qsizetype equals = word.indexOf(u'=');
+    const AccountField *const field = equals < 0 ? nullptr : accountField(word.left(equals));
+    return field && field->isSecret;
 }
 
 } // namespace
+
+bool mayBeRemembered(const QByteArray &line)
+{
+    const auto words = splitWords(line);
+    return words && std::none_of(words->begin(), words->end(), [](const QString &word) {
+               return mentionsSecretLeaf(word) || setsAccountSecret(word);
+           });
+}
 
 ExitStatus Shell::run()
 {
@@ -57,7 +63,7 @@ void Shell::runOnTerminal()
         m_device.state().clientFile(QStringLiteral("history")),
         [this](const UnfinishedLine &line) { return complete(line, m_device.tree()); });
     while (const auto line = editor.readLine()) {
-        if (!isSkipped(*line) && !mentionsSecret(*line))
+        if (!isSkipped(*line) && mayBeRemembered(*line))
             editor.remember(*line);
         if (!runLine(*line))
             return;

@@ -9,6 +9,9 @@
 
 namespace client::cli {
 
+/// Whether a line may go into a history file: not when it may carry a password.
+bool mayBeRemembered(const QByteArray &line);
+
 /// Reads commands, a line each, and runs them on one device. On a terminal the line can be edited;
 /// otherwise the lines come from standard input as they are. Empty lines and lines that begin with
 /// "#" are skipped. A line that fails does not stop the next one, unless the shell fails fast.

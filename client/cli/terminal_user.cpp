@@ -7,89 +7,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
-#include <poll.h>
-#include <termios.h>
 #include <unistd.h>
 
 namespace client::cli {
-
-// ---- Lines ---------------------------------------------------------------------------------------
-
-namespace {
-
-/// Turns the echo off while it lives.
-class SilentTerminal {
-public:
-    explicit SilentTerminal(int file) : m_file(file)
-    {
-        m_isTerminal = ::tcgetattr(file, &m_before) == 0;
-        if (!m_isTerminal)
-            return;
-        termios silent = m_before;
-        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        ::tcsetattr(file, TCSADRAIN, &silent);
-    }
-    ~SilentTerminal()
-    {
-        if (m_isTerminal)
-            ::tcsetattr(m_file, TCSADRAIN, &m_before);
-    }
-    SilentTerminal(const SilentTerminal &) = delete;
-    SilentTerminal &operator=(const SilentTerminal &) = delete;
-
-private:
-    int m_file;
-    bool m_isTerminal = false;
-    termios m_before{};
-};
-
-/// Milliseconds until then for poll(); -1 for ever.
-int waitingTime(std::optional<std::chrono::steady_clock::time_point> deadline)
-{
-    if (!deadline)
-        return -1;
-    const auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(*deadline - std::chrono::steady_clock::now());
-    constexpr std::chrono::milliseconds longest = std::chrono::hours(24);
-    return static_cast<int>(std::clamp(left, std::chrono::milliseconds::zero(), longest).count());
-}
-
-} // namespace
-
-void TerminalInput::flush() const
-{
-    ::tcflush(m_file, TCIFLUSH);
-}
-
-TerminalInput::Result
-TerminalInput::readLine(Echo echo, std::optional<std::chrono::steady_clock::time_point> deadline,
-                        QByteArray &line) const
-{
-    constexpr qsizetype longestLine = 64 * 1024;
-    std::optional<SilentTerminal> silence;
-    if (echo == Echo::Off)
-        silence.emplace(m_file);
-    line.clear();
-    // One byte at a time: what stands behind the line on a pipe is for the next reader.
-    for (;;) {
-        pollfd waiting[] = {{m_file, POLLIN, 0}, {m_interruptFile, POLLIN, 0}};
-        const int ready = ::poll(waiting, std::size(waiting), waitingTime(deadline));
-        if (ready == 0)
-            return Result::TimedOut;
-        if (ready > 0 && waiting[1].revents != 0)
-            return Result::Interrupted;
-        char byte = 0;
-        const ssize_t count = ready < 0 ? -1 : ::read(m_file, &byte, 1);
-        if (count < 0 && errno == EINTR)
-            return Result::Interrupted;
-        if (count <= 0)
-            return line.isEmpty() ? Result::EndOfInput : Result::Line;
-        if (byte == '\n')
-            return Result::Line;
-        if (line.size() < longestLine)
-            line += byte;
-    }
-}
 
 // ---- Texts ---------------------------------------------------------------------------------------
 
@@ -121,7 +41,8 @@ UserInteraction::Response TerminalUser::askUntilAccepted(const QString &prompt,
     std::optional<std::chrono::steady_clock::time_point> deadline;
     if (options.maximumTime)
         deadline = std::chrono::steady_clock::now() + *options.maximumTime;
-    const auto echo = options.isSecret ? TerminalInput::Echo::Off : TerminalInput::Echo::On;
+    const auto echo =
+        options.isSecret ? support::LineInput::Echo::Off : support::LineInput::Echo::On;
     QString shownPrompt = prompt;
     if (!options.defaultResponse.isEmpty())
         shownPrompt += QStringLiteral(" [%1]").arg(
@@ -131,12 +52,12 @@ UserInteraction::Response TerminalUser::askUntilAccepted(const QString &prompt,
     for (;;) {
         print(shownPrompt + QStringLiteral(": "));
         QByteArray line;
-        const TerminalInput::Result result = m_input.readLine(echo, deadline, line);
-        if (result != TerminalInput::Result::Line || options.isSecret)
+        const support::LineInput::Result result = m_input.readLine(echo, deadline, line);
+        if (result != support::LineInput::Result::Line || options.isSecret)
             print(QStringLiteral("\n"));
-        if (result == TerminalInput::Result::TimedOut)
+        if (result == support::LineInput::Result::TimedOut)
             return Response::TimedOut;
-        if (result != TerminalInput::Result::Line)
+        if (result != support::LineInput::Result::Line)
             return Response::Cancelled;
         const QString typed = line.isEmpty() ? options.defaultResponse : QString::fromUtf8(line);
         Response response = Response::Given;

@@ -2,37 +2,9 @@
 #pragma once
 
 #include "session/user_interaction.h"
-
-#include <QByteArray>
-#include <chrono>
-#include <optional>
+#include "support/line_input.h"
 
 namespace client::cli {
-
-/// Reads lines that a person types.
-class TerminalInput {
-public:
-    enum class Echo { On, Off };
-    enum class Result { Line, EndOfInput, TimedOut, Interrupted };
-
-    /// @param interruptFile  ends a wait as Interrupted when it can be read; -1 for none
-    explicit TerminalInput(int fileDescriptor, int interruptFile = -1)
-        : m_file(fileDescriptor), m_interruptFile(interruptFile)
-    {
-    }
-
-    /// Forgets what was typed before anything was asked. Does nothing on a file or a pipe.
-    void flush() const;
-    /// Waits for a line.
-    /// @param deadline  none: as long as it takes
-    /// @param line      receives the line without its line break
-    Result readLine(Echo echo, std::optional<std::chrono::steady_clock::time_point> deadline,
-                    QByteArray &line) const;
-
-private:
-    int m_file;
-    int m_interruptFile;
-};
 
 /// Shows a server's texts and questions on a terminal. Control characters in them are shown, not
 /// obeyed, and each text says that it comes from the server. Ctrl-D cancels.
@@ -61,7 +33,7 @@ private:
     void print(const QString &text);
     void printFromServer(const QString &text);
 
-    TerminalInput m_input;
+    support::LineInput m_input;
     int m_output;
 };
 

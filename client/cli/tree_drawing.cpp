@@ -9,11 +9,10 @@ namespace client::cli {
 
 namespace {
 
-/// An empty password is no secret, and worth seeing.
 bool isMasked(const ListedNode &leaf, Secrets secrets)
 {
-    return secrets == Secrets::Mask && isSecretLeaf(leaf.node.uri().name()) &&
-           !valueText(**leaf.value).isEmpty();
+    return secrets == Secrets::Mask &&
+           client::isMasked(leaf.node.uri().name(), valueText(**leaf.value));
 }
 
 // ---- Drawing -------------------------------------------------------------------------------------

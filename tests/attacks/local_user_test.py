@@ -2,15 +2,18 @@
 
 import json
 import os
+import pty
 import re
 import subprocess
 import sys
 import tempfile
+import termios
 import unittest
 
 from commands import HandsetTest, delete, get, replace, run, set_acl
-from sessions import DMCLIENT, PLUGIN, UNUSABLE, Handset
-from handset import CONN, NAPICTL, PROFILES
+from sessions import DMCLIENT, PLUGIN, UNUSABLE, Handset, SessionTest
+from handset import CONN, NAPICTL, PROFILES, SECRET
+from terminal_test import Terminal
 
 OTHER_USER = 65534
 OWN = "Delete=a.example&Get=a.example&Replace=a.example"
@@ -359,6 +362,139 @@ class PasswordsOnTheBusTest(unittest.TestCase):
         for password in self.PASSWORDS.values():
             self.assertIn(password, self.told_to_everybody())
         self.assert_kept()
+
+
+class SecretOnTheCommandLineTest(SessionTest):
+    """Reads the command lines of all processes in /proc, and what a user leaves in files."""
+
+    LEAF = CONN + "/Office/Auth/PAP/AuthPw"
+    # Each asks for one secret: words of the command, how to read it back, and what then holds it.
+    COMMANDS = [
+        ("dmclient", ["replace", LEAF, "-"], ["get", "--show-secrets", LEAF]),
+        ("dmclient", ["replace", CONN + "/Office/Auth/PAP", "AuthId=me", "AuthPw=-"],
+         ["get", "--show-secrets", LEAF]),
+        ("napictl", ["set", "Office", "gprs.authPassword=-"], None),
+        ("napictl", ["create", "Fresh", "gprs.authPassword=-"], None),
+        ("dmclient", ["account", "add", "New", "address=https://dm.example/", "server-id=s",
+                      "client-auth=basic", "client-name=me", "client-secret=-"],
+         ["account", "show", "New", "--show-secrets"]),
+    ]
+    TYPED = "Typed at the prompt \u00e4"
+
+    def begin(self, program, words, **streams):
+        command = [DMCLIENT, "--plugin", PLUGIN] if program == "dmclient" else [NAPICTL]
+        process = subprocess.Popen([*command, *words], env=self.handset.environment(TERM="xterm"),
+                                   **streams)
+        self.addCleanup(process.kill)
+        return process
+
+    def read_back(self, words, read):
+        if read:
+            return self.handset.dmclient(*read).stdout.decode()
+        return self.handset.napictl("show", words[1], "--show-secrets")
+
+    def test_a_secret_of_standard_input_is_in_no_command_line(self):
+        """The value - is a line of standard input, and /proc shows the dash."""
+        for program, words, read in self.COMMANDS:
+            with self.subTest(words=words):
+                process = self.begin(program, words, stdin=subprocess.PIPE,
+                                     stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+                shown = b""
+                while process.poll() is None and not shown:  # empty while the program is started
+                    with open(f"/proc/{process.pid}/cmdline", "rb") as file:
+                        shown = file.read()
+                output, _ = process.communicate(self.TYPED.encode() + b"\nthe next line\n")
+                self.assertEqual((process.returncode, output), (0, b""))
+                self.assertTrue(shown.endswith(b"-\0"), shown)
+                self.assertIn(self.TYPED, self.read_back(words, read))
+
+    def test_a_secret_that_is_typed_is_not_shown(self):
+        """A terminal asks with the name of what is wanted, and has its echo off."""
+        for program, words, read in self.COMMANDS[1:4]:
+            with self.subTest(words=words):
+                master, slave = pty.openpty()
+                process = self.begin(program, words, stdin=slave, stdout=slave, stderr=slave)
+                screen = b""
+                while b": " not in screen:
+                    screen += os.read(master, 4096)
+                while termios.tcgetattr(slave)[3] & termios.ECHO:
+                    self.assertIsNone(process.poll())
+                os.write(master, self.TYPED.encode() + b"\n")
+                self.assertEqual(process.wait(60), 0)
+                self.assertTrue(termios.tcgetattr(slave)[3] & termios.ECHO)
+                os.close(slave)
+                try:
+                    while data := os.read(master, 4096):
+                        screen += data
+                except OSError:
+                    pass  # everything was read
+                os.close(master)
+                self.assertIn(b"uth", screen)
+                self.assertNotIn(b"Typed", screen)
+                self.assertIn(self.TYPED, self.read_back(words, read))
+
+    def test_no_line_is_an_error(self):
+        """Standard input that ends changes nothing."""
+        before = self.handset.profile("Office")
+        for program, words, _ in self.COMMANDS:
+            with self.subTest(words=words):
+                process = self.begin(program, words, stdin=subprocess.DEVNULL,
+                                     stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+                self.assertIn(b"no value for", process.communicate()[0])
+                self.assertEqual(process.returncode, 2)
+        self.assertEqual(self.handset.profile("Office"), before)
+
+    def test_a_dash_can_be_a_secret_or_another_value(self):
+        """A line that is a dash is that secret; a leaf that holds none takes the dash as it is."""
+        self.handset.dmclient("replace", self.LEAF, "-", stdin="-\n")
+        self.handset.dmclient("replace", CONN + "/Office/Addr", "-")
+        gprs = self.handset.profile("Office")["gprs"]
+        self.assertEqual((gprs["authPassword"], gprs["address"]), ("-", "-"))
+
+    def test_a_script_of_the_shell_is_not_asked(self):
+        """Its lines are commands, and none of them becomes a secret."""
+        script = f"replace {self.LEAF} -\nget ./DevInfo/Man\n"
+        result = self.handset.dmclient("shell", stdin=script)
+        self.assertEqual(result.stdout.decode().splitlines(),
+                         ["replace: standard input is the shell's", "kub",
+                          "get ./DevInfo/Man: 200 OK"])
+        self.assertEqual(self.handset.profile("Office")["gprs"]["authPassword"], SECRET)
+
+    def test_no_secret_stays_in_the_history(self):
+        """Lines of the shell that carry a secret are not kept."""
+        terminal = Terminal(self, "shell")
+        lines = [f"replace {self.LEAF} Hidden-1", f"replace {CONN}/Office/Auth/PAP AuthPw=Hidden-2",
+                 f"replace {CONN}/Office/Auth/PAP/Auth%50w Hidden-3",
+                 f"replace {self.LEAF}/ Hidden-4", "account set X server-secret=Hidden-5",
+                 f"add {CONN}/Office/Auth/PAP/authpw Hidden-6", "get ./DevInfo/Man", "quit"]
+        for line in lines:
+            terminal.answer("dm> ", line + "\n")
+        terminal.end()
+        with open(self.handset.client_file("history"), encoding="utf-8") as file:
+            history = file.read()
+        self.assertNotIn("Hidden", history)
+        self.assertIn("get", history)
+
+
+class SecretOnTheScreenTest(SessionTest):
+    """Looks over a user's shoulder, or into what a script has printed."""
+
+    LEAF = CONN + "/Office/Auth/PAP/AuthPw"
+
+    def test_get_masks_a_password(self):
+        """get prints ******** as tree does; --show-secrets prints the password."""
+        self.assertEqual(self.handset.dmclient("get", self.LEAF).stdout, b"********\n")
+        self.assertEqual(self.handset.dmclient("get", "--show-secrets", self.LEAF).stdout.decode(),
+                         SECRET + "\n")
+        script = f"get {self.LEAF}\nget --show-secrets {self.LEAF}\n"
+        self.assertEqual(self.handset.dmclient("shell", stdin=script).stdout.decode().splitlines(),
+                         ["********", f"get {self.LEAF}: 200 OK",
+                          SECRET, f"get {self.LEAF}: 200 OK"])
+
+    def test_an_empty_password_is_no_secret(self):
+        """An empty line tells that there is none."""
+        self.handset.dmclient("replace", self.LEAF, "")
+        self.assertEqual(self.handset.dmclient("get", self.LEAF).stdout, b"\n")
 
 
 if __name__ == "__main__":

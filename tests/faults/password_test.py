@@ -89,7 +89,8 @@ class PasswordTest(unittest.TestCase):
         self.silent(client("tree", "--json"))
         self.silent(client("--verbose", "rename", CONN + "Office", "Work"))
         self.silent(client("--verbose", "delete", CONN + "Second"))
-        self.tell(client("get", PASSWORD_LEAF))
+        self.silent(client("get", PASSWORD_LEAF))
+        self.tell(client("get", "--show-secrets", PASSWORD_LEAF))
         self.tell(client("tree", "--show-secrets"))
         self.look_through_files()
 
@@ -97,7 +98,7 @@ class PasswordTest(unittest.TestCase):
         self.silent(self.handset.dmclient("replace", PASSWORD_LEAF, SECRET))
         for bearer in ("GSM-CSD", "GSM-CSD2", "GSM-GPRS", "bogus"):
             self.silent(self.handset.dmclient("--verbose", "replace", CONN + "Office/Bearer", bearer))
-            self.tell(self.handset.dmclient("get", PASSWORD_LEAF))
+            self.tell(self.handset.dmclient("get", "--show-secrets", PASSWORD_LEAF))
         self.look_through_files()
 
     def test_one_mount_with_everything_says_it_once(self):
@@ -105,7 +106,8 @@ class PasswordTest(unittest.TestCase):
             f"replace {PASSWORD_LEAF} {SECRET}", f"add {CONN}New", f"add {CONN}New/Auth",
             f"add {CONN}New/Auth/PAP", f"add {CONN}New/Auth/PAP/AuthPw {SECRET}",
             f"replace {CONN}Missing {SECRET}", "tree", f"rename {CONN}New Newer",
-            f"delete {CONN}Newer", f"get {PASSWORD_LEAF}"]) + "\n")
+            f"delete {CONN}Newer", f"get {PASSWORD_LEAF}",
+            f"get --show-secrets {PASSWORD_LEAF}"]) + "\n")
         self.assertEqual(result.stdout.count(SECRET), 1, result.stdout)
         self.assertNotIn(SECRET, result.stderr)
         self.look_through_files()

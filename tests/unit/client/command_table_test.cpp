@@ -63,7 +63,7 @@ TEST(CommandTableTest, ADoubleDashEndsTheOptions)
 
 TEST(CommandTableTest, WrongUsageIsExplained)
 {
-    EXPECT_EQ(problem("get", {}), "usage: get URI... [--prop NAME]");
+    EXPECT_EQ(problem("get", {}), "usage: get URI... [--prop NAME] [--show-secrets]");
     EXPECT_EQ(problem("rename", {"./A"}), "usage: rename URI NAME");
     EXPECT_EQ(problem("delete", {"./A", "./B"}), "usage: delete URI");
     EXPECT_EQ(problem("tree", {"--nonsense"}), "tree: Unknown option 'nonsense'.");

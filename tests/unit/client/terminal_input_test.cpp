@@ -1,7 +1,7 @@
 // Reading lines that a person types.
 
 #include "cli/interrupt_guard.h"
-#include "cli/terminal_user.h"
+#include "support/line_input.h"
 
 #include <csignal>
 #include <gtest/gtest.h>
@@ -11,12 +11,13 @@ namespace client::cli {
 
 namespace {
 
-using Result = TerminalInput::Result;
+using support::LineInput;
+using Result = LineInput::Result;
 
-class TerminalInputTest : public testing::Test {
+class LineInputTest : public testing::Test {
 protected:
-    TerminalInputTest() { EXPECT_EQ(::pipe(m_ends), 0); }
-    ~TerminalInputTest() override
+    LineInputTest() { EXPECT_EQ(::pipe(m_ends), 0); }
+    ~LineInputTest() override
     {
         ::close(m_ends[0]);
         hangUp();
@@ -35,8 +36,8 @@ protected:
     Result read(int interruptFile = -1)
     {
         constexpr std::chrono::milliseconds soon(50);
-        return TerminalInput(m_ends[0], interruptFile)
-            .readLine(TerminalInput::Echo::On, std::chrono::steady_clock::now() + soon, m_line);
+        return LineInput(m_ends[0], interruptFile)
+            .readLine(LineInput::Echo::On, std::chrono::steady_clock::now() + soon, m_line);
     }
 
     QByteArray m_line;
@@ -45,7 +46,7 @@ private:
     int m_ends[2] = {-1, -1};
 };
 
-TEST_F(TerminalInputTest, ALineIsReadAndTheNextOneLeft)
+TEST_F(LineInputTest, ALineIsReadAndTheNextOneLeft)
 {
     type("one\ntwo\n");
     EXPECT_EQ(read(), Result::Line);
@@ -54,7 +55,7 @@ TEST_F(TerminalInputTest, ALineIsReadAndTheNextOneLeft)
     EXPECT_EQ(m_line, "two");
 }
 
-TEST_F(TerminalInputTest, WhatStandsBeforeTheEndIsALine)
+TEST_F(LineInputTest, WhatStandsBeforeTheEndIsALine)
 {
     type("rest");
     hangUp();
@@ -63,12 +64,12 @@ TEST_F(TerminalInputTest, WhatStandsBeforeTheEndIsALine)
     EXPECT_EQ(read(), Result::EndOfInput);
 }
 
-TEST_F(TerminalInputTest, AWaitEndsAtItsDeadline)
+TEST_F(LineInputTest, AWaitEndsAtItsDeadline)
 {
     EXPECT_EQ(read(), Result::TimedOut);
 }
 
-TEST_F(TerminalInputTest, AnInterruptThatCameBeforeTheWaitIsNotMissed)
+TEST_F(LineInputTest, AnInterruptThatCameBeforeTheWaitIsNotMissed)
 {
     const InterruptGuard guard;
     EXPECT_FALSE(InterruptGuard::wasInterrupted());
