@@ -32,6 +32,11 @@ std::optional<Property> propertyNamed(const QString &name)
     return static_cast<Property>(found - names.begin());
 }
 
+bool isReplaceable(Property property)
+{
+    return property == Property::Acl || property == Property::Name || property == Property::Title;
+}
+
 std::vector<QString> propertyNames()
 {
     std::vector<QString> names;
@@ -805,22 +810,12 @@ Outcome ManagementTree::replaceProperty(const NodeUri &uri, Property property,
     const Result<TreeNode> node = find(uri);
     if (!node)
         return node.outcome();
-    switch (property) {
-    case Property::Acl:
+    if (!isReplaceable(property))
+        return {DmStatus::NotAllowed,
+                QStringLiteral("the property %1 is read-only").arg(nameOf(property))};
+    if (property == Property::Acl)
         return replaceAcl(*node, value);
-    case Property::Name:
-        return rename(*node, value);
-    case Property::Title:
-        return replaceTitle(*node, value);
-    case Property::Format:
-    case Property::Size:
-    case Property::TStamp:
-    case Property::Type:
-    case Property::VerNo:
-        break;
-    }
-    return {DmStatus::NotAllowed,
-            QStringLiteral("the property %1 is read-only").arg(nameOf(property))};
+    return property == Property::Name ? rename(*node, value) : replaceTitle(*node, value);
 }
 
 Outcome ManagementTree::replaceAcl(const TreeNode &node, const QByteArray &text)

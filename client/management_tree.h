@@ -52,6 +52,8 @@ enum class Property { Acl, Format, Name, Size, Title, TStamp, Type, VerNo };
 std::optional<Property> propertyNamed(const QString &name);
 /// "ACL", "Format" and so on.
 QString nameOf(Property property);
+/// Whether the property can be given another value.
+bool isReplaceable(Property property);
 /// Names of all properties.
 std::vector<QString> propertyNames();
 

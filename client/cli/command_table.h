@@ -29,7 +29,15 @@ struct Invocation {
 };
 
 /// What an argument stands for, as completion needs to know it.
-enum class ArgumentKind { None, Uri, ChildValue, File, Command };
+enum class ArgumentKind {
+    None,
+    Uri,          ///< of a node
+    UriToRead,    ///< of a node or a property
+    UriToReplace, ///< the same
+    ChildValue,
+    File,
+    Command
+};
 
 /// What an option's value stands for.
 enum class OptionValue { None, Property, Format, Text };

@@ -58,42 +58,89 @@ OptionValue valueWantedBy(const CommandRow &command, const QString &word)
 
 // ---- Words of the tree ---------------------------------------------------------------------------
 
-std::vector<TreeNode> childrenOf(const QString &uri, const ManagementTree &tree)
+/// The node that a command finds under the address.
+std::optional<TreeNode> nodeAt(const QString &uri, const ManagementTree &tree)
 {
     const Result<Address> address = parseAddress(uri, tree.uriLimits());
-    if (!address)
-        return {};
+    if (!address || address->query != Address::Query::None)
+        return std::nullopt;
     const Result<TreeNode> node = tree.find(address->node);
-    return node ? tree.children(*node) : std::vector<TreeNode>();
+    return node ? std::optional(*node) : std::nullopt;
 }
 
-Candidates completeUri(const QString &prefix, const ManagementTree &tree)
+/// The addresses of a node's children. Some have names that no command takes.
+Candidates childAddresses(const QString &parentUri, const ManagementTree &tree)
 {
     Candidates candidates;
-    if (const qsizetype query = prefix.indexOf(u'?'); query >= 0) {
-        for (const QString &property : propertyNames())
-            offer(candidates, prefix, prefix.left(query) + QStringLiteral("?prop=") + property);
+    const auto parent = nodeAt(parentUri, tree);
+    if (!parent || parent->isLeaf())
         return candidates;
-    }
-    const qsizetype slash = prefix.lastIndexOf(u'/');
-    if (slash < 0) {
-        offer(candidates, prefix, QStringLiteral("./"), false);
-        return candidates;
-    }
-    for (const TreeNode &child : childrenOf(prefix.left(slash), tree)) {
-        const QString uri = prefix.left(slash + 1) + displayName(child.uri().name());
-        offer(candidates, prefix, child.isLeaf() ? uri : uri + u'/', child.isLeaf());
+    for (const TreeNode &child : tree.children(*parent)) {
+        const QString uri = parentUri + u'/' + displayName(child.uri().name());
+        if (nodeAt(uri, tree))
+            candidates.push_back({uri, child.isLeaf()});
     }
     return candidates;
+}
+
+Candidates completeNode(const QString &prefix, const ManagementTree &tree)
+{
+    if (prefix.isEmpty())
+        return {{QStringLiteral("."), false}};
+    Candidates candidates;
+    if (const qsizetype slash = prefix.lastIndexOf(u'/'); slash >= 0)
+        candidates = childAddresses(prefix.left(slash), tree);
+    std::erase_if(candidates,
+                  [&](const Candidate &candidate) { return !candidate.word.startsWith(prefix); });
+    // A slash comes only with a name behind it: without one it would make the address a wrong one.
+    const bool nothingIsMissing = std::ranges::all_of(candidates, [&](const Candidate &candidate) {
+        return candidate.word == prefix && !candidate.isWhole;
+    });
+    return nothingIsMissing ? childAddresses(prefix, tree) : candidates;
+}
+
+Candidates completeProperty(const QString &prefix, ArgumentKind kind, const ManagementTree &tree)
+{
+    Candidates candidates;
+    const QString uri = prefix.left(prefix.indexOf(u'?'));
+    const auto node = nodeAt(uri, tree);
+    for (const QString &name : propertyNames()) {
+        const Property property = *propertyNamed(name);
+        const bool isTaken =
+            node && (kind == ArgumentKind::UriToRead ? bool(tree.property(*node, property))
+                                                     : isReplaceable(property));
+        if (isTaken)
+            offer(candidates, prefix, uri + QStringLiteral("?prop=") + name);
+    }
+    return candidates;
+}
+
+Candidates completeUri(const QString &prefix, ArgumentKind kind, const ManagementTree &tree)
+{
+    if (!prefix.contains(u'?'))
+        return completeNode(prefix, tree);
+    return kind == ArgumentKind::Uri ? Candidates() : completeProperty(prefix, kind, tree);
+}
+
+/// A name in front of the equals sign of CHILD=VALUE.
+QString childWord(const QByteArray &name)
+{
+    QString word = displayName(name).replace(u'=', QStringLiteral("%3D"));
+    if (word.startsWith(u'-')) // which begins an option
+        word.replace(0, 1, QStringLiteral("%2D"));
+    return word;
 }
 
 Candidates completeChildValue(const QString &parentUri, const QString &prefix,
                               const ManagementTree &tree)
 {
     Candidates candidates;
-    for (const TreeNode &child : childrenOf(parentUri, tree))
-        if (child.isLeaf())
-            offer(candidates, prefix, displayName(child.uri().name()) + u'=', false);
+    const auto parent = nodeAt(parentUri, tree);
+    if (!parent)
+        return candidates;
+    for (const TreeNode &child : tree.children(*parent))
+        if (child.isLeaf() && tree.find(child.uri()))
+            offer(candidates, prefix, childWord(child.uri().name()) + u'=', false);
     return candidates;
 }
 
@@ -115,9 +162,13 @@ std::vector<Candidate> complete(const UnfinishedLine &line, const ManagementTree
     QString error;
     const auto before = parseInvocation(*command, line.words.mid(1), error, Completeness::Partial);
     const QStringList arguments = before ? before->arguments : QStringList();
-    switch (arguments.isEmpty() ? command->firstArgument : command->otherArguments) {
+    const ArgumentKind kind =
+        arguments.isEmpty() ? command->firstArgument : command->otherArguments;
+    switch (kind) {
     case ArgumentKind::Uri:
-        return completeUri(line.prefix, tree);
+    case ArgumentKind::UriToRead:
+    case ArgumentKind::UriToReplace:
+        return completeUri(line.prefix, kind, tree);
     case ArgumentKind::ChildValue:
         return completeChildValue(arguments[0], line.prefix, tree);
     case ArgumentKind::Command:
@@ -127,6 +178,23 @@ std::vector<Candidate> complete(const UnfinishedLine &line, const ManagementTree
         break;
     }
     return {};
+}
+
+QString commonStart(const std::vector<Candidate> &candidates)
+{
+    QString common = candidates.front().word;
+    for (const Candidate &candidate : candidates)
+        while (!candidate.word.startsWith(common))
+            common.chop(1);
+    if (candidates.size() == 1)
+        return common;
+    if (!common.isEmpty() && common.back().isHighSurrogate())
+        common.chop(1);
+    constexpr qsizetype escapeLength = 3;
+    if (const qsizetype escape = common.lastIndexOf(u'%');
+        escape >= 0 && escape > common.size() - escapeLength)
+        common.truncate(escape);
+    return common;
 }
 
 } // namespace client::cli

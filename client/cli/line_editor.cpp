@@ -14,16 +14,6 @@ namespace {
 
 constexpr int historyLines = 1000;
 
-/// How far all candidates agree.
-QString commonStart(const std::vector<Candidate> &candidates)
-{
-    QString common = candidates.front().word;
-    for (const Candidate &candidate : candidates)
-        while (!candidate.word.startsWith(common))
-            common.chop(1);
-    return common;
-}
-
 void showCandidates(const std::vector<Candidate> &candidates)
 {
     std::fputc('\n', stdout);

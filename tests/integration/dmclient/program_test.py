@@ -421,7 +421,7 @@ class TerminalTest(DmclientTest):
 
     def test_words_are_completed_with_the_tab_key(self):
         self.open_shell()
-        self.type("ge\t./DevI\tDm\t\n")
+        self.type("ge\t./DevI\t\tDm\t\n")
         self.wait_for(b"1.2\r\nget ./DevInfo/DmV: 200 OK\r\n")
         self.wait_for_prompt()
         self.type("get ./DevInfo/D\t")
@@ -431,12 +431,19 @@ class TerminalTest(DmclientTest):
         self.wait_for_prompt()
         self.assertEqual(self.end(), SUCCESS)
 
+    def test_a_completed_address_of_an_interior_node_is_taken_as_it_stands(self):
+        self.open_shell()
+        self.type("get ./DevI\t\n")
+        self.wait_for(b"get ./DevInfo: 200 OK\r\n")
+        self.wait_for_prompt()
+        self.assertEqual(self.end(), SUCCESS)
+
     def test_a_name_with_blanks_is_completed_as_one_word(self):
         self.open_shell()
         self.type(f"rename {CONN}/Office 'My office'\n")
         self.wait_for(b"200 OK")
         self.wait_for_prompt()
-        self.type(f"get {CONN}/My\tAd\t\n")
+        self.type(f"get {CONN}/My\t\tAd\t\n")
         self.wait_for(b"internet\r\n")
         self.wait_for_prompt()
         self.assertEqual(self.end(), SUCCESS)
