@@ -283,6 +283,14 @@ HttpTransport::Attempt HttpTransport::judge(QNetworkReply &reply, const QByteArr
                 {},
                 isOneOf(busyCodes, code)};
     }
+    // Qt does not always notice that a connection ends before its answer does.
+    const QVariant announced = reply.header(QNetworkRequest::ContentLengthHeader);
+    if (announced.isValid() && body.size() < announced.toLongLong())
+        return {problem(url, QStringLiteral("Connection closed after %1 of %2 bytes")
+                                 .arg(body.size())
+                                 .arg(announced.toLongLong())),
+                {},
+                true};
     TransportResponse response;
     response.body = body;
     response.contentType = reply.rawHeader("Content-Type");
