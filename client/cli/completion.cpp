@@ -68,7 +68,13 @@ std::optional<TreeNode> nodeAt(const QString &uri, const ManagementTree &tree)
     return node ? std::optional(*node) : std::nullopt;
 }
 
-/// The addresses of a node's children. Some have names that no command takes.
+/// Whether a command finds the node under its address. Some have names that no command takes.
+bool isReachable(const TreeNode &node, const ManagementTree &tree)
+{
+    return nodeAt(node.uri().toDisplay(), tree).has_value();
+}
+
+/// The addresses of a node's children.
 Candidates childAddresses(const QString &parentUri, const ManagementTree &tree)
 {
     Candidates candidates;
@@ -77,7 +83,7 @@ Candidates childAddresses(const QString &parentUri, const ManagementTree &tree)
         return candidates;
     for (const TreeNode &child : tree.children(*parent)) {
         const QString uri = parentUri + u'/' + displayName(child.uri().name());
-        if (nodeAt(uri, tree))
+        if (isReachable(child, tree))
             candidates.push_back({uri, child.isLeaf()});
     }
     return candidates;
@@ -139,7 +145,7 @@ Candidates completeChildValue(const QString &parentUri, const QString &prefix,
     if (!parent)
         return candidates;
     for (const TreeNode &child : tree.children(*parent))
-        if (child.isLeaf() && tree.find(child.uri()))
+        if (child.isLeaf() && isReachable(child, tree))
             offer(candidates, prefix, childWord(child.uri().name()) + u'=', false);
     return candidates;
 }

@@ -176,6 +176,7 @@ TEST_F(AddressTest, EveryChildThatIsOfferedIsThatChild)
         const auto invocation = parseInvocation(*findCommand(words[0], true), words.mid(1), error);
         ASSERT_TRUE(invocation) << error.toStdString();
         const QString child = invocation->arguments[1].section(u'=', 0, 0);
+        ASSERT_TRUE(parseAddress(child, tree.uriLimits())) << child.toStdString();
         named.insert(parseAddress(child, tree.uriLimits())->node.name().toStdString());
     }
     for (const char *const name : {"a=b", "=", "-dash", "--json", "100%", "it's", "Addr"})
