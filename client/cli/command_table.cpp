@@ -35,8 +35,9 @@ constexpr OptionRow sessionOptions[] = {
     {"session-timeout", OptionValue::Text, "SECONDS", "how long the whole session may take"},
     {"max-msg-size", OptionValue::Text, "BYTES", "largest message, as announced to the server"},
     {"max-obj-size", OptionValue::Text, "BYTES", "largest object, as announced to the server"},
-    {"event", OptionValue::Text, "TYPE=TEXT", "report a client event (Alert 1224)"},
-    {"generic-alert", OptionValue::Text, "TYPE=TEXT", "report a generic alert (1226)"},
+    {"event", OptionValue::Text, "TYPE=TEXT", "report a client event (Alert 1224); repeatable"},
+    {"generic-alert", OptionValue::Text, "[FIELD=VALUE ...] TYPE=TEXT",
+     "report a generic alert (1226); repeatable"},
     {"trace", OptionValue::Text, "FILE",
      "write every message to a file (- is standard output), secrets masked"},
     {"json", OptionValue::None, nullptr, "print one JSON object a command"},
@@ -141,7 +142,7 @@ std::optional<Invocation> parseInvocation(const CommandRow &command, const QStri
     Invocation invocation;
     invocation.arguments = parser.positionalArguments();
     for (const QString &option : parser.optionNames())
-        invocation.options[option] = parser.value(option);
+        invocation.options[option] = parser.values(option);
     const auto count = invocation.arguments.size();
     if (completeness == Completeness::Partial)
         return invocation;

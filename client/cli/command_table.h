@@ -23,9 +23,20 @@ struct Context {
 /// The words behind a command's name, sorted.
 struct Invocation {
     QStringList arguments;
-    QMap<QString, QString> options; ///< by name without dashes; the value of a flag is empty
+    QMap<QString, QStringList> options; ///< values by name without dashes; a flag has an empty one
 
     bool has(const char *option) const { return options.contains(QString::fromLatin1(option)); }
+    /// Everything that an option was given, in that order.
+    QStringList values(const char *option) const
+    {
+        return options.value(QString::fromLatin1(option));
+    }
+    /// What an option was given last; null when it is not there.
+    QString value(const char *option) const
+    {
+        const QStringList all = values(option);
+        return all.isEmpty() ? QString() : all.last();
+    }
 };
 
 /// What an argument stands for, as completion needs to know it.

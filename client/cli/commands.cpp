@@ -127,7 +127,7 @@ Outcome printAddress(Context &context, const QString &uri, const Invocation &inv
     if (!node)
         return node.outcome();
     if (invocation.has("prop"))
-        return printProperty(context, *node, invocation.options[QStringLiteral("prop")]);
+        return printProperty(context, *node, invocation.value("prop"));
     switch (address->query) {
     case Address::Query::None:
         return printNode(context, *node, secretsOf(invocation));
@@ -178,7 +178,7 @@ ExitStatus runAdd(Context &context, const Invocation &invocation)
             return wrongUsage(context, QStringLiteral("add: %1").arg(error));
     }
     const QString usualFormat = value.data ? QStringLiteral("chr") : QStringLiteral("node");
-    value.format = invocation.options.value(QStringLiteral("format"), usualFormat);
+    value.format = invocation.has("format") ? invocation.value("format") : usualFormat;
     if (value.data && typeOfFormat(value.format) == DmtData::Node)
         return wrongUsage(context, QStringLiteral("add: an interior node has no VALUE"));
     return onNode(context, "add", uri,
@@ -337,7 +337,7 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
         return wrongUsage(context,
                           QStringLiteral("process: %1: %2").arg(file, failure->toString()));
     const auto encoding = *syncml::recogniseEncoding(*package);
-    const QString serverId = invocation.options.value(QStringLiteral("server-id"));
+    const QString serverId = invocation.value("server-id");
     if (invocation.has("server-id") && !isServerIdentifier(serverId.toUtf8()))
         return wrongUsage(context,
                           QStringLiteral("process: \"%1\" is no Server Identifier").arg(serverId));

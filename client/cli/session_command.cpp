@@ -5,6 +5,7 @@
 #include "cli/interrupt_guard.h"
 #include "cli/session_report.h"
 #include "cli/terminal_user.h"
+#include "session/client_event.h"
 #include "session/http_transport.h"
 #include "session/trace.h"
 
@@ -32,7 +33,7 @@ bool readNumber(const Invocation &invocation, const char *option, int largest, N
 {
     if (!invocation.has(option))
         return true;
-    const QString text = invocation.options[QString::fromLatin1(option)];
+    const QString text = invocation.value(option);
     bool isNumber = false;
     const int number = text.toInt(&isNumber);
     if (!isNumber || number < 1 || number > largest)
@@ -58,7 +59,7 @@ bool readSeconds(const Invocation &invocation, const char *option, std::chrono::
 bool readEncoding(const Invocation &invocation, syncml::Encoding &encoding, QString &error)
 {
     const QString word =
-        invocation.options.value(QStringLiteral("encoding"), QStringLiteral("xml"));
+        invocation.has("encoding") ? invocation.value("encoding") : QStringLiteral("xml");
     if (word != u"xml" && word != u"wbxml")
         return wrong(error,
                      QStringLiteral("--encoding is xml or wbxml instead of \"%1\"").arg(word));
@@ -66,18 +67,28 @@ bool readEncoding(const Invocation &invocation, syncml::Encoding &encoding, QStr
     return true;
 }
 
-/// TYPE=TEXT of one kind of event.
-bool readEvent(const Invocation &invocation, const char *option, ClientEvent::Kind kind,
-               std::vector<ClientEvent> &events, QString &error)
+struct EventOption {
+    const char *name;
+    std::optional<ClientEvent> (*parse)(const QString &text, QString &error);
+};
+
+constexpr EventOption eventOptions[] = {
+    {"event", parseClientEvent},
+    {"generic-alert", parseGenericAlert},
+};
+
+bool readEvents(const Invocation &invocation, std::vector<ClientEvent> &events, QString &error)
 {
-    if (!invocation.has(option))
-        return true;
-    const QString text = invocation.options[QString::fromLatin1(option)];
-    const qsizetype equals = text.indexOf(u'=');
-    if (equals < 1)
-        return wrong(error, QStringLiteral("--%1 wants TYPE=TEXT instead of \"%2\"")
-                                .arg(QString::fromLatin1(option), text));
-    events.push_back({kind, text.left(equals), text.mid(equals + 1).toUtf8()});
+    for (const EventOption &option : eventOptions) {
+        for (const QString &text : invocation.values(option.name)) {
+            QString reason;
+            const auto event = option.parse(text, reason);
+            if (!event)
+                return wrong(error, QStringLiteral("--%1 \"%2\": %3")
+                                        .arg(QString::fromLatin1(option.name), text, reason));
+            events.push_back(*event);
+        }
+    }
     return true;
 }
 
@@ -88,19 +99,19 @@ struct Settings {
 
 bool readSettings(const Invocation &invocation, Settings &settings, QString &error)
 {
-    using Kind = ClientEvent::Kind;
     SessionOptions &session = settings.session;
     constexpr int anyNumber = std::numeric_limits<int>::max();
+    // What is larger is not read, whatever was announced.
+    constexpr int largestMessage = syncml::Limits().messageBytes;
     if (!readEncoding(invocation, session.encoding, error) ||
-        !readNumber(invocation, "max-msg-size", anyNumber, session.maxMessageBytes, error) ||
+        !readNumber(invocation, "max-msg-size", largestMessage, session.maxMessageBytes, error) ||
         !readNumber(invocation, "max-obj-size", anyNumber, session.maxObjectBytes, error) ||
         !readSeconds(invocation, "timeout", settings.transport.timeLimit, error) ||
         !readSeconds(invocation, "session-timeout", session.timeLimit, error) ||
-        !readEvent(invocation, "event", Kind::ClientEvent, session.events, error) ||
-        !readEvent(invocation, "generic-alert", Kind::GenericAlert, session.events, error))
+        !readEvents(invocation, session.events, error))
         return false;
-    settings.transport.authoritiesFile = invocation.options[QStringLiteral("ca")];
-    if (invocation.has("json") && invocation.options.value(QStringLiteral("trace")) == u"-")
+    settings.transport.authoritiesFile = invocation.value("ca");
+    if (invocation.has("json") && invocation.value("trace") == u"-")
         return wrong(error, QStringLiteral("--json and --trace - cannot share standard output"));
     return true;
 }
@@ -224,7 +235,7 @@ ExitStatus runSession(Context &context, const Invocation &invocation)
     }
     std::unique_ptr<TraceWriter> trace;
     if (invocation.has("trace"))
-        trace = TraceWriter::open(invocation.options[QStringLiteral("trace")], error);
+        trace = TraceWriter::open(invocation.value("trace"), error);
     const InterruptGuard guard;
     settings.transport.interruptFile = guard.file();
     const auto transport = HttpTransport::create(settings.transport, error);

@@ -192,14 +192,14 @@ bool AnswerQueue::takeFirst(Room &room)
 
 namespace {
 
-/// A Results as one for each of its items.
-std::vector<Command> resultsOfOneItem(Command results)
+/// A command as one for each of its items.
+std::vector<Command> commandsOfOneItem(Command command)
 {
-    const std::vector<Item> items = std::move(results.items);
+    const std::vector<Item> items = std::move(command.items);
     std::vector<Command> all;
     for (const Item &item : items) {
-        results.items = {item};
-        all.push_back(results);
+        command.items = {item};
+        all.push_back(command);
     }
     return all;
 }
@@ -232,8 +232,9 @@ bool AnswerQueue::splitFirst()
 {
     const Command &first = m_commands.front();
     std::vector<Command> all;
-    if (first.kind == CommandKind::Results)
-        all = resultsOfOneItem(first);
+    // The Replace is the description of the device.
+    if (first.kind == CommandKind::Results || first.kind == CommandKind::Replace)
+        all = commandsOfOneItem(first);
     else if (first.kind == CommandKind::Status)
         all = statusesOfOneItem(first);
     if (all.size() < 2)

@@ -173,9 +173,13 @@ void Session::queueFirstPackage()
         Item item;
         item.meta.emplace();
         item.meta->type = event.type;
-        item.meta->format = QStringLiteral("chr");
+        item.meta->format = event.format;
+        item.meta->mark = event.mark;
+        if (event.source)
+            item.source = syncml::Location{*event.source, {}};
         item.data = event.data;
         Command alert;
+        alert.correlator = event.correlator;
         alert.kind = CommandKind::Alert;
         alert.data = QByteArray::number(static_cast<int>(event.kind));
         alert.items = {std::move(item)};

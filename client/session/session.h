@@ -3,6 +3,7 @@
 
 #include "session/accounts.h"
 #include "session/answer_queue.h"
+#include "session/client_event.h"
 #include "session/command_runner.h"
 #include "session/proofs.h"
 #include "session/session_observer.h"
@@ -18,13 +19,6 @@
 #include <vector>
 
 namespace client {
-
-/// Something that the client reports in its first package.
-struct ClientEvent {
-    enum class Kind { ClientEvent = 1224, GenericAlert = 1226 } kind = Kind::ClientEvent;
-    QString type; ///< of a generic alert as "Content-Type: ..." or "Reversed-Domain-Name: ..."
-    QByteArray data;
-};
 
 /// What the next session proves and is proved with.
 struct Nonces {

@@ -348,6 +348,20 @@ class PipedShellTest(DmclientTest):
         self.assertFalse(any(line.startswith("  shell ") for line in lines))
 
 
+class FullStoreTest(DmclientTest):
+    def test_a_deleted_profile_makes_room_at_the_next_mount_only(self):
+        refused = "500 Command Failed: the plug-in refused it; its log says why"
+        script = f"delete {PROXY}/Home\ndelete {CONN}/Home\nadd {CONN}/New\n"
+        result = self.handset.dmclient("shell", stdin=script, KUB_NAPI_MAX="3")
+        self.assertEqual(result.stdout.decode().splitlines(),
+                         [f"delete {PROXY}/Home: 200 OK", f"delete {CONN}/Home: 200 OK",
+                          f"add {CONN}/New: {refused}"])
+        with open(self.handset.client_file("plugin.log"), encoding="utf-8") as log:
+            self.assertIn("Profile number reaches maximum!", log.read())
+        result = self.handset.dmclient("add", CONN + "/New", KUB_NAPI_MAX="3")
+        self.assertEqual(result.returncode, 0, result.stderr)
+
+
 class TerminalTest(DmclientTest):
     """The shell on a terminal of its own."""
 

@@ -94,6 +94,34 @@ class ScenarioTest(SessionTest):
         self.assertIn("alert 1224", report["lines"])
         self.assertIn("alert 1226", report["lines"])
 
+    def test_generic_alerts_reach_the_server_with_everything_that_they_have(self):
+        trace = os.path.join(self.handset.home, "trace")
+        _, _, report = self.play(
+            scenario("several_messages"), "--trace", trace,
+            "--generic-alert", "Reversed-Domain-Name: org.example.down=1",
+            "--generic-alert", "mark=critical source=./DevInfo format=int correlator=c1 "
+                               "Reversed-Domain-Name: org.example.full=95")
+        self.assertEqual(report["faults"], [])
+        self.assertEqual(report["lines"].count("alert 1226"), 2)
+        with open(trace, encoding="utf-8") as file:
+            sent = file.read()
+        for text in ("<Mark>critical</Mark>", "<Correlator>c1</Correlator>", "<Format>int</Format>",
+                     "<LocURI>./DevInfo</LocURI>", "<Data>95</Data>", "<Data>1</Data>"):
+            self.assertIn(text, sent)
+
+    def test_options_that_cannot_be_kept_are_refused(self):
+        for words, problem in (
+                (["--max-msg-size", "4194305"],
+                 '--max-msg-size wants a number from 1 to 4194304 instead of "4194305"'),
+                (["--max-msg-size", "0"], "--max-msg-size wants a number from 1 to 4194304"),
+                (["--generic-alert", "org.example.down=1"], "neither mark="),
+                (["--generic-alert", "mark=loud Content-Type: a/b=1"], 'mark "loud" is not one of'),
+                (["--event", "nothing"], "is not TYPE=TEXT")):
+            with self.subTest(words=words):
+                result = self.handset.dmclient("session", "http://localhost:1/", *words)
+                self.assertEqual(result.returncode, USAGE)
+                self.assertIn(problem, result.stderr.decode())
+
     # ---- What a person sees ----------------------------------------------------------------------
 
     def test_each_command_is_a_line_with_its_reason(self):
@@ -188,7 +216,7 @@ class ScenarioTest(SessionTest):
                 (["http://127.0.0.1/", "--timeout", "0"],
                  '--timeout wants a number from 1 to 86400 instead of "0"'),
                 (["http://127.0.0.1/", "--event", "x"],
-                 '--event wants TYPE=TEXT instead of "x"'),
+                 '--event "x": is not TYPE=TEXT'),
                 (["http://127.0.0.1/", "--ca", "/nowhere"],
                  "cannot read /nowhere: No such file or directory"),
                 (["http://127.0.0.1/", "--trace", "/nowhere/x"],

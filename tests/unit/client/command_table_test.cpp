@@ -49,7 +49,7 @@ TEST(CommandTableTest, OptionsStandAnywhereBehindTheCommand)
         const auto invocation = parseInvocation(row("add"), line, error);
         ASSERT_TRUE(invocation) << error.toStdString();
         EXPECT_EQ(invocation->arguments, words({"./A", "5"}));
-        EXPECT_EQ(invocation->options[QStringLiteral("format")], QStringLiteral("int"));
+        EXPECT_EQ(invocation->value("format"), QStringLiteral("int"));
     }
 }
 

@@ -390,8 +390,14 @@ TEST_P(Packages, RedirectedSessionStaysWhereItIs)
 TEST_P(Packages, EventsFollowTheDescriptionOfTheDevice)
 {
     options.events = {
-        {ClientEvent::Kind::ClientEvent, QStringLiteral("org.example.event"), "happened"},
-        {ClientEvent::Kind::GenericAlert, QStringLiteral("Reversed-Domain-Name: org.example"), "1"},
+        {.type = QStringLiteral("org.example.event"), .data = "happened"},
+        {.kind = ClientEvent::Kind::GenericAlert,
+         .type = QStringLiteral("Reversed-Domain-Name: org.example"),
+         .data = "1",
+         .format = QStringLiteral("int"),
+         .mark = QStringLiteral("critical"),
+         .source = QStringLiteral("./DevInfo"),
+         .correlator = QStringLiteral("7")},
     };
     run();
     EXPECT_EQ(sent(1), (Lines{"Alert 1201", "Replace 5 items", "Alert 1224  = happened",
@@ -399,6 +405,12 @@ TEST_P(Packages, EventsFollowTheDescriptionOfTheDevice)
     const syncml::Item &event = message(1).commands.at(2).items.at(0);
     EXPECT_EQ(event.meta->type, QStringLiteral("org.example.event"));
     EXPECT_EQ(event.meta->format, QStringLiteral("chr"));
+    EXPECT_FALSE(event.meta->mark || event.source || message(1).commands.at(2).correlator);
+    const syncml::Command &alert = message(1).commands.at(3);
+    EXPECT_EQ(alert.correlator, QStringLiteral("7"));
+    EXPECT_EQ(alert.items.at(0).meta->format, QStringLiteral("int"));
+    EXPECT_EQ(alert.items.at(0).meta->mark, QStringLiteral("critical"));
+    EXPECT_EQ(alert.items.at(0).source->locUri, QStringLiteral("./DevInfo"));
 }
 
 TEST_P(Packages, WhatTheServerRefusesIsNoted)

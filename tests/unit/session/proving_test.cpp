@@ -11,14 +11,6 @@ using Kind = SessionEnd::Kind;
 const Identity clientIdentity{"Bruce2", "OhBehave"};
 const Identity serverIdentity{"dm.example", "ServerSecret"};
 
-QByteArray chal(AuthType type, const QByteArray &nonce)
-{
-    const QByteArray nextNonce =
-        type == AuthType::Basic ? QByteArray() : "<NextNonce>" + nonce.toBase64() + "</NextNonce>";
-    return "<Chal><Meta><Format>b64</Format><Type>" + wireName(type).toLatin1() + "</Type>" +
-           nextNonce + "</Meta></Chal>";
-}
-
 /// XML of the server's credentials in a header.
 QByteArray cred(AuthType type, const QByteArray &nonce)
 {

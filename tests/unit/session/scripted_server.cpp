@@ -79,6 +79,14 @@ QByteArray statusFor(const char *command, int code, const QByteArray &chal, int 
            QByteArray::number(code) + "</Data></Status>";
 }
 
+QByteArray chal(AuthType type, const QByteArray &nonce)
+{
+    const QByteArray nextNonce =
+        type == AuthType::Basic ? QByteArray() : "<NextNonce>" + nonce.toBase64() + "</NextNonce>";
+    return "<Chal><Meta><Format>b64</Format><Type>" + wireName(type).toLatin1() + "</Type>" +
+           nextNonce + "</Meta></Chal>";
+}
+
 QByteArray accepted()
 {
     return statusFor("SyncHdr", 212);

@@ -1,6 +1,7 @@
 // A DM server that says what a test has written down, in the place of a network.
 #pragma once
 
+#include "session/authentication.h"
 #include "session/transport.h"
 #include "syncml/codec.h"
 
@@ -48,6 +49,8 @@ private:
 
 /// `<Status>` for something of the client's message: "SyncHdr", "Alert" ...
 QByteArray statusFor(const char *command, int code, const QByteArray &chal = {}, int msgRef = 1);
+/// `<Chal>` for a Status.
+QByteArray chal(AuthType type, const QByteArray &nonce);
 /// The Status that accepts the client's header.
 QByteArray accepted();
 /// `<Get>` of some nodes.

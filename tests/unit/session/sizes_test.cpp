@@ -144,6 +144,29 @@ TEST_P(Sizes, ListingsWithoutValuesStayWithinTheLimit)
     }
 }
 
+TEST_P(Sizes, DescriptionOfTheDeviceIsSplitForASmallServer)
+{
+    account.toServer = {AuthType::Md5, {"Bruce2", "OhBehave"}, {}};
+    const int limit = GetParam() == syncml::Encoding::Xml ? 1100 : 520;
+    // It asks for a proof, so that the first package is sent anew under its limit.
+    server.says({statusFor("SyncHdr", 407, chal(AuthType::Md5, "N1")), true, maxMsgSize(limit)});
+    serverAsksForMore(20);
+    const SessionEnd end = run();
+    EXPECT_EQ(end.kind, Kind::Completed) << end.reason.toStdString();
+    EXPECT_LE(largestMessage(), limit);
+    ASSERT_GT(server.messages.size(), 2U);
+    std::vector<QString> described;
+    for (std::size_t i = 1; i < server.messages.size(); ++i)
+        for (const syncml::Command &command : server.messages[i].commands)
+            if (command.kind == syncml::CommandKind::Replace)
+                for (const syncml::Item &item : command.items)
+                    described.push_back(item.source->locUri);
+    EXPECT_EQ(described, (std::vector<QString>{
+                             QStringLiteral("./DevInfo/DevId"), QStringLiteral("./DevInfo/Man"),
+                             QStringLiteral("./DevInfo/Mod"), QStringLiteral("./DevInfo/DmV"),
+                             QStringLiteral("./DevInfo/Lang")}));
+}
+
 TEST_P(Sizes, RequestForMoreIsAnsweredWithAStatus)
 {
     server.says({accepted() + get("2", std::vector<QByteArray>(50, "./DevInfo/Man")) +

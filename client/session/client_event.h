@@ -1,0 +1,32 @@
+// What the client has to tell a server from itself.
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <optional>
+
+namespace client {
+
+/// Something that the client reports in its first package.
+struct ClientEvent {
+    enum class Kind { ClientEvent = 1224, GenericAlert = 1226 } kind = Kind::ClientEvent;
+    QString type; ///< of a generic alert as "Content-Type: ..." or "Reversed-Domain-Name: ..."
+    QByteArray data;
+    QString format = QStringLiteral("chr");
+    // Of a generic alert only:
+    std::optional<QString> mark = {};       ///< how important it is
+    std::optional<QString> source = {};     ///< URI of the node that it is about
+    std::optional<QString> correlator = {}; ///< of the server's command that it answers
+};
+
+/// Reads "TYPE=TEXT". TYPE ends at the first equals sign.
+/// @return none with what is wrong in error
+std::optional<ClientEvent> parseClientEvent(const QString &text, QString &error);
+
+/// Reads "[FIELD=VALUE ...] TYPE=TEXT", as in "mark=critical source=./DevInfo
+/// Reversed-Domain-Name: org.example.event=1". The fields are mark, source, format and correlator;
+/// their values have no blanks. TEXT fits the format.
+/// @return none with what is wrong in error
+std::optional<ClientEvent> parseGenericAlert(const QString &text, QString &error);
+
+} // namespace client
