@@ -401,7 +401,7 @@ TEST_P(Packages, EventsFollowTheDescriptionOfTheDevice)
     };
     run();
     EXPECT_EQ(sent(1), (Lines{"Alert 1201", "Replace 5 items", "Alert 1224  = happened",
-                              "Alert 1226  = 1", "Final"}));
+                              "Alert 1226 ./DevInfo = 1", "Final"}));
     const syncml::Item &event = message(1).commands.at(2).items.at(0);
     EXPECT_EQ(event.meta->type, QStringLiteral("org.example.event"));
     EXPECT_EQ(event.meta->format, QStringLiteral("chr"));
