@@ -461,7 +461,7 @@ protected:
             tree.mount(root, nodes,
                        {.acl = acl("Add=*&Get=*"),
                         .profileAcl = acl("Add=*&Delete=*&Get=*&Replace=*"),
-                        .profileNumbers = [this, root] { return numbers[root]; }});
+                        .profileNumbers = [this, root = root] { return numbers[root]; }});
         }
     }
 
