@@ -21,9 +21,6 @@ target_compile_definitions(kub_settings INTERFACE QT_NO_CAST_FROM_ASCII QT_NO_CA
 if(KUB_SANITIZE)
     add_compile_options(-fsanitize=${KUB_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${KUB_SANITIZE})
-    # GCC's instrumentation makes it take initialised members for uninitialised ones.
-    target_compile_options(kub_settings INTERFACE
-        $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 endif()
 if(KUB_COVERAGE)
     add_compile_options(--coverage -fprofile-update=atomic)
