@@ -226,6 +226,13 @@ void CommandRunner::limitObjects(Commands &answers) const
 
 // ---- Alerts --------------------------------------------------------------------------------------
 
+std::optional<std::chrono::seconds> CommandRunner::timeForQuestion() const
+{
+    if (!m_timeLeft)
+        return std::nullopt;
+    return std::max(std::chrono::ceil<std::chrono::seconds>(m_timeLeft()), std::chrono::seconds(0));
+}
+
 DmStatus CommandRunner::answerAlert(const Command &alert, std::vector<Item> &items)
 {
     static constexpr const char *accepted[] = {alert_code::nextMessage, alert_code::sessionAbort,
@@ -234,7 +241,7 @@ DmStatus CommandRunner::answerAlert(const Command &alert, std::vector<Item> &ite
     if (!alert.data)
         outcome = {DmStatus::IncompleteCommand, QStringLiteral("an alert without a code")};
     else if (isUserAlert(alert))
-        outcome.status = answerUserAlert(alert, m_user, items);
+        outcome.status = answerUserAlert(alert, m_user, timeForQuestion(), items);
     else if (std::ranges::none_of(accepted, [&](const char *code) { return isAlert(alert, code); }))
         outcome = {DmStatus::FeatureNotSupported,
                    QStringLiteral("no alert that a server sends to a client")};

@@ -7,8 +7,12 @@
 #include "session/user_interaction.h"
 
 #include <QString>
+#include <chrono>
+#include <functional>
 #include <map>
+#include <optional>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 namespace client {
@@ -35,6 +39,13 @@ public:
         m_processor.setAtomicAnswerCheck(std::move(check));
     }
 
+    /// How long the session may still take, which no question to the user outlasts; without it a
+    /// question takes as long as the server allows.
+    void setTimeLeft(std::function<std::chrono::milliseconds()> timeLeft)
+    {
+        m_timeLeft = std::move(timeLeft);
+    }
+
     /// Runs the commands of a message in their order, and appends what answers them: statuses,
     /// results, and an alert when a large object broke off.
     /// @param waitingBytes  of earlier answers that were not sent yet, as answerBytes counts them
@@ -54,6 +65,7 @@ private:
     void flush(syncml::Command &items, Commands &answers);
     void abandonObject(Commands &answers);
     void limitObjects(Commands &answers) const;
+    std::optional<std::chrono::seconds> timeForQuestion() const;
     DmStatus answerAlert(const syncml::Command &alert, std::vector<syncml::Item> &items);
     void noteReason(const syncml::Command &command, const syncml::Item &item,
                     const Outcome &outcome);
@@ -63,6 +75,7 @@ private:
 
     CommandProcessor m_processor;
     UserInteraction *m_user;
+    std::function<std::chrono::milliseconds()> m_timeLeft;
     std::vector<SessionObserver *> m_observers;
     LargeObjectReceiver m_object;
     bool m_objectWentOn = false; ///< in the message that is being run

@@ -70,6 +70,7 @@ Session::Session(const Account &account, ManagementTree &tree, Transport &transp
 {
     m_runner.setAtomicAnswerCheck(
         [this](const std::vector<Command> &answers) { return canBeSent(answers); });
+    m_runner.setTimeLeft([this] { return timeLeft(); });
 }
 
 // ---- Course of the session -----------------------------------------------------------------------

@@ -5,6 +5,7 @@
 #include <QStringDecoder>
 #include <QUrl>
 #include <algorithm>
+#include <chrono>
 #include <iterator>
 
 namespace client {
@@ -200,15 +201,21 @@ DmStatus statusOf(Response response)
 
 } // namespace
 
-DmStatus answerUserAlert(const Command &alert, UserInteraction *user, std::vector<Item> &items)
+DmStatus answerUserAlert(const Command &alert, UserInteraction *user,
+                         std::optional<std::chrono::seconds> mostTime, std::vector<Item> &items)
 {
     const UserAlertRow *const row = rowOf(alert);
     if (!row || !user)
         return DmStatus::FeatureNotSupported;
     if (alert.items.size() < row->fewestItems)
         return DmStatus::IncompleteCommand;
-    const auto question = readQuestion(alert);
-    return question ? statusOf(row->run(*user, *question, items)) : DmStatus::RequestTooLarge;
+    auto question = readQuestion(alert);
+    if (!question)
+        return DmStatus::RequestTooLarge;
+    std::optional<std::chrono::seconds> &most = question->options.maximumTime;
+    if (mostTime)
+        most = std::min(most.value_or(*mostTime), *mostTime);
+    return statusOf(row->run(*user, *question, items));
 }
 
 } // namespace client

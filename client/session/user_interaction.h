@@ -54,9 +54,12 @@ public:
 /// Answers an alert by which a server talks to the user: 200 with what the user gave, 304 for no,
 /// 214 when the user cancelled, 408 when time was up, 412 when the alert lacks items, 416 when it
 /// cannot be shown.
-/// @param user   null when there is nobody to talk to: 406
-/// @param items  receives what goes into the Status
+/// @param user      null when there is nobody to talk to: 406
+/// @param mostTime  that the user gets even when the server allows more or does not limit it; none:
+///                  as long as the server allows
+/// @param items     receives what goes into the Status
 DmStatus answerUserAlert(const syncml::Command &alert, UserInteraction *user,
+                         std::optional<std::chrono::seconds> mostTime,
                          std::vector<syncml::Item> &items);
 
 } // namespace client

@@ -393,6 +393,19 @@ class EndlessSession(SessionTest):
             lines = self.run_until_the_end(server, "--timeout", AN_HOUR, "--session-timeout", "1")
         self.assertRegex(lines[-1], "^Session failed: no end after 1 s")
 
+    def test_a_question_that_nobody_answers_ends_with_the_session(self):
+        """It asks the user, and sets no time for it or far too much."""
+        for options in ("", "MAXDT=86400"):
+            with self.subTest(options=options):
+                alerts = [{"alert": 1101, "items": [options, "Update?"]}]
+                with DmServer(scenario("questions", packages=[{"commands": alerts}])) as server:
+                    terminal = terminal_test.Terminal(self, "session", server.url,
+                                                      "--session-timeout", "1")
+                    terminal.wait_for("yes or no: ")
+                    status, screen = terminal.end()
+                self.assertIn("Session failed: no end after 1 s", screen)
+                self.assertEqual(status, SESSION_FAILED)
+
     def test_another_version_is_given_up_after_three_messages(self):
         numbers = iter(range(1, 10 ** 9))
 

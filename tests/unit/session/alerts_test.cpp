@@ -87,6 +87,26 @@ TEST_P(Alerts, ConfirmationIsYesNoOrCancelled)
     EXPECT_EQ(user.asked, Lines(4, "confirm Update?"));
 }
 
+TEST_P(Alerts, NoQuestionOutlastsTheSession)
+{
+    std::chrono::steady_clock::time_point now;
+    options.clock = [&now] { return now; };
+    options.timeLimit = std::chrono::seconds(25);
+    for (const auto &[given, seconds] : {std::pair("", 15), {"MAXDT=600", 15}, {"MAXDT=5", 5}}) {
+        server = ScriptedServer(GetParam());
+        server.replies([&, given = given](const TransportRequest &request) {
+            now += std::chrono::seconds(10);
+            return TransportResponse{
+                server.encoded({accepted() + alert("2", "1101", {given, "Update?"}), true, {}}, 1),
+                {},
+                {},
+                request.url};
+        });
+        run(&user);
+        EXPECT_EQ(user.options.maximumTime, std::chrono::seconds(seconds)) << given;
+    }
+}
+
 TEST_P(Alerts, TypedTextGoesIntoTheStatus)
 {
     user.text = QStringLiteral("Größe 5");
