@@ -47,7 +47,8 @@ LineEditor::LineEditor(const QString &historyFile, Completer completer)
     m_library->history = history_init();
     history(m_library->history, &event, H_SETSIZE, historyLines);
     history(m_library->history, &event, H_SETUNIQUE, 1);
-    history(m_library->history, &event, H_LOAD, m_historyFile.constData());
+    if (!m_historyFile.isEmpty())
+        history(m_library->history, &event, H_LOAD, m_historyFile.constData());
 
     EditLine *const editor = el_init("dmclient", stdin, stdout, stderr);
     m_library->editor = editor;
@@ -89,7 +90,8 @@ void LineEditor::remember(const QByteArray &line)
     HistEvent event;
     history(m_library->history, &event, H_ENTER, line.constData());
     // The library makes the file readable by its owner only before it writes to it.
-    history(m_library->history, &event, H_SAVE, m_historyFile.constData());
+    if (!m_historyFile.isEmpty())
+        history(m_library->history, &event, H_SAVE, m_historyFile.constData());
 }
 
 unsigned char LineEditor::completeAtCursor()

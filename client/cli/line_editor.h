@@ -14,7 +14,9 @@ class LineEditor {
 public:
     using Completer = std::function<std::vector<Candidate>(const UnfinishedLine &)>;
 
-    /// @param historyFile  read now and written after every line; readable by its owner only
+    /// @param historyFile  read now and written after every line; readable by its owner only.
+    /// Empty:
+    ///                     the lines of this run are all that there is
     LineEditor(const QString &historyFile, Completer completer);
     ~LineEditor();
     LineEditor(const LineEditor &) = delete;

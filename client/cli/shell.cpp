@@ -4,9 +4,11 @@
 #include "cli/completion.h"
 #include "cli/line_editor.h"
 #include "cli/words.h"
+#include "private_storage.h"
 #include "secret_leaf.h"
 #include "session/accounts.h"
 
+#include <QFile>
 #include <algorithm>
 #include <iostream>
 #include <string>
@@ -57,11 +59,22 @@ ExitStatus Shell::run()
     return m_worst;
 }
 
+QString Shell::usableHistoryFile()
+{
+    const QString file = m_device.state().clientFile(QStringLiteral("history"));
+    const auto refusal = handset_state::checkFile(QFile::encodeName(file).toStdString());
+    if (!refusal)
+        return file;
+    m_output.problem(
+        QStringLiteral("the lines are not kept: %1").arg(QString::fromStdString(refusal.text())));
+    return {};
+}
+
 void Shell::runOnTerminal()
 {
-    LineEditor editor(
-        m_device.state().clientFile(QStringLiteral("history")),
-        [this](const UnfinishedLine &line) { return complete(line, m_device.tree()); });
+    LineEditor editor(usableHistoryFile(), [this](const UnfinishedLine &line) {
+        return complete(line, m_device.tree());
+    });
     while (const auto line = editor.readLine()) {
         if (!isSkipped(*line) && mayBeRemembered(*line))
             editor.remember(*line);

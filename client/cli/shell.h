@@ -26,6 +26,8 @@ public:
     ExitStatus run();
 
 private:
+    /// The file for the typed lines; empty, and a problem is printed, when it cannot be trusted.
+    QString usableHistoryFile();
     void runOnTerminal();
     void runFromPipe();
     /// @return false when no more lines are to be read

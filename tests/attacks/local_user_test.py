@@ -284,6 +284,29 @@ class LinksAndFilesInside(unittest.TestCase):
                 os.chown(self.path(name), 0, 0)
 
 
+class LinkForTheHistoryTest(SessionTest):
+    """What the attacker put in the place of the file that keeps the shell's lines."""
+
+    def test_the_shell_neither_reads_nor_changes_what_the_link_points_at(self):
+        """It says so, and keeps the lines for itself."""
+        target = os.path.join(self.handset.home, "target")
+        with open(target, "w", encoding="ascii") as file:
+            file.write("_HiStOrY_V2_\nget\\040./DevInfo/DmV\n")
+        self.assertEqual(self.handset.dmclient("tree").returncode, 0)
+        os.symlink(target, self.handset.client_file("history"))
+        terminal = Terminal(self, "shell")
+        shown = terminal.answer("dm> ", "get ./DevInfo/Man\n")
+        terminal.wait_for("get ./DevInfo/Man: 200 OK")
+        terminal.answer("dm> ", "\x1b[A\x1b[A\n")  # recalls that line: there is none before it
+        terminal.wait_for("get ./DevInfo/Man: 200 OK")
+        terminal.answer("dm> ", "quit\n")
+        terminal.end()
+        self.assertIn("the lines are not kept", shown)
+        self.assertIn("client/history: it is a symbolic link", shown)
+        with open(target, encoding="ascii") as file:
+            self.assertEqual(file.read(), "_HiStOrY_V2_\nget\\040./DevInfo/DmV\n")
+
+
 WITH_PRIVATE_NETWORKMANAGER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..",
                                            "integration", "networkmanager",
                                            "with-private-networkmanager")
