@@ -21,6 +21,7 @@ target_compile_definitions(kub_settings INTERFACE QT_NO_CAST_FROM_ASCII QT_NO_CA
 if(KUB_SANITIZE)
     add_compile_options(-fsanitize=${KUB_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${KUB_SANITIZE})
+    target_compile_definitions(kub_settings INTERFACE KUB_SANITIZED)
 endif()
 if(KUB_COVERAGE)
     add_compile_options(--coverage -fprofile-update=atomic)

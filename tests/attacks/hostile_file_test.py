@@ -108,7 +108,7 @@ class HostileTextTest(SessionTest):
             self.assertIn(b"31m", result.stderr)
 
 
-@unittest.skipUnless(CALLGRIND, "needs valgrind")
+@unittest.skipUnless(CALLGRIND, "needs valgrind, and programs without sanitizers")
 class FileThatCostsMoreThanItsLengthTest(unittest.TestCase):
     """Makes a file that is slow to read out of all proportion to its length."""
 

@@ -4,9 +4,9 @@ import re
 import shutil
 import subprocess
 
-from handset import DMCLIENT, NAPICTL, PLUGIN
+from handset import DMCLIENT, NAPICTL, PLUGIN, SANITIZED
 
-CALLGRIND = shutil.which("valgrind")
+CALLGRIND = None if SANITIZED else shutil.which("valgrind")
 PROGRAMS = {"napictl": [NAPICTL], "dmclient": [DMCLIENT, "--plugin", PLUGIN]}
 
 

@@ -16,7 +16,7 @@ import sessions
 import terminal_test
 from commands import (HandsetTest, add, copy, delete, execute, get, package_of, rename, replace, run,
                       run_package, set_acl)
-from handset import CONN, PROXY, SECRET, Handset
+from handset import CONN, PROXY, SANITIZED, SECRET, Handset
 from hostile_text import HOSTILE, harmful_in
 from instructions import CALLGRIND, times_as_many
 from hostile_server import HostileServer
@@ -110,11 +110,9 @@ class FloodOfAnswersTest(HandsetTest):
     def flood(self, listing):
         """Asks for a whole root again and again, in one package of the largest size that is read."""
         with_limited_memory = ["prlimit", "--as=%d" % (1024 * 1024 * 1024)]
-        # AddressSanitizer reserves terabytes of addresses for itself.
-        sanitized = "ASAN_OPTIONS" in os.environ
         package = package_of(*[get(CONN + listing)] * self.LISTINGS)
         self.assertLess(len(package), self.MOST)
-        return run_package(self.handset, package, prefix=[] if sanitized else with_limited_memory)
+        return run_package(self.handset, package, prefix=[] if SANITIZED else with_limited_memory)
 
     def test_listings_end_with_413_and_not_with_the_memory(self):
         """It asks 20,000 times for all values; what goes beyond the limit is refused one by one."""
@@ -443,7 +441,7 @@ class EndlessSession(SessionTest):
                                      f'instead of "{value}"\n')
 
 
-@unittest.skipUnless(CALLGRIND, "needs valgrind")
+@unittest.skipUnless(CALLGRIND, "needs valgrind, and programs without sanitizers")
 class ValueThatCostsMoreThanItsLengthTest(unittest.TestCase):
     """Sends a value that is slow to take out of all proportion to its length."""
 

@@ -4,15 +4,7 @@
 
 #include <cstddef>
 
-#if defined(__SANITIZE_ADDRESS__)
-#define KUB_OTHER_HEAP
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define KUB_OTHER_HEAP
-#endif
-#endif
-
-#ifdef KUB_OTHER_HEAP
+#ifdef KUB_SANITIZED
 
 bool costs::CountsAllocations()
 {

@@ -69,6 +69,7 @@ TEST(LibraryFile, NeedsNothingElseButQtAndTheLanguagesLibraries)
     }
 }
 
+#ifndef KUB_SANITIZED // which pads every object with addresses that nothing may touch
 TEST(LibraryFile, VirtualTablesHaveThePublishedNumberOfSlots)
 {
     std::map<std::string, unsigned long> sizes;
@@ -86,6 +87,7 @@ TEST(LibraryFile, VirtualTablesHaveThePublishedNumberOfSlots)
     EXPECT_EQ(sizes["_ZTV18DM_NAPI_PluginTree"], (2 + 36) * sizeof(void *));
     EXPECT_EQ(sizes["_ZTV18DM_NAPI_PluginNode"], (2 + 25) * sizeof(void *));
 }
+#endif
 
 TEST(LibraryFile, HoldsEveryMessageToTheLetterAndNoOther)
 {

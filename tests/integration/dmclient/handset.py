@@ -15,6 +15,9 @@ from elements import order_fault
 DMCLIENT = os.environ["DMCLIENT"]
 NAPICTL = os.environ["NAPICTL"]
 PLUGIN = os.environ["PLUGIN"]
+# As the test preset of the sanitized build has it. AddressSanitizer takes terabytes of addresses: its
+# programs run neither within a limit nor under valgrind.
+SANITIZED = "ASAN_OPTIONS" in os.environ
 DEVICE_ID = "urn:test:handset"
 
 CONN = "./DevDetail/Ext/Conf/Conn/Profiles"
