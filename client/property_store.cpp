@@ -143,7 +143,7 @@ void PropertyStore::forgetServer(const QByteArray &server, const AccessControlLi
 
 namespace {
 
-bool fits(const QByteArray &bytes, qsizetype largest, QString &error)
+bool propertyFits(const QByteArray &bytes, qsizetype largest, QString &error)
 {
     if (bytes.size() > largest)
         error = QStringLiteral("more than %1 bytes").arg(largest);
@@ -151,23 +151,23 @@ bool fits(const QByteArray &bytes, qsizetype largest, QString &error)
 }
 
 /// One property as the file names it.
-struct Field {
+struct PropertyField {
     const char *name;
     QString (*get)(const PropertyStore::Properties &);
     /// False, with what the text is not in error, for a text that the property cannot have.
     bool (*set)(PropertyStore::Properties &, const QString &text, QString &error);
 };
 
-constexpr Field fields[] = {
+constexpr PropertyField propertyFields[] = {
     {"type", [](const PropertyStore::Properties &p) { return p.type; },
      [](PropertyStore::Properties &p, const QString &text, QString &error) {
          p.type = text;
-         return fits(text.toUtf8(), PropertyStore::longestType, error);
+         return propertyFits(text.toUtf8(), PropertyStore::longestType, error);
      }},
     {"title", [](const PropertyStore::Properties &p) { return QString::fromUtf8(p.title); },
      [](PropertyStore::Properties &p, const QString &text, QString &error) {
          p.title = text.toUtf8();
-         return fits(p.title, PropertyStore::longestTitle, error);
+         return propertyFits(p.title, PropertyStore::longestTitle, error);
      }},
     {"acl",
      [](const PropertyStore::Properties &p) {
@@ -175,7 +175,7 @@ constexpr Field fields[] = {
      },
      [](PropertyStore::Properties &p, const QString &text, QString &error) {
          const QByteArray bytes = text.toUtf8();
-         if (!fits(bytes, PropertyStore::longestAcl, error))
+         if (!propertyFits(bytes, PropertyStore::longestAcl, error))
              return false;
          p.acl = AccessControlList::parse(bytes, error);
          return p.acl.has_value();
@@ -206,7 +206,7 @@ constexpr Field fields[] = {
 QJsonObject toJson(const PropertyStore::Properties &properties)
 {
     QJsonObject object;
-    for (const Field &field : fields) {
+    for (const PropertyField &field : propertyFields) {
         const QString text = field.get(properties);
         // A list that was replaced with an empty one is no list that was never replaced.
         const bool isEmptyAcl = properties.acl && QLatin1String(field.name) == QLatin1String("acl");
@@ -220,11 +220,10 @@ std::optional<PropertyStore::Properties> fromJson(const QJsonObject &object, QSt
 {
     PropertyStore::Properties properties;
     for (auto entry = object.begin(); entry != object.end(); ++entry) {
-        const auto *const field =
-            std::find_if(std::begin(fields), std::end(fields), [&entry](const Field &row) {
-                return entry.key() == QLatin1String(row.name);
-            });
-        if (field == std::end(fields) || !entry.value().isString()) {
+        const auto *const field = std::find_if(
+            std::begin(propertyFields), std::end(propertyFields),
+            [&entry](const PropertyField &row) { return entry.key() == QLatin1String(row.name); });
+        if (field == std::end(propertyFields) || !entry.value().isString()) {
             error = QStringLiteral("%1 is no property with a text").arg(entry.key());
             return std::nullopt;
         }

@@ -33,7 +33,7 @@ void ExpectNmcli(const QStringList &expected, const QStringList &arguments)
 }
 
 template <std::size_t size>
-QString Text(const char (&field)[size])
+QString RecordText(const char (&field)[size])
 {
     return QString::fromUtf8(field, static_cast<qsizetype>(strnlen(field, size)));
 }
@@ -65,8 +65,8 @@ void expectNmcliShows(const std::map<std::string, NAP_PROFILE_S> &profilesByName
                                      QStringLiteral("connection"), QStringLiteral("show")});
     EXPECT_EQ(types.count(QStringLiteral("gsm")), static_cast<qsizetype>(profilesByName.size()));
     for (const auto &[name, record] : profilesByName) {
-        ExpectNmcli({Text(record.gprsAddress), Text(record.gprsAuthId),
-                     Text(record.gprsAuthPassword), Servers(record)},
+        ExpectNmcli({RecordText(record.gprsAddress), RecordText(record.gprsAuthId),
+                     RecordText(record.gprsAuthPassword), Servers(record)},
                     {QStringLiteral("-s"), QStringLiteral("-e"), QStringLiteral("no"),
                      QStringLiteral("-g"),
                      QStringLiteral("gsm.apn,gsm.username,gsm.password,ipv4.dns"),

@@ -9,7 +9,7 @@ namespace client {
 namespace {
 
 /// "type|text|format|mark|source|correlator", or "!" and what is wrong.
-std::string alert(const char *text)
+std::string fieldsOf(const char *text)
 {
     QString error;
     const auto event = parseGenericAlert(QString::fromUtf8(text), error);
@@ -24,24 +24,24 @@ std::string alert(const char *text)
 
 bool isTaken(const char *text)
 {
-    return !alert(text).starts_with("!");
+    return !fieldsOf(text).starts_with("!");
 }
 
 TEST(GenericAlert, HasATypeAndAText)
 {
-    EXPECT_EQ(alert("Reversed-Domain-Name: org.example.down=1"),
+    EXPECT_EQ(fieldsOf("Reversed-Domain-Name: org.example.down=1"),
               "Reversed-Domain-Name: org.example.down|1|chr|||");
-    EXPECT_EQ(alert("Content-Type: text/plain; charset=utf-8"),
+    EXPECT_EQ(fieldsOf("Content-Type: text/plain; charset=utf-8"),
               "Content-Type: text/plain; charset|utf-8|chr|||")
         << "the first equals sign ends the type";
-    EXPECT_EQ(alert("Content-Type: text/vnd.x+xml=a=b c"),
+    EXPECT_EQ(fieldsOf("Content-Type: text/vnd.x+xml=a=b c"),
               "Content-Type: text/vnd.x+xml|a=b c|chr|||");
 }
 
 TEST(GenericAlert, HasFieldsInFrontOfTheType)
 {
-    EXPECT_EQ(alert("mark=critical source=./A/B%20C format=int  correlator=x=7 "
-                    "Reversed-Domain-Name: org.example=-5"),
+    EXPECT_EQ(fieldsOf("mark=critical source=./A/B%20C format=int  correlator=x=7 "
+                       "Reversed-Domain-Name: org.example=-5"),
               "Reversed-Domain-Name: org.example|-5|int|critical|./A/B%20C|x=7");
 }
 
@@ -53,12 +53,12 @@ TEST(GenericAlert, OtherTypesAreRefused)
           "Content-Type: text=1", "Content-Type: /plain=1", "Content-Type: text/=1",
           "Content-Type: text/plain; a\nb=1", "Reversed-Domain-Name: org.example"})
         EXPECT_FALSE(isTaken(text)) << text;
-    EXPECT_EQ(alert("Reversed-Domain-Name: org.example"), "! there is no TYPE=TEXT");
-    EXPECT_EQ(alert(""), "! there is no TYPE=TEXT");
-    EXPECT_EQ(alert("Content-Type: text=1"),
+    EXPECT_EQ(fieldsOf("Reversed-Domain-Name: org.example"), "! there is no TYPE=TEXT");
+    EXPECT_EQ(fieldsOf(""), "! there is no TYPE=TEXT");
+    EXPECT_EQ(fieldsOf("Content-Type: text=1"),
               "! the type is written as Content-Type: text/plain or Reversed-Domain-Name: "
               "org.example.event");
-    EXPECT_EQ(alert("org.example=1"),
+    EXPECT_EQ(fieldsOf("org.example=1"),
               "! \"org.example=1\" is neither mark=, source=, format= or correlator= nor the "
               "beginning of Content-Type: or Reversed-Domain-Name:");
 }
@@ -69,15 +69,16 @@ TEST(GenericAlert, FieldsHaveValuesThatTheProtocolKnows)
     for (const char *const mark :
          {"fatal", "critical", "minor", "warning", "informational", "harmless", "indeterminate"})
         EXPECT_TRUE(isTaken(("mark=" + (mark + type)).c_str())) << mark;
-    EXPECT_EQ(alert(("mark=loud" + type).c_str()),
+    EXPECT_EQ(fieldsOf(("mark=loud" + type).c_str()),
               "! mark \"loud\" is not one of fatal, critical, minor, warning, informational, "
               "harmless, indeterminate");
-    EXPECT_EQ(alert(("format=node" + type).c_str()),
+    EXPECT_EQ(fieldsOf(("format=node" + type).c_str()),
               "! format \"node\" is not one of chr, int, bool, b64, xml");
-    EXPECT_EQ(alert(("source=./A/" + type).c_str()), "! source \"./A/\" is not the URI of a node");
-    EXPECT_EQ(alert(("source=./A?prop=Name" + type).c_str()),
+    EXPECT_EQ(fieldsOf(("source=./A/" + type).c_str()),
+              "! source \"./A/\" is not the URI of a node");
+    EXPECT_EQ(fieldsOf(("source=./A?prop=Name" + type).c_str()),
               "! source \"./A?prop=Name\" is not the URI of a node");
-    EXPECT_EQ(alert(("correlator=" + type).c_str()), "! correlator \"\" is empty");
+    EXPECT_EQ(fieldsOf(("correlator=" + type).c_str()), "! correlator \"\" is empty");
 }
 
 TEST(GenericAlert, TextFitsTheFormat)
@@ -85,7 +86,7 @@ TEST(GenericAlert, TextFitsTheFormat)
     EXPECT_TRUE(isTaken("format=b64 Content-Type: a/b=QUJD"));
     EXPECT_TRUE(isTaken("format=bool Content-Type: a/b=true"));
     EXPECT_TRUE(isTaken("format=xml Content-Type: a/b=<x/>"));
-    EXPECT_EQ(alert("format=int Content-Type: a/b=five"), "! the text is not of the format int");
+    EXPECT_EQ(fieldsOf("format=int Content-Type: a/b=five"), "! the text is not of the format int");
     EXPECT_FALSE(isTaken("format=b64 Content-Type: a/b=?"));
     EXPECT_FALSE(isTaken("format=bool Content-Type: a/b=1"));
 }
