@@ -124,6 +124,7 @@ TEST_F(PrivateStorage, FolderThatOthersCanWriteToIsRefused)
                                       ": other users can write to it; chmod go-w takes that away");
         EXPECT_TRUE(checkFolder(state));
         EXPECT_EQ(open(state + "/file", O_RDWR | O_CREAT), refusal.text());
+        EXPECT_EQ(checkFile(state + "/file").text(), refusal.text());
         EXPECT_FALSE(fs::exists(state + "/file"));
     }
     ::chmod(state.c_str(), 0755);
