@@ -230,7 +230,7 @@ std::optional<std::chrono::seconds> CommandRunner::timeForQuestion() const
 {
     if (!m_timeLeft)
         return std::nullopt;
-    return std::max(std::chrono::ceil<std::chrono::seconds>(m_timeLeft()), std::chrono::seconds(0));
+    return std::chrono::ceil<std::chrono::seconds>(m_timeLeft());
 }
 
 DmStatus CommandRunner::answerAlert(const Command &alert, std::vector<Item> &items)
