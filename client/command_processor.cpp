@@ -84,13 +84,15 @@ const CommandProcessor::ItemCommand *CommandProcessor::itemCommandOf(const Comma
 }
 
 CommandProcessor::CommandProcessor(ManagementTree &tree, const Principal &principal)
-    : m_tree(tree), m_principal(principal), m_room(mostAnswerBytes)
+    : m_tree(tree), m_principal(principal)
 {
+    beginMessage(0);
 }
 
 void CommandProcessor::beginMessage(qsizetype waitingBytes)
 {
     m_room = mostAnswerBytes - waitingBytes;
+    m_listingRoom = 2 * mostAnswerBytes;
     m_isCancelled = false;
 }
 
@@ -98,7 +100,7 @@ void CommandProcessor::run(const Command &command, std::vector<Command> &answers
 {
     const ActingFor principal(m_tree, m_principal);
     const std::size_t first = answers.size();
-    if (m_isCancelled)
+    if (isOver())
         refuse(command, DmStatus::NotExecuted, answers);
     else
         runCommand(command, answers);
@@ -147,7 +149,8 @@ void CommandProcessor::runItems(const Command &command, ItemOperation operation,
     m_results.clear();
     std::vector<DmStatus> statuses;
     for (const Item &item : command.items)
-        statuses.push_back(runItem(command, operation, item).status);
+        statuses.push_back(isOver() ? DmStatus::NotExecuted
+                                    : runItem(command, operation, item).status);
     addItemStatuses(command, statuses, answers);
     if (m_results.empty())
         return;
@@ -205,7 +208,7 @@ void CommandProcessor::runSequence(const Command &command, std::vector<Command> 
     answers.push_back(statusFor(command, DmStatus::Ok));
     bool isStopped = false;
     for (const Command &inner : command.commands) {
-        if (isStopped || m_isCancelled)
+        if (isStopped || isOver())
             refuse(inner, DmStatus::NotExecuted, answers);
         else if (inner.kind == CommandKind::Alert && inner.cmdId)
             isStopped = stopsSequence(inner, runAlert(inner, answers));
@@ -280,6 +283,7 @@ bool CommandProcessor::runParts(const std::vector<Command> &commands, AtomicPart
 {
     bool goesOn = true;
     for (const Command &command : commands) {
+        goesOn = goesOn && !isOver();
         if (goesOn)
             goesOn = runPart(command, parts);
         else
@@ -367,6 +371,7 @@ bool CommandProcessor::runPartOfItems(const ItemCommand &operation, AtomicPart &
     }
     bool goesOn = true;
     for (const Item &item : command.items) {
+        goesOn = goesOn && !isOver();
         const DmStatus status =
             goesOn ? runItem(command, operation.run, item).status : DmStatus::NotExecuted;
         goesOn = goesOn && succeeded(status);
@@ -606,6 +611,16 @@ Outcome CommandProcessor::queue(std::vector<Item> items)
     return {};
 }
 
+std::optional<std::vector<ListedNode>> CommandProcessor::list(const TreeNode &node,
+                                                              ManagementTree::Values values)
+{
+    const qsizetype most = std::min(m_room, m_listingRoom);
+    qsizetype left = most;
+    auto listing = m_tree.list(node, values, left);
+    m_listingRoom -= most - left;
+    return listing;
+}
+
 Outcome CommandProcessor::getValue(const TreeNode &node, const QString &uri)
 {
     if (!node.isLeaf()) {
@@ -640,7 +655,7 @@ Outcome CommandProcessor::getListing(const TreeNode &node, const QString &kind, 
     if (const Outcome right = m_tree.mayGet(node); !right)
         return right;
     const auto values = withValues ? ManagementTree::Values::Read : ManagementTree::Values::Omit;
-    const auto listing = m_tree.list(node, values, m_room);
+    const auto listing = list(node, values);
     if (!listing)
         return answersTooLarge();
     std::vector<Item> items;
@@ -670,7 +685,7 @@ Outcome CommandProcessor::getSerialised(const TreeNode &node, const QString &req
     Meta meta;
     meta.format = QStringLiteral("xml");
     meta.type = QString::fromLatin1(tndsMediaType);
-    const auto listing = m_tree.list(node, values, m_room);
+    const auto listing = list(node, values);
     const auto document = listing ? tndsDocument(m_tree, *listing, *content, m_room) : std::nullopt;
     return document ? queue({resultItem(uri, meta, *document)}) : answersTooLarge();
 }

@@ -38,21 +38,29 @@ public:
     /// Without a check they always can.
     void setAtomicAnswerCheck(AnswerCheck check) { m_atomicAnswerCheck = std::move(check); }
 
+    /// Says whether nothing more is to be run. Asked before every command and every item.
+    using EndCheck = std::function<bool()>;
+    /// Without a check everything is run.
+    void setEndCheck(EndCheck check) { m_endCheck = std::move(check); }
+
     /// Begins the commands of another message of the server.
     /// @param waitingBytes  of earlier answers that were not sent yet, as answerBytes counts them
     void beginMessage(qsizetype waitingBytes);
-    /// Whether the user has cancelled an alert of this message: nothing more of it is run.
-    bool isCancelled() const { return m_isCancelled; }
+    /// Whether nothing more of this message is run: the user has cancelled an alert of it, or the
+    /// end has come.
+    bool isOver() const { return m_isCancelled || (m_endCheck && m_endCheck()); }
 
     /// Runs the command and appends what answers it. Items of one command are independent of each
     /// other. When all of them end alike one Status stands for all, otherwise each has its own.
     /// Nothing answers a Status or a Results.
     ///
     /// Results beyond mostAnswerBytes, with what waits and with the answers to the other commands
-    /// of the message, are not made: 413.
+    /// of the message, are not made: 413. Nor are listings of a message for which more than twice
+    /// as much has been read, refused ones included.
     ///
     /// An alert to the user that does not end with 200 stops its Sequence: the rest is 215. When
-    /// the user cancels one (214), every command of the message that has not run is 215.
+    /// the user cancels one (214), or the end has come, every command and item of the message that
+    /// has not run is 215.
     ///
     /// An Atomic runs until its first failure: that one has its own status, what stands behind it
     /// 215, and what stands before it is taken back: 216 where the tree is as it was, 516 where it
@@ -122,6 +130,10 @@ private:
     Outcome execute(const syncml::Command &command, const syncml::Item &item);
     Outcome get(const syncml::Command &command, const syncml::Item &item);
 
+    /// What is at the node and beneath it; none when there is no room for it.
+    std::optional<std::vector<ListedNode>> list(const TreeNode &node,
+                                                ManagementTree::Values values);
+
     /// Puts the items into m_results, as far as there is room for all of them: 413 otherwise.
     Outcome queue(std::vector<syncml::Item> items);
 
@@ -143,8 +155,10 @@ private:
     AlertHandler m_alertHandler;
     OutcomeListener m_outcomeListener;
     AnswerCheck m_atomicAnswerCheck;
+    EndCheck m_endCheck;
     std::vector<syncml::Item> m_results; ///< of the Get that runs
-    qsizetype m_room;                    ///< bytes of answers that may still be made
+    qsizetype m_room = 0;                ///< bytes of answers that may still be made
+    qsizetype m_listingRoom = 0;         ///< bytes that may still be read for listings
     bool m_isCancelled = false;
 };
 

@@ -434,7 +434,7 @@ bool ManagementTree::isReadable(const EffectiveAcl &acl) const
 /// A listing that is being made, and what may still be added.
 class ManagementTree::Listing {
 public:
-    explicit Listing(qsizetype mostBytes) : m_room(mostBytes) {}
+    explicit Listing(qsizetype room) : m_room(room) {}
 
     void add(ListedNode node)
     {
@@ -445,6 +445,7 @@ public:
             m_nodes.push_back(std::move(node));
     }
     bool isFull() const { return m_room < 0; }
+    qsizetype room() const { return std::max<qsizetype>(m_room, 0); }
     std::vector<ListedNode> &nodes() { return m_nodes; }
 
 private:
@@ -454,13 +455,14 @@ private:
 
 std::vector<ListedNode> ManagementTree::list(const TreeNode &start, Values values) const
 {
-    return *list(start, values, std::numeric_limits<qsizetype>::max());
+    qsizetype room = std::numeric_limits<qsizetype>::max();
+    return *list(start, values, room);
 }
 
 std::optional<std::vector<ListedNode>> ManagementTree::list(const TreeNode &start, Values values,
-                                                            qsizetype mostBytes) const
+                                                            qsizetype &room) const
 {
-    Listing listing(mostBytes);
+    Listing listing(room);
     const EffectiveAcl acl = effectiveAcl(start.uri());
     if (isReadable(acl)) {
         ListedNode top{start, 0, std::nullopt};
@@ -469,13 +471,14 @@ std::optional<std::vector<ListedNode>> ManagementTree::list(const TreeNode &star
         listing.add(std::move(top));
     }
     listBeneath(start, acl, 1, values, listing);
+    room = listing.room();
     return listing.isFull() ? std::nullopt : std::optional(std::move(listing.nodes()));
 }
 
 void ManagementTree::listBeneath(const TreeNode &node, const EffectiveAcl &acl, int depth,
                                  Values values, Listing &listing) const
 {
-    if (node.isLeaf() || isOnlyListed(node.uri()))
+    if (node.isLeaf() || isOnlyListed(node.uri()) || listing.isFull())
         return;
     const std::map<QByteArray, DmtData> bulk =
         values == Values::Read ? leafValues(node) : std::map<QByteArray, DmtData>();

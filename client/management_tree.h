@@ -142,10 +142,11 @@ public:
     /// may not be read. The leaves of a node are read in one call; when that fails, one by one, so
     /// that one unreadable leaf hides no other.
     std::vector<ListedNode> list(const TreeNode &start, Values values) const;
-    /// @return none when the listing would take more bytes, addresses and values counted and
-    ///         bytesBesideTexts for each node; no more than that is read then
+    /// @param room  bytes that the listing may take, addresses and values counted and
+    ///              bytesBesideTexts for each node; becomes what is left of them
+    /// @return none when it would take more; no more than that is read then
     std::optional<std::vector<ListedNode>> list(const TreeNode &start, Values values,
-                                                qsizetype mostBytes) const;
+                                                qsizetype &room) const;
 
     // ---- Changing
 

@@ -83,7 +83,7 @@ void CommandRunner::runCommand(const Command &command, Commands &answers)
     const bool hasValues = command.kind == CommandKind::Add || command.kind == CommandKind::Replace;
     const bool hasChunk = std::ranges::any_of(command.items, &Item::moreData);
     const bool concernsObject = hasValues && (hasChunk || m_object.isReceiving());
-    if (command.cmdId && concernsObject && !m_processor.isCancelled()) {
+    if (command.cmdId && concernsObject && !m_processor.isOver()) {
         runItems(command, answers);
         return;
     }

@@ -39,6 +39,12 @@ public:
         m_processor.setAtomicAnswerCheck(std::move(check));
     }
 
+    /// See CommandProcessor::setEndCheck.
+    void setEndCheck(CommandProcessor::EndCheck check)
+    {
+        m_processor.setEndCheck(std::move(check));
+    }
+
     /// How long the session may still take, which no question to the user outlasts; without it a
     /// question takes as long as the server allows.
     void setTimeLeft(std::function<std::chrono::milliseconds()> timeLeft)

@@ -71,6 +71,7 @@ Session::Session(const Account &account, ManagementTree &tree, Transport &transp
     m_runner.setAtomicAnswerCheck(
         [this](const std::vector<Command> &answers) { return canBeSent(answers); });
     m_runner.setTimeLeft([this] { return timeLeft(); });
+    m_runner.setEndCheck([this] { return isAbortRequested() || isOverTime(); });
 }
 
 // ---- Course of the session -----------------------------------------------------------------------
@@ -105,15 +106,25 @@ void Session::exchangeMessages()
 }
 
 /// Ends the session when the user wants that, or when its time is over.
-bool Session::endsEarly(bool isOverTime)
+bool Session::endsEarly(bool isExchangeOverTime)
 {
-    if (m_options.isAbortRequested && m_options.isAbortRequested())
+    if (isAbortRequested())
         abort(SessionEnd::Kind::AbortedHere, QStringLiteral("aborted by the user"));
-    else if (isOverTime || timeLeft() <= std::chrono::milliseconds::zero())
+    else if (isExchangeOverTime || isOverTime())
         abort(SessionEnd::Kind::Failed,
               QStringLiteral("no end after %1 s")
                   .arg(static_cast<double>(m_options.timeLimit.count()) / 1000));
     return !m_isRunning;
+}
+
+bool Session::isAbortRequested() const
+{
+    return m_options.isAbortRequested && m_options.isAbortRequested();
+}
+
+bool Session::isOverTime() const
+{
+    return timeLeft() <= std::chrono::milliseconds::zero();
 }
 
 std::chrono::milliseconds Session::timeLeft() const

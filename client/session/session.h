@@ -88,7 +88,7 @@ public:
 private:
     // ---- Course of the session
     void exchangeMessages();
-    bool endsEarly(bool isOverTime = false);
+    bool endsEarly(bool isExchangeOverTime = false);
     void receive(const TransportResponse &response);
     void receive(const TransportResponse &response, const syncml::Message &message);
     void refuseMessage(const syncml::DecodeError &error);
@@ -106,6 +106,8 @@ private:
     /// None when the message cannot be sent, which ends the session.
     std::optional<TransportResult> sendNextMessage(Purpose purpose);
     syncml::SyncHdr nextHeader();
+    bool isAbortRequested() const;
+    bool isOverTime() const;
     std::chrono::milliseconds timeLeft() const;
     bool keepNonces();
 

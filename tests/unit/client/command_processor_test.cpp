@@ -383,6 +383,54 @@ TEST_F(UserInASequenceTest, CancellingStopsTheWholeMessage)
               "g200 t507 q214 a215 b215");
 }
 
+// ---- The end of a session ------------------------------------------------------------------------
+
+class EndTest : public UserInASequenceTest {
+protected:
+    /// The statuses of a message when the end comes before the item or command of that number.
+    std::string runUntil(int end, const std::vector<Command> &message)
+    {
+        std::string statuses;
+        int asked = 0;
+        CommandProcessor processor(tree);
+        processor.setEndCheck([&] { return ++asked >= end; });
+        for (const Command &command : message) {
+            std::vector<Command> answers;
+            processor.run(command, answers);
+            for (const Command &answered : answers)
+                if (answered.kind == CommandKind::Status)
+                    statuses += (statuses.empty() ? "" : " ") + answered.cmdRef->toStdString() +
+                                answered.data->toStdString();
+        }
+        return statuses;
+    }
+};
+
+TEST_F(EndTest, NeitherItemsNorCommandsAreRunAfterIt)
+{
+    const Item office = target(profileUri("Office/Addr"));
+    const Command get = command(CommandKind::Get, {office, office, office}, "a");
+    EXPECT_EQ(runUntil(4, {get, remove("b")}), "a200 a200 a215 b215");
+    EXPECT_EQ(runUntil(1, {get, remove("b")}), "a215 b215");
+    EXPECT_EQ(runUntil(4, {sequence({remove("a"), remove("b")}), remove("c")}),
+              "g200 a404 b215 c215");
+}
+
+TEST_F(EndTest, AnAtomicThatItInterruptsIsTakenBack)
+{
+    const auto replace = [](const char *cmdId, const char *value) {
+        return command(CommandKind::Replace, {target(profileUri("Office/Addr"), value)}, cmdId);
+    };
+    const std::string before = read(profile("Office/Addr"));
+    EXPECT_EQ(
+        runUntil(4, {group(CommandKind::Atomic, {replace("a", "x"), replace("b", "y")}, "t")}),
+        "t507 a216 b215");
+    EXPECT_EQ(
+        runUntil(3, {group(CommandKind::Atomic, {replace("a", "x"), replace("b", "y")}, "t")}),
+        "t507 a215 b215");
+    EXPECT_EQ(read(profile("Office/Addr")), before);
+}
+
 // ---- The room for answers ------------------------------------------------------------------------
 
 class AnswerRoomTest : public CommandProcessorTest {
@@ -442,6 +490,24 @@ TEST_F(AnswerRoomTest, AListingThatIsTooLargeIsNotReadToItsEnd)
         EXPECT_LT(std::ranges::count_if(
                       memory->calls, [](const auto &call) { return call.starts_with("read all"); }),
                   30);
+    }
+}
+
+TEST_F(AnswerRoomTest, RefusedListingsAreNotReadAgainAndAgain)
+{
+    for (int i = 0; i < 5; ++i)
+        memory->addLeaf(("Home/Long" + std::to_string(i)).c_str(),
+                        DmtData(QByteArray(1000 * 1000, 'x').constData()));
+    for (const char *const list : {"?list=StructData", "?list=TNDS"}) {
+        memory->calls.clear();
+        processor.beginMessage(0);
+        for (int i = 0; i < 100; ++i)
+            EXPECT_EQ(get(profileUri("Home") + list), "413");
+        EXPECT_LE(std::ranges::count(memory->calls, "read all Home"), 3) << list;
+        EXPECT_EQ(get(profileUri("Office/Addr")), "200") << "which is no listing";
+        EXPECT_EQ(get(profileUri("Office?list=Struct")), "413");
+        processor.beginMessage(0);
+        EXPECT_EQ(get(profileUri("Office?list=Struct")), "200") << "in the next message";
     }
 }
 
