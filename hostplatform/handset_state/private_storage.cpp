@@ -1,12 +1,13 @@
 #include "private_storage.h"
 
 #include <cerrno>
-#include <cstdlib>
+#include <climits>
 #include <cstring>
 #include <fcntl.h>
-#include <memory>
+#include <grp.h>
 #include <pwd.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace handset_state {
@@ -58,29 +59,97 @@ const char *nameIn(const std::string &path)
 
 // ---- What lies above a state directory -----------------------------------------------------------
 
-/// Whether somebody else could put another file or folder in the place of what the path names.
-Refusal checkPlace(const std::string &path)
+/// As many links as the kernel follows.
+constexpr int mostLinks = 40;
+
+/// Whether a folder's group is its owner's private one, which nobody else is in.
+bool isPrivateGroup(const std::string &folder, const struct stat &status)
 {
-    struct stat folder = {};
-    struct stat entry = {};
-    if (Refusal refusal = look(folderOf(path), folder, 0))
-        return refusal;
-    if (Refusal refusal = look(path, entry, AT_SYMLINK_NOFOLLOW))
-        return refusal;
-    if ((folder.st_mode & S_IWOTH) == 0)
-        return {};
-    if ((folder.st_mode & S_ISVTX) == 0)
-        return refuse(path, "everybody can write to " + folderOf(path) +
-                                " and put something else in its place");
-    // What others made there, they can change; a link of theirs leads where they want.
-    if (entry.st_uid != ::geteuid() && entry.st_uid != folder.st_uid)
-        return refuseOwner(path, entry.st_uid);
-    return {};
+    // Below an access list the group's bits are those of all whom the list names.
+    if (::getxattr(folder.c_str(), "system.posix_acl_access", nullptr, 0) >= 0)
+        return false;
+    const passwd *const owner = ::getpwuid(status.st_uid);
+    const group *const members = ::getgrgid(status.st_gid);
+    if (owner == nullptr || members == nullptr || owner->pw_gid != status.st_gid ||
+        std::strcmp(owner->pw_name, members->gr_name) != 0)
+        return false;
+    for (char **member = members->gr_mem; *member != nullptr; ++member)
+        if (std::strcmp(*member, owner->pw_name) != 0)
+            return false;
+    return true;
 }
 
-/// Checks an absolute path from the root down, and makes what is missing.
+/// Whether a user can exchange everything anyway: root, who has another number in a user namespace
+/// that does not know it, but owns the root folder there, too.
+bool isSystem(uid_t user)
+{
+    struct stat root = {};
+    return user == 0 || (::stat("/", &root) == 0 && user == root.st_uid);
+}
+
+/// Whether somebody else than root could put another file or folder in the place of what the path
+/// names.
+/// @param entry  what the path names
+Refusal checkPlace(const std::string &path, const struct stat &entry)
+{
+    // Whoever owns a folder can exchange what is in it, and a link leads where its owner wants.
+    if (entry.st_uid != ::geteuid() && !isSystem(entry.st_uid))
+        return refuseOwner(path, entry.st_uid);
+    const std::string folder = folderOf(path);
+    struct stat status = {};
+    if (Refusal refusal = look(folder, status, 0))
+        return refusal;
+    if ((status.st_mode & S_ISVTX) != 0)
+        return {};
+    const bool isGroups = (status.st_mode & S_IWGRP) != 0 && !isPrivateGroup(folder, status);
+    if ((status.st_mode & S_IWOTH) == 0 && !isGroups)
+        return {};
+    const std::string who = (status.st_mode & S_IWOTH) != 0 ? "everybody" : "a group";
+    return refuse(path, who + " can write to " + folder + " and put something else in its place");
+}
+
+/// What a link says, as an absolute path.
+std::string targetOf(const std::string &link)
+{
+    char target[PATH_MAX];
+    const ssize_t length = ::readlink(link.c_str(), target, sizeof target);
+    const std::string text(target, length < 0 ? 0 : static_cast<std::size_t>(length));
+    return text.rfind('/', 0) == 0 ? text : folderOf(link) + '/' + text;
+}
+
+Refusal checkPath(const std::string &path, int &linksLeft);
+
+/// Checks one name of a path, and all that the path leads through where the name is a link.
+/// @param linksLeft  how many links may still be followed
+Refusal checkPart(const std::string &part, int &linksLeft)
+{
+    struct stat entry = {};
+    if (Refusal refusal = look(part, entry, AT_SYMLINK_NOFOLLOW))
+        return refusal;
+    if (Refusal refusal = checkPlace(part, entry))
+        return refusal;
+    if (!S_ISLNK(entry.st_mode))
+        return {};
+    if (linksLeft-- == 0)
+        return refuse(part, ELOOP);
+    return checkPath(targetOf(part), linksLeft);
+}
+
+/// Checks an absolute path from the root down.
+Refusal checkPath(const std::string &path, int &linksLeft)
+{
+    for (std::size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
+        if (Refusal refusal = checkPart(path.substr(0, end), linksLeft))
+            return refusal;
+        if (end == std::string::npos)
+            return {};
+    }
+}
+
+/// Checks an absolute path likewise, and makes what is missing.
 Refusal makePath(const std::string &path)
 {
+    int linksLeft = mostLinks;
     for (std::size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
         const std::string part = path.substr(0, end);
         if (::mkdir(part.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
@@ -89,7 +158,7 @@ Refusal makePath(const std::string &path)
             if (::access(part.c_str(), F_OK) != 0)
                 return refuseToMake(part, error);
         }
-        if (Refusal refusal = checkPlace(part))
+        if (Refusal refusal = checkPart(part, linksLeft))
             return refusal;
         if (end == std::string::npos)
             return {};
@@ -158,13 +227,6 @@ Refusal makeStateDirectory(const std::string &path)
 {
     if (Refusal refusal = makePath(path))
         return refusal;
-    const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
-                                                           &std::free);
-    if (!real)
-        return refuse(path, errno);
-    if (path != real.get())
-        if (Refusal refusal = makePath(real.get()))
-            return refusal;
     return checkFolder(path);
 }
 

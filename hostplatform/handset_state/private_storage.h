@@ -17,8 +17,8 @@ struct Refusal {
 };
 
 /// Makes a state directory and the missing ones above it, mode 0700, and checks it: it belongs to
-/// this user, nobody else can write to it, and nobody else can put another in its place. It may be
-/// a symbolic link of this user's.
+/// this user, nobody else can write to it, and nobody but root can put another in its place. It may
+/// be a symbolic link of this user's or of root's.
 /// @param path  absolute
 Refusal makeStateDirectory(const std::string &path);
 

@@ -132,6 +132,37 @@ class AFolderMadeFirst(PublicPlace):
                 self.assertEqual(mode & 0o077, 0, os.path.join(folder, name))
 
 
+class AFolderAboveOfTheAttackers(PublicPlace):
+    """The state directory lies in a folder that the attacker owns, or whose group they are in."""
+
+    def setUp(self):
+        super().setUp()
+        os.chmod(self.place, 0o755)
+        self.above = os.path.join(self.place, "above")
+        self.state = os.path.join(self.above, "handset")
+        os.makedirs(self.state, 0o700)
+
+    def test_a_state_directory_that_was_exchanged_for_a_link_is_refused(self):
+        """A link that the attacker put in its place sends no file into another of the user's
+        folders."""
+        os.chown(self.above, OTHER_USER, -1)
+        as_another_user(lambda: (os.rename(self.state, self.state + "-before"),
+                                 os.symlink(self.private, self.state)))
+        self.assert_refused(self.above, "it belongs to nobody, not to root")
+        self.assertEqual(os.listdir(self.private), [])
+
+    def test_a_state_directory_that_could_be_exchanged_is_refused(self):
+        """Nothing is stored that the attacker could put aside later."""
+        if os.geteuid() != 0:
+            self.skipTest("needs root, to give files to a second user")
+        os.chown(self.above, OTHER_USER, -1)
+        self.assert_refused(self.above, "it belongs to nobody, not to root")
+        os.chown(self.above, 0, OTHER_USER)
+        os.chmod(self.above, 0o775)
+        self.assert_refused(self.state, f"a group can write to {self.above}")
+        self.assertEqual(os.listdir(self.state), [])
+
+
 class AFolderThatOthersCanWriteTo(PublicPlace):
     """The owner's own state directory, with modes that let others in."""
 

@@ -7,9 +7,12 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <grp.h>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <pwd.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include "child_process.h"
@@ -93,6 +96,11 @@ protected:
             ::close(opened);
         EXPECT_EQ(opened >= 0, !refusal);
         return refusal ? refusal.text() : "opened";
+    }
+    static gid_t nobodysGroup()
+    {
+        const passwd *const nobody = ::getpwnam("nobody");
+        return nobody == nullptr ? 65534 : nobody->pw_gid;
     }
     static void write(const std::string &path) { std::ofstream(path) << "x"; }
 
@@ -180,6 +188,89 @@ TEST_F(PrivateStorage, LinkOfAnotherUserInAPublicPlaceIsNotFollowed)
         GTEST_SKIP() << "needs root, to give files to another user";
     EXPECT_EQ(makeStateDirectory(link).text(),
               "cannot use " + link + ": it belongs to nobody, not to root");
+}
+
+TEST_F(PrivateStorage, PathThroughAFolderThatAnotherUserCouldExchangeIsRefused)
+{
+    fs::create_directories(state);
+    ::chmod(root.c_str(), 0755);
+    if (!giveAway(root + "/a"))
+        GTEST_SKIP() << "needs root, to give files to another user";
+    for (const unsigned mode : {0755U, 0555U, 01777U}) {
+        ::chmod((root + "/a").c_str(), mode);
+        EXPECT_EQ(makeStateDirectory(state).text(),
+                  "cannot use " + root + "/a: it belongs to nobody, not to root");
+        EXPECT_TRUE(makeStateDirectory(state + "/below/it"));
+        EXPECT_FALSE(fs::exists(state + "/below"));
+    }
+}
+
+TEST_F(PrivateStorage, FolderInAPlaceWhereAGroupCouldPutAnotherIsRefused)
+{
+    fs::create_directories(state);
+    if (::chown((root + "/a").c_str(), ::geteuid(), nobodysGroup()) != 0)
+        GTEST_SKIP() << "needs root, to give files to another group";
+    ::chmod((root + "/a").c_str(), 0775);
+    EXPECT_EQ(makeStateDirectory(state).text(), "cannot use " + state + ": a group can write to " +
+                                                    root +
+                                                    "/a and put something else in its place");
+    ::chmod((root + "/a").c_str(), 01775);
+    EXPECT_FALSE(makeStateDirectory(state)) << "as in /tmp, others cannot take its place";
+    ::chmod((root + "/a").c_str(), 0755);
+    EXPECT_FALSE(makeStateDirectory(state)) << "the group can only read";
+}
+
+TEST_F(PrivateStorage, PrivateGroupOfTheOwnerMayWrite)
+{
+    const passwd *const user = ::getpwuid(::geteuid());
+    const group *const own = user == nullptr ? nullptr : ::getgrgid(user->pw_gid);
+    if (own == nullptr || std::string(own->gr_name) != user->pw_name || own->gr_mem[0] != nullptr)
+        GTEST_SKIP() << "this user has no private group";
+    fs::create_directories(state);
+    ASSERT_EQ(::chown((root + "/a").c_str(), ::geteuid(), user->pw_gid), 0);
+    ::chmod((root + "/a").c_str(), 02775);
+    EXPECT_FALSE(makeStateDirectory(state)) << makeStateDirectory(state).text();
+
+    // An entry for another user in an access list, and its mask in place of the group's bits.
+    constexpr unsigned char list[] = {2,    0,    0,    0, //
+                                      0x01, 0,    7,    0,    0xff, 0xff, 0xff, 0xff, 0x02, 0,
+                                      7,    0,    0xfe, 0xff, 0,    0,    0x04, 0,    5,    0,
+                                      0xff, 0xff, 0xff, 0xff, 0x10, 0,    7,    0,    0xff, 0xff,
+                                      0xff, 0xff, 0x20, 0,    5,    0,    0xff, 0xff, 0xff, 0xff};
+    if (::setxattr((root + "/a").c_str(), "system.posix_acl_access", list, sizeof list, 0) != 0)
+        GTEST_SKIP() << "this file system has no access lists";
+    EXPECT_TRUE(makeStateDirectory(state));
+}
+
+TEST_F(PrivateStorage, LinkOfAnotherUserIsNotFollowedAnywhere)
+{
+    fs::create_directories(root + "/mine/state");
+    ::chmod(root.c_str(), 0755);
+    fs::create_directory_symlink(root + "/mine", root + "/link");
+    EXPECT_FALSE(makeStateDirectory(root + "/link/state"));
+    if (!giveAway(root + "/link"))
+        GTEST_SKIP() << "needs root, to give files to another user";
+    for (const std::string &path : {root + "/link", root + "/link/state"})
+        EXPECT_EQ(makeStateDirectory(path).text(),
+                  "cannot use " + root + "/link: it belongs to nobody, not to root");
+}
+
+TEST_F(PrivateStorage, EveryLinkOfAChainIsCheckedWithItsPlace)
+{
+    fs::create_directories(root + "/mine");
+    fs::create_directories(root + "/public");
+    fs::create_directory_symlink("../mine", root + "/public/second");
+    fs::create_directory_symlink("public/second", root + "/first");
+    EXPECT_FALSE(makeStateDirectory(root + "/first"));
+    ::chmod((root + "/public").c_str(), 0777);
+    EXPECT_EQ(makeStateDirectory(root + "/first").path, root + "/public/second");
+}
+
+TEST_F(PrivateStorage, LinksInACircleAreRefused)
+{
+    fs::create_directory_symlink("b", root + "/a");
+    fs::create_directory_symlink("a", root + "/b");
+    EXPECT_EQ(makeStateDirectory(root + "/a").error, ELOOP);
 }
 
 TEST_F(PrivateStorage, LinkLeadsThroughAPlaceThatIsCheckedToo)
