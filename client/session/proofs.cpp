@@ -191,6 +191,7 @@ DmStatus ServerVerifier::check(const TransportResponse &response, const SyncHdr 
     if (m_isAcceptedForSession)
         return DmStatus::Authenticated;
     m_isProved = isProved(response, header);
+    m_hasProvedAMessage = m_hasProvedAMessage || m_isProved;
     m_failures = m_isProved ? 0 : m_failures + 1;
     if (!m_isProved || m_credentials.type != AuthType::Basic) {
         m_nonce = freshNonce();
@@ -216,7 +217,8 @@ bool ServerVerifier::acceptsEmpty(const TransportResponse &response) const
 {
     if (!isAsked() || m_isAcceptedForSession)
         return true;
-    return m_credentials.type == AuthType::Hmac && isProved(response, SyncHdr());
+    // A message names its session, and nothing in an empty answer does.
+    return m_hasProvedAMessage && isProved(response, SyncHdr());
 }
 
 void ServerVerifier::challengeGoesOut()

@@ -81,7 +81,8 @@ public:
     /// What the last check has shown.
     ServerTrust trust() const;
     /// Whether an answer without a message may end the session: not as long as the server has yet
-    /// to prove itself, which by HMAC it has to do with each answer.
+    /// to prove itself, which by HMAC it has to do with each answer. As the first answer of a
+    /// session it may not: its proof could be that of another session's end.
     bool acceptsEmpty(const TransportResponse &response) const;
     /// What goes into the Status of that message's header, so that the server can prove itself the
     /// next time; none when nothing has to be proved.
@@ -104,6 +105,7 @@ private:
     std::optional<syncml::Chal> m_challenge;
     bool m_isAcceptedForSession = false;
     bool m_isProved = false; ///< by the last message
+    bool m_hasProvedAMessage = false;
     int m_failures = 0;
 };
 

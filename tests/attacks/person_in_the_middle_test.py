@@ -13,12 +13,24 @@ ADDRESS = "./DevDetail/Ext/Conf/Conn/Profiles/Office/Addr"
 CHANGE = replace(ADDRESS, "evil.example")
 
 
+NONCE = base64.b64encode(b"nonce").decode()
+
+
+def proved_by_hmac(body, nonce=b"nonce"):
+    return body, {"x-syncml-hmac": proofs.hmac_header("dm.example", "ServerSecret", nonce, body)}
+
+
 class Attack(SessionTest):
     def attack(self, *replies, client="none", server="none", **fields):
         """One session of account Test with somebody who gives these answers."""
+        self.handset.dmclient("account", "remove", "Test")
+        self.add_account("http://127.0.0.1:1/", client, server, **fields)
+        return self.attack_again(*replies)
+
+    def attack_again(self, *replies):
+        """The next session of the same account, with the nonces that the last one has left."""
         with HostileServer(*replies) as middle:
-            self.handset.dmclient("account", "remove", "Test")
-            self.add_account(middle.url, client, server, **fields)
+            self.handset.dmclient("account", "set", "Test", "address=" + middle.url)
             result = self.handset.dmclient("session", "Test")
         self.requests = middle.requests
         self.lines = result.stdout.decode().splitlines()
@@ -63,16 +75,37 @@ class RepeatedMessages(Attack):
         recorded = []
 
         def proved(request):
-            body = message(request.session_id, "1", header_status(200), get("./DevInfo/Man"))
-            mac = proofs.hmac_header("dm.example", "ServerSecret", b"nonce", body)
-            recorded.append((body, {"x-syncml-hmac": mac}))
+            recorded.append(proved_by_hmac(message(request.session_id, "1", header_status(200),
+                                                   get("./DevInfo/Man"))))
             return recorded[0]
 
-        nonce = {"server-nonce": base64.b64encode(b"nonce").decode()}
-        self.attack(proved, b"", server="hmac", **nonce)
+        self.attack(proved, b"", server="hmac", **{"server-nonce": NONCE})
         self.assertEqual(self.requests[1].statuses(), [200, 200])
         status = self.attack(lambda _: recorded[0], server="hmac")
         self.assert_failed(status, "the server answers for session")
+
+    def test_the_proved_end_of_a_session_does_not_end_the_next_one(self):
+        """By HMAC an empty answer ends a session; it is recorded and is the only answer of the next
+        ones."""
+        recorded = []
+
+        def first(request):
+            return proved_by_hmac(message(request.session_id, "1", header_status(200),
+                                          get("./DevInfo/Man")))
+
+        def last(request):
+            recorded.append(proved_by_hmac(b"", base64.b64decode(request.nonce())))
+            return recorded[0]
+
+        status = self.attack(first, last, server="hmac", **{"server-nonce": NONCE})
+        self.assertEqual(status, SUCCESS, "\n".join(self.lines))
+        for _ in range(2):
+            self.assert_failed(self.attack_again(recorded[0]), "the server did not prove who it is")
+
+    def test_an_empty_answer_proved_with_the_nonce_of_the_account_is_not_a_session(self):
+        """The proof says of no session that it belongs to it."""
+        status = self.attack(proved_by_hmac(b""), server="hmac", **{"server-nonce": NONCE})
+        self.assert_failed(status, "the server did not prove who it is")
 
 
 class Downgrade(Attack):
@@ -154,12 +187,10 @@ class UnprovedMessages(Attack):
 
     def test_with_hmac_an_empty_answer_in_the_middle_is_not_the_end(self):
         def proved(request):
-            body = message(request.session_id, "1", header_status(200), get("./DevInfo/Man"))
-            return body, {"x-syncml-hmac": proofs.hmac_header("dm.example", "ServerSecret",
-                                                               b"nonce", body)}
+            return proved_by_hmac(message(request.session_id, "1", header_status(200),
+                                          get("./DevInfo/Man")))
 
-        nonce = {"server-nonce": base64.b64encode(b"nonce").decode()}
-        self.assert_failed(self.attack(proved, b"", server="hmac", **nonce),
+        self.assert_failed(self.attack(proved, b"", server="hmac", **{"server-nonce": NONCE}),
                            "the server did not prove who it is")
 
     def test_a_nonce_from_somebody_else_does_not_replace_the_good_one(self):

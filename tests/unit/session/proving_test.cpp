@@ -657,6 +657,18 @@ TEST_P(Proving, EmptyAnswerHasAnHmacOfItsOwn)
         << "its nonce is not that of the last challenge";
 }
 
+TEST_P(Proving, EmptyAnswerIsNotTakenBeforeTheServerProvedAMessageOfTheSession)
+{
+    serverProves(AuthType::Hmac, "S0");
+    server.replies([](const TransportRequest &request) {
+        const QByteArray mac = hmacProof(serverIdentity, "S0", {});
+        return TransportResponse{{}, {}, formatHmacHeader({serverIdentity.name, mac}), request.url};
+    });
+    const SessionEnd end = run();
+    EXPECT_EQ(end.kind, Kind::Failed) << "it may be the end of the last session, once more";
+    EXPECT_EQ(end.reason, QStringLiteral("the server did not prove who it is"));
+}
+
 // ---- Nonces for the next session -----------------------------------------------------------------
 
 TEST_P(Proving, NonceForTheServerIsKeptBeforeTheServerHearsOfIt)
