@@ -10,6 +10,7 @@
 #include "commands.h"
 #include "console.h"
 #include "profile_fields.h"
+#include "support/standard_streams.h"
 
 namespace {
 
@@ -264,6 +265,7 @@ ExitStatus runCommandLine(const QStringList &arguments)
 
 int main(int argc, char *argv[])
 {
+    support::occupyClosedStandardStreams();
     const QCoreApplication application(argc, argv);
     for (int index = 1; index < argc; ++index) {
         if (!QUtf8StringView(argv[index]).isValidUtf8())

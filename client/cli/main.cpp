@@ -1,5 +1,6 @@
 #include "cli/command_table.h"
 #include "cli/global_options.h"
+#include "support/standard_streams.h"
 
 #include <QCoreApplication>
 #include <QUtf8StringView>
@@ -62,6 +63,7 @@ bool areUtf8(int argc, char *argv[], Output &output)
 
 int main(int argc, char *argv[])
 {
+    support::occupyClosedStandardStreams();
     const QCoreApplication application(argc, argv);
     Output output;
     ExitStatus exitStatus = ExitStatus::WrongUsage;

@@ -498,6 +498,44 @@ class SecretOnTheCommandLineTest(SessionTest):
                 self.assertEqual(process.returncode, 2)
         self.assertEqual(self.handset.profile("Office"), before)
 
+    def test_no_file_of_the_program_is_taken_for_closed_standard_input(self):
+        """Who starts the program without standard input gets the same error, and not what the
+        first file that the program opens holds."""
+        before = self.handset.profile("Office")
+        for program, words, _ in self.COMMANDS:
+            with self.subTest(words=words):
+                process = self.begin(program, words, stdout=subprocess.PIPE,
+                                     stderr=subprocess.STDOUT, preexec_fn=lambda: os.close(0))
+                self.assertIn(b"no value for", process.communicate(timeout=60)[0])
+                self.assertEqual(process.returncode, 2)
+        self.assertEqual(self.handset.profile("Office"), before)
+
+    def test_no_file_of_the_program_is_taken_for_a_closed_output(self):
+        """What the program prints and complains about goes to none of its files, and lost output is
+        an error."""
+        self.handset.dmclient("get", CONN)
+        before = self.stored()
+        for program, words, lost in (("dmclient", ["get", CONN], UNUSABLE),
+                                     ("napictl", ["list"], 1)):
+            for closed in ([1], [2], [1, 2], [0, 1, 2]):
+                with self.subTest(program=program, closed=closed):
+                    process = self.begin(
+                        program, words, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                        stderr=subprocess.PIPE,
+                        preexec_fn=lambda: [os.close(stream) for stream in closed])
+                    process.communicate(timeout=60)
+                    self.assertEqual(process.returncode, lost if 1 in closed else 0)
+        self.assertEqual(self.stored(), before)
+
+    def stored(self):
+        """What the files of the handset hold, by their names, but for the log of each mount."""
+        contents = {}
+        for folder, _, names in os.walk(self.handset.state):
+            for name in set(names) - {"plugin.log"}:
+                with open(os.path.join(folder, name), "rb") as file:
+                    contents[file.name] = file.read()
+        return contents
+
     def test_a_dash_can_be_a_secret_or_another_value(self):
         """A line that is a dash is that secret; a leaf that holds none takes the dash as it is."""
         self.handset.dmclient("replace", self.LEAF, "-", stdin="-\n")
