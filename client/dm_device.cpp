@@ -30,6 +30,15 @@ constexpr ProfileRoot mountOrder[] = {
 constexpr char profileRootAcl[] = "Add=*&Get=*";
 constexpr char profileAcl[] = "Add=*&Delete=*&Get=*&Replace=*";
 
+// By it the profile service chooses among its stores, each of which counts its profiles from 1.
+constexpr char backendVariable[] = "KUB_NAPI_BACKEND";
+
+QString chosenProfileStore()
+{
+    const QString name = qEnvironmentVariable(backendVariable);
+    return name == QStringLiteral("sqlite") ? QString() : name;
+}
+
 } // namespace
 
 std::unique_ptr<DmDevice> DmDevice::open(const Options &options, QString &error)
@@ -46,7 +55,7 @@ std::unique_ptr<DmDevice> DmDevice::open(const Options &options, QString &error)
 bool DmDevice::mount(QString &error)
 {
     if (!m_options.profileBackend.isEmpty())
-        qputenv("KUB_NAPI_BACKEND", m_options.profileBackend.toUtf8());
+        qputenv(backendVariable, m_options.profileBackend.toUtf8());
     QByteArray deviceId;
     if (!readDeviceId(deviceId, error))
         return false;
@@ -59,6 +68,7 @@ bool DmDevice::mount(QString &error)
     if (!m_plugin)
         return false;
     m_tree = std::make_unique<ManagementTree>(describeHost(deviceId));
+    m_tree->setProfileStore(chosenProfileStore());
     if (!mountRoots(error))
         return false;
     loadProperties();

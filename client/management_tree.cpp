@@ -213,6 +213,7 @@ void ManagementTree::noteProfiles(const NodeUri &uri)
 PropertyStore::ProfileNumbers ManagementTree::profileNumbers() const
 {
     PropertyStore::ProfileNumbers all;
+    all.store = m_profileStore;
     for (const Mount &mount : m_mounts)
         all.insert(mount.profileNumbers.begin(), mount.profileNumbers.end());
     return all;

@@ -101,6 +101,9 @@ public:
 
     // ---- Keeping properties
 
+    /// Names the store that the numbers of profiles come from, as PropertyStore::ProfileNumbers has
+    /// it.
+    void setProfileStore(const QString &name) { m_profileStore = name; }
     const PropertyStore &properties() const { return m_properties; }
     /// Numbers of the profiles that are mounted, by the names that their nodes have now.
     PropertyStore::ProfileNumbers profileNumbers() const;
@@ -254,6 +257,7 @@ private:
     JemSmartPtr<DeviceTree> m_deviceTree;
     std::vector<Mount> m_mounts; ///< longer roots first; the client's own tree is the last
     PropertyStore m_properties;
+    QString m_profileStore;
     QString m_propertiesFault; ///< empty when they could be read
     Principal m_principal = Principal::owner();
     Clock m_clock;

@@ -130,6 +130,8 @@ bool forget(AccessControlList &acl, const QByteArray &server, bool isOfRoot,
 
 void PropertyStore::forgetServer(const QByteArray &server, const AccessControlList &rootAcl)
 {
+    for (auto &[key, properties] : m_withoutNode)
+        m_isChanged |= properties.acl && forget(*properties.acl, server, false, rootAcl);
     for (auto &[node, properties] : m_properties) {
         const qsizetype before = bytesInFile(node, properties);
         if (!properties.acl || !forget(*properties.acl, server, node.isRoot(), rootAcl))
@@ -251,6 +253,8 @@ namespace {
 /// Stands in front of a profile's number, in the place of the node's name. No name begins with it
 /// in a file, where it is written %23.
 constexpr QLatin1StringView numberMark("/#");
+/// Stands behind the name of a store, in front of the number.
+constexpr QChar storeEnd = u':';
 
 /// The node of the profile that stands above the node, or is it.
 PropertyStore::ProfileNumbers::const_iterator
@@ -272,6 +276,7 @@ QString keyWithNumber(const NodeUri &node, const PropertyStore::ProfileNumbers &
         return {};
     const NodeUri &top = profile->first;
     return QString::fromLatin1(top.parent().toUri()) + numberMark +
+           (numbers.store.isEmpty() ? QString() : numbers.store + storeEnd) +
            QString::number(profile->second) +
            QString::fromLatin1(node.toUri().mid(top.toUri().size()));
 }
@@ -298,13 +303,18 @@ Key readKey(const QString &text, const PropertyStore::ProfileNumbers &numbers)
     const qsizetype begin = mark + numberMark.size();
     const qsizetype slash = text.indexOf(u'/', begin);
     const qsizetype end = slash < 0 ? text.size() : slash;
+    const QString profileText = text.sliced(begin, end - begin);
+    const qsizetype storeSize = std::max<qsizetype>(profileText.indexOf(storeEnd), 0);
+    const QString store = profileText.first(storeSize);
     bool isNumber = false;
-    const quint32 number = text.sliced(begin, end - begin).toUInt(&isNumber, 10);
+    const quint32 number =
+        profileText.sliced(storeSize == 0 ? 0 : storeSize + 1).toUInt(&isNumber, 10);
     const Key root = nodeNamed(text.first(mark));
     if (!isNumber || !root.isValid)
         return {};
     const auto profile = std::ranges::find_if(numbers, [&](const auto &entry) {
-        return entry.second == number && entry.first.parent() == *root.node;
+        return entry.second == number && numbers.store == store &&
+               entry.first.parent() == *root.node;
     });
     if (profile == numbers.end())
         return {nodeNamed(u'.' + text.sliced(end)).isValid, std::nullopt};
@@ -338,7 +348,9 @@ std::optional<PropertyStore> PropertyStore::load(const QString &file, const Prof
         }
         if (key.node)
             store.set(*key.node, *properties);
-        isOutdated |= !key.node || entry.key() != store.keyOf(*key.node, numbers);
+        else
+            store.m_withoutNode.emplace(entry.key(), *properties);
+        isOutdated |= key.node && entry.key() != store.keyOf(*key.node, numbers);
     }
     store.m_isChanged = isOutdated;
     return store;
@@ -389,8 +401,14 @@ bool PropertyStore::save(const QString &file, const ProfileNumbers &numbers, QSt
         if (firstNameOf(node) != node || !nodes.contains(key))
             nodes[key] = toJson(properties);
     }
-    if (!PrivateFile(file, largestFile)
-             .replace(QJsonDocument(nodes).toJson(QJsonDocument::Compact), error))
+    QJsonObject all = nodes;
+    for (const auto &[key, properties] : m_withoutNode)
+        if (!nodes.contains(key))
+            all[key] = toJson(properties);
+    QByteArray bytes = QJsonDocument(all).toJson(QJsonDocument::Compact);
+    if (bytes.size() > largestFile)
+        bytes = QJsonDocument(nodes).toJson(QJsonDocument::Compact);
+    if (!PrivateFile(file, largestFile).replace(bytes, error))
         return false;
     m_isChanged = false;
     return true;

@@ -15,14 +15,19 @@ namespace client {
 /// Properties by node, for nodes that were given any. They follow a rename and go with a deletion.
 ///
 /// In a file, what belongs to a profile stands under the profile's number, which no other profile
-/// ever has: a profile keeps its properties whatever its node is called, and a new one of the same
-/// name has none. Every other node stands there under the name that its mount gives it. A name that
+/// of its store ever has: a profile keeps its properties whatever its node is called, and a new one
+/// of the same name has none. What belongs to a profile that no node shows, because it has no
+/// bearer for a while or another store is in use, stays there as long as the file has room for it.
+/// Every other node stands there under the name that its mount gives it. A name that
 /// a server gave lives as long as the mount, so what was kept for a renamed node is found again
 /// under its first name.
 class PropertyStore {
 public:
     /// The numbers of the profiles that nodes show, by node; a node that is not in it shows none.
-    using ProfileNumbers = std::map<NodeUri, quint32>;
+    struct ProfileNumbers : std::map<NodeUri, quint32> {
+        using map::map;
+        QString store; ///< that gave the numbers; empty for the one that is used without a choice
+    };
 
     struct Properties {
         QString type;     ///< MIME type of a leaf, Management Object id of an interior node
@@ -45,9 +50,9 @@ public:
     /// before can always be had.
     bool hasRoomFor(const NodeUri &node, const Properties &properties) const;
 
-    /// Reads a file that save() has written; a missing one is an empty store. What is kept for a
-    /// profile that no node shows is dropped. A profile can stand there under the name of its node,
-    /// as files of earlier versions have it; the next save gives it its number.
+    /// Reads a file that save() has written; a missing one is an empty store. A profile can stand
+    /// there under the name of its node, as files of earlier versions have it; the next save gives
+    /// it its number.
     /// @param numbers  of the profiles that are mounted
     /// @return none with what is wrong with the file, and where, in error
     static std::optional<PropertyStore> load(const QString &file, const ProfileNumbers &numbers,
@@ -99,7 +104,9 @@ private:
     Map m_properties;
     /// What renamed nodes were called when their tree was mounted, by what they are called now.
     std::map<NodeUri, NodeUri> m_firstNames;
-    qsizetype m_bytes = 0; ///< that the properties have in a file, at most
+    /// Of profiles that no node shows, by what the file calls them.
+    std::map<QString, Properties> m_withoutNode;
+    qsizetype m_bytes = 0; ///< that the properties of nodes have in a file, at most
     bool m_isChanged = false;
 };
 

@@ -212,6 +212,18 @@ class PropertiesOfAProfileTest(HandsetTest):
         self.assertEqual(run(self.handset, get(CONN + "/Branch/Addr"), delete(CONN + "/Branch"),
                              server="b.example").statuses, [425, 425])
 
+    def test_a_profile_that_has_no_bearer_for_a_while_keeps_its_rights(self):
+        """The address of a profile's only bearer is taken away, so that no node shows it, and given
+        back; it is still that server's."""
+        run(self.handset, set_acl(CONN + "/Home", OWN))
+        self.handset.napictl("set", "Home", "csd.address=")
+        self.assertEqual(self.acl("Home"), None)
+        run(self.handset, set_acl(CONN + "/Office", "Get=*"))
+        self.handset.napictl("set", "Home", "csd.address=+4930123")
+        self.assertEqual(self.acl("Home"), OWN)
+        self.assertEqual(run(self.handset, replace(CONN + "/Home/Addr", "x"),
+                             server="b.example").statuses, [425])
+
     def test_two_profiles_that_change_their_names_keep_their_own_rights(self):
         """Two profiles change names with each other; each keeps its list."""
         run(self.handset, set_acl(CONN + "/Office", OWN), set_acl(CONN + "/Home", "Get=*"))

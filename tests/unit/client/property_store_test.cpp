@@ -296,18 +296,67 @@ TEST_F(PropertyFile, HasAProfileThatWasRenamedInThisMountUnderItsNumber)
     EXPECT_EQ(load().get(officeAddr), typed("./P/Office/Addr"));
 }
 
-TEST_F(PropertyFile, DropsWhatIsKeptForAProfileThatIsGone)
+TEST_F(PropertyFile, KeepsWhatBelongsToAProfileThatNoNodeShowsForAWhile)
 {
     numbers = {{office, 5}};
     save();
     numbers.clear();
-    EXPECT_EQ(load().get(office), Properties());
     QString error;
     auto loaded = PropertyStore::load(file, numbers, error);
+    EXPECT_EQ(loaded->get(office), Properties());
+    loaded->set(office2, typed("changed"));
     EXPECT_TRUE(loaded->save(file, numbers, error));
-    QFile written(file);
-    EXPECT_TRUE(written.open(QIODevice::ReadOnly));
-    EXPECT_FALSE(written.readAll().contains('#'));
+    numbers = {{office, 5}};
+    EXPECT_EQ(load().get(office), typed("./P/Office"));
+    EXPECT_EQ(load().get(officeAddr), typed("./P/Office/Addr"));
+    EXPECT_EQ(load().get(office2), typed("changed"));
+}
+
+TEST_F(PropertyFile, TellsTheProfilesOfTwoStoresApart)
+{
+    numbers = {{office, 5}};
+    save();
+    numbers.store = QStringLiteral("other");
+    EXPECT_EQ(load().get(office), Properties());
+    store = load();
+    store.set(office, typed("of the other"));
+    save();
+    EXPECT_EQ(load().get(office), typed("of the other"));
+    numbers.store.clear();
+    EXPECT_EQ(load().get(office), typed("./P/Office"));
+}
+
+TEST_F(PropertyFile, ForgetsAServerInTheListsOfProfilesThatNoNodeShows)
+{
+    QString error;
+    Properties listed;
+    listed.acl = AccessControlList::parse("Get=a.example+b.example", error);
+    store.set(office, listed);
+    numbers = {{office, 5}};
+    save();
+    auto loaded = PropertyStore::load(file, {}, error);
+    loaded->forgetServer("a.example", AccessControlList());
+    ASSERT_TRUE(loaded->save(file, {}, error));
+    EXPECT_EQ(load().get(office).acl->toText(), "Get=b.example");
+}
+
+TEST_F(PropertyFile, GivesUpProfilesThatNoNodeShowsBeforeItIsTooLarge)
+{
+    Properties large;
+    QString error;
+    large.acl = AccessControlList::parse("Get=" + QByteArray(16000, 'x'), error);
+    for (quint32 i = 0; i < 500; ++i) {
+        const NodeUri node({"P", QByteArray::number(i)});
+        store.set(node, large);
+        numbers[node] = i;
+    }
+    save();
+    auto loaded = PropertyStore::load(file, {}, error);
+    for (int i = 0; i < 600; ++i)
+        loaded->set(NodeUri({"Q", QByteArray::number(i)}), large);
+    ASSERT_TRUE(loaded->save(file, {}, error)) << error.toStdString();
+    EXPECT_EQ(load().get(NodeUri({"P", "1"})), Properties());
+    EXPECT_EQ(load().get(NodeUri({"Q", "1"})), large);
 }
 
 TEST_F(PropertyFile, TakesANameThatLooksLikeANumberForAName)
