@@ -2,7 +2,9 @@
 
 #include <QStringDecoder>
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <csignal>
 #include <iterator>
 #include <poll.h>
 #include <termios.h>
@@ -12,30 +14,71 @@ namespace support {
 
 namespace {
 
-/// Turns the echo off while it lives.
+/// Turns the echo off while it lives; a signal that ends or stops the program meanwhile finds the
+/// terminal as it was. There is one at a time.
 class SilentTerminal {
 public:
-    explicit SilentTerminal(int file) : m_file(file)
+    explicit SilentTerminal(int file)
     {
-        m_isTerminal = ::tcgetattr(file, &m_before) == 0;
+        m_isTerminal = ::tcgetattr(file, &s_before) == 0;
         if (!m_isTerminal)
             return;
-        termios silent = m_before;
-        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        ::tcsetattr(file, TCSADRAIN, &silent);
+        s_file = file;
+        s_silent = s_before;
+        s_silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        for (std::size_t i = 0; i < watchedSignals.size(); ++i) {
+            ::sigaction(watchedSignals[i], nullptr, &m_actions[i]);
+            // What has a handler ends the wait in its own way.
+            if (m_actions[i].sa_handler != SIG_DFL)
+                continue;
+            struct sigaction action {};
+            action.sa_handler = lendTerminal;
+            ::sigaction(watchedSignals[i], &action, nullptr);
+        }
+        ::tcsetattr(file, TCSADRAIN, &s_silent);
     }
     ~SilentTerminal()
     {
-        if (m_isTerminal)
-            ::tcsetattr(m_file, TCSADRAIN, &m_before);
+        if (!m_isTerminal)
+            return;
+        ::tcsetattr(s_file, TCSADRAIN, &s_before);
+        for (std::size_t i = 0; i < watchedSignals.size(); ++i)
+            if (m_actions[i].sa_handler == SIG_DFL)
+                ::sigaction(watchedSignals[i], &m_actions[i], nullptr);
     }
     SilentTerminal(const SilentTerminal &) = delete;
     SilentTerminal &operator=(const SilentTerminal &) = delete;
 
 private:
-    int m_file;
+    static constexpr std::array watchedSignals = {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP};
+
+    /// Gives the terminal back for what the signal does to the program, and takes it again where
+    /// the program goes on behind that.
+    static void lendTerminal(int number)
+    {
+        const int errorBefore = errno;
+        ::tcsetattr(s_file, TCSANOW, &s_before);
+        struct sigaction systems {};
+        struct sigaction ours {};
+        systems.sa_handler = SIG_DFL;
+        ::sigaction(number, &systems, &ours);
+        ::raise(number);
+        sigset_t raised;
+        ::sigemptyset(&raised);
+        ::sigaddset(&raised, number);
+        ::pthread_sigmask(SIG_UNBLOCK, &raised, nullptr); // here it ends or stops
+        ::sigaction(number, &ours, nullptr);
+        ::tcsetattr(s_file, TCSANOW, &s_silent);
+        errno = errorBefore;
+    }
+
+    // What a handler can reach.
+    static inline int s_file = -1;
+    static inline termios s_before{};
+    static inline termios s_silent{};
+
     bool m_isTerminal = false;
-    termios m_before{};
+    std::array<struct sigaction, watchedSignals.size()> m_actions{};
 };
 
 /// Milliseconds until then for poll(); -1 for ever.
@@ -75,7 +118,7 @@ LineInput::Result LineInput::readLine(Echo echo,
         char byte = 0;
         const ssize_t count = ready < 0 ? -1 : ::read(m_file, &byte, 1);
         if (count < 0 && errno == EINTR)
-            return Result::Interrupted;
+            continue; // what a signal asks for is known from the interrupt file
         if (count <= 0)
             return line.isEmpty() ? Result::EndOfInput : Result::Line;
         if (byte == '\n')

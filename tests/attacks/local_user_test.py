@@ -4,6 +4,7 @@ import json
 import os
 import pty
 import re
+import signal
 import subprocess
 import sys
 import tempfile
@@ -498,6 +499,56 @@ class SecretOnTheCommandLineTest(SessionTest):
                 self.assertIn(b"uth", screen)
                 self.assertNotIn(b"Typed", screen)
                 self.assertIn(self.TYPED, self.read_back(words, read))
+
+    def begin_to_ask(self, program, words):
+        """The process with its echo off, and the two ends of its terminal."""
+        master, slave = pty.openpty()
+        self.addCleanup(os.close, master)
+        self.addCleanup(os.close, slave)
+        process = self.begin(program, words, stdin=slave, stdout=slave, stderr=slave,
+                             process_group=0)
+        self.wait_for_echo(slave, False, process)
+        return process, master, slave
+
+    def wait_for_echo(self, terminal, wanted, process):
+        while bool(termios.tcgetattr(terminal)[3] & termios.ECHO) != wanted:
+            self.assertIsNone(process.poll())
+
+    def test_a_signal_at_the_question_leaves_the_terminal_as_it_was(self):
+        """The program ends by the signal, and what is typed next is not hidden from its user, who
+        would see nothing of what somebody has typed before."""
+        for program, words, _ in self.COMMANDS:
+            for number in (signal.SIGINT, signal.SIGQUIT, signal.SIGTERM, signal.SIGHUP):
+                with self.subTest(words=words, signal=number):
+                    process, _, terminal = self.begin_to_ask(program, words)
+                    process.send_signal(number)
+                    self.assertEqual(process.wait(60), -number)
+                    self.assertTrue(termios.tcgetattr(terminal)[3] & termios.ECHO)
+
+    def test_a_question_that_waits_in_the_background_lends_the_terminal_back(self):
+        """Ctrl-Z shows what is typed until the program goes on, which then hides the answer."""
+        program, words, _ = self.COMMANDS[2]
+        process, master, terminal = self.begin_to_ask(program, words)
+        for _ in range(2):
+            process.send_signal(signal.SIGTSTP)
+            os.waitpid(process.pid, os.WUNTRACED)
+            self.assertTrue(termios.tcgetattr(terminal)[3] & termios.ECHO)
+            process.send_signal(signal.SIGCONT)
+            self.wait_for_echo(terminal, False, process)
+        os.write(master, self.TYPED.encode() + b"\n")
+        self.assertEqual(process.wait(60), 0)
+        self.assertIn(self.TYPED, self.read_back(words, None))
+
+    def test_a_signal_that_is_ignored_does_not_end_the_question(self):
+        """A program that was started to ignore SIGHUP is asked on, with its echo off."""
+        program, words, _ = self.COMMANDS[2]
+        before = signal.signal(signal.SIGHUP, signal.SIG_IGN)
+        self.addCleanup(signal.signal, signal.SIGHUP, before)
+        process, master, terminal = self.begin_to_ask(program, words)
+        process.send_signal(signal.SIGHUP)
+        os.write(master, self.TYPED.encode() + b"\n")
+        self.assertEqual(process.wait(60), 0)
+        self.assertTrue(termios.tcgetattr(terminal)[3] & termios.ECHO)
 
     def test_no_line_is_an_error(self):
         """Standard input that ends changes nothing."""
