@@ -177,6 +177,10 @@ void CommandProcessor::report(const Command &command, const Item &item, const Ou
 
 DmStatus CommandProcessor::runAlert(const Command &alert, std::vector<Command> &answers)
 {
+    if (!alert.cmdId) {
+        refuse(alert, DmStatus::BadRequest, answers);
+        return DmStatus::BadRequest;
+    }
     std::vector<Item> items;
     const DmStatus status =
         m_alertHandler ? m_alertHandler(alert, items) : DmStatus::FeatureNotSupported;
@@ -210,7 +214,7 @@ void CommandProcessor::runSequence(const Command &command, std::vector<Command> 
     for (const Command &inner : command.commands) {
         if (isStopped || isOver())
             refuse(inner, DmStatus::NotExecuted, answers);
-        else if (inner.kind == CommandKind::Alert && inner.cmdId)
+        else if (inner.kind == CommandKind::Alert)
             isStopped = stopsSequence(inner, runAlert(inner, answers));
         else
             runCommand(inner, answers);

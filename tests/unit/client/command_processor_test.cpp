@@ -369,6 +369,22 @@ TEST_F(UserInASequenceTest, AnAlertThatIsNoneForTheUserDoesNotStopIt)
               "g200 q406 a404");
 }
 
+TEST_F(UserInASequenceTest, AnAlertWithoutCmdIdWasNotShownAndStopsIt)
+{
+    const auto withoutId = [](const char *code) {
+        Command nameless = alert(code, "");
+        nameless.cmdId.reset();
+        return nameless;
+    };
+    for (const char *const kind : {"1100", "1101", "1102", "1103", "1104"})
+        EXPECT_EQ(run({sequence({withoutId(kind), remove("a"), sequence({remove("b")}, "h")}),
+                       remove("c")},
+                      DmStatus::Ok),
+                  "g200 400 a215 h215 b215 c404")
+            << kind;
+    EXPECT_EQ(run({sequence({withoutId("1226"), remove("a")})}, DmStatus::Ok), "g200 400 a404");
+}
+
 TEST_F(UserInASequenceTest, CancellingStopsTheWholeMessage)
 {
     EXPECT_EQ(
