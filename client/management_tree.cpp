@@ -875,7 +875,7 @@ Outcome ManagementTree::keep(const NodeUri &uri, PropertyStore::Properties prope
     return {};
 }
 
-Outcome ManagementTree::rename(const TreeNode &node, const QByteArray &newName)
+Outcome ManagementTree::mayRename(const TreeNode &node) const
 {
     if (node.m_isPermanent)
         return notAllowed(node.uri(), "is permanent");
@@ -883,8 +883,13 @@ Outcome ManagementTree::rename(const TreeNode &node, const QByteArray &newName)
     const bool isNamedAtRunTime = !description || description->name[0] == '\0';
     if (!isNamedAtRunTime || !hasAccessType(node.uri(), AccessReplace))
         return notAllowed(node.uri(), "keeps its name");
-    if (const Outcome right = permit(Right::Replace, node.uri()); !right)
-        return right;
+    return permit(Right::Replace, node.uri());
+}
+
+Outcome ManagementTree::rename(const TreeNode &node, const QByteArray &newName)
+{
+    if (const Outcome allowed = mayRename(node); !allowed)
+        return allowed;
     if (const Outcome name = checkNewName(newName, uriLimits()); !name)
         return name;
     const NodeUri renamed = node.uri().parent().child(newName);

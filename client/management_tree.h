@@ -134,6 +134,8 @@ public:
     std::vector<TreeNode> children(const TreeNode &node) const;
     /// Whether the names of the node's children, and its properties, may be read: 425 if not.
     Outcome mayGet(const TreeNode &node) const;
+    /// Whether the node may be given another name: 405 if its name is fixed, 425 without the right.
+    Outcome mayRename(const TreeNode &node) const;
     /// The value of a leaf; 405 for an interior node.
     Result<DmtData> value(const TreeNode &node) const;
     /// 406 for the size of an interior node.

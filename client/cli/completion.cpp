@@ -105,16 +105,22 @@ Candidates completeNode(const QString &prefix, const ManagementTree &tree)
     return nothingIsMissing ? childAddresses(prefix, tree) : candidates;
 }
 
+bool canReplace(const TreeNode &node, Property property, const ManagementTree &tree)
+{
+    return isReplaceable(property) && (property != Property::Name || tree.mayRename(node));
+}
+
 Candidates completeProperty(const QString &prefix, ArgumentKind kind, const ManagementTree &tree)
 {
     Candidates candidates;
     const QString uri = prefix.left(prefix.indexOf(u'?'));
     const auto node = nodeAt(uri, tree);
+    if (!node)
+        return candidates;
     for (const QString &name : propertyNames()) {
         const Property property = *propertyNamed(name);
-        const bool isTaken =
-            node && (kind == ArgumentKind::UriToRead ? bool(tree.property(*node, property))
-                                                     : isReplaceable(property));
+        const bool isTaken = kind == ArgumentKind::UriToRead ? bool(tree.property(*node, property))
+                                                             : canReplace(*node, property, tree);
         if (isTaken)
             offer(candidates, prefix, uri + QStringLiteral("?prop=") + name);
     }

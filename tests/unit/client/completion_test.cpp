@@ -75,8 +75,14 @@ TEST_F(CompletionTest, OnlyPropertiesThatTheCommandTakesAreOffered)
 {
     EXPECT_EQ(after("get ./DevInfo?prop=S"), Words()) << "an interior node has no size";
     EXPECT_EQ(after("get ./DevInfo/Man?prop=S"), Words{"./DevInfo/Man?prop=Size"});
-    EXPECT_EQ(after("replace ./DevInfo?"),
-              (Words{"./DevInfo?prop=ACL", "./DevInfo?prop=Name", "./DevInfo?prop=Title"}));
+    EXPECT_EQ(after("replace ./Ext/Profiles/Home?"),
+              (Words{"./Ext/Profiles/Home?prop=ACL", "./Ext/Profiles/Home?prop=Name",
+                     "./Ext/Profiles/Home?prop=Title"}));
+    for (const char *const permanent : {".", "./DevInfo", "./DevInfo/Man", "./Ext/Profiles"}) {
+        const std::string uri = permanent;
+        EXPECT_EQ(after(("replace " + uri + "?").c_str()),
+                  (Words{uri + "?prop=ACL", uri + "?prop=Title"}));
+    }
     EXPECT_EQ(after("delete ./DevInfo?"), Words());
     EXPECT_EQ(after("tree ./DevInfo?prop=N"), Words());
 }
@@ -163,6 +169,29 @@ TEST_F(AddressTest, EveryAddressThatIsOfferedIsTaken)
                 reachable.insert(listed.node.uri().toUri().toStdString());
         EXPECT_EQ(reached, reachable) << command;
     }
+}
+
+TEST_F(AddressTest, EveryPropertyThatIsOfferedCanBeReplaced)
+{
+    std::size_t offered = 0;
+    for (const ListedNode &listed :
+         tree.list(*tree.find(NodeUri()), ManagementTree::Values::Omit)) {
+        const QString typed = listed.node.uri().toDisplay() + u'?';
+        for (const Candidate &candidate : complete({{QStringLiteral("replace")}, typed}, tree)) {
+            const auto address = parseAddress(candidate.word, tree.uriLimits());
+            ASSERT_TRUE(address) << candidate.word.toStdString();
+            const auto property = propertyNamed(address->argument);
+            ASSERT_TRUE(property) << candidate.word.toStdString();
+            // What the property has already is refused for this reason alone, or taken.
+            const Result<QByteArray> value = tree.property(listed.node, *property);
+            ASSERT_TRUE(value) << candidate.word.toStdString();
+            EXPECT_NE(tree.replaceProperty(address->node, *property, *value).status,
+                      DmStatus::NotAllowed)
+                << candidate.word.toStdString();
+            ++offered;
+        }
+    }
+    EXPECT_GT(offered, 0U);
 }
 
 TEST_F(AddressTest, EveryChildThatIsOfferedIsThatChild)
