@@ -199,6 +199,17 @@ class UnprovedMessages(Attack):
         shown = self.handset.dmclient("account", "show", "Test").stdout.decode()
         self.assertIn("client-nonce=Z29vZA==\n", shown)
 
+    def test_a_challenge_to_somebody_else_does_not_replace_the_good_nonce(self):
+        """Somebody without a proof is challenged until the session fails; the server's own nonce is
+        kept."""
+        for kind in ("md5", "hmac"):
+            with self.subTest(proof=kind):
+                self.attack(says("1", header_status(200), get("./DevInfo/Man")), server=kind,
+                            **{"server-nonce": "Z29vZA=="})
+                self.assertNotIn(self.requests[1].nonce(), (None, "Z29vZA=="))
+                shown = self.handset.dmclient("account", "show", "Test").stdout.decode()
+                self.assertIn("server-nonce=Z29vZA==\n", shown)
+
 
 class WithoutAProof(Attack):
     """No proof was asked for: what is irregular is told."""
