@@ -8,12 +8,12 @@ namespace client::cli {
 
 namespace {
 
-volatile std::sig_atomic_t interrupted = 0;
+volatile std::sig_atomic_t firstSignal = 0;
 volatile std::sig_atomic_t interruptFile = -1;
 
 } // namespace
 
-void InterruptGuard::noteSignal(int)
+void InterruptGuard::noteSignal(int received)
 {
     const int errorBefore = errno;
     // The next one, whichever it is, finds no handler any more.
@@ -25,14 +25,14 @@ void InterruptGuard::noteSignal(int)
         action.sa_handler = SIG_DFL;
         ::sigaction(number, &action, nullptr);
     }
-    interrupted = 1;
+    firstSignal = received;
     ::eventfd_write(interruptFile, 1);
     errno = errorBefore;
 }
 
 InterruptGuard::InterruptGuard() : m_file(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
-    interrupted = 0;
+    firstSignal = 0;
     interruptFile = m_file;
     for (std::size_t i = 0; i < watchedSignals.size(); ++i) {
         ::sigaction(watchedSignals[i], nullptr, &m_before[i]);
@@ -53,9 +53,9 @@ InterruptGuard::~InterruptGuard()
         ::close(m_file);
 }
 
-bool InterruptGuard::wasInterrupted()
+int InterruptGuard::signal()
 {
-    return interrupted != 0;
+    return firstSignal;
 }
 
 } // namespace client::cli

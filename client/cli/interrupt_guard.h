@@ -16,7 +16,9 @@ public:
     InterruptGuard(const InterruptGuard &) = delete;
     InterruptGuard &operator=(const InterruptGuard &) = delete;
 
-    static bool wasInterrupted();
+    static bool wasInterrupted() { return signal() != 0; }
+    /// The first signal that came since the last guard was made; 0 when there was none.
+    static int signal();
     /// A file that can be read from the first signal on, so that a wait for it and for input misses
     /// none, whenever the signal comes and whichever thread gets it. -1 when there is no such file;
     /// it belongs to the guard.

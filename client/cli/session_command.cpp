@@ -4,12 +4,15 @@
 #include "cli/commands.h"
 #include "cli/interrupt_guard.h"
 #include "cli/session_report.h"
+#include "cli/terminal.h"
 #include "cli/terminal_user.h"
 #include "session/client_event.h"
 #include "session/http_transport.h"
 #include "session/trace.h"
 
 #include <chrono>
+#include <csignal>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <unistd.h>
@@ -216,11 +219,56 @@ ExitStatus exitStatusOf(const SessionEnd &end)
     return end.refused > 0 ? ExitStatus::CommandRefused : ExitStatus::Success;
 }
 
+ExitStatus haveSession(Context &context, const Server &server, const Settings &settings,
+                       bool asJson, TraceWriter *trace)
+{
+    QString error;
+    const auto transport = HttpTransport::create(settings.transport, error);
+    if (!transport) {
+        context.output.problem(QStringLiteral("session: %1").arg(error));
+        return ExitStatus::WrongUsage;
+    }
+
+    std::unique_ptr<SessionReport> report;
+    if (asJson)
+        report = std::make_unique<JsonSessionReport>(context.output);
+    else
+        report = std::make_unique<ReadableSessionReport>(context.output);
+    PropertyKeeper keeper(*context.device, *report);
+    std::vector<SessionObserver *> observers = {report.get(), &keeper};
+    if (trace)
+        observers.push_back(trace);
+
+    const bool hasUser = isInteractive() && !asJson;
+    NonceKeeper nonces(context.device->accounts(), server);
+    SessionOptions options = settings.session;
+    options.isAbortRequested = &InterruptGuard::wasInterrupted;
+    options.keepNonces = [&nonces](const Nonces &changed, QString &problem) {
+        return nonces.keep(changed, problem);
+    };
+    TerminalUser user(STDIN_FILENO, STDOUT_FILENO, settings.transport.interruptFile);
+    Session session(server.account, context.device->tree(), *transport, hasUser ? &user : nullptr,
+                    observers, options);
+    const SessionEnd end = session.run();
+    report->ended(end);
+    if (!trace || trace->lossReason().isNull())
+        return exitStatusOf(end);
+    context.output.problem(
+        QStringLiteral("session: the trace has gaps: %1").arg(trace->lossReason()));
+    return worse(exitStatusOf(end), ExitStatus::Unusable);
+}
+
+/// Whether the signal was meant for more than the session. Ctrl-C is meant for the command that
+/// runs, where somebody types one after the other.
+bool endsShell(int signal)
+{
+    return signal != 0 && (signal != SIGINT || !isInteractive());
+}
+
 } // namespace
 
 ExitStatus runSession(Context &context, const Invocation &invocation)
 {
-    AccountStore &accounts = context.device->accounts();
     QString error = context.device->reasonAgainstServers();
     if (!error.isEmpty()) {
         context.output.problem(QStringLiteral("session: %1").arg(error));
@@ -229,48 +277,29 @@ ExitStatus runSession(Context &context, const Invocation &invocation)
     Settings settings;
     Server server;
     if (!readSettings(invocation, settings, error) ||
-        !findServer(accounts, invocation.arguments[0], server, error)) {
+        !findServer(context.device->accounts(), invocation.arguments[0], server, error)) {
         context.output.problem(error);
         return ExitStatus::WrongUsage;
     }
     std::unique_ptr<TraceWriter> trace;
     if (invocation.has("trace"))
         trace = TraceWriter::open(invocation.value("trace"), error);
-    const InterruptGuard guard;
-    settings.transport.interruptFile = guard.file();
-    const auto transport = HttpTransport::create(settings.transport, error);
     if (!error.isEmpty()) {
         context.output.problem(QStringLiteral("session: %1").arg(error));
         return ExitStatus::WrongUsage;
     }
 
-    std::unique_ptr<SessionReport> report;
-    if (invocation.has("json"))
-        report = std::make_unique<JsonSessionReport>(context.output);
-    else
-        report = std::make_unique<ReadableSessionReport>(context.output);
-    PropertyKeeper keeper(*context.device, *report);
-    std::vector<SessionObserver *> observers = {report.get(), &keeper};
-    if (trace)
-        observers.push_back(trace.get());
-
-    const bool hasUser =
-        ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO) && !invocation.has("json");
-    settings.session.isAbortRequested = &InterruptGuard::wasInterrupted;
-    NonceKeeper nonces(accounts, server);
-    settings.session.keepNonces = [&nonces](const Nonces &changed, QString &problem) {
-        return nonces.keep(changed, problem);
-    };
-    TerminalUser user(STDIN_FILENO, STDOUT_FILENO, guard.file());
-    Session session(server.account, context.device->tree(), *transport, hasUser ? &user : nullptr,
-                    observers, settings.session);
-    const SessionEnd end = session.run();
-    report->ended(end);
-    if (!trace || trace->lossReason().isNull())
-        return exitStatusOf(end);
-    context.output.problem(
-        QStringLiteral("session: the trace has gaps: %1").arg(trace->lossReason()));
-    return worse(exitStatusOf(end), ExitStatus::Unusable);
+    const InterruptGuard guard;
+    settings.transport.interruptFile = guard.file();
+    const ExitStatus status =
+        haveSession(context, server, settings, invocation.has("json"), trace.get());
+    if (!context.inShell || !endsShell(InterruptGuard::signal()))
+        return status;
+    context.leaveShell = true;
+    context.output.problem(QStringLiteral("session: SIG%1 ends the shell")
+                               .arg(QString::fromLatin1(::sigabbrev_np(InterruptGuard::signal()))));
+    // The session may have come to its own end; the lines behind it have not.
+    return worse(status, ExitStatus::SessionFailed);
 }
 
 } // namespace client::cli

@@ -3,6 +3,7 @@
 #include "cli/command_table.h"
 #include "cli/completion.h"
 #include "cli/line_editor.h"
+#include "cli/terminal.h"
 #include "cli/words.h"
 #include "private_storage.h"
 #include "secret_leaf.h"
@@ -12,7 +13,6 @@
 #include <algorithm>
 #include <iostream>
 #include <string>
-#include <unistd.h>
 
 namespace client::cli {
 
@@ -51,7 +51,7 @@ bool mayBeRemembered(const QByteArray &line)
 ExitStatus Shell::run()
 {
     m_output.setReports(Output::Reports::Everything);
-    if (::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO))
+    if (isInteractive())
         runOnTerminal();
     else
         runFromPipe();

@@ -11,6 +11,11 @@ QString printable(const QByteArray &bytes)
     return QString::fromStdString(foreign_text::printable(bytes.toStdString()));
 }
 
+bool isInteractive()
+{
+    return ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO);
+}
+
 Painter Painter::forFile(int fileDescriptor)
 {
     const QByteArray terminal = qgetenv("TERM");

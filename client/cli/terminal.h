@@ -9,6 +9,9 @@ namespace client::cli {
 /// One line of text that a terminal shows and does not obey (foreign_text.h).
 QString printable(const QByteArray &bytes);
 
+/// Whether somebody types standard input and sees standard output.
+bool isInteractive();
+
 enum class Colour { Name, Faint, Problem };
 
 /// Adds colour, or leaves text alone.

@@ -429,6 +429,44 @@ class EndlessSession(SessionTest):
                 self.assertIn("Session aborted: aborted by the user", output.decode())
                 self.assertEqual(server.requests[-1].alerts(), ["1223"])
 
+    def signal_in_a_session_of_a_shell(self, number, process, send, finish):
+        """The server is silent; meanwhile the next line, a change, and the signal come."""
+        with HostileServer(None, b"") as server:
+            send(f"session {server.url} --timeout {AN_HOUR}\n".encode())
+            self.assertTrue(server.has_request.wait(GUARD))
+            send(f"replace {OFFICE}/Addr changed\n".encode())
+            process.send_signal(number)
+            finished = finish()
+        self.assertEqual(server.requests[-1].alerts(), ["1223"])
+        self.assertEqual(process.returncode, SESSION_FAILED)
+        address = self.handset.dmclient("get", OFFICE + "/Addr").stdout
+        self.assertEqual(address, b"internet\n")
+        return finished
+
+    def test_a_signal_keeps_a_shell_on_a_pipe_from_running_the_next_line(self):
+        """The server keeps the session waiting; whoever ends it ends the whole script."""
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            with self.subTest(signal=number.name):
+                process = self.start("shell", bufsize=0, stdin=subprocess.PIPE,
+                                     stdout=subprocess.PIPE)
+                output, _ = self.signal_in_a_session_of_a_shell(
+                    number, process, process.stdin.write,
+                    lambda: process.communicate(timeout=GUARD))
+                self.assertRegex(output.decode(), "^Session aborted: aborted by the user .*\n"
+                                                  f"session: {number.name} ends the shell\n$")
+
+    def test_sigterm_and_sighup_keep_a_shell_on_a_terminal_from_running_the_next_line(self):
+        """The server keeps the session waiting; what is typed meanwhile is not run."""
+        for number in (signal.SIGTERM, signal.SIGHUP):
+            with self.subTest(signal=number.name):
+                terminal = terminal_test.Terminal(self, "shell")
+                terminal.wait_for("dm> ")
+                _, screen = self.signal_in_a_session_of_a_shell(number, terminal.process,
+                                                                terminal.type, terminal.end)
+                self.assertIn("Session aborted: aborted by the user", screen)
+                self.assertIn(f"session: {number.name} ends the shell", screen)
+                self.assertNotIn("dm> ", screen)
+
     def test_time_outs_that_cannot_be_kept_are_refused(self):
         for option in ("--timeout", "--session-timeout"):
             for value in ("0", "-1", "86401", "2147484", "9999999999", "1.5", "x"):

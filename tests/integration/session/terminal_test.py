@@ -7,6 +7,7 @@ import termios
 import pty
 import re
 import select
+import signal
 import unittest
 
 from sessions import (ENCODINGS, KINDS, REFUSED, SESSION_FAILED, SUCCESS, DmServer, SessionTest,
@@ -47,8 +48,11 @@ class Terminal:
         before = self.wait_for(prompt)
         while hidden and termios.tcgetattr(self.master)[3] & termios.ECHO:
             time.sleep(0.01)  # the prompt may show before the echo is off
-        os.write(self.master, text.encode())
+        self.type(text.encode())
         return before
+
+    def type(self, data):
+        os.write(self.master, data)
 
     def end(self):
         while self.read():
@@ -142,10 +146,25 @@ class TerminalTest(SessionTest):
         terminal, session = self.ask({"alert": 1101, "items": ["", "?"]})
         terminal.answer("yes or no: ", "\x03")
         # The terminal belongs to no session of its own here, so the signal is sent by hand.
-        terminal.process.send_signal(2)
+        terminal.process.send_signal(signal.SIGINT)
         status, screen = terminal.end()
         self.assertEqual(status, SESSION_FAILED, screen)
         self.assertEqual(session.lines[-1], "the client aborts the session")
+
+    def test_a_shell_goes_on_behind_a_session_that_was_interrupted(self):
+        server = DmServer(scenario("questions", packages=[
+            {"commands": [{"alert": 1101, "items": ["", "?"]}]}]))
+        server.__enter__()
+        self.addCleanup(server.__exit__)
+        terminal = Terminal(self, "shell")
+        terminal.answer("dm> ", f"session {server.url}\n")
+        terminal.wait_for("yes or no: ")
+        terminal.process.send_signal(signal.SIGINT)
+        terminal.wait_for("Session aborted: aborted by the user")
+        terminal.answer("dm> ", "get ./DevInfo/Lang\n")
+        terminal.wait_for("get ./DevInfo/Lang: 200 OK")
+        terminal.answer("dm> ", "quit\n")
+        self.assertEqual(terminal.end()[0], SESSION_FAILED)
 
     def test_colour_is_for_terminals(self):
         terminal, _ = self.ask({"delete": "./DevInfo", "expect": 405})
