@@ -6,8 +6,9 @@
 //
 // Every call is synchronous, works on the stored profiles directly and is one transaction: it takes
 // effect completely or not at all. Names are NUL-terminated UTF-8 of 1 to 63 bytes without a slash,
-// at which the paths of a management tree are split; a profile that the service keeps under another
-// name is listed, and found, under a name that is one. Outputs are written on success only. A null
+// at which the paths of a management tree are split, and none is ".", ".." or "*", which stand for
+// other things there; a profile that the service keeps under another name is listed, and found,
+// under a name that is one. Outputs are written on success only. A null
 // pointer and a bad name have codes of their own, and any call that needs the store can fail with
 // NAPI_ERROR_CORRUPT to NAPI_ERROR_UNAVAILABLE; below, only the other failures of a call are named.
 #pragma once
@@ -133,8 +134,9 @@ static_assert(std::has_unique_object_representations_v<NAP_PROFILE_S>, "hidden p
 /// codes tell a person what went wrong.
 enum NAPI_STATUS {
     NAPI_OK = 0,
-    NAPI_ERROR_BAD_ARGUMENT = 1, ///< a null pointer where the call needs one
-    NAPI_ERROR_BAD_NAME = 2, ///< a name that is empty, longer than 63 bytes, not UTF-8, has a slash
+    NAPI_ERROR_BAD_ARGUMENT = 1,   ///< a null pointer where the call needs one
+    NAPI_ERROR_BAD_NAME = 2,       ///< a name that is empty, longer than 63 bytes, not UTF-8, has a
+                                   ///< slash, or is ".", ".." or "*"
     NAPI_ERROR_NOT_FOUND = 3,      ///< no profile of that name or ID
     NAPI_ERROR_EXISTS = 4,         ///< a profile of that name is there already
     NAPI_ERROR_STORE_FULL = 5,     ///< the maximum number of profiles is stored

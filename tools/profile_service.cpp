@@ -13,7 +13,8 @@ struct StatusMeaning {
 };
 
 constexpr StatusMeaning kMeanings[] = {
-    {NAPI_ERROR_BAD_NAME, ExitFailed, "a name has 1 to 63 bytes of UTF-8 and no slash"},
+    {NAPI_ERROR_BAD_NAME, ExitFailed,
+     "a name has 1 to 63 bytes of UTF-8 and no slash, and is not . or .. or *"},
     {NAPI_ERROR_NOT_FOUND, ExitFailed, "there is no such profile"},
     {NAPI_ERROR_EXISTS, ExitFailed, "there is a profile of that name already"},
     {NAPI_ERROR_STORE_FULL, ExitFailed, "the profile store is full; KUB_NAPI_MAX sets its size"},

@@ -130,7 +130,8 @@ int runOnProfile(const char *name, Operation operation)
     if (!isProfileName(text)) {
         return Service::instance().refuse(
             NAPI_ERROR_BAD_NAME,
-            "a profile name is empty, longer than 63 bytes, not UTF-8 or has a slash");
+            "a profile name is empty, longer than 63 bytes, not UTF-8, has a slash, or is . or .. "
+            "or *");
     }
     return Service::instance().run([&](ProfileStore &store) { return operation(store, text); });
 }

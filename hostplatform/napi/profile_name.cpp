@@ -34,7 +34,8 @@ bool isNameText(std::string_view name)
 
 bool isProfileName(std::string_view name)
 {
-    return isNameText(name) && name.find('/') == name.npos;
+    return isNameText(name) && name.find('/') == name.npos && name != "." && name != ".." &&
+           name != "*";
 }
 
 std::string substituteName(std::string_view storedName, const std::string &mark,

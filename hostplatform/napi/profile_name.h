@@ -9,7 +9,8 @@
 bool isNameText(std::string_view name);
 
 /// @return true for a name that a profile can have: a name text without a slash, at which the paths
-///         of a management tree are split.
+///         of a management tree are split, that is not ".", ".." or "*", which no address there
+///         has for the name of a node.
 bool isProfileName(std::string_view name);
 
 /// @param storedName  UTF-8 of any length, such as "Office/Home"

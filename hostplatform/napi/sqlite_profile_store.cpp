@@ -72,7 +72,8 @@ const std::array<const char *, SqliteProfileStore::StatementCount> SqliteProfile
     "DELETE FROM profile WHERE name = ?1",
     "SELECT id FROM profile WHERE name = ?1",
     "SELECT id, name FROM profile WHERE id = ?1",
-    "SELECT id, name FROM profile WHERE instr(name, '/') > 0 ORDER BY id",
+    "SELECT id, name FROM profile"
+    " WHERE instr(name, '/') > 0 OR CAST(name AS TEXT) IN ('.', '..', '*') ORDER BY id",
 };
 
 /// One run of a prepared statement. The bound values have to outlive it.
@@ -496,7 +497,7 @@ StoreResult SqliteProfileStore::readRenamed(std::vector<Renamed> &profiles)
             result = lookup;
         return !lookup.failed() || given.contains(name);
     };
-    Query query(*this, WithSlash);
+    Query query(*this, WithoutProfileName);
     int step = query.step();
     for (; step == SQLITE_ROW && !result.failed(); step = query.step()) {
         const std::int64_t id = query.number();

@@ -51,7 +51,7 @@ private:
         Remove,
         IdByName,
         NameById,
-        WithSlash,
+        WithoutProfileName,
         StatementCount
     };
     static const std::array<const char *, StatementCount> kSql;

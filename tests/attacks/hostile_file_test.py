@@ -16,6 +16,34 @@ from sessions import SUCCESS, UNUSABLE, USAGE, SessionTest
 REFUSED = 1
 
 
+class ReservedStoredNameTest(SessionTest):
+    """A store from elsewhere has profiles that are called like what an address writes for this node,
+    the one above and all nodes."""
+
+    def setUp(self):
+        super().setUp()
+        store = sqlite3.connect(os.path.join(self.handset.state, "profiles.db"))
+        self.names = []
+        with store:
+            for name in (".", "..", "*"):
+                cursor = store.execute(
+                    "INSERT INTO profile(name, record) VALUES(?, ?)",
+                    (name, b"\0" * 8 + b"evil.apn" + b"\0" * 1152))
+                self.names.append(f"{name}~{cursor.lastrowid}")
+        store.close()
+
+    def test_every_name_that_is_listed_can_be_addressed(self):
+        """None hides in a list: each is shown under a name that reads, changes and deletes it."""
+        listed = self.handset.dmclient("get", CONN).stdout.decode().splitlines()
+        self.assertEqual([name for name in listed if name[0] in ".*"], self.names)
+        for name in self.names:
+            address = f"{CONN}/{name}/Addr"
+            self.assertEqual(self.handset.dmclient("get", address).stdout, b"evil.apn\n")
+            self.assertEqual(self.handset.dmclient("delete", f"{CONN}/{name}").returncode, 0)
+        self.assertEqual(self.handset.dmclient("get", CONN).stdout.decode().splitlines(),
+                         [name for name in listed if name not in self.names])
+
+
 class SlashInAStoredNameTest(SessionTest):
     """A store from elsewhere has a profile "Office/Evil", so that a path beneath that node reads as
     one beneath Office."""

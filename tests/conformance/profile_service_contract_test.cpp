@@ -246,6 +246,14 @@ TEST_F(ProfileServiceContract, NameOf63BytesFillsItsSlot)
     EXPECT_EQ(nameOf(idOf(longest)), longest);
 }
 
+TEST_F(ProfileServiceContract, NamesThatHoldAReservedOneAreNames)
+{
+    const std::vector<std::string> names = {"...", "..~", ".profile", "a.", "**", "* *", "-"};
+    for (const std::string &name : names)
+        EXPECT_EQ(create(name), NAPI_OK) << name;
+    EXPECT_EQ(listedNames(static_cast<unsigned int>(names.size())), names);
+}
+
 TEST_F(ProfileServiceContract, BadNamesAreRefusedByEveryCall)
 {
     const std::string badNames[] = {
@@ -256,6 +264,9 @@ TEST_F(ProfileServiceContract, BadNamesAreRefusedByEveryCall)
         "Office/Home", // the paths of a management tree are split at slashes
         "/",
         "Office/",
+        ".", // and these are no names in them
+        "..",
+        "*",
         "\xFF",
         "caf\xE9",
         "\xC0\x80",

@@ -387,7 +387,8 @@ TEST_F(SqliteStore, OrdinaryAnswersAreSilentAndEachKindOfFailureIsToldOnce)
         "libnapi: " +
             m_store +
             ": is full with 1 profiles\n"
-            "libnapi: a profile name is empty, longer than 63 bytes, not UTF-8 or has a slash\n"
+            "libnapi: a profile name is empty, longer than 63 bytes, not UTF-8, has a slash, or is "
+            ". or .. or *\n"
             "libnapi: a call got a null pointer\n");
 }
 
@@ -579,6 +580,25 @@ TEST_F(SqliteStore, NameInPlaceOfOneWithASlashIsUniqueAndFits)
             EXPECT_EQ(NAPI_GetProfileIDByName(names[index].c_str(), &id), NAPI_OK) << names[index];
             EXPECT_EQ(id, index + 1);
         }
+    });
+    EXPECT_CHILD_PASSES(outcome);
+}
+
+TEST_F(SqliteStore, StoredNameThatNoAddressCanHoldIsListedAndFoundUnderAnother)
+{
+    makeStore(4);
+    runSql("UPDATE profile SET name = '.' WHERE id = 1;"
+           "UPDATE profile SET name = '..' WHERE id = 2;"
+           "UPDATE profile SET name = '*' WHERE id = 3;"
+           "UPDATE profile SET name = '*~3' WHERE id = 4");
+    const ChildOutcome outcome = runInChild([] {
+        EXPECT_EQ(listedNames(), (Names{".~1", "..~2", "*~3~2", "*~3"}));
+        std::string address;
+        EXPECT_EQ(readAddress("..~2", address), NAPI_OK);
+        EXPECT_EQ(address, "apn of profile 1");
+        EXPECT_EQ(readAddress("..", address), NAPI_ERROR_BAD_NAME);
+        EXPECT_EQ(NAPI_DeleteProfile("*~3~2"), NAPI_OK);
+        EXPECT_EQ(listedNames(), (Names{".~1", "..~2", "*~3"}));
     });
     EXPECT_CHILD_PASSES(outcome);
 }

@@ -234,9 +234,10 @@ class ProfilesTest(NapictlTest):
     def test_bad_names_are_refused(self):
         for name in ("", "x" * 64, "é" * 32):
             self.refused(FAILED, "create", name, says=["63 bytes"])
-        for name in ("/", "Office/Home"):
+        for name in ("/", "Office/Home", ".", "..", "*"):
             profile = json.dumps({"name": name})
-            refusal = f"napictl: {name}: a name has 1 to 63 bytes of UTF-8 and no slash"
+            refusal = (f"napictl: {name}: a name has 1 to 63 bytes of UTF-8 and no slash, and is "
+                       "not . or .. or *")
             self.refused(FAILED, "create", name, says=[refusal])
             self.refused(FAILED, "import", "-", stdin=profile, says=[refusal])
             self.refused(FAILED, "import", "--replace", "-", stdin=profile, says=[refusal])

@@ -53,6 +53,12 @@ TEST(ProfileNames, IdWithASlashIsNoNameBecauseThePathsOfATreeAreSplitThere)
               (Names{"Office-Home~11111111", "Office", "-~33333333"}));
 }
 
+TEST(ProfileNames, IdThatNoAddressOfATreeCanHoldIsNoName)
+{
+    EXPECT_EQ(profileNames({{".", kOne}, {"..", kTwo}, {"*", kThree}}),
+              (Names{".~11111111", "..~22222222", "*~33333333"}));
+}
+
 TEST(ProfileNames, IdThatLooksLikeAMadeNameKeepsIt)
 {
     EXPECT_EQ(profileNames({{"Office", kOne}, {"Office", kTwo}, {"Office~11111111", kThree}}),
