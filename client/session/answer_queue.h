@@ -23,6 +23,12 @@ public:
     void lead(syncml::Command status) { m_leading.push_back(std::move(status)); }
     void push(syncml::Command command) { m_commands.push_back(std::move(command)); }
     void clear() { *this = AnswerQueue(); }
+    /// Drops everything but what leads.
+    void dropWaiting()
+    {
+        m_started.reset();
+        m_commands.clear();
+    }
     /// What waits counts so many bytes, as answerBytes counts them.
     qsizetype bytes() const;
     /// Whether these answers can be sent, in as many messages as it takes: whether no piece of them

@@ -150,6 +150,11 @@ void Session::abort(SessionEnd::Kind kind, const QString &reason)
     if (m_end.messages == 0)
         return;
     queueAlert(alert_code::sessionAbort);
+    if (!fitsIntoOneMessage(m_queue)) {
+        // The session goes no further, so the server would never get to the alert.
+        m_queue.dropWaiting();
+        queueAlert(alert_code::sessionAbort);
+    }
     m_serverIsFinal = true;
     sendNextMessage(Purpose::SayFarewell);
 }
@@ -406,6 +411,14 @@ bool Session::canBeSent(std::vector<Command> answers)
     Message message;
     message.header = nextHeader();
     return m_queue.canSend(answers, std::move(message), m_encoding, m_serversLargestMessage);
+}
+
+bool Session::fitsIntoOneMessage(AnswerQueue queue)
+{
+    Message message;
+    message.header = nextHeader();
+    return queue.fill(message, m_encoding, m_serversLargestMessage) ==
+           AnswerQueue::Filled::Everything;
 }
 
 /// Decides what follows on a message whose answers are queued.

@@ -121,6 +121,7 @@ private:
     std::vector<syncml::Command> answer(const syncml::Message &message, DmStatus headerStatus);
     void refer(std::vector<syncml::Command> &answers) const;
     bool canBeSent(std::vector<syncml::Command> answers);
+    bool fitsIntoOneMessage(AnswerQueue queue);
 
     void note(const QString &text);
 

@@ -718,6 +718,18 @@ TEST_P(Sizes, MoreAnswersThanThereIsRoomForAre413)
     EXPECT_EQ(sent(2).at(5), "Status 2 Get 413");
 }
 
+TEST_P(Sizes, AnAbortDoesNotWaitBehindAnswersThatDoNotFit)
+{
+    memory->addLeaf("Home/Long", DmtData(QByteArray(5000, 'x').constData()));
+    options.isAbortRequested = [this] { return server.messages.size() == 2; };
+    server.says({accepted() + get("2", {profileUri("Home/Long"), profileUri("Office/Addr")}), true,
+                 maxMsgSize(1000)});
+    server.says(statusFor("SyncHdr", 200) + alert("2", "1222"));
+    EXPECT_EQ(run().kind, Kind::AbortedHere);
+    EXPECT_EQ(sent(3),
+              (Lines{"Status 0 SyncHdr 200", "Status 2 Alert 215", "Alert 1223", "Final"}));
+}
+
 TEST_P(Sizes, AServerThatGoesOnWithoutTakingAnswersIsGivenUp)
 {
     // Each message brings more statuses than one of the client's can carry away.
