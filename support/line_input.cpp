@@ -1,5 +1,7 @@
 #include "line_input.h"
 
+#include "foreign_text.h"
+
 #include <QStringDecoder>
 #include <algorithm>
 #include <array>
@@ -146,7 +148,7 @@ void tell(const QByteArray &text)
 std::optional<QString> readSecret(const QString &name, QString &error)
 {
     QByteArray line;
-    tell(name.toUtf8() + ": ");
+    tell(QByteArray::fromStdString(foreign_text::printable(name.toStdString())) + ": ");
     const auto result = LineInput(STDIN_FILENO).readLine(LineInput::Echo::Off, std::nullopt, line);
     tell("\n");
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);

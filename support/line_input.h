@@ -39,7 +39,7 @@ private:
 inline constexpr QStringView askForSecret = u"-";
 
 /// Reads a secret from a line of standard input. A terminal shows "name: " and not what is typed.
-/// @param name  what it is the secret of
+/// @param name  what it is the secret of, shown escaped where somebody else chose it
 /// @return none with what is wrong in error
 std::optional<QString> readSecret(const QString &name, QString &error);
 

@@ -9,9 +9,11 @@ import subprocess
 import sys
 import tempfile
 import termios
+import time
 import unittest
 
 from commands import HandsetTest, delete, get, replace, run, set_acl
+from hostile_text import HOSTILE, harmful_in
 from sessions import DMCLIENT, PLUGIN, UNUSABLE, Handset, SessionTest
 from handset import CONN, NAPICTL, PROFILES, SECRET
 from terminal_test import Terminal
@@ -511,8 +513,20 @@ class SecretOnTheCommandLineTest(SessionTest):
         return process, master, slave
 
     def wait_for_echo(self, terminal, wanted, process):
+        end = time.monotonic() + 60
         while bool(termios.tcgetattr(terminal)[3] & termios.ECHO) != wanted:
             self.assertIsNone(process.poll())
+            self.assertLess(time.monotonic(), end)
+
+    def test_the_question_does_not_steer_the_terminal(self):
+        """An address that somebody gave the user to type in is shown escaped."""
+        uri = f"./{HOSTILE}\x1b[31m/AuthPw"
+        process, master, _ = self.begin_to_ask("dmclient", ["replace", uri, "-"])
+        shown = os.read(master, 4096)
+        self.assertIn(b"/AuthPw: ", shown)
+        self.assertEqual(harmful_in(shown), [])
+        process.terminate()
+        process.wait(60)
 
     def test_a_signal_at_the_question_leaves_the_terminal_as_it_was(self):
         """The program ends by the signal, and what is typed next is not hidden from its user, who
