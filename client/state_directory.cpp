@@ -3,6 +3,7 @@
 #include "private_file.h"
 #include "private_storage.h"
 #include "state_location.h"
+#include "syncml/xml_text.h"
 
 #include <QDir>
 #include <QFile>
@@ -10,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <sys/file.h>
 #include <unistd.h>
 #include <utility>
@@ -78,23 +80,44 @@ QString StateDirectory::clientFile(const QString &name) const
     return m_clientPath + u'/' + name;
 }
 
+namespace {
+
+constexpr qsizetype longestDeviceId = 255;
+
+/// The device identifier that stands in a file, with or without a line break behind it. It goes
+/// into every message, so it has to be a line of text that each encoding carries.
+/// @return none when the file holds anything else
+std::optional<QByteArray> deviceIdIn(QByteArray content)
+{
+    if (content.endsWith('\n'))
+        content.chop(content.endsWith("\r\n") ? 2 : 1);
+    const auto text = syncml::xmlTextFromUtf8(content);
+    const QByteArray id = content.trimmed();
+    if (!text || !syncml::isXmlLine(*text) || id.isEmpty() || id.size() > longestDeviceId)
+        return std::nullopt;
+    return id;
+}
+
+} // namespace
+
 QByteArray StateDirectory::deviceId(QString &error) const
 {
-    constexpr qsizetype longestId = 255;
-    const PrivateFile file(clientFile(QStringLiteral("device-id")), longestId + 1);
+    constexpr qsizetype lineBreak = 2;
+    const PrivateFile file(clientFile(QStringLiteral("device-id")), longestDeviceId + lineBreak);
     QByteArray id;
     switch (file.read(id, error)) {
     case PrivateFile::Reading::Failed:
         return {};
-    case PrivateFile::Reading::Done:
-        id = id.trimmed();
-        if (id.isEmpty() || id.size() > longestId) {
-            error = QStringLiteral("%1 holds no device identifier of 1 to %2 bytes")
-                        .arg(file.path())
-                        .arg(longestId);
-            return {};
-        }
-        return id;
+    case PrivateFile::Reading::Done: {
+        const auto found = deviceIdIn(id);
+        if (!found)
+            error =
+                QStringLiteral("%1 does not hold a device identifier, one line of 1 to %2 bytes "
+                               "of UTF-8 without control characters")
+                    .arg(file.path())
+                    .arg(longestDeviceId);
+        return found.value_or(QByteArray());
+    }
     case PrivateFile::Reading::Missing:
         break;
     }

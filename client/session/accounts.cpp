@@ -1,5 +1,7 @@
 #include "session/accounts.h"
 
+#include "syncml/xml_text.h"
+
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <algorithm>
@@ -27,10 +29,10 @@ bool fits(const QByteArray &bytes, qsizetype largest, QString &error)
 /// A line of text: it goes into HTTP headers and into nodes.
 bool setText(QByteArray &field, const QString &text, QString &error)
 {
-    const auto isControl = [](QChar c) { return c.category() == QChar::Other_Control; };
     const QByteArray bytes = text.toUtf8();
-    if (std::any_of(text.begin(), text.end(), isControl))
-        return refuse(error, QStringLiteral("has a control character"));
+    if (!syncml::isXmlLine(text))
+        return refuse(error, QStringLiteral("has a control character, or one that is no character "
+                                            "of XML"));
     if (!fits(bytes, longestAccountText, error))
         return false;
     field = bytes;

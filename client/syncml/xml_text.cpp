@@ -1,6 +1,7 @@
 #include "syncml/xml_text.h"
 
 #include <QStringConverter>
+#include <algorithm>
 
 namespace syncml {
 namespace {
@@ -34,6 +35,13 @@ bool isXmlText(QStringView text)
             return false;
     }
     return true;
+}
+
+bool isXmlLine(QStringView text)
+{
+    return isXmlText(text) && std::ranges::none_of(text, [](QChar character) {
+               return character.category() == QChar::Other_Control;
+           });
 }
 
 std::optional<QString> xmlTextFromUtf8(QByteArrayView bytes)

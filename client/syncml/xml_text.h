@@ -12,6 +12,9 @@ namespace syncml {
 /// True when every character of `text` is one of XML 1.0, and no surrogate stands alone.
 bool isXmlText(QStringView text);
 
+/// True for an XML text of one line: no control character, so no line break and no tabulator.
+bool isXmlLine(QStringView text);
+
 /// `bytes` as text, a leading byte order mark included. Nothing when they are not UTF-8, or hold a
 /// character that XML does not know.
 std::optional<QString> xmlTextFromUtf8(QByteArrayView bytes);

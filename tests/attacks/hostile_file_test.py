@@ -308,6 +308,19 @@ class DamagedStateFile(SessionTest):
         os.rename(path, path + ".damaged")
         self.assertEqual(self.handset.dmclient("tree").stderr, b"")
 
+    def test_a_device_identifier_that_is_no_line_of_text(self):
+        """Zeros, two lines, control characters, bytes that are not UTF-8: none of it goes to a server."""
+        for content in (bytes(46), b"a\nb\n", b"\nurn:a\n", b"urn:a\x1b[31m", b"urn:a\tb",
+                        b"\377\376", "urn:\x85".encode(), "urn:\ufffe".encode()):
+            with open(self.handset.client_file("device-id"), "wb") as file:
+                file.write(content)
+            path = self.assert_reads_go_on("device-id")
+            self.assert_no_server_comes_in(path)
+            said = self.handset.dmclient("get", "./DevInfo/DevId").stderr.decode()
+            self.assertIn(f"mv '{path}' '{path}.damaged'", said, content)
+            with open(path, "rb") as file:
+                self.assertEqual(file.read(), content)
+
 
 if __name__ == "__main__":
     unittest.main()

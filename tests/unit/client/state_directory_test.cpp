@@ -116,6 +116,37 @@ TEST_F(OpenStateDirectoryTest, TheDeviceIdentifierAndTheLockAreForTheirOwnerOnly
     EXPECT_FALSE(permissions & (QFileDevice::ReadGroup | QFileDevice::ReadOther));
 }
 
+TEST_F(OpenStateDirectoryTest, ADeviceIdentifierIsOneLineOfText)
+{
+    const auto state = open();
+    const QString path = state->clientFile(QStringLiteral("device-id"));
+    const auto read = [&](const QByteArray &content) {
+        QFile file(path);
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        EXPECT_TRUE(file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner));
+        file.write(content);
+        file.close();
+        error.clear();
+        return state->deviceId(error);
+    };
+    const QByteArray longest(255, 'x');
+    for (const QByteArray &id : {QByteArray("IMEI:004999010640000"), QByteArray("urn:\xc3\xa4"),
+                                 QByteArray("two words"), longest}) {
+        EXPECT_EQ(read(id), id);
+        EXPECT_EQ(read(id + '\n'), id);
+    }
+    EXPECT_EQ(read("urn:a\r\n"), "urn:a");
+    EXPECT_EQ(read(" urn:a \n"), "urn:a");
+    for (const QByteArray &content :
+         {QByteArray(), QByteArray("\n"), QByteArray(" \n"), longest + 'x', QByteArray(46, '\0'),
+          QByteArray("a\nb\n"), QByteArray("a\n\n"), QByteArray("\na"), QByteArray("a\tb"),
+          QByteArray("a\x7f"), QByteArray("a\xc2\x85"), QByteArray("\xff\xfe"),
+          QByteArray("a\xef\xbf\xbe"), QByteArray("a\xed\xa0\x80")}) {
+        EXPECT_EQ(read(content), QByteArray()) << content.toHex().toStdString();
+        EXPECT_TRUE(error.contains(path)) << error.toStdString();
+    }
+}
+
 } // namespace
 
 } // namespace client

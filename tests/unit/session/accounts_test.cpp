@@ -99,7 +99,9 @@ TEST_F(AccountsTest, FieldsSayWhatIsWrong)
     EXPECT_EQ(set("client-auth", "x509"), "is none of none, basic, md5 and hmac");
     EXPECT_EQ(set("client-name", "a:b"), "has a colon");
     EXPECT_EQ(set("server-name", "a\r\nX-Header: b"), "has a colon");
-    EXPECT_EQ(set("server-name", "a\r\nb"), "has a control character");
+    for (const char *const text : {"a\r\nb", "a\xef\xbf\xbe"})
+        EXPECT_EQ(set("server-name", text),
+                  "has a control character, or one that is no character of XML");
     EXPECT_EQ(set("title", QByteArray(1025, 'x').constData()), "has more than 1024 bytes");
     EXPECT_EQ(set("server-nonce", "?"), "is no base64");
     EXPECT_EQ(account.serverId, "dm.example") << "a refused value changes nothing";
