@@ -146,10 +146,17 @@ bool DmDevice::saveProperties(QString &error)
 
 namespace {
 
+/// The text as one word of a POSIX shell.
+QString shellWord(QString text)
+{
+    return u'\'' + text.replace(u'\'', QStringLiteral("'\\''")) + u'\'';
+}
+
 /// How to go on without a file.
 QString setAside(const QString &file)
 {
-    return QStringLiteral("to set it aside: mv '%1' '%1.damaged'").arg(file);
+    return QStringLiteral("to set it aside: mv %1 %2")
+        .arg(shellWord(file), shellWord(file + QStringLiteral(".damaged")));
 }
 
 } // namespace

@@ -321,6 +321,18 @@ class DamagedStateFile(SessionTest):
             with open(path, "rb") as file:
                 self.assertEqual(file.read(), content)
 
+    def test_a_state_directory_with_an_apostrophe(self):
+        """The way to set the file aside can be pasted into a shell as it stands."""
+        state = os.path.join(self.handset.home, "it's; touch x")
+        os.rename(self.handset.state, state)
+        self.handset.state = state
+        self.write("device-id", "")
+        said = self.handset.dmclient("get", "./DevInfo/Man").stderr.decode()
+        hint = said[said.index("mv '"):].splitlines()[0]
+        subprocess.run(["sh", "-c", hint], cwd=self.handset.home, check=True, timeout=60)
+        self.assertEqual(os.path.getsize(self.handset.client_file("device-id.damaged")), 0)
+        self.assertEqual(sorted(os.listdir(self.handset.home)), [os.path.basename(state)])
+
 
 if __name__ == "__main__":
     unittest.main()
