@@ -74,9 +74,9 @@ bool beginsWithType(QStringView text)
 
 bool isAlertType(const QString &type)
 {
-    static const QRegularExpression form(QStringLiteral(
-        "^(Content-Type: *[!#$&^_.+A-Za-z0-9-]+/[!#$&^_.+A-Za-z0-9-]+( *;[^\\p{C}]*)?"
-        "|Reversed-Domain-Name: *[A-Za-z0-9-]+(\\.[A-Za-z0-9-]+)*)$"));
+    static const QRegularExpression form(QRegularExpression::anchoredPattern(
+        QStringLiteral("Content-Type: *[!#$&^_.+A-Za-z0-9-]+/[!#$&^_.+A-Za-z0-9-]+( *;[^\\p{C}]*)?"
+                       "|Reversed-Domain-Name: *[A-Za-z0-9-]+(\\.[A-Za-z0-9-]+)*")));
     return form.match(type).hasMatch();
 }
 

@@ -51,7 +51,9 @@ TEST(GenericAlert, OtherTypesAreRefused)
          {"Reversed-Domain-Name:=1", "Reversed-Domain-Name: org..example=1",
           "Reversed-Domain-Name: org.example other=1", "Reversed-Domain-Name: .org=1",
           "Content-Type: text=1", "Content-Type: /plain=1", "Content-Type: text/=1",
-          "Content-Type: text/plain; a\nb=1", "Reversed-Domain-Name: org.example"})
+          "Content-Type: text/plain; a\nb=1", "Content-Type: text/plain\n=1",
+          "Content-Type: text/plain;\n=1", "Reversed-Domain-Name: a.b\n=1",
+          "Reversed-Domain-Name: org.example"})
         EXPECT_FALSE(isTaken(text)) << text;
     EXPECT_EQ(fieldsOf("Reversed-Domain-Name: org.example"), "! there is no TYPE=TEXT");
     EXPECT_EQ(fieldsOf(""), "! there is no TYPE=TEXT");
