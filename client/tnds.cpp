@@ -127,18 +127,19 @@ private:
             text("Value", transferred(**listed.value));
     }
 
-    /// The type is what a node cannot do without.
+    /// The type is what a node cannot do without, and the format what a base64 value cannot.
     void writeProperties(const ListedNode &listed)
     {
         m_xml.writeStartElement(QStringLiteral("RTProperties"));
         for (const Property property :
              {Property::Acl, Property::Format, Property::Name, Property::Size, Property::Title,
               Property::TStamp, Property::Type, Property::VerNo}) {
-            if (property == Property::Format && m_content.properties.contains(property))
+            const bool isAskedFor = m_content.properties.contains(property);
+            if (property == Property::Format && (isAskedFor || travelsAsBase64(listed)))
                 writeFormat(listed);
             else if (property == Property::Type)
                 writeType(listed.node);
-            else if (m_content.properties.contains(property))
+            else if (isAskedFor)
                 writeProperty(listed.node, property);
         }
         m_xml.writeEndElement();
@@ -152,16 +153,21 @@ private:
             text(nameOf(property).toLatin1().constData(), *value);
     }
 
-    void writeFormat(const ListedNode &listed)
+    /// Whether the document has a value of the node, and has it in base64.
+    bool travelsAsBase64(const ListedNode &listed) const
     {
-        // The format of the value as it stands here, or of the node where no value does.
         const bool hasValue = m_content.hasValues && listed.value && *listed.value &&
                               (*listed.value)->GetType() != DmtData::Null;
-        const bool isBase64 = hasValue && (listed.node.valueType() == DmtData::Bin ||
-                                           !syncml::fitsXml(valueText(**listed.value)));
+        return hasValue && (listed.node.valueType() == DmtData::Bin ||
+                            !syncml::fitsXml(valueText(**listed.value)));
+    }
+
+    /// The format of the value as it stands here, or of the node where no value does.
+    void writeFormat(const ListedNode &listed)
+    {
         m_xml.writeStartElement(QStringLiteral("Format"));
-        m_xml.writeEmptyElement(isBase64 ? QStringLiteral("b64")
-                                         : formatName(listed.node.valueType()));
+        m_xml.writeEmptyElement(travelsAsBase64(listed) ? QStringLiteral("b64")
+                                                        : formatName(listed.node.valueType()));
         m_xml.writeEndElement();
     }
 

@@ -143,6 +143,28 @@ TEST_F(SerialisedTreeTest, ValuesThatXmlCannotCarryAreBase64)
               "<Value>Bw==</Value></Node>");
 }
 
+TEST_F(SerialisedTreeTest, ABase64ValueSaysSoWhicheverPropertiesAreAskedFor)
+{
+    DMVector<unsigned char> bytes;
+    bytes.push_back('A');
+    memory->addLeaf("Home/Icon", DmtData(bytes));
+    memory->addLeaf("Home/Bell", DmtData("a\x01"
+                                         "b"));
+    const std::string format = "<RTProperties><Format><b64/></Format><Type>";
+    for (const char *const content : {"TNDS+Value", "TNDS-Format-ACL-VerNo-TStamp-Title"}) {
+        const std::string bell = nodes(profileUri("Home/Bell?list=") + content);
+        EXPECT_NE(bell.find(format), std::string::npos) << bell;
+        EXPECT_NE(bell.find("<Value>YQFi</Value>"), std::string::npos) << bell;
+        const std::string icon = nodes(profileUri("Home/Icon?list=") + content);
+        EXPECT_NE(icon.find(format), std::string::npos) << icon;
+        EXPECT_NE(icon.find("<Value>QQ==</Value>"), std::string::npos) << icon;
+        const std::string address = nodes(profileUri("Home/Addr?list=") + content);
+        EXPECT_EQ(address.find("<Format>"), std::string::npos) << address;
+    }
+    const std::string bell = nodes(profileUri("Home/Bell?list=TNDS+Type"));
+    EXPECT_EQ(bell.find("<Format>"), std::string::npos) << bell;
+}
+
 TEST_F(SerialisedTreeTest, ABinaryLeafWithoutAValueHasItsOwnFormat)
 {
     memory->addLeaf("Home/Icon", DmtData(DMVector<unsigned char>()));
