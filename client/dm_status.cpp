@@ -78,6 +78,14 @@ QString describe(const Outcome &outcome)
     return outcome.reason.isEmpty() ? status : status + QStringLiteral(": ") + outcome.reason;
 }
 
+std::optional<DmStatus> parseStatus(const QByteArray &data)
+{
+    const QByteArray text = data.trimmed();
+    const bool isDecimal = std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
+    const int code = text.size() == 3 && isDecimal ? text.toInt() : 0;
+    return code >= 200 && code <= 599 ? std::optional(static_cast<DmStatus>(code)) : std::nullopt;
+}
+
 DmStatus statusOfEngineCall(int engineStatus)
 {
     if (engineStatus == 0)

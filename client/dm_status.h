@@ -1,6 +1,7 @@
 // Status codes of DM commands, and how the client reports an outcome with its reason.
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 #include <optional>
 #include <utility>
@@ -57,6 +58,10 @@ inline bool succeeded(DmStatus status)
 {
     return static_cast<int>(status) < 300;
 }
+
+/// A status as the Data of a Status has it: three digits from 200 to 599, with or without white
+/// space around them. None for anything else.
+std::optional<DmStatus> parseStatus(const QByteArray &data);
 
 /// The status that a server gets for what an engine call returned: 0 is 200, a failure code that is
 /// a status of its own goes out as it is, and anything else (a plug-in's own 1) is 500.

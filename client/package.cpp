@@ -2,6 +2,7 @@
 
 #include "alerts.h"
 #include "session/command_runner.h"
+#include "session/proofs.h"
 #include "syncml/xml_codec.h"
 
 #include <algorithm>
@@ -80,6 +81,18 @@ Command requestForMore()
     return alert;
 }
 
+/// What the server says about the header of the client's last message, which had no proof in it.
+/// @return why the session would end there; null when it would not
+QString refusalOfHeader(const Message &message, DmStatus headerOutcome)
+{
+    const ServerTrust trust =
+        succeeded(headerOutcome) ? ServerTrust::NotAsked : ServerTrust::Unproved;
+    QString reason;
+    const bool isRefused =
+        ClientProver(Credentials()).read(message, trust, reason) == ClientProver::Verdict::Refused;
+    return isRefused ? reason : QString();
+}
+
 bool succeededStatus(const Command &command)
 {
     return command.kind != CommandKind::Status || command.data->toInt() < 400;
@@ -95,6 +108,9 @@ PackageAnswer answerPackage(const Message &request, ManagementTree &tree, syncml
     if (answer.isAbortedByServer)
         return answer;
     const DmStatus headerOutcome = statusOfHeader(request.header);
+    answer.refusal = refusalOfHeader(request, headerOutcome);
+    if (!answer.refusal.isNull())
+        return answer;
     std::vector<Command> answers = {headerStatus(request.header, headerOutcome)};
     CommandRunner runner(tree, principal, nullptr, {}, usualLargestObject);
     if (succeeded(headerOutcome))

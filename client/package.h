@@ -24,10 +24,12 @@ void fitEncoding(syncml::Command &command, syncml::Encoding encoding);
 
 /// What the client has to say about one message of a server.
 struct PackageAnswer {
-    /// None when the server said nothing that needs an answer, or aborts the session: it is over
-    /// then.
+    /// None when the server said nothing that needs an answer, refuses the client, or aborts the
+    /// session: it is over then.
     std::optional<syncml::Message> message;
     bool isAbortedByServer = false;
+    /// How the server refuses the header of the client's last message; null when it does not.
+    QString refusal;
     /// Whether every status in it is a success.
     bool allSucceeded = true;
 };
@@ -36,7 +38,8 @@ struct PackageAnswer {
 /// builds the client's next message: the status of the header, then each command's status followed
 /// by its results, and a request for the rest of a package that is not final. Data that the
 /// encoding cannot carry as text goes as base64. A header of another protocol version is answered
-/// with 505 or 513, and none of its commands is run; nor is any when the server aborts the session.
+/// with 505 or 513, and none of its commands is run; nor is any when the server aborts the session,
+/// or refuses the client's header as in a session without credentials.
 /// @param principal  on whose behalf the commands run
 PackageAnswer answerPackage(const syncml::Message &request, ManagementTree &tree,
                             syncml::Encoding encoding,

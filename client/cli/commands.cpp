@@ -350,6 +350,10 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
     const PackageAnswer answer = answerPackage(
         std::get<syncml::Message>(decoded), context.device->tree(), encoding,
         serverId.isEmpty() ? Principal::owner() : Principal::server(serverId.toUtf8()));
+    if (!answer.refusal.isNull()) {
+        context.output.problem(QStringLiteral("process: %1: %2").arg(file, answer.refusal));
+        return ExitStatus::SessionFailed;
+    }
     if (!answer.message) {
         context.output.problem(
             answer.isAbortedByServer

@@ -11,7 +11,8 @@ enum class ExitStatus : int {
     WrongUsage = 2,     ///< the command line, a line of the shell, or an input file is wrong
     Unusable = 3,       ///< the plug-in, the state directory or standard output cannot be used, or
                         ///< something is not kept that should be, such as a trace
-    SessionFailed = 4,  ///< a session with a DM server was aborted or failed
+    SessionFailed = 4,  ///< a session with a DM server was aborted or failed, or a package would
+                        ///< end it with a refusal of the client
 };
 
 /// The status that several commands end with together: the highest of theirs.

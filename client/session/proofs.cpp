@@ -74,21 +74,18 @@ ClientProver::Verdict ClientProver::readStatus(const Command &headerStatus, Serv
 {
     if (!hasUsableNonce(headerStatus, reason))
         return Verdict::Refused;
-    constexpr int firstError = 400;
     const QByteArray text = headerStatus.data.value_or(QByteArray());
-    bool isNumber = false;
-    const int code = text.toInt(&isNumber);
-    if (!isNumber) {
-        reason = QStringLiteral("the server's status of the header, \"%1\", is not a number")
+    const auto status = parseStatus(text);
+    if (!status) {
+        reason = QStringLiteral("the server's status of the header, \"%1\", is not a status")
                      .arg(QString::fromUtf8(text.left(80)));
         return Verdict::Refused;
     }
-    const auto status = static_cast<DmStatus>(code);
     if (status == DmStatus::InvalidCredentials || status == DmStatus::MissingCredentials)
         return takeChallenge(headerStatus, trust, reason);
     const bool isUnproved = trust == ServerTrust::Unproved;
-    if (code >= firstError) {
-        reason = QStringLiteral("the server refuses the session with %1").arg(describe(status));
+    if (*status >= DmStatus::BadRequest) {
+        reason = QStringLiteral("the server refuses the session with %1").arg(describe(*status));
         return isUnproved ? Verdict::Accepted : Verdict::Refused;
     }
     if (status == DmStatus::Authenticated && hasProvedByHmac()) {
@@ -157,7 +154,7 @@ void ClientProver::takeNonce(const std::optional<QByteArray> &nonce, bool keep)
 bool ClientProver::mayProveBy(AuthType type, QString &reason) const
 {
     if (m_type == AuthType::None) {
-        reason = QStringLiteral("the server asks for credentials (%1) and the account has none")
+        reason = QStringLiteral("the server asks for credentials (%1) and there are none to give")
                      .arg(wireName(type));
         return false;
     }

@@ -14,7 +14,7 @@ import unittest
 
 from handset import CONN, DMCLIENT, PLUGIN, PROXY, SECRET, Handset
 
-SUCCESS, REFUSED, USAGE, UNUSABLE = 0, 1, 2, 3
+SUCCESS, REFUSED, USAGE, UNUSABLE, SESSION_FAILED = range(5)
 
 
 class DmclientTest(unittest.TestCase):
@@ -298,6 +298,18 @@ class ProcessTest(DmclientTest):
             status, printed, errors = self.run_client("process", path)
             self.assertEqual((status, printed), (USAGE, ""))
             self.assertIn(f"cannot read {path}: ", errors)
+
+    def test_a_package_that_refuses_the_clients_header_runs_nothing(self):
+        before = self.handset.profile("Office")
+        for code, reason in (("abc", "the server's status of the header, \"abc\", is not a status"),
+                             ("401", "the server refuses the client and does not say what it asks for")):
+            package = self.EMPTY % (
+                '<Status><CmdID>1</CmdID><MsgRef>1</MsgRef><CmdRef>0</CmdRef><Cmd>SyncHdr</Cmd>'
+                f'<Data>{code}</Data></Status><Delete><CmdID>2</CmdID><Item><Target>'
+                f'<LocURI>{CONN}/Office</LocURI></Target></Item></Delete>')
+            self.assertEqual(self.run_client("process", "-", stdin=package),
+                             (SESSION_FAILED, "", f"dmclient: process: -: {reason}\n"))
+        self.assertEqual(self.handset.profile("Office"), before)
 
 
 class PipedShellTest(DmclientTest):

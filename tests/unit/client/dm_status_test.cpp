@@ -32,6 +32,19 @@ TEST(DmStatusTest, AFailureNeverBecomesASuccess)
         EXPECT_EQ(statusOfEngineCall(status), DmStatus::CommandFailed) << status;
 }
 
+TEST(DmStatusTest, AStatusIsThreeDigitsFrom200To599)
+{
+    for (const char *const text : {"200", " 200 ", "\n\t200\r\n"})
+        EXPECT_EQ(parseStatus(text), DmStatus::Ok) << text;
+    EXPECT_EQ(parseStatus("404"), DmStatus::NotFound);
+    EXPECT_EQ(parseStatus("599"), static_cast<DmStatus>(599));
+    for (const char *const text :
+         {"", "0", "-200", "+200", "100", "199", "600", "999", "0200", "20", "2000", "0x0c8", "2 0",
+          "200 OK", "OK", "\xd9\xa2\xd9\xa0\xd9\xa0"})
+        EXPECT_EQ(parseStatus(text), std::nullopt) << text;
+    EXPECT_EQ(parseStatus(QByteArray("20\0", 3)), std::nullopt);
+}
+
 TEST(DmStatusTest, OutcomesAreDescribedWithTheirMeaningAndReason)
 {
     EXPECT_EQ(describe(DmStatus::NotFound), QStringLiteral("404 Not Found"));

@@ -41,6 +41,12 @@ protected:
         command.cmdId = QStringLiteral("1");
         request.commands.push_back(command);
     }
+    void statusOfHeaderFromServer(const char *code)
+    {
+        statusFromServer();
+        request.commands.back().cmd = QStringLiteral("SyncHdr");
+        request.commands.back().data = code;
+    }
     void alert(const char *code)
     {
         Command command;
@@ -137,6 +143,36 @@ TEST_F(PackageTest, APackageThatIsNotFinalIsAskedForItsRest)
     EXPECT_EQ(last.kind, CommandKind::Alert);
     EXPECT_EQ(last.data, "1222");
     EXPECT_EQ(last.msgRef, std::nullopt);
+}
+
+TEST_F(PackageTest, NothingRunsBehindARefusalOfTheClientsHeader)
+{
+    const std::pair<const char *, const char *> refusals[] = {
+        {"abc", "the server's status of the header, \"abc\", is not a status"},
+        {"0", "the server's status of the header, \"0\", is not a status"},
+        {"401", "the server refuses the client and does not say what it asks for"},
+        {"513", "the server refuses the session with 513 Protocol Version Not Supported"}};
+    for (const auto &[code, reason] : refusals) {
+        request.commands.clear();
+        statusOfHeaderFromServer(code);
+        request.commands.push_back(chunk("changed", false));
+        memory->calls.clear();
+        const PackageAnswer answered = answer();
+        EXPECT_EQ(answered.refusal.toStdString(), reason);
+        EXPECT_FALSE(answered.message) << code;
+        EXPECT_EQ(memory->calls, std::vector<std::string>()) << code;
+    }
+}
+
+TEST_F(PackageTest, AnAcceptedHeaderLetsTheCommandsRun)
+{
+    for (const char *const code : {"200", "212", "\n  200\n"}) {
+        request.commands.clear();
+        statusOfHeaderFromServer(code);
+        request.commands.push_back(chunk("changed", false));
+        EXPECT_EQ(codes(), "200 200") << code;
+        EXPECT_TRUE(answer().refusal.isNull()) << code;
+    }
 }
 
 TEST_F(PackageTest, ARequestForMoreIsTaken)
