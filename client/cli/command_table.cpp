@@ -30,7 +30,7 @@ constexpr OptionRow processOptions[] = {
 };
 constexpr OptionRow sessionOptions[] = {
     {"encoding", OptionValue::Text, "ENCODING", "xml or wbxml: encoding of the first message"},
-    {"ca", OptionValue::Text, "FILE", "PEM certificates to trust in place of the system's"},
+    {"ca", OptionValue::File, "FILE", "PEM certificates to trust in place of the system's"},
     {"timeout", OptionValue::Text, "SECONDS", "how long the server may take for one answer"},
     {"session-timeout", OptionValue::Text, "SECONDS", "how long the whole session may take"},
     {"max-msg-size", OptionValue::Text, "BYTES", "largest message, as announced to the server"},
@@ -38,7 +38,7 @@ constexpr OptionRow sessionOptions[] = {
     {"event", OptionValue::Text, "TYPE=TEXT", "report a client event (Alert 1224); repeatable"},
     {"generic-alert", OptionValue::Text, "[FIELD=VALUE ...] TYPE=TEXT",
      "report a generic alert (1226); repeatable"},
-    {"trace", OptionValue::Text, "FILE",
+    {"trace", OptionValue::File, "FILE",
      "write every message to a file (- is standard output), secrets masked"},
     {"json", OptionValue::None, nullptr, "print one JSON object a command"},
 };
@@ -112,6 +112,17 @@ QString helpLine(const QString &left, const char *right)
     return QStringLiteral("  %1%2  %3\n").arg(left, gap, QString::fromLatin1(right));
 }
 
+/// What of the command should name a file, and is empty; null when nothing is.
+QString emptyFileName(const CommandRow &command, const Invocation &invocation)
+{
+    for (const OptionRow &option : command.options)
+        if (option.value == OptionValue::File && invocation.values(option.name).contains(QString()))
+            return QStringLiteral("--") + QString::fromLatin1(option.name);
+    const bool isEmpty = command.firstArgument == ArgumentKind::File &&
+                         !invocation.arguments.isEmpty() && invocation.arguments[0].isEmpty();
+    return isEmpty ? QString::fromLatin1(command.arguments) : QString();
+}
+
 } // namespace
 
 std::span<const CommandRow> commandTable()
@@ -149,6 +160,11 @@ std::optional<Invocation> parseInvocation(const CommandRow &command, const QStri
     if (count < command.minArguments ||
         (command.maxArguments != anyNumber && count > command.maxArguments)) {
         error = QStringLiteral("usage: %1").arg(synopsis(command));
+        return std::nullopt;
+    }
+    if (const QString empty = emptyFileName(command, invocation); !empty.isNull()) {
+        error =
+            QStringLiteral("%1: %2 names no file").arg(QString::fromLatin1(command.name), empty);
         return std::nullopt;
     }
     return invocation;

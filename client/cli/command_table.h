@@ -51,7 +51,7 @@ enum class ArgumentKind {
 };
 
 /// What an option's value stands for.
-enum class OptionValue { None, Property, Format, Text };
+enum class OptionValue { None, Property, Format, File, Text };
 
 struct OptionRow {
     const char *name;

@@ -106,6 +106,11 @@ std::optional<CommandLine> parseCommandLine(const QStringList &words, Output &ou
         output.problem(QStringLiteral("--state names no directory"));
         return std::nullopt;
     }
+    const QString plugin = parser.value(QStringLiteral("plugin"));
+    if (parser.isSet(QStringLiteral("plugin")) && plugin.isEmpty()) {
+        output.problem(QStringLiteral("--plugin names no file"));
+        return std::nullopt;
+    }
     const QStringList rest = parser.positionalArguments();
     if (rest.isEmpty()) {
         output.problem(QStringLiteral("no command; try dmclient --help"));
@@ -115,8 +120,8 @@ std::optional<CommandLine> parseCommandLine(const QStringList &words, Output &ou
     commandLine.command = rest[0];
     commandLine.words = rest.mid(1);
     commandLine.device.stateDirectory = state.isEmpty() ? StateDirectory::defaultPath() : state;
-    if (parser.isSet(QStringLiteral("plugin")))
-        commandLine.device.pluginFile = parser.value(QStringLiteral("plugin"));
+    if (!plugin.isEmpty())
+        commandLine.device.pluginFile = plugin;
     commandLine.device.profileBackend = backend;
     commandLine.device.pluginMessagesToStandardError = parser.isSet(QStringLiteral("verbose"));
     return commandLine;

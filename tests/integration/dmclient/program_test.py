@@ -299,6 +299,11 @@ class ProcessTest(DmclientTest):
             self.assertEqual((status, printed), (USAGE, ""))
             self.assertIn(f"cannot read {path}: ", errors)
 
+    def test_an_empty_file_name_is_wrong_usage(self):
+        for words, problem in ((("process", ""), "process: FILE names no file"),
+                               (("--plugin", "", "tree"), "--plugin names no file")):
+            self.assertEqual(self.run_client(*words), (USAGE, "", f"dmclient: {problem}\n"))
+
     def test_a_package_that_refuses_the_clients_header_runs_nothing(self):
         before = self.handset.profile("Office")
         for code, reason in (("abc", "the server's status of the header, \"abc\", is not a status"),

@@ -219,6 +219,8 @@ class ScenarioTest(SessionTest):
                  '--event "x": is not TYPE=TEXT'),
                 (["http://127.0.0.1/", "--ca", "/nowhere"],
                  "cannot read /nowhere: No such file or directory"),
+                (["http://127.0.0.1/", "--ca", ""], "--ca names no file"),
+                (["http://127.0.0.1/", "--trace", ""], "--trace names no file"),
                 (["http://127.0.0.1/", "--trace", "/nowhere/x"],
                  "cannot write /nowhere/x: No such file or directory")):
             with self.subTest(words=words):

@@ -70,6 +70,15 @@ TEST(CommandTableTest, WrongUsageIsExplained)
     EXPECT_EQ(problem("get", {"./A", "--prop"}), "get: Missing value after '--prop'.");
 }
 
+TEST(CommandTableTest, AFileHasAName)
+{
+    EXPECT_EQ(problem("process", {""}), "process: FILE names no file");
+    EXPECT_EQ(problem("session", {"A", "--trace", ""}), "session: --trace names no file");
+    EXPECT_EQ(problem("session", {"A", "--ca", ""}), "session: --ca names no file");
+    EXPECT_EQ(problem("session", {"A", "--trace", "", "--trace", "x"}),
+              "session: --trace names no file");
+}
+
 TEST(CommandTableTest, AnUnfinishedLineMayLackWords)
 {
     QString error;
