@@ -2,6 +2,7 @@
 
 #include "node_uri.h"
 
+#include <QList>
 #include <algorithm>
 #include <iterator>
 
@@ -30,9 +31,24 @@ bool isSecretUri(const QString &uri)
     return address && isSecretLeaf(address->node.name());
 }
 
-bool mentionsSecretLeaf(const QString &word)
+namespace {
+
+/// The name that a word gives: of a field, or of the node at the end of an address.
+QByteArray nameIn(const QByteArray &word)
+{
+    QByteArray name = word.split('=').front();
+    while (name.endsWith('/'))
+        name.chop(1);
+    return name.mid(name.lastIndexOf('/') + 1);
+}
+
+} // namespace
+
+bool mentionsSecret(const QString &word)
 {
     const QByteArray plain = QByteArray::fromPercentEncoding(word.toUtf8()).toLower();
+    if (!plain.startsWith("--") && nameIn(plain).contains("secret"))
+        return true;
     return std::any_of(
         std::begin(secretLeafNames), std::end(secretLeafNames),
         [&plain](const char *secret) { return plain.contains(QByteArray(secret).toLower()); });

@@ -20,7 +20,9 @@ bool isMasked(const QByteArray &leafName, const QByteArray &value);
 /// Whether the node of a URI is such a leaf.
 bool isSecretUri(const QString &uri);
 
-/// Whether a name of such a leaf stands anywhere in a word, escaped or in another case.
-bool mentionsSecretLeaf(const QString &word);
+/// Whether a word of a command may name what holds a secret, or try to: with a name of such a leaf
+/// anywhere, or with "secret" in what stands before "=" or in the last name of an address, escaped
+/// or in another case. An option names none.
+bool mentionsSecret(const QString &word);
 
 } // namespace client

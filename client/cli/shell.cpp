@@ -7,7 +7,6 @@
 #include "cli/words.h"
 #include "private_storage.h"
 #include "secret_leaf.h"
-#include "session/accounts.h"
 
 #include <QFile>
 #include <algorithm>
@@ -30,22 +29,12 @@ bool isText(const QByteArray &line)
     return !line.contains('\0') && line.isValidUtf8();
 }
 
-/// "client-secret=..." of an account.
-bool setsAccountSecret(const QString &word)
-{
-    const qsizetype equals = word.indexOf(u'=');
-    const AccountField *const field = equals < 0 ? nullptr : accountField(word.left(equals));
-    return field && field->isSecret;
-}
-
 } // namespace
 
 bool mayBeRemembered(const QByteArray &line)
 {
     const auto words = splitWords(line);
-    return words && std::none_of(words->begin(), words->end(), [](const QString &word) {
-               return mentionsSecretLeaf(word) || setsAccountSecret(word);
-           });
+    return words && std::none_of(words->begin(), words->end(), mentionsSecret);
 }
 
 ExitStatus Shell::run()

@@ -630,12 +630,16 @@ class SecretOnTheCommandLineTest(SessionTest):
         self.assertEqual(self.handset.profile("Office")["gprs"]["authPassword"], SECRET)
 
     def test_no_secret_stays_in_the_history(self):
-        """Lines of the shell that carry a secret are not kept."""
+        """Lines of the shell that carry a secret are not kept, also where its name is mistyped."""
         terminal = Terminal(self, "shell")
         lines = [f"replace {self.LEAF} Hidden-1", f"replace {CONN}/Office/Auth/PAP AuthPw=Hidden-2",
                  f"replace {CONN}/Office/Auth/PAP/Auth%50w Hidden-3",
                  f"replace {self.LEAF}/ Hidden-4", "account set X server-secret=Hidden-5",
-                 f"add {CONN}/Office/Auth/PAP/authpw Hidden-6", "get ./DevInfo/Man", "quit"]
+                 f"add {CONN}/Office/Auth/PAP/authpw Hidden-6", "account set X Client-Secret=Hidden-7",
+                 "account set X client_secret=Hidden-8", "account set X clientsecret=Hidden-9",
+                 "account set X client-secret = Hidden-10", "replace ./DMAcc/X/Secret/ Hidden-11",
+                 "replace ./DMAcc/X/S%65cret Hidden-12", "account show X --show-secrets",
+                 "get ./DevInfo/Man", "quit"]
         for line in lines:
             terminal.answer("dm> ", line + "\n")
         terminal.end()
@@ -643,6 +647,7 @@ class SecretOnTheCommandLineTest(SessionTest):
             history = file.read()
         self.assertNotIn("Hidden", history)
         self.assertIn("get", history)
+        self.assertIn("show-secrets", history)
 
 
 class SecretOnTheScreenTest(SessionTest):

@@ -1,6 +1,8 @@
 // The table of commands and what is made from it.
 
 #include "cli/command_table.h"
+#include "cli/shell.h"
+#include "session/accounts.h"
 
 #include <gtest/gtest.h>
 
@@ -114,6 +116,39 @@ TEST(CommandTableTest, HelpOfAccountNamesTheFields)
     ASSERT_NE(account, nullptr);
     EXPECT_TRUE(commandHelp(*account).contains(
         QStringLiteral("\n  the fields are address, server-id, title, client-auth, ")));
+}
+
+// ---- The history of the shell --------------------------------------------------------------------
+
+TEST(HistoryTest, NoFieldThatHoldsASecretIsRemembered)
+{
+    int secrets = 0;
+    for (const AccountField &field : accountFields()) {
+        secrets += field.isSecret ? 1 : 0;
+        EXPECT_EQ(mayBeRemembered(
+                      QStringLiteral("account set X %1=x").arg(QLatin1String(field.name)).toUtf8()),
+                  !field.isSecret)
+            << field.name;
+    }
+    EXPECT_EQ(secrets, 2);
+}
+
+TEST(HistoryTest, ALineThatMayNameASecretIsNotRemembered)
+{
+    for (const char *line :
+         {"account set X Client-Secret=x", "account set X client_secret=x",
+          "account set X SECRET=x", "account set X client-secret = x", "replace ./A/AuthPw x",
+          "replace ./A/authpw/Deeper x", "replace ./A Auth%50w=x", "replace ./A AAuthData=x",
+          "add ./A/OwnSecret// x", "replace ./A/S%65cret x", "replace ./A 'unclosed"})
+        EXPECT_FALSE(mayBeRemembered(line)) << line;
+}
+
+TEST(HistoryTest, WhatOnlySoundsLikeASecretIsRemembered)
+{
+    for (const char *line :
+         {"get ./A/Secretary/Addr", "get --show-secrets ./A", "replace ./A/B secret/x",
+          "account set X title=Secret", "replace ./A/B x=secret"})
+        EXPECT_TRUE(mayBeRemembered(line)) << line;
 }
 
 } // namespace
