@@ -6,6 +6,15 @@ using syncml::Command;
 using syncml::CommandKind;
 using syncml::SyncHdr;
 
+namespace {
+
+bool hasNonce(AuthType type)
+{
+    return type == AuthType::Md5 || type == AuthType::Hmac;
+}
+
+} // namespace
+
 // ---- The client's proof --------------------------------------------------------------------------
 
 ClientProver::ClientProver(const Credentials &credentials)
@@ -16,10 +25,10 @@ ClientProver::ClientProver(const Credentials &credentials)
 
 void ClientProver::prove(SyncHdr &header)
 {
-    const bool usesDigest = m_type == AuthType::Md5 || m_type == AuthType::Hmac;
-    if (usesDigest)
+    if (hasNonce(m_type))
         header.source.locName = QString::fromUtf8(m_identity.name);
-    m_hasProved = !m_isAcceptedForSession && m_type != AuthType::None && (!usesDigest || m_nonce);
+    m_hasProved =
+        !m_isAcceptedForSession && m_type != AuthType::None && (!hasNonce(m_type) || m_nonce);
     if (m_hasProved && m_type != AuthType::Hmac)
         header.cred = makeCred(m_type, m_identity, m_nonce.value_or(QByteArray()));
 }
@@ -216,6 +225,12 @@ bool ServerVerifier::acceptsEmpty(const TransportResponse &response) const
         return true;
     // A message names its session, and nothing in an empty answer does.
     return m_hasProvedAMessage && isProved(response, SyncHdr());
+}
+
+void ServerVerifier::spendNonce(const TransportResponse &response, const SyncHdr &header)
+{
+    if (hasNonce(m_credentials.type) && isProved(response, header))
+        m_keptNonce.reset();
 }
 
 void ServerVerifier::challengeGoesOut()

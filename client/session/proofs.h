@@ -84,6 +84,10 @@ public:
     /// to prove itself, which by HMAC it has to do with each answer. As the first answer of a
     /// session it may not: its proof could be that of another session's end.
     bool acceptsEmpty(const TransportResponse &response) const;
+    /// Has to be called with each answer, also with one that is not taken: when it holds a proof,
+    /// no nonce is kept until a challenge goes out again. Whoever has heard the proof could repeat
+    /// it in the next session, by MD5 with commands of their own.
+    void spendNonce(const TransportResponse &response, const syncml::SyncHdr &header);
     /// What goes into the Status of that message's header, so that the server can prove itself the
     /// next time; none when nothing has to be proved.
     const std::optional<syncml::Chal> &challenge() const { return m_challenge; }

@@ -293,6 +293,14 @@ bool Session::keepNonces()
     return false;
 }
 
+/// Has the nonce of a proof dropped before anything of its message is done.
+/// @return whether the session goes on
+bool Session::spendNonce(const TransportResponse &response, const SyncHdr &header)
+{
+    m_verifier.spendNonce(response, header);
+    return keepNonces();
+}
+
 // ---- What the server says ------------------------------------------------------------------------
 
 void Session::receive(const TransportResponse &response)
@@ -300,6 +308,8 @@ void Session::receive(const TransportResponse &response)
     if (response.body.isEmpty()) {
         for (SessionObserver *const observer : m_observers)
             observer->messageReceived(response, nullptr);
+        if (!spendNonce(response, SyncHdr()))
+            return;
         if (m_verifier.acceptsEmpty(response))
             end(SessionEnd::Kind::Completed, {});
         else
@@ -310,7 +320,7 @@ void Session::receive(const TransportResponse &response)
     for (SessionObserver *const observer : m_observers)
         observer->messageReceived(response, &decoded);
     if (const auto *const fault = std::get_if<syncml::DecodeError>(&decoded)) {
-        refuseMessage(*fault);
+        refuseMessage(response, *fault);
         return;
     }
     m_encoding = *syncml::recogniseEncoding(response.body);
@@ -319,7 +329,7 @@ void Session::receive(const TransportResponse &response)
 
 /// A message that cannot be read ends the session; the server hears why when it can be told to
 /// which message the status belongs.
-void Session::refuseMessage(const syncml::DecodeError &error)
+void Session::refuseMessage(const TransportResponse &response, const syncml::DecodeError &error)
 {
     const QString reason =
         QStringLiteral("the server's message cannot be read: %1").arg(error.toString());
@@ -327,6 +337,8 @@ void Session::refuseMessage(const syncml::DecodeError &error)
         fail(reason);
         return;
     }
+    if (!spendNonce(response, *error.header))
+        return;
     Command status = headerStatus(*error.header, static_cast<DmStatus>(error.status));
     status.msgRef = error.header->msgId;
     m_queue.lead(std::move(status));
@@ -340,7 +352,7 @@ void Session::receive(const TransportResponse &response, const Message &message)
         note(QStringLiteral("the server's message has %1 bytes, more than the announced %2")
                  .arg(response.body.size())
                  .arg(m_options.maxMessageBytes));
-    if (!belongsHere(message.header))
+    if (!spendNonce(response, message.header) || !belongsHere(message.header))
         return;
 
     const DmStatus version = statusOfHeader(message.header);

@@ -47,8 +47,8 @@ struct SessionOptions {
     /// abort. May be empty.
     std::function<bool()> isAbortRequested;
     /// Has to keep the nonces for the next session. Called with those that have changed as soon as
-    /// the server gave one, and before a message goes out that gives one to the server. False, with
-    /// the reason in error, ends the session at once. May be empty.
+    /// the server gave one or has proved itself with one, and before a message goes out that gives
+    /// one to the server. False, with the reason in error, ends the session at once. May be empty.
     std::function<bool(const Nonces &nonces, QString &error)> keepNonces;
 };
 
@@ -91,7 +91,7 @@ private:
     bool endsEarly(bool isExchangeOverTime = false);
     void receive(const TransportResponse &response);
     void receive(const TransportResponse &response, const syncml::Message &message);
-    void refuseMessage(const syncml::DecodeError &error);
+    void refuseMessage(const TransportResponse &response, const syncml::DecodeError &error);
     void endOrGoOn(bool hasAnswers);
     void end(SessionEnd::Kind kind, const QString &reason);
     void fail(const QString &reason) { end(SessionEnd::Kind::Failed, reason); }
@@ -110,6 +110,7 @@ private:
     bool isOverTime() const;
     std::chrono::milliseconds timeLeft() const;
     bool keepNonces();
+    bool spendNonce(const TransportResponse &response, const syncml::SyncHdr &header);
 
     // ---- What the server says
     bool belongsHere(const syncml::SyncHdr &header);

@@ -108,6 +108,50 @@ class RepeatedMessages(Attack):
         self.assert_failed(status, "the server did not prove who it is")
 
 
+class RepeatedCredentials(Attack):
+    """The server's MD5 credentials are recorded, and sent in the next session with commands of the
+    attacker's: they cover a nonce, and not the message."""
+
+    CRED = E("Cred", E("Meta", E("Format", "b64"), E("Type", proofs.TYPES["md5"])),
+             E("Data", proofs.md5("dm.example", "ServerSecret", b"nonce")))
+
+    def check(self, *last, ends_with=SUCCESS):
+        """A session in which the server says no more than that, and then the attacker."""
+        status = self.attack(says("1", *last, header=[self.CRED]), server="md5",
+                             **{"server-nonce": NONCE})
+        self.assertEqual(status, ends_with, "\n".join(self.lines))
+        status = self.attack_again(says("1", header_status(200), CHANGE, header=[self.CRED]), b"")
+        self.assertEqual(self.requests[1].statuses(), [401, 401])
+        self.assert_failed(status, "the server did not prove who it is")
+        self.assert_unchanged()
+
+    def test_after_a_session_in_which_there_was_nothing_to_do(self):
+        self.check(header_status(200))
+
+    def test_after_a_session_that_the_server_aborted(self):
+        self.check(header_status(200), alert("1223"), ends_with=SESSION_FAILED)
+
+    def test_after_a_session_that_the_server_refused(self):
+        self.check(header_status(500), ends_with=SESSION_FAILED)
+
+    def test_after_a_session_in_which_the_server_proved_itself_once_too_often(self):
+        """The credentials that are recorded are those of a message behind 212, which needed none."""
+        recorded = []
+
+        def proves_itself_again(request):
+            nonce = base64.b64decode(request.nonce())
+            recorded.append(E("Cred", E("Meta", E("Format", "b64"), E("Type", proofs.TYPES["md5"])),
+                              E("Data", proofs.md5("dm.example", "ServerSecret", nonce))))
+            return says("2", header_status(200), header=recorded)(request)
+
+        first = says("1", header_status(200), get("./DevInfo/Man"), header=[self.CRED])
+        status = self.attack(first, proves_itself_again, server="md5", **{"server-nonce": NONCE})
+        self.assertEqual(status, SUCCESS, "\n".join(self.lines))
+        self.attack_again(says("1", header_status(200), CHANGE, header=recorded), b"")
+        self.assertEqual(self.requests[1].statuses(), [401, 401])
+        self.assert_unchanged()
+
+
 class Downgrade(Attack):
     """The client is asked for a weaker proof than its account has."""
 

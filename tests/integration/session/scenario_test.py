@@ -54,7 +54,9 @@ class ScenarioTest(SessionTest):
         self.assertEqual(report["encodings"], ["wbxml", "xml"])
 
     def test_nonces_are_kept_for_the_next_session(self):
-        for kind in ("md5", "hmac"):
+        # By HMAC the server's last message uses its nonce up, and no message follows that could bring
+        # another one.
+        for kind, server_challenges in (("md5", 0), ("hmac", 1)):
             with self.subTest(proof=kind):
                 played = scenario("several_messages", client_auth=kind, server_auth=kind,
                                   end="statuses")
@@ -67,9 +69,9 @@ class ScenarioTest(SessionTest):
                     result = self.handset.dmclient("session", "Test")
                     second = server.session.report()
                 self.assertEqual((result.returncode, second["faults"]), (SUCCESS, []))
-                self.assertLess(second["requests"], first["requests"])
+                self.assertEqual(second["requests"], first["requests"] - 1 + server_challenges)
                 self.assertEqual(server.session.client_failures, 0)
-                self.assertEqual(server.session.server_challenges, 0)
+                self.assertEqual(server.session.server_challenges, server_challenges)
 
     def test_limits_of_the_client_make_the_server_send_chunks(self):
         played = scenario("large_objects", chunk=0)

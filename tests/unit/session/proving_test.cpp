@@ -607,7 +607,15 @@ TEST_P(Proving, ServerWithHmacProvesEveryMessage)
     EXPECT_EQ(challengeSent(2)->type, AuthType::Hmac);
     EXPECT_EQ(sent(3).at(2), "Results 3 ./DevInfo/Mod = model");
     EXPECT_NE(challengeSent(2)->nonce, challengeSent(3)->nonce);
-    EXPECT_EQ(serverNonce(), challengeSent(3)->nonce->toStdString());
+    EXPECT_EQ(serverNonce(), "none") << "the end was proved with the last one";
+}
+
+TEST_P(Proving, HmacOfTheLastMessageLeavesNoNonce)
+{
+    serverProves(AuthType::Hmac, "S0");
+    saysWithHmac(accepted(), "S0");
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_EQ(serverNonce(), "none") << "each message has a nonce of its own";
 }
 
 TEST_P(Proving, HmacOfAnotherMessageIsRefused)
@@ -635,15 +643,6 @@ TEST_P(Proving, MessageWithoutItsHmacIsRefused)
     run();
     EXPECT_EQ(sent(2).at(0), "Status 0 SyncHdr 407");
     EXPECT_EQ(read(profile("Office/Addr")), "internet");
-}
-
-TEST_P(Proving, UnsentChallengeLeavesTheOldNonceInPlace)
-{
-    serverProves(AuthType::Md5, "S0");
-    server.says({accepted(), true, cred(AuthType::Md5, "S0")});
-    EXPECT_EQ(run().kind, Kind::Completed);
-    EXPECT_EQ(server.messages.size(), 1U);
-    EXPECT_EQ(serverNonce(), "S0") << "the server never heard of another one";
 }
 
 TEST_P(Proving, EmptyAnswerHasAnHmacOfItsOwn)
@@ -699,6 +698,100 @@ TEST_P(Proving, NonceOfTheServerIsKeptBeforeAnythingIsDone)
     };
     EXPECT_EQ(run().kind, Kind::Completed);
     EXPECT_EQ(kept, QByteArray("N1"));
+}
+
+TEST_P(Proving, NonceOfTheServersProofIsGoneHoweverTheSessionEnds)
+{
+    const QByteArray proof = cred(AuthType::Md5, "S0");
+    struct Ending {
+        const char *name;
+        ScriptedServer::Message last;
+        Kind kind;
+    };
+    const Ending endings[] = {
+        {"nothing to do", {accepted(), true, proof}, Kind::Completed},
+        {"abort", {accepted() + alert("2", "1223"), true, proof}, Kind::AbortedByServer},
+        {"refusal", {statusFor("SyncHdr", 500), true, proof}, Kind::Failed},
+        {"unusable address",
+         {accepted(), true, "<RespURI>ftp://dm.example/</RespURI>" + proof},
+         Kind::Failed},
+    };
+    for (const Ending &ending : endings) {
+        SCOPED_TRACE(ending.name);
+        serverProves(AuthType::Md5, "S0");
+        server = ScriptedServer(GetParam());
+        server.says(ending.last);
+        EXPECT_EQ(run().kind, ending.kind);
+        EXPECT_EQ(serverNonce(), "none") << "whoever has seen the proof could use it again";
+    }
+}
+
+TEST_P(Proving, NonceOfAProofIsGoneAlsoWhenItsMessageIsNotTaken)
+{
+    serverProves(AuthType::Md5, "S0");
+    options.sessionId = QStringLiteral("A");
+    server.says({accepted(), true, cred(AuthType::Md5, "S0")});
+    EXPECT_EQ(run().reason,
+              QStringLiteral("the server answers for session \"5\" instead of \"A\""));
+    EXPECT_EQ(serverNonce(), "none");
+
+    serverProves(AuthType::Md5, "S0");
+    options.sessionId = QStringLiteral("5");
+    server = ScriptedServer(GetParam());
+    server.replies([this](const TransportRequest &request) {
+        QByteArray bytes = server.encoded({accepted(), true, cred(AuthType::Md5, "S0")}, 1);
+        // Behind the header, which can still be read, something cannot.
+        bytes.chop(12);
+        return TransportResponse{bytes, {}, {}, request.url};
+    });
+    EXPECT_TRUE(run().reason.startsWith(QStringLiteral("the server's message cannot be read")));
+    EXPECT_EQ(serverNonce(), "none");
+}
+
+TEST_P(Proving, NonceThatTheServerUsesBeforeTheNextSessionIsGone)
+{
+    serverProves(AuthType::Md5, "S0");
+    server.says({accepted() + get("2", {"./DevInfo/Man"}), true, cred(AuthType::Md5, "S0")});
+    server.replies([this](const TransportRequest &request) {
+        const QByteArray nonce = *challengeSent(2)->nonce;
+        return TransportResponse{
+            server.encoded({accepted(), true, cred(AuthType::Md5, nonce)}, 2), {}, {}, request.url};
+    });
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_EQ(serverNonce(), "none") << "though no proof was needed after 212";
+}
+
+TEST_P(Proving, NonceOfTheServersProofIsGoneBeforeAnythingIsDone)
+{
+    serverProves(AuthType::Md5, "S0");
+    server.says({accepted() + get("2", {"./DevInfo/Man"}), true, cred(AuthType::Md5, "S0")});
+    std::vector<std::optional<QByteArray>> kept;
+    options.keepNonces = [&](const Nonces &nonces, QString &) {
+        if (kept.empty()) {
+            EXPECT_EQ(listener.commands, Lines());
+        }
+        kept.push_back(nonces.toClient);
+        return true;
+    };
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_EQ(kept, (std::vector<std::optional<QByteArray>>{std::nullopt, challengeSent(2)->nonce}))
+        << "then the nonce of the challenge takes its place";
+}
+
+TEST_P(Proving, WrongProofCostsNoNonce)
+{
+    serverProves(AuthType::Md5, "S0");
+    server.says({accepted(), true, cred(AuthType::Md5, "guessed")});
+    EXPECT_EQ(run().kind, Kind::Failed);
+    EXPECT_EQ(serverNonce(), "S0");
+}
+
+TEST_P(Proving, ProofWithoutANonceCostsNone)
+{
+    serverProves(AuthType::Basic, "S0");
+    server.says({accepted(), true, cred(AuthType::Basic, {})});
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_EQ(serverNonce(), "S0");
 }
 
 TEST_P(Proving, NonceThatCannotBeKeptIsNotGivenToTheServer)
