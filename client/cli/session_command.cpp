@@ -10,6 +10,7 @@
 #include "session/http_transport.h"
 #include "session/trace.h"
 
+#include <QHostAddress>
 #include <chrono>
 #include <csignal>
 #include <cstring>
@@ -126,15 +127,24 @@ struct Server {
     Account account;
 };
 
+bool areSameHost(const QUrl &one, const QUrl &other)
+{
+    const QHostAddress address(one.host());
+    const QHostAddress otherAddress(other.host());
+    if (!address.isNull() && !otherAddress.isNull())
+        return address.isEqual(otherAddress, QHostAddress::ConvertV4MappedToIPv4);
+    const auto nameOf = [](const QUrl &url) {
+        const QString host = url.host().toLower();
+        return host.endsWith(u'.') ? host.chopped(1) : host;
+    };
+    return nameOf(one) == nameOf(other);
+}
+
 /// The account whose server is on the same machine.
 std::optional<QString> accountOnHost(const AccountStore &accounts, const QUrl &url)
 {
-    const auto hostOf = [](const QUrl &address) {
-        const QString host = address.host().toLower();
-        return host.endsWith(u'.') ? host.chopped(1) : host;
-    };
     for (const auto &[name, account] : accounts.accounts())
-        if (hostOf(account.address) == hostOf(url))
+        if (areSameHost(account.address, url))
             return name;
     return std::nullopt;
 }

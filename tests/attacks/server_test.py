@@ -354,6 +354,20 @@ class ForeignIdentifier(SessionTest):
                 self.assertIn(f"{url} is on the host of the account Test (http://localhost:1/dm); "
                               "name the account", result.stderr.decode())
 
+    def test_another_form_of_the_address_of_an_account_is_not_its_server(self):
+        """An IPv4 address inside an IPv6 one leads to the same machine."""
+        self.add_account("http://127.0.0.1:1/dm", "hmac", "hmac")
+        with HostileServer(b"") as server:
+            port = server.url.rstrip("/").rpartition(":")[2]
+            for host in ("[::ffff:127.0.0.1]", "[0:0:0:0:0:FFFF:7f00:1]"):
+                with self.subTest(host=host):
+                    result = self.handset.dmclient("session", f"http://{host}:{port}/dm")
+                    self.assertEqual(result.returncode, USAGE, result.stdout.decode())
+                    self.assertIn("is on the host of the account Test", result.stderr.decode())
+            self.assertEqual(server.requests, [])
+        result = self.handset.dmclient("session", "http://[::1]:1/dm")
+        self.assertEqual(result.returncode, SESSION_FAILED)
+
     def test_the_accounts_own_address_is_used_with_its_proofs(self):
         change = hostile.replace(f"{OFFICE}/Addr", "evil.example")
         with HostileServer(hostile.says("1", hostile.header_status(200), change)) as server:
