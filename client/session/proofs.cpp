@@ -31,6 +31,8 @@ void ClientProver::prove(SyncHdr &header)
         !m_isAcceptedForSession && m_type != AuthType::None && (!hasNonce(m_type) || m_nonce);
     if (m_hasProved && m_type != AuthType::Hmac)
         header.cred = makeCred(m_type, m_identity, m_nonce.value_or(QByteArray()));
+    if (hasProvedByHmac())
+        m_hmacNonces.insert(*m_nonce);
 }
 
 std::optional<QByteArray> ClientProver::hmacHeader(const QByteArray &body) const
@@ -108,8 +110,8 @@ ClientProver::Verdict ClientProver::readStatus(const Command &headerStatus, Serv
     if (status == DmStatus::Authenticated)
         m_isAcceptedForSession = true;
     if (headerStatus.chal)
-        if (const auto next = readChal(*headerStatus.chal))
-            takeNonce(next->nonce, !isUnproved);
+        if (const auto next = readChal(*headerStatus.chal); next && isOfUse(*next, m_type))
+            takeNonce(*next->nonce, !isUnproved);
     return Verdict::Accepted;
 }
 
@@ -140,23 +142,28 @@ ClientProver::Verdict ClientProver::takeChallenge(const Command &headerStatus, S
         reason = QStringLiteral("the server does not accept the client's credentials");
         return Verdict::Refused;
     }
-    if (challenge->type == AuthType::Hmac && !challenge->nonce) {
-        reason = QStringLiteral("the server asks for an HMAC proof without a nonce");
+    if (challenge->type == AuthType::Hmac && !isOfUse(*challenge, AuthType::Hmac)) {
+        reason = QStringLiteral("the server asks for an HMAC proof without a new nonce");
         return Verdict::Refused;
     }
     m_type = challenge->type;
-    takeNonce(challenge->nonce ? challenge->nonce : m_nonce.value_or(QByteArray()),
+    takeNonce(challenge->nonce.value_or(m_nonce.value_or(QByteArray())),
               trust == ServerTrust::Proved);
     return Verdict::Challenged;
 }
 
-void ClientProver::takeNonce(const std::optional<QByteArray> &nonce, bool keep)
+bool ClientProver::isOfUse(const Challenge &next, AuthType type) const
 {
-    if (!nonce)
-        return;
+    const bool hasText = next.type == type && next.nonce && !next.nonce->isEmpty();
+    return hasText && (type != AuthType::Hmac || !m_hmacNonces.contains(*next.nonce));
+}
+
+void ClientProver::takeNonce(const QByteArray &nonce, bool keep)
+{
     m_nonce = nonce;
     m_hasNewNonce = true;
-    if (keep)
+    // A server that wants MD5 without a nonce gets it; the account keeps one that is worth more.
+    if (keep && !nonce.isEmpty())
         m_keptNonce = nonce;
 }
 

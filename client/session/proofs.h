@@ -9,6 +9,7 @@
 
 #include <QString>
 #include <optional>
+#include <set>
 
 namespace client {
 
@@ -42,7 +43,7 @@ public:
     /// A server that should have proved itself, and has not, may ask for a proof and cannot refuse
     /// the session. No challenge is answered with a weaker kind of proof than the account's, or
     /// than the session has seen; and once HMAC is used, each message has to bring a nonce for the
-    /// next.
+    /// next HMAC proof, one that the session has not used.
     /// @param reason  receives why there is no way to go on
     Verdict read(const syncml::Message &message, ServerTrust trust, QString &reason);
 
@@ -52,7 +53,9 @@ public:
 private:
     Verdict readStatus(const syncml::Command &headerStatus, ServerTrust trust, QString &reason);
     Verdict takeChallenge(const syncml::Command &headerStatus, ServerTrust trust, QString &reason);
-    void takeNonce(const std::optional<QByteArray> &nonce, bool keep);
+    /// Whether a challenge brings a nonce for the next proof of that type.
+    bool isOfUse(const Challenge &next, AuthType type) const;
+    void takeNonce(const QByteArray &nonce, bool keep);
     bool mayProveBy(AuthType type, QString &reason) const;
     bool hasProvedByHmac() const { return m_hasProved && m_type == AuthType::Hmac; }
 
@@ -60,6 +63,7 @@ private:
     AuthType m_type; ///< that of the account, or a stronger one that the server asked for
     std::optional<QByteArray> m_nonce;
     std::optional<QByteArray> m_keptNonce;
+    std::set<QByteArray> m_hmacNonces; ///< that this session has used
     bool m_isAcceptedForSession = false;
     bool m_hasProved = false;   ///< in the last message
     bool m_hasNewNonce = false; ///< since then

@@ -182,7 +182,7 @@ class StrippedHmac(Attack):
 
     def check(self, reason, *statuses):
         status = self.attack(says("1", *statuses, CHANGE), client="hmac",
-                             **{"client-nonce": "bm9uY2U="})
+                             **{"client-nonce": NONCE})
         self.assert_failed(status, reason)
         self.assertEqual(len(self.requests), 1)
         self.assert_unchanged()
@@ -192,6 +192,20 @@ class StrippedHmac(Attack):
 
     def test_a_missing_nonce_ends_the_session(self):
         self.check("no nonce for the next HMAC proof", header_status(200, chal("hmac", None)))
+
+    def test_an_empty_nonce_ends_the_session(self):
+        self.check("no nonce for the next HMAC proof", header_status(200, chal("hmac", "")))
+        shown = self.handset.dmclient("account", "show", "Test").stdout.decode()
+        self.assertIn(f"client-nonce={NONCE}\n", shown)
+
+    def test_the_nonce_that_was_just_used_ends_the_session(self):
+        self.check("no nonce for the next HMAC proof", header_status(200, chal("hmac", NONCE)))
+
+    def test_a_nonce_for_another_kind_of_proof_ends_the_session(self):
+        for kind in ("basic", "md5"):
+            with self.subTest(kind=kind):
+                self.check("no nonce for the next HMAC proof",
+                           header_status(200, chal(kind, "b3RoZXI=")))
 
     def test_a_missing_challenge_ends_the_session(self):
         self.check("no nonce for the next HMAC proof", header_status(200))

@@ -358,6 +358,106 @@ TEST_P(Proving, HmacForTheWholeSessionEndsTheSession)
     EXPECT_EQ(read(profile("Office/Addr")), "internet");
 }
 
+TEST_P(Proving, HmacWithANonceThatIsNoneEndsTheSession)
+{
+    const struct {
+        const char *name;
+        QByteArray statuses;
+    } answers[] = {
+        {"empty", statusFor("SyncHdr", 200, chal(AuthType::Hmac, ""))},
+        {"the one just used", statusFor("SyncHdr", 200, chal(AuthType::Hmac, "N0"))},
+        {"for MD5", statusFor("SyncHdr", 200, chal(AuthType::Md5, "N1"))},
+        {"for basic",
+         statusFor("SyncHdr", 200, chal(AuthType::Md5, "N1").replace("auth-md5", "auth-basic"))},
+        {"for what nobody knows",
+         statusFor("SyncHdr", 200, chal(AuthType::Md5, "N1").replace("auth-md5", "auth-X509"))},
+    };
+    for (const auto &answer : answers) {
+        SCOPED_TRACE(answer.name);
+        clientProves(AuthType::Hmac, "N0");
+        server = ScriptedServer(GetParam());
+        server.says(answer.statuses + get("2", {"./DevInfo/Man"}));
+        const SessionEnd end = run();
+        EXPECT_EQ(end.kind, Kind::Failed);
+        EXPECT_EQ(end.reason, QStringLiteral("the server gives no nonce for the next HMAC proof"));
+        EXPECT_EQ(server.messages.size(), 1U);
+        EXPECT_NE(clientNonce(), "") << "an empty nonce cannot be stored";
+    }
+}
+
+TEST_P(Proving, HmacGoesOnWithTheNewNonceOfTwo)
+{
+    clientProves(AuthType::Hmac, "N0");
+    server.says(statusFor("SyncHdr", 200, chal(AuthType::Hmac, "N1")) +
+                statusFor("SyncHdr", 200, chal(AuthType::Hmac, "N0")) +
+                get("2", {"./DevInfo/Man"}));
+    server.says(statusFor("SyncHdr", 200, chal(AuthType::Hmac, "N2")));
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_TRUE(hasHmac(2, "N1"));
+}
+
+TEST_P(Proving, HmacNonceOfAnEarlierMessageEndsTheSession)
+{
+    clientProves(AuthType::Hmac, "N0");
+    server.says(statusFor("SyncHdr", 200, chal(AuthType::Hmac, "N1")) +
+                get("2", {"./DevInfo/Man"}));
+    server.says(statusFor("SyncHdr", 200, chal(AuthType::Hmac, "N0")) +
+                get("2", {"./DevInfo/Mod"}));
+    EXPECT_EQ(run().reason, QStringLiteral("the server gives no nonce for the next HMAC proof"));
+    EXPECT_EQ(server.messages.size(), 2U);
+    EXPECT_EQ(clientNonce(), "N1");
+}
+
+TEST_P(Proving, HmacChallengeWithAUsedNonceEndsTheSession)
+{
+    clientProves(AuthType::Hmac, "N0");
+    for (const char *const nonce : {"", "N0"}) {
+        SCOPED_TRACE(nonce);
+        server = ScriptedServer(GetParam());
+        server.says(statusFor("SyncHdr", 401, chal(AuthType::Hmac, nonce)));
+        EXPECT_EQ(run().reason,
+                  QStringLiteral("the server asks for an HMAC proof without a new nonce"));
+        EXPECT_EQ(server.messages.size(), 1U);
+        EXPECT_EQ(clientNonce(), "N0");
+    }
+}
+
+TEST_P(Proving, HmacMayTakeTheNonceThatMd5HasUsed)
+{
+    clientProves(AuthType::Md5, "N0");
+    server.says(statusFor("SyncHdr", 401, chal(AuthType::Hmac, "N0")));
+    server.says(statusFor("SyncHdr", 200, chal(AuthType::Hmac, "N1")));
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_TRUE(hasHmac(2, "N0"));
+}
+
+TEST_P(Proving, Md5GoesOnWithItsNonceWhenTheServerGivesNoneOfUse)
+{
+    for (const QByteArray &challenge :
+         {QByteArray(), chal(AuthType::Md5, ""), chal(AuthType::Md5, "N0"),
+          chal(AuthType::Md5, "N1").replace("auth-md5", "auth-basic")}) {
+        SCOPED_TRACE(challenge.toStdString());
+        clientProves(AuthType::Md5, "N0");
+        server = ScriptedServer(GetParam());
+        server.says(statusFor("SyncHdr", 200, challenge) + get("2", {"./DevInfo/Man"}));
+        EXPECT_EQ(run().kind, Kind::Completed);
+        EXPECT_TRUE(hasProof(2, AuthType::Md5, "N0"));
+        EXPECT_EQ(clientNonce(), "N0");
+    }
+}
+
+TEST_P(Proving, Md5WithAnEmptyNonceIsGivenAndNotKept)
+{
+    clientProves(AuthType::Md5, "N0");
+    serverProves(AuthType::Basic);
+    server.says(
+        {statusFor("SyncHdr", 401, chal(AuthType::Md5, "")), true, cred(AuthType::Basic, {})});
+    server.says(statusFor("SyncHdr", 212));
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_TRUE(hasProof(2, AuthType::Md5, ""));
+    EXPECT_EQ(clientNonce(), "N0");
+}
+
 TEST_P(Proving, HmacChallengeWithoutANonceEndsTheSession)
 {
     clientProves(AuthType::Hmac, "N0");
@@ -365,7 +465,8 @@ TEST_P(Proving, HmacChallengeWithoutANonceEndsTheSession)
     challenge.remove(challenge.indexOf("<NextNonce>"),
                      challenge.indexOf("</Meta>") - challenge.indexOf("<NextNonce>"));
     server.says(statusFor("SyncHdr", 401, challenge));
-    EXPECT_EQ(run().reason, QStringLiteral("the server asks for an HMAC proof without a nonce"));
+    EXPECT_EQ(run().reason,
+              QStringLiteral("the server asks for an HMAC proof without a new nonce"));
     EXPECT_EQ(server.messages.size(), 1U);
 }
 
