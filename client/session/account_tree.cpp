@@ -191,6 +191,19 @@ public:
             addAccount(name, account);
     }
 
+    int SetChildValuesMap(const char *path, const DmtChildValuesMap &values) override
+    {
+        for (int i = 0; i < values.size(); ++i) {
+            const QByteArray child = QByteArray(path) + '/' + values.keys()[i].text();
+            JemSmartPtr<DmtNode> leaf;
+            if (const int status = GetNode(child.constData(), leaf))
+                return status;
+            if (const int status = leaf->SetValue(values.values()[i]))
+                return status;
+        }
+        return DMT_OK;
+    }
+
 private:
     void addAccount(const QString &name, const Account &account)
     {

@@ -405,6 +405,21 @@ TEST_F(AccountNodesTest, ReplacedValuesReachTheFile)
     EXPECT_EQ(read.toClient.identity, (Identity{"server", "other"}));
 }
 
+TEST_F(AccountNodesTest, SeveralValuesOfANodeAreReplacedInOrderUpToTheFirstThatIsRefused)
+{
+    const auto replaceAll = [this](const char *node,
+                                   const std::vector<ManagementTree::ChildValue> &values) {
+        return code(tree.replaceChildren(uri(node), values));
+    };
+    EXPECT_EQ(replaceAll("./DMAcc/Op/AppAuth/1", {{"AAuthName", "user"}, {"AAuthSecret", "pass"}}),
+              200);
+    EXPECT_EQ(store().find(QStringLiteral("Op"))->toServer.identity, (Identity{"user", "pass"}));
+    EXPECT_EQ(replaceAll("./DMAcc/Op", {{"Name", "New"}, {"AAuthPref", "X509"}}), 415);
+    EXPECT_EQ(value("./DMAcc/Op/Name"), "New");
+    EXPECT_EQ(replaceAll("./DMAcc/Op", {{"AAuthPref", "X509"}, {"Name", "Newer"}}), 415);
+    EXPECT_EQ(value("./DMAcc/Op/Name"), "New");
+}
+
 TEST_F(AccountNodesTest, ValuesThatAnAccountCannotHaveAreRefused)
 {
     const Account before = stored();
