@@ -158,9 +158,9 @@ public:
             return static_cast<int>(DmStatus::TooLarge);
         if (value.GetType() != m_row.type || !m_row.set(changed, m_side, bytes))
             return DMT_UNSUPPORTED_FORMAT;
-        if (!m_isOwnersTurn() && isWeaker(changed, *stored))
-            return DMT_NOT_ALLOWED;
         QString error;
+        if ((!m_isOwnersTurn() && isWeaker(changed, *stored)) || !isComplete(changed, error))
+            return DMT_NOT_ALLOWED;
         if (!m_store.put(m_account, changed, error))
             return dataStoreFailure;
         if (m_row.get)

@@ -303,7 +303,7 @@ std::optional<QString> AccountStore::nameOf(const QUrl &address) const
 
 bool AccountStore::put(const QString &name, const Account &account, QString &error)
 {
-    if (!canBeAccountName(name, error))
+    if (!canBeAccountName(name, error) || !isComplete(account, error))
         return false;
     if (const auto damaged = m_damagedAccounts.find(name); damaged != m_damagedAccounts.end())
         return refuse(error,

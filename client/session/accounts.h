@@ -102,7 +102,7 @@ public:
 
     /// Each of these writes the file, in one step. On failure the file and the store are as before,
     /// with the reason in error.
-    /// put: adds an account, or replaces the one of that name.
+    /// put: adds a complete account, or replaces the one of that name.
     bool put(const QString &name, const Account &account, QString &error);
     bool remove(const QString &name, QString &error);
 

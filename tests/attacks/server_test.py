@@ -267,6 +267,24 @@ class HostileTextTest(SessionTest):
                 self.run_session(server.url, "--json")
 
 
+class OwnAccountTest(SessionTest):
+    """The server makes its own account one that the device cannot use any more."""
+
+    def test_by_asking_for_proofs_that_the_account_has_nothing_for(self):
+        """It asks a client without name and secret for each kind of proof; the account stays, and
+        sessions with it begin."""
+        result = self.handset.dmclient("account", "add", "Mine", "address=http://127.0.0.1:1/",
+                                       "server-id=a.example")
+        self.assertEqual(result.returncode, SUCCESS, result.stderr.decode())
+        answers = run(self.handset, *(replace("./DMAcc/Mine/AAuthPref", kind)
+                                      for kind in ("BASIC", "DIGEST", "HMAC")), server="a.example")
+        self.assertEqual(answers.statuses, [405] * 3, answers.text)
+        with HostileServer(b"") as server:
+            self.handset.dmclient("account", "set", "Mine", "address=" + server.url)
+            result = self.handset.dmclient("session", "Mine")
+        self.assertEqual(result.returncode, SUCCESS, result.stderr.decode())
+
+
 class WeakenedAccount(SessionTest):
     """The server changes its own account beneath ./DMAcc for whoever comes after it."""
 

@@ -228,6 +228,16 @@ TEST_F(AccountsTest, WhatCouldNotBeReadBackIsNotWritten)
     EXPECT_EQ(*changed.find(QStringLiteral("A")), *store().find(QStringLiteral("A")));
 }
 
+TEST_F(AccountsTest, AccountThatNoSessionCouldUseIsNotWritten)
+{
+    AccountStore changed = store();
+    account.toClient.identity.secret.clear();
+    EXPECT_FALSE(changed.put(QStringLiteral("A"), account, error));
+    EXPECT_EQ(error, QStringLiteral("server-auth needs server-name and server-secret"));
+    EXPECT_TRUE(changed.accounts().empty());
+    EXPECT_TRUE(store().accounts().empty());
+}
+
 TEST_F(AccountsTest, StoreThatWouldBeTooLargeTakesNoMore)
 {
     const QByteArray title(longestAccountText, 't');
@@ -448,6 +458,19 @@ TEST_F(AccountNodesTest, ServerCannotWeakenItsAccount)
     EXPECT_EQ(value("./DMAcc/Op/AppAddr/1/Addr"), "https://dm.example/server");
     EXPECT_EQ(replace("./DMAcc/Op/AppAddr/1/Addr", "https://other.example/"), 200);
     EXPECT_EQ(replace("./DMAcc/Op/AAuthPref", "HMAC"), 200);
+}
+
+TEST_F(AccountNodesTest, NobodyCanAskForAProofThatTheAccountHasNothingFor)
+{
+    account.toServer = Credentials();
+    ASSERT_TRUE(accounts.put(QStringLiteral("Op"), account, error));
+    const Account before = stored();
+    for (const char *const kind : {"BASIC", "DIGEST", "HMAC"}) {
+        EXPECT_EQ(replace("./DMAcc/Op/AAuthPref", kind), 405) << "by the owner, " << kind;
+        const ActingFor server(tree, Principal::server("dm.example"));
+        EXPECT_EQ(replace("./DMAcc/Op/AAuthPref", kind), 405) << "by the server, " << kind;
+    }
+    EXPECT_EQ(stored(), before);
 }
 
 TEST_F(AccountNodesTest, ServerCanStrengthenItsAccount)
