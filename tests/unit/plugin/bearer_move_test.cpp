@@ -21,157 +21,86 @@ std::vector<RecordBytes> RecordsToMove()
     return {PatternBytes(0), PatternBytes(1), terminated};
 }
 
-/// What a row of the table does to a record, in literal offsets.
+/// What a write of one text over another moves.
 struct MoveRow {
     const char *from;
     const char *to;
-    void (*expect)(RecordBytes &bytes);
+    const PartOffsets *source = nullptr; ///< null: nothing moves
+    const PartOffsets *target = nullptr;
+    bool serversStay = false; ///< the DNS servers are copied and left in the source as well
 };
 
-void GprsToCsd(RecordBytes &bytes)
+void PrintTo(const MoveRow &row, std::ostream *out)
 {
-    Copy(bytes, 0x008, 0x17D, 44);
-    Copy(bytes, 0x06C, 0x1A9, 64);
-    Copy(bytes, 0x0D0, 0x1E9, 64);
-    Copy(bytes, 0x138, 0x230, 4);
-    Copy(bytes, 0x13C, 0x234, 4);
-    Copy(bytes, 0x140, 0x238, 2);
-    Zero(bytes, 0x23B, 1);
-    Zero(bytes, 0x008, 100);
-    Zero(bytes, 0x06C, 100);
-    Zero(bytes, 0x0D0, 100);
-    Zero(bytes, 0x138, 4);
-    Zero(bytes, 0x13C, 4);
-    Zero(bytes, 0x140, 2);
+    *out << '"' << row.from << "\" to \"" << row.to << '"';
 }
-
-void GprsToCsd2(RecordBytes &bytes)
-{
-    Copy(bytes, 0x008, 0x23C, 44);
-    Copy(bytes, 0x06C, 0x268, 64);
-    Copy(bytes, 0x0D0, 0x2A8, 64);
-    Copy(bytes, 0x138, 0x2EC, 4);
-    Copy(bytes, 0x13C, 0x2F0, 4);
-    Copy(bytes, 0x140, 0x2F4, 2);
-    Zero(bytes, 0x2F7, 1);
-    Zero(bytes, 0x008, 100);
-    Zero(bytes, 0x06C, 100);
-    Zero(bytes, 0x0D0, 100);
-    Zero(bytes, 0x138, 4);
-    Zero(bytes, 0x13C, 4);
-    Zero(bytes, 0x140, 2);
-}
-
-void CsdToGprs(RecordBytes &bytes)
-{
-    Zero(bytes, 0x008, 100);
-    Zero(bytes, 0x06C, 100);
-    Zero(bytes, 0x0D0, 100);
-    Copy(bytes, 0x17D, 0x008, 44);
-    Copy(bytes, 0x1A9, 0x06C, 64);
-    Copy(bytes, 0x1E9, 0x0D0, 64);
-    Copy(bytes, 0x230, 0x138, 4);
-    Copy(bytes, 0x234, 0x13C, 4);
-    Copy(bytes, 0x238, 0x140, 2);
-    Zero(bytes, 0x17D, 44);
-    Zero(bytes, 0x1A9, 64);
-    Zero(bytes, 0x1E9, 64);
-    Zero(bytes, 0x230, 4);
-    Zero(bytes, 0x234, 4);
-    Zero(bytes, 0x238, 2);
-    Zero(bytes, 0x23B, 1);
-}
-
-void NoBearerToCsd2(RecordBytes &bytes)
-{
-    Copy(bytes, 0x17D, 0x23C, 44);
-    Copy(bytes, 0x1A9, 0x268, 64);
-    Copy(bytes, 0x1E9, 0x2A8, 64);
-    Copy(bytes, 0x230, 0x2EC, 4);
-    Copy(bytes, 0x234, 0x2F0, 4);
-    Copy(bytes, 0x238, 0x2F4, 2);
-    Copy(bytes, 0x23B, 0x2F7, 1);
-    Zero(bytes, 0x17D, 44);
-    Zero(bytes, 0x1A9, 64);
-    Zero(bytes, 0x1E9, 64);
-    Zero(bytes, 0x238, 2);
-    Zero(bytes, 0x23B, 1);
-}
-
-void CsdToCsd2(RecordBytes &bytes)
-{
-    NoBearerToCsd2(bytes);
-    Zero(bytes, 0x230, 4); // the servers stay where they are when there was no bearer
-    Zero(bytes, 0x234, 4);
-}
-
-void Csd2ToGprs(RecordBytes &bytes)
-{
-    Zero(bytes, 0x008, 100);
-    Zero(bytes, 0x06C, 100);
-    Zero(bytes, 0x0D0, 100);
-    Copy(bytes, 0x23C, 0x008, 44);
-    Copy(bytes, 0x268, 0x06C, 64);
-    Copy(bytes, 0x2A8, 0x0D0, 64);
-    Copy(bytes, 0x2EC, 0x138, 4);
-    Copy(bytes, 0x2F0, 0x13C, 4);
-    Copy(bytes, 0x2F4, 0x140, 2);
-    Zero(bytes, 0x23C, 44);
-    Zero(bytes, 0x268, 64);
-    Zero(bytes, 0x2A8, 64);
-    Zero(bytes, 0x2EC, 4);
-    Zero(bytes, 0x2F0, 4);
-    Zero(bytes, 0x2F4, 2);
-    Zero(bytes, 0x2F7, 1);
-}
-
-void Csd2ToCsd(RecordBytes &bytes)
-{
-    Copy(bytes, 0x23C, 0x17D, 44);
-    Copy(bytes, 0x268, 0x1A9, 64);
-    Copy(bytes, 0x2A8, 0x1E9, 64);
-    Copy(bytes, 0x2EC, 0x230, 4);
-    Copy(bytes, 0x2F0, 0x234, 4);
-    Copy(bytes, 0x2F4, 0x238, 2);
-    Copy(bytes, 0x2F7, 0x23B, 1);
-    Zero(bytes, 0x23C, 44);
-    Zero(bytes, 0x268, 64);
-    Zero(bytes, 0x2A8, 64);
-    Zero(bytes, 0x2EC, 4);
-    Zero(bytes, 0x2F0, 4);
-    Zero(bytes, 0x2F4, 2);
-    Zero(bytes, 0x2F7, 1);
-}
-
-void Nothing(RecordBytes &) {}
 
 const MoveRow moveRows[] = {
-    {"GSM-GPRS", "GSM-CSD", GprsToCsd},
-    {"GSM-GPRS", "GSM-CSD2", GprsToCsd2},
-    {"GSM-CSD", "GSM-GPRS", CsdToGprs},
-    {"", "GSM-GPRS", CsdToGprs},
-    {"GSM-CSD", "GSM-CSD2", CsdToCsd2},
-    {"", "GSM-CSD2", NoBearerToCsd2},
-    {"GSM-CSD2", "GSM-GPRS", Csd2ToGprs},
-    {"GSM-CSD2", "GSM-CSD", Csd2ToCsd},
-    {"GSM-GPRS", "GSM-GPRS", Nothing},
-    {"GSM-CSD", "GSM-CSD", Nothing},
-    {"GSM-CSD2", "GSM-CSD2", Nothing},
-    {"", "GSM-CSD", Nothing},
-    {"", "", Nothing},
-    {"GPRS", "GPRS", Nothing},
-    {"GSM-GPRS", "", Nothing},
-    {"GSM-CSD", "", Nothing},
-    {"GSM-CSD2", "", Nothing},
-    {"GSM-GPRS", "GPRS", Nothing},
-    {"GSM-CSD", "gsm-csd2", Nothing},
-    {"GSM-CSD2", "GSM-CSD3", Nothing},
-    {"", "GPRS", Nothing},
-    {"GPRS", "GSM-GPRS", Nothing},
-    {"GPRS", "GSM-CSD", Nothing},
-    {"gsm-csd", "GSM-CSD2", Nothing},
-    {" GSM-CSD2", "GSM-CSD", Nothing},
+    {"GSM-GPRS", "GSM-CSD", &GPRS_PART, &CSD_PART},
+    {"GSM-GPRS", "GSM-CSD2", &GPRS_PART, &CSD2_PART},
+    {"GSM-CSD", "GSM-GPRS", &CSD_PART, &GPRS_PART},
+    {"", "GSM-GPRS", &CSD_PART, &GPRS_PART},
+    {"GSM-CSD", "GSM-CSD2", &CSD_PART, &CSD2_PART},
+    {"", "GSM-CSD2", &CSD_PART, &CSD2_PART, true},
+    {"GSM-CSD2", "GSM-GPRS", &CSD2_PART, &GPRS_PART},
+    {"GSM-CSD2", "GSM-CSD", &CSD2_PART, &CSD_PART},
+    {"GSM-GPRS", "GSM-GPRS"},
+    {"GSM-CSD", "GSM-CSD"},
+    {"GSM-CSD2", "GSM-CSD2"},
+    {"", "GSM-CSD"},
+    {"", ""},
+    {"GPRS", "GPRS"},
+    {"GSM-GPRS", ""},
+    {"GSM-CSD", ""},
+    {"GSM-CSD2", ""},
+    {"GSM-GPRS", "GPRS"},
+    {"GSM-CSD", "gsm-csd2"},
+    {"GSM-CSD2", "GSM-CSD3"},
+    {"", "GPRS"},
+    {"GPRS", "GSM-GPRS"},
+    {"GPRS", "GSM-CSD"},
+    {"gsm-csd", "GSM-CSD2"},
+    {" GSM-CSD2", "GSM-CSD"},
 };
+
+/// The record after the move. A field that is shorter in the target is cut.
+RecordBytes Moved(const RecordBytes &before, const MoveRow &row)
+{
+    RecordBytes after = before;
+    if (!row.source)
+        return after;
+    const PartOffsets &source = *row.source;
+    const PartOffsets &target = *row.target;
+    const auto copy = [&](std::size_t from, std::size_t to, std::size_t width) {
+        std::memcpy(after.data() + to, before.data() + from, width);
+    };
+    ZeroPart(after, source);
+    ZeroPart(after, target);
+    const std::size_t authSize = std::min(source.authSize, target.authSize);
+    copy(source.address, target.address, std::min(source.addressSize, target.addressSize));
+    copy(source.authId, target.authId, authSize);
+    copy(source.authPassword, target.authPassword, authSize);
+    copy(source.dns1, target.dns1, 4);
+    copy(source.dns2, target.dns2, 4);
+    copy(source.linger, target.linger, 2);
+    if (source.speedCode != 0 && target.speedCode != 0)
+        copy(source.speedCode, target.speedCode, 1);
+    if (row.serversStay) {
+        copy(source.dns1, source.dns1, 4);
+        copy(source.dns2, source.dns2, 4);
+    }
+    return after;
+}
+
+/// The record after a write of the one text over the other.
+RecordBytes Moved(const RecordBytes &before, const std::string &from, const std::string &to)
+{
+    for (const MoveRow &row : moveRows)
+        if (row.from == from && row.to == to)
+            return Moved(before, row);
+    ADD_FAILURE() << "no row for " << from << " to " << to;
+    return before;
+}
 
 class MoveRowTest : public PluginTest, public ::testing::WithParamInterface<MoveRow> {};
 
@@ -179,13 +108,11 @@ TEST_P(MoveRowTest, ChangesExactlyTheBytesOfTheTwoParts)
 {
     const MoveRow &row = GetParam();
     for (const RecordBytes &before : RecordsToMove()) {
-        RecordBytes expected = before;
-        row.expect(expected);
         NAP_PROFILE_S record = ToRecord(before);
 
         DM_NAPI_PluginNode::MoveFieldInNAPI(&record, row.from, row.to);
 
-        EXPECT_TRUE(SameBytes(record, expected)) << '"' << row.from << "\" to \"" << row.to << '"';
+        EXPECT_TRUE(SameBytes(record, Moved(before, row)));
     }
     ExpectNothingLogged();
     EXPECT_EQ(handset.journal.Take(), Lines{});
@@ -223,21 +150,24 @@ TEST_F(BearerMoveTest, TextEndsAtItsTerminatorAndTheRestOfTheTargetIsZero)
     }
 }
 
+void PutTexts(RecordBytes &bytes, const PartOffsets &part, std::size_t length)
+{
+    PutText(bytes, part.address, part.addressSize, std::string(length, 'a'));
+    PutText(bytes, part.authId, part.authSize, std::string(length, 'i'));
+    PutText(bytes, part.authPassword, part.authSize, std::string(length, 'p'));
+}
+
 TEST_F(BearerMoveTest, TextThatJustFitsAndTextThatIsOneByteLongerBothFillTheTarget)
 {
     for (const std::size_t length : {43u, 44u, 45u, 99u, 100u}) {
         RecordBytes bytes{};
-        PutText(bytes, 0x008, 100, std::string(length, 'a'));
-        PutText(bytes, 0x06C, 100, std::string(length, 'i'));
-        PutText(bytes, 0x0D0, 100, std::string(length, 'p'));
+        PutTexts(bytes, GPRS_PART, length);
         NAP_PROFILE_S record = ToRecord(bytes);
 
         DM_NAPI_PluginNode::MoveFieldInNAPI(&record, "GSM-GPRS", "GSM-CSD2");
 
         RecordBytes expected{};
-        PutText(expected, 0x23C, 44, std::string(length, 'a'));
-        PutText(expected, 0x268, 64, std::string(length, 'i'));
-        PutText(expected, 0x2A8, 64, std::string(length, 'p'));
+        PutTexts(expected, CSD2_PART, length);
         EXPECT_TRUE(SameBytes(record, expected)) << length;
     }
 }
@@ -258,9 +188,7 @@ TEST_F(BearerMoveTest, WriteMovesTheRecordRenamesTheMappingAndIsKeptByTheEngine)
                R"(removeEntry(napdef, "NAPIDEF_Profile", "5Ph1DC1"))", "flush(napdef)",
                R"(setSettingInfo(napdef, "NAPIDEF_Profile", "5Ph3DC1", "Office"))", "flush(napdef)",
                R"(NAPI_ModifyProfile("Office"))", R"(SetValue("Office/Bearer"))"}));
-    RecordBytes expected = before;
-    GprsToCsd2(expected);
-    EXPECT_TRUE(SameBytes(Stored(), expected));
+    EXPECT_TRUE(SameBytes(Stored(), Moved(before, "GSM-GPRS", "GSM-CSD2")));
     EXPECT_EQ(Mapped(tree), (Mapping{{"Office", "5Ph3DC1 2"}}));
     EXPECT_EQ(NapdefOnDisk(), (Entries{{"5Ph3DC1", "Office"}}));
     EXPECT_EQ(StringOf(EngineValue(tree, "Office/Bearer")), "GSM-CSD2");
@@ -273,14 +201,11 @@ TEST_F(BearerMoveTest, EveryMoveReachesTheServiceAndTheMapping)
             handset.napi.profiles.clear();
             const RecordBytes before = PatternBytes(1);
             const TreePtr tree = MountOffice(CONN_ROOT, from, before);
-            RecordBytes expected = before;
-            for (const MoveRow &row : moveRows)
-                if (std::string(row.from) == from.bearer && std::string(row.to) == to.bearer)
-                    row.expect(expected);
 
             EXPECT_EQ(Write(tree, "Office/Bearer", Text(to.bearer)), 0);
 
-            EXPECT_TRUE(SameBytes(Stored(), expected)) << from.bearer << " to " << to.bearer;
+            EXPECT_TRUE(SameBytes(Stored(), Moved(before, from.bearer, to.bearer)))
+                << from.bearer << " to " << to.bearer;
             EXPECT_EQ(NapdefOnDisk(), (Entries{{std::string("5") + to.suffix, "Office"}}));
         }
     }
@@ -306,19 +231,15 @@ TEST_F(BearerMoveTest, SameBearerMovesNothingButRenamesTheMappingAndRewritesTheR
 
 TEST_F(BearerMoveTest, FirstWriteTakesTheDataFromCircuitSwitchedData)
 {
-    const MoveRow writes[] = {
-        {"", "GSM-GPRS", CsdToGprs}, {"", "GSM-CSD2", NoBearerToCsd2}, {"", "GSM-CSD", Nothing}};
-    for (const auto &[noBearer, bearer, expect] : writes) {
+    for (const char *const bearer : {"GSM-GPRS", "GSM-CSD2", "GSM-CSD"}) {
         handset.napi.profiles.clear();
         const RecordBytes before = PatternBytes(0);
         const TreePtr tree = MountOffice(CONN_ROOT, CSD_PART, before);
-        SetEngineValue(tree, "Office/Bearer", Text(noBearer));
+        SetEngineValue(tree, "Office/Bearer", Text(""));
 
         EXPECT_EQ(Write(tree, "Office/Bearer", Text(bearer)), 0);
 
-        RecordBytes expected = before;
-        expect(expected);
-        EXPECT_TRUE(SameBytes(Stored(), expected)) << bearer;
+        EXPECT_TRUE(SameBytes(Stored(), Moved(before, "", bearer))) << bearer;
         EXPECT_EQ(handset.napi.modified.size(), 1u) << "the record is rewritten in any case";
         handset.napi.modified.clear();
     }
@@ -435,9 +356,7 @@ TEST_F(BearerMoveTest, StatusOfTheEngineIsPassedOnAfterEverythingElseIsDone)
     EXPECT_EQ(Write(tree, "Office/Bearer", Text("GSM-CSD")), 507);
 
     ExpectMessages({"N Leave: SetValue()! SetValueInternal() failed!\n"});
-    RecordBytes expected = PatternBytes(0);
-    GprsToCsd(expected);
-    EXPECT_TRUE(SameBytes(Stored(), expected));
+    EXPECT_TRUE(SameBytes(Stored(), Moved(PatternBytes(0), "GSM-GPRS", "GSM-CSD")));
     EXPECT_EQ(NapdefOnDisk(), (Entries{{"5Ph2DC1", "Office"}}));
 }
 
@@ -450,6 +369,11 @@ struct MappingFault {
     Entries onDisk;
     Entries inMemory;
 };
+
+void PrintTo(const MappingFault &fault, std::ostream *out)
+{
+    *out << fault.site << " fails at call " << fault.nth;
+}
 
 class MappingFaultTest : public ServerChangeTest,
                          public ::testing::WithParamInterface<MappingFault> {};
@@ -522,9 +446,7 @@ TEST_F(BearerMoveTest, BearerIsHandledByNameInTheProxyKindToo)
                R"(removeEntry(proxy, "PROXY_Profile", "5"))", "flush(proxy)",
                R"(setSettingInfo(proxy, "PROXY_Profile", "5Ph1DC1", "Office"))", "flush(proxy)",
                R"(NAPI_ModifyProfile("Office"))", R"(SetValue("Office/Bearer"))"}));
-    RecordBytes expected = before;
-    CsdToGprs(expected);
-    EXPECT_TRUE(SameBytes(Stored(), expected));
+    EXPECT_TRUE(SameBytes(Stored(), Moved(before, "GSM-CSD", "GSM-GPRS")));
     EXPECT_EQ(Mapped(tree), (Mapping{{"Office", "5Ph1DC1 G"}}));
     EXPECT_EQ(ProxyOnDisk(), (Entries{{"5Ph1DC1", "Office"}}));
 }

@@ -251,6 +251,11 @@ struct Room {
     bool isThere;
 };
 
+void PrintTo(const Room &room, std::ostream *out)
+{
+    *out << int{room.count} << " of " << room.maximum;
+}
+
 class RoomTest : public CreateTest, public ::testing::WithParamInterface<Room> {};
 
 TEST_P(RoomTest, CountIsComparedAsASignedNumberWithTheMaximum)

@@ -614,13 +614,13 @@ bool MountWithFault(const char *root, int nth, bool fromThenOn)
     return hit;
 }
 
-class MountFaultSweep : public ::testing::TestWithParam<std::tuple<const char *, bool>> {};
+class MountFaultSweep : public ::testing::TestWithParam<std::tuple<std::string, bool>> {};
 
 TEST_P(MountFaultSweep, NothingIsLeftBehindAndTheNextMountSucceeds)
 {
     const auto &[root, fromThenOn] = GetParam();
     int nth = 1;
-    while (nth < 500 && MountWithFault(root, nth, fromThenOn))
+    while (nth < 500 && MountWithFault(root.c_str(), nth, fromThenOn))
         ++nth;
     EXPECT_GT(nth, 40) << "the mount makes that many calls";
     EXPECT_LT(nth, 500);
@@ -628,7 +628,7 @@ TEST_P(MountFaultSweep, NothingIsLeftBehindAndTheNextMountSucceeds)
 
 INSTANTIATE_TEST_SUITE_P(
     , MountFaultSweep,
-    ::testing::Combine(::testing::Values(CONN_ROOT, INTPROFS_ROOT), ::testing::Bool()),
+    ::testing::Combine(::testing::Values<std::string>(CONN_ROOT, INTPROFS_ROOT), ::testing::Bool()),
     [](const auto &sweep) {
         return std::string(std::get<0>(sweep.param) == CONN_ROOT ? "NapdefKind" : "ProxyKind") +
                (std::get<1>(sweep.param) ? "FromThenOn" : "Once");

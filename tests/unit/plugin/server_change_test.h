@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -44,11 +45,6 @@ inline RecordBytes ToBytes(const NAP_PROFILE_S &record)
 inline void Zero(RecordBytes &bytes, std::size_t offset, std::size_t width)
 {
     std::memset(bytes.data() + offset, 0, width);
-}
-
-inline void Copy(RecordBytes &bytes, std::size_t from, std::size_t to, std::size_t width)
-{
-    std::memmove(bytes.data() + to, bytes.data() + from, width);
 }
 
 /// Zeroes the array and puts as much of the text into it as it takes.
@@ -102,6 +98,11 @@ struct PartOffsets {
     std::size_t speedCode; ///< 0: the part has none
 };
 
+inline void PrintTo(const PartOffsets &part, std::ostream *out)
+{
+    *out << part.bearer;
+}
+
 inline constexpr PartOffsets GPRS_PART = {"GSM-GPRS", "Ph1DC1", 0x008, 100,   0x06C, 0x0D0,
                                           100,        0x138,    0x13C, 0x140, 0};
 inline constexpr PartOffsets CSD_PART = {"GSM-CSD", "Ph2DC1", 0x17D, 44,    0x1A9, 0x1E9,
@@ -109,6 +110,19 @@ inline constexpr PartOffsets CSD_PART = {"GSM-CSD", "Ph2DC1", 0x17D, 44,    0x1A
 inline constexpr PartOffsets CSD2_PART = {"GSM-CSD2", "Ph3DC1", 0x23C, 44,    0x268, 0x2A8,
                                           64,         0x2EC,    0x2F0, 0x2F4, 0x2F7};
 inline constexpr PartOffsets ALL_PARTS[] = {GPRS_PART, CSD_PART, CSD2_PART};
+
+/// Zeroes what the part holds.
+inline void ZeroPart(RecordBytes &bytes, const PartOffsets &part)
+{
+    Zero(bytes, part.address, part.addressSize);
+    Zero(bytes, part.authId, part.authSize);
+    Zero(bytes, part.authPassword, part.authSize);
+    Zero(bytes, part.dns1, 4);
+    Zero(bytes, part.dns2, 4);
+    Zero(bytes, part.linger, 2);
+    if (part.speedCode != 0)
+        Zero(bytes, part.speedCode, 1);
+}
 
 inline DmtData Text(const std::string &text)
 {
