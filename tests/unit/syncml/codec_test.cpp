@@ -50,7 +50,7 @@ Message decoded(const QByteArray &bytes)
 
 class RoundTrip : public testing::TestWithParam<std::tuple<samples::Sample, Encoding>> {};
 
-TEST_P(RoundTrip, gives_the_same_message)
+TEST_P(RoundTrip, GivesTheSameMessage)
 {
     const auto &[sample, encoding] = GetParam();
     EXPECT_EQ(decoded(encoded(sample.message, encoding)), sample.message);
@@ -66,7 +66,7 @@ INSTANTIATE_TEST_SUITE_P(Samples, RoundTrip,
 
 class OrderOfElements : public testing::TestWithParam<samples::Sample> {};
 
-TEST_P(OrderOfElements, is_that_of_the_DTD)
+TEST_P(OrderOfElements, IsThatOfTheDTD)
 {
     EXPECT_EQ(dtd_check::firstFault(encoded(GetParam().message, Encoding::Xml)), "");
 }
@@ -74,7 +74,7 @@ TEST_P(OrderOfElements, is_that_of_the_DTD)
 INSTANTIATE_TEST_SUITE_P(Samples, OrderOfElements, testing::ValuesIn(samples::allSamples()),
                          [](const auto &info) { return info.param.name; });
 
-TEST(DtdCheck, finds_a_wrong_order)
+TEST(DtdCheck, FindsAWrongOrder)
 {
     const QByteArray good = encoded(samples::allSamples().front().message, Encoding::Xml);
     ASSERT_EQ(dtd_check::firstFault(good), "");
@@ -86,7 +86,7 @@ TEST(DtdCheck, finds_a_wrong_order)
     EXPECT_NE(dtd_check::firstFault(bad), "");
 }
 
-TEST(Codecs, give_the_same_structs_for_the_same_message)
+TEST(Codecs, GiveTheSameStructsForTheSameMessage)
 {
     for (const samples::Sample &sample : samples::allSamples()) {
         SCOPED_TRACE(sample.name);
@@ -95,7 +95,7 @@ TEST(Codecs, give_the_same_structs_for_the_same_message)
     }
 }
 
-TEST(Samples, hold_every_kind_of_command_and_differ_from_each_other)
+TEST(Samples, HoldEveryKindOfCommandAndDifferFromEachOther)
 {
     const std::vector<samples::Sample> all = samples::allSamples();
     for (std::size_t left = 0; left < all.size(); ++left) {
@@ -124,7 +124,7 @@ TEST(Samples, hold_every_kind_of_command_and_differ_from_each_other)
 
 // ---- recognition
 
-TEST(Recognition, goes_by_the_first_bytes)
+TEST(Recognition, GoesByTheFirstBytes)
 {
     EXPECT_EQ(recogniseEncoding("<SyncML/>"), Encoding::Xml);
     EXPECT_EQ(recogniseEncoding("<?xml version=\"1.0\"?><SyncML/>"), Encoding::Xml);
@@ -142,7 +142,7 @@ TEST(Recognition, goes_by_the_first_bytes)
     EXPECT_EQ(recogniseEncoding("\x10"), std::nullopt);
 }
 
-TEST(Recognition, refuses_what_is_neither)
+TEST(Recognition, RefusesWhatIsNeither)
 {
     const DecodeResult text = decode("HTTP/1.1 200 OK");
     ASSERT_TRUE(std::holds_alternative<DecodeError>(text));
@@ -166,35 +166,35 @@ protected:
     }
 };
 
-TEST_P(NotWritten, message_without_a_command)
+TEST_P(NotWritten, MessageWithoutACommand)
 {
     Message message = sample("Add");
     message.commands.clear();
     EXPECT_EQ(encodeErrorOf(message, GetParam()), "the message has no command");
 }
 
-TEST_P(NotWritten, command_without_CmdID)
+TEST_P(NotWritten, CommandWithoutCmdID)
 {
     Message message = sample("Add");
     message.commands.front().cmdId.reset();
     EXPECT_EQ(encodeErrorOf(message, GetParam()), "Add has no CmdID");
 }
 
-TEST_P(NotWritten, command_without_an_item)
+TEST_P(NotWritten, CommandWithoutAnItem)
 {
     Message message = sample("Add");
     message.commands.front().items.clear();
     EXPECT_EQ(encodeErrorOf(message, GetParam()), "Add 1 has no Item");
 }
 
-TEST_P(NotWritten, Exec_of_two_items)
+TEST_P(NotWritten, ExecOfTwoItems)
 {
     Message message = sample("Exec");
     message.commands.front().items.emplace_back();
     EXPECT_EQ(encodeErrorOf(message, GetParam()), "Exec 5 has more than one Item");
 }
 
-TEST_P(NotWritten, Status_that_lacks_any_of_its_mandatory_parts)
+TEST_P(NotWritten, StatusThatLacksAnyOfItsMandatoryParts)
 {
     const Message whole = sample("FullStatus");
     for (const auto &[name, remove] :
@@ -209,7 +209,7 @@ TEST_P(NotWritten, Status_that_lacks_any_of_its_mandatory_parts)
     }
 }
 
-TEST_P(NotWritten, part_that_the_command_does_not_have)
+TEST_P(NotWritten, PartThatTheCommandDoesNotHave)
 {
     const Message whole = sample("Add");
     for (const auto &[name, add] :
@@ -232,21 +232,21 @@ TEST_P(NotWritten, part_that_the_command_does_not_have)
     EXPECT_EQ(encodeErrorOf(alert, GetParam()), "Alert 1 cannot have Meta");
 }
 
-TEST_P(NotWritten, second_reference_of_Results)
+TEST_P(NotWritten, SecondReferenceOfResults)
 {
     Message message = sample("FullResults");
     message.commands.front().targetRefs.emplace_back();
     EXPECT_EQ(encodeErrorOf(message, GetParam()), "Results 12 has more than one TargetRef");
 }
 
-TEST_P(NotWritten, Sequence_without_a_command)
+TEST_P(NotWritten, SequenceWithoutACommand)
 {
     Message message = sample("NestedCommands");
     message.commands.front().commands.clear();
     EXPECT_EQ(encodeErrorOf(message, GetParam()), "Sequence 1 has no command in it");
 }
 
-TEST_P(NotWritten, answer_inside_a_Sequence)
+TEST_P(NotWritten, AnswerInsideASequence)
 {
     for (const auto &[name, error] : std::initializer_list<std::pair<const char *, const char *>>{
              {"FullStatus", "Status inside Sequence"},
@@ -257,7 +257,7 @@ TEST_P(NotWritten, answer_inside_a_Sequence)
     }
 }
 
-TEST_P(NotWritten, element_that_is_no_DM_command)
+TEST_P(NotWritten, ElementThatIsNoDMCommand)
 {
     Message message = sample("Add");
     message.commands.front() = Command();
@@ -269,7 +269,7 @@ TEST_P(NotWritten, element_that_is_no_DM_command)
     EXPECT_EQ(encodeErrorOf(message, GetParam()), "Map 9 is no DM command");
 }
 
-TEST_P(NotWritten, text_with_a_character_that_XML_does_not_know)
+TEST_P(NotWritten, TextWithACharacterThatXMLDoesNotKnow)
 {
     for (const QString &text :
          {QStringLiteral("a\u0001b"), QString(QChar(0xD800)), QString(QChar(0xDC00)) + u'x',

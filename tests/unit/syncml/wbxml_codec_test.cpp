@@ -139,17 +139,17 @@ QByteArray clientPackageBytes()
                  "01");
 }
 
-TEST(WbxmlVectors, client_package_is_written_byte_for_byte)
+TEST(WbxmlVectors, ClientPackageIsWrittenByteForByte)
 {
     EXPECT_EQ(encodedHex(clientPackage()), clientPackageBytes().toHex(' ').toStdString());
 }
 
-TEST(WbxmlVectors, client_package_is_read)
+TEST(WbxmlVectors, ClientPackageIsRead)
 {
     EXPECT_EQ(decoded(clientPackageBytes()), clientPackage());
 }
 
-TEST(WbxmlVectors, results_with_challenge_and_large_binary_value)
+TEST(WbxmlVectors, ResultsWithChallengeAndLargeBinaryValue)
 {
     Message message;
     message.header = samples::plainHeader();
@@ -201,7 +201,7 @@ TEST(WbxmlVectors, results_with_challenge_and_large_binary_value)
     EXPECT_EQ(decoded(expected), message);
 }
 
-TEST(WbxmlVectors, server_package_with_public_text_and_string_table)
+TEST(WbxmlVectors, ServerPackageWithPublicTextAndStringTable)
 {
     // Public id as text at 0; './A' at 30 (1E) and '1.2' at 34 (22), both used more than once.
     const Message message = decoded(
@@ -232,7 +232,7 @@ TEST(WbxmlVectors, server_package_with_public_text_and_string_table)
     EXPECT_TRUE(message.final);
 }
 
-TEST(WbxmlWriter, writes_lengths_in_groups_of_seven_bits)
+TEST(WbxmlWriter, WritesLengthsInGroupsOfSevenBits)
 {
     for (const auto &[size, length] :
          std::initializer_list<std::pair<qsizetype, const char *>>{{1, "C3 01"},
@@ -253,7 +253,7 @@ TEST(WbxmlWriter, writes_lengths_in_groups_of_seven_bits)
 
 // ---- what is taken
 
-TEST(WbxmlReader, takes_every_form_of_the_public_id)
+TEST(WbxmlReader, TakesEveryFormOfThePublicId)
 {
     const Message expected = decoded(messageWbxml(bytes("13")));
     const QByteArray body = bytes("6D") + bytes(plainHeader) + bytes("6B 13 01 01");
@@ -267,7 +267,7 @@ TEST(WbxmlReader, takes_every_form_of_the_public_id)
     }
 }
 
-TEST(WbxmlReader, keeps_Data_as_the_bytes_sent)
+TEST(WbxmlReader, KeepsDataAsTheBytesSent)
 {
     QByteArray all;
     for (int byte = 0; byte < 256; ++byte)
@@ -279,20 +279,20 @@ TEST(WbxmlReader, keeps_Data_as_the_bytes_sent)
     EXPECT_EQ(dataOf(QByteArray()), QByteArray(""));
 }
 
-TEST(WbxmlReader, joins_the_pieces_of_a_text)
+TEST(WbxmlReader, JoinsThePiecesOfAText)
 {
     EXPECT_EQ(dataOf(bytes("03 'a' 00 C3 02 'bc' 03 00 02 64 C3 01 00 02 84AD76")), // d, U+116F6
               QByteArray("abcd\0\xF0\x91\x9B\xB6", 9));
     EXPECT_EQ(cmdIdOf(bytes("03 ' 1' 00 02 8169 C3 02 '2 '")), QStringLiteral("1\u00E92"));
 }
 
-TEST(WbxmlReader, keeps_a_nested_document_as_it_is)
+TEST(WbxmlReader, KeepsANestedDocumentAsItIs)
 {
     const QByteArray tree = bytes("02 00 00 6A 1B '-//OMA//DTD-DM-DDF 1.2//EN' 00 00 02 60 01");
     EXPECT_EQ(dataOf(bytes("C3 24") + tree), tree);
 }
 
-TEST(WbxmlReader, keeps_an_opaque_nonce_as_its_octets)
+TEST(WbxmlReader, KeepsAnOpaqueNonceAsItsOctets)
 {
     // Get(Meta(NextNonce(opaque)))
     const QByteArray wbxml = messageWbxml(bytes("53 4B 03 '1' 00 01"
@@ -304,7 +304,7 @@ TEST(WbxmlReader, keeps_an_opaque_nonce_as_its_octets)
     EXPECT_EQ(encodedHex(message), wbxml.toHex(' ').toStdString());
 }
 
-TEST(WbxmlReader, tells_missing_from_empty)
+TEST(WbxmlReader, TellsMissingFromEmpty)
 {
     // Replace with the items: none of anything, Data without content, Data with an end only.
     const Message message = decoded(messageWbxml(bytes("60 14 54 0F 01 54 4F 01 01 01")));
@@ -315,7 +315,7 @@ TEST(WbxmlReader, tells_missing_from_empty)
     EXPECT_EQ(message.commands.front().items[2].data, QByteArray(""));
 }
 
-TEST(WbxmlReader, skips_elements_unused_in_DM)
+TEST(WbxmlReader, SkipsElementsUnusedInDM)
 {
     // Delete: NoResp, Archive, SftDel, Cred(Data), Item(Target(LocURI, Filter(Record)),
     // Meta(Anchor(Next), Version, Mem(FreeMem), FieldLevel), SourceParent(LocURI))
@@ -336,7 +336,7 @@ TEST(WbxmlReader, skips_elements_unused_in_DM)
     EXPECT_EQ(message.commands.front(), expected);
 }
 
-TEST(WbxmlReader, keeps_what_is_no_DM_command_apart)
+TEST(WbxmlReader, KeepsWhatIsNoDMCommandApart)
 {
     // Map(CmdID), LocURI('x'), Get
     const Message message =
@@ -350,7 +350,7 @@ TEST(WbxmlReader, keeps_what_is_no_DM_command_apart)
     EXPECT_EQ(message.commands[2].kind, CommandKind::Get);
 }
 
-TEST(WbxmlReader, stays_on_a_code_page_until_the_next_switch)
+TEST(WbxmlReader, StaysOnACodePageUntilTheNextSwitch)
 {
     // Two Metas; the second begins on page 0 after a superfluous switch, Item after Meta needs one.
     const Message message =
@@ -364,7 +364,7 @@ TEST(WbxmlReader, stays_on_a_code_page_until_the_next_switch)
 
 // ---- what is refused
 
-TEST(WbxmlReader, names_the_byte_of_a_fault)
+TEST(WbxmlReader, NamesTheByteOfAFault)
 {
     const DecodeResult result = decodeWbxml(messageWbxml(bytes("53 4B 04")));
     ASSERT_TRUE(std::holds_alternative<DecodeError>(result));
@@ -377,20 +377,20 @@ TEST(WbxmlReader, names_the_byte_of_a_fault)
     EXPECT_EQ(error.header, samples::plainHeader());
 }
 
-TEST(WbxmlReader, refuses_every_truncation)
+TEST(WbxmlReader, RefusesEveryTruncation)
 {
     const QByteArray whole = clientPackageBytes();
     for (qsizetype size = 0; size < whole.size(); ++size)
         EXPECT_EQ(errorOf(whole.first(size)).substr(0, 3), "400") << size;
 }
 
-TEST(WbxmlReader, refuses_bytes_after_the_end)
+TEST(WbxmlReader, RefusesBytesAfterTheEnd)
 {
     EXPECT_EQ(errorOf(clientPackageBytes() + '\0'), "400 bytes after the end of the message");
     EXPECT_EQ(errorOf(bytes("02 A401 6A 00 01")), "400 an end without an element");
 }
 
-TEST(WbxmlReader, refuses_other_documents_and_character_sets)
+TEST(WbxmlReader, RefusesOtherDocumentsAndCharacterSets)
 {
     EXPECT_EQ(errorOf(bytes("12 A401 6A 00 2D")),
               "415 WBXML of version byte 0x12 is not supported");
@@ -408,7 +408,7 @@ TEST(WbxmlReader, refuses_other_documents_and_character_sets)
     EXPECT_EQ(errorOf(bytes("02 A401 6A 00 2C")), "400 the document is SyncHdr, not SyncML");
 }
 
-TEST(WbxmlReader, refuses_unknown_tags_and_pages)
+TEST(WbxmlReader, RefusesUnknownTagsAndPages)
 {
     EXPECT_EQ(errorOf(messageWbxml(bytes("30"))), "400 tag 0x30 of code page 0 is not known");
     EXPECT_EQ(errorOf(messageWbxml(bytes("7D 01"))), "400 tag 0x3d of code page 0 is not known");
@@ -420,7 +420,7 @@ TEST(WbxmlReader, refuses_unknown_tags_and_pages)
               "400 tag 0x13 of code page 255 is not known");
 }
 
-TEST(WbxmlReader, refuses_tokens_that_have_no_place)
+TEST(WbxmlReader, RefusesTokensThatHaveNoPlace)
 {
     for (const char *const token :
          {"04 00", "40 'x' 00", "41 'x' 00", "42 'x' 00", "43 05 01", "44 00 01", "80 00", "81 00",
@@ -432,7 +432,7 @@ TEST(WbxmlReader, refuses_tokens_that_have_no_place)
     }
 }
 
-TEST(WbxmlReader, refuses_elements_inside_texts_and_text_between_elements)
+TEST(WbxmlReader, RefusesElementsInsideTextsAndTextBetweenElements)
 {
     EXPECT_EQ(errorOf(messageWbxml(bytes("60 54 4F 53 01 01 01 01"))),
               "400 Get inside Data, which holds text only");
@@ -441,7 +441,7 @@ TEST(WbxmlReader, refuses_elements_inside_texts_and_text_between_elements)
     EXPECT_EQ(errorOf(messageWbxml(bytes("03 ' ' 00"))), "no error");
 }
 
-TEST(WbxmlReader, refuses_texts_that_XML_could_not_carry)
+TEST(WbxmlReader, RefusesTextsThatXMLCouldNotCarry)
 {
     EXPECT_EQ(errorInCmdId(bytes("03 FF 00")), "400 CmdID is not text in UTF-8");
     EXPECT_EQ(errorInCmdId(bytes("C3 02 '1' 00")), "400 CmdID is not text in UTF-8");
@@ -449,7 +449,7 @@ TEST(WbxmlReader, refuses_texts_that_XML_could_not_carry)
     EXPECT_EQ(errorInCmdId(bytes("03 C3 00 03 A9 00")), "no error"); // a character in two pieces
 }
 
-TEST(WbxmlReader, refuses_entities_that_are_no_characters)
+TEST(WbxmlReader, RefusesEntitiesThatAreNoCharacters)
 {
     EXPECT_EQ(errorInCmdId(bytes("02 00")), "400 entity 0 is no character");
     EXPECT_EQ(errorInCmdId(bytes("02 83B000")), "400 entity 55296 is no character"); // D800
@@ -461,7 +461,7 @@ TEST(WbxmlReader, refuses_entities_that_are_no_characters)
     EXPECT_EQ(errorInCmdId(bytes("02 8FFFFFFFFF7F")), "400 a number of more than 32 bits");
 }
 
-TEST(WbxmlReader, refuses_lengths_and_references_beyond_the_end)
+TEST(WbxmlReader, RefusesLengthsAndReferencesBeyondTheEnd)
 {
     EXPECT_EQ(errorOf(bytes("02 A401 6A 05 'abc' 00")),
               "400 5 bytes announced, but only 4 are left");
@@ -475,7 +475,7 @@ TEST(WbxmlReader, refuses_lengths_and_references_beyond_the_end)
               "400 the message breaks off");
 }
 
-TEST(WbxmlReader, refuses_a_second_element_where_one_can_be)
+TEST(WbxmlReader, RefusesASecondElementWhereOneCanBe)
 {
     EXPECT_EQ(errorOf(messageWbxml(bytes("53 0B 0B 01"))), "400 a second CmdID in one Get");
     EXPECT_EQ(errorOf(messageWbxml(bytes("53 54 0F 0F 01 01"))), "400 a second Data in one Item");
@@ -483,13 +483,13 @@ TEST(WbxmlReader, refuses_a_second_element_where_one_can_be)
 
 // ---- hostile messages, each of which brings a widely used decoder down
 
-TEST(HostileWbxml, entity_with_a_large_number)
+TEST(HostileWbxml, EntityWithALargeNumber)
 {
     const QByteArray message = bytes("02 A401 6A 00 6D 6C 71 02 8FFFFFFF7F 01 01 6B 12 01 01");
     EXPECT_EQ(errorOf(message), "400 entity 4294967295 is no character");
 }
 
-TEST(HostileWbxml, Data_that_looks_like_the_end_of_Data_stays_Data)
+TEST(HostileWbxml, DataThatLooksLikeTheEndOfDataStaysData)
 {
     const QByteArray attack = "]]></Data></Item></Add><Delete><CmdID>6</CmdID><Item><Target>"
                               "<LocURI>./A</LocURI></Target></Item></Delete>";
@@ -502,7 +502,7 @@ TEST(HostileWbxml, Data_that_looks_like_the_end_of_Data_stays_Data)
     EXPECT_EQ(decode_result::message(decodeXml(std::get<QByteArray>(xml))), message);
 }
 
-TEST(HostileWbxml, two_pieces_of_Data_do_not_swallow_the_commands_that_follow)
+TEST(HostileWbxml, TwoPiecesOfDataDoNotSwallowTheCommandsThatFollow)
 {
     // Add(CmdID, Item(Data(opaque, opaque))), Delete(CmdID, Item), Get(CmdID, Item)
     const Message message =
@@ -515,7 +515,7 @@ TEST(HostileWbxml, two_pieces_of_Data_do_not_swallow_the_commands_that_follow)
     EXPECT_EQ(message.commands[2].kind, CommandKind::Get);
 }
 
-TEST(HostileWbxml, elements_nested_200_kB_deep)
+TEST(HostileWbxml, ElementsNested200KBDeep)
 {
     const std::string tooDeep = "416 more than 64 elements inside each other";
     for (const char *const tag :
@@ -529,7 +529,7 @@ TEST(HostileWbxml, elements_nested_200_kB_deep)
               "400 CmdID inside CmdID, which holds text only");
 }
 
-TEST(HostileWbxml, string_table_references_that_expand_to_a_gigabyte)
+TEST(HostileWbxml, StringTableReferencesThatExpandToAGigabyte)
 {
     // 8 kB of string table, referred to 131 kB / 2 times.
     const QByteArray table = QByteArray(8191, 'x') + '\0';
@@ -543,7 +543,7 @@ TEST(HostileWbxml, string_table_references_that_expand_to_a_gigabyte)
     EXPECT_EQ(errorOf(start + bytes("6D") + references), "400 text where only elements can stand");
 }
 
-TEST(HostileWbxml, elements_of_one_byte_each)
+TEST(HostileWbxml, ElementsOfOneByteEach)
 {
     EXPECT_EQ(errorOf(messageWbxml(bytes("13").repeated(200'000))), "416 more than 20000 commands");
     EXPECT_EQ(errorOf(messageWbxml(bytes("53") + bytes("14").repeated(200'000))),
@@ -558,7 +558,7 @@ TEST(HostileWbxml, elements_of_one_byte_each)
               "400 the message breaks off");
 }
 
-TEST(WbxmlLimits, bound_the_bytes)
+TEST(WbxmlLimits, BoundTheBytes)
 {
     Limits limits;
     limits.messageBytes = clientPackageBytes().size();
@@ -567,7 +567,7 @@ TEST(WbxmlLimits, bound_the_bytes)
     EXPECT_EQ(errorOf(clientPackageBytes(), limits).substr(0, 20), "416 the message has ");
 }
 
-TEST(WbxmlLimits, a_message_at_every_limit_is_taken)
+TEST(WbxmlLimits, AMessageAtEveryLimitIsTaken)
 {
     // SyncML, SyncBody, 61 Sequences, Get: 64 deep, 62 commands.
     Limits limits;

@@ -71,7 +71,7 @@ protected:
     inline static QString xmlToWbxml;
 };
 
-TEST_P(Oracle, reads_what_we_write)
+TEST_P(Oracle, ReadsWhatWeWrite)
 {
     const EncodeResult wbxml = encodeWbxml(GetParam().message);
     ASSERT_TRUE(std::holds_alternative<QByteArray>(wbxml));
@@ -84,14 +84,14 @@ TEST_P(Oracle, reads_what_we_write)
     EXPECT_EQ(dtd_check::firstFault(xml), "");
 }
 
-TEST_P(Oracle, writes_what_we_read)
+TEST_P(Oracle, WritesWhatWeRead)
 {
     const QByteArray wbxml = converted(xmlToWbxml, {QStringLiteral("-k"), QStringLiteral("-n")},
                                        xmlOf(GetParam().message));
     EXPECT_EQ(decode_result::message(decodeWbxml(wbxml)), GetParam().message);
 }
 
-TEST_P(Oracle, writes_what_we_read_with_a_string_table)
+TEST_P(Oracle, WritesWhatWeReadWithAStringTable)
 {
     const QByteArray wbxml =
         converted(xmlToWbxml, {QStringLiteral("-k")}, xmlOf(GetParam().message));

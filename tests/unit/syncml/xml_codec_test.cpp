@@ -67,7 +67,7 @@ Meta metaIn(const QByteArray &metaElement)
 
 // ---- what is written
 
-TEST(XmlWriter, writes_a_client_package)
+TEST(XmlWriter, WritesAClientPackage)
 {
     Message message;
     message.header = samples::plainHeader();
@@ -116,7 +116,7 @@ TEST(XmlWriter, writes_a_client_package)
         "</SyncML>\n");
 }
 
-TEST(XmlWriter, writes_carriage_returns_as_references)
+TEST(XmlWriter, WritesCarriageReturnsAsReferences)
 {
     const EncodeResult encoded = encodeXml(samples::messageWithData("a\r\nb\r"));
     ASSERT_TRUE(std::holds_alternative<QByteArray>(encoded));
@@ -124,7 +124,7 @@ TEST(XmlWriter, writes_carriage_returns_as_references)
         << std::get<QByteArray>(encoded).toStdString();
 }
 
-TEST(XmlWriter, refuses_Data_that_is_not_text)
+TEST(XmlWriter, RefusesDataThatIsNotText)
 {
     for (const QByteArray &bytes :
          {QByteArray("\xFF\xFE"), QByteArray("a\0b", 3), QByteArray("\x1B"), QByteArray("\xC3"),
@@ -137,7 +137,7 @@ TEST(XmlWriter, refuses_Data_that_is_not_text)
     }
 }
 
-TEST(XmlWriter, takes_all_text)
+TEST(XmlWriter, TakesAllText)
 {
     for (const QByteArray &bytes :
          {QByteArray(""), QByteArray("\t\r\n "), QByteArray("\xEF\xBB\xBF"),
@@ -147,7 +147,7 @@ TEST(XmlWriter, takes_all_text)
 
 // ---- what is taken
 
-TEST(XmlReader, takes_children_in_any_order)
+TEST(XmlReader, TakesChildrenInAnyOrder)
 {
     const Message inOrder = decoded(messageXml(
         "<Status><CmdID>1</CmdID><MsgRef>1</MsgRef><CmdRef>0</CmdRef><Cmd>SyncHdr</Cmd>"
@@ -168,7 +168,7 @@ TEST(XmlReader, takes_children_in_any_order)
     EXPECT_EQ(inOrder.header, samples::plainHeader());
 }
 
-TEST(XmlReader, takes_Meta_with_and_without_MetInf)
+TEST(XmlReader, TakesMetaWithAndWithoutMetInf)
 {
     const Meta bare = metaIn("<Meta><Type xmlns='syncml:metinf'>text/plain</Type>"
                              "<Format xmlns='syncml:metinf'>chr</Format></Meta>");
@@ -183,14 +183,14 @@ TEST(XmlReader, takes_Meta_with_and_without_MetInf)
               bare);
 }
 
-TEST(XmlReader, reads_Format_in_any_case)
+TEST(XmlReader, ReadsFormatInAnyCase)
 {
     EXPECT_EQ(metaIn("<Meta><Format>Chr</Format></Meta>").format, QStringLiteral("chr"));
     EXPECT_EQ(metaIn("<Meta><Format> B64\n</Format></Meta>").format, QStringLiteral("b64"));
     EXPECT_EQ(metaIn("<Meta><Type>Text/Plain</Type></Meta>").type, QStringLiteral("Text/Plain"));
 }
 
-TEST(XmlReader, cuts_white_space_around_ids_and_addresses)
+TEST(XmlReader, CutsWhiteSpaceAroundIdsAndAddresses)
 {
     const Command get = commandIn(
         "\n <Get>\n <CmdID>\n 5 </CmdID> <Item>\t<Target><LocURI>\r\n   ./A/with blank/B \t"
@@ -200,7 +200,7 @@ TEST(XmlReader, cuts_white_space_around_ids_and_addresses)
     EXPECT_EQ(get.items.front().target->locUri, u"./A/with blank/B");
 }
 
-TEST(XmlReader, keeps_white_space_of_Data_LocName_and_Correlator)
+TEST(XmlReader, KeepsWhiteSpaceOfDataLocNameAndCorrelator)
 {
     const Command exec =
         commandIn("<Exec><CmdID>1</CmdID><Correlator> c </Correlator><Item><Source>"
@@ -211,7 +211,7 @@ TEST(XmlReader, keeps_white_space_of_Data_LocName_and_Correlator)
     EXPECT_EQ(exec.items.front().data, QByteArray("\n d "));
 }
 
-TEST(XmlReader, keeps_ids_as_text)
+TEST(XmlReader, KeepsIdsAsText)
 {
     const Command status =
         commandIn("<Status><CmdID>007</CmdID><MsgRef>+1</MsgRef>"
@@ -221,7 +221,7 @@ TEST(XmlReader, keeps_ids_as_text)
     EXPECT_EQ(status.cmdRef, QStringLiteral("c1a5e7f0-0d0e-4b7f"));
 }
 
-TEST(XmlReader, takes_any_prefix_and_namespace)
+TEST(XmlReader, TakesAnyPrefixAndNamespace)
 {
     const Message expected =
         decoded(messageXml("<Alert><CmdID>1</CmdID><Data>1223</Data></Alert>"));
@@ -234,7 +234,7 @@ TEST(XmlReader, takes_any_prefix_and_namespace)
     EXPECT_EQ(decoded(otherNamespace), expected);
 }
 
-TEST(XmlReader, tells_missing_from_empty)
+TEST(XmlReader, TellsMissingFromEmpty)
 {
     EXPECT_EQ(dataIn(""), std::nullopt);
     EXPECT_EQ(dataIn("<Data/>"), QByteArray(""));
@@ -244,7 +244,7 @@ TEST(XmlReader, tells_missing_from_empty)
     EXPECT_EQ(commandIn("<Get><Item/></Get>").items.front(), Item());
 }
 
-TEST(XmlReader, reads_Data_as_text_and_as_CDATA)
+TEST(XmlReader, ReadsDataAsTextAndAsCDATA)
 {
     EXPECT_EQ(dataIn("<Data>a&lt;b&amp;c&#xE9;&#128246;</Data>"),
               QByteArray("a<b&c\xC3\xA9\xF0\x9F\x93\xB6"));
@@ -255,7 +255,7 @@ TEST(XmlReader, reads_Data_as_text_and_as_CDATA)
               QByteArray("]]></Data><Delete/>"));
 }
 
-TEST(XmlReader, keeps_markup_inside_Data_as_its_text)
+TEST(XmlReader, KeepsMarkupInsideDataAsItsText)
 {
     EXPECT_EQ(dataIn("<Data><MgmtTree><VerDTD>1.2</VerDTD><Node><NodeName>a &amp; b</NodeName>"
                      "<Value/></Node></MgmtTree></Data>"),
@@ -268,13 +268,13 @@ TEST(XmlReader, keeps_markup_inside_Data_as_its_text)
     EXPECT_EQ(dataIn("<Data>1 &lt; 2<Data>3</Data></Data>"), QByteArray("1 &lt; 2<Data>3</Data>"));
 }
 
-TEST(XmlReader, keeps_attributes_of_XML_itself_inside_Data)
+TEST(XmlReader, KeepsAttributesOfXMLItselfInsideData)
 {
     EXPECT_EQ(dataIn("<Data><x xml:lang='en' xml:space=\"preserve\"/></Data>"),
               QByteArray("<x xml:lang=\"en\" xml:space=\"preserve\"/>"));
 }
 
-TEST(XmlReader, keeps_the_declarations_that_markup_inside_Data_needs)
+TEST(XmlReader, KeepsTheDeclarationsThatMarkupInsideDataNeeds)
 {
     const Message message = decoded(QByteArray(
         "<s:SyncML xmlns:s='SYNCML:SYNCML1.2' xmlns:t='syncml:dmddf1.2'><s:SyncHdr/>"
@@ -288,7 +288,7 @@ TEST(XmlReader, keeps_the_declarations_that_markup_inside_Data_needs)
                    "<t:w/></t:MgmtTree><t:second xmlns:t=\"syncml:dmddf1.2\"/>"));
 }
 
-TEST(XmlReader, skips_elements_that_are_unknown_or_unused_in_DM)
+TEST(XmlReader, SkipsElementsThatAreUnknownOrUnusedInDM)
 {
     const Command plain = commandIn("<Delete><CmdID>1</CmdID><Item><Target><LocURI>./A</LocURI>"
                                     "</Target></Item></Delete>");
@@ -305,7 +305,7 @@ TEST(XmlReader, skips_elements_that_are_unknown_or_unused_in_DM)
         }());
 }
 
-TEST(XmlReader, skips_what_it_does_not_know_in_header_challenge_and_credentials)
+TEST(XmlReader, SkipsWhatItDoesNotKnowInHeaderChallengeAndCredentials)
 {
     const Message message = decoded(QByteArray(
         "<SyncML><y/><SyncHdr><NoResp/><MsgID>5</MsgID><Cred><y>1</y><Data>d</Data></Cred>"
@@ -317,7 +317,7 @@ TEST(XmlReader, skips_what_it_does_not_know_in_header_challenge_and_credentials)
     EXPECT_EQ(message.commands.front().chal->meta.type, QStringLiteral("t"));
 }
 
-TEST(XmlReader, carries_versions_of_other_protocols)
+TEST(XmlReader, CarriesVersionsOfOtherProtocols)
 {
     QByteArray xml = messageXml("<Get><CmdID>1</CmdID><Item/></Get>");
     xml.replace("1.2</VerDTD>", "1.1</VerDTD>").replace("DM/1.2", "DM/1.1");
@@ -326,7 +326,7 @@ TEST(XmlReader, carries_versions_of_other_protocols)
     EXPECT_EQ(message.header.verProto, u"DM/1.1");
 }
 
-TEST(XmlReader, takes_an_empty_body_and_an_empty_header)
+TEST(XmlReader, TakesAnEmptyBodyAndAnEmptyHeader)
 {
     const Message message = decoded("<SyncML><SyncHdr/><SyncBody><Final/></SyncBody></SyncML>");
     EXPECT_EQ(message.header, SyncHdr());
@@ -334,7 +334,7 @@ TEST(XmlReader, takes_an_empty_body_and_an_empty_header)
     EXPECT_TRUE(message.final);
 }
 
-TEST(XmlReader, takes_a_byte_order_mark_and_a_document_type_without_declarations)
+TEST(XmlReader, TakesAByteOrderMarkAndADocumentTypeWithoutDeclarations)
 {
     const QByteArray xml = messageXml("<Get><CmdID>1</CmdID><Item/></Get>");
     const Message expected = decoded(xml);
@@ -345,7 +345,7 @@ TEST(XmlReader, takes_a_byte_order_mark_and_a_document_type_without_declarations
               expected);
 }
 
-TEST(XmlReader, keeps_what_is_no_DM_command_apart)
+TEST(XmlReader, KeepsWhatIsNoDMCommandApart)
 {
     const Message message = decoded(messageXml(
         "<Put><CmdID>1</CmdID><Item/></Put><add><CmdID> 2</CmdID>text<b>x</b><CmdID>9</CmdID></add>"
@@ -375,7 +375,7 @@ TEST(XmlReader, keeps_what_is_no_DM_command_apart)
 
 // ---- what is refused
 
-TEST(XmlReader, names_line_and_column_of_a_fault)
+TEST(XmlReader, NamesLineAndColumnOfAFault)
 {
     const DecodeResult result =
         decodeXml("<SyncML>\n <SyncHdr>\n  <VerDTD>1.2</VerDTD>x\n </SyncHdr></SyncML>");
@@ -388,14 +388,14 @@ TEST(XmlReader, names_line_and_column_of_a_fault)
     EXPECT_FALSE(error.header.has_value());
 }
 
-TEST(XmlReader, gives_the_header_of_a_message_that_is_broken_later)
+TEST(XmlReader, GivesTheHeaderOfAMessageThatIsBrokenLater)
 {
     const DecodeResult result = decodeXml(messageXml("<Get><CmdID>1</CmdID>").chopped(30));
     ASSERT_TRUE(std::holds_alternative<DecodeError>(result));
     EXPECT_EQ(std::get<DecodeError>(result).header, samples::plainHeader());
 }
 
-TEST(XmlReader, refuses_what_is_not_well_formed)
+TEST(XmlReader, RefusesWhatIsNotWellFormed)
 {
     const QByteArray xml = messageXml("<Get><CmdID>1</CmdID><Item/></Get><Final/>");
     for (qsizetype size = 0; size < xml.size(); ++size)
@@ -406,7 +406,7 @@ TEST(XmlReader, refuses_what_is_not_well_formed)
     EXPECT_EQ(errorOf(messageXml("<x:Get/>")).substr(0, 3), "400");
 }
 
-TEST(XmlReader, refuses_a_message_without_header_or_body)
+TEST(XmlReader, RefusesAMessageWithoutHeaderOrBody)
 {
     EXPECT_EQ(errorOf("<SyncML><SyncBody/></SyncML>"), "400 the message has no SyncHdr");
     EXPECT_EQ(errorOf("<SyncML><SyncHdr/></SyncML>"), "400 the message has no SyncBody");
@@ -414,7 +414,7 @@ TEST(XmlReader, refuses_a_message_without_header_or_body)
     EXPECT_EQ(errorOf("<html/>"), "400 the document is html, not SyncML");
 }
 
-TEST(XmlReader, refuses_a_second_element_where_one_can_be)
+TEST(XmlReader, RefusesASecondElementWhereOneCanBe)
 {
     EXPECT_EQ(errorOf(messageXml("<Get><CmdID>1</CmdID><CmdID>1</CmdID><Item/></Get>")),
               "400 a second CmdID in one Get");
@@ -429,7 +429,7 @@ TEST(XmlReader, refuses_a_second_element_where_one_can_be)
     EXPECT_EQ(errorOf(twoBodies), "400 a second SyncBody in one SyncML");
 }
 
-TEST(XmlReader, refuses_elements_inside_texts_and_text_between_elements)
+TEST(XmlReader, RefusesElementsInsideTextsAndTextBetweenElements)
 {
     EXPECT_EQ(errorOf(messageXml("<Get><CmdID>1<Item/></CmdID></Get>")),
               "400 Item inside CmdID, which holds text only");
@@ -438,7 +438,7 @@ TEST(XmlReader, refuses_elements_inside_texts_and_text_between_elements)
     EXPECT_EQ(errorOf(messageXml("2")), "400 text where only elements can stand");
 }
 
-TEST(XmlReader, refuses_declarations_and_entities)
+TEST(XmlReader, RefusesDeclarationsAndEntities)
 {
     const QByteArray xml = messageXml("<Get><CmdID>&e;</CmdID><Item/></Get>");
     const std::string refusal = "400 the document type has declarations of its own";
@@ -457,7 +457,7 @@ TEST(XmlReader, refuses_declarations_and_entities)
     EXPECT_EQ(errorOf(messageXml("<Get><Item><Data>&e;</Data></Item></Get>")).substr(0, 3), "400");
 }
 
-TEST(XmlReader, refuses_other_encodings_than_UTF8)
+TEST(XmlReader, RefusesOtherEncodingsThanUTF8)
 {
     const QByteArray xml = messageXml("<Get><CmdID>1</CmdID><Item/></Get>");
     EXPECT_EQ(errorOf("<?xml version='1.0' encoding='ISO-8859-1'?>" + xml),
@@ -478,7 +478,7 @@ QByteArray nested(const QByteArray &outer, int times, const QByteArray &inner)
            QByteArray("</" + outer.sliced(1, nameEnd - 1) + ">").repeated(times);
 }
 
-TEST(XmlLimits, bound_the_bytes)
+TEST(XmlLimits, BoundTheBytes)
 {
     const QByteArray xml = messageXml("<Get><CmdID>1</CmdID><Item/></Get>");
     Limits limits;
@@ -490,7 +490,7 @@ TEST(XmlLimits, bound_the_bytes)
                                         " that are taken");
 }
 
-TEST(XmlLimits, bound_the_depth)
+TEST(XmlLimits, BoundTheDepth)
 {
     Limits limits;
     limits.depth = 10;
@@ -509,7 +509,7 @@ TEST(XmlLimits, bound_the_depth)
     EXPECT_EQ(errorOf(get(nested("<x>", 6, "")), limits), tooDeep);
 }
 
-TEST(XmlLimits, bound_the_commands)
+TEST(XmlLimits, BoundTheCommands)
 {
     Limits limits;
     limits.commands = 3;
@@ -518,7 +518,7 @@ TEST(XmlLimits, bound_the_commands)
               "416 more than 3 commands");
 }
 
-TEST(XmlLimits, bound_the_items)
+TEST(XmlLimits, BoundTheItems)
 {
     Limits limits;
     limits.items = 4;
@@ -531,7 +531,7 @@ TEST(XmlLimits, bound_the_items)
               "416 more than 4 items and references");
 }
 
-TEST(XmlLimits, bound_the_texts)
+TEST(XmlLimits, BoundTheTexts)
 {
     Limits limits;
     limits.textBytes = 100; // the header's texts have 52
@@ -541,7 +541,7 @@ TEST(XmlLimits, bound_the_texts)
               "416 more than 100 bytes of text");
 }
 
-TEST(XmlLimits, bound_the_attributes_of_a_tag)
+TEST(XmlLimits, BoundTheAttributesOfATag)
 {
     Limits limits;
     limits.attributes = 2;
@@ -562,7 +562,7 @@ TEST(XmlLimits, bound_the_attributes_of_a_tag)
 }
 
 // The reader compares each attribute with each: without the limit this one takes minutes.
-TEST(XmlLimits, stop_a_tag_of_4_MB_of_attributes)
+TEST(XmlLimits, StopATagOf4MBOfAttributes)
 {
     QByteArray tag = "<Get";
     for (int number = 0; tag.size() < 4'000'000; ++number)
@@ -570,7 +570,7 @@ TEST(XmlLimits, stop_a_tag_of_4_MB_of_attributes)
     EXPECT_EQ(errorOf(messageXml(tag + "/>")), "416 more than 32 attributes");
 }
 
-TEST(XmlLimits, stop_declarations_that_expand_inside_Data)
+TEST(XmlLimits, StopDeclarationsThatExpandInsideData)
 {
     const QByteArray xml =
         "<SyncML xmlns:p='" + QByteArray(100'000, 'u') + "'><SyncHdr/><SyncBody><Add><Item><Data>" +
@@ -578,7 +578,7 @@ TEST(XmlLimits, stop_declarations_that_expand_inside_Data)
     EXPECT_EQ(errorOf(xml), "416 more than 4194304 bytes of text");
 }
 
-TEST(XmlLimits, stop_200_kB_of_nesting)
+TEST(XmlLimits, Stop200KBOfNesting)
 {
     EXPECT_EQ(errorOf(messageXml(QByteArray("<Atomic>").repeated(25'000))),
               "416 more than 64 elements inside each other");
