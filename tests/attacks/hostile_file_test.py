@@ -8,7 +8,7 @@ import subprocess
 import unittest
 
 import commands
-from handset import CONN, DMCLIENT, Handset, NAPICTL, PLUGIN, SECRET
+from handset import CONN, DMCLIENT, NAPICTL, PLUGIN, SECRET, HandsetTest
 from hostile_text import HOSTILE, harmful_in
 from instructions import CALLGRIND, times_as_many
 from sessions import SUCCESS, UNUSABLE, USAGE, SessionTest
@@ -137,14 +137,10 @@ class HostileTextTest(SessionTest):
 
 
 @unittest.skipUnless(CALLGRIND, "needs valgrind, and programs without sanitizers")
-class FileThatCostsMoreThanItsLengthTest(unittest.TestCase):
+class FileThatCostsMoreThanItsLengthTest(HandsetTest):
     """Makes a file that is slow to read out of all proportion to its length."""
 
     SHORT, LONG, MOST = 20_000, 80_000, 5
-
-    def setUp(self):
-        self.handset = Handset()
-        self.addCleanup(self.handset.close)
 
     def file(self, name, text):
         path = os.path.join(self.handset.home, name)

@@ -3,7 +3,6 @@
 import http.server
 import threading
 
-import sessions  # noqa: F401  finds the modules of the scripted server
 import proofs
 import xmlcodec
 from elements import Element as E

@@ -12,11 +12,11 @@ import termios
 import time
 import unittest
 
-from commands import HandsetTest, delete, get, replace, run, set_acl
+from commands import delete, get, replace, run, set_acl
 from hostile_text import HOSTILE, harmful_in
-from sessions import DMCLIENT, PLUGIN, UNUSABLE, Handset, SessionTest
-from handset import CONN, NAPICTL, PROFILES, SECRET
-from terminal_test import Terminal
+from handset import CONN, DMCLIENT, NAPICTL, PLUGIN, PROFILES, SECRET, Handset, HandsetTest
+from sessions import UNUSABLE, SessionTest
+from terminal import Terminal
 
 OTHER_USER = 65534
 OWN = "Delete=a.example&Get=a.example&Replace=a.example"
@@ -210,7 +210,7 @@ class PropertiesOfAProfileTest(HandsetTest):
     def test_a_renamed_profile_keeps_its_rights(self):
         """A profile of one server is renamed; no other server can change it under the new name."""
         run(self.handset, set_acl(CONN + "/Office", OWN))
-        self.rename_stored("Office", "Branch")
+        self.handset.rename_stored("Office", "Branch")
         self.assertEqual(self.acl("Branch"), OWN)
         self.assertEqual(run(self.handset, get(CONN + "/Branch/Addr"), delete(CONN + "/Branch"),
                              server="b.example").statuses, [425, 425])
@@ -231,26 +231,25 @@ class PropertiesOfAProfileTest(HandsetTest):
         """Two profiles change names with each other; each keeps its list."""
         run(self.handset, set_acl(CONN + "/Office", OWN), set_acl(CONN + "/Home", "Get=*"))
         for name, new_name in (("Office", "aside"), ("Home", "Office"), ("aside", "Home")):
-            self.rename_stored(name, new_name)
+            self.handset.rename_stored(name, new_name)
         self.assertEqual((self.acl("Office"), self.acl("Home")), ("Get=*", OWN))
 
     def test_profiles_that_have_numbers_for_names_keep_their_own_rights(self):
         """The node PX1 of one profile becomes that of another, since one before it goes; the second
         does not get the list of the first."""
-        self.rename_stored("Home", "\u00d6kohof")
+        self.handset.rename_stored("Home", "\u00d6kohof")
         run(self.handset, set_acl(CONN + "/PX1", OWN))
         self.handset.napictl("delete", PROFILES[1]["name"])
         self.assertEqual(self.acl("PX1"), "Add=*&Delete=*&Get=*&Replace=*")
 
 
-class LinksAndFilesInside(unittest.TestCase):
+class LinksAndFilesInside(HandsetTest):
     """What the attacker put into the state directory while it was open, and its owner closed again."""
 
     MAPPING = "settings/kub_napdef_profilemapping.cfg"
 
     def setUp(self):
-        self.handset = Handset()
-        self.addCleanup(self.handset.close)
+        super().setUp()
         self.assertEqual(self.handset.dmclient("tree").returncode, 0)
         self.handset.dmclient("account", "add", "Mine", "address=https://dm.example/",
                               "server-id=dm.example")
@@ -359,10 +358,11 @@ WITH_PRIVATE_NETWORKMANAGER = os.path.join(os.path.dirname(os.path.abspath(__fil
 IS_SKIPPED = 77
 
 
-class PasswordsOnTheBusTest(unittest.TestCase):
+class PasswordsOnTheBusTest(HandsetTest):
     """Asks NetworkManager on the system bus for everything that it tells every user about the
     connections in which profiles are stored."""
 
+    PROFILES = []
     PASSWORDS = {"csd.authPassword": "s3cr3t-1", "csd2.authPassword": "s3cr3t-2"}
     NETWORKMANAGER = "org.freedesktop.NetworkManager"
 
@@ -383,13 +383,11 @@ class PasswordsOnTheBusTest(unittest.TestCase):
         self.assertEqual(outcome.returncode, 0, outcome.stderr)
 
     def setUp(self):
-        self.handset = Handset([])
-        self.addCleanup(self.handset.close)
+        super().setUp()
         os.environ["KUB_NAPI_BACKEND"] = "networkmanager"
 
     def napictl(self, *arguments):
-        return subprocess.run([NAPICTL, "--backend", "networkmanager", *arguments], check=True,
-                              env=self.handset.environment(), capture_output=True, text=True).stdout
+        return self.handset.napictl("--backend", "networkmanager", *arguments)
 
     def ask_bus(self, path, method):
         return subprocess.run(["dbus-send", "--system", "--print-reply", "--dest=" + self.NETWORKMANAGER,

@@ -13,15 +13,15 @@ import unittest.mock
 
 import hostile_server as hostile
 import sessions
-import terminal_test
-from commands import (HandsetTest, add, copy, delete, execute, get, package_of, rename, replace, run,
+from commands import (add, copy, delete, execute, get, package_of, rename, replace, run,
                       run_package, set_acl)
-from handset import CONN, PROXY, SANITIZED, SECRET, Handset
+from handset import CONN, PROXY, SANITIZED, SECRET, HandsetTest
 from hostile_text import HOSTILE, harmful_in
 from instructions import CALLGRIND, times_as_many
 from hostile_server import HostileServer
 from sessions import (CERTIFICATE, KEY, REFUSED, SESSION_FAILED, SUCCESS, USAGE, DmServer,
                       SessionTest, scenario)
+from terminal import Terminal
 
 AN_HOUR = "3600"
 GUARD = 60  # seconds; only against a test that hangs
@@ -77,10 +77,10 @@ class OwnProfileTest(HandsetTest):
 
     def test_after_the_profile_was_renamed(self):
         """It waits until the owner of the device renames the profile; the list stays with it."""
-        self.rename_stored("Home", "House")
+        self.handset.rename_stored("Home", "House")
         self.refused(set_acl(CONN + "/House", "Replace=*"), replace(CONN + "/House/Addr", "evil"),
                      delete(PROXY + "/House"))
-        self.rename_stored("House", "Home")
+        self.handset.rename_stored("House", "Home")
 
     def test_its_owner_still_manages_it(self):
         """What the other one may not, the server whose profile it is may."""
@@ -131,7 +131,7 @@ class SlashInANameTest(HandsetTest):
 
     def setUp(self):
         super().setUp()
-        self.rename_stored("Home", "Office/Evil")
+        self.handset.rename_stored("Home", "Office/Evil")
         run(self.handset, set_acl(CONN + "/Office", "Get=a.example&Replace=a.example"))
         self.before = self.handset.profile("Office")
 
@@ -245,7 +245,7 @@ class HostileTextTest(SessionTest):
                   {"alert": 1103, "items": ["", HOSTILE, HOSTILE + "\nred", "blue"], "answer": ["1"]},
                   {"alert": 1102, "items": ["DR=" + HOSTILE, "Name?"], "answer": [HOSTILE]}]
         with DmServer(scenario("questions", packages=[{"commands": alerts}])) as server:
-            terminal = terminal_test.Terminal(self, "session", server.url)
+            terminal = Terminal(self, "session", server.url)
             shown = terminal.answer("number: ", "1\n") + terminal.answer("your answer", "\n")
             shown += terminal.end()[1]
         self.assertIn("[server] Session completed", shown)
@@ -429,7 +429,7 @@ class EndlessSession(SessionTest):
             with self.subTest(options=options):
                 alerts = [{"alert": 1101, "items": [options, "Update?"]}]
                 with DmServer(scenario("questions", packages=[{"commands": alerts}])) as server:
-                    terminal = terminal_test.Terminal(self, "session", server.url,
+                    terminal = Terminal(self, "session", server.url,
                                                       "--session-timeout", "1")
                     terminal.wait_for("yes or no: ")
                     status, screen = terminal.end()
@@ -491,7 +491,7 @@ class EndlessSession(SessionTest):
         """The server keeps the session waiting; what is typed meanwhile is not run."""
         for number in (signal.SIGTERM, signal.SIGHUP):
             with self.subTest(signal=number.name):
-                terminal = terminal_test.Terminal(self, "shell")
+                terminal = Terminal(self, "shell")
                 terminal.wait_for("dm> ")
                 _, screen = self.signal_in_a_session_of_a_shell(number, terminal.process,
                                                                 terminal.type, terminal.end)
@@ -512,14 +512,13 @@ class EndlessSession(SessionTest):
 
 
 @unittest.skipUnless(CALLGRIND, "needs valgrind, and programs without sanitizers")
-class ValueThatCostsMoreThanItsLengthTest(unittest.TestCase):
+class ValueThatCostsMoreThanItsLengthTest(HandsetTest):
     """Sends a value that is slow to take out of all proportion to its length."""
 
     SHORT, LONG, MOST = 16_000, 64_000, 5
 
     def setUp(self):
-        self.handset = Handset()
-        self.addCleanup(self.handset.close)
+        super().setUp()
         self.handset.dmclient("account", "add", "Test", "address=https://dm.example/",
                               "server-id=dm.example", "server-auth=md5", "server-name=s",
                               "server-secret=s")

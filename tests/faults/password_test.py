@@ -4,38 +4,22 @@
 It may be where a server or a person asks for its value, and in the profile store. It may not be in
 any other output, in a message, in the plug-in's log or in any other file of the state directory.
 """
+import functools
 import glob
 import json
 import os
-import sys
 import unittest
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from handset import CONN, INT_PROFS, Handset  # noqa: E402
+import stored_profiles
+from commands import add, get, package_of, replace
+from handset import CONN, PROXY, HandsetTest
 
-PROGRAMS = ""
 SECRET = "Kub-s3cret-to-be-found"
-PASSWORD_LEAF = CONN + "Office/Auth/PAP/AuthPw"
+PASSWORD_LEAF = CONN + "/Office/Auth/PAP/AuthPw"
 
 
-def package(commands, session="1"):
-    return ("<SyncML><SyncHdr><VerDTD>1.2</VerDTD><VerProto>DM/1.2</VerProto>"
-            f"<SessionID>{session}</SessionID><MsgID>1</MsgID>"
-            "<Target><LocURI>urn:kub:test</LocURI></Target>"
-            "<Source><LocURI>http://server.example</LocURI></Source></SyncHdr>"
-            f"<SyncBody>{commands}<Final/></SyncBody></SyncML>")
-
-
-def item(uri, data="", form="chr"):
-    return (f"<Item><Target><LocURI>{uri}</LocURI></Target>"
-            f"<Meta><Format xmlns='syncml:metinf'>{form}</Format></Meta><Data>{data}</Data></Item>")
-
-
-class PasswordTest(unittest.TestCase):
-    def setUp(self):
-        self.handset = Handset(PROGRAMS)
-        self.addCleanup(self.handset.close)
-        self.handset.provision()
+class PasswordTest(HandsetTest):
+    PROFILES = stored_profiles.PROFILES
 
     def silent(self, result):
         """A command that may not say the password."""
@@ -54,80 +38,78 @@ class PasswordTest(unittest.TestCase):
                     self.assertNotIn(SECRET.encode(), file.read(), path)
 
     def test_the_clients_commands_do_not_repeat_it(self):
-        client = self.handset.dmclient
+        client = functools.partial(self.handset.run, "dmclient")
         written = [
             ("replace", PASSWORD_LEAF, SECRET),
-            ("replace", CONN + "Office/Auth/PAP", "AuthPw=" + SECRET, "AuthId=user"),
-            ("replace", CONN + "Modem/Auth/PAP/AuthPw", SECRET),
-            ("replace", CONN + "Second/Auth/PAP/AuthPw", SECRET),
-            ("copy", PASSWORD_LEAF, CONN + "Modem/Auth/PAP/AuthPw"),
+            ("replace", CONN + "/Office/Auth/PAP", "AuthPw=" + SECRET, "AuthId=user"),
+            ("replace", CONN + "/Modem/Auth/PAP/AuthPw", SECRET),
+            ("replace", CONN + "/Second/Auth/PAP/AuthPw", SECRET),
+            ("copy", PASSWORD_LEAF, CONN + "/Modem/Auth/PAP/AuthPw"),
         ]
         for command in written:
             self.assertEqual(self.silent(client(*command)).returncode, 0, command)
         refused = [
-            ("replace", CONN + "Gone/Auth/PAP/AuthPw", SECRET),
-            ("replace", CONN + "Office/Auth/PAP/Missing", SECRET),
-            ("replace", CONN + "Office/Auth/PAP", SECRET),
-            ("replace", CONN + "Office/Auth/PAP", "Missing=" + SECRET),
+            ("replace", CONN + "/Gone/Auth/PAP/AuthPw", SECRET),
+            ("replace", CONN + "/Office/Auth/PAP/Missing", SECRET),
+            ("replace", CONN + "/Office/Auth/PAP", SECRET),
+            ("replace", CONN + "/Office/Auth/PAP", "Missing=" + SECRET),
             ("add", PASSWORD_LEAF, SECRET),
-            ("add", CONN + "Gone/Auth/PAP/AuthPw", SECRET),
-            ("replace", CONN + "Office/Linger", SECRET),
-            ("replace", CONN + "Office/Bearer", SECRET),
-            ("replace", CONN + "Office/Speed", SECRET),
-            ("replace", CONN + "Office/LineType", SECRET),
-            ("replace", INT_PROFS + "Office/UserEditable", SECRET),
-            ("add", CONN + "Office/Auth/PAP/AuthPw", SECRET, "--format", "int"),
+            ("add", CONN + "/Gone/Auth/PAP/AuthPw", SECRET),
+            ("replace", CONN + "/Office/Linger", SECRET),
+            ("replace", CONN + "/Office/Bearer", SECRET),
+            ("replace", CONN + "/Office/Speed", SECRET),
+            ("replace", CONN + "/Office/LineType", SECRET),
+            ("replace", PROXY + "/Office/UserEditable", SECRET),
+            ("add", CONN + "/Office/Auth/PAP/AuthPw", SECRET, "--format", "int"),
         ]
         for command in refused:
             self.assertNotEqual(self.silent(client("--verbose", *command)).returncode, 0, command)
         # A new leaf of that name with another format, whose parser refuses the text.
-        self.silent(self.handset.run("dmclient", "--verbose", "shell", text="\n".join(
-            f"add {CONN}New{rest}" for rest in
+        self.silent(self.handset.run("dmclient", "--verbose", "shell", stdin="\n".join(
+            f"add {CONN}/New{rest}" for rest in
             ("", "/Auth", "/Auth/PAP", f"/Auth/PAP/AuthPw {SECRET} --format int",
              f"/Auth/PAP/AuthPw {SECRET} --format bool")) + "\n"))
         self.silent(client("tree"))
         self.silent(client("tree", "--json"))
-        self.silent(client("--verbose", "rename", CONN + "Office", "Work"))
-        self.silent(client("--verbose", "delete", CONN + "Second"))
+        self.silent(client("--verbose", "rename", CONN + "/Office", "Work"))
+        self.silent(client("--verbose", "delete", CONN + "/Second"))
         self.silent(client("get", PASSWORD_LEAF))
         self.tell(client("get", "--show-secrets", PASSWORD_LEAF))
         self.tell(client("tree", "--show-secrets"))
         self.look_through_files()
 
     def test_a_move_to_another_bearer_says_nothing(self):
-        self.silent(self.handset.dmclient("replace", PASSWORD_LEAF, SECRET))
+        self.silent(self.handset.run("dmclient", "replace", PASSWORD_LEAF, SECRET))
         for bearer in ("GSM-CSD", "GSM-CSD2", "GSM-GPRS", "bogus"):
-            self.silent(self.handset.dmclient("--verbose", "replace", CONN + "Office/Bearer", bearer))
-            self.tell(self.handset.dmclient("get", "--show-secrets", PASSWORD_LEAF))
+            self.silent(self.handset.run("dmclient", "--verbose", "replace", CONN + "/Office/Bearer",
+                                         bearer))
+            self.tell(self.handset.run("dmclient", "get", "--show-secrets", PASSWORD_LEAF))
         self.look_through_files()
 
     def test_one_mount_with_everything_says_it_once(self):
-        result = self.handset.run("dmclient", "--verbose", "shell", text="\n".join([
-            f"replace {PASSWORD_LEAF} {SECRET}", f"add {CONN}New", f"add {CONN}New/Auth",
-            f"add {CONN}New/Auth/PAP", f"add {CONN}New/Auth/PAP/AuthPw {SECRET}",
-            f"replace {CONN}Missing {SECRET}", "tree", f"rename {CONN}New Newer",
-            f"delete {CONN}Newer", f"get {PASSWORD_LEAF}",
+        result = self.handset.run("dmclient", "--verbose", "shell", stdin="\n".join([
+            f"replace {PASSWORD_LEAF} {SECRET}", f"add {CONN}/New", f"add {CONN}/New/Auth",
+            f"add {CONN}/New/Auth/PAP", f"add {CONN}/New/Auth/PAP/AuthPw {SECRET}",
+            f"replace {CONN}/Missing {SECRET}", "tree", f"rename {CONN}/New Newer",
+            f"delete {CONN}/Newer", f"get {PASSWORD_LEAF}",
             f"get --show-secrets {PASSWORD_LEAF}"]) + "\n")
         self.assertEqual(result.stdout.count(SECRET), 1, result.stdout)
         self.assertNotIn(SECRET, result.stderr)
         self.look_through_files()
 
     def test_a_servers_package_is_answered_without_it(self):
-        write = package(f"<Replace><CmdID>1</CmdID>{item(PASSWORD_LEAF, SECRET)}</Replace>"
-                        f"<Replace><CmdID>2</CmdID>{item(CONN + 'Gone/X', SECRET)}</Replace>"
-                        f"<Add><CmdID>3</CmdID>{item(PASSWORD_LEAF, SECRET)}</Add>"
-                        f"<Replace><CmdID>4</CmdID>{item(CONN + 'Office/Linger', SECRET, 'int')}"
-                        "</Replace>")
-        self.silent(self.handset.run("dmclient", "--verbose", "process", "-", text=write))
+        write = package_of(replace(PASSWORD_LEAF, SECRET), replace(CONN + "/Gone/X", SECRET),
+                           add(PASSWORD_LEAF, SECRET),
+                           replace(CONN + "/Office/Linger", SECRET, format="int"))
+        self.silent(self.handset.run("dmclient", "--verbose", "process", "-", stdin=write))
         broken = write.replace("</SyncBody>", "")
-        self.silent(self.handset.run("dmclient", "--verbose", "process", "-", text=broken))
-        read = package(f"<Get><CmdID>1</CmdID><Item><Target><LocURI>{PASSWORD_LEAF}</LocURI>"
-                       "</Target></Item></Get>", "2")
-        self.tell(self.handset.run("dmclient", "--verbose", "process", "-", text=read))
+        self.silent(self.handset.run("dmclient", "--verbose", "process", "-", stdin=broken))
+        read = package_of(get(PASSWORD_LEAF))
+        self.tell(self.handset.run("dmclient", "--verbose", "process", "-", stdin=read))
         self.look_through_files()
 
     def test_the_services_command_masks_it(self):
-        napictl = self.handset.napictl
+        napictl = functools.partial(self.handset.run, "napictl")
         for part in ("gprs", "csd", "csd2"):
             self.silent(napictl("set", "Office", f"{part}.authPassword={SECRET}"))
         self.silent(napictl("show", "Office"))
@@ -139,28 +121,27 @@ class PasswordTest(unittest.TestCase):
         self.silent(napictl("set", "Gone", f"gprs.authPassword={SECRET}"))
         self.silent(napictl("create", "Office", f"gprs.authPassword={SECRET}"))
         profile = {"name": "New", "gprs": {"address": "a", "authPassword": SECRET}}
-        self.silent(napictl("import", "-", text=json.dumps(profile)))
-        self.silent(napictl("import", "-", text=json.dumps(profile)))
+        self.silent(napictl("import", "-", stdin=json.dumps(profile)))
+        self.silent(napictl("import", "-", stdin=json.dumps(profile)))
         for wrong in ({"authPassword": [SECRET]}, {"authPassword": SECRET * 10},
                       {"authPassword": SECRET, "linger": "x"}):
-            self.silent(napictl("import", "-", text=json.dumps({"name": "Wrong", "gprs": wrong})))
-        self.silent(napictl("import", "-", text=json.dumps(profile)[:-3]))
+            self.silent(napictl("import", "-", stdin=json.dumps({"name": "Wrong", "gprs": wrong})))
+        self.silent(napictl("import", "-", stdin=json.dumps(profile)[:-3]))
         self.tell(napictl("show", "Office", "--show-secrets"))
         self.tell(napictl("export", "--show-secrets"))
         self.silent(napictl("delete", "Office", "New"))
         self.look_through_files()
 
     def test_a_damaged_store_is_reported_without_it(self):
-        self.silent(self.handset.napictl("set", "Office", f"gprs.authPassword={SECRET}"))
+        self.silent(self.handset.run("napictl", "set", "Office", f"gprs.authPassword={SECRET}"))
         with open(self.handset.path("profiles.db"), "r+b") as store:
             data = store.read()
             store.seek(0)
             store.write(data.replace(b"internet", b"\xFF\xFE\xFF\xFE\xFF\xFE\xFF\xFE"))
-        self.silent(self.handset.napictl("check"))
+        self.silent(self.handset.run("napictl", "check"))
         self.silent(self.handset.run("dmclient", "--verbose", "tree"))
         self.look_through_files()
 
 
 if __name__ == "__main__":
-    PROGRAMS = sys.argv.pop(1)
     unittest.main()

@@ -1,14 +1,13 @@
 #!/usr/bin/python3
 """Kills a DM client that runs random commands, at random moments.
 
-    power_cut.py BIN_FOLDER [--kills N] [--seed N]
-
 After each kill the store passes its check, the profiles are as they were behind one of the changes
 (so each holds its old or its new record, and none a part of both), and the next client mounts. A
 command makes one change of a record; one that writes several leaves makes one for each of them. The
 state directory of a failure is kept.
+
+KUB_POWER_CUTS is how often, and KUB_POWER_CUT_SEED repeats the commands of an earlier run.
 """
-import argparse
 import os
 import random
 import shutil
@@ -17,8 +16,8 @@ import sys
 import tempfile
 import time
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from handset import CONN, INT_PROFS, PROFILES, Handset  # noqa: E402
+from handset import CONN, PROGRAMS, PROXY, Handset
+from stored_profiles import PROFILES
 
 COMMANDS_IN_A_SERIES = 60
 KILLS_OF_A_SERIES = 50
@@ -26,7 +25,7 @@ KILLS_OF_A_SERIES = 50
 
 def random_command(rng, number):
     profile = rng.choice([profile["name"] for profile in PROFILES] + ["New 1", "New 2"])
-    conn, proxies = CONN + profile, INT_PROFS + profile
+    conn, proxies = f"{CONN}/{profile}", f"{PROXY}/{profile}"
     return rng.choice([
         f"replace '{conn}/Addr' addr{number}",
         f"replace '{conn}/Auth/PAP/AuthPw' password{number}",
@@ -61,8 +60,8 @@ def states_of(handset, start, commands):
         series += [commands[:count] + [change] for change in leaf_by_leaf(command)]
     states = []
     for changes in series:
-        handset.copy_from(start)
-        handset.shell(changes)
+        handset.copy_from(start.state)
+        handset.run("dmclient", "shell", stdin="".join(change + "\n" for change in changes))
         states.append(handset.export())
     return states
 
@@ -70,8 +69,9 @@ def states_of(handset, start, commands):
 def start_series(handset, script):
     """Starts the series and waits for the answer to its first command, behind the mounts."""
     with open(script, encoding="utf-8") as commands:
-        process = subprocess.Popen(handset.command("dmclient", "shell"), stdin=commands,
-                                   stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        process = subprocess.Popen([*PROGRAMS["dmclient"], "shell"], stdin=commands,
+                                   env=handset.environment(), stdout=subprocess.PIPE,
+                                   stderr=subprocess.DEVNULL)
     process.stdout.readline()
     return process
 
@@ -92,50 +92,46 @@ def kill_during(handset, script, delay):
 
 def problem_behind_kill(handset, states):
     try:
-        handset.check()
+        handset.napictl("check")
         if handset.export() not in states:
             return "the profiles are as behind none of the changes"
-        handset.mounts()
+        handset.succeed("dmclient", "tree")
     except AssertionError as error:
         return str(error)
     return None
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__,
-                                     formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("programs")
-    parser.add_argument("--kills", type=int, default=int(os.environ.get("KUB_POWER_CUTS", "50")))
-    parser.add_argument("--seed", type=int, default=random.randrange(1 << 30))
-    options = parser.parse_args()
-    print(f"seed {options.seed}", flush=True)
-    rng = random.Random(options.seed)
+    wanted = int(os.environ.get("KUB_POWER_CUTS", "50"))
+    seed = int(os.environ.get("KUB_POWER_CUT_SEED", random.randrange(1 << 30)))
+    print(f"seed {seed}", flush=True)
+    rng = random.Random(seed)
     folder = tempfile.mkdtemp(prefix="kub-power-cut-")
-    start = os.path.join(folder, "start")
-    Handset(options.programs, start).provision()
-    handset = Handset(options.programs, os.path.join(folder, "state"))
+    start = Handset(PROFILES)
+    handset = Handset(state=os.path.join(folder, "state"))
     script = os.path.join(folder, "commands")
     kills = between = 0
-    while kills < options.kills:
+    while kills < wanted:
         commands = [random_command(rng, number) for number in range(COMMANDS_IN_A_SERIES)]
         with open(script, "w", encoding="utf-8") as file:
             file.write("".join(command + "\n" for command in commands))
         states = states_of(handset, start, commands)
-        handset.copy_from(start)
+        handset.copy_from(start.state)
         with start_series(handset, script) as process:
             begin = time.monotonic()
             process.stdout.read()
         duration = time.monotonic() - begin
-        for _ in range(min(KILLS_OF_A_SERIES, options.kills - kills)):
-            handset.copy_from(start)
+        for _ in range(min(KILLS_OF_A_SERIES, wanted - kills)):
+            handset.copy_from(start.state)
             while not kill_during(handset, script, rng.uniform(0, duration)):
-                handset.copy_from(start)
+                handset.copy_from(start.state)
             kills += 1
             between += handset.export() not in (states[0], states[-1])
             problem = problem_behind_kill(handset, states)
             if problem:
-                sys.exit(f"kill {kills} of seed {options.seed}: {problem}\n"
+                sys.exit(f"kill {kills} of seed {seed}: {problem}\n"
                          f"commands in {script}, state in {handset.state}")
+    start.close()
     shutil.rmtree(folder)
     print(f"{kills} kills survived, {between} of them between the first and the last change")
 

@@ -8,7 +8,7 @@ import os
 import shlex
 import unittest
 
-from handset import CONN, PROXY, Handset
+from handset import CONN, PROXY, HandsetTest
 
 FOLDER = os.path.dirname(os.path.abspath(__file__))
 REGENERATE = os.environ.get("KUB_REGENERATE_GOLDEN") == "1"
@@ -81,12 +81,11 @@ get ./DevInfo/DmV
 """
 
 
-class GoldenTest(unittest.TestCase):
+class GoldenTest(HandsetTest):
     maxDiff = None
 
     def setUp(self):
-        self.handset = Handset()
-        self.addCleanup(self.handset.close)
+        super().setUp()
         self.transcript = []
 
     def note(self, text):

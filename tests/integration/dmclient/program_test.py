@@ -12,16 +12,12 @@ import termios
 import time
 import unittest
 
-from handset import CONN, DMCLIENT, PLUGIN, PROXY, SECRET, Handset
+from handset import CONN, DMCLIENT, PLUGIN, PROXY, SECRET, Handset, HandsetTest
 
 SUCCESS, REFUSED, USAGE, UNUSABLE, SESSION_FAILED = range(5)
 
 
-class DmclientTest(unittest.TestCase):
-    def setUp(self):
-        self.handset = Handset()
-        self.addCleanup(self.handset.close)
-
+class DmclientTest(HandsetTest):
     def run_client(self, *arguments, **options):
         result = self.handset.dmclient(*arguments, **options)
         return result.returncode, result.stdout.decode(), result.stderr.decode()

@@ -4,17 +4,15 @@ import json
 import os
 import pty
 import re
-import resource
-import signal
 import sqlite3
 import subprocess
-import tempfile
 import unittest
 
-NAPICTL = os.environ["NAPICTL"]
-MANUAL = os.environ["NAPICTL_MANUAL"]
+from handset import NAPICTL, SECRET, HandsetTest
+
+MANUAL = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "..", "docs", "man",
+                      "napictl.1")
 DATABASE = "/usr/share/mobile-broadband-provider-info/serviceproviders.xml"
-SECRET = "s3cr3t-Pa55"
 
 OK, FAILED, USAGE, UNUSABLE = 0, 1, 2, 3
 
@@ -36,24 +34,21 @@ OFFICE_FIELDS = [
 ]
 
 
-class NapictlTest(unittest.TestCase):
+class NapictlTest(HandsetTest):
+    PROFILES = []
+
     def setUp(self):
-        directory = tempfile.TemporaryDirectory()
-        self.addCleanup(directory.cleanup)
-        self.directory = directory.name
-        self.state = os.path.join(self.directory, "state")
-        self.store = os.path.join(self.state, "profiles.db")
+        super().setUp()
+        self.directory = self.handset.home
+        self.state = self.handset.state
+        self.store = self.handset.path("profiles.db")
 
     def run_napictl(self, *arguments, state=None, stdin=None, maximum=None, **options):
-        environment = {key: value for key, value in os.environ.items()
-                       if key not in ("KUB_STATE_DIR", "KUB_NAPI_BACKEND", "KUB_NAPI_MAX",
-                                      "XDG_STATE_HOME")}
-        environment["HOME"] = self.directory
-        environment["KUB_STATE_DIR"] = state or self.state
+        if state:
+            options["KUB_STATE_DIR"] = state
         if maximum:
-            environment["KUB_NAPI_MAX"] = str(maximum)
-        return subprocess.run([NAPICTL, *arguments], env=environment, input=stdin, timeout=60,
-                              capture_output=True, encoding="utf-8", **options)
+            options["KUB_NAPI_MAX"] = str(maximum)
+        return self.handset.run("napictl", *arguments, stdin=stdin, **options)
 
     def napictl(self, *arguments, **options):
         """Runs a command that has to succeed in silence; returns what it printed."""
@@ -494,7 +489,7 @@ class ProvisionTest(NapictlTest):
 
     def test_progress_is_shown_on_a_terminal(self):
         controller, terminal = pty.openpty()
-        environment = dict(os.environ, KUB_STATE_DIR=self.state, KUB_NAPI_MAX="2000")
+        environment = self.handset.environment(KUB_NAPI_MAX="2000")
         with subprocess.Popen([NAPICTL, "provision", "--all"], env=environment,
                               stdout=subprocess.PIPE, stderr=terminal) as process:
             os.close(terminal)
@@ -584,7 +579,7 @@ class CommandLineTest(NapictlTest):
 
     def test_arguments_have_to_be_utf8(self):
         result = subprocess.run([NAPICTL, "create", b"\xff\xfe"], capture_output=True, check=False,
-                                env=dict(os.environ, KUB_STATE_DIR=self.state))
+                                env=self.handset.environment())
         self.assertEqual(result.returncode, USAGE)
         self.assertIn(b"argument 2 is not UTF-8", result.stderr)
 
@@ -622,10 +617,8 @@ class CommandLineTest(NapictlTest):
         self.refused(UNUSABLE, "import", "-", stdin="[{\"name\": \"x\"}]", says=[self.store])
 
     def test_full_disk_is_an_unusable_store(self):
-        def limit():
-            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
-            resource.setrlimit(resource.RLIMIT_FSIZE, (65536, 65536))
-        self.refused(UNUSABLE, "provision", "--country", "de", preexec_fn=limit, says=["full"])
+        limited = ["sh", "-c", "trap '' XFSZ; ulimit -f 128; exec \"$@\"", "sh"]  # blocks of 512 bytes
+        self.refused(UNUSABLE, "provision", "--country", "de", prefix=limited, says=["full"])
 
     def test_locked_store_is_reported(self):
         self.napictl("create", "one")
@@ -637,13 +630,13 @@ class CommandLineTest(NapictlTest):
     def test_output_that_cannot_be_written_is_a_failure(self):
         with open("/dev/full", "w", encoding="utf-8") as full:
             result = subprocess.run([NAPICTL, "list"], stdout=full, stderr=subprocess.PIPE, check=False,
-                                    env=dict(os.environ, KUB_STATE_DIR=self.state), encoding="utf-8")
+                                    env=self.handset.environment(), encoding="utf-8")
         self.assertEqual(result.returncode, FAILED)
         self.assertIn("No space left", result.stderr)
 
     def test_locale_does_not_matter(self):
         for locale in ("C", "POSIX", "nowhere"):
-            environment = dict(os.environ, KUB_STATE_DIR=self.state, LC_ALL=locale, LANG=locale)
+            environment = self.handset.environment(LC_ALL=locale, LANG=locale)
             result = subprocess.run([NAPICTL, "show", "همراه"], env=environment, check=False,
                                     capture_output=True, encoding="utf-8")
             self.assertEqual(result.stderr, "napictl: همراه: there is no such profile\n")

@@ -5,31 +5,27 @@ import subprocess
 import tempfile
 import unittest
 
-NAPICTL = os.environ["NAPICTL"]
-DMCLIENT = os.environ["DMCLIENT"]
-CONN = "./DevDetail/Ext/Conf/Conn/Profiles"
+from handset import CONN, HandsetTest
 
 OK, FAILED, USAGE, UNUSABLE = 0, 1, 2, 3
 
 
-class ProgramsTest(unittest.TestCase):
+class ProgramsTest(HandsetTest):
+    PROFILES = []
+
     def setUp(self):
         self.assertIn("PRIVATE_NETWORKMANAGER", os.environ)
-        directory = tempfile.TemporaryDirectory()
-        self.addCleanup(directory.cleanup)
-        self.state = os.path.join(directory.name, "state")
+        super().setUp()
         self.addCleanup(self.delete_connections)
 
-    def run_program(self, *arguments, expected=OK, **changes):
-        environment = {key: value for key, value in os.environ.items() if not key.startswith("KUB_")}
-        environment.update(HOME=self.state, KUB_STATE_DIR=self.state, **changes)
-        result = subprocess.run(arguments, env=environment, capture_output=True, encoding="utf-8",
-                                timeout=60, check=False)
+    def run_program(self, program, *arguments, expected=OK, **environment):
+        result = self.handset.run(program, *arguments, **environment)
         self.assertEqual(result.returncode, expected, result.stdout + result.stderr)
         return result
 
     def nmcli(self, *arguments):
-        return self.run_program("nmcli", *arguments).stdout.rstrip("\n")
+        return subprocess.run(["nmcli", *arguments], env=self.handset.environment(), check=True,
+                              capture_output=True, encoding="utf-8", timeout=60).stdout.rstrip("\n")
 
     def delete_connections(self):
         uuids = self.nmcli("-g", "uuid", "connection", "show").split()
@@ -44,24 +40,24 @@ class ProgramsTest(unittest.TestCase):
 
     def test_the_option_chooses_networkmanager(self):
         self.add_connection("apn", "hand.apn")
-        self.assertIn("Hand", self.run_program(NAPICTL, "--backend", "networkmanager", "list").stdout)
-        self.assertNotIn("Hand", self.run_program(NAPICTL, "list").stdout)
+        self.assertIn("Hand", self.run_program("napictl", "--backend", "networkmanager", "list").stdout)
+        self.assertNotIn("Hand", self.run_program("napictl", "list").stdout)
         get = ["get", CONN + "/Hand/Addr"]
-        self.assertEqual(self.run_program(DMCLIENT, "--backend", "networkmanager", *get).stdout,
+        self.assertEqual(self.run_program("dmclient", "--backend", "networkmanager", *get).stdout,
                          "hand.apn\n")
-        self.run_program(DMCLIENT, *get, expected=FAILED)
+        self.run_program("dmclient", *get, expected=FAILED)
 
     def test_the_option_goes_before_the_environment(self):
         self.add_connection("apn", "hand.apn")
-        listed = self.run_program(NAPICTL, "--backend", "sqlite", "list",
+        listed = self.run_program("napictl", "--backend", "sqlite", "list",
                                   KUB_NAPI_BACKEND="networkmanager").stdout
         self.assertNotIn("Hand", listed)
-        listed = self.run_program(NAPICTL, "list", KUB_NAPI_BACKEND="networkmanager").stdout
+        listed = self.run_program("napictl", "list", KUB_NAPI_BACKEND="networkmanager").stdout
         self.assertIn("Hand", listed)
 
     def test_a_server_changes_the_connection_of_a_person(self):
         self.add_connection("apn", "hand.apn", "gsm.pin", "1234")
-        self.run_program(DMCLIENT, "--backend", "networkmanager", "replace", CONN + "/Hand",
+        self.run_program("dmclient", "--backend", "networkmanager", "replace", CONN + "/Hand",
                          "Addr=new.apn", "DNS1=10.0.0.1")
         self.assertEqual(self.shown("Hand", "gsm.apn"), "new.apn")
         self.assertEqual(self.shown("Hand", "ipv4.dns"), "10.0.0.1")
@@ -69,25 +65,25 @@ class ProgramsTest(unittest.TestCase):
 
     def test_a_refused_value_is_named(self):
         self.add_connection("apn", "hand.apn")
-        result = self.run_program(NAPICTL, "--backend", "networkmanager", "set", "Hand",
+        result = self.run_program("napictl", "--backend", "networkmanager", "set", "Hand",
                                   "gprs.address=two words", expected=FAILED)
         self.assertIn("gprs.address is refused: gsm.apn", result.stderr)
         self.assertEqual(self.shown("Hand", "gsm.apn"), "hand.apn")
 
     def test_profiles_can_be_carried_from_one_store_to_the_other(self):
-        self.run_program(NAPICTL, "create", "Office", "gprs.address=office.apn",
+        self.run_program("napictl", "create", "Office", "gprs.address=office.apn",
                          "gprs.authPassword=secret", "csd.address=+4930", "csd.speed=9600",
                          "proxy1.address=proxy.example", "proxy1.port=8080", "editable=false")
-        exported = self.run_program(NAPICTL, "export", "--show-secrets").stdout
-        file = os.path.join(self.state, "profiles.json")
+        exported = self.run_program("napictl", "export", "--show-secrets").stdout
+        file = os.path.join(self.handset.home, "profiles.json")
         with open(file, "w", encoding="utf-8") as output:
             output.write(exported)
-        self.run_program(NAPICTL, "--backend", "networkmanager", "import", file)
+        self.run_program("napictl", "--backend", "networkmanager", "import", file)
         self.assertEqual(self.shown("Office", "gsm.password"), "secret")
         self.assertEqual(
-            self.run_program(NAPICTL, "--backend", "networkmanager", "export", "--show-secrets").stdout,
+            self.run_program("napictl", "--backend", "networkmanager", "export", "--show-secrets").stdout,
             exported)
-        self.run_program(NAPICTL, "--backend", "networkmanager", "check")
+        self.run_program("napictl", "--backend", "networkmanager", "check")
 
     def test_an_access_point_that_is_refused_does_not_keep_the_others_out(self):
         file = os.path.join(tempfile.gettempdir(), f"providers-{os.getpid()}.xml")
@@ -98,7 +94,7 @@ class ProgramsTest(unittest.TestCase):
         with open(file, "w", encoding="utf-8") as output:
             output.write(f"<serviceproviders format='2.0'><country code='xx'>{providers}</country>"
                          "</serviceproviders>")
-        result = self.run_program(NAPICTL, "--backend", "networkmanager", "provision", "--country", "xx",
+        result = self.run_program("napictl", "--backend", "networkmanager", "provision", "--country", "xx",
                                   "--database", file, expected=FAILED)
         self.assertEqual(result.stdout, "Stored: 2, already there: 0\n")
         self.assertIn("Web: the profile store does not take a value of it", result.stderr)
@@ -107,20 +103,20 @@ class ProgramsTest(unittest.TestCase):
     def test_without_the_daemon_the_store_is_unusable(self):
         subprocess.run([os.environ["PRIVATE_NETWORKMANAGER"], "stop"], check=True)
         try:
-            result = self.run_program(NAPICTL, "--backend", "networkmanager", "list",
+            result = self.run_program("napictl", "--backend", "networkmanager", "list",
                                       expected=UNUSABLE)
             self.assertIn("NetworkManager is not running", result.stderr)
-            result = self.run_program(DMCLIENT, "--backend", "networkmanager", "tree",
+            result = self.run_program("dmclient", "--backend", "networkmanager", "tree",
                                       expected=UNUSABLE)
             self.assertIn("NetworkManager is not running", result.stderr)
         finally:
             subprocess.run([os.environ["PRIVATE_NETWORKMANAGER"], "start"], check=True)
 
     def test_an_unknown_backend_is_wrong_usage(self):
-        for program in (NAPICTL, DMCLIENT):
+        for program in ("napictl", "dmclient"):
             result = self.run_program(program, "--backend", "paper", "list", expected=USAGE)
             self.assertIn("sqlite or networkmanager", result.stderr)
-        result = self.run_program(NAPICTL, "list", expected=UNUSABLE, KUB_NAPI_BACKEND="paper")
+        result = self.run_program("napictl", "list", expected=UNUSABLE, KUB_NAPI_BACKEND="paper")
         self.assertIn("KUB_NAPI_BACKEND is 'paper', it can be sqlite or networkmanager", result.stderr)
 
 

@@ -4,7 +4,7 @@ import signal
 import subprocess
 import unittest
 
-from sessions import REFUSED, SESSION_FAILED, SUCCESS, DmServer, SessionTest, scenario
+from sessions import SESSION_FAILED, SUCCESS, DmServer, SessionTest, scenario
 
 OFFICE = "./DevDetail/Ext/Conf/Conn/Profiles/Office/Addr"
 

@@ -1,14 +1,10 @@
-"""A handset, and DM commands that a server sends it in one package."""
+"""DM commands that a server sends a handset in one package, and what answers them."""
 
-import os
-import sqlite3
 import subprocess
-import unittest
 from xml.etree import ElementTree
 from xml.sax.saxutils import escape
 
-import sessions  # which finds the other modules
-from handset import DMCLIENT, PLUGIN, Handset
+from handset import DMCLIENT, PLUGIN
 
 NAMESPACE = "{SYNCML:SYNCML1.2}"
 PACKAGE = """<SyncML xmlns="SYNCML:SYNCML1.2"><SyncHdr><VerDTD>1.2</VerDTD>
@@ -32,8 +28,8 @@ def get(*uris):
     return _command("Get", *(_item(uri) for uri in uris))
 
 
-def replace(uri, data):
-    return _command("Replace", _item(uri, data))
+def replace(uri, data, format=None):
+    return _command("Replace", _item(uri, data, format))
 
 
 def rename(uri, name):
@@ -96,16 +92,3 @@ def run_package(handset, package, server=None, prefix=()):
 def run(handset, *commands, server=None):
     """Has the client run the commands, for a server or for the device's owner."""
     return run_package(handset, package_of(*commands), server)
-
-
-class HandsetTest(unittest.TestCase):
-    def setUp(self):
-        self.handset = Handset()
-        self.addCleanup(self.handset.close)
-
-    def rename_stored(self, name, new_name):
-        """Renames a profile behind the client's back, as the tools of a connection manager do."""
-        with sqlite3.connect(os.path.join(self.handset.state, "profiles.db")) as store:
-            changed = store.execute("UPDATE profile SET name = ? WHERE name = ?", (new_name, name))
-            self.assertEqual(changed.rowcount, 1)
-        store.close()

@@ -3,23 +3,20 @@
 import glob
 import os
 import subprocess
-import sys
-import unittest
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-SERVER_FOLDER = os.path.join(HERE, "..", "..", "dmserver")
-sys.path[:0] = [os.path.join(HERE, "..", "dmclient"), SERVER_FOLDER]
-
+import dmserver
 import scenario as scenarios
 from dmserver import DmServer
-from handset import DMCLIENT, PLUGIN, Handset
+from handset import DMCLIENT, PLUGIN, HandsetTest
 
+SERVER_FOLDER = os.path.dirname(os.path.abspath(dmserver.__file__))
+CERTIFICATES = os.path.join(SERVER_FOLDER, "..", "unit", "session")
 SUCCESS, REFUSED, USAGE, UNUSABLE, SESSION_FAILED = 0, 1, 2, 3, 4
 SECRETS = {"client-secret": "OhBehave", "server-secret": "ServerSecret"}
 ENCODINGS = ("xml", "wbxml")
 KINDS = ("none", "basic", "md5", "hmac")  # of proofs
-CERTIFICATE = os.path.join(HERE, "..", "..", "unit", "session", "localhost.pem")
-KEY = os.path.join(HERE, "..", "..", "unit", "session", "localhost.key")
+CERTIFICATE = os.path.join(CERTIFICATES, "localhost.pem")
+KEY = os.path.join(CERTIFICATES, "localhost.key")
 
 
 def scenario(name, **changes):
@@ -32,11 +29,7 @@ def scenario_names():
     return sorted(os.path.basename(file)[:-len(".json")] for file in files)
 
 
-class SessionTest(unittest.TestCase):
-    def setUp(self):
-        self.handset = Handset()
-        self.addCleanup(self.handset.close)
-
+class SessionTest(HandsetTest):
     def add_account(self, url, client_auth="none", server_auth="none", **fields):
         """The account Test, complete for these kinds of proof."""
         fields = {"address": url, "server-id": "dm.example", "client-auth": client_auth,
