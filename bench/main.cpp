@@ -8,9 +8,9 @@
 // server's package of Gets. Beside each runs its floor, in random order with it: the calls that the
 // operation cannot do without. Times are processor times, so that other programs disturb them
 // little; the ratio is what counts.
-#include "handset_state.h"
 #include "plugin_operations.h"
 #include "ratio_report.h"
+#include "temporary_handset.h"
 
 #include "aplog.h"
 

@@ -1,6 +1,6 @@
 #include "required_calls.h"
 
-#include "handset_state.h"
+#include "temporary_handset.h"
 
 #include <QByteArray>
 #include <QFile>

@@ -7,7 +7,7 @@
 // the operation runs once, and the number of calls to NetworkManager on the bus stands in place of
 // the time. Everything that the store holds is deleted: on NetworkManager run it with
 // tests/integration/networkmanager/with-private-networkmanager only.
-#include "handset_state.h"
+#include "temporary_handset.h"
 
 #include "aplog.h"
 #include "dmnative/dmt_plugin_api.h"

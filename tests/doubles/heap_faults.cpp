@@ -1,5 +1,5 @@
 // Lets the heap run dry on demand: every new (std::nothrow) of the program asks the fault plan.
-#include "handset.h"
+#include "handset_doubles.h"
 
 #include <cstddef>
 #include <new>
@@ -11,7 +11,7 @@ thread_local bool g_asking = false;
 
 bool Fails(const char *site)
 {
-    doubles::Handset *const handset = doubles::Handset::Current();
+    doubles::HandsetDoubles *const handset = doubles::HandsetDoubles::Current();
     if (!handset || g_asking)
         return false;
     g_asking = true;
@@ -36,7 +36,8 @@ void *operator new(std::size_t size, const std::nothrow_t &) noexcept
 
 void *operator new[](std::size_t size, const std::nothrow_t &) noexcept
 {
-    if (doubles::Handset *const handset = doubles::Handset::Current(); handset && !g_asking)
+    if (doubles::HandsetDoubles *const handset = doubles::HandsetDoubles::Current();
+        handset && !g_asking)
         handset->lastArrayBytes = size;
     if (Fails("new[]"))
         return nullptr;

@@ -5,7 +5,7 @@
 #include "DM_Napi_PluginTree.h"
 #include "dmnative/dmnative_control.h"
 #include "dmnative/dmt_plugin_api.h"
-#include "handset.h"
+#include "handset_doubles.h"
 #include "plugin_tree_probe.h"
 #include "setup_set_manager.h"
 
@@ -98,7 +98,7 @@ protected:
     /// The calls since the last look, engine calls left out.
     Lines TakeOutsideCalls();
 
-    Handset handset;
+    HandsetDoubles handset;
 
 private:
     std::size_t m_blocksBefore = 0;

@@ -1,6 +1,6 @@
 #include "profile_service_double.h"
 
-#include "handset.h"
+#include "handset_doubles.h"
 
 #include <algorithm>
 #include <cstring>
@@ -48,7 +48,7 @@ template <class Body>
 int Call(const std::string &name, const std::string &arguments, Body body)
 {
     ProfileServiceDouble &service = ProfileService();
-    Handset &handset = *Handset::Current();
+    HandsetDoubles &handset = *HandsetDoubles::Current();
     handset.journal.Add(name + "(" + arguments + ")");
     const std::optional<Fault> fault = handset.faults.Next(name);
     return fault ? (fault->kind == FaultKind::Fails ? fault->status : 0) : body(service);

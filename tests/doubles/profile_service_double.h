@@ -45,7 +45,7 @@ struct ProfileServiceDouble {
     Profile *Find(unsigned int id);
 };
 
-/// The current test's service; a Handset owns it.
+/// The current test's service; HandsetDoubles owns it.
 ProfileServiceDouble &ProfileService();
 
 } // namespace doubles

@@ -1,6 +1,6 @@
 #include "settings_double.h"
 
-#include "handset.h"
+#include "handset_doubles.h"
 #include "setup_set_manager.h"
 
 #include <algorithm>
@@ -68,7 +68,7 @@ std::string FileName(const std::string &path)
 std::optional<Fault> Journal(const std::string &call, const std::string &arguments)
 {
     Settings(); // a call outside a test ends the program
-    Handset &handset = *Handset::Current();
+    HandsetDoubles &handset = *HandsetDoubles::Current();
     handset.journal.Add(call + "(" + arguments + ")");
     return handset.faults.Next(call);
 }
@@ -134,8 +134,8 @@ SETUP_SET_Manager::SETUP_SET_Manager(const QString &path, bool flag) : m_file(ne
 
 SETUP_SET_Manager::~SETUP_SET_Manager()
 {
-    doubles::Handset::Current()->journal.Add("~SETUP_SET_Manager(" +
-                                             doubles::FileName(m_file->path) + ")");
+    doubles::HandsetDoubles::Current()->journal.Add("~SETUP_SET_Manager(" +
+                                                    doubles::FileName(m_file->path) + ")");
     auto &open = Settings().open;
     open.erase(std::find_if(open.begin(), open.end(),
                             [this](const auto &file) { return file.manager == this; }));
@@ -209,7 +209,7 @@ extern "C" int __wrap_unlink(const char *path);
 
 int __wrap_unlink(const char *path)
 {
-    const doubles::Handset *const handset = doubles::Handset::Current();
+    const doubles::HandsetDoubles *const handset = doubles::HandsetDoubles::Current();
     if (!handset || std::string(path).rfind(handset->settings.directory, 0) != 0)
         return __real_unlink(path);
     if (const auto fault = Journal("unlink", "\"" + std::string(path) + "\""))

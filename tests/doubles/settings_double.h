@@ -47,7 +47,7 @@ struct SettingsDouble {
     std::vector<OpenFile> open; ///< kept by the doubles
 };
 
-/// The current test's settings; a Handset owns them.
+/// The current test's settings; HandsetDoubles owns them.
 SettingsDouble &Settings();
 
 } // namespace doubles

@@ -15,7 +15,7 @@ inline constexpr char PASSWORD[] = "recognisable-password";
 
 /// What a scenario works on: the handset, and the trees that it has mounted.
 struct Stage {
-    doubles::Handset handset;
+    doubles::HandsetDoubles handset;
     JemSmartPtr<DmtPluginTree> conn;
     JemSmartPtr<DmtPluginTree> intProfs;
 };

@@ -1,7 +1,7 @@
 // Any 1168 bytes as the record of a stored profile: both trees mount, every leaf of the profile is
 // read and compared with what the model reads from the same bytes, and a bearer change moves what
 // the model moves.
-#include "handset.h"
+#include "handset_doubles.h"
 #include "input_reader.h"
 #include "plugin_test.h"
 #include "tree_model.h"
@@ -60,7 +60,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
     model::Bytes record{};
     input.Fill(record.data(), record.size());
 
-    doubles::Handset handset;
+    doubles::HandsetDoubles handset;
     NAP_PROFILE_S stored;
     std::memcpy(&stored, record.data(), record.size());
     handset.napi.Store("Office", stored);

@@ -1,7 +1,7 @@
 // Series of operations on the plug-in's two trees, with hostile names and values, each checked
 // against the model: its status, its result, and what the trees, the mapping files and the stored
 // records hold behind it.
-#include "handset.h"
+#include "handset_doubles.h"
 #include "input_reader.h"
 #include "plugin_test.h"
 #include "tree_model.h"
@@ -12,7 +12,7 @@
 #include <memory>
 #include <optional>
 
-using doubles::Handset;
+using doubles::HandsetDoubles;
 using model::Value;
 
 namespace {
@@ -137,7 +137,7 @@ private:
     void CheckServices() const;
     void CheckNodes(const Mounted &mounted) const;
 
-    Handset m_handset;
+    HandsetDoubles m_handset;
     model::Service m_service;
     model::Files m_files;
     Mounted m_mounted[2];

@@ -1,10 +1,10 @@
 // A server adds profiles: leaf by leaf, over one that is stored already, and into a full store.
-#include "handset.h"
+#include "story_fixture.h"
 #include "subtrees.h"
 
 namespace {
 
-class AddProfile : public HandsetTest {};
+class AddProfile : public StoryTest {};
 
 TEST_F(AddProfile, GrowsLeafByLeafAndIsThereAfterANewMount)
 {

@@ -1,10 +1,10 @@
 // A profile goes when the last subtree that shows it goes; before that only its part is cleared.
-#include "handset.h"
+#include "story_fixture.h"
 #include "subtrees.h"
 
 namespace {
 
-class DeleteProfile : public HandsetTest {};
+class DeleteProfile : public StoryTest {};
 
 TEST_F(DeleteProfile, FromConnAndThenFromIntprofs)
 {

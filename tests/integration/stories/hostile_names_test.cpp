@@ -1,10 +1,10 @@
 // Names that a server can send: none may crash, spoil a file or touch another profile.
-#include "handset.h"
+#include "story_fixture.h"
 #include "subtrees.h"
 
 namespace {
 
-class HostileNames : public HandsetTest {
+class HostileNames : public StoryTest {
 protected:
     void SetUp() override
     {

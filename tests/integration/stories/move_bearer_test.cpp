@@ -1,10 +1,10 @@
 // A profile is moved through all bearers and back by writes of its Bearer leaf.
-#include "handset.h"
+#include "story_fixture.h"
 #include "subtrees.h"
 
 namespace {
 
-class MoveBearer : public HandsetTest {
+class MoveBearer : public StoryTest {
 protected:
     /// A GSM-GPRS profile that has a value in every leaf.
     void MountOffice()

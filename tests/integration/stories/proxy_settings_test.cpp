@@ -1,10 +1,10 @@
 // A server sets the proxies of a profile.
-#include "handset.h"
+#include "story_fixture.h"
 #include "subtrees.h"
 
 namespace {
 
-class ProxySettings : public HandsetTest {};
+class ProxySettings : public StoryTest {};
 
 TEST_F(ProxySettings, ReachTheRecordAndTheReferencesReachTheMappingFile)
 {

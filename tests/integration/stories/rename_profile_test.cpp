@@ -1,10 +1,10 @@
 // A server renames profile nodes: the mapping follows, the stored profile keeps its name.
-#include "handset.h"
+#include "story_fixture.h"
 #include "subtrees.h"
 
 namespace {
 
-class RenameProfile : public HandsetTest {};
+class RenameProfile : public StoryTest {};
 
 TEST_F(RenameProfile, MovesTheNodeAndItsMappingUntilTheNextMount)
 {

@@ -1,7 +1,7 @@
 // Lines of a whole profile subtree, as a mount builds it.
 #pragma once
 
-#include "handset.h"
+#include "story_fixture.h"
 
 /// Concatenates.
 inline Lines All(const std::vector<Lines> &parts)

@@ -586,7 +586,7 @@ bool MountWithFault(const char *root, int nth, bool fromThenOn)
     SCOPED_TRACE(std::string(root) + ", call " + std::to_string(nth) +
                  (fromThenOn ? " and all that follow" : ""));
     const std::size_t blocksBefore = dmnative_control::LiveBlocks();
-    Handset handset;
+    HandsetDoubles handset;
     handset.napi.Store("Office", Record("internet", "+4917", "+4918"));
     handset.napi.Store("Ñet", Record("", "+4917"));
     handset.settings.unlinkKeepsFiles = true;

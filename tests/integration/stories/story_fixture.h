@@ -30,10 +30,10 @@ struct StoredProfile {
 /// Each test starts with an empty profile service and no mapping files, on the real host libraries
 /// and the plug-in as it is shipped, reached through its exported functions and virtual tables
 /// only.
-class HandsetTest : public ::testing::Test {
+class StoryTest : public ::testing::Test {
 protected:
-    HandsetTest();
-    ~HandsetTest() override;
+    StoryTest();
+    ~StoryTest() override;
 
     /// Puts a profile into the profile service, past the plug-in.
     void Store(const std::string &name, const StoredProfile &profile);

@@ -1,4 +1,4 @@
-#include "handset.h"
+#include "story_fixture.h"
 
 #include "aplog.h"
 #include "napi.h"
@@ -210,7 +210,7 @@ std::string ValueText(const DmtData &value)
 // ---- Life of a handset
 // -----------------------------------------------------------------------------
 
-HandsetTest::HandsetTest()
+StoryTest::StoryTest()
 {
     for (const std::string &name : ProfileNames())
         EXPECT_EQ(NAPI_DeleteProfile(name.c_str()), 0);
@@ -218,9 +218,9 @@ HandsetTest::HandsetTest()
     std::filesystem::remove(MappingFile(proxyFile));
 }
 
-HandsetTest::~HandsetTest() = default;
+StoryTest::~StoryTest() = default;
 
-void HandsetTest::Store(const std::string &name, const StoredProfile &profile)
+void StoryTest::Store(const std::string &name, const StoredProfile &profile)
 {
     alignas(NAP_PROFILE_S) RecordBytes bytes = {};
     bytes[0x004] = profile.editable ? 0 : 1;
@@ -233,20 +233,20 @@ void HandsetTest::Store(const std::string &name, const StoredProfile &profile)
     ASSERT_EQ(NAPI_CreateProfile(name.c_str(), &record, 0, 0), 0) << name;
 }
 
-void HandsetTest::Mount()
+void StoryTest::Mount()
 {
     for (const Root root : {Conn, IntProfs})
         ASSERT_EQ(EntryPoint()(rootPaths[root], nullptr, m_trees[root]), 0) << rootPaths[root];
     m_lastState = State();
 }
 
-void HandsetTest::Unmount()
+void StoryTest::Unmount()
 {
     for (JemSmartPtr<DmtPluginTree> &tree : m_trees)
         tree.reset();
 }
 
-void HandsetTest::Remount()
+void StoryTest::Remount()
 {
     const Lines before = m_lastState;
     Unmount();
@@ -257,37 +257,37 @@ void HandsetTest::Remount()
 // ---- What a server may ask for
 // ----------------------------------------------------------------------
 
-int HandsetTest::AddInterior(Root root, const std::string &path)
+int StoryTest::AddInterior(Root root, const std::string &path)
 {
     JemSmartPtr<DmtNode> node;
     return Tree(root).CreateInteriorNode(path.c_str(), node);
 }
 
-int HandsetTest::AddLeaf(Root root, const std::string &path, const DmtData &value)
+int StoryTest::AddLeaf(Root root, const std::string &path, const DmtData &value)
 {
     JemSmartPtr<DmtNode> node;
     return Tree(root).CreateLeafNode(path.c_str(), node, value);
 }
 
-int HandsetTest::Replace(Root root, const std::string &path, const DmtData &value)
+int StoryTest::Replace(Root root, const std::string &path, const DmtData &value)
 {
     JemSmartPtr<DmtNode> node;
     const int status = Tree(root).GetNode(path.c_str(), node);
     return status ? status : node->SetValue(value);
 }
 
-int HandsetTest::Rename(Root root, const std::string &path, const std::string &newName)
+int StoryTest::Rename(Root root, const std::string &path, const std::string &newName)
 {
     return Tree(root).RenameNode(path.c_str(), newName.c_str());
 }
 
-int HandsetTest::Delete(Root root, const std::string &path)
+int StoryTest::Delete(Root root, const std::string &path)
 {
     return Tree(root).DeleteNode(path.c_str());
 }
 
-int HandsetTest::ReplaceChildren(Root root, const std::string &path,
-                                 const std::vector<std::pair<std::string, DmtData>> &values)
+int StoryTest::ReplaceChildren(Root root, const std::string &path,
+                               const std::vector<std::pair<std::string, DmtData>> &values)
 {
     DmtChildValuesMap map;
     for (const auto &[name, value] : values)
@@ -295,7 +295,7 @@ int HandsetTest::ReplaceChildren(Root root, const std::string &path,
     return Tree(root).SetChildValuesMap(path.c_str(), map);
 }
 
-std::string HandsetTest::Get(Root root, const std::string &path)
+std::string StoryTest::Get(Root root, const std::string &path)
 {
     JemSmartPtr<DmtNode> node;
     int status = Tree(root).GetNode(path.c_str(), node);
@@ -305,7 +305,7 @@ std::string HandsetTest::Get(Root root, const std::string &path)
     return status ? "status " + std::to_string(status) : ValueText(value);
 }
 
-Lines HandsetTest::GetChildren(Root root, const std::string &path)
+Lines StoryTest::GetChildren(Root root, const std::string &path)
 {
     DmtChildValuesMap values;
     const int status = Tree(root).GetChildValuesMap(path.c_str(), values);
@@ -318,7 +318,7 @@ Lines HandsetTest::GetChildren(Root root, const std::string &path)
     return lines;
 }
 
-Lines HandsetTest::ChildNames(Root root, const std::string &path)
+Lines StoryTest::ChildNames(Root root, const std::string &path)
 {
     DMStringVector names;
     EXPECT_EQ(Tree(root).GetChildNodeNames(path.c_str(), names), 0);
@@ -331,7 +331,7 @@ Lines HandsetTest::ChildNames(Root root, const std::string &path)
 // ---- The state as lines
 // -----------------------------------------------------------------------------
 
-Lines HandsetTest::Changes()
+Lines StoryTest::Changes()
 {
     Lines before = std::move(m_lastState);
     const Lines now = State();
@@ -351,7 +351,7 @@ Lines HandsetTest::Changes()
     return changes;
 }
 
-Lines HandsetTest::State()
+Lines StoryTest::State()
 {
     Lines lines;
     AppendService(lines);
@@ -361,7 +361,7 @@ Lines HandsetTest::State()
     return lines;
 }
 
-void HandsetTest::AppendService(Lines &lines)
+void StoryTest::AppendService(Lines &lines)
 {
     std::map<std::string, NAP_PROFILE_S> records;
     for (const std::string &name : ProfileNames()) {
@@ -395,7 +395,7 @@ void HandsetTest::AppendService(Lines &lines)
 }
 
 /// "5Ph1DC1" as "{Office}Ph1DC1", so that expected lines do not depend on the numbers given out.
-std::string HandsetTest::WithProfileName(const std::string &key) const
+std::string StoryTest::WithProfileName(const std::string &key) const
 {
     const std::size_t digits = std::min(key.find_first_not_of("0123456789"), key.size());
     const auto known = m_profileNames.find(key.substr(0, digits));
@@ -404,7 +404,7 @@ std::string HandsetTest::WithProfileName(const std::string &key) const
     return "{" + known->second + "}" + key.substr(digits);
 }
 
-void HandsetTest::AppendMappingFiles(Lines &lines)
+void StoryTest::AppendMappingFiles(Lines &lines)
 {
     const auto append = [&](const char *file, const char *group, const char *label, bool idKeys) {
         const SETUP_SET_Manager manager(QString::fromStdString(MappingFile(file)), false);
@@ -420,7 +420,7 @@ void HandsetTest::AppendMappingFiles(Lines &lines)
     append(proxyFile, "PROXY_Conn", "reference", false);
 }
 
-void HandsetTest::AppendNodes(Root root, const std::string &path, Lines &lines)
+void StoryTest::AppendNodes(Root root, const std::string &path, Lines &lines)
 {
     if (!m_trees[root])
         return;

@@ -1,4 +1,4 @@
-#include "handset_state.h"
+#include "temporary_handset.h"
 
 #include "profile_fields.h"
 #include "profile_naming.h"

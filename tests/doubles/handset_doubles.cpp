@@ -1,4 +1,4 @@
-#include "handset.h"
+#include "handset_doubles.h"
 
 #include "dmnative/dmnative_control.h"
 
@@ -9,12 +9,12 @@ namespace doubles {
 
 namespace {
 
-Handset *g_current = nullptr;
+HandsetDoubles *g_current = nullptr;
 
-Handset &Required()
+HandsetDoubles &Required()
 {
     if (!g_current) {
-        std::cerr << "a double was called outside the life of a Handset\n";
+        std::cerr << "a double was called outside the life of HandsetDoubles\n";
         std::abort();
     }
     return *g_current;
@@ -64,7 +64,7 @@ std::vector<std::string> AllocationWatch::SitesOfSize(std::size_t bytes) const
     return sites;
 }
 
-Handset::Handset()
+HandsetDoubles::HandsetDoubles()
 {
     if (g_current) {
         std::cerr << "two Handsets at a time\n";
@@ -75,19 +75,19 @@ Handset::Handset()
     dmnative_control::SetAllocationFault(FailEngineAllocation);
 }
 
-Handset::~Handset()
+HandsetDoubles::~HandsetDoubles()
 {
     dmnative_control::SetAllocationFault({});
     dmnative_control::SetEngineCallObserver({});
     g_current = nullptr;
 }
 
-void Handset::ObserveEngine()
+void HandsetDoubles::ObserveEngine()
 {
     dmnative_control::SetEngineCallObserver(JournalEngineCall);
 }
 
-Handset *Handset::Current()
+HandsetDoubles *HandsetDoubles::Current()
 {
     return g_current;
 }

@@ -35,12 +35,12 @@ private:
 
 /// The doubles of one test. They answer the plug-in's calls while it lives, and one lives at a
 /// time. The engine is the host's own; its calls are journaled and can be made to fail as well.
-class Handset {
+class HandsetDoubles {
 public:
-    Handset();
-    ~Handset();
-    Handset(const Handset &) = delete;
-    Handset &operator=(const Handset &) = delete;
+    HandsetDoubles();
+    ~HandsetDoubles();
+    HandsetDoubles(const HandsetDoubles &) = delete;
+    HandsetDoubles &operator=(const HandsetDoubles &) = delete;
 
     CallJournal journal;
     FaultPlan faults;
@@ -54,7 +54,7 @@ public:
     static void ObserveEngine();
 
     /// The one that lives; null between tests.
-    static Handset *Current();
+    static HandsetDoubles *Current();
 };
 
 } // namespace doubles
