@@ -184,11 +184,9 @@ DM_NAPI_PluginTree::DM_NAPI_PluginTree(const char *rootPath)
 DM_NAPI_PluginTree::~DM_NAPI_PluginTree()
 {
     LOG_TRACE("Destructor of DM_NAPI_PluginTree! rootpath = %s\n", GetRootPath().text());
-    for (const ProfileInfo *info : m_ProfileMaps.values())
-        delete info;
+    m_ProfileMaps.freeValues(); // before the file is closed; the names go with the members
     delete m_psetupManager;
     m_psetupManager = nullptr;
-    m_ProfileMaps.clear();
     delete[] m_profileNameList;
     m_profileNameList = nullptr;
 }
@@ -235,39 +233,41 @@ int ProfileMap::find(const DMString &nodeName) const
     return place == m_places.end() ? -1 : place->second;
 }
 
-int ProfileMap::put(const DMString &nodeName, ProfileInfo *info)
+int ProfileMap::put(const DMString &nodeName, std::unique_ptr<ProfileInfo> info)
 {
     const int existing = find(nodeName);
     if (existing >= 0) {
-        m_values[existing] = info;
+        delete std::exchange(m_values[existing], info.release());
         return existing;
     }
     const int index = m_keys.push_back(nodeName);
     if (index < 0)
         return -1;
-    if (m_values.push_back(info) != index) {
-        m_keys.remove(index); // a name never stands without its record
+    if (m_values.push_back(info.get()) != index) {
+        m_keys.remove(index); // no name without a value
         return -1;
     }
+    info.release();
     m_places.emplace(nodeName.text(), index);
     return index;
 }
 
-void ProfileMap::remove(int index)
+std::unique_ptr<ProfileInfo> ProfileMap::remove(int index)
 {
+    std::unique_ptr<ProfileInfo> info(m_values[index]);
     m_places.erase(m_places.find(std::string_view(m_keys[index].text())));
     for (auto &[name, place] : m_places)
         if (place > index)
             --place;
     m_keys.remove(index);
     m_values.remove(index);
+    return info;
 }
 
-void ProfileMap::clear()
+void ProfileMap::freeValues()
 {
-    m_places.clear();
-    m_keys.clear();
-    m_values.clear();
+    for (ProfileInfo *&info : m_values)
+        delete std::exchange(info, nullptr);
 }
 
 int DM_NAPI_PluginTree::GetProfileName(const DMString &nodeName, DMString &profileName) const
@@ -386,8 +386,7 @@ int DM_NAPI_PluginTree::LoadMappedEntry(const QString &entryKey, const QString &
         GetBearFromNapCfg(info.get());
         LOG_TRACE("pProfileInfo->sProfileID is %s\n", info->sProfileID.text());
     }
-    m_ProfileMaps.put(nodeName, info.get());
-    ReleaseIfMapped(nodeName, info);
+    m_ProfileMaps.put(nodeName, std::move(info));
     return DMT_OK;
 }
 
@@ -411,15 +410,7 @@ int DM_NAPI_PluginTree::RemoveStaleReferences()
     return DMT_OK;
 }
 
-void DM_NAPI_PluginTree::ReleaseIfMapped(const DMString &nodeName,
-                                         std::unique_ptr<ProfileInfo> &info) const
-{
-    const int index = m_ProfileMaps.find(nodeName);
-    if (index >= 0 && m_ProfileMaps.values()[index] == info.get())
-        info.release();
-}
-
-int DM_NAPI_PluginTree::PutProfileMap(const DMString &nodeName, ProfileInfo *info)
+int DM_NAPI_PluginTree::PutProfileMap(const DMString &nodeName, std::unique_ptr<ProfileInfo> info)
 {
     LOG_TRACE("Enter: PutProfileMap! <NodeName, ProfileID> = <%s, %s>\n", nodeName.text(),
               info->sProfileID.text());
@@ -445,11 +436,11 @@ int DM_NAPI_PluginTree::PutProfileMap(const DMString &nodeName, ProfileInfo *inf
     }
     LOG_TRACE("PutProfileMap: <Key = ProfileID, Value = ProfileNodeName > = <%s, %s>\n",
               info->sProfileID.text(), nodeName.text());
-    m_ProfileMaps.put(nodeName, info);
+    m_ProfileMaps.put(nodeName, std::move(info));
     return DMT_OK;
 }
 
-int DM_NAPI_PluginTree::AddProfileMap(const DMString &nodeName, ProfileInfo *info)
+int DM_NAPI_PluginTree::AddProfileMap(const DMString &nodeName, std::unique_ptr<ProfileInfo> info)
 {
     LOG_TRACE("AddProfileMap: <NodeName, ProfileID> = <%s, %s>\n", nodeName.text(),
               info->sProfileID.text());
@@ -477,7 +468,7 @@ int DM_NAPI_PluginTree::AddProfileMap(const DMString &nodeName, ProfileInfo *inf
             return DMT_FAILED;
         }
     }
-    m_ProfileMaps.put(nodeName, info);
+    m_ProfileMaps.put(nodeName, std::move(info));
     return DMT_OK;
 }
 
@@ -568,13 +559,12 @@ int DM_NAPI_PluginTree::DeleteProfileMap(const DMString &nodeName)
     }
     LOG_TRACE("DeleteProfileMap: Group: %s <NodeName, ProfileID> = <%s, %s>\n",
               m_groupName.toUtf8().constData(), nodeName.text(), info->sProfileID.text());
-    delete info;
-    const int freed = m_ProfileMaps.find(nodeName);
-    if (freed < 0) {
+    const int unmapped = m_ProfileMaps.find(nodeName);
+    if (unmapped < 0) {
         LOG_FAILURE("Leave: DeleteProfileMap! remove failed!\n");
         return DMT_FAILED;
     }
-    m_ProfileMaps.remove(freed);
+    m_ProfileMaps.remove(unmapped);
     return DMT_OK;
 }
 
@@ -587,10 +577,10 @@ int DM_NAPI_PluginTree::RenameProfileMap(const DMString &oldName, const DMString
                     oldName.text());
         return DMT_FAILED;
     }
-    ProfileInfo *const info = m_ProfileMaps.values()[oldIndex];
     if (m_psetupManager) {
-        if (!m_psetupManager->setSettingInfo(m_groupName, FromIdKey(info->sProfileID),
-                                             FromNodeName(newName), false)) {
+        const DMString &key = m_ProfileMaps.values()[oldIndex]->sProfileID;
+        if (!m_psetupManager->setSettingInfo(m_groupName, FromIdKey(key), FromNodeName(newName),
+                                             false)) {
             LOG_FAILURE("Leave: RenameProfileMap! setSettingInfo failed!\n");
             return DMT_FAILED;
         }
@@ -612,12 +602,7 @@ int DM_NAPI_PluginTree::RenameProfileMap(const DMString &oldName, const DMString
             }
         }
     }
-    m_ProfileMaps.remove(oldIndex);
-    // A record that the new name had is replaced, and nothing refers to it any more.
-    const int replaced = m_ProfileMaps.find(newName);
-    if (replaced >= 0)
-        delete m_ProfileMaps.values()[replaced];
-    m_ProfileMaps.put(newName, info);
+    m_ProfileMaps.put(newName, m_ProfileMaps.remove(oldIndex));
     LOG_FAILURE("Leave: RenameProfileMap!\n"); // prints although it is none
     return DMT_OK;
 }
@@ -1004,9 +989,7 @@ int DM_NAPI_PluginTree::LoadListedProfile(const DMString &profileName, int &name
 int DM_NAPI_PluginTree::MapListedProfile(const DMString &nodeName,
                                          std::unique_ptr<ProfileInfo> info)
 {
-    const int status = PutProfileMap(nodeName, info.get());
-    ReleaseIfMapped(nodeName, info); // a node name that was taken leaves the record here
-    if (status != DMT_OK) {
+    if (PutProfileMap(nodeName, std::move(info)) != DMT_OK) {
         LOG_FAILURE("Leave:LoadProfilesinDB : PutProfileMap  failed\n");
         return DMT_FAILED;
     }
@@ -1321,11 +1304,10 @@ int DM_NAPI_PluginTree::CreateProfile(const DMString &nodeName, const DMString &
         info->sProfileID += FindBearer(DEFAULT_BEARER)->keySuffix;
     info->bIsCSD = true;
     LOG_TRACE("pProfileInfo->sProfileID is %s\n", info->sProfileID.text());
-    if (const int status = AddProfileMap(nodeName, info.get())) {
+    if (const int status = AddProfileMap(nodeName, std::move(info))) {
         LOG_FAILURE("Leave:CreateInteriorNodeInternal: AddProfileMap failed\n");
         return status;
     }
-    ReleaseIfMapped(nodeName, info);
     return DMT_OK;
 }
 

@@ -32,21 +32,27 @@ struct ProfileInfo {
 };
 
 /// The mapped profiles of a tree by node name: the engine's two parallel vectors, and beside them
-/// the place of each name, so that a look-up need not walk the names. It owns no record.
+/// the place of each name, so that a look-up need not walk the names. It owns its values.
 class ProfileMap {
 public:
+    ProfileMap() = default;
+    ~ProfileMap() { freeValues(); }
+    ProfileMap(const ProfileMap &) = delete;
+    ProfileMap &operator=(const ProfileMap &) = delete;
+
     int size() const { return m_keys.size(); }
     const DMVector<DMString> &keys() const { return m_keys; }
     const DMVector<ProfileInfo *> &values() const { return m_values; }
 
     /// @return the index of the name, -1 when it is not mapped.
     int find(const DMString &nodeName) const;
-    /// Replaces the record of a name, else appends the pair. @return its index; -1 when a vector
-    /// cannot grow, which leaves the map as it was.
-    int put(const DMString &nodeName, ProfileInfo *info);
-    /// Removes the pair and closes the gap. The index must be below size().
-    void remove(int index);
-    void clear();
+    /// Replaces and frees the value of a name, else appends the pair. @return its index; -1 when a
+    /// vector cannot grow, which leaves the map as it was and frees info.
+    int put(const DMString &nodeName, std::unique_ptr<ProfileInfo> info);
+    /// Removes the pair and closes the gap. The index must be below size(). @return the value.
+    std::unique_ptr<ProfileInfo> remove(int index);
+    /// Frees every value; the names keep null.
+    void freeValues();
 
 private:
     /// Lets a look-up do without a copy of the name.
@@ -104,15 +110,14 @@ public:
     bool ExtractProfileID(const DMString &key, unsigned int &id) const;
     /// Discards and reopens the mapping file, and maps what it holds. @return 0 or 1.
     int LoadProfileMapCfgFile();
-    /// Maps a profile found at mount; a taken node name or ID key is left as it is. The tree owns
-    /// info if m_ProfileMaps holds it afterwards, otherwise the caller does. @return 0, or 1 when
-    /// the mapping file cannot be changed.
-    int PutProfileMap(const DMString &nodeName, ProfileInfo *info);
-    /// Maps a profile that a server adds. The tree owns info if m_ProfileMaps holds it afterwards,
-    /// otherwise the caller does. @return 0, also when a vector of m_ProfileMaps cannot grow, which
-    /// leaves the entry in the mapping file and info the caller's; 1 when the node name or the ID
-    /// key is taken or the mapping file cannot be changed.
-    int AddProfileMap(const DMString &nodeName, ProfileInfo *info);
+    /// Maps a profile found at mount; a taken node name or ID key is left as it is. @return 0, also
+    /// when m_ProfileMaps cannot grow, which leaves the entry in the mapping file; 1 when the
+    /// mapping file cannot be changed.
+    int PutProfileMap(const DMString &nodeName, std::unique_ptr<ProfileInfo> info);
+    /// Maps a profile that a server adds. @return 0, also when m_ProfileMaps cannot grow, which
+    /// leaves the entry in the mapping file; 1 when the node name or the ID key is taken or the
+    /// mapping file cannot be changed.
+    int AddProfileMap(const DMString &nodeName, std::unique_ptr<ProfileInfo> info);
     /// Unmaps a node and frees its record. @return 0 or 1.
     int DeleteProfileMap(const DMString &nodeName);
     /// Maps a node's profile under a new name. @return 0 or 1.
@@ -169,7 +174,7 @@ private:
     char *m_profileNameList = nullptr;            ///< owned; slots of NAPI_NAME_SIZE bytes
     std::uint8_t m_isNAPDEF = 0;                  ///< 1 for the NAPDEF kind, 0 for the PROXY kind
     SETUP_SET_Manager *m_psetupManager = nullptr; ///< owned; the open mapping file
-    ProfileMap m_ProfileMaps;                     ///< the tree owns its records
+    ProfileMap m_ProfileMaps;
 
     JemSmartPtr<DmtPluginTree> Self() { return JemSmartPtr<DmtPluginTree>(this); }
     JemSmartPtr<DmtNode> NewInterior(const DMString &path, const DMStringVector &childNames);
@@ -182,14 +187,13 @@ private:
     int LoadMappedEntry(const QString &entryKey, const QString &entryValue);
     /// Removes the connection references of nodes that are not mapped. @return 0 or 1.
     int RemoveStaleReferences();
-    /// Hands the record over to m_ProfileMaps when the map holds it.
-    void ReleaseIfMapped(const DMString &nodeName, std::unique_ptr<ProfileInfo> &info) const;
 
     /// Fills the name list and m_ProfileCount. @param count  receives the number of names
     int ListProfiles(unsigned int &count);
     /// Maps one listed profile, or passes over one that cannot be read or has no bearer.
     /// @param namesBeyondAscii  counts the profiles that got a made-up node name
     int LoadListedProfile(const DMString &profileName, int &namesBeyondAscii);
+    /// Maps a listed profile; a node name that is taken stays as it is. @return 0 or 1.
     int MapListedProfile(const DMString &nodeName, std::unique_ptr<ProfileInfo> info);
     /// Creates the profile of a new profile node, or adopts the one of that name, and maps it.
     int CreateProfile(const DMString &nodeName, const DMString &profileName);

@@ -3,9 +3,25 @@
 
 #include "DM_Napi_PluginTree.h"
 
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
+
+namespace doubles {
+
+/// One mapped profile with that ID key; "G", "C", "2" set its bearer flags.
+inline std::unique_ptr<ProfileInfo> NewInfo(const char *key, const std::string &flags = "")
+{
+    auto info = std::make_unique<ProfileInfo>();
+    info->sProfileID = key;
+    info->bIsGPRS = flags.find('G') != std::string::npos;
+    info->bIsCSD = flags.find('C') != std::string::npos;
+    info->bIsCSD2 = flags.find('2') != std::string::npos;
+    return info;
+}
+
+} // namespace doubles
 
 struct PluginTreeProbe {
     explicit PluginTreeProbe(DM_NAPI_PluginTree &tree)
@@ -37,23 +53,17 @@ struct PluginTreeProbe {
         return pairs;
     }
 
-    /// The record of a node name; null when it is not mapped.
+    /// What the map has for a node name; null when it is not mapped.
     ProfileInfo *Find(const char *nodeName) const
     {
         const int index = map.find(DMString(nodeName));
         return index < 0 ? nullptr : map.values()[index];
     }
 
-    /// Maps a node as a test wants it: "G", "C", "2" set the bearer flags. The tree owns the
-    /// record.
+    /// Maps a node as a test wants it, with the flags as NewInfo takes them. The map owns the
+    /// result.
     ProfileInfo *Put(const char *nodeName, const char *key, const std::string &flags = "")
     {
-        auto *const info = new ProfileInfo;
-        info->sProfileID = key;
-        info->bIsGPRS = flags.find('G') != std::string::npos;
-        info->bIsCSD = flags.find('C') != std::string::npos;
-        info->bIsCSD2 = flags.find('2') != std::string::npos;
-        map.put(DMString(nodeName), info);
-        return info;
+        return map.values()[map.put(DMString(nodeName), doubles::NewInfo(key, flags))];
     }
 };

@@ -34,12 +34,7 @@ protected:
     static void Put(const TreePtr &tree, const char *node, const char *key,
                     const std::string &flags)
     {
-        auto *const info = new ProfileInfo;
-        info->sProfileID = key;
-        info->bIsGPRS = flags.find('G') != std::string::npos;
-        info->bIsCSD = flags.find('C') != std::string::npos;
-        info->bIsCSD2 = flags.find('2') != std::string::npos;
-        EXPECT_EQ(tree->PutProfileMap(node, info), 0);
+        EXPECT_EQ(tree->PutProfileMap(node, NewInfo(key, flags)), 0);
     }
     void StoreReference(const char *key, const char *value)
     {
@@ -164,7 +159,7 @@ TEST_F(MapMaintenanceTest, RenamingKeepsTheKeyAndChangesItsName)
               (Lines{"setSettingInfo(napdef, \"NAPIDEF_Profile\", \"5Ph1DC1\", \"Work\")",
                      "flush(napdef)"}));
     EXPECT_EQ(Mapped(napdef), (Mapping{{"Work", "5Ph1DC1 G"}}));
-    EXPECT_EQ(PluginTreeProbe(*napdef).Find("Work"), info) << "the very same record";
+    EXPECT_EQ(PluginTreeProbe(*napdef).Find("Work"), info) << "the very same mapping";
     EXPECT_EQ(NapdefOnDisk(), (Entries{{"5Ph1DC1", "Work"}}));
     ExpectLogged({RENAMED});
 }
@@ -269,7 +264,7 @@ TEST_F(MapMaintenanceTest, RenamingOntoAMappedNameTakesItsPlaceInTheMap)
     EXPECT_EQ(napdef->RenameProfileMap("Office", "Home"), 0);
 
     EXPECT_EQ(Mapped(napdef), (Mapping{{"Home", "5Ph1DC1 G"}, {"Work", "7Ph1DC1 G"}}));
-    // The fixture sees to it that the record of the replaced node does not leak.
+    // The fixture sees to it that nothing of the replaced mapping leaks.
 }
 
 TEST_F(MapMaintenanceTest, RenamingToTheSameNameKeepsEverything)

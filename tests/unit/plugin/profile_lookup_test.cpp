@@ -10,7 +10,7 @@ class ProfileLookupTest : public PluginTest {
 protected:
     void TearDown() override
     {
-        map.clear(); // the fixture looks for blocks that are left
+        m_map.reset(); // the fixture looks for blocks that are left
         PluginTest::TearDown();
     }
 
@@ -27,35 +27,62 @@ protected:
         EXPECT_EQ(map.keys().size(), map.values().size());
     }
 
-    ProfileInfo one;
-    ProfileInfo two;
-    ProfileMap map;
+    const char *KeyAt(int index) const { return map.values()[index]->sProfileID.text(); }
+
+private:
+    std::unique_ptr<ProfileMap> m_map = std::make_unique<ProfileMap>();
+
+protected:
+    ProfileMap &map = *m_map;
 };
 
 TEST_F(ProfileLookupTest, ANameIsFoundWhereItWasPut)
 {
     EXPECT_EQ(map.find("Office"), -1);
-    EXPECT_EQ(map.put("Office", &one), 0);
-    EXPECT_EQ(map.put("Home", &two), 1);
+    EXPECT_EQ(map.put("Office", NewInfo("1")), 0);
+    EXPECT_EQ(map.put("Home", NewInfo("2")), 1);
     ExpectNames({"Office", "Home"});
-    EXPECT_EQ(map.values()[0], &one);
-    EXPECT_EQ(map.values()[1], &two);
+    EXPECT_STREQ(KeyAt(0), "1");
+    EXPECT_STREQ(KeyAt(1), "2");
     EXPECT_EQ(map.find("office"), -1);
     EXPECT_EQ(map.find(""), -1);
 }
 
-TEST_F(ProfileLookupTest, ANameThatIsThereKeepsItsPlaceAndGetsTheNewRecord)
+TEST_F(ProfileLookupTest, ANameThatIsThereKeepsItsPlaceAndGetsTheNewValue)
 {
-    map.put("Office", &one);
-    map.put("Home", &one);
-    EXPECT_EQ(map.put("Office", &two), 0);
+    map.put("Office", NewInfo("1"));
+    map.put("Home", NewInfo("1"));
+    EXPECT_EQ(map.put("Office", NewInfo("2")), 0);
     ExpectNames({"Office", "Home"});
-    EXPECT_EQ(map.values()[0], &two);
+    EXPECT_STREQ(KeyAt(0), "2");
+}
+
+TEST_F(ProfileLookupTest, WhatIsRemovedIsHandedOut)
+{
+    map.put("Office", NewInfo("1"));
+    const ProfileInfo *const kept = map.values()[0];
+    const std::unique_ptr<ProfileInfo> removed = map.remove(0);
+    EXPECT_EQ(removed.get(), kept);
+    EXPECT_STREQ(removed->sProfileID.text(), "1");
+}
+
+TEST_F(ProfileLookupTest, FreedValuesLeaveTheNames)
+{
+    const std::size_t blocks = dmnative_control::LiveBlocks();
+    map.put("Office", NewInfo("1"));
+    const std::size_t withoutKey = dmnative_control::LiveBlocks() - 1;
+    EXPECT_GT(withoutKey, blocks);
+    map.freeValues();
+    EXPECT_EQ(dmnative_control::LiveBlocks(), withoutKey);
+    ExpectNames({"Office"});
+    EXPECT_EQ(map.values()[0], nullptr);
+    EXPECT_EQ(map.put("Office", NewInfo("2")), 0);
+    EXPECT_STREQ(KeyAt(0), "2");
 }
 
 TEST_F(ProfileLookupTest, ANameIsFoundAfterAGrowingVectorHasCopiedIt)
 {
-    map.put("Office", &one);
+    map.put("Office", NewInfo("1"));
     auto &keys = const_cast<DMVector<DMString> &>(map.keys());
     const DMString old = std::move(keys[0]);
     keys[0] = DMString(old.text());
@@ -69,7 +96,7 @@ TEST_F(ProfileLookupTest, ANameIsFoundAfterAGrowingVectorHasCopiedIt)
 TEST_F(ProfileLookupTest, NamesBehindARemovedOneMoveUp)
 {
     for (const char *name : {"a", "b", "c", "d", "e"})
-        map.put(name, &one);
+        map.put(name, NewInfo("1"));
     map.remove(1);
     ExpectNames({"a", "c", "d", "e"});
     EXPECT_EQ(map.find("b"), -1);
@@ -77,7 +104,7 @@ TEST_F(ProfileLookupTest, NamesBehindARemovedOneMoveUp)
     ExpectNames({"c", "d", "e"});
     map.remove(2);
     ExpectNames({"c", "d"});
-    EXPECT_EQ(map.put("b", &two), 2);
+    EXPECT_EQ(map.put("b", NewInfo("2")), 2);
     ExpectNames({"c", "d", "b"});
 }
 
@@ -86,20 +113,9 @@ TEST_F(ProfileLookupTest, LookUpsSurviveGrowth)
     Lines names;
     for (int i = 0; i < 100; ++i) {
         names.push_back("name " + std::to_string(i));
-        map.put(names.back().c_str(), &one);
+        map.put(names.back().c_str(), NewInfo("1"));
     }
     ExpectNames(names);
-}
-
-TEST_F(ProfileLookupTest, AMapThatWasClearedKnowsNoNameAndTakesNewOnes)
-{
-    map.put("Office", &one);
-    map.put("Home", &one);
-    map.clear();
-    EXPECT_EQ(map.find("Office"), -1);
-    ExpectNames({});
-    EXPECT_EQ(map.put("Home", &two), 0);
-    ExpectNames({"Home"});
 }
 
 TEST_F(ProfileLookupTest, WithoutMemoryForEitherVectorNothingIsAdded)
@@ -108,12 +124,12 @@ TEST_F(ProfileLookupTest, WithoutMemoryForEitherVectorNothingIsAdded)
         SCOPED_TRACE(failingGrowth);
         handset.faults.Clear();
         handset.faults.Fail("dmvector:394", failingGrowth);
-        EXPECT_EQ(map.put("Office", &one), -1);
+        EXPECT_EQ(map.put("Office", NewInfo("1")), -1);
         EXPECT_EQ(map.find("Office"), -1);
         ExpectNames({});
     }
     handset.faults.Clear();
-    EXPECT_EQ(map.put("Office", &one), 0);
+    EXPECT_EQ(map.put("Office", NewInfo("1")), 0);
     ExpectNames({"Office"});
 }
 

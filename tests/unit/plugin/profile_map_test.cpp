@@ -96,21 +96,21 @@ TEST_F(ProfileIdTest, FailsForAnythingElseAndIsThen0)
 
 class MapVectorsTest : public PluginTest {};
 
-TEST_F(MapVectorsTest, PuttingAnExistingNameReplacesTheRecordWithoutFreeingIt)
+TEST_F(MapVectorsTest, PuttingAnExistingNameReplacesAndFreesWhatItHad)
 {
     const TreePtr tree = NewTree(CONN_ROOT);
     PluginTreeProbe probe(*tree);
-    ProfileInfo *const first = probe.Put("Office", "1Ph1DC1", "G");
+    probe.Put("Office", "1Ph1DC1", "G");
     probe.Put("Home", "2Ph1DC1", "G");
+    const std::size_t blocks = dmnative_control::LiveBlocks();
     probe.Put("Office", "3Ph2DC1", "C");
     EXPECT_EQ(probe.Mapped(), (Mapping{{"Office", "3Ph2DC1 C"}, {"Home", "2Ph1DC1 G"}}));
-    EXPECT_STREQ(first->sProfileID.text(), "1Ph1DC1");
-    delete first;
+    EXPECT_EQ(dmnative_control::LiveBlocks(), blocks) << "one ID key came and one went";
 }
 
 TEST_F(MapVectorsTest, GrowsInFoursFromTheEnginesMemory)
 {
-    const TreePtr tree = NewTree(CONN_ROOT);
+    TreePtr tree = NewTree(CONN_ROOT);
     PluginTreeProbe probe(*tree);
     for (int count = 1; count <= 9; ++count) {
         probe.Put(std::to_string(count).c_str(), "1");
@@ -119,9 +119,7 @@ TEST_F(MapVectorsTest, GrowsInFoursFromTheEnginesMemory)
         EXPECT_EQ(probe.map.values().capacity(), capacity);
     }
     EXPECT_EQ(dmnative_control::LiveBlocks("dmvector", 394), 2u);
-    for (int i = 0; i < probe.map.size(); ++i)
-        delete probe.map.values()[i];
-    probe.map.clear();
+    tree.reset();
     EXPECT_EQ(dmnative_control::LiveBlocks("dmvector", 394), 0u);
 }
 
@@ -129,11 +127,10 @@ TEST_F(MapVectorsTest, AKeyIsTakenBackWhenItsRecordHasNoRoom)
 {
     const TreePtr tree = NewTree(CONN_ROOT);
     PluginTreeProbe probe(*tree);
-    ProfileInfo info;
     for (int vector = 1; vector <= 2; ++vector) { // keys, then values
         handset.faults.Clear();
         handset.faults.Fail("dmvector:394", vector);
-        EXPECT_EQ(tree->PutProfileMap("Office", &info), 0);
+        EXPECT_EQ(tree->PutProfileMap("Office", NewInfo("5Ph1DC1")), 0);
         EXPECT_EQ(handset.faults.Fired(), 1);
         EXPECT_EQ(probe.map.keys().size(), 0);
         EXPECT_EQ(probe.map.values().size(), 0);
@@ -141,10 +138,9 @@ TEST_F(MapVectorsTest, AKeyIsTakenBackWhenItsRecordHasNoRoom)
 }
 
 /// Changes the map and a plain list of pairs alike and compares them after each step.
-template <class Map>
-void CompareWithPlainList(Map &map, ProfileInfo (&infos)[8], std::mt19937 &random)
+void CompareWithPlainList(ProfileMap &map, std::mt19937 &random)
 {
-    std::vector<std::pair<std::string, ProfileInfo *>> list;
+    std::vector<std::pair<std::string, std::string>> list; // node name, ID key
     for (int step = 0; step < 4000; ++step) {
         const std::string name = "Node " + std::to_string(random() % 24);
         const auto place = std::find_if(list.begin(), list.end(),
@@ -152,21 +148,21 @@ void CompareWithPlainList(Map &map, ProfileInfo (&infos)[8], std::mt19937 &rando
         const int expected = place == list.end() ? -1 : static_cast<int>(place - list.begin());
         ASSERT_EQ(map.find(name.c_str()), expected) << "step " << step;
         if (random() % 3 != 0) {
-            ProfileInfo *const info = &infos[random() % 8];
+            const std::string key = std::to_string(step);
             if (expected < 0)
-                list.emplace_back(name, info);
+                list.emplace_back(name, key);
             else
-                place->second = info;
-            map.put(name.c_str(), info);
+                place->second = key;
+            map.put(name.c_str(), NewInfo(key.c_str()));
         } else if (expected >= 0) {
+            EXPECT_EQ(map.remove(expected)->sProfileID, place->second.c_str()) << "step " << step;
             list.erase(place);
-            map.remove(expected);
         }
         ASSERT_EQ(map.size(), static_cast<int>(list.size())) << "step " << step;
         for (int i = 0; i < map.size(); ++i) {
-            const auto &[key, value] = list[static_cast<std::size_t>(i)];
-            ASSERT_STREQ(map.keys()[i].text(), key.c_str()) << "step " << step;
-            ASSERT_EQ(map.values()[i], value) << "step " << step;
+            const auto &[node, key] = list[static_cast<std::size_t>(i)];
+            ASSERT_STREQ(map.keys()[i].text(), node.c_str()) << "step " << step;
+            ASSERT_STREQ(map.values()[i]->sProfileID.text(), key.c_str()) << "step " << step;
         }
     }
 }
@@ -177,9 +173,7 @@ TEST_F(MapVectorsTest, AgreesWithAPlainListUnderAnySequenceOfChanges)
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
     const TreePtr tree = NewTree(CONN_ROOT);
-    ProfileInfo infos[8];
-    CompareWithPlainList(PluginTreeProbe(*tree).map, infos, random);
-    PluginTreeProbe(*tree).map.clear(); // the records are this test's, not the tree's
+    CompareWithPlainList(PluginTreeProbe(*tree).map, random);
 }
 
 // ---- Loading the mapping file ----------------------------------------------------------------
@@ -534,12 +528,6 @@ protected:
         PluginTest::TearDown();
     }
 
-    static ProfileInfo *Info(const char *key)
-    {
-        auto *const info = new ProfileInfo;
-        info->sProfileID = key;
-        return info;
-    }
     /// What the tree's manager has in memory for the key before the test.
     void InFile(const char *key, const char *value)
     {
@@ -558,7 +546,7 @@ const Lines WRITE_OFFICE{"getSettingInfo(napdef, \"NAPIDEF_Profile\", \"5Ph1DC1\
 
 TEST_F(InsertTest, PutWritesTheFileThenMapsTheNode)
 {
-    EXPECT_EQ(tree->PutProfileMap("Office", Info("5Ph1DC1")), 0);
+    EXPECT_EQ(tree->PutProfileMap("Office", NewInfo("5Ph1DC1")), 0);
     EXPECT_EQ(handset.journal.Take(), WRITE_OFFICE);
     EXPECT_EQ(PluginTreeProbe(*tree).Mapped(), (Mapping{{"Office", "5Ph1DC1"}}));
     EXPECT_EQ(handset.settings.OnDisk(NAPDEF_FILE, NAPDEF_GROUP), (Entries{{"5Ph1DC1", "Office"}}));
@@ -567,12 +555,10 @@ TEST_F(InsertTest, PutWritesTheFileThenMapsTheNode)
 
 TEST_F(InsertTest, PutOfAMappedNameChangesNothingAndSucceeds)
 {
-    ASSERT_EQ(tree->PutProfileMap("Office", Info("5Ph1DC1")), 0);
+    ASSERT_EQ(tree->PutProfileMap("Office", NewInfo("5Ph1DC1")), 0);
     handset.journal.Clear();
-    ProfileInfo later;
-    later.sProfileID = "5Ph2DC1";
 
-    EXPECT_EQ(tree->PutProfileMap("Office", &later), 0);
+    EXPECT_EQ(tree->PutProfileMap("Office", NewInfo("5Ph2DC1")), 0);
 
     EXPECT_EQ(handset.journal.Take(), Lines{});
     EXPECT_EQ(PluginTreeProbe(*tree).Mapped(), (Mapping{{"Office", "5Ph1DC1"}}));
@@ -582,7 +568,7 @@ TEST_F(InsertTest, PutOfAMappedNameChangesNothingAndSucceeds)
 TEST_F(InsertTest, PutLeavesAFileEntryThatHasANameAsItIs)
 {
     InFile("5Ph1DC1", "Earlier");
-    EXPECT_EQ(tree->PutProfileMap("Office", Info("5Ph1DC1")), 0);
+    EXPECT_EQ(tree->PutProfileMap("Office", NewInfo("5Ph1DC1")), 0);
     EXPECT_EQ(handset.journal.Take(),
               (Lines{"getSettingInfo(napdef, \"NAPIDEF_Profile\", \"5Ph1DC1\")"}));
     EXPECT_EQ(PluginTreeProbe(*tree).Mapped(), (Mapping{{"Office", "5Ph1DC1"}}));
@@ -593,16 +579,14 @@ TEST_F(InsertTest, PutLeavesAFileEntryThatHasANameAsItIs)
 TEST_F(InsertTest, PutFillsAFileEntryThatIsEmpty)
 {
     InFile("5Ph1DC1", "");
-    EXPECT_EQ(tree->PutProfileMap("Office", Info("5Ph1DC1")), 0);
+    EXPECT_EQ(tree->PutProfileMap("Office", NewInfo("5Ph1DC1")), 0);
     EXPECT_EQ(handset.journal.Take(), WRITE_OFFICE);
 }
 
 TEST_F(InsertTest, PutFailsWhenTheEntryCannotBeSet)
 {
-    ProfileInfo info;
-    info.sProfileID = "5Ph1DC1";
     handset.faults.Fail("setSettingInfo");
-    EXPECT_EQ(tree->PutProfileMap("Office", &info), 1);
+    EXPECT_EQ(tree->PutProfileMap("Office", NewInfo("5Ph1DC1")), 1);
     ExpectLogged({TreeMessage("Leave: PutProfileMap! setSettingInfo failed\n")});
     EXPECT_EQ(handset.journal.Only({"flush"}), Lines{});
     EXPECT_EQ(PluginTreeProbe(*tree).Mapped(), Mapping{});
@@ -610,10 +594,8 @@ TEST_F(InsertTest, PutFailsWhenTheEntryCannotBeSet)
 
 TEST_F(InsertTest, PutFailsWhenTheFileCannotBeFlushed)
 {
-    ProfileInfo info;
-    info.sProfileID = "5Ph1DC1";
     handset.faults.Fail("flush");
-    EXPECT_EQ(tree->PutProfileMap("Office", &info), 1);
+    EXPECT_EQ(tree->PutProfileMap("Office", NewInfo("5Ph1DC1")), 1);
     ExpectLogged({TreeMessage("Leave: PutProfileMap! flush  failed\n")});
     EXPECT_EQ(PluginTreeProbe(*tree).Mapped(), Mapping{});
     EXPECT_EQ(handset.settings.InMemory(NAPDEF_FILE, NAPDEF_GROUP),
@@ -624,8 +606,8 @@ TEST_F(InsertTest, PutFailsWhenTheFileCannotBeFlushed)
 TEST_F(InsertTest, WithoutAnOpenFileOnlyTheMemoryChanges)
 {
     const TreePtr bare = NewTree(CONN_ROOT);
-    EXPECT_EQ(bare->PutProfileMap("Office", Info("5Ph1DC1")), 0);
-    EXPECT_EQ(bare->AddProfileMap("Home", Info("6Ph1DC1")), 0);
+    EXPECT_EQ(bare->PutProfileMap("Office", NewInfo("5Ph1DC1")), 0);
+    EXPECT_EQ(bare->AddProfileMap("Home", NewInfo("6Ph1DC1")), 0);
     EXPECT_EQ(PluginTreeProbe(*bare).Mapped(),
               (Mapping{{"Office", "5Ph1DC1"}, {"Home", "6Ph1DC1"}}));
     EXPECT_EQ(handset.journal.Take(), Lines{});
@@ -633,8 +615,8 @@ TEST_F(InsertTest, WithoutAnOpenFileOnlyTheMemoryChanges)
 
 TEST_F(InsertTest, NodeNamesGoToTheFileAsUtf8)
 {
-    EXPECT_EQ(tree->PutProfileMap("Büro", Info("5Ph1DC1")), 0);
-    EXPECT_EQ(tree->AddProfileMap("Žabka", Info("6Ph1DC1")), 0);
+    EXPECT_EQ(tree->PutProfileMap("Büro", NewInfo("5Ph1DC1")), 0);
+    EXPECT_EQ(tree->AddProfileMap("Žabka", NewInfo("6Ph1DC1")), 0);
     EXPECT_EQ(handset.settings.OnDisk(NAPDEF_FILE, NAPDEF_GROUP),
               (Entries{{"5Ph1DC1", "Büro"}, {"6Ph1DC1", "Žabka"}}));
 }
@@ -643,8 +625,8 @@ TEST_F(InsertTest, TheProxyKindUsesItsOwnGroupAndFile)
 {
     const TreePtr proxy = NewTree(INTPROFS_ROOT);
     ASSERT_EQ(proxy->LoadProfileMapCfgFile(), 0);
-    EXPECT_EQ(proxy->PutProfileMap("Office", Info("5")), 0);
-    EXPECT_EQ(proxy->AddProfileMap("Home", Info("6")), 0);
+    EXPECT_EQ(proxy->PutProfileMap("Office", NewInfo("5")), 0);
+    EXPECT_EQ(proxy->AddProfileMap("Home", NewInfo("6")), 0);
     EXPECT_EQ(handset.settings.OnDisk(PROXY_FILE, PROXY_GROUP),
               (Entries{{"5", "Office"}, {"6", "Home"}}));
     EXPECT_FALSE(handset.settings.HasFile(NAPDEF_FILE));
@@ -652,7 +634,7 @@ TEST_F(InsertTest, TheProxyKindUsesItsOwnGroupAndFile)
 
 TEST_F(InsertTest, AddWritesTheFileThenMapsTheNode)
 {
-    EXPECT_EQ(tree->AddProfileMap("Office", Info("5Ph1DC1")), 0);
+    EXPECT_EQ(tree->AddProfileMap("Office", NewInfo("5Ph1DC1")), 0);
     EXPECT_EQ(handset.journal.Take(), WRITE_OFFICE);
     EXPECT_EQ(PluginTreeProbe(*tree).Mapped(), (Mapping{{"Office", "5Ph1DC1"}}));
     ExpectNothingLogged();
@@ -660,11 +642,9 @@ TEST_F(InsertTest, AddWritesTheFileThenMapsTheNode)
 
 TEST_F(InsertTest, AddRefusesAMappedName)
 {
-    ASSERT_EQ(tree->AddProfileMap("Office", Info("5Ph1DC1")), 0);
+    ASSERT_EQ(tree->AddProfileMap("Office", NewInfo("5Ph1DC1")), 0);
     handset.journal.Clear();
-    ProfileInfo info;
-    info.sProfileID = "6Ph1DC1";
-    EXPECT_EQ(tree->AddProfileMap("Office", &info), 1);
+    EXPECT_EQ(tree->AddProfileMap("Office", NewInfo("6Ph1DC1")), 1);
     ExpectLogged({TreeMessage(
         "Leave: AddProfileMap fail! Node named Office has exist in m_ProfileMaps!\n")});
     EXPECT_EQ(handset.journal.Take(), Lines{});
@@ -674,9 +654,7 @@ TEST_F(InsertTest, AddRefusesAMappedName)
 TEST_F(InsertTest, AddRefusesAnIdKeyThatHasANodeName)
 {
     InFile("5Ph1DC1", "Earlier");
-    ProfileInfo info;
-    info.sProfileID = "5Ph1DC1";
-    EXPECT_EQ(tree->AddProfileMap("Office", &info), 1);
+    EXPECT_EQ(tree->AddProfileMap("Office", NewInfo("5Ph1DC1")), 1);
     ExpectLogged({TreeMessage("??? Leave: AddProfileMap:setSettingInfo  Failed, the entry of "
                               "profileid+suffix has exist\n")});
     EXPECT_EQ(handset.journal.Take(),
@@ -687,24 +665,20 @@ TEST_F(InsertTest, AddRefusesAnIdKeyThatHasANodeName)
 TEST_F(InsertTest, AddRefusesAnIdKeyEvenWhenItHasTheVeryName)
 {
     InFile("5Ph1DC1", "Office");
-    ProfileInfo info;
-    info.sProfileID = "5Ph1DC1";
-    EXPECT_EQ(tree->AddProfileMap("Office", &info), 1);
+    EXPECT_EQ(tree->AddProfileMap("Office", NewInfo("5Ph1DC1")), 1);
 }
 
 TEST_F(InsertTest, AddTakesAnIdKeyWhoseNameIsEmpty)
 {
     InFile("5Ph1DC1", "");
-    EXPECT_EQ(tree->AddProfileMap("Office", Info("5Ph1DC1")), 0);
+    EXPECT_EQ(tree->AddProfileMap("Office", NewInfo("5Ph1DC1")), 0);
     EXPECT_EQ(handset.journal.Take(), WRITE_OFFICE);
 }
 
 TEST_F(InsertTest, AddFailsWhenTheEntryCannotBeSet)
 {
-    ProfileInfo info;
-    info.sProfileID = "5Ph1DC1";
     handset.faults.Fail("setSettingInfo");
-    EXPECT_EQ(tree->AddProfileMap("Office", &info), 1);
+    EXPECT_EQ(tree->AddProfileMap("Office", NewInfo("5Ph1DC1")), 1);
     ExpectLogged({TreeMessage("Leave: AddProfileMap:setSettingInfo  Failed\n")});
     EXPECT_EQ(handset.journal.Only({"flush"}), Lines{});
     EXPECT_EQ(PluginTreeProbe(*tree).Mapped(), Mapping{});
@@ -712,10 +686,8 @@ TEST_F(InsertTest, AddFailsWhenTheEntryCannotBeSet)
 
 TEST_F(InsertTest, AddFailsWhenTheFileCannotBeFlushed)
 {
-    ProfileInfo info;
-    info.sProfileID = "5Ph1DC1";
     handset.faults.Fail("flush");
-    EXPECT_EQ(tree->AddProfileMap("Office", &info), 1);
+    EXPECT_EQ(tree->AddProfileMap("Office", NewInfo("5Ph1DC1")), 1);
     ExpectLogged({TreeMessage("Leave: AddProfileMap:flush  Failed\n")});
     EXPECT_EQ(PluginTreeProbe(*tree).Mapped(), Mapping{});
     EXPECT_EQ(handset.settings.InMemory(NAPDEF_FILE, NAPDEF_GROUP),
@@ -725,15 +697,14 @@ TEST_F(InsertTest, AddFailsWhenTheFileCannotBeFlushed)
 TEST_F(InsertTest, AnEntryThatCannotBeReadCountsAsAbsent)
 {
     handset.faults.Fail("getSettingInfo");
-    EXPECT_EQ(tree->PutProfileMap("Office", Info("5Ph1DC1")), 0);
+    EXPECT_EQ(tree->PutProfileMap("Office", NewInfo("5Ph1DC1")), 0);
     EXPECT_EQ(handset.journal.Take(), WRITE_OFFICE);
 }
 
 TEST_F(InsertTest, NamesThatLookLikeFormatsAreOnlyText)
 {
-    ASSERT_EQ(tree->AddProfileMap("%s%n%99999d", Info("5Ph1DC1")), 0);
-    ProfileInfo info;
-    EXPECT_EQ(tree->AddProfileMap("%s%n%99999d", &info), 1);
+    ASSERT_EQ(tree->AddProfileMap("%s%n%99999d", NewInfo("5Ph1DC1")), 0);
+    EXPECT_EQ(tree->AddProfileMap("%s%n%99999d", NewInfo("6Ph1DC1")), 1);
     ExpectLogged({TreeMessage(
         "Leave: AddProfileMap fail! Node named %s%n%99999d has exist in m_ProfileMaps!\n")});
 }

@@ -197,34 +197,26 @@ TEST_F(TraceTest, Insertions)
     const TreePtr tree = NewTree(CONN_ROOT);
     ASSERT_EQ(tree->LoadProfileMapCfgFile(), 0);
     TakeTrace();
-    const auto info = [](const char *key) {
-        auto *const record = new ProfileInfo;
-        record->sProfileID = key;
-        return record;
-    };
-    tree->PutProfileMap("Office", info("5Ph1DC1"));
+    tree->PutProfileMap("Office", NewInfo("5Ph1DC1"));
     EXPECT_EQ(TakeTrace(),
               TreeTrace({"Enter: PutProfileMap! <NodeName, ProfileID> = <Office, 5Ph1DC1>\n",
                          "PutProfileMap: <Key = ProfileID, Value = ProfileNodeName > = <5Ph1DC1, "
                          "Office>\n"}));
-    ProfileInfo later;
-    later.sProfileID = "5Ph2DC1";
-    tree->PutProfileMap("Office", &later);
+    tree->PutProfileMap("Office", NewInfo("5Ph2DC1"));
     EXPECT_EQ(TakeTrace(),
               TreeTrace({"Enter: PutProfileMap! <NodeName, ProfileID> = <Office, 5Ph2DC1>\n",
                          "Leave: PutProfileMap! <NodeName, ProfileID> = <Office, 5Ph1DC1> has "
                          "exist in m_ProfileMaps and cfg!\n"}));
-    tree->AddProfileMap("Home", info("6Ph1DC1"));
+    tree->AddProfileMap("Home", NewInfo("6Ph1DC1"));
     EXPECT_EQ(TakeTrace(), TreeTrace({"AddProfileMap: <NodeName, ProfileID> = <Home, 6Ph1DC1>\n",
                                       "qsKey = 6Ph1DC1,qsValue = Home,qsTemp = \n"}));
-    later.sProfileID = "5Ph1DC1";
-    tree->AddProfileMap("Work", &later);
+    tree->AddProfileMap("Work", NewInfo("5Ph1DC1"));
     EXPECT_EQ(TakeTrace(),
               TreeTrace({"AddProfileMap: <NodeName, ProfileID> = <Work, 5Ph1DC1>\n",
                          "qsKey = 5Ph1DC1,qsValue = Work,qsTemp = Office\n",
                          "??? Leave: AddProfileMap:setSettingInfo  Failed, the entry of "
                          "profileid+suffix has exist\n"}));
-    tree->AddProfileMap("Home", &later);
+    tree->AddProfileMap("Home", NewInfo("5Ph1DC1"));
     EXPECT_EQ(TakeTrace(), TreeTrace({"AddProfileMap: <NodeName, ProfileID> = <Home, 5Ph1DC1>\n",
                                       "Leave: AddProfileMap fail! Node named Home has exist in "
                                       "m_ProfileMaps!\n"}));
@@ -234,9 +226,7 @@ TEST_F(TraceTest, DeletionRenamingAndBearerChange)
 {
     const TreePtr tree = NewTree(CONN_ROOT);
     ASSERT_EQ(tree->LoadProfileMapCfgFile(), 0);
-    auto *const info = new ProfileInfo;
-    info->sProfileID = "5Ph1DC1";
-    ASSERT_EQ(tree->PutProfileMap("Office", info), 0);
+    ASSERT_EQ(tree->PutProfileMap("Office", NewInfo("5Ph1DC1")), 0);
     TakeTrace();
     tree->RenameProfileMapDB("Office", "GSM-CSD");
     EXPECT_EQ(TakeTrace(),
