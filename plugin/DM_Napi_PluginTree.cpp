@@ -184,11 +184,9 @@ DM_NAPI_PluginTree::DM_NAPI_PluginTree(const char *rootPath)
 DM_NAPI_PluginTree::~DM_NAPI_PluginTree()
 {
     LOG_TRACE("Destructor of DM_NAPI_PluginTree! rootpath = %s\n", GetRootPath().text());
-    m_ProfileMaps.freeValues(); // before the file is closed; the names go with the members
-    delete m_psetupManager;
-    m_psetupManager = nullptr;
-    delete[] m_profileNameList;
-    m_profileNameList = nullptr;
+    // The engine's memory goes back in this order: the values, the file, then the members.
+    m_ProfileMaps.freeValues();
+    m_psetupManager.reset();
 }
 
 // ---- Node paths ---------------------------------------------------------------------------------
@@ -336,9 +334,9 @@ bool DM_NAPI_PluginTree::ReplaceMappingFile()
     const QString path = MappingFilePath(IsNAPDEF() ? NAPDEF_FILE : PROXY_FILE);
     const QByteArray fileName = QFile::encodeName(path);
     ::unlink(fileName.constData()); // a missing file is as good
-    m_psetupManager = OpenMappingFile(path).release();
+    m_psetupManager = OpenMappingFile(path);
     LOG_TRACE("SETUP_SET_Manager FileName = %s, m_psetupManager=0x%x\n", fileName.constData(),
-              static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(m_psetupManager)));
+              static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(m_psetupManager.get())));
     return m_psetupManager != nullptr;
 }
 
@@ -860,7 +858,7 @@ int DM_NAPI_PluginTree::LoadProfilesinDB()
 
     int namesBeyondAscii = 0;
     for (unsigned int i = 0; i < count; ++i) {
-        const char *const slot = m_profileNameList + std::size_t{i} * NAPI_NAME_SIZE;
+        const char *const slot = &m_profileNameList[std::size_t{i} * NAPI_NAME_SIZE];
         // A slot that the service fills has no terminator.
         const DMString profileName(slot, strnlen(slot, NAPI_NAME_SIZE));
         if (const int status = LoadListedProfile(profileName, namesBeyondAscii))
@@ -893,7 +891,7 @@ int DM_NAPI_PluginTree::LoadProfilesinDB()
 int DM_NAPI_PluginTree::ListProfiles(unsigned int &count)
 {
     count = 0;
-    if (const int result = NAPI_ListAllProfile(m_profileNameList, &count)) {
+    if (const int result = NAPI_ListAllProfile(m_profileNameList.get(), &count)) {
         LOG_FAILURE("Leave: LoadProfilesinDB : NAPI_ListAllProfile failed! return %d! Not load "
                     "profiles in fs!\n",
                     result);
@@ -901,15 +899,15 @@ int DM_NAPI_PluginTree::ListProfiles(unsigned int &count)
     }
     LOG_TRACE("NAPI_ListAllProfile: Counter = %d\n", static_cast<int>(count));
     m_ProfileCount = static_cast<std::int8_t>(count);
-    delete[] m_profileNameList;
-    m_profileNameList = new (std::nothrow) char[std::size_t{count} * NAPI_NAME_SIZE]();
+    m_profileNameList.reset(); // the old list goes before room is asked for the new one
+    m_profileNameList.reset(new (std::nothrow) char[std::size_t{count} * NAPI_NAME_SIZE]());
     if (!m_profileNameList) {
         LOG_FAILURE("Leave: LoadProfilesinDB fail: Allocate memory failed! Not load profiles in "
                     "fs!\n");
         return DMT_FAILED;
     }
     const unsigned int capacity = count;
-    if (const int result = NAPI_ListAllProfile(m_profileNameList, &count)) {
+    if (const int result = NAPI_ListAllProfile(m_profileNameList.get(), &count)) {
         LOG_FAILURE("Leave: LoadProfilesinDB : NAPI_ListAllProfile failed! return %d! Not load "
                     "profiles in fs!\n",
                     result);
@@ -917,7 +915,7 @@ int DM_NAPI_PluginTree::ListProfiles(unsigned int &count)
     }
     count = std::min(count, capacity);
     for (unsigned int i = 0; i < count; ++i) {
-        const char *const slot = m_profileNameList + std::size_t{i} * NAPI_NAME_SIZE;
+        const char *const slot = &m_profileNameList[std::size_t{i} * NAPI_NAME_SIZE];
         LOG_TRACE("NAPI_ListAllProfile: Profile[%d] = %s\n", static_cast<int>(i),
                   DMString(slot, strnlen(slot, NAPI_NAME_SIZE)).text());
     }

@@ -171,9 +171,9 @@ private:
 
     QString m_groupName;            ///< group of this tree's entries in its mapping file
     std::int8_t m_ProfileCount = 0; ///< as the service listed them, cut to 8 bits; set by the mount
-    char *m_profileNameList = nullptr;            ///< owned; slots of NAPI_NAME_SIZE bytes
-    std::uint8_t m_isNAPDEF = 0;                  ///< 1 for the NAPDEF kind, 0 for the PROXY kind
-    SETUP_SET_Manager *m_psetupManager = nullptr; ///< owned; the open mapping file
+    std::unique_ptr<char[]> m_profileNameList; ///< slots of NAPI_NAME_SIZE bytes
+    std::uint8_t m_isNAPDEF = 0;               ///< 1 for the NAPDEF kind, 0 for the PROXY kind
+    std::unique_ptr<SETUP_SET_Manager> m_psetupManager; ///< the open mapping file
     ProfileMap m_ProfileMaps;
 
     JemSmartPtr<DmtPluginTree> Self() { return JemSmartPtr<DmtPluginTree>(this); }

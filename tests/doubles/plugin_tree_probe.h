@@ -33,9 +33,9 @@ struct PluginTreeProbe {
 
     QString &groupName;
     std::int8_t &profileCount;
-    char *&profileNameList;
+    std::unique_ptr<char[]> &profileNameList;
     std::uint8_t &isNAPDEF;
-    SETUP_SET_Manager *&settings;
+    std::unique_ptr<SETUP_SET_Manager> &settings;
     decltype(DM_NAPI_PluginTree::m_ProfileMaps) &map;
 
     /// Node name and ID key of every mapped profile, with a letter for each bearer flag that is

@@ -391,7 +391,7 @@ TEST_F(MountTest, TheNameListIsOf64ByteSlots)
         Store(name);
     const TreePtr tree = LoadTree(CONN_ROOT);
     EXPECT_EQ(handset.lastArrayBytes, 3u * 64u);
-    const char *const names = PluginTreeProbe(*tree).profileNameList;
+    const char *const names = PluginTreeProbe(*tree).profileNameList.get();
     EXPECT_STREQ(names, "One");
     EXPECT_STREQ(names + 64, "Two");
     EXPECT_STREQ(names + 128, "Three");

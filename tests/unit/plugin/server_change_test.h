@@ -211,8 +211,7 @@ protected:
     void CloseMappingFile(const TreePtr &tree)
     {
         PluginTreeProbe probe(*tree);
-        delete probe.settings;
-        probe.settings = nullptr;
+        probe.settings.reset();
         handset.journal.Clear();
     }
 

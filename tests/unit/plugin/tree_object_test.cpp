@@ -56,8 +56,9 @@ TEST_F(TreeObjectTest, DestructionFreesEveryRecordTheNameListAndTheSettingsFile)
     for (int i = 0; i < 9; ++i)
         probe.Put(("Node" + std::to_string(i)).c_str(), "1Ph1DC1");
     probe.map.put(DMString("Null entry"), nullptr);
-    probe.profileNameList = new char[64];
-    probe.settings = new SETUP_SET_Manager(QString::fromStdString(NAPDEF_FILE), false);
+    probe.profileNameList.reset(new char[64]);
+    probe.settings =
+        std::make_unique<SETUP_SET_Manager>(QString::fromStdString(NAPDEF_FILE), false);
     handset.journal.Clear();
 
     tree.reset();
