@@ -656,8 +656,9 @@ int DM_NAPI_PluginTree::RenameProfileMapDB(const DMString &nodeName, const DMStr
 
 // ---- Connection references ----------------------------------------------------------------------
 
-int DM_NAPI_PluginTree::GetConnValue(const ProfileInfo *info, const DMString &profileNodeName,
-                                     const DMString &phName, DMString &connValue)
+ConnDefault DM_NAPI_PluginTree::GetConnValue(const ProfileInfo *info,
+                                             const DMString &profileNodeName,
+                                             const DMString &phName, DMString &connValue)
 {
     LOG_TRACE("Enter: GetConnValue()! NodePath = %s/%s/Conn\n", profileNodeName.text(),
               phName.text());
@@ -666,7 +667,7 @@ int DM_NAPI_PluginTree::GetConnValue(const ProfileInfo *info, const DMString &pr
             ReadEntry(*m_psetupManager, CONN_GROUP, ConnKey(profileNodeName, phName.text())));
         if (!connValue.empty()) {
             LOG_TRACE("Leave: GetConnValue()!entry exist, Value = %s\n", connValue.text());
-            return DMT_FAILED;
+            return ConnDefault::NotStored;
         }
     }
     connValue = DMString("");
@@ -679,7 +680,7 @@ int DM_NAPI_PluginTree::GetConnValue(const ProfileInfo *info, const DMString &pr
     } else {
         LOG_FAILURE("Leave: GetConnValue(), the Conn of  %s has no related fields\n",
                     phName.text());
-        return DMT_FAILED;
+        return ConnDefault::NotStored;
     }
     // A bare node name: the slot's marker, "&&_PH1_DC1" and the like, is no part of a reference.
     connValue = DMString(profileNodeName.text());
@@ -687,12 +688,12 @@ int DM_NAPI_PluginTree::GetConnValue(const ProfileInfo *info, const DMString &pr
     GetNapdefName(&info->sProfileID, phName, napdefName);
     if (!napdefName.empty())
         connValue = napdefName;
-    if (const int status = SetConnValue(profileNodeName, phName, connValue)) {
+    if (SetConnValue(profileNodeName, phName, connValue) != DMT_OK) {
         LOG_FAILURE("Leave: GetConnValue! SetConnValue failed\n");
-        return status;
+        return ConnDefault::NotStored;
     }
     LOG_TRACE("Leave: GetConnValue()! Value = %s\n", connValue.text());
-    return DMT_OK;
+    return ConnDefault::Stored;
 }
 
 int DM_NAPI_PluginTree::SetConnValue(const DMString &profileNodeName, const DMString &phName,

@@ -31,6 +31,9 @@ struct ProfileInfo {
     bool bIsCSD2 = false; ///< mapped with bearer "GSM-CSD2"
 };
 
+/// What became of the default that a connection reference starts with.
+enum class ConnDefault { Stored, NotStored };
+
 /// The mapped profiles of a tree by node name: the engine's two parallel vectors, and beside them
 /// the place of each name, so that a look-up need not walk the names. It owns its values.
 class ProfileMap {
@@ -139,11 +142,12 @@ public:
 
     // ---- Connection references ------------------------------------------------------------------
 
-    /// The NAPDEF node that a proxy slot refers to, stored on first use; connValue holds it in
-    /// every case. @return 1 when it came from the file or there is none, 0 when a default was
-    /// stored, otherwise what SetConnValue returned.
-    int GetConnValue(const ProfileInfo *info, const DMString &profileNodeName,
-                     const DMString &phName, DMString &connValue);
+    /// The NAPDEF node that a proxy slot refers to: what the file has, else a default, which is
+    /// stored. It is in connValue in every case, empty when the profile lacks the slot's bearer.
+    /// @return NotStored when the file had a reference, when there is none, and when the file could
+    /// not be changed. A tree without an open file keeps nothing and answers Stored.
+    ConnDefault GetConnValue(const ProfileInfo *info, const DMString &profileNodeName,
+                             const DMString &phName, DMString &connValue);
     /// Stores the reference of a proxy slot. @return 0 or 1.
     int SetConnValue(const DMString &profileNodeName, const DMString &phName,
                      const DMString &connValue);

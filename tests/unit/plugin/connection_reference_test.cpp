@@ -53,7 +53,7 @@ TEST_F(ConnectionReferenceTest, AStoredValueWinsWhateverTheBearers)
     StoreReference("Office/Ph2", "Home");
     const ProfileInfo info = Info("");
     DMString value;
-    EXPECT_EQ(tree->GetConnValue(&info, "Office", "Ph2", value), 1);
+    EXPECT_EQ(tree->GetConnValue(&info, "Office", "Ph2", value), ConnDefault::NotStored);
     EXPECT_STREQ(value.text(), "Home");
     EXPECT_EQ(handset.journal.Take(),
               (Lines{"getSettingInfo(proxy, \"PROXY_Conn\", \"Office/Ph2\")"}));
@@ -70,7 +70,7 @@ TEST_F(ConnectionReferenceTest, ABearerThatTheProfileLacksHasNoReference)
         SCOPED_TRACE(c.ph);
         const ProfileInfo info = Info(c.flags);
         DMString value("old");
-        EXPECT_EQ(tree->GetConnValue(&info, "Office", c.ph, value), 1);
+        EXPECT_EQ(tree->GetConnValue(&info, "Office", c.ph, value), ConnDefault::NotStored);
         EXPECT_STREQ(value.text(), "");
         ExpectLogged({TreeMessage("Leave: GetConnValue(), the Conn of  " + std::string(c.ph) +
                                   " has no related fields\n")});
@@ -85,7 +85,7 @@ TEST_F(ConnectionReferenceTest, TheDefaultIsTheNapdefNodeOfTheSameProfileAndBear
     handset.settings.Preload(NAPDEF_FILE, NAPDEF_GROUP, "5Ph1DC1", "Internet");
     const ProfileInfo info = Info("G");
     DMString value;
-    EXPECT_EQ(tree->GetConnValue(&info, "Office", "Ph1", value), 0);
+    EXPECT_EQ(tree->GetConnValue(&info, "Office", "Ph1", value), ConnDefault::Stored);
     EXPECT_STREQ(value.text(), "Internet");
     Lines expected = ASK_NAPDEF_PH1;
     expected.push_back("setSettingInfo(proxy, \"PROXY_Conn\", \"Office/Ph1\", \"Internet\")");
@@ -102,7 +102,8 @@ TEST_F(ConnectionReferenceTest, TheDefaultIsTheProxysOwnNameWithoutANapdefEntry)
             handset.settings.Preload(NAPDEF_FILE, NAPDEF_GROUP, "5Ph1DC1", "");
         const ProfileInfo info = Info("G");
         DMString value;
-        EXPECT_EQ(tree->GetConnValue(&info, emptyEntry ? "Work" : "Office", "Ph1", value), 0);
+        EXPECT_EQ(tree->GetConnValue(&info, emptyEntry ? "Work" : "Office", "Ph1", value),
+                  ConnDefault::Stored);
         EXPECT_STREQ(value.text(), emptyEntry ? "Work" : "Office");
     }
     EXPECT_EQ(References(), (Entries{{"Office/Ph1", "Office"}, {"Work/Ph1", "Work"}}));
@@ -117,7 +118,7 @@ TEST_F(ConnectionReferenceTest, EachSlotAsksForItsOwnBearer)
     for (const auto &[ph, expected] :
          {std::pair{"Ph1", "One"}, std::pair{"Ph2", "Two"}, std::pair{"Ph3", "Three"}}) {
         DMString value;
-        EXPECT_EQ(tree->GetConnValue(&info, "Office", ph, value), 0);
+        EXPECT_EQ(tree->GetConnValue(&info, "Office", ph, value), ConnDefault::Stored);
         EXPECT_STREQ(value.text(), expected);
     }
     EXPECT_EQ(References(),
@@ -130,7 +131,7 @@ TEST_F(ConnectionReferenceTest, AStoredEmptyValueIsReplacedByTheDefault)
     StoreReference("Office/Ph1", "");
     const ProfileInfo info = Info("G");
     DMString value;
-    EXPECT_EQ(tree->GetConnValue(&info, "Office", "Ph1", value), 0);
+    EXPECT_EQ(tree->GetConnValue(&info, "Office", "Ph1", value), ConnDefault::Stored);
     EXPECT_EQ(References(), (Entries{{"Office/Ph1", "Office"}}));
 }
 
@@ -139,7 +140,7 @@ TEST_F(ConnectionReferenceTest, ADefaultThatCannotBeSetIsStillTheValue)
     handset.faults.Fail("setSettingInfo");
     const ProfileInfo info = Info("G");
     DMString value;
-    EXPECT_EQ(tree->GetConnValue(&info, "Office", "Ph1", value), 1);
+    EXPECT_EQ(tree->GetConnValue(&info, "Office", "Ph1", value), ConnDefault::NotStored);
     EXPECT_STREQ(value.text(), "Office");
     ExpectLogged({TreeMessage("Leave: SetConnValue! setSettingInfo failed!\n"),
                   TreeMessage("Leave: GetConnValue! SetConnValue failed\n")});
@@ -151,7 +152,7 @@ TEST_F(ConnectionReferenceTest, ADefaultThatCannotBeFlushedIsStillTheValue)
     handset.faults.Fail("flush");
     const ProfileInfo info = Info("G");
     DMString value;
-    EXPECT_EQ(tree->GetConnValue(&info, "Office", "Ph1", value), 1);
+    EXPECT_EQ(tree->GetConnValue(&info, "Office", "Ph1", value), ConnDefault::NotStored);
     EXPECT_STREQ(value.text(), "Office");
     ExpectLogged({TreeMessage("Leave: SetConnValue! flush  failed\n"),
                   TreeMessage("Leave: GetConnValue! SetConnValue failed\n")});
@@ -165,7 +166,7 @@ TEST_F(ConnectionReferenceTest, WithoutAnOpenFileTheDefaultIsComputedAndNotKept)
     const TreePtr bare = NewTree(INTPROFS_ROOT);
     const ProfileInfo info = Info("G");
     DMString value;
-    EXPECT_EQ(bare->GetConnValue(&info, "Office", "Ph1", value), 0);
+    EXPECT_EQ(bare->GetConnValue(&info, "Office", "Ph1", value), ConnDefault::Stored);
     EXPECT_STREQ(value.text(), "Office");
     EXPECT_EQ(handset.journal.Take(), Lines(ASK_NAPDEF_PH1.begin() + 1, ASK_NAPDEF_PH1.end()));
     ExpectNothingLogged();
@@ -196,7 +197,7 @@ TEST_F(ConnectionReferenceTest, ValuesAreUtf8AndKeysTheBytesAsLatin1)
     EXPECT_EQ(References(), (Entries{{"BÃ¼ro/Ph1", "移动彩信"}}));
     const ProfileInfo info = Info("G");
     DMString value;
-    EXPECT_EQ(tree->GetConnValue(&info, "Büro", "Ph1", value), 1);
+    EXPECT_EQ(tree->GetConnValue(&info, "Büro", "Ph1", value), ConnDefault::NotStored);
     EXPECT_STREQ(value.text(), "移动彩信");
 }
 
