@@ -42,15 +42,15 @@
     }
 
 const BearerPart BEARER_PARTS[BEARER_COUNT] = {
-    {"GSM-GPRS", "Ph1DC1", "Ph1", TEXT_FIELD(gprsAddress), TEXT_FIELD(gprsAuthId),
-     TEXT_FIELD(gprsAuthPassword), &NAP_PROFILE_S::gprsDns1, &NAP_PROFILE_S::gprsDns2,
-     &NAP_PROFILE_S::gprsLinger, nullptr},
-    {"GSM-CSD", "Ph2DC1", "Ph2", TEXT_FIELD(csdAddress), TEXT_FIELD(csdAuthId),
-     TEXT_FIELD(csdAuthPassword), &NAP_PROFILE_S::csdDns1, &NAP_PROFILE_S::csdDns2,
-     &NAP_PROFILE_S::csdLinger, &NAP_PROFILE_S::csdSpeedCode},
-    {"GSM-CSD2", "Ph3DC1", "Ph3", TEXT_FIELD(csd2Address), TEXT_FIELD(csd2AuthId),
-     TEXT_FIELD(csd2AuthPassword), &NAP_PROFILE_S::csd2Dns1, &NAP_PROFILE_S::csd2Dns2,
-     &NAP_PROFILE_S::csd2Linger, &NAP_PROFILE_S::csd2SpeedCode},
+    {GPRS_BEARER, "Ph1DC1", "Ph1", &ProfileInfo::bIsGPRS, TEXT_FIELD(gprsAddress),
+     TEXT_FIELD(gprsAuthId), TEXT_FIELD(gprsAuthPassword), &NAP_PROFILE_S::gprsDns1,
+     &NAP_PROFILE_S::gprsDns2, &NAP_PROFILE_S::gprsLinger, nullptr},
+    {CSD_BEARER, "Ph2DC1", "Ph2", &ProfileInfo::bIsCSD, TEXT_FIELD(csdAddress),
+     TEXT_FIELD(csdAuthId), TEXT_FIELD(csdAuthPassword), &NAP_PROFILE_S::csdDns1,
+     &NAP_PROFILE_S::csdDns2, &NAP_PROFILE_S::csdLinger, &NAP_PROFILE_S::csdSpeedCode},
+    {CSD2_BEARER, "Ph3DC1", "Ph3", &ProfileInfo::bIsCSD2, TEXT_FIELD(csd2Address),
+     TEXT_FIELD(csd2AuthId), TEXT_FIELD(csd2AuthPassword), &NAP_PROFILE_S::csd2Dns1,
+     &NAP_PROFILE_S::csd2Dns2, &NAP_PROFILE_S::csd2Linger, &NAP_PROFILE_S::csd2SpeedCode},
 };
 
 namespace {
@@ -838,7 +838,7 @@ void DM_NAPI_PluginNode::MoveFieldInNAPI(NAP_PROFILE_S *record, const DMString &
         CopyBearerPart(record, *from, *to);
         ClearBearerPart(record, *from);
         // A profile that never had a bearer keeps its name servers when it moves to the second set.
-        if (fromDefault && toBearer == "GSM-CSD2") {
+        if (fromDefault && toBearer == CSD2_BEARER) {
             record->*from->dns1 = dns1;
             record->*from->dns2 = dns2;
         }

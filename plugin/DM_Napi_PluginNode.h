@@ -8,8 +8,17 @@
 #include <cstdint>
 
 class DM_NAPI_PluginTree;
+struct ProfileInfo;
 
 // ---- Bearers and their parts of the profile record ----------------------------------------------
+
+// Values of a "Bearer" leaf.
+inline constexpr char GPRS_BEARER[] = "GSM-GPRS";
+inline constexpr char CSD_BEARER[] = "GSM-CSD";
+inline constexpr char CSD2_BEARER[] = "GSM-CSD2";
+
+/// A profile whose bearer is not known counts as this one.
+inline constexpr const char *DEFAULT_BEARER = CSD_BEARER;
 
 /// Place of a text in a profile record.
 struct TextField {
@@ -17,11 +26,12 @@ struct TextField {
     std::size_t size; ///< bytes of the array; a text of that length has no terminator
 };
 
-/// One bearer: its names, and where its part of the record keeps its settings.
+/// One bearer: its names, its flag, and where its part of the record keeps its settings.
 struct BearerPart {
-    const char *bearer;    ///< value of a "Bearer" leaf
-    const char *keySuffix; ///< stands for the bearer behind the ID in a mapping key
-    const char *phName;    ///< proxy slot of the bearer
+    const char *bearer;          ///< value of a "Bearer" leaf
+    const char *keySuffix;       ///< follows the ID in the mapping key of a profile with the bearer
+    const char *phName;          ///< proxy slot of the bearer
+    bool ProfileInfo::*isMapped; ///< whether a profile is mapped with the bearer
     TextField address;
     TextField authId;
     TextField authPassword;
@@ -34,9 +44,6 @@ struct BearerPart {
 /// The three bearers, in the order of their proxy slots.
 inline constexpr int BEARER_COUNT = 3;
 extern const BearerPart BEARER_PARTS[BEARER_COUNT];
-
-/// A profile whose bearer is not known counts as this one.
-inline constexpr char DEFAULT_BEARER[] = "GSM-CSD";
 
 /// @return the bearer of that name, or null.
 const BearerPart *FindBearer(const DMString &bearer);

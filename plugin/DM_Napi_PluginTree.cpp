@@ -78,17 +78,12 @@ constexpr MappingFile PROXY_FILE{QLatin1StringView("kub_proxy_profilemapping.cfg
 /// Group of the PROXY file: "node name/slot" = node name in the NAPDEF tree.
 constexpr QLatin1StringView CONN_GROUP("PROXY_Conn");
 
-constexpr const char *PH_NAMES[] = {"Ph1", "Ph2", "Ph3"};
 constexpr std::size_t CONN_KEY_SUFFIX_LENGTH = 4; // a slash and the slot
 
 /// Starts the part of a node name that is not part of the profile's name.
 constexpr char LOGICAL_ID_SEPARATOR[] = "&&_";
 
 constexpr std::size_t MAX_PROFILE_NAME_LENGTH = NAPI_NAME_SIZE - 1;
-
-/// The flag of a mapped profile for each bearer, in the order of BEARER_PARTS.
-constexpr bool ProfileInfo::*BEARER_FLAGS[BEARER_COUNT] = {
-    &ProfileInfo::bIsGPRS, &ProfileInfo::bIsCSD, &ProfileInfo::bIsCSD2};
 
 QString MappingFilePath(const MappingFile &file)
 {
@@ -367,19 +362,16 @@ int DM_NAPI_PluginTree::LoadMappedEntry(const QString &entryKey, const QString &
     if (IsNAPDEF()) {
         LOG_TRACE("Put item to m_ProfileMaps: <NodeName, ProfileID> = <%s, %s>\n", nodeName.text(),
                   key.text());
-        const BearerPart *const part = BearerOfKey(key);
-        if (part == &BEARER_PARTS[0]) {
-            info->bIsGPRS = true;
+        if (const BearerPart *const part = BearerOfKey(key))
+            info.get()->*part->isMapped = true;
+        if (info->bIsGPRS)
             LOG_TRACE("Bearer is CPRS\n");
-        } else if (part == &BEARER_PARTS[1]) {
-            info->bIsCSD = true;
+        else if (info->bIsCSD)
             LOG_TRACE("Bearer is CSD\n");
-        } else if (part == &BEARER_PARTS[2]) {
-            info->bIsCSD2 = true;
+        else if (info->bIsCSD2)
             LOG_TRACE("Bearer is CSD2\n");
-        } else {
+        else
             LOG_FAILURE("error format\n"); // a bare number; it stays mapped without a bearer
-        }
     } else {
         GetBearFromNapCfg(info.get());
         LOG_TRACE("pProfileInfo->sProfileID is %s\n", info->sProfileID.text());
@@ -504,11 +496,11 @@ void DM_NAPI_PluginTree::GetBearFromNapCfg(ProfileInfo *const &info) const
     // The NAPDEF tree may have written since: its file is read anew each time.
     if (const std::unique_ptr<SETUP_SET_Manager> napdef =
             OpenMappingFile(MappingFilePath(NAPDEF_FILE))) {
-        for (int i = 0; i < BEARER_COUNT; ++i) {
-            const QString key = FromIdKey(info->sProfileID + BEARER_PARTS[i].keySuffix);
+        for (const BearerPart &part : BEARER_PARTS) {
+            const QString key = FromIdKey(info->sProfileID + part.keySuffix);
             // An entry without a value counts: the bearer is mapped.
             if (!ReadEntry(*napdef, NAPDEF_FILE.profileGroup, key).isNull())
-                info->*BEARER_FLAGS[i] = true;
+                info->*part.isMapped = true;
         }
     }
     LOG_TRACE("Leave: GetBearFromNapCfg()!\n");
@@ -548,8 +540,8 @@ int DM_NAPI_PluginTree::DeleteProfileMap(const DMString &nodeName)
         if (!m_psetupManager->removeEntry(m_groupName, FromIdKey(info->sProfileID)))
             LOG_FAILURE("Warning: RenameProfileMapDB! removeEntry failed!\n");
         if (!IsNAPDEF())
-            for (const char *phName : PH_NAMES)
-                m_psetupManager->removeEntry(CONN_GROUP, ConnKey(nodeName, phName));
+            for (const BearerPart &part : BEARER_PARTS)
+                m_psetupManager->removeEntry(CONN_GROUP, ConnKey(nodeName, part.phName));
         if (!m_psetupManager->flush()) {
             LOG_FAILURE("Leave: DeleteProfileMap! flush  Failed\n");
             return DMT_FAILED;
@@ -588,14 +580,14 @@ int DM_NAPI_PluginTree::RenameProfileMap(const DMString &oldName, const DMString
         }
         if (!IsNAPDEF()) {
             // References follow as far as they can; one that is lost reads as a default again.
-            for (const char *phName : PH_NAMES) {
-                const QString oldKey = ConnKey(oldName, phName);
+            for (const BearerPart &part : BEARER_PARTS) {
+                const QString oldKey = ConnKey(oldName, part.phName);
                 const QString reference = ReadEntry(*m_psetupManager, CONN_GROUP, oldKey);
                 if (reference.isNull())
                     continue;
                 m_psetupManager->removeEntry(CONN_GROUP, oldKey);
-                m_psetupManager->setSettingInfo(CONN_GROUP, ConnKey(newName, phName), reference,
-                                                false);
+                m_psetupManager->setSettingInfo(CONN_GROUP, ConnKey(newName, part.phName),
+                                                reference, false);
                 m_psetupManager->flush();
             }
         }
@@ -615,8 +607,8 @@ int DM_NAPI_PluginTree::RenameProfileMapDB(const DMString &nodeName, const DMStr
         return DMT_FAILED;
     }
     ProfileInfo *const info = m_ProfileMaps.values()[index];
-    for (bool ProfileInfo::*flag : BEARER_FLAGS)
-        info->*flag = false;
+    for (const BearerPart &any : BEARER_PARTS)
+        info->*any.isMapped = false;
     const DMString oldKey = info->sProfileID;
     const std::string_view bareKey = WithoutSuffix(oldKey);
     info->sProfileID = DMString(bareKey.data(), bareKey.size());
@@ -625,7 +617,7 @@ int DM_NAPI_PluginTree::RenameProfileMapDB(const DMString &nodeName, const DMStr
         LOG_FAILURE("Leave: RenameProfileMapDB fail! illegal Bearer value: %s!\n", bearer.text());
         return DMT_FAILED;
     }
-    info->*BEARER_FLAGS[part - BEARER_PARTS] = true;
+    info->*part->isMapped = true;
     info->sProfileID += part->keySuffix;
     if (!m_psetupManager) {
         LOG_TRACE("Leave: RenameProfileMapDB()\n");
@@ -740,8 +732,8 @@ DMStringVector ToVector(const Children &names)
 
 bool IsPhName(const DMString &name)
 {
-    return std::any_of(std::begin(PH_NAMES), std::end(PH_NAMES),
-                       [&name](const char *phName) { return name == phName; });
+    return std::any_of(std::begin(BEARER_PARTS), std::end(BEARER_PARTS),
+                       [&name](const BearerPart &part) { return name == part.phName; });
 }
 
 } // namespace
@@ -784,8 +776,8 @@ int DM_NAPI_PluginTree::LoadChildrenofProfile(const DMString &profileNodeName,
     const DMString path = profileNodeName + "/" + childName;
     JemSmartPtr<DmtNode> node;
     if (IsNAPDEF() && childName == "Bearer") {
-        const char *const bearer = info->bIsGPRS   ? BEARER_PARTS[0].bearer
-                                   : info->bIsCSD2 ? BEARER_PARTS[2].bearer
+        const char *const bearer = info->bIsGPRS   ? GPRS_BEARER
+                                   : info->bIsCSD2 ? CSD2_BEARER
                                                    : DEFAULT_BEARER;
         node = NewLeaf(path, DmtData(bearer));
         if (RenameProfileMapDB(profileNodeName, bearer) != DMT_OK) {
@@ -934,8 +926,11 @@ int DM_NAPI_PluginTree::LoadListedProfile(const DMString &profileName, int &name
     LOG_TRACE("GPRS Addr = %s\n", RecordText(record, record.gprsAddress).text());
     LOG_TRACE("CSD  Addr = %s\n", RecordText(record, record.csdAddress).text());
     LOG_TRACE("CSD2 Addr = %s\n", RecordText(record, record.csd2Address).text());
-    const bool bearers[BEARER_COUNT] = {IsGPRS(&record), IsCSD(&record), IsCSD2(&record)};
-    if (std::none_of(std::begin(bearers), std::end(bearers), [](bool has) { return has; }))
+    ProfileInfo found;
+    found.bIsGPRS = IsGPRS(&record);
+    found.bIsCSD = IsCSD(&record);
+    found.bIsCSD2 = IsCSD2(&record);
+    if (!found.bIsGPRS && !found.bIsCSD && !found.bIsCSD2)
         return DMT_OK;
 
     unsigned int id = 0;
@@ -962,23 +957,23 @@ int DM_NAPI_PluginTree::LoadListedProfile(const DMString &profileName, int &name
             LOG_FAILURE("Leave:LoadProfilesinDB :  Allocate memory  failed\n");
             return DMT_FAILED;
         }
-        for (int i = 0; i < BEARER_COUNT; ++i)
-            info.get()->*BEARER_FLAGS[i] = bearers[i];
+        for (const BearerPart &part : BEARER_PARTS)
+            info.get()->*part.isMapped = found.*part.isMapped;
         return MapListedProfile(nodeName, std::move(info));
     }
     // All bearers of a profile share its node name: the first one takes it.
-    for (int i = 0; i < BEARER_COUNT; ++i) {
-        if (!bearers[i])
+    for (const BearerPart &part : BEARER_PARTS) {
+        if (!(found.*part.isMapped))
             continue;
-        std::unique_ptr<ProfileInfo> info = NewProfileInfo(idText + BEARER_PARTS[i].keySuffix);
+        std::unique_ptr<ProfileInfo> info = NewProfileInfo(idText + part.keySuffix);
         if (!info) {
-            if (i == BEARER_COUNT - 1)
+            if (part.isMapped == &ProfileInfo::bIsCSD2)
                 LOG_FAILURE("Leave:LoadProfilesinDB: Allocate memory failed\n");
             else
                 LOG_FAILURE("Leave: LoadProfilesinDB :  Allocate memory  failed\n");
             return DMT_FAILED;
         }
-        info.get()->*BEARER_FLAGS[i] = true;
+        info.get()->*part.isMapped = true;
         if (const int status = MapListedProfile(nodeName, std::move(info)))
             return status;
     }
