@@ -145,6 +145,7 @@ constexpr ProxySlot PROXY_SLOTS[] = {
 };
 constexpr char SLOT_WITHOUT_RECORD[] = "Ph3";
 
+/// @return the leaf of that name, or null.
 const NapdefLeaf *FindNapdefLeaf(const DMString &name)
 {
     const std::string_view text(name.text());
@@ -154,6 +155,7 @@ const NapdefLeaf *FindNapdefLeaf(const DMString &name)
     return nullptr;
 }
 
+/// @return the slot of that name, or null for one that the record does not have.
 const ProxySlot *FindProxySlot(const DMString &phName)
 {
     for (const ProxySlot &slot : PROXY_SLOTS)
@@ -204,6 +206,7 @@ const LineTypeRow *FindCode(std::uint8_t code, int &speedIndex)
     return nullptr;
 }
 
+/// @return the row of the line type, or null.
 const LineTypeRow *FindLineType(const DMString &lineType)
 {
     for (const LineTypeRow &row : LINE_TYPES)
@@ -254,8 +257,8 @@ bool IsBitRate(int bitRate)
 namespace {
 
 /// Parses four decimal parts of one to three digits, each at most 255, with white space around them
-/// as servers send it that indent their XML, and nothing else. Qt's own parser is no judge of this:
-/// it takes short, octal and hexadecimal forms, blanks in between and IPv6.
+/// as servers send it that indent their XML, and nothing else. Qt's own parser would take short,
+/// octal and hexadecimal forms, blanks in between and IPv6.
 std::optional<std::uint32_t> ParseDottedQuad(const char *given)
 {
     // Without the flags a byte order mark in front and half a character at the end would vanish.
@@ -333,7 +336,7 @@ JemSmartPtr<DM_NAPI_PluginTree> DM_NAPI_PluginNode::OwningTree() const
 
 namespace {
 
-/// The text behind the last slash. Without a slash: the whole path.
+/// The text after the last slash. Without a slash: the whole path.
 std::string_view LastSegment(std::string_view path)
 {
     const std::size_t slash = path.rfind('/');
@@ -347,6 +350,7 @@ std::string_view ParentPath(std::string_view path)
     return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
 }
 
+/// An empty view gives an empty text, as opposed to a null one.
 DMString ToDMString(std::string_view text)
 {
     return text.empty() ? DMString("") : DMString(text.data(), text.size());
@@ -368,7 +372,7 @@ DMString DM_NAPI_PluginNode::GetGrandParentNodeName() const
 {
     const std::string_view parentPath = ParentPath(m_path.text());
     const std::string_view grandParentPath = ParentPath(parentPath);
-    // The first segment of a path is nobody's grandparent here: its own parent is the mount root.
+    // The first segment of a path does not count as a grandparent: its parent is the mount root.
     if (grandParentPath.find('/') == std::string_view::npos)
         return DMString("");
     const DMString grandParent = ToDMString(LastSegment(grandParentPath));
@@ -388,7 +392,7 @@ DMString DM_NAPI_PluginNode::GetProfileNodeName() const
     const std::string_view root = tree->IsNAPDEF() ? CONN_ROOT_PATH : INTPROFS_ROOT_PATH;
     std::string_view rest(m_path.text());
     DMString fullPath;
-    if (tree->GetRootPath().text() != root) { // else the path starts right behind the root
+    if (tree->GetRootPath().text() != root) { // else m_path starts right after the root
         fullPath = tree->GetRootPath() + "/" + m_path;
         rest = fullPath.text();
         const std::size_t rootPosition = rest.find(root);
@@ -412,6 +416,7 @@ struct BearerLeaf {
     bool usable = true; // false: the leaf is there, but has no text
 };
 
+/// Reads the leaf through the tree. A profile without one is on the default bearer.
 BearerLeaf ReadBearerLeaf(DmtTree &tree, const DMString &profileNodeName)
 {
     BearerLeaf leaf{profileNodeName, {}};
@@ -651,13 +656,12 @@ int DM_NAPI_PluginNode::SetBearer(DM_NAPI_PluginTree &tree, const DMString &prof
         LOG_FAILURE("Leave: SetValueInternal()! GetString() failed!\n");
         return status;
     }
-    // The first bearer of a leaf is taken as it comes; the mapping below refuses what it cannot
-    // map.
+    // The first bearer of a leaf is taken as it comes: the mapping below refuses an unknown one.
     if (!oldBearer.empty() && !FindBearer(newBearer)) {
         LOG_FAILURE("Leave: SetValueInternal()! failed! Bearer illegal \n");
         return DMT_FAILED;
     }
-    if (!oldBearer.empty() || !(newBearer == DEFAULT_BEARER))
+    if (!oldBearer.empty() || newBearer != DEFAULT_BEARER)
         MoveFieldInNAPI(record, oldBearer, newBearer);
     status = tree.RenameProfileMapDB(profileNodeName, newBearer);
     if (status != DMT_OK) {
@@ -727,7 +731,7 @@ int DM_NAPI_PluginNode::SetValueforNAPDEF(const DMString &name, NAP_PROFILE_S *r
         StoreText(record, part->*field->text, text);
         break;
     case FieldKind::Dns:
-        // A text that is no address changes nothing, and is no failure.
+        // A text that is not an address changes nothing and is not a failure.
         if (const std::optional<std::uint32_t> address = ParseDottedQuad(text.text()))
             record->*(part->*field->dns) = *address;
         break;
@@ -735,7 +739,7 @@ int DM_NAPI_PluginNode::SetValueforNAPDEF(const DMString &name, NAP_PROFILE_S *r
         record->*part->linger = static_cast<std::uint16_t>(number);
         break;
     case FieldKind::LineType:
-        // Packet data has no line: there is nothing to store, and that is no failure.
+        // Packet data has no line: there is nothing to store, which is not a failure.
         if (part->speedCode) {
             std::uint8_t &code = record->*part->speedCode;
             code = LineTypeToSpeedCode(text, SpeedCodeToBitRate(code));
@@ -804,6 +808,7 @@ namespace {
 constexpr std::size_t MOVED_ADDRESS_LIMIT = sizeof(NAP_PROFILE_S::csdAddress);
 constexpr std::size_t MOVED_AUTH_LIMIT = sizeof(NAP_PROFILE_S::csdAuthId);
 
+/// Copies a text of at most limit bytes; all else of the field is zero afterwards.
 void CopyText(NAP_PROFILE_S *record, const TextField &from, const TextField &to, std::size_t limit)
 {
     const char *const source = FieldBytes(record, from);
@@ -811,6 +816,7 @@ void CopyText(NAP_PROFILE_S *record, const TextField &from, const TextField &to,
     std::memcpy(FieldBytes(record, to), source, strnlen(source, limit));
 }
 
+/// Copies every setting that both parts have; a speed code that only the target has becomes 0.
 void CopyBearerPart(NAP_PROFILE_S *record, const BearerPart &from, const BearerPart &to)
 {
     CopyText(record, from.address, to.address, MOVED_ADDRESS_LIMIT);

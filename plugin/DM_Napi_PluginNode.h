@@ -127,7 +127,12 @@ public:
 private:
     /// The owning tree; null once it is destroyed.
     JemSmartPtr<DM_NAPI_PluginTree> OwningTree() const;
+    /// Writes the "Bearer" leaf: moves the settings within the record and the key in the mapping
+    /// file, then stores the record and the value. @return 0, 1, or the status of the call that
+    /// failed.
     int SetBearer(DM_NAPI_PluginTree &tree, const DMString &profileNodeName,
                   const DMString &profileName, NAP_PROFILE_S *record, const DmtData &value);
+    /// Writes a "Conn" leaf: the reference to the mapping file, the value to the node. @return 0,
+    /// 1, or the status of the call that failed.
     int SetConn(DM_NAPI_PluginTree &tree, const DMString &profileNodeName, const DmtData &value);
 };

@@ -90,6 +90,7 @@ QString MappingFilePath(const MappingFile &file)
     return getSettingDirectory() + file.fileName;
 }
 
+/// Opens a mapping file as the disk has it now; null when memory is short.
 std::unique_ptr<SETUP_SET_Manager> OpenMappingFile(const QString &path)
 {
     return std::unique_ptr<SETUP_SET_Manager>(new (std::nothrow) SETUP_SET_Manager(path, false));
@@ -102,6 +103,8 @@ QString ReadEntry(const SETUP_SET_Manager &manager, const QString &group, const 
     manager.getSettingInfo(group, key, value, QString(), false);
     return value;
 }
+
+// ID keys go to the files as Latin-1, node names as UTF-8.
 
 QString FromIdKey(const DMString &key)
 {
@@ -118,6 +121,7 @@ DMString ToNodeName(const QString &text)
     return DMString(text.toUtf8().constData());
 }
 
+/// Key of a slot's connection reference: the bytes of the node name, one character each.
 QString ConnKey(const DMString &profileNodeName, const char *phName)
 {
     return QString::fromLatin1(profileNodeName.text()) + u'/' + QLatin1StringView(phName);
@@ -128,7 +132,7 @@ DMString DecimalText(unsigned int number)
     return DMString(std::to_string(number).c_str());
 }
 
-/// A record for an ID key without a bearer; null when memory is short.
+/// The mapping of an ID key, without a bearer; null when memory is short.
 std::unique_ptr<ProfileInfo> NewProfileInfo(const DMString &idKey)
 {
     std::unique_ptr<ProfileInfo> info(new (std::nothrow) ProfileInfo);
@@ -493,7 +497,7 @@ void DM_NAPI_PluginTree::GetBearFromNapCfg(ProfileInfo *const &info) const
     LOG_TRACE("Enter: GetBearFromNapCfg()!\n");
     if (!info)
         return;
-    // The NAPDEF tree may have written since: its file is read anew each time.
+    // The NAPDEF tree may have written since the last question: its file is opened for each.
     if (const std::unique_ptr<SETUP_SET_Manager> napdef =
             OpenMappingFile(MappingFilePath(NAPDEF_FILE))) {
         for (const BearerPart &part : BEARER_PARTS) {
@@ -579,7 +583,7 @@ int DM_NAPI_PluginTree::RenameProfileMap(const DMString &oldName, const DMString
             return DMT_FAILED;
         }
         if (!IsNAPDEF()) {
-            // References follow as far as they can; one that is lost reads as a default again.
+            // References follow as far as they can; a lost one reads as the default again.
             for (const BearerPart &part : BEARER_PARTS) {
                 const QString oldKey = ConnKey(oldName, part.phName);
                 const QString reference = ReadEntry(*m_psetupManager, CONN_GROUP, oldKey);
@@ -593,7 +597,7 @@ int DM_NAPI_PluginTree::RenameProfileMap(const DMString &oldName, const DMString
         }
     }
     m_ProfileMaps.put(newName, m_ProfileMaps.remove(oldIndex));
-    LOG_FAILURE("Leave: RenameProfileMap!\n"); // prints although it is none
+    LOG_FAILURE("Leave: RenameProfileMap!\n"); // prints although nothing failed
     return DMT_OK;
 }
 
@@ -674,7 +678,7 @@ ConnDefault DM_NAPI_PluginTree::GetConnValue(const ProfileInfo *info,
                     phName.text());
         return ConnDefault::NotStored;
     }
-    // A bare node name: the slot's marker, "&&_PH1_DC1" and the like, is no part of a reference.
+    // A bare node name: the slot's marker, "&&_PH1_DC1" and the like, does not belong to it.
     connValue = DMString(profileNodeName.text());
     DMString napdefName;
     GetNapdefName(&info->sProfileID, phName, napdefName);
@@ -1043,6 +1047,7 @@ int DM_NAPI_PluginTree::DeleteNode(const char *path) noexcept
 
 namespace {
 
+/// Zeroes both proxy slots of a record and makes the profile editable.
 void ClearProxyPart(NAP_PROFILE_S *record)
 {
     std::memset(record->proxy1Address, 0, sizeof record->proxy1Address);
@@ -1074,7 +1079,7 @@ int DM_NAPI_PluginTree::DeleteProfileInDB(const DMString &profileName, const DMS
             LOG_FAILURE("Leave: DeleteProfileInDB! NAPI_DeleteProfile failed! return %d\n", result);
             return DMT_FAILED;
         }
-        LOG_FAILURE("Leave: DeleteProfileInDB!\n"); // prints although it is none
+        LOG_FAILURE("Leave: DeleteProfileInDB!\n"); // prints although nothing failed
         return DMT_OK;
     }
     LOG_TRACE(
@@ -1245,7 +1250,7 @@ int DM_NAPI_PluginTree::CreateInteriorNodeInternal(const char *path, JemSmartPtr
     if (parentPath.empty()) {
         if (const int status = CreateProfile(nodeName, profileName))
             return status;
-    } else if (std::string_view(parentPath.text()).ends_with("/Auth") && !(nodeName == "PAP")) {
+    } else if (std::string_view(parentPath.text()).ends_with("/Auth") && nodeName != "PAP") {
         LOG_FAILURE("Leave:CreateInteriorNodeInternal() fail, the Auth type is not PAP\n");
         return DMT_FAILED;
     }
@@ -1317,6 +1322,8 @@ DmtData InitialValue(const DMString &leafName)
     return DmtData("");
 }
 
+// Whether a server may add a leaf of that name with the value.
+
 bool HasLegalBearer(const DmtData &value)
 {
     DMString bearer;
@@ -1375,7 +1382,7 @@ int DM_NAPI_PluginTree::CreateLeafNodeInternal(const char *path, JemSmartPtr<Dmt
         LOG_FAILURE("Leave:CreateLeafNodeInternal()! GetNode %s failed\n", path);
         return status;
     }
-    // A value that is refused leaves the leaf behind, with its initial value.
+    // A leaf whose value is refused stays, with its initial value.
     if (const int status =
             static_cast<DM_NAPI_PluginNode *>(node.get())->SetValueInternal(&value)) {
         LOG_FAILURE("Leave: CreateLeafNode()! SetValueInternal failed! %d\n", status);

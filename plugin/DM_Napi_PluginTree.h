@@ -23,7 +23,7 @@ inline constexpr char INTPROFS_ROOT_PATH[] = "./DevDetail/Ext/Conf/IntProfs/Prof
 
 /// One mapped profile.
 struct ProfileInfo {
-    /// ID key as it stands in the mapping file: the decimal profile ID, in the NAPDEF kind followed
+    /// ID key as the mapping file has it: the decimal profile ID, in the NAPDEF kind followed
     /// by the bearer suffix "Ph1DC1", "Ph2DC1" or "Ph3DC1".
     DMString sProfileID;
     bool bIsGPRS = false; ///< mapped with bearer "GSM-GPRS"
@@ -69,7 +69,7 @@ private:
 
     DMVector<DMString> m_keys;
     DMVector<ProfileInfo *> m_values; // m_values[i] belongs to m_keys[i]
-    // Names of its own, no views of the keys: a vector that grows may copy its elements.
+    // Names of its own, not views of the keys: a vector that grows may copy its elements.
     std::unordered_map<std::string, int, TextHash, std::equal_to<>> m_places;
 };
 
@@ -95,8 +95,8 @@ public:
 
     // ---- Node paths -----------------------------------------------------------------------------
 
-    /// Splits at the last "/": what stands before it and what stands behind it. Without one, the
-    /// parent path is empty and the node name is the whole path.
+    /// Splits at the last "/" into what comes before and after it. Without one, the parent path is
+    /// empty and the node name is the whole path.
     void ParseNodePath(const DMString &path, DMString &parentPath, DMString &nodeName) const;
     /// The part of a node name before "&&_", or the whole name.
     void ParseLogicalId(const DMString &nodeName, DMString &logicalId) const;
@@ -108,8 +108,8 @@ public:
     /// Name in the profile service of a mapped node. @return 0, or 1 when the node is not mapped,
     /// its ID key has no number or the service does not know the ID; profileName is then as it was.
     int GetProfileName(const DMString &nodeName, DMString &profileName) const;
-    /// Numeric part of an ID key. @return false, and 0 in id, when it is no unsigned 32-bit decimal
-    /// number.
+    /// Numeric part of an ID key. @return false, and 0 in id, when it is not an unsigned 32-bit
+    /// decimal number.
     bool ExtractProfileID(const DMString &key, unsigned int &id) const;
     /// Discards and reopens the mapping file, and maps what it holds. @return 0 or 1.
     int LoadProfileMapCfgFile();
@@ -121,11 +121,13 @@ public:
     /// leaves the entry in the mapping file; 1 when the node name or the ID key is taken or the
     /// mapping file cannot be changed.
     int AddProfileMap(const DMString &nodeName, std::unique_ptr<ProfileInfo> info);
-    /// Unmaps a node and frees its record. @return 0 or 1.
+    /// Unmaps a node. @return 0, or 1 when it is not mapped or the mapping file cannot be changed.
     int DeleteProfileMap(const DMString &nodeName);
-    /// Maps a node's profile under a new name. @return 0 or 1.
+    /// Maps a node's profile under a new name; what that name was mapped to is dropped. @return 0,
+    /// or 1 when the node is not mapped or the mapping file cannot be changed.
     int RenameProfileMap(const DMString &oldName, const DMString &newName);
-    /// Moves a node's ID key to the suffix of a bearer. @return 0 or 1.
+    /// Moves a node's ID key to the suffix of a bearer. @return 0; 1 when the node is not mapped,
+    /// the bearer is not known, which leaves a bare ID, or the mapping file cannot be changed.
     int RenameProfileMapDB(const DMString &nodeName, const DMString &bearer);
 
     // ---- Questions about a profile --------------------------------------------------------------
@@ -181,6 +183,7 @@ private:
     ProfileMap m_ProfileMaps;
 
     JemSmartPtr<DmtPluginTree> Self() { return JemSmartPtr<DmtPluginTree>(this); }
+    // Nodes of this tree, and their way into the engine's table.
     JemSmartPtr<DmtNode> NewInterior(const DMString &path, const DMStringVector &childNames);
     JemSmartPtr<DmtNode> NewLeaf(const DMString &path, const DmtData &value);
     void Register(const DMString &path, const JemSmartPtr<DmtNode> &node);
@@ -193,13 +196,16 @@ private:
     int RemoveStaleReferences();
 
     /// Fills the name list and m_ProfileCount. @param count  receives the number of names
+    /// @return 0 or 1.
     int ListProfiles(unsigned int &count);
     /// Maps one listed profile, or passes over one that cannot be read or has no bearer.
     /// @param namesBeyondAscii  counts the profiles that got a made-up node name
+    /// @return 0, or 1 when the mount must be refused.
     int LoadListedProfile(const DMString &profileName, int &namesBeyondAscii);
     /// Maps a listed profile; a node name that is taken stays as it is. @return 0 or 1.
     int MapListedProfile(const DMString &nodeName, std::unique_ptr<ProfileInfo> info);
     /// Creates the profile of a new profile node, or adopts the one of that name, and maps it.
+    /// @return 0 or 1; a failure leaves the created profile in the service.
     int CreateProfile(const DMString &nodeName, const DMString &profileName);
     /// Whether either tree's mapping file has the profile.
     bool IsMappedAnywhere(const DMString &idText) const;
