@@ -309,56 +309,80 @@ TEST_F(CreateTest, EveryCreatedProfileIsCountedAndNoAdoptedOne)
 
 // ---- What a failure leaves behind -----------------------------------------------------------------
 
-TEST_F(CreateTest, FailedCreationLeavesNothing)
+/// A call that fails while "Office" is added to an empty handset, and what is there then.
+struct AddFault {
+    const char *site;
+    const char *message;   ///< the first one
+    std::size_t calls;     ///< how many of the calls of an Add were made
+    int profiles;          ///< stored, and counted by the tree
+    Entries inMemory = {}; ///< of the mapping file
+    int statusOfNextTry = 0;
+    bool isMappingFault = false; ///< a second message says so
+};
+
+void PrintTo(const AddFault &fault, std::ostream *out)
 {
+    *out << fault.site << " fails";
+}
+
+class FailedAddTest : public CreateTest, public ::testing::WithParamInterface<AddFault> {};
+
+TEST_P(FailedAddTest, LeavesTheProfileUnmapped)
+{
+    const AddFault &fault = GetParam();
     const TreePtr tree = LoadTree(CONN_ROOT);
-    handset.faults.Fail("NAPI_CreateProfile", 1, 42);
+    handset.faults.Fail(fault.site, 1, 42);
 
     EXPECT_EQ(AddInterior(tree, "Office"), 1);
 
-    ExpectMessages({"T Leave:CreateInteriorNodeInternal: NAPI_CreateProfile failed! return 42\n"});
-    EXPECT_EQ(ProfileCount(tree), 0);
+    Lines messages{fault.message};
+    if (fault.isMappingFault)
+        messages.push_back("T Leave:CreateInteriorNodeInternal: AddProfileMap failed\n");
+    ExpectMessages(messages);
+    Lines calls{R"(NAPI_IsProfileValid("Office"))",
+                "NAPI_GetMaxProfiles()",
+                R"(NAPI_CreateProfile("Office"))",
+                R"(NAPI_GetProfileIDByName("Office"))",
+                R"(getSettingInfo(napdef, "NAPIDEF_Profile", "1Ph2DC1"))",
+                R"(setSettingInfo(napdef, "NAPIDEF_Profile", "1Ph2DC1", "Office"))",
+                "flush(napdef)"};
+    calls.resize(fault.calls);
+    EXPECT_EQ(TakeOutsideCalls(), calls);
+    EXPECT_EQ(handset.napi.profiles.size(), static_cast<std::size_t>(fault.profiles));
+    EXPECT_EQ(ProfileCount(tree), fault.profiles);
     EXPECT_EQ(Mapped(tree), Mapping{});
+    EXPECT_EQ(handset.settings.InMemory(NAPDEF_FILE, NAPDEF_GROUP), fault.inMemory);
     EXPECT_EQ(NapdefOnDisk(), Entries{});
     EXPECT_FALSE(Exists(tree, "Office"));
+    EXPECT_EQ(Children(tree, ""), Lines{});
     EXPECT_FALSE(lastNode);
-}
 
-TEST_F(CreateTest, ShortMemoryLeavesTheProfileStoredAndCounted)
-{
-    const TreePtr tree = LoadTree(CONN_ROOT);
-    handset.faults.Fail("new");
-
-    EXPECT_EQ(AddInterior(tree, "Office"), 1);
-
-    ExpectMessages({"T Leave:CreateInteriorNodeInternal() fail: Allocate memory  failed\n"});
-    EXPECT_EQ(TakeOutsideCalls(),
-              (Lines{R"(NAPI_IsProfileValid("Office"))", "NAPI_GetMaxProfiles()",
-                     R"(NAPI_CreateProfile("Office"))"}));
-    EXPECT_NE(handset.napi.Find("Office"), nullptr);
-    EXPECT_EQ(ProfileCount(tree), 1);
-    EXPECT_FALSE(Exists(tree, "Office"));
-}
-
-TEST_F(CreateTest, UnknownIdLeavesTheProfileStoredAndCounted)
-{
-    const TreePtr tree = LoadTree(CONN_ROOT);
-    handset.faults.Fail("NAPI_GetProfileIDByName", 1, 42);
-
-    EXPECT_EQ(AddInterior(tree, "Office"), 1);
-
-    ExpectMessages(
-        {"T Leave:CreateInteriorNodeInternal():NAPI_GetProfileIDByName  failed! return 42\n"});
-    EXPECT_NE(handset.napi.Find("Office"), nullptr);
-    EXPECT_EQ(ProfileCount(tree), 1);
-    EXPECT_EQ(Mapped(tree), Mapping{});
-    EXPECT_EQ(NapdefOnDisk(), Entries{});
-    EXPECT_FALSE(Exists(tree, "Office"));
-
-    // The server may try again: the stored profile is adopted.
-    EXPECT_EQ(AddInterior(tree, "Office"), 0);
+    // The server may try again: a profile that was stored is adopted, and not counted again.
+    EXPECT_EQ(AddInterior(tree, "Office"), fault.statusOfNextTry);
     EXPECT_EQ(ProfileCount(tree), 1);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    AllCalls, FailedAddTest,
+    ::testing::Values(
+        AddFault{"NAPI_CreateProfile",
+                 "T Leave:CreateInteriorNodeInternal: NAPI_CreateProfile failed! return 42\n", 3,
+                 0},
+        AddFault{"new", "T Leave:CreateInteriorNodeInternal() fail: Allocate memory  failed\n", 3,
+                 1},
+        AddFault{
+            "NAPI_GetProfileIDByName",
+            "T Leave:CreateInteriorNodeInternal():NAPI_GetProfileIDByName  failed! return 42\n", 4,
+            1},
+        AddFault{
+            "setSettingInfo", "T Leave: AddProfileMap:setSettingInfo  Failed\n", 6, 1, {}, 0, true},
+        AddFault{"flush",
+                 "T Leave: AddProfileMap:flush  Failed\n",
+                 7,
+                 1,
+                 {{"1Ph2DC1", "Office"}},
+                 1,
+                 true}));
 
 TEST_F(CreateTest, NameThatIsMappedAlreadyIsRefusedAndTheNewProfileStays)
 {
@@ -402,29 +426,6 @@ TEST_F(CreateTest, KeyWithAnEmptyNameIsFree)
     EXPECT_EQ(AddInterior(tree, "Office"), 0);
 
     EXPECT_EQ(NapdefOnDisk(), (Entries{{"5Ph2DC1", "Office"}}));
-}
-
-TEST_F(CreateTest, FailedMappingFileLeavesTheProfileStoredCountedAndUnmapped)
-{
-    const TreePtr tree = LoadTree(CONN_ROOT);
-
-    handset.faults.Fail("setSettingInfo");
-    EXPECT_EQ(AddInterior(tree, "Office"), 1);
-    ExpectMessages({"T Leave: AddProfileMap:setSettingInfo  Failed\n",
-                    "T Leave:CreateInteriorNodeInternal: AddProfileMap failed\n"});
-    EXPECT_EQ(handset.settings.InMemory(NAPDEF_FILE, NAPDEF_GROUP), Entries{});
-
-    handset.faults.Fail("flush");
-    EXPECT_EQ(AddInterior(tree, "Work"), 1);
-    ExpectMessages({"T Leave: AddProfileMap:flush  Failed\n",
-                    "T Leave:CreateInteriorNodeInternal: AddProfileMap failed\n"});
-    EXPECT_EQ(handset.settings.InMemory(NAPDEF_FILE, NAPDEF_GROUP), (Entries{{"2Ph2DC1", "Work"}}));
-    EXPECT_EQ(NapdefOnDisk(), Entries{});
-
-    EXPECT_EQ(Mapped(tree), Mapping{});
-    EXPECT_EQ(ProfileCount(tree), 2);
-    EXPECT_EQ(handset.napi.profiles.size(), 2u);
-    EXPECT_EQ(Children(tree, ""), Lines{});
 }
 
 TEST_F(CreateTest, WithoutAMappingFileANewProfileIsMappedInMemory)

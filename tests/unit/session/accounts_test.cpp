@@ -123,22 +123,24 @@ TEST_F(AccountsTest, FieldsHaveLimits)
 TEST_F(AccountsTest, AccountIsCompleteWithEverythingThatASessionNeeds)
 {
     EXPECT_TRUE(isComplete(account, error)) << error.toStdString();
-    const Account whole = account;
-    account.address = QUrl();
-    EXPECT_FALSE(isComplete(account, error));
-    EXPECT_EQ(error, QStringLiteral("the account has no address"));
-    account = whole;
-    account.serverId.clear();
-    EXPECT_FALSE(isComplete(account, error));
-    EXPECT_EQ(error, QStringLiteral("the account has no server-id"));
-    account = whole;
-    account.toServer.identity.secret.clear();
-    EXPECT_FALSE(isComplete(account, error));
-    EXPECT_EQ(error, QStringLiteral("client-auth needs client-name and client-secret"));
-    account = whole;
-    account.toClient.identity.name.clear();
-    EXPECT_FALSE(isComplete(account, error));
-    EXPECT_EQ(error, QStringLiteral("server-auth needs server-name and server-secret"));
+    struct Row {
+        void (*takeAway)(Account &);
+        const char *error;
+    };
+    const Row rows[] = {
+        {[](Account &one) { one.address = QUrl(); }, "the account has no address"},
+        {[](Account &one) { one.serverId.clear(); }, "the account has no server-id"},
+        {[](Account &one) { one.toServer.identity.secret.clear(); },
+         "client-auth needs client-name and client-secret"},
+        {[](Account &one) { one.toClient.identity.name.clear(); },
+         "server-auth needs server-name and server-secret"},
+    };
+    for (const auto &[takeAway, expected] : rows) {
+        Account incomplete = account;
+        takeAway(incomplete);
+        EXPECT_FALSE(isComplete(incomplete, error)) << expected;
+        EXPECT_EQ(error.toStdString(), expected);
+    }
 }
 
 // ---- The file ------------------------------------------------------------------------------------

@@ -32,6 +32,16 @@ SessionEnd SessionTest::run(UserInteraction *user)
     return Session(before, tree, server, user, {&listener}, keeping).run();
 }
 
+testing::AssertionResult SessionTest::failsWith(const char *reason)
+{
+    const SessionEnd end = run();
+    if (end.kind != SessionEnd::Kind::Failed)
+        return testing::AssertionFailure() << "the session did not fail";
+    if (end.reason != QString::fromUtf8(reason))
+        return testing::AssertionFailure() << "it failed because " << end.reason.toStdString();
+    return testing::AssertionSuccess();
+}
+
 SessionTest::Lines SessionTest::sent(std::size_t number) const
 {
     return number <= server.messages.size() ? lines(server.messages[number - 1]) : Lines();

@@ -26,6 +26,8 @@ protected:
 
     /// Runs the session, and keeps the nonces in the account as the next session would find them.
     SessionEnd run(UserInteraction *user = nullptr);
+    /// Runs the session, which has to fail for that reason.
+    testing::AssertionResult failsWith(const char *reason);
     /// What the client said in its message of that number, from 1.
     Lines sent(std::size_t number) const;
     const syncml::Message &message(std::size_t number) const
