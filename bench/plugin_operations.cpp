@@ -1,10 +1,10 @@
 #include "plugin_operations.h"
 
+#include "codec.h"
 #include "dmnative/dmt_plugin_api.h"
 #include "management_tree.h"
 #include "package.h"
 #include "required_calls.h"
-#include "syncml/codec.h"
 #include "temporary_handset.h"
 
 #include <benchmark/benchmark.h>

@@ -13,9 +13,9 @@
 //
 // items_per_second counts commands; for the session over HTTP it counts messages of the client.
 // Where the number of commands grows tenfold, so should the time.
+#include "http_transport.h"
 #include "memory_tree.h"
-#include "session/http_transport.h"
-#include "session/session.h"
+#include "session.h"
 
 #include <QCoreApplication>
 #include <QTcpServer>

@@ -10,7 +10,7 @@
 #include "commands.h"
 #include "console.h"
 #include "profile_fields.h"
-#include "support/standard_streams.h"
+#include "standard_streams.h"
 
 namespace {
 

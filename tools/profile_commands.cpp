@@ -4,10 +4,10 @@
 #include <optional>
 
 #include "console.h"
+#include "line_input.h"
 #include "profile_fields.h"
 #include "profile_json.h"
 #include "profile_service.h"
-#include "support/line_input.h"
 
 namespace {
 

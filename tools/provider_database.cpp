@@ -1,6 +1,6 @@
 #include "provider_database.h"
 
-#include "support/xml_guard.h"
+#include "xml_guard.h"
 
 #include <QXmlStreamReader>
 

@@ -1,10 +1,11 @@
 // dmclient account
 
-#include "cli/command_table.h"
-#include "cli/commands.h"
-#include "cli/secret_input.h"
+#include "accounts.h"
+#include "command_table.h"
+#include "commands.h"
+#include "line_input.h"
+#include "secret_input.h"
 #include "secret_leaf.h"
-#include "support/line_input.h"
 
 #include <algorithm>
 #include <iterator>

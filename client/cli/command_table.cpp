@@ -1,6 +1,6 @@
-#include "cli/command_table.h"
+#include "command_table.h"
 
-#include "cli/commands.h"
+#include "commands.h"
 
 #include <QCommandLineParser>
 #include <algorithm>

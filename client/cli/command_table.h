@@ -1,9 +1,9 @@
 // The commands of dmclient: one table drives dispatch, --help, the shell's help and completion.
 #pragma once
 
-#include "cli/exit_status.h"
-#include "cli/output.h"
 #include "dm_device.h"
+#include "exit_status.h"
+#include "output.h"
 
 #include <QMap>
 #include <QStringList>

@@ -1,13 +1,13 @@
-#include "cli/commands.h"
+#include "commands.h"
 
-#include "cli/command_table.h"
-#include "cli/secret_input.h"
-#include "cli/shell.h"
-#include "cli/tree_drawing.h"
+#include "command_table.h"
 #include "ddf.h"
+#include "line_input.h"
 #include "package.h"
+#include "secret_input.h"
 #include "secret_leaf.h"
-#include "support/line_input.h"
+#include "shell.h"
+#include "tree_drawing.h"
 
 #include <QFile>
 #include <QJsonDocument>

@@ -1,7 +1,7 @@
 // What the commands of the table do.
 #pragma once
 
-#include "cli/exit_status.h"
+#include "exit_status.h"
 
 #include <QString>
 

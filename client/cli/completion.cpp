@@ -1,6 +1,6 @@
-#include "cli/completion.h"
+#include "completion.h"
 
-#include "cli/command_table.h"
+#include "command_table.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 // What could stand next on a line of the shell.
 #pragma once
 
-#include "cli/words.h"
 #include "management_tree.h"
+#include "words.h"
 
 #include <vector>
 

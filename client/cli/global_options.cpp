@@ -1,6 +1,6 @@
-#include "cli/global_options.h"
+#include "global_options.h"
 
-#include "cli/command_table.h"
+#include "command_table.h"
 
 #include <QCommandLineParser>
 

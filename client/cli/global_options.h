@@ -1,9 +1,9 @@
 // The options of dmclient itself, which stand before the command.
 #pragma once
 
-#include "cli/exit_status.h"
-#include "cli/output.h"
 #include "dm_device.h"
+#include "exit_status.h"
+#include "output.h"
 
 #include <QStringList>
 #include <optional>

@@ -1,4 +1,4 @@
-#include "cli/interrupt_guard.h"
+#include "interrupt_guard.h"
 
 #include <cerrno>
 #include <sys/eventfd.h>

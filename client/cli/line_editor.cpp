@@ -1,6 +1,6 @@
-#include "cli/line_editor.h"
+#include "line_editor.h"
 
-#include "cli/terminal.h"
+#include "terminal.h"
 
 #include <QFile>
 #include <algorithm>

@@ -1,7 +1,7 @@
 // Editing a line on a terminal, with history and completion.
 #pragma once
 
-#include "cli/completion.h"
+#include "completion.h"
 
 #include <QByteArray>
 #include <functional>

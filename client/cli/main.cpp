@@ -1,6 +1,6 @@
-#include "cli/command_table.h"
-#include "cli/global_options.h"
-#include "support/standard_streams.h"
+#include "command_table.h"
+#include "global_options.h"
+#include "standard_streams.h"
 
 #include <QCoreApplication>
 #include <QUtf8StringView>

@@ -1,8 +1,8 @@
 // Where the commands of dmclient print.
 #pragma once
 
-#include "cli/terminal.h"
 #include "dm_status.h"
+#include "terminal.h"
 
 #include <QJsonDocument>
 

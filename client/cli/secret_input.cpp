@@ -1,7 +1,7 @@
-#include "cli/secret_input.h"
+#include "secret_input.h"
 
-#include "cli/command_table.h"
-#include "support/line_input.h"
+#include "command_table.h"
+#include "line_input.h"
 
 #include <unistd.h>
 

@@ -1,14 +1,14 @@
 // dmclient session
 
-#include "cli/command_table.h"
-#include "cli/commands.h"
-#include "cli/interrupt_guard.h"
-#include "cli/session_report.h"
-#include "cli/terminal.h"
-#include "cli/terminal_user.h"
-#include "session/client_event.h"
-#include "session/http_transport.h"
-#include "session/trace.h"
+#include "client_event.h"
+#include "command_table.h"
+#include "commands.h"
+#include "http_transport.h"
+#include "interrupt_guard.h"
+#include "session_report.h"
+#include "terminal.h"
+#include "terminal_user.h"
+#include "trace.h"
 
 #include <QHostAddress>
 #include <chrono>

@@ -1,4 +1,4 @@
-#include "cli/session_report.h"
+#include "session_report.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>

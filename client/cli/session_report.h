@@ -1,8 +1,8 @@
 // A session as it goes by, for people and for programs.
 #pragma once
 
-#include "cli/output.h"
-#include "session/session.h"
+#include "output.h"
+#include "session.h"
 
 namespace client::cli {
 

@@ -1,12 +1,12 @@
-#include "cli/shell.h"
+#include "shell.h"
 
-#include "cli/command_table.h"
-#include "cli/completion.h"
-#include "cli/line_editor.h"
-#include "cli/terminal.h"
-#include "cli/words.h"
+#include "command_table.h"
+#include "completion.h"
+#include "line_editor.h"
 #include "private_storage.h"
 #include "secret_leaf.h"
+#include "terminal.h"
+#include "words.h"
 
 #include <QFile>
 #include <algorithm>

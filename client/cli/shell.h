@@ -1,9 +1,9 @@
 // Many commands on one mount.
 #pragma once
 
-#include "cli/exit_status.h"
-#include "cli/output.h"
 #include "dm_device.h"
+#include "exit_status.h"
+#include "output.h"
 
 #include <QByteArray>
 

@@ -1,4 +1,4 @@
-#include "cli/terminal.h"
+#include "terminal.h"
 
 #include "foreign_text.h"
 

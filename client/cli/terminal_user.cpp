@@ -1,6 +1,6 @@
-#include "cli/terminal_user.h"
+#include "terminal_user.h"
 
-#include "cli/terminal.h"
+#include "terminal.h"
 
 #include <QRegularExpression>
 #include <QStringList>

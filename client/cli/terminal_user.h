@@ -1,8 +1,8 @@
 // The person at the terminal, asked on behalf of a DM server.
 #pragma once
 
-#include "session/user_interaction.h"
-#include "support/line_input.h"
+#include "line_input.h"
+#include "user_interaction.h"
 
 namespace client::cli {
 

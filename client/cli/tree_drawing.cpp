@@ -1,4 +1,4 @@
-#include "cli/tree_drawing.h"
+#include "tree_drawing.h"
 
 #include "secret_leaf.h"
 

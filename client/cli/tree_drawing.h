@@ -1,8 +1,8 @@
 // Showing a listing of the management tree.
 #pragma once
 
-#include "cli/terminal.h"
 #include "management_tree.h"
+#include "terminal.h"
 
 #include <QJsonObject>
 #include <QStringList>

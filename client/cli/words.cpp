@@ -1,4 +1,4 @@
-#include "cli/words.h"
+#include "words.h"
 
 #include <histedit.h>
 #include <memory>

@@ -1,4 +1,4 @@
-#include "session/answer_queue.h"
+#include "answer_queue.h"
 
 #include "answer_size.h"
 

@@ -1,7 +1,7 @@
 // What the client has still to say, in messages of the size that the server takes.
 #pragma once
 
-#include "syncml/codec.h"
+#include "codec.h"
 
 #include <QString>
 #include <deque>

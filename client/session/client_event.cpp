@@ -1,4 +1,4 @@
-#include "session/client_event.h"
+#include "client_event.h"
 
 #include "node_uri.h"
 #include "node_value.h"

@@ -1,4 +1,4 @@
-#include "session/command_runner.h"
+#include "command_runner.h"
 
 #include "alerts.h"
 

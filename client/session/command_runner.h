@@ -2,9 +2,9 @@
 #pragma once
 
 #include "command_processor.h"
-#include "session/large_object.h"
-#include "session/session_observer.h"
-#include "session/user_interaction.h"
+#include "large_object.h"
+#include "session_observer.h"
+#include "user_interaction.h"
 
 #include <QString>
 #include <chrono>

@@ -1,6 +1,6 @@
-#include "session/http_transport.h"
+#include "http_transport.h"
 
-#include "session/authentication.h"
+#include "authentication.h"
 
 #include <QEventLoop>
 #include <QFile>

@@ -1,7 +1,7 @@
 // DM over HTTP and HTTPS.
 #pragma once
 
-#include "session/transport.h"
+#include "transport.h"
 
 #include <QNetworkAccessManager>
 #include <QSslConfiguration>

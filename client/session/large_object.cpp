@@ -1,4 +1,4 @@
-#include "session/large_object.h"
+#include "large_object.h"
 
 #include <utility>
 

@@ -1,4 +1,4 @@
-#include "session/proofs.h"
+#include "proofs.h"
 
 namespace client {
 

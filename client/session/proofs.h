@@ -1,11 +1,11 @@
 // The two proofs of a session: the client's to the server, and the server's to the client.
 #pragma once
 
+#include "accounts.h"
+#include "authentication.h"
 #include "dm_status.h"
-#include "session/accounts.h"
-#include "session/authentication.h"
-#include "session/transport.h"
-#include "syncml/message.h"
+#include "message.h"
+#include "transport.h"
 
 #include <QString>
 #include <optional>

@@ -1,8 +1,8 @@
-#include "session/session.h"
+#include "session.h"
 
 #include "alerts.h"
 #include "answer_size.h"
-#include "package.h"
+#include "header_status.h"
 
 #include <QRandomGenerator>
 #include <algorithm>

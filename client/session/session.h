@@ -1,15 +1,15 @@
 // A whole management session with one DM server.
 #pragma once
 
-#include "session/accounts.h"
-#include "session/answer_queue.h"
-#include "session/client_event.h"
-#include "session/command_runner.h"
-#include "session/proofs.h"
-#include "session/session_observer.h"
-#include "session/transport.h"
-#include "session/user_interaction.h"
-#include "syncml/codec.h"
+#include "accounts.h"
+#include "answer_queue.h"
+#include "client_event.h"
+#include "codec.h"
+#include "command_runner.h"
+#include "proofs.h"
+#include "session_observer.h"
+#include "transport.h"
+#include "user_interaction.h"
 
 #include <QString>
 #include <chrono>

@@ -1,8 +1,8 @@
 // What a session tells those who watch it.
 #pragma once
 
-#include "session/transport.h"
-#include "syncml/codec.h"
+#include "codec.h"
+#include "transport.h"
 
 #include <QString>
 #include <QStringList>

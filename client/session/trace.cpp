@@ -1,11 +1,11 @@
-#include "session/trace.h"
+#include "trace.h"
 
+#include "authentication.h"
 #include "dm_status.h"
 #include "foreign_text.h"
 #include "secret_leaf.h"
-#include "session/authentication.h"
-#include "session/user_interaction.h"
-#include "syncml/xml_codec.h"
+#include "user_interaction.h"
+#include "xml_codec.h"
 
 #include <QFileInfo>
 #include <QXmlStreamWriter>

@@ -1,7 +1,7 @@
 // A session's messages, written down for people.
 #pragma once
 
-#include "session/session_observer.h"
+#include "session_observer.h"
 
 #include <QFile>
 #include <memory>

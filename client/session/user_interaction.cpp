@@ -1,4 +1,4 @@
-#include "session/user_interaction.h"
+#include "user_interaction.h"
 
 #include "alerts.h"
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "dm_status.h"
-#include "syncml/message.h"
+#include "message.h"
 
 #include <QString>
 #include <chrono>

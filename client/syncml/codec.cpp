@@ -1,8 +1,8 @@
-#include "syncml/codec.h"
+#include "codec.h"
 
-#include "syncml/wbxml_codec.h"
-#include "syncml/xml_codec.h"
-#include "syncml/xml_text.h"
+#include "wbxml_codec.h"
+#include "xml_codec.h"
+#include "xml_text.h"
 
 namespace syncml {
 
@@ -36,6 +36,18 @@ DecodeResult decode(const QByteArray &bytes, const Limits &limits)
 EncodeResult encode(const Message &message, Encoding encoding)
 {
     return encoding == Encoding::Xml ? encodeXml(message) : encodeWbxml(message);
+}
+
+void fitEncoding(Command &command, Encoding encoding)
+{
+    for (Item &item : command.items) {
+        if (encoding != Encoding::Xml || !item.data || fitsXml(*item.data))
+            continue;
+        item.data = item.data->toBase64();
+        if (!item.meta)
+            item.meta.emplace();
+        item.meta->format = QStringLiteral("b64");
+    }
 }
 
 } // namespace syncml

@@ -1,7 +1,7 @@
 // DM messages in whichever encoding they come: start here.
 #pragma once
 
-#include "syncml/codec_result.h"
+#include "codec_result.h"
 
 namespace syncml {
 
@@ -15,5 +15,9 @@ std::optional<Encoding> recogniseEncoding(const QByteArray &bytes);
 DecodeResult decode(const QByteArray &bytes, const Limits &limits = {});
 
 EncodeResult encode(const Message &message, Encoding encoding);
+
+/// Makes the data of the command's items such that the encoding carries them: data that is not text
+/// goes into XML as base64, and its Format says so.
+void fitEncoding(Command &command, Encoding encoding);
 
 } // namespace syncml

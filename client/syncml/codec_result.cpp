@@ -1,4 +1,4 @@
-#include "syncml/codec_result.h"
+#include "codec_result.h"
 
 namespace syncml {
 

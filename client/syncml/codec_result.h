@@ -1,7 +1,7 @@
 // What both codecs take and give back besides the message itself.
 #pragma once
 
-#include "syncml/message.h"
+#include "message.h"
 
 #include <QByteArray>
 #include <QString>

@@ -1,4 +1,4 @@
-#include "syncml/element.h"
+#include "element.h"
 
 #include <algorithm>
 #include <array>

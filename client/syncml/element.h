@@ -1,7 +1,7 @@
 // The element names of a message, their WBXML codes, and which parts each command is made of.
 #pragma once
 
-#include "syncml/message.h"
+#include "message.h"
 
 #include <QStringView>
 #include <QtGlobal>

@@ -2,7 +2,7 @@
 // share.
 #pragma once
 
-#include "syncml/element.h"
+#include "element.h"
 
 #include <QByteArray>
 #include <QString>

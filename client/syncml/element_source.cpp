@@ -1,6 +1,6 @@
-#include "syncml/element_source.h"
+#include "element_source.h"
 
-#include "syncml/xml_text.h"
+#include "xml_text.h"
 
 #include <utility>
 

@@ -2,8 +2,8 @@
 // share, with the limits and the place of the first fault.
 #pragma once
 
-#include "syncml/codec_result.h"
-#include "syncml/element.h"
+#include "codec_result.h"
+#include "element.h"
 
 #include <QByteArray>
 #include <QString>

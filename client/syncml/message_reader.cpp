@@ -1,7 +1,7 @@
-#include "syncml/message_reader.h"
+#include "message_reader.h"
 
-#include "syncml/element.h"
-#include "syncml/element_source.h"
+#include "element.h"
+#include "element_source.h"
 
 #include <algorithm>
 #include <bitset>

@@ -1,7 +1,7 @@
 // Elements to a message.
 #pragma once
 
-#include "syncml/codec_result.h"
+#include "codec_result.h"
 
 namespace syncml {
 

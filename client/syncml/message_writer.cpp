@@ -1,7 +1,7 @@
-#include "syncml/message_writer.h"
+#include "message_writer.h"
 
-#include "syncml/element.h"
-#include "syncml/element_sink.h"
+#include "element.h"
+#include "element_sink.h"
 
 #include <algorithm>
 

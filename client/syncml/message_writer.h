@@ -1,7 +1,7 @@
 // A message to elements.
 #pragma once
 
-#include "syncml/codec_result.h"
+#include "codec_result.h"
 
 namespace syncml {
 

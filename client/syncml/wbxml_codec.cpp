@@ -1,10 +1,10 @@
-#include "syncml/wbxml_codec.h"
+#include "wbxml_codec.h"
 
-#include "syncml/element_sink.h"
-#include "syncml/element_source.h"
-#include "syncml/message_reader.h"
-#include "syncml/message_writer.h"
-#include "syncml/xml_text.h"
+#include "element_sink.h"
+#include "element_source.h"
+#include "message_reader.h"
+#include "message_writer.h"
+#include "xml_text.h"
 
 #include <QByteArrayView>
 #include <algorithm>

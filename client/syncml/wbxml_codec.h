@@ -1,7 +1,7 @@
 // DM messages as WBXML.
 #pragma once
 
-#include "syncml/codec_result.h"
+#include "codec_result.h"
 
 namespace syncml {
 

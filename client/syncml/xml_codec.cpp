@@ -1,11 +1,11 @@
-#include "syncml/xml_codec.h"
+#include "xml_codec.h"
 
-#include "support/xml_guard.h"
-#include "syncml/element_sink.h"
-#include "syncml/element_source.h"
-#include "syncml/message_reader.h"
-#include "syncml/message_writer.h"
-#include "syncml/xml_text.h"
+#include "element_sink.h"
+#include "element_source.h"
+#include "message_reader.h"
+#include "message_writer.h"
+#include "xml_guard.h"
+#include "xml_text.h"
 
 #include <QXmlStreamReader>
 #include <QXmlStreamWriter>

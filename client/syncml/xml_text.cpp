@@ -1,4 +1,4 @@
-#include "syncml/xml_text.h"
+#include "xml_text.h"
 
 #include <QStringConverter>
 #include <algorithm>

@@ -6,21 +6,21 @@
 // The inputs are the ones that a parser which looks back over what it has read is slowest with:
 // very many small pieces, or one very large one.
 #include "access_control.h"
-#include "cli/terminal.h"
-#include "cli/words.h"
+#include "account_tree.h"
+#include "accounts.h"
+#include "answer_queue.h"
+#include "codec.h"
 #include "node_uri.h"
 #include "node_value.h"
 #include "package.h"
 #include "profile_json.h"
 #include "property_store.h"
 #include "provider_database.h"
-#include "session/account_tree.h"
-#include "session/accounts.h"
-#include "session/answer_queue.h"
-#include "session/user_interaction.h"
 #include "settings_format.h"
-#include "syncml/codec.h"
+#include "terminal.h"
 #include "tnds.h"
+#include "user_interaction.h"
+#include "words.h"
 
 #include <QFile>
 #include <QTemporaryDir>

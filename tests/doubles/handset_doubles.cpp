@@ -1,6 +1,6 @@
 #include "handset_doubles.h"
 
-#include "dmnative/dmnative_control.h"
+#include "dmnative_control.h"
 
 #include <cstdlib>
 #include <iostream>

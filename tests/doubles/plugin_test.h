@@ -3,8 +3,8 @@
 
 #include "DM_Napi_PluginNode.h"
 #include "DM_Napi_PluginTree.h"
-#include "dmnative/dmnative_control.h"
 #include "dmnative/dmt_plugin_api.h"
+#include "dmnative_control.h"
 #include "handset_doubles.h"
 #include "plugin_tree_probe.h"
 #include "setup_set_manager.h"

@@ -3,10 +3,10 @@
 // The first byte says how the session begins, the rest are the server's messages one after another,
 // separated by a line of two percent signs.
 
+#include "header_status.h"
 #include "memory_tree.h"
-#include "package.h"
-#include "session/session.h"
-#include "session/trace.h"
+#include "session.h"
+#include "trace.h"
 
 #include <cstdint>
 #include <cstdio>

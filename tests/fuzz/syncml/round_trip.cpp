@@ -1,7 +1,7 @@
 #include "round_trip.h"
 
-#include "syncml/wbxml_codec.h"
-#include "syncml/xml_codec.h"
+#include "wbxml_codec.h"
+#include "xml_codec.h"
 
 #include <cstdio>
 #include <cstdlib>

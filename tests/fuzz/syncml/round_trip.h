@@ -1,7 +1,7 @@
 // What must hold of whatever bytes a codec is given.
 #pragma once
 
-#include "syncml/codec.h"
+#include "codec.h"
 
 #include <cstddef>
 #include <cstdint>

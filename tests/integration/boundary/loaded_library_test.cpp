@@ -2,7 +2,7 @@
 #include "loaded_plugin.h"
 
 #include "aplog.h"
-#include "dmnative/dmnative_control.h"
+#include "dmnative_control.h"
 #include "setup_set_manager.h"
 
 #include <gtest/gtest.h>

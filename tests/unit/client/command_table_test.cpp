@@ -1,8 +1,8 @@
 // The table of commands and what is made from it.
 
-#include "cli/command_table.h"
-#include "cli/shell.h"
-#include "session/accounts.h"
+#include "accounts.h"
+#include "command_table.h"
+#include "shell.h"
 
 #include <gtest/gtest.h>
 

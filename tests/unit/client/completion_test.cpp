@@ -1,8 +1,8 @@
 // What could stand next on a line of the shell.
 
-#include "cli/completion.h"
+#include "completion.h"
 
-#include "cli/command_table.h"
+#include "command_table.h"
 #include "mounted_tree.h"
 
 #include <set>

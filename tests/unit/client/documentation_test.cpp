@@ -1,7 +1,7 @@
 // The manual page, --help and the tables of dmclient name the same things.
 
-#include "cli/command_table.h"
-#include "cli/global_options.h"
+#include "command_table.h"
+#include "global_options.h"
 
 #include <QFile>
 #include <QRegularExpression>

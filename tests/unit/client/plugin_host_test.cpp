@@ -2,7 +2,7 @@
 
 #include "dm_device.h"
 
-#include "dmnative/dmnative_control.h"
+#include "dmnative_control.h"
 
 #include <QFile>
 #include <QFileInfo>

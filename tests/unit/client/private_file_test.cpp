@@ -30,7 +30,7 @@ extern "C" int fsync(int file)
     return static_cast<int>(::syscall(SYS_fsync, file));
 }
 
-namespace client {
+namespace support {
 
 namespace {
 
@@ -198,4 +198,4 @@ TEST_F(PrivateFileTest, WhatIsNoJsonObjectIsRefusedWithThePlace)
 
 } // namespace
 
-} // namespace client
+} // namespace support

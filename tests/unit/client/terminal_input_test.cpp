@@ -1,7 +1,7 @@
 // Reading lines that a person types.
 
-#include "cli/interrupt_guard.h"
-#include "support/line_input.h"
+#include "interrupt_guard.h"
+#include "line_input.h"
 
 #include <csignal>
 #include <gtest/gtest.h>

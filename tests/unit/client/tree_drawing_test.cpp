@@ -1,6 +1,6 @@
 // Showing trees to people and to programs.
 
-#include "cli/tree_drawing.h"
+#include "tree_drawing.h"
 
 #include "mounted_tree.h"
 

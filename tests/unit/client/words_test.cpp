@@ -1,6 +1,6 @@
 // The words of a line of the shell.
 
-#include "cli/words.h"
+#include "words.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // The host engine: its table of nodes, its memory, its strings and values.
 
-#include "dmnative/dmnative_control.h"
 #include "dmnative/dmt_tree.h"
+#include "dmnative_control.h"
 
 #include <gtest/gtest.h>
 

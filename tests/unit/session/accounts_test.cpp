@@ -1,6 +1,6 @@
 // The DM accounts: their fields, their file, and their nodes.
 
-#include "session/account_tree.h"
+#include "account_tree.h"
 
 #include "mounted_tree.h"
 #include "node_value.h"

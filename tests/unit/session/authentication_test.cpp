@@ -1,6 +1,6 @@
 // Proofs, challenges and the HTTP header of HMAC.
 
-#include "session/authentication.h"
+#include "authentication.h"
 
 #include <gtest/gtest.h>
 #include <set>

@@ -1,6 +1,6 @@
 // Events as a person types them.
 
-#include "session/client_event.h"
+#include "client_event.h"
 
 #include <gtest/gtest.h>
 

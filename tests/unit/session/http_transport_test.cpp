@@ -1,8 +1,8 @@
 // Messages over HTTP, against a server on this machine that answers as the test says.
 
-#include "session/http_transport.h"
+#include "http_transport.h"
 
-#include "session/authentication.h"
+#include "authentication.h"
 
 #include <QCoreApplication>
 #include <QFile>

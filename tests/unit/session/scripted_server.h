@@ -1,9 +1,9 @@
 // A DM server that says what a test has written down, in the place of a network.
 #pragma once
 
-#include "session/authentication.h"
-#include "session/transport.h"
-#include "syncml/codec.h"
+#include "authentication.h"
+#include "codec.h"
+#include "transport.h"
 
 #include <QByteArray>
 #include <functional>

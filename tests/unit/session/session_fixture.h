@@ -3,7 +3,7 @@
 
 #include "mounted_tree.h"
 #include "scripted_server.h"
-#include "session/session.h"
+#include "session.h"
 
 namespace client {
 

@@ -1,6 +1,6 @@
 // The trace of a session: readable, and without secrets.
 
-#include "session/trace.h"
+#include "trace.h"
 
 #include "session_fixture.h"
 

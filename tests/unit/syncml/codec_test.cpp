@@ -1,8 +1,8 @@
 // What holds for both encodings alike.
 
+#include "codec.h"
 #include "dtd_check.h"
 #include "sample_messages.h"
-#include "syncml/codec.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // Taking the result of a decoder apart in a test.
 #pragma once
 
-#include "syncml/codec_result.h"
+#include "codec_result.h"
 
 #include <gtest/gtest.h>
 #include <string>

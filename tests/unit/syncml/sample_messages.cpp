@@ -1,6 +1,6 @@
 #include "sample_messages.h"
 
-#include "syncml/xml_codec.h"
+#include "xml_codec.h"
 
 #include <ostream>
 #include <utility>

@@ -1,7 +1,7 @@
 // Messages that together hold every element of DM, for the tests of both codecs.
 #pragma once
 
-#include "syncml/message.h"
+#include "message.h"
 
 #include <iosfwd>
 #include <string>

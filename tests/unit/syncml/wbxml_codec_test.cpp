@@ -1,10 +1,10 @@
 // Reading and writing WBXML. The byte vectors were put together by hand from the token tables.
 
-#include "syncml/wbxml_codec.h"
+#include "wbxml_codec.h"
 
 #include "decode_result.h"
 #include "sample_messages.h"
-#include "syncml/xml_codec.h"
+#include "xml_codec.h"
 
 #include <QList>
 #include <gtest/gtest.h>

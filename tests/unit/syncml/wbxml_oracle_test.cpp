@@ -4,8 +4,8 @@
 #include "decode_result.h"
 #include "dtd_check.h"
 #include "sample_messages.h"
-#include "syncml/wbxml_codec.h"
-#include "syncml/xml_codec.h"
+#include "wbxml_codec.h"
+#include "xml_codec.h"
 
 #include <QProcess>
 #include <QStandardPaths>

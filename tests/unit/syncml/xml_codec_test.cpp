@@ -1,6 +1,6 @@
 // Reading and writing XML.
 
-#include "syncml/xml_codec.h"
+#include "xml_codec.h"
 
 #include "decode_result.h"
 #include "sample_messages.h"

@@ -1,26 +1,12 @@
 // Answering one package of a DM server.
 #pragma once
 
+#include "codec.h"
 #include "management_tree.h"
-#include "syncml/codec.h"
 
 #include <optional>
 
 namespace client {
-
-/// DTD and protocol version that this client speaks.
-inline constexpr char dtdVersion[] = "1.2";
-inline constexpr char protocolVersion[] = "DM/1.2";
-
-/// 200 for a header of those versions; 505 or 513 for another one.
-DmStatus statusOfHeader(const syncml::SyncHdr &header);
-
-/// The Status that answers a message's header. CmdID and MsgRef are left open.
-syncml::Command headerStatus(const syncml::SyncHdr &header, DmStatus status);
-
-/// Makes the data of the command's items such that the encoding carries them: data that is no text
-/// goes into XML as base64, and its Format says so.
-void fitEncoding(syncml::Command &command, syncml::Encoding encoding);
 
 /// What the client has to say about one message of a server.
 struct PackageAnswer {

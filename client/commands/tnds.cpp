@@ -1,7 +1,7 @@
 #include "tnds.h"
 
 #include "ddf.h"
-#include "syncml/xml_codec.h"
+#include "xml_codec.h"
 
 #include <QXmlStreamWriter>
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <unistd.h>
 
-namespace client {
+namespace support {
 
 namespace {
 
@@ -124,4 +124,4 @@ bool PrivateFile::replace(const QByteArray &bytes, QString &error) const
     return true;
 }
 
-} // namespace client
+} // namespace support

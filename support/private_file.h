@@ -1,11 +1,11 @@
-// Small files of the client that nobody else may read and that must not be lost.
+// Small files of a program that nobody else may read and that must not be lost.
 #pragma once
 
 #include <QByteArray>
 #include <QJsonObject>
 #include <QString>
 
-namespace client {
+namespace support {
 
 /// One such file. What it is limited to in reading it is limited to in writing, so that whatever
 /// was written can be read again.
@@ -38,4 +38,4 @@ private:
     qsizetype m_largestBytes;
 };
 
-} // namespace client
+} // namespace support

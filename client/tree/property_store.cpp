@@ -328,10 +328,11 @@ std::optional<PropertyStore> PropertyStore::load(const QString &file, const Prof
 {
     PropertyStore store;
     QJsonObject nodes;
-    const PrivateFile::Reading reading = PrivateFile(file, largestFile).readObject(nodes, error);
-    if (reading == PrivateFile::Reading::Missing)
+    const support::PrivateFile::Reading reading =
+        support::PrivateFile(file, largestFile).readObject(nodes, error);
+    if (reading == support::PrivateFile::Reading::Missing)
         return store;
-    if (reading == PrivateFile::Reading::Failed)
+    if (reading == support::PrivateFile::Reading::Failed)
         return std::nullopt;
     bool isOutdated = false;
     for (auto entry = nodes.begin(); entry != nodes.end(); ++entry) {
@@ -360,11 +361,11 @@ bool PropertyStore::forgetInFile(const QString &path, const std::optional<NodeUr
                                  const QByteArray &server, const AccessControlList &rootAcl,
                                  QString &error)
 {
-    const PrivateFile file(path, largestFile);
+    const support::PrivateFile file(path, largestFile);
     QJsonObject nodes;
-    const PrivateFile::Reading reading = file.readObject(nodes, error);
-    if (reading != PrivateFile::Reading::Done)
-        return reading == PrivateFile::Reading::Missing;
+    const support::PrivateFile::Reading reading = file.readObject(nodes, error);
+    if (reading != support::PrivateFile::Reading::Done)
+        return reading == support::PrivateFile::Reading::Missing;
     QJsonObject changed = nodes;
     for (auto entry = nodes.begin(); entry != nodes.end(); ++entry) {
         const Key key = readKey(entry.key(), {});
@@ -408,7 +409,7 @@ bool PropertyStore::save(const QString &file, const ProfileNumbers &numbers, QSt
     QByteArray bytes = QJsonDocument(all).toJson(QJsonDocument::Compact);
     if (bytes.size() > largestFile)
         bytes = QJsonDocument(nodes).toJson(QJsonDocument::Compact);
-    if (!PrivateFile(file, largestFile).replace(bytes, error))
+    if (!support::PrivateFile(file, largestFile).replace(bytes, error))
         return false;
     m_isChanged = false;
     return true;

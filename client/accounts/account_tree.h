@@ -1,8 +1,8 @@
 // The DM accounts as nodes.
 #pragma once
 
+#include "accounts.h"
 #include "dmnative/dmt_tree.h"
-#include "session/accounts.h"
 
 #include <functional>
 

@@ -2,8 +2,8 @@
 // themselves with.
 #pragma once
 
+#include "authentication.h"
 #include "private_file.h"
-#include "session/authentication.h"
 
 #include <QByteArray>
 #include <QJsonValue>
@@ -115,7 +115,7 @@ private:
     void read(const QJsonObject &accounts);
     bool write(const Accounts &accounts, const DamagedAccounts &damaged, QString &error) const;
 
-    PrivateFile m_file;
+    support::PrivateFile m_file;
     Accounts m_accounts;
     DamagedAccounts m_damagedAccounts;
     QString m_damage;

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "management_tree.h"
-#include "syncml/message.h"
+#include "message.h"
 #include "undo_log.h"
 
 #include <functional>

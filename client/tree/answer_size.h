@@ -1,7 +1,7 @@
 // How much the client says at most in answer to a server.
 #pragma once
 
-#include "syncml/message.h"
+#include "message.h"
 
 namespace client {
 

@@ -1,4 +1,4 @@
-#include "session/account_tree.h"
+#include "account_tree.h"
 
 #include "node_value.h"
 

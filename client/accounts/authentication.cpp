@@ -1,4 +1,4 @@
-#include "session/authentication.h"
+#include "authentication.h"
 
 #include <QCryptographicHash>
 #include <QRandomGenerator>

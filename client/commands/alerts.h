@@ -1,7 +1,7 @@
 // The alerts that a server and the client send each other, by their codes.
 #pragma once
 
-#include "syncml/message.h"
+#include "message.h"
 
 namespace client {
 

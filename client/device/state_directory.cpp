@@ -3,7 +3,7 @@
 #include "private_file.h"
 #include "private_storage.h"
 #include "state_location.h"
-#include "syncml/xml_text.h"
+#include "xml_text.h"
 
 #include <QDir>
 #include <QFile>
@@ -103,12 +103,13 @@ std::optional<QByteArray> deviceIdIn(QByteArray content)
 QByteArray StateDirectory::deviceId(QString &error) const
 {
     constexpr qsizetype lineBreak = 2;
-    const PrivateFile file(clientFile(QStringLiteral("device-id")), longestDeviceId + lineBreak);
+    const support::PrivateFile file(clientFile(QStringLiteral("device-id")),
+                                    longestDeviceId + lineBreak);
     QByteArray id;
     switch (file.read(id, error)) {
-    case PrivateFile::Reading::Failed:
+    case support::PrivateFile::Reading::Failed:
         return {};
-    case PrivateFile::Reading::Done: {
+    case support::PrivateFile::Reading::Done: {
         const auto found = deviceIdIn(id);
         if (!found)
             error =
@@ -118,7 +119,7 @@ QByteArray StateDirectory::deviceId(QString &error) const
                     .arg(longestDeviceId);
         return found.value_or(QByteArray());
     }
-    case PrivateFile::Reading::Missing:
+    case support::PrivateFile::Reading::Missing:
         break;
     }
     id = "urn:uuid:" + QUuid::createUuid().toByteArray(QUuid::WithoutBraces);

@@ -4,7 +4,7 @@
 // nothing more. TLS protects a session; these authenticate its ends to each other.
 #pragma once
 
-#include "syncml/message.h"
+#include "message.h"
 
 #include <QByteArray>
 #include <QString>

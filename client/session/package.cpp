@@ -1,9 +1,10 @@
 #include "package.h"
 
 #include "alerts.h"
-#include "session/command_runner.h"
-#include "session/proofs.h"
-#include "syncml/xml_codec.h"
+#include "command_runner.h"
+#include "header_status.h"
+#include "proofs.h"
+#include "xml_codec.h"
 
 #include <algorithm>
 
@@ -13,39 +14,6 @@ using syncml::Command;
 using syncml::CommandKind;
 using syncml::Message;
 using syncml::SyncHdr;
-
-DmStatus statusOfHeader(const SyncHdr &header)
-{
-    if (header.verDtd != QLatin1String(dtdVersion))
-        return DmStatus::DtdVersionNotSupported;
-    if (header.verProto != QLatin1String(protocolVersion))
-        return DmStatus::ProtocolVersionNotSupported;
-    return DmStatus::Ok;
-}
-
-Command headerStatus(const SyncHdr &header, DmStatus status)
-{
-    Command answer;
-    answer.kind = CommandKind::Status;
-    answer.cmdRef = QStringLiteral("0");
-    answer.cmd = QStringLiteral("SyncHdr");
-    answer.targetRefs = {header.target.locUri};
-    answer.sourceRefs = {header.source.locUri};
-    answer.data = QByteArray::number(static_cast<int>(status));
-    return answer;
-}
-
-void fitEncoding(Command &command, syncml::Encoding encoding)
-{
-    for (syncml::Item &item : command.items) {
-        if (encoding != syncml::Encoding::Xml || !item.data || syncml::fitsXml(*item.data))
-            continue;
-        item.data = item.data->toBase64();
-        if (!item.meta)
-            item.meta.emplace();
-        item.meta->format = QStringLiteral("b64");
-    }
-}
 
 namespace {
 

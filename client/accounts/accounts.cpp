@@ -1,6 +1,6 @@
-#include "session/accounts.h"
+#include "accounts.h"
 
-#include "syncml/xml_text.h"
+#include "xml_text.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -266,7 +266,7 @@ AccountStore AccountStore::load(const QString &file)
 {
     AccountStore store(file);
     QJsonObject accounts;
-    if (store.m_file.readObject(accounts, store.m_damage) == PrivateFile::Reading::Done)
+    if (store.m_file.readObject(accounts, store.m_damage) == support::PrivateFile::Reading::Done)
         store.read(accounts);
     return store;
 }

@@ -2,10 +2,10 @@
 // and the management tree.
 #pragma once
 
+#include "accounts.h"
 #include "management_tree.h"
 #include "plugin_host.h"
 #include "plugin_log.h"
-#include "session/accounts.h"
 #include "state_directory.h"
 
 #include <QStringList>

@@ -1,7 +1,7 @@
 #include "dm_device.h"
 
+#include "account_tree.h"
 #include "profile_mapping.h"
-#include "session/account_tree.h"
 
 #include <QFile>
 #include <algorithm>
