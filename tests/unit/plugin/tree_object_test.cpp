@@ -49,7 +49,7 @@ TEST_F(TreeObjectTest, AnyOtherRootIsOfTheNapdefKind)
     }
 }
 
-TEST_F(TreeObjectTest, DestructionFreesEveryRecordTheNameListAndTheSettingsFile)
+TEST_F(TreeObjectTest, DestructionFreesEveryMappingTheNameListAndTheSettingsFile)
 {
     TreePtr tree = NewTree(CONN_ROOT);
     PluginTreeProbe probe(*tree);
@@ -66,6 +66,35 @@ TEST_F(TreeObjectTest, DestructionFreesEveryRecordTheNameListAndTheSettingsFile)
     EXPECT_EQ(handset.journal.Lines(), (Lines{"~SETUP_SET_Manager(napdef)"}));
     ExpectNothingLogged();
     // The fixture looks for what is left.
+}
+
+/// A settings file that counts the engine's blocks when it is closed.
+class FileThatCountsBlocks : public SETUP_SET_Manager {
+public:
+    explicit FileThatCountsBlocks(std::size_t &blocksAtClose)
+        : SETUP_SET_Manager(QString::fromStdString(NAPDEF_FILE), false),
+          m_blocksAtClose(blocksAtClose)
+    {
+    }
+    ~FileThatCountsBlocks() override { m_blocksAtClose = dmnative_control::LiveBlocks(); }
+
+private:
+    std::size_t &m_blocksAtClose;
+};
+
+TEST_F(TreeObjectTest, DestructionFreesTheMappingsThenTheFileThenTheNames)
+{
+    TreePtr tree = NewTree(CONN_ROOT);
+    PluginTreeProbe probe(*tree);
+    probe.Put("Office", "1Ph1DC1");
+    probe.Put("Home", "2Ph1DC1");
+    std::size_t blocksAtClose = 0;
+    probe.settings = std::make_unique<FileThatCountsBlocks>(blocksAtClose);
+    const std::size_t blocks = dmnative_control::LiveBlocks();
+
+    tree.reset();
+
+    EXPECT_EQ(blocksAtClose, blocks - 2) << "both ID keys are gone, names and vectors are not";
 }
 
 TEST_F(TreeObjectTest, DestroyingATreeWhoseLoadFailedHalfWayFreesWhatWasMapped)
