@@ -23,8 +23,8 @@ inline constexpr char INTPROFS_ROOT_PATH[] = "./DevDetail/Ext/Conf/IntProfs/Prof
 
 /// One mapped profile.
 struct ProfileInfo {
-    /// ID key as the mapping file has it: the decimal profile ID, in the NAPDEF kind followed
-    /// by the bearer suffix "Ph1DC1", "Ph2DC1" or "Ph3DC1".
+    /// ID key as the mapping file has it: the decimal profile ID, in the NAPDEF kind followed by
+    /// the bearer suffix "Ph1DC1", "Ph2DC1" or "Ph3DC1".
     DMString sProfileID;
     bool bIsGPRS = false; ///< mapped with bearer "GSM-GPRS"
     bool bIsCSD = false;  ///< mapped with bearer "GSM-CSD"
