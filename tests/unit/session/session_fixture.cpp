@@ -47,9 +47,4 @@ SessionTest::Lines SessionTest::sent(std::size_t number) const
     return number <= server.messages.size() ? lines(server.messages[number - 1]) : Lines();
 }
 
-std::string encodingName(const testing::TestParamInfo<syncml::Encoding> &info)
-{
-    return info.param == syncml::Encoding::Xml ? "Xml" : "Wbxml";
-}
-
 } // namespace client

@@ -1,6 +1,7 @@
 // A client with a small tree, and a scripted server to have sessions with.
 #pragma once
 
+#include "encoding_name.h"
 #include "mounted_tree.h"
 #include "scripted_server.h"
 #include "session.h"
@@ -41,11 +42,10 @@ protected:
     Listener listener;
 };
 
-std::string encodingName(const testing::TestParamInfo<syncml::Encoding> &info);
-
 /// Makes a suite of SessionTest's run in both encodings.
 #define IN_BOTH_ENCODINGS(suite)                                                                   \
-    INSTANTIATE_TEST_SUITE_P(                                                                      \
-        In, suite, testing::Values(syncml::Encoding::Xml, syncml::Encoding::Wbxml), encodingName)
+    INSTANTIATE_TEST_SUITE_P(In, suite,                                                            \
+                             testing::Values(syncml::Encoding::Xml, syncml::Encoding::Wbxml),      \
+                             [](const auto &info) { return syncml::encodingName(info.param); })
 
 } // namespace client

@@ -2,6 +2,7 @@
 
 #include "codec.h"
 #include "dtd_check.h"
+#include "encoding_name.h"
 #include "sample_messages.h"
 
 #include <algorithm>
@@ -13,11 +14,6 @@ using namespace syncml;
 namespace {
 
 constexpr Encoding encodings[] = {Encoding::Xml, Encoding::Wbxml};
-
-std::string encodingName(Encoding encoding)
-{
-    return encoding == Encoding::Xml ? "Xml" : "Wbxml";
-}
 
 QByteArray encoded(const Message &message, Encoding encoding)
 {
