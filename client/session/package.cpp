@@ -1,9 +1,9 @@
 #include "package.h"
 
 #include "alerts.h"
-#include "command_runner.h"
 #include "header_status.h"
 #include "proofs.h"
+#include "session_commands.h"
 #include "xml_codec.h"
 
 #include <algorithm>
@@ -80,11 +80,11 @@ PackageAnswer answerPackage(const Message &request, ManagementTree &tree, syncml
     if (!answer.refusal.isNull())
         return answer;
     std::vector<Command> answers = {headerStatus(request.header, headerOutcome)};
-    CommandRunner runner(tree, principal, nullptr, {}, usualLargestObject);
+    SessionCommands commands(tree, principal, nullptr, {}, usualLargestObject);
     if (succeeded(headerOutcome))
-        runner.run(request, 0, answers);
+        commands.run(request, 0, answers);
     else
-        runner.refuse(request, {headerOutcome, {}}, answers);
+        commands.refuse(request, {headerOutcome, {}}, answers);
     const bool isFinal = request.final || !succeeded(headerOutcome) || isRequestForMore(request);
     if (!isFinal)
         answers.push_back(requestForMore());

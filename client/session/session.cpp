@@ -63,15 +63,15 @@ Session::Session(const Account &account, ManagementTree &tree, Transport &transp
                  const SessionOptions &options)
     : m_account(account), m_options(options), m_tree(tree), m_transport(transport),
       m_observers(std::move(observers)), m_prover(account.toServer), m_verifier(account.toClient),
-      m_runner(tree, principalOf(account), user, m_observers, options.maxObjectBytes),
+      m_commands(tree, principalOf(account), user, m_observers, options.maxObjectBytes),
       m_keptNonces{account.toServer.nonce, account.toClient.nonce},
       m_sessionId(options.sessionId.isEmpty() ? freshSessionId() : options.sessionId),
       m_url(account.address), m_encoding(options.encoding)
 {
-    m_runner.setAtomicAnswerCheck(
+    m_commands.setAtomicAnswerCheck(
         [this](const std::vector<Command> &answers) { return canBeSent(answers); });
-    m_runner.setTimeLeft([this] { return timeLeft(); });
-    m_runner.setEndCheck([this] { return isAbortRequested() || isOverTime(); });
+    m_commands.setTimeLeft([this] { return timeLeft(); });
+    m_commands.setEndCheck([this] { return isAbortRequested() || isOverTime(); });
 }
 
 // ---- Course of the session -----------------------------------------------------------------------
@@ -81,8 +81,8 @@ SessionEnd Session::run()
     m_deadline = m_options.clock() + m_options.timeLimit;
     queueFirstPackage();
     exchangeMessages();
-    m_end.commands = m_runner.answeredCommands();
-    m_end.refused = m_runner.refusedCommands();
+    m_end.commands = m_commands.answeredCommands();
+    m_end.refused = m_commands.refusedCommands();
     return m_end;
 }
 
@@ -397,11 +397,11 @@ std::vector<Command> Session::answer(const Message &message, DmStatus headerStat
 {
     std::vector<Command> answers;
     if (succeeded(headerStatus))
-        m_runner.run(message, m_queue.bytes(), answers);
+        m_commands.run(message, m_queue.bytes(), answers);
     else
-        m_runner.refuse(message,
-                        {headerStatus, QStringLiteral("the server's message was not accepted")},
-                        answers);
+        m_commands.refuse(message,
+                          {headerStatus, QStringLiteral("the server's message was not accepted")},
+                          answers);
     refer(answers);
     return answers;
 }
@@ -512,7 +512,7 @@ void Session::readLimits(const syncml::Meta &meta)
     if (const auto limit = bytes(meta.maxMsgSize))
         m_serversLargestMessage = *limit;
     if (const auto limit = bytes(meta.maxObjSize))
-        m_runner.setServersLargestObject(*limit);
+        m_commands.setServersLargestObject(*limit);
 }
 
 /// @return whether the session goes on

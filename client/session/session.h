@@ -5,8 +5,8 @@
 #include "answer_queue.h"
 #include "client_event.h"
 #include "codec.h"
-#include "command_runner.h"
 #include "proofs.h"
+#include "session_commands.h"
 #include "session_observer.h"
 #include "transport.h"
 #include "user_interaction.h"
@@ -133,7 +133,7 @@ private:
     std::vector<SessionObserver *> m_observers;
     ClientProver m_prover;
     ServerVerifier m_verifier;
-    CommandRunner m_runner;
+    SessionCommands m_commands;
     AnswerQueue m_queue;
 
     SessionEnd m_end;

@@ -1,4 +1,4 @@
-#include "command_runner.h"
+#include "session_commands.h"
 
 #include "alerts.h"
 
@@ -16,9 +16,9 @@ using syncml::CommandKind;
 using syncml::Item;
 using syncml::Message;
 
-CommandRunner::CommandRunner(ManagementTree &tree, const Principal &principal,
-                             UserInteraction *user, std::vector<SessionObserver *> observers,
-                             qsizetype largestObject)
+SessionCommands::SessionCommands(ManagementTree &tree, const Principal &principal,
+                                 UserInteraction *user, std::vector<SessionObserver *> observers,
+                                 qsizetype largestObject)
     : m_processor(tree, principal), m_user(user), m_observers(std::move(observers)),
       m_object(largestObject)
 {
@@ -48,7 +48,7 @@ bool leavesObjectAlone(const Command &command)
 
 } // namespace
 
-void CommandRunner::run(const Message &message, qsizetype waitingBytes, Commands &answers)
+void SessionCommands::run(const Message &message, qsizetype waitingBytes, Commands &answers)
 {
     const bool wasReceiving = m_object.isReceiving();
     m_processor.beginMessage(waitingBytes);
@@ -65,7 +65,7 @@ void CommandRunner::run(const Message &message, qsizetype waitingBytes, Commands
         abandonObject(answers);
 }
 
-void CommandRunner::refuse(const Message &message, const Outcome &outcome, Commands &answers)
+void SessionCommands::refuse(const Message &message, const Outcome &outcome, Commands &answers)
 {
     for (const Command &command : message.commands) {
         Commands own;
@@ -78,7 +78,7 @@ void CommandRunner::refuse(const Message &message, const Outcome &outcome, Comma
     }
 }
 
-void CommandRunner::runCommand(const Command &command, Commands &answers)
+void SessionCommands::runCommand(const Command &command, Commands &answers)
 {
     const bool hasValues = command.kind == CommandKind::Add || command.kind == CommandKind::Replace;
     const bool hasChunk = std::ranges::any_of(command.items, &Item::moreData);
@@ -95,7 +95,7 @@ void CommandRunner::runCommand(const Command &command, Commands &answers)
 // ---- Large objects -------------------------------------------------------------------------------
 
 /// Runs a command whose items may be chunks.
-void CommandRunner::runItems(const Command &command, Commands &answers)
+void SessionCommands::runItems(const Command &command, Commands &answers)
 {
     Command whole = command; // the items that are no chunks, and objects that have become whole
     whole.items.clear();
@@ -124,7 +124,7 @@ void CommandRunner::runItems(const Command &command, Commands &answers)
     flush(whole, answers);
 }
 
-void CommandRunner::flush(Command &items, Commands &answers)
+void SessionCommands::flush(Command &items, Commands &answers)
 {
     if (items.items.empty())
         return;
@@ -132,7 +132,7 @@ void CommandRunner::flush(Command &items, Commands &answers)
     items.items.clear();
 }
 
-void CommandRunner::abandonObject(Commands &answers)
+void SessionCommands::abandonObject(Commands &answers)
 {
     Command alert;
     alert.kind = CommandKind::Alert;
@@ -202,7 +202,7 @@ std::optional<Command> refuseTooLarge(Command &status, const Addresses &addresse
 } // namespace
 
 /// Answers with 413 what the server does not take.
-void CommandRunner::limitObjects(Commands &answers) const
+void SessionCommands::limitObjects(Commands &answers) const
 {
     if (m_serversLargestObject == 0)
         return;
@@ -226,14 +226,14 @@ void CommandRunner::limitObjects(Commands &answers) const
 
 // ---- Alerts --------------------------------------------------------------------------------------
 
-std::optional<std::chrono::seconds> CommandRunner::timeForQuestion() const
+std::optional<std::chrono::seconds> SessionCommands::timeForQuestion() const
 {
     if (!m_timeLeft)
         return std::nullopt;
     return std::chrono::ceil<std::chrono::seconds>(m_timeLeft());
 }
 
-DmStatus CommandRunner::answerAlert(const Command &alert, std::vector<Item> &items)
+DmStatus SessionCommands::answerAlert(const Command &alert, std::vector<Item> &items)
 {
     static constexpr const char *accepted[] = {alert_code::nextMessage, alert_code::sessionAbort,
                                                alert_code::noEndOfData};
@@ -301,17 +301,17 @@ QString reportedName(const Command &command)
 
 } // namespace
 
-void CommandRunner::noteReason(const Command &command, const Item &item, const Outcome &outcome)
+void SessionCommands::noteReason(const Command &command, const Item &item, const Outcome &outcome)
 {
     noteReason(command.cmdId.value_or(QString()), addressOf(item), outcome);
 }
 
-void CommandRunner::noteReason(const QString &cmdId, const QString &uri, const Outcome &outcome)
+void SessionCommands::noteReason(const QString &cmdId, const QString &uri, const Outcome &outcome)
 {
     m_reasons.try_emplace({cmdId, uri, static_cast<int>(outcome.status)}, outcome.reason);
 }
 
-QString CommandRunner::reasonFor(const QString &cmdId, const QString &uri, int status) const
+QString SessionCommands::reasonFor(const QString &cmdId, const QString &uri, int status) const
 {
     auto reason = m_reasons.find({cmdId, uri, status});
     if (reason == m_reasons.end())
@@ -319,7 +319,7 @@ QString CommandRunner::reasonFor(const QString &cmdId, const QString &uri, int s
     return reason == m_reasons.end() ? QString() : reason->second;
 }
 
-void CommandRunner::report(const Command &command, const Commands &answers)
+void SessionCommands::report(const Command &command, const Commands &answers)
 {
     constexpr int firstError = 400;
     CommandIndex index;

@@ -19,16 +19,16 @@ namespace client {
 
 /// Takes the commands of one message after another: puts large objects together, talks to the user,
 /// has a command processor do the rest, and tells the observers how each command ended.
-class CommandRunner {
+class SessionCommands {
 public:
     using Commands = std::vector<syncml::Command>;
 
-    /// The references have to outlive the runner.
+    /// The references have to outlive this object.
     /// @param principal      the server on whose behalf the commands run
     /// @param user           null when there is nobody whom the server could talk to
     /// @param largestObject  bytes of an object that the server sends in chunks
-    CommandRunner(ManagementTree &tree, const Principal &principal, UserInteraction *user,
-                  std::vector<SessionObserver *> observers, qsizetype largestObject);
+    SessionCommands(ManagementTree &tree, const Principal &principal, UserInteraction *user,
+                    std::vector<SessionObserver *> observers, qsizetype largestObject);
 
     /// Bytes of the largest object that the server takes; 0 when it did not say.
     void setServersLargestObject(qsizetype bytes) { m_serversLargestObject = bytes; }
