@@ -373,8 +373,7 @@ void Process(const QByteArray &package, client::ManagementTree &tree)
 
 void RegisterPackages(const Registrar &registrar, const Trees &trees)
 {
-    const auto tree =
-        std::make_shared<client::ManagementTree>(client::describeHost("urn:kub:bench"));
+    const auto tree = std::make_shared<client::ManagementTree>(client::hostInfo("urn:kub:bench"));
     tree->mount(
         client::parseAddress(QStringLiteral("./DevDetail/Ext/Conf/Conn/Profiles"), {})->node,
         trees->conn);

@@ -273,7 +273,7 @@ struct Device {
     }
 
     JemSmartPtr<MemoryTree> memory = MemoryTree::create();
-    ManagementTree tree{describeHost("urn:bench:1")};
+    ManagementTree tree{hostInfo("urn:bench:1")};
 };
 
 /// Sends its package, and then asks for what is left of the answer.

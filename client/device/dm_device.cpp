@@ -67,7 +67,7 @@ bool DmDevice::mount(QString &error)
     m_plugin = PluginHost::load(m_options.pluginFile, error);
     if (!m_plugin)
         return false;
-    m_tree = std::make_unique<ManagementTree>(describeHost(deviceId));
+    m_tree = std::make_unique<ManagementTree>(hostInfo(deviceId));
     m_tree->setProfileStore(chosenProfileStore());
     if (!mountRoots(error))
         return false;

@@ -232,7 +232,7 @@ bool AnswerQueue::splitFirst()
 {
     const Command &first = m_commands.front();
     std::vector<Command> all;
-    // The Replace is the description of the device.
+    // The Replace holds DevInfo.
     if (first.kind == CommandKind::Results || first.kind == CommandKind::Replace)
         all = commandsOfOneItem(first);
     else if (first.kind == CommandKind::Status)

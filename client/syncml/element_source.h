@@ -49,7 +49,7 @@ public:
     virtual QByteArray readData();
     void skip();
 
-    /// Records a fault at the present place, unless there was one before.
+    /// Notes a fault at the present place, unless there was one before.
     void fail(int status, const QString &text);
     const std::optional<DecodeError> &error() const { return m_error; }
 

@@ -29,7 +29,7 @@ DmtData decimal(int number)
 
 } // namespace
 
-DeviceDescription describeHost(const QByteArray &deviceId)
+DeviceInfo hostInfo(const QByteArray &deviceId)
 {
     return {
         .deviceId = deviceId,
@@ -45,35 +45,35 @@ DeviceDescription describeHost(const QByteArray &deviceId)
     };
 }
 
-JemSmartPtr<DeviceTree> DeviceTree::create(const DeviceDescription &device)
+JemSmartPtr<DeviceTree> DeviceTree::create(const DeviceInfo &info)
 {
     const JemSmartPtr<DeviceTree> tree(new DeviceTree);
     tree->Init(".");
-    tree->fill(device);
+    tree->fill(info);
     return tree;
 }
 
-void DeviceTree::fill(const DeviceDescription &device)
+void DeviceTree::fill(const DeviceInfo &info)
 {
     addInterior("", factoryRootAcl);
 
     addInterior("DevInfo");
-    addLeaf("DevInfo/DevId", text(device.deviceId));
-    addLeaf("DevInfo/Man", text(device.manufacturer));
-    addLeaf("DevInfo/Mod", text(device.model));
+    addLeaf("DevInfo/DevId", text(info.deviceId));
+    addLeaf("DevInfo/Man", text(info.manufacturer));
+    addLeaf("DevInfo/Mod", text(info.model));
     addLeaf("DevInfo/DmV", DmtData(dmVersion));
-    addLeaf("DevInfo/Lang", text(device.language));
+    addLeaf("DevInfo/Lang", text(info.language));
 
     addInterior("DevDetail");
     addInterior("DevDetail/URI");
-    addLeaf("DevDetail/URI/MaxDepth", decimal(device.uriLimits.maxDepth));
-    addLeaf("DevDetail/URI/MaxTotLen", decimal(device.uriLimits.maxTotalLength));
-    addLeaf("DevDetail/URI/MaxSegLen", decimal(device.uriLimits.maxSegmentLength));
-    addLeaf("DevDetail/DevTyp", text(device.deviceType));
-    addLeaf("DevDetail/OEM", text(device.oem));
-    addLeaf("DevDetail/FwV", text(device.firmwareVersion));
-    addLeaf("DevDetail/SwV", text(device.softwareVersion));
-    addLeaf("DevDetail/HwV", text(device.hardwareVersion));
+    addLeaf("DevDetail/URI/MaxDepth", decimal(info.uriLimits.maxDepth));
+    addLeaf("DevDetail/URI/MaxTotLen", decimal(info.uriLimits.maxTotalLength));
+    addLeaf("DevDetail/URI/MaxSegLen", decimal(info.uriLimits.maxSegmentLength));
+    addLeaf("DevDetail/DevTyp", text(info.deviceType));
+    addLeaf("DevDetail/OEM", text(info.oem));
+    addLeaf("DevDetail/FwV", text(info.firmwareVersion));
+    addLeaf("DevDetail/SwV", text(info.softwareVersion));
+    addLeaf("DevDetail/HwV", text(info.hardwareVersion));
     addLeaf("DevDetail/LrgObj", DmtData(true));
 }
 

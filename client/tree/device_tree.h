@@ -13,7 +13,7 @@ namespace client {
 inline constexpr char factoryRootAcl[] = "Add=*&Get=*";
 
 /// What DevInfo and DevDetail say about the device.
-struct DeviceDescription {
+struct DeviceInfo {
     QByteArray deviceId; ///< ./DevInfo/DevId, a URN; also the source of every message
     QByteArray manufacturer;
     QByteArray model;
@@ -26,14 +26,14 @@ struct DeviceDescription {
     UriLimits uriLimits; ///< ./DevDetail/URI: the limits that addresses are checked against
 };
 
-/// Description of the machine that the client runs on.
-DeviceDescription describeHost(const QByteArray &deviceId);
+/// Values of the machine that the client runs on.
+DeviceInfo hostInfo(const QByteArray &deviceId);
 
 /// Tree of the client's own nodes, mounted at the root. Everything in it is permanent and read-only
 /// for servers.
 class DeviceTree final : public DmtPluginTree {
 public:
-    static JemSmartPtr<DeviceTree> create(const DeviceDescription &device);
+    static JemSmartPtr<DeviceTree> create(const DeviceInfo &info);
 
     /// Makes the interior nodes above a node, as far as they are missing.
     void addNodesAbove(const NodeUri &node);
@@ -43,7 +43,7 @@ private:
 
     void addInterior(const QByteArray &path, const char *acl = nullptr);
     void addLeaf(const QByteArray &path, const DmtData &value);
-    void fill(const DeviceDescription &device);
+    void fill(const DeviceInfo &info);
 };
 
 } // namespace client

@@ -148,8 +148,8 @@ signed char TreeNode::valueType() const
 
 // ---- Mounts --------------------------------------------------------------------------------------
 
-ManagementTree::ManagementTree(const DeviceDescription &device)
-    : m_device(device), m_deviceTree(DeviceTree::create(device))
+ManagementTree::ManagementTree(const DeviceInfo &info)
+    : m_deviceInfo(info), m_deviceTree(DeviceTree::create(info))
 {
     m_mounts.push_back({NodeUri(), m_deviceTree, Content::Permanent, {}, {}});
     m_clock = [] { return QDateTime::currentDateTimeUtc(); };

@@ -76,7 +76,7 @@ struct MountTerms {
 /// reached.
 class ManagementTree {
 public:
-    explicit ManagementTree(const DeviceDescription &device);
+    explicit ManagementTree(const DeviceInfo &info);
 
     /// Hangs a tree in at a root, whose name is new beneath its parent. The root becomes permanent.
     ///
@@ -88,8 +88,8 @@ public:
     /// that are gone are forgotten.
     void remount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree);
 
-    const UriLimits &uriLimits() const { return m_device.uriLimits; }
-    const QByteArray &deviceId() const { return m_device.deviceId; }
+    const UriLimits &uriLimits() const { return m_deviceInfo.uriLimits; }
+    const QByteArray &deviceId() const { return m_deviceInfo.deviceId; }
 
     /// On whose behalf the operations run; the device's owner as long as nobody is named.
     void setPrincipal(const Principal &principal) { m_principal = principal; }
@@ -255,7 +255,7 @@ private:
     Result<DmtData> valueToCopy(const TreeNode &source) const;
     Outcome rename(const TreeNode &node, const QByteArray &newName);
 
-    DeviceDescription m_device;
+    DeviceInfo m_deviceInfo;
     JemSmartPtr<DeviceTree> m_deviceTree;
     std::vector<Mount> m_mounts; ///< longer roots first; the client's own tree is the last
     PropertyStore m_properties;

@@ -225,7 +225,7 @@ public:
 void runPackage(const QByteArray &bytes)
 {
     QString error;
-    client::ManagementTree tree(client::describeHost("id"));
+    client::ManagementTree tree(client::hostInfo("id"));
     tree.mount(client::NodeUri({"t"}), PlainTree::create(),
                {.acl = *client::AccessControlList::parse("Get=*&Replace=*&Add=*", error)});
     const syncml::DecodeResult decoded = syncml::decode(bytes);
@@ -238,7 +238,7 @@ void runPackage(const QByteArray &bytes)
 void writeTree(const QByteArray &address)
 {
     QString error;
-    client::ManagementTree tree(client::describeHost("id"));
+    client::ManagementTree tree(client::hostInfo("id"));
     const JemSmartPtr<PlainTree> leaves = PlainTree::create();
     const auto names = client::parseAddress(QString::fromUtf8(address), client::UriLimits());
     for (const QByteArray &name : names->node.names()) {

@@ -4,7 +4,7 @@ namespace client {
 
 namespace {
 
-const DeviceDescription device{
+const DeviceInfo device{
     .deviceId = "urn:test:1",
     .manufacturer = "maker",
     .model = "model",

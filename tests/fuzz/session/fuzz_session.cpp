@@ -213,7 +213,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     memory->addLeaf("A/Text", DmtData("a text of some length"));
     memory->addLeaf("A/Number", DmtData(7));
     memory->addLeaf("A/AuthPw", DmtData("secret"));
-    ManagementTree tree(describeHost("urn:test:1"));
+    ManagementTree tree(hostInfo("urn:test:1"));
     QString error;
     tree.mount(NodeUri({"M"}), memory,
                {.acl = *AccessControlList::parse("Add=*&Delete=*&Get=*&Replace=*", error)});

@@ -103,7 +103,7 @@ TEST(DocumentationTest, TheExitStatusesAreTheSameInTheHeaderTheManualAndTheHelp)
 
 TEST(DocumentationTest, TheManualGivesTheLimitsThatDevDetailPublishes)
 {
-    const UriLimits limits = describeHost("x").uriLimits;
+    const UriLimits limits = hostInfo("x").uriLimits;
     const QString text = section(QStringLiteral("ADDRESSES")).replace(u'\n', u' ');
     EXPECT_TRUE(
         text.contains(QStringLiteral("at most %1 names and %2 characters, a name %3 characters")

@@ -390,7 +390,7 @@ TEST_F(AccountNodesTest, SideThatProvesNothingHasNoNode)
 {
     account.toClient.type = AuthType::None;
     ASSERT_TRUE(accounts.put(QStringLiteral("Half"), account, error));
-    ManagementTree other(describeHost("x"));
+    ManagementTree other(hostInfo("x"));
     const JemSmartPtr<DmtTree> nodes = makeAccountTree(accounts, isOwnersTurn());
     other.mount(uri(accountTreeRoot), nodes);
     EXPECT_TRUE(other.find(uri("./DMAcc/Half/AppAuth/1")));
