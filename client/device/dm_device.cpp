@@ -1,7 +1,7 @@
 #include "dm_device.h"
 
 #include "account_tree.h"
-#include "profile_mapping.h"
+#include "profile_numbers.h"
 
 #include <QFile>
 #include <algorithm>
@@ -13,7 +13,7 @@ namespace {
 
 struct ProfileRoot {
     const char *uri;
-    ProfileMapping mapping;
+    MappingFile mapping;
 };
 
 // The second root reads what mounting the first one has written.

@@ -10,7 +10,7 @@
 #include <QUuid>
 
 #include "connection_settings.h"
-#include "record_mapping.h"
+#include "record_conversion.h"
 #include "silent_bus.h"
 
 namespace {

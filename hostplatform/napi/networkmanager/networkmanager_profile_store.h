@@ -10,7 +10,7 @@
 #include "connection_settings.h"
 #include "networkmanager_bus.h"
 #include "profile_store.h"
-#include "record_mapping.h"
+#include "record_conversion.h"
 
 /// Each operation asks the daemon, so it sees what other programs have changed, and reads a
 /// connection again before it changes it. What is kept between two operations, names and object

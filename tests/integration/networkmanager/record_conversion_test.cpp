@@ -6,7 +6,7 @@
 #include <QtEndian>
 #include <gtest/gtest.h>
 
-#include "record_mapping.h"
+#include "record_conversion.h"
 
 namespace {
 

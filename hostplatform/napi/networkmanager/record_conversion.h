@@ -4,7 +4,7 @@
 // first two IPv4 DNS servers. Everything else of the record, down to the bytes that no field names,
 // is kept in the connection's user data under keys that begin with "kub-dm.", which every user can
 // read, and secrets beside the connection; docs/networkmanager.md lists them. Neither direction
-// looks at settings that the mapping does not know.
+// looks at settings that the conversion does not know.
 #pragma once
 
 #include "connection_settings.h"
@@ -49,5 +49,5 @@ GsmConnection newConnection(const QString &id, const QString &uuid);
 ConnectionSettings settingsToSend(ConnectionSettings settings);
 
 /// @return the record's field that is stored in a property, for messages: "gprs.address" for
-///         "gsm.apn"; empty for a property that the mapping does not write.
+///         "gsm.apn"; empty for a property that the conversion does not write.
 QString fieldOfProperty(const QString &property);

@@ -1,4 +1,4 @@
-#include "profile_mapping.h"
+#include "profile_numbers.h"
 
 #include "setup_set_manager.h"
 
@@ -22,7 +22,7 @@ std::optional<quint32> numberOf(const QString &key)
 
 } // namespace
 
-std::map<QString, quint32> readProfileNumbers(const ProfileMapping &mapping)
+std::map<QString, quint32> readProfileNumbers(const MappingFile &mapping)
 {
     const SETUP_SET_Manager settings(getSettingDirectory() + QLatin1String(mapping.file), false);
     const QMap<QString, QString> entries = settings.getEntryKeyList(QLatin1String(mapping.group));

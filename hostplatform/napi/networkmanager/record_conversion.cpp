@@ -1,4 +1,4 @@
-#include "record_mapping.h"
+#include "record_conversion.h"
 
 #include <algorithm>
 #include <cstring>
@@ -422,7 +422,7 @@ void writeDns(const Field &field, const QByteArray &after, ConnectionSettings &s
 
 } // namespace
 
-// ---- The mapping --------------------------------------------------------------------------------
+// ---- The conversion ------------------------------------------------------------------------------
 
 StoreResult readRecord(const GsmConnection &connection, NAP_PROFILE_S &record)
 {

@@ -8,7 +8,7 @@ namespace client {
 
 /// Where the plug-in keeps the mapping of one root: a settings file, and a group in it whose keys
 /// begin with the decimal number of a profile and whose values are the names of nodes.
-struct ProfileMapping {
+struct MappingFile {
     const char *file; ///< in the directory of the settings files
     const char *group;
 };
@@ -16,6 +16,6 @@ struct ProfileMapping {
 /// Reads what the file says at this moment; the plug-in writes every change to it at once.
 /// @return the numbers of the profiles by node name. A name that stands there for two profiles is
 ///         left out, and a missing or unreadable file has none.
-std::map<QString, quint32> readProfileNumbers(const ProfileMapping &mapping);
+std::map<QString, quint32> readProfileNumbers(const MappingFile &mapping);
 
 } // namespace client
