@@ -2,7 +2,7 @@
 // themselves with.
 #pragma once
 
-#include "authentication.h"
+#include "credentials.h"
 #include "private_file.h"
 
 #include <QByteArray>
@@ -14,17 +14,6 @@
 #include <span>
 
 namespace client {
-
-/// What one side of an account proves itself with.
-struct Credentials {
-    AuthType type = AuthType::None;
-    Identity identity;
-    /// Octets for the next proof, kept across sessions; none as long as the two ends never agreed
-    /// on one.
-    std::optional<QByteArray> nonce;
-
-    bool operator==(const Credentials &) const = default;
-};
 
 /// One DM account.
 struct Account {

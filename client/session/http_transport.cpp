@@ -1,6 +1,6 @@
 #include "http_transport.h"
 
-#include "authentication.h"
+#include "credentials.h"
 
 #include <QEventLoop>
 #include <QFile>

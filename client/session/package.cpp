@@ -1,8 +1,8 @@
 #include "package.h"
 
 #include "alerts.h"
+#include "client_prover.h"
 #include "header_status.h"
-#include "proofs.h"
 #include "session_commands.h"
 #include "xml_codec.h"
 

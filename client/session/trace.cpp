@@ -1,6 +1,6 @@
 #include "trace.h"
 
-#include "authentication.h"
+#include "credentials.h"
 #include "dm_status.h"
 #include "foreign_text.h"
 #include "secret_leaf.h"

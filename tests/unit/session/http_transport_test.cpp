@@ -2,7 +2,7 @@
 
 #include "http_transport.h"
 
-#include "authentication.h"
+#include "credentials.h"
 
 #include <QCoreApplication>
 #include <QFile>

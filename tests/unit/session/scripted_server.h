@@ -1,8 +1,8 @@
 // A DM server that says what a test has written down, in the place of a network.
 #pragma once
 
-#include "authentication.h"
 #include "codec.h"
+#include "credentials.h"
 #include "transport.h"
 
 #include <QByteArray>

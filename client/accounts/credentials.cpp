@@ -1,4 +1,4 @@
-#include "authentication.h"
+#include "credentials.h"
 
 #include <QCryptographicHash>
 #include <QRandomGenerator>

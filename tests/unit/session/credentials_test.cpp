@@ -1,6 +1,6 @@
 // Proofs, challenges and the HTTP header of HMAC.
 
-#include "authentication.h"
+#include "credentials.h"
 
 #include <gtest/gtest.h>
 #include <set>

@@ -15,6 +15,12 @@ namespace client {
 /// From the weakest to the strongest.
 enum class AuthType { None, Basic, Md5, Hmac };
 
+/// Whether a proof of that type depends on a nonce.
+constexpr bool hasNonce(AuthType type)
+{
+    return type == AuthType::Md5 || type == AuthType::Hmac;
+}
+
 /// The type's name in Meta Type of credentials and challenges: "syncml:auth-md5"; empty for None.
 QString wireName(AuthType type);
 /// The type of that name, compared without regard to case; nothing for an unknown name.
@@ -32,7 +38,18 @@ struct Identity {
     bool operator==(const Identity &) const = default;
 };
 
-// ---- The three proofs ----------------------------------------------------------------------------
+/// What one side of an account proves itself with.
+struct Credentials {
+    AuthType type = AuthType::None;
+    Identity identity;
+    /// Octets for the next proof, kept across sessions; none as long as the two ends never agreed
+    /// on one.
+    std::optional<QByteArray> nonce;
+
+    bool operator==(const Credentials &) const = default;
+};
+
+// ---- The three proofs ---------------------------------------------------------------------------
 
 /// base64(name:secret)
 QByteArray basicProof(const Identity &identity);
