@@ -5,7 +5,6 @@
 
 #include <QSet>
 
-#include "console.h"
 #include "profile_fields.h"
 #include "profile_service.h"
 
@@ -13,6 +12,8 @@ namespace {
 
 class Checker {
 public:
+    explicit Checker(Output &output) : m_output(output) {}
+
     void checkProfile(const QByteArray &name)
     {
         m_name = QString::fromUtf8(name);
@@ -54,10 +55,11 @@ private:
 
     void add(const QString &fault)
     {
-        printOutput(printable(m_name + QStringLiteral(": ") + fault) + u'\n');
+        m_output.line(commandline::printable(m_name + QStringLiteral(": ") + fault));
         ++faults;
     }
 
+    Output &m_output;
     QString m_name;
     QSet<QByteArray> m_names;
     unsigned int m_lastId = 0;
@@ -65,7 +67,7 @@ private:
 
 } // namespace
 
-ExitStatus runCheck(const QCommandLineParser &, const QStringList &)
+ExitStatus runCheck(Output &output, const QCommandLineParser &, const QStringList &)
 {
     unsigned int count = 0;
     QList<QByteArray> names;
@@ -73,16 +75,15 @@ ExitStatus runCheck(const QCommandLineParser &, const QStringList &)
     if (status == NAPI_OK)
         status = listProfileNames(names);
     if (status != NAPI_OK)
-        return reportServiceFailure({}, status);
-    Checker checker;
+        return reportServiceFailure(output, {}, status);
+    Checker checker(output);
     if (names.size() != qsizetype{count}) {
-        printOutput(QStringLiteral("%1 profiles are counted, %2 are listed\n")
-                        .arg(count)
-                        .arg(names.size()));
+        output.line(
+            QStringLiteral("%1 profiles are counted, %2 are listed").arg(count).arg(names.size()));
         ++checker.faults;
     }
     for (const QByteArray &name : names)
         checker.checkProfile(name);
-    printOutput(QStringLiteral("Profiles: %1, faults: %2\n").arg(names.size()).arg(checker.faults));
-    return checker.faults == 0 ? ExitOk : ExitFailed;
+    output.line(QStringLiteral("Profiles: %1, faults: %2").arg(names.size()).arg(checker.faults));
+    return checker.faults == 0 ? ExitStatus::Success : ExitStatus::Failed;
 }

@@ -5,14 +5,26 @@
 #include <QCommandLineParser>
 #include <QStringList>
 
-#include "exit_status.h"
+#include "output.h"
 
-ExitStatus runList(const QCommandLineParser &options, const QStringList &arguments);
-ExitStatus runShow(const QCommandLineParser &options, const QStringList &arguments);
-ExitStatus runCreate(const QCommandLineParser &options, const QStringList &arguments);
-ExitStatus runSet(const QCommandLineParser &options, const QStringList &arguments);
-ExitStatus runDelete(const QCommandLineParser &options, const QStringList &arguments);
-ExitStatus runImport(const QCommandLineParser &options, const QStringList &arguments);
-ExitStatus runExport(const QCommandLineParser &options, const QStringList &arguments);
-ExitStatus runProvision(const QCommandLineParser &options, const QStringList &arguments);
-ExitStatus runCheck(const QCommandLineParser &options, const QStringList &arguments);
+using commandline::ExitStatus;
+using commandline::Output;
+
+/// What import and provision read at most.
+inline constexpr qint64 largestInput = 64 * 1024 * 1024;
+
+ExitStatus runList(Output &output, const QCommandLineParser &options, const QStringList &arguments);
+ExitStatus runShow(Output &output, const QCommandLineParser &options, const QStringList &arguments);
+ExitStatus runCreate(Output &output, const QCommandLineParser &options,
+                     const QStringList &arguments);
+ExitStatus runSet(Output &output, const QCommandLineParser &options, const QStringList &arguments);
+ExitStatus runDelete(Output &output, const QCommandLineParser &options,
+                     const QStringList &arguments);
+ExitStatus runImport(Output &output, const QCommandLineParser &options,
+                     const QStringList &arguments);
+ExitStatus runExport(Output &output, const QCommandLineParser &options,
+                     const QStringList &arguments);
+ExitStatus runProvision(Output &output, const QCommandLineParser &options,
+                        const QStringList &arguments);
+ExitStatus runCheck(Output &output, const QCommandLineParser &options,
+                    const QStringList &arguments);

@@ -8,7 +8,6 @@
 #include <QUtf8StringView>
 
 #include "commands.h"
-#include "console.h"
 #include "profile_fields.h"
 #include "standard_streams.h"
 
@@ -58,7 +57,7 @@ struct Command {
     qsizetype leastArguments;
     qsizetype mostArguments;
     bool takesFields;
-    ExitStatus (*run)(const QCommandLineParser &, const QStringList &);
+    ExitStatus (*run)(Output &, const QCommandLineParser &, const QStringList &);
 };
 
 constexpr qsizetype kAnyNumber = INT_MAX;
@@ -178,15 +177,15 @@ void addOptions(QCommandLineParser &parser, std::span<const Option> options)
     }
 }
 
-ExitStatus refuseUsage(const QString &message, const Command *command)
+ExitStatus refuseUsage(Output &output, const QString &message, const Command *command)
 {
-    printError(message);
+    output.problem(message);
     const QString help =
         command == nullptr
             ? QStringLiteral("napictl --help")
             : QStringLiteral("napictl %1 --help").arg(QString::fromLatin1(command->name));
-    printError(QStringLiteral("see '%1'").arg(help));
-    return ExitUsage;
+    output.problem(QStringLiteral("see '%1'").arg(help));
+    return ExitStatus::WrongUsage;
 }
 
 /// State directory and backend are handed to the profile service the way every program does it.
@@ -211,54 +210,55 @@ QString chooseStore(const QCommandLineParser &parser)
 }
 
 /// @param arguments  the name of the command and what stands behind it
-ExitStatus runCommand(const Command &command, const QStringList &arguments)
+ExitStatus runCommand(Output &output, const Command &command, const QStringList &arguments)
 {
     QCommandLineParser parser;
     addOptions(parser, command.options);
     addOptions(parser, kGlobalOptions);
     if (!parser.parse(arguments))
-        return refuseUsage(parser.errorText(), &command);
+        return refuseUsage(output, parser.errorText(), &command);
     if (parser.isSet(QString::fromLatin1(kHelpOption.name))) {
-        printOutput(commandHelp(command));
-        return ExitOk;
+        output.raw(commandHelp(command).toUtf8());
+        return ExitStatus::Success;
     }
     const QStringList operands = parser.positionalArguments();
     if (operands.size() < command.leastArguments)
         return refuseUsage(
+            output,
             QStringLiteral("%1: arguments are missing: %2")
                 .arg(QString::fromLatin1(command.name), QString::fromLatin1(command.arguments)),
             &command);
     if (operands.size() > command.mostArguments)
         return refuseUsage(
-            QStringLiteral("%1: too many arguments").arg(QString::fromLatin1(command.name)),
+            output, QStringLiteral("%1: too many arguments").arg(QString::fromLatin1(command.name)),
             &command);
     if (const QString fault = chooseStore(parser); !fault.isNull())
-        return refuseUsage(fault, &command);
-    return command.run(parser, operands);
+        return refuseUsage(output, fault, &command);
+    return command.run(output, parser, operands);
 }
 
-ExitStatus runCommandLine(const QStringList &arguments)
+ExitStatus runCommandLine(Output &output, const QStringList &arguments)
 {
     QCommandLineParser parser;
     parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
     addOptions(parser, kGlobalOptions);
     if (!parser.parse(arguments))
-        return refuseUsage(parser.errorText(), nullptr);
+        return refuseUsage(output, parser.errorText(), nullptr);
     if (parser.isSet(QString::fromLatin1(kHelpOption.name))) {
-        printOutput(generalHelp());
-        return ExitOk;
+        output.raw(generalHelp().toUtf8());
+        return ExitStatus::Success;
     }
     const QStringList operands = parser.positionalArguments();
     if (operands.isEmpty())
-        return refuseUsage(QStringLiteral("a command is missing"), nullptr);
+        return refuseUsage(output, QStringLiteral("a command is missing"), nullptr);
     const Command *command = findCommand(operands.first());
     if (command == nullptr) {
-        return refuseUsage(operands.first() + QStringLiteral(": there is no such command"),
+        return refuseUsage(output, operands.first() + QStringLiteral(": there is no such command"),
                            nullptr);
     }
     if (const QString fault = chooseStore(parser); !fault.isNull())
-        return refuseUsage(fault, nullptr);
-    return runCommand(*command, operands);
+        return refuseUsage(output, fault, nullptr);
+    return runCommand(output, *command, operands);
 }
 
 } // namespace
@@ -267,9 +267,11 @@ int main(int argc, char *argv[])
 {
     support::occupyClosedStandardStreams();
     const QCoreApplication application(argc, argv);
+    Output output(QStringLiteral("napictl"));
     for (int index = 1; index < argc; ++index) {
         if (!QUtf8StringView(argv[index]).isValidUtf8())
-            return refuseUsage(QStringLiteral("argument %1 is not UTF-8").arg(index), nullptr);
+            return static_cast<int>(refuseUsage(
+                output, QStringLiteral("argument %1 is not UTF-8").arg(index), nullptr));
     }
-    return finishOutput(runCommandLine(QCoreApplication::arguments()));
+    return static_cast<int>(output.finish(runCommandLine(output, QCoreApplication::arguments())));
 }

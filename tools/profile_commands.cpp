@@ -3,11 +3,13 @@
 
 #include <optional>
 
-#include "console.h"
 #include "line_input.h"
 #include "profile_fields.h"
 #include "profile_json.h"
 #include "profile_service.h"
+#include "secret_mask.h"
+
+using commandline::printable;
 
 namespace {
 
@@ -57,7 +59,8 @@ QString shownValue(const ProfileField &field, const NAP_PROFILE_S &record, bool 
     case FieldKind::Flag:
         return text == u"true" ? QStringLiteral("yes") : QStringLiteral("no");
     case FieldKind::Secret:
-        return showSecrets || text.isEmpty() ? printable(text) : kMaskedSecret.toString();
+        return showSecrets || text.isEmpty() ? printable(text)
+                                             : QString::fromLatin1(support::secretMask);
     case FieldKind::Seconds:
         return text + QStringLiteral(" s");
     case FieldKind::BitRate:
@@ -85,8 +88,8 @@ QString fieldLines(const ProfilePart *part, const NAP_PROFILE_S &record, bool sh
     return lines;
 }
 
-void printForPeople(const QString &name, unsigned int id, const NAP_PROFILE_S &record,
-                    bool showSecrets)
+void printForPeople(Output &output, const QString &name, unsigned int id,
+                    const NAP_PROFILE_S &record, bool showSecrets)
 {
     QString text =
         QStringLiteral("name            %1\nid              %2\n").arg(printable(name)).arg(id);
@@ -98,17 +101,17 @@ void printForPeople(const QString &name, unsigned int id, const NAP_PROFILE_S &r
                     .arg(QString::fromLatin1(part.name), QString::fromLatin1(part.title));
         text += fieldLines(&part, record, showSecrets);
     }
-    printOutput(text);
+    output.raw(text.toUtf8());
 }
 
 } // namespace
 
-ExitStatus runList(const QCommandLineParser &, const QStringList &)
+ExitStatus runList(Output &output, const QCommandLineParser &, const QStringList &)
 {
     QList<QByteArray> names;
     if (const int status = listProfileNames(names); status != NAPI_OK)
-        return reportServiceFailure({}, status);
-    printOutput(QStringLiteral("   ID  PARTS                        NAME\n"));
+        return reportServiceFailure(output, {}, status);
+    output.line(QStringLiteral("   ID  PARTS                        NAME"));
     for (const QByteArray &name : names) {
         NAP_PROFILE_S record = {};
         unsigned int id = 0;
@@ -118,16 +121,16 @@ ExitStatus runList(const QCommandLineParser &, const QStringList &)
         if (status == NAPI_ERROR_NOT_FOUND) // deleted in the meantime
             continue;
         if (status != NAPI_OK)
-            return reportServiceFailure(QString::fromUtf8(name), status);
-        printOutput(QStringLiteral("%1  %2  %3\n")
+            return reportServiceFailure(output, QString::fromUtf8(name), status);
+        output.line(QStringLiteral("%1  %2  %3")
                         .arg(id, 5)
                         .arg(partNames(record), -27)
                         .arg(printable(QString::fromUtf8(name))));
     }
-    return ExitOk;
+    return ExitStatus::Success;
 }
 
-ExitStatus runShow(const QCommandLineParser &options, const QStringList &arguments)
+ExitStatus runShow(Output &output, const QCommandLineParser &options, const QStringList &arguments)
 {
     const QString &name = arguments.first();
     const QByteArray key = name.toUtf8();
@@ -138,64 +141,64 @@ ExitStatus runShow(const QCommandLineParser &options, const QStringList &argumen
     if (status == NAPI_OK)
         status = NAPI_GetProfileIDByName(key.constData(), &id);
     if (status != NAPI_OK)
-        return reportServiceFailure(name, status);
+        return reportServiceFailure(output, name, status);
     if (options.isSet(QStringLiteral("json")))
-        printJson(formatProfile(name, record, showSecrets) + '\n');
+        output.json(formatProfile(name, record, showSecrets));
     else
-        printForPeople(name, id, record, showSecrets);
-    return ExitOk;
+        printForPeople(output, name, id, record, showSecrets);
+    return ExitStatus::Success;
 }
 
-ExitStatus runCreate(const QCommandLineParser &, const QStringList &arguments)
+ExitStatus runCreate(Output &output, const QCommandLineParser &, const QStringList &arguments)
 {
     const QString &name = arguments.first();
     QString fault;
     const QList<FieldValue> values = parseAssignments(arguments.sliced(1), fault);
     if (!fault.isNull()) {
-        printError(fault);
-        return ExitUsage;
+        output.problem(fault);
+        return ExitStatus::WrongUsage;
     }
     NAP_PROFILE_S record = {};
     record.creation = 1;
     fault = setFields(record, values);
     if (!fault.isNull()) {
-        printError(name + QStringLiteral(": ") + fault);
-        return ExitFailed;
+        output.problem(name + QStringLiteral(": ") + fault);
+        return ExitStatus::Failed;
     }
     const int status = NAPI_CreateProfile(name.toUtf8().constData(), &record, 0, 0);
-    return status == NAPI_OK ? ExitOk : reportServiceFailure(name, status);
+    return status == NAPI_OK ? ExitStatus::Success : reportServiceFailure(output, name, status);
 }
 
-ExitStatus runSet(const QCommandLineParser &, const QStringList &arguments)
+ExitStatus runSet(Output &output, const QCommandLineParser &, const QStringList &arguments)
 {
     const QString &name = arguments.first();
     const QByteArray key = name.toUtf8();
     QString fault;
     const QList<FieldValue> values = parseAssignments(arguments.sliced(1), fault);
     if (!fault.isNull()) {
-        printError(fault);
-        return ExitUsage;
+        output.problem(fault);
+        return ExitStatus::WrongUsage;
     }
     NAP_PROFILE_S record = {};
     int status = NAPI_ReadProfile(key.constData(), &record, 0, 0);
     if (status != NAPI_OK)
-        return reportServiceFailure(name, status);
+        return reportServiceFailure(output, name, status);
     fault = setFields(record, values);
     if (!fault.isNull()) {
-        printError(name + QStringLiteral(": ") + fault);
-        return ExitFailed;
+        output.problem(name + QStringLiteral(": ") + fault);
+        return ExitStatus::Failed;
     }
     status = NAPI_ModifyProfile(key.constData(), &record, 0, 0);
-    return status == NAPI_OK ? ExitOk : reportServiceFailure(name, status);
+    return status == NAPI_OK ? ExitStatus::Success : reportServiceFailure(output, name, status);
 }
 
-ExitStatus runDelete(const QCommandLineParser &, const QStringList &arguments)
+ExitStatus runDelete(Output &output, const QCommandLineParser &, const QStringList &arguments)
 {
-    ExitStatus exitStatus = ExitOk;
+    ExitStatus exitStatus = ExitStatus::Success;
     for (const QString &name : arguments) {
         const int status = NAPI_DeleteProfile(name.toUtf8().constData());
         if (status != NAPI_OK)
-            exitStatus = qMax(exitStatus, reportServiceFailure(name, status));
+            exitStatus = worse(exitStatus, reportServiceFailure(output, name, status));
     }
     return exitStatus;
 }

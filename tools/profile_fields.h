@@ -40,9 +40,6 @@ struct ProfileField {
 std::span<const ProfilePart> profileParts();
 std::span<const ProfileField> profileFields();
 
-/// What stands for a password that is not shown.
-inline constexpr QStringView kMaskedSecret = u"********";
-
 /// @return "gprs.address", or "editable" for a field without a part.
 QString fieldPath(const ProfileField &field);
 /// @return null when no field has that path.

@@ -5,6 +5,10 @@
 #include <QJsonObject>
 #include <QSet>
 
+#include "secret_mask.h"
+
+using support::secretMask;
+
 namespace {
 
 const QString kNameKey = QStringLiteral("name");
@@ -96,7 +100,7 @@ private:
         }
         if (!value.isString())
             return fail(path + QStringLiteral(": expected a text"));
-        if (field->kind == FieldKind::Secret && value.toString() == kMaskedSecret)
+        if (field->kind == FieldKind::Secret && value.toString() == QLatin1StringView(secretMask))
             m_profile.maskedSecrets += field;
         else
             m_profile.values += FieldValue{field, value.toString()};
@@ -131,7 +135,7 @@ QByteArray jsonValue(const ProfileField &field, const NAP_PROFILE_S &record, boo
     if (field.kind == FieldKind::Flag || isNumber(field))
         return text.toLatin1();
     if (field.kind == FieldKind::Secret && !showSecrets && !text.isEmpty())
-        return jsonString(kMaskedSecret.toString());
+        return jsonString(QString::fromLatin1(secretMask));
     return jsonString(text);
 }
 

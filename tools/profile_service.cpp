@@ -2,8 +2,6 @@
 
 #include <cstring>
 
-#include "console.h"
-
 namespace {
 
 struct StatusMeaning {
@@ -13,20 +11,21 @@ struct StatusMeaning {
 };
 
 constexpr StatusMeaning kMeanings[] = {
-    {NAPI_ERROR_BAD_NAME, ExitFailed,
+    {NAPI_ERROR_BAD_NAME, ExitStatus::Failed,
      "a name has 1 to 63 bytes of UTF-8 and no slash, and is not . or .. or *"},
-    {NAPI_ERROR_NOT_FOUND, ExitFailed, "there is no such profile"},
-    {NAPI_ERROR_EXISTS, ExitFailed, "there is a profile of that name already"},
-    {NAPI_ERROR_STORE_FULL, ExitFailed, "the profile store is full; KUB_NAPI_MAX sets its size"},
-    {NAPI_ERROR_VALUE_REFUSED, ExitFailed, "the profile store does not take a value of it"},
-    {NAPI_ERROR_CORRUPT, ExitStoreUnusable, "the profile store is damaged or is none"},
-    {NAPI_ERROR_READ_ONLY, ExitStoreUnusable, "the profile store cannot be written"},
-    {NAPI_ERROR_NO_SPACE, ExitStoreUnusable, "the disk of the profile store is full"},
-    {NAPI_ERROR_BUSY, ExitStoreUnusable, "another process keeps the profile store locked"},
-    {NAPI_ERROR_UNAVAILABLE, ExitStoreUnusable,
+    {NAPI_ERROR_NOT_FOUND, ExitStatus::Failed, "there is no such profile"},
+    {NAPI_ERROR_EXISTS, ExitStatus::Failed, "there is a profile of that name already"},
+    {NAPI_ERROR_STORE_FULL, ExitStatus::Failed,
+     "the profile store is full; KUB_NAPI_MAX sets its size"},
+    {NAPI_ERROR_VALUE_REFUSED, ExitStatus::Failed, "the profile store does not take a value of it"},
+    {NAPI_ERROR_CORRUPT, ExitStatus::Unusable, "the profile store is damaged or is none"},
+    {NAPI_ERROR_READ_ONLY, ExitStatus::Unusable, "the profile store cannot be written"},
+    {NAPI_ERROR_NO_SPACE, ExitStatus::Unusable, "the disk of the profile store is full"},
+    {NAPI_ERROR_BUSY, ExitStatus::Unusable, "another process keeps the profile store locked"},
+    {NAPI_ERROR_UNAVAILABLE, ExitStatus::Unusable,
      "the profile store cannot be reached or denies access"},
 };
-constexpr StatusMeaning kOtherFailure = {NAPI_ERROR_IO, ExitStoreUnusable,
+constexpr StatusMeaning kOtherFailure = {NAPI_ERROR_IO, ExitStatus::Unusable,
                                          "the profile store cannot be used"};
 
 const StatusMeaning &meaningOf(int status)
@@ -45,10 +44,10 @@ QString serviceText(int status)
     return QString::fromLatin1(meaningOf(status).text);
 }
 
-ExitStatus reportServiceFailure(const QString &subject, int status)
+ExitStatus reportServiceFailure(Output &output, const QString &subject, int status)
 {
     const QString prefix = subject.isEmpty() ? QString() : subject + QStringLiteral(": ");
-    printError(prefix + serviceText(status));
+    output.problem(prefix + serviceText(status));
     return meaningOf(status).exitStatus;
 }
 

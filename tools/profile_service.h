@@ -5,14 +5,17 @@
 #include <QList>
 #include <QString>
 
-#include "exit_status.h"
 #include "napi.h"
+#include "output.h"
+
+using commandline::ExitStatus;
+using commandline::Output;
 
 /// @return what a result of the service means, for people.
 QString serviceText(int status);
 
 /// Prints "subject: meaning of the result". @return the exit status that belongs to it.
-ExitStatus reportServiceFailure(const QString &subject, int status);
+ExitStatus reportServiceFailure(Output &output, const QString &subject, int status);
 
 /// Lists the names, as UTF-8, in the order of the IDs. @return a result of the service.
 int listProfileNames(QList<QByteArray> &names);

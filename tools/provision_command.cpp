@@ -6,10 +6,11 @@
 
 #include <QSet>
 
-#include "console.h"
+#include "input_file.h"
 #include "profile_fields.h"
 #include "profile_naming.h"
 #include "profile_service.h"
+#include "progress.h"
 #include "provider_database.h"
 
 namespace {
@@ -55,7 +56,7 @@ const AccessPoint &preferredAccessPoint(const Provider &provider)
 /// What is to be stored. Names are unique among themselves and against the store.
 class ProvisionPlan {
 public:
-    explicit ProvisionPlan(bool cutNames) : m_cutNames(cutNames) {}
+    ProvisionPlan(Output &output, bool cutNames) : m_output(output), m_cutNames(cutNames) {}
 
     void add(const Provider &provider, const AccessPoint &accessPoint, bool isOnlyOne)
     {
@@ -69,7 +70,7 @@ public:
             if (take(profile, candidate, {}))
                 return;
         }
-        for (int number = 2; exitStatus != ExitStoreUnusable; ++number) {
+        for (int number = 2; exitStatus != ExitStatus::Unusable; ++number) {
             if (take(profile, candidates.last(), ' ' + QByteArray::number(number)))
                 return;
         }
@@ -77,7 +78,7 @@ public:
 
     QList<PlannedProfile> profiles;
     qsizetype storedBefore = 0;
-    ExitStatus exitStatus = ExitOk;
+    ExitStatus exitStatus = ExitStatus::Success;
 
 private:
     /// @return true when the profile is done with: planned under that name, found in the
@@ -86,9 +87,9 @@ private:
     {
         profile.name = cutProfileName(text, suffix);
         if (!m_cutNames && profile.name != text.toUtf8() + suffix) {
-            printError(
+            m_output.problem(
                 QStringLiteral("%1: the name is longer than 63 bytes; --all cuts it").arg(text));
-            exitStatus = qMax(exitStatus, ExitFailed);
+            exitStatus = worse(exitStatus, ExitStatus::Failed);
             return true;
         }
         if (m_names.contains(profile.name))
@@ -103,7 +104,8 @@ private:
             profiles += profile;
         } else {
             exitStatus =
-                qMax(exitStatus, reportServiceFailure(QString::fromUtf8(profile.name), status));
+                worse(exitStatus,
+                      reportServiceFailure(m_output, QString::fromUtf8(profile.name), status));
             return true;
         }
         m_names += profile.name;
@@ -112,11 +114,12 @@ private:
 
     void refuse(const Provider &provider, const AccessPoint &accessPoint, const QString &fault)
     {
-        printError(QStringLiteral("%1, access point %2: %3")
-                       .arg(provider.displayName(), accessPoint.displayName(), fault));
-        exitStatus = qMax(exitStatus, ExitFailed);
+        m_output.problem(QStringLiteral("%1, access point %2: %3")
+                             .arg(provider.displayName(), accessPoint.displayName(), fault));
+        exitStatus = worse(exitStatus, ExitStatus::Failed);
     }
 
+    Output &m_output;
     bool m_cutNames;
     QSet<QByteArray> m_names;
 };
@@ -130,28 +133,28 @@ bool matches(const Provider &provider, const QString &country, const QString &te
     });
 }
 
-ExitStatus storeProfiles(const ProvisionPlan &plan)
+ExitStatus storeProfiles(Output &output, const ProvisionPlan &plan)
 {
     QList<QByteArray> stored;
     if (const int status = listProfileNames(stored); status != NAPI_OK)
-        return reportServiceFailure({}, status);
+        return reportServiceFailure(output, {}, status);
     if (stored.size() + plan.profiles.size() > NAPI_GetMaxProfiles()) {
-        printError(QStringLiteral("%1 new profiles do not fit: %2 of at most %3 are stored; "
-                                  "KUB_NAPI_MAX sets the maximum")
-                       .arg(plan.profiles.size())
-                       .arg(stored.size())
-                       .arg(NAPI_GetMaxProfiles()));
-        return ExitFailed;
+        output.problem(QStringLiteral("%1 new profiles do not fit: %2 of at most %3 are stored; "
+                                      "KUB_NAPI_MAX sets the maximum")
+                           .arg(plan.profiles.size())
+                           .arg(stored.size())
+                           .arg(NAPI_GetMaxProfiles()));
+        return ExitStatus::Failed;
     }
     qsizetype done = 0;
     qsizetype refused = 0;
-    ExitStatus exitStatus = ExitOk;
+    ExitStatus exitStatus = ExitStatus::Success;
     {
         const Progress progress(QStringLiteral("Storing profiles"), plan.profiles.size());
         for (const PlannedProfile &profile : plan.profiles) {
             const int status = NAPI_CreateProfile(profile.name.constData(), &profile.record, 0, 0);
             if (status != NAPI_OK)
-                exitStatus = reportServiceFailure(QString::fromUtf8(profile.name), status);
+                exitStatus = reportServiceFailure(output, QString::fromUtf8(profile.name), status);
             // A store can refuse the values of one access point; what else fails, fails for all.
             if (status == NAPI_ERROR_VALUE_REFUSED)
                 ++refused;
@@ -162,34 +165,34 @@ ExitStatus storeProfiles(const ProvisionPlan &plan)
             progress.show(done + refused);
         }
     }
-    printOutput(QStringLiteral("Stored: %1, already there: %2\n").arg(done).arg(plan.storedBefore));
+    output.line(QStringLiteral("Stored: %1, already there: %2").arg(done).arg(plan.storedBefore));
     return exitStatus;
 }
 
 } // namespace
 
-ExitStatus runProvision(const QCommandLineParser &options, const QStringList &)
+ExitStatus runProvision(Output &output, const QCommandLineParser &options, const QStringList &)
 {
     const bool all = options.isSet(QStringLiteral("all"));
     const QString country = options.value(QStringLiteral("country")).toLower();
     if (country.isEmpty() && !all) {
-        printError(QStringLiteral("provision needs --country CC, or --all for every country"));
-        return ExitUsage;
+        output.problem(QStringLiteral("provision needs --country CC, or --all for every country"));
+        return ExitStatus::WrongUsage;
     }
     const QString fileName = options.value(QStringLiteral("database"));
     QString fault;
-    const QByteArray xml = readInput(fileName, fault);
-    if (!fault.isNull()) {
-        printError(fault);
-        return ExitFailed;
+    const auto xml = commandline::readInput(fileName, largestInput, fault);
+    if (!xml) {
+        output.problem(QStringLiteral("provision: %1").arg(fault));
+        return ExitStatus::WrongUsage;
     }
-    const QList<Provider> providers = parseProviderDatabase(xml, fault);
+    const QList<Provider> providers = parseProviderDatabase(*xml, fault);
     if (!fault.isNull()) {
-        printError(fileName + QStringLiteral(": ") + fault);
-        return ExitFailed;
+        output.problem(QStringLiteral("provision: %1: %2").arg(fileName, fault));
+        return ExitStatus::WrongUsage;
     }
 
-    ProvisionPlan plan(all);
+    ProvisionPlan plan(output, all);
     qsizetype matching = 0;
     for (const Provider &provider : providers) {
         if (!matches(provider, country, options.value(QStringLiteral("provider"))))
@@ -203,10 +206,10 @@ ExitStatus runProvision(const QCommandLineParser &options, const QStringList &)
             plan.add(provider, accessPoint, provider.accessPoints.size() == 1);
     }
     if (matching == 0) {
-        printError(fileName + QStringLiteral(": no provider with a GSM access point matches"));
-        return ExitFailed;
+        output.problem(fileName + QStringLiteral(": no provider with a GSM access point matches"));
+        return ExitStatus::Failed;
     }
-    if (plan.exitStatus == ExitStoreUnusable)
+    if (plan.exitStatus == ExitStatus::Unusable)
         return plan.exitStatus;
-    return qMax(plan.exitStatus, storeProfiles(plan));
+    return worse(plan.exitStatus, storeProfiles(output, plan));
 }

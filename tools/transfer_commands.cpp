@@ -1,9 +1,10 @@
 // import and export: profiles as JSON.
 #include "commands.h"
 
-#include "console.h"
+#include "input_file.h"
 #include "profile_json.h"
 #include "profile_service.h"
+#include "progress.h"
 
 namespace {
 
@@ -16,7 +17,7 @@ struct ImportedProfile {
 /// Turns the profiles of a file into records, without changing the store.
 class ImportPlan {
 public:
-    explicit ImportPlan(bool replace) : m_replace(replace) {}
+    ImportPlan(Output &output, bool replace) : m_output(output), m_replace(replace) {}
 
     bool add(const JsonProfile &profile)
     {
@@ -26,7 +27,7 @@ public:
             return refuse(profile, serviceText(NAPI_ERROR_BAD_NAME));
         const int status = NAPI_ReadProfile(key.constData(), &imported.record, 0, 0);
         if (status != NAPI_OK && status != NAPI_ERROR_NOT_FOUND) {
-            exitStatus = reportServiceFailure(profile.name, status);
+            exitStatus = reportServiceFailure(m_output, profile.name, status);
             return false;
         }
         imported.isNew = status == NAPI_ERROR_NOT_FOUND;
@@ -49,7 +50,7 @@ public:
 
     QList<ImportedProfile> profiles;
     qsizetype newProfiles = 0;
-    ExitStatus exitStatus = ExitOk; ///< of what was refused
+    ExitStatus exitStatus = ExitStatus::Success; ///< of what was refused
 
 private:
     static QString fill(ImportedProfile &imported, const JsonProfile &profile)
@@ -66,26 +67,27 @@ private:
 
     bool refuse(const JsonProfile &profile, const QString &reason)
     {
-        printError(profile.name + QStringLiteral(": ") + reason);
-        exitStatus = ExitFailed;
+        m_output.problem(profile.name + QStringLiteral(": ") + reason);
+        exitStatus = ExitStatus::Failed;
         return false;
     }
 
+    Output &m_output;
     bool m_replace;
 };
 
-ExitStatus storeProfiles(const ImportPlan &plan)
+ExitStatus storeProfiles(Output &output, const ImportPlan &plan)
 {
     QList<QByteArray> stored;
     if (const int status = listProfileNames(stored); status != NAPI_OK)
-        return reportServiceFailure({}, status);
+        return reportServiceFailure(output, {}, status);
     if (stored.size() + plan.newProfiles > NAPI_GetMaxProfiles()) {
-        printError(QStringLiteral("%1 new profiles do not fit: %2 of at most %3 are stored; "
-                                  "KUB_NAPI_MAX sets the maximum")
-                       .arg(plan.newProfiles)
-                       .arg(stored.size())
-                       .arg(NAPI_GetMaxProfiles()));
-        return ExitFailed;
+        output.problem(QStringLiteral("%1 new profiles do not fit: %2 of at most %3 are stored; "
+                                      "KUB_NAPI_MAX sets the maximum")
+                           .arg(plan.newProfiles)
+                           .arg(stored.size())
+                           .arg(NAPI_GetMaxProfiles()));
+        return ExitStatus::Failed;
     }
     qsizetype done = 0;
     const Progress progress(QStringLiteral("Storing profiles"), plan.profiles.size());
@@ -95,45 +97,46 @@ ExitStatus storeProfiles(const ImportPlan &plan)
                                ? NAPI_CreateProfile(key.constData(), &profile.record, 0, 0)
                                : NAPI_ModifyProfile(key.constData(), &profile.record, 0, 0);
         if (status != NAPI_OK) {
-            printError(QStringLiteral("stopped after %1 of %2 profiles")
-                           .arg(done)
-                           .arg(plan.profiles.size()));
-            return reportServiceFailure(profile.name, status);
+            output.problem(QStringLiteral("stopped after %1 of %2 profiles")
+                               .arg(done)
+                               .arg(plan.profiles.size()));
+            return reportServiceFailure(output, profile.name, status);
         }
         progress.show(++done);
     }
-    return ExitOk;
+    return ExitStatus::Success;
 }
 
 } // namespace
 
-ExitStatus runImport(const QCommandLineParser &options, const QStringList &arguments)
+ExitStatus runImport(Output &output, const QCommandLineParser &options,
+                     const QStringList &arguments)
 {
     const QString &fileName = arguments.first();
     QString fault;
-    const QByteArray json = readInput(fileName, fault);
-    if (!fault.isNull()) {
-        printError(fault);
-        return ExitFailed;
+    const auto json = commandline::readInput(fileName, largestInput, fault);
+    if (!json) {
+        output.problem(QStringLiteral("import: %1").arg(fault));
+        return ExitStatus::WrongUsage;
     }
-    const QList<JsonProfile> profiles = parseProfiles(json, fault);
+    const QList<JsonProfile> profiles = parseProfiles(*json, fault);
     if (!fault.isNull()) {
-        printError(fileName + QStringLiteral(": ") + fault);
-        return ExitFailed;
+        output.problem(QStringLiteral("import: %1: %2").arg(fileName, fault));
+        return ExitStatus::WrongUsage;
     }
-    ImportPlan plan(options.isSet(QStringLiteral("replace")));
+    ImportPlan plan(output, options.isSet(QStringLiteral("replace")));
     for (const JsonProfile &profile : profiles) {
-        if (!plan.add(profile) && plan.exitStatus == ExitStoreUnusable)
-            return ExitStoreUnusable;
+        if (!plan.add(profile) && plan.exitStatus == ExitStatus::Unusable)
+            return ExitStatus::Unusable;
     }
-    return plan.exitStatus == ExitOk ? storeProfiles(plan) : plan.exitStatus;
+    return plan.exitStatus == ExitStatus::Success ? storeProfiles(output, plan) : plan.exitStatus;
 }
 
-ExitStatus runExport(const QCommandLineParser &options, const QStringList &)
+ExitStatus runExport(Output &output, const QCommandLineParser &options, const QStringList &)
 {
     QList<QByteArray> names;
     if (const int status = listProfileNames(names); status != NAPI_OK)
-        return reportServiceFailure({}, status);
+        return reportServiceFailure(output, {}, status);
     QList<QByteArray> profiles;
     for (const QByteArray &name : names) {
         NAP_PROFILE_S record = {};
@@ -141,16 +144,16 @@ ExitStatus runExport(const QCommandLineParser &options, const QStringList &)
         if (status == NAPI_ERROR_NOT_FOUND) // deleted in the meantime
             continue;
         if (status != NAPI_OK)
-            return reportServiceFailure(QString::fromUtf8(name), status);
+            return reportServiceFailure(output, QString::fromUtf8(name), status);
         const QStringList faults = recordFaults(record);
         if (!faults.isEmpty()) {
-            printError(QString::fromUtf8(name) +
-                       QStringLiteral(" cannot be exported without loss: ") + faults.first());
-            return ExitFailed;
+            output.problem(QString::fromUtf8(name) +
+                           QStringLiteral(" cannot be exported without loss: ") + faults.first());
+            return ExitStatus::Failed;
         }
         profiles += formatProfile(QString::fromUtf8(name), record,
                                   options.isSet(QStringLiteral("show-secrets")));
     }
-    printJson(formatProfileArray(profiles));
-    return ExitOk;
+    output.json(formatProfileArray(profiles));
+    return ExitStatus::Success;
 }

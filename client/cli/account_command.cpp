@@ -12,6 +12,8 @@
 
 namespace client::cli {
 
+using commandline::printable;
+
 namespace {
 
 ExitStatus problem(Context &context, const QString &text)
@@ -73,10 +75,9 @@ ExitStatus list(Context &context, const Invocation &)
 {
     for (const auto &[name, account] : context.device->accounts().accounts())
         context.output.line(
-            printable(QStringLiteral("%1  %2").arg(name, account.address.toString()).toUtf8()));
+            printable(QStringLiteral("%1  %2").arg(name, account.address.toString())));
     for (const auto &[name, account] : context.device->accounts().damagedAccounts())
-        context.output.line(
-            printable(QStringLiteral("%1  damaged: %2").arg(name, account.reason).toUtf8()));
+        context.output.line(printable(QStringLiteral("%1  damaged: %2").arg(name, account.reason)));
     // That there are none would be no true answer.
     return context.device->accounts().damage().isEmpty() ? ExitStatus::Success
                                                          : ExitStatus::Unusable;
@@ -93,8 +94,8 @@ ExitStatus show(Context &context, const Invocation &invocation)
             continue;
         if (field.isSecret && !invocation.has("show-secrets"))
             value = QString::fromLatin1(secretMask);
-        context.output.line(printable(
-            QStringLiteral("%1=%2").arg(QString::fromLatin1(field.name), value).toUtf8()));
+        context.output.line(
+            printable(QStringLiteral("%1=%2").arg(QString::fromLatin1(field.name), value)));
     }
     return ExitStatus::Success;
 }

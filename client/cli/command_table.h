@@ -2,7 +2,6 @@
 #pragma once
 
 #include "dm_device.h"
-#include "exit_status.h"
 #include "output.h"
 
 #include <QMap>
@@ -11,6 +10,9 @@
 #include <span>
 
 namespace client::cli {
+
+using commandline::ExitStatus;
+using commandline::Output;
 
 /// What a command works with.
 struct Context {

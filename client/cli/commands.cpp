@@ -2,6 +2,7 @@
 
 #include "command_table.h"
 #include "ddf.h"
+#include "input_file.h"
 #include "line_input.h"
 #include "package.h"
 #include "secret_input.h"
@@ -9,11 +10,9 @@
 #include "shell.h"
 #include "tree_drawing.h"
 
-#include <QFile>
 #include <QJsonDocument>
 #include <QXmlStreamReader>
 #include <QXmlStreamWriter>
-#include <unistd.h>
 
 namespace client::cli {
 
@@ -21,13 +20,15 @@ namespace {
 
 ExitStatus exitStatusOf(const Outcome &outcome)
 {
-    return outcome ? ExitStatus::Success : ExitStatus::CommandRefused;
+    return outcome ? ExitStatus::Success : ExitStatus::Failed;
 }
 
 /// Reports how a command on a node ended.
 ExitStatus finish(Context &context, const char *command, const QString &uri, const Outcome &outcome)
 {
-    context.output.status(QString::fromLatin1(command), uri, outcome);
+    context.output.ending(
+        QStringLiteral("%1 %2: %3").arg(QString::fromLatin1(command), uri, describe(outcome)),
+        bool(outcome));
     return exitStatusOf(outcome);
 }
 
@@ -286,25 +287,6 @@ ExitStatus runCopy(Context &context, const Invocation &invocation)
 
 namespace {
 
-/// The bytes of a package; none with what is wrong in error. Reading stops behind the largest
-/// package that is accepted.
-std::optional<QByteArray> readPackage(const QString &file, QString &error)
-{
-    QFile input(file);
-    const bool isOpen = file == QStringLiteral("-") ? input.open(STDIN_FILENO, QIODevice::ReadOnly)
-                                                    : input.open(QIODevice::ReadOnly);
-    if (!isOpen) {
-        error = QStringLiteral("process: cannot read %1: %2").arg(file, input.errorString());
-        return std::nullopt;
-    }
-    const QByteArray bytes = input.read(syncml::Limits().messageBytes + 1);
-    if (input.error() != QFileDevice::NoError) {
-        error = QStringLiteral("process: cannot read %1: %2").arg(file, input.errorString());
-        return std::nullopt;
-    }
-    return bytes;
-}
-
 /// The document with each element on a line of its own. Texts of elements stay as they are.
 QByteArray indented(const QByteArray &xml)
 {
@@ -328,9 +310,9 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
     if (context.inShell && file == QStringLiteral("-"))
         return wrongUsage(context, QStringLiteral("process: standard input is the shell's"));
     QString error;
-    const auto package = readPackage(file, error);
+    const auto package = commandline::readInput(file, syncml::Limits().messageBytes, error);
     if (!package)
-        return wrongUsage(context, error);
+        return wrongUsage(context, QStringLiteral("process: %1").arg(error));
 
     const syncml::DecodeResult decoded = syncml::decode(*package);
     if (const auto *const failure = std::get_if<syncml::DecodeError>(&decoded))
@@ -365,11 +347,11 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
     const syncml::EncodeResult encoded = syncml::encode(*answer.message, encoding);
     if (const auto *const failure = std::get_if<syncml::EncodeError>(&encoded)) {
         context.output.problem(QStringLiteral("process: %1").arg(failure->text));
-        return ExitStatus::CommandRefused;
+        return ExitStatus::Failed;
     }
     const QByteArray &bytes = std::get<QByteArray>(encoded);
     context.output.document(encoding == syncml::Encoding::Xml ? indented(bytes) : bytes);
-    return answer.allSucceeded ? ExitStatus::Success : ExitStatus::CommandRefused;
+    return answer.allSucceeded ? ExitStatus::Success : ExitStatus::Failed;
 }
 
 // ---- Description ---------------------------------------------------------------------------------

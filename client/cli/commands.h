@@ -1,11 +1,13 @@
 // What the commands of the table do.
 #pragma once
 
-#include "exit_status.h"
+#include "output.h"
 
 #include <QString>
 
 namespace client::cli {
+
+using commandline::ExitStatus;
 
 struct Context;
 struct Invocation;

@@ -2,13 +2,15 @@
 #pragma once
 
 #include "dm_device.h"
-#include "exit_status.h"
 #include "output.h"
 
 #include <QStringList>
 #include <optional>
 
 namespace client::cli {
+
+using commandline::ExitStatus;
+using commandline::Output;
 
 struct CommandLine {
     DmDevice::Options device;

@@ -10,6 +10,8 @@
 
 namespace client::cli {
 
+using commandline::printable;
+
 namespace {
 
 constexpr int historyLines = 1000;
@@ -22,7 +24,7 @@ void showCandidates(const std::vector<Candidate> &candidates)
         QString shown = candidate.word;
         const qsizetype slash = shown.lastIndexOf(u'/', -2);
         shown = shown.mid(slash + 1);
-        std::fprintf(stdout, "%s\n", printable(shown.toUtf8()).toUtf8().constData());
+        std::fprintf(stdout, "%s\n", printable(shown).toUtf8().constData());
     }
 }
 

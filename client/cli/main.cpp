@@ -65,7 +65,7 @@ int main(int argc, char *argv[])
 {
     support::occupyClosedStandardStreams();
     const QCoreApplication application(argc, argv);
-    Output output;
+    Output output(QStringLiteral("dmclient"));
     ExitStatus exitStatus = ExitStatus::WrongUsage;
     if (areUtf8(argc, argv, output)) {
         const auto commandLine =
@@ -73,9 +73,5 @@ int main(int argc, char *argv[])
         if (commandLine)
             exitStatus = runCommand(*commandLine, output);
     }
-    if (const QString reason = output.lossReason(); !reason.isNull()) {
-        output.problem(QStringLiteral("cannot write the output: %1").arg(reason));
-        exitStatus = worse(exitStatus, ExitStatus::Unusable);
-    }
-    return static_cast<int>(exitStatus);
+    return static_cast<int>(output.finish(exitStatus));
 }

@@ -20,6 +20,8 @@
 
 namespace client::cli {
 
+using commandline::isInteractive;
+
 namespace {
 
 // ---- Options -------------------------------------------------------------------------------------
@@ -226,7 +228,7 @@ ExitStatus exitStatusOf(const SessionEnd &end)
 {
     if (end.kind != SessionEnd::Kind::Completed)
         return ExitStatus::SessionFailed;
-    return end.refused > 0 ? ExitStatus::CommandRefused : ExitStatus::Success;
+    return end.refused > 0 ? ExitStatus::Failed : ExitStatus::Success;
 }
 
 ExitStatus haveSession(Context &context, const Server &server, const Settings &settings,

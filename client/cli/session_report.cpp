@@ -5,6 +5,9 @@
 
 namespace client::cli {
 
+using commandline::Colour;
+using commandline::printable;
+
 namespace {
 
 struct EndRow {
@@ -42,15 +45,15 @@ void ReadableSessionReport::commandAnswered(const AnsweredCommand &command)
     constexpr int firstError = 400;
     const QString about = command.uri.isEmpty() ? command.name : command.name + u' ' + command.uri;
     const Outcome outcome{static_cast<DmStatus>(command.status), command.reason};
-    const QString text = printable(QStringLiteral("%1: %2").arg(about, describe(outcome)).toUtf8());
+    const QString text = printable(QStringLiteral("%1: %2").arg(about, describe(outcome)));
     const bool isRefused = command.status >= firstError;
     m_output.line(isRefused ? m_output.painter().paint(Colour::Problem, text) : text);
 }
 
 void ReadableSessionReport::note(const QString &text)
 {
-    m_output.line(m_output.painter().paint(Colour::Faint,
-                                           printable((QStringLiteral("Note: ") + text).toUtf8())));
+    m_output.line(
+        m_output.painter().paint(Colour::Faint, printable(QStringLiteral("Note: ") + text)));
 }
 
 void ReadableSessionReport::ended(const SessionEnd &end)
@@ -63,7 +66,7 @@ void ReadableSessionReport::ended(const SessionEnd &end)
                      counted(end.commands, "command", "commands"))
                 .arg(end.refused);
     const bool isGood = end.kind == SessionEnd::Kind::Completed;
-    const QString harmless = printable(text.toUtf8());
+    const QString harmless = printable(text);
     m_output.line(isGood ? harmless : m_output.painter().paint(Colour::Problem, harmless));
 }
 

@@ -6,6 +6,8 @@
 
 namespace client::cli {
 
+using commandline::Output;
+
 /// Prints each command of the server as soon as it has been answered, and how the session ended.
 class SessionReport : public SessionObserver {
 public:

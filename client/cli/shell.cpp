@@ -40,7 +40,7 @@ bool mayBeRemembered(const QByteArray &line)
 ExitStatus Shell::run()
 {
     m_output.setReports(Output::Reports::Everything);
-    if (isInteractive())
+    if (commandline::isInteractive())
         runOnTerminal();
     else
         runFromPipe();

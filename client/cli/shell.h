@@ -2,12 +2,14 @@
 #pragma once
 
 #include "dm_device.h"
-#include "exit_status.h"
 #include "output.h"
 
 #include <QByteArray>
 
 namespace client::cli {
+
+using commandline::ExitStatus;
+using commandline::Output;
 
 /// Whether a line may go into a history file: not when it may carry a password.
 bool mayBeRemembered(const QByteArray &line);

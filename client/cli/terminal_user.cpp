@@ -11,6 +11,8 @@
 
 namespace client::cli {
 
+using commandline::printable;
+
 // ---- Texts ---------------------------------------------------------------------------------------
 
 void TerminalUser::print(const QString &text)
@@ -28,7 +30,7 @@ void TerminalUser::print(const QString &text)
 void TerminalUser::printFromServer(const QString &text)
 {
     for (const QString &line : text.split(u'\n'))
-        print(QStringLiteral("[server] %1\n").arg(printable(line.toUtf8())));
+        print(QStringLiteral("[server] %1\n").arg(printable(line)));
 }
 
 // ---- Questions -----------------------------------------------------------------------------------
@@ -46,8 +48,7 @@ UserInteraction::Response TerminalUser::askUntilAccepted(const QString &prompt,
     QString shownPrompt = prompt;
     if (!options.defaultResponse.isEmpty())
         shownPrompt += QStringLiteral(" [%1]").arg(
-            options.isSecret ? QStringLiteral("default")
-                             : printable(options.defaultResponse.toUtf8()));
+            options.isSecret ? QStringLiteral("default") : printable(options.defaultResponse));
     m_input.flush();
     for (;;) {
         print(shownPrompt + QStringLiteral(": "));

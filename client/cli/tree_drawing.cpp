@@ -7,6 +7,9 @@
 
 namespace client::cli {
 
+using commandline::Colour;
+using commandline::printable;
+
 namespace {
 
 bool isMasked(const ListedNode &leaf, Secrets secrets)

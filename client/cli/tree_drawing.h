@@ -10,6 +10,8 @@
 
 namespace client::cli {
 
+using commandline::Painter;
+
 enum class Secrets { Mask, Show };
 
 /// The listing as lines with branches, the formats and values of all leaves in columns.

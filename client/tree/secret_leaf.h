@@ -1,13 +1,14 @@
 // Which nodes hold secrets.
 #pragma once
 
+#include "secret_mask.h"
+
 #include <QByteArray>
 #include <QString>
 
 namespace client {
 
-/// What people see in place of a secret.
-inline constexpr char secretMask[] = "********";
+using support::secretMask;
 
 /// Whether leaves of that name hold passwords or other secrets, which are not shown unless somebody
 /// asks for them.

@@ -420,7 +420,7 @@ const Parser parsers[] = {
      splitLine},
     {"text-for-a-terminal",
      [](qsizetype size) { return QByteArray("\xC3\xA4\x1B").repeated(size / 3); },
-     [](const QByteArray &bytes) { client::cli::printable(bytes); }},
+     [](const QByteArray &bytes) { commandline::printable(bytes); }},
 };
 
 void count(const Parser &parser, qsizetype size)

@@ -5,7 +5,7 @@ import re
 import unittest
 
 SOURCES = pathlib.Path(__file__).resolve().parents[2]
-FLOORS = ("platform", "support", "hostplatform", "plugin", "client", "tools")
+FLOORS = ("platform", "support", "hostplatform", "commandline", "plugin", "client", "tools")
 HEADING = "## Who may include whom"
 
 

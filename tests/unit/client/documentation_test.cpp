@@ -85,7 +85,7 @@ TEST(DocumentationTest, EveryGlobalOptionOfTheHelpIsUnderstood)
             option == "verbose"
                 ? QStringList{QStringLiteral("dmclient"), word, QStringLiteral("x")}
                 : QStringList{QStringLiteral("dmclient"), word, value, QStringLiteral("x")};
-        Output output;
+        Output output(QStringLiteral("dmclient"));
         const auto parsed = parseCommandLine(line, output, exitStatus);
         ASSERT_TRUE(parsed) << option;
         EXPECT_EQ(parsed->command, QStringLiteral("x")) << option;
@@ -94,7 +94,7 @@ TEST(DocumentationTest, EveryGlobalOptionOfTheHelpIsUnderstood)
 
 TEST(DocumentationTest, TheExitStatusesAreTheSameInTheHeaderTheManualAndTheHelp)
 {
-    const auto inHeader = matches(contents("client/cli/exit_status.h"), "^    \\w+ = (\\d+),");
+    const auto inHeader = matches(contents("commandline/exit_status.h"), "^    \\w+ = (\\d+),");
     EXPECT_EQ(inHeader, (std::set<std::string>{"0", "1", "2", "3", "4"}));
     EXPECT_EQ(matches(section(QStringLiteral("EXIT STATUS")), "^\\.TP\\n\\.B (\\d+)$"), inHeader);
     const QString help = programHelp().section(QStringLiteral("Exit status:"), 1);

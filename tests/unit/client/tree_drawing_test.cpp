@@ -122,19 +122,6 @@ TEST_F(TreeDrawingTest, AnInteriorNodeWithoutChildrenIsStillInterior)
     EXPECT_TRUE(json("Empty").contains(u"children"));
 }
 
-TEST(PrintableTest, TextIsKeptAndRubbishIsEscaped)
-{
-    EXPECT_EQ(printable("B\xc3\xbcro \xf0\x9f\x93\xb1"),
-              QString::fromUtf8("B\xc3\xbcro \xf0\x9f\x93\xb1"));
-    EXPECT_EQ(printable("a\xff"
-                        "b"),
-              QStringLiteral("a\\xffb"));
-    EXPECT_EQ(printable("a\x80\x81z"), QStringLiteral("a\\x80\\x81z"));
-    EXPECT_EQ(printable("cut\xc3"), QStringLiteral("cut\\xc3"));
-    EXPECT_EQ(printable("DOMAIN\\user"), QStringLiteral("DOMAIN\\user"));
-    EXPECT_EQ(printable("\xe2\x80\xa8"), QStringLiteral("\\xe2\\x80\\xa8"));
-}
-
 } // namespace
 
 } // namespace client::cli

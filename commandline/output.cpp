@@ -7,7 +7,7 @@
 #include <cstring>
 #include <unistd.h>
 
-namespace client::cli {
+namespace commandline {
 
 namespace {
 
@@ -19,9 +19,9 @@ bool write(FILE *file, const QByteArray &bytes)
 
 } // namespace
 
-Output::Output()
-    : m_toTerminal(::isatty(STDOUT_FILENO)), m_painter(Painter::forFile(STDOUT_FILENO)),
-      m_errorPainter(Painter::forFile(STDERR_FILENO))
+Output::Output(const QString &programName)
+    : m_programName(programName), m_toTerminal(::isatty(STDOUT_FILENO)),
+      m_painter(Painter::forFile(STDOUT_FILENO)), m_errorPainter(Painter::forFile(STDERR_FILENO))
 {
 }
 
@@ -41,10 +41,15 @@ void Output::document(const QByteArray &bytes)
                      : bytes);
 }
 
+void Output::json(const QByteArray &document)
+{
+    raw(QByteArray::fromStdString(foreign_text::printableJson(document.trimmed().toStdString())) +
+        '\n');
+}
+
 void Output::json(const QJsonDocument &document, QJsonDocument::JsonFormat format)
 {
-    const std::string text = document.toJson(format).trimmed().toStdString();
-    raw(QByteArray::fromStdString(foreign_text::printableJson(text)) + '\n');
+    json(document.toJson(format));
 }
 
 void Output::raw(const QByteArray &bytes)
@@ -53,11 +58,10 @@ void Output::raw(const QByteArray &bytes)
         m_writeError = errno;
 }
 
-void Output::status(const QString &command, const QString &uri, const Outcome &outcome)
+void Output::ending(const QString &text, bool succeeded)
 {
-    if (outcome && m_reports == Reports::Failures)
-        return;
-    report(QStringLiteral("%1 %2: %3").arg(command, uri, describe(outcome)), !outcome);
+    if (!succeeded || m_reports == Reports::Everything)
+        report(text, !succeeded);
 }
 
 void Output::problem(const QString &text)
@@ -68,8 +72,8 @@ void Output::problem(const QString &text)
 void Output::report(const QString &text, bool failed)
 {
     const bool toError = m_reports == Reports::Failures;
-    const QString prefixed = toError ? QStringLiteral("dmclient: ") + text : text;
-    const QString harmless = printable(prefixed.toUtf8());
+    const QString prefixed = toError ? QStringLiteral("%1: %2").arg(m_programName, text) : text;
+    const QString harmless = printable(prefixed);
     const Painter &painter = toError ? m_errorPainter : m_painter;
     const QString painted = failed ? painter.paint(Colour::Problem, harmless) : harmless;
     if (toError)
@@ -78,9 +82,13 @@ void Output::report(const QString &text, bool failed)
         line(painted);
 }
 
-QString Output::lossReason() const
+ExitStatus Output::finish(ExitStatus status)
 {
-    return m_writeError == 0 ? QString() : QString::fromLocal8Bit(std::strerror(m_writeError));
+    if (m_writeError == 0)
+        return status;
+    problem(QStringLiteral("cannot write the output: %1")
+                .arg(QString::fromLocal8Bit(std::strerror(m_writeError))));
+    return worse(status, ExitStatus::Unusable);
 }
 
-} // namespace client::cli
+} // namespace commandline

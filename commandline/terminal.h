@@ -4,10 +4,11 @@
 #include <QByteArray>
 #include <QString>
 
-namespace client::cli {
+namespace commandline {
 
 /// One line of text that a terminal shows and does not obey (foreign_text.h).
 QString printable(const QByteArray &bytes);
+QString printable(const QString &text);
 
 /// Whether somebody types standard input and sees standard output.
 bool isInteractive();
@@ -27,4 +28,4 @@ private:
     bool m_colours;
 };
 
-} // namespace client::cli
+} // namespace commandline

@@ -4,11 +4,16 @@
 
 #include <unistd.h>
 
-namespace client::cli {
+namespace commandline {
 
 QString printable(const QByteArray &bytes)
 {
     return QString::fromStdString(foreign_text::printable(bytes.toStdString()));
+}
+
+QString printable(const QString &text)
+{
+    return printable(text.toUtf8());
 }
 
 bool isInteractive()
@@ -31,4 +36,4 @@ QString Painter::paint(Colour colour, const QString &text) const
     return QStringLiteral("\x1b[%1m%2\x1b[0m").arg(QString::fromLatin1(code), text);
 }
 
-} // namespace client::cli
+} // namespace commandline
