@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,6 +17,12 @@ struct [[nodiscard]] StoreResult {
 
     bool failed() const { return status != NAPI_OK; }
 };
+
+/// IDs of profiles are numbers of 32 bits.
+inline bool isProfileId(std::int64_t number)
+{
+    return number >= 0 && number <= std::numeric_limits<std::uint32_t>::max();
+}
 
 /// A set of profiles, each with a unique name and an ID that no other profile ever had. The calls
 /// have checked pointers and names before. A store hands out profile names only (profile_name.h),

@@ -310,8 +310,8 @@ BusReply NetworkManagerProfileStore::update(const Entry &entry, const GsmConnect
 {
     if (!change.keptSecrets)
         return updateConnection(entry, before, after, change);
-    ConnectionDatabase::Lock lock(*m_database);
-    StoreResult result = lock.take();
+    SqliteTransaction transaction = m_database->transaction();
+    StoreResult result = transaction.begin();
     if (!result.failed())
         result = m_database->setSecrets(entry.uuid, after.keptSecrets);
     if (result.failed())
@@ -319,7 +319,7 @@ BusReply NetworkManagerProfileStore::update(const Entry &entry, const GsmConnect
     BusReply reply = updateConnection(entry, before, after, change);
     if (reply.result.failed())
         return reply;
-    result = lock.commit();
+    result = transaction.commit();
     if (!result.failed())
         return reply;
     updateConnection(entry, after, before, change);
@@ -375,8 +375,8 @@ StoreResult NetworkManagerProfileStore::create(std::string_view name, const NAP_
                 "a profile name in NetworkManager cannot begin with a byte order mark"};
     }
     // NetworkManager would take the same name twice.
-    ConnectionDatabase::Lock lock(*m_database);
-    StoreResult result = lock.take();
+    SqliteTransaction transaction = m_database->transaction();
+    StoreResult result = transaction.begin();
     if (!result.failed())
         result = refresh();
     if (!result.failed())
@@ -390,7 +390,7 @@ StoreResult NetworkManagerProfileStore::create(std::string_view name, const NAP_
     result = add(id, record);
     if (result.failed())
         return result;
-    result = lock.commit();
+    result = transaction.commit();
     if (result.failed()) // without its number on the disk it is no profile
         m_bus.callConnection(m_entries.back().path, QStringLiteral("Delete"));
     return result;
@@ -448,15 +448,15 @@ BusReply NetworkManagerProfileStore::removeEntry(const Entry &entry)
     StoreResult result = m_database->secretsOf(entry.uuid, secrets);
     if (!result.failed() && secrets.empty())
         return m_bus.callConnection(entry.path, method);
-    ConnectionDatabase::Lock lock(*m_database);
+    SqliteTransaction transaction = m_database->transaction();
     if (!result.failed())
-        result = lock.take();
+        result = transaction.begin();
     if (!result.failed())
         result = m_database->setSecrets(entry.uuid, {});
     if (result.failed())
         return failed(result);
     BusReply reply = m_bus.callConnection(entry.path, method);
     if (!reply.result.failed())
-        reply.result = lock.commit();
+        reply.result = transaction.commit();
     return reply;
 }

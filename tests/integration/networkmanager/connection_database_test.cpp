@@ -1,19 +1,21 @@
 // The database of numeric IDs.
 #include <atomic>
-#include <barrier>
 #include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <limits>
-#include <set>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
+#include "child_process.h"
 #include "connection_database.h"
 
 namespace {
@@ -74,6 +76,20 @@ protected:
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
         file.write(bytes);
     }
+    QByteArray fileBytes() const
+    {
+        QFile file(QString::fromStdString(m_path));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable");
+    }
+    /// Opening it fails with that status and a sentence that names the file and the reason.
+    void expectRefused(NAPI_STATUS status, const std::string &reason) const
+    {
+        std::unique_ptr<ConnectionDatabase> numbers;
+        const StoreResult result = ConnectionDatabase::open(m_path, numbers);
+        EXPECT_EQ(result.status, status) << result.message;
+        EXPECT_TRUE(result.message.starts_with(m_path + ": ")) << result.message;
+        EXPECT_NE(result.message.find(reason), std::string::npos) << result.message;
+    }
 
     const QTemporaryDir m_directory;
     const std::string m_path = m_directory.path().toStdString() + "/state/ids.db";
@@ -104,21 +120,21 @@ TEST_F(ConnectionDatabaseTest, TwoUsersGiveNoNumberTwice)
     EXPECT_EQ(numbersOf(*one, {"b"}), Numbers{2});
 }
 
-TEST_F(ConnectionDatabaseTest, NumbersOfADroppedLockWereNeverGiven)
+TEST_F(ConnectionDatabaseTest, NumbersOfADroppedTransactionWereNeverGiven)
 {
     const auto numbers = open();
     {
-        ConnectionDatabase::Lock lock(*numbers);
-        ASSERT_FALSE(lock.take().failed());
+        SqliteTransaction transaction = numbers->transaction();
+        ASSERT_FALSE(transaction.begin().failed());
         EXPECT_EQ(numbersOf(*numbers, {"dropped"}), Numbers{1});
     }
     EXPECT_EQ(numbersOf(*numbers, {"kept"}), Numbers{1});
     EXPECT_EQ(numbersOf(*numbers, {"dropped"}), Numbers{2});
     {
-        ConnectionDatabase::Lock lock(*numbers);
-        ASSERT_FALSE(lock.take().failed());
+        SqliteTransaction transaction = numbers->transaction();
+        ASSERT_FALSE(transaction.begin().failed());
         EXPECT_EQ(numbersOf(*numbers, {"committed"}), Numbers{3});
-        ASSERT_FALSE(lock.commit().failed());
+        ASSERT_FALSE(transaction.commit().failed());
     }
     EXPECT_EQ(numbersOf(*open(), {"committed"}), Numbers{3});
 }
@@ -130,17 +146,17 @@ TEST_F(ConnectionDatabaseTest, NumberOfADeletedRowIsNotGivenAgain)
     EXPECT_EQ(numbersOf(*open(), {"c"}), Numbers{3});
 }
 
-TEST_F(ConnectionDatabaseTest, LockKeepsAnotherUserOut)
+TEST_F(ConnectionDatabaseTest, TransactionKeepsAnotherUserOut)
 {
     const auto one = open();
-    ConnectionDatabase::Lock lock(*one);
-    ASSERT_FALSE(lock.take().failed());
+    SqliteTransaction transaction = one->transaction();
+    ASSERT_FALSE(transaction.begin().failed());
     const auto other = open();
-    ConnectionDatabase::Lock second(*other);
+    SqliteTransaction second = other->transaction();
     const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(second.take().status, NAPI_ERROR_BUSY);
+    EXPECT_EQ(second.begin().status, NAPI_ERROR_BUSY);
     EXPECT_GE(std::chrono::steady_clock::now() - begin,
-              std::chrono::milliseconds(ConnectionDatabase::kBusyTimeoutMs) * 9 / 10)
+              std::chrono::milliseconds(SqliteFile::kBusyTimeoutMs) * 9 / 10)
         << "it waits for its turn";
 }
 
@@ -148,12 +164,12 @@ TEST_F(ConnectionDatabaseTest, NumberThatAnotherUserGivesMeanwhileIsTheNumber)
 {
     const auto one = open();
     const auto other = open();
-    ConnectionDatabase::Lock lock(*one);
-    ASSERT_FALSE(lock.take().failed());
+    SqliteTransaction transaction = one->transaction();
+    ASSERT_FALSE(transaction.begin().failed());
     EXPECT_EQ(numbersOf(*one, {"a"}), Numbers{1});
     Numbers found;
     runAndMeanwhile([&] { found = numbersOf(*other, {"a"}); },
-                    [&] { EXPECT_FALSE(lock.commit().failed()); });
+                    [&] { EXPECT_FALSE(transaction.commit().failed()); });
     EXPECT_EQ(found, Numbers{1});
 }
 
@@ -184,25 +200,45 @@ TEST_F(ConnectionDatabaseTest, DatabaseThatAnotherUserCreatesMeanwhileIsTheDatab
     EXPECT_EQ(numbersOf(*numbers, {"a", "b"}), (Numbers{7, 8}));
 }
 
-TEST_F(ConnectionDatabaseTest, ManyAtOnceCreateOneDatabaseAndAgreeOnTheNumbers)
+TEST_F(ConnectionDatabaseTest, DatabaseThatAnotherProgramMakesMeanwhileIsRefusedAndKept)
 {
-    constexpr int users = 4;
-    const std::vector<std::string> uuids = {"a", "b", "c", "d", "e"};
+    ASSERT_TRUE(QDir(m_directory.path()).mkdir(u"state"_qs));
+    sqlite3 *other = nullptr;
+    ASSERT_EQ(sqlite3_open(m_path.c_str(), &other), SQLITE_OK);
+    const auto execute = [&](const char *sql) {
+        EXPECT_EQ(sqlite3_exec(other, sql, nullptr, nullptr, nullptr), SQLITE_OK)
+            << sqlite3_errmsg(other);
+    };
+    execute("BEGIN IMMEDIATE");
+    QByteArray before;
+    runAndMeanwhile([&] { expectRefused(NAPI_ERROR_CORRUPT, "another program"); },
+                    [&] {
+                        execute("CREATE TABLE other(value); COMMIT");
+                        before = fileBytes();
+                    });
+    sqlite3_close(other);
+    EXPECT_EQ(fileBytes(), before);
+}
+
+TEST_F(ConnectionDatabaseTest, ProcessesThatCreateItAtTheSameTimeAgreeOnTheNumbers)
+{
+    constexpr int processes = 4;
     for (int round = 0; round < 10; ++round) {
         QFile::remove(QString::fromStdString(m_path));
-        std::barrier<> start(users);
-        std::vector<Numbers> found(users);
-        std::vector<std::thread> threads;
-        for (Numbers &mine : found) {
-            threads.emplace_back([&] {
-                start.arrive_and_wait();
-                mine = numbersOf(*open(), uuids);
-            });
+        pid_t children[processes] = {};
+        for (pid_t &child : children) {
+            child = ::fork();
+            ASSERT_GE(child, 0);
+            if (child == 0) {
+                const Numbers found = numbersOf(*open(), {"a", "b", "c", "d", "e"});
+                std::_Exit(found == Numbers{1, 2, 3, 4, 5} ? 0 : 1);
+            }
         }
-        for (std::thread &thread : threads)
-            thread.join();
-        EXPECT_EQ(std::set<Numbers>(found.begin(), found.end()),
-                  (std::set<Numbers>{{1, 2, 3, 4, 5}}));
+        for (const pid_t child : children) {
+            int status = -1;
+            ASSERT_EQ(::waitpid(child, &status, 0), child);
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+        }
     }
 }
 
@@ -240,17 +276,54 @@ TEST_F(ConnectionDatabaseTest, FileIsForItsOwnerOnly)
 
 TEST_F(ConnectionDatabaseTest, FileThatIsNoDatabaseIsRefusedAndKept)
 {
-    ASSERT_TRUE(QFile::exists(m_directory.path()));
     open();
     const QByteArray rubbish(8192, 'r');
     writeFile(rubbish);
-    std::unique_ptr<ConnectionDatabase> numbers;
-    const StoreResult result = ConnectionDatabase::open(m_path, numbers);
-    EXPECT_EQ(result.status, NAPI_ERROR_CORRUPT);
-    EXPECT_TRUE(result.message.starts_with(m_path)) << result.message;
-    QFile file(QString::fromStdString(m_path));
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    EXPECT_EQ(file.readAll(), rubbish);
+    expectRefused(NAPI_ERROR_CORRUPT, "not a database");
+    EXPECT_EQ(fileBytes(), rubbish);
+}
+
+TEST_F(ConnectionDatabaseTest, DatabaseOfAnotherProgramIsRefusedAndKept)
+{
+    for (const char *other : {"PRAGMA application_id = 1234", "CREATE TABLE other(column)"}) {
+        QFile::remove(QString::fromStdString(m_path));
+        QDir().mkpath(QFileInfo(QString::fromStdString(m_path)).path());
+        execute(other);
+        const QByteArray before = fileBytes();
+        expectRefused(NAPI_ERROR_CORRUPT, "another program");
+        EXPECT_EQ(fileBytes(), before) << other;
+    }
+}
+
+TEST_F(ConnectionDatabaseTest, DirectoryInItsPlaceIsRefused)
+{
+    ASSERT_TRUE(QDir().mkpath(QString::fromStdString(m_path)));
+    expectRefused(NAPI_ERROR_CORRUPT, "Is a directory");
+}
+
+TEST_F(ConnectionDatabaseTest, PipeInItsPlaceIsRefusedAndNotWaitedFor)
+{
+    ASSERT_TRUE(QDir().mkpath(QFileInfo(QString::fromStdString(m_path)).path()));
+    ASSERT_EQ(::mkfifo(m_path.c_str(), 0600), 0);
+    expectRefused(NAPI_ERROR_CORRUPT, "regular file");
+}
+
+TEST_F(ConnectionDatabaseTest, DamageIsReportedWithWhatIsWrong)
+{
+    std::vector<std::string> uuids;
+    for (int index = 0; index < 400; ++index)
+        uuids.push_back("uuid-" + std::to_string(index));
+    numbersOf(*open(), uuids);
+    constexpr qsizetype pageSize = 4096;
+    QByteArray bytes = fileBytes();
+    for (qsizetype page = 5; page < bytes.size() / pageSize; ++page)
+        bytes.replace(page * pageSize, 100, QByteArray(100, '\xEE'));
+    writeFile(bytes);
+    Numbers found;
+    const StoreResult result = open()->numbersOf(uuids, found);
+    EXPECT_EQ(result.status, NAPI_ERROR_CORRUPT) << result.message;
+    EXPECT_NE(result.message.find("; "), std::string::npos) << result.message;
+    EXPECT_NE(result.message.find("Page "), std::string::npos) << result.message;
 }
 
 TEST_F(ConnectionDatabaseTest, DatabaseOfAnotherFormatIsRefused)
@@ -263,6 +336,52 @@ TEST_F(ConnectionDatabaseTest, DatabaseOfAnotherFormatIsRefused)
         std::unique_ptr<ConnectionDatabase> numbers;
         EXPECT_EQ(ConnectionDatabase::open(m_path, numbers).status, NAPI_ERROR_CORRUPT) << change;
     }
+}
+
+// ---- Bad disks ----------------------------------------------------------------------------------
+
+TEST_F(ConnectionDatabaseTest, DiskThatIsFullAtTheCommitIsNoSpaceAndLosesNothing)
+{
+    const KeptSecrets kept = {{"csd.authPassword", "kept"}};
+    const auto expectNoSpace = [&] {
+        const auto database = open();
+        EXPECT_EQ(database->setSecrets("first", kept).status, NAPI_OK);
+        const KeptSecrets large = {{"csd.authPassword", std::string(512 * 1024, 'x')}};
+        const StoreResult result = database->setSecrets("first", large);
+        EXPECT_EQ(result.status, NAPI_ERROR_NO_SPACE) << result.message;
+        KeptSecrets found;
+        EXPECT_EQ(database->secretsOf("first", found).status, NAPI_OK);
+        EXPECT_EQ(found, kept);
+        EXPECT_EQ(numbersOf(*database, {"first"}), Numbers{1});
+    };
+    const ChildOutcome limited = runInChild([&] {
+        limitFileSize(256 * 1024);
+        expectNoSpace();
+    });
+    EXPECT_CHILD_PASSES(limited);
+    const ChildOutcome full = runInChild([&] {
+        mountPrivateFileSystem(QFileInfo(QString::fromStdString(m_path)).path().toStdString(),
+                               256 * 1024);
+        expectNoSpace();
+    });
+    EXPECT_CHILD_PASSES(full);
+}
+
+TEST_F(ConnectionDatabaseTest, ReadOnlyDiskTellsTheNumbersAndRefusesNewOnes)
+{
+    const std::string folder = QFileInfo(QString::fromStdString(m_path)).path().toStdString();
+    ASSERT_TRUE(QDir().mkpath(QString::fromStdString(folder)));
+    const ChildOutcome outcome = runInChild([&] {
+        mountPrivateFileSystem(folder, 1 << 20);
+        numbersOf(*open(), {"a"});
+        makeFileSystemReadOnly(folder);
+        const auto numbers = open();
+        EXPECT_EQ(numbersOf(*numbers, {"a"}), Numbers{1});
+        Numbers found;
+        EXPECT_EQ(numbers->numbersOf({"b"}, found).status, NAPI_ERROR_READ_ONLY);
+        EXPECT_EQ(numbers->setSecrets("a", {}).status, NAPI_ERROR_READ_ONLY);
+    });
+    EXPECT_CHILD_PASSES(outcome);
 }
 
 // ---- Secrets ------------------------------------------------------------------------------------
@@ -289,12 +408,12 @@ TEST_F(ConnectionDatabaseTest, SecretsBelongToTheirUuidAndOutliveTheProcess)
     EXPECT_EQ(found, second);
 }
 
-TEST_F(ConnectionDatabaseTest, SecretsOfADroppedLockWereNeverKept)
+TEST_F(ConnectionDatabaseTest, SecretsOfADroppedTransactionWereNeverKept)
 {
     const auto database = open();
     {
-        ConnectionDatabase::Lock lock(*database);
-        ASSERT_EQ(lock.take().status, NAPI_OK);
+        SqliteTransaction transaction = database->transaction();
+        ASSERT_EQ(transaction.begin().status, NAPI_OK);
         EXPECT_EQ(database->setSecrets("first", {{"csd.authPassword", "one"}}).status, NAPI_OK);
     }
     KeptSecrets found = {{"csd.authPassword", "before"}};
