@@ -1,8 +1,8 @@
 #include "line_input.h"
 
 #include "foreign_text.h"
+#include "utf8.h"
 
-#include <QStringDecoder>
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -151,13 +151,12 @@ std::optional<QString> readSecret(const QString &name, QString &error)
     tell(QByteArray::fromStdString(foreign_text::printable(name.toStdString())) + ": ");
     const auto result = LineInput(STDIN_FILENO).readLine(LineInput::Echo::Off, std::nullopt, line);
     tell("\n");
-    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    const QString secret = decoder(line);
+    std::optional<QString> secret = fromUtf8(line);
     if (result != LineInput::Result::Line)
         error = QStringLiteral("no value for %1").arg(name);
     else if (line.size() >= LineInput::longestLine)
         error = QStringLiteral("the value of %1 is too long").arg(name);
-    else if (decoder.hasError())
+    else if (!secret)
         error = QStringLiteral("the value of %1 is not UTF-8").arg(name);
     else
         return secret;

@@ -1,22 +1,19 @@
 #include "profile_naming.h"
 
+#include "foreign_text.h"
 #include "napi.h"
+
+#include <string_view>
 
 QByteArray cutProfileName(const QString &text, const QByteArray &suffix)
 {
-    const qsizetype space = NAPI_NAME_SIZE - 1 - suffix.size();
-    QByteArray name = text.toUtf8();
-    if (name.size() > space) {
-        const auto isContinuation = [](char byte) {
-            return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
-        };
-        qsizetype end = space;
-        while (end > 0 && isContinuation(name[end]))
-            --end;
-        name.truncate(end);
-        while (name.endsWith(' '))
-            name.chop(1);
-    }
+    const QByteArray whole = text.toUtf8();
+    const auto space = static_cast<std::size_t>(NAPI_NAME_SIZE - 1 - suffix.size());
+    const std::string_view cut =
+        foreign_text::cutAtCharacter({whole.data(), static_cast<std::size_t>(whole.size())}, space);
+    QByteArray name = whole.first(static_cast<qsizetype>(cut.size()));
+    while (name.size() < whole.size() && name.endsWith(' '))
+        name.chop(1);
     return name + suffix;
 }
 

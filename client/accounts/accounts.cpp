@@ -1,5 +1,6 @@
 #include "accounts.h"
 
+#include "access_control.h"
 #include "xml_text.h"
 
 #include <QJsonDocument>
@@ -57,10 +58,7 @@ bool setAddress(Account &account, const QString &text, QString &error)
 /// A Server Identifier stands in access control lists, whose grammar it has to fit.
 bool setServerId(Account &account, const QString &text, QString &error)
 {
-    const auto breaksAcl = [](QChar c) {
-        return !c.isPrint() || c.isSpace() || u"=&*+"_qs.contains(c);
-    };
-    if (std::any_of(text.begin(), text.end(), breaksAcl))
+    if (!text.isEmpty() && !isServerIdentifier(text))
         return refuse(error, QStringLiteral("has a blank or one of = & * +"));
     return setText(account.serverId, text, error);
 }

@@ -320,7 +320,7 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
                           QStringLiteral("process: %1: %2").arg(file, failure->toString()));
     const auto encoding = *syncml::recogniseEncoding(*package);
     const QString serverId = invocation.value("server-id");
-    if (invocation.has("server-id") && !isServerIdentifier(serverId.toUtf8()))
+    if (invocation.has("server-id") && !isServerIdentifier(serverId))
         return wrongUsage(context,
                           QStringLiteral("process: \"%1\" is no Server Identifier").arg(serverId));
     const QString reasonAgainst = context.device->reasonAgainstServers();

@@ -42,12 +42,11 @@ QString counted(int number, const char *one, const char *many)
 
 void ReadableSessionReport::commandAnswered(const AnsweredCommand &command)
 {
-    constexpr int firstError = 400;
     const QString about = command.uri.isEmpty() ? command.name : command.name + u' ' + command.uri;
-    const Outcome outcome{static_cast<DmStatus>(command.status), command.reason};
+    const Outcome outcome{command.status, command.reason};
     const QString text = printable(QStringLiteral("%1: %2").arg(about, describe(outcome)));
-    const bool isRefused = command.status >= firstError;
-    m_output.line(isRefused ? m_output.painter().paint(Colour::Problem, text) : text);
+    m_output.line(isRefusal(command.status) ? m_output.painter().paint(Colour::Problem, text)
+                                            : text);
 }
 
 void ReadableSessionReport::note(const QString &text)
@@ -83,12 +82,11 @@ void printObject(Output &output, const QJsonObject &object)
 
 void JsonSessionReport::commandAnswered(const AnsweredCommand &command)
 {
-    printObject(m_output,
-                {{QStringLiteral("command"), command.name},
-                 {QStringLiteral("uri"), command.uri},
-                 {QStringLiteral("status"), command.status},
-                 {QStringLiteral("meaning"), meaning(static_cast<DmStatus>(command.status))},
-                 {QStringLiteral("reason"), command.reason}});
+    printObject(m_output, {{QStringLiteral("command"), command.name},
+                           {QStringLiteral("uri"), command.uri},
+                           {QStringLiteral("status"), static_cast<int>(command.status)},
+                           {QStringLiteral("meaning"), meaning(command.status)},
+                           {QStringLiteral("reason"), command.reason}});
 }
 
 void JsonSessionReport::note(const QString &text)

@@ -9,20 +9,39 @@ using syncml::Command;
 using syncml::CommandKind;
 using syncml::Message;
 
-bool isAlert(const Command &command, const char *code)
+namespace {
+
+QByteArray textOf(AlertCode code)
+{
+    return QByteArray::number(static_cast<int>(code));
+}
+
+} // namespace
+
+Command makeAlert(AlertCode code)
+{
+    Command alert;
+    alert.kind = CommandKind::Alert;
+    alert.data = textOf(code);
+    return alert;
+}
+
+bool isAlert(const Command &command, AlertCode code)
 {
     return command.kind == CommandKind::Alert &&
-           command.data.value_or(QByteArray()).trimmed() == code;
+           command.data.value_or(QByteArray()).trimmed() == textOf(code);
 }
 
 bool isUserAlert(const Command &command)
 {
-    static constexpr const char *codes[] = {"1100", "1101", "1102", "1103", "1104"};
+    static constexpr AlertCode codes[] = {AlertCode::Display, AlertCode::Confirmation,
+                                          AlertCode::TextInput, AlertCode::SingleChoice,
+                                          AlertCode::MultipleChoice};
     return std::ranges::any_of(codes,
-                               [&command](const char *code) { return isAlert(command, code); });
+                               [&command](AlertCode code) { return isAlert(command, code); });
 }
 
-bool hasAlert(const Message &message, const char *code)
+bool hasAlert(const Message &message, AlertCode code)
 {
     return std::ranges::any_of(message.commands,
                                [code](const Command &command) { return isAlert(command, code); });
@@ -31,10 +50,10 @@ bool hasAlert(const Message &message, const char *code)
 bool isRequestForMore(const Message &message)
 {
     const auto isPartOfRequest = [](const Command &command) {
-        return command.kind == CommandKind::Status || isAlert(command, alert_code::nextMessage);
+        return command.kind == CommandKind::Status || isAlert(command, AlertCode::NextMessage);
     };
     return std::ranges::all_of(message.commands, isPartOfRequest) &&
-           hasAlert(message, alert_code::nextMessage);
+           hasAlert(message, AlertCode::NextMessage);
 }
 
 } // namespace client

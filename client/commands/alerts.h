@@ -5,21 +5,32 @@
 
 namespace client {
 
-namespace alert_code {
-inline constexpr char clientInitiated[] = "1201";
-inline constexpr char nextMessage[] = "1222";
-inline constexpr char sessionAbort[] = "1223";
-inline constexpr char noEndOfData[] = "1225";
-} // namespace alert_code
+/// Numbered as the DM protocol numbers them.
+enum class AlertCode : int {
+    Display = 1100,
+    Confirmation = 1101,
+    TextInput = 1102,
+    SingleChoice = 1103,
+    MultipleChoice = 1104,
+    ClientInitiated = 1201,
+    NextMessage = 1222,
+    SessionAbort = 1223,
+    ClientEvent = 1224,
+    NoEndOfData = 1225,
+    GenericAlert = 1226,
+};
+
+/// An alert of that code without items.
+syncml::Command makeAlert(AlertCode code);
 
 /// Whether the command is an alert of that code.
-bool isAlert(const syncml::Command &command, const char *code);
+bool isAlert(const syncml::Command &command, AlertCode code);
 
 /// Whether the command is an alert by which a server talks to the user (1100 to 1104).
 bool isUserAlert(const syncml::Command &command);
 
 /// Whether one of the message's commands is an alert of that code.
-bool hasAlert(const syncml::Message &message, const char *code);
+bool hasAlert(const syncml::Message &message, AlertCode code);
 
 /// Whether the message does nothing but ask for the client's next one.
 bool isRequestForMore(const syncml::Message &message);

@@ -2,6 +2,7 @@
 
 #include "alerts.h"
 #include "answer_size.h"
+#include "media_type.h"
 #include "tnds.h"
 
 #include <QByteArrayList>
@@ -538,8 +539,6 @@ Outcome CommandProcessor::execute(const Command &, const Item &item)
 
 namespace {
 
-constexpr char defaultType[] = "text/plain";
-
 /// What a Results says about a node; nothing when both have their default.
 std::optional<Meta> describeNode(signed char valueType, const QString &type)
 {
@@ -548,7 +547,8 @@ std::optional<Meta> describeNode(signed char valueType, const QString &type)
         meta.format = QStringLiteral("b64");
     else if (valueType != DmtData::String)
         meta.format = formatName(valueType);
-    if (!type.isEmpty() && (type != QLatin1String(defaultType) || valueType == DmtData::Node))
+    if (!type.isEmpty() &&
+        (type != QLatin1String(syncml::media_type::plainText) || valueType == DmtData::Node))
         meta.type = type;
     return meta == Meta() ? std::nullopt : std::optional(meta);
 }
@@ -630,8 +630,9 @@ Outcome CommandProcessor::getValue(const TreeNode &node, const QString &uri)
     if (!node.isLeaf()) {
         if (const Outcome right = m_tree.mayGet(node); !right)
             return right;
-        return queue({resultItem(uri, describeNode(DmtData::Node, QLatin1String(defaultType)),
-                                 childList(m_tree.children(node)))});
+        return queue({resultItem(
+            uri, describeNode(DmtData::Node, QLatin1String(syncml::media_type::plainText)),
+            childList(m_tree.children(node)))});
     }
     const Result<DmtData> value = m_tree.value(node);
     if (!value)
@@ -688,7 +689,7 @@ Outcome CommandProcessor::getSerialised(const TreeNode &node, const QString &req
         content->hasValues ? ManagementTree::Values::Read : ManagementTree::Values::Omit;
     Meta meta;
     meta.format = QStringLiteral("xml");
-    meta.type = QString::fromLatin1(tndsMediaType);
+    meta.type = QString::fromLatin1(syncml::media_type::serialisedTree);
     const auto listing = list(node, values);
     const auto document = listing ? tndsDocument(m_tree, *listing, *content, m_room) : std::nullopt;
     return document ? queue({resultItem(uri, meta, *document)}) : answersTooLarge();

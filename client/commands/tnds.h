@@ -10,8 +10,6 @@
 
 namespace client {
 
-inline constexpr char tndsMediaType[] = "application/vnd.syncml.dmtnds+xml";
-
 /// What a server wants to have in the document besides the names.
 struct TndsContent {
     std::set<Property> properties;

@@ -1,6 +1,7 @@
 #include "answer_queue.h"
 
 #include "answer_size.h"
+#include "foreign_text.h"
 
 #include <algorithm>
 #include <iterator>
@@ -268,13 +269,10 @@ Command chunkOf(const Command &results, qsizetype offset, qsizetype length)
 /// end inside a character.
 qsizetype wholeCharacters(const QByteArray &text, qsizetype offset, qsizetype length)
 {
-    const auto endsInsideCharacter = [&] {
-        const qsizetype end = offset + length;
-        return end < text.size() && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80;
-    };
-    while (length > 0 && endsInsideCharacter())
-        --length;
-    return length;
+    const std::string_view rest(text.data() + offset,
+                                static_cast<std::size_t>(text.size() - offset));
+    return static_cast<qsizetype>(
+        foreign_text::cutAtCharacter(rest, static_cast<std::size_t>(length)).size());
 }
 
 } // namespace

@@ -134,7 +134,7 @@ std::optional<ClientEvent> parseClientEvent(const QString &text, QString &error)
 std::optional<ClientEvent> parseGenericAlert(const QString &text, QString &error)
 {
     ClientEvent event;
-    event.kind = ClientEvent::Kind::GenericAlert;
+    event.code = AlertCode::GenericAlert;
     QStringView rest = QStringView(text).trimmed();
     while (!rest.isEmpty() && !beginsWithType(rest))
         if (!takeField(rest, event, error))

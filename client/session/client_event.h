@@ -1,6 +1,8 @@
 // What the client has to tell a server from itself.
 #pragma once
 
+#include "alerts.h"
+
 #include <QByteArray>
 #include <QString>
 #include <optional>
@@ -9,7 +11,7 @@ namespace client {
 
 /// Something that the client reports in its first package.
 struct ClientEvent {
-    enum class Kind { ClientEvent = 1224, GenericAlert = 1226 } kind = Kind::ClientEvent;
+    AlertCode code = AlertCode::ClientEvent; ///< or GenericAlert
     QString type; ///< of a generic alert as "Content-Type: ..." or "Reversed-Domain-Name: ..."
     QByteArray data;
     QString format = QStringLiteral("chr");

@@ -81,10 +81,10 @@ ClientProver::Verdict ClientProver::readStatus(const Command &headerStatus, Serv
                      .arg(QString::fromUtf8(text.left(80)));
         return Verdict::Refused;
     }
-    if (status == DmStatus::InvalidCredentials || status == DmStatus::MissingCredentials)
+    if (isChallenge(*status))
         return takeChallenge(headerStatus, trust, reason);
     const bool isUnproved = trust == ServerTrust::Unproved;
-    if (*status >= DmStatus::BadRequest) {
+    if (isRefusal(*status)) {
         reason = QStringLiteral("the server refuses the session with %1").arg(describe(*status));
         return isUnproved ? Verdict::Accepted : Verdict::Refused;
     }

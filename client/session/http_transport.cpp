@@ -1,6 +1,7 @@
 #include "http_transport.h"
 
 #include "credentials.h"
+#include "media_type.h"
 
 #include <QEventLoop>
 #include <QFile>
@@ -20,9 +21,13 @@ namespace client {
 
 namespace {
 
-constexpr char acceptedTypes[] = "application/vnd.syncml.dm+xml, application/vnd.syncml.dm+wbxml, "
-                                 "application/octet-stream";
 constexpr char userAgent[] = "dmclient/" KUB_VERSION;
+
+QByteArray acceptedTypes()
+{
+    return syncml::mediaTypeOf(syncml::Encoding::Xml) + ", " +
+           syncml::mediaTypeOf(syncml::Encoding::Wbxml) + ", application/octet-stream";
+}
 
 TransportError problem(const QUrl &url, const QString &what)
 {
@@ -164,7 +169,7 @@ QNetworkRequest HttpTransport::networkRequest(const TransportRequest &request) c
     // HMAC covers the bytes as sent, and an unpacked answer could be of any size.
     network.setRawHeader("Accept-Encoding", "identity");
     network.setRawHeader("Content-Type", request.contentType);
-    network.setRawHeader("Accept", acceptedTypes);
+    network.setRawHeader("Accept", acceptedTypes());
     network.setRawHeader("Accept-Charset", "UTF-8");
     network.setRawHeader("User-Agent", userAgent);
     network.setRawHeader("Cache-Control", "no-store");

@@ -41,14 +41,6 @@ void finish(std::vector<Command> &commands, const QString &msgRef, syncml::Encod
     }
 }
 
-Command requestForMore()
-{
-    Command alert;
-    alert.kind = CommandKind::Alert;
-    alert.data = QByteArray(alert_code::nextMessage);
-    return alert;
-}
-
 /// What the server says about the header of the client's last message, which had no proof in it.
 /// @return why the session would end there; null when it would not
 QString refusalOfHeader(const Message &message, DmStatus headerOutcome)
@@ -61,9 +53,10 @@ QString refusalOfHeader(const Message &message, DmStatus headerOutcome)
     return isRefused ? reason : QString();
 }
 
-bool succeededStatus(const Command &command)
+bool isRefusingStatus(const Command &command)
 {
-    return command.kind != CommandKind::Status || command.data->toInt() < 400;
+    return command.kind == CommandKind::Status &&
+           isRefusal(static_cast<DmStatus>(command.data->toInt()));
 }
 
 } // namespace
@@ -72,7 +65,7 @@ PackageAnswer answerPackage(const Message &request, ManagementTree &tree, syncml
                             const Principal &principal)
 {
     PackageAnswer answer;
-    answer.isAbortedByServer = hasAlert(request, alert_code::sessionAbort);
+    answer.isAbortedByServer = hasAlert(request, AlertCode::SessionAbort);
     if (answer.isAbortedByServer)
         return answer;
     const DmStatus headerOutcome = statusOfHeader(request.header);
@@ -87,11 +80,11 @@ PackageAnswer answerPackage(const Message &request, ManagementTree &tree, syncml
         commands.refuse(request, {headerOutcome, {}}, answers);
     const bool isFinal = request.final || !succeeded(headerOutcome) || isRequestForMore(request);
     if (!isFinal)
-        answers.push_back(requestForMore());
+        answers.push_back(makeAlert(AlertCode::NextMessage));
     if (answers.size() == 1 && succeeded(headerOutcome))
         return answer;
 
-    answer.allSucceeded = std::all_of(answers.begin(), answers.end(), succeededStatus);
+    answer.allSucceeded = std::ranges::none_of(answers, isRefusingStatus);
     finish(answers, request.header.msgId, encoding);
     answer.message.emplace();
     answer.message->header = answeringHeader(request.header, tree.deviceId());

@@ -1,8 +1,8 @@
 #include "session.h"
 
-#include "alerts.h"
 #include "answer_size.h"
 #include "header_status.h"
+#include "media_type.h"
 
 #include <QRandomGenerator>
 #include <algorithm>
@@ -29,18 +29,12 @@ QString freshSessionId()
     return QString::number(number, 16).toUpper();
 }
 
-QByteArray contentTypeOf(Encoding encoding)
-{
-    return encoding == Encoding::Xml ? QByteArrayLiteral("application/vnd.syncml.dm+xml")
-                                     : QByteArrayLiteral("application/vnd.syncml.dm+wbxml");
-}
-
 /// Whether the message has commands that need more of an answer than to go on.
 bool asksForAnswers(const Message &message)
 {
     return std::ranges::any_of(message.commands, [](const Command &command) {
         return command.kind != CommandKind::Status && command.kind != CommandKind::Results &&
-               !isAlert(command, alert_code::nextMessage);
+               !isAlert(command, AlertCode::NextMessage);
     });
 }
 
@@ -149,11 +143,11 @@ void Session::abort(SessionEnd::Kind kind, const QString &reason)
     // Before the first message there is no session that the server would have to be told about.
     if (m_end.messages == 0)
         return;
-    queueAlert(alert_code::sessionAbort);
+    queueAlert(AlertCode::SessionAbort);
     if (!fitsIntoOneMessage(m_queue)) {
         // The session goes no further, so the server would never get to the alert.
         m_queue.dropWaiting();
-        queueAlert(alert_code::sessionAbort);
+        queueAlert(AlertCode::SessionAbort);
     }
     m_serverIsFinal = true;
     sendNextMessage(Purpose::SayFarewell);
@@ -173,18 +167,15 @@ void Session::queue(Command command)
     m_queue.push(std::move(command));
 }
 
-void Session::queueAlert(const char *code)
+void Session::queueAlert(AlertCode code)
 {
-    Command alert;
-    alert.kind = CommandKind::Alert;
-    alert.data = QByteArray(code);
-    queue(std::move(alert));
+    queue(makeAlert(code));
 }
 
 void Session::queueFirstPackage()
 {
     m_isFirstPackage = true;
-    queueAlert(alert_code::clientInitiated);
+    queueAlert(AlertCode::ClientInitiated);
     queue(deviceInformation());
     for (const ClientEvent &event : m_options.events) {
         Item item;
@@ -195,10 +186,8 @@ void Session::queueFirstPackage()
         if (event.source)
             item.source = syncml::Location{*event.source, {}};
         item.data = event.data;
-        Command alert;
+        Command alert = makeAlert(event.code);
         alert.correlator = event.correlator;
-        alert.kind = CommandKind::Alert;
-        alert.data = QByteArray::number(static_cast<int>(event.kind));
         alert.items = {std::move(item)};
         queue(std::move(alert));
     }
@@ -262,7 +251,7 @@ std::optional<TransportResult> Session::sendNextMessage(Purpose purpose)
     TransportRequest request;
     request.url = m_url;
     request.body = std::get<QByteArray>(encoded);
-    request.contentType = contentTypeOf(m_encoding);
+    request.contentType = mediaTypeOf(m_encoding);
     request.hmac = m_prover.hmacHeader(request.body);
     request.isFarewell = purpose == Purpose::SayFarewell;
     request.timeLimit = request.isFarewell ? m_options.farewellTimeLimit : timeLeft();
@@ -361,7 +350,7 @@ void Session::receive(const TransportResponse &response, const Message &message)
     const bool isObeyed = succeeded(verified);
     if (isObeyed)
         obeyHeader(response, message.header);
-    if (isObeyed && hasAlert(message, alert_code::sessionAbort))
+    if (isObeyed && hasAlert(message, AlertCode::SessionAbort))
         end(SessionEnd::Kind::AbortedByServer, QStringLiteral("the server aborted the session"));
     if (!m_isRunning || !readHeaderStatus(message, isObeyed))
         return;
@@ -447,7 +436,7 @@ void Session::endOrGoOn(bool hasAnswers)
     } else if (!hasAnswers && m_serverIsFinal && m_otherVersions == 0) {
         end(SessionEnd::Kind::Completed, {});
     } else if (!m_serverIsFinal && !m_requestIsQueued) {
-        queueAlert(alert_code::nextMessage);
+        queueAlert(AlertCode::NextMessage);
         m_requestIsQueued = true;
     }
     if (m_verifier.failures() >= mostServerFailures)
@@ -530,14 +519,13 @@ bool Session::readHeaderStatus(const Message &message, bool isObeyed)
 void Session::readStatuses(const Message &message)
 {
     for (const Command &command : message.commands) {
-        constexpr int firstError = 400;
         const QString cmd = command.cmd.value_or(QString());
-        const int code = command.data.value_or(QByteArray()).toInt();
-        const bool isRefusal = command.kind == CommandKind::Status && code >= firstError;
-        if (isRefusal && cmd != u"SyncHdr" && !m_isChallenged)
+        const auto status = static_cast<DmStatus>(command.data.value_or(QByteArray()).toInt());
+        const bool isRefused = command.kind == CommandKind::Status && isRefusal(status);
+        if (isRefused && cmd != u"SyncHdr" && !m_isChallenged)
             note(QStringLiteral("the server answers the client's %1 with %2")
-                     .arg(cmd, describe(static_cast<DmStatus>(code))));
-        if (isAlert(command, alert_code::noEndOfData) || (isRefusal && cmd == u"Results"))
+                     .arg(cmd, describe(status)));
+        if (isAlert(command, AlertCode::NoEndOfData) || (isRefused && cmd == u"Results"))
             m_queue.dropStartedObject();
     }
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "accounts.h"
+#include "alerts.h"
 #include "answer_queue.h"
 #include "client_event.h"
 #include "client_prover.h"
@@ -101,7 +102,7 @@ private:
     // ---- What the client says
     void queueFirstPackage();
     void queue(syncml::Command command);
-    void queueAlert(const char *code);
+    void queueAlert(AlertCode code);
     syncml::Command deviceInformation() const;
     enum class Purpose { GoOn, SayFarewell };
     /// None when the message cannot be sent, which ends the session.

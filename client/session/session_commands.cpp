@@ -43,7 +43,7 @@ bool isAnswer(const Command &command)
 /// Commands that leave a large object alone that is on its way.
 bool leavesObjectAlone(const Command &command)
 {
-    return isAnswer(command) || isAlert(command, alert_code::nextMessage);
+    return isAnswer(command) || isAlert(command, AlertCode::NextMessage);
 }
 
 } // namespace
@@ -134,9 +134,7 @@ void SessionCommands::flush(Command &items, Commands &answers)
 
 void SessionCommands::abandonObject(Commands &answers)
 {
-    Command alert;
-    alert.kind = CommandKind::Alert;
-    alert.data = QByteArray(alert_code::noEndOfData);
+    Command alert = makeAlert(AlertCode::NoEndOfData);
     alert.items = {m_object.abandon()};
     answers.push_back(std::move(alert));
     for (SessionObserver *const observer : m_observers)
@@ -235,14 +233,14 @@ std::optional<std::chrono::seconds> SessionCommands::timeForQuestion() const
 
 DmStatus SessionCommands::answerAlert(const Command &alert, std::vector<Item> &items)
 {
-    static constexpr const char *accepted[] = {alert_code::nextMessage, alert_code::sessionAbort,
-                                               alert_code::noEndOfData};
+    static constexpr AlertCode accepted[] = {AlertCode::NextMessage, AlertCode::SessionAbort,
+                                             AlertCode::NoEndOfData};
     Outcome outcome;
     if (!alert.data)
         outcome = {DmStatus::IncompleteCommand, QStringLiteral("an alert without a code")};
     else if (isUserAlert(alert))
         outcome.status = answerUserAlert(alert, m_user, timeForQuestion(), items);
-    else if (std::ranges::none_of(accepted, [&](const char *code) { return isAlert(alert, code); }))
+    else if (std::ranges::none_of(accepted, [&](AlertCode code) { return isAlert(alert, code); }))
         outcome = {DmStatus::FeatureNotSupported,
                    QStringLiteral("no alert that a server sends to a client")};
     if (isUserAlert(alert) && !m_user)
@@ -283,13 +281,6 @@ std::vector<QString> answeredUris(const Command &status, const Command *answered
     return uris.empty() ? std::vector<QString>(1) : uris;
 }
 
-/// Statuses by which a server hears that it has to prove itself.
-bool isChallenge(int status)
-{
-    return status == static_cast<int>(DmStatus::InvalidCredentials) ||
-           status == static_cast<int>(DmStatus::MissingCredentials);
-}
-
 /// "Get"; an alert with its code.
 QString reportedName(const Command &command)
 {
@@ -308,10 +299,10 @@ void SessionCommands::noteReason(const Command &command, const Item &item, const
 
 void SessionCommands::noteReason(const QString &cmdId, const QString &uri, const Outcome &outcome)
 {
-    m_reasons.try_emplace({cmdId, uri, static_cast<int>(outcome.status)}, outcome.reason);
+    m_reasons.try_emplace({cmdId, uri, outcome.status}, outcome.reason);
 }
 
-QString SessionCommands::reasonFor(const QString &cmdId, const QString &uri, int status) const
+QString SessionCommands::reasonFor(const QString &cmdId, const QString &uri, DmStatus status) const
 {
     auto reason = m_reasons.find({cmdId, uri, status});
     if (reason == m_reasons.end())
@@ -321,7 +312,6 @@ QString SessionCommands::reasonFor(const QString &cmdId, const QString &uri, int
 
 void SessionCommands::report(const Command &command, const Commands &answers)
 {
-    constexpr int firstError = 400;
     CommandIndex index;
     enter(command, index);
     for (const Command &answer : answers) {
@@ -331,12 +321,12 @@ void SessionCommands::report(const Command &command, const Commands &answers)
         const Command *const answered = entry == index.end() ? nullptr : entry->second;
         AnsweredCommand report;
         report.name = answered ? reportedName(*answered) : *answer.cmd;
-        report.status = answer.data->toInt();
+        report.status = static_cast<DmStatus>(answer.data->toInt());
         for (const QString &uri : answeredUris(answer, answered)) {
             report.uri = uri;
             report.reason = reasonFor(*answer.cmdRef, uri, report.status);
             m_answered += !isChallenge(report.status);
-            m_refused += report.status >= firstError && !isChallenge(report.status);
+            m_refused += isRefusal(report.status) && !isChallenge(report.status);
             for (SessionObserver *const observer : m_observers)
                 observer->commandAnswered(report);
         }

@@ -77,7 +77,7 @@ private:
                     const Outcome &outcome);
     void noteReason(const QString &cmdId, const QString &uri, const Outcome &outcome);
     void report(const syncml::Command &command, const Commands &answers);
-    QString reasonFor(const QString &cmdId, const QString &uri, int status) const;
+    QString reasonFor(const QString &cmdId, const QString &uri, DmStatus status) const;
 
     CommandProcessor m_processor;
     UserInteraction *m_user;
@@ -88,7 +88,7 @@ private:
     qsizetype m_serversLargestObject = 0;
     /// Why something of the command that is being run ended as it did; by CmdID, address (none when
     /// it holds for the whole command) and status.
-    std::map<std::tuple<QString, QString, int>, QString> m_reasons;
+    std::map<std::tuple<QString, QString, DmStatus>, QString> m_reasons;
     int m_answered = 0;
     int m_refused = 0;
 };

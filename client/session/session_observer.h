@@ -2,6 +2,7 @@
 #pragma once
 
 #include "codec.h"
+#include "dm_status.h"
 #include "transport.h"
 
 #include <QString>
@@ -11,9 +12,9 @@ namespace client {
 
 /// A command of the server, or of one item of it, that has been answered.
 struct AnsweredCommand {
-    QString name;   ///< "Get"; for an alert with its code: "Alert 1100"
-    QString uri;    ///< node that it was about; empty when it names none
-    int status = 0; ///< as the Status says
+    QString name; ///< "Get"; for an alert with its code: "Alert 1100"
+    QString uri;  ///< node that it was about; empty when it names none
+    DmStatus status = DmStatus::Ok;
     QString reason; ///< one sentence without its full stop; empty when the status says everything
 };
 

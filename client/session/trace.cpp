@@ -1,8 +1,10 @@
 #include "trace.h"
 
+#include "alerts.h"
 #include "credentials.h"
 #include "dm_status.h"
 #include "foreign_text.h"
+#include "media_type.h"
 #include "secret_leaf.h"
 #include "user_interaction.h"
 #include "xml_codec.h"
@@ -29,8 +31,7 @@ QString addressOf(const Item &item)
 
 bool isSerialisedTree(const std::optional<Meta> &meta)
 {
-    return meta && meta->type &&
-           meta->type->startsWith(u"application/vnd.syncml.dmtnds", Qt::CaseInsensitive);
+    return meta && meta->type && syncml::isSerialisedTree(*meta->type);
 }
 
 /// Whether the item's data may hold the value of a secret leaf.
@@ -252,9 +253,7 @@ QByteArray hmacLine(const std::optional<QByteArray> &header)
 
 bool asksForSecret(const Command &alert)
 {
-    constexpr char textInput[] = "1102";
-    return alert.kind == CommandKind::Alert &&
-           alert.data.value_or(QByteArray()).trimmed() == textInput && !alert.items.empty() &&
+    return isAlert(alert, AlertCode::TextInput) && !alert.items.empty() &&
            parseInteractionOptions(alert.items[0].data.value_or(QByteArray())).isSecret;
 }
 

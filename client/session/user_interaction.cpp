@@ -1,8 +1,8 @@
 #include "user_interaction.h"
 
 #include "alerts.h"
+#include "utf8.h"
 
-#include <QStringDecoder>
 #include <QUrl>
 #include <algorithm>
 #include <chrono>
@@ -92,20 +92,13 @@ struct Question {
     std::vector<QString> choices;
 };
 
-std::optional<QString> decoded(const QByteArray &bytes)
-{
-    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    const QString text = decoder(bytes);
-    return decoder.hasError() ? std::nullopt : std::optional(text);
-}
-
 /// None when a text is no UTF-8.
 std::optional<Question> readQuestion(const Command &alert)
 {
     Question question;
     question.options = parseInteractionOptions(alert.items[0].data.value_or(QByteArray()));
     for (std::size_t i = 1; i < alert.items.size(); ++i) {
-        const auto text = decoded(alert.items[i].data.value_or(QByteArray()));
+        const auto text = support::fromUtf8(alert.items[i].data.value_or(QByteArray()));
         if (!text)
             return std::nullopt;
         if (i == 1)
@@ -165,14 +158,17 @@ Response chooseSeveral(UserInteraction &user, const Question &question, std::vec
 }
 
 struct UserAlertRow {
-    const char *code;
+    AlertCode code;
     std::size_t fewestItems; ///< options, text, and for a choice at least one thing to choose
     Response (*run)(UserInteraction &, const Question &, std::vector<Item> &);
 };
 
 constexpr UserAlertRow userAlerts[] = {
-    {"1100", 2, show},      {"1101", 2, confirm},       {"1102", 2, ask},
-    {"1103", 3, chooseOne}, {"1104", 3, chooseSeveral},
+    {AlertCode::Display, 2, show},
+    {AlertCode::Confirmation, 2, confirm},
+    {AlertCode::TextInput, 2, ask},
+    {AlertCode::SingleChoice, 3, chooseOne},
+    {AlertCode::MultipleChoice, 3, chooseSeveral},
 };
 
 const UserAlertRow *rowOf(const Command &alert)

@@ -1,6 +1,7 @@
 #include "xml_text.h"
 
-#include <QStringConverter>
+#include "utf8.h"
+
 #include <algorithm>
 
 namespace syncml {
@@ -46,12 +47,8 @@ bool isXmlLine(QStringView text)
 
 std::optional<QString> xmlTextFromUtf8(QByteArrayView bytes)
 {
-    QStringDecoder decoder(QStringDecoder::Utf8, QStringConverter::Flag::Stateless |
-                                                     QStringConverter::Flag::ConvertInitialBom);
-    QString text = decoder.decode(bytes);
-    if (decoder.hasError() || !isXmlText(text))
-        return std::nullopt;
-    return text;
+    std::optional<QString> text = support::fromUtf8(bytes);
+    return text && isXmlText(*text) ? text : std::nullopt;
 }
 
 QByteArrayView withoutOuterBlanks(QByteArrayView text)

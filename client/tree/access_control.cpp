@@ -1,8 +1,9 @@
 #include "access_control.h"
 
+#include "utf8.h"
+
 #include <QByteArrayList>
 #include <QSet>
-#include <QStringDecoder>
 #include <algorithm>
 #include <iterator>
 
@@ -53,12 +54,15 @@ QByteArray nameOf(Right right)
     return rightNames[static_cast<std::size_t>(right)];
 }
 
+bool isServerIdentifier(QStringView text)
+{
+    return !text.isEmpty() && std::ranges::all_of(text, mayStandInIdentifier);
+}
+
 bool isServerIdentifier(const QByteArray &text)
 {
-    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    const QString characters = decoder(text);
-    return !text.isEmpty() && !decoder.hasError() &&
-           std::all_of(characters.begin(), characters.end(), mayStandInIdentifier);
+    const auto characters = support::fromUtf8(text);
+    return characters && isServerIdentifier(*characters);
 }
 
 namespace {

@@ -82,6 +82,8 @@ private:
 
 /// Whether the text can stand for a server in a list: printable, without white space and without
 /// the characters = & * and +.
+bool isServerIdentifier(QStringView text);
+/// The same of UTF-8.
 bool isServerIdentifier(const QByteArray &text);
 
 } // namespace client

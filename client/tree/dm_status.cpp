@@ -90,8 +90,8 @@ DmStatus statusOfEngineCall(int engineStatus)
 {
     if (engineStatus == 0)
         return DmStatus::Ok;
-    const bool isFailureStatus = engineStatus >= 400 && find(engineStatus);
-    return isFailureStatus ? static_cast<DmStatus>(engineStatus) : DmStatus::CommandFailed;
+    const auto status = static_cast<DmStatus>(engineStatus);
+    return isRefusal(status) && find(engineStatus) ? status : DmStatus::CommandFailed;
 }
 
 } // namespace client

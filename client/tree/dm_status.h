@@ -54,9 +54,22 @@ QString meaning(DmStatus status);
 /// "404 Not Found"
 QString describe(DmStatus status);
 
-inline bool succeeded(DmStatus status)
+/// 2xx
+constexpr bool succeeded(DmStatus status)
 {
     return static_cast<int>(status) < 300;
+}
+
+/// 4xx or 5xx: the command was not done, or failed.
+constexpr bool isRefusal(DmStatus status)
+{
+    return static_cast<int>(status) >= 400;
+}
+
+/// Whether the other side has to prove itself first.
+constexpr bool isChallenge(DmStatus status)
+{
+    return status == DmStatus::InvalidCredentials || status == DmStatus::MissingCredentials;
 }
 
 /// A status as the Data of a Status has it: three digits from 200 to 599, with or without white

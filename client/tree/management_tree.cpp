@@ -1,6 +1,7 @@
 #include "management_tree.h"
 
 #include "answer_size.h"
+#include "media_type.h"
 
 #include <algorithm>
 #include <iterator>
@@ -48,8 +49,6 @@ std::vector<QString> propertyNames()
 // ---- Outcomes and engine paths -------------------------------------------------------------------
 
 namespace {
-
-constexpr char defaultLeafType[] = "text/plain";
 
 Outcome missing(const NodeUri &uri)
 {
@@ -124,7 +123,7 @@ bool listsChild(const DmtNode &parent, const QByteArray &parentPath, const QByte
 
 bool isTreePayload(const ManagementTree::NewValue &value)
 {
-    return value.type.startsWith(u"application/vnd.syncml.dmtnds", Qt::CaseInsensitive);
+    return syncml::isSerialisedTree(value.type);
 }
 
 Outcome tooLong(const char *property, qsizetype limit)
@@ -361,7 +360,7 @@ QString ManagementTree::type(const TreeNode &node) const
         return given;
     if (const NodeDescription *const description = descriptionOf(node.uri()))
         return QString::fromLatin1(description->type);
-    return node.isLeaf() ? QString::fromLatin1(defaultLeafType) : QString();
+    return node.isLeaf() ? QString::fromLatin1(syncml::media_type::plainText) : QString();
 }
 
 namespace {
@@ -641,19 +640,9 @@ Result<TreeNode> ManagementTree::parentForNewNode(const NodeUri &uri) const
     return parent;
 }
 
-namespace {
-
-/// "text/plain" of "Text/Plain; charset=UTF-8".
-QString mediaType(const QString &type)
-{
-    return type.section(u';', 0, 0).trimmed().toLower();
-}
-
-} // namespace
-
 Outcome ManagementTree::checkType(const QString &leafType, const QString &given) const
 {
-    if (given.isEmpty() || mediaType(given) == mediaType(leafType))
+    if (given.isEmpty() || syncml::withoutParameters(given) == syncml::withoutParameters(leafType))
         return {};
     return unsupportedFormat(QStringLiteral("the type is %1, not %2").arg(leafType, given));
 }

@@ -1,5 +1,6 @@
 #include "node_description.h"
 
+#include "media_type.h"
 #include <algorithm>
 #include <iterator>
 #include <vector>
@@ -13,7 +14,7 @@ namespace {
 constexpr unsigned readOnly = AccessGet;
 constexpr unsigned copyable = AccessGet | AccessCopy;
 constexpr unsigned provisioned = AccessAdd | AccessCopy | AccessDelete | AccessGet | AccessReplace;
-constexpr char plainText[] = "text/plain";
+using syncml::media_type::plainText;
 
 constexpr NodeDescription fixedLeaf(const char *name, const char *meaning,
                                     DmtData::Type format = DmtData::String)

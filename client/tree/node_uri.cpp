@@ -1,7 +1,8 @@
 #include "node_uri.h"
 
+#include "utf8.h"
+
 #include <QList>
-#include <QStringDecoder>
 #include <algorithm>
 #include <cctype>
 
@@ -26,13 +27,6 @@ QByteArray percentEncoded(const QByteArray &bytes)
         encoded += hexDigits[value & 0xF];
     }
     return encoded;
-}
-
-std::optional<QString> fromUtf8Strictly(const QByteArray &bytes)
-{
-    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    const QString text = decoder(bytes);
-    return decoder.hasError() ? std::nullopt : std::optional(text);
 }
 
 bool isMisreadInDisplay(const QString &text, qsizetype position)
@@ -73,7 +67,7 @@ QByteArray escapeName(const QByteArray &name)
 
 QString displayName(const QByteArray &name)
 {
-    const auto text = fromUtf8Strictly(name);
+    const auto text = support::fromUtf8(name);
     if (!text)
         return QString::fromLatin1(escapeName(name));
     QString shown;

@@ -1,6 +1,6 @@
 #include "node_value.h"
 
-#include <QStringDecoder>
+#include "utf8.h"
 
 namespace client {
 
@@ -25,9 +25,7 @@ Outcome unsupported(const QString &reason)
 
 Result<DmtData> parseText(const QByteArray &data)
 {
-    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    const QString text = decoder(data);
-    if (decoder.hasError())
+    if (!support::fromUtf8(data))
         return unsupported(QStringLiteral("the value is not UTF-8"));
     if (data.contains('\0'))
         return unsupported(QStringLiteral("the value has a NUL character"));

@@ -117,6 +117,15 @@ std::size_t characterLength(std::string_view text)
 
 // ---- Texts --------------------------------------------------------------------------------------
 
+std::string_view cutAtCharacter(std::string_view text, std::size_t size)
+{
+    if (text.size() <= size)
+        return text;
+    while (size > 0 && isContinuation(text, size))
+        --size;
+    return text.substr(0, size);
+}
+
 std::string printable(std::string_view text)
 {
     return escaped(text, kNothing, appendBytes);

@@ -18,6 +18,10 @@ namespace foreign_text {
 ///         none: overlong forms, surrogates and numbers above U+10FFFF are none.
 std::size_t characterLength(std::string_view text);
 
+/// @return the longest beginning of the text that is no longer than so many bytes and does not end
+///         inside a character.
+std::string_view cutAtCharacter(std::string_view text, std::size_t size);
+
 /// @return the text as one line: \n, \t, and \xNN for each byte of anything else that is not shown.
 std::string printable(std::string_view text);
 

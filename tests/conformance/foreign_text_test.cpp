@@ -9,6 +9,7 @@
 namespace {
 
 using foreign_text::characterLength;
+using foreign_text::cutAtCharacter;
 using foreign_text::printable;
 using foreign_text::printableJson;
 using foreign_text::printableLines;
@@ -84,6 +85,14 @@ TEST(ForeignText, JsonIsTheSameDocument)
 {
     EXPECT_EQ(printableJson("{\n\"a\": \"\xc2\x9b\x7f\xe2\x80\xae\xc3\xbc\\u001b\"\n}"),
               "{\n\"a\": \"\\u009b\\u007f\\u202e\xc3\xbc\\u001b\"\n}");
+}
+
+TEST(ForeignText, IsCutBetweenTwoCharacters)
+{
+    const std::string text = "a\xc3\xbc\xe2\x82\xac"; // 1, 2 and 3 bytes
+    const std::vector<std::size_t> sizes = {0, 1, 1, 3, 3, 3, 6, 6};
+    for (std::size_t size = 0; size < sizes.size(); ++size)
+        EXPECT_EQ(cutAtCharacter(text, size), text.substr(0, sizes[size])) << size;
 }
 
 } // namespace

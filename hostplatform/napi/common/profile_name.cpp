@@ -5,20 +5,6 @@
 #include "foreign_text.h"
 #include "napi.h"
 
-namespace {
-
-std::string_view cutAtCharacter(std::string_view text, std::size_t size)
-{
-    if (text.size() <= size)
-        return text;
-    const auto isContinuation = [](char byte) { return (byte & 0xC0) == 0x80; };
-    while (size > 0 && isContinuation(text[size]))
-        --size;
-    return text.substr(0, size);
-}
-
-} // namespace
-
 bool isNameText(std::string_view name)
 {
     if (name.empty() || name.size() >= NAPI_NAME_SIZE || name.find('\0') != name.npos)
@@ -47,7 +33,7 @@ std::string substituteName(std::string_view storedName, const std::string &mark,
     for (unsigned int round = 1;; ++round) {
         const std::string suffix =
             '~' + mark + (round == 1 ? std::string() : '~' + std::to_string(round));
-        std::string name(cutAtCharacter(stem, longestName - suffix.size()));
+        std::string name(foreign_text::cutAtCharacter(stem, longestName - suffix.size()));
         name += suffix;
         if (!isTaken(name))
             return name;

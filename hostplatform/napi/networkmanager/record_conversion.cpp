@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -9,6 +10,7 @@
 #include <QtEndian>
 
 #include "dns_servers.h"
+#include "foreign_text.h"
 
 namespace {
 
@@ -296,18 +298,6 @@ QByteArray tailIn(const QByteArray &field)
     return withoutZerosAtTheEnd(field.mid(textIn(field).size() + 1));
 }
 
-/// @return the longest text of whole characters that fits.
-QByteArray cutAtCharacter(QByteArray text, std::size_t width)
-{
-    auto end = static_cast<qsizetype>(width);
-    if (text.size() <= end)
-        return text;
-    const auto isContinuation = [](char byte) { return (byte & 0xC0) == 0x80; };
-    while (end > 0 && isContinuation(text[end]))
-        --end;
-    return text.left(end);
-}
-
 QVariantMap &holderOf(const Field &field, GsmConnection &connection)
 {
     return isPassword(field) ? connection.gsmSecrets : connection.settings[kGsm];
@@ -319,7 +309,8 @@ StoreResult readProperty(const Field &field, const GsmConnection &connection, co
     const QVariantMap holder =
         isPassword(field) ? connection.gsmSecrets : connection.settings.value(kGsm);
     const QString value = holder.value(QString::fromLatin1(field.gsmProperty)).toString();
-    const QByteArray text = cutAtCharacter(value.toUtf8(), field.width);
+    const std::string whole = value.toStdString();
+    const std::string_view text = foreign_text::cutAtCharacter(whole, field.width);
     std::copy(text.begin(), text.end(), bytes);
 
     std::vector<unsigned char> tail(field.width);

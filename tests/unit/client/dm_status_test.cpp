@@ -45,6 +45,20 @@ TEST(DmStatusTest, AStatusIsThreeDigitsFrom200To599)
     EXPECT_EQ(parseStatus(QByteArray("20\0", 3)), std::nullopt);
 }
 
+TEST(DmStatusTest, EachClassOfStatusesSucceedsIsRefusedOrNeither)
+{
+    for (const int status : {200, 202, 216, 299}) {
+        EXPECT_TRUE(succeeded(static_cast<DmStatus>(status))) << status;
+        EXPECT_FALSE(isRefusal(static_cast<DmStatus>(status))) << status;
+    }
+    EXPECT_FALSE(succeeded(DmStatus::NotModified));
+    EXPECT_FALSE(isRefusal(DmStatus::NotModified));
+    for (const int status : {400, 401, 499, 500, 517}) {
+        EXPECT_FALSE(succeeded(static_cast<DmStatus>(status))) << status;
+        EXPECT_TRUE(isRefusal(static_cast<DmStatus>(status))) << status;
+    }
+}
+
 TEST(DmStatusTest, OutcomesAreDescribedWithTheirMeaningAndReason)
 {
     EXPECT_EQ(describe(DmStatus::NotFound), QStringLiteral("404 Not Found"));

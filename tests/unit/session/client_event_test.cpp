@@ -15,7 +15,7 @@ std::string fieldsOf(const char *text)
     const auto event = parseGenericAlert(QString::fromUtf8(text), error);
     if (!event)
         return "! " + error.toStdString();
-    EXPECT_EQ(event->kind, ClientEvent::Kind::GenericAlert);
+    EXPECT_EQ(event->code, AlertCode::GenericAlert);
     return (event->type + u'|' + QString::fromUtf8(event->data) + u'|' + event->format + u'|' +
             event->mark.value_or(QString()) + u'|' + event->source.value_or(QString()) + u'|' +
             event->correlator.value_or(QString()))

@@ -379,7 +379,7 @@ TEST_P(Packages, EventsFollowTheDescriptionOfTheDevice)
 {
     options.events = {
         {.type = QStringLiteral("org.example.event"), .data = "happened"},
-        {.kind = ClientEvent::Kind::GenericAlert,
+        {.code = AlertCode::GenericAlert,
          .type = QStringLiteral("Reversed-Domain-Name: org.example"),
          .data = "1",
          .format = QStringLiteral("int"),

@@ -5,7 +5,7 @@ namespace client {
 void Listener::commandAnswered(const AnsweredCommand &command)
 {
     std::string line = command.name.toStdString() + ' ' + command.uri.toStdString() + ' ' +
-                       std::to_string(command.status);
+                       std::to_string(static_cast<int>(command.status));
     if (!command.reason.isEmpty())
         line += ' ' + command.reason.toStdString();
     commands.push_back(line);
