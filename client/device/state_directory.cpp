@@ -5,7 +5,6 @@
 #include "state_location.h"
 #include "xml_text.h"
 
-#include <QDir>
 #include <QFile>
 #include <QUuid>
 #include <cerrno>
@@ -36,8 +35,8 @@ QString StateDirectory::defaultPath()
 
 std::unique_ptr<StateDirectory> StateDirectory::open(const QString &path, QString &error)
 {
-    const QString root = QDir(path).absolutePath();
-    const std::string state = QFile::encodeName(root).toStdString();
+    const std::string state = handset_state::absolutePath(QFile::encodeName(path).toStdString());
+    const QString root = QFile::decodeName(state.c_str());
     const std::string clientFolder = state + "/client";
     handset_state::Refusal refusal = handset_state::makeStateDirectory(state);
     // The settings class makes the second one itself, but cannot refuse to name it.
@@ -61,7 +60,7 @@ std::unique_ptr<StateDirectory> StateDirectory::open(const QString &path, QStrin
                 : QStringLiteral("cannot lock %1/lock: %2").arg(clientPath, systemReason(errno));
         return nullptr;
     }
-    qputenv(stateVariable, QFile::encodeName(root));
+    qputenv(stateVariable, state.c_str());
     return directory;
 }
 

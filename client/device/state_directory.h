@@ -14,9 +14,9 @@ public:
     static QString defaultPath();
 
     /// Creates what is missing (readable by its owner only), refuses what others own or can write
-    /// to, takes the lock, and sets KUB_STATE_DIR
-    /// so that the libraries beneath a plug-in use the same directory. Call it before any of them
-    /// is loaded.
+    /// to, takes the lock, and sets KUB_STATE_DIR so that the libraries beneath a plug-in use the
+    /// same directory. Call it before any of them is loaded.
+    /// @param path  a relative one is beneath the working directory
     /// @return null on failure, with a sentence that names the path and the reason in error
     static std::unique_ptr<StateDirectory> open(const QString &path, QString &error);
 

@@ -225,6 +225,8 @@ Refusal checkFileStatus(const std::string &path, const struct stat &folder,
 
 Refusal makeStateDirectory(const std::string &path)
 {
+    if (!path.starts_with('/'))
+        return {ENOENT, path, "it is relative to a working directory that is gone"};
     if (Refusal refusal = makePath(path))
         return refusal;
     return checkFolder(path);

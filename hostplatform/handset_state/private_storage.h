@@ -19,7 +19,7 @@ struct Refusal {
 /// Makes a state directory and the missing ones above it, mode 0700, and checks it: it belongs to
 /// this user, nobody else can write to it, and nobody but root can put another in its place. It may
 /// be a symbolic link of this user's or of root's.
-/// @param path  absolute
+/// @param path  as of absolutePath(); a relative one is refused
 Refusal makeStateDirectory(const std::string &path);
 
 /// Makes a folder of a state directory, mode 0700, and checks it likewise; a symbolic link is

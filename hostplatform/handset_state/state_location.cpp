@@ -26,23 +26,30 @@ std::string homeDirectory()
     return home;
 }
 
-std::filesystem::path chosenDirectory()
+std::string chosenDirectory()
 {
     if (const std::string chosen = environment("KUB_STATE_DIR"); !chosen.empty())
         return chosen;
     // The base directory rules ask for a relative path to be ignored.
     if (const std::string stateHome = environment("XDG_STATE_HOME"); stateHome.starts_with('/'))
-        return std::filesystem::path(stateHome) / "kub-dm";
-    return std::filesystem::path(homeDirectory()) / ".local/state/kub-dm";
+        return stateHome + "/kub-dm";
+    return homeDirectory() + "/.local/state/kub-dm";
 }
 
 } // namespace
 
 std::string location()
 {
-    std::error_code ignored; // a working directory that is gone leaves the path relative
-    std::string path =
-        std::filesystem::absolute(chosenDirectory(), ignored).lexically_normal().string();
+    return absolutePath(chosenDirectory());
+}
+
+std::string absolutePath(const std::string &directory)
+{
+    std::error_code error;
+    const std::filesystem::path absolute = std::filesystem::absolute(directory, error);
+    if (error)
+        return directory;
+    std::string path = absolute.lexically_normal().string();
     while (path.size() > 1 && path.ends_with('/'))
         path.pop_back();
     return path;

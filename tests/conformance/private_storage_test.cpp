@@ -70,6 +70,24 @@ TEST(StateLocation, WithoutHomeIsTheHomeOfTheUserDatabase)
     EXPECT_EQ(locationWith(nullptr, nullptr, "relative"), expected);
 }
 
+TEST(StateLocation, OfAWorkingDirectoryThatIsGoneIsRefused)
+{
+    const ChildOutcome outcome = runInChild([] {
+        char pattern[] = "/tmp/private-storage-XXXXXX";
+        ASSERT_NE(::mkdtemp(pattern), nullptr);
+        ASSERT_EQ(::chdir(pattern), 0);
+        ASSERT_EQ(::rmdir(pattern), 0);
+        for (const char *const chosen : {"state", "../private-storage-elsewhere", "."}) {
+            EXPECT_EQ(locationWith(chosen, nullptr, nullptr), chosen);
+            EXPECT_EQ(makeStateDirectory(chosen).text(),
+                      "cannot use " + std::string(chosen) +
+                          ": it is relative to a working directory that is gone");
+        }
+        EXPECT_FALSE(fs::exists("/tmp/private-storage-elsewhere"));
+    });
+    EXPECT_CHILD_PASSES(outcome);
+}
+
 // ---- Folders -------------------------------------------------------------------------------------
 
 class PrivateStorage : public testing::Test {
