@@ -25,6 +25,11 @@ Output::Output(const QString &programName)
 {
 }
 
+int Output::width() const
+{
+    return columns(STDOUT_FILENO);
+}
+
 void Output::line(const QString &text)
 {
     raw(text.toUtf8() + '\n');

@@ -20,6 +20,8 @@ public:
     void setReports(Reports reports) { m_reports = reports; }
 
     const Painter &painter() const { return m_painter; }
+    /// Columns that a line of a result may have.
+    int width() const;
     /// A line of a result. What comes from elsewhere in it has to be printable.
     void line(const QString &text);
     /// A value or a name that came from elsewhere: as it is, or made harmless for a terminal.

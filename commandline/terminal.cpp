@@ -2,6 +2,8 @@
 
 #include "foreign_text.h"
 
+#include <algorithm>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace commandline {
@@ -19,6 +21,17 @@ QString printable(const QString &text)
 bool isInteractive()
 {
     return ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO);
+}
+
+int columns(int fileDescriptor)
+{
+    constexpr int usualColumns = 80;
+    constexpr int fewestColumns = 40; // less is not worth reading
+    winsize size{};
+    if (!::isatty(fileDescriptor) || ::ioctl(fileDescriptor, TIOCGWINSZ, &size) != 0 ||
+        size.ws_col == 0)
+        return usualColumns;
+    return std::max<int>(size.ws_col, fewestColumns);
 }
 
 Painter Painter::forFile(int fileDescriptor)

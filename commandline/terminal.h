@@ -13,6 +13,9 @@ QString printable(const QString &text);
 /// Whether somebody types standard input and sees standard output.
 bool isInteractive();
 
+/// How many columns a terminal has; 80 for anything else.
+int columns(int fileDescriptor);
+
 enum class Colour { Name, Faint, Problem };
 
 /// Adds colour, or leaves text alone.

@@ -67,7 +67,7 @@ private:
 
 } // namespace
 
-ExitStatus runCheck(Output &output, const QCommandLineParser &, const QStringList &)
+ExitStatus runCheck(Output &output, const Invocation &)
 {
     unsigned int count = 0;
     QList<QByteArray> names;

@@ -106,7 +106,7 @@ void printForPeople(Output &output, const QString &name, unsigned int id,
 
 } // namespace
 
-ExitStatus runList(Output &output, const QCommandLineParser &, const QStringList &)
+ExitStatus runList(Output &output, const Invocation &)
 {
     QList<QByteArray> names;
     if (const int status = listProfileNames(names); status != NAPI_OK)
@@ -130,11 +130,11 @@ ExitStatus runList(Output &output, const QCommandLineParser &, const QStringList
     return ExitStatus::Success;
 }
 
-ExitStatus runShow(Output &output, const QCommandLineParser &options, const QStringList &arguments)
+ExitStatus runShow(Output &output, const Invocation &invocation)
 {
-    const QString &name = arguments.first();
+    const QString &name = invocation.arguments.first();
     const QByteArray key = name.toUtf8();
-    const bool showSecrets = options.isSet(QStringLiteral("show-secrets"));
+    const bool showSecrets = invocation.has("show-secrets");
     NAP_PROFILE_S record = {};
     unsigned int id = 0;
     int status = NAPI_ReadProfile(key.constData(), &record, 0, 0);
@@ -142,18 +142,18 @@ ExitStatus runShow(Output &output, const QCommandLineParser &options, const QStr
         status = NAPI_GetProfileIDByName(key.constData(), &id);
     if (status != NAPI_OK)
         return reportServiceFailure(output, name, status);
-    if (options.isSet(QStringLiteral("json")))
+    if (invocation.has("json"))
         output.json(formatProfile(name, record, showSecrets));
     else
         printForPeople(output, name, id, record, showSecrets);
     return ExitStatus::Success;
 }
 
-ExitStatus runCreate(Output &output, const QCommandLineParser &, const QStringList &arguments)
+ExitStatus runCreate(Output &output, const Invocation &invocation)
 {
-    const QString &name = arguments.first();
+    const QString &name = invocation.arguments.first();
     QString fault;
-    const QList<FieldValue> values = parseAssignments(arguments.sliced(1), fault);
+    const QList<FieldValue> values = parseAssignments(invocation.arguments.sliced(1), fault);
     if (!fault.isNull()) {
         output.problem(fault);
         return ExitStatus::WrongUsage;
@@ -169,12 +169,12 @@ ExitStatus runCreate(Output &output, const QCommandLineParser &, const QStringLi
     return status == NAPI_OK ? ExitStatus::Success : reportServiceFailure(output, name, status);
 }
 
-ExitStatus runSet(Output &output, const QCommandLineParser &, const QStringList &arguments)
+ExitStatus runSet(Output &output, const Invocation &invocation)
 {
-    const QString &name = arguments.first();
+    const QString &name = invocation.arguments.first();
     const QByteArray key = name.toUtf8();
     QString fault;
-    const QList<FieldValue> values = parseAssignments(arguments.sliced(1), fault);
+    const QList<FieldValue> values = parseAssignments(invocation.arguments.sliced(1), fault);
     if (!fault.isNull()) {
         output.problem(fault);
         return ExitStatus::WrongUsage;
@@ -192,10 +192,10 @@ ExitStatus runSet(Output &output, const QCommandLineParser &, const QStringList 
     return status == NAPI_OK ? ExitStatus::Success : reportServiceFailure(output, name, status);
 }
 
-ExitStatus runDelete(Output &output, const QCommandLineParser &, const QStringList &arguments)
+ExitStatus runDelete(Output &output, const Invocation &invocation)
 {
     ExitStatus exitStatus = ExitStatus::Success;
-    for (const QString &name : arguments) {
+    for (const QString &name : invocation.arguments) {
         const int status = NAPI_DeleteProfile(name.toUtf8().constData());
         if (status != NAPI_OK)
             exitStatus = worse(exitStatus, reportServiceFailure(output, name, status));

@@ -15,6 +15,8 @@
 
 namespace {
 
+constexpr const char *kDatabase = "/usr/share/mobile-broadband-provider-info/serviceproviders.xml";
+
 struct PlannedProfile {
     QByteArray name;
     NAP_PROFILE_S record;
@@ -171,15 +173,16 @@ ExitStatus storeProfiles(Output &output, const ProvisionPlan &plan)
 
 } // namespace
 
-ExitStatus runProvision(Output &output, const QCommandLineParser &options, const QStringList &)
+ExitStatus runProvision(Output &output, const Invocation &invocation)
 {
-    const bool all = options.isSet(QStringLiteral("all"));
-    const QString country = options.value(QStringLiteral("country")).toLower();
+    const bool all = invocation.has("all");
+    const QString country = invocation.value("country").toLower();
     if (country.isEmpty() && !all) {
         output.problem(QStringLiteral("provision needs --country CC, or --all for every country"));
         return ExitStatus::WrongUsage;
     }
-    const QString fileName = options.value(QStringLiteral("database"));
+    const QString fileName =
+        invocation.has("database") ? invocation.value("database") : QString::fromLatin1(kDatabase);
     QString fault;
     const auto xml = commandline::readInput(fileName, largestInput, fault);
     if (!xml) {
@@ -195,7 +198,7 @@ ExitStatus runProvision(Output &output, const QCommandLineParser &options, const
     ProvisionPlan plan(output, all);
     qsizetype matching = 0;
     for (const Provider &provider : providers) {
-        if (!matches(provider, country, options.value(QStringLiteral("provider"))))
+        if (!matches(provider, country, invocation.value("provider")))
             continue;
         ++matching;
         if (!all) {

@@ -109,10 +109,9 @@ ExitStatus storeProfiles(Output &output, const ImportPlan &plan)
 
 } // namespace
 
-ExitStatus runImport(Output &output, const QCommandLineParser &options,
-                     const QStringList &arguments)
+ExitStatus runImport(Output &output, const Invocation &invocation)
 {
-    const QString &fileName = arguments.first();
+    const QString &fileName = invocation.arguments.first();
     QString fault;
     const auto json = commandline::readInput(fileName, largestInput, fault);
     if (!json) {
@@ -124,7 +123,7 @@ ExitStatus runImport(Output &output, const QCommandLineParser &options,
         output.problem(QStringLiteral("import: %1: %2").arg(fileName, fault));
         return ExitStatus::WrongUsage;
     }
-    ImportPlan plan(output, options.isSet(QStringLiteral("replace")));
+    ImportPlan plan(output, invocation.has("replace"));
     for (const JsonProfile &profile : profiles) {
         if (!plan.add(profile) && plan.exitStatus == ExitStatus::Unusable)
             return ExitStatus::Unusable;
@@ -132,7 +131,7 @@ ExitStatus runImport(Output &output, const QCommandLineParser &options,
     return plan.exitStatus == ExitStatus::Success ? storeProfiles(output, plan) : plan.exitStatus;
 }
 
-ExitStatus runExport(Output &output, const QCommandLineParser &options, const QStringList &)
+ExitStatus runExport(Output &output, const Invocation &invocation)
 {
     QList<QByteArray> names;
     if (const int status = listProfileNames(names); status != NAPI_OK)
@@ -151,8 +150,7 @@ ExitStatus runExport(Output &output, const QCommandLineParser &options, const QS
                            QStringLiteral(" cannot be exported without loss: ") + faults.first());
             return ExitStatus::Failed;
         }
-        profiles += formatProfile(QString::fromUtf8(name), record,
-                                  options.isSet(QStringLiteral("show-secrets")));
+        profiles += formatProfile(QString::fromUtf8(name), record, invocation.has("show-secrets"));
     }
     output.json(formatProfileArray(profiles));
     return ExitStatus::Success;

@@ -4,6 +4,7 @@
 #include "command_table.h"
 #include "commands.h"
 #include "line_input.h"
+#include "parser.h"
 #include "secret_input.h"
 #include "secret_leaf.h"
 
@@ -42,6 +43,14 @@ ExitStatus noAccount(Context &context, const QString &name)
 
 // ---- Values --------------------------------------------------------------------------------------
 
+QString fieldNames()
+{
+    QStringList names;
+    for (const AccountField &field : accountFields())
+        names += QString::fromLatin1(field.name);
+    return QStringLiteral("the fields are %1").arg(names.join(QStringLiteral(", ")));
+}
+
 /// Reads FIELD=VALUE words into an account.
 bool setFields(const Context &context, Account &account, const QStringList &words, QString &error)
 {
@@ -50,7 +59,7 @@ bool setFields(const Context &context, Account &account, const QStringList &word
         const QString name = word.left(equals);
         const AccountField *const field = equals < 0 ? nullptr : accountField(name);
         if (!field) {
-            error = QStringLiteral("\"%1\" is no FIELD=VALUE; %2").arg(word, accountDetails());
+            error = QStringLiteral("\"%1\" is no FIELD=VALUE; %2").arg(word, fieldNames());
             return false;
         }
         QString value = word.mid(equals + 1);
@@ -153,12 +162,25 @@ constexpr ActionRow actions[] = {
 
 } // namespace
 
-QString accountDetails()
+QStringList accountWords()
 {
     QStringList names;
+    for (const ActionRow &row : actions)
+        names += QString::fromLatin1(row.name);
+    return names;
+}
+
+QStringList accountFieldWords()
+{
+    QStringList words;
     for (const AccountField &field : accountFields())
-        names += QString::fromLatin1(field.name);
-    return QStringLiteral("the fields are %1").arg(names.join(QStringLiteral(", ")));
+        words += QString::fromLatin1(field.name) + u'=';
+    return words;
+}
+
+QStringList accountDetails()
+{
+    return {QStringLiteral("T%1.").arg(fieldNames().sliced(1))};
 }
 
 ExitStatus runAccount(Context &context, const Invocation &invocation)
@@ -169,8 +191,8 @@ ExitStatus runAccount(Context &context, const Invocation &invocation)
                (row.maxArguments < 0 || count <= row.maxArguments);
     });
     if (action == std::end(actions)) {
-        context.output.problem(QStringLiteral("usage: %1")
-                                   .arg(synopsis(*findCommand(QStringLiteral("account"), false))));
+        context.output.problem(commandline::wrongArguments(
+            *invocation.command, QStringLiteral("these arguments do not go together")));
         return ExitStatus::WrongUsage;
     }
     return action->run(context, invocation);

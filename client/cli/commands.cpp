@@ -362,21 +362,7 @@ ExitStatus runDdf(Context &context, const Invocation &)
     return ExitStatus::Success;
 }
 
-// ---- Help and the shell --------------------------------------------------------------------------
-
-ExitStatus runHelp(Context &context, const Invocation &invocation)
-{
-    if (invocation.arguments.isEmpty()) {
-        context.output.raw(commandOverview(context.inShell).toUtf8());
-        return ExitStatus::Success;
-    }
-    const CommandRow *const command = findCommand(invocation.arguments[0], context.inShell);
-    if (!command)
-        return wrongUsage(context,
-                          QStringLiteral("help: no command %1").arg(invocation.arguments[0]));
-    context.output.raw(commandHelp(*command).toUtf8());
-    return ExitStatus::Success;
-}
+// ---- The shell -----------------------------------------------------------------------------------
 
 ExitStatus runShell(Context &context, const Invocation &invocation)
 {

@@ -1,16 +1,9 @@
 // What the commands of the table do.
 #pragma once
 
-#include "output.h"
-
-#include <QString>
+#include "command_table.h"
 
 namespace client::cli {
-
-using commandline::ExitStatus;
-
-struct Context;
-struct Invocation;
 
 ExitStatus runTree(Context &context, const Invocation &invocation);
 ExitStatus runGet(Context &context, const Invocation &invocation);
@@ -23,10 +16,13 @@ ExitStatus runProcess(Context &context, const Invocation &invocation);
 ExitStatus runDdf(Context &context, const Invocation &invocation);
 ExitStatus runSession(Context &context, const Invocation &invocation);
 ExitStatus runAccount(Context &context, const Invocation &invocation);
+/// What can be done with an account.
+QStringList accountWords();
+/// "address=" and so on.
+QStringList accountFieldWords();
 /// Says which fields an account has.
-QString accountDetails();
+QStringList accountDetails();
 ExitStatus runShell(Context &context, const Invocation &invocation);
-ExitStatus runHelp(Context &context, const Invocation &invocation);
 ExitStatus runQuit(Context &context, const Invocation &invocation);
 
 } // namespace client::cli

@@ -1,10 +1,14 @@
 #include "completion.h"
 
 #include "command_table.h"
+#include "common_rows.h"
+#include "parser.h"
 
 #include <algorithm>
 
 namespace client::cli {
+
+using commandline::Option;
 
 namespace {
 
@@ -21,39 +25,35 @@ void offer(Candidates &candidates, const QString &prefix, const QString &word, b
 Candidates completeCommand(const QString &prefix)
 {
     Candidates candidates;
-    for (const CommandRow &command : commandTable())
-        if (command.availability != Availability::CommandLineOnly)
-            offer(candidates, prefix, QString::fromLatin1(command.name));
+    for (const commandline::Command *const command : shellProgram().commands)
+        offer(candidates, prefix, QString::fromLatin1(command->name));
     return candidates;
 }
 
-Candidates completeOption(const CommandRow &command, const QString &prefix)
+Candidates completeOption(const commandline::Command &command, const QString &prefix)
 {
     Candidates candidates;
-    for (const OptionRow &option : command.options)
-        offer(candidates, prefix, QStringLiteral("--") + QString::fromLatin1(option.name));
+    for (const Option &option : command.options)
+        offer(candidates, prefix, commandline::optionWord(option));
     return candidates;
 }
 
-Candidates completeOptionValue(OptionValue value, const QString &prefix)
+Candidates completeWord(commandline::WordList words, const QString &prefix)
 {
     Candidates candidates;
-    if (value == OptionValue::Property)
-        for (const QString &property : propertyNames())
-            offer(candidates, prefix, property);
-    if (value == OptionValue::Format)
-        for (const QString &format : settableFormats())
-            offer(candidates, prefix, format);
+    if (words)
+        for (const QString &word : words())
+            offer(candidates, prefix, word, !word.endsWith(u'='));
     return candidates;
 }
 
-/// What the option in front of the word wants; None when there is no such option.
-OptionValue valueWantedBy(const CommandRow &command, const QString &word)
+/// The option that the word before wants a value for; null when there is no such option.
+const Option *optionWithValue(const commandline::Command &command, const QString &word)
 {
-    for (const OptionRow &option : command.options)
-        if (word == QStringLiteral("--") + QString::fromLatin1(option.name))
-            return option.value;
-    return OptionValue::None;
+    for (const Option &option : command.options)
+        if (option.valueName && word == commandline::optionWord(option))
+            return &option;
+    return nullptr;
 }
 
 // ---- Words of the tree ---------------------------------------------------------------------------
@@ -110,7 +110,7 @@ bool canReplace(const TreeNode &node, Property property, const ManagementTree &t
     return isReplaceable(property) && (property != Property::Name || tree.mayRename(node));
 }
 
-Candidates completeProperty(const QString &prefix, ArgumentKind kind, const ManagementTree &tree)
+Candidates completeProperty(const QString &prefix, NodeArgument kind, const ManagementTree &tree)
 {
     Candidates candidates;
     const QString uri = prefix.left(prefix.indexOf(u'?'));
@@ -119,7 +119,7 @@ Candidates completeProperty(const QString &prefix, ArgumentKind kind, const Mana
         return candidates;
     for (const QString &name : propertyNames()) {
         const Property property = *propertyNamed(name);
-        const bool isTaken = kind == ArgumentKind::UriToRead ? bool(tree.property(*node, property))
+        const bool isTaken = kind == NodeArgument::UriToRead ? bool(tree.property(*node, property))
                                                              : canReplace(*node, property, tree);
         if (isTaken)
             offer(candidates, prefix, uri + QStringLiteral("?prop=") + name);
@@ -127,11 +127,11 @@ Candidates completeProperty(const QString &prefix, ArgumentKind kind, const Mana
     return candidates;
 }
 
-Candidates completeUri(const QString &prefix, ArgumentKind kind, const ManagementTree &tree)
+Candidates completeUri(const QString &prefix, NodeArgument kind, const ManagementTree &tree)
 {
     if (!prefix.contains(u'?'))
         return completeNode(prefix, tree);
-    return kind == ArgumentKind::Uri ? Candidates() : completeProperty(prefix, kind, tree);
+    return kind == NodeArgument::Uri ? Candidates() : completeProperty(prefix, kind, tree);
 }
 
 /// A name in front of the equals sign of CHILD=VALUE.
@@ -156,40 +156,46 @@ Candidates completeChildValue(const QString &parentUri, const QString &prefix,
     return candidates;
 }
 
+Candidates completeArgument(const commandline::Command &command, const QStringList &arguments,
+                            const QString &prefix, const ManagementTree &tree)
+{
+    if (&command == &commandline::helpCommand)
+        return arguments.isEmpty() ? completeCommand(prefix) : Candidates();
+    const CommandRow &row = rowOf(command);
+    const NodeArgument kind = arguments.isEmpty() ? row.firstNode : row.otherNodes;
+    switch (kind) {
+    case NodeArgument::Uri:
+    case NodeArgument::UriToRead:
+    case NodeArgument::UriToReplace:
+        return completeUri(prefix, kind, tree);
+    case NodeArgument::ChildValue:
+        return completeChildValue(arguments[0], prefix, tree);
+    case NodeArgument::None:
+        break;
+    }
+    return completeWord(arguments.isEmpty() ? command.firstWords : command.otherWords, prefix);
+}
+
 } // namespace
 
 std::vector<Candidate> complete(const UnfinishedLine &line, const ManagementTree &tree)
 {
     if (line.words.isEmpty())
         return completeCommand(line.prefix);
-    const CommandRow *const command = findCommand(line.words[0], true);
+    const commandline::Command *const command =
+        commandline::findCommand(shellProgram(), line.words[0]);
     if (!command)
         return {};
     if (line.prefix.startsWith(QStringLiteral("--")))
         return completeOption(*command, line.prefix);
-    if (const OptionValue wanted = valueWantedBy(*command, line.words.last());
-        wanted != OptionValue::None)
-        return completeOptionValue(wanted, line.prefix);
+    if (const Option *const option = optionWithValue(*command, line.words.last()))
+        return completeWord(option->words, line.prefix);
 
     QString error;
-    const auto before = parseInvocation(*command, line.words.mid(1), error, Completeness::Partial);
+    const auto before =
+        commandline::parse(shellProgram(), line.words, error, commandline::Completeness::Partial);
     const QStringList arguments = before ? before->arguments : QStringList();
-    const ArgumentKind kind =
-        arguments.isEmpty() ? command->firstArgument : command->otherArguments;
-    switch (kind) {
-    case ArgumentKind::Uri:
-    case ArgumentKind::UriToRead:
-    case ArgumentKind::UriToReplace:
-        return completeUri(line.prefix, kind, tree);
-    case ArgumentKind::ChildValue:
-        return completeChildValue(arguments[0], line.prefix, tree);
-    case ArgumentKind::Command:
-        return completeCommand(line.prefix);
-    case ArgumentKind::File:
-    case ArgumentKind::None:
-        break;
-    }
-    return {};
+    return completeArgument(*command, arguments, line.prefix, tree);
 }
 
 QString commonStart(const std::vector<Candidate> &candidates)

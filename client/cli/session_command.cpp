@@ -62,17 +62,6 @@ bool readSeconds(const Invocation &invocation, const char *option, std::chrono::
     return true;
 }
 
-bool readEncoding(const Invocation &invocation, syncml::Encoding &encoding, QString &error)
-{
-    const QString word =
-        invocation.has("encoding") ? invocation.value("encoding") : QStringLiteral("xml");
-    if (word != u"xml" && word != u"wbxml")
-        return wrong(error,
-                     QStringLiteral("--encoding is xml or wbxml instead of \"%1\"").arg(word));
-    encoding = word == u"xml" ? syncml::Encoding::Xml : syncml::Encoding::Wbxml;
-    return true;
-}
-
 struct EventOption {
     const char *name;
     std::optional<ClientEvent> (*parse)(const QString &text, QString &error);
@@ -109,8 +98,9 @@ bool readSettings(const Invocation &invocation, Settings &settings, QString &err
     constexpr int anyNumber = std::numeric_limits<int>::max();
     // What is larger is not read, whatever was announced.
     constexpr int largestMessage = syncml::Limits().messageBytes;
-    if (!readEncoding(invocation, session.encoding, error) ||
-        !readNumber(invocation, "max-msg-size", largestMessage, session.maxMessageBytes, error) ||
+    session.encoding =
+        invocation.value("encoding") == u"wbxml" ? syncml::Encoding::Wbxml : syncml::Encoding::Xml;
+    if (!readNumber(invocation, "max-msg-size", largestMessage, session.maxMessageBytes, error) ||
         !readNumber(invocation, "max-obj-size", anyNumber, session.maxObjectBytes, error) ||
         !readSeconds(invocation, "timeout", settings.transport.timeLimit, error) ||
         !readSeconds(invocation, "session-timeout", session.timeLimit, error) ||

@@ -4,6 +4,7 @@
 #include "completion.h"
 #include "line_editor.h"
 #include "private_storage.h"
+#include "program.h"
 #include "secret_leaf.h"
 #include "terminal.h"
 #include "words.h"
@@ -97,20 +98,14 @@ bool Shell::runLine(const QByteArray &line)
 
 ExitStatus Shell::runWords(const QStringList &words)
 {
-    const CommandRow *const command = findCommand(words[0], true);
-    if (!command) {
-        m_output.problem(QStringLiteral("no command %1; help lists them").arg(words[0]));
-        return ExitStatus::WrongUsage;
-    }
-    QString error;
-    const auto invocation = parseInvocation(*command, words.mid(1), error);
-    if (!invocation) {
-        m_output.problem(error);
-        return ExitStatus::WrongUsage;
-    }
+    ExitStatus status = ExitStatus::Success;
+    const auto invocation = commandline::interpret(shellProgram(), words, m_output, status);
+    if (!invocation)
+        return status;
     Context context{.device = &m_device, .output = m_output, .inShell = true};
-    const ExitStatus status = command->run(context, *invocation);
+    status = rowOf(*invocation->command).run(context, *invocation);
     m_leave = context.leaveShell;
+    QString error;
     if (!m_device.saveProperties(error)) {
         m_output.problem(error);
         return worse(status, ExitStatus::Unusable);

@@ -214,7 +214,7 @@ class ScenarioTest(SessionTest):
         for words, problem in (
                 (["nobody"], '"nobody" is no account and is no http or https URL'),
                 (["http://127.0.0.1/", "--encoding", "json"],
-                 '--encoding is xml or wbxml instead of "json"'),
+                 '--encoding is xml or wbxml, not "json"'),
                 (["http://127.0.0.1/", "--timeout", "0"],
                  '--timeout wants a number from 1 to 86400 instead of "0"'),
                 (["http://127.0.0.1/", "--event", "x"],

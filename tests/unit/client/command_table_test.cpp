@@ -1,121 +1,46 @@
-// The table of commands and what is made from it.
+// The table of commands, and which lines of the shell are remembered.
 
 #include "accounts.h"
 #include "command_table.h"
 #include "shell.h"
 
+#include <QRegularExpression>
 #include <gtest/gtest.h>
 
 namespace client::cli {
 
 namespace {
 
-const CommandRow &row(const char *name)
-{
-    const CommandRow *const found = findCommand(QString::fromLatin1(name), false);
-    EXPECT_NE(found, nullptr) << name;
-    return *found;
-}
-
-QStringList words(std::initializer_list<const char *> texts)
-{
-    QStringList list;
-    for (const char *text : texts)
-        list.push_back(QString::fromUtf8(text));
-    return list;
-}
-
-std::string problem(const char *name, std::initializer_list<const char *> texts)
-{
-    QString error;
-    EXPECT_FALSE(parseInvocation(row(name), words(texts), error));
-    return error.toStdString();
-}
+using commandline::findCommand;
 
 TEST(CommandTableTest, CommandsBelongToTheCommandLineTheShellOrBoth)
 {
-    EXPECT_NE(findCommand(QStringLiteral("tree"), true), nullptr);
-    EXPECT_NE(findCommand(QStringLiteral("tree"), false), nullptr);
-    EXPECT_EQ(findCommand(QStringLiteral("shell"), true), nullptr);
-    EXPECT_EQ(findCommand(QStringLiteral("quit"), false), nullptr);
-    EXPECT_EQ(findCommand(QStringLiteral("Tree"), false), nullptr);
-    EXPECT_EQ(findCommand(QString(), false), nullptr);
-}
-
-TEST(CommandTableTest, OptionsStandAnywhereBehindTheCommand)
-{
-    QString error;
-    for (const auto &line :
-         {words({"--format", "int", "./A", "5"}), words({"./A", "5", "--format", "int"}),
-          words({"./A", "--format=int", "5"})}) {
-        const auto invocation = parseInvocation(row("add"), line, error);
-        ASSERT_TRUE(invocation) << error.toStdString();
-        EXPECT_EQ(invocation->arguments, words({"./A", "5"}));
-        EXPECT_EQ(invocation->value("format"), QStringLiteral("int"));
+    struct Row {
+        const char *name;
+        bool onCommandLine;
+        bool inShell;
+    };
+    for (const Row &row :
+         {Row{"tree", true, true}, Row{"help", true, true}, Row{"shell", true, false},
+          Row{"quit", false, true}, Row{"Tree", false, false}, Row{"", false, false}}) {
+        const QString name = QString::fromLatin1(row.name);
+        EXPECT_EQ(findCommand(program(), name) != nullptr, row.onCommandLine) << row.name;
+        EXPECT_EQ(findCommand(shellProgram(), name) != nullptr, row.inShell) << row.name;
     }
 }
 
-TEST(CommandTableTest, ADoubleDashEndsTheOptions)
+TEST(CommandTableTest, EveryFieldOfAnAccountIsInItsHelpAndOffered)
 {
-    QString error;
-    const auto invocation = parseInvocation(row("replace"), words({"--", "./A", "-5"}), error);
-    ASSERT_TRUE(invocation) << error.toStdString();
-    EXPECT_EQ(invocation->arguments, words({"./A", "-5"}));
-}
-
-TEST(CommandTableTest, WrongUsageIsExplained)
-{
-    EXPECT_EQ(problem("get", {}), "usage: get URI... [--prop NAME] [--show-secrets]");
-    EXPECT_EQ(problem("rename", {"./A"}), "usage: rename URI NAME");
-    EXPECT_EQ(problem("delete", {"./A", "./B"}), "usage: delete URI");
-    EXPECT_EQ(problem("tree", {"--nonsense"}), "tree: Unknown option 'nonsense'.");
-    EXPECT_EQ(problem("get", {"./A", "--prop"}), "get: Missing value after '--prop'.");
-}
-
-TEST(CommandTableTest, AFileHasAName)
-{
-    EXPECT_EQ(problem("process", {""}), "process: FILE names no file");
-    EXPECT_EQ(problem("session", {"A", "--trace", ""}), "session: --trace names no file");
-    EXPECT_EQ(problem("session", {"A", "--ca", ""}), "session: --ca names no file");
-    EXPECT_EQ(problem("session", {"A", "--trace", "", "--trace", "x"}),
-              "session: --trace names no file");
-}
-
-TEST(CommandTableTest, AnUnfinishedLineMayLackWords)
-{
-    QString error;
-    EXPECT_TRUE(parseInvocation(row("rename"), {}, error, Completeness::Partial));
-}
-
-TEST(CommandTableTest, HelpNamesEveryCommandThatCanBeUsed)
-{
-    for (const bool inShell : {false, true}) {
-        const QString overview = commandOverview(inShell);
-        for (const CommandRow &command : commandTable()) {
-            const QString name = QString::fromLatin1(command.name);
-            EXPECT_EQ(overview.contains(QStringLiteral("\n  %1 ").arg(name)) ||
-                          overview.startsWith(QStringLiteral("  %1 ").arg(name)),
-                      findCommand(name, inShell) != nullptr)
-                << command.name;
-        }
-    }
-}
-
-TEST(CommandTableTest, HelpOfACommandNamesItsOptions)
-{
-    for (const CommandRow &command : commandTable())
-        for (const OptionRow &option : command.options)
-            EXPECT_TRUE(commandHelp(command).contains(
-                QStringLiteral("  --%1").arg(QString::fromLatin1(option.name))))
-                << command.name << " " << option.name;
-}
-
-TEST(CommandTableTest, HelpOfAccountNamesTheFields)
-{
-    const CommandRow *const account = findCommand(QStringLiteral("account"), false);
+    const commandline::Command *const account = findCommand(program(), QStringLiteral("account"));
     ASSERT_NE(account, nullptr);
-    EXPECT_TRUE(commandHelp(*account).contains(
-        QStringLiteral("\n  the fields are address, server-id, title, client-auth, ")));
+    const QString details = account->details().join(u' ') + u' ';
+    for (const AccountField &field : accountFields()) {
+        const QString name = QString::fromLatin1(field.name);
+        EXPECT_TRUE(details.contains(QRegularExpression(QStringLiteral(" %1[,.] ").arg(name))))
+            << field.name;
+        EXPECT_TRUE(account->otherWords().contains(name + u'=')) << field.name;
+    }
+    EXPECT_TRUE(account->firstWords().contains(QStringLiteral("show")));
 }
 
 // ---- The history of the shell --------------------------------------------------------------------

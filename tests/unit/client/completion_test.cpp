@@ -4,6 +4,7 @@
 
 #include "command_table.h"
 #include "mounted_tree.h"
+#include "parser.h"
 
 #include <set>
 
@@ -30,7 +31,7 @@ using Words = std::vector<std::string>;
 TEST_F(CompletionTest, CommandsOfTheShellAreOffered)
 {
     EXPECT_EQ(after(""), (Words{"tree", "get", "add", "replace", "rename", "delete", "copy",
-                                "process", "session", "account", "ddf", "help", "quit"}));
+                                "process", "session", "account", "ddf", "quit", "help"}));
     EXPECT_EQ(after("re"), (Words{"replace", "rename"}));
     EXPECT_EQ(after("help ge"), Words{"get"});
 }
@@ -144,8 +145,8 @@ protected:
             const QStringList words = wordsOf(command, candidate.word);
             ASSERT_EQ(words.size(), 2) << shown;
             QString error;
-            const auto invocation = parseInvocation(*findCommand(words[0], true), words.mid(1),
-                                                    error, Completeness::Partial);
+            const auto invocation = commandline::parse(shellProgram(), words, error,
+                                                       commandline::Completeness::Partial);
             ASSERT_TRUE(invocation && invocation->arguments.size() == 1) << shown;
             const auto address = parseAddress(invocation->arguments[0], tree.uriLimits());
             ASSERT_TRUE(address) << shown;
@@ -202,7 +203,7 @@ TEST_F(AddressTest, EveryChildThatIsOfferedIsThatChild)
         const QStringList words =
             wordsOf("replace ./Ext/Profiles/Office", candidate.word + QStringLiteral("v=w"));
         QString error;
-        const auto invocation = parseInvocation(*findCommand(words[0], true), words.mid(1), error);
+        const auto invocation = commandline::parse(shellProgram(), words, error);
         ASSERT_TRUE(invocation) << error.toStdString();
         const QString child = invocation->arguments[1].section(u'=', 0, 0);
         ASSERT_TRUE(parseAddress(child, tree.uriLimits())) << child.toStdString();
@@ -231,6 +232,16 @@ TEST_F(CompletionTest, OptionsAndFormatsAreOffered)
     EXPECT_EQ(after("add ./Ext/Profiles/Home/X 1 --format "),
               (Words{"chr", "int", "bool", "bin", "b64", "node", "null"}));
     EXPECT_EQ(after("delete --"), Words());
+}
+
+TEST_F(CompletionTest, WordsOfTheTableAreOffered)
+{
+    EXPECT_EQ(after("session --encoding "), (Words{"xml", "wbxml"}));
+    EXPECT_EQ(after("session --ca "), Words());
+    EXPECT_EQ(after("account s"), (Words{"show", "set"}));
+    EXPECT_EQ(after("account set Test client-"),
+              (Words{"client-auth=~", "client-name=~", "client-secret=~", "client-nonce=~"}));
+    EXPECT_EQ(after("help account "), Words());
 }
 
 TEST_F(CompletionTest, LeavesAreOfferedWhereSeveralAreReplaced)
