@@ -11,42 +11,20 @@
 #include <string>
 #include <unistd.h>
 
+using handset_state::FileDescriptor;
+
 namespace support {
 
 namespace {
-
-/// @return false with errno set
-bool writeAll(int file, QByteArrayView bytes)
-{
-    while (!bytes.isEmpty()) {
-        const ssize_t written = ::write(file, bytes.data(), static_cast<std::size_t>(bytes.size()));
-        if (written < 0 && errno != EINTR)
-            return false;
-        bytes = bytes.sliced(written < 0 ? 0 : written);
-    }
-    return true;
-}
 
 /// Makes a rename survive a power cut. Without that the old file may come back, whole.
 void syncFolderOf(const std::string &path)
 {
     const std::string folder = path.substr(0, path.rfind('/') + 1);
-    const int opened = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_CLOEXEC);
-    if (opened < 0)
-        return;
-    ::fsync(opened);
-    ::close(opened);
-}
-
-/// Writes a new file that is on the disk when this returns. @return false with errno set
-bool writeToDisk(int file, const QByteArray &bytes)
-{
-    const bool isOnDisk = writeAll(file, bytes) && ::fsync(file) == 0;
-    const int error = errno;
-    const bool isClosed = ::close(file) == 0;
-    if (!isOnDisk)
-        errno = error;
-    return isOnDisk && isClosed;
+    const FileDescriptor opened(
+        ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_CLOEXEC));
+    if (opened)
+        ::fsync(opened.get());
 }
 
 QString systemReason(int errorNumber)
@@ -59,7 +37,7 @@ QString systemReason(int errorNumber)
 PrivateFile::Reading PrivateFile::read(QByteArray &bytes, QString &error) const
 {
     handset_state::Refusal refusal;
-    const int opened =
+    const FileDescriptor opened =
         handset_state::openFile(QFile::encodeName(m_path).toStdString(), O_RDONLY, refusal);
     if (refusal.error == ENOENT)
         return Reading::Missing;
@@ -68,7 +46,7 @@ PrivateFile::Reading PrivateFile::read(QByteArray &bytes, QString &error) const
         return Reading::Failed;
     }
     QFile file;
-    file.open(opened, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle);
+    file.open(opened.get(), QIODevice::ReadOnly);
     bytes = file.read(m_largestBytes + 1);
     if (file.error() != QFileDevice::NoError) {
         error = QStringLiteral("cannot read %1: %2").arg(m_path, file.errorString());
@@ -112,10 +90,12 @@ bool PrivateFile::replace(const QByteArray &bytes, QString &error) const
     const std::string aside = path + ".new";
     ::unlink(aside.c_str()); // what a process that was killed has left
     handset_state::Refusal refusal;
-    const int file = handset_state::openFile(aside, O_WRONLY | O_CREAT | O_EXCL, refusal);
+    FileDescriptor file = handset_state::openFile(aside, O_WRONLY | O_CREAT | O_EXCL, refusal);
     if (refusal)
         return fail(QString::fromLocal8Bit(refusal.reason.c_str()));
-    if (!writeToDisk(file, bytes) || std::rename(aside.c_str(), path.c_str()) != 0) {
+    // It is on the disk before it takes the name.
+    const bool isOnDisk = file.writeAll(bytes) && ::fsync(file.get()) == 0 && file.close();
+    if (!isOnDisk || std::rename(aside.c_str(), path.c_str()) != 0) {
         const int reason = errno;
         ::unlink(aside.c_str());
         return fail(systemReason(reason));

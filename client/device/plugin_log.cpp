@@ -64,22 +64,13 @@ public:
     {
         refusal = open();
     }
-    ~RotatingFile() override
-    {
-        if (m_file >= 0)
-            ::close(m_file);
-    }
-    RotatingFile(const RotatingFile &) = delete;
-    RotatingFile &operator=(const RotatingFile &) = delete;
-
-    bool isOpen() const { return m_file >= 0; }
 
     void write(std::string_view message) override
     {
         if (m_size >= m_limit)
             rotate();
         const std::string line = inOneLine(message);
-        const ssize_t written = isOpen() ? ::write(m_file, line.data(), line.size()) : -1;
+        const ssize_t written = m_file ? ::write(m_file.get(), line.data(), line.size()) : -1;
         if (written > 0)
             m_size += written;
     }
@@ -90,20 +81,20 @@ private:
         handset_state::Refusal refusal;
         m_file = handset_state::openFile(m_path, O_WRONLY | O_APPEND | O_CREAT, refusal);
         struct stat status {};
-        m_size = isOpen() && ::fstat(m_file, &status) == 0 ? status.st_size : 0;
+        m_size = m_file && ::fstat(m_file.get(), &status) == 0 ? status.st_size : 0;
         return refusal;
     }
 
     void rotate()
     {
-        ::close(m_file);
+        m_file.close();
         std::rename(m_path.c_str(), (m_path + ".1").c_str());
         open();
     }
 
     std::string m_path;
     long m_limit;
-    int m_file = -1;
+    handset_state::FileDescriptor m_file;
     long m_size = 0;
 };
 

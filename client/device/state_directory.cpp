@@ -12,7 +12,6 @@
 #include <fcntl.h>
 #include <optional>
 #include <sys/file.h>
-#include <unistd.h>
 #include <utility>
 
 namespace client {
@@ -43,7 +42,7 @@ std::unique_ptr<StateDirectory> StateDirectory::open(const QString &path, QStrin
     for (const std::string &folder : {clientFolder, state + "/settings"})
         if (!refusal)
             refusal = handset_state::makeFolder(folder);
-    int lockFile = -1;
+    handset_state::FileDescriptor lockFile;
     if (!refusal)
         lockFile = handset_state::openFile(clientFolder + "/lock", O_RDWR | O_CREAT, refusal);
     if (refusal) {
@@ -51,9 +50,7 @@ std::unique_ptr<StateDirectory> StateDirectory::open(const QString &path, QStrin
         return nullptr;
     }
     const QString clientPath = QFile::decodeName(clientFolder.c_str());
-    // Owns the descriptor from here on.
-    std::unique_ptr<StateDirectory> directory(new StateDirectory(clientPath, lockFile));
-    if (::flock(lockFile, LOCK_EX | LOCK_NB) != 0) {
+    if (::flock(lockFile.get(), LOCK_EX | LOCK_NB) != 0) {
         error =
             errno == EWOULDBLOCK
                 ? QStringLiteral("another DM client is using the state directory %1").arg(root)
@@ -61,17 +58,12 @@ std::unique_ptr<StateDirectory> StateDirectory::open(const QString &path, QStrin
         return nullptr;
     }
     qputenv(stateVariable, state.c_str());
-    return directory;
+    return std::unique_ptr<StateDirectory>(new StateDirectory(clientPath, std::move(lockFile)));
 }
 
-StateDirectory::StateDirectory(QString clientPath, int lockFile)
-    : m_clientPath(std::move(clientPath)), m_lockFile(lockFile)
+StateDirectory::StateDirectory(QString clientPath, handset_state::FileDescriptor lockFile)
+    : m_clientPath(std::move(clientPath)), m_lockFile(std::move(lockFile))
 {
-}
-
-StateDirectory::~StateDirectory()
-{
-    ::close(m_lockFile);
 }
 
 QString StateDirectory::clientFile(const QString &name) const

@@ -1,6 +1,8 @@
 // The directory that holds the state of one simulated handset.
 #pragma once
 
+#include "file_descriptor.h"
+
 #include <QString>
 #include <memory>
 
@@ -20,10 +22,6 @@ public:
     /// @return null on failure, with a sentence that names the path and the reason in error
     static std::unique_ptr<StateDirectory> open(const QString &path, QString &error);
 
-    ~StateDirectory();
-    StateDirectory(const StateDirectory &) = delete;
-    StateDirectory &operator=(const StateDirectory &) = delete;
-
     /// Path of a file of the client in this directory.
     QString clientFile(const QString &name) const;
 
@@ -32,10 +30,10 @@ public:
     QByteArray deviceId(QString &error) const;
 
 private:
-    StateDirectory(QString clientPath, int lockFile);
+    StateDirectory(QString clientPath, handset_state::FileDescriptor lockFile);
 
     QString m_clientPath;
-    int m_lockFile;
+    handset_state::FileDescriptor m_lockFile;
 };
 
 } // namespace client

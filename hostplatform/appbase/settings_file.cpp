@@ -14,27 +14,9 @@
 
 #include "foreign_text.h"
 
+using handset_state::FileDescriptor;
+
 namespace {
-
-/// Closes its file descriptor, which may be negative for none.
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int descriptor) : m_descriptor(descriptor) {}
-    ~FileDescriptor()
-    {
-        if (m_descriptor >= 0)
-            ::close(m_descriptor);
-    }
-    FileDescriptor(const FileDescriptor &) = delete;
-    FileDescriptor &operator=(const FileDescriptor &) = delete;
-
-    int get() const { return m_descriptor; }
-    /// Closes now. @return false with errno set when data could not be written.
-    bool close() { return ::close(std::exchange(m_descriptor, -1)) == 0; }
-
-private:
-    int m_descriptor;
-};
 
 /// @return false with errno set.
 bool readAll(int descriptor, QByteArray &bytes)
@@ -52,21 +34,6 @@ bool readAll(int descriptor, QByteArray &bytes)
         filled += got;
     }
     bytes.truncate(filled);
-    return true;
-}
-
-/// @return false with errno set.
-bool writeAll(int descriptor, QByteArrayView bytes)
-{
-    while (!bytes.isEmpty()) {
-        const ssize_t written =
-            ::write(descriptor, bytes.data(), static_cast<std::size_t>(bytes.size()));
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written < 0)
-            return false;
-        bytes = bytes.sliced(written);
-    }
     return true;
 }
 
@@ -100,7 +67,7 @@ void SettingsFile::report(const char *action, const char *reason) const
 void SettingsFile::read()
 {
     handset_state::Refusal refusal;
-    const FileDescriptor file(handset_state::openFile(m_path.toStdString(), O_RDONLY, refusal));
+    const FileDescriptor file = handset_state::openFile(m_path.toStdString(), O_RDONLY, refusal);
     if (refusal.error == ENOENT)
         return;
     m_damaged = true;
@@ -151,9 +118,9 @@ bool SettingsFile::flush()
     // The name differs for each writer, so two of them never write into one file.
     QByteArray temporaryPath = m_path + ".XXXXXX";
     FileDescriptor file(::mkostemp(temporaryPath.data(), O_CLOEXEC)); // creates with mode 0600
-    if (file.get() < 0)
+    if (!file)
         return fail(std::strerror(errno));
-    if (!writeAll(file.get(), bytes) || !file.close() || (m_damaged && !keepDamagedFile()) ||
+    if (!file.writeAll(bytes) || !file.close() || (m_damaged && !keepDamagedFile()) ||
         !moveIntoPlace(temporaryPath.constData(), m_path.constData())) {
         const int reason = errno;
         ::unlink(temporaryPath.constData());

@@ -185,18 +185,11 @@ struct OpenFolder {
     OpenFolder(const std::string &path, int flags)
         : descriptor(::open(path.c_str(), O_PATH | O_CLOEXEC | flags))
     {
-        const bool isOpen = descriptor >= 0 && ::fstat(descriptor, &status) == 0;
+        const bool isOpen = descriptor && ::fstat(descriptor.get(), &status) == 0;
         refusal = isOpen ? checkFolderStatus(path, status) : refuse(path, errno);
     }
-    ~OpenFolder()
-    {
-        if (descriptor >= 0)
-            ::close(descriptor);
-    }
-    OpenFolder(const OpenFolder &) = delete;
-    OpenFolder &operator=(const OpenFolder &) = delete;
 
-    int descriptor;
+    FileDescriptor descriptor;
     struct stat status = {};
     Refusal refusal;
 };
@@ -244,30 +237,26 @@ Refusal checkFolder(const std::string &path)
     return OpenFolder(path, 0).refusal;
 }
 
-int openFile(const std::string &path, int flags, Refusal &refusal)
+FileDescriptor openFile(const std::string &path, int flags, Refusal &refusal)
 {
     const OpenFolder folder(folderOf(path), 0);
     refusal = folder.refusal;
     if (refusal)
-        return -1;
+        return {};
     constexpr int always = O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK; // not to wait for a pipe
     const char *const name = nameIn(path);
-    const int file = ::openat(folder.descriptor, name, flags | always, S_IRUSR | S_IWUSR);
+    FileDescriptor file(::openat(folder.descriptor.get(), name, flags | always, S_IRUSR | S_IWUSR));
     const int error = errno;
     // Of what cannot be opened, such as a link, the kind says more than the error.
     struct stat status = {};
     const bool isThere =
-        file >= 0 ? ::fstat(file, &status) == 0
-                  : ::fstatat(folder.descriptor, name, &status, AT_SYMLINK_NOFOLLOW) == 0;
+        file ? ::fstat(file.get(), &status) == 0
+             : ::fstatat(folder.descriptor.get(), name, &status, AT_SYMLINK_NOFOLLOW) == 0;
     if (isThere)
         refusal = checkFileStatus(path, folder.status, status);
-    if (!refusal && (file < 0 || !isThere))
+    if (!refusal && (!file || !isThere))
         refusal = refuse(path, error);
-    if (!refusal)
-        return file;
-    if (file >= 0)
-        ::close(file);
-    return -1;
+    return refusal ? FileDescriptor() : std::move(file);
 }
 
 Refusal checkFile(const std::string &path)
@@ -276,7 +265,7 @@ Refusal checkFile(const std::string &path)
     struct stat status = {};
     if (folder.refusal)
         return folder.refusal;
-    if (::fstatat(folder.descriptor, nameIn(path), &status, AT_SYMLINK_NOFOLLOW) == 0)
+    if (::fstatat(folder.descriptor.get(), nameIn(path), &status, AT_SYMLINK_NOFOLLOW) == 0)
         return checkFileStatus(path, folder.status, status);
     return errno == ENOENT ? Refusal() : refuse(path, errno);
 }

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "file_descriptor.h"
+
 namespace handset_state {
 
 /// Why a folder or a file cannot be used.
@@ -32,9 +34,8 @@ Refusal checkFolder(const std::string &path);
 /// Opens a file in a folder of the state. The folder has to pass checkFolder; the file has to be a
 /// regular one of this user that nobody else can write to. A symbolic link is refused.
 /// @param flags  as of open(2); what is created has mode 0600
-/// @return a descriptor for the caller to close, or -1 with the reason in refusal: error is ENOENT
-///         when there is no such file
-int openFile(const std::string &path, int flags, Refusal &refusal);
+/// @return none with the reason in refusal: error is ENOENT when there is no such file
+FileDescriptor openFile(const std::string &path, int flags, Refusal &refusal);
 
 /// Whether a file that somebody else's code will open by its path may be used. A missing one may.
 Refusal checkFile(const std::string &path);

@@ -88,6 +88,48 @@ TEST(StateLocation, OfAWorkingDirectoryThatIsGoneIsRefused)
     EXPECT_CHILD_PASSES(outcome);
 }
 
+// ---- Open files ----------------------------------------------------------------------------------
+
+bool isOpen(int descriptor)
+{
+    return ::fcntl(descriptor, F_GETFD) >= 0;
+}
+
+TEST(OpenFile, IsClosedWithItsLastOwner)
+{
+    FileDescriptor none;
+    EXPECT_FALSE(none);
+    EXPECT_TRUE(none.close());
+    FileDescriptor first(::open("/dev/null", O_WRONLY));
+    const int descriptor = first.get();
+    {
+        FileDescriptor second = std::move(first);
+        EXPECT_EQ(second.get(), descriptor);
+        EXPECT_FALSE(first);
+        none = std::move(second);
+    }
+    EXPECT_TRUE(isOpen(descriptor));
+    none = FileDescriptor();
+    EXPECT_FALSE(isOpen(descriptor));
+}
+
+TEST(OpenFile, WritesAllOrSaysWhyNot)
+{
+    int ends[2] = {};
+    ASSERT_EQ(::pipe(ends), 0);
+    const FileDescriptor reader(ends[0]);
+    FileDescriptor writer(ends[1]);
+    const std::string text(100, 'x');
+    EXPECT_TRUE(writer.writeAll(text));
+    std::string received(200, '\0');
+    EXPECT_EQ(::read(reader.get(), received.data(), received.size()), 100);
+    EXPECT_EQ(received.substr(0, 100), text);
+
+    FileDescriptor full(::open("/dev/full", O_WRONLY));
+    EXPECT_FALSE(full.writeAll(text));
+    EXPECT_EQ(errno, ENOSPC);
+}
+
 // ---- Folders -------------------------------------------------------------------------------------
 
 class PrivateStorage : public testing::Test {
@@ -109,10 +151,8 @@ protected:
     static std::string open(const std::string &path, int flags = O_RDWR)
     {
         Refusal refusal;
-        const int opened = openFile(path, flags, refusal);
-        if (opened >= 0)
-            ::close(opened);
-        EXPECT_EQ(opened >= 0, !refusal);
+        const FileDescriptor opened = openFile(path, flags, refusal);
+        EXPECT_EQ(static_cast<bool>(opened), !refusal);
         return refusal ? refusal.text() : "opened";
     }
     static gid_t nobodysGroup()
@@ -315,7 +355,7 @@ TEST_F(PrivateStorage, FolderThatIsALinkOrAFileIsRefused)
 TEST_F(PrivateStorage, MissingFileIsNoFaultOfItsFolder)
 {
     Refusal refusal;
-    EXPECT_EQ(openFile(file, O_RDONLY, refusal), -1);
+    EXPECT_FALSE(openFile(file, O_RDONLY, refusal));
     EXPECT_EQ(refusal.error, ENOENT);
     EXPECT_FALSE(checkFile(file));
 }

@@ -127,9 +127,8 @@ Refusal makeDatabaseFile(const std::string &path)
         if (Refusal refusal = handset_state::checkFile(path + suffix))
             return refusal;
     Refusal refusal;
-    const int file = handset_state::openFile(path, O_RDWR | O_CREAT, refusal);
-    if (file >= 0)
-        ::close(file);
+    const handset_state::FileDescriptor file =
+        handset_state::openFile(path, O_RDWR | O_CREAT, refusal);
     return refusal;
 }
 
