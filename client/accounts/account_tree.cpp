@@ -133,16 +133,21 @@ public:
 
 class AccountLeaf final : public DmtPluginNode {
 public:
-    AccountLeaf(AccountStore &store, const std::function<bool()> &isOwnersTurn, QString account,
-                Side side, const LeafRow &row)
-        : m_store(store), m_isOwnersTurn(isOwnersTurn), m_account(std::move(account)), m_side(side),
+    AccountLeaf(AccountStore &store, bool mayWeaken, QString account, Side side, const LeafRow &row)
+        : m_store(store), m_mayWeaken(mayWeaken), m_account(std::move(account)), m_side(side),
           m_row(row)
     {
     }
 
     int GetValue(DmtData &value) override
     {
-        return m_row.get ? DmtPluginNode::GetValue(value) : DMT_NOT_ALLOWED;
+        if (!m_row.get)
+            return DMT_NOT_ALLOWED;
+        const Account *const stored = m_store.find(m_account);
+        if (!stored)
+            return DMT_NOT_FOUND;
+        value = toData(m_row.get(*stored, m_side));
+        return DMT_OK;
     }
 
     int SetValue(const DmtData &value) override
@@ -159,18 +164,16 @@ public:
         if (value.GetType() != m_row.type || !m_row.set(changed, m_side, bytes))
             return DMT_UNSUPPORTED_FORMAT;
         QString error;
-        if ((!m_isOwnersTurn() && isWeaker(changed, *stored)) || !isComplete(changed, error))
+        if ((!m_mayWeaken && isWeaker(changed, *stored)) || !isComplete(changed, error))
             return DMT_NOT_ALLOWED;
         if (!m_store.put(m_account, changed, error))
             return dataStoreFailure;
-        if (m_row.get)
-            m_value = toData(m_row.get(changed, m_side));
         return DMT_OK;
     }
 
 private:
     AccountStore &m_store;
-    std::function<bool()> m_isOwnersTurn;
+    bool m_mayWeaken;
     QString m_account;
     Side m_side;
     const LeafRow &m_row;
@@ -178,10 +181,7 @@ private:
 
 class AccountTree final : public DmtPluginTree {
 public:
-    AccountTree(AccountStore &store, std::function<bool()> isOwnersTurn)
-        : m_store(store), m_isOwnersTurn(std::move(isOwnersTurn))
-    {
-    }
+    AccountTree(AccountStore &store, bool mayWeaken) : m_store(store), m_mayWeaken(mayWeaken) {}
 
     void fill()
     {
@@ -240,7 +240,7 @@ private:
     void addLeaf(const QByteArray &parent, const QString &name, const Account &account, Side side,
                  const LeafRow &row)
     {
-        auto *const node = new AccountLeaf(m_store, m_isOwnersTurn, name, side, row);
+        auto *const node = new AccountLeaf(m_store, m_mayWeaken, name, side, row);
         const JemSmartPtr<DmtNode> holder(node);
         const QByteArray path = parent + '/' + row.path;
         node->Init(JemSmartPtr<DmtPluginTree>(this), path.constData(),
@@ -257,14 +257,14 @@ private:
     }
 
     AccountStore &m_store;
-    std::function<bool()> m_isOwnersTurn;
+    bool m_mayWeaken;
 };
 
 } // namespace
 
-JemSmartPtr<DmtTree> makeAccountTree(AccountStore &store, std::function<bool()> isOwnersTurn)
+JemSmartPtr<DmtTree> makeAccountTree(AccountStore &store, const Principal &user)
 {
-    auto *const tree = new AccountTree(store, std::move(isOwnersTurn));
+    auto *const tree = new AccountTree(store, user.isOwner());
     const JemSmartPtr<DmtTree> holder(tree);
     tree->fill();
     return holder;

@@ -1,10 +1,9 @@
 // The DM accounts as nodes.
 #pragma once
 
+#include "access_control.h"
 #include "accounts.h"
 #include "dmnative/dmt_tree.h"
-
-#include <functional>
 
 namespace client {
 
@@ -32,8 +31,8 @@ inline constexpr char accountTreeRoot[] = "./DMAcc";
 /// account cannot have is refused with 415, one that is too long with 413, and one by which a
 /// server would weaken the account (see isWeaker) with 405; 510 when the store cannot be written.
 ///
-/// @param store         has to outlive the tree
-/// @param isOwnersTurn  says on each change whether it is the owner of the device who makes it
-JemSmartPtr<DmtTree> makeAccountTree(AccountStore &store, std::function<bool()> isOwnersTurn);
+/// @param store  has to outlive the tree
+/// @param user   who makes the changes: the owner of the device may weaken an account
+JemSmartPtr<DmtTree> makeAccountTree(AccountStore &store, const Principal &user);
 
 } // namespace client

@@ -66,11 +66,11 @@ ExitStatus runTree(Context &context, const Invocation &invocation)
     const QString uri = invocation.arguments.value(0, QStringLiteral("."));
     const Secrets secrets = secretsOf(invocation);
     return onNode(context, "tree", uri, [&](const NodeUri &node) {
-        const ManagementTree &tree = context.device->tree();
+        const TreeView tree = context.device->ownersView();
         const Result<TreeNode> start = tree.find(node);
         if (!start)
             return start.outcome();
-        const std::vector<ListedNode> listing = tree.list(*start, ManagementTree::Values::Read);
+        const std::vector<ListedNode> listing = tree.list(*start, TreeView::Values::Read);
         if (invocation.has("json")) {
             context.output.json(QJsonDocument(treeToJson(listing, secrets)),
                                 QJsonDocument::Indented);
@@ -92,7 +92,7 @@ namespace {
 
 Outcome printNode(Context &context, const TreeNode &node, Secrets secrets)
 {
-    const ManagementTree &tree = context.device->tree();
+    const TreeView tree = context.device->ownersView();
     if (!node.isLeaf()) {
         for (const TreeNode &child : tree.children(node))
             context.output.line(displayName(child.uri().name()));
@@ -112,7 +112,7 @@ Outcome printProperty(Context &context, const TreeNode &node, const QString &nam
     const auto property = propertyNamed(name);
     if (!property)
         return {DmStatus::FeatureNotSupported, QStringLiteral("no property %1").arg(name)};
-    const Result<QByteArray> value = context.device->tree().property(node, *property);
+    const Result<QByteArray> value = context.device->ownersView().property(node, *property);
     if (value)
         context.output.value(*value);
     return value.outcome();
@@ -120,7 +120,7 @@ Outcome printProperty(Context &context, const TreeNode &node, const QString &nam
 
 Outcome printAddress(Context &context, const QString &uri, const Invocation &invocation)
 {
-    const ManagementTree &tree = context.device->tree();
+    const TreeView tree = context.device->ownersView();
     const Result<Address> address = parseAddress(uri, tree.uriLimits());
     if (!address)
         return address.outcome();
@@ -170,7 +170,7 @@ std::optional<QByteArray> valueMeant(const Context &context, const QString &leaf
 
 ExitStatus runAdd(Context &context, const Invocation &invocation)
 {
-    ManagementTree::NewValue value;
+    TreeView::NewValue value;
     const QString uri = invocation.arguments[0];
     if (invocation.arguments.size() > 1) {
         QString error;
@@ -182,17 +182,18 @@ ExitStatus runAdd(Context &context, const Invocation &invocation)
     value.format = invocation.has("format") ? invocation.value("format") : usualFormat;
     if (value.data && typeOfFormat(value.format) == DmtData::Node)
         return wrongUsage(context, QStringLiteral("add: an interior node has no VALUE"));
-    return onNode(context, "add", uri,
-                  [&](const NodeUri &node) { return context.device->tree().add(node, value); });
+    return onNode(context, "add", uri, [&](const NodeUri &node) {
+        return context.device->ownersView().add(node, value);
+    });
 }
 
 namespace {
 
 /// "Addr=internet" as a child's name, escaped as in an address, and its value.
 /// @return none with what is wrong in error
-std::optional<ManagementTree::ChildValue> parseChildValue(const Context &context,
-                                                          const QString &parentUri,
-                                                          const QString &word, QString &error)
+std::optional<TreeView::ChildValue> parseChildValue(const Context &context,
+                                                    const QString &parentUri, const QString &word,
+                                                    QString &error)
 {
     const qsizetype equals = word.indexOf(u'=');
     if (equals < 1) {
@@ -207,7 +208,7 @@ std::optional<ManagementTree::ChildValue> parseChildValue(const Context &context
     const QByteArray name = child->node.name();
     const auto value =
         valueMeant(context, word.left(equals), isSecretLeaf(name), word.mid(equals + 1), error);
-    return value ? std::optional(ManagementTree::ChildValue{name, *value}) : std::nullopt;
+    return value ? std::optional(TreeView::ChildValue{name, *value}) : std::nullopt;
 }
 
 ExitStatus replaceProperty(Context &context, const QString &uri, const Address &address,
@@ -217,10 +218,10 @@ ExitStatus replaceProperty(Context &context, const QString &uri, const Address &
         return wrongUsage(context, QStringLiteral("replace: one VALUE for one property"));
     const auto property = propertyNamed(address.argument);
     const Outcome outcome =
-        property
-            ? context.device->tree().replaceProperty(address.node, *property, words[0].toUtf8())
-            : Outcome{DmStatus::FeatureNotSupported,
-                      QStringLiteral("no property %1").arg(address.argument)};
+        property ? context.device->ownersView().replaceProperty(address.node, *property,
+                                                                words[0].toUtf8())
+                 : Outcome{DmStatus::FeatureNotSupported,
+                           QStringLiteral("no property %1").arg(address.argument)};
     return finish(context, "replace", uri, outcome);
 }
 
@@ -228,7 +229,7 @@ ExitStatus replaceProperty(Context &context, const QString &uri, const Address &
 
 ExitStatus runReplace(Context &context, const Invocation &invocation)
 {
-    ManagementTree &tree = context.device->tree();
+    TreeView tree = context.device->ownersView();
     const QString uri = invocation.arguments[0];
     const QStringList words = invocation.arguments.mid(1);
     const Result<Address> address = parseAddress(uri, tree.uriLimits());
@@ -247,7 +248,7 @@ ExitStatus runReplace(Context &context, const Invocation &invocation)
             return tree.replace(leaf, {{}, {}, *value});
         });
     }
-    std::vector<ManagementTree::ChildValue> values;
+    std::vector<TreeView::ChildValue> values;
     for (const QString &word : words) {
         QString error;
         const auto value = parseChildValue(context, uri, word, error);
@@ -262,22 +263,22 @@ ExitStatus runReplace(Context &context, const Invocation &invocation)
 ExitStatus runRename(Context &context, const Invocation &invocation)
 {
     return onNode(context, "rename", invocation.arguments[0], [&](const NodeUri &node) {
-        return context.device->tree().replaceProperty(node, Property::Name,
-                                                      invocation.arguments[1].toUtf8());
+        return context.device->ownersView().replaceProperty(node, Property::Name,
+                                                            invocation.arguments[1].toUtf8());
     });
 }
 
 ExitStatus runDelete(Context &context, const Invocation &invocation)
 {
     return onNode(context, "delete", invocation.arguments[0],
-                  [&](const NodeUri &node) { return context.device->tree().remove(node); });
+                  [&](const NodeUri &node) { return context.device->ownersView().remove(node); });
 }
 
 ExitStatus runCopy(Context &context, const Invocation &invocation)
 {
     const QString source = invocation.arguments[0];
     return onNode(context, "copy", invocation.arguments[1], [&](const NodeUri &target) {
-        ManagementTree &tree = context.device->tree();
+        TreeView tree = context.device->ownersView();
         const Result<Address> from = parseAddress(source, tree.uriLimits());
         return from ? tree.copy(from->node, target) : from.outcome();
     });

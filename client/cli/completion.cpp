@@ -59,7 +59,7 @@ const Option *optionWithValue(const commandline::Command &command, const QString
 // ---- Words of the tree ---------------------------------------------------------------------------
 
 /// The node that a command finds under the address.
-std::optional<TreeNode> nodeAt(const QString &uri, const ManagementTree &tree)
+std::optional<TreeNode> nodeAt(const QString &uri, const TreeView &tree)
 {
     const Result<Address> address = parseAddress(uri, tree.uriLimits());
     if (!address || address->query != Address::Query::None)
@@ -69,13 +69,13 @@ std::optional<TreeNode> nodeAt(const QString &uri, const ManagementTree &tree)
 }
 
 /// Whether a command finds the node under its address. Some have names that no command takes.
-bool isReachable(const TreeNode &node, const ManagementTree &tree)
+bool isReachable(const TreeNode &node, const TreeView &tree)
 {
     return nodeAt(node.uri().toDisplay(), tree).has_value();
 }
 
 /// The addresses of a node's children.
-Candidates childAddresses(const QString &parentUri, const ManagementTree &tree)
+Candidates childAddresses(const QString &parentUri, const TreeView &tree)
 {
     Candidates candidates;
     const auto parent = nodeAt(parentUri, tree);
@@ -89,7 +89,7 @@ Candidates childAddresses(const QString &parentUri, const ManagementTree &tree)
     return candidates;
 }
 
-Candidates completeNode(const QString &prefix, const ManagementTree &tree)
+Candidates completeNode(const QString &prefix, const TreeView &tree)
 {
     if (prefix.isEmpty())
         return {{QStringLiteral("."), false}};
@@ -105,12 +105,12 @@ Candidates completeNode(const QString &prefix, const ManagementTree &tree)
     return nothingIsMissing ? childAddresses(prefix, tree) : candidates;
 }
 
-bool canReplace(const TreeNode &node, Property property, const ManagementTree &tree)
+bool canReplace(const TreeNode &node, Property property, const TreeView &tree)
 {
     return isReplaceable(property) && (property != Property::Name || tree.mayRename(node));
 }
 
-Candidates completeProperty(const QString &prefix, NodeArgument kind, const ManagementTree &tree)
+Candidates completeProperty(const QString &prefix, NodeArgument kind, const TreeView &tree)
 {
     Candidates candidates;
     const QString uri = prefix.left(prefix.indexOf(u'?'));
@@ -127,7 +127,7 @@ Candidates completeProperty(const QString &prefix, NodeArgument kind, const Mana
     return candidates;
 }
 
-Candidates completeUri(const QString &prefix, NodeArgument kind, const ManagementTree &tree)
+Candidates completeUri(const QString &prefix, NodeArgument kind, const TreeView &tree)
 {
     if (!prefix.contains(u'?'))
         return completeNode(prefix, tree);
@@ -144,7 +144,7 @@ QString childWord(const QByteArray &name)
 }
 
 Candidates completeChildValue(const QString &parentUri, const QString &prefix,
-                              const ManagementTree &tree)
+                              const TreeView &tree)
 {
     Candidates candidates;
     const auto parent = nodeAt(parentUri, tree);
@@ -157,7 +157,7 @@ Candidates completeChildValue(const QString &parentUri, const QString &prefix,
 }
 
 Candidates completeArgument(const commandline::Command &command, const QStringList &arguments,
-                            const QString &prefix, const ManagementTree &tree)
+                            const QString &prefix, const TreeView &tree)
 {
     if (&command == &commandline::helpCommand)
         return arguments.isEmpty() ? completeCommand(prefix) : Candidates();
@@ -178,7 +178,7 @@ Candidates completeArgument(const commandline::Command &command, const QStringLi
 
 } // namespace
 
-std::vector<Candidate> complete(const UnfinishedLine &line, const ManagementTree &tree)
+std::vector<Candidate> complete(const UnfinishedLine &line, const TreeView &tree)
 {
     if (line.words.isEmpty())
         return completeCommand(line.prefix);

@@ -18,7 +18,7 @@ struct Candidate {
 /// Words that continue the line, in the order of the command table and of the tree: commands,
 /// options, property names, formats, and addresses of nodes that exist. Each address is one that
 /// the command takes as it stands; behind an interior node more can follow.
-std::vector<Candidate> complete(const UnfinishedLine &line, const ManagementTree &tree);
+std::vector<Candidate> complete(const UnfinishedLine &line, const TreeView &tree);
 
 /// How far all candidates, of which there is at least one, agree in whole characters.
 QString commonStart(const std::vector<Candidate> &candidates);

@@ -63,7 +63,7 @@ QString Shell::usableHistoryFile()
 void Shell::runOnTerminal()
 {
     LineEditor editor(usableHistoryFile(), [this](const UnfinishedLine &line) {
-        return complete(line, m_device.tree());
+        return complete(line, m_device.ownersView());
     });
     while (const auto line = editor.readLine()) {
         if (!isSkipped(*line) && mayBeRemembered(*line))

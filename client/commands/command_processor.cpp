@@ -85,7 +85,7 @@ const CommandProcessor::ItemCommand *CommandProcessor::itemCommandOf(const Comma
 }
 
 CommandProcessor::CommandProcessor(ManagementTree &tree, const Principal &principal)
-    : m_tree(tree), m_principal(principal)
+    : m_tree(tree, principal)
 {
     beginMessage(0);
 }
@@ -99,7 +99,6 @@ void CommandProcessor::beginMessage(qsizetype waitingBytes)
 
 void CommandProcessor::run(const Command &command, std::vector<Command> &answers)
 {
-    const ActingFor principal(m_tree, m_principal);
     const std::size_t first = answers.size();
     if (isOver())
         refuse(command, DmStatus::NotExecuted, answers);
@@ -226,7 +225,7 @@ void CommandProcessor::runSequence(const Command &command, std::vector<Command> 
 
 void CommandProcessor::runAtomic(const Command &atomic, std::vector<Command> &answers)
 {
-    UndoLog undoLog(m_tree);
+    UndoLog undoLog(m_tree.tree());
     m_undoLog = &undoLog;
     AtomicParts parts;
     Outcome outcome;
@@ -438,7 +437,7 @@ namespace {
 const Outcome noAddress{DmStatus::IncompleteCommand, QStringLiteral("an item without an address")};
 
 /// What the item says about its value; what it leaves out, the command says for all items.
-ManagementTree::NewValue newValue(const Command &command, const Item &item)
+TreeView::NewValue newValue(const Command &command, const Item &item)
 {
     const auto either = [&](std::optional<QString> Meta::*member) {
         if (item.meta && (*item.meta).*member)
@@ -616,7 +615,7 @@ Outcome CommandProcessor::queue(std::vector<Item> items)
 }
 
 std::optional<std::vector<ListedNode>> CommandProcessor::list(const TreeNode &node,
-                                                              ManagementTree::Values values)
+                                                              TreeView::Values values)
 {
     const qsizetype most = std::min(m_room, m_listingRoom);
     qsizetype left = most;
@@ -659,7 +658,7 @@ Outcome CommandProcessor::getListing(const TreeNode &node, const QString &kind, 
         return getSerialised(node, kind, uri);
     if (const Outcome right = m_tree.mayGet(node); !right)
         return right;
-    const auto values = withValues ? ManagementTree::Values::Read : ManagementTree::Values::Omit;
+    const auto values = withValues ? TreeView::Values::Read : TreeView::Values::Omit;
     const auto listing = list(node, values);
     if (!listing)
         return answersTooLarge();
@@ -685,8 +684,7 @@ Outcome CommandProcessor::getSerialised(const TreeNode &node, const QString &req
         return {DmStatus::FeatureNotSupported, error};
     if (const Outcome right = m_tree.mayGet(node); !right)
         return right;
-    const auto values =
-        content->hasValues ? ManagementTree::Values::Read : ManagementTree::Values::Omit;
+    const auto values = content->hasValues ? TreeView::Values::Read : TreeView::Values::Omit;
     Meta meta;
     meta.format = QStringLiteral("xml");
     meta.type = QString::fromLatin1(syncml::media_type::serialisedTree);

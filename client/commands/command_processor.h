@@ -131,8 +131,7 @@ private:
     Outcome get(const syncml::Command &command, const syncml::Item &item);
 
     /// What is at the node and beneath it; none when there is no room for it.
-    std::optional<std::vector<ListedNode>> list(const TreeNode &node,
-                                                ManagementTree::Values values);
+    std::optional<std::vector<ListedNode>> list(const TreeNode &node, TreeView::Values values);
 
     /// Puts the items into m_results, as far as there is room for all of them: 413 otherwise.
     Outcome queue(std::vector<syncml::Item> items);
@@ -149,8 +148,7 @@ private:
     /// The node that a command other than Get works on; 405 for a property or a listing of it.
     Result<NodeUri> wholeNode(const std::optional<syncml::Location> &location) const;
 
-    ManagementTree &m_tree;
-    Principal m_principal;
+    TreeView m_tree;
     UndoLog *m_undoLog = nullptr; ///< of the Atomic that runs
     AlertHandler m_alertHandler;
     OutcomeListener m_outcomeListener;

@@ -67,7 +67,7 @@ namespace {
 
 class TndsWriter {
 public:
-    TndsWriter(const ManagementTree &tree, const TndsContent &content, qsizetype mostBytes)
+    TndsWriter(const TreeView &tree, const TndsContent &content, qsizetype mostBytes)
         : m_tree(tree), m_content(content), m_mostBytes(mostBytes), m_xml(&m_document)
     {
     }
@@ -189,7 +189,7 @@ private:
         m_xml.writeTextElement(QString::fromLatin1(element), QString::fromUtf8(value));
     }
 
-    const ManagementTree &m_tree;
+    const TreeView &m_tree;
     const TndsContent &m_content;
     qsizetype m_mostBytes;
     QByteArray m_document;
@@ -199,8 +199,7 @@ private:
 
 } // namespace
 
-std::optional<QByteArray> tndsDocument(const ManagementTree &tree,
-                                       const std::vector<ListedNode> &listing,
+std::optional<QByteArray> tndsDocument(const TreeView &tree, const std::vector<ListedNode> &listing,
                                        const TndsContent &content, qsizetype mostBytes)
 {
     return TndsWriter(tree, content, mostBytes).write(listing);

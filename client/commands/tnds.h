@@ -29,8 +29,7 @@ std::optional<TndsContent> parseTndsRequest(const QString &argument, QString &er
 /// cannot carry is base64, and has the format b64. A node whose parent is not in the listing stands
 /// beside the others with the path to it.
 /// @return none when the document would have more bytes than that; no more are made then
-std::optional<QByteArray> tndsDocument(const ManagementTree &tree,
-                                       const std::vector<ListedNode> &listing,
+std::optional<QByteArray> tndsDocument(const TreeView &tree, const std::vector<ListedNode> &listing,
                                        const TndsContent &content, qsizetype mostBytes);
 
 } // namespace client

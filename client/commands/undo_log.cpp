@@ -15,13 +15,15 @@ auto find(const Picture &picture, const NodeUri &node)
 
 } // namespace
 
-UndoLog::UndoLog(ManagementTree &tree) : m_tree(tree), m_properties(tree.properties()) {}
+UndoLog::UndoLog(ManagementTree &tree)
+    : m_tree(tree, Principal::owner()), m_properties(tree.properties())
+{
+}
 
 // ---- Before a change -----------------------------------------------------------------------------
 
 void UndoLog::note(const NodeUri &node, const std::optional<NodeUri> &renamedTo)
 {
-    const ActingFor owner(m_tree, Principal::owner());
     Note note{node, std::nullopt, m_tree.objectOf(node), {}, false};
     if (m_tree.find(node))
         note.renamedTo = renamedTo;
@@ -39,7 +41,7 @@ UndoLog::Picture UndoLog::pictureOf(const NodeUri &object) const
     const Result<TreeNode> node = m_tree.find(object);
     if (!node)
         return picture;
-    for (const ListedNode &listed : m_tree.list(*node, ManagementTree::Values::Read)) {
+    for (const ListedNode &listed : m_tree.list(*node, TreeView::Values::Read)) {
         std::optional<Leaf> leaf;
         if (listed.value) {
             leaf.emplace();
@@ -58,11 +60,10 @@ UndoLog::Picture UndoLog::pictureOf(const NodeUri &object) const
 
 std::vector<bool> UndoLog::rollBack()
 {
-    const ActingFor owner(m_tree, Principal::owner());
     std::vector<bool> isBack(m_notes.size());
     for (std::size_t i = m_notes.size(); i-- > 0;)
         isBack[i] = takeBack(m_notes[i]);
-    m_tree.setProperties(std::move(m_properties));
+    m_tree.tree().setProperties(std::move(m_properties));
     return isBack;
 }
 
@@ -113,7 +114,7 @@ void UndoLog::addMissing(const Picture &now, const Picture &picture)
     for (const auto &[node, leaf] : picture) {
         if (find(now, node) != now.end())
             continue;
-        ManagementTree::NewValue value;
+        TreeView::NewValue value;
         value.format = leaf ? QString::fromLatin1(leaf->format) : formatName(DmtData::Node);
         if (leaf && leaf->hasValue)
             value.data = leaf->value;

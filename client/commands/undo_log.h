@@ -58,7 +58,7 @@ private:
     void addMissing(const Picture &now, const Picture &picture);
     void writeDiffering(const Picture &now, const Picture &picture);
 
-    ManagementTree &m_tree;
+    TreeView m_tree;
     PropertyStore m_properties;
     std::vector<Note> m_notes;
 };

@@ -105,14 +105,14 @@ bool DmDevice::mountRoots(QString &error)
                        .profileAcl = *AccessControlList::parse(profileAcl, malformed),
                        .profileNumbers = [&root] { return readProfileNumbers(root.mapping); }});
     }
-    m_tree->mount(mountPoint(accountTreeRoot), accountTree());
+    m_tree->mount(mountPoint(accountTreeRoot), accountTreeFor(Principal::anonymousServer()),
+                  {.ownersTree = accountTreeFor(Principal::owner())});
     return true;
 }
 
-JemSmartPtr<DmtTree> DmDevice::accountTree()
+JemSmartPtr<DmtTree> DmDevice::accountTreeFor(const Principal &user)
 {
-    return makeAccountTree(*m_accounts,
-                           [tree = m_tree.get()] { return tree->principal().isOwner(); });
+    return makeAccountTree(*m_accounts, user);
 }
 
 // ---- Kept state ----------------------------------------------------------------------------------
@@ -250,7 +250,8 @@ bool DmDevice::forget(const QString &account, const QByteArray &serverId, QStrin
 void DmDevice::showAccounts()
 {
     if (m_tree)
-        m_tree->remount(mountPoint(accountTreeRoot), accountTree());
+        m_tree->remount(mountPoint(accountTreeRoot), accountTreeFor(Principal::anonymousServer()),
+                        accountTreeFor(Principal::owner()));
 }
 
 } // namespace client

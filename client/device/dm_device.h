@@ -43,6 +43,8 @@ public:
 
     /// Only once it is mounted.
     ManagementTree &tree() { return *m_tree; }
+    /// The tree as the owner of the device uses it.
+    TreeView ownersView() { return {*m_tree, Principal::owner()}; }
     const StateDirectory &state() const { return *m_state; }
     /// The DM accounts.
     AccountStore &accounts() { return *m_accounts; }
@@ -65,7 +67,7 @@ private:
     /// have.
     bool forget(const QString &account, const QByteArray &serverId, QString &error);
     bool hasAccountOf(const QByteArray &serverId) const;
-    JemSmartPtr<DmtTree> accountTree();
+    JemSmartPtr<DmtTree> accountTreeFor(const Principal &user);
     void showAccounts();
 
     const Options m_options;

@@ -197,15 +197,16 @@ Command Session::deviceInformation() const
 {
     Command replace;
     replace.kind = CommandKind::Replace;
-    const Result<TreeNode> top = m_tree.find(NodeUri({"DevInfo"}));
-    for (const ListedNode &listed : m_tree.list(*top, ManagementTree::Values::Read)) {
+    const TreeView tree(m_tree, Principal::owner());
+    const Result<TreeNode> top = tree.find(NodeUri({"DevInfo"}));
+    for (const ListedNode &listed : tree.list(*top, TreeView::Values::Read)) {
         if (!listed.value || !*listed.value)
             continue;
         Item item;
         item.source = syncml::Location{QString::fromLatin1(listed.node.uri().toUri()), {}};
         item.meta.emplace();
         item.meta->format = formatName((*listed.value)->GetType());
-        item.meta->type = m_tree.type(listed.node);
+        item.meta->type = tree.type(listed.node);
         item.data = valueText(**listed.value);
         replace.items.push_back(std::move(item));
     }

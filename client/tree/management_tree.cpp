@@ -121,7 +121,7 @@ bool listsChild(const DmtNode &parent, const QByteArray &parentPath, const QByte
     });
 }
 
-bool isTreePayload(const ManagementTree::NewValue &value)
+bool isTreePayload(const TreeView::NewValue &value)
 {
     return syncml::isSerialisedTree(value.type);
 }
@@ -163,12 +163,14 @@ void ManagementTree::mount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree
     m_mounts.insert(m_mounts.end() - 1, std::move(mount));
 }
 
-void ManagementTree::remount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree)
+void ManagementTree::remount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree,
+                             const JemSmartPtr<DmtTree> &ownersTree)
 {
     const auto mount = std::ranges::find(m_mounts, root, &Mount::root);
     mount->tree = tree;
+    mount->terms.ownersTree = ownersTree;
     m_properties.keepOnly(
-        [&](const NodeUri &node) { return !root.contains(node) || bool(find(node)); });
+        [&](const NodeUri &node) { return !root.contains(node) || exists(node); });
 }
 
 const ManagementTree::Mount &ManagementTree::mountOf(const NodeUri &uri) const
@@ -234,12 +236,18 @@ std::vector<NodeUri> ManagementTree::twinsOf(const NodeUri &uri) const
 
 // ---- Nodes ---------------------------------------------------------------------------------------
 
-TreeNode ManagementTree::makeNode(const Mount &mount, const NodeUri &uri, const QByteArray &path,
-                                  const JemSmartPtr<DmtNode> &node) const
+DmtTree *ManagementTree::treeFor(const Mount &mount, const Principal &principal)
+{
+    return principal.isOwner() && mount.terms.ownersTree ? mount.terms.ownersTree.get()
+                                                         : mount.tree.get();
+}
+
+TreeNode ManagementTree::makeNode(const Mount &mount, DmtTree *tree, const NodeUri &uri,
+                                  const QByteArray &path, const JemSmartPtr<DmtNode> &node)
 {
     TreeNode found;
     found.m_uri = uri;
-    found.m_tree = mount.tree.get();
+    found.m_tree = tree;
     found.m_path = path;
     found.m_node = node;
     found.m_isChangeable = mount.content == Content::Changeable;
@@ -251,7 +259,7 @@ TreeNode ManagementTree::makeNode(const Mount &mount, const NodeUri &uri, const 
 
 void ManagementTree::setProperties(PropertyStore properties)
 {
-    properties.keepOnly([this](const NodeUri &node) { return bool(find(node)); });
+    properties.keepOnly([this](const NodeUri &node) { return exists(node); });
     m_properties = std::move(properties);
 }
 
@@ -268,12 +276,13 @@ void ManagementTree::forgetServer(const QByteArray &server)
 
 // ---- Reading -------------------------------------------------------------------------------------
 
-Result<TreeNode> ManagementTree::find(const NodeUri &uri) const
+Result<TreeNode> ManagementTree::find(const NodeUri &uri, const Principal &principal) const
 {
     const Mount &mount = mountOf(uri);
+    DmtTree *const tree = treeFor(mount, principal);
     QByteArray path;
     JemSmartPtr<DmtNode> node;
-    if (const int status = mount.tree->GetNode("", node))
+    if (const int status = tree->GetNode("", node))
         return outcomeOfEngineCall(status);
     // Every node on the way has to exist: a tree that registered A/B without A has no node A/B
     // here.
@@ -284,16 +293,26 @@ Result<TreeNode> ManagementTree::find(const NodeUri &uri) const
                        ? notAllowed(uri, "has a slash in a name, and such a node is only listed")
                        : missing(uri);
         path = joinedPath(path, names[depth]);
-        const int status = mount.tree->GetNode(path.constData(), node);
+        const int status = tree->GetNode(path.constData(), node);
         if (status == DMT_NOT_FOUND)
             return missing(uri);
         if (status)
             return outcomeOfEngineCall(status);
     }
-    return makeNode(mount, uri, path, node);
+    return makeNode(mount, tree, uri, path, node);
 }
 
-Result<TreeNode> ManagementTree::findToRead(const NodeUri &uri) const
+bool ManagementTree::exists(const NodeUri &uri) const
+{
+    return bool(find(uri, Principal::owner()));
+}
+
+Result<TreeNode> TreeView::find(const NodeUri &uri) const
+{
+    return m_tree->find(uri, m_principal);
+}
+
+Result<TreeNode> TreeView::findToRead(const NodeUri &uri) const
 {
     static const NodeUri inbox({"Inbox"});
     return inbox.contains(uri) ? Result<TreeNode>(notAllowed(uri, "cannot be read")) : find(uri);
@@ -307,20 +326,20 @@ std::optional<NodeUri> ManagementTree::objectOf(const NodeUri &uri) const
     return mount.root.child(uri.names()[mount.root.names().size()]);
 }
 
-std::vector<TreeNode> ManagementTree::children(const TreeNode &node) const
+std::vector<TreeNode> TreeView::children(const TreeNode &node) const
 {
     std::vector<TreeNode> found;
     if (node.isLeaf() || isOnlyListed(node.uri()))
         return found;
-    const Mount &mount = mountOf(node.uri());
+    const ManagementTree::Mount &mount = m_tree->mountOf(node.uri());
     DMVector<JemSmartPtr<DmtNode>> listed;
     node.m_node->GetChildNodes(listed);
     for (const JemSmartPtr<DmtNode> &child : listed) {
         const QByteArray name = childName(node.m_path, *child);
-        found.push_back(
-            makeNode(mount, node.uri().child(name), joinedPath(node.m_path, name), child));
+        found.push_back(ManagementTree::makeNode(mount, node.m_tree, node.uri().child(name),
+                                                 joinedPath(node.m_path, name), child));
     }
-    for (const Mount &candidate : m_mounts) {
+    for (const ManagementTree::Mount &candidate : m_tree->m_mounts) {
         if (candidate.root.isRoot() || candidate.root.parent() != node.uri())
             continue;
         if (const Result<TreeNode> root = find(candidate.root))
@@ -329,12 +348,12 @@ std::vector<TreeNode> ManagementTree::children(const TreeNode &node) const
     return found;
 }
 
-Outcome ManagementTree::mayGet(const TreeNode &node) const
+Outcome TreeView::mayGet(const TreeNode &node) const
 {
     return permit(Right::Get, node.uri());
 }
 
-Result<DmtData> ManagementTree::value(const TreeNode &node) const
+Result<DmtData> TreeView::value(const TreeNode &node) const
 {
     if (!node.isLeaf())
         return notAllowed(node.uri(), "is an interior node and has no value");
@@ -345,7 +364,7 @@ Result<DmtData> ManagementTree::value(const TreeNode &node) const
     return readValue(node);
 }
 
-Result<DmtData> ManagementTree::readValue(const TreeNode &node) const
+Result<DmtData> TreeView::readValue(const TreeNode &node) const
 {
     DmtData value;
     if (const int status = node.m_node->GetValue(value))
@@ -376,7 +395,7 @@ QByteArray sizeText(const DmtData &value)
 
 } // namespace
 
-Result<QByteArray> ManagementTree::property(const TreeNode &node, Property property) const
+Result<QByteArray> TreeView::property(const TreeNode &node, Property property) const
 {
     const bool isSizeOfInterior = property == Property::Size && !node.isLeaf();
     if (isSizeOfInterior)
@@ -387,14 +406,14 @@ Result<QByteArray> ManagementTree::property(const TreeNode &node, Property prope
         return right;
     const bool isKept =
         property != Property::Format && property != Property::Name && property != Property::Size;
-    if (isKept && !m_propertiesFault.isEmpty())
-        return Outcome{DmStatus::DataStoreFailure, m_propertiesFault};
-    const PropertyStore::Properties kept = m_properties.get(node.uri());
+    if (isKept && !m_tree->m_propertiesFault.isEmpty())
+        return Outcome{DmStatus::DataStoreFailure, m_tree->m_propertiesFault};
+    const PropertyStore::Properties kept = m_tree->m_properties.get(node.uri());
     DmtAttributes attributes;
     node.m_node->GetAttributes(attributes);
     switch (property) {
     case Property::Acl:
-        return ownAcl(node).toText();
+        return m_tree->ownAcl(node).toText();
     case Property::Format:
         return formatName(attributes.type).toLatin1();
     case Property::Name:
@@ -415,7 +434,7 @@ Result<QByteArray> ManagementTree::property(const TreeNode &node, Property prope
     return QByteArray::number(kept.version);
 }
 
-std::map<QByteArray, DmtData> ManagementTree::leafValues(const TreeNode &interior) const
+std::map<QByteArray, DmtData> TreeView::leafValues(const TreeNode &interior) const
 {
     std::map<QByteArray, DmtData> values;
     DmtChildValuesMap map;
@@ -426,13 +445,13 @@ std::map<QByteArray, DmtData> ManagementTree::leafValues(const TreeNode &interio
     return values;
 }
 
-bool ManagementTree::isReadable(const EffectiveAcl &acl) const
+bool TreeView::isReadable(const ManagementTree::EffectiveAcl &acl) const
 {
     return acl.acl.permits(Right::Get, m_principal);
 }
 
 /// A listing that is being made, and what may still be added.
-class ManagementTree::Listing {
+class TreeView::Listing {
 public:
     explicit Listing(qsizetype room) : m_room(room) {}
 
@@ -453,17 +472,17 @@ private:
     qsizetype m_room;
 };
 
-std::vector<ListedNode> ManagementTree::list(const TreeNode &start, Values values) const
+std::vector<ListedNode> TreeView::list(const TreeNode &start, Values values) const
 {
     qsizetype room = std::numeric_limits<qsizetype>::max();
     return *list(start, values, room);
 }
 
-std::optional<std::vector<ListedNode>> ManagementTree::list(const TreeNode &start, Values values,
-                                                            qsizetype &room) const
+std::optional<std::vector<ListedNode>> TreeView::list(const TreeNode &start, Values values,
+                                                      qsizetype &room) const
 {
     Listing listing(room);
-    const EffectiveAcl acl = effectiveAcl(start.uri());
+    const ManagementTree::EffectiveAcl acl = m_tree->effectiveAcl(start.uri());
     if (isReadable(acl)) {
         ListedNode top{start, 0, std::nullopt};
         if (start.isLeaf() && values == Values::Read)
@@ -475,8 +494,8 @@ std::optional<std::vector<ListedNode>> ManagementTree::list(const TreeNode &star
     return listing.isFull() ? std::nullopt : std::optional(std::move(listing.nodes()));
 }
 
-void ManagementTree::listBeneath(const TreeNode &node, const EffectiveAcl &acl, int depth,
-                                 Values values, Listing &listing) const
+void TreeView::listBeneath(const TreeNode &node, const ManagementTree::EffectiveAcl &acl, int depth,
+                           Values values, Listing &listing) const
 {
     if (node.isLeaf() || isOnlyListed(node.uri()) || listing.isFull())
         return;
@@ -485,8 +504,9 @@ void ManagementTree::listBeneath(const TreeNode &node, const EffectiveAcl &acl, 
     for (const TreeNode &child : children(node)) {
         if (listing.isFull())
             return;
-        const AccessControlList own = ownAcl(child);
-        const EffectiveAcl childAcl = own.isEmpty() ? acl : EffectiveAcl{child.uri(), own};
+        const AccessControlList own = m_tree->ownAcl(child);
+        const ManagementTree::EffectiveAcl childAcl =
+            own.isEmpty() ? acl : ManagementTree::EffectiveAcl{child.uri(), own};
         ListedNode entry{child, depth, std::nullopt};
         if (child.isLeaf() && values == Values::Read) {
             const auto known = bulk.find(child.uri().name());
@@ -548,16 +568,16 @@ void ManagementTree::handOnAcl(const std::optional<AccessControlList> &acl,
 ManagementTree::EffectiveAcl ManagementTree::effectiveAcl(const NodeUri &uri) const
 {
     for (NodeUri holder = uri;; holder = holder.parent()) {
-        const Result<TreeNode> node = find(holder);
+        const Result<TreeNode> node = find(holder, Principal::owner());
         const AccessControlList own = node ? ownAcl(*node) : AccessControlList();
         if (!own.isEmpty() || holder.isRoot())
             return {holder, own};
     }
 }
 
-bool ManagementTree::isPermitted(Right right, const NodeUri &uri) const
+bool TreeView::isPermitted(Right right, const NodeUri &uri) const
 {
-    return m_principal.isOwner() || effectiveAcl(uri).acl.permits(right, m_principal);
+    return m_principal.isOwner() || m_tree->effectiveAcl(uri).acl.permits(right, m_principal);
 }
 
 namespace {
@@ -577,16 +597,16 @@ QString rightOn(Right right, const NodeUri &uri)
 
 } // namespace
 
-Outcome ManagementTree::permit(Right right, const NodeUri &uri) const
+Outcome TreeView::permit(Right right, const NodeUri &uri) const
 {
     if (isPermitted(right, uri))
         return {};
-    const EffectiveAcl acl = effectiveAcl(uri);
+    const ManagementTree::EffectiveAcl acl = m_tree->effectiveAcl(uri);
     return denied(m_principal, rightOn(right, uri), acl.holder, acl.acl);
 }
 
 /// The list of a leaf belongs to its parent, that of an interior node to itself and its parent.
-Outcome ManagementTree::permitAclChange(const TreeNode &node) const
+Outcome TreeView::permitAclChange(const TreeNode &node) const
 {
     const NodeUri &uri = node.uri();
     if (uri.isRoot())
@@ -596,20 +616,20 @@ Outcome ManagementTree::permitAclChange(const TreeNode &node) const
         return permit(Right::Replace, uri.parent());
     if (isPermitted(Right::Replace, uri) || isPermitted(Right::Replace, uri.parent()))
         return {};
-    const EffectiveAcl acl = effectiveAcl(uri);
+    const ManagementTree::EffectiveAcl acl = m_tree->effectiveAcl(uri);
     return denied(m_principal,
                   QStringLiteral("%1 or on its parent").arg(rightOn(Right::Replace, uri)),
                   acl.holder, acl.acl);
 }
 
-std::optional<AccessControlList> ManagementTree::aclForNewInterior(const TreeNode &parent) const
+std::optional<AccessControlList> TreeView::aclForNewInterior(const TreeNode &parent) const
 {
     // No list can name a server without an account: what it adds belongs to it no more than to any
     // other.
     const std::optional<QByteArray> creator = m_principal.serverId();
     if (!creator || isPermitted(Right::Replace, parent.uri()))
         return std::nullopt;
-    const EffectiveAcl inherited = effectiveAcl(parent.uri());
+    const ManagementTree::EffectiveAcl inherited = m_tree->effectiveAcl(parent.uri());
     AccessControlList acl;
     for (const QByteArray &server : inherited.acl.servers(Right::Get))
         acl.grant(Right::Get, server);
@@ -620,7 +640,7 @@ std::optional<AccessControlList> ManagementTree::aclForNewInterior(const TreeNod
 
 // ---- Adding --------------------------------------------------------------------------------------
 
-Result<TreeNode> ManagementTree::parentForNewNode(const NodeUri &uri) const
+Result<TreeNode> TreeView::parentForNewNode(const NodeUri &uri) const
 {
     if (uri.isRoot())
         return notAllowed(uri, "is the root");
@@ -640,22 +660,22 @@ Result<TreeNode> ManagementTree::parentForNewNode(const NodeUri &uri) const
     return parent;
 }
 
-Outcome ManagementTree::checkType(const QString &leafType, const QString &given) const
+Outcome TreeView::checkType(const QString &leafType, const QString &given) const
 {
     if (given.isEmpty() || syncml::withoutParameters(given) == syncml::withoutParameters(leafType))
         return {};
     return unsupportedFormat(QStringLiteral("the type is %1, not %2").arg(leafType, given));
 }
 
-Outcome ManagementTree::addLeaf(const TreeNode &parent, const QByteArray &name,
-                                const DmtData &value) const
+Outcome TreeView::addLeaf(const TreeNode &parent, const QByteArray &name,
+                          const DmtData &value) const
 {
     JemSmartPtr<DmtNode> created;
     const QByteArray path = joinedPath(parent.m_path, name);
     return outcomeOfEngineCall(parent.m_tree->CreateLeafNode(path.constData(), created, value));
 }
 
-Outcome ManagementTree::add(const NodeUri &uri, const NewValue &value)
+Outcome TreeView::add(const NodeUri &uri, const NewValue &value)
 {
     const Result<TreeNode> parent = parentForNewNode(uri);
     if (!parent)
@@ -679,7 +699,7 @@ Outcome ManagementTree::add(const NodeUri &uri, const NewValue &value)
     properties.type = value.type;
     if (*type == DmtData::Node)
         properties.acl = aclForNewInterior(*parent);
-    if (const Outcome room = canKeep(uri, properties); !room)
+    if (const Outcome room = m_tree->canKeep(uri, properties); !room)
         return room;
 
     Outcome outcome;
@@ -694,7 +714,7 @@ Outcome ManagementTree::add(const NodeUri &uri, const NewValue &value)
             return data.outcome();
         outcome = addLeaf(*parent, uri.name(), *data);
     }
-    noteNewNode(*parent, uri, properties.type, properties.acl);
+    m_tree->noteNewNode(*parent, uri, properties.type, properties.acl);
     return outcome;
 }
 
@@ -702,7 +722,7 @@ void ManagementTree::noteNewNode(const TreeNode &parent, const NodeUri &uri, con
                                  const std::optional<AccessControlList> &acl)
 {
     // A plug-in may keep the node although it refused the node's value.
-    if (!find(uri))
+    if (!exists(uri))
         return;
     noteProfiles(uri);
     // A profile that another node shows already stays with whoever has made it his own.
@@ -727,7 +747,7 @@ void ManagementTree::touch(const NodeUri &uri)
 namespace {
 
 /// The value in the format of the leaf; 415 when the server gave another one.
-Result<DmtData> valueForLeaf(const TreeNode &leaf, const ManagementTree::NewValue &value)
+Result<DmtData> valueForLeaf(const TreeNode &leaf, const TreeView::NewValue &value)
 {
     if (isTreePayload(value))
         return treePayloadRefused;
@@ -741,7 +761,7 @@ Result<DmtData> valueForLeaf(const TreeNode &leaf, const ManagementTree::NewValu
 
 } // namespace
 
-Outcome ManagementTree::replace(const NodeUri &uri, const NewValue &value)
+Outcome TreeView::replace(const NodeUri &uri, const NewValue &value)
 {
     const Result<TreeNode> node = find(uri);
     if (!node)
@@ -761,11 +781,11 @@ Outcome ManagementTree::replace(const NodeUri &uri, const NewValue &value)
         return data.outcome();
     const Outcome outcome = outcomeOfEngineCall(node->m_node->SetValue(*data));
     if (outcome)
-        touch(uri);
+        m_tree->touch(uri);
     return outcome;
 }
 
-Outcome ManagementTree::replaceChildren(const NodeUri &uri, const std::vector<ChildValue> &values)
+Outcome TreeView::replaceChildren(const NodeUri &uri, const std::vector<ChildValue> &values)
 {
     const Result<TreeNode> parent = find(uri);
     if (!parent)
@@ -791,14 +811,13 @@ Outcome ManagementTree::replaceChildren(const NodeUri &uri, const std::vector<Ch
         outcomeOfEngineCall(parent->m_tree->SetChildValuesMap(parent->m_path.constData(), map));
     // After a failure nobody knows which of them have changed.
     for (const ChildValue &value : values)
-        touch(uri.child(value.name));
+        m_tree->touch(uri.child(value.name));
     return outcome;
 }
 
 // ---- Properties and names ------------------------------------------------------------------------
 
-Outcome ManagementTree::replaceProperty(const NodeUri &uri, Property property,
-                                        const QByteArray &value)
+Outcome TreeView::replaceProperty(const NodeUri &uri, Property property, const QByteArray &value)
 {
     const Result<TreeNode> node = find(uri);
     if (!node)
@@ -811,7 +830,7 @@ Outcome ManagementTree::replaceProperty(const NodeUri &uri, Property property,
     return property == Property::Name ? rename(*node, value) : replaceTitle(*node, value);
 }
 
-Outcome ManagementTree::replaceAcl(const TreeNode &node, const QByteArray &text)
+Outcome TreeView::replaceAcl(const TreeNode &node, const QByteArray &text)
 {
     if (const Outcome right = permitAclChange(node); !right)
         return right;
@@ -823,12 +842,12 @@ Outcome ManagementTree::replaceAcl(const TreeNode &node, const QByteArray &text)
         return {DmStatus::CommandFailed, QStringLiteral("malformed ACL: %1").arg(error)};
     if (node.uri().isRoot() && acl->isEmpty())
         return {DmStatus::CommandFailed, QStringLiteral("the root always has an ACL")};
-    PropertyStore::Properties properties = m_properties.get(node.uri());
+    PropertyStore::Properties properties = m_tree->m_properties.get(node.uri());
     properties.acl = acl;
-    return keep(node.uri(), std::move(properties));
+    return m_tree->keep(node.uri(), std::move(properties));
 }
 
-Outcome ManagementTree::replaceTitle(const TreeNode &node, const QByteArray &title)
+Outcome TreeView::replaceTitle(const TreeNode &node, const QByteArray &title)
 {
     if (const Outcome right = permit(Right::Replace, node.uri()); !right)
         return right;
@@ -836,9 +855,9 @@ Outcome ManagementTree::replaceTitle(const TreeNode &node, const QByteArray &tit
         return tooLong("a title", PropertyStore::longestTitle);
     if (const Result<DmtData> text = parseValue(DmtData::String, title); !text)
         return text.outcome();
-    PropertyStore::Properties properties = m_properties.get(node.uri());
+    PropertyStore::Properties properties = m_tree->m_properties.get(node.uri());
     properties.title = title;
-    return keep(node.uri(), std::move(properties));
+    return m_tree->keep(node.uri(), std::move(properties));
 }
 
 Outcome ManagementTree::canKeep(const NodeUri &uri,
@@ -864,7 +883,7 @@ Outcome ManagementTree::keep(const NodeUri &uri, PropertyStore::Properties prope
     return {};
 }
 
-Outcome ManagementTree::mayRename(const TreeNode &node) const
+Outcome TreeView::mayRename(const TreeNode &node) const
 {
     if (node.m_isPermanent)
         return notAllowed(node.uri(), "is permanent");
@@ -875,7 +894,7 @@ Outcome ManagementTree::mayRename(const TreeNode &node) const
     return permit(Right::Replace, node.uri());
 }
 
-Outcome ManagementTree::rename(const TreeNode &node, const QByteArray &newName)
+Outcome TreeView::rename(const TreeNode &node, const QByteArray &newName)
 {
     if (const Outcome allowed = mayRename(node); !allowed)
         return allowed;
@@ -888,17 +907,17 @@ Outcome ManagementTree::rename(const TreeNode &node, const QByteArray &newName)
         outcomeOfEngineCall(node.m_tree->RenameNode(node.m_path.constData(), newName.constData()));
     // A plug-in may report a failure although its node has moved; the properties follow the node.
     if (!find(node.uri())) {
-        noteProfiles(renamed);
-        m_properties.move(node.uri(), renamed);
-        touch(renamed);
-        touch(renamed.parent());
+        m_tree->noteProfiles(renamed);
+        m_tree->m_properties.move(node.uri(), renamed);
+        m_tree->touch(renamed);
+        m_tree->touch(renamed.parent());
     }
     return outcome;
 }
 
 // ---- Deleting, copying, executing ----------------------------------------------------------------
 
-Outcome ManagementTree::remove(const NodeUri &uri)
+Outcome TreeView::remove(const NodeUri &uri)
 {
     const Result<TreeNode> node = find(uri);
     if (!node)
@@ -909,18 +928,18 @@ Outcome ManagementTree::remove(const NodeUri &uri)
         return notAllowed(uri, "cannot be deleted");
     if (const Outcome right = permit(Right::Delete, uri); !right)
         return right;
-    const std::vector<NodeUri> twins = twinsOf(uri);
+    const std::vector<NodeUri> twins = m_tree->twinsOf(uri);
     const Outcome outcome = outcomeOfEngineCall(node->m_tree->DeleteNode(node->m_path.constData()));
     if (!find(uri)) {
-        noteProfiles(uri);
-        handOnAcl(m_properties.get(uri).acl, twins);
-        m_properties.remove(uri);
-        touch(uri.parent());
+        m_tree->noteProfiles(uri);
+        m_tree->handOnAcl(m_tree->m_properties.get(uri).acl, twins);
+        m_tree->m_properties.remove(uri);
+        m_tree->touch(uri.parent());
     }
     return outcome;
 }
 
-Outcome ManagementTree::copy(const NodeUri &source, const NodeUri &target)
+Outcome TreeView::copy(const NodeUri &source, const NodeUri &target)
 {
     const Outcome leavesOnly{DmStatus::FeatureNotSupported,
                              QStringLiteral("only leaves can be copied")};
@@ -945,11 +964,11 @@ Outcome ManagementTree::copy(const NodeUri &source, const NodeUri &target)
         return value.outcome();
     const Outcome outcome = outcomeOfEngineCall(to->m_node->SetValue(*value));
     if (outcome)
-        touch(target);
+        m_tree->touch(target);
     return outcome;
 }
 
-Outcome ManagementTree::permitCopy(const TreeNode &source, Right right, const NodeUri &target) const
+Outcome TreeView::permitCopy(const TreeNode &source, Right right, const NodeUri &target) const
 {
     if (!hasAccessType(source.uri(), AccessGet))
         return notAllowed(source.uri(), "cannot be read");
@@ -957,7 +976,7 @@ Outcome ManagementTree::permitCopy(const TreeNode &source, Right right, const No
     return get ? permit(right, target) : get;
 }
 
-Outcome ManagementTree::copyToNewLeaf(const TreeNode &source, const NodeUri &target)
+Outcome TreeView::copyToNewLeaf(const TreeNode &source, const NodeUri &target)
 {
     const Result<TreeNode> parent = parentForNewNode(target);
     if (!parent)
@@ -966,11 +985,11 @@ Outcome ManagementTree::copyToNewLeaf(const TreeNode &source, const NodeUri &tar
     if (!value)
         return value.outcome();
     const Outcome outcome = addLeaf(*parent, target.name(), *value);
-    noteNewNode(*parent, target, m_properties.get(source.uri()).type, std::nullopt);
+    m_tree->noteNewNode(*parent, target, m_tree->m_properties.get(source.uri()).type, std::nullopt);
     return outcome;
 }
 
-Result<DmtData> ManagementTree::valueToCopy(const TreeNode &source) const
+Result<DmtData> TreeView::valueToCopy(const TreeNode &source) const
 {
     const Result<DmtData> value = this->value(source);
     if (value && value->GetType() == DmtData::Null && source.valueType() != DmtData::Null)
@@ -979,7 +998,7 @@ Result<DmtData> ManagementTree::valueToCopy(const TreeNode &source) const
     return value;
 }
 
-Outcome ManagementTree::execute(const NodeUri &uri) const
+Outcome TreeView::execute(const NodeUri &uri) const
 {
     const Result<TreeNode> node = find(uri);
     return node ? notAllowed(uri, "cannot be executed") : node.outcome();

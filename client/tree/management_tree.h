@@ -27,6 +27,7 @@ public:
 
 private:
     friend class ManagementTree;
+    friend class TreeView;
 
     NodeUri m_uri;
     DmtTree *m_tree = nullptr; ///< held by its mount
@@ -67,13 +68,12 @@ struct MountTerms {
     /// Reads the numbers of the profiles that the nodes directly beneath the root show at this
     /// moment, by node name. None when they show no profiles.
     std::function<std::map<QString, quint32>()> profileNumbers = {};
+    /// The same nodes as the device's owner has them, who may change what a server may not; null
+    /// when there is no difference.
+    JemSmartPtr<DmtTree> ownersTree = {};
 };
 
-/// Operations check in this order and stop at the first check that fails: the node, or for a new
-/// one its parent, exists (404); the command may be used on it (405); the server on whose behalf
-/// the tree is used has the right (425); a new node or a new name is not there yet (418); the value
-/// has the right format (415); then the plug-in decides. Nothing is changed unless the plug-in is
-/// reached.
+/// The trees that are mounted and what is kept of their nodes. Somebody uses it through a TreeView.
 class ManagementTree {
 public:
     explicit ManagementTree(const DeviceInfo &info);
@@ -84,16 +84,13 @@ public:
     /// of them has of its own goes for the other as well, until that one has a list of its own.
     void mount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree, const MountTerms &terms = {});
 
-    /// Puts another tree in the place of the one that is mounted at that root. Properties of nodes
+    /// Puts other trees in the place of those that are mounted at that root. Properties of nodes
     /// that are gone are forgotten.
-    void remount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree);
+    void remount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree,
+                 const JemSmartPtr<DmtTree> &ownersTree);
 
     const UriLimits &uriLimits() const { return m_deviceInfo.uriLimits; }
     const QByteArray &deviceId() const { return m_deviceInfo.deviceId; }
-
-    /// On whose behalf the operations run; the device's owner as long as nobody is named.
-    void setPrincipal(const Principal &principal) { m_principal = principal; }
-    const Principal &principal() const { return m_principal; }
 
     /// Time of a change, UTC; the system's as long as no other clock is set.
     using Clock = std::function<QDateTime()>;
@@ -118,6 +115,92 @@ public:
     /// Takes every right from a server whose account is gone.
     void forgetServer(const QByteArray &server);
 
+    // ---- Nodes, whoever asks
+
+    /// The child of a mounted root that the node is, or belongs to, whether they exist or not; none
+    /// for the roots and for the client's own nodes.
+    std::optional<NodeUri> objectOf(const NodeUri &uri) const;
+    /// MIME type of a leaf; Management Object id of an interior node, or empty.
+    QString type(const TreeNode &node) const;
+
+private:
+    friend class TreeView;
+
+    enum class Content { Permanent, Changeable };
+
+    struct Mount {
+        NodeUri root;
+        JemSmartPtr<DmtTree> tree;
+        Content content;
+        MountTerms terms;
+        PropertyStore::ProfileNumbers profileNumbers;
+    };
+
+    /// A list, and the node that it was found on.
+    struct EffectiveAcl {
+        NodeUri holder;
+        AccessControlList acl;
+    };
+
+    const Mount &mountOf(const NodeUri &uri) const;
+    static bool isProfile(const Mount &mount, const NodeUri &uri);
+    static void readProfileNumbers(Mount &mount);
+    /// Is to be called when a node was added, deleted or renamed.
+    void noteProfiles(const NodeUri &uri);
+    /// The nodes that show the same profile, without the node itself.
+    std::vector<NodeUri> twinsOf(const NodeUri &uri) const;
+    static DmtTree *treeFor(const Mount &mount, const Principal &principal);
+    static TreeNode makeNode(const Mount &mount, DmtTree *tree, const NodeUri &uri,
+                             const QByteArray &path, const JemSmartPtr<DmtNode> &node);
+    Result<TreeNode> find(const NodeUri &uri, const Principal &principal) const;
+    bool exists(const NodeUri &uri) const;
+
+    // ---- Access control
+    AccessControlList ownAcl(const TreeNode &node) const;
+    /// The list that another node of the same profile was given; none when no other was.
+    std::optional<AccessControlList> aclOfTwin(const NodeUri &uri) const;
+    /// Hands the list of a node that was deleted to another one of the same profile that has none.
+    void handOnAcl(const std::optional<AccessControlList> &acl, const std::vector<NodeUri> &twins);
+    EffectiveAcl effectiveAcl(const NodeUri &uri) const;
+
+    // ---- Changes
+    /// Notes that the node was changed.
+    void touch(const NodeUri &uri);
+    void noteNewNode(const TreeNode &parent, const NodeUri &uri, const QString &type,
+                     const std::optional<AccessControlList> &acl);
+    /// Whether the node can be given these properties: 413 for one that is too long, 420 when all
+    /// properties together leave no room.
+    Outcome canKeep(const NodeUri &uri, const PropertyStore::Properties &properties) const;
+    Outcome keep(const NodeUri &uri, PropertyStore::Properties properties);
+
+    DeviceInfo m_deviceInfo;
+    JemSmartPtr<DeviceTree> m_deviceTree;
+    std::vector<Mount> m_mounts; ///< longer roots first; the client's own tree is the last
+    PropertyStore m_properties;
+    QString m_profileStore;
+    QString m_propertiesFault; ///< empty when they could be read
+    Clock m_clock;
+};
+
+/// The management tree as one principal uses it.
+///
+/// Operations check in this order and stop at the first check that fails: the node, or for a new
+/// one its parent, exists (404); the command may be used on it (405); the server on whose behalf
+/// the tree is used has the right (425); a new node or a new name is not there yet (418); the value
+/// has the right format (415); then the plug-in decides. Nothing is changed unless the plug-in is
+/// reached.
+class TreeView {
+public:
+    /// @param tree  has to outlive the view
+    TreeView(ManagementTree &tree, Principal principal)
+        : m_tree(&tree), m_principal(std::move(principal))
+    {
+    }
+
+    ManagementTree &tree() const { return *m_tree; }
+    const Principal &principal() const { return m_principal; }
+    const UriLimits &uriLimits() const { return m_tree->uriLimits(); }
+
     // ---- Reading
 
     /// 404 for a node that does not exist. 405 for one whose name has a slash, and beneath it: a
@@ -127,9 +210,7 @@ public:
     /// As find, for a command that reads: 405 for the Inbox and what is beneath it, which can only
     /// be added to, whether it is there or not.
     Result<TreeNode> findToRead(const NodeUri &uri) const;
-    /// The child of a mounted root that the node is, or belongs to, whether they exist or not; none
-    /// for the roots and for the client's own nodes.
-    std::optional<NodeUri> objectOf(const NodeUri &uri) const;
+    std::optional<NodeUri> objectOf(const NodeUri &uri) const { return m_tree->objectOf(uri); }
     /// Children in the order in which the tree lists them; none for a leaf.
     std::vector<TreeNode> children(const TreeNode &node) const;
     /// Whether the names of the node's children, and its properties, may be read: 425 if not.
@@ -140,8 +221,7 @@ public:
     Result<DmtData> value(const TreeNode &node) const;
     /// 406 for the size of an interior node.
     Result<QByteArray> property(const TreeNode &node, Property property) const;
-    /// MIME type of a leaf; Management Object id of an interior node, or empty.
-    QString type(const TreeNode &node) const;
+    QString type(const TreeNode &node) const { return m_tree->type(node); }
     enum class Values { Omit, Read };
     /// The node and everything beneath it, parents before their children, without the nodes that
     /// may not be read. The leaves of a node are read in one call; when that fails, one by one, so
@@ -187,46 +267,15 @@ public:
     Outcome execute(const NodeUri &uri) const;
 
 private:
-    enum class Content { Permanent, Changeable };
-
-    struct Mount {
-        NodeUri root;
-        JemSmartPtr<DmtTree> tree;
-        Content content;
-        MountTerms terms;
-        PropertyStore::ProfileNumbers profileNumbers;
-    };
-
-    /// A list, and the node that it was found on.
-    struct EffectiveAcl {
-        NodeUri holder;
-        AccessControlList acl;
-    };
-
-    const Mount &mountOf(const NodeUri &uri) const;
-    static bool isProfile(const Mount &mount, const NodeUri &uri);
-    static void readProfileNumbers(Mount &mount);
-    /// Is to be called when a node was added, deleted or renamed.
-    void noteProfiles(const NodeUri &uri);
-    /// The nodes that show the same profile, without the node itself.
-    std::vector<NodeUri> twinsOf(const NodeUri &uri) const;
-    TreeNode makeNode(const Mount &mount, const NodeUri &uri, const QByteArray &path,
-                      const JemSmartPtr<DmtNode> &node) const;
     /// The values of the leaves directly beneath a node, as far as one call yields them.
     std::map<QByteArray, DmtData> leafValues(const TreeNode &interior) const;
-    bool isReadable(const EffectiveAcl &acl) const;
+    bool isReadable(const ManagementTree::EffectiveAcl &acl) const;
     class Listing;
-    void listBeneath(const TreeNode &node, const EffectiveAcl &acl, int depth, Values values,
-                     Listing &listing) const;
+    void listBeneath(const TreeNode &node, const ManagementTree::EffectiveAcl &acl, int depth,
+                     Values values, Listing &listing) const;
     Result<DmtData> readValue(const TreeNode &node) const;
 
     // ---- Access control
-    AccessControlList ownAcl(const TreeNode &node) const;
-    /// The list that another node of the same profile was given; none when no other was.
-    std::optional<AccessControlList> aclOfTwin(const NodeUri &uri) const;
-    /// Hands the list of a node that was deleted to another one of the same profile that has none.
-    void handOnAcl(const std::optional<AccessControlList> &acl, const std::vector<NodeUri> &twins);
-    EffectiveAcl effectiveAcl(const NodeUri &uri) const;
     bool isPermitted(Right right, const NodeUri &uri) const;
     /// 425, with the rule and the list that say no, when the server lacks the right.
     Outcome permit(Right right, const NodeUri &uri) const;
@@ -236,14 +285,6 @@ private:
     std::optional<AccessControlList> aclForNewInterior(const TreeNode &parent) const;
 
     // ---- Changes
-    /// Notes that the node was changed.
-    void touch(const NodeUri &uri);
-    void noteNewNode(const TreeNode &parent, const NodeUri &uri, const QString &type,
-                     const std::optional<AccessControlList> &acl);
-    /// Whether the node can be given these properties: 413 for one that is too long, 420 when all
-    /// properties together leave no room.
-    Outcome canKeep(const NodeUri &uri, const PropertyStore::Properties &properties) const;
-    Outcome keep(const NodeUri &uri, PropertyStore::Properties properties);
     Outcome replaceAcl(const TreeNode &node, const QByteArray &text);
     Outcome replaceTitle(const TreeNode &node, const QByteArray &title);
     /// The parent of a node that is to be added, once every rule allows the node.
@@ -255,31 +296,8 @@ private:
     Result<DmtData> valueToCopy(const TreeNode &source) const;
     Outcome rename(const TreeNode &node, const QByteArray &newName);
 
-    DeviceInfo m_deviceInfo;
-    JemSmartPtr<DeviceTree> m_deviceTree;
-    std::vector<Mount> m_mounts; ///< longer roots first; the client's own tree is the last
-    PropertyStore m_properties;
-    QString m_profileStore;
-    QString m_propertiesFault; ///< empty when they could be read
-    Principal m_principal = Principal::owner();
-    Clock m_clock;
-};
-
-/// Has a tree used on somebody's behalf for as long as the object lives.
-class ActingFor {
-public:
-    ActingFor(ManagementTree &tree, const Principal &principal)
-        : m_tree(tree), m_before(tree.principal())
-    {
-        tree.setPrincipal(principal);
-    }
-    ~ActingFor() { m_tree.setPrincipal(m_before); }
-    ActingFor(const ActingFor &) = delete;
-    ActingFor &operator=(const ActingFor &) = delete;
-
-private:
-    ManagementTree &m_tree;
-    Principal m_before;
+    ManagementTree *m_tree;
+    Principal m_principal;
 };
 
 } // namespace client

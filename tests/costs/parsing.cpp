@@ -246,11 +246,12 @@ void writeTree(const QByteArray &address)
         leaves->CreateLeafNodeInternal(name.constData(), node, DmtData("x"));
     }
     tree.mount(client::NodeUri({"t"}), leaves);
+    const client::TreeView view(tree, client::Principal::owner());
     const auto listing =
-        tree.list(*tree.find(client::NodeUri({"t"})), client::ManagementTree::Values::Read);
+        view.list(*view.find(client::NodeUri({"t"})), client::TreeView::Values::Read);
     const auto content = client::parseTndsRequest(QStringLiteral("TNDS"), error);
     const auto document =
-        client::tndsDocument(tree, listing, *content, std::numeric_limits<qsizetype>::max());
+        client::tndsDocument(view, listing, *content, std::numeric_limits<qsizetype>::max());
     if (!document || document->size() < address.size())
         qFatal("no document");
 }

@@ -19,7 +19,7 @@ const DeviceInfo device{
 
 } // namespace
 
-MountedTree::MountedTree() : tree(device)
+MountedTree::MountedTree() : managementTree(device)
 {
     memory->addInterior("Office");
     memory->addLeaf("Office/Addr", DmtData("internet"));
@@ -31,7 +31,7 @@ MountedTree::MountedTree() : tree(device)
     memory->addLeaf("Office/Auth/AuthPw", DmtData("secret"));
     memory->addInterior("Home");
     memory->addLeaf("Home/Addr", DmtData("home.example"));
-    tree.mount(uri(mountRoot), memory, {.acl = acl("Add=*&Delete=*&Get=*&Replace=*")});
+    managementTree.mount(uri(mountRoot), memory, {.acl = acl("Add=*&Delete=*&Get=*&Replace=*")});
     memory->calls.clear();
 }
 
@@ -61,12 +61,12 @@ std::string MountedTree::childrenOf(const NodeUri &node) const
     return names;
 }
 
-ManagementTree::NewValue MountedTree::text(const char *data)
+TreeView::NewValue MountedTree::text(const char *data)
 {
     return {{}, {}, QByteArray(data)};
 }
 
-ManagementTree::NewValue MountedTree::typed(const char *format, const char *data)
+TreeView::NewValue MountedTree::typed(const char *format, const char *data)
 {
     return {QString::fromLatin1(format), {}, QByteArray(data)};
 }

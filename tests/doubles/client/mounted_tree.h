@@ -31,16 +31,20 @@ protected:
     static NodeUri profile(const char *path) { return uri(profileUri(path).constData()); }
     /// "200", "404" ...
     static int code(const Outcome &outcome) { return static_cast<int>(outcome.status); }
+    /// From here on, `tree` is the tree of that principal.
+    void useAs(const Principal &principal) { tree = TreeView(managementTree, principal); }
+    TreeView ownersTree() { return {managementTree, Principal::owner()}; }
     /// The value of a leaf, or the code that reading it ends with.
     std::string read(const NodeUri &leaf) const;
     /// Names of the children, separated by blanks.
     std::string childrenOf(const NodeUri &node) const;
 
-    static ManagementTree::NewValue text(const char *data);
-    static ManagementTree::NewValue typed(const char *format, const char *data);
+    static TreeView::NewValue text(const char *data);
+    static TreeView::NewValue typed(const char *format, const char *data);
 
     JemSmartPtr<MemoryTree> memory = MemoryTree::create();
-    ManagementTree tree;
+    ManagementTree managementTree;
+    TreeView tree{managementTree, Principal::owner()}; ///< as the owner has it, see useAs
 };
 
 } // namespace client

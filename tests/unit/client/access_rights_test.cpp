@@ -10,18 +10,16 @@ constexpr char server[] = "ServerS";
 
 class AccessRightsTest : public MountedTree {
 protected:
-    AccessRightsTest() { tree.setPrincipal(Principal::server(server)); }
+    AccessRightsTest() { useAs(Principal::server(server)); }
 
     void setAcl(const char *path, const char *text)
     {
-        const ActingFor owner(tree, Principal::owner());
         const NodeUri node = path[0] == '\0' ? uri(mountRoot) : profile(path);
-        ASSERT_EQ(code(tree.replaceProperty(node, Property::Acl, text)), 200);
+        ASSERT_EQ(code(ownersTree().replaceProperty(node, Property::Acl, text)), 200);
     }
     std::string aclOf(const char *path)
     {
-        const ActingFor owner(tree, Principal::owner());
-        return tree.property(*tree.find(profile(path)), Property::Acl)->toStdString();
+        return ownersTree().property(*tree.find(profile(path)), Property::Acl)->toStdString();
     }
     int get(const char *path) { return code(tree.value(*tree.find(profile(path))).outcome()); }
     int getAcl(const char *path)
@@ -242,7 +240,7 @@ TEST_F(AccessRightsTest, AListOfATreesOwnHoldsUntilItIsReplaced)
 TEST_F(AccessRightsTest, TheRootKeepsItsList)
 {
     EXPECT_EQ(code(tree.replaceProperty(NodeUri(), Property::Acl, "Get=*")), 405);
-    tree.setPrincipal(Principal::owner());
+    useAs(Principal::owner());
     EXPECT_EQ(code(tree.replaceProperty(NodeUri(), Property::Acl, "")), 500);
     EXPECT_EQ(code(tree.replaceProperty(NodeUri(), Property::Acl, "Get=a")), 200);
     EXPECT_EQ(tree.property(*tree.find(NodeUri()), Property::Acl)->toStdString(), "Get=a");
@@ -257,7 +255,7 @@ TEST_F(AccessRightsTest, TheClientsOwnNodesGiveEveryServerGetAndNothingElse)
 
 TEST_F(AccessRightsTest, TheOwnerOfTheDeviceIsAskedForNoRight)
 {
-    tree.setPrincipal(Principal::owner());
+    useAs(Principal::owner());
     setAcl("Office", "Get=Nobody");
     EXPECT_EQ(get("Office/Addr"), 200);
     EXPECT_EQ(replace("Office/Addr"), 200);
@@ -289,7 +287,7 @@ TEST_F(AccessRightsTest, ACreatorThatLacksReplaceOnTheParentRulesItsNewInteriorN
 TEST_F(AccessRightsTest, ACreatorWithoutAnAccountGetsNothingThatAnotherWouldNotHave)
 {
     setAcl("", "Add=*&Get=A");
-    tree.setPrincipal(Principal::anonymousServer());
+    useAs(Principal::anonymousServer());
     EXPECT_EQ(add("New", "node"), 200);
     EXPECT_EQ(aclOf("New"), "");
     EXPECT_EQ(add("New/Addr"), 200);
@@ -389,7 +387,7 @@ TEST_F(AccessRightsTest, ANodeWhoseListWouldBeTooLongIsNotMade)
 
 TEST_F(AccessRightsTest, ANodeWhoseTypeIsTooLongIsNotMade)
 {
-    ManagementTree::NewValue value;
+    TreeView::NewValue value;
     value.format = QStringLiteral("node");
     value.type = QString(PropertyStore::longestType + 1, u'x');
     EXPECT_EQ(code(tree.add(profile("New"), value)), 413);
@@ -400,7 +398,7 @@ TEST_F(AccessRightsTest, ANodeWhoseTypeIsTooLongIsNotMade)
 
 TEST_F(AccessRightsTest, AListThatWouldFillTheFileIs420AndASmallerOneStillHasRoom)
 {
-    const ActingFor owner(tree, Principal::owner());
+    useAs(Principal::owner());
     const QByteArray large = "Get=" + QByteArray(16000, 'x');
     const auto give = [this](int number, const QByteArray &acl) {
         const NodeUri node = profile("Office").child(QByteArray::number(number));
@@ -412,8 +410,9 @@ TEST_F(AccessRightsTest, AListThatWouldFillTheFileIs420AndASmallerOneStillHasRoo
         ++number;
     EXPECT_GT(number, 500);
     EXPECT_EQ(give(number, large), 420);
-    EXPECT_EQ(tree.properties().get(profile("Office").child(QByteArray::number(number))).acl,
-              std::nullopt);
+    EXPECT_EQ(
+        managementTree.properties().get(profile("Office").child(QByteArray::number(number))).acl,
+        std::nullopt);
     EXPECT_EQ(give(0, large), 200);
     EXPECT_EQ(give(0, "Get=a"), 200);
 }
@@ -427,7 +426,7 @@ TEST_F(AccessRightsTest, AListingLeavesOutWhatMayNotBeRead)
     setAcl("Office/Auth/AuthPw", "Get=ServerS");
     std::string names;
     for (const ListedNode &listed :
-         tree.list(*tree.find(profile("Office")), ManagementTree::Values::Read))
+         tree.list(*tree.find(profile("Office")), TreeView::Values::Read))
         names += listed.node.uri().name().toStdString() + ' ';
     EXPECT_EQ(names, "Office Linger Enabled Port AuthPw ");
 }
@@ -440,7 +439,7 @@ TEST_F(AccessRightsTest, AServerWhoseAccountIsGoneLosesItsRights)
     setAcl("Office", "Get=ServerS+Other&Replace=ServerS");
     setAcl("Home", "Replace=ServerS");
     EXPECT_EQ(replace("Home/Addr"), 200);
-    tree.forgetServer(server);
+    managementTree.forgetServer(server);
     EXPECT_EQ(aclOf("Office"), "Get=Other");
     EXPECT_EQ(aclOf("Home"), "");
     EXPECT_EQ(replace("Home/Addr"), 425);
@@ -458,10 +457,10 @@ protected:
             for (const char *const name : {"Office", "Home"})
                 nodes->addInterior(name);
             nodes->addLeaf("Office/Addr", DmtData("internet"));
-            tree.mount(root, nodes,
-                       {.acl = acl("Add=*&Get=*"),
-                        .profileAcl = acl("Add=*&Delete=*&Get=*&Replace=*"),
-                        .profileNumbers = [this, root = root] { return numbers[root]; }});
+            managementTree.mount(root, nodes,
+                                 {.acl = acl("Add=*&Get=*"),
+                                  .profileAcl = acl("Add=*&Delete=*&Get=*&Replace=*"),
+                                  .profileNumbers = [this, root = root] { return numbers[root]; }});
         }
     }
 
@@ -501,8 +500,10 @@ private:
     template <class Operation>
     int as(const char *server, Operation operation)
     {
-        const ActingFor principal(tree, server ? Principal::server(server) : Principal::owner());
-        return code(operation());
+        useAs(server ? Principal::server(server) : Principal::owner());
+        const int status = code(operation());
+        useAs(Principal::owner());
+        return status;
     }
 };
 
@@ -645,7 +646,7 @@ protected:
     {
         std::string servers;
         for (const char name : {'A', 'B', 'C'}) {
-            tree.setPrincipal(Principal::server(QByteArray("Server") + name));
+            useAs(Principal::server(QByteArray("Server") + name));
             if (operation() == 200)
                 servers += name;
         }
@@ -671,7 +672,7 @@ TEST_F(WorkedExample, NobodyDirectlyReplacesOrDeletesNode1)
 
 TEST_F(WorkedExample, ServerCDeletesNode1InTwoSteps)
 {
-    tree.setPrincipal(Principal::server("ServerC"));
+    useAs(Principal::server("ServerC"));
     EXPECT_EQ(replaceAcl("NodeA/Node1", "Delete=ServerC"), 200);
     EXPECT_EQ(code(tree.remove(profile("NodeA/Node1"))), 200);
 }

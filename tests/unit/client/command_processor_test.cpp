@@ -321,7 +321,7 @@ protected:
     /// "g200 q408 d215": the id and the status of everything in one message.
     std::string run(const std::vector<Command> &message, DmStatus answer)
     {
-        CommandProcessor processor(tree);
+        CommandProcessor processor(managementTree);
         processor.setAlertHandler([&](const Command &, std::vector<Item> &) { return answer; });
         processor.beginMessage(0);
         std::string statuses;
@@ -408,7 +408,7 @@ protected:
     {
         std::string statuses;
         int asked = 0;
-        CommandProcessor processor(tree);
+        CommandProcessor processor(managementTree);
         processor.setEndCheck([&] { return ++asked >= end; });
         for (const Command &command : message) {
             std::vector<Command> answers;
@@ -463,7 +463,7 @@ protected:
         return answers.at(0).data->toStdString();
     }
 
-    CommandProcessor processor{tree};
+    CommandProcessor processor{managementTree};
     qsizetype bytes = 0; ///< of all answers so far
 };
 

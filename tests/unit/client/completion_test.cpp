@@ -164,8 +164,7 @@ TEST_F(AddressTest, EveryAddressThatIsOfferedIsTaken)
         std::set<std::string> reached;
         follow(command, QString(), reached);
         std::set<std::string> reachable;
-        for (const ListedNode &listed :
-             tree.list(*tree.find(NodeUri()), ManagementTree::Values::Omit))
+        for (const ListedNode &listed : tree.list(*tree.find(NodeUri()), TreeView::Values::Omit))
             if (parseAddress(QString::fromLatin1(listed.node.uri().toUri()), tree.uriLimits()))
                 reachable.insert(listed.node.uri().toUri().toStdString());
         EXPECT_EQ(reached, reachable) << command;
@@ -175,8 +174,7 @@ TEST_F(AddressTest, EveryAddressThatIsOfferedIsTaken)
 TEST_F(AddressTest, EveryPropertyThatIsOfferedCanBeReplaced)
 {
     std::size_t offered = 0;
-    for (const ListedNode &listed :
-         tree.list(*tree.find(NodeUri()), ManagementTree::Values::Omit)) {
+    for (const ListedNode &listed : tree.list(*tree.find(NodeUri()), TreeView::Values::Omit)) {
         const QString typed = listed.node.uri().toDisplay() + u'?';
         for (const Candidate &candidate : complete({{QStringLiteral("replace")}, typed}, tree)) {
             const auto address = parseAddress(candidate.word, tree.uriLimits());

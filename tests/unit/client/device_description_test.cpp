@@ -108,8 +108,7 @@ protected:
     std::vector<std::string> contradictions(const NodeUri &start) const
     {
         std::vector<std::string> found;
-        for (const ListedNode &listed :
-             tree.list(*tree.find(start), ManagementTree::Values::Omit)) {
+        for (const ListedNode &listed : tree.list(*tree.find(start), TreeView::Values::Omit)) {
             const NodeDescription *const description = descriptionOf(listed.node.uri());
             if (!description || description->format != listed.node.valueType())
                 found.push_back(listed.node.uri().toDisplay().toStdString());
@@ -136,8 +135,8 @@ protected:
         accounts->addInterior("X/AppAuth/1");
         accounts->addLeaf("X/AppAuth/1/AAuthSecret", DmtData("secret"));
         accounts->addLeaf("X/AppAuth/1/AAuthLevel", DmtData("CLCRED"));
-        tree.mount(uri("./DMAcc"), accounts, {.acl = acl("Get=Nobody")});
-        tree.setPrincipal(Principal::server("S"));
+        managementTree.mount(uri("./DMAcc"), accounts, {.acl = acl("Get=Nobody")});
+        useAs(Principal::server("S"));
         accounts->calls.clear();
     }
 
@@ -172,7 +171,7 @@ protected:
         profiles->addInterior("Office");
         profiles->addLeaf("Office/Addr", DmtData("x"));
         profiles->addInterior("Office/Auth");
-        tree.mount(uri(root), profiles);
+        managementTree.mount(uri(root), profiles);
     }
     static NodeUri node(const char *path) { return uri((QByteArray(root) + path).constData()); }
 
@@ -204,7 +203,7 @@ TEST_F(DescribedProfilesTest, ALeafIsNotAddedWithATypeThatItCannotHave)
 
 TEST_F(AccessTypesTest, TheSizeOfASecretIsAsUnreadableAsTheSecret)
 {
-    tree.setPrincipal(Principal::owner());
+    useAs(Principal::owner());
     const TreeNode secret = *tree.find(uri("./DMAcc/X/AppAuth/1/AAuthSecret"));
     EXPECT_EQ(code(tree.property(secret, Property::Size).outcome()), 405);
     EXPECT_EQ(tree.property(secret, Property::Format)->toStdString(), "chr");

@@ -7,7 +7,7 @@ namespace client {
 namespace {
 
 using Calls = std::vector<std::string>;
-using Values = ManagementTree::Values;
+using Values = TreeView::Values;
 
 class ManagementTreeTest : public MountedTree {};
 
@@ -62,8 +62,8 @@ protected:
         other->SetNode("", holder);
         other->addInterior("Office/Evil");
         other->addLeaf("Office/Evil/Secret", DmtData("s3cret"));
-        tree.mount(uri("./Other"), other, {.acl = acl("Add=*&Delete=*&Get=*&Replace=*")});
-        tree.setPrincipal(Principal::server("S"));
+        managementTree.mount(uri("./Other"), other, {.acl = acl("Add=*&Delete=*&Get=*&Replace=*")});
+        useAs(Principal::server("S"));
         other->calls.clear();
     }
 
@@ -255,7 +255,7 @@ class ChangesTest : public PropertiesTest {
 protected:
     ChangesTest()
     {
-        tree.setClock([this] { return now; });
+        managementTree.setClock([this] { return now; });
     }
     /// "20260101T000000Z 1"
     std::string changes(const NodeUri &node) const
@@ -329,7 +329,7 @@ TEST_F(ChangesTest, TheNumberGoesFrom65535ToZero)
     PropertyStore::Properties properties;
     properties.version = 65535;
     store.set(profile("Office/Addr"), properties);
-    tree.setProperties(store);
+    managementTree.setProperties(store);
     EXPECT_EQ(get(profile("Office/Addr"), Property::VerNo), "65535");
     tree.replace(profile("Office/Addr"), text("a"));
     EXPECT_EQ(get(profile("Office/Addr"), Property::VerNo), "0");
@@ -350,7 +350,7 @@ TEST_F(ChangesTest, PropertiesOfNodesThatAreNotThereAreNotTakenOver)
     properties.title = "kept";
     store.set(profile("Office"), properties);
     store.set(profile("Nobody"), properties);
-    tree.setProperties(store);
+    managementTree.setProperties(store);
     EXPECT_EQ(get(profile("Office"), Property::Title), "kept");
     memory->addInterior("Nobody");
     EXPECT_EQ(get(profile("Nobody"), Property::Title), "");
@@ -477,7 +477,7 @@ TEST_F(AddTest, ANewNodeNeedsAFormatThatExistsHere)
 
 TEST_F(AddTest, SerialisedTreesAreRefused)
 {
-    const ManagementTree::NewValue payload{
+    const TreeView::NewValue payload{
         QStringLiteral("xml"), QStringLiteral("application/vnd.syncml.dmtnds+xml"), "<MgmtTree/>"};
     EXPECT_EQ(code(tree.add(profile("New"), payload)), 415);
     EXPECT_EQ(code(tree.replace(profile("Office/Addr"), payload)), 415);
@@ -529,7 +529,7 @@ TEST_F(ReplaceTest, AnInteriorNodeCannotBeReplaced)
 
 TEST_F(ReplaceTest, ASerialisedTreeForAnInteriorNodeIsAnUnsupportedFormat)
 {
-    const ManagementTree::NewValue payload{
+    const TreeView::NewValue payload{
         QStringLiteral("xml"), QStringLiteral("application/vnd.syncml.dmtnds+xml"), "<MgmtTree/>"};
     EXPECT_EQ(code(tree.replace(profile("Office"), payload)), 415);
     EXPECT_EQ(code(tree.replace(uri(mountRoot), payload)), 415);

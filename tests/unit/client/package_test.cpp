@@ -79,7 +79,7 @@ protected:
     }
     PackageAnswer answer(Encoding encoding = Encoding::Xml)
     {
-        return answerPackage(request, tree, encoding);
+        return answerPackage(request, managementTree, encoding);
     }
 
     Message request;

@@ -122,7 +122,8 @@ TEST_F(DmDeviceTest, BothRootsAreMounted)
     for (const char *uri :
          {"./DevDetail/Ext/Conf/Conn/Profiles/Office/Addr",
           "./DevDetail/Ext/Conf/IntProfs/Profiles/Office/Addr", "./DevInfo/DevId"})
-        EXPECT_TRUE(device->tree().find(parseAddress(QString::fromLatin1(uri), UriLimits())->node))
+        EXPECT_TRUE(
+            device->ownersView().find(parseAddress(QString::fromLatin1(uri), UriLimits())->node))
             << uri;
 }
 
@@ -189,13 +190,13 @@ protected:
     {
         return parseAddress(QString::fromLatin1(text), UriLimits())->node;
     }
-    static std::string property(DmDevice &device, const char *node, Property property)
+    static std::string property(const TreeView &tree, const char *node, Property property)
     {
-        return device.tree().property(*device.tree().find(uri(node)), property)->toStdString();
+        return tree.property(*tree.find(uri(node)), property)->toStdString();
     }
-    static void setAcl(DmDevice &device, const char *node, const char *acl)
+    static void setAcl(TreeView tree, const char *node, const char *acl)
     {
-        EXPECT_TRUE(device.tree().replaceProperty(uri(node), Property::Acl, acl));
+        EXPECT_TRUE(tree.replaceProperty(uri(node), Property::Acl, acl));
     }
     QString file() const
     {
@@ -214,16 +215,16 @@ TEST_F(KeptPropertiesTest, SurviveTheMount)
 {
     auto device = open("right_plugin");
     ASSERT_NE(device, nullptr) << error.toStdString();
-    device->tree().replaceProperty(uri(office), Property::Title, "Our office");
-    setAcl(*device, office, "Get=*&Replace=dm.example");
-    const std::string changed = property(*device, office, Property::TStamp);
+    device->ownersView().replaceProperty(uri(office), Property::Title, "Our office");
+    setAcl(device->ownersView(), office, "Get=*&Replace=dm.example");
+    const std::string changed = property(device->ownersView(), office, Property::TStamp);
     ASSERT_TRUE(device->saveProperties(error)) << error.toStdString();
     device.reset();
     device = open("right_plugin");
-    EXPECT_EQ(property(*device, office, Property::Title), "Our office");
-    EXPECT_EQ(property(*device, office, Property::Acl), "Get=*&Replace=dm.example");
-    EXPECT_EQ(property(*device, office, Property::TStamp), changed);
-    EXPECT_EQ(property(*device, office, Property::VerNo), "2");
+    EXPECT_EQ(property(device->ownersView(), office, Property::Title), "Our office");
+    EXPECT_EQ(property(device->ownersView(), office, Property::Acl), "Get=*&Replace=dm.example");
+    EXPECT_EQ(property(device->ownersView(), office, Property::TStamp), changed);
+    EXPECT_EQ(property(device->ownersView(), office, Property::VerNo), "2");
     EXPECT_EQ(QFileInfo(file()).permissions() & ~(QFile::ReadUser | QFile::WriteUser),
               QFile::ReadOwner | QFile::WriteOwner);
 }
@@ -254,7 +255,7 @@ TEST_F(KeptPropertiesTest, ThatCannotBeUnderstoodStayAsTheyAreAndKeepServersOut)
     EXPECT_TRUE(device->damage().value(0).startsWith(file()));
     EXPECT_TRUE(device->reasonAgainstServers().contains(file()));
     EXPECT_TRUE(device->saveProperties(error)) << "nothing has to be kept";
-    ManagementTree &tree = device->tree();
+    TreeView tree = device->ownersView();
     EXPECT_EQ(tree.property(*tree.find(uri(office)), Property::Acl).outcome().status,
               DmStatus::DataStoreFailure);
     EXPECT_EQ(tree.replaceProperty(uri(office), Property::Title, "x").status,
@@ -270,16 +271,16 @@ TEST_F(KeptPropertiesTest, EveryServerMayManageTheProfilesUntilOneRestrictsIt)
 {
     const auto device = open("right_plugin");
     ASSERT_NE(device, nullptr);
-    device->tree().setPrincipal(Principal::server("dm.example"));
+    TreeView server(device->tree(), Principal::server("dm.example"));
     for (const char *const root :
          {"./DevDetail/Ext/Conf/Conn/Profiles", "./DevDetail/Ext/Conf/IntProfs/Profiles"}) {
         const QByteArray profile = QByteArray(root) + "/Office";
-        EXPECT_EQ(property(*device, root, Property::Acl), "Add=*&Get=*");
-        EXPECT_EQ(property(*device, profile, Property::Acl), "Add=*&Delete=*&Get=*&Replace=*");
+        EXPECT_EQ(property(server, root, Property::Acl), "Add=*&Get=*");
+        EXPECT_EQ(property(server, profile, Property::Acl), "Add=*&Delete=*&Get=*&Replace=*");
     }
-    EXPECT_EQ(property(*device, "./DMAcc", Property::Acl), "");
-    setAcl(*device, office, "Get=*");
-    EXPECT_EQ(device->tree().replaceProperty(uri(office), Property::Acl, "Replace=*").status,
+    EXPECT_EQ(property(server, "./DMAcc", Property::Acl), "");
+    setAcl(server, office, "Get=*");
+    EXPECT_EQ(server.replaceProperty(uri(office), Property::Acl, "Replace=*").status,
               DmStatus::PermissionDenied);
 }
 
@@ -289,11 +290,12 @@ TEST_F(KeptPropertiesTest, LoseTheRightsOfAServerWithItsLastAccount)
     ASSERT_NE(device, nullptr);
     ASSERT_TRUE(device->putAccount(QStringLiteral("one"), account("dm.example"), error));
     ASSERT_TRUE(device->putAccount(QStringLiteral("two"), account("dm.example"), error));
-    setAcl(*device, office, "Get=*&Replace=dm.example+other");
+    setAcl(device->ownersView(), office, "Get=*&Replace=dm.example+other");
     ASSERT_TRUE(device->removeAccount(QStringLiteral("one"), error));
-    EXPECT_EQ(property(*device, office, Property::Acl), "Get=*&Replace=dm.example+other");
+    EXPECT_EQ(property(device->ownersView(), office, Property::Acl),
+              "Get=*&Replace=dm.example+other");
     ASSERT_TRUE(device->removeAccount(QStringLiteral("two"), error));
-    EXPECT_EQ(property(*device, office, Property::Acl), "Get=*&Replace=other");
+    EXPECT_EQ(property(device->ownersView(), office, Property::Acl), "Get=*&Replace=other");
     EXPECT_FALSE(device->removeAccount(QStringLiteral("two"), error));
 }
 
@@ -302,9 +304,9 @@ TEST_F(KeptPropertiesTest, LoseTheRightsOfAServerThatIsCalledOtherwiseNow)
     const auto device = open("right_plugin");
     ASSERT_NE(device, nullptr);
     ASSERT_TRUE(device->putAccount(QStringLiteral("one"), account("old"), error));
-    setAcl(*device, office, "Get=*&Replace=old+new");
+    setAcl(device->ownersView(), office, "Get=*&Replace=old+new");
     ASSERT_TRUE(device->putAccount(QStringLiteral("one"), account("new"), error));
-    EXPECT_EQ(property(*device, office, Property::Acl), "Get=*&Replace=new");
+    EXPECT_EQ(property(device->ownersView(), office, Property::Acl), "Get=*&Replace=new");
 }
 
 } // namespace

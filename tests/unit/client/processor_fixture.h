@@ -28,7 +28,7 @@ protected:
     std::vector<syncml::Command> answersTo(const syncml::Command &command)
     {
         std::vector<syncml::Command> answers;
-        CommandProcessor(tree, principal).run(command, answers);
+        CommandProcessor(managementTree, principal).run(command, answers);
         return answers;
     }
     Lines run(const syncml::Command &command) { return summary(answersTo(command)); }

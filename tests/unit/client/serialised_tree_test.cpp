@@ -17,7 +17,8 @@ class SerialisedTreeTest : public CommandProcessorTest {
 protected:
     SerialisedTreeTest()
     {
-        tree.setClock([] { return QDateTime(QDate(2026, 1, 2), QTime(3, 4, 5), Qt::UTC); });
+        managementTree.setClock(
+            [] { return QDateTime(QDate(2026, 1, 2), QTime(3, 4, 5), Qt::UTC); });
     }
 
     /// The document that a Get of the address answers, or the code of its Status. Every document is
@@ -177,7 +178,7 @@ TEST_F(SerialisedTreeTest, ABinaryLeafWithoutAValueHasItsOwnFormat)
 
 TEST_F(SerialisedTreeTest, OfMoreBytesThanItMayHaveThereIsNone)
 {
-    const auto listing = tree.list(*tree.find(profile("Office")), ManagementTree::Values::Read);
+    const auto listing = tree.list(*tree.find(profile("Office")), TreeView::Values::Read);
     const TndsContent content{{}, true};
     const auto whole = tndsDocument(tree, listing, content, mostAnswerBytes);
     ASSERT_TRUE(whole);

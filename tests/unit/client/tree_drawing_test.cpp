@@ -15,7 +15,7 @@ class TreeDrawingTest : public MountedTree {
 protected:
     std::vector<ListedNode> listing(const char *path) const
     {
-        return tree.list(*tree.find(profile(path)), ManagementTree::Values::Read);
+        return tree.list(*tree.find(profile(path)), TreeView::Values::Read);
     }
     std::string draw(const char *path, Secrets secrets = Secrets::Mask,
                      const Painter &painter = Painter(false)) const

@@ -319,11 +319,9 @@ protected:
     AccountNodesTest() : accounts(store())
     {
         EXPECT_TRUE(accounts.put(QStringLiteral("Op"), account, error));
-        tree.mount(uri(accountTreeRoot), makeAccountTree(accounts, isOwnersTurn()));
-    }
-    std::function<bool()> isOwnersTurn()
-    {
-        return [this] { return tree.principal().isOwner(); };
+        managementTree.mount(uri(accountTreeRoot),
+                             makeAccountTree(accounts, Principal::anonymousServer()),
+                             {.ownersTree = makeAccountTree(accounts, Principal::owner())});
     }
     std::string value(const char *path) const { return read(uri(path)); }
     int replace(const char *path, const char *data)
@@ -363,7 +361,7 @@ TEST_F(AccountNodesTest, SecretsCannotBeRead)
 
 TEST_F(AccountNodesTest, NodesGiveNoSecretToAnybody)
 {
-    const JemSmartPtr<DmtTree> nodes = makeAccountTree(accounts, isOwnersTurn());
+    const JemSmartPtr<DmtTree> nodes = makeAccountTree(accounts, Principal::owner());
     for (const char *const leaf : {"Op/AppAuth/1/AAuthSecret", "Op/AppAuth/1/AAuthData"}) {
         JemSmartPtr<DmtNode> node;
         ASSERT_EQ(nodes->GetNode(leaf, node), DMT_OK);
@@ -376,7 +374,7 @@ TEST_F(AccountNodesTest, NodesGiveNoSecretToAnybody)
 TEST_F(AccountNodesTest, NoReadOfTheTreeGivesASecret)
 {
     const Result<TreeNode> root = tree.find(NodeUri());
-    for (const ListedNode &node : tree.list(*root, ManagementTree::Values::Read)) {
+    for (const ListedNode &node : tree.list(*root, TreeView::Values::Read)) {
         if (!node.value || !*node.value)
             continue;
         const QByteArray text = valueText(**node.value);
@@ -390,9 +388,10 @@ TEST_F(AccountNodesTest, SideThatProvesNothingHasNoNode)
 {
     account.toClient.type = AuthType::None;
     ASSERT_TRUE(accounts.put(QStringLiteral("Half"), account, error));
-    ManagementTree other(hostInfo("x"));
-    const JemSmartPtr<DmtTree> nodes = makeAccountTree(accounts, isOwnersTurn());
-    other.mount(uri(accountTreeRoot), nodes);
+    ManagementTree otherTree(hostInfo("x"));
+    const JemSmartPtr<DmtTree> nodes = makeAccountTree(accounts, Principal::owner());
+    otherTree.mount(uri(accountTreeRoot), nodes);
+    const TreeView other(otherTree, Principal::owner());
     EXPECT_TRUE(other.find(uri("./DMAcc/Half/AppAuth/1")));
     EXPECT_FALSE(other.find(uri("./DMAcc/Half/AppAuth/2")));
 }
@@ -420,7 +419,7 @@ TEST_F(AccountNodesTest, ReplacedValuesReachTheFile)
 TEST_F(AccountNodesTest, SeveralValuesOfANodeAreReplacedInOrderUpToTheFirstThatIsRefused)
 {
     const auto replaceAll = [this](const char *node,
-                                   const std::vector<ManagementTree::ChildValue> &values) {
+                                   const std::vector<TreeView::ChildValue> &values) {
         return code(tree.replaceChildren(uri(node), values));
     };
     EXPECT_EQ(replaceAll("./DMAcc/Op/AppAuth/1", {{"AAuthName", "user"}, {"AAuthSecret", "pass"}}),
@@ -449,7 +448,7 @@ TEST_F(AccountNodesTest, ServerCannotWeakenItsAccount)
     account.toServer.type = AuthType::Hmac;
     ASSERT_TRUE(accounts.put(QStringLiteral("Op"), account, error));
     const Account before = stored();
-    const ActingFor server(tree, Principal::server("dm.example"));
+    useAs(Principal::server("dm.example"));
     EXPECT_EQ(replace("./DMAcc/Op/AppAddr/1/Addr", "http://dm.example/server"), 405);
     for (const char *const weaker : {"DIGEST", "BASIC"}) {
         EXPECT_EQ(replace("./DMAcc/Op/AAuthPref", weaker), 405);
@@ -469,8 +468,9 @@ TEST_F(AccountNodesTest, NobodyCanAskForAProofThatTheAccountHasNothingFor)
     const Account before = stored();
     for (const char *const kind : {"BASIC", "DIGEST", "HMAC"}) {
         EXPECT_EQ(replace("./DMAcc/Op/AAuthPref", kind), 405) << "by the owner, " << kind;
-        const ActingFor server(tree, Principal::server("dm.example"));
+        useAs(Principal::server("dm.example"));
         EXPECT_EQ(replace("./DMAcc/Op/AAuthPref", kind), 405) << "by the server, " << kind;
+        useAs(Principal::owner());
     }
     EXPECT_EQ(stored(), before);
 }
@@ -480,7 +480,7 @@ TEST_F(AccountNodesTest, ServerCanStrengthenItsAccount)
     account.address = QUrl(QStringLiteral("http://dm.example/"));
     account.toClient.type = AuthType::Basic;
     ASSERT_TRUE(accounts.put(QStringLiteral("Op"), account, error));
-    const ActingFor server(tree, Principal::server("dm.example"));
+    useAs(Principal::server("dm.example"));
     EXPECT_EQ(replace("./DMAcc/Op/AppAddr/1/Addr", "https://dm.example/"), 200);
     EXPECT_EQ(replace("./DMAcc/Op/AppAuth/2/AAuthType", "DIGEST"), 200);
     EXPECT_EQ(replace("./DMAcc/Op/AppAuth/1/AAuthType", "HMAC"), 200);

@@ -71,7 +71,6 @@ TEST_P(Packages, CommandsRunOnBehalfOfTheAccountsServer)
               "\"Get=*&Replace=other.example\"");
     EXPECT_EQ(read(profile("Office/Addr")), "internet");
     EXPECT_EQ(read(profile("Home/Addr")), "corrected");
-    EXPECT_TRUE(tree.principal().isOwner());
 }
 
 TEST_P(Packages, ServerWithoutAnIdentifierHasTheRightsOfEveryServerOnly)

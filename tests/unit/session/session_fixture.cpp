@@ -29,7 +29,7 @@ SessionEnd SessionTest::run(UserInteraction *user)
             account.toClient.nonce = nonces.toClient;
             return true;
         };
-    return Session(before, tree, server, user, {&listener}, keeping).run();
+    return Session(before, managementTree, server, user, {&listener}, keeping).run();
 }
 
 testing::AssertionResult SessionTest::failsWith(const char *reason)

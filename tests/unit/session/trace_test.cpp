@@ -21,7 +21,7 @@ protected:
         QString error;
         const auto trace = TraceWriter::open(file(), error);
         EXPECT_TRUE(trace) << error.toStdString();
-        Session(account, tree, server, user, {trace.get()}, options).run();
+        Session(account, managementTree, server, user, {trace.get()}, options).run();
         QFile input(file());
         EXPECT_TRUE(input.open(QIODevice::ReadOnly));
         return input.readAll().toStdString();
@@ -202,7 +202,7 @@ TEST_P(Trace, ThatLosesSomethingSaysSo)
     const auto trace = TraceWriter::open(QStringLiteral("/dev/full"), error);
     ASSERT_TRUE(trace) << error.toStdString();
     EXPECT_TRUE(trace->lossReason().isNull());
-    Session(account, tree, server, nullptr, {trace.get()}, options).run();
+    Session(account, managementTree, server, nullptr, {trace.get()}, options).run();
     EXPECT_EQ(trace->lossReason(),
               QStringLiteral("cannot write /dev/full: No space left on device"));
     EXPECT_EQ(QFile::permissions(QStringLiteral("/dev/full")), before);
