@@ -362,13 +362,11 @@ QByteArray GetPackage(int items)
 void Process(const QByteArray &package, client::ManagementTree &tree)
 {
     const syncml::DecodeResult request = syncml::decode(package);
-    Require(std::holds_alternative<syncml::Message>(request), "decode");
+    Require(bool(request), "decode");
     const client::PackageAnswer answer =
-        client::answerPackage(std::get<syncml::Message>(request), tree, syncml::Encoding::Xml);
+        client::answerPackage(*request, tree, syncml::Encoding::Xml);
     Require(answer.allSucceeded && answer.message, "answerPackage");
-    Require(
-        std::holds_alternative<QByteArray>(syncml::encode(*answer.message, syncml::Encoding::Xml)),
-        "encode");
+    Require(bool(syncml::encode(*answer.message, syncml::Encoding::Xml)), "encode");
 }
 
 void RegisterPackages(const Registrar &registrar, const Trees &trees)

@@ -189,13 +189,13 @@ QByteArray packageOf(const std::vector<Command> &commands, Encoding encoding,
         message.header.meta->maxMsgSize = QString::number(maxMessageBytes);
     }
     message.commands.insert(message.commands.end(), commands.begin(), commands.end());
-    return std::get<QByteArray>(syncml::encode(message, encoding));
+    return *syncml::encode(message, encoding);
 }
 
 /// Asks for the rest when there is one, and ends the session otherwise.
 QByteArray nextMessage(Encoding encoding)
 {
-    return std::get<QByteArray>(syncml::encode(serverMessage(2), encoding));
+    return *syncml::encode(serverMessage(2), encoding);
 }
 
 void countWork(benchmark::State &state, int commandsInMessage, qsizetype messageBytes)
@@ -219,7 +219,7 @@ void decode(benchmark::State &state, Encoding encoding, int commands)
 void encode(benchmark::State &state, Encoding encoding, int commands)
 {
     const QByteArray bytes = packageOf(getsAndReplaces(commands), encoding);
-    const auto message = std::get<Message>(syncml::decode(bytes));
+    const auto message = *syncml::decode(bytes);
     for (auto _ : state)
         benchmark::DoNotOptimize(syncml::encode(message, encoding));
     countWork(state, commands, bytes.size());
@@ -235,7 +235,7 @@ void decodeLargeValue(benchmark::State &state, Encoding encoding)
         heap::isWatched = true;
         const syncml::DecodeResult held = syncml::decode(bytes);
         heap::isWatched = false;
-        require(std::holds_alternative<Message>(held), "the message cannot be read");
+        require(bool(held), "the message cannot be read");
         state.counters["held_bytes"] = static_cast<double>(heap::usedBytes);
         state.counters["peak_bytes"] = static_cast<double>(heap::peakBytes);
     }

@@ -316,9 +316,9 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
         return wrongUsage(context, QStringLiteral("process: %1").arg(error));
 
     const syncml::DecodeResult decoded = syncml::decode(*package);
-    if (const auto *const failure = std::get_if<syncml::DecodeError>(&decoded))
+    if (!decoded)
         return wrongUsage(context,
-                          QStringLiteral("process: %1: %2").arg(file, failure->toString()));
+                          QStringLiteral("process: %1: %2").arg(file, decoded.error().toString()));
     const auto encoding = *syncml::recogniseEncoding(*package);
     const QString serverId = invocation.value("server-id");
     if (invocation.has("server-id") && !isServerIdentifier(serverId))
@@ -331,7 +331,7 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
         return ExitStatus::Unusable;
     }
     const PackageAnswer answer = answerPackage(
-        std::get<syncml::Message>(decoded), context.device->tree(), encoding,
+        *decoded, context.device->tree(), encoding,
         serverId.isEmpty() ? Principal::owner() : Principal::server(serverId.toUtf8()));
     if (!answer.refusal.isNull()) {
         context.output.problem(QStringLiteral("process: %1: %2").arg(file, answer.refusal));
@@ -346,11 +346,11 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
         return ExitStatus::Success;
     }
     const syncml::EncodeResult encoded = syncml::encode(*answer.message, encoding);
-    if (const auto *const failure = std::get_if<syncml::EncodeError>(&encoded)) {
-        context.output.problem(QStringLiteral("process: %1").arg(failure->text));
+    if (!encoded) {
+        context.output.problem(QStringLiteral("process: %1").arg(encoded.error().text));
         return ExitStatus::Failed;
     }
-    const QByteArray &bytes = std::get<QByteArray>(encoded);
+    const QByteArray &bytes = *encoded;
     context.output.document(encoding == syncml::Encoding::Xml ? indented(bytes) : bytes);
     return answer.allSucceeded ? ExitStatus::Success : ExitStatus::Failed;
 }

@@ -24,8 +24,7 @@ namespace {
 qsizetype encodedSize(const Message &message, Encoding encoding)
 {
     const syncml::EncodeResult result = syncml::encode(message, encoding);
-    const auto *const bytes = std::get_if<QByteArray>(&result);
-    return bytes ? bytes->size() : 0;
+    return result ? result->size() : 0;
 }
 
 Command smallestCommand()

@@ -29,9 +29,10 @@ QByteArray acceptedTypes()
            syncml::mediaTypeOf(syncml::Encoding::Wbxml) + ", application/octet-stream";
 }
 
-TransportError problem(const QUrl &url, const QString &what)
+support::Unexpected<TransportError> problem(const QUrl &url, const QString &what)
 {
-    return {QStringLiteral("%1: %2").arg(url.toDisplayString(), what)};
+    return support::Unexpected(
+        TransportError{QStringLiteral("%1: %2").arg(url.toDisplayString(), what)});
 }
 
 } // namespace
@@ -79,11 +80,11 @@ public:
     }
 
     bool isOver() const { return !m_reason.isEmpty(); }
-    TransportError error(const QUrl &url) const
+    support::Unexpected<TransportError> error(const QUrl &url) const
     {
-        TransportError error = problem(url, m_reason);
-        error.isOverTime = m_isOverTime;
-        return error;
+        auto failure = problem(url, m_reason);
+        failure.error.isOverTime = m_isOverTime;
+        return failure;
     }
 
     /// Runs the loop until somebody quits it, or until the end of the exchange, which is told.
@@ -274,7 +275,8 @@ HttpTransport::Attempt HttpTransport::judge(QNetworkReply &reply, const QByteArr
     const QUrl url = reply.url();
     const int code = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     if (isOneOf(redirectCodes, code) && reply.hasRawHeader("Location"))
-        return {TransportError(), QUrl::fromEncoded(reply.rawHeader("Location")), false};
+        return {support::Unexpected(TransportError()),
+                QUrl::fromEncoded(reply.rawHeader("Location")), false};
     if (code == 0 || (code / 100 == 2 && reply.error() != QNetworkReply::NoError))
         return {problem(url, reply.errorString()),
                 {},

@@ -91,10 +91,9 @@ void Session::exchangeMessages()
         const auto result = sendNextMessage(Purpose::GoOn);
         if (!result)
             return;
-        if (const auto *const response = std::get_if<TransportResponse>(&*result))
-            receive(*response);
-        else if (const auto &fault = std::get<TransportError>(*result);
-                 !endsEarly(fault.isOverTime))
+        if (*result)
+            receive(**result);
+        else if (const TransportError &fault = result->error(); !endsEarly(fault.isOverTime))
             fail(fault.text);
     }
 }
@@ -245,13 +244,13 @@ std::optional<TransportResult> Session::sendNextMessage(Purpose purpose)
     m_requestIsQueued = m_requestIsQueued && filled == AnswerQueue::Filled::Part;
 
     const syncml::EncodeResult encoded = syncml::encode(message, m_encoding);
-    if (const auto *const fault = std::get_if<syncml::EncodeError>(&encoded)) {
-        fail(QStringLiteral("the answer cannot be written: %1").arg(fault->text));
+    if (!encoded) {
+        fail(QStringLiteral("the answer cannot be written: %1").arg(encoded.error().text));
         return std::nullopt;
     }
     TransportRequest request;
     request.url = m_url;
-    request.body = std::get<QByteArray>(encoded);
+    request.body = *encoded;
     request.contentType = mediaTypeOf(m_encoding);
     request.hmac = m_prover.hmacHeader(request.body);
     request.isFarewell = purpose == Purpose::SayFarewell;
@@ -309,12 +308,12 @@ void Session::receive(const TransportResponse &response)
     const syncml::DecodeResult decoded = syncml::decode(response.body);
     for (SessionObserver *const observer : m_observers)
         observer->messageReceived(response, &decoded);
-    if (const auto *const fault = std::get_if<syncml::DecodeError>(&decoded)) {
-        refuseMessage(response, *fault);
+    if (!decoded) {
+        refuseMessage(response, decoded.error());
         return;
     }
     m_encoding = *syncml::recogniseEncoding(response.body);
-    receive(response, std::get<Message>(decoded));
+    receive(response, *decoded);
 }
 
 /// A message that cannot be read ends the session; the server hears why when it can be told to

@@ -297,13 +297,13 @@ void TraceWriter::messageReceived(const TransportResponse &response,
     }
     const QByteArray size = ", " + QByteArray::number(response.body.size()) + " bytes of " +
                             encodingName(response.body) + '\n' + hmacLine(response.hmac);
-    if (const auto *const fault = std::get_if<syncml::DecodeError>(decoded)) {
+    if (!*decoded) {
         // Secrets in it could not be told apart, so it is not shown.
-        write("<== unreadable answer" + from + size + printableLine(fault->toString().toUtf8()) +
-              "\n\n");
+        write("<== unreadable answer" + from + size +
+              printableLine(decoded->error().toString().toUtf8()) + "\n\n");
         return;
     }
-    const auto &message = std::get<syncml::Message>(*decoded);
+    const auto &message = **decoded;
     rememberSecretQuestions(message.header.msgId, message.commands);
     write("<== message " + printableLine(message.header.msgId.toUtf8()) + from + size +
           readableMessage(message, m_secretQuestions) + '\n');

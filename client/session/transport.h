@@ -1,12 +1,13 @@
 // How a session reaches its server.
 #pragma once
 
+#include "expected.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QUrl>
 #include <chrono>
 #include <optional>
-#include <variant>
 
 namespace client {
 
@@ -35,7 +36,7 @@ struct TransportError {
     bool isOverTime = false; ///< the time limit of the request has ended the exchange
 };
 
-using TransportResult = std::variant<TransportResponse, TransportError>;
+using TransportResult = support::Expected<TransportResponse, TransportError>;
 
 /// Carries messages, one at a time.
 class Transport {

@@ -30,7 +30,7 @@ DecodeResult decode(const QByteArray &bytes, const Limits &limits)
     error.status = bytes.isEmpty() ? 400 : 415;
     error.text = bytes.isEmpty() ? QStringLiteral("the message is empty")
                                  : QStringLiteral("the message is neither XML nor WBXML");
-    return error;
+    return support::Unexpected(std::move(error));
 }
 
 EncodeResult encode(const Message &message, Encoding encoding)

@@ -1,12 +1,12 @@
 // What both codecs take and give back besides the message itself.
 #pragma once
 
+#include "expected.h"
 #include "message.h"
 
 #include <QByteArray>
 #include <QString>
 #include <optional>
-#include <variant>
 
 namespace syncml {
 
@@ -45,7 +45,7 @@ struct DecodeError {
     QString toString() const;
 };
 
-using DecodeResult = std::variant<Message, DecodeError>;
+using DecodeResult = support::Expected<Message, DecodeError>;
 
 /// Why a message was not written: something mandatory is missing, something does not belong to its
 /// command, or the encoding cannot carry a text.
@@ -53,6 +53,6 @@ struct EncodeError {
     QString text; ///< names the command and the element
 };
 
-using EncodeResult = std::variant<QByteArray, EncodeError>;
+using EncodeResult = support::Expected<QByteArray, EncodeError>;
 
 } // namespace syncml

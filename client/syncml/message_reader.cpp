@@ -37,7 +37,7 @@ public:
             DecodeError error = *m_source.error();
             if (m_headerRead)
                 error.header = std::move(m_message.header);
-            return error;
+            return support::Unexpected(std::move(error));
         }
         return std::move(m_message);
     }

@@ -49,7 +49,7 @@ class MessageWriter {
 public:
     explicit MessageWriter(ElementSink &sink) : m_sink(sink) {}
 
-    std::optional<EncodeError> write(const Message &message)
+    support::Expected<void, EncodeError> write(const Message &message)
     {
         if (message.commands.empty())
             fail(QStringLiteral("the message has no command"));
@@ -62,7 +62,7 @@ public:
             m_sink.empty(Element::Final);
         m_sink.end();
         m_sink.end();
-        return m_error;
+        return m_written;
     }
 
 private:
@@ -262,18 +262,18 @@ private:
 
     void fail(const QString &text)
     {
-        if (!m_error)
-            m_error = EncodeError{text};
+        if (m_written)
+            m_written = support::Unexpected(EncodeError{text});
     }
 
     ElementSink &m_sink;
     QString m_place; ///< the header, or the command being written with its CmdID
-    std::optional<EncodeError> m_error;
+    support::Expected<void, EncodeError> m_written; ///< the first fault
 };
 
 } // namespace
 
-std::optional<EncodeError> writeMessage(const Message &message, ElementSink &sink)
+support::Expected<void, EncodeError> writeMessage(const Message &message, ElementSink &sink)
 {
     return MessageWriter(sink).write(message);
 }

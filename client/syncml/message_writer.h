@@ -9,6 +9,6 @@ class ElementSink;
 
 /// Writes `message` into `sink` in the order of the DTD. Gives the reason when it cannot be; what
 /// the sink holds is of no use then.
-std::optional<EncodeError> writeMessage(const Message &message, ElementSink &sink);
+support::Expected<void, EncodeError> writeMessage(const Message &message, ElementSink &sink);
 
 } // namespace syncml

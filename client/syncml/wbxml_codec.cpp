@@ -406,8 +406,8 @@ DecodeResult decodeWbxml(const QByteArray &bytes, const Limits &limits)
 EncodeResult encodeWbxml(const Message &message)
 {
     WbxmlSink sink;
-    if (std::optional<EncodeError> error = writeMessage(message, sink))
-        return *std::move(error);
+    if (const auto written = writeMessage(message, sink); !written)
+        return support::Unexpected(written.error());
     return sink.finish();
 }
 

@@ -285,8 +285,8 @@ DecodeResult decodeXml(const QByteArray &bytes, const Limits &limits)
 EncodeResult encodeXml(const Message &message)
 {
     XmlSink sink;
-    if (std::optional<EncodeError> error = writeMessage(message, sink))
-        return *std::move(error);
+    if (const auto written = writeMessage(message, sink); !written)
+        return support::Unexpected(written.error());
     return sink.finish();
 }
 

@@ -95,12 +95,11 @@ public:
             require(request.url == makeAccount(m_beginning).address,
                     "the client went where an unproved message sent it");
         const syncml::DecodeResult decoded = syncml::decode(request.body);
-        const auto *const message = std::get_if<syncml::Message>(&decoded);
-        require(message, "the client has sent what cannot be read");
-        require(!message->commands.empty(), "the client has sent a message without a command");
+        require(bool(decoded), "the client has sent what cannot be read");
+        require(!decoded->commands.empty(), "the client has sent a message without a command");
         require(m_limit == 0 || request.body.size() <= m_limit,
                 "the client has sent more than the server takes");
-        checkProof(request, *message);
+        checkProof(request, *decoded);
         ++messages;
 
         TransportResponse response;
@@ -144,12 +143,11 @@ private:
     void noteLimit(const QByteArray &body)
     {
         const syncml::DecodeResult decoded = syncml::decode(body);
-        const auto *const message = std::get_if<syncml::Message>(&decoded);
         // Which messages of a server that has to prove itself count is not for this to say.
-        if (!message || !message->header.meta || !message->header.meta->maxMsgSize ||
-            (m_beginning & ServerProves) || !succeeded(statusOfHeader(message->header)))
+        if (!decoded || !decoded->header.meta || !decoded->header.meta->maxMsgSize ||
+            (m_beginning & ServerProves) || !succeeded(statusOfHeader(decoded->header)))
             return;
-        const qlonglong limit = message->header.meta->maxMsgSize->toLongLong();
+        const qlonglong limit = decoded->header.meta->maxMsgSize->toLongLong();
         if (limit > 0)
             m_limit = limit;
     }
@@ -187,9 +185,8 @@ class TraceReader final : public SessionObserver {
 public:
     void messageReceived(const TransportResponse &, const syncml::DecodeResult *decoded) override
     {
-        if (decoded)
-            if (const auto *const message = std::get_if<syncml::Message>(decoded))
-                readableMessage(*message, {});
+        if (decoded && *decoded)
+            readableMessage(**decoded, {});
     }
 };
 

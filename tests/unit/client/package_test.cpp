@@ -249,7 +249,7 @@ TEST_F(PackageTest, DataThatXmlCannotCarryGoesAsBase64)
     const syncml::Item &xmlItem = asXml.commands.at(2).items.at(0);
     EXPECT_EQ(xmlItem.data, QByteArray("a\x01z").toBase64());
     EXPECT_EQ(xmlItem.meta->format, QStringLiteral("b64"));
-    EXPECT_TRUE(std::holds_alternative<QByteArray>(syncml::encode(asXml, Encoding::Xml)));
+    EXPECT_TRUE(syncml::encode(asXml, Encoding::Xml));
 
     const Message asWbxml = *answer(Encoding::Wbxml).message;
     EXPECT_EQ(asWbxml.commands.at(2).items.at(0).data, "a\x01z");
@@ -262,10 +262,10 @@ TEST_F(PackageTest, EveryAnswerCanBeWrittenInBothEncodings)
     for (const Encoding encoding : {Encoding::Xml, Encoding::Wbxml}) {
         const Message message = *answer(encoding).message;
         const auto encoded = syncml::encode(message, encoding);
-        ASSERT_TRUE(std::holds_alternative<QByteArray>(encoded));
-        const auto decoded = syncml::decode(std::get<QByteArray>(encoded));
-        ASSERT_TRUE(std::holds_alternative<Message>(decoded));
-        EXPECT_EQ(std::get<Message>(decoded), message);
+        ASSERT_TRUE(encoded);
+        const auto decoded = syncml::decode(*encoded);
+        ASSERT_TRUE(decoded);
+        EXPECT_EQ(*decoded, message);
     }
 }
 

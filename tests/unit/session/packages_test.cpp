@@ -207,7 +207,8 @@ TEST_P(Packages, InterruptedExchangeIsTheUsersAbort)
     server.says(accepted() + get("2", {"./DevInfo/Man"}));
     server.replies([&isInterrupted](const TransportRequest &) {
         isInterrupted = true;
-        return TransportError{QStringLiteral("http://dm.example/: interrupted")};
+        return support::Unexpected(
+            TransportError{QStringLiteral("http://dm.example/: interrupted")});
     });
     const SessionEnd end = run();
     EXPECT_EQ(end.kind, Kind::AbortedHere);
@@ -224,7 +225,8 @@ TEST_P(Packages, FarewellThatFailsDoesNotChangeWhyTheSessionEnded)
     options.isAbortRequested = [this] { return !listener.commands.empty(); };
     server.says(accepted() + get("2", {"./DevInfo/Man"}));
     server.replies([](const TransportRequest &) {
-        return TransportError{QStringLiteral("http://dm.example/: Connection refused")};
+        return support::Unexpected(
+            TransportError{QStringLiteral("http://dm.example/: Connection refused")});
     });
     const SessionEnd end = run();
     EXPECT_EQ(end.kind, Kind::AbortedHere);
@@ -256,7 +258,8 @@ TEST_P(Packages, SessionThatTakesTooLongIsAborted)
 TEST_P(Packages, UnreachableServerIsAFailure)
 {
     server.replies([](const TransportRequest &) {
-        return TransportError{QStringLiteral("http://dm.example/: no answer within 60 s")};
+        return support::Unexpected(
+            TransportError{QStringLiteral("http://dm.example/: no answer within 60 s")});
     });
     EXPECT_TRUE(failsWith("http://dm.example/: no answer within 60 s"));
 }

@@ -36,30 +36,29 @@ QByteArray ScriptedServer::encoded(const Message &message, int msgId) const
     if (m_encoding == Encoding::Xml)
         return xml;
     const syncml::DecodeResult decoded = syncml::decode(xml);
-    if (const auto *const fault = std::get_if<syncml::DecodeError>(&decoded)) {
-        ADD_FAILURE() << fault->toString().toStdString();
+    if (!decoded) {
+        ADD_FAILURE() << decoded.error().toString().toStdString();
         return {};
     }
-    const syncml::EncodeResult result =
-        syncml::encode(std::get<syncml::Message>(decoded), m_encoding);
-    if (const auto *const fault = std::get_if<syncml::EncodeError>(&result))
-        ADD_FAILURE() << fault->text.toStdString();
-    return std::get<QByteArray>(result);
+    const syncml::EncodeResult result = syncml::encode(*decoded, m_encoding);
+    if (!result)
+        ADD_FAILURE() << result.error().text.toStdString();
+    return *result;
 }
 
 TransportResult ScriptedServer::exchange(const TransportRequest &request)
 {
     const syncml::DecodeResult decoded = syncml::decode(request.body);
-    if (const auto *const fault = std::get_if<syncml::DecodeError>(&decoded)) {
-        ADD_FAILURE() << fault->toString().toStdString();
-        return TransportError{QStringLiteral("bad message")};
+    if (!decoded) {
+        ADD_FAILURE() << decoded.error().toString().toStdString();
+        return support::Unexpected(TransportError{QStringLiteral("bad message")});
     }
-    const auto &message = std::get<syncml::Message>(decoded);
+    const auto &message = *decoded;
     // WBXML carries the same structs; their order is checked on the XML that they make.
     const syncml::EncodeResult asXml = syncml::encode(message, Encoding::Xml);
-    const QByteArray xml = request.body.startsWith('<')                ? request.body
-                           : std::holds_alternative<QByteArray>(asXml) ? std::get<QByteArray>(asXml)
-                                                                       : QByteArray();
+    const QByteArray xml = request.body.startsWith('<') ? request.body
+                           : asXml                      ? *asXml
+                                                        : QByteArray();
     if (!xml.isEmpty()) {
         EXPECT_EQ(dtd_check::firstFault(xml), "");
     }

@@ -11,18 +11,18 @@ namespace decode_result {
 /// The message; a failed test and an empty message when there is none.
 inline syncml::Message message(const syncml::DecodeResult &result)
 {
-    if (const auto *const error = std::get_if<syncml::DecodeError>(&result)) {
-        ADD_FAILURE() << error->status << ' ' << error->toString().toStdString();
+    if (!result) {
+        ADD_FAILURE() << result.error().status << ' ' << result.error().toString().toStdString();
         return {};
     }
-    return std::get<syncml::Message>(result);
+    return *result;
 }
 
 /// Status and text of the error, as in "400 text where only elements can stand".
 inline std::string error(const syncml::DecodeResult &result)
 {
-    const auto *const error = std::get_if<syncml::DecodeError>(&result);
-    return error ? std::to_string(error->status) + ' ' + error->text.toStdString() : "no error";
+    return result ? "no error"
+                  : std::to_string(result.error().status) + ' ' + result.error().text.toStdString();
 }
 
 } // namespace decode_result

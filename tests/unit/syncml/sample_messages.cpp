@@ -12,11 +12,10 @@ namespace syncml {
 void PrintTo(const Message &message, std::ostream *out)
 {
     const EncodeResult encoded = encodeXml(message);
-    if (const auto *const xml = std::get_if<QByteArray>(&encoded))
-        *out << xml->toStdString();
+    if (encoded)
+        *out << encoded->toStdString();
     else
-        *out << "message that XML cannot carry: "
-             << std::get<EncodeError>(encoded).text.toStdString();
+        *out << "message that XML cannot carry: " << encoded.error().text.toStdString();
 }
 
 } // namespace syncml

@@ -39,7 +39,7 @@ QByteArray converted(const QString &tool, const QStringList &options, const QByt
 QByteArray xmlOf(const Message &message)
 {
     const EncodeResult encoded = encodeXml(message);
-    return std::get<QByteArray>(encoded);
+    return *encoded;
 }
 
 /// All but those that the other codec is known to change: it puts Data into CDATA as it is, and
@@ -74,12 +74,12 @@ protected:
 TEST_P(Oracle, ReadsWhatWeWrite)
 {
     const EncodeResult wbxml = encodeWbxml(GetParam().message);
-    ASSERT_TRUE(std::holds_alternative<QByteArray>(wbxml));
+    ASSERT_TRUE(wbxml);
     const QByteArray xml =
         converted(wbxmlToXml,
                   {QStringLiteral("-k"), QStringLiteral("-m"), QStringLiteral("2"),
                    QStringLiteral("-l"), QStringLiteral("SYNCML12")},
-                  std::get<QByteArray>(wbxml));
+                  *wbxml);
     EXPECT_EQ(dtd_check::tree(xml), dtd_check::tree(xmlOf(GetParam().message)));
     EXPECT_EQ(dtd_check::firstFault(xml), "");
 }
