@@ -204,7 +204,7 @@ Refusal checkFileStatus(const std::string &path, const struct stat &folder,
     if (S_ISDIR(status.st_mode))
         return refuse(path, EISDIR);
     if (!S_ISREG(status.st_mode))
-        return {EINVAL, path, "it is no regular file"};
+        return {EINVAL, path, "it is not a regular file"};
     if (status.st_uid != ::geteuid())
         return refuseOwner(path, status.st_uid);
     // The write bits count for those who can reach the file, which the folder's search bits say.

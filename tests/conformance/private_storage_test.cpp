@@ -377,7 +377,7 @@ TEST_F(PrivateStorage, WhatIsNoRegularFileIsRefusedAndNotWaitedFor)
 {
     ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
     for (const int flags : {O_RDONLY, O_WRONLY, O_RDWR})
-        EXPECT_EQ(open(file, flags), "cannot use " + file + ": it is no regular file");
+        EXPECT_EQ(open(file, flags), "cannot use " + file + ": it is not a regular file");
     fs::create_directory(root + "/folder");
     EXPECT_EQ(open(root + "/folder"), "cannot use " + root + "/folder: Is a directory");
 }

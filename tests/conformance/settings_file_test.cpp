@@ -238,7 +238,7 @@ TEST_F(SettingsFileOnDisk, PipeInPlaceOfTheFileIsReportedAndNotWaitedFor)
     ASSERT_EQ(::mkfifo(m_path.toUtf8().constData(), 0600), 0);
     testing::internal::CaptureStderr();
     const SETUP_SET_Manager manager(m_path, false);
-    expectMentions(testing::internal::GetCapturedStderr(), {"no regular file"});
+    expectMentions(testing::internal::GetCapturedStderr(), {"not a regular file"});
 }
 
 TEST_F(SettingsFileOnDisk, PathWithoutUsableNameIsRefused)

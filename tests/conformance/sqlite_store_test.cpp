@@ -655,7 +655,7 @@ TEST_F(SqliteStore, PipeInPlaceOfTheStoreIsRefusedAndNotWaitedFor)
     ASSERT_EQ(::mkfifo(m_store.c_str(), 0600), 0);
     const ChildOutcome outcome = runInChild([] { expectEveryCallFails(NAPI_ERROR_CORRUPT); });
     EXPECT_EQ(outcome.exitCode, 0) << outcome.errorOutput;
-    EXPECT_EQ(occurrences(outcome.errorOutput, "no regular file"), 1) << outcome.errorOutput;
+    EXPECT_EQ(occurrences(outcome.errorOutput, "not a regular file"), 1) << outcome.errorOutput;
 }
 
 TEST_F(SqliteStore, FileInPlaceOfTheStateDirectoryIsAnInputOutputError)

@@ -165,8 +165,9 @@ bool isSelfContained(const std::string &path)
 
 SqliteFile::~SqliteFile()
 {
-    for (sqlite3_stmt *statement : m_statements)
-        sqlite3_finalize(statement);
+    for (const Statements *statements : {&m_transactionStatements, &m_statements})
+        for (sqlite3_stmt *statement : *statements)
+            sqlite3_finalize(statement);
     sqlite3_close(m_database);
 }
 
@@ -176,7 +177,7 @@ StoreResult SqliteFile::open()
     if (!result.failed())
         result = openFormat();
     if (!result.failed())
-        result = prepareStatements();
+        result = prepare(m_kind.statements, m_statements);
     return result;
 }
 
@@ -204,14 +205,16 @@ StoreResult SqliteFile::openDatabase()
     sqlite3_db_config(m_database, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
     const std::string pragmas =
         std::string("PRAGMA cell_size_check = ON;") + m_kind.settingsPragmas;
-    return execute(pragmas.c_str(), m_openAction.c_str());
+    StoreResult result = execute(pragmas.c_str(), m_openAction.c_str());
+    constexpr const char *transactionSql[] = {"BEGIN IMMEDIATE", "COMMIT", "ROLLBACK"};
+    return result.failed() ? result : prepare(transactionSql, m_transactionStatements);
 }
 
-StoreResult SqliteFile::prepareStatements()
+StoreResult SqliteFile::prepare(std::span<const char *const> sql, Statements &statements)
 {
-    for (const char *sql : m_kind.statements) {
-        const int code = sqlite3_prepare_v3(m_database, sql, -1, SQLITE_PREPARE_PERSISTENT,
-                                            &m_statements.emplace_back(nullptr), nullptr);
+    for (const char *text : sql) {
+        const int code = sqlite3_prepare_v3(m_database, text, -1, SQLITE_PREPARE_PERSISTENT,
+                                            &statements.emplace_back(nullptr), nullptr);
         if (code == SQLITE_ERROR) {
             return failure(NAPI_ERROR_CORRUPT, std::string("is a damaged ") + m_kind.name + ": " +
                                                    sqlite3_errmsg(m_database));
@@ -338,6 +341,17 @@ StoreResult SqliteFile::readNumber(const char *sql, const char *action, std::int
     return result;
 }
 
+StoreResult SqliteFile::run(TransactionStatement statement, const char *action)
+{
+    sqlite3_stmt *const prepared = m_transactionStatements[statement];
+    errno = 0;
+    StoreResult result;
+    if (sqlite3_step(prepared) != SQLITE_DONE)
+        result = failure(action);
+    sqlite3_reset(prepared);
+    return result;
+}
+
 SqliteQuery::~SqliteQuery()
 {
     sqlite3_reset(m_statement);
@@ -387,7 +401,7 @@ std::string_view SqliteQuery::bytes(int column) const
 SqliteTransaction::~SqliteTransaction()
 {
     if (m_isOwn && m_file.isInTransaction())
-        static_cast<void>(m_file.execute("ROLLBACK", m_action));
+        static_cast<void>(m_file.run(SqliteFile::Rollback, m_action));
 }
 
 StoreResult SqliteTransaction::begin()
@@ -395,10 +409,10 @@ StoreResult SqliteTransaction::begin()
     if (m_file.isInTransaction())
         return {};
     m_isOwn = true;
-    return m_file.execute("BEGIN IMMEDIATE", m_action);
+    return m_file.run(SqliteFile::Begin, m_action);
 }
 
 StoreResult SqliteTransaction::commit()
 {
-    return m_isOwn ? m_file.execute("COMMIT", m_action) : StoreResult();
+    return m_isOwn ? m_file.run(SqliteFile::Commit, m_action) : StoreResult();
 }

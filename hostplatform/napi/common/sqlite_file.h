@@ -62,6 +62,10 @@ public:
 
 private:
     friend class SqliteQuery;
+    friend class SqliteTransaction;
+
+    using Statements = std::vector<sqlite3_stmt *>;
+    enum TransactionStatement : std::size_t { Begin, Commit, Rollback };
 
     /// What tells the kinds of databases and a new file from each other.
     struct Identity {
@@ -75,7 +79,8 @@ private:
     StoreResult openDatabase();
     StoreResult openFormat();
     StoreResult tryOpenFormat();
-    StoreResult prepareStatements();
+    StoreResult prepare(std::span<const char *const> sql, Statements &statements);
+    StoreResult run(TransactionStatement statement, const char *action);
     StoreResult readIdentity(Identity &identity);
     StoreResult checkIdentity(const Identity &identity) const;
     /// Whether the file is new, or of an older format.
@@ -88,7 +93,8 @@ private:
     const SqliteFileKind &m_kind;
     std::string m_openAction = std::string("open the ") + m_kind.name;
     sqlite3 *m_database = nullptr;
-    std::vector<sqlite3_stmt *> m_statements;
+    Statements m_transactionStatements;
+    Statements m_statements;
 };
 
 /// One run of a prepared statement. The bound values have to outlive it.

@@ -207,7 +207,7 @@ StoreResult SqliteProfileStore::nameById(std::uint32_t id, std::string &name)
 }
 
 //////////////////////////////////////////////////////////////////////////////////////////////////
-// Stored names that are no profile names
+// Stored names that are not profile names
 
 StoreResult SqliteProfileStore::idByStoredName(std::string_view name, std::uint32_t &id)
 {

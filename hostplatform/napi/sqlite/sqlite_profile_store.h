@@ -14,7 +14,7 @@
 class SqliteProfileStore : public ProfileStore {
 public:
     /// Opens the store and creates it, mode 0600, when there is no file of that name. A file that
-    /// is no profile store is never changed.
+    /// is not a profile store is never changed.
     static StoreResult open(const std::string &path, std::unique_ptr<ProfileStore> &store);
 
     StoreResult count(unsigned int &profiles) override;
