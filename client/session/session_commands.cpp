@@ -253,11 +253,6 @@ DmStatus SessionCommands::answerAlert(const Command &alert, std::vector<Item> &i
 
 namespace {
 
-QString addressOf(const Item &item)
-{
-    return item.target ? item.target->locUri : item.source ? item.source->locUri : QString();
-}
-
 using CommandIndex = std::map<QString, const Command *>;
 
 /// Enters the command and those inside it under their ids.

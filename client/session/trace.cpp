@@ -24,11 +24,6 @@ using syncml::Meta;
 
 namespace {
 
-QString addressOf(const Item &item)
-{
-    return item.target ? item.target->locUri : item.source ? item.source->locUri : QString();
-}
-
 bool isSerialisedTree(const std::optional<Meta> &meta)
 {
     return meta && meta->type && syncml::isSerialisedTree(*meta->type);

@@ -69,6 +69,12 @@ struct Item {
     bool operator==(const Item &) const = default;
 };
 
+/// What an item is about: its target, or its source where it has none.
+inline QString addressOf(const Item &item)
+{
+    return item.target ? item.target->locUri : item.source ? item.source->locUri : QString();
+}
+
 enum class CommandKind {
     Unknown,     ///< an element that is no SyncML command at all
     Unsupported, ///< a SyncML command that DM does not have: Map, Move, Put, Search or Sync

@@ -36,6 +36,11 @@ enum Statement : std::size_t {
     StatementCount
 };
 
+/// A slash, or a name that means something in an address, is in no profile's name.
+constexpr const char *kWithoutProfileName =
+    "SELECT id, name FROM profile"
+    " WHERE instr(name, '/') > 0 OR CAST(name AS TEXT) IN ('.', '..', '*') ORDER BY id";
+
 constexpr const char *kStatements[StatementCount] = {
     "SELECT count(*) FROM profile",
     "SELECT id, name FROM profile ORDER BY id LIMIT ?1",
@@ -45,8 +50,7 @@ constexpr const char *kStatements[StatementCount] = {
     "DELETE FROM profile WHERE name = ?1",
     "SELECT id FROM profile WHERE name = ?1",
     "SELECT id, name FROM profile WHERE id = ?1",
-    "SELECT id, name FROM profile"
-    " WHERE instr(name, '/') > 0 OR CAST(name AS TEXT) IN ('.', '..', '*') ORDER BY id",
+    kWithoutProfileName,
 };
 
 constexpr SqliteFileKind kProfileStore = {
