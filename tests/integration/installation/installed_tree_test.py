@@ -47,6 +47,11 @@ class InstalledTreeTest(unittest.TestCase):
             for library in found:
                 self.assertTrue(library.startswith(os.path.realpath(self.prefix)), library)
 
+    def test_manuals_and_completions_are_where_man_and_bash_look(self):
+        for file in ("man/man1/dmclient.1", "man/man1/napictl.1", "man/man7/dmclient-session.7",
+                     "bash-completion/completions/dmclient", "bash-completion/completions/napictl"):
+            self.assertTrue(os.path.isfile(os.path.join(self.prefix, "share", file)), file)
+
     def test_the_tree_may_be_moved(self):
         moved = os.path.join(self.folder, "elsewhere")
         shutil.move(self.prefix, moved)
