@@ -1,8 +1,5 @@
 #include "line_input.h"
 
-#include "foreign_text.h"
-#include "utf8.h"
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -128,39 +125,6 @@ LineInput::Result LineInput::readLine(Echo echo,
         if (line.size() < longestLine)
             line += byte;
     }
-}
-
-// ---- Secrets -------------------------------------------------------------------------------------
-
-namespace {
-
-/// Writes to the person at the terminal, if there is one.
-void tell(const QByteArray &text)
-{
-    if (::isatty(STDIN_FILENO) &&
-        ::write(STDERR_FILENO, text.constData(), static_cast<std::size_t>(text.size())) < 0) {
-        // Who cannot see the question can still answer it.
-    }
-}
-
-} // namespace
-
-std::optional<QString> readSecret(const QString &name, QString &error)
-{
-    QByteArray line;
-    tell(QByteArray::fromStdString(foreign_text::printable(name.toStdString())) + ": ");
-    const auto result = LineInput(STDIN_FILENO).readLine(LineInput::Echo::Off, std::nullopt, line);
-    tell("\n");
-    std::optional<QString> secret = fromUtf8(line);
-    if (result != LineInput::Result::Line)
-        error = QStringLiteral("no value for %1").arg(name);
-    else if (line.size() >= LineInput::longestLine)
-        error = QStringLiteral("the value of %1 is too long").arg(name);
-    else if (!secret)
-        error = QStringLiteral("the value of %1 is not UTF-8").arg(name);
-    else
-        return secret;
-    return std::nullopt;
 }
 
 } // namespace support

@@ -1,8 +1,7 @@
-// Lines that a person types, secrets among them.
+// Lines that a person types.
 #pragma once
 
 #include <QByteArray>
-#include <QString>
 #include <chrono>
 #include <optional>
 
@@ -34,13 +33,5 @@ private:
     int m_file;
     int m_interruptFile;
 };
-
-/// What stands for a secret on a command line, where every user of the machine could read it.
-inline constexpr QStringView askForSecret = u"-";
-
-/// Reads a secret from a line of standard input. A terminal shows "name: " and not what is typed.
-/// @param name  what it is the secret of, shown escaped where somebody else chose it
-/// @return none with what is wrong in error
-std::optional<QString> readSecret(const QString &name, QString &error);
 
 } // namespace support

@@ -3,10 +3,10 @@
 
 #include <optional>
 
-#include "line_input.h"
 #include "profile_fields.h"
 #include "profile_json.h"
 #include "profile_service.h"
+#include "secret_input.h"
 #include "secret_mask.h"
 
 using commandline::printable;
@@ -30,14 +30,14 @@ QList<FieldValue> parseAssignments(const QStringList &arguments, QString &fault)
             fault = path + QStringLiteral(": there is no such field");
             return {};
         }
-        QString value = argument.sliced(equals + 1);
-        if (field->kind == FieldKind::Secret && value == support::askForSecret) {
-            const auto secret = support::readSecret(path, fault);
-            if (!secret)
-                return {};
-            value = *secret;
-        }
-        values += FieldValue{field, value};
+        const QString text = argument.sliced(equals + 1);
+        const auto value =
+            field->kind == FieldKind::Secret
+                ? commandline::secretMeant(text, path, commandline::StandardInput::Unused, fault)
+                : std::optional(text);
+        if (!value)
+            return {};
+        values += FieldValue{field, *value};
     }
     return values;
 }

@@ -3,9 +3,7 @@
 #include "accounts.h"
 #include "command_table.h"
 #include "commands.h"
-#include "line_input.h"
 #include "parser.h"
-#include "secret_input.h"
 #include "secret_leaf.h"
 
 #include <algorithm>
@@ -62,15 +60,14 @@ bool setFields(const Context &context, Account &account, const QStringList &word
             error = QStringLiteral("\"%1\" is no FIELD=VALUE; %2").arg(word, fieldNames());
             return false;
         }
-        QString value = word.mid(equals + 1);
-        if (field->isSecret && value == support::askForSecret) {
-            const auto secret = readSecret(context, name, error);
-            if (!secret)
-                return false;
-            value = *secret;
-        }
+        const QString text = word.mid(equals + 1);
+        const auto value =
+            field->isSecret ? commandline::secretMeant(text, name, context.standardInput(), error)
+                            : std::optional(text);
+        if (!value)
+            return false;
         QString reason;
-        if (!field->set(account, value, reason)) {
+        if (!field->set(account, *value, reason)) {
             error = QStringLiteral("%1 %2").arg(name, reason);
             return false;
         }

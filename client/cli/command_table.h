@@ -4,6 +4,7 @@
 #include "command.h"
 #include "dm_device.h"
 #include "output.h"
+#include "secret_input.h"
 
 namespace client::cli {
 
@@ -17,6 +18,11 @@ struct Context {
     Output &output;
     bool inShell = false;
     bool leaveShell = false; ///< set by the command that ends the shell
+
+    commandline::StandardInput standardInput() const
+    {
+        return inShell ? commandline::StandardInput::Commands : commandline::StandardInput::Unused;
+    }
 };
 
 /// What of the management tree an argument names, as completion needs to know it.

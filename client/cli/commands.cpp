@@ -3,9 +3,7 @@
 #include "command_table.h"
 #include "ddf.h"
 #include "input_file.h"
-#include "line_input.h"
 #include "package.h"
-#include "secret_input.h"
 #include "secret_leaf.h"
 #include "shell.h"
 #include "tree_drawing.h"
@@ -160,9 +158,9 @@ namespace {
 std::optional<QByteArray> valueMeant(const Context &context, const QString &leafName, bool isSecret,
                                      const QString &text, QString &error)
 {
-    if (!isSecret || text != support::askForSecret)
+    if (!isSecret)
         return text.toUtf8();
-    const auto secret = readSecret(context, leafName, error);
+    const auto secret = commandline::secretMeant(text, leafName, context.standardInput(), error);
     return secret ? std::optional(secret->toUtf8()) : std::nullopt;
 }
 
