@@ -63,3 +63,19 @@ int listProfileNames(QList<QByteArray> &names)
         names += QByteArray(slots.constData() + qsizetype{index} * NAPI_NAME_SIZE);
     return status;
 }
+
+ExitStatus checkRoom(Output &output, qsizetype newProfiles)
+{
+    QList<QByteArray> stored;
+    if (const int status = listProfileNames(stored); status != NAPI_OK)
+        return reportServiceFailure(output, {}, status);
+    const int most = NAPI_GetMaxProfiles();
+    if (stored.size() + newProfiles <= most)
+        return ExitStatus::Success;
+    output.problem(QStringLiteral("%1 new profiles do not fit: %2 of at most %3 are stored; "
+                                  "KUB_NAPI_MAX sets the maximum")
+                       .arg(newProfiles)
+                       .arg(stored.size())
+                       .arg(most));
+    return ExitStatus::Failed;
+}

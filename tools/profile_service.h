@@ -17,5 +17,9 @@ QString serviceText(int status);
 /// Prints "subject: meaning of the result". @return the exit status that belongs to it.
 ExitStatus reportServiceFailure(Output &output, const QString &subject, int status);
 
+/// Checks that the store takes that many more profiles, and reports why not.
+/// @return success, or the exit status of a program that cannot store them
+ExitStatus checkRoom(Output &output, qsizetype newProfiles);
+
 /// Lists the names, as UTF-8, in the order of the IDs. @return a result of the service.
 int listProfileNames(QList<QByteArray> &names);

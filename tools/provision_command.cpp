@@ -137,17 +137,9 @@ bool matches(const Provider &provider, const QString &country, const QString &te
 
 ExitStatus storeProfiles(Output &output, const ProvisionPlan &plan)
 {
-    QList<QByteArray> stored;
-    if (const int status = listProfileNames(stored); status != NAPI_OK)
-        return reportServiceFailure(output, {}, status);
-    if (stored.size() + plan.profiles.size() > NAPI_GetMaxProfiles()) {
-        output.problem(QStringLiteral("%1 new profiles do not fit: %2 of at most %3 are stored; "
-                                      "KUB_NAPI_MAX sets the maximum")
-                           .arg(plan.profiles.size())
-                           .arg(stored.size())
-                           .arg(NAPI_GetMaxProfiles()));
-        return ExitStatus::Failed;
-    }
+    if (const ExitStatus room = checkRoom(output, plan.profiles.size());
+        room != ExitStatus::Success)
+        return room;
     qsizetype done = 0;
     qsizetype refused = 0;
     ExitStatus exitStatus = ExitStatus::Success;

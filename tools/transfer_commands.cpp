@@ -78,17 +78,8 @@ private:
 
 ExitStatus storeProfiles(Output &output, const ImportPlan &plan)
 {
-    QList<QByteArray> stored;
-    if (const int status = listProfileNames(stored); status != NAPI_OK)
-        return reportServiceFailure(output, {}, status);
-    if (stored.size() + plan.newProfiles > NAPI_GetMaxProfiles()) {
-        output.problem(QStringLiteral("%1 new profiles do not fit: %2 of at most %3 are stored; "
-                                      "KUB_NAPI_MAX sets the maximum")
-                           .arg(plan.newProfiles)
-                           .arg(stored.size())
-                           .arg(NAPI_GetMaxProfiles()));
-        return ExitStatus::Failed;
-    }
+    if (const ExitStatus room = checkRoom(output, plan.newProfiles); room != ExitStatus::Success)
+        return room;
     qsizetype done = 0;
     const Progress progress(QStringLiteral("Storing profiles"), plan.profiles.size());
     for (const ImportedProfile &profile : plan.profiles) {
