@@ -252,9 +252,8 @@ struct Device {
     {
         memory->addInterior("Office");
         memory->addLeaf("Office/Addr", DmtData("internet"));
-        QString error;
         tree.mount(NodeUri({"M"}), memory,
-                   {.acl = *AccessControlList::parse("Add=*&Delete=*&Get=*&Replace=*", error)});
+                   {.acl = *AccessControlList::parse("Add=*&Delete=*&Get=*&Replace=*")});
     }
 
     SessionEnd runSession(Transport &transport, const QUrl &url, Encoding encoding)
@@ -357,10 +356,9 @@ void sessionOverHttp(benchmark::State &state, Encoding encoding)
 {
     Device device;
     HttpServer server(packageOf(getsAndReplaces(1), encoding));
-    QString error;
-    const auto transport = HttpTransport::create({}, error);
+    const auto transport = HttpTransport::create({});
     for (auto _ : state)
-        require(device.runSession(*transport, server.url(), encoding).messages ==
+        require(device.runSession(**transport, server.url(), encoding).messages ==
                     HttpServer::messagesPerSession,
                 "the session ended too early");
     state.SetItemsProcessed(state.iterations() * HttpServer::messagesPerSession);

@@ -8,7 +8,9 @@
 
 namespace commandline {
 
+using support::Expected;
 using support::LineInput;
+using support::Unexpected;
 
 namespace {
 
@@ -22,35 +24,32 @@ void tell(const QByteArray &text)
 }
 
 /// Asks for a line that is a secret.
-std::optional<QString> readLine(const QString &name, QString &error)
+Expected<QString, QString> readLine(const QString &name)
 {
     QByteArray line;
     tell(printable(name).toUtf8() + ": ");
     const auto result = LineInput(STDIN_FILENO).readLine(LineInput::Echo::Off, std::nullopt, line);
     tell("\n");
-    std::optional<QString> secret = support::fromUtf8(line);
     if (result != LineInput::Result::Line)
-        error = QStringLiteral("no value for %1").arg(name);
-    else if (line.size() >= LineInput::longestLine)
-        error = QStringLiteral("the value of %1 is too long").arg(name);
-    else if (!secret)
-        error = QStringLiteral("the value of %1 is not UTF-8").arg(name);
-    else
-        return secret;
-    return std::nullopt;
+        return Unexpected(QStringLiteral("no value for %1").arg(name));
+    if (line.size() >= LineInput::longestLine)
+        return Unexpected(QStringLiteral("the value of %1 is too long").arg(name));
+    std::optional<QString> secret = support::fromUtf8(line);
+    if (!secret)
+        return Unexpected(QStringLiteral("the value of %1 is not UTF-8").arg(name));
+    return *std::move(secret);
 }
 
 } // namespace
 
-std::optional<QString> secretMeant(const QString &text, const QString &name,
-                                   StandardInput standardInput, QString &error)
+Expected<QString, QString> secretMeant(const QString &text, const QString &name,
+                                       StandardInput standardInput)
 {
     if (text != u"-")
         return text;
     if (standardInput == StandardInput::Unused || ::isatty(STDIN_FILENO))
-        return readLine(name, error);
-    error = QStringLiteral("standard input is the shell's");
-    return std::nullopt;
+        return readLine(name);
+    return Unexpected(QStringLiteral("standard input is the shell's"));
 }
 
 } // namespace commandline

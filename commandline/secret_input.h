@@ -2,8 +2,9 @@
 // read.
 #pragma once
 
+#include "expected.h"
+
 #include <QString>
-#include <optional>
 
 namespace commandline {
 
@@ -17,8 +18,8 @@ enum class StandardInput {
 /// by anything else. A terminal shows "name: " and not what is typed. From anything but a terminal
 /// no line is taken that is a command.
 /// @param name  what it is the secret of, shown escaped where somebody else chose it
-/// @return none with what is wrong in error
-std::optional<QString> secretMeant(const QString &text, const QString &name,
-                                   StandardInput standardInput, QString &error);
+/// @return what is wrong when there is none
+support::Expected<QString, QString> secretMeant(const QString &text, const QString &name,
+                                                StandardInput standardInput);
 
 } // namespace commandline

@@ -34,55 +34,49 @@ QString systemReason(int errorNumber)
 
 } // namespace
 
-PrivateFile::Reading PrivateFile::read(QByteArray &bytes, QString &error) const
+Expected<std::optional<QByteArray>, QString> PrivateFile::read() const
 {
     handset_state::Refusal refusal;
     const FileDescriptor opened =
         handset_state::openFile(QFile::encodeName(m_path).toStdString(), O_RDONLY, refusal);
     if (refusal.error == ENOENT)
-        return Reading::Missing;
-    if (refusal) {
-        error = QString::fromLocal8Bit(refusal.text().c_str());
-        return Reading::Failed;
-    }
+        return std::optional<QByteArray>();
+    if (refusal)
+        return Unexpected(QString::fromLocal8Bit(refusal.text().c_str()));
     QFile file;
     file.open(opened.get(), QIODevice::ReadOnly);
-    bytes = file.read(m_largestBytes + 1);
-    if (file.error() != QFileDevice::NoError) {
-        error = QStringLiteral("cannot read %1: %2").arg(m_path, file.errorString());
-        return Reading::Failed;
-    }
-    if (bytes.size() > m_largestBytes) {
-        error = QStringLiteral("%1 is larger than %2 bytes").arg(m_path).arg(m_largestBytes);
-        return Reading::Failed;
-    }
-    return Reading::Done;
+    QByteArray bytes = file.read(m_largestBytes + 1);
+    if (file.error() != QFileDevice::NoError)
+        return Unexpected(QStringLiteral("cannot read %1: %2").arg(m_path, file.errorString()));
+    if (bytes.size() > m_largestBytes)
+        return Unexpected(
+            QStringLiteral("%1 is larger than %2 bytes").arg(m_path).arg(m_largestBytes));
+    return std::optional(std::move(bytes));
 }
 
-PrivateFile::Reading PrivateFile::readObject(QJsonObject &object, QString &error) const
+Expected<std::optional<QJsonObject>, QString> PrivateFile::readObject() const
 {
-    QByteArray bytes;
-    const Reading reading = read(bytes, error);
-    if (reading != Reading::Done)
-        return reading;
+    const auto bytes = read();
+    if (!bytes)
+        return Unexpected(bytes.error());
+    if (!*bytes)
+        return std::optional<QJsonObject>();
     QJsonParseError fault;
-    const QJsonDocument document = QJsonDocument::fromJson(bytes, &fault);
+    const QJsonDocument document = QJsonDocument::fromJson(**bytes, &fault);
     if (!document.isObject()) {
         const QString reason = fault.error == QJsonParseError::NoError
                                    ? QStringLiteral("no JSON object")
                                    : fault.errorString();
-        error = QStringLiteral("%1: byte %2: %3").arg(m_path).arg(fault.offset).arg(reason);
-        return Reading::Failed;
+        return Unexpected(
+            QStringLiteral("%1: byte %2: %3").arg(m_path).arg(fault.offset).arg(reason));
     }
-    object = document.object();
-    return Reading::Done;
+    return std::optional(document.object());
 }
 
-bool PrivateFile::replace(const QByteArray &bytes, QString &error) const
+Expected<void, QString> PrivateFile::replace(const QByteArray &bytes) const
 {
-    const auto fail = [&](const QString &reason) {
-        error = QStringLiteral("cannot write %1: %2").arg(m_path, reason);
-        return false;
+    const auto fail = [this](const QString &reason) {
+        return Unexpected(QStringLiteral("cannot write %1: %2").arg(m_path, reason));
     };
     if (bytes.size() > m_largestBytes)
         return fail(QStringLiteral("it would be larger than %1 bytes").arg(m_largestBytes));
@@ -101,7 +95,7 @@ bool PrivateFile::replace(const QByteArray &bytes, QString &error) const
         return fail(systemReason(reason));
     }
     syncFolderOf(path);
-    return true;
+    return {};
 }
 
 } // namespace support

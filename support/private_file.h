@@ -1,6 +1,8 @@
 // Small files of a program that nobody else may read and that must not be lost.
 #pragma once
 
+#include "expected.h"
+
 #include <QByteArray>
 #include <QJsonObject>
 #include <QString>
@@ -19,19 +21,16 @@ public:
 
     const QString &path() const { return m_path; }
 
-    enum class Reading { Done, Missing, Failed };
-    /// Reads the whole file. One that is too large, a symbolic link, or somebody else's fails.
-    /// @param error  receives a sentence that names the file and the reason when it fails
-    Reading read(QByteArray &bytes, QString &error) const;
-    /// Reads the file as one JSON object.
-    /// @param error  receives also the place of what is no JSON
-    Reading readObject(QJsonObject &object, QString &error) const;
+    /// The whole file; none when it is missing. One that is too large, a symbolic link, or somebody
+    /// else's fails, with a sentence that names the file and the reason.
+    Expected<std::optional<QByteArray>, QString> read() const;
+    /// The file as one JSON object. The error has the place of what is not JSON.
+    Expected<std::optional<QJsonObject>, QString> readObject() const;
 
     /// Replaces the file in one step: written aside with mode 0600, on the disk before it takes the
-    /// name. A power cut leaves the old file or the new one.
-    /// @return false on failure, such as a full disk, which leaves the old file, with a sentence
-    ///         that names the file and the reason in error
-    bool replace(const QByteArray &bytes, QString &error) const;
+    /// name. A power cut leaves the old file or the new one. A failure, such as a full disk, leaves
+    /// the old file; the error is a sentence that names the file and the reason.
+    Expected<void, QString> replace(const QByteArray &bytes) const;
 
 private:
     QString m_path;

@@ -33,10 +33,12 @@ QList<FieldValue> parseAssignments(const QStringList &arguments, QString &fault)
         const QString text = argument.sliced(equals + 1);
         const auto value =
             field->kind == FieldKind::Secret
-                ? commandline::secretMeant(text, path, commandline::StandardInput::Unused, fault)
-                : std::optional(text);
-        if (!value)
+                ? commandline::secretMeant(text, path, commandline::StandardInput::Unused)
+                : support::Expected<QString, QString>(text);
+        if (!value) {
+            fault = value.error();
             return {};
+        }
         values += FieldValue{field, *value};
     }
     return values;

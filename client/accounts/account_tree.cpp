@@ -38,8 +38,7 @@ struct LeafRow {
 
 bool setField(Account &account, const char *field, const QByteArray &value)
 {
-    QString error;
-    return accountField(QString::fromLatin1(field))->set(account, QString::fromUtf8(value), error);
+    return bool(accountField(QString::fromLatin1(field))->set(account, QString::fromUtf8(value)));
 }
 
 bool setAuthType(Credentials &side, const QByteArray &value)
@@ -163,10 +162,9 @@ public:
             return static_cast<int>(DmStatus::TooLarge);
         if (value.GetType() != m_row.type || !m_row.set(changed, m_side, bytes))
             return DMT_UNSUPPORTED_FORMAT;
-        QString error;
-        if ((!m_mayWeaken && isWeaker(changed, *stored)) || !isComplete(changed, error))
+        if ((!m_mayWeaken && isWeaker(changed, *stored)) || !checkComplete(changed))
             return DMT_NOT_ALLOWED;
-        if (!m_store.put(m_account, changed, error))
+        if (!m_store.put(m_account, changed))
             return dataStoreFailure;
         return DMT_OK;
     }

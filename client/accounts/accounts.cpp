@@ -15,52 +15,50 @@ namespace client {
 
 namespace {
 
-bool refuse(QString &error, const QString &reason)
-{
-    error = reason;
-    return false;
-}
+using support::Expected;
+using support::Unexpected;
 
-bool fits(const QByteArray &bytes, qsizetype largest, QString &error)
+Expected<void, QString> checkSize(const QByteArray &bytes, qsizetype largest)
 {
-    return bytes.size() <= largest ||
-           refuse(error, QStringLiteral("has more than %1 bytes").arg(largest));
+    if (bytes.size() > largest)
+        return Unexpected(QStringLiteral("has more than %1 bytes").arg(largest));
+    return {};
 }
 
 /// A line of text: it goes into HTTP headers and into nodes.
-bool setText(QByteArray &field, const QString &text, QString &error)
+Expected<void, QString> setText(QByteArray &field, const QString &text)
 {
     const QByteArray bytes = text.toUtf8();
     if (!syncml::isXmlLine(text))
-        return refuse(error, QStringLiteral("has a control character, or one that is no character "
-                                            "of XML"));
-    if (!fits(bytes, longestAccountText, error))
-        return false;
+        return Unexpected(QStringLiteral("has a control character, or one that is no character "
+                                         "of XML"));
+    if (auto size = checkSize(bytes, longestAccountText); !size)
+        return size;
     field = bytes;
-    return true;
+    return {};
 }
 
-bool setAddress(Account &account, const QString &text, QString &error)
+Expected<void, QString> setAddress(Account &account, const QString &text)
 {
     const QUrl url(text, QUrl::StrictMode);
     const bool isHttp = url.scheme() == u"http" || url.scheme() == u"https";
     if (!url.isValid() || !isHttp || url.host().isEmpty())
-        return refuse(error, QStringLiteral("is no http or https URL"));
+        return Unexpected(QStringLiteral("is no http or https URL"));
     if (!url.userInfo().isEmpty())
-        return refuse(error, QStringLiteral("has a user name in the URL; "
-                                            "name and secret have fields of their own"));
-    if (!fits(url.toEncoded(), longestServerAddress, error))
-        return false;
+        return Unexpected(QStringLiteral("has a user name in the URL; "
+                                         "name and secret have fields of their own"));
+    if (auto size = checkSize(url.toEncoded(), longestServerAddress); !size)
+        return size;
     account.address = url;
-    return true;
+    return {};
 }
 
 /// A Server Identifier stands in access control lists, whose grammar it has to fit.
-bool setServerId(Account &account, const QString &text, QString &error)
+Expected<void, QString> setServerId(Account &account, const QString &text)
 {
     if (!text.isEmpty() && !isServerIdentifier(text))
-        return refuse(error, QStringLiteral("has a blank or one of = & * +"));
-    return setText(account.serverId, text, error);
+        return Unexpected(QStringLiteral("has a blank or one of = & * +"));
+    return setText(account.serverId, text);
 }
 
 struct AuthWord {
@@ -82,23 +80,23 @@ QString authWord(AuthType type)
     return QString::fromLatin1(row->word);
 }
 
-bool setAuthType(AuthType &type, const QString &text, QString &error)
+Expected<void, QString> setAuthType(AuthType &type, const QString &text)
 {
     for (const AuthWord &row : authWords) {
         if (text.compare(QLatin1String(row.word), Qt::CaseInsensitive) == 0) {
             type = row.type;
-            return true;
+            return {};
         }
     }
-    return refuse(error, QStringLiteral("is none of none, basic, md5 and hmac"));
+    return Unexpected(QStringLiteral("is none of none, basic, md5 and hmac"));
 }
 
-bool setUserName(QByteArray &name, const QString &text, QString &error)
+Expected<void, QString> setUserName(QByteArray &name, const QString &text)
 {
     // The first colon ends the name in every proof.
     if (text.contains(u':'))
-        return refuse(error, QStringLiteral("has a colon"));
-    return setText(name, text, error);
+        return Unexpected(QStringLiteral("has a colon"));
+    return setText(name, text);
 }
 
 QString nonceText(const std::optional<QByteArray> &nonce)
@@ -106,16 +104,16 @@ QString nonceText(const std::optional<QByteArray> &nonce)
     return nonce ? QString::fromLatin1(nonce->toBase64()) : QString();
 }
 
-bool setNonce(std::optional<QByteArray> &nonce, const QString &text, QString &error)
+Expected<void, QString> setNonce(std::optional<QByteArray> &nonce, const QString &text)
 {
     const auto decoded =
         QByteArray::fromBase64Encoding(text.toUtf8(), QByteArray::AbortOnBase64DecodingErrors);
     if (!decoded)
-        return refuse(error, QStringLiteral("is no base64"));
-    if (!fits(*decoded, largestNonce, error))
-        return false;
+        return Unexpected(QStringLiteral("is no base64"));
+    if (auto size = checkSize(*decoded, largestNonce); !size)
+        return size;
     nonce = text.isEmpty() ? std::nullopt : std::optional(*decoded);
-    return true;
+    return {};
 }
 
 constexpr AccountField fields[] = {
@@ -125,47 +123,31 @@ constexpr AccountField fields[] = {
      [](const Account &a) { return QString::fromUtf8(a.serverId); }, setServerId},
     {"title", "what people call the account", false,
      [](const Account &a) { return QString::fromUtf8(a.title); },
-     [](Account &a, const QString &text, QString &e) { return setText(a.title, text, e); }},
+     [](Account &a, const QString &text) { return setText(a.title, text); }},
     {"client-auth", "how the client proves itself: none, basic, md5 or hmac", false,
      [](const Account &a) { return authWord(a.toServer.type); },
-     [](Account &a, const QString &text, QString &e) {
-         return setAuthType(a.toServer.type, text, e);
-     }},
+     [](Account &a, const QString &text) { return setAuthType(a.toServer.type, text); }},
     {"client-name", "the client's user name", false,
      [](const Account &a) { return QString::fromUtf8(a.toServer.identity.name); },
-     [](Account &a, const QString &text, QString &e) {
-         return setUserName(a.toServer.identity.name, text, e);
-     }},
+     [](Account &a, const QString &text) { return setUserName(a.toServer.identity.name, text); }},
     {"client-secret", "the client's password", true,
      [](const Account &a) { return QString::fromUtf8(a.toServer.identity.secret); },
-     [](Account &a, const QString &text, QString &e) {
-         return setText(a.toServer.identity.secret, text, e);
-     }},
+     [](Account &a, const QString &text) { return setText(a.toServer.identity.secret, text); }},
     {"client-nonce", "nonce of the client's next proof, base64; sessions keep it", false,
      [](const Account &a) { return nonceText(a.toServer.nonce); },
-     [](Account &a, const QString &text, QString &e) {
-         return setNonce(a.toServer.nonce, text, e);
-     }},
+     [](Account &a, const QString &text) { return setNonce(a.toServer.nonce, text); }},
     {"server-auth", "how the server has to prove itself: none, basic, md5 or hmac", false,
      [](const Account &a) { return authWord(a.toClient.type); },
-     [](Account &a, const QString &text, QString &e) {
-         return setAuthType(a.toClient.type, text, e);
-     }},
+     [](Account &a, const QString &text) { return setAuthType(a.toClient.type, text); }},
     {"server-name", "the server's user name", false,
      [](const Account &a) { return QString::fromUtf8(a.toClient.identity.name); },
-     [](Account &a, const QString &text, QString &e) {
-         return setUserName(a.toClient.identity.name, text, e);
-     }},
+     [](Account &a, const QString &text) { return setUserName(a.toClient.identity.name, text); }},
     {"server-secret", "the server's password", true,
      [](const Account &a) { return QString::fromUtf8(a.toClient.identity.secret); },
-     [](Account &a, const QString &text, QString &e) {
-         return setText(a.toClient.identity.secret, text, e);
-     }},
+     [](Account &a, const QString &text) { return setText(a.toClient.identity.secret, text); }},
     {"server-nonce", "nonce of the server's next proof, base64; sessions keep it", false,
      [](const Account &a) { return nonceText(a.toClient.nonce); },
-     [](Account &a, const QString &text, QString &e) {
-         return setNonce(a.toClient.nonce, text, e);
-     }},
+     [](Account &a, const QString &text) { return setNonce(a.toClient.nonce, text); }},
 };
 
 } // namespace
@@ -182,21 +164,21 @@ const AccountField *accountField(const QString &name)
     return row == std::end(fields) ? nullptr : row;
 }
 
-bool isComplete(const Account &account, QString &error)
+Expected<void, QString> checkComplete(const Account &account)
 {
     const auto lacks = [](const Credentials &side) {
         return side.type != AuthType::None &&
                (side.identity.name.isEmpty() || side.identity.secret.isEmpty());
     };
     if (account.address.isEmpty())
-        return refuse(error, QStringLiteral("the account has no address"));
+        return Unexpected(QStringLiteral("the account has no address"));
     if (account.serverId.isEmpty())
-        return refuse(error, QStringLiteral("the account has no server-id"));
+        return Unexpected(QStringLiteral("the account has no server-id"));
     if (lacks(account.toServer))
-        return refuse(error, QStringLiteral("client-auth needs client-name and client-secret"));
+        return Unexpected(QStringLiteral("client-auth needs client-name and client-secret"));
     if (lacks(account.toClient))
-        return refuse(error, QStringLiteral("server-auth needs server-name and server-secret"));
-    return true;
+        return Unexpected(QStringLiteral("server-auth needs server-name and server-secret"));
+    return {};
 }
 
 bool isWeaker(const Account &changed, const Account &account)
@@ -229,58 +211,70 @@ QJsonObject toJson(const Account &account)
 }
 
 /// Reads every field that can be read.
-/// @return false with what is wrong with the first of the others, and where, in error
-bool readAccount(const QString &name, const QJsonObject &object, Account &account, QString &error)
+/// @return what is wrong with the first of the others, and where
+Expected<void, QString> readAccount(const QString &name, const QJsonObject &object,
+                                    Account &account)
 {
-    error.clear();
+    Expected<void, QString> read;
     for (auto entry = object.begin(); entry != object.end(); ++entry) {
         const AccountField *const field = accountField(entry.key());
-        QString reason = QStringLiteral("is no field with a text");
-        const bool isRead = field && entry.value().isString() &&
-                            field->set(account, entry.value().toString(), reason);
-        if (!isRead && error.isEmpty())
-            error = QStringLiteral("%1 of account %2 %3").arg(entry.key(), name, reason);
+        const Expected<void, QString> set =
+            field && entry.value().isString()
+                ? field->set(account, entry.value().toString())
+                : Unexpected(QStringLiteral("is no field with a text"));
+        if (!set && read)
+            read = Unexpected(
+                QStringLiteral("%1 of account %2 %3").arg(entry.key(), name, set.error()));
     }
-    return error.isEmpty();
+    return read;
 }
 
 } // namespace
 
-bool canBeAccountName(const QString &name, QString &error)
+Expected<void, QString> checkAccountName(const QString &name)
 {
     constexpr qsizetype longestName = 63; // bytes
     QByteArray bytes;
-    if (!setText(bytes, name, error)) {
-        error = QStringLiteral("the name of the account %1").arg(error);
-        return false;
-    }
+    if (const auto text = setText(bytes, name); !text)
+        return Unexpected(QStringLiteral("the name of the account %1").arg(text.error()));
     const bool isReserved = name == u"." || name == u".." || name == u"*";
     if (bytes.isEmpty() || bytes.size() > longestName || isReserved || bytes.contains('/'))
-        return refuse(error, QStringLiteral("an account cannot be called \"%1\"").arg(name));
-    return true;
+        return Unexpected(QStringLiteral("an account cannot be called \"%1\"").arg(name));
+    return {};
 }
 
 AccountStore AccountStore::load(const QString &file)
 {
     AccountStore store(file);
-    QJsonObject accounts;
-    if (store.m_file.readObject(accounts, store.m_damage) == support::PrivateFile::Reading::Done)
-        store.read(accounts);
+    if (const auto accounts = store.m_file.readObject(); !accounts)
+        store.m_damage = accounts.error();
+    else
+        store.read(accounts->value_or(QJsonObject()));
     return store;
 }
+
+namespace {
+
+Expected<void, QString> readEntry(const QString &name, const QJsonValue &stored, Account &account)
+{
+    if (auto named = checkAccountName(name); !named)
+        return named;
+    if (!stored.isObject())
+        return Unexpected(QStringLiteral("account %1 is no object").arg(name));
+    return readAccount(name, stored.toObject(), account);
+}
+
+} // namespace
 
 void AccountStore::read(const QJsonObject &accounts)
 {
     for (auto entry = accounts.begin(); entry != accounts.end(); ++entry) {
         Account account;
-        QString reason = QStringLiteral("account %1 is no object").arg(entry.key());
-        const bool isRead = canBeAccountName(entry.key(), reason) && entry.value().isObject() &&
-                            readAccount(entry.key(), entry.value().toObject(), account, reason);
-        if (isRead)
-            m_accounts.emplace(entry.key(), std::move(account));
+        if (const auto read = readEntry(entry.key(), entry.value(), account); !read)
+            m_damagedAccounts.emplace(
+                entry.key(), DamagedAccount{read.error(), account.serverId, entry.value()});
         else
-            m_damagedAccounts.emplace(entry.key(),
-                                      DamagedAccount{reason, account.serverId, entry.value()});
+            m_accounts.emplace(entry.key(), std::move(account));
     }
 }
 
@@ -299,53 +293,54 @@ std::optional<QString> AccountStore::nameOf(const QUrl &address) const
     return std::nullopt;
 }
 
-bool AccountStore::put(const QString &name, const Account &account, QString &error)
+Expected<void, QString> AccountStore::put(const QString &name, const Account &account)
 {
-    if (!canBeAccountName(name, error) || !isComplete(account, error))
-        return false;
+    if (auto named = checkAccountName(name); !named)
+        return named;
+    if (auto complete = checkComplete(account); !complete)
+        return complete;
     if (const auto damaged = m_damagedAccounts.find(name); damaged != m_damagedAccounts.end())
-        return refuse(error,
-                      QStringLiteral("%1; it can only be removed").arg(damaged->second.reason));
+        return Unexpected(QStringLiteral("%1; it can only be removed").arg(damaged->second.reason));
     Accounts changed = m_accounts;
     changed[name] = account;
-    if (!write(changed, m_damagedAccounts, error))
-        return false;
-    m_accounts = std::move(changed);
-    return true;
+    auto written = write(changed, m_damagedAccounts);
+    if (written)
+        m_accounts = std::move(changed);
+    return written;
 }
 
-bool AccountStore::remove(const QString &name, QString &error)
+Expected<void, QString> AccountStore::remove(const QString &name)
 {
     Accounts changed = m_accounts;
     DamagedAccounts damaged = m_damagedAccounts;
     if (changed.erase(name) + damaged.erase(name) == 0)
-        return refuse(error, QStringLiteral("no account %1").arg(name));
-    if (!write(changed, damaged, error))
-        return false;
-    m_accounts = std::move(changed);
-    m_damagedAccounts = std::move(damaged);
-    return true;
+        return Unexpected(QStringLiteral("no account %1").arg(name));
+    auto written = write(changed, damaged);
+    if (written) {
+        m_accounts = std::move(changed);
+        m_damagedAccounts = std::move(damaged);
+    }
+    return written;
 }
 
-bool AccountStore::write(const Accounts &accounts, const DamagedAccounts &damaged,
-                         QString &error) const
+Expected<void, QString> AccountStore::write(const Accounts &accounts,
+                                            const DamagedAccounts &damaged) const
 {
     if (!m_damage.isEmpty())
-        return refuse(error,
-                      QStringLiteral("nothing is written to a damaged file: %1").arg(m_damage));
+        return Unexpected(QStringLiteral("nothing is written to a damaged file: %1").arg(m_damage));
     QJsonObject object;
     for (const auto &[name, account] : accounts) {
         const QJsonObject written = toJson(account);
         // Whoever brought the account here, it has to be there the next time.
         Account readBack;
-        QString fault;
-        if (!readAccount(name, written, readBack, fault))
-            return refuse(error, QStringLiteral("cannot write %1: %2").arg(m_file.path(), fault));
+        if (const auto read = readAccount(name, written, readBack); !read)
+            return Unexpected(
+                QStringLiteral("cannot write %1: %2").arg(m_file.path(), read.error()));
         object[name] = written;
     }
     for (const auto &[name, account] : damaged)
         object[name] = account.stored;
-    return m_file.replace(QJsonDocument(object).toJson(), error);
+    return m_file.replace(QJsonDocument(object).toJson());
 }
 
 } // namespace client

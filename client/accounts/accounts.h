@@ -3,6 +3,7 @@
 #pragma once
 
 #include "credentials.h"
+#include "expected.h"
 #include "private_file.h"
 
 #include <QByteArray>
@@ -37,9 +38,9 @@ struct AccountField {
     const char *help;
     bool isSecret;
     QString (*get)(const Account &account);
-    /// Gives the field a value.
-    /// @return false for a text that it cannot have, with the reason in error
-    bool (*set)(Account &account, const QString &text, QString &error);
+    /// Gives the field a value. The error is the rest of a sentence that begins with the field's
+    /// name.
+    support::Expected<void, QString> (*set)(Account &account, const QString &text);
 };
 
 /// All fields, in the order in which they are shown.
@@ -49,13 +50,12 @@ const AccountField *accountField(const QString &name);
 
 /// Whether an account can be used: it has an address and a Server Identifier, and every side that
 /// proves itself has a name and a secret.
-/// @return false with what is missing in error
-bool isComplete(const Account &account, QString &error);
+/// @return what is missing
+support::Expected<void, QString> checkComplete(const Account &account);
 
 /// Whether an account can be called that: by a name that a node can have, 1 to 63 bytes, neither
 /// "." nor "..", nor "*", without slashes and control characters.
-/// @return false with the reason in error
-bool canBeAccountName(const QString &name, QString &error);
+support::Expected<void, QString> checkAccountName(const QString &name);
 /// Whether the changed account would give away what the account keeps: it leaves https, or one of
 /// its sides proves itself by a weaker kind.
 bool isWeaker(const Account &changed, const Account &account);
@@ -89,11 +89,10 @@ public:
     /// Name of the account whose sessions begin at that address; none when there is none.
     std::optional<QString> nameOf(const QUrl &address) const;
 
-    /// Each of these writes the file, in one step. On failure the file and the store are as before,
-    /// with the reason in error.
+    /// Each of these writes the file, in one step. On failure the file and the store are as before.
     /// put: adds a complete account, or replaces the one of that name.
-    bool put(const QString &name, const Account &account, QString &error);
-    bool remove(const QString &name, QString &error);
+    support::Expected<void, QString> put(const QString &name, const Account &account);
+    support::Expected<void, QString> remove(const QString &name);
 
 private:
     /// In bytes; some thousand accounts.
@@ -102,7 +101,8 @@ private:
     explicit AccountStore(const QString &file) : m_file(file, largestFile) {}
 
     void read(const QJsonObject &accounts);
-    bool write(const Accounts &accounts, const DamagedAccounts &damaged, QString &error) const;
+    support::Expected<void, QString> write(const Accounts &accounts,
+                                           const DamagedAccounts &damaged) const;
 
     support::PrivateFile m_file;
     Accounts m_accounts;

@@ -49,30 +49,27 @@ QString fieldNames()
     return QStringLiteral("the fields are %1").arg(names.join(QStringLiteral(", ")));
 }
 
-/// Reads FIELD=VALUE words into an account.
-bool setFields(const Context &context, Account &account, const QStringList &words, QString &error)
+/// Reads FIELD=VALUE words into an account, which is complete then.
+support::Expected<void, QString> setFields(const Context &context, Account &account,
+                                           const QStringList &words)
 {
     for (const QString &word : words) {
         const qsizetype equals = word.indexOf(u'=');
         const QString name = word.left(equals);
         const AccountField *const field = equals < 0 ? nullptr : accountField(name);
-        if (!field) {
-            error = QStringLiteral("\"%1\" is no FIELD=VALUE; %2").arg(word, fieldNames());
-            return false;
-        }
+        if (!field)
+            return support::Unexpected(
+                QStringLiteral("\"%1\" is no FIELD=VALUE; %2").arg(word, fieldNames()));
         const QString text = word.mid(equals + 1);
-        const auto value =
-            field->isSecret ? commandline::secretMeant(text, name, context.standardInput(), error)
-                            : std::optional(text);
+        const auto value = field->isSecret
+                               ? commandline::secretMeant(text, name, context.standardInput())
+                               : support::Expected<QString, QString>(text);
         if (!value)
-            return false;
-        QString reason;
-        if (!field->set(account, *value, reason)) {
-            error = QStringLiteral("%1 %2").arg(name, reason);
-            return false;
-        }
+            return support::Unexpected(value.error());
+        if (const auto set = field->set(account, *value); !set)
+            return support::Unexpected(QStringLiteral("%1 %2").arg(name, set.error()));
     }
-    return isComplete(account, error);
+    return checkComplete(account);
 }
 
 // ---- The five things that can be done ------------------------------------------------------------
@@ -108,12 +105,13 @@ ExitStatus show(Context &context, const Invocation &invocation)
 
 ExitStatus put(Context &context, const Invocation &invocation, Account account)
 {
-    QString error;
-    if (!canBeAccountName(invocation.arguments[1], error) ||
-        !setFields(context, account, invocation.arguments.mid(2), error))
-        return problem(context, error);
-    if (!context.device->putAccount(invocation.arguments[1], account, error))
-        return notKept(context, error);
+    const QString &name = invocation.arguments[1];
+    if (const auto named = checkAccountName(name); !named)
+        return problem(context, named.error());
+    if (const auto set = setFields(context, account, invocation.arguments.mid(2)); !set)
+        return problem(context, set.error());
+    if (const auto kept = context.device->putAccount(name, account); !kept)
+        return notKept(context, kept.error());
     if (sendsPasswordsInClear(account))
         context.output.problem(QStringLiteral("account: warning: with http and basic the password "
                                               "goes over the network as it is"));
@@ -136,13 +134,12 @@ ExitStatus set(Context &context, const Invocation &invocation)
 
 ExitStatus remove(Context &context, const Invocation &invocation)
 {
-    QString error;
     const AccountStore &accounts = context.device->accounts();
     if (!accounts.find(invocation.arguments[1]) &&
         !accounts.damagedAccounts().contains(invocation.arguments[1]))
         return noAccount(context, invocation.arguments[1]);
-    return context.device->removeAccount(invocation.arguments[1], error) ? ExitStatus::Success
-                                                                         : notKept(context, error);
+    const auto removed = context.device->removeAccount(invocation.arguments[1]);
+    return removed ? ExitStatus::Success : notKept(context, removed.error());
 }
 
 struct ActionRow {

@@ -154,14 +154,15 @@ namespace {
 
 /// What is meant by the text that was given as a leaf's value: for a secret it may stand for a line
 /// of standard input.
-/// @return none with what is wrong in error
-std::optional<QByteArray> valueMeant(const Context &context, const QString &leafName, bool isSecret,
-                                     const QString &text, QString &error)
+support::Expected<QByteArray, QString> valueMeant(const Context &context, const QString &leafName,
+                                                  bool isSecret, const QString &text)
 {
     if (!isSecret)
         return text.toUtf8();
-    const auto secret = commandline::secretMeant(text, leafName, context.standardInput(), error);
-    return secret ? std::optional(secret->toUtf8()) : std::nullopt;
+    const auto secret = commandline::secretMeant(text, leafName, context.standardInput());
+    if (!secret)
+        return support::Unexpected(secret.error());
+    return secret->toUtf8();
 }
 
 } // namespace
@@ -171,10 +172,10 @@ ExitStatus runAdd(Context &context, const Invocation &invocation)
     TreeView::NewValue value;
     const QString uri = invocation.arguments[0];
     if (invocation.arguments.size() > 1) {
-        QString error;
-        value.data = valueMeant(context, uri, isSecretUri(uri), invocation.arguments[1], error);
-        if (!value.data)
-            return wrongUsage(context, QStringLiteral("add: %1").arg(error));
+        const auto data = valueMeant(context, uri, isSecretUri(uri), invocation.arguments[1]);
+        if (!data)
+            return wrongUsage(context, QStringLiteral("add: %1").arg(data.error()));
+        value.data = *data;
     }
     const QString usualFormat = value.data ? QStringLiteral("chr") : QStringLiteral("node");
     value.format = invocation.has("format") ? invocation.value("format") : usualFormat;
@@ -188,25 +189,23 @@ ExitStatus runAdd(Context &context, const Invocation &invocation)
 namespace {
 
 /// "Addr=internet" as a child's name, escaped as in an address, and its value.
-/// @return none with what is wrong in error
-std::optional<TreeView::ChildValue> parseChildValue(const Context &context,
-                                                    const QString &parentUri, const QString &word,
-                                                    QString &error)
+support::Expected<TreeView::ChildValue, QString>
+parseChildValue(const Context &context, const QString &parentUri, const QString &word)
 {
     const qsizetype equals = word.indexOf(u'=');
-    if (equals < 1) {
-        error = QStringLiteral("%1 is an interior node, so CHILD=VALUE is wanted").arg(parentUri);
-        return std::nullopt;
-    }
+    if (equals < 1)
+        return support::Unexpected(
+            QStringLiteral("%1 is an interior node, so CHILD=VALUE is wanted").arg(parentUri));
     const Result<Address> child = parseAddress(word.left(equals), UriLimits());
-    if (!child || child->query != Address::Query::None || child->node.names().size() != 1) {
-        error = QStringLiteral("\"%1\" is not the name of a child").arg(word.left(equals));
-        return std::nullopt;
-    }
+    if (!child || child->query != Address::Query::None || child->node.names().size() != 1)
+        return support::Unexpected(
+            QStringLiteral("\"%1\" is not the name of a child").arg(word.left(equals)));
     const QByteArray name = child->node.name();
     const auto value =
-        valueMeant(context, word.left(equals), isSecretLeaf(name), word.mid(equals + 1), error);
-    return value ? std::optional(TreeView::ChildValue{name, *value}) : std::nullopt;
+        valueMeant(context, word.left(equals), isSecretLeaf(name), word.mid(equals + 1));
+    if (!value)
+        return support::Unexpected(value.error());
+    return TreeView::ChildValue{name, *value};
 }
 
 ExitStatus replaceProperty(Context &context, const QString &uri, const Address &address,
@@ -238,20 +237,18 @@ ExitStatus runReplace(Context &context, const Invocation &invocation)
     if (!node || node->isLeaf()) {
         if (words.size() > 1)
             return wrongUsage(context, QStringLiteral("replace: one VALUE for one leaf"));
-        QString error;
-        const auto value = valueMeant(context, uri, isSecretUri(uri), words[0], error);
+        const auto value = valueMeant(context, uri, isSecretUri(uri), words[0]);
         if (!value)
-            return wrongUsage(context, QStringLiteral("replace: %1").arg(error));
+            return wrongUsage(context, QStringLiteral("replace: %1").arg(value.error()));
         return onNode(context, "replace", uri, [&](const NodeUri &leaf) {
             return tree.replace(leaf, {{}, {}, *value});
         });
     }
     std::vector<TreeView::ChildValue> values;
     for (const QString &word : words) {
-        QString error;
-        const auto value = parseChildValue(context, uri, word, error);
+        const auto value = parseChildValue(context, uri, word);
         if (!value)
-            return wrongUsage(context, QStringLiteral("replace: %1").arg(error));
+            return wrongUsage(context, QStringLiteral("replace: %1").arg(value.error()));
         values.push_back(*value);
     }
     return onNode(context, "replace", uri,
@@ -331,8 +328,8 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
     const PackageAnswer answer = answerPackage(
         *decoded, context.device->tree(), encoding,
         serverId.isEmpty() ? Principal::owner() : Principal::server(serverId.toUtf8()));
-    if (!answer.refusal.isNull()) {
-        context.output.problem(QStringLiteral("process: %1: %2").arg(file, answer.refusal));
+    if (answer.refusal) {
+        context.output.problem(QStringLiteral("process: %1: %2").arg(file, *answer.refusal));
         return ExitStatus::SessionFailed;
     }
     if (!answer.message) {

@@ -143,8 +143,7 @@ QString childWord(const QByteArray &name)
     return word;
 }
 
-Candidates completeChildValue(const QString &parentUri, const QString &prefix,
-                              const TreeView &tree)
+Candidates completeChildValue(const QString &parentUri, const QString &prefix, const TreeView &tree)
 {
     Candidates candidates;
     const auto parent = nodeAt(parentUri, tree);

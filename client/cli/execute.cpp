@@ -20,26 +20,38 @@ DmDevice::Options deviceOptions(const Invocation &invocation)
     return options;
 }
 
+support::Expected<std::unique_ptr<DmDevice>, QString> openDevice(const CommandRow &row,
+                                                                 const Invocation &invocation)
+{
+    auto device = DmDevice::open(deviceOptions(invocation));
+    if (device && row.needs == Needs::Tree)
+        if (const auto mounted = (*device)->mount(); !mounted)
+            return support::Unexpected(mounted.error());
+    return device;
+}
+
 } // namespace
 
 ExitStatus execute(Output &output, const Invocation &invocation)
 {
     const CommandRow &row = rowOf(*invocation.command);
-    QString error;
     std::unique_ptr<DmDevice> device;
     if (row.needs != Needs::Nothing) {
-        device = DmDevice::open(deviceOptions(invocation), error);
-        if (!device || (row.needs == Needs::Tree && !device->mount(error))) {
-            output.problem(error);
+        auto opened = openDevice(row, invocation);
+        if (!opened) {
+            output.problem(opened.error());
             return ExitStatus::Unusable;
         }
+        device = *std::move(opened);
         for (const QString &sentence : device->damage())
             output.problem(sentence);
     }
     Context context{.device = device.get(), .output = output};
     const ExitStatus exitStatus = row.run(context, invocation);
-    if (device && !device->saveProperties(error)) {
-        output.problem(error);
+    if (!device)
+        return exitStatus;
+    if (const auto saved = device->saveProperties(); !saved) {
+        output.problem(saved.error());
         return worse(exitStatus, ExitStatus::Unusable);
     }
     return exitStatus;

@@ -64,7 +64,7 @@ bool readSeconds(const Invocation &invocation, const char *option, std::chrono::
 
 struct EventOption {
     const char *name;
-    std::optional<ClientEvent> (*parse)(const QString &text, QString &error);
+    support::Expected<ClientEvent, QString> (*parse)(const QString &text);
 };
 
 constexpr EventOption eventOptions[] = {
@@ -76,11 +76,11 @@ bool readEvents(const Invocation &invocation, std::vector<ClientEvent> &events, 
 {
     for (const EventOption &option : eventOptions) {
         for (const QString &text : invocation.values(option.name)) {
-            QString reason;
-            const auto event = option.parse(text, reason);
+            const auto event = option.parse(text);
             if (!event)
-                return wrong(error, QStringLiteral("--%1 \"%2\": %3")
-                                        .arg(QString::fromLatin1(option.name), text, reason));
+                return wrong(error,
+                             QStringLiteral("--%1 \"%2\": %3")
+                                 .arg(QString::fromLatin1(option.name), text, event.error()));
             events.push_back(*event);
         }
     }
@@ -147,16 +147,15 @@ bool findServer(const AccountStore &accounts, const QString &word, Server &serve
     server.accountName = accounts.find(word) ? std::optional(word) : accounts.nameOf(url);
     if (server.accountName) {
         server.account = *accounts.find(*server.accountName);
-        QString missing;
-        return isComplete(server.account, missing) || wrong(error, missing);
+        const auto complete = checkComplete(server.account);
+        return complete || wrong(error, complete.error());
     }
     // One that cannot be read may be the one that is meant.
     if (!accounts.damagedAccounts().empty())
         return wrong(error, QStringLiteral("\"%1\" is no account, and %2")
                                 .arg(word, accounts.damagedAccounts().begin()->second.reason));
-    QString reason;
-    if (!accountField(QStringLiteral("address"))->set(server.account, word, reason))
-        return wrong(error, QStringLiteral("\"%1\" is no account and %2").arg(word, reason));
+    if (const auto set = accountField(QStringLiteral("address"))->set(server.account, word); !set)
+        return wrong(error, QStringLiteral("\"%1\" is no account and %2").arg(word, set.error()));
     // Whoever answers there would not have to prove that it is the account's server.
     if (const auto name = accountOnHost(accounts, server.account.address))
         return wrong(error, QStringLiteral("%1 is on the host of the account %2 (%3); name the "
@@ -175,17 +174,18 @@ public:
     {
     }
 
-    bool keep(const Nonces &nonces, QString &error)
+    support::Expected<void, QString> keep(const Nonces &nonces)
     {
         const Account *const stored = m_name ? m_accounts.find(*m_name) : nullptr;
         if (!stored)
-            return true;
+            return {};
         Account account = *stored;
         if (account.toServer.nonce == m_kept.toServer)
             account.toServer.nonce = m_kept.toServer = nonces.toServer;
         if (account.toClient.nonce == m_kept.toClient)
             account.toClient.nonce = m_kept.toClient = nonces.toClient;
-        return account == *stored || m_accounts.put(*m_name, account, error);
+        return account == *stored ? support::Expected<void, QString>()
+                                  : m_accounts.put(*m_name, account);
     }
 
 private:
@@ -201,11 +201,12 @@ public:
 
     void messageSent(const TransportRequest &, const syncml::Message &) override
     {
-        QString error;
-        if (m_device.saveProperties(error) || m_hasFailed)
+        const auto saved = m_device.saveProperties();
+        if (saved || m_hasFailed)
             return;
         m_hasFailed = true;
-        m_report.note(QStringLiteral("properties that the server set are not kept: %1").arg(error));
+        m_report.note(
+            QStringLiteral("properties that the server set are not kept: %1").arg(saved.error()));
     }
 
 private:
@@ -224,10 +225,9 @@ ExitStatus exitStatusOf(const SessionEnd &end)
 ExitStatus haveSession(Context &context, const Server &server, const Settings &settings,
                        bool asJson, TraceWriter *trace)
 {
-    QString error;
-    const auto transport = HttpTransport::create(settings.transport, error);
+    const auto transport = HttpTransport::create(settings.transport);
     if (!transport) {
-        context.output.problem(QStringLiteral("session: %1").arg(error));
+        context.output.problem(QStringLiteral("session: %1").arg(transport.error()));
         return ExitStatus::WrongUsage;
     }
 
@@ -245,18 +245,16 @@ ExitStatus haveSession(Context &context, const Server &server, const Settings &s
     NonceKeeper nonces(context.device->accounts(), server);
     SessionOptions options = settings.session;
     options.isAbortRequested = &InterruptGuard::wasInterrupted;
-    options.keepNonces = [&nonces](const Nonces &changed, QString &problem) {
-        return nonces.keep(changed, problem);
-    };
+    options.keepNonces = [&nonces](const Nonces &changed) { return nonces.keep(changed); };
     TerminalUser user(STDIN_FILENO, STDOUT_FILENO, settings.transport.interruptFile);
-    Session session(server.account, context.device->tree(), *transport, hasUser ? &user : nullptr,
+    Session session(server.account, context.device->tree(), **transport, hasUser ? &user : nullptr,
                     observers, options);
     const SessionEnd end = session.run();
     report->ended(end);
-    if (!trace || trace->lossReason().isNull())
+    if (!trace || !trace->lossReason())
         return exitStatusOf(end);
     context.output.problem(
-        QStringLiteral("session: the trace has gaps: %1").arg(trace->lossReason()));
+        QStringLiteral("session: the trace has gaps: %1").arg(*trace->lossReason()));
     return worse(exitStatusOf(end), ExitStatus::Unusable);
 }
 
@@ -284,11 +282,13 @@ ExitStatus runSession(Context &context, const Invocation &invocation)
         return ExitStatus::WrongUsage;
     }
     std::unique_ptr<TraceWriter> trace;
-    if (invocation.has("trace"))
-        trace = TraceWriter::open(invocation.value("trace"), error);
-    if (!error.isEmpty()) {
-        context.output.problem(QStringLiteral("session: %1").arg(error));
-        return ExitStatus::WrongUsage;
+    if (invocation.has("trace")) {
+        auto opened = TraceWriter::open(invocation.value("trace"));
+        if (!opened) {
+            context.output.problem(QStringLiteral("session: %1").arg(opened.error()));
+            return ExitStatus::WrongUsage;
+        }
+        trace = *std::move(opened);
     }
 
     const InterruptGuard guard;

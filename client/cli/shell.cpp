@@ -105,9 +105,8 @@ ExitStatus Shell::runWords(const QStringList &words)
     Context context{.device = &m_device, .output = m_output, .inShell = true};
     status = rowOf(*invocation->command).run(context, *invocation);
     m_leave = context.leaveShell;
-    QString error;
-    if (!m_device.saveProperties(error)) {
-        m_output.problem(error);
+    if (const auto saved = m_device.saveProperties(); !saved) {
+        m_output.problem(saved.error());
         return worse(status, ExitStatus::Unusable);
     }
     return status;

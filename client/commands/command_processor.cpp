@@ -678,10 +678,9 @@ Outcome CommandProcessor::getListing(const TreeNode &node, const QString &kind, 
 Outcome CommandProcessor::getSerialised(const TreeNode &node, const QString &request,
                                         const QString &uri)
 {
-    QString error;
-    const auto content = parseTndsRequest(request, error);
+    const auto content = parseTndsRequest(request);
     if (!content)
-        return {DmStatus::FeatureNotSupported, error};
+        return {DmStatus::FeatureNotSupported, content.error()};
     if (const Outcome right = m_tree.mayGet(node); !right)
         return right;
     const auto values = content->hasValues ? TreeView::Values::Read : TreeView::Values::Omit;

@@ -37,27 +37,21 @@ bool apply(const QString &word, bool isWanted, TndsContent &content)
 
 } // namespace
 
-std::optional<TndsContent> parseTndsRequest(const QString &argument, QString &error)
+support::Expected<TndsContent, QString> parseTndsRequest(const QString &argument)
 {
-    if (!argument.startsWith(QLatin1String(listingName))) {
-        error = QStringLiteral("no listing %1").arg(argument);
-        return std::nullopt;
-    }
+    if (!argument.startsWith(QLatin1String(listingName)))
+        return support::Unexpected(QStringLiteral("no listing %1").arg(argument));
     const QString rest = argument.mid(static_cast<qsizetype>(sizeof listingName) - 1);
     if (rest.isEmpty())
         return everything;
     const QChar sign = rest.front();
-    if (sign != u'+' && sign != u'-') {
-        error = QStringLiteral("no listing %1").arg(argument);
-        return std::nullopt;
-    }
+    if (sign != u'+' && sign != u'-')
+        return support::Unexpected(QStringLiteral("no listing %1").arg(argument));
     TndsContent content = sign == u'+' ? TndsContent() : everything;
-    for (const QString &word : rest.mid(1).split(sign)) {
-        if (!apply(word, sign == u'+', content)) {
-            error = QStringLiteral("\"%1\" is no property of a serialised tree").arg(word);
-            return std::nullopt;
-        }
-    }
+    for (const QString &word : rest.mid(1).split(sign))
+        if (!apply(word, sign == u'+', content))
+            return support::Unexpected(
+                QStringLiteral("\"%1\" is no property of a serialised tree").arg(word));
     return content;
 }
 

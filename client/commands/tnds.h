@@ -1,6 +1,7 @@
 // A part of the management tree as one XML document: DM Tree and Description Serialization.
 #pragma once
 
+#include "expected.h"
 #include "management_tree.h"
 
 #include <QByteArray>
@@ -21,9 +22,8 @@ struct TndsContent {
 /// Reads the argument of a listing: "TNDS" for all of it (ACL, Format, Title, TStamp, Type, VerNo
 /// and Value), "TNDS+Value+ACL" for nothing else, "TNDS-Format" for all but that. Name and Size are
 /// there only when they are asked for.
-/// @return none for another listing, an unknown word, or plus and minus together, with the reason
-///         in error
-std::optional<TndsContent> parseTndsRequest(const QString &argument, QString &error);
+/// @return the reason for another listing, an unknown word, or plus and minus together
+support::Expected<TndsContent, QString> parseTndsRequest(const QString &argument);
 
 /// The document of a listing, UTF-8. A leaf that cannot be read has no value. A value that XML
 /// cannot carry is base64, and has the format b64. A node whose parent is not in the listing stands

@@ -9,6 +9,9 @@
 
 namespace client {
 
+using support::Expected;
+using support::Unexpected;
+
 namespace {
 
 struct ProfileRoot {
@@ -41,47 +44,53 @@ QString chosenProfileStore()
 
 } // namespace
 
-std::unique_ptr<DmDevice> DmDevice::open(const Options &options, QString &error)
+Expected<std::unique_ptr<DmDevice>, QString> DmDevice::open(const Options &options)
 {
     std::unique_ptr<DmDevice> device(new DmDevice(options));
-    device->m_state = StateDirectory::open(options.stateDirectory, error);
-    if (!device->m_state)
-        return nullptr;
+    auto state = StateDirectory::open(options.stateDirectory);
+    if (!state)
+        return Unexpected(state.error());
+    device->m_state = *std::move(state);
     device->m_accounts =
         AccountStore::load(device->m_state->clientFile(QStringLiteral("accounts.json")));
     return device;
 }
 
-bool DmDevice::mount(QString &error)
+Expected<void, QString> DmDevice::mount()
 {
     if (!m_options.profileBackend.isEmpty())
         qputenv(backendVariable, m_options.profileBackend.toUtf8());
-    QByteArray deviceId;
-    if (!readDeviceId(deviceId, error))
-        return false;
-    m_log = m_options.pluginMessagesToStandardError
-                ? PluginLog::toStandardError()
-                : PluginLog::toFile(m_state->clientFile(QStringLiteral("plugin.log")), error);
-    if (!m_log)
-        return false;
-    m_plugin = PluginHost::load(m_options.pluginFile, error);
-    if (!m_plugin)
-        return false;
-    m_tree = std::make_unique<ManagementTree>(hostInfo(deviceId));
+    const auto deviceId = readDeviceId();
+    if (!deviceId)
+        return Unexpected(deviceId.error());
+    if (m_options.pluginMessagesToStandardError) {
+        m_log = PluginLog::toStandardError();
+    } else {
+        auto log = PluginLog::toFile(m_state->clientFile(QStringLiteral("plugin.log")));
+        if (!log)
+            return Unexpected(log.error());
+        m_log = *std::move(log);
+    }
+    auto plugin = PluginHost::load(m_options.pluginFile);
+    if (!plugin)
+        return Unexpected(plugin.error());
+    m_plugin = *std::move(plugin);
+    m_tree = std::make_unique<ManagementTree>(hostInfo(*deviceId));
     m_tree->setProfileStore(chosenProfileStore());
-    if (!mountRoots(error))
-        return false;
+    if (auto mounted = mountRoots(); !mounted)
+        return mounted;
     loadProperties();
-    return true;
+    return {};
 }
 
-/// @return false when there is none and none could be made
-bool DmDevice::readDeviceId(QByteArray &id, QString &error)
+/// Fails when there is none and none could be made. With a damaged file the device has none.
+Expected<QByteArray, QString> DmDevice::readDeviceId()
 {
-    id = m_state->deviceId(error);
-    if (id.isEmpty() && QFile::exists(m_state->clientFile(QStringLiteral("device-id"))))
-        m_deviceIdDamage = error;
-    return !id.isEmpty() || !m_deviceIdDamage.isEmpty();
+    auto id = m_state->deviceId();
+    if (id || !QFile::exists(m_state->clientFile(QStringLiteral("device-id"))))
+        return id;
+    m_deviceIdDamage = id.error();
+    return QByteArray();
 }
 
 namespace {
@@ -93,21 +102,20 @@ NodeUri mountPoint(const char *root)
 
 } // namespace
 
-bool DmDevice::mountRoots(QString &error)
+Expected<void, QString> DmDevice::mountRoots()
 {
-    QString malformed;
     for (const ProfileRoot &root : mountOrder) {
-        const JemSmartPtr<DmtTree> tree = m_plugin->treeFor(root.uri, error);
+        const auto tree = m_plugin->treeFor(root.uri);
         if (!tree)
-            return false;
-        m_tree->mount(mountPoint(root.uri), tree,
-                      {.acl = *AccessControlList::parse(profileRootAcl, malformed),
-                       .profileAcl = *AccessControlList::parse(profileAcl, malformed),
+            return Unexpected(tree.error());
+        m_tree->mount(mountPoint(root.uri), *tree,
+                      {.acl = *AccessControlList::parse(profileRootAcl),
+                       .profileAcl = *AccessControlList::parse(profileAcl),
                        .profileNumbers = [&root] { return readProfileNumbers(root.mapping); }});
     }
     m_tree->mount(mountPoint(accountTreeRoot), accountTreeFor(Principal::anonymousServer()),
                   {.ownersTree = accountTreeFor(Principal::owner())});
-    return true;
+    return {};
 }
 
 JemSmartPtr<DmtTree> DmDevice::accountTreeFor(const Principal &user)
@@ -124,22 +132,28 @@ QString DmDevice::propertiesFile() const
 
 void DmDevice::loadProperties()
 {
-    auto properties =
-        PropertyStore::load(propertiesFile(), m_tree->profileNumbers(), m_propertiesDamage);
-    if (properties)
-        m_tree->setProperties(std::move(*properties));
-    else
+    auto properties = PropertyStore::load(propertiesFile(), m_tree->profileNumbers());
+    if (properties) {
+        m_tree->setProperties(*std::move(properties));
+    } else {
+        m_propertiesDamage = properties.error();
         m_tree->losePropertiesFor(m_propertiesDamage);
+    }
 }
 
-bool DmDevice::saveProperties(QString &error)
+Expected<void, QString> DmDevice::saveProperties()
 {
-    if (!m_tree)
-        return true;
-    if (m_propertiesDamage.isEmpty())
-        return m_tree->saveProperties(propertiesFile(), error);
-    error = QStringLiteral("nothing is written to a damaged file: %1").arg(m_propertiesDamage);
-    return !m_tree->properties().isChanged();
+    const bool hasNothingToSave =
+        !m_tree || (!m_propertiesDamage.isEmpty() && !m_tree->properties().isChanged());
+    return hasNothingToSave ? Expected<void, QString>() : writeProperties();
+}
+
+Expected<void, QString> DmDevice::writeProperties()
+{
+    if (!m_propertiesDamage.isEmpty())
+        return Unexpected(
+            QStringLiteral("nothing is written to a damaged file: %1").arg(m_propertiesDamage));
+    return m_tree->saveProperties(propertiesFile());
 }
 
 // ---- Damage --------------------------------------------------------------------------------------
@@ -196,19 +210,20 @@ QString DmDevice::reasonAgainstServers() const
 
 // ---- Accounts ------------------------------------------------------------------------------------
 
-bool DmDevice::putAccount(const QString &name, const Account &account, QString &error)
+Expected<void, QString> DmDevice::putAccount(const QString &name, const Account &account)
 {
     const Account *const stored = m_accounts->find(name);
     const QByteArray before = stored ? stored->serverId : QByteArray();
-    if (!stored && !forget(name, {}, error))
-        return false;
-    if (!m_accounts->put(name, account, error))
-        return false;
+    if (!stored)
+        if (auto forgotten = forget(name, {}); !forgotten)
+            return forgotten;
+    if (auto kept = m_accounts->put(name, account); !kept)
+        return kept;
     showAccounts();
-    return hasAccountOf(before) || forget({}, before, error);
+    return hasAccountOf(before) ? Expected<void, QString>() : forget({}, before);
 }
 
-bool DmDevice::removeAccount(const QString &name, QString &error)
+Expected<void, QString> DmDevice::removeAccount(const QString &name)
 {
     const Account *const stored = m_accounts->find(name);
     const auto damaged = m_accounts->damagedAccounts().find(name);
@@ -216,10 +231,10 @@ bool DmDevice::removeAccount(const QString &name, QString &error)
                               : damaged != m_accounts->damagedAccounts().end()
                                   ? damaged->second.serverId
                                   : QByteArray();
-    if (!m_accounts->remove(name, error))
-        return false;
+    if (auto removed = m_accounts->remove(name); !removed)
+        return removed;
     showAccounts();
-    return forget(name, hasAccountOf(before) ? QByteArray() : before, error);
+    return forget(name, hasAccountOf(before) ? QByteArray() : before);
 }
 
 bool DmDevice::hasAccountOf(const QByteArray &serverId) const
@@ -230,20 +245,18 @@ bool DmDevice::hasAccountOf(const QByteArray &serverId) const
            });
 }
 
-bool DmDevice::forget(const QString &account, const QByteArray &serverId, QString &error)
+Expected<void, QString> DmDevice::forget(const QString &account, const QByteArray &serverId)
 {
     if (m_tree) {
         if (!serverId.isEmpty())
             m_tree->forgetServer(serverId);
-        const bool isSaved = saveProperties(error);
-        return isSaved && m_propertiesDamage.isEmpty();
+        return writeProperties();
     }
-    QString malformed;
     std::optional<NodeUri> node;
     if (!account.isEmpty())
         node = mountPoint(accountTreeRoot).child(account.toUtf8());
     return PropertyStore::forgetInFile(propertiesFile(), node, serverId,
-                                       *AccessControlList::parse(factoryRootAcl, malformed), error);
+                                       *AccessControlList::parse(factoryRootAcl));
 }
 
 /// Has the tree show the accounts as they are now.

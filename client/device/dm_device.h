@@ -3,6 +3,7 @@
 #pragma once
 
 #include "accounts.h"
+#include "expected.h"
 #include "management_tree.h"
 #include "plugin_host.h"
 #include "plugin_log.h"
@@ -28,12 +29,12 @@ public:
     };
 
     /// Opens the state directory and reads the accounts.
-    /// @return null on failure, with a sentence that says what cannot be used and why in error
-    static std::unique_ptr<DmDevice> open(const Options &options, QString &error);
+    /// @return never null; the error is a sentence that says what cannot be used and why
+    static support::Expected<std::unique_ptr<DmDevice>, QString> open(const Options &options);
 
     /// Loads the plug-in, mounts its roots afresh and reads the properties.
-    /// @return false on failure, as open
-    bool mount(QString &error);
+    /// Fails as open does.
+    support::Expected<void, QString> mount();
 
     /// What is wrong with state files, a sentence each with the file, the place, and how to go on.
     QStringList damage() const;
@@ -50,22 +51,23 @@ public:
     AccountStore &accounts() { return *m_accounts; }
     /// Each keeps or takes away an account as the store does. A server that no account is of any
     /// more loses every right, and an account that is new has nothing of one that had its name.
-    bool putAccount(const QString &name, const Account &account, QString &error);
-    bool removeAccount(const QString &name, QString &error);
+    support::Expected<void, QString> putAccount(const QString &name, const Account &account);
+    support::Expected<void, QString> removeAccount(const QString &name);
 
     /// Keeps the properties of the nodes for the next run, as far as they have changed.
-    bool saveProperties(QString &error);
+    support::Expected<void, QString> saveProperties();
 
 private:
     explicit DmDevice(Options options) : m_options(std::move(options)) {}
 
-    bool readDeviceId(QByteArray &id, QString &error);
-    bool mountRoots(QString &error);
+    support::Expected<QByteArray, QString> readDeviceId();
+    support::Expected<void, QString> mountRoots();
     void loadProperties();
+    support::Expected<void, QString> writeProperties();
     QString propertiesFile() const;
     /// Takes the rights of a server that has no account any more, and what the account's nodes
     /// have.
-    bool forget(const QString &account, const QByteArray &serverId, QString &error);
+    support::Expected<void, QString> forget(const QString &account, const QByteArray &serverId);
     bool hasAccountOf(const QByteArray &serverId) const;
     JemSmartPtr<DmtTree> accountTreeFor(const Principal &user);
     void showAccounts();

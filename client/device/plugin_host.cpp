@@ -6,6 +6,9 @@
 
 namespace client {
 
+using support::Expected;
+using support::Unexpected;
+
 namespace {
 
 template <class Function>
@@ -16,19 +19,17 @@ Function *symbol(void *library, const char *name)
 
 } // namespace
 
-std::unique_ptr<PluginHost> PluginHost::load(const QString &file, QString &error)
+Expected<std::unique_ptr<PluginHost>, QString> PluginHost::load(const QString &file)
 {
     // Everything is bound now: a plug-in with an undefined symbol is refused here, and does not end
     // the program later in the middle of a command.
     void *const library = dlopen(QFile::encodeName(file).constData(), RTLD_NOW | RTLD_LOCAL);
-    if (!library) {
-        error = QStringLiteral("cannot load the plug-in %1: %2")
-                    .arg(file, QString::fromLocal8Bit(dlerror()));
-        return nullptr;
-    }
+    if (!library)
+        return Unexpected(QStringLiteral("cannot load the plug-in %1: %2")
+                              .arg(file, QString::fromLocal8Bit(dlerror())));
     std::unique_ptr<PluginHost> plugin(new PluginHost(file, library));
-    if (!plugin->bindExports(error))
-        return nullptr;
+    if (const auto bound = plugin->bindExports(); !bound)
+        return Unexpected(bound.error());
     return plugin;
 }
 
@@ -39,7 +40,7 @@ PluginHost::~PluginHost()
     dlclose(m_library);
 }
 
-bool PluginHost::bindExports(QString &error)
+Expected<void, QString> PluginHost::bindExports()
 {
     auto *const getVersion =
         symbol<DmtPluginGetApiVersion>(m_library, DMT_PLUGIN_API_VERSION_SYMBOL);
@@ -47,34 +48,30 @@ bool PluginHost::bindExports(QString &error)
     const char *const missing = !getVersion  ? DMT_PLUGIN_API_VERSION_SYMBOL
                                 : !m_getTree ? DMT_PLUGIN_TREE_SYMBOL
                                              : nullptr;
-    if (missing) {
-        error = QStringLiteral("%1 is no plug-in: it does not export %2")
-                    .arg(m_file, QString::fromLatin1(missing));
-        return false;
-    }
+    if (missing)
+        return Unexpected(QStringLiteral("%1 is no plug-in: it does not export %2")
+                              .arg(m_file, QString::fromLatin1(missing)));
     const int version = getVersion();
-    if (version != DMT_PLUGIN_API_VERSION) {
-        error = QStringLiteral("the plug-in %1 has interface version 0x%2; this client needs 0x%3")
-                    .arg(m_file, QString::number(version, 16),
-                         QString::number(DMT_PLUGIN_API_VERSION, 16));
-        return false;
-    }
-    return true;
+    if (version != DMT_PLUGIN_API_VERSION)
+        return Unexpected(
+            QStringLiteral("the plug-in %1 has interface version 0x%2; this client needs 0x%3")
+                .arg(m_file, QString::number(version, 16),
+                     QString::number(DMT_PLUGIN_API_VERSION, 16)));
+    return {};
 }
 
-JemSmartPtr<DmtTree> PluginHost::treeFor(const QByteArray &root, QString &error) const
+Expected<JemSmartPtr<DmtTree>, QString> PluginHost::treeFor(const QByteArray &root) const
 {
     JemSmartPtr<DmtPluginTree> tree;
     const int status = m_getTree(root.constData(), nullptr, tree);
     if (status == DMT_OK && tree)
-        return tree;
-    error =
+        return JemSmartPtr<DmtTree>(tree);
+    return Unexpected(
         QStringLiteral("the plug-in %1 did not mount %2: %3")
             .arg(m_file, QString::fromUtf8(root),
                  status == DMT_FEATURE_NOT_SUPPORTED ? QStringLiteral("it does not serve this root")
                  : status == DMT_OK ? QStringLiteral("it reported success without a tree")
-                                    : QStringLiteral("status %1").arg(status));
-    return {};
+                                    : QStringLiteral("status %1").arg(status)));
 }
 
 } // namespace client

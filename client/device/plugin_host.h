@@ -2,6 +2,7 @@
 #pragma once
 
 #include "dmnative/dmt_plugin_api.h"
+#include "expected.h"
 
 #include <QString>
 #include <memory>
@@ -16,23 +17,22 @@ public:
     static constexpr char defaultFile[] = "libkubdmnapipluginlib.so.1";
 
     /// Loads a library with all its symbols bound, and checks its interface version and exports.
-    /// @param file   a path, or a bare name that is looked for in the library folders
-    /// @param error  receives a sentence that names the file and the reason
-    /// @return null on failure
-    static std::unique_ptr<PluginHost> load(const QString &file, QString &error);
+    /// @param file  a path, or a bare name that is looked for in the library folders
+    /// @return never null; the error is a sentence that names the file and the reason
+    static support::Expected<std::unique_ptr<PluginHost>, QString> load(const QString &file);
 
     ~PluginHost();
     PluginHost(const PluginHost &) = delete;
     PluginHost &operator=(const PluginHost &) = delete;
 
     /// Asks for the tree that serves a root.
-    /// @return null on failure, with the reason in error
-    JemSmartPtr<DmtTree> treeFor(const QByteArray &root, QString &error) const;
+    /// @return never null
+    support::Expected<JemSmartPtr<DmtTree>, QString> treeFor(const QByteArray &root) const;
 
 private:
     PluginHost(QString file, void *library);
 
-    bool bindExports(QString &error);
+    support::Expected<void, QString> bindExports();
 
     QString m_file;
     void *m_library;

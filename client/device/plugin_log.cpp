@@ -132,18 +132,18 @@ std::unique_ptr<PluginLog> PluginLog::toStandardError()
     return log;
 }
 
-std::unique_ptr<PluginLog> PluginLog::toFile(const QString &path, QString &error, long limitBytes)
+support::Expected<std::unique_ptr<PluginLog>, QString> PluginLog::toFile(const QString &path,
+                                                                         long limitBytes)
 {
     handset_state::Refusal refusal;
     auto file =
         std::make_unique<RotatingFile>(QFile::encodeName(path).toStdString(), limitBytes, refusal);
     std::unique_ptr<PluginLog> log(new PluginLog);
-    if (refusal || !log->open(std::move(file))) {
-        error = QStringLiteral("the plug-in's log: %1")
-                    .arg(QString::fromLocal8Bit(refusal ? refusal.text().c_str()
-                                                        : std::strerror(errno)));
-        return nullptr;
-    }
+    if (refusal || !log->open(std::move(file)))
+        return support::Unexpected(
+            QStringLiteral("the plug-in's log: %1")
+                .arg(QString::fromLocal8Bit(refusal ? refusal.text().c_str()
+                                                    : std::strerror(errno))));
     return log;
 }
 

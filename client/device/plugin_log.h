@@ -1,6 +1,8 @@
 // Where the messages of a loaded plug-in go.
 #pragma once
 
+#include "expected.h"
+
 #include <QString>
 #include <cstdio>
 #include <memory>
@@ -19,9 +21,9 @@ public:
     /// Appends the messages to a file, readable by its owner only: they name values that a server
     /// wrote. The file has the bytes of the messages, but that line breaks in one are \n and \r.
     /// Neither the file nor the one put aside grows past the limit by more than one message.
-    /// @return null when the file cannot be opened, with the reason in error
-    static std::unique_ptr<PluginLog> toFile(const QString &path, QString &error,
-                                             long limitBytes = defaultLimitBytes);
+    /// @return never null; the error says why the file cannot be opened
+    static support::Expected<std::unique_ptr<PluginLog>, QString>
+    toFile(const QString &path, long limitBytes = defaultLimitBytes);
 
     ~PluginLog();
     PluginLog(const PluginLog &) = delete;

@@ -16,6 +16,9 @@
 
 namespace client {
 
+using support::Expected;
+using support::Unexpected;
+
 namespace {
 
 constexpr char stateVariable[] = "KUB_STATE_DIR";
@@ -32,7 +35,7 @@ QString StateDirectory::defaultPath()
     return QFile::decodeName(handset_state::location().c_str());
 }
 
-std::unique_ptr<StateDirectory> StateDirectory::open(const QString &path, QString &error)
+Expected<std::unique_ptr<StateDirectory>, QString> StateDirectory::open(const QString &path)
 {
     const std::string state = handset_state::absolutePath(QFile::encodeName(path).toStdString());
     const QString root = QFile::decodeName(state.c_str());
@@ -45,18 +48,14 @@ std::unique_ptr<StateDirectory> StateDirectory::open(const QString &path, QStrin
     handset_state::FileDescriptor lockFile;
     if (!refusal)
         lockFile = handset_state::openFile(clientFolder + "/lock", O_RDWR | O_CREAT, refusal);
-    if (refusal) {
-        error = QString::fromLocal8Bit(refusal.text().c_str());
-        return nullptr;
-    }
+    if (refusal)
+        return Unexpected(QString::fromLocal8Bit(refusal.text().c_str()));
     const QString clientPath = QFile::decodeName(clientFolder.c_str());
-    if (::flock(lockFile.get(), LOCK_EX | LOCK_NB) != 0) {
-        error =
+    if (::flock(lockFile.get(), LOCK_EX | LOCK_NB) != 0)
+        return Unexpected(
             errno == EWOULDBLOCK
                 ? QStringLiteral("another DM client is using the state directory %1").arg(root)
-                : QStringLiteral("cannot lock %1/lock: %2").arg(clientPath, systemReason(errno));
-        return nullptr;
-    }
+                : QStringLiteral("cannot lock %1/lock: %2").arg(clientPath, systemReason(errno)));
     qputenv(stateVariable, state.c_str());
     return std::unique_ptr<StateDirectory>(new StateDirectory(clientPath, std::move(lockFile)));
 }
@@ -91,31 +90,26 @@ std::optional<QByteArray> deviceIdIn(QByteArray content)
 
 } // namespace
 
-QByteArray StateDirectory::deviceId(QString &error) const
+Expected<QByteArray, QString> StateDirectory::deviceId() const
 {
     constexpr qsizetype lineBreak = 2;
     const support::PrivateFile file(clientFile(QStringLiteral("device-id")),
                                     longestDeviceId + lineBreak);
-    QByteArray id;
-    switch (file.read(id, error)) {
-    case support::PrivateFile::Reading::Failed:
-        return {};
-    case support::PrivateFile::Reading::Done: {
-        const auto found = deviceIdIn(id);
-        if (!found)
-            error =
-                QStringLiteral("%1 does not hold a device identifier, one line of 1 to %2 bytes "
-                               "of UTF-8 without control characters")
-                    .arg(file.path())
-                    .arg(longestDeviceId);
-        return found.value_or(QByteArray());
+    const auto stored = file.read();
+    if (!stored)
+        return Unexpected(stored.error());
+    if (*stored) {
+        if (auto id = deviceIdIn(**stored))
+            return *std::move(id);
+        return Unexpected(
+            QStringLiteral("%1 does not hold a device identifier, one line of 1 to %2 bytes "
+                           "of UTF-8 without control characters")
+                .arg(file.path())
+                .arg(longestDeviceId));
     }
-    case support::PrivateFile::Reading::Missing:
-        break;
-    }
-    id = "urn:uuid:" + QUuid::createUuid().toByteArray(QUuid::WithoutBraces);
-    if (!file.replace(id + '\n', error))
-        return {};
+    const QByteArray id = "urn:uuid:" + QUuid::createUuid().toByteArray(QUuid::WithoutBraces);
+    if (const auto written = file.replace(id + '\n'); !written)
+        return Unexpected(written.error());
     return id;
 }
 

@@ -1,6 +1,7 @@
 // The directory that holds the state of one simulated handset.
 #pragma once
 
+#include "expected.h"
 #include "file_descriptor.h"
 
 #include <QString>
@@ -19,15 +20,14 @@ public:
     /// to, takes the lock, and sets KUB_STATE_DIR so that the libraries beneath a plug-in use the
     /// same directory. Call it before any of them is loaded.
     /// @param path  a relative one is beneath the working directory
-    /// @return null on failure, with a sentence that names the path and the reason in error
-    static std::unique_ptr<StateDirectory> open(const QString &path, QString &error);
+    /// @return never null; the error is a sentence that names the path and the reason
+    static support::Expected<std::unique_ptr<StateDirectory>, QString> open(const QString &path);
 
     /// Path of a file of the client in this directory.
     QString clientFile(const QString &name) const;
 
     /// The device's identifier, a URN: read from the file device-id, which is written at first use.
-    /// @return empty on failure, with the reason in error
-    QByteArray deviceId(QString &error) const;
+    support::Expected<QByteArray, QString> deviceId() const;
 
 private:
     StateDirectory(QString clientPath, handset_state::FileDescriptor lockFile);

@@ -11,6 +11,9 @@ namespace client {
 
 namespace {
 
+using support::Expected;
+using support::Unexpected;
+
 // ---- Fields --------------------------------------------------------------------------------------
 
 constexpr const char *marks[] = {"fatal",         "critical", "minor",        "warning",
@@ -18,49 +21,47 @@ constexpr const char *marks[] = {"fatal",         "critical", "minor",        "w
 /// Formats of a text that can be typed.
 constexpr const char *formats[] = {"chr", "int", "bool", "b64", "xml"};
 
-bool isOneOf(const QString &word, const auto &words)
-{
-    return std::ranges::any_of(words,
-                               [&word](const char *known) { return word == QLatin1String(known); });
-}
-
-QString oneOf(const auto &words)
+Expected<void, QString> checkOneOf(const QString &word, const auto &words)
 {
     QStringList texts;
-    for (const char *const word : words)
-        texts += QString::fromLatin1(word);
-    return QStringLiteral("is not one of %1").arg(texts.join(QStringLiteral(", ")));
+    for (const char *const known : words)
+        texts += QString::fromLatin1(known);
+    if (!texts.contains(word))
+        return Unexpected(QStringLiteral("is not one of %1").arg(texts.join(QStringLiteral(", "))));
+    return {};
 }
 
 struct Field {
     const char *name;
-    /// @return what is wrong with the value; null when nothing is
-    QString (*set)(ClientEvent &event, const QString &value);
+    /// The error is the rest of a sentence that begins with the value.
+    Expected<void, QString> (*set)(ClientEvent &event, const QString &value);
 };
 
 constexpr Field fields[] = {
     {"mark",
-     [](ClientEvent &event, const QString &value) {
+     [](ClientEvent &event, const QString &value) -> Expected<void, QString> {
          event.mark = value;
-         return isOneOf(value, marks) ? QString() : oneOf(marks);
+         return checkOneOf(value, marks);
      }},
     {"format",
-     [](ClientEvent &event, const QString &value) {
+     [](ClientEvent &event, const QString &value) -> Expected<void, QString> {
          event.format = value;
-         return isOneOf(value, formats) ? QString() : oneOf(formats);
+         return checkOneOf(value, formats);
      }},
     {"source",
-     [](ClientEvent &event, const QString &value) {
+     [](ClientEvent &event, const QString &value) -> Expected<void, QString> {
          event.source = value;
          const Result<Address> address = parseAddress(value, UriLimits());
-         return address && address->query == Address::Query::None
-                    ? QString()
-                    : QStringLiteral("is not the URI of a node");
+         if (!address || address->query != Address::Query::None)
+             return Unexpected(QStringLiteral("is not the URI of a node"));
+         return {};
      }},
     {"correlator",
-     [](ClientEvent &event, const QString &value) {
+     [](ClientEvent &event, const QString &value) -> Expected<void, QString> {
          event.correlator = value;
-         return value.isEmpty() ? QStringLiteral("is empty") : QString();
+         if (value.isEmpty())
+             return Unexpected(QStringLiteral("is empty"));
+         return {};
      }},
 };
 
@@ -98,57 +99,51 @@ bool takeTypeAndText(const QString &text, ClientEvent &event)
 }
 
 /// Takes "FIELD=VALUE ".
-bool takeField(QStringView &text, ClientEvent &event, QString &error)
+Expected<void, QString> takeField(QStringView &text, ClientEvent &event)
 {
     const qsizetype end = text.indexOf(u' ');
     const QString word = text.first(end < 0 ? text.size() : end).toString();
     const QString name = word.section(u'=', 0, 0);
     const auto *const field = std::ranges::find_if(
         fields, [&name](const Field &row) { return name == QLatin1String(row.name); });
-    if (field == std::end(fields) || !word.contains(u'=')) {
-        error = QStringLiteral("\"%1\" is neither mark=, source=, format= or correlator= nor the "
-                               "beginning of Content-Type: or Reversed-Domain-Name:")
-                    .arg(word);
-        return false;
-    }
+    if (field == std::end(fields) || !word.contains(u'='))
+        return Unexpected(
+            QStringLiteral("\"%1\" is neither mark=, source=, format= or correlator= nor the "
+                           "beginning of Content-Type: or Reversed-Domain-Name:")
+                .arg(word));
     const QString value = word.section(u'=', 1);
-    if (const QString problem = field->set(event, value); !problem.isNull()) {
-        error = QStringLiteral("%1 \"%2\" %3").arg(name, value, problem);
-        return false;
-    }
+    if (const auto set = field->set(event, value); !set)
+        return Unexpected(QStringLiteral("%1 \"%2\" %3").arg(name, value, set.error()));
     text = text.sliced(word.size()).trimmed();
-    return true;
+    return {};
 }
 
 } // namespace
 
-std::optional<ClientEvent> parseClientEvent(const QString &text, QString &error)
+Expected<ClientEvent, QString> parseClientEvent(const QString &text)
 {
     ClientEvent event;
-    if (takeTypeAndText(text, event))
-        return event;
-    error = QStringLiteral("is not TYPE=TEXT");
-    return std::nullopt;
+    if (!takeTypeAndText(text, event))
+        return Unexpected(QStringLiteral("is not TYPE=TEXT"));
+    return event;
 }
 
-std::optional<ClientEvent> parseGenericAlert(const QString &text, QString &error)
+Expected<ClientEvent, QString> parseGenericAlert(const QString &text)
 {
     ClientEvent event;
     event.code = AlertCode::GenericAlert;
     QStringView rest = QStringView(text).trimmed();
     while (!rest.isEmpty() && !beginsWithType(rest))
-        if (!takeField(rest, event, error))
-            return std::nullopt;
+        if (const auto taken = takeField(rest, event); !taken)
+            return Unexpected(taken.error());
     if (!takeTypeAndText(rest.toString(), event))
-        error = QStringLiteral("there is no TYPE=TEXT");
-    else if (!isAlertType(event.type))
-        error = QStringLiteral("the type is written as Content-Type: text/plain or "
-                               "Reversed-Domain-Name: org.example.event");
-    else if (!fitsFormat(event))
-        error = QStringLiteral("the text is not of the format %1").arg(event.format);
-    else
-        return event;
-    return std::nullopt;
+        return Unexpected(QStringLiteral("there is no TYPE=TEXT"));
+    if (!isAlertType(event.type))
+        return Unexpected(QStringLiteral("the type is written as Content-Type: text/plain or "
+                                         "Reversed-Domain-Name: org.example.event"));
+    if (!fitsFormat(event))
+        return Unexpected(QStringLiteral("the text is not of the format %1").arg(event.format));
+    return event;
 }
 
 } // namespace client

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "alerts.h"
+#include "expected.h"
 
 #include <QByteArray>
 #include <QString>
@@ -22,13 +23,13 @@ struct ClientEvent {
 };
 
 /// Reads "TYPE=TEXT". TYPE ends at the first equals sign.
-/// @return none with what is wrong in error
-std::optional<ClientEvent> parseClientEvent(const QString &text, QString &error);
+/// @return what is wrong with another text
+support::Expected<ClientEvent, QString> parseClientEvent(const QString &text);
 
 /// Reads "[FIELD=VALUE ...] TYPE=TEXT", as in "mark=critical source=./DevInfo
 /// Reversed-Domain-Name: org.example.event=1". The fields are mark, source, format and correlator;
 /// their values have no blanks. TEXT fits the format.
-/// @return none with what is wrong in error
-std::optional<ClientEvent> parseGenericAlert(const QString &text, QString &error);
+/// @return what is wrong with another text
+support::Expected<ClientEvent, QString> parseGenericAlert(const QString &text);
 
 } // namespace client

@@ -2,6 +2,8 @@
 
 namespace client {
 
+using support::Expected;
+using support::Unexpected;
 using syncml::Command;
 using syncml::CommandKind;
 using syncml::SyncHdr;
@@ -34,21 +36,21 @@ std::optional<QByteArray> ClientProver::hmacHeader(const QByteArray &body) const
 namespace {
 
 /// A nonce is kept for the next session, so it has to be one that can be read again.
-bool hasUsableNonce(const Command &headerStatus, QString &reason)
+Expected<void, QString> checkNonce(const Command &headerStatus)
 {
     const auto challenge = headerStatus.chal ? readChal(*headerStatus.chal) : std::nullopt;
     const qsizetype size = challenge && challenge->nonce ? challenge->nonce->size() : 0;
     if (size > largestNonce)
-        reason = QStringLiteral("the server's nonce has %1 bytes, which is more than %2")
-                     .arg(size)
-                     .arg(largestNonce);
-    return size <= largestNonce;
+        return Unexpected(QStringLiteral("the server's nonce has %1 bytes, which is more than %2")
+                              .arg(size)
+                              .arg(largestNonce));
+    return {};
 }
 
 } // namespace
 
-ClientProver::Verdict ClientProver::read(const syncml::Message &message, ServerTrust trust,
-                                         QString &reason)
+Expected<ClientProver::Verdict, QString> ClientProver::read(const syncml::Message &message,
+                                                            ServerTrust trust)
 {
     const bool hadHmac = hasProvedByHmac();
     m_hasNewNonce = false;
@@ -56,44 +58,41 @@ ClientProver::Verdict ClientProver::read(const syncml::Message &message, ServerT
     for (const Command &command : message.commands) {
         if (command.kind != CommandKind::Status || command.cmd != u"SyncHdr")
             continue;
-        const Verdict one = readStatus(command, trust, reason);
-        if (one == Verdict::Refused)
+        const auto one = readStatus(command, trust);
+        if (!one)
             return one;
-        if (one == Verdict::Challenged)
-            verdict = one;
+        if (*one == Verdict::Challenged)
+            verdict = *one;
     }
-    if (hadHmac && !m_hasNewNonce) {
-        reason = QStringLiteral("the server gives no nonce for the next HMAC proof");
-        return Verdict::Refused;
-    }
+    if (hadHmac && !m_hasNewNonce)
+        return Unexpected(QStringLiteral("the server gives no nonce for the next HMAC proof"));
     return verdict;
 }
 
-ClientProver::Verdict ClientProver::readStatus(const Command &headerStatus, ServerTrust trust,
-                                               QString &reason)
+Expected<ClientProver::Verdict, QString> ClientProver::readStatus(const Command &headerStatus,
+                                                                  ServerTrust trust)
 {
-    if (!hasUsableNonce(headerStatus, reason))
-        return Verdict::Refused;
+    if (const auto nonce = checkNonce(headerStatus); !nonce)
+        return Unexpected(nonce.error());
     const QByteArray text = headerStatus.data.value_or(QByteArray());
     const auto status = parseStatus(text);
-    if (!status) {
-        reason = QStringLiteral("the server's status of the header, \"%1\", is not a status")
-                     .arg(QString::fromUtf8(text.left(80)));
-        return Verdict::Refused;
-    }
+    if (!status)
+        return Unexpected(
+            QStringLiteral("the server's status of the header, \"%1\", is not a status")
+                .arg(QString::fromUtf8(text.left(80))));
     if (isChallenge(*status))
-        return takeChallenge(headerStatus, trust, reason);
+        return takeChallenge(headerStatus, trust);
     const bool isUnproved = trust == ServerTrust::Unproved;
     if (isRefusal(*status)) {
-        reason = QStringLiteral("the server refuses the session with %1").arg(describe(*status));
-        return isUnproved ? Verdict::Accepted : Verdict::Refused;
+        if (isUnproved)
+            return Verdict::Accepted;
+        return Unexpected(
+            QStringLiteral("the server refuses the session with %1").arg(describe(*status)));
     }
-    if (status == DmStatus::Authenticated && hasProvedByHmac()) {
-        reason =
+    if (status == DmStatus::Authenticated && hasProvedByHmac())
+        return Unexpected(
             QStringLiteral("the server takes one HMAC proof for the whole session (212), which "
-                           "would leave the next messages without");
-        return Verdict::Refused;
-    }
+                           "would leave the next messages without"));
     if (!isUnproved)
         m_failures = 0;
     if (status == DmStatus::Authenticated)
@@ -104,8 +103,8 @@ ClientProver::Verdict ClientProver::readStatus(const Command &headerStatus, Serv
     return Verdict::Accepted;
 }
 
-ClientProver::Verdict ClientProver::takeChallenge(const Command &headerStatus, ServerTrust trust,
-                                                  QString &reason)
+Expected<ClientProver::Verdict, QString> ClientProver::takeChallenge(const Command &headerStatus,
+                                                                     ServerTrust trust)
 {
     // One for a stale nonce, one for the fresh one of the challenge.
     constexpr int mostFailures = 2;
@@ -113,28 +112,21 @@ ClientProver::Verdict ClientProver::takeChallenge(const Command &headerStatus, S
     m_isAcceptedForSession = false;
     if (m_hasProved)
         ++m_failures;
-    if (!headerStatus.chal) {
-        reason = QStringLiteral("the server refuses the client and does not say what it asks for");
-        return Verdict::Refused;
-    }
+    if (!headerStatus.chal)
+        return Unexpected(
+            QStringLiteral("the server refuses the client and does not say what it asks for"));
     const auto challenge = readChal(*headerStatus.chal);
-    if (!challenge) {
-        reason = QStringLiteral("the server asks for credentials of the unknown type %1")
-                     .arg(headerStatus.chal->meta.type.value_or(QString()));
-        return Verdict::Refused;
-    }
-    if (!mayProveBy(challenge->type, reason))
-        return Verdict::Refused;
+    if (!challenge)
+        return Unexpected(QStringLiteral("the server asks for credentials of the unknown type %1")
+                              .arg(headerStatus.chal->meta.type.value_or(QString())));
+    if (const auto may = mayProveBy(challenge->type); !may)
+        return Unexpected(may.error());
     // The same name and password would be refused again.
     const bool isRepetition = m_hasProved && m_type == AuthType::Basic && challenge->type == m_type;
-    if (isRepetition || m_failures >= mostFailures) {
-        reason = QStringLiteral("the server does not accept the client's credentials");
-        return Verdict::Refused;
-    }
-    if (challenge->type == AuthType::Hmac && !isOfUse(*challenge, AuthType::Hmac)) {
-        reason = QStringLiteral("the server asks for an HMAC proof without a new nonce");
-        return Verdict::Refused;
-    }
+    if (isRepetition || m_failures >= mostFailures)
+        return Unexpected(QStringLiteral("the server does not accept the client's credentials"));
+    if (challenge->type == AuthType::Hmac && !isOfUse(*challenge, AuthType::Hmac))
+        return Unexpected(QStringLiteral("the server asks for an HMAC proof without a new nonce"));
     m_type = challenge->type;
     takeNonce(challenge->nonce.value_or(m_nonce.value_or(QByteArray())),
               trust == ServerTrust::Proved);
@@ -156,26 +148,23 @@ void ClientProver::takeNonce(const QByteArray &nonce, bool keep)
         m_keptNonce = nonce;
 }
 
-bool ClientProver::mayProveBy(AuthType type, QString &reason) const
+Expected<void, QString> ClientProver::mayProveBy(AuthType type) const
 {
-    if (m_type == AuthType::None) {
-        reason = QStringLiteral("the server asks for credentials (%1) and there are none to give")
-                     .arg(wireName(type));
-        return false;
-    }
+    if (m_type == AuthType::None)
+        return Unexpected(
+            QStringLiteral("the server asks for credentials (%1) and there are none to give")
+                .arg(wireName(type)));
     // Whoever stands between the two could ask for the password itself in the server's name.
-    if (type == AuthType::Basic && m_type != AuthType::Basic) {
-        reason = QStringLiteral("the server asks for the password itself (%1), which the account "
-                                "gives away as a digest only")
-                     .arg(wireName(type));
-        return false;
-    }
-    if (type < m_type) {
-        reason = QStringLiteral("the server asks for a weaker proof (%1) than it should get (%2)")
-                     .arg(wireName(type), wireName(m_type));
-        return false;
-    }
-    return true;
+    if (type == AuthType::Basic && m_type != AuthType::Basic)
+        return Unexpected(
+            QStringLiteral("the server asks for the password itself (%1), which the account "
+                           "gives away as a digest only")
+                .arg(wireName(type)));
+    if (type < m_type)
+        return Unexpected(
+            QStringLiteral("the server asks for a weaker proof (%1) than it should get (%2)")
+                .arg(wireName(type), wireName(m_type)));
+    return {};
 }
 
 } // namespace client

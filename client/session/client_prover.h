@@ -2,6 +2,7 @@
 #pragma once
 
 #include "credentials.h"
+#include "expected.h"
 #include "message.h"
 #include "server_verifier.h"
 
@@ -25,7 +26,6 @@ public:
     enum class Verdict {
         Accepted,   ///< or not asked for
         Challenged, ///< the first package has to be sent again
-        Refused,    ///< there is no way to go on
     };
     /// Reads what a message of the server says about the header of the last message.
     ///
@@ -35,19 +35,21 @@ public:
     /// the session. No challenge is answered with a weaker kind of proof than the account's, or
     /// than the session has seen; and once HMAC is used, each message has to bring a nonce for the
     /// next HMAC proof, one that the session has not used.
-    /// @param reason  receives why there is no way to go on
-    Verdict read(const syncml::Message &message, ServerTrust trust, QString &reason);
+    /// @return why there is no way to go on, if that is so
+    support::Expected<Verdict, QString> read(const syncml::Message &message, ServerTrust trust);
 
     /// Nonce for the next session.
     const std::optional<QByteArray> &keptNonce() const { return m_keptNonce; }
 
 private:
-    Verdict readStatus(const syncml::Command &headerStatus, ServerTrust trust, QString &reason);
-    Verdict takeChallenge(const syncml::Command &headerStatus, ServerTrust trust, QString &reason);
+    support::Expected<Verdict, QString> readStatus(const syncml::Command &headerStatus,
+                                                   ServerTrust trust);
+    support::Expected<Verdict, QString> takeChallenge(const syncml::Command &headerStatus,
+                                                      ServerTrust trust);
     /// Whether a challenge brings a nonce for the next proof of that type.
     bool isOfUse(const Challenge &next, AuthType type) const;
     void takeNonce(const QByteArray &nonce, bool keep);
-    bool mayProveBy(AuthType type, QString &reason) const;
+    support::Expected<void, QString> mayProveBy(AuthType type) const;
     bool hasProvedByHmac() const { return m_hasProved && m_type == AuthType::Hmac; }
 
     const Identity m_identity;

@@ -37,23 +37,21 @@ support::Unexpected<TransportError> problem(const QUrl &url, const QString &what
 
 } // namespace
 
-std::unique_ptr<HttpTransport> HttpTransport::create(const Options &options, QString &error)
+support::Expected<std::unique_ptr<HttpTransport>, QString>
+HttpTransport::create(const Options &options)
 {
     std::unique_ptr<HttpTransport> transport(new HttpTransport(options));
     transport->m_tls = QSslConfiguration::defaultConfiguration();
     transport->m_tls.setPeerVerifyMode(QSslSocket::VerifyPeer);
     if (!options.authoritiesFile.isEmpty()) {
         QFile file(options.authoritiesFile);
-        if (!file.open(QIODevice::ReadOnly)) {
-            error = QStringLiteral("cannot read %1: %2")
-                        .arg(options.authoritiesFile, file.errorString());
-            return nullptr;
-        }
+        if (!file.open(QIODevice::ReadOnly))
+            return support::Unexpected(QStringLiteral("cannot read %1: %2")
+                                           .arg(options.authoritiesFile, file.errorString()));
         const QList<QSslCertificate> authorities = QSslCertificate::fromDevice(&file, QSsl::Pem);
-        if (authorities.isEmpty()) {
-            error = QStringLiteral("%1 holds no PEM certificate").arg(options.authoritiesFile);
-            return nullptr;
-        }
+        if (authorities.isEmpty())
+            return support::Unexpected(
+                QStringLiteral("%1 holds no PEM certificate").arg(options.authoritiesFile));
         transport->m_tls.setCaCertificates(authorities);
     }
     return transport;

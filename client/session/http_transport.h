@@ -38,8 +38,9 @@ public:
         int interruptFile = -1; ///< stays readable from an interrupt on; -1: nobody interrupts
     };
 
-    /// @return null when the file of authorities cannot be used, with the reason in error
-    static std::unique_ptr<HttpTransport> create(const Options &options, QString &error);
+    /// @return never null; the error says why the file of authorities cannot be used
+    static support::Expected<std::unique_ptr<HttpTransport>, QString>
+    create(const Options &options);
 
     TransportResult exchange(const TransportRequest &request) override;
 

@@ -42,15 +42,13 @@ void finish(std::vector<Command> &commands, const QString &msgRef, syncml::Encod
 }
 
 /// What the server says about the header of the client's last message, which had no proof in it.
-/// @return why the session would end there; null when it would not
-QString refusalOfHeader(const Message &message, DmStatus headerOutcome)
+/// @return why the session would end there; none when it would not
+std::optional<QString> refusalOfHeader(const Message &message, DmStatus headerOutcome)
 {
     const ServerTrust trust =
         succeeded(headerOutcome) ? ServerTrust::NotAsked : ServerTrust::Unproved;
-    QString reason;
-    const bool isRefused =
-        ClientProver(Credentials()).read(message, trust, reason) == ClientProver::Verdict::Refused;
-    return isRefused ? reason : QString();
+    const auto verdict = ClientProver(Credentials()).read(message, trust);
+    return verdict ? std::nullopt : std::optional(verdict.error());
 }
 
 bool isRefusingStatus(const Command &command)
@@ -70,7 +68,7 @@ PackageAnswer answerPackage(const Message &request, ManagementTree &tree, syncml
         return answer;
     const DmStatus headerOutcome = statusOfHeader(request.header);
     answer.refusal = refusalOfHeader(request, headerOutcome);
-    if (!answer.refusal.isNull())
+    if (answer.refusal)
         return answer;
     std::vector<Command> answers = {headerStatus(request.header, headerOutcome)};
     SessionCommands commands(tree, principal, nullptr, {}, usualLargestObject);

@@ -14,8 +14,8 @@ struct PackageAnswer {
     /// session: it is over then.
     std::optional<syncml::Message> message;
     bool isAbortedByServer = false;
-    /// How the server refuses the header of the client's last message; null when it does not.
-    QString refusal;
+    /// How the server refuses the header of the client's last message; none when it does not.
+    std::optional<QString> refusal;
     /// Whether every status in it is a success.
     bool allSucceeded = true;
 };

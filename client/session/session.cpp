@@ -274,12 +274,13 @@ bool Session::keepNonces()
     if (nonces == m_keptNonces)
         return true;
     m_keptNonces = nonces;
-    QString error;
-    if (!m_options.keepNonces || m_options.keepNonces(nonces, error))
+    if (!m_options.keepNonces)
         return true;
+    const auto kept = m_options.keepNonces(nonces);
     // The two ends would go different ways if the session went on.
-    fail(QStringLiteral("the nonce of the next proof cannot be kept: %1").arg(error));
-    return false;
+    if (!kept)
+        fail(QStringLiteral("the nonce of the next proof cannot be kept: %1").arg(kept.error()));
+    return bool(kept);
 }
 
 /// Has the nonce of a proof dropped before anything of its message is done.
@@ -508,11 +509,10 @@ void Session::readLimits(const syncml::Meta &meta)
 bool Session::readHeaderStatus(const Message &message, bool isObeyed)
 {
     const ServerTrust trust = isObeyed ? m_verifier.trust() : ServerTrust::Unproved;
-    QString reason;
-    const ClientProver::Verdict verdict = m_prover.read(message, trust, reason);
-    m_isChallenged = verdict == ClientProver::Verdict::Challenged;
-    if (verdict == ClientProver::Verdict::Refused)
-        fail(reason);
+    const auto verdict = m_prover.read(message, trust);
+    m_isChallenged = verdict && *verdict == ClientProver::Verdict::Challenged;
+    if (!verdict)
+        fail(verdict.error());
     return m_isRunning && keepNonces();
 }
 

@@ -7,6 +7,7 @@
 #include "client_event.h"
 #include "client_prover.h"
 #include "codec.h"
+#include "expected.h"
 #include "server_verifier.h"
 #include "session_commands.h"
 #include "session_observer.h"
@@ -50,8 +51,8 @@ struct SessionOptions {
     std::function<bool()> isAbortRequested;
     /// Has to keep the nonces for the next session. Called with those that have changed as soon as
     /// the server gave one or has proved itself with one, and before a message goes out that gives
-    /// one to the server. False, with the reason in error, ends the session at once. May be empty.
-    std::function<bool(const Nonces &nonces, QString &error)> keepNonces;
+    /// one to the server. A failure ends the session at once. May be empty.
+    std::function<support::Expected<void, QString>(const Nonces &nonces)> keepNonces;
 };
 
 /// How a session ended.

@@ -254,23 +254,20 @@ bool asksForSecret(const Command &alert)
 
 } // namespace
 
-std::unique_ptr<TraceWriter> TraceWriter::open(const QString &file, QString &error)
+support::Expected<std::unique_ptr<TraceWriter>, QString> TraceWriter::open(const QString &file)
 {
     std::unique_ptr<TraceWriter> trace(new TraceWriter(file));
     if (file == u"-") {
         trace->m_file.setFileName(QStringLiteral("standard output"));
         if (trace->m_file.open(STDOUT_FILENO, QIODevice::WriteOnly))
             return trace;
-        error = trace->problem();
-        return nullptr;
+        return support::Unexpected(trace->problem());
     }
     // A file that is there keeps its permissions unless they are changed before the first byte; a
     // device is everybody's.
     if (!trace->m_file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
-        (QFileInfo(file).isFile() && !trace->m_file.setPermissions(ownerOnly))) {
-        error = trace->problem();
-        return nullptr;
-    }
+        (QFileInfo(file).isFile() && !trace->m_file.setPermissions(ownerOnly)))
+        return support::Unexpected(trace->problem());
     return trace;
 }
 
@@ -324,7 +321,7 @@ void TraceWriter::write(const QByteArray &text)
     const QByteArray harmless =
         QByteArray::fromStdString(foreign_text::printableLines(text.toStdString()));
     const bool isWritten = m_file.write(harmless) == harmless.size() && m_file.flush();
-    if (!isWritten && m_lossReason.isNull())
+    if (!isWritten && !m_lossReason)
         m_lossReason = problem();
 }
 

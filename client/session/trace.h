@@ -1,6 +1,7 @@
 // A session's messages, written down for people.
 #pragma once
 
+#include "expected.h"
 #include "session_observer.h"
 
 #include <QFile>
@@ -23,12 +24,12 @@ QByteArray readableMessage(const syncml::Message &message, const AlertIds &secre
 class TraceWriter final : public SessionObserver {
 public:
     /// Begins a file anew; "-" is standard output.
-    /// @return null when it cannot be written, with the reason in error
-    static std::unique_ptr<TraceWriter> open(const QString &file, QString &error);
+    /// @return never null; the error says why it cannot be written
+    static support::Expected<std::unique_ptr<TraceWriter>, QString> open(const QString &file);
 
     /// Why the file lacks something of what happened, such as "cannot write t: No space left on
-    /// device"; null when it lacks nothing.
-    const QString &lossReason() const { return m_lossReason; }
+    /// device"; none when it lacks nothing.
+    const std::optional<QString> &lossReason() const { return m_lossReason; }
 
     void messageSent(const TransportRequest &request, const syncml::Message &message) override;
     void messageReceived(const TransportResponse &response,
@@ -44,7 +45,7 @@ private:
     QString problem() const;
 
     QFile m_file;
-    QString m_lossReason;
+    std::optional<QString> m_lossReason;
     AlertIds m_secretQuestions;
 };
 

@@ -85,7 +85,7 @@ std::vector<QByteArray> withoutRepetitions(const QByteArrayList &servers)
 
 } // namespace
 
-std::optional<AccessControlList> AccessControlList::parse(const QByteArray &text, QString &error)
+support::Expected<AccessControlList, QString> AccessControlList::parse(const QByteArray &text)
 {
     AccessControlList list;
     const QByteArray trimmed = text.trimmed();
@@ -95,18 +95,16 @@ std::optional<AccessControlList> AccessControlList::parse(const QByteArray &text
     for (const QByteArray &entry : trimmed.split('&')) {
         const qsizetype equals = entry.indexOf('=');
         const auto right = rightNamed(entry.left(equals));
-        if (equals < 0 || !right) {
-            error = QStringLiteral("\"%1\" does not begin with Add=, Delete=, Exec=, Get= or "
-                                   "Replace=")
-                        .arg(shown(entry));
-            return std::nullopt;
-        }
+        if (equals < 0 || !right)
+            return support::Unexpected(
+                QStringLiteral("\"%1\" does not begin with Add=, Delete=, Exec=, Get= or "
+                               "Replace=")
+                    .arg(shown(entry)));
         for (const QByteArray &server : entry.mid(equals + 1).split('+')) {
-            if (server != everyServer && !isServerIdentifier(server)) {
-                error = QStringLiteral("\"%1\" in \"%2\" is no server identifier")
-                            .arg(shown(server), shown(entry));
-                return std::nullopt;
-            }
+            if (server != everyServer && !isServerIdentifier(server))
+                return support::Unexpected(
+                    QStringLiteral("\"%1\" in \"%2\" is no server identifier")
+                        .arg(shown(server), shown(entry)));
             servers[index(*right)].push_back(server);
         }
     }

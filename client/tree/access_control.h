@@ -1,6 +1,8 @@
 // Who may do what with a node: access control lists, and on whose behalf a command runs.
 #pragma once
 
+#include "expected.h"
+
 #include <QByteArray>
 #include <QString>
 #include <array>
@@ -56,9 +58,9 @@ public:
 
     /// Reads "Get=*&Replace=server1+server2". A right that is named twice is merged. White space
     /// around the whole text is ignored.
-    /// @return none for a malformed text, with what is wrong in error: an unknown right, a right
-    ///         without identifiers, or an identifier with characters that it cannot have
-    static std::optional<AccessControlList> parse(const QByteArray &text, QString &error);
+    /// @return what is wrong with a malformed text: an unknown right, a right without identifiers,
+    ///         or an identifier with characters that it cannot have
+    static support::Expected<AccessControlList, QString> parse(const QByteArray &text);
 
     bool isEmpty() const;
     bool permits(Right right, const Principal &principal) const;

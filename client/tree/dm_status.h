@@ -1,6 +1,8 @@
 // Status codes of DM commands, and how the client reports an outcome with its reason.
 #pragma once
 
+#include "expected.h"
+
 #include <QByteArray>
 #include <QString>
 #include <optional>
@@ -94,19 +96,15 @@ QString describe(const Outcome &outcome);
 
 /// A value, or the outcome that says why there is none.
 template <class T>
-class Result {
+class Result : public support::Expected<T, Outcome> {
+    using Base = support::Expected<T, Outcome>;
+
 public:
-    Result(T value) : m_value(std::move(value)) {}
-    Result(Outcome failure) : m_outcome(std::move(failure)) {}
+    Result(T value) : Base(std::move(value)) {}
+    Result(Outcome failure) : Base(support::Unexpected(std::move(failure))) {}
 
-    explicit operator bool() const { return m_value.has_value(); }
-    const Outcome &outcome() const { return m_outcome; }
-    const T &operator*() const { return *m_value; }
-    const T *operator->() const { return &*m_value; }
-
-private:
-    Outcome m_outcome;
-    std::optional<T> m_value;
+    /// 200 with a value.
+    Outcome outcome() const { return *this ? Outcome() : this->error(); }
 };
 
 } // namespace client

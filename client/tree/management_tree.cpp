@@ -263,15 +263,14 @@ void ManagementTree::setProperties(PropertyStore properties)
     m_properties = std::move(properties);
 }
 
-bool ManagementTree::saveProperties(const QString &file, QString &error)
+support::Expected<void, QString> ManagementTree::saveProperties(const QString &file)
 {
-    return m_properties.save(file, profileNumbers(), error);
+    return m_properties.save(file, profileNumbers());
 }
 
 void ManagementTree::forgetServer(const QByteArray &server)
 {
-    QString error;
-    m_properties.forgetServer(server, *AccessControlList::parse(factoryRootAcl, error));
+    m_properties.forgetServer(server, *AccessControlList::parse(factoryRootAcl));
 }
 
 // ---- Reading -------------------------------------------------------------------------------------
@@ -538,9 +537,8 @@ AccessControlList ManagementTree::ownAcl(const TreeNode &node) const
     DmtAttributes attributes;
     node.m_node->GetAttributes(attributes);
     // A malformed list of the tree's own says nothing, and the node inherits.
-    QString error;
-    return AccessControlList::parse(QByteArray(attributes.acl.text.text()), error)
-        .value_or(AccessControlList());
+    const auto own = AccessControlList::parse(QByteArray(attributes.acl.text.text()));
+    return own ? *own : AccessControlList();
 }
 
 std::optional<AccessControlList> ManagementTree::aclOfTwin(const NodeUri &uri) const
@@ -836,14 +834,13 @@ Outcome TreeView::replaceAcl(const TreeNode &node, const QByteArray &text)
         return right;
     if (text.size() > PropertyStore::longestAcl)
         return tooLong("an ACL", PropertyStore::longestAcl);
-    QString error;
-    const auto acl = AccessControlList::parse(text, error);
+    const auto acl = AccessControlList::parse(text);
     if (!acl)
-        return {DmStatus::CommandFailed, QStringLiteral("malformed ACL: %1").arg(error)};
+        return {DmStatus::CommandFailed, QStringLiteral("malformed ACL: %1").arg(acl.error())};
     if (node.uri().isRoot() && acl->isEmpty())
         return {DmStatus::CommandFailed, QStringLiteral("the root always has an ACL")};
     PropertyStore::Properties properties = m_tree->m_properties.get(node.uri());
-    properties.acl = acl;
+    properties.acl = *acl;
     return m_tree->keep(node.uri(), std::move(properties));
 }
 

@@ -5,6 +5,7 @@
 #include "access_control.h"
 #include "device_tree.h"
 #include "dmnative/dmt_tree.h"
+#include "expected.h"
 #include "node_description.h"
 #include "node_uri.h"
 #include "node_value.h"
@@ -107,8 +108,7 @@ public:
     /// Takes properties over, as far as their nodes exist.
     void setProperties(PropertyStore properties);
     /// Writes the properties to a file when they have changed.
-    /// @return false on failure, with the reason in error
-    bool saveProperties(const QString &file, QString &error);
+    support::Expected<void, QString> saveProperties(const QString &file);
     /// Says that the properties that were kept are lost. Reading or replacing one then ends with
     /// 510 and this reason; everything else goes on.
     void losePropertiesFor(const QString &reason) { m_propertiesFault = reason; }

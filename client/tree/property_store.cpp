@@ -145,63 +145,71 @@ void PropertyStore::forgetServer(const QByteArray &server, const AccessControlLi
 
 namespace {
 
-bool propertyFits(const QByteArray &bytes, qsizetype largest, QString &error)
+using support::Expected;
+using support::Unexpected;
+
+Expected<void, QString> propertyFits(const QByteArray &bytes, qsizetype largest)
 {
     if (bytes.size() > largest)
-        error = QStringLiteral("more than %1 bytes").arg(largest);
-    return bytes.size() <= largest;
+        return Unexpected(QStringLiteral("more than %1 bytes").arg(largest));
+    return {};
 }
 
 /// One property as the file names it.
 struct PropertyField {
     const char *name;
     QString (*get)(const PropertyStore::Properties &);
-    /// False, with what the text is not in error, for a text that the property cannot have.
-    bool (*set)(PropertyStore::Properties &, const QString &text, QString &error);
+    /// The error says what a text is not that the property cannot have.
+    Expected<void, QString> (*set)(PropertyStore::Properties &, const QString &text);
 };
 
 constexpr PropertyField propertyFields[] = {
     {"type", [](const PropertyStore::Properties &p) { return p.type; },
-     [](PropertyStore::Properties &p, const QString &text, QString &error) {
+     [](PropertyStore::Properties &p, const QString &text) -> Expected<void, QString> {
          p.type = text;
-         return propertyFits(text.toUtf8(), PropertyStore::longestType, error);
+         return propertyFits(text.toUtf8(), PropertyStore::longestType);
      }},
     {"title", [](const PropertyStore::Properties &p) { return QString::fromUtf8(p.title); },
-     [](PropertyStore::Properties &p, const QString &text, QString &error) {
+     [](PropertyStore::Properties &p, const QString &text) -> Expected<void, QString> {
          p.title = text.toUtf8();
-         return propertyFits(p.title, PropertyStore::longestTitle, error);
+         return propertyFits(p.title, PropertyStore::longestTitle);
      }},
     {"acl",
      [](const PropertyStore::Properties &p) {
          return p.acl ? QString::fromUtf8(p.acl->toText()) : QString();
      },
-     [](PropertyStore::Properties &p, const QString &text, QString &error) {
+     [](PropertyStore::Properties &p, const QString &text) -> Expected<void, QString> {
          const QByteArray bytes = text.toUtf8();
-         if (!propertyFits(bytes, PropertyStore::longestAcl, error))
-             return false;
-         p.acl = AccessControlList::parse(bytes, error);
-         return p.acl.has_value();
+         if (auto fits = propertyFits(bytes, PropertyStore::longestAcl); !fits)
+             return fits;
+         auto acl = AccessControlList::parse(bytes);
+         if (!acl)
+             return Unexpected(acl.error());
+         p.acl = *std::move(acl);
+         return {};
      }},
     {"changed",
      [](const PropertyStore::Properties &p) {
          return p.changed.isValid() ? p.changed.toString(Qt::ISODate) : QString();
      },
-     [](PropertyStore::Properties &p, const QString &text, QString &error) {
+     [](PropertyStore::Properties &p, const QString &text) -> Expected<void, QString> {
          p.changed = QDateTime::fromString(text, Qt::ISODate).toUTC();
-         error = QStringLiteral("\"%1\" is no time").arg(text);
-         return p.changed.isValid();
+         if (!p.changed.isValid())
+             return Unexpected(QStringLiteral("\"%1\" is no time").arg(text));
+         return {};
      }},
     {"version",
      [](const PropertyStore::Properties &p) {
          return p.version ? QString::number(p.version) : QString();
      },
-     [](PropertyStore::Properties &p, const QString &text, QString &error) {
+     [](PropertyStore::Properties &p, const QString &text) -> Expected<void, QString> {
          bool isNumber = false;
          p.version = text.toUShort(&isNumber, 10);
-         error = QStringLiteral("\"%1\" is no number from 0 to %2")
-                     .arg(text)
-                     .arg(std::numeric_limits<quint16>::max());
-         return isNumber;
+         if (!isNumber)
+             return Unexpected(QStringLiteral("\"%1\" is no number from 0 to %2")
+                                   .arg(text)
+                                   .arg(std::numeric_limits<quint16>::max()));
+         return {};
      }},
 };
 
@@ -218,22 +226,17 @@ QJsonObject toJson(const PropertyStore::Properties &properties)
     return object;
 }
 
-std::optional<PropertyStore::Properties> fromJson(const QJsonObject &object, QString &error)
+Expected<PropertyStore::Properties, QString> fromJson(const QJsonObject &object)
 {
     PropertyStore::Properties properties;
     for (auto entry = object.begin(); entry != object.end(); ++entry) {
         const auto *const field = std::find_if(
             std::begin(propertyFields), std::end(propertyFields),
             [&entry](const PropertyField &row) { return entry.key() == QLatin1String(row.name); });
-        if (field == std::end(propertyFields) || !entry.value().isString()) {
-            error = QStringLiteral("%1 is no property with a text").arg(entry.key());
-            return std::nullopt;
-        }
-        QString reason;
-        if (!field->set(properties, entry.value().toString(), reason)) {
-            error = QStringLiteral("%1: %2").arg(entry.key(), reason);
-            return std::nullopt;
-        }
+        if (field == std::end(propertyFields) || !entry.value().isString())
+            return Unexpected(QStringLiteral("%1 is no property with a text").arg(entry.key()));
+        if (const auto set = field->set(properties, entry.value().toString()); !set)
+            return Unexpected(QStringLiteral("%1: %2").arg(entry.key(), set.error()));
     }
     return properties;
 }
@@ -323,30 +326,24 @@ Key readKey(const QString &text, const PropertyStore::ProfileNumbers &numbers)
 
 } // namespace
 
-std::optional<PropertyStore> PropertyStore::load(const QString &file, const ProfileNumbers &numbers,
-                                                 QString &error)
+Expected<PropertyStore, QString> PropertyStore::load(const QString &file,
+                                                     const ProfileNumbers &numbers)
 {
     PropertyStore store;
-    QJsonObject nodes;
-    const support::PrivateFile::Reading reading =
-        support::PrivateFile(file, largestFile).readObject(nodes, error);
-    if (reading == support::PrivateFile::Reading::Missing)
-        return store;
-    if (reading == support::PrivateFile::Reading::Failed)
-        return std::nullopt;
+    const auto read = support::PrivateFile(file, largestFile).readObject();
+    if (!read)
+        return Unexpected(read.error());
+    const QJsonObject nodes = read->value_or(QJsonObject());
     bool isOutdated = false;
     for (auto entry = nodes.begin(); entry != nodes.end(); ++entry) {
         const Key key = readKey(entry.key(), numbers);
-        if (!key.isValid || !entry.value().isObject()) {
-            error = QStringLiteral("%1: %2 is no node with properties").arg(file, entry.key());
-            return std::nullopt;
-        }
-        QString reason;
-        const auto properties = fromJson(entry.value().toObject(), reason);
-        if (!properties) {
-            error = QStringLiteral("%1: %2: %3").arg(file, entry.key(), reason);
-            return std::nullopt;
-        }
+        if (!key.isValid || !entry.value().isObject())
+            return Unexpected(
+                QStringLiteral("%1: %2 is no node with properties").arg(file, entry.key()));
+        const auto properties = fromJson(entry.value().toObject());
+        if (!properties)
+            return Unexpected(
+                QStringLiteral("%1: %2: %3").arg(file, entry.key(), properties.error()));
         if (key.node)
             store.set(*key.node, *properties);
         else
@@ -357,32 +354,33 @@ std::optional<PropertyStore> PropertyStore::load(const QString &file, const Prof
     return store;
 }
 
-bool PropertyStore::forgetInFile(const QString &path, const std::optional<NodeUri> &node,
-                                 const QByteArray &server, const AccessControlList &rootAcl,
-                                 QString &error)
+Expected<void, QString> PropertyStore::forgetInFile(const QString &path,
+                                                    const std::optional<NodeUri> &node,
+                                                    const QByteArray &server,
+                                                    const AccessControlList &rootAcl)
 {
     const support::PrivateFile file(path, largestFile);
-    QJsonObject nodes;
-    const support::PrivateFile::Reading reading = file.readObject(nodes, error);
-    if (reading != support::PrivateFile::Reading::Done)
-        return reading == support::PrivateFile::Reading::Missing;
+    const auto read = file.readObject();
+    if (!read)
+        return Unexpected(read.error());
+    const QJsonObject nodes = read->value_or(QJsonObject());
     QJsonObject changed = nodes;
     for (auto entry = nodes.begin(); entry != nodes.end(); ++entry) {
         const Key key = readKey(entry.key(), {});
-        QString reason;
-        auto properties = fromJson(entry.value().toObject(), reason);
-        if (!key.isValid || !properties) {
-            error = QStringLiteral("%1: %2: %3").arg(path, entry.key(), reason);
-            return false;
-        }
+        auto properties = fromJson(entry.value().toObject());
+        if (!key.isValid || !properties)
+            return Unexpected(
+                QStringLiteral("%1: %2: %3")
+                    .arg(path, entry.key(), properties ? QString() : properties.error()));
         if (key.node && node && node->contains(*key.node))
             changed.remove(entry.key());
         else if (!server.isEmpty() && properties->acl &&
                  forget(*properties->acl, server, key.node && key.node->isRoot(), rootAcl))
             changed[entry.key()] = toJson(*properties);
     }
-    return changed == nodes ||
-           file.replace(QJsonDocument(changed).toJson(QJsonDocument::Compact), error);
+    if (changed == nodes)
+        return {};
+    return file.replace(QJsonDocument(changed).toJson(QJsonDocument::Compact));
 }
 
 QString PropertyStore::keyOf(const NodeUri &node, const ProfileNumbers &numbers) const
@@ -391,10 +389,10 @@ QString PropertyStore::keyOf(const NodeUri &node, const ProfileNumbers &numbers)
     return key.isEmpty() ? QString::fromLatin1(firstNameOf(node).toUri()) : key;
 }
 
-bool PropertyStore::save(const QString &file, const ProfileNumbers &numbers, QString &error)
+Expected<void, QString> PropertyStore::save(const QString &file, const ProfileNumbers &numbers)
 {
     if (!m_isChanged)
-        return true;
+        return {};
     QJsonObject nodes;
     for (const auto &[node, properties] : m_properties) {
         const QString key = keyOf(node, numbers);
@@ -409,10 +407,10 @@ bool PropertyStore::save(const QString &file, const ProfileNumbers &numbers, QSt
     QByteArray bytes = QJsonDocument(all).toJson(QJsonDocument::Compact);
     if (bytes.size() > largestFile)
         bytes = QJsonDocument(nodes).toJson(QJsonDocument::Compact);
-    if (!support::PrivateFile(file, largestFile).replace(bytes, error))
-        return false;
-    m_isChanged = false;
-    return true;
+    auto saved = support::PrivateFile(file, largestFile).replace(bytes);
+    if (saved)
+        m_isChanged = false;
+    return saved;
 }
 
 } // namespace client

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "access_control.h"
+#include "expected.h"
 #include "node_uri.h"
 
 #include <QDateTime>
@@ -54,21 +55,22 @@ public:
     /// there under the name of its node, as files of earlier versions have it; the next save gives
     /// it its number.
     /// @param numbers  of the profiles that are mounted
-    /// @return none with what is wrong with the file, and where, in error
-    static std::optional<PropertyStore> load(const QString &file, const ProfileNumbers &numbers,
-                                             QString &error);
+    /// @return what is wrong with a damaged file, and where
+    static support::Expected<PropertyStore, QString> load(const QString &file,
+                                                          const ProfileNumbers &numbers);
     /// Forgets in a file what is kept of a node and everything beneath it, if one is given, and a
     /// server as forgetServer() does, when it is not empty: for a client that has mounted nothing.
     /// The node must not belong to a profile.
-    /// @return false when the file is damaged or cannot be written, with the reason in error
-    static bool forgetInFile(const QString &file, const std::optional<NodeUri> &node,
-                             const QByteArray &server, const AccessControlList &rootAcl,
-                             QString &error);
+    /// @return why the file cannot be read or written
+    static support::Expected<void, QString> forgetInFile(const QString &file,
+                                                         const std::optional<NodeUri> &node,
+                                                         const QByteArray &server,
+                                                         const AccessControlList &rootAcl);
     /// Replaces the file in one step; only its owner can read it. Does nothing when nothing has
     /// changed since load() or the last save.
     /// @param numbers  of the profiles, by the names that their nodes have now
-    /// @return false on failure, which leaves the file as it was, with the reason in error
-    bool save(const QString &file, const ProfileNumbers &numbers, QString &error);
+    /// @return the reason of a failure, which leaves the file as it was
+    support::Expected<void, QString> save(const QString &file, const ProfileNumbers &numbers);
 
     bool isChanged() const { return m_isChanged; }
 

@@ -108,9 +108,8 @@ void decode(const QByteArray &bytes)
 
 void readAcl(const QByteArray &bytes)
 {
-    QString error;
-    if (!client::AccessControlList::parse(bytes, error))
-        qFatal("no list: %s", qPrintable(error));
+    if (const auto list = client::AccessControlList::parse(bytes); !list)
+        qFatal("no list: %s", qPrintable(list.error()));
 }
 
 void readBinary(const QByteArray &bytes)
@@ -145,7 +144,9 @@ void readFile(const QByteArray &bytes,
 void readProperties(const QByteArray &bytes)
 {
     readFile(bytes, [](const QString &file, QString &error) {
-        return client::PropertyStore::load(file, {}, error).has_value();
+        const auto properties = client::PropertyStore::load(file, {});
+        error = properties ? QString() : properties.error();
+        return bool(properties);
     });
 }
 
@@ -223,10 +224,9 @@ public:
 /// Answers a package on a tree whose leaf ./t/leaf can be written.
 void runPackage(const QByteArray &bytes)
 {
-    QString error;
     client::ManagementTree tree(client::hostInfo("id"));
     tree.mount(client::NodeUri({"t"}), PlainTree::create(),
-               {.acl = *client::AccessControlList::parse("Get=*&Replace=*&Add=*", error)});
+               {.acl = *client::AccessControlList::parse("Get=*&Replace=*&Add=*")});
     const syncml::DecodeResult decoded = syncml::decode(bytes);
     if (!client::answerPackage(*decoded, tree, syncml::Encoding::Xml).allSucceeded)
         qFatal("not everything succeeded");
@@ -235,7 +235,6 @@ void runPackage(const QByteArray &bytes)
 /// Writes a leaf for each name of an address, and the tree as a document.
 void writeTree(const QByteArray &address)
 {
-    QString error;
     client::ManagementTree tree(client::hostInfo("id"));
     const JemSmartPtr<PlainTree> leaves = PlainTree::create();
     const auto names = client::parseAddress(QString::fromUtf8(address), client::UriLimits());
@@ -247,7 +246,7 @@ void writeTree(const QByteArray &address)
     const client::TreeView view(tree, client::Principal::owner());
     const auto listing =
         view.list(*view.find(client::NodeUri({"t"})), client::TreeView::Values::Read);
-    const auto content = client::parseTndsRequest(QStringLiteral("TNDS"), error);
+    const auto content = client::parseTndsRequest(QStringLiteral("TNDS"));
     const auto document =
         client::tndsDocument(view, listing, *content, std::numeric_limits<qsizetype>::max());
     if (!document || document->size() < address.size())

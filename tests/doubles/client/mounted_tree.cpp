@@ -37,8 +37,7 @@ MountedTree::MountedTree() : managementTree(device)
 
 AccessControlList MountedTree::acl(const char *text)
 {
-    QString error;
-    return *AccessControlList::parse(text, error);
+    return *AccessControlList::parse(text);
 }
 
 NodeUri MountedTree::uri(const char *text)

@@ -11,15 +11,13 @@ namespace {
 /// The list as it is written again, or "!" and what is wrong with it.
 std::string reread(const QByteArray &text)
 {
-    QString error;
-    const auto list = AccessControlList::parse(text, error);
-    return list ? list->toText().toStdString() : "! " + error.toStdString();
+    const auto list = AccessControlList::parse(text);
+    return list ? list->toText().toStdString() : "! " + list.error().toStdString();
 }
 
 AccessControlList parsed(const QByteArray &text)
 {
-    QString error;
-    return AccessControlList::parse(text, error).value();
+    return *AccessControlList::parse(text);
 }
 
 TEST(AccessControlListTest, IsWrittenAsItWasRead)

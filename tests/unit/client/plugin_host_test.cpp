@@ -1,6 +1,7 @@
 // Loading plug-ins, right ones and wrong ones.
 
 #include "dm_device.h"
+#include "noted.h"
 
 #include "dmnative_control.h"
 
@@ -25,7 +26,7 @@ constexpr char connRoot[] = "./DevDetail/Ext/Conf/Conn/Profiles";
 std::string problemWith(const char *name)
 {
     QString error;
-    const auto plugin = PluginHost::load(pluginFile(name), error);
+    const auto plugin = madeOrNull(PluginHost::load(pluginFile(name)), error);
     EXPECT_EQ(plugin == nullptr, !error.isEmpty());
     return error.replace(pluginFile(name), QStringLiteral("FILE")).toStdString();
 }
@@ -34,10 +35,10 @@ std::string problemWith(const char *name)
 std::string problemMounting(const char *name, const char *root)
 {
     QString error;
-    const auto plugin = PluginHost::load(pluginFile(name), error);
+    const auto plugin = madeOrNull(PluginHost::load(pluginFile(name)), error);
     if (!plugin)
         return "not loaded: " + error.toStdString();
-    const JemSmartPtr<DmtTree> tree = plugin->treeFor(root, error);
+    const JemSmartPtr<DmtTree> tree = madeOrNull(plugin->treeFor(root), error);
     EXPECT_EQ(!tree, !error.isEmpty());
     return error.replace(pluginFile(name), QStringLiteral("FILE")).toStdString();
 }
@@ -56,7 +57,7 @@ TEST(PluginHostTest, AMissingFileIsNamed)
 TEST(PluginHostTest, AFileThatIsNoLibraryIsNamed)
 {
     QString error;
-    EXPECT_EQ(PluginHost::load(QStringLiteral("/etc/hostname"), error), nullptr);
+    EXPECT_EQ(madeOrNull(PluginHost::load(QStringLiteral("/etc/hostname")), error), nullptr);
     EXPECT_TRUE(error.contains(QStringLiteral("/etc/hostname"))) << error.toStdString();
 }
 
@@ -105,10 +106,11 @@ class DmDeviceTest : public testing::Test {
 protected:
     std::unique_ptr<DmDevice> open(const char *plugin)
     {
-        auto device = DmDevice::open({.stateDirectory = directory.filePath(QStringLiteral("state")),
-                                      .pluginFile = pluginFile(plugin)},
-                                     error);
-        return device && device->mount(error) ? std::move(device) : nullptr;
+        auto device = madeOrNull(
+            DmDevice::open({.stateDirectory = directory.filePath(QStringLiteral("state")),
+                            .pluginFile = pluginFile(plugin)}),
+            error);
+        return device && noted(device->mount(), error) ? std::move(device) : nullptr;
     }
 
     QTemporaryDir directory;
@@ -218,7 +220,7 @@ TEST_F(KeptPropertiesTest, SurviveTheMount)
     device->ownersView().replaceProperty(uri(office), Property::Title, "Our office");
     setAcl(device->ownersView(), office, "Get=*&Replace=dm.example");
     const std::string changed = property(device->ownersView(), office, Property::TStamp);
-    ASSERT_TRUE(device->saveProperties(error)) << error.toStdString();
+    ASSERT_TRUE(noted(device->saveProperties(), error)) << error.toStdString();
     device.reset();
     device = open("right_plugin");
     EXPECT_EQ(property(device->ownersView(), office, Property::Title), "Our office");
@@ -238,7 +240,7 @@ TEST_F(KeptPropertiesTest, AreDroppedWithANodeThatTheMountDoesNotShow)
     output.close();
     const auto device = open("right_plugin");
     ASSERT_NE(device, nullptr) << error.toStdString();
-    ASSERT_TRUE(device->saveProperties(error));
+    ASSERT_TRUE(noted(device->saveProperties(), error));
     ASSERT_TRUE(output.open(QIODevice::ReadOnly));
     EXPECT_EQ(output.readAll().trimmed(), "{}");
 }
@@ -254,14 +256,14 @@ TEST_F(KeptPropertiesTest, ThatCannotBeUnderstoodStayAsTheyAreAndKeepServersOut)
     ASSERT_NE(device, nullptr) << error.toStdString();
     EXPECT_TRUE(device->damage().value(0).startsWith(file()));
     EXPECT_TRUE(device->reasonAgainstServers().contains(file()));
-    EXPECT_TRUE(device->saveProperties(error)) << "nothing has to be kept";
+    EXPECT_TRUE(noted(device->saveProperties(), error)) << "nothing has to be kept";
     TreeView tree = device->ownersView();
     EXPECT_EQ(tree.property(*tree.find(uri(office)), Property::Acl).outcome().status,
               DmStatus::DataStoreFailure);
     EXPECT_EQ(tree.replaceProperty(uri(office), Property::Title, "x").status,
               DmStatus::DataStoreFailure);
     EXPECT_TRUE(tree.remove(uri(office)));
-    EXPECT_FALSE(device->saveProperties(error));
+    EXPECT_FALSE(noted(device->saveProperties(), error));
     EXPECT_TRUE(error.contains(file())) << error.toStdString();
     ASSERT_TRUE(output.open(QIODevice::ReadOnly));
     EXPECT_EQ(output.readAll(), "nonsense");
@@ -288,24 +290,24 @@ TEST_F(KeptPropertiesTest, LoseTheRightsOfAServerWithItsLastAccount)
 {
     const auto device = open("right_plugin");
     ASSERT_NE(device, nullptr);
-    ASSERT_TRUE(device->putAccount(QStringLiteral("one"), account("dm.example"), error));
-    ASSERT_TRUE(device->putAccount(QStringLiteral("two"), account("dm.example"), error));
+    ASSERT_TRUE(noted(device->putAccount(QStringLiteral("one"), account("dm.example")), error));
+    ASSERT_TRUE(noted(device->putAccount(QStringLiteral("two"), account("dm.example")), error));
     setAcl(device->ownersView(), office, "Get=*&Replace=dm.example+other");
-    ASSERT_TRUE(device->removeAccount(QStringLiteral("one"), error));
+    ASSERT_TRUE(noted(device->removeAccount(QStringLiteral("one")), error));
     EXPECT_EQ(property(device->ownersView(), office, Property::Acl),
               "Get=*&Replace=dm.example+other");
-    ASSERT_TRUE(device->removeAccount(QStringLiteral("two"), error));
+    ASSERT_TRUE(noted(device->removeAccount(QStringLiteral("two")), error));
     EXPECT_EQ(property(device->ownersView(), office, Property::Acl), "Get=*&Replace=other");
-    EXPECT_FALSE(device->removeAccount(QStringLiteral("two"), error));
+    EXPECT_FALSE(noted(device->removeAccount(QStringLiteral("two")), error));
 }
 
 TEST_F(KeptPropertiesTest, LoseTheRightsOfAServerThatIsCalledOtherwiseNow)
 {
     const auto device = open("right_plugin");
     ASSERT_NE(device, nullptr);
-    ASSERT_TRUE(device->putAccount(QStringLiteral("one"), account("old"), error));
+    ASSERT_TRUE(noted(device->putAccount(QStringLiteral("one"), account("old")), error));
     setAcl(device->ownersView(), office, "Get=*&Replace=old+new");
-    ASSERT_TRUE(device->putAccount(QStringLiteral("one"), account("new"), error));
+    ASSERT_TRUE(noted(device->putAccount(QStringLiteral("one"), account("new")), error));
     EXPECT_EQ(property(device->ownersView(), office, Property::Acl), "Get=*&Replace=new");
 }
 

@@ -1,5 +1,6 @@
 // Where the messages of a plug-in go.
 
+#include "noted.h"
 #include "plugin_log.h"
 
 #include "aplog.h"
@@ -29,7 +30,7 @@ protected:
 
 TEST_F(PluginLogTest, MessagesAreInTheFileAtTheEndOfEachLine)
 {
-    const auto log = PluginLog::toFile(path, error);
+    const auto log = madeOrNull(PluginLog::toFile(path), error);
     ASSERT_NE(log, nullptr) << error.toStdString();
     std::fputs("(x:1)Leave: one\n", libaplog_to_module_ptr);
     EXPECT_EQ(contents(path), "(x:1)Leave: one\n");
@@ -38,7 +39,7 @@ TEST_F(PluginLogTest, MessagesAreInTheFileAtTheEndOfEachLine)
 TEST_F(PluginLogTest, TheNextRunAppends)
 {
     for (const char *message : {"one\n", "two\n"}) {
-        const auto log = PluginLog::toFile(path, error);
+        const auto log = madeOrNull(PluginLog::toFile(path), error);
         std::fputs(message, libaplog_to_module_ptr);
     }
     EXPECT_EQ(contents(path), "one\ntwo\n");
@@ -46,14 +47,14 @@ TEST_F(PluginLogTest, TheNextRunAppends)
 
 TEST_F(PluginLogTest, TheStreamIsGoneWithTheLog)
 {
-    PluginLog::toFile(path, error).reset();
+    madeOrNull(PluginLog::toFile(path), error).reset();
     EXPECT_EQ(libaplog_to_module_ptr, nullptr);
 }
 
 TEST_F(PluginLogTest, AnUnfinishedLineIsWrittenAtTheEnd)
 {
     {
-        const auto log = PluginLog::toFile(path, error);
+        const auto log = madeOrNull(PluginLog::toFile(path), error);
         std::fputs("no line break", libaplog_to_module_ptr);
     }
     EXPECT_EQ(contents(path), "no line break");
@@ -61,7 +62,7 @@ TEST_F(PluginLogTest, AnUnfinishedLineIsWrittenAtTheEnd)
 
 TEST_F(PluginLogTest, AFullFileIsPutAsideAndReplacesTheOneBeforeIt)
 {
-    const auto log = PluginLog::toFile(path, error, 8);
+    const auto log = madeOrNull(PluginLog::toFile(path, 8), error);
     for (const char *message : {"1234567\n", "abcdefg\n", "ABCDEFG\n"})
         std::fputs(message, libaplog_to_module_ptr);
     EXPECT_EQ(contents(path), "ABCDEFG\n");
@@ -74,7 +75,7 @@ TEST_F(PluginLogTest, AFileThatWasFullBeforeIsPutAsideToo)
     ASSERT_TRUE(before.open(QIODevice::WriteOnly));
     before.write("old and long\n");
     before.close();
-    const auto log = PluginLog::toFile(path, error, 8);
+    const auto log = madeOrNull(PluginLog::toFile(path, 8), error);
     std::fputs("new\n", libaplog_to_module_ptr);
     EXPECT_EQ(contents(path), "new\n");
     EXPECT_EQ(contents(older), "old and long\n");
@@ -82,7 +83,7 @@ TEST_F(PluginLogTest, AFileThatWasFullBeforeIsPutAsideToo)
 
 TEST_F(PluginLogTest, TheFileIsForItsOwnerOnly)
 {
-    const auto log = PluginLog::toFile(path, error);
+    const auto log = madeOrNull(PluginLog::toFile(path), error);
     EXPECT_FALSE(QFileInfo(path).permissions() &
                  (QFileDevice::ReadGroup | QFileDevice::ReadOther | QFileDevice::WriteGroup));
 }
@@ -90,7 +91,7 @@ TEST_F(PluginLogTest, TheFileIsForItsOwnerOnly)
 TEST_F(PluginLogTest, AFileThatCannotBeOpenedIsNamed)
 {
     const QString impossible = directory.filePath(QStringLiteral("missing/plugin.log"));
-    EXPECT_EQ(PluginLog::toFile(impossible, error), nullptr);
+    EXPECT_EQ(madeOrNull(PluginLog::toFile(impossible), error), nullptr);
     EXPECT_EQ(error, QStringLiteral("the plug-in's log: cannot use %1: No such file or directory")
                          .arg(directory.filePath(QStringLiteral("missing"))));
     EXPECT_EQ(libaplog_to_module_ptr, nullptr);
@@ -100,7 +101,7 @@ TEST_F(PluginLogTest, ALinkInItsPlaceIsNotFollowed)
 {
     const QString target = directory.filePath(QStringLiteral("target"));
     ASSERT_TRUE(QFile::link(target, path));
-    EXPECT_EQ(PluginLog::toFile(path, error), nullptr);
+    EXPECT_EQ(madeOrNull(PluginLog::toFile(path), error), nullptr);
     EXPECT_EQ(error,
               QStringLiteral("the plug-in's log: cannot use %1: it is a symbolic link").arg(path));
     EXPECT_FALSE(QFile::exists(target));
@@ -108,7 +109,7 @@ TEST_F(PluginLogTest, ALinkInItsPlaceIsNotFollowed)
 
 TEST_F(PluginLogTest, LineBreaksInANameMakeNoNewLineOfTheFile)
 {
-    const auto log = PluginLog::toFile(path, error);
+    const auto log = madeOrNull(PluginLog::toFile(path), error);
     std::fprintf(libaplog_to_module_ptr, "(x:1)Leave: %s!\n",
                  "a\n(x:2)Enter: b\r\xc2\x9b\x1b[2J\n");
     EXPECT_EQ(contents(path), "(x:1)Leave: a\\n(x:2)Enter: b\\r\xc2\x9b\x1b[2J\\n!\n");

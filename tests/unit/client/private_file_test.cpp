@@ -1,5 +1,6 @@
 // Small files that must not be lost.
 
+#include "noted.h"
 #include "private_file.h"
 
 #include <QDir>
@@ -58,7 +59,18 @@ private:
 
 class PrivateFileTest : public testing::Test {
 protected:
-    using Reading = PrivateFile::Reading;
+    /// What came of reading; `bytes` and `object` are what was read, `error` why it was not.
+    enum class Reading { Done, Missing, Failed };
+    template <class Value>
+    Reading readingOf(const Expected<std::optional<Value>, QString> &read, Value &value)
+    {
+        if (!read) {
+            error = read.error();
+            return Reading::Failed;
+        }
+        value = read->value_or(Value());
+        return *read ? Reading::Done : Reading::Missing;
+    }
 
     void write(const QByteArray &bytes)
     {
@@ -66,11 +78,11 @@ protected:
         ASSERT_TRUE(output.open(QIODevice::WriteOnly));
         output.write(bytes);
     }
-    Reading read() { return file.read(bytes, error); }
+    Reading read() { return readingOf(file.read(), bytes); }
     std::string objectError()
     {
         QJsonObject object;
-        EXPECT_EQ(file.readObject(object, error), Reading::Failed);
+        EXPECT_EQ(readingOf(file.readObject(), object), Reading::Failed);
         EXPECT_TRUE(error.startsWith(path)) << error.toStdString();
         return error.mid(path.size()).toStdString();
     }
@@ -89,8 +101,8 @@ protected:
 TEST_F(PrivateFileTest, IsReadBackAsItWasWrittenAndIsItsOwnersOnly)
 {
     EXPECT_EQ(read(), Reading::Missing);
-    ASSERT_TRUE(file.replace("old", error)) << error.toStdString();
-    ASSERT_TRUE(file.replace(QByteArray("new\0", 4), error)) << error.toStdString();
+    ASSERT_TRUE(noted(file.replace("old"), error)) << error.toStdString();
+    ASSERT_TRUE(noted(file.replace(QByteArray("new\0", 4)), error)) << error.toStdString();
     EXPECT_EQ(read(), Reading::Done);
     EXPECT_EQ(bytes, QByteArray("new\0", 4));
     EXPECT_EQ(QFile::permissions(path) & ~QFileDevice::Permissions(0xF000),
@@ -100,9 +112,9 @@ TEST_F(PrivateFileTest, IsReadBackAsItWasWrittenAndIsItsOwnersOnly)
 
 TEST_F(PrivateFileTest, WhatCouldNotBeReadBackIsNotWritten)
 {
-    ASSERT_TRUE(file.replace("old", error));
-    EXPECT_TRUE(file.replace(QByteArray(100, 'x'), error));
-    EXPECT_FALSE(file.replace(QByteArray(101, 'y'), error));
+    ASSERT_TRUE(noted(file.replace("old"), error));
+    EXPECT_TRUE(noted(file.replace(QByteArray(100, 'x')), error));
+    EXPECT_FALSE(noted(file.replace(QByteArray(101, 'y')), error));
     EXPECT_EQ(error,
               QStringLiteral("cannot write %1: it would be larger than 100 bytes").arg(path));
     EXPECT_EQ(read(), Reading::Done);
@@ -114,10 +126,10 @@ TEST_F(PrivateFileTest, WhatCouldNotBeReadBackIsNotWritten)
 
 TEST_F(PrivateFileTest, FailedWriteLeavesTheOldFileAndNothingBesideIt)
 {
-    ASSERT_TRUE(file.replace("old", error));
+    ASSERT_TRUE(noted(file.replace("old"), error));
     {
         const FileSizeLimit limit(10);
-        EXPECT_FALSE(file.replace("more than ten bytes", error));
+        EXPECT_FALSE(noted(file.replace("more than ten bytes"), error));
     }
     EXPECT_EQ(error, QStringLiteral("cannot write %1: File too large").arg(path));
     EXPECT_EQ(read(), Reading::Done);
@@ -127,18 +139,18 @@ TEST_F(PrivateFileTest, FailedWriteLeavesTheOldFileAndNothingBesideIt)
 
 TEST_F(PrivateFileTest, NewFileIsOnTheDiskBeforeItTakesTheName)
 {
-    ASSERT_TRUE(file.replace("old", error));
+    ASSERT_TRUE(noted(file.replace("old"), error));
     QList<QByteArray> namedAtEachSync;
     whatFsyncDoes = [&](int) {
         QByteArray now;
-        EXPECT_EQ(file.read(now, error), Reading::Done);
+        EXPECT_EQ(readingOf(file.read(), now), Reading::Done);
         namedAtEachSync += now;
         return true;
     };
-    EXPECT_TRUE(file.replace("new", error));
+    EXPECT_TRUE(noted(file.replace("new"), error));
     EXPECT_EQ(namedAtEachSync, (QList<QByteArray>{"old", "new"})) << "the file, then its folder";
     whatFsyncDoes = [](int) { return false; };
-    EXPECT_FALSE(file.replace("newer", error));
+    EXPECT_FALSE(noted(file.replace("newer"), error));
     whatFsyncDoes = nullptr;
     EXPECT_EQ(error, QStringLiteral("cannot write %1: Input/output error").arg(path));
     EXPECT_EQ(read(), Reading::Done);
@@ -149,7 +161,7 @@ TEST_F(PrivateFileTest, NewFileIsOnTheDiskBeforeItTakesTheName)
 TEST_F(PrivateFileTest, FailedRenameLeavesTheOldOneAndNothingBesideIt)
 {
     ASSERT_TRUE(QDir().mkpath(path + QStringLiteral("/inside")));
-    EXPECT_FALSE(file.replace("new", error));
+    EXPECT_FALSE(noted(file.replace("new"), error));
     EXPECT_EQ(error, QStringLiteral("cannot write %1: Is a directory").arg(path));
     EXPECT_EQ(files(), QStringList());
 }
@@ -160,7 +172,7 @@ TEST_F(PrivateFileTest, WhatAKilledProcessLeftDoesNotStopTheNext)
     ASSERT_TRUE(left.open(QIODevice::WriteOnly));
     left.write("half a fi");
     left.close();
-    ASSERT_TRUE(file.replace("whole", error)) << error.toStdString();
+    ASSERT_TRUE(noted(file.replace("whole"), error)) << error.toStdString();
     EXPECT_EQ(read(), Reading::Done);
     EXPECT_EQ(bytes, "whole");
     EXPECT_EQ(files(), QStringList(QStringLiteral("file")));
@@ -171,7 +183,7 @@ TEST_F(PrivateFileTest, LinkIsNeitherReadNorFollowedInWriting)
     const QString target = directory.filePath(QStringLiteral("target"));
     for (const QString &link : {path, path + QStringLiteral(".new")}) {
         ASSERT_TRUE(QFile::link(target, link));
-        ASSERT_TRUE(file.replace("new", error)) << error.toStdString();
+        ASSERT_TRUE(noted(file.replace("new"), error)) << error.toStdString();
         EXPECT_FALSE(QFile::exists(target));
         EXPECT_FALSE(QFileInfo(path).isSymLink());
         ASSERT_TRUE(QFile::remove(path));
@@ -184,7 +196,7 @@ TEST_F(PrivateFileTest, LinkIsNeitherReadNorFollowedInWriting)
 TEST_F(PrivateFileTest, WhatIsNoJsonObjectIsRefusedWithThePlace)
 {
     QJsonObject object;
-    EXPECT_EQ(file.readObject(object, error), Reading::Missing);
+    EXPECT_EQ(readingOf(file.readObject(), object), Reading::Missing);
     write("{\"a\": ");
     EXPECT_TRUE(objectError().starts_with(": byte ")) << error.toStdString();
     write("[]");
@@ -192,7 +204,7 @@ TEST_F(PrivateFileTest, WhatIsNoJsonObjectIsRefusedWithThePlace)
     write("");
     EXPECT_EQ(objectError(), ": byte 0: illegal value");
     write("{\"a\": 1}");
-    EXPECT_EQ(file.readObject(object, error), Reading::Done);
+    EXPECT_EQ(readingOf(file.readObject(), object), Reading::Done);
     EXPECT_EQ(object, (QJsonObject{{QStringLiteral("a"), 1}}));
 }
 

@@ -1,5 +1,6 @@
 // Properties that follow their nodes, in memory and in their file.
 
+#include "noted.h"
 #include "property_store.h"
 
 #include <QFile>
@@ -27,7 +28,7 @@ Properties typed(const QByteArray &type)
 AccessControlList acl(const char *text)
 {
     QString error;
-    return *AccessControlList::parse(text, error);
+    return *AccessControlList::parse(text);
 }
 
 class PropertyStoreTest : public testing::Test {
@@ -133,14 +134,14 @@ protected:
     void save()
     {
         QString error;
-        EXPECT_TRUE(store.save(file, numbers, error)) << error.toStdString();
+        EXPECT_TRUE(noted(store.save(file, numbers), error)) << error.toStdString();
     }
     PropertyStore load() const
     {
         QString error;
-        const auto loaded = PropertyStore::load(file, numbers, error);
+        const auto loaded = noted(PropertyStore::load(file, numbers), error);
         EXPECT_TRUE(loaded) << error.toStdString();
-        return loaded.value_or(PropertyStore());
+        return loaded ? *loaded : PropertyStore();
     }
     /// What loading a file with that content ends with.
     std::string errorOf(const QByteArray &content) const
@@ -150,7 +151,7 @@ protected:
         output.write(content);
         output.close();
         QString error;
-        EXPECT_FALSE(PropertyStore::load(file, numbers, error));
+        EXPECT_FALSE(noted(PropertyStore::load(file, numbers), error));
         EXPECT_TRUE(error.startsWith(file + QStringLiteral(": "))) << error.toStdString();
         return error.mid(file.size() + 2).toStdString();
     }
@@ -302,10 +303,10 @@ TEST_F(PropertyFile, KeepsWhatBelongsToAProfileThatNoNodeShowsForAWhile)
     save();
     numbers.clear();
     QString error;
-    auto loaded = PropertyStore::load(file, numbers, error);
+    auto loaded = noted(PropertyStore::load(file, numbers), error);
     EXPECT_EQ(loaded->get(office), Properties());
     loaded->set(office2, typed("changed"));
-    EXPECT_TRUE(loaded->save(file, numbers, error));
+    EXPECT_TRUE(noted(loaded->save(file, numbers), error));
     numbers = {{office, 5}};
     EXPECT_EQ(load().get(office), typed("./P/Office"));
     EXPECT_EQ(load().get(officeAddr), typed("./P/Office/Addr"));
@@ -330,13 +331,13 @@ TEST_F(PropertyFile, ForgetsAServerInTheListsOfProfilesThatNoNodeShows)
 {
     QString error;
     Properties listed;
-    listed.acl = AccessControlList::parse("Get=a.example+b.example", error);
+    listed.acl = *AccessControlList::parse("Get=a.example+b.example");
     store.set(office, listed);
     numbers = {{office, 5}};
     save();
-    auto loaded = PropertyStore::load(file, {}, error);
+    auto loaded = noted(PropertyStore::load(file, {}), error);
     loaded->forgetServer("a.example", AccessControlList());
-    ASSERT_TRUE(loaded->save(file, {}, error));
+    ASSERT_TRUE(noted(loaded->save(file, {}), error));
     EXPECT_EQ(load().get(office).acl->toText(), "Get=b.example");
 }
 
@@ -344,17 +345,17 @@ TEST_F(PropertyFile, GivesUpProfilesThatNoNodeShowsBeforeItIsTooLarge)
 {
     Properties large;
     QString error;
-    large.acl = AccessControlList::parse("Get=" + QByteArray(16000, 'x'), error);
+    large.acl = *AccessControlList::parse("Get=" + QByteArray(16000, 'x'));
     for (quint32 i = 0; i < 500; ++i) {
         const NodeUri node({"P", QByteArray::number(i)});
         store.set(node, large);
         numbers[node] = i;
     }
     save();
-    auto loaded = PropertyStore::load(file, {}, error);
+    auto loaded = noted(PropertyStore::load(file, {}), error);
     for (int i = 0; i < 600; ++i)
         loaded->set(NodeUri({"Q", QByteArray::number(i)}), large);
-    ASSERT_TRUE(loaded->save(file, {}, error)) << error.toStdString();
+    ASSERT_TRUE(noted(loaded->save(file, {}), error)) << error.toStdString();
     EXPECT_EQ(load().get(NodeUri({"P", "1"})), Properties());
     EXPECT_EQ(load().get(NodeUri({"Q", "1"})), large);
 }
@@ -374,9 +375,9 @@ TEST_F(PropertyFile, OfAnEarlierVersionWithNamesOnlyIsTakenOverOnce)
     save();
     numbers = {{office, 5}};
     QString error;
-    auto loaded = PropertyStore::load(file, numbers, error);
+    auto loaded = noted(PropertyStore::load(file, numbers), error);
     EXPECT_EQ(loaded->get(officeAddr), typed("./P/Office/Addr"));
-    ASSERT_TRUE(loaded->save(file, numbers, error));
+    ASSERT_TRUE(noted(loaded->save(file, numbers), error));
     numbers = {{office, 7}};
     EXPECT_EQ(load().get(office), Properties());
 }
@@ -386,9 +387,9 @@ TEST_F(PropertyFile, IsNotWrittenAnewWhenItsProfilesHaveTheirNumbers)
     numbers = {{office, 5}};
     save();
     QString error;
-    auto loaded = PropertyStore::load(file, numbers, error);
+    auto loaded = noted(PropertyStore::load(file, numbers), error);
     EXPECT_TRUE(QFile::remove(file));
-    EXPECT_TRUE(loaded->save(file, numbers, error));
+    EXPECT_TRUE(noted(loaded->save(file, numbers), error));
     EXPECT_FALSE(QFile::exists(file));
 }
 
@@ -398,7 +399,7 @@ TEST_F(PropertyFile, ForgetsAServerAndANodeWithoutAMount)
     const NodeUri account({"DMAcc", "Old"});
     const auto withAcl = [&](const char *acl) {
         PropertyStore::Properties properties;
-        properties.acl = AccessControlList::parse(acl, error);
+        properties.acl = *AccessControlList::parse(acl);
         return properties;
     };
     numbers = {{office, 5}};
@@ -407,8 +408,8 @@ TEST_F(PropertyFile, ForgetsAServerAndANodeWithoutAMount)
     store.set(account.child("AppID"), typed("gone"));
     store.set(NodeUri({"DMAcc", "Older"}), typed("stays"));
     save();
-    const AccessControlList rootAcl = *AccessControlList::parse("Add=*&Get=*", error);
-    ASSERT_TRUE(PropertyStore::forgetInFile(file, account, "a", rootAcl, error))
+    const AccessControlList rootAcl = *AccessControlList::parse("Add=*&Get=*");
+    ASSERT_TRUE(noted(PropertyStore::forgetInFile(file, account, "a", rootAcl), error))
         << error.toStdString();
     const PropertyStore loaded = load();
     EXPECT_EQ(loaded.get(office), withAcl("Get=b"));
@@ -417,13 +418,13 @@ TEST_F(PropertyFile, ForgetsAServerAndANodeWithoutAMount)
     EXPECT_EQ(loaded.get(NodeUri({"DMAcc", "Older"})), typed("stays"));
 
     ASSERT_TRUE(QFile::remove(file));
-    EXPECT_TRUE(PropertyStore::forgetInFile(file, account, "a", rootAcl, error));
+    EXPECT_TRUE(noted(PropertyStore::forgetInFile(file, account, "a", rootAcl), error));
     EXPECT_FALSE(QFile::exists(file));
     errorOf("{\"./A\": ");
-    EXPECT_FALSE(PropertyStore::forgetInFile(file, account, "a", rootAcl, error));
+    EXPECT_FALSE(noted(PropertyStore::forgetInFile(file, account, "a", rootAcl), error));
     EXPECT_TRUE(error.startsWith(file + QStringLiteral(": byte "))) << error.toStdString();
     errorOf("{\"./A\": {\"acl\": \"x\"}}");
-    EXPECT_FALSE(PropertyStore::forgetInFile(file, account, "a", rootAcl, error));
+    EXPECT_FALSE(noted(PropertyStore::forgetInFile(file, account, "a", rootAcl), error));
 }
 
 TEST_F(PropertyFile, MayBeMissing)
@@ -467,7 +468,7 @@ TEST_F(PropertyFile, HasRoomForWhatItTakesAndCanAlwaysBeRead)
     PropertyStore::Properties large;
     large.title = QByteArray(PropertyStore::longestTitle, '\x01'); // six bytes each in a file
     QString error;
-    large.acl = AccessControlList::parse("Get=" + QByteArray(16000, 'x'), error);
+    large.acl = *AccessControlList::parse("Get=" + QByteArray(16000, 'x'));
     int number = 0;
     const auto next = [&] { return NodeUri({"P", QByteArray::number(number)}); };
     for (; number < 2000 && store.hasRoomFor(next(), large); ++number)
@@ -497,10 +498,10 @@ TEST_F(PropertyFile, ThatWouldBeTooLargeIsNotWritten)
     save();
     PropertyStore::Properties large;
     QString error;
-    large.acl = AccessControlList::parse("Get=" + QByteArray(16000, 'x'), error);
+    large.acl = *AccessControlList::parse("Get=" + QByteArray(16000, 'x'));
     for (int i = 0; i < 1100; ++i)
         store.set(NodeUri({"P", QByteArray::number(i)}), large);
-    EXPECT_FALSE(store.save(file, numbers, error));
+    EXPECT_FALSE(noted(store.save(file, numbers), error));
     EXPECT_EQ(error,
               QStringLiteral("cannot write %1: it would be larger than 16777216 bytes").arg(file));
     EXPECT_EQ(load().get(office), typed("old"));
@@ -511,9 +512,10 @@ TEST_F(PropertyFile, ThatCannotBeReadOrWrittenIsReported)
     QString error;
     const QString folder = directory.filePath(QStringLiteral("folder"));
     ASSERT_TRUE(QDir().mkdir(folder));
-    EXPECT_FALSE(PropertyStore::load(folder, {}, error));
+    EXPECT_FALSE(noted(PropertyStore::load(folder, {}), error));
     EXPECT_TRUE(error.startsWith(QStringLiteral("cannot use ") + folder));
-    EXPECT_FALSE(store.save(directory.filePath(QStringLiteral("no/such/folder")), {}, error));
+    EXPECT_FALSE(
+        noted(store.save(directory.filePath(QStringLiteral("no/such/folder")), {}), error));
     EXPECT_TRUE(error.startsWith(QStringLiteral("cannot write ")));
 }
 

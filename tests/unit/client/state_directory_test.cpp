@@ -1,5 +1,6 @@
 // The client's part of a state directory.
 
+#include "noted.h"
 #include "state_directory.h"
 
 #include <QDir>
@@ -38,7 +39,7 @@ private:
 
 class OpenStateDirectoryTest : public testing::Test {
 protected:
-    std::unique_ptr<StateDirectory> open() { return StateDirectory::open(path, error); }
+    std::unique_ptr<StateDirectory> open() { return madeOrNull(StateDirectory::open(path), error); }
 
     QTemporaryDir directory;
     QString path = directory.filePath(QStringLiteral("a/b"));
@@ -107,7 +108,7 @@ TEST_F(OpenStateDirectoryTest, NoPartOfItMayBeALinkElsewhere)
 TEST_F(OpenStateDirectoryTest, TheDeviceIdentifierAndTheLockAreForTheirOwnerOnly)
 {
     const auto state = open();
-    const QByteArray id = state->deviceId(error);
+    const QByteArray id = madeOrNull(state->deviceId(), error);
     EXPECT_EQ(id.size(), 45) << id.toStdString();
     EXPECT_FALSE(QFileInfo(state->clientFile(QStringLiteral("lock"))).permissions() &
                  (QFileDevice::ReadGroup | QFileDevice::ReadOther));
@@ -127,7 +128,7 @@ TEST_F(OpenStateDirectoryTest, ADeviceIdentifierIsOneLineOfText)
         file.write(content);
         file.close();
         error.clear();
-        return state->deviceId(error);
+        return madeOrNull(state->deviceId(), error);
     };
     const QByteArray longest(255, 'x');
     for (const QByteArray &id : {QByteArray("IMEI:004999010640000"), QByteArray("urn:\xc3\xa4"),

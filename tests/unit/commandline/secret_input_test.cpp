@@ -31,10 +31,8 @@ protected:
     /// The secret, or what is wrong in brackets.
     static std::string meant(const char *text, StandardInput input = StandardInput::Unused)
     {
-        QString error;
-        const auto secret =
-            secretMeant(QString::fromLatin1(text), QStringLiteral("it"), input, error);
-        return secret ? secret->toStdString() : "(" + error.toStdString() + ")";
+        const auto secret = secretMeant(QString::fromLatin1(text), QStringLiteral("it"), input);
+        return secret ? secret->toStdString() : "(" + secret.error().toStdString() + ")";
     }
 
 private:

@@ -1,6 +1,7 @@
 // The DM accounts: their fields, their file, and their nodes.
 
 #include "account_tree.h"
+#include "noted.h"
 
 #include "mounted_tree.h"
 #include "node_value.h"
@@ -33,8 +34,9 @@ protected:
     std::string set(const char *field, const char *value)
     {
         QString error;
-        const bool isSet =
-            accountField(QString::fromLatin1(field))->set(account, QString::fromUtf8(value), error);
+        const bool isSet = bool(
+            noted(accountField(QString::fromLatin1(field))->set(account, QString::fromUtf8(value)),
+                  error));
         return isSet ? std::string() : error.toStdString();
     }
     QString file() const { return directory.filePath(QStringLiteral("accounts.json")); }
@@ -122,7 +124,7 @@ TEST_F(AccountsTest, FieldsHaveLimits)
 
 TEST_F(AccountsTest, AccountIsCompleteWithEverythingThatASessionNeeds)
 {
-    EXPECT_TRUE(isComplete(account, error)) << error.toStdString();
+    EXPECT_TRUE(noted(checkComplete(account), error)) << error.toStdString();
     struct Row {
         void (*takeAway)(Account &);
         const char *error;
@@ -138,7 +140,7 @@ TEST_F(AccountsTest, AccountIsCompleteWithEverythingThatASessionNeeds)
     for (const auto &[takeAway, expected] : rows) {
         Account incomplete = account;
         takeAway(incomplete);
-        EXPECT_FALSE(isComplete(incomplete, error)) << expected;
+        EXPECT_FALSE(noted(checkComplete(incomplete), error)) << expected;
         EXPECT_EQ(error.toStdString(), expected);
     }
 }
@@ -154,7 +156,8 @@ TEST_F(AccountsTest, EveryFieldIsReadBack)
 {
     account.title = QStringLiteral("Größe \"x\" \\ 移动").toUtf8();
     AccountStore written = store();
-    ASSERT_TRUE(written.put(QStringLiteral("Operator 1"), account, error)) << error.toStdString();
+    ASSERT_TRUE(noted(written.put(QStringLiteral("Operator 1"), account), error))
+        << error.toStdString();
     const AccountStore read = store();
     ASSERT_NE(read.find(QStringLiteral("Operator 1")), nullptr);
     EXPECT_EQ(*read.find(QStringLiteral("Operator 1")), account);
@@ -165,7 +168,7 @@ TEST_F(AccountsTest, FileIsItsOwnersOnly)
 {
     write("{}");
     QFile::setPermissions(file(), QFileDevice::Permissions(0x6644)); // as a careless editor left it
-    ASSERT_TRUE(store().put(QStringLiteral("A"), account, error));
+    ASSERT_TRUE(noted(store().put(QStringLiteral("A"), account), error));
     EXPECT_EQ(QFile::permissions(file()), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
                                               QFileDevice::ReadUser | QFileDevice::WriteUser);
 }
@@ -173,17 +176,17 @@ TEST_F(AccountsTest, FileIsItsOwnersOnly)
 TEST_F(AccountsTest, RemovedAccountIsGone)
 {
     AccountStore changed = store();
-    ASSERT_TRUE(changed.put(QStringLiteral("A"), account, error));
-    ASSERT_TRUE(changed.remove(QStringLiteral("A"), error));
+    ASSERT_TRUE(noted(changed.put(QStringLiteral("A"), account), error));
+    ASSERT_TRUE(noted(changed.remove(QStringLiteral("A")), error));
     EXPECT_TRUE(store().accounts().empty());
-    EXPECT_FALSE(changed.remove(QStringLiteral("A"), error));
+    EXPECT_FALSE(noted(changed.remove(QStringLiteral("A")), error));
     EXPECT_EQ(error, QStringLiteral("no account A"));
 }
 
 TEST_F(AccountsTest, IsFoundByItsAddress)
 {
     AccountStore changed = store();
-    ASSERT_TRUE(changed.put(QStringLiteral("A"), account, error));
+    ASSERT_TRUE(noted(changed.put(QStringLiteral("A"), account), error));
     const auto nameOf = [&](const char *url) {
         return changed.nameOf(QUrl(QString::fromLatin1(url))).value_or(QStringLiteral("none"));
     };
@@ -197,36 +200,36 @@ TEST_F(AccountsTest, NameHasToBeThatOfANode)
 {
     AccountStore changed = store();
     for (const char *const name : {"", ".", "..", "*", "a/b", "a\nb"})
-        EXPECT_FALSE(changed.put(QString::fromLatin1(name), account, error)) << name;
-    EXPECT_FALSE(changed.put(QString(64, u'x'), account, error));
-    EXPECT_TRUE(changed.put(QString(63, u'x'), account, error)) << error.toStdString();
+        EXPECT_FALSE(noted(changed.put(QString::fromLatin1(name), account), error)) << name;
+    EXPECT_FALSE(noted(changed.put(QString(64, u'x'), account), error));
+    EXPECT_TRUE(noted(changed.put(QString(63, u'x'), account), error)) << error.toStdString();
 }
 
 TEST_F(AccountsTest, FileThatCannotBeWrittenLeavesEverythingAsItWas)
 {
     AccountStore changed = store();
-    ASSERT_TRUE(changed.put(QStringLiteral("A"), account, error));
+    ASSERT_TRUE(noted(changed.put(QStringLiteral("A"), account), error));
     // A directory in its place stops the file even for a superuser.
     ASSERT_TRUE(QFile::remove(file()));
     ASSERT_TRUE(QDir().mkdir(file()));
-    EXPECT_FALSE(changed.put(QStringLiteral("B"), account, error));
+    EXPECT_FALSE(noted(changed.put(QStringLiteral("B"), account), error));
     EXPECT_TRUE(error.startsWith(QStringLiteral("cannot write ") + file())) << error.toStdString();
-    EXPECT_FALSE(changed.remove(QStringLiteral("A"), error));
+    EXPECT_FALSE(noted(changed.remove(QStringLiteral("A")), error));
     EXPECT_EQ(changed.accounts().size(), 1U);
 }
 
 TEST_F(AccountsTest, WhatCouldNotBeReadBackIsNotWritten)
 {
     AccountStore changed = store();
-    ASSERT_TRUE(changed.put(QStringLiteral("A"), account, error));
+    ASSERT_TRUE(noted(changed.put(QStringLiteral("A"), account), error));
     account.toServer.nonce = QByteArray(257, 'n');
-    EXPECT_FALSE(changed.put(QStringLiteral("A"), account, error));
+    EXPECT_FALSE(noted(changed.put(QStringLiteral("A"), account), error));
     EXPECT_EQ(error, QStringLiteral("cannot write %1: client-nonce of account A has more than 256 "
                                     "bytes")
                          .arg(file()));
     account.toServer.nonce.reset();
     account.toServer.identity.secret = QByteArray(1024, '\x01');
-    EXPECT_FALSE(changed.put(QStringLiteral("A"), account, error));
+    EXPECT_FALSE(noted(changed.put(QStringLiteral("A"), account), error));
     EXPECT_EQ(*changed.find(QStringLiteral("A")), *store().find(QStringLiteral("A")));
 }
 
@@ -234,7 +237,7 @@ TEST_F(AccountsTest, AccountThatNoSessionCouldUseIsNotWritten)
 {
     AccountStore changed = store();
     account.toClient.identity.secret.clear();
-    EXPECT_FALSE(changed.put(QStringLiteral("A"), account, error));
+    EXPECT_FALSE(noted(changed.put(QStringLiteral("A"), account), error));
     EXPECT_EQ(error, QStringLiteral("server-auth needs server-name and server-secret"));
     EXPECT_TRUE(changed.accounts().empty());
     EXPECT_TRUE(store().accounts().empty());
@@ -250,7 +253,7 @@ TEST_F(AccountsTest, StoreThatWouldBeTooLargeTakesNoMore)
     AccountStore full = store();
     const AccountStore::Accounts before = full.accounts();
     account.title = account.toServer.identity.secret = account.toClient.identity.secret = title;
-    EXPECT_FALSE(full.put(QStringLiteral("New"), account, error));
+    EXPECT_FALSE(noted(full.put(QStringLiteral("New"), account), error));
     EXPECT_EQ(error,
               QStringLiteral("cannot write %1: it would be larger than 1048576 bytes").arg(file()));
     EXPECT_EQ(full.accounts(), before);
@@ -268,10 +271,10 @@ TEST_F(AccountsTest, FileThatCannotBeReadSaysWhyAndIsNotWritten)
     write(damaged);
     EXPECT_TRUE(damage().starts_with("byte ")) << "with the parser's reason";
     AccountStore unusable = AccountStore::load(file());
-    EXPECT_FALSE(unusable.put(QStringLiteral("New"), account, error));
+    EXPECT_FALSE(noted(unusable.put(QStringLiteral("New"), account), error));
     EXPECT_TRUE(error.startsWith(QStringLiteral("nothing is written to a damaged file: ") + file()))
         << error.toStdString();
-    EXPECT_FALSE(unusable.remove(QStringLiteral("A"), error));
+    EXPECT_FALSE(noted(unusable.remove(QStringLiteral("A")), error));
     QFile kept(file());
     ASSERT_TRUE(kept.open(QIODevice::ReadOnly));
     EXPECT_EQ(kept.readAll(), damaged);
@@ -296,8 +299,8 @@ TEST_F(AccountsTest, AccountThatCannotBeReadStaysBesideTheOthersUntilItIsRemoved
     write("{\"Bad\": {\"address\": 5, \"server-id\": \"bad.example\", \"title\": \"kept\"}}");
     AccountStore changed = store();
     EXPECT_EQ(changed.damagedAccounts().at(QStringLiteral("Bad")).serverId, "bad.example");
-    ASSERT_TRUE(changed.put(QStringLiteral("Good"), account, error)) << error.toStdString();
-    EXPECT_FALSE(changed.put(QStringLiteral("Bad"), account, error));
+    ASSERT_TRUE(noted(changed.put(QStringLiteral("Good"), account), error)) << error.toStdString();
+    EXPECT_FALSE(noted(changed.put(QStringLiteral("Bad"), account), error));
     EXPECT_EQ(error,
               QStringLiteral("address of account Bad is no field with a text; it can only be "
                              "removed"));
@@ -307,7 +310,7 @@ TEST_F(AccountsTest, AccountThatCannotBeReadStaysBesideTheOthersUntilItIsRemoved
               (QJsonObject{{QStringLiteral("address"), 5},
                            {QStringLiteral("server-id"), QStringLiteral("bad.example")},
                            {QStringLiteral("title"), QStringLiteral("kept")}}));
-    ASSERT_TRUE(changed.remove(QStringLiteral("Bad"), error)) << error.toStdString();
+    ASSERT_TRUE(noted(changed.remove(QStringLiteral("Bad")), error)) << error.toStdString();
     EXPECT_TRUE(store().damagedAccounts().empty());
     EXPECT_EQ(store().accounts().size(), 1U);
 }
@@ -318,7 +321,7 @@ class AccountNodesTest : public AccountsTest {
 protected:
     AccountNodesTest() : accounts(store())
     {
-        EXPECT_TRUE(accounts.put(QStringLiteral("Op"), account, error));
+        EXPECT_TRUE(noted(accounts.put(QStringLiteral("Op"), account), error));
         managementTree.mount(uri(accountTreeRoot),
                              makeAccountTree(accounts, Principal::anonymousServer()),
                              {.ownersTree = makeAccountTree(accounts, Principal::owner())});
@@ -387,7 +390,7 @@ TEST_F(AccountNodesTest, NoReadOfTheTreeGivesASecret)
 TEST_F(AccountNodesTest, SideThatProvesNothingHasNoNode)
 {
     account.toClient.type = AuthType::None;
-    ASSERT_TRUE(accounts.put(QStringLiteral("Half"), account, error));
+    ASSERT_TRUE(noted(accounts.put(QStringLiteral("Half"), account), error));
     ManagementTree otherTree(hostInfo("x"));
     const JemSmartPtr<DmtTree> nodes = makeAccountTree(accounts, Principal::owner());
     otherTree.mount(uri(accountTreeRoot), nodes);
@@ -446,7 +449,7 @@ TEST_F(AccountNodesTest, ValuesThatAnAccountCannotHaveAreRefused)
 TEST_F(AccountNodesTest, ServerCannotWeakenItsAccount)
 {
     account.toServer.type = AuthType::Hmac;
-    ASSERT_TRUE(accounts.put(QStringLiteral("Op"), account, error));
+    ASSERT_TRUE(noted(accounts.put(QStringLiteral("Op"), account), error));
     const Account before = stored();
     useAs(Principal::server("dm.example"));
     EXPECT_EQ(replace("./DMAcc/Op/AppAddr/1/Addr", "http://dm.example/server"), 405);
@@ -464,7 +467,7 @@ TEST_F(AccountNodesTest, ServerCannotWeakenItsAccount)
 TEST_F(AccountNodesTest, NobodyCanAskForAProofThatTheAccountHasNothingFor)
 {
     account.toServer = Credentials();
-    ASSERT_TRUE(accounts.put(QStringLiteral("Op"), account, error));
+    ASSERT_TRUE(noted(accounts.put(QStringLiteral("Op"), account), error));
     const Account before = stored();
     for (const char *const kind : {"BASIC", "DIGEST", "HMAC"}) {
         EXPECT_EQ(replace("./DMAcc/Op/AAuthPref", kind), 405) << "by the owner, " << kind;
@@ -479,7 +482,7 @@ TEST_F(AccountNodesTest, ServerCanStrengthenItsAccount)
 {
     account.address = QUrl(QStringLiteral("http://dm.example/"));
     account.toClient.type = AuthType::Basic;
-    ASSERT_TRUE(accounts.put(QStringLiteral("Op"), account, error));
+    ASSERT_TRUE(noted(accounts.put(QStringLiteral("Op"), account), error));
     useAs(Principal::server("dm.example"));
     EXPECT_EQ(replace("./DMAcc/Op/AppAddr/1/Addr", "https://dm.example/"), 200);
     EXPECT_EQ(replace("./DMAcc/Op/AppAuth/2/AAuthType", "DIGEST"), 200);

@@ -1,6 +1,7 @@
 // Events as a person types them.
 
 #include "client_event.h"
+#include "noted.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +13,7 @@ namespace {
 std::string fieldsOf(const char *text)
 {
     QString error;
-    const auto event = parseGenericAlert(QString::fromUtf8(text), error);
+    const auto event = noted(parseGenericAlert(QString::fromUtf8(text)), error);
     if (!event)
         return "! " + error.toStdString();
     EXPECT_EQ(event->code, AlertCode::GenericAlert);
@@ -96,12 +97,12 @@ TEST(GenericAlert, TextFitsTheFormat)
 TEST(ClientEventTest, HasATypeAndAText)
 {
     QString error;
-    const auto event = parseClientEvent(QStringLiteral("org.example.up=a=b"), error);
+    const auto event = noted(parseClientEvent(QStringLiteral("org.example.up=a=b")), error);
     ASSERT_TRUE(event);
     EXPECT_EQ(event->type, QStringLiteral("org.example.up"));
     EXPECT_EQ(event->data, "a=b");
-    EXPECT_FALSE(parseClientEvent(QStringLiteral("=text"), error));
-    EXPECT_FALSE(parseClientEvent(QStringLiteral("type"), error));
+    EXPECT_FALSE(noted(parseClientEvent(QStringLiteral("=text")), error));
+    EXPECT_FALSE(noted(parseClientEvent(QStringLiteral("type")), error));
 }
 
 } // namespace

@@ -99,14 +99,13 @@ protected:
 
     TransportResult exchange(const QUrl &url, const TransportRequest &like = {})
     {
-        QString error;
-        const auto transport = HttpTransport::create(options, error);
-        EXPECT_TRUE(transport) << error.toStdString();
+        const auto transport = HttpTransport::create(options);
+        EXPECT_TRUE(transport) << transport.error().toStdString();
         TransportRequest request = like;
         request.url = url;
         if (request.contentType.isEmpty())
             request.contentType = "application/vnd.syncml.dm+xml";
-        return transport->exchange(request);
+        return (*transport)->exchange(request);
     }
     TransportResult exchange() { return exchange(server.url()); }
     static std::string text(const TransportResult &result)
@@ -381,14 +380,13 @@ protected:
     }
     std::string exchange(const QUrl &url)
     {
-        QString error;
-        const auto transport = HttpTransport::create(options, error);
+        const auto transport = HttpTransport::create(options);
         if (!transport)
-            return error.toStdString();
+            return transport.error().toStdString();
         TransportRequest request;
         request.url = url;
         request.contentType = "application/vnd.syncml.dm+xml";
-        const TransportResult result = transport->exchange(request);
+        const TransportResult result = (*transport)->exchange(request);
         return result ? result->body.toStdString() : "error: " + result.error().text.toStdString();
     }
 

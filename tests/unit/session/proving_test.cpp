@@ -755,10 +755,10 @@ TEST_P(Proving, NonceForTheServerIsKeptBeforeTheServerHearsOfIt)
     serverProves(AuthType::Md5, "S0");
     server.says({accepted() + get("2", {"./DevInfo/Man"}), true, cred(AuthType::Md5, "S0")});
     std::optional<QByteArray> kept;
-    options.keepNonces = [&](const Nonces &nonces, QString &) {
+    options.keepNonces = [&](const Nonces &nonces) -> support::Expected<void, QString> {
         EXPECT_EQ(server.messages.size(), 1U) << "the message with the challenge is not sent yet";
         kept = nonces.toClient;
-        return true;
+        return {};
     };
     EXPECT_EQ(run().kind, Kind::Completed);
     ASSERT_TRUE(challengeSent(2));
@@ -770,10 +770,10 @@ TEST_P(Proving, NonceOfTheServerIsKeptBeforeAnythingIsDone)
     clientProves(AuthType::Md5, "N0");
     server.says(statusFor("SyncHdr", 212, chal(AuthType::Md5, "N1")) + get("2", {"./DevInfo/Man"}));
     std::optional<QByteArray> kept;
-    options.keepNonces = [&](const Nonces &nonces, QString &) {
+    options.keepNonces = [&](const Nonces &nonces) -> support::Expected<void, QString> {
         EXPECT_EQ(listener.commands, Lines());
         kept = nonces.toServer;
-        return true;
+        return {};
     };
     EXPECT_EQ(run().kind, Kind::Completed);
     EXPECT_EQ(kept, QByteArray("N1"));
@@ -845,12 +845,12 @@ TEST_P(Proving, NonceOfTheServersProofIsGoneBeforeAnythingIsDone)
     serverProves(AuthType::Md5, "S0");
     server.says({accepted() + get("2", {"./DevInfo/Man"}), true, cred(AuthType::Md5, "S0")});
     std::vector<std::optional<QByteArray>> kept;
-    options.keepNonces = [&](const Nonces &nonces, QString &) {
+    options.keepNonces = [&](const Nonces &nonces) -> support::Expected<void, QString> {
         if (kept.empty()) {
             EXPECT_EQ(listener.commands, Lines());
         }
         kept.push_back(nonces.toClient);
-        return true;
+        return {};
     };
     EXPECT_EQ(run().kind, Kind::Completed);
     EXPECT_EQ(kept, (std::vector<std::optional<QByteArray>>{std::nullopt, challengeSent(2)->nonce}))
@@ -877,9 +877,9 @@ TEST_P(Proving, NonceThatCannotBeKeptIsNotGivenToTheServer)
 {
     serverProves(AuthType::Md5, "S0");
     server.says({accepted() + get("2", {"./DevInfo/Man"}), true, cred(AuthType::Md5, "S0")});
-    options.keepNonces = [](const Nonces &, QString &error) {
-        error = QStringLiteral("cannot write accounts.json: No space left on device");
-        return false;
+    options.keepNonces = [](const Nonces &) -> support::Expected<void, QString> {
+        return support::Unexpected(
+            QStringLiteral("cannot write accounts.json: No space left on device"));
     };
     EXPECT_TRUE(failsWith("the nonce of the next proof cannot be kept: cannot write "
                           "accounts.json: No space left on device"));

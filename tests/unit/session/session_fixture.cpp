@@ -24,10 +24,10 @@ SessionEnd SessionTest::run(UserInteraction *user)
     const Account before = account;
     SessionOptions keeping = options;
     if (!keeping.keepNonces)
-        keeping.keepNonces = [this](const Nonces &nonces, QString &) {
+        keeping.keepNonces = [this](const Nonces &nonces) -> support::Expected<void, QString> {
             account.toServer.nonce = nonces.toServer;
             account.toClient.nonce = nonces.toClient;
-            return true;
+            return {};
         };
     return Session(before, managementTree, server, user, {&listener}, keeping).run();
 }
