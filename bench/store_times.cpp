@@ -213,7 +213,7 @@ int main(int argc, char **argv)
     libaplog_to_module_ptr = std::fopen("/dev/null", "w");
     for (const std::string &argument : arguments) {
         const int profiles = std::atoi(argument.c_str());
-        Require(profiles >= 2, argument + " is no number from 2: it");
+        Require(profiles >= 2, argument + " is not a number from 2: it");
         bench::StoreProfiles(profiles);
         if (wantsCalls)
             PrintCalls(profiles);

@@ -140,7 +140,7 @@ enum NAPI_STATUS {
     NAPI_ERROR_NOT_FOUND = 3,      ///< no profile of that name or ID
     NAPI_ERROR_EXISTS = 4,         ///< a profile of that name is there already
     NAPI_ERROR_STORE_FULL = 5,     ///< the maximum number of profiles is stored
-    NAPI_ERROR_CORRUPT = 6,        ///< the store is damaged or is no profile store
+    NAPI_ERROR_CORRUPT = 6,        ///< the store is damaged or is not a profile store
     NAPI_ERROR_READ_ONLY = 7,      ///< the store cannot be written
     NAPI_ERROR_NO_SPACE = 8,       ///< the disk is full
     NAPI_ERROR_BUSY = 9,           ///< another process kept the store locked

@@ -13,20 +13,20 @@ using commandline::ValueKind;
 
 namespace {
 
-constexpr Option kProgramOptions[] = {commandline::stateOption, commandline::backendOption,
-                                      commandline::helpOption, commandline::versionOption};
-constexpr Option kShowSecretsOption = {"show-secrets", nullptr,
-                                       "print passwords instead of ********"};
-constexpr Option kShowOptions[] = {
+constexpr Option programOptions[] = {commandline::stateOption, commandline::backendOption,
+                                     commandline::helpOption, commandline::versionOption};
+constexpr Option showSecretsOption = {"show-secrets", nullptr,
+                                      "print passwords instead of ********"};
+constexpr Option showOptions[] = {
     {"json", nullptr, "print JSON, the format of import"},
-    kShowSecretsOption,
+    showSecretsOption,
 };
-constexpr Option kImportOptions[] = {
+constexpr Option importOptions[] = {
     {"replace", nullptr,
      "overwrite profiles of the same name; a masked password leaves the stored one"},
 };
-constexpr Option kExportOptions[] = {kShowSecretsOption};
-constexpr Option kProvisionOptions[] = {
+constexpr Option exportOptions[] = {showSecretsOption};
+constexpr Option provisionOptions[] = {
     {"country", "CC", "take the operators of this country, two letters of ISO 3166-1",
      ValueKind::Text},
     {"provider", "TEXT", "take the operators with this text in their names", ValueKind::Text},
@@ -64,9 +64,9 @@ struct CommandRow : commandline::Command {
     ExitStatus (*run)(Output &, const Invocation &);
 };
 
-constexpr CommandRow kRows[] = {
+constexpr CommandRow rows[] = {
     {{"list", "", "list the profiles with their IDs and the parts that they have"}, runList},
-    {{"show", "NAME", "show one profile", 1, 1, kShowOptions}, runShow},
+    {{"show", "NAME", "show one profile", 1, 1, showOptions}, runShow},
     {{"create",
       "NAME [FIELD=VALUE...]",
       "create a profile",
@@ -91,23 +91,23 @@ constexpr CommandRow kRows[] = {
      runSet},
     {{"delete", "NAME...", "delete profiles", 1, anyNumber}, runDelete},
     {{"import", "FILE", "create the profiles of a JSON file (- is standard input)", 1, 1,
-      kImportOptions, ValueKind::File},
+      importOptions, ValueKind::File},
      runImport},
-    {{"export", "", "write all profiles as JSON", 0, 0, kExportOptions}, runExport},
-    {{"provision", "", "create profiles of real operators", 0, 0, kProvisionOptions}, runProvision},
+    {{"export", "", "write all profiles as JSON", 0, 0, exportOptions}, runExport},
+    {{"provision", "", "create profiles of real operators", 0, 0, provisionOptions}, runProvision},
     {{"check", "", "check that the store and every profile in it are sound"}, runCheck},
 };
 
 std::vector<const commandline::Command *> commands()
 {
     std::vector<const commandline::Command *> all;
-    for (const CommandRow &row : kRows)
+    for (const CommandRow &row : rows)
         all.push_back(&row);
     all.push_back(&commandline::helpCommand);
     return all;
 }
 
-constexpr commandline::ExitMeaning kExitStatuses[] = {
+constexpr commandline::ExitMeaning exitStatuses[] = {
     {ExitStatus::Success, "everything was done"},
     {ExitStatus::Failed, "an operation failed"},
     {ExitStatus::WrongUsage, "wrong usage: the command line or an input file"},
@@ -129,7 +129,7 @@ const commandline::Program &napictlProgram()
 {
     static const commandline::Program program = {
         "napictl", "look after the network access profiles of the simulated handset",
-        kProgramOptions, commands(), kExitStatuses};
+        programOptions, commands(), exitStatuses};
     return program;
 }
 

@@ -26,7 +26,7 @@ QList<FieldValue> parseAssignments(const QStringList &arguments, QString &fault)
         }
         const QString path = argument.first(equals);
         const ProfileField *field = findField(path);
-        if (field == nullptr) {
+        if (!field) {
             fault = path + QStringLiteral(": there is no such field");
             return {};
         }
@@ -78,10 +78,9 @@ QString fieldLines(const ProfilePart *part, const NAP_PROFILE_S &record, bool sh
     for (const ProfileField &field : profileFields()) {
         if (field.part != part)
             continue;
-        const QString line =
-            (part == nullptr ? QString() : QStringLiteral("  ")) +
-            QString::fromLatin1(field.name).leftJustified(part == nullptr ? 16 : 14) +
-            shownValue(field, record, showSecrets);
+        const QString line = (!part ? QString() : QStringLiteral("  ")) +
+                             QString::fromLatin1(field.name).leftJustified(!part ? 16 : 14) +
+                             shownValue(field, record, showSecrets);
         lines += line.trimmed().isEmpty() ? QString() : line;
         while (lines.endsWith(u' '))
             lines.chop(1);

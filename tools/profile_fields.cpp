@@ -14,55 +14,55 @@ namespace {
 //////////////////////////////////////////////////////////////////////////////////////////////////
 // Tables
 
-constexpr ProfilePart kParts[] = {
+constexpr ProfilePart partTable[] = {
     {"gprs", "packet data (GSM-GPRS)"},
     {"csd", "circuit-switched data (GSM-CSD)"},
     {"csd2", "circuit-switched data, second set (GSM-CSD2)"},
     {"proxy1", "first proxy"},
     {"proxy2", "second proxy"},
 };
-constexpr const ProfilePart *kGprs = &kParts[0];
-constexpr const ProfilePart *kCsd = &kParts[1];
-constexpr const ProfilePart *kCsd2 = &kParts[2];
-constexpr const ProfilePart *kProxy1 = &kParts[3];
-constexpr const ProfilePart *kProxy2 = &kParts[4];
+constexpr const ProfilePart *gprsPart = &partTable[0];
+constexpr const ProfilePart *csdPart = &partTable[1];
+constexpr const ProfilePart *csd2Part = &partTable[2];
+constexpr const ProfilePart *proxy1Part = &partTable[3];
+constexpr const ProfilePart *proxy2Part = &partTable[4];
 
 /// Offset and size of a member of the record.
 #define RECORD_MEMBER(member) offsetof(NAP_PROFILE_S, member), sizeof(NAP_PROFILE_S::member)
 
-constexpr ProfileField kFields[] = {
+constexpr ProfileField fieldTable[] = {
     {nullptr, "editable", FieldKind::Flag, RECORD_MEMBER(flags)},
 
-    {kGprs, "address", FieldKind::Text, RECORD_MEMBER(gprsAddress)},
-    {kGprs, "authId", FieldKind::Text, RECORD_MEMBER(gprsAuthId)},
-    {kGprs, "authPassword", FieldKind::Secret, RECORD_MEMBER(gprsAuthPassword)},
-    {kGprs, "dns1", FieldKind::Ipv4, RECORD_MEMBER(gprsDns1)},
-    {kGprs, "dns2", FieldKind::Ipv4, RECORD_MEMBER(gprsDns2)},
-    {kGprs, "linger", FieldKind::Seconds, RECORD_MEMBER(gprsLinger)},
+    {gprsPart, "address", FieldKind::Text, RECORD_MEMBER(gprsAddress)},
+    {gprsPart, "authId", FieldKind::Text, RECORD_MEMBER(gprsAuthId)},
+    {gprsPart, "authPassword", FieldKind::Secret, RECORD_MEMBER(gprsAuthPassword)},
+    {gprsPart, "dns1", FieldKind::Ipv4, RECORD_MEMBER(gprsDns1)},
+    {gprsPart, "dns2", FieldKind::Ipv4, RECORD_MEMBER(gprsDns2)},
+    {gprsPart, "linger", FieldKind::Seconds, RECORD_MEMBER(gprsLinger)},
 
-    {kCsd, "address", FieldKind::Text, RECORD_MEMBER(csdAddress)},
-    {kCsd, "authId", FieldKind::Text, RECORD_MEMBER(csdAuthId)},
-    {kCsd, "authPassword", FieldKind::Secret, RECORD_MEMBER(csdAuthPassword)},
-    {kCsd, "dns1", FieldKind::Ipv4, RECORD_MEMBER(csdDns1)},
-    {kCsd, "dns2", FieldKind::Ipv4, RECORD_MEMBER(csdDns2)},
-    {kCsd, "linger", FieldKind::Seconds, RECORD_MEMBER(csdLinger)},
-    {kCsd, "lineType", FieldKind::LineType, RECORD_MEMBER(csdSpeedCode)},
-    {kCsd, "speed", FieldKind::BitRate, RECORD_MEMBER(csdSpeedCode)},
+    {csdPart, "address", FieldKind::Text, RECORD_MEMBER(csdAddress)},
+    {csdPart, "authId", FieldKind::Text, RECORD_MEMBER(csdAuthId)},
+    {csdPart, "authPassword", FieldKind::Secret, RECORD_MEMBER(csdAuthPassword)},
+    {csdPart, "dns1", FieldKind::Ipv4, RECORD_MEMBER(csdDns1)},
+    {csdPart, "dns2", FieldKind::Ipv4, RECORD_MEMBER(csdDns2)},
+    {csdPart, "linger", FieldKind::Seconds, RECORD_MEMBER(csdLinger)},
+    {csdPart, "lineType", FieldKind::LineType, RECORD_MEMBER(csdSpeedCode)},
+    {csdPart, "speed", FieldKind::BitRate, RECORD_MEMBER(csdSpeedCode)},
 
-    {kCsd2, "address", FieldKind::Text, RECORD_MEMBER(csd2Address)},
-    {kCsd2, "authId", FieldKind::Text, RECORD_MEMBER(csd2AuthId)},
-    {kCsd2, "authPassword", FieldKind::Secret, RECORD_MEMBER(csd2AuthPassword)},
-    {kCsd2, "dns1", FieldKind::Ipv4, RECORD_MEMBER(csd2Dns1)},
-    {kCsd2, "dns2", FieldKind::Ipv4, RECORD_MEMBER(csd2Dns2)},
-    {kCsd2, "linger", FieldKind::Seconds, RECORD_MEMBER(csd2Linger)},
-    {kCsd2, "lineType", FieldKind::LineType, RECORD_MEMBER(csd2SpeedCode)},
-    {kCsd2, "speed", FieldKind::BitRate, RECORD_MEMBER(csd2SpeedCode)},
+    {csd2Part, "address", FieldKind::Text, RECORD_MEMBER(csd2Address)},
+    {csd2Part, "authId", FieldKind::Text, RECORD_MEMBER(csd2AuthId)},
+    {csd2Part, "authPassword", FieldKind::Secret, RECORD_MEMBER(csd2AuthPassword)},
+    {csd2Part, "dns1", FieldKind::Ipv4, RECORD_MEMBER(csd2Dns1)},
+    {csd2Part, "dns2", FieldKind::Ipv4, RECORD_MEMBER(csd2Dns2)},
+    {csd2Part, "linger", FieldKind::Seconds, RECORD_MEMBER(csd2Linger)},
+    {csd2Part, "lineType", FieldKind::LineType, RECORD_MEMBER(csd2SpeedCode)},
+    {csd2Part, "speed", FieldKind::BitRate, RECORD_MEMBER(csd2SpeedCode)},
 
-    {kProxy1, "address", FieldKind::Text, RECORD_MEMBER(proxy1Address)},
-    {kProxy1, "port", FieldKind::Port, RECORD_MEMBER(proxy1Port)},
+    {proxy1Part, "address", FieldKind::Text, RECORD_MEMBER(proxy1Address)},
+    {proxy1Part, "port", FieldKind::Port, RECORD_MEMBER(proxy1Port)},
 
-    {kProxy2, "address", FieldKind::Text, RECORD_MEMBER(proxy2Address)},
-    {kProxy2, "port", FieldKind::Port, RECORD_MEMBER(proxy2Port)},
+    {proxy2Part, "address", FieldKind::Text, RECORD_MEMBER(proxy2Address)},
+    {proxy2Part, "port", FieldKind::Port, RECORD_MEMBER(proxy2Port)},
 };
 
 #undef RECORD_MEMBER
@@ -71,10 +71,10 @@ constexpr ProfileField kFields[] = {
 /// codes of the modem, so that it reads back as such.
 struct LineType {
     const char *name;
-    std::array<std::uint8_t, 5> codes; ///< one for each of kBitRates
+    std::array<std::uint8_t, 5> codes; ///< one for each of bitRates
 };
-constexpr std::array<unsigned int, 5> kBitRates = {0, 14400, 9600, 4800, 2400};
-constexpr LineType kLineTypes[] = {
+constexpr std::array<unsigned int, 5> bitRates = {0, 14400, 9600, 4800, 2400};
+constexpr LineType lineTypes[] = {
     {"ANALOG-MODEM", {0x00, 0x0E, 0x07, 0x06, 0x04}},
     {"Isdn", {0x00, 0x4B, 0x47, 0x46, 0x44}},
     {"V.110", {0x00, 0x0E, 0x07, 0x06, 0x04}},
@@ -88,7 +88,7 @@ struct LineSpeed {
 
 std::optional<LineSpeed> findSpeedCode(std::uint8_t code)
 {
-    for (const LineType &lineType : kLineTypes) {
+    for (const LineType &lineType : lineTypes) {
         const auto cell = std::find(lineType.codes.begin(), lineType.codes.end(), code);
         if (cell != lineType.codes.end())
             return LineSpeed{&lineType, static_cast<std::size_t>(cell - lineType.codes.begin())};
@@ -97,7 +97,7 @@ std::optional<LineSpeed> findSpeedCode(std::uint8_t code)
 }
 
 /// What an unknown code counts as: no speed on the first line type.
-constexpr LineSpeed kUnknownSpeed = {&kLineTypes[0], 0};
+constexpr LineSpeed unknownSpeed = {&lineTypes[0], 0};
 
 //////////////////////////////////////////////////////////////////////////////////////////////////
 // Bytes of the record
@@ -135,7 +135,7 @@ bool isText(const ProfileField &field)
 
 LineSpeed lineSpeedOf(const ProfileField &field, const NAP_PROFILE_S &record)
 {
-    return findSpeedCode(numberOf<std::uint8_t>(field, record)).value_or(kUnknownSpeed);
+    return findSpeedCode(numberOf<std::uint8_t>(field, record)).value_or(unknownSpeed);
 }
 
 QString ipv4Text(std::uint32_t address)
@@ -229,13 +229,13 @@ QString setNumber16(const ProfileField &field, NAP_PROFILE_S &record, const QStr
 QString setLineType(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
 {
     QStringList names;
-    for (const LineType &lineType : kLineTypes) {
+    for (const LineType &lineType : lineTypes) {
         const QString name = QString::fromLatin1(lineType.name);
         names += name;
         if (name != text)
             continue;
         const std::uint8_t code = lineType.codes[lineSpeedOf(field, record).column];
-        if (code == 0 && lineType.codes != kLineTypes[0].codes)
+        if (code == 0 && lineType.codes != lineTypes[0].codes)
             return QStringLiteral("%1 cannot be kept without a speed above 0").arg(name);
         storeNumber(field, record, code);
         return {};
@@ -246,8 +246,8 @@ QString setLineType(const ProfileField &field, NAP_PROFILE_S &record, const QStr
 QString setBitRate(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
 {
     QStringList rates;
-    for (std::size_t column = 0; column < kBitRates.size(); ++column) {
-        rates += QString::number(kBitRates[column]);
+    for (std::size_t column = 0; column < bitRates.size(); ++column) {
+        rates += QString::number(bitRates[column]);
         if (rates.last() != text)
             continue;
         storeNumber(field, record, lineSpeedOf(field, record).lineType->codes[column]);
@@ -281,25 +281,25 @@ QString setField(const ProfileField &field, NAP_PROFILE_S &record, const QString
 
 std::span<const ProfilePart> profileParts()
 {
-    return kParts;
+    return partTable;
 }
 
 std::span<const ProfileField> profileFields()
 {
-    return kFields;
+    return fieldTable;
 }
 
 QString fieldPath(const ProfileField &field)
 {
     const QString name = QString::fromLatin1(field.name);
-    return field.part == nullptr ? name : QString::fromLatin1(field.part->name) + u'.' + name;
+    return !field.part ? name : QString::fromLatin1(field.part->name) + u'.' + name;
 }
 
 const ProfileField *findField(QStringView path)
 {
     const auto *field = std::ranges::find_if(
-        kFields, [path](const ProfileField &candidate) { return fieldPath(candidate) == path; });
-    return field == std::end(kFields) ? nullptr : field;
+        fieldTable, [path](const ProfileField &candidate) { return fieldPath(candidate) == path; });
+    return field == std::end(fieldTable) ? nullptr : field;
 }
 
 QString fieldText(const ProfileField &field, const NAP_PROFILE_S &record)
@@ -320,7 +320,7 @@ QString fieldText(const ProfileField &field, const NAP_PROFILE_S &record)
     case FieldKind::LineType:
         return QString::fromLatin1(lineSpeedOf(field, record).lineType->name);
     case FieldKind::BitRate:
-        return QString::number(kBitRates[lineSpeedOf(field, record).column]);
+        return QString::number(bitRates[lineSpeedOf(field, record).column]);
     }
     return {};
 }
@@ -328,14 +328,14 @@ QString fieldText(const ProfileField &field, const NAP_PROFILE_S &record)
 bool isPartUsed(const ProfilePart &part, const NAP_PROFILE_S &record)
 {
     static constexpr NAP_PROFILE_S zeros = {};
-    return std::ranges::any_of(kFields, [&](const ProfileField &field) {
+    return std::ranges::any_of(fieldTable, [&](const ProfileField &field) {
         return field.part == &part && fieldText(field, record) != fieldText(field, zeros);
     });
 }
 
 bool isPartPresent(const ProfilePart &part, const NAP_PROFILE_S &record)
 {
-    return std::ranges::any_of(kFields, [&](const ProfileField &field) {
+    return std::ranges::any_of(fieldTable, [&](const ProfileField &field) {
         return field.part == &part && std::strcmp(field.name, "address") == 0 &&
                *bytesOf(field, record) != 0;
     });
@@ -359,7 +359,7 @@ QString setFields(NAP_PROFILE_S &record, QList<FieldValue> values)
 
 void clearFields(NAP_PROFILE_S &record)
 {
-    for (const ProfileField &field : kFields) {
+    for (const ProfileField &field : fieldTable) {
         if (field.kind == FieldKind::Flag)
             setFlag(field, record, QStringLiteral("true"));
         else
@@ -370,7 +370,7 @@ void clearFields(NAP_PROFILE_S &record)
 QStringList recordFaults(const NAP_PROFILE_S &record)
 {
     QStringList faults;
-    for (const ProfileField &field : kFields) {
+    for (const ProfileField &field : fieldTable) {
         if (isText(field) && !textOf(field, record).isValidUtf8())
             faults += fieldPath(field) + QStringLiteral(": the text is not UTF-8");
         if (field.kind != FieldKind::BitRate)

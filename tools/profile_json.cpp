@@ -11,7 +11,7 @@ using support::secretMask;
 
 namespace {
 
-const QString kNameKey = QStringLiteral("name");
+const QString nameKey = QStringLiteral("name");
 
 bool isNumber(const ProfileField &field)
 {
@@ -36,10 +36,10 @@ public:
         if (!value.isObject())
             return fail(QStringLiteral("expected an object"));
         const QJsonObject object = value.toObject();
-        if (!readName(object.value(kNameKey)))
+        if (!readName(object.value(nameKey)))
             return false;
         for (auto member = object.begin(); member != object.end(); ++member) {
-            if (member.key() != kNameKey && !readMember(member.key(), member.value()))
+            if (member.key() != nameKey && !readMember(member.key(), member.value()))
                 return false;
         }
         profiles += m_profile;
@@ -82,7 +82,7 @@ private:
     bool readValue(const QString &path, const QJsonValue &value)
     {
         const ProfileField *field = findField(path);
-        if (field == nullptr)
+        if (!field)
             return fail(path + QStringLiteral(": there is no such field"));
         if (field->kind == FieldKind::Flag) {
             if (!value.isBool())

@@ -10,7 +10,7 @@ struct StatusMeaning {
     const char *text;
 };
 
-constexpr StatusMeaning kMeanings[] = {
+constexpr StatusMeaning meanings[] = {
     {NAPI_ERROR_BAD_NAME, ExitStatus::Failed,
      "a name has 1 to 63 bytes of UTF-8 and no slash, and is not . or .. or *"},
     {NAPI_ERROR_NOT_FOUND, ExitStatus::Failed, "there is no such profile"},
@@ -25,16 +25,16 @@ constexpr StatusMeaning kMeanings[] = {
     {NAPI_ERROR_UNAVAILABLE, ExitStatus::Unusable,
      "the profile store cannot be reached or denies access"},
 };
-constexpr StatusMeaning kOtherFailure = {NAPI_ERROR_IO, ExitStatus::Unusable,
-                                         "the profile store cannot be used"};
+constexpr StatusMeaning otherFailure = {NAPI_ERROR_IO, ExitStatus::Unusable,
+                                        "the profile store cannot be used"};
 
 const StatusMeaning &meaningOf(int status)
 {
-    for (const StatusMeaning &meaning : kMeanings) {
+    for (const StatusMeaning &meaning : meanings) {
         if (meaning.status == status)
             return meaning;
     }
-    return kOtherFailure;
+    return otherFailure;
 }
 
 } // namespace

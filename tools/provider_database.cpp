@@ -18,7 +18,7 @@ public:
     {
         if (m_xml.readNextStartElement()) {
             if (m_xml.name() != u"serviceproviders")
-                m_xml.raiseError(QStringLiteral("it is no list of service providers"));
+                m_xml.raiseError(QStringLiteral("it is not a list of service providers"));
             else if (m_xml.attributes().value(QLatin1StringView("format")) != u"2.0")
                 m_xml.raiseError(QStringLiteral("only format 2.0 is known"));
         }

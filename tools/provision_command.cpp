@@ -15,7 +15,8 @@
 
 namespace {
 
-constexpr const char *kDatabase = "/usr/share/mobile-broadband-provider-info/serviceproviders.xml";
+constexpr const char *defaultDatabase =
+    "/usr/share/mobile-broadband-provider-info/serviceproviders.xml";
 
 struct PlannedProfile {
     QByteArray name;
@@ -173,8 +174,8 @@ ExitStatus runProvision(Output &output, const Invocation &invocation)
         output.problem(QStringLiteral("provision needs --country CC, or --all for every country"));
         return ExitStatus::WrongUsage;
     }
-    const QString fileName =
-        invocation.has("database") ? invocation.value("database") : QString::fromLatin1(kDatabase);
+    const QString fileName = invocation.has("database") ? invocation.value("database")
+                                                        : QString::fromLatin1(defaultDatabase);
     QString fault;
     const auto xml = commandline::readInput(fileName, largestInput, fault);
     if (!xml) {

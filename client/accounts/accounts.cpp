@@ -30,7 +30,7 @@ Expected<void, QString> setText(QByteArray &field, const QString &text)
 {
     const QByteArray bytes = text.toUtf8();
     if (!syncml::isXmlLine(text))
-        return Unexpected(QStringLiteral("has a control character, or one that is no character "
+        return Unexpected(QStringLiteral("has a control character, or one that is not a character "
                                          "of XML"));
     if (auto size = checkSize(bytes, longestAccountText); !size)
         return size;
@@ -43,7 +43,7 @@ Expected<void, QString> setAddress(Account &account, const QString &text)
     const QUrl url(text, QUrl::StrictMode);
     const bool isHttp = url.scheme() == u"http" || url.scheme() == u"https";
     if (!url.isValid() || !isHttp || url.host().isEmpty())
-        return Unexpected(QStringLiteral("is no http or https URL"));
+        return Unexpected(QStringLiteral("is not an http or https URL"));
     if (!url.userInfo().isEmpty())
         return Unexpected(QStringLiteral("has a user name in the URL; "
                                          "name and secret have fields of their own"));
@@ -109,7 +109,7 @@ Expected<void, QString> setNonce(std::optional<QByteArray> &nonce, const QString
     const auto decoded =
         QByteArray::fromBase64Encoding(text.toUtf8(), QByteArray::AbortOnBase64DecodingErrors);
     if (!decoded)
-        return Unexpected(QStringLiteral("is no base64"));
+        return Unexpected(QStringLiteral("is not base64"));
     if (auto size = checkSize(*decoded, largestNonce); !size)
         return size;
     nonce = text.isEmpty() ? std::nullopt : std::optional(*decoded);
@@ -221,7 +221,7 @@ Expected<void, QString> readAccount(const QString &name, const QJsonObject &obje
         const Expected<void, QString> set =
             field && entry.value().isString()
                 ? field->set(account, entry.value().toString())
-                : Unexpected(QStringLiteral("is no field with a text"));
+                : Unexpected(QStringLiteral("is not a field with a text"));
         if (!set && read)
             read = Unexpected(
                 QStringLiteral("%1 of account %2 %3").arg(entry.key(), name, set.error()));
@@ -260,7 +260,7 @@ Expected<void, QString> readEntry(const QString &name, const QJsonValue &stored,
     if (auto named = checkAccountName(name); !named)
         return named;
     if (!stored.isObject())
-        return Unexpected(QStringLiteral("account %1 is no object").arg(name));
+        return Unexpected(QStringLiteral("account %1 is not an object").arg(name));
     return readAccount(name, stored.toObject(), account);
 }
 

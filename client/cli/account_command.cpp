@@ -59,7 +59,7 @@ support::Expected<void, QString> setFields(const Context &context, Account &acco
         const AccountField *const field = equals < 0 ? nullptr : accountField(name);
         if (!field)
             return support::Unexpected(
-                QStringLiteral("\"%1\" is no FIELD=VALUE; %2").arg(word, fieldNames()));
+                QStringLiteral("\"%1\" is not FIELD=VALUE; %2").arg(word, fieldNames()));
         const QString text = word.mid(equals + 1);
         const auto value = field->isSecret
                                ? commandline::secretMeant(text, name, context.standardInput())

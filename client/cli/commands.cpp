@@ -76,7 +76,7 @@ ExitStatus runTree(Context &context, const Invocation &invocation)
             for (const QString &line : drawTree(listing, secrets, context.output.painter()))
                 context.output.line(line);
         }
-        // A leaf that nobody can read, such as a secret of an account, is no failure of the
+        // A leaf that nobody can read, such as a secret of an account, is not a failure of the
         // drawing.
         for (const ListedNode &listed : listing)
             if (listed.value && !*listed.value &&
@@ -317,8 +317,8 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
     const auto encoding = *syncml::recogniseEncoding(*package);
     const QString serverId = invocation.value("server-id");
     if (invocation.has("server-id") && !isServerIdentifier(serverId))
-        return wrongUsage(context,
-                          QStringLiteral("process: \"%1\" is no Server Identifier").arg(serverId));
+        return wrongUsage(
+            context, QStringLiteral("process: \"%1\" is not a Server Identifier").arg(serverId));
     const QString reasonAgainst = context.device->reasonAgainstServers();
     if (!reasonAgainst.isEmpty() &&
         (!serverId.isEmpty() || context.device->tree().deviceId().isEmpty())) {

@@ -152,10 +152,11 @@ bool findServer(const AccountStore &accounts, const QString &word, Server &serve
     }
     // One that cannot be read may be the one that is meant.
     if (!accounts.damagedAccounts().empty())
-        return wrong(error, QStringLiteral("\"%1\" is no account, and %2")
+        return wrong(error, QStringLiteral("\"%1\" is not an account, and %2")
                                 .arg(word, accounts.damagedAccounts().begin()->second.reason));
     if (const auto set = accountField(QStringLiteral("address"))->set(server.account, word); !set)
-        return wrong(error, QStringLiteral("\"%1\" is no account and %2").arg(word, set.error()));
+        return wrong(error,
+                     QStringLiteral("\"%1\" is not an account and %2").arg(word, set.error()));
     // Whoever answers there would not have to prove that it is the account's server.
     if (const auto name = accountOnHost(accounts, server.account.address))
         return wrong(error, QStringLiteral("%1 is on the host of the account %2 (%3); name the "

@@ -24,7 +24,7 @@ bool isSkipped(const QByteArray &line)
     return text.isEmpty() || text.startsWith('#');
 }
 
-/// What is no text would be cut off or read as something else.
+/// What is not text would be cut off or read as something else.
 bool isText(const QByteArray &line)
 {
     return !line.contains('\0') && line.isValidUtf8();

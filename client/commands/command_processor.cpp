@@ -1,3 +1,17 @@
+// One command of a message at a time, and what answers it.
+//
+// A command has items; each is done on its own and has its own outcome, and outcomes that are alike
+// share a Status. Get adds its Results behind the Status. Sequence and Atomic hold commands, which
+// are answered behind their own Status.
+//
+// An Atomic is tried: an undo log notes what each item has replaced, and the first failure takes
+// everything back in the reverse order. The Atomic is 507 then, what was taken back 216 (516 where
+// that failed in turn), and what was not reached 215. Answers that would not fit into any message
+// of the server (517) and the end of the session's time do the same.
+//
+// Answers wait in memory until they are sent, so they are limited: a result for which there is no
+// room is answered 413, and is not read from the tree to its end.
+
 #include "command_processor.h"
 
 #include "alerts.h"

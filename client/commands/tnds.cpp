@@ -51,7 +51,7 @@ support::Expected<TndsContent, QString> parseTndsRequest(const QString &argument
     for (const QString &word : rest.mid(1).split(sign))
         if (!apply(word, sign == u'+', content))
             return support::Unexpected(
-                QStringLiteral("\"%1\" is no property of a serialised tree").arg(word));
+                QStringLiteral("\"%1\" is not a property of a serialised tree").arg(word));
     return content;
 }
 

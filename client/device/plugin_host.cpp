@@ -49,7 +49,7 @@ Expected<void, QString> PluginHost::bindExports()
                                 : !m_getTree ? DMT_PLUGIN_TREE_SYMBOL
                                              : nullptr;
     if (missing)
-        return Unexpected(QStringLiteral("%1 is no plug-in: it does not export %2")
+        return Unexpected(QStringLiteral("%1 is not a plug-in: it does not export %2")
                               .arg(m_file, QString::fromLatin1(missing)));
     const int version = getVersion();
     if (version != DMT_PLUGIN_API_VERSION)

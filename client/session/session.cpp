@@ -1,3 +1,16 @@
+// The course of one management session.
+//
+// The client begins: who it is, what it wants, and the description of the device. From then on each
+// message of the server is read (receive), its header is believed or not (trust, session, number of
+// the message), its statuses are read, its commands are run, and what answers it goes into the
+// queue; the next message takes from there what the server has room for. A session ends when
+// neither side has anything more to say, by an abort of either side, or for one of the reasons that
+// docs/architecture.md lists.
+//
+// Nothing of a message counts before the server has proved what the account asks it to prove, but
+// for challenges, nonces and what it says about the client's own proof. Nonces are kept before the
+// message goes out that makes them known.
+
 #include "session.h"
 
 #include "answer_size.h"
@@ -485,7 +498,8 @@ void Session::readAddress(const QUrl &answered, const QString &respUri)
     const QUrl next = m_url.resolved(QUrl(respUri, QUrl::StrictMode));
     const bool isHttp = next.scheme() == u"http" || next.scheme() == u"https";
     if (!next.isValid() || !isHttp || next.host().isEmpty())
-        fail(QStringLiteral("the server wants its answer at \"%1\", which is no http or https URL")
+        fail(QStringLiteral(
+                 "the server wants its answer at \"%1\", which is not an http or https URL")
                  .arg(respUri));
     else if (givesUpTls(m_url, next))
         fail(QStringLiteral("the server wants its answer at %1, which gives up TLS").arg(respUri));

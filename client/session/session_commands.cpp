@@ -97,7 +97,7 @@ void SessionCommands::runCommand(const Command &command, Commands &answers)
 /// Runs a command whose items may be chunks.
 void SessionCommands::runItems(const Command &command, Commands &answers)
 {
-    Command whole = command; // the items that are no chunks, and objects that have become whole
+    Command whole = command; // the items that are not chunks, and objects that have become whole
     whole.items.clear();
     for (Item item : command.items) {
         const bool goesOn = m_object.continues(command, item);

@@ -92,7 +92,7 @@ struct Question {
     std::vector<QString> choices;
 };
 
-/// None when a text is no UTF-8.
+/// None when a text is not UTF-8.
 std::optional<Question> readQuestion(const Command &alert)
 {
     Question question;

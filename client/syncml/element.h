@@ -112,7 +112,7 @@ Element elementByName(QStringView name);
 /// Element with that tag code in that code page; Unknown when there is none.
 Element elementByToken(quint8 page, quint8 token);
 
-/// Unknown for an element that is no command of any SyncML protocol.
+/// Unknown for an element that is not a command of any SyncML protocol.
 CommandKind commandKind(Element element);
 
 /// Element of a command kind; Unknown for the kinds Unknown and Unsupported.

@@ -76,7 +76,7 @@ inline QString addressOf(const Item &item)
 }
 
 enum class CommandKind {
-    Unknown,     ///< an element that is no SyncML command at all
+    Unknown,     ///< an element that is not a SyncML command at all
     Unsupported, ///< a SyncML command that DM does not have: Map, Move, Put, Search or Sync
     Add,
     Alert,

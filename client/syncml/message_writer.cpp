@@ -92,7 +92,7 @@ private:
         if (command.cmdId)
             m_place += u' ' + *command.cmdId;
         if (element == Element::Unknown) {
-            fail(QStringLiteral("%1 is no DM command").arg(m_place));
+            fail(QStringLiteral("%1 is not a DM command").arg(m_place));
             return;
         }
         checkParts(command);

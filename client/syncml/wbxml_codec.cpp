@@ -189,7 +189,7 @@ private:
         const char32_t codePoint = character;
         const QString text = QString::fromUcs4(&codePoint, 1);
         if (character > lastCharacter || !isXmlText(text)) {
-            fail(400, QStringLiteral("entity %1 is no character").arg(character));
+            fail(400, QStringLiteral("entity %1 is not a character").arg(character));
             return Token::Failed;
         }
         m_text = text.toUtf8();

@@ -16,7 +16,8 @@ namespace syncml {
 DecodeResult decodeWbxml(const QByteArray &bytes, const Limits &limits = {});
 
 /// Writes `message` as WBXML 1.2 without a string table, with the children in the order of the DTD;
-/// every Data is opaque, every other text an inline string (a NextNonce that is no text is opaque).
+/// every Data is opaque, every other text an inline string (a NextNonce that is not text is
+/// opaque).
 ///
 /// Fails when `message` is not complete, has a command of kind Unknown or Unsupported, or has a
 /// text other than Data that XML could not carry.

@@ -103,7 +103,7 @@ support::Expected<AccessControlList, QString> AccessControlList::parse(const QBy
         for (const QByteArray &server : entry.mid(equals + 1).split('+')) {
             if (server != everyServer && !isServerIdentifier(server))
                 return support::Unexpected(
-                    QStringLiteral("\"%1\" in \"%2\" is no server identifier")
+                    QStringLiteral("\"%1\" in \"%2\" is not a server identifier")
                         .arg(shown(server), shown(entry)));
             servers[index(*right)].push_back(server);
         }

@@ -1,3 +1,17 @@
+// What the commands of a DM server do to the tree, on behalf of somebody.
+//
+// An operation looks at the same things in the same order, so that a refusal says the first thing
+// that is wrong: the form of the address (414, 404), whether the node exists (404), what the node
+// takes from anybody (405), the rights of the principal (425), a target that exists already (418),
+// the format and type (415). Only then is the tree asked that the node belongs to, which is a
+// plug-in's or the client's own, and has the last word.
+//
+// What a tree does not keep (lists, titles, time stamps, versions) is in the PropertyStore, and
+// follows each change that has succeeded. Nodes that show one profile share their properties.
+//
+// A tree is found by the longest root that the address begins with; beneath it, paths are the
+// engine's. Nothing here is undone: that is the undo log's, by the same operations.
+
 #include "management_tree.h"
 
 #include "answer_size.h"

@@ -44,7 +44,7 @@ QByteArray escapeName(const QByteArray &name);
 
 /// A name for people: only what would be misread is written %XX (slash, question mark, percent
 /// sign, white space other than a blank between two other characters, control characters, bytes
-/// that are no UTF-8).
+/// that are not UTF-8).
 QString displayName(const QByteArray &name);
 
 /// Longest addresses that are accepted; 0 is no limit.

@@ -37,7 +37,7 @@ Result<DmtData> parseNumber(const QByteArray &data)
     bool isNumber = false;
     const int number = data.trimmed().toInt(&isNumber, 10);
     if (!isNumber)
-        return unsupported(QStringLiteral("the value is no 32-bit decimal number"));
+        return unsupported(QStringLiteral("the value is not a 32-bit decimal number"));
     return DmtData(number);
 }
 

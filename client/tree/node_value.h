@@ -22,9 +22,9 @@ std::optional<DmtData::Type> typeOfFormat(const QString &format);
 /// The words that typeOfFormat knows.
 std::vector<QString> settableFormats();
 
-/// Reads a leaf's value from text. Fails with 415 when the text is no value of that type: an int is
-/// a decimal 32-bit number, a bool is "true" or "false" (white space around either is ignored), a
-/// chr is UTF-8 without NUL, bin is base64.
+/// Reads a leaf's value from text. Fails with 415 when the text is not a value of that type: an int
+/// is a decimal 32-bit number, a bool is "true" or "false" (white space around either is ignored),
+/// a chr is UTF-8 without NUL, bin is base64.
 /// @param data  none is the empty value, which only chr and null have
 Result<DmtData> parseValue(DmtData::Type type, const std::optional<QByteArray> &data);
 

@@ -195,7 +195,7 @@ constexpr PropertyField propertyFields[] = {
      [](PropertyStore::Properties &p, const QString &text) -> Expected<void, QString> {
          p.changed = QDateTime::fromString(text, Qt::ISODate).toUTC();
          if (!p.changed.isValid())
-             return Unexpected(QStringLiteral("\"%1\" is no time").arg(text));
+             return Unexpected(QStringLiteral("\"%1\" is not a time").arg(text));
          return {};
      }},
     {"version",
@@ -206,7 +206,7 @@ constexpr PropertyField propertyFields[] = {
          bool isNumber = false;
          p.version = text.toUShort(&isNumber, 10);
          if (!isNumber)
-             return Unexpected(QStringLiteral("\"%1\" is no number from 0 to %2")
+             return Unexpected(QStringLiteral("\"%1\" is not a number from 0 to %2")
                                    .arg(text)
                                    .arg(std::numeric_limits<quint16>::max()));
          return {};
@@ -218,7 +218,7 @@ QJsonObject toJson(const PropertyStore::Properties &properties)
     QJsonObject object;
     for (const PropertyField &field : propertyFields) {
         const QString text = field.get(properties);
-        // A list that was replaced with an empty one is no list that was never replaced.
+        // A list that was replaced with an empty one is not a list that was never replaced.
         const bool isEmptyAcl = properties.acl && QLatin1String(field.name) == QLatin1String("acl");
         if (!text.isEmpty() || isEmptyAcl)
             object[QLatin1String(field.name)] = text;
@@ -234,7 +234,7 @@ Expected<PropertyStore::Properties, QString> fromJson(const QJsonObject &object)
             std::begin(propertyFields), std::end(propertyFields),
             [&entry](const PropertyField &row) { return entry.key() == QLatin1String(row.name); });
         if (field == std::end(propertyFields) || !entry.value().isString())
-            return Unexpected(QStringLiteral("%1 is no property with a text").arg(entry.key()));
+            return Unexpected(QStringLiteral("%1 is not a property with a text").arg(entry.key()));
         if (const auto set = field->set(properties, entry.value().toString()); !set)
             return Unexpected(QStringLiteral("%1: %2").arg(entry.key(), set.error()));
     }
@@ -339,7 +339,7 @@ Expected<PropertyStore, QString> PropertyStore::load(const QString &file,
         const Key key = readKey(entry.key(), numbers);
         if (!key.isValid || !entry.value().isObject())
             return Unexpected(
-                QStringLiteral("%1: %2 is no node with properties").arg(file, entry.key()));
+                QStringLiteral("%1: %2 is not a node with properties").arg(file, entry.key()));
         const auto properties = fromJson(entry.value().toObject());
         if (!properties)
             return Unexpected(

@@ -15,7 +15,7 @@ using support::secretMask;
 bool isSecretLeaf(const QByteArray &name);
 
 /// Whether the mask stands for that leaf's value where secrets are not asked for. An empty password
-/// is no secret, and worth seeing.
+/// is not a secret, and worth seeing.
 bool isMasked(const QByteArray &leafName, const QByteArray &value);
 
 /// Whether the node of a URI is such a leaf.

@@ -1,13 +1,11 @@
-#include "setup_set_manager.h"
-
-#include <cstdio>
-#include <string>
-
-#include <QFile>
-
 #include "foreign_text.h"
 #include "private_storage.h"
+#include "setup_set_manager.h"
 #include "state_location.h"
+
+#include <QFile>
+#include <cstdio>
+#include <string>
 
 QString getSettingDirectory()
 {

@@ -1,18 +1,16 @@
 #include "settings_file.h"
 
+#include "foreign_text.h"
+#include "private_storage.h"
+
+#include <QFile>
+#include <QFileInfo>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <QFile>
-#include <QFileInfo>
-
-#include "private_storage.h"
-
-#include "foreign_text.h"
 
 using handset_state::FileDescriptor;
 
@@ -76,7 +74,7 @@ void SettingsFile::read()
     struct stat status = {};
     if (::fstat(file.get(), &status) != 0)
         return report("read", std::strerror(errno));
-    if (status.st_size > kMaximumSize)
+    if (status.st_size > maximumSize)
         return report("read", "it is larger than 4 MiB");
 
     QByteArray bytes(static_cast<qsizetype>(status.st_size), Qt::Uninitialized);
@@ -109,7 +107,7 @@ bool SettingsFile::flush()
     if (m_path.isEmpty() || m_path.contains('\0'))
         return fail("it has no usable name");
     const QByteArray bytes = formatSettings(groups);
-    if (bytes.size() > kMaximumSize)
+    if (bytes.size() > maximumSize)
         return fail("it would be larger than 4 MiB");
     const std::string folder = QFileInfo(QFile::decodeName(m_path)).path().toStdString();
     if (const handset_state::Refusal refusal = handset_state::checkFolder(folder))

@@ -1,16 +1,16 @@
 // One settings file: its path, its entries in memory, and the way to the disk and back.
 #pragma once
 
+#include "settings_format.h"
+
 #include <QByteArray>
 #include <QString>
-
-#include "settings_format.h"
 
 class SettingsFile {
 public:
     /// Largest file that is read and written, in bytes: some ten times what the mapping of a
     /// thousand profiles takes.
-    static constexpr qsizetype kMaximumSize = 4 * 1024 * 1024;
+    static constexpr qsizetype maximumSize = 4 * 1024 * 1024;
 
     /// Reads the file. What cannot be read is reported on stderr and left out.
     explicit SettingsFile(const QString &path);

@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr char16_t kByteOrderMark = 0xFEFF;
+constexpr char16_t byteOrderMark = 0xFEFF;
 
 enum class TextRole { Group, Key, Value };
 
@@ -13,12 +13,11 @@ struct ShortEscape {
     char letter;
 };
 
-constexpr ShortEscape kShortEscapes[] = {
+constexpr ShortEscape shortEscapes[] = {
     {u'\\', '\\'}, {u'\n', 'n'}, {u'\r', 'r'}, {u'\t', 't'}, {u' ', 's'}, {u'=', '='}, {u'[', '['},
 };
 
-//////////////////////////////////////////////////////////////////////////////////////////////////
-// Writing
+// ---- Writing ------------------------------------------------------------------------------------
 
 bool isLoneSurrogate(QStringView text, qsizetype index)
 {
@@ -34,7 +33,7 @@ bool needsEscape(QStringView text, qsizetype index, TextRole role)
     switch (unit) {
     case u'\\':
     case u'\x7F':
-    case kByteOrderMark:
+    case byteOrderMark:
         return true;
     case u' ':
         return index == 0 || index + 1 == text.size();
@@ -50,7 +49,7 @@ bool needsEscape(QStringView text, qsizetype index, TextRole role)
 void appendEscape(QByteArray &line, char16_t unit)
 {
     line += '\\';
-    for (const ShortEscape &escape : kShortEscapes) {
+    for (const ShortEscape &escape : shortEscapes) {
         if (escape.character == unit) {
             line += escape.letter;
             return;
@@ -73,8 +72,7 @@ void appendText(QByteArray &line, QStringView text, TextRole role)
     line += text.sliced(plainBegin).toUtf8();
 }
 
-//////////////////////////////////////////////////////////////////////////////////////////////////
-// Reading
+// ---- Reading ------------------------------------------------------------------------------------
 
 /// @return valid UTF-8 as a text that is not null. QString's own conversion drops one byte order
 ///         mark that comes first.
@@ -83,7 +81,7 @@ QString fromUtf8(QByteArrayView bytes)
     if (bytes.isEmpty())
         return QLatin1StringView("");
     if (bytes.startsWith("\xEF\xBB\xBF"))
-        return QChar(kByteOrderMark) + QString::fromUtf8(bytes);
+        return QChar(byteOrderMark) + QString::fromUtf8(bytes);
     return QString::fromUtf8(bytes);
 }
 
@@ -95,7 +93,7 @@ qsizetype appendUnescaped(QString &text, QByteArrayView bytes)
     constexpr qsizetype unitLength = 6;
     if (bytes.size() < shortLength)
         return 0;
-    for (const ShortEscape &escape : kShortEscapes) {
+    for (const ShortEscape &escape : shortEscapes) {
         if (escape.letter == bytes[1]) {
             text += QChar(escape.character);
             return shortLength;
@@ -186,7 +184,7 @@ private:
         const qsizetype keyEnd = findKeyEnd(line);
         QString key;
         QString value;
-        if (m_group == nullptr || keyEnd < 0 || !readText(line.first(keyEnd), key) ||
+        if (!m_group || keyEnd < 0 || !readText(line.first(keyEnd), key) ||
             !readText(line.sliced(keyEnd + 1), value))
             return false;
         m_group->insert(key, value);

@@ -1,5 +1,5 @@
-// Controls and counters of the host's engine library, for tests and benchmarks. They are no part of
-// the engine's interface: nothing of the product includes this header.
+// Controls and counters of the host's engine library, for tests and benchmarks. They are not part
+// of the engine's interface: nothing of the product includes this header.
 #pragma once
 
 #include "dmnative/jem_defs.h"

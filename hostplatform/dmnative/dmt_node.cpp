@@ -1,5 +1,4 @@
 #include "dmnative/dmt_node.h"
-
 #include "dmt_engine_calls.h"
 #include "dmt_node_table.h"
 #include "dmt_tree_link.h"

@@ -1,5 +1,4 @@
 #include "dmnative/dmt_tree.h"
-
 #include "dmnative_control.h"
 #include "dmt_engine_calls.h"
 #include "dmt_node_table.h"

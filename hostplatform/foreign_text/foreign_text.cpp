@@ -23,7 +23,7 @@ struct Range {
     std::uint32_t first;
     std::uint32_t last;
 };
-constexpr Range kNotShown[] = {
+constexpr Range notShown[] = {
     {0x0000, 0x001F}, {0x007F, 0x009F}, {0x061C, 0x061C},
     {0x200E, 0x200F}, {0x2028, 0x202E}, // separators, embeddings and overrides
     {0x2066, 0x2069},
@@ -31,7 +31,7 @@ constexpr Range kNotShown[] = {
 
 bool isShown(std::uint32_t character)
 {
-    for (const Range &range : kNotShown) {
+    for (const Range &range : notShown) {
         if (character >= range.first && character <= range.last)
             return false;
     }
@@ -48,7 +48,7 @@ std::uint32_t codePoint(std::string_view character)
     return value;
 }
 
-constexpr char kHexDigits[] = "0123456789abcdef";
+constexpr char hexDigits[] = "0123456789abcdef";
 
 void appendBytes(std::string &out, std::string_view bytes)
 {
@@ -59,7 +59,7 @@ void appendBytes(std::string &out, std::string_view bytes)
         else if (byte == '\t')
             out += "\\t";
         else
-            out += {'\\', 'x', kHexDigits[byte >> 4U], kHexDigits[byte & 0xFU]};
+            out += {'\\', 'x', hexDigits[byte >> 4U], hexDigits[byte & 0xFU]};
     }
 }
 
@@ -68,7 +68,7 @@ void appendUnicodeEscape(std::string &out, std::string_view character)
     const std::uint32_t value = codePoint(character);
     out += "\\u";
     for (const unsigned int shift : {12U, 8U, 4U, 0U})
-        out += kHexDigits[value >> shift & 0xFU];
+        out += hexDigits[value >> shift & 0xFU];
 }
 
 /// Copies what is shown and what `keep` names, and hands each other character, or byte that belongs
@@ -90,7 +90,7 @@ std::string escaped(std::string_view text, char keep, Escape escape)
     return out;
 }
 
-constexpr char kNothing = 'x'; // is shown anyway
+constexpr char nothing = 'x'; // is shown anyway
 
 } // namespace
 
@@ -128,7 +128,7 @@ std::string_view cutAtCharacter(std::string_view text, std::size_t size)
 
 std::string printable(std::string_view text)
 {
-    return escaped(text, kNothing, appendBytes);
+    return escaped(text, nothing, appendBytes);
 }
 
 std::string printableLines(std::string_view text)

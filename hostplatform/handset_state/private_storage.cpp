@@ -17,7 +17,7 @@ namespace {
 std::string userName(uid_t user)
 {
     const passwd *const entry = ::getpwuid(user);
-    return entry == nullptr ? "user " + std::to_string(user) : entry->pw_name;
+    return !entry ? "user " + std::to_string(user) : entry->pw_name;
 }
 
 Refusal refuse(const std::string &path, int error)
@@ -70,10 +70,10 @@ bool isPrivateGroup(const std::string &folder, const struct stat &status)
         return false;
     const passwd *const owner = ::getpwuid(status.st_uid);
     const group *const members = ::getgrgid(status.st_gid);
-    if (owner == nullptr || members == nullptr || owner->pw_gid != status.st_gid ||
+    if (!owner || !members || owner->pw_gid != status.st_gid ||
         std::strcmp(owner->pw_name, members->gr_name) != 0)
         return false;
-    for (char **member = members->gr_mem; *member != nullptr; ++member)
+    for (char **member = members->gr_mem; *member; ++member)
         if (std::strcmp(*member, owner->pw_name) != 0)
             return false;
     return true;

@@ -1,9 +1,9 @@
 // Folders and files of a handset's state, which nobody but their owner may touch.
 #pragma once
 
-#include <string>
-
 #include "file_descriptor.h"
+
+#include <string>
 
 namespace handset_state {
 

@@ -13,7 +13,7 @@ namespace {
 std::string environment(const char *variable)
 {
     const char *const value = std::getenv(variable);
-    return value == nullptr ? std::string() : value;
+    return !value ? std::string() : value;
 }
 
 std::string homeDirectory()
@@ -21,7 +21,7 @@ std::string homeDirectory()
     std::string home = environment("HOME");
     if (!home.starts_with('/')) {
         const passwd *const user = ::getpwuid(::geteuid());
-        home = user != nullptr && user->pw_dir != nullptr ? user->pw_dir : "/";
+        home = user && user->pw_dir ? user->pw_dir : "/";
     }
     return home;
 }

@@ -21,17 +21,17 @@
 
 namespace {
 
-constexpr std::size_t kStatusCount = NAPI_ERROR_UNAVAILABLE + 1;
+constexpr std::size_t statusCount = NAPI_ERROR_UNAVAILABLE + 1;
 
 std::optional<unsigned int> parseMaximum(const char *text)
 {
     unsigned int maximum = 0;
     const char *end = text + std::strlen(text);
     const auto [parsedEnd, error] = std::from_chars(text, end, maximum);
-    if (error == std::errc() && parsedEnd == end && maximum >= 1 && maximum <= kLargestMaximum)
+    if (error == std::errc() && parsedEnd == end && maximum >= 1 && maximum <= largestMaximum)
         return maximum;
     std::fprintf(stderr, "libnapi: KUB_NAPI_MAX is not a number from 1 to %u and is ignored\n",
-                 kLargestMaximum);
+                 largestMaximum);
     return std::nullopt;
 }
 
@@ -40,7 +40,7 @@ std::optional<unsigned int> maximumFromEnvironment()
 {
     static const std::optional<unsigned int> maximum = [] {
         const char *text = std::getenv("KUB_NAPI_MAX");
-        return text == nullptr ? std::nullopt : parseMaximum(text);
+        return !text ? std::nullopt : parseMaximum(text);
     }();
     return maximum;
 }
@@ -63,7 +63,7 @@ public:
         const std::lock_guard guard(m_mutex);
         StoreResult result;
         try {
-            if (m_store == nullptr)
+            if (!m_store)
                 result = open();
             if (!result.failed())
                 result = operation(*m_store);
@@ -112,7 +112,7 @@ private:
 
     std::mutex m_mutex;
     std::unique_ptr<ProfileStore> m_store;
-    std::bitset<kStatusCount> m_reported;
+    std::bitset<statusCount> m_reported;
 };
 
 int refuseNull()
@@ -124,7 +124,7 @@ int refuseNull()
 template <typename Operation>
 int runOnProfile(const char *name, Operation operation)
 {
-    if (name == nullptr)
+    if (!name)
         return refuseNull();
     const std::string_view text(name, strnlen(name, NAPI_NAME_SIZE));
     if (!isProfileName(text)) {
@@ -140,9 +140,9 @@ int runOnProfile(const char *name, Operation operation)
 
 int NAPI_ListAllProfile(char *names, unsigned int *count)
 {
-    if (count == nullptr)
+    if (!count)
         return refuseNull();
-    if (names == nullptr)
+    if (!names)
         return Service::instance().run([&](ProfileStore &store) { return store.count(*count); });
     return Service::instance().run([&](ProfileStore &store) {
         std::vector<std::string> found;
@@ -158,7 +158,7 @@ int NAPI_ListAllProfile(char *names, unsigned int *count)
 
 int NAPI_ReadProfile(const char *name, NAP_PROFILE_S *record, int, int)
 {
-    if (record == nullptr)
+    if (!record)
         return refuseNull();
     return runOnProfile(name, [&](ProfileStore &store, std::string_view text) {
         return store.read(text, *record);
@@ -167,7 +167,7 @@ int NAPI_ReadProfile(const char *name, NAP_PROFILE_S *record, int, int)
 
 int NAPI_ModifyProfile(const char *name, const NAP_PROFILE_S *record, int, int)
 {
-    if (record == nullptr)
+    if (!record)
         return refuseNull();
     return runOnProfile(name, [&](ProfileStore &store, std::string_view text) {
         return store.modify(text, *record);
@@ -176,7 +176,7 @@ int NAPI_ModifyProfile(const char *name, const NAP_PROFILE_S *record, int, int)
 
 int NAPI_CreateProfile(const char *name, const NAP_PROFILE_S *record, int, int)
 {
-    if (record == nullptr)
+    if (!record)
         return refuseNull();
     return runOnProfile(name, [&](ProfileStore &store, std::string_view text) {
         unsigned int maximum = 0;
@@ -193,7 +193,7 @@ int NAPI_DeleteProfile(const char *name)
 
 int NAPI_GetProfileIDByName(const char *name, unsigned int *id)
 {
-    if (id == nullptr)
+    if (!id)
         return refuseNull();
     return runOnProfile(name, [&](ProfileStore &store, std::string_view text) {
         return store.idByName(text, *id);
@@ -202,7 +202,7 @@ int NAPI_GetProfileIDByName(const char *name, unsigned int *id)
 
 int NAPI_GetProfileNameByID(unsigned int id, char *name)
 {
-    if (name == nullptr)
+    if (!name)
         return refuseNull();
     return Service::instance().run([&](ProfileStore &store) {
         std::string found;
@@ -215,7 +215,7 @@ int NAPI_GetProfileNameByID(unsigned int id, char *name)
 
 int NAPI_GetMaxProfiles(void)
 {
-    unsigned int maximum = maximumFromEnvironment().value_or(kDefaultMaximum);
+    unsigned int maximum = maximumFromEnvironment().value_or(defaultMaximum);
     Service::instance().run([&](ProfileStore &store) { return store.readMaximum(maximum); });
     return static_cast<int>(maximum);
 }

@@ -1,11 +1,11 @@
 #include "store_backend.h"
 
-#include <cstdlib>
-#include <string>
-
 #include "networkmanager_profile_store.h"
 #include "sqlite_profile_store.h"
 #include "state_location.h"
+
+#include <cstdlib>
+#include <string>
 
 namespace {
 
@@ -15,7 +15,7 @@ struct Backend {
     StoreResult (*open)(const std::string &path, std::unique_ptr<ProfileStore> &store);
 };
 
-constexpr Backend kBackends[] = {
+constexpr Backend backends[] = {
     {"sqlite", "profiles.db", SqliteProfileStore::open},
     {"networkmanager", "networkmanager-ids.db", NetworkManagerProfileStore::open},
 };
@@ -25,9 +25,9 @@ constexpr Backend kBackends[] = {
 StoreResult openChosenStore(std::unique_ptr<ProfileStore> &store)
 {
     const char *variable = std::getenv("KUB_NAPI_BACKEND");
-    const std::string chosen = variable == nullptr || *variable == '\0' ? "sqlite" : variable;
+    const std::string chosen = !variable || *variable == '\0' ? "sqlite" : variable;
     std::string names;
-    for (const Backend &backend : kBackends) {
+    for (const Backend &backend : backends) {
         if (backend.name == chosen) {
             static const std::string directory = handset_state::location();
             return backend.open(directory + "/" + std::string(backend.file), store);

@@ -1,9 +1,9 @@
 // Which store the profile service works on.
 #pragma once
 
-#include <memory>
-
 #include "profile_store.h"
+
+#include <memory>
 
 /// Opens the store that the environment variable KUB_NAPI_BACKEND names: "sqlite", which it also is
 /// when the variable is empty or not set, or "networkmanager".

@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr uid_t kNobody = 65534;
+constexpr uid_t nobody = 65534;
 
 void writeFile(const char *path, const std::string &text)
 {
@@ -74,7 +74,7 @@ void skipChild(const char *reason)
 {
     std::fprintf(stderr, "skipped: %s: %s\n", reason, std::strerror(errno));
     std::fflush(nullptr);
-    std::_Exit(kChildSkipped);
+    std::_Exit(childSkipped);
 }
 
 void mountPrivateFileSystem(const std::string &directory, std::size_t size)
@@ -100,13 +100,13 @@ void becomeNobodyWith(const std::string &directory)
     for (const auto &entry : std::filesystem::recursive_directory_iterator(directory))
         if (!giveAway(entry.path()))
             skipChild("cannot give files away");
-    if (::setresgid(kNobody, kNobody, kNobody) != 0 || ::setresuid(kNobody, kNobody, kNobody) != 0)
+    if (::setresgid(nobody, nobody, nobody) != 0 || ::setresuid(nobody, nobody, nobody) != 0)
         skipChild("cannot become a user without rights");
 }
 
 bool giveAway(const std::string &path)
 {
-    return ::geteuid() == 0 && ::lchown(path.c_str(), kNobody, kNobody) == 0;
+    return ::geteuid() == 0 && ::lchown(path.c_str(), nobody, nobody) == 0;
 }
 
 void limitFileSize(std::size_t bytes)

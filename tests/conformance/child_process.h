@@ -6,7 +6,7 @@
 #include <string>
 
 /// Exit code of a child that cannot do what its test needs on this machine.
-inline constexpr int kChildSkipped = 77;
+inline constexpr int childSkipped = 77;
 
 struct ChildOutcome {
     int exitCode = -1;       ///< 0 when no expectation failed; negative for a signal
@@ -41,7 +41,7 @@ void limitFileSize(std::size_t bytes);
 /// In a test body: runs the lambda in a child, passes its failures and skips on.
 #define EXPECT_CHILD_PASSES(outcome)                                                               \
     do {                                                                                           \
-        if ((outcome).exitCode == kChildSkipped)                                                   \
+        if ((outcome).exitCode == childSkipped)                                                    \
             GTEST_SKIP() << (outcome).errorOutput;                                                 \
         EXPECT_EQ((outcome).exitCode, 0) << (outcome).errorOutput;                                 \
     } while (false)

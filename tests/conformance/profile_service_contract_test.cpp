@@ -20,12 +20,12 @@
 
 namespace {
 
-constexpr unsigned int kMaximum = 40; // KUB_NAPI_MAX of this program
-constexpr char kPoison = '\x5A';
+constexpr unsigned int maximum = 40; // KUB_NAPI_MAX of this program
+constexpr char poison = '\x5A';
 
 std::vector<std::string> listedNames(unsigned int capacity)
 {
-    std::vector<char> slots(std::size_t{capacity} * NAPI_NAME_SIZE, kPoison);
+    std::vector<char> slots(std::size_t{capacity} * NAPI_NAME_SIZE, poison);
     unsigned int count = capacity;
     EXPECT_EQ(NAPI_ListAllProfile(slots.data(), &count), NAPI_OK);
     EXPECT_LE(count, capacity);
@@ -98,7 +98,7 @@ unsigned int idOf(const std::string &name)
 std::string nameOf(unsigned int id)
 {
     char name[NAPI_NAME_SIZE];
-    std::memset(name, kPoison, sizeof name);
+    std::memset(name, poison, sizeof name);
     EXPECT_EQ(NAPI_GetProfileNameByID(id, name), NAPI_OK) << id;
     return std::string(name, strnlen(name, sizeof name));
 }
@@ -123,10 +123,10 @@ TEST_F(ProfileServiceContract, EmptyStoreListsNothing)
     EXPECT_EQ(profileCount(), 0U);
     EXPECT_TRUE(listedNames(5).empty());
     unsigned int count = 0;
-    char slot = kPoison;
+    char slot = poison;
     EXPECT_EQ(NAPI_ListAllProfile(&slot, &count), NAPI_OK);
     EXPECT_EQ(count, 0U);
-    EXPECT_EQ(slot, kPoison);
+    EXPECT_EQ(slot, poison);
 }
 
 TEST_F(ProfileServiceContract, RecordComesBackByteForByte)
@@ -229,12 +229,12 @@ TEST_F(ProfileServiceContract, ListNeverWritesPastItsCapacity)
     for (const char *name : {"one", "two", "three"})
         ASSERT_EQ(create(name), NAPI_OK);
     for (unsigned int capacity = 0; capacity <= 4; ++capacity) {
-        std::vector<char> slots(std::size_t{5} * NAPI_NAME_SIZE, kPoison);
+        std::vector<char> slots(std::size_t{5} * NAPI_NAME_SIZE, poison);
         unsigned int count = capacity;
         ASSERT_EQ(NAPI_ListAllProfile(slots.data(), &count), NAPI_OK);
         EXPECT_EQ(count, std::min(capacity, 3U));
         const auto unused = slots.begin() + static_cast<long>(std::size_t{count} * NAPI_NAME_SIZE);
-        EXPECT_TRUE(std::all_of(unused, slots.end(), [](char byte) { return byte == kPoison; }));
+        EXPECT_TRUE(std::all_of(unused, slots.end(), [](char byte) { return byte == poison; }));
     }
 }
 
@@ -264,7 +264,7 @@ TEST_F(ProfileServiceContract, BadNamesAreRefusedByEveryCall)
         "Office/Home", // the paths of a management tree are split at slashes
         "/",
         "Office/",
-        ".", // and these are no names in them
+        ".", // and these are not names in them
         "..",
         "*",
         "\xFF",
@@ -382,12 +382,12 @@ TEST_F(ProfileServiceContract, IdsAreNeverUsedAgain)
 
 TEST_F(ProfileServiceContract, FullStoreTakesNoMoreUntilOneIsDeleted)
 {
-    ASSERT_EQ(NAPI_GetMaxProfiles(), static_cast<int>(kMaximum));
-    for (unsigned int index = 0; index < kMaximum; ++index)
+    ASSERT_EQ(NAPI_GetMaxProfiles(), static_cast<int>(maximum));
+    for (unsigned int index = 0; index < maximum; ++index)
         ASSERT_EQ(create("profile " + std::to_string(index)), NAPI_OK);
     EXPECT_EQ(create("one too many"), NAPI_ERROR_STORE_FULL);
     EXPECT_EQ(create("profile 0"), NAPI_ERROR_EXISTS);
-    EXPECT_EQ(profileCount(), kMaximum);
+    EXPECT_EQ(profileCount(), maximum);
     ASSERT_EQ(NAPI_DeleteProfile("profile 7"), NAPI_OK);
     EXPECT_EQ(create("one too many"), NAPI_OK);
 }
@@ -419,7 +419,7 @@ TEST_F(ProfileServiceContract, ProcessesThatWriteAtTheSameTimeLoseNothing)
         EXPECT_EQ(writer->exitStatus(), QProcess::NormalExit);
         EXPECT_EQ(writer->exitCode(), 0);
     }
-    const std::vector<std::string> names = listedNames(kMaximum);
+    const std::vector<std::string> names = listedNames(maximum);
     EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), 5U * perWriter);
     std::set<unsigned int> ids;
     for (const std::string &name : names)
@@ -435,6 +435,6 @@ int main(int argc, char *argv[])
     const QTemporaryDir directory;
     if (!qEnvironmentVariableIsSet("KUB_STATE_DIR"))
         qputenv("KUB_STATE_DIR", directory.path().toUtf8());
-    qputenv("KUB_NAPI_MAX", QByteArray::number(kMaximum));
+    qputenv("KUB_NAPI_MAX", QByteArray::number(maximum));
     return RUN_ALL_TESTS();
 }

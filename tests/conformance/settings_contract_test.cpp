@@ -11,7 +11,7 @@
 
 namespace {
 
-const QString kGroup = QStringLiteral("NAPIDEF_Profile");
+const QString settingsGroup = QStringLiteral("NAPIDEF_Profile");
 
 class SettingsContract : public testing::Test {
 protected:
@@ -64,41 +64,43 @@ TEST_F(SettingsContract, MissingFileIsAnEmptyOne)
     testing::internal::CaptureStderr();
     const SETUP_SET_Manager manager = reopened();
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    EXPECT_TRUE(manager.getEntryKeyList(kGroup).isEmpty());
+    EXPECT_TRUE(manager.getEntryKeyList(settingsGroup).isEmpty());
     EXPECT_FALSE(QFile::exists(m_path));
 }
 
 TEST_F(SettingsContract, EntryIsReadBackAfterFlush)
 {
     SETUP_SET_Manager manager = reopened();
-    ASSERT_TRUE(
-        manager.setSettingInfo(kGroup, QStringLiteral("5Ph1DC1"), QStringLiteral("Office"), false));
+    ASSERT_TRUE(manager.setSettingInfo(settingsGroup, QStringLiteral("5Ph1DC1"),
+                                       QStringLiteral("Office"), false));
     ASSERT_TRUE(manager.flush());
-    EXPECT_EQ(read(reopened(), kGroup, QStringLiteral("5Ph1DC1")), QStringLiteral("Office"));
+    EXPECT_EQ(read(reopened(), settingsGroup, QStringLiteral("5Ph1DC1")), QStringLiteral("Office"));
 }
 
 TEST_F(SettingsContract, AbsentEntryGivesTheDefaultAndEmptyEntryTheEmptyText)
 {
     SETUP_SET_Manager manager = reopened();
-    manager.setSettingInfo(kGroup, QStringLiteral("empty"), u""_qs, false);
-    manager.setSettingInfo(kGroup, QStringLiteral("null"), QString(), false);
+    manager.setSettingInfo(settingsGroup, QStringLiteral("empty"), u""_qs, false);
+    manager.setSettingInfo(settingsGroup, QStringLiteral("null"), QString(), false);
     for (int round = 0; round < 2; ++round) {
         const SETUP_SET_Manager current = reopened();
         const SETUP_SET_Manager &tested = round == 0 ? manager : current;
         for (const auto &key : {QStringLiteral("empty"), QStringLiteral("null")}) {
             QString value;
-            EXPECT_TRUE(tested.getSettingInfo(kGroup, key, value, QStringLiteral("d"), false));
+            EXPECT_TRUE(
+                tested.getSettingInfo(settingsGroup, key, value, QStringLiteral("d"), false));
             EXPECT_TRUE(value.isEmpty());
             EXPECT_FALSE(value.isNull());
         }
         QString value = QStringLiteral("old");
-        EXPECT_FALSE(
-            tested.getSettingInfo(kGroup, QStringLiteral("absent"), value, QString(), false));
+        EXPECT_FALSE(tested.getSettingInfo(settingsGroup, QStringLiteral("absent"), value,
+                                           QString(), false));
         EXPECT_TRUE(value.isNull());
         EXPECT_FALSE(tested.getSettingInfo(QStringLiteral("no group"), QStringLiteral("absent"),
                                            value, QStringLiteral("default"), false));
         EXPECT_EQ(value, QStringLiteral("default"));
-        EXPECT_FALSE(tested.getSettingInfo(kGroup, QStringLiteral("absent"), value, u""_qs, false));
+        EXPECT_FALSE(
+            tested.getSettingInfo(settingsGroup, QStringLiteral("absent"), value, u""_qs, false));
         EXPECT_TRUE(value.isEmpty() && !value.isNull());
         ASSERT_TRUE(manager.flush());
     }
@@ -165,15 +167,15 @@ TEST_F(SettingsContract, EveryCodeUnitRoundTrips)
         QString text;
         for (int unit = first; unit < first + unitsInText; ++unit)
             text += QChar(unit);
-        written.setSettingInfo(kGroup, text, text, false);
-        written.setSettingInfo(text, text, kGroup, false);
+        written.setSettingInfo(settingsGroup, text, text, false);
+        written.setSettingInfo(text, text, settingsGroup, false);
     }
     ASSERT_TRUE(written.flush());
     const SETUP_SET_Manager readBack = reopened();
-    EXPECT_EQ(readBack.getEntryKeyList(kGroup), written.getEntryKeyList(kGroup));
-    EXPECT_EQ(readBack.getEntryKeyList(kGroup).size(), unitsInAll / unitsInText);
-    for (const QString &text : readBack.getEntryKeyList(kGroup))
-        EXPECT_EQ(read(readBack, text, text), kGroup);
+    EXPECT_EQ(readBack.getEntryKeyList(settingsGroup), written.getEntryKeyList(settingsGroup));
+    EXPECT_EQ(readBack.getEntryKeyList(settingsGroup).size(), unitsInAll / unitsInText);
+    for (const QString &text : readBack.getEntryKeyList(settingsGroup))
+        EXPECT_EQ(read(readBack, text, text), settingsGroup);
 }
 
 TEST_F(SettingsContract, RandomTextsRoundTrip)
@@ -207,12 +209,12 @@ TEST_F(SettingsContract, EntriesComeInAscendingKeyOrder)
 {
     SETUP_SET_Manager manager = reopened();
     for (const char *key : {"5Ph1DC1", "12Ph1DC1", "7Ph3DC1", "12Ph2DC1"})
-        manager.setSettingInfo(kGroup, QString::fromLatin1(key), QStringLiteral("x"), false);
+        manager.setSettingInfo(settingsGroup, QString::fromLatin1(key), QStringLiteral("x"), false);
     ASSERT_TRUE(manager.flush());
     const QStringList expected = {QStringLiteral("12Ph1DC1"), QStringLiteral("12Ph2DC1"),
                                   QStringLiteral("5Ph1DC1"), QStringLiteral("7Ph3DC1")};
-    EXPECT_EQ(manager.getEntryKeyList(kGroup).keys(), expected);
-    EXPECT_EQ(reopened().getEntryKeyList(kGroup).keys(), expected);
+    EXPECT_EQ(manager.getEntryKeyList(settingsGroup).keys(), expected);
+    EXPECT_EQ(reopened().getEntryKeyList(settingsGroup).keys(), expected);
 }
 
 TEST_F(SettingsContract, GroupsAreApartFromEachOther)
@@ -220,11 +222,11 @@ TEST_F(SettingsContract, GroupsAreApartFromEachOther)
     const QString proxy = QStringLiteral("PROXY_Profile");
     const QString key = QStringLiteral("5");
     SETUP_SET_Manager manager = reopened();
-    manager.setSettingInfo(kGroup, key, QStringLiteral("one"), false);
+    manager.setSettingInfo(settingsGroup, key, QStringLiteral("one"), false);
     manager.setSettingInfo(proxy, key, QStringLiteral("two"), false);
-    ASSERT_TRUE(manager.removeEntry(kGroup, key));
+    ASSERT_TRUE(manager.removeEntry(settingsGroup, key));
     ASSERT_TRUE(manager.flush());
-    EXPECT_TRUE(reopened().getEntryKeyList(kGroup).isEmpty());
+    EXPECT_TRUE(reopened().getEntryKeyList(settingsGroup).isEmpty());
     EXPECT_EQ(read(reopened(), proxy, key), QStringLiteral("two"));
 }
 
@@ -232,31 +234,31 @@ TEST_F(SettingsContract, RemovingAnAbsentEntryFails)
 {
     const QString key = QStringLiteral("5");
     SETUP_SET_Manager manager = reopened();
-    EXPECT_FALSE(manager.removeEntry(kGroup, key));
-    manager.setSettingInfo(kGroup, key, QStringLiteral("x"), false);
+    EXPECT_FALSE(manager.removeEntry(settingsGroup, key));
+    manager.setSettingInfo(settingsGroup, key, QStringLiteral("x"), false);
     EXPECT_FALSE(manager.removeEntry(QStringLiteral("other"), key));
-    EXPECT_TRUE(manager.removeEntry(kGroup, key));
-    EXPECT_FALSE(manager.removeEntry(kGroup, key));
-    EXPECT_TRUE(read(manager, kGroup, key).isNull());
+    EXPECT_TRUE(manager.removeEntry(settingsGroup, key));
+    EXPECT_FALSE(manager.removeEntry(settingsGroup, key));
+    EXPECT_TRUE(read(manager, settingsGroup, key).isNull());
 }
 
 TEST_F(SettingsContract, LaterValueReplacesEarlierOne)
 {
     const QString key = QStringLiteral("5");
     SETUP_SET_Manager manager = reopened();
-    manager.setSettingInfo(kGroup, key, QStringLiteral("long first value"), false);
+    manager.setSettingInfo(settingsGroup, key, QStringLiteral("long first value"), false);
     ASSERT_TRUE(manager.flush());
-    manager.setSettingInfo(kGroup, key, QStringLiteral("2nd"), false);
+    manager.setSettingInfo(settingsGroup, key, QStringLiteral("2nd"), false);
     ASSERT_TRUE(manager.flush());
-    EXPECT_EQ(reopened().getEntryKeyList(kGroup).size(), 1);
-    EXPECT_EQ(read(reopened(), kGroup, key), QStringLiteral("2nd"));
+    EXPECT_EQ(reopened().getEntryKeyList(settingsGroup).size(), 1);
+    EXPECT_EQ(read(reopened(), settingsGroup, key), QStringLiteral("2nd"));
 }
 
 TEST_F(SettingsContract, NothingIsWrittenWithoutFlush)
 {
     {
         SETUP_SET_Manager manager = reopened();
-        manager.setSettingInfo(kGroup, QStringLiteral("5"), QStringLiteral("x"), false);
+        manager.setSettingInfo(settingsGroup, QStringLiteral("5"), QStringLiteral("x"), false);
     }
     EXPECT_FALSE(QFile::exists(m_path));
 }
@@ -280,7 +282,7 @@ TEST_F(SettingsContract, FileIsForItsOwnerOnly)
 TEST_F(SettingsContract, FlushLeavesNoOtherFile)
 {
     SETUP_SET_Manager manager = reopened();
-    manager.setSettingInfo(kGroup, QStringLiteral("5"), QStringLiteral("x"), false);
+    manager.setSettingInfo(settingsGroup, QStringLiteral("5"), QStringLiteral("x"), false);
     ASSERT_TRUE(manager.flush());
     ASSERT_TRUE(manager.flush());
     EXPECT_EQ(QDir(m_directory.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
@@ -290,11 +292,11 @@ TEST_F(SettingsContract, FlushLeavesNoOtherFile)
 TEST_F(SettingsContract, FlushOfUnlinkedFileWritesItAgain)
 {
     SETUP_SET_Manager manager = reopened();
-    manager.setSettingInfo(kGroup, QStringLiteral("5"), QStringLiteral("x"), false);
+    manager.setSettingInfo(settingsGroup, QStringLiteral("5"), QStringLiteral("x"), false);
     ASSERT_TRUE(manager.flush());
     ASSERT_TRUE(QFile::remove(m_path));
     ASSERT_TRUE(manager.flush());
-    EXPECT_EQ(read(reopened(), kGroup, QStringLiteral("5")), QStringLiteral("x"));
+    EXPECT_EQ(read(reopened(), settingsGroup, QStringLiteral("5")), QStringLiteral("x"));
 }
 
 TEST_F(SettingsContract, FlushIsReachedThroughTheVirtualTable)
@@ -319,13 +321,13 @@ TEST_F(SettingsContract, FlushIntoMissingDirectoryFailsAndKeepsMemory)
 {
     const QString path = m_directory.filePath(QStringLiteral("missing/test.cfg"));
     SETUP_SET_Manager manager(path, false);
-    manager.setSettingInfo(kGroup, QStringLiteral("5"), QStringLiteral("x"), false);
+    manager.setSettingInfo(settingsGroup, QStringLiteral("5"), QStringLiteral("x"), false);
     testing::internal::CaptureStderr();
     EXPECT_FALSE(manager.flush());
     const std::string message = testing::internal::GetCapturedStderr();
     EXPECT_NE(message.find(path.toStdString()), message.npos) << message;
     EXPECT_NE(message.find("No such file or directory"), message.npos) << message;
-    EXPECT_EQ(read(manager, kGroup, QStringLiteral("5")), QStringLiteral("x"));
+    EXPECT_EQ(read(manager, settingsGroup, QStringLiteral("5")), QStringLiteral("x"));
     ASSERT_TRUE(QDir(m_directory.path()).mkdir(QStringLiteral("missing")));
     EXPECT_TRUE(manager.flush());
 }

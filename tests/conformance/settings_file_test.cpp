@@ -18,8 +18,8 @@
 
 namespace {
 
-const QString kGroup = QStringLiteral("PROXY_Conn");
-const QString kKey = QStringLiteral("Office/Ph1");
+const QString settingsGroup = QStringLiteral("PROXY_Conn");
+const QString settingsKey = QStringLiteral("Office/Ph1");
 
 class SettingsFileOnDisk : public testing::Test {
 protected:
@@ -65,7 +65,7 @@ void expectMentions(const std::string &message, std::initializer_list<const char
 TEST_F(SettingsFileOnDisk, TextIsReadableAndInAscendingOrder)
 {
     SETUP_SET_Manager manager(m_path, false);
-    manager.setSettingInfo(kGroup, kKey, QStringLiteral("Mobile = fast"), false);
+    manager.setSettingInfo(settingsGroup, settingsKey, QStringLiteral("Mobile = fast"), false);
     manager.setSettingInfo(QStringLiteral("NAPIDEF_Profile"), QStringLiteral("7Ph2DC1"),
                            u"Vid\u00E9otron"_qs, false);
     manager.setSettingInfo(QStringLiteral("NAPIDEF_Profile"), QStringLiteral("12Ph1DC1"), u""_qs,
@@ -197,9 +197,9 @@ TEST_F(SettingsFileOnDisk, TenMegabytesOfRubbishAreRefusedQuicklyAndNotLost)
     SETUP_SET_Manager manager(m_path, false);
     expectMentions(testing::internal::GetCapturedStderr(),
                    {m_path.toUtf8().constData(), "larger than 4 MiB"});
-    manager.setSettingInfo(kGroup, kKey, u"x"_qs, false);
+    manager.setSettingInfo(settingsGroup, settingsKey, u"x"_qs, false);
     ASSERT_TRUE(manager.flush());
-    EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), kGroup, kKey), u"x"_qs);
+    EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), settingsGroup, settingsKey), u"x"_qs);
     EXPECT_EQ(bytesOf(m_path + QStringLiteral(".damaged")), rubbish);
 }
 
@@ -224,13 +224,13 @@ TEST_F(SettingsFileOnDisk, RubbishIsReadInLinearTime)
 TEST_F(SettingsFileOnDisk, FileThatCouldNotBeReadBackIsNotWritten)
 {
     SETUP_SET_Manager manager(m_path, false);
-    manager.setSettingInfo(kGroup, kKey, u"small"_qs, false);
+    manager.setSettingInfo(settingsGroup, settingsKey, u"small"_qs, false);
     ASSERT_TRUE(manager.flush());
-    manager.setSettingInfo(kGroup, kKey, QString(5 * 1024 * 1024, u'x'), false);
+    manager.setSettingInfo(settingsGroup, settingsKey, QString(5 * 1024 * 1024, u'x'), false);
     testing::internal::CaptureStderr();
     EXPECT_FALSE(manager.flush());
     expectMentions(testing::internal::GetCapturedStderr(), {"larger than 4 MiB"});
-    EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), kGroup, kKey), u"small"_qs);
+    EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), settingsGroup, settingsKey), u"small"_qs);
 }
 
 TEST_F(SettingsFileOnDisk, PipeInPlaceOfTheFileIsReportedAndNotWaitedFor)
@@ -276,17 +276,17 @@ TEST_F(SettingsFileOnDisk, FlushOnAFullDiskFailsAndLeavesTheOldFile)
         constexpr std::size_t pageSize = 4096;
         mountPrivateFileSystem(m_directory.path().toStdString(), 2 * pageSize);
         SETUP_SET_Manager manager(m_path, false);
-        manager.setSettingInfo(kGroup, kKey, u"old"_qs, false);
+        manager.setSettingInfo(settingsGroup, settingsKey, u"old"_qs, false);
         EXPECT_TRUE(manager.flush());
         const QString large(3 * pageSize, u'x');
-        manager.setSettingInfo(kGroup, kKey, large, false);
+        manager.setSettingInfo(settingsGroup, settingsKey, large, false);
         EXPECT_FALSE(manager.flush());
-        EXPECT_EQ(read(manager, kGroup, kKey), large);
-        EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), kGroup, kKey), u"old"_qs);
+        EXPECT_EQ(read(manager, settingsGroup, settingsKey), large);
+        EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), settingsGroup, settingsKey), u"old"_qs);
         EXPECT_EQ(files(), QStringList(u"test.cfg"_qs));
-        manager.setSettingInfo(kGroup, kKey, u"new"_qs, false);
+        manager.setSettingInfo(settingsGroup, settingsKey, u"new"_qs, false);
         EXPECT_TRUE(manager.flush());
-        EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), kGroup, kKey), u"new"_qs);
+        EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), settingsGroup, settingsKey), u"new"_qs);
     });
     EXPECT_CHILD_PASSES(outcome);
     expectMentions(outcome.errorOutput,
@@ -296,16 +296,16 @@ TEST_F(SettingsFileOnDisk, FlushOnAFullDiskFailsAndLeavesTheOldFile)
 TEST_F(SettingsFileOnDisk, FlushBeyondTheFileSizeLimitFailsAndLeavesTheOldFile)
 {
     SETUP_SET_Manager manager(m_path, false);
-    manager.setSettingInfo(kGroup, kKey, u"old"_qs, false);
+    manager.setSettingInfo(settingsGroup, settingsKey, u"old"_qs, false);
     ASSERT_TRUE(manager.flush());
     const ChildOutcome outcome = runInChild([&] {
         limitFileSize(1000);
-        manager.setSettingInfo(kGroup, kKey, QString(2000, u'x'), false);
+        manager.setSettingInfo(settingsGroup, settingsKey, QString(2000, u'x'), false);
         EXPECT_FALSE(manager.flush());
     });
     EXPECT_CHILD_PASSES(outcome);
     expectMentions(outcome.errorOutput, {m_path.toUtf8().constData(), "File too large"});
-    EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), kGroup, kKey), u"old"_qs);
+    EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), settingsGroup, settingsKey), u"old"_qs);
     EXPECT_EQ(files(), QStringList(u"test.cfg"_qs));
 }
 
@@ -314,14 +314,14 @@ TEST_F(SettingsFileOnDisk, ReadOnlyDiskIsReadAndRefusesToFlush)
     const ChildOutcome outcome = runInChild([&] {
         mountPrivateFileSystem(m_directory.path().toStdString(), 1 << 20);
         SETUP_SET_Manager manager(m_path, false);
-        manager.setSettingInfo(kGroup, kKey, u"old"_qs, false);
+        manager.setSettingInfo(settingsGroup, settingsKey, u"old"_qs, false);
         EXPECT_TRUE(manager.flush());
         makeFileSystemReadOnly(m_directory.path().toStdString());
         SETUP_SET_Manager readOnly(m_path, false);
-        EXPECT_EQ(read(readOnly, kGroup, kKey), u"old"_qs);
-        readOnly.setSettingInfo(kGroup, kKey, u"new"_qs, false);
+        EXPECT_EQ(read(readOnly, settingsGroup, settingsKey), u"old"_qs);
+        readOnly.setSettingInfo(settingsGroup, settingsKey, u"new"_qs, false);
         EXPECT_FALSE(readOnly.flush());
-        EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), kGroup, kKey), u"old"_qs);
+        EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), settingsGroup, settingsKey), u"old"_qs);
     });
     EXPECT_CHILD_PASSES(outcome);
     expectMentions(outcome.errorOutput,
@@ -362,11 +362,11 @@ TEST_F(SettingsFileOnDisk, ReadersAndWritersOfOtherProcessesAlwaysSeeAWholeFile)
             // Every file holds the same number of entries, all with one value.
             const QString value = QString::number(writer * rounds + round);
             SETUP_SET_Manager manager(m_path, false);
-            const auto found = manager.getEntryKeyList(kGroup).values();
+            const auto found = manager.getEntryKeyList(settingsGroup).values();
             good = good && (found.isEmpty() ||
                             (found.size() == entries && found.count(found.first()) == entries));
             for (int entry = 0; entry < entries; ++entry)
-                manager.setSettingInfo(kGroup, QString::number(entry), value, false);
+                manager.setSettingInfo(settingsGroup, QString::number(entry), value, false);
             good = manager.flush() && good;
         }
         std::_Exit(good ? 0 : 1);

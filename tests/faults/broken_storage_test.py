@@ -131,7 +131,7 @@ class BrokenStorageTest(HandsetTest):
             return file.read()
 
     def test_a_file_that_is_no_database_is_refused_and_kept(self):
-        bytes_before = self.damage(0, b"this is no database" * 10)
+        bytes_before = self.damage(0, b"this is not a database" * 10)
         self.assert_fails_clearly(self.handset.run("dmclient", "tree"), "profiles.db", (3,))
         self.assert_fails_clearly(self.handset.run("napictl", "list"), "profiles.db")
         with open(self.handset.path("profiles.db"), "rb") as file:

@@ -1,9 +1,9 @@
 #include "profile_name.h"
 
-#include <algorithm>
-
 #include "foreign_text.h"
 #include "napi.h"
+
+#include <algorithm>
 
 bool isNameText(std::string_view name)
 {

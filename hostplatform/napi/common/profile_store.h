@@ -1,13 +1,13 @@
 // Where the profiles are kept: the interface between the service's calls and a store.
 #pragma once
 
+#include "napi.h"
+
 #include <cstdint>
 #include <limits>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "napi.h"
 
 /// How an operation of a store ended: the code for the caller, and for anything but NAPI_OK a
 /// sentence for a person that names the store and the reason.

@@ -1,5 +1,7 @@
 #include "sqlite_file.h"
 
+#include "private_storage.h"
+
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -7,12 +9,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "private_storage.h"
-
 using handset_state::Refusal;
 
-//////////////////////////////////////////////////////////////////////////////////////////////////
-// What failures mean
+// ---- What failures mean -------------------------------------------------------------------------
 
 namespace {
 
@@ -108,8 +107,7 @@ std::string SqliteFile::quickCheck()
     return findings;
 }
 
-//////////////////////////////////////////////////////////////////////////////////////////////////
-// The file
+// ---- The file -----------------------------------------------------------------------------------
 
 namespace {
 
@@ -139,7 +137,7 @@ std::string immutableUri(const std::string &path)
     constexpr char digits[] = "0123456789ABCDEF";
     std::string uri = "file:";
     for (const char character : path) {
-        if (std::strchr("%?#", character) == nullptr) {
+        if (!std::strchr("%?#", character)) {
             uri += character;
             continue;
         }
@@ -198,7 +196,7 @@ StoreResult SqliteFile::openDatabase()
     if (sqlite3_open_v2(name.c_str(), &m_database, mode | SQLITE_OPEN_URI | SQLITE_OPEN_EXRESCODE,
                         nullptr) != SQLITE_OK)
         return failure(m_openAction.c_str());
-    sqlite3_busy_timeout(m_database, kBusyTimeoutMs);
+    sqlite3_busy_timeout(m_database, busyTimeoutMs);
     // A damaged or planted file must not get further than an error.
     sqlite3_db_config(m_database, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     sqlite3_db_config(m_database, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
@@ -225,8 +223,7 @@ StoreResult SqliteFile::prepare(std::span<const char *const> sql, Statements &st
     return {};
 }
 
-//////////////////////////////////////////////////////////////////////////////////////////////////
-// Program and format
+// ---- Program and format -------------------------------------------------------------------------
 
 StoreResult SqliteFile::readIdentity(Identity &identity)
 {
@@ -265,7 +262,7 @@ StoreResult SqliteFile::openFormat()
     // to the write-ahead log.
     using Clock = std::chrono::steady_clock;
     constexpr int retryDelayMs = 5;
-    const auto deadline = Clock::now() + std::chrono::milliseconds(kBusyTimeoutMs);
+    const auto deadline = Clock::now() + std::chrono::milliseconds(busyTimeoutMs);
     for (;;) {
         StoreResult result = tryOpenFormat();
         if (result.status != NAPI_ERROR_BUSY || Clock::now() >= deadline)
@@ -316,8 +313,7 @@ StoreResult SqliteFile::makeFormat(const Identity &before)
     return result.failed() ? result : transaction.commit();
 }
 
-//////////////////////////////////////////////////////////////////////////////////////////////////
-// Statements and transactions
+// ---- Statements and transactions ----------------------------------------------------------------
 
 StoreResult SqliteFile::execute(const char *sql, const char *action)
 {
@@ -395,7 +391,7 @@ std::string_view SqliteQuery::bytes(int column) const
 {
     const void *data = sqlite3_column_blob(m_statement, column);
     const int size = sqlite3_column_bytes(m_statement, column);
-    return {static_cast<const char *>(data), data == nullptr ? 0 : static_cast<std::size_t>(size)};
+    return {static_cast<const char *>(data), !data ? 0 : static_cast<std::size_t>(size)};
 }
 
 SqliteTransaction::~SqliteTransaction()

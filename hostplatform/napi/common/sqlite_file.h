@@ -2,15 +2,14 @@
 // program and of a known format. Everything that both stores need of SQLite stands here.
 #pragma once
 
+#include "profile_store.h"
+
 #include <cstdint>
 #include <span>
+#include <sqlite3.h>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <sqlite3.h>
-
-#include "profile_store.h"
 
 /// What one kind of database is. Its formats are numbered from 1.
 struct SqliteFileKind {
@@ -28,7 +27,7 @@ struct SqliteFileKind {
 class SqliteFile {
 public:
     /// How long a call waits for another process that has the file locked, in milliseconds.
-    static constexpr int kBusyTimeoutMs = 2000;
+    static constexpr int busyTimeoutMs = 2000;
 
     /// @param kind  outlives the object
     SqliteFile(std::string path, const SqliteFileKind &kind) : m_path(std::move(path)), m_kind(kind)

@@ -4,7 +4,7 @@ StoreResult readMaximum(SqliteFile &file, unsigned int &maximum)
 {
     constexpr const char *action = "read the maximum of profiles";
     std::int64_t tables = 0;
-    std::int64_t stored = kDefaultMaximum;
+    std::int64_t stored = defaultMaximum;
     StoreResult result = file.readNumber(
         "SELECT count(*) FROM sqlite_schema WHERE name = 'store_setting'", action, tables);
     // An aggregate has a row also when the table has none.
@@ -13,7 +13,7 @@ StoreResult readMaximum(SqliteFile &file, unsigned int &maximum)
                                  action, stored);
     if (result.failed())
         return result;
-    if (stored < 1 || stored > kLargestMaximum)
+    if (stored < 1 || stored > largestMaximum)
         return file.failure(NAPI_ERROR_CORRUPT, "the maximum of profiles is damaged");
     maximum = static_cast<unsigned int>(stored);
     return {};

@@ -3,8 +3,8 @@
 
 #include "sqlite_file.h"
 
-inline constexpr unsigned int kDefaultMaximum = 127;
-inline constexpr unsigned int kLargestMaximum = 1000000;
+inline constexpr unsigned int defaultMaximum = 127;
+inline constexpr unsigned int largestMaximum = 1000000;
 
 /// Reads the maximum, the default when none was ever stored.
 StoreResult readMaximum(SqliteFile &file, unsigned int &maximum);

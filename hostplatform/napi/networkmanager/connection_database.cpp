@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr const char *kFormats[] = {
+constexpr const char *fileFormats[] = {
     "CREATE TABLE profile_number("
     "  number INTEGER PRIMARY KEY AUTOINCREMENT," // never a second time, also not that of a deleted
                                                   // row
@@ -27,7 +27,7 @@ enum Statement : std::size_t {
     StatementCount
 };
 
-constexpr const char *kStatements[StatementCount] = {
+constexpr const char *statementTexts[StatementCount] = {
     "SELECT number FROM profile_number WHERE uuid = ?1",
     "INSERT INTO profile_number(uuid) VALUES(?1)",
     "SELECT field, value FROM profile_secret WHERE uuid = ?1",
@@ -35,25 +35,25 @@ constexpr const char *kStatements[StatementCount] = {
     "INSERT INTO profile_secret VALUES(?1, ?2, ?3)",
 };
 
-constexpr SqliteFileKind kConnectionDatabase = {
+constexpr SqliteFileKind connectionDatabase = {
     .name = "database of profile IDs",
     .applicationId = 0x4B55424D, // "KUBM"
     .newFilePragmas = "",
     // A number that a power cut takes back would be given a second time.
     .settingsPragmas = "PRAGMA synchronous = FULL; PRAGMA secure_delete = ON",
-    .formats = kFormats,
-    .statements = kStatements,
+    .formats = fileFormats,
+    .statements = statementTexts,
 };
 
-constexpr const char *kKeepNumbers = "keep the IDs of profiles";
-constexpr const char *kKeepSecrets = "keep the secrets of a profile";
+constexpr const char *keepNumbers = "keep the IDs of profiles";
+constexpr const char *keepSecrets = "keep the secrets of a profile";
 
 using Step = SqliteQuery::Step;
 
 } // namespace
 
 ConnectionDatabase::ConnectionDatabase(std::string path)
-    : m_file(std::move(path), kConnectionDatabase)
+    : m_file(std::move(path), connectionDatabase)
 {
 }
 
@@ -79,7 +79,7 @@ StoreResult ConnectionDatabase::find(const std::string &uuid, std::uint32_t &num
     SqliteQuery query(m_file, FindNumber);
     const Step step = query.bind(1, uuid).step();
     if (step == Step::Failed)
-        return m_file.failure(kKeepNumbers);
+        return m_file.failure(keepNumbers);
     const std::int64_t found = step == Step::Row ? query.number() : 0;
     if (!isProfileId(found))
         return m_file.failure(NAPI_ERROR_CORRUPT, "the number of " + uuid + " is damaged");
@@ -90,7 +90,7 @@ StoreResult ConnectionDatabase::find(const std::string &uuid, std::uint32_t &num
 StoreResult ConnectionDatabase::insert(const std::string &uuid, std::uint32_t &number)
 {
     if (SqliteQuery(m_file, InsertNumber).bind(1, uuid).step() != Step::Done)
-        return m_file.failure(kKeepNumbers);
+        return m_file.failure(keepNumbers);
     const std::int64_t given = m_file.lastInsertedId();
     if (!isProfileId(given))
         return m_file.failure(NAPI_ERROR_STORE_FULL, "has used up its IDs");
@@ -101,7 +101,7 @@ StoreResult ConnectionDatabase::insert(const std::string &uuid, std::uint32_t &n
 StoreResult ConnectionDatabase::insertMissing(const std::vector<std::string> &uuids,
                                               NumberByUuid &numbers)
 {
-    SqliteTransaction transaction(m_file, kKeepNumbers);
+    SqliteTransaction transaction(m_file, keepNumbers);
     StoreResult result = transaction.begin();
     for (const std::string &uuid : uuids) {
         std::uint32_t &number = numbers[uuid];
@@ -161,16 +161,16 @@ StoreResult ConnectionDatabase::secretsOf(const std::string &uuid, KeptSecrets &
 
 StoreResult ConnectionDatabase::setSecrets(const std::string &uuid, const KeptSecrets &secrets)
 {
-    SqliteTransaction transaction(m_file, kKeepSecrets);
+    SqliteTransaction transaction(m_file, keepSecrets);
     StoreResult result = transaction.begin();
     if (result.failed())
         return result;
     if (SqliteQuery(m_file, DeleteSecrets).bind(1, uuid).step() != Step::Done)
-        return m_file.failure(kKeepSecrets);
+        return m_file.failure(keepSecrets);
     for (const auto &[field, value] : secrets) {
         SqliteQuery query(m_file, InsertSecret);
         if (query.bind(1, uuid).bind(2, field).bindBlob(3, value).step() != Step::Done)
-            return m_file.failure(kKeepSecrets);
+            return m_file.failure(keepSecrets);
     }
     return transaction.commit();
 }

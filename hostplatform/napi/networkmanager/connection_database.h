@@ -2,14 +2,14 @@
 // for.
 #pragma once
 
+#include "connection_settings.h"
+#include "sqlite_file.h"
+
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "connection_settings.h"
-#include "sqlite_file.h"
 
 /// A database that only its owner can read, of UUIDs with their numbers and secrets.
 ///

@@ -17,7 +17,7 @@ class DnsServers {
 public:
     using Fields = std::array<std::uint32_t, 2>;
 
-    /// @param servers  the connection's list; what is no IPv4 address is carried along
+    /// @param servers  the connection's list; what is not an IPv4 address is carried along
     /// @param layout   the text beside it, empty for none
     DnsServers(const QStringList &servers, const QString &layout);
 

@@ -1,24 +1,23 @@
 #include "networkmanager_bus.h"
 
-#include <algorithm>
-#include <deque>
+#include "connection_settings.h"
+#include "record_conversion.h"
+#include "silent_bus.h"
 
 #include <QDBusConnectionInterface>
 #include <QDBusError>
 #include <QDBusMetaType>
 #include <QDBusPendingCall>
 #include <QUuid>
-
-#include "connection_settings.h"
-#include "record_conversion.h"
-#include "silent_bus.h"
+#include <algorithm>
+#include <deque>
 
 namespace {
 
-const QString kService = QStringLiteral("org.freedesktop.NetworkManager");
-const QString kSettingsPath = QStringLiteral("/org/freedesktop/NetworkManager/Settings");
-const QString kSettingsInterface = QStringLiteral("org.freedesktop.NetworkManager.Settings");
-const QString kConnectionInterface =
+const QString service = QStringLiteral("org.freedesktop.NetworkManager");
+const QString settingsPath = QStringLiteral("/org/freedesktop/NetworkManager/Settings");
+const QString settingsInterface = QStringLiteral("org.freedesktop.NetworkManager.Settings");
+const QString connectionInterface =
     QStringLiteral("org.freedesktop.NetworkManager.Settings.Connection");
 
 /// What the names of errors mean, the first row that a name begins with. NetworkManager's begin
@@ -28,7 +27,7 @@ struct ErrorRow {
     NAPI_STATUS status;
     Cause cause;
 };
-constexpr ErrorRow kErrors[] = {
+constexpr ErrorRow errorRows[] = {
     {"org.freedesktop.NetworkManager.AgentManager.NoSecrets", NAPI_ERROR_NOT_FOUND,
      Cause::NoSecrets},
     {"org.freedesktop.NetworkManager.SecretAgent.", NAPI_ERROR_NOT_FOUND, Cause::NoSecrets},
@@ -59,7 +58,7 @@ struct AnswerRow {
     QLatin1StringView method;
     QLatin1StringView signature;
 };
-constexpr AnswerRow kAnswers[] = {
+constexpr AnswerRow answerRows[] = {
     {QLatin1StringView("ListConnections"), QLatin1StringView("ao")},
     {QLatin1StringView("AddConnection2"), QLatin1StringView("oa{sv}")},
     {QLatin1StringView("GetSettings"), QLatin1StringView("a{sa{sv}}")},
@@ -68,9 +67,9 @@ constexpr AnswerRow kAnswers[] = {
 
 bool isExpected(const QDBusMessage &answer, const QString &method)
 {
-    const auto row = std::find_if(std::begin(kAnswers), std::end(kAnswers),
+    const auto row = std::find_if(std::begin(answerRows), std::end(answerRows),
                                   [&](const AnswerRow &one) { return one.method == method; });
-    return row == std::end(kAnswers) || row->signature == answer.signature();
+    return row == std::end(answerRows) || row->signature == answer.signature();
 }
 
 bool isAnswerMissing(const QDBusMessage &message)
@@ -154,7 +153,7 @@ StoreResult NetworkManagerBus::findDaemon()
     QDBusMessage question = QDBusMessage::createMethodCall(
         QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
         QStringLiteral("org.freedesktop.DBus"), method);
-    question.setArguments({kService});
+    question.setArguments({service});
     const BusReply reply = judge(m_connection->call(question, QDBus::Block, limitMs()), method);
     if (reply.cause == Cause::NoDaemon) {
         return {NAPI_ERROR_UNAVAILABLE,
@@ -167,7 +166,7 @@ StoreResult NetworkManagerBus::findDaemon()
 
 int NetworkManagerBus::limitMs() const
 {
-    return m_unansweredMethod.isEmpty() ? kCallLimitMs : kImpatientLimitMs;
+    return m_unansweredMethod.isEmpty() ? callLimitMs : impatientLimitMs;
 }
 
 QDBusMessage NetworkManagerBus::message(const QString &path, const QString &interface,
@@ -195,7 +194,7 @@ BusReply NetworkManagerBus::judge(const QDBusMessage &message, const QString &me
     }
     const std::string name = message.errorName().toStdString();
     const ErrorRow &row =
-        *std::find_if(std::begin(kErrors), std::end(kErrors),
+        *std::find_if(std::begin(errorRows), std::end(errorRows),
                       [&](const ErrorRow &candidate) { return name.starts_with(candidate.name); });
     if (row.cause == Cause::NoDaemon)
         m_daemon.clear();
@@ -211,7 +210,7 @@ BusReply NetworkManagerBus::call(const QDBusMessage &message)
 BusReply NetworkManagerBus::callSettings(const QString &method, const QVariantList &arguments)
 {
     const auto send = [&] {
-        return call(message(kSettingsPath, kSettingsInterface, method, arguments));
+        return call(message(settingsPath, settingsInterface, method, arguments));
     };
     BusReply reply = send();
     if (reply.cause != Cause::NoDaemon)
@@ -224,7 +223,7 @@ BusReply NetworkManagerBus::callSettings(const QString &method, const QVariantLi
 BusReply NetworkManagerBus::callConnection(const QString &path, const QString &method,
                                            const QVariantList &arguments)
 {
-    return call(message(path, kConnectionInterface, method, arguments));
+    return call(message(path, connectionInterface, method, arguments));
 }
 
 StoreResult NetworkManagerBus::callConnections(
@@ -234,9 +233,9 @@ StoreResult NetworkManagerBus::callConnections(
     std::deque<QDBusPendingCall> calls;
     qsizetype sent = 0;
     for (const QString &path : paths) {
-        while (sent < paths.size() && calls.size() < kCallsInFlight) {
+        while (sent < paths.size() && calls.size() < callsInFlight) {
             calls.push_back(m_connection->asyncCall(
-                message(paths[sent], kConnectionInterface, method, {}), limitMs()));
+                message(paths[sent], connectionInterface, method, {}), limitMs()));
             ++sent;
         }
         calls.front().waitForFinished();

@@ -1,16 +1,15 @@
 // Calls to NetworkManager over D-Bus: each with a time limit, and a limited number at a time.
 #pragma once
 
-#include <functional>
-#include <optional>
+#include "profile_store.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QString>
 #include <QStringList>
 #include <QVariantList>
-
-#include "profile_store.h"
+#include <functional>
+#include <optional>
 
 /// Why a call did not do what it should.
 enum class Cause {
@@ -35,12 +34,12 @@ struct BusReply {
 class NetworkManagerBus {
 public:
     /// How long a call may take, in milliseconds.
-    static constexpr int kCallLimitMs = 5000;
+    static constexpr int callLimitMs = 5000;
     /// The same after a call that got no answer in its time, until the next one that does: so that
     /// a daemon that has stopped does not make each of a thousand calls wait.
-    static constexpr int kImpatientLimitMs = 500;
+    static constexpr int impatientLimitMs = 500;
     /// The bus refuses the 129th unanswered call of a connection.
-    static constexpr int kCallsInFlight = 64;
+    static constexpr int callsInFlight = 64;
 
     NetworkManagerBus();
     ~NetworkManagerBus();

@@ -1,19 +1,29 @@
+// Profiles on a bus.
+//
+// An operation asks the daemon for the connections that there are, has the database of numbers give
+// each its ID, and names them; what it then reads or changes is one connection, read again just
+// before it is changed. Connections of another type than gsm, or that this user may not see, are
+// not profiles.
+//
+// Connections come and go while an operation looks at them: one that is gone between two calls is
+// left out of a list, and not found by its name. Where two have the same name, both go by
+// substitutes.
+
 #include "networkmanager_profile_store.h"
 
-#include <algorithm>
+#include "profile_names.h"
 
 #include <QDBusArgument>
 #include <QDBusObjectPath>
 #include <QUuid>
-
-#include "profile_names.h"
+#include <algorithm>
 
 namespace {
 
-const QString kGetSettings = QStringLiteral("GetSettings");
+const QString getSettings = QStringLiteral("GetSettings");
 
-constexpr uint kToDisk = 0x1;        // NM_SETTINGS_ADD_CONNECTION2_FLAG_TO_DISK
-constexpr uint kWhereItIsKept = 0x0; // NM_SETTINGS_UPDATE2_FLAG_NONE
+constexpr uint toDisk = 0x1;        // NM_SETTINGS_ADD_CONNECTION2_FLAG_TO_DISK
+constexpr uint whereItIsKept = 0x0; // NM_SETTINGS_UPDATE2_FLAG_NONE
 
 ConnectionSettings settingsIn(const BusReply &reply)
 {
@@ -90,7 +100,7 @@ StoreResult NetworkManagerProfileStore::readConnections(std::vector<Entry> &entr
          qdbus_cast<QList<QDBusObjectPath>>(listed.message.arguments().value(0)))
         paths.append(path.path());
     return m_bus.callConnections(
-        paths, kGetSettings, [&](const QString &path, const BusReply &reply) -> StoreResult {
+        paths, getSettings, [&](const QString &path, const BusReply &reply) -> StoreResult {
             // It was removed in the meantime, or is not for this user to see.
             if (reply.cause == Cause::NoObject || reply.cause == Cause::NotPermitted)
                 return {};
@@ -139,7 +149,7 @@ NetworkManagerProfileStore::findEntry(const Matches &matches) const
 
 BusReply NetworkManagerProfileStore::runOnEntry(const Entry &entry, const Operation &operation)
 {
-    const BusReply reply = m_bus.callConnection(entry.path, kGetSettings);
+    const BusReply reply = m_bus.callConnection(entry.path, getSettings);
     if (reply.result.failed())
         return reply;
     const ConnectionSettings settings = settingsIn(reply);
@@ -163,13 +173,13 @@ StoreResult NetworkManagerProfileStore::runOnConnection(const Matches &matches,
         if (result.failed())
             return result;
         const Entry *entry = m_isFresh ? findEntry(matches) : nullptr;
-        if (entry == nullptr) {
+        if (!entry) {
             result = refresh();
             entry = findEntry(matches);
         }
         if (result.failed())
             return result;
-        if (entry == nullptr)
+        if (!entry)
             return {NAPI_ERROR_NOT_FOUND, "NetworkManager has no such gsm connection"};
         reply = runOnEntry(*entry, operation);
         if (reply.cause != Cause::NoObject && reply.cause != Cause::NoDaemon)
@@ -301,7 +311,7 @@ BusReply NetworkManagerProfileStore::sendUpdate(const Entry &entry, const GsmCon
 {
     return m_bus.callConnection(
         entry.path, QStringLiteral("Update2"),
-        {QVariant::fromValue(settingsToSend(connection.settings)), kWhereItIsKept, QVariantMap()});
+        {QVariant::fromValue(settingsToSend(connection.settings)), whereItIsKept, QVariantMap()});
 }
 
 BusReply NetworkManagerProfileStore::update(const Entry &entry, const GsmConnection &before,
@@ -356,11 +366,11 @@ BusReply NetworkManagerProfileStore::updateConnection(const Entry &entry,
 StoreResult NetworkManagerProfileStore::refuseTakenName(std::string_view name) const
 {
     const Entry *taken = findEntry([&](const Entry &entry) { return entry.name == name; });
-    if (taken != nullptr)
+    if (taken)
         return {NAPI_ERROR_EXISTS, "NetworkManager has a gsm connection of that name already"};
     // One more of them could not have the name for itself.
     taken = findEntry([&](const Entry &entry) { return entry.connectionId == name; });
-    if (taken != nullptr)
+    if (taken)
         return {NAPI_ERROR_EXISTS, "NetworkManager has several gsm connections of that name"};
     return {};
 }
@@ -391,7 +401,7 @@ StoreResult NetworkManagerProfileStore::create(std::string_view name, const NAP_
     if (result.failed())
         return result;
     result = transaction.commit();
-    if (result.failed()) // without its number on the disk it is no profile
+    if (result.failed()) // without its number on the disk it is not a profile
         m_bus.callConnection(m_entries.back().path, QStringLiteral("Delete"));
     return result;
 }
@@ -414,7 +424,7 @@ StoreResult NetworkManagerProfileStore::add(const QString &id, const NAP_PROFILE
     connection.settings[QStringLiteral("gsm")].insert(connection.gsmSecrets);
     const BusReply reply =
         m_bus.callSettings(QStringLiteral("AddConnection2"),
-                           {QVariant::fromValue(connection.settings), kToDisk, QVariantMap()});
+                           {QVariant::fromValue(connection.settings), toDisk, QVariantMap()});
     if (reply.result.failed())
         return reply.result;
     const auto path = qdbus_cast<QDBusObjectPath>(reply.message.arguments().value(0));

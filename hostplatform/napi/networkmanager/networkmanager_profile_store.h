@@ -1,16 +1,16 @@
 // Profiles that are NetworkManager's connections of type gsm.
 #pragma once
 
-#include <functional>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "connection_database.h"
 #include "connection_settings.h"
 #include "networkmanager_bus.h"
 #include "profile_store.h"
 #include "record_conversion.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
 
 /// Each operation asks the daemon, so it sees what other programs have changed, and reads a
 /// connection again before it changes it. What is kept between two operations, names and object

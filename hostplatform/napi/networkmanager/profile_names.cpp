@@ -1,13 +1,13 @@
 #include "profile_names.h"
 
+#include "profile_name.h"
+
 #include <map>
 #include <set>
 
-#include "profile_name.h"
-
 namespace {
 
-constexpr std::size_t kUuidCharacters = 8;
+constexpr std::size_t uuidCharacters = 8;
 
 } // namespace
 
@@ -30,7 +30,7 @@ std::vector<std::string> profileNames(const std::vector<NamedConnection> &connec
         names.push_back(keepsItsId(connection)
                             ? connection.id
                             : substituteName(connection.id,
-                                             connection.uuid.substr(0, kUuidCharacters),
+                                             connection.uuid.substr(0, uuidCharacters),
                                              [&](std::string_view name) {
                                                  return taken.contains(std::string(name));
                                              }));

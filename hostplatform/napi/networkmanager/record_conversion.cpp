@@ -1,16 +1,27 @@
+// Which property of a connection holds which bytes of a record.
+//
+// A table has a row for every byte of the record. What NetworkManager has a property for is that
+// property: access point name, user name, password, DNS servers. The rest is user data, as texts
+// under "kub-dm.": names, numbers, addresses, and bytes without a meaning in hexadecimal. Secrets
+// are never user data, which everybody may read; they are kept beside the connection.
+//
+// Reading and writing go through the same table, so a record that was written is read byte for
+// byte. A property that a person has changed is read as it is now, and cut at a character where it
+// is longer than the field; only a text that differs is written, so that nothing of theirs is lost
+// by a change of another field.
+
 #include "record_conversion.h"
 
+#include "dns_servers.h"
+#include "foreign_text.h"
+
+#include <QDBusArgument>
+#include <QtEndian>
 #include <algorithm>
 #include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <QDBusArgument>
-#include <QtEndian>
-
-#include "dns_servers.h"
-#include "foreign_text.h"
 
 namespace {
 
@@ -18,14 +29,14 @@ using UserData = QMap<QString, QString>;
 using RecordBytes = unsigned char *;
 using ConstRecordBytes = const unsigned char *;
 
-const QString kGsm = QStringLiteral("gsm");
-const QString kIpv4 = QStringLiteral("ipv4");
-const QString kUser = QStringLiteral("user");
-const QString kData = QStringLiteral("data");
-const QString kDns = QStringLiteral("dns");
-const QString kDnsData = QStringLiteral("dns-data");
-const QString kPassword = QStringLiteral("password");
-const QString kPasswordFlags = QStringLiteral("password-flags");
+const QString gsmSetting = QStringLiteral("gsm");
+const QString ipv4Setting = QStringLiteral("ipv4");
+const QString userSetting = QStringLiteral("user");
+const QString dataProperty = QStringLiteral("data");
+const QString dnsProperty = QStringLiteral("dns");
+const QString dnsDataProperty = QStringLiteral("dns-data");
+const QString passwordProperty = QStringLiteral("password");
+const QString passwordFlagsProperty = QStringLiteral("password-flags");
 
 // ---- The fields of the record -------------------------------------------------------------------
 
@@ -52,7 +63,7 @@ struct Field {
         name, offsetof(NAP_PROFILE_S, member), sizeof(NAP_PROFILE_S::member), Form::form           \
     }
 
-constexpr Field kFields[] = {
+constexpr Field fieldTable[] = {
     KUB_FIELD("reserved000", reserved000, Bytes),
     KUB_FIELD("creation", creation, Number),
     KUB_FIELD("reserved002", reserved002, Bytes),
@@ -100,7 +111,7 @@ constexpr Field kFields[] = {
 constexpr bool coversTheRecord()
 {
     std::size_t end = 0;
-    for (const Field &field : kFields) {
+    for (const Field &field : fieldTable) {
         if (field.offset != end)
             return false;
         end += field.width;
@@ -109,11 +120,11 @@ constexpr bool coversTheRecord()
 }
 static_assert(coversTheRecord());
 
-const QString kKeyPrefix = QStringLiteral("kub-dm.");
+const QString keyPrefix = QStringLiteral("kub-dm.");
 
 QString userDataKey(const Field &field)
 {
-    return kKeyPrefix + QString::fromLatin1(field.name);
+    return keyPrefix + QString::fromLatin1(field.name);
 }
 
 /// What stands behind the terminator of a text that is a property.
@@ -124,7 +135,7 @@ QString tailKey(const Field &field)
 
 bool isPassword(const Field &field)
 {
-    return kPassword == QLatin1StringView(field.gsmProperty);
+    return passwordProperty == QLatin1StringView(field.gsmProperty);
 }
 
 /// The name under which a part of a secret field is kept beside the connection: what is a property
@@ -185,7 +196,7 @@ QString encode(Form form, const QByteArray &bytes)
     }
 }
 
-/// @return the bytes of a text, cut or filled up to the width. What is no text of that form gives
+/// @return the bytes of a text, cut or filled up to the width. What is not text of that form gives
 ///         bytes of another text.
 QByteArray decode(Form form, const QString &text, std::size_t width)
 {
@@ -211,20 +222,20 @@ QByteArray decode(Form form, const QString &text, std::size_t width)
 
 UserData userDataOf(const ConnectionSettings &settings)
 {
-    return qdbus_cast<UserData>(property(settings, kUser, kData));
+    return qdbus_cast<UserData>(property(settings, userSetting, dataProperty));
 }
 
 /// A setting that is left without a property goes, too.
 void setUserData(ConnectionSettings &settings, const UserData &data)
 {
     if (!data.isEmpty()) {
-        settings[kUser][kData] = QVariant::fromValue(data);
+        settings[userSetting][dataProperty] = QVariant::fromValue(data);
         return;
     }
-    QVariantMap user = settings.take(kUser);
-    user.remove(kData);
+    QVariantMap user = settings.take(userSetting);
+    user.remove(dataProperty);
     if (!user.isEmpty())
-        settings[kUser] = user;
+        settings[userSetting] = user;
 }
 
 StoreResult damaged(const QString &key, const QString &value)
@@ -300,14 +311,14 @@ QByteArray tailIn(const QByteArray &field)
 
 QVariantMap &holderOf(const Field &field, GsmConnection &connection)
 {
-    return isPassword(field) ? connection.gsmSecrets : connection.settings[kGsm];
+    return isPassword(field) ? connection.gsmSecrets : connection.settings[gsmSetting];
 }
 
 StoreResult readProperty(const Field &field, const GsmConnection &connection, const UserData &data,
                          RecordBytes bytes)
 {
     const QVariantMap holder =
-        isPassword(field) ? connection.gsmSecrets : connection.settings.value(kGsm);
+        isPassword(field) ? connection.gsmSecrets : connection.settings.value(gsmSetting);
     const QString value = holder.value(QString::fromLatin1(field.gsmProperty)).toString();
     const std::string whole = value.toStdString();
     const std::string_view text = foreign_text::cutAtCharacter(whole, field.width);
@@ -327,7 +338,7 @@ std::string reasonToRefuse(const Field &field, const QByteArray &text,
                            const ConnectionSettings &settings)
 {
     if (QString::fromUtf8(text).toUtf8() != text)
-        return "it is no UTF-8, or begins with a byte order mark";
+        return "it is not UTF-8, or begins with a byte order mark";
     if (field.gsmProperty == std::string_view("apn") && text.trimmed() != text)
         return "it begins or ends with a blank, which NetworkManager would cut off";
     if (isPassword(field) && !isPasswordKept(settings)) {
@@ -365,11 +376,11 @@ StoreResult writeProperty(const Field &field, const QByteArray &before, const QB
 
 QStringList dnsServersOf(const ConnectionSettings &settings)
 {
-    const QVariant texts = property(settings, kIpv4, kDnsData);
+    const QVariant texts = property(settings, ipv4Setting, dnsDataProperty);
     if (texts.isValid())
         return texts.toStringList();
     QStringList servers;
-    for (const uint address : qdbus_cast<QList<uint>>(property(settings, kIpv4, kDns)))
+    for (const uint address : qdbus_cast<QList<uint>>(property(settings, ipv4Setting, dnsProperty)))
         servers.append(dottedAddress(qFromBigEndian(address)));
     return servers;
 }
@@ -378,9 +389,9 @@ QStringList dnsServersOf(const ConnectionSettings &settings)
 /// version of the daemon takes.
 void setDnsServers(ConnectionSettings &settings, const QStringList &servers)
 {
-    QVariantMap &ipv4 = settings[kIpv4];
-    if (ipv4.contains(kDnsData)) {
-        ipv4[kDnsData] = servers;
+    QVariantMap &ipv4 = settings[ipv4Setting];
+    if (ipv4.contains(dnsDataProperty)) {
+        ipv4[dnsDataProperty] = servers;
         return;
     }
     QList<uint> numbers;
@@ -389,7 +400,7 @@ void setDnsServers(ConnectionSettings &settings, const QStringList &servers)
         parseDottedAddress(server, address);
         numbers.append(qToBigEndian(address));
     }
-    ipv4[kDns] = QVariant::fromValue(numbers);
+    ipv4[dnsProperty] = QVariant::fromValue(numbers);
 }
 
 void readDns(const Field &field, const ConnectionSettings &settings, const UserData &data,
@@ -419,7 +430,7 @@ StoreResult readRecord(const GsmConnection &connection, NAP_PROFILE_S &record)
 {
     NAP_PROFILE_S result = {};
     const UserData data = userDataOf(connection.settings);
-    for (const Field &field : kFields) {
+    for (const Field &field : fieldTable) {
         const RecordBytes bytes = reinterpret_cast<RecordBytes>(&result) + field.offset;
         StoreResult read;
         if (field.form == Form::Property)
@@ -443,7 +454,7 @@ StoreResult writeRecord(const NAP_PROFILE_S &before, const NAP_PROFILE_S &after,
     change = {};
     const UserData oldData = userDataOf(connection.settings);
     UserData data = oldData;
-    for (const Field &field : kFields) {
+    for (const Field &field : fieldTable) {
         const QByteArray oldBytes = fieldBytes(field, reinterpret_cast<ConstRecordBytes>(&before));
         const QByteArray newBytes = fieldBytes(field, reinterpret_cast<ConstRecordBytes>(&after));
         if (oldBytes == newBytes)
@@ -472,8 +483,8 @@ StoreResult takeSecretsFromUserData(GsmConnection &connection, bool &isTaken)
     UserData data = userDataOf(connection.settings);
     KeptSecrets secrets = connection.keptSecrets;
     isTaken = false;
-    for (const Field &field : kFields) {
-        const QString key = kKeyPrefix + QString::fromStdString(keptName(field));
+    for (const Field &field : fieldTable) {
+        const QString key = keyPrefix + QString::fromStdString(keptName(field));
         if (!isKeptBeside(field) || !data.contains(key))
             continue;
         const QByteArray value = decode(Form::Text, data[key], field.width);
@@ -491,7 +502,7 @@ StoreResult takeSecretsFromUserData(GsmConnection &connection, bool &isTaken)
 
 bool isPasswordKept(const ConnectionSettings &settings)
 {
-    return property(settings, kGsm, kPasswordFlags).toUInt() == 0;
+    return property(settings, gsmSetting, passwordFlagsProperty).toUInt() == 0;
 }
 
 GsmConnection newConnection(const QString &id, const QString &uuid)
@@ -500,11 +511,11 @@ GsmConnection newConnection(const QString &id, const QString &uuid)
     connection.settings[QStringLiteral("connection")] = {
         {QStringLiteral("id"), id},
         {QStringLiteral("uuid"), uuid},
-        {QStringLiteral("type"), kGsm},
+        {QStringLiteral("type"), gsmSetting},
         {QStringLiteral("autoconnect"), false},
     };
-    connection.settings[kGsm] = {};
-    connection.settings[kIpv4] = {{QStringLiteral("method"), QStringLiteral("auto")}};
+    connection.settings[gsmSetting] = {};
+    connection.settings[ipv4Setting] = {{QStringLiteral("method"), QStringLiteral("auto")}};
     return connection;
 }
 
@@ -516,7 +527,7 @@ ConnectionSettings settingsToSend(ConnectionSettings settings)
     };
     constexpr Pair pairs[] = {
         {"addresses", "address-data"}, {"routes", "route-data"}, {"dns", "dns-data"}};
-    for (const QString &setting : {kIpv4, QStringLiteral("ipv6")}) {
+    for (const QString &setting : {ipv4Setting, QStringLiteral("ipv6")}) {
         const auto properties = settings.find(setting);
         if (properties == settings.end())
             continue;
@@ -532,8 +543,8 @@ QString fieldOfProperty(const QString &property)
 {
     if (property == QStringLiteral("ipv4.dns"))
         return QStringLiteral("gprs.dns1 or gprs.dns2");
-    for (const Field &field : kFields) {
-        if (field.gsmProperty != nullptr &&
+    for (const Field &field : fieldTable) {
+        if (field.gsmProperty &&
             property == QStringLiteral("gsm.") + QLatin1StringView(field.gsmProperty))
             return QString::fromLatin1(field.name);
     }

@@ -11,14 +11,14 @@
 #include "profile_store.h"
 
 /// Fills the record from a connection.
-/// @return NAPI_ERROR_CORRUPT, with the key, when user data under our keys is no value of its
+/// @return NAPI_ERROR_CORRUPT, with the key, when user data under our keys is not a value of its
 /// field.
 StoreResult readRecord(const GsmConnection &connection, NAP_PROFILE_S &record);
 
 /// Moves secrets that are found in user data, where earlier versions kept them, to those that are
 /// kept beside the connection.
 /// @param isTaken  receives whether there were any; the connection is another then
-/// @return NAPI_ERROR_CORRUPT, with the key, when one is no value of its field.
+/// @return NAPI_ERROR_CORRUPT, with the key, when one is not a value of its field.
 StoreResult takeSecretsFromUserData(GsmConnection &connection, bool &isTaken);
 
 /// Where a change of a record went.

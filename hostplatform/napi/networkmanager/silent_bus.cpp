@@ -1,5 +1,7 @@
 #include "silent_bus.h"
 
+#include <QDeadlineTimer>
+#include <QList>
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
@@ -9,9 +11,6 @@
 #include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
-
-#include <QDeadlineTimer>
-#include <QList>
 
 namespace {
 

@@ -1,21 +1,20 @@
 #include "sqlite_profile_store.h"
 
+#include "profile_name.h"
+#include "stored_maximum.h"
+
 #include <algorithm>
 #include <cstring>
 #include <set>
 
-#include "profile_name.h"
-#include "stored_maximum.h"
-
 namespace {
 
-constexpr const char *kNoSuchName = "has no profile of that name";
-constexpr const char *kDamagedName = "the name of a profile is damaged";
+constexpr const char *noSuchName = "has no profile of that name";
+constexpr const char *damagedName = "the name of a profile is damaged";
 
-//////////////////////////////////////////////////////////////////////////////////////////////////
-// The database
+// ---- The database -------------------------------------------------------------------------------
 
-constexpr const char *kFormats[] = {
+constexpr const char *fileFormats[] = {
     "CREATE TABLE profile("
     "  id INTEGER PRIMARY KEY AUTOINCREMENT," // never gives an ID a second time
     "  name TEXT NOT NULL UNIQUE CHECK(length(CAST(name AS BLOB)) BETWEEN 1 AND 63),"
@@ -37,11 +36,11 @@ enum Statement : std::size_t {
 };
 
 /// A slash, or a name that means something in an address, is in no profile's name.
-constexpr const char *kWithoutProfileName =
+constexpr const char *withoutProfileName =
     "SELECT id, name FROM profile"
     " WHERE instr(name, '/') > 0 OR CAST(name AS TEXT) IN ('.', '..', '*') ORDER BY id";
 
-constexpr const char *kStatements[StatementCount] = {
+constexpr const char *statementTexts[StatementCount] = {
     "SELECT count(*) FROM profile",
     "SELECT id, name FROM profile ORDER BY id LIMIT ?1",
     "SELECT record FROM profile WHERE name = ?1",
@@ -50,16 +49,16 @@ constexpr const char *kStatements[StatementCount] = {
     "DELETE FROM profile WHERE name = ?1",
     "SELECT id FROM profile WHERE name = ?1",
     "SELECT id, name FROM profile WHERE id = ?1",
-    kWithoutProfileName,
+    withoutProfileName,
 };
 
-constexpr SqliteFileKind kProfileStore = {
+constexpr SqliteFileKind profileStore = {
     .name = "profile store",
     .applicationId = 0x4B55424E, // "KUBN"
     .newFilePragmas = "PRAGMA journal_mode = WAL",
     .settingsPragmas = "PRAGMA synchronous = NORMAL",
-    .formats = kFormats,
-    .statements = kStatements,
+    .formats = fileFormats,
+    .statements = statementTexts,
 };
 
 using Step = SqliteQuery::Step;
@@ -71,7 +70,7 @@ std::string_view bytesOf(const NAP_PROFILE_S &record)
 
 } // namespace
 
-SqliteProfileStore::SqliteProfileStore(std::string path) : m_file(std::move(path), kProfileStore) {}
+SqliteProfileStore::SqliteProfileStore(std::string path) : m_file(std::move(path), profileStore) {}
 
 StoreResult SqliteProfileStore::open(const std::string &path, std::unique_ptr<ProfileStore> &store)
 {
@@ -82,8 +81,7 @@ StoreResult SqliteProfileStore::open(const std::string &path, std::unique_ptr<Pr
     return result;
 }
 
-//////////////////////////////////////////////////////////////////////////////////////////////////
-// Operations
+// ---- Operations ---------------------------------------------------------------------------------
 
 StoreResult SqliteProfileStore::count(unsigned int &profiles)
 {
@@ -119,7 +117,7 @@ StoreResult SqliteProfileStore::read(std::string_view name, NAP_PROFILE_S &recor
         SqliteQuery query(m_file, Read);
         const Step step = query.bind(1, storedName).step();
         if (step == Step::Done)
-            return m_file.failure(NAPI_ERROR_NOT_FOUND, kNoSuchName);
+            return m_file.failure(NAPI_ERROR_NOT_FOUND, noSuchName);
         if (step != Step::Row)
             return m_file.failure("read a profile");
         const std::string_view bytes = query.bytes();
@@ -137,7 +135,7 @@ StoreResult SqliteProfileStore::modify(std::string_view name, const NAP_PROFILE_
             Step::Done)
             return m_file.failure("change a profile");
         if (m_file.changedRows() == 0)
-            return m_file.failure(NAPI_ERROR_NOT_FOUND, kNoSuchName);
+            return m_file.failure(NAPI_ERROR_NOT_FOUND, noSuchName);
         return {};
     });
 }
@@ -187,7 +185,7 @@ StoreResult SqliteProfileStore::remove(std::string_view name)
         if (SqliteQuery(m_file, Remove).bind(1, storedName).step() != Step::Done)
             return m_file.failure("delete a profile");
         if (m_file.changedRows() == 0)
-            return m_file.failure(NAPI_ERROR_NOT_FOUND, kNoSuchName);
+            return m_file.failure(NAPI_ERROR_NOT_FOUND, noSuchName);
         return {};
     });
 }
@@ -210,15 +208,14 @@ StoreResult SqliteProfileStore::nameById(std::uint32_t id, std::string &name)
     return listedName(id, query.bytes(1), renamed, name);
 }
 
-//////////////////////////////////////////////////////////////////////////////////////////////////
-// Stored names that are not profile names
+// ---- Stored names that are not profile names ----------------------------------------------------
 
 StoreResult SqliteProfileStore::idByStoredName(std::string_view name, std::uint32_t &id)
 {
     SqliteQuery query(m_file, IdByName);
     const Step step = query.bind(1, name).step();
     if (step == Step::Done)
-        return m_file.failure(NAPI_ERROR_NOT_FOUND, kNoSuchName);
+        return m_file.failure(NAPI_ERROR_NOT_FOUND, noSuchName);
     if (step != Step::Row)
         return m_file.failure("look up a profile");
     const std::int64_t number = query.number();
@@ -245,7 +242,7 @@ StoreResult SqliteProfileStore::readRenamed(std::vector<Renamed> &profiles)
         const std::int64_t id = query.number();
         const std::string_view storedName = query.bytes(1);
         if (!isNameText(storedName))
-            return m_file.failure(NAPI_ERROR_CORRUPT, kDamagedName);
+            return m_file.failure(NAPI_ERROR_CORRUPT, damagedName);
         const std::string name = substituteName(storedName, std::to_string(id), isTaken);
         given.insert(name);
         profiles.push_back({id, std::string(storedName), name});
@@ -259,7 +256,7 @@ StoreResult SqliteProfileStore::listedName(std::int64_t id, std::string_view sto
                                            std::vector<Renamed> &renamed, std::string &name)
 {
     if (!isNameText(storedName))
-        return m_file.failure(NAPI_ERROR_CORRUPT, kDamagedName);
+        return m_file.failure(NAPI_ERROR_CORRUPT, damagedName);
     if (isProfileName(storedName)) {
         name = storedName;
         return {};
@@ -271,7 +268,7 @@ StoreResult SqliteProfileStore::listedName(std::int64_t id, std::string_view sto
         return result;
     const auto found = std::ranges::lower_bound(renamed, id, {}, &Renamed::id);
     if (found == renamed.end() || found->id != id) // SQLite reads the name in another way
-        return m_file.failure(NAPI_ERROR_CORRUPT, kDamagedName);
+        return m_file.failure(NAPI_ERROR_CORRUPT, damagedName);
     name = found->name;
     return {};
 }

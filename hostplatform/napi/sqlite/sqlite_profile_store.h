@@ -1,12 +1,12 @@
 // Profiles in an SQLite database.
 #pragma once
 
+#include "profile_store.h"
+#include "sqlite_file.h"
+
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "profile_store.h"
-#include "sqlite_file.h"
 
 /// One row a profile in a file of its own, in write-ahead-log mode, so that readers and a writer of
 /// other processes do not wait for each other. Each operation is one transaction. A power cut can

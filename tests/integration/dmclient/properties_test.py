@@ -96,7 +96,7 @@ class AccessControlTest(DmclientTest):
         for word in ("", "*", "a b", "a+b"):
             status, _, errors = self.process("--server-id", word)
             self.assertEqual(status, USAGE)
-            self.assertIn(f'"{word}" is no Server Identifier', errors)
+            self.assertIn(f'"{word}" is not a Server Identifier', errors)
 
 
 class DescriptionTest(DmclientTest):

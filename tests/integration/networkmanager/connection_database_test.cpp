@@ -156,7 +156,7 @@ TEST_F(ConnectionDatabaseTest, TransactionKeepsAnotherUserOut)
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(second.begin().status, NAPI_ERROR_BUSY);
     EXPECT_GE(std::chrono::steady_clock::now() - begin,
-              std::chrono::milliseconds(SqliteFile::kBusyTimeoutMs) * 9 / 10)
+              std::chrono::milliseconds(SqliteFile::busyTimeoutMs) * 9 / 10)
         << "it waits for its turn";
 }
 

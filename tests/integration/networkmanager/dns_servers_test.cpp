@@ -8,9 +8,9 @@ namespace {
 constexpr std::uint32_t kA = 0x0A000001; // 10.0.0.1
 constexpr std::uint32_t kB = 0x0A000002;
 constexpr std::uint32_t kC = 0x0A000003;
-const QString kTextA = QStringLiteral("10.0.0.1");
-const QString kTextB = QStringLiteral("10.0.0.2");
-const QString kTextC = QStringLiteral("10.0.0.3");
+const QString textA = QStringLiteral("10.0.0.1");
+const QString textB = QStringLiteral("10.0.0.2");
+const QString textC = QStringLiteral("10.0.0.3");
 
 using Fields = DnsServers::Fields;
 
@@ -30,60 +30,60 @@ TEST(DottedAddress, TakesFourDecimalPartsOnly)
 TEST(DnsServers, FirstTwoServersAreTheFields)
 {
     EXPECT_EQ(DnsServers({}, QString()).fields(), (Fields{0, 0}));
-    EXPECT_EQ(DnsServers({kTextA}, QString()).fields(), (Fields{kA, 0}));
-    EXPECT_EQ(DnsServers({kTextA, kTextB, kTextC}, QString()).fields(), (Fields{kA, kB}));
+    EXPECT_EQ(DnsServers({textA}, QString()).fields(), (Fields{kA, 0}));
+    EXPECT_EQ(DnsServers({textA, textB, textC}, QString()).fields(), (Fields{kA, kB}));
 }
 
 TEST(DnsServers, EntriesThatAreNoIpv4AddressAreNoFields)
 {
-    const QStringList list = {QStringLiteral("dns+tls://one.one.one.one"), kTextA};
+    const QStringList list = {QStringLiteral("dns+tls://one.one.one.one"), textA};
     DnsServers servers(list, QString());
     EXPECT_EQ(servers.fields(), (Fields{kA, 0}));
     servers.setFields({kA, kB});
-    EXPECT_EQ(servers.servers(), (QStringList{kTextA, kTextB, list[0]}));
+    EXPECT_EQ(servers.servers(), (QStringList{textA, textB, list[0]}));
 }
 
 TEST(DnsServers, FurtherServersStayBehindTheFields)
 {
-    DnsServers servers({kTextA, kTextB, kTextC}, QString());
+    DnsServers servers({textA, textB, textC}, QString());
     servers.setFields({kB, 0x01020304});
-    EXPECT_EQ(servers.servers(), (QStringList{kTextB, QStringLiteral("1.2.3.4"), kTextC}));
+    EXPECT_EQ(servers.servers(), (QStringList{textB, QStringLiteral("1.2.3.4"), textC}));
     EXPECT_EQ(servers.layout(), QString());
 }
 
 TEST(DnsServers, NameOfAServerStaysWithIt)
 {
-    const QString named = kTextB + QStringLiteral("#dns.example");
-    DnsServers servers({kTextA, named}, QString());
+    const QString named = textB + QStringLiteral("#dns.example");
+    DnsServers servers({textA, named}, QString());
     EXPECT_EQ(servers.fields(), (Fields{kA, kB}));
     servers.setFields({kC, kB});
-    EXPECT_EQ(servers.servers(), (QStringList{kTextC, named}));
+    EXPECT_EQ(servers.servers(), (QStringList{textC, named}));
     servers.setFields({kC, kA});
-    EXPECT_EQ(servers.servers(), (QStringList{kTextC, kTextA}));
+    EXPECT_EQ(servers.servers(), (QStringList{textC, textA}));
 }
 
 TEST(DnsServers, EmptyFirstPlaceIsKeptBesideTheList)
 {
     DnsServers servers({}, QString());
     servers.setFields({0, kB});
-    EXPECT_EQ(servers.servers(), QStringList{kTextB});
+    EXPECT_EQ(servers.servers(), QStringList{textB});
     EXPECT_EQ(servers.layout(), QStringLiteral("0.0.0.0 10.0.0.2"));
 
     DnsServers again(servers.servers(), servers.layout());
     EXPECT_EQ(again.fields(), (Fields{0, kB}));
     again.setFields({kA, kB});
-    EXPECT_EQ(again.servers(), (QStringList{kTextA, kTextB}));
+    EXPECT_EQ(again.servers(), (QStringList{textA, textB}));
     EXPECT_EQ(again.layout(), QString());
 }
 
 TEST(DnsServers, FurtherServersDoNotMoveIntoAnEmptyField)
 {
-    DnsServers servers({kTextA, kTextB, kTextC}, QString());
+    DnsServers servers({textA, textB, textC}, QString());
     servers.setFields({kA, 0});
-    EXPECT_EQ(servers.servers(), (QStringList{kTextA, kTextC}));
+    EXPECT_EQ(servers.servers(), (QStringList{textA, textC}));
     EXPECT_EQ(DnsServers(servers.servers(), servers.layout()).fields(), (Fields{kA, 0}));
     servers.setFields({0, 0});
-    EXPECT_EQ(servers.servers(), QStringList{kTextC});
+    EXPECT_EQ(servers.servers(), QStringList{textC});
     EXPECT_EQ(DnsServers(servers.servers(), servers.layout()).fields(), (Fields{0, 0}));
 }
 
@@ -91,22 +91,22 @@ TEST(DnsServers, OneServerTwiceIsListedOnce)
 {
     DnsServers servers({}, QString());
     servers.setFields({kA, kA});
-    EXPECT_EQ(servers.servers(), QStringList{kTextA});
+    EXPECT_EQ(servers.servers(), QStringList{textA});
     EXPECT_EQ(DnsServers(servers.servers(), servers.layout()).fields(), (Fields{kA, kA}));
 }
 
 TEST(DnsServers, LayoutEndsWithAChangeOfTheListByOthers)
 {
     const QString layout = QStringLiteral("0.0.0.0 10.0.0.2");
-    EXPECT_EQ(DnsServers({kTextC}, layout).fields(), (Fields{kC, 0}));
-    EXPECT_EQ(DnsServers({kTextB, kTextC}, layout).fields(), (Fields{kB, kC}));
+    EXPECT_EQ(DnsServers({textC}, layout).fields(), (Fields{kC, 0}));
+    EXPECT_EQ(DnsServers({textB, textC}, layout).fields(), (Fields{kB, kC}));
     EXPECT_EQ(DnsServers({}, layout).fields(), (Fields{0, 0}));
 }
 
 TEST(DnsServers, RubbishIsNoLayout)
 {
     for (const char *layout : {"x", "10.0.0.2", " ", "0.0.0.0  10.0.0.2", "0.0.0.0 10.0.0.2 "})
-        EXPECT_EQ(DnsServers({kTextB}, QString::fromLatin1(layout)).fields(), (Fields{kB, 0}));
+        EXPECT_EQ(DnsServers({textB}, QString::fromLatin1(layout)).fields(), (Fields{kB, 0}));
 }
 
 } // namespace

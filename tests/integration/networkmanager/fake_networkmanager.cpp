@@ -18,8 +18,8 @@
 
 namespace {
 
-const QString kServiceName = QStringLiteral("org.freedesktop.NetworkManager");
-const QString kSettingsPath = QStringLiteral("/org/freedesktop/NetworkManager/Settings");
+const QString serviceName = QStringLiteral("org.freedesktop.NetworkManager");
+const QString settingsPath = QStringLiteral("/org/freedesktop/NetworkManager/Settings");
 
 const QTemporaryDir &busDirectory()
 {
@@ -27,7 +27,7 @@ const QTemporaryDir &busDirectory()
     return directory;
 }
 
-constexpr char kBusConfiguration[] = R"(<!DOCTYPE busconfig PUBLIC
+constexpr char busConfiguration[] = R"(<!DOCTYPE busconfig PUBLIC
  "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
@@ -56,7 +56,7 @@ PrivateBus::PrivateBus()
     qputenv("DBUS_SYSTEM_BUS_ADDRESS", address().toUtf8());
     QFile configuration(busDirectory().filePath(u"bus.conf"_qs));
     EXPECT_TRUE(configuration.open(QIODevice::WriteOnly));
-    configuration.write(QString::fromUtf8(kBusConfiguration).arg(address()).toUtf8());
+    configuration.write(QString::fromUtf8(busConfiguration).arg(address()).toUtf8());
     configuration.close();
     m_daemon.start(u"dbus-daemon"_qs, {u"--nofork"_qs, u"--print-address"_qs,
                                        u"--config-file="_qs + configuration.fileName()});
@@ -186,7 +186,7 @@ public:
             QDBusConnection connection = QDBusConnection::connectToBus(PrivateBus::address(), name);
             EXPECT_TRUE(connection.registerVirtualObject(u"/org/freedesktop/NetworkManager"_qs,
                                                          &object, QDBusConnection::SubPath));
-            EXPECT_TRUE(connection.registerService(kServiceName));
+            EXPECT_TRUE(connection.registerService(serviceName));
             service = &object;
             m_isReady.release();
             exec();
@@ -212,7 +212,7 @@ FakeNetworkManager::~FakeNetworkManager() = default;
 
 QString FakeNetworkManager::connectionPath(int index)
 {
-    return kSettingsPath + u'/' + QString::number(index);
+    return settingsPath + u'/' + QString::number(index);
 }
 
 ConnectionSettings FakeNetworkManager::connectionSettings(int index)
@@ -226,7 +226,7 @@ ConnectionSettings FakeNetworkManager::connectionSettings(int index)
 
 void FakeNetworkManager::giveUpName()
 {
-    EXPECT_TRUE(QDBusConnection(m_thread->name).unregisterService(kServiceName));
+    EXPECT_TRUE(QDBusConnection(m_thread->name).unregisterService(serviceName));
 }
 
 void FakeNetworkManager::handle(const std::string &method, Handler handler)

@@ -42,12 +42,12 @@ FakeNetworkManager::Handler error(const char *name, const char *text)
     };
 }
 
-constexpr char kPermissionDenied[] = "org.freedesktop.NetworkManager.Settings.PermissionDenied";
+constexpr char permissionDenied[] = "org.freedesktop.NetworkManager.Settings.PermissionDenied";
 
-constexpr std::chrono::milliseconds kLimit(NetworkManagerBus::kCallLimitMs);
-constexpr std::chrono::milliseconds kImpatientLimit(NetworkManagerBus::kImpatientLimitMs);
-constexpr std::chrono::milliseconds kRounding = kLimit / 15; // Qt's timers may be 5 % early
-constexpr std::chrono::milliseconds kBusyMachine(2000);
+constexpr std::chrono::milliseconds limit(NetworkManagerBus::callLimitMs);
+constexpr std::chrono::milliseconds impatientLimit(NetworkManagerBus::impatientLimitMs);
+constexpr std::chrono::milliseconds rounding = limit / 15; // Qt's timers may be 5 % early
+constexpr std::chrono::milliseconds busyMachine(2000);
 
 std::chrono::milliseconds timeOf(const std::function<void()> &action)
 {
@@ -149,13 +149,13 @@ TEST_F(Faults, DaemonThatDoesNotAnswerEndsAtTheLimitAndThenSooner)
     const auto first = timeOf([&] { result = m_store->read("Fake 1", record); });
     EXPECT_EQ(result.status, NAPI_ERROR_UNAVAILABLE);
     EXPECT_NE(result.message.find("has not answered"), std::string::npos) << result.message;
-    EXPECT_GE(first, kLimit - kRounding);
-    EXPECT_LE(first, kLimit + kBusyMachine);
+    EXPECT_GE(first, limit - rounding);
+    EXPECT_LE(first, limit + busyMachine);
 
     const auto second = timeOf([&] { result = m_store->read("Fake 1", record); });
     EXPECT_EQ(result.status, NAPI_ERROR_UNAVAILABLE);
-    EXPECT_GE(second, kImpatientLimit - kRounding);
-    EXPECT_LE(second, kImpatientLimit + kBusyMachine);
+    EXPECT_GE(second, impatientLimit - rounding);
+    EXPECT_LE(second, impatientLimit + busyMachine);
 
     // One answer, and the daemon has all its time again.
     const auto noSecrets = error("org.freedesktop.NetworkManager.AgentManager.NoSecrets", "none");
@@ -165,7 +165,7 @@ TEST_F(Faults, DaemonThatDoesNotAnswerEndsAtTheLimitAndThenSooner)
         QThread::sleep(1);
         return noSecrets(call);
     });
-    static_assert(kImpatientLimit < std::chrono::seconds(1));
+    static_assert(impatientLimit < std::chrono::seconds(1));
     read("Fake 1");
 }
 
@@ -202,11 +202,11 @@ TEST_F(Faults, BusThatStopsEndsCallsAtTheLimitAndThenSooner)
     NAP_PROFILE_S record;
     const auto firstRead =
         timeOf([&] { EXPECT_EQ(m_store->read("Fake 1", record).status, NAPI_ERROR_UNAVAILABLE); });
-    EXPECT_GE(firstRead, kLimit - kRounding);
-    EXPECT_LE(firstRead, kLimit + kBusyMachine);
+    EXPECT_GE(firstRead, limit - rounding);
+    EXPECT_LE(firstRead, limit + busyMachine);
     const auto secondRead =
         timeOf([&] { EXPECT_EQ(m_store->read("Fake 1", record).status, NAPI_ERROR_UNAVAILABLE); });
-    EXPECT_LE(secondRead, kImpatientLimit + kBusyMachine);
+    EXPECT_LE(secondRead, impatientLimit + busyMachine);
     m_bus->thaw();
     EXPECT_STREQ(read("Fake 1").gprsAddress, "fake.apn");
 }
@@ -224,10 +224,10 @@ TEST_F(Faults, BusThatSaysNothingEndsOpeningAtTheLimitAndThenSooner)
             EXPECT_NE(result.message.find("does not answer"), std::string::npos) << result.message;
         };
         const auto first = timeOf(expectSilence);
-        EXPECT_GE(first, kLimit - kRounding);
-        EXPECT_LE(first, kLimit + kBusyMachine);
+        EXPECT_GE(first, limit - rounding);
+        EXPECT_LE(first, limit + busyMachine);
         const auto second = timeOf(expectSilence);
-        EXPECT_LE(second, kImpatientLimit + kBusyMachine);
+        EXPECT_LE(second, impatientLimit + busyMachine);
         PrivateBus::removeSocket();
     }
     // One answer, and the bus and the daemon have all their time again.
@@ -244,7 +244,7 @@ class SilentBus : public testing::Test {
 protected:
     ~SilentBus() override { EXPECT_EQ(openFiles(), m_openFiles); }
 
-    static constexpr int kShortMs = 100;
+    static constexpr int shortMs = 100;
     const QTemporaryDir m_directory;
     const QByteArray m_path = m_directory.filePath(QStringLiteral("it's a bus")).toUtf8();
     const QByteArray m_address = "unix:guid=0,path=" + m_path.toPercentEncoding("/");
@@ -262,39 +262,39 @@ TEST_F(SilentBus, IsNotOneThatIsNotThere)
           QByteArrayLiteral("nonsense"), QByteArrayLiteral("unix:tmpdir=/tmp"),
           "unix:path=" + QByteArray(200, 'x')}) {
         errno = EAGAIN; // left by an earlier call
-        EXPECT_FALSE(isBusSilent(address, kShortMs)) << address.toStdString();
+        EXPECT_FALSE(isBusSilent(address, shortMs)) << address.toStdString();
     }
 }
 
 TEST_F(SilentBus, IsTheFirstThatAcceptsAConnection)
 {
     const Listener listener(m_path);
-    EXPECT_FALSE(isBusSilent("fake:path=" + m_path, kShortMs)) << "another transport";
-    EXPECT_TRUE(isBusSilent("unix:path=/nowhere;" + m_address, kShortMs));
+    EXPECT_FALSE(isBusSilent("fake:path=" + m_path, shortMs)) << "another transport";
+    EXPECT_TRUE(isBusSilent("unix:path=/nowhere;" + m_address, shortMs));
 }
 
 TEST_F(SilentBus, CanHaveAnAbstractName)
 {
     const QByteArray name = "kub " + QByteArray::number(::getpid());
     const Listener listener('\0' + name);
-    EXPECT_TRUE(isBusSilent("unix:abstract=" + name.toPercentEncoding() + ",guid=0", kShortMs));
-    EXPECT_FALSE(isBusSilent("unix:path=" + name.toPercentEncoding(), kShortMs));
+    EXPECT_TRUE(isBusSilent("unix:abstract=" + name.toPercentEncoding() + ",guid=0", shortMs));
+    EXPECT_FALSE(isBusSilent("unix:path=" + name.toPercentEncoding(), shortMs));
 }
 
 TEST_F(SilentBus, WithoutRoomForOneMoreIsWaitedForAsLong)
 {
     const Listener listener(m_path);
-    EXPECT_TRUE(isBusSilent(m_address, kShortMs)) << "takes all the room that there is";
+    EXPECT_TRUE(isBusSilent(m_address, shortMs)) << "takes all the room that there is";
     bool isSilent = false;
-    const auto time = timeOf([&] { isSilent = isBusSilent(m_address, kShortMs); });
+    const auto time = timeOf([&] { isSilent = isBusSilent(m_address, shortMs); });
     EXPECT_TRUE(isSilent);
-    EXPECT_GE(time.count(), kShortMs - kShortMs / 10);
-    EXPECT_LE(time, kBusyMachine);
+    EXPECT_GE(time.count(), shortMs - shortMs / 10);
+    EXPECT_LE(time, busyMachine);
 }
 
 TEST_F(SilentBus, IsNotOneThatAnswersOrHangsUp)
 {
-    const int longMs = NetworkManagerBus::kCallLimitMs;
+    const int longMs = NetworkManagerBus::callLimitMs;
     const Listener listener(m_path);
     std::thread other([&] { ::close(listener.accept()); });
     EXPECT_FALSE(isBusSilent(m_address, longMs)) << "ends the connection";
@@ -313,7 +313,7 @@ TEST_F(SilentBus, IsNotOneThatAnswersOrHangsUp)
 
     const PrivateBus bus;
     const auto time = timeOf([&] { EXPECT_FALSE(isBusSilent(systemBusAddresses(), longMs)); });
-    EXPECT_LT(time, kLimit) << "a real bus understands the greeting";
+    EXPECT_LT(time, limit) << "a real bus understands the greeting";
 }
 
 TEST_F(SilentBus, IsLookedForWhereTheSystemBusIs)
@@ -343,7 +343,7 @@ TEST_F(Faults, CallsInFlightAreLimited)
 
 TEST_F(Faults, MissingPermissionIsUnavailableAndWritesNothing)
 {
-    for (const char *name : {kPermissionDenied, "org.freedesktop.NetworkManager.PermissionDenied",
+    for (const char *name : {permissionDenied, "org.freedesktop.NetworkManager.PermissionDenied",
                              "org.freedesktop.NetworkManager.Settings.NotPrivileged",
                              "org.freedesktop.DBus.Error.AccessDenied"}) {
         for (const char *method : {"Update2", "Delete", "AddConnection2", "GetSecrets"})
@@ -414,7 +414,7 @@ TEST_F(FoundSecret, IsOnTheDiskBeforeItGoesFromTheConnection)
 
 TEST_F(FoundSecret, IsReadWhereItIsWhenItMayNotBeTakenAway)
 {
-    m_fake->handle("Update2", error(kPermissionDenied, "Insufficient privileges"));
+    m_fake->handle("Update2", error(permissionDenied, "Insufficient privileges"));
     for (int round = 0; round < 2; ++round)
         EXPECT_STREQ(read("Fake 0").csdAuthPassword, "found");
 }
@@ -451,7 +451,7 @@ TEST_F(Faults, ConnectionsThatOneMayNotSeeOrThatGoAreLeftOut)
     m_fake->handle("GetSettings", [](const QDBusMessage &call) {
         const int index = call.path().section(u'/', -1).toInt();
         if (index == 0)
-            return error(kPermissionDenied, "no")(call);
+            return error(permissionDenied, "no")(call);
         if (index == 1)
             return error("org.freedesktop.DBus.Error.UnknownMethod", "no object")(call);
         return call.createReply(QVariant::fromValue(FakeNetworkManager::connectionSettings(index)));

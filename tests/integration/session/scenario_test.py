@@ -212,7 +212,7 @@ class ScenarioTest(SessionTest):
 
     def test_wrong_usage_is_explained(self):
         for words, problem in (
-                (["nobody"], '"nobody" is no account and is no http or https URL'),
+                (["nobody"], '"nobody" is not an account and is not an http or https URL'),
                 (["http://127.0.0.1/", "--encoding", "json"],
                  '--encoding is xml or wbxml, not "json"'),
                 (["http://127.0.0.1/", "--timeout", "0"],

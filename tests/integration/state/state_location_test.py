@@ -32,19 +32,35 @@ class StateLocationTest(unittest.TestCase):
         self.addCleanup(directory.cleanup)
         self.root = os.path.realpath(directory.name)
         self.work = os.path.join(self.root, "work")
+        aside = tempfile.TemporaryDirectory()
+        self.addCleanup(aside.cleanup)
+        self.aside = os.path.realpath(aside.name)
+
+    def hide_home(self):
+        """Shell lines that lay an empty home over the user's. Where the programs are in there, their
+        folder stays to be seen."""
+        home, aside = shlex.quote(HOME), shlex.quote(self.aside)
+        lines = [f"mount --rbind {home} {aside} || exit 77",
+                 f"mount -t tmpfs -o mode=700 tmpfs {home} || exit 77"]
+        for program in (os.path.realpath(words[0]) for words in PROGRAMS.values()):
+            if program.startswith(HOME + "/"):
+                folder = shlex.quote(os.path.relpath(program, HOME).split("/")[0])
+                lines.append(f"[ -d {home}/{folder} ] || {{ mkdir {home}/{folder} && "
+                             f"mount --rbind {aside}/{folder} {home}/{folder}; }} || exit 77")
+        return lines
 
     def run_in(self, environment, *commands, before=""):
         """Runs commands in a fresh working directory, with nothing in the environment but what is given
         and an empty home of the user. Returns what they said, and the state directories that they made."""
         names = ["--mount"] if os.geteuid() == 0 else ["--mount", "--user", "--map-root-user"]
         home = shlex.quote(HOME)
-        lines = [f"mount -t tmpfs -o mode=700 tmpfs {home} || exit 77",
+        lines = [*self.hide_home(),
                  f"rm -rf {self.root}/* && mkdir {self.work} && cd {self.work} || exit 77", before]
         assigned = [f"{name}={value}" for name, value in {**KEPT, **environment}.items()]
         for command in commands:
             lines.append(shlex.join(["env", "-i", *assigned, *command]) + " 2>&1 || echo status $?")
         # What the profile service, the client and the settings class have left.
-        lines.append(f"find {home} {self.root} -name profiles.db -o -path '*/client/lock' "
+        lines.append(f"find {home} {self.root} -xdev -name profiles.db -o -path '*/client/lock' "
                      "-o -name 'kub_napdef*.cfg' | sed 's/^/MADE /'")
         result = subprocess.run(["unshare", *names, "sh", "-c", "\n".join(lines)], text=True,
                                 stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=60,

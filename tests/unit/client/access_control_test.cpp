@@ -53,8 +53,8 @@ TEST(AccessControlListTest, NeedsNoServerBesideEveryServer)
 TEST(AccessControlListTest, MayHaveWhiteSpaceAroundItAndNowhereElse)
 {
     EXPECT_EQ(reread("\n  Get=*\t"), "Get=*");
-    EXPECT_EQ(reread("Get=a b"), "! \"a b\" in \"Get=a b\" is no server identifier");
-    EXPECT_EQ(reread("Get=a &Add=b"), "! \"a \" in \"Get=a \" is no server identifier");
+    EXPECT_EQ(reread("Get=a b"), "! \"a b\" in \"Get=a b\" is not a server identifier");
+    EXPECT_EQ(reread("Get=a &Add=b"), "! \"a \" in \"Get=a \" is not a server identifier");
 }
 
 TEST(AccessControlListTest, SaysWhatIsMalformedInIt)
@@ -64,12 +64,12 @@ TEST(AccessControlListTest, SaysWhatIsMalformedInIt)
         EXPECT_NE(reread(entry).find(unknown), std::string::npos) << entry;
     EXPECT_NE(reread("Get=*&").find("! \"\""), std::string::npos);
     EXPECT_NE(reread("&Get=*").find("! \"\""), std::string::npos);
-    EXPECT_EQ(reread("Get="), "! \"\" in \"Get=\" is no server identifier");
-    EXPECT_EQ(reread("Get=a+"), "! \"\" in \"Get=a+\" is no server identifier");
-    EXPECT_EQ(reread("Get=a*"), "! \"a*\" in \"Get=a*\" is no server identifier");
-    EXPECT_EQ(reread("Get=a=b"), "! \"a=b\" in \"Get=a=b\" is no server identifier");
-    EXPECT_NE(reread("Get=a\x01").find("is no server identifier"), std::string::npos);
-    EXPECT_NE(reread("Get=\xff").find("is no server identifier"), std::string::npos);
+    EXPECT_EQ(reread("Get="), "! \"\" in \"Get=\" is not a server identifier");
+    EXPECT_EQ(reread("Get=a+"), "! \"\" in \"Get=a+\" is not a server identifier");
+    EXPECT_EQ(reread("Get=a*"), "! \"a*\" in \"Get=a*\" is not a server identifier");
+    EXPECT_EQ(reread("Get=a=b"), "! \"a=b\" in \"Get=a=b\" is not a server identifier");
+    EXPECT_NE(reread("Get=a\x01").find("is not a server identifier"), std::string::npos);
+    EXPECT_NE(reread("Get=\xff").find("is not a server identifier"), std::string::npos);
 }
 
 TEST(AccessControlListTest, PermitsEachRightToItsServersOnly)

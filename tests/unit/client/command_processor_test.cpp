@@ -520,7 +520,7 @@ TEST_F(AnswerRoomTest, RefusedListingsAreNotReadAgainAndAgain)
         for (int i = 0; i < 100; ++i)
             EXPECT_EQ(get(profileUri("Home") + list), "413");
         EXPECT_LE(std::ranges::count(memory->calls, "read all Home"), 3) << list;
-        EXPECT_EQ(get(profileUri("Office/Addr")), "200") << "which is no listing";
+        EXPECT_EQ(get(profileUri("Office/Addr")), "200") << "which is not a listing";
         EXPECT_EQ(get(profileUri("Office?list=Struct")), "413");
         processor.beginMessage(0);
         EXPECT_EQ(get(profileUri("Office?list=Struct")), "200") << "in the next message";

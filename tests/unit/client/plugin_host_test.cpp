@@ -76,9 +76,9 @@ TEST(PluginHostTest, AnotherInterfaceVersionIsRefused)
 TEST(PluginHostTest, BothExportsAreRequired)
 {
     EXPECT_EQ(problemWith("plugin_without_version"),
-              "FILE is no plug-in: it does not export DMT_PluginLib_GetAPIVersion");
+              "FILE is not a plug-in: it does not export DMT_PluginLib_GetAPIVersion");
     EXPECT_EQ(problemWith("plugin_without_tree"),
-              "FILE is no plug-in: it does not export DMT_PluginLib_Data_GetPluginTree");
+              "FILE is not a plug-in: it does not export DMT_PluginLib_Data_GetPluginTree");
 }
 
 TEST(PluginHostTest, ARootThatIsNotServedIsNamed)

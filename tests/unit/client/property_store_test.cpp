@@ -436,18 +436,19 @@ TEST_F(PropertyFile, SaysWhatIsWrongInItAndWhere)
 {
     EXPECT_EQ(errorOf("{\"./A\": {"), "byte 9: unterminated object");
     EXPECT_EQ(errorOf("[]"), "byte 0: no JSON object");
-    EXPECT_EQ(errorOf("{\"./A/\": {}}"), "./A/ is no node with properties");
-    EXPECT_EQ(errorOf("{\"./P/#x\": {}}"), "./P/#x is no node with properties");
-    EXPECT_EQ(errorOf("{\"./P/#5/\": {}}"), "./P/#5/ is no node with properties");
-    EXPECT_EQ(errorOf("{\"./P//#5\": {}}"), "./P//#5 is no node with properties");
-    EXPECT_EQ(errorOf("{\"./A?prop=ACL\": {}}"), "./A?prop=ACL is no node with properties");
-    EXPECT_EQ(errorOf("{\"./A\": 5}"), "./A is no node with properties");
+    EXPECT_EQ(errorOf("{\"./A/\": {}}"), "./A/ is not a node with properties");
+    EXPECT_EQ(errorOf("{\"./P/#x\": {}}"), "./P/#x is not a node with properties");
+    EXPECT_EQ(errorOf("{\"./P/#5/\": {}}"), "./P/#5/ is not a node with properties");
+    EXPECT_EQ(errorOf("{\"./P//#5\": {}}"), "./P//#5 is not a node with properties");
+    EXPECT_EQ(errorOf("{\"./A?prop=ACL\": {}}"), "./A?prop=ACL is not a node with properties");
+    EXPECT_EQ(errorOf("{\"./A\": 5}"), "./A is not a node with properties");
     EXPECT_EQ(errorOf("{\"./A\": {\"colour\": \"red\"}}"),
-              "./A: colour is no property with a text");
-    EXPECT_EQ(errorOf("{\"./A\": {\"title\": 5}}"), "./A: title is no property with a text");
+              "./A: colour is not a property with a text");
+    EXPECT_EQ(errorOf("{\"./A\": {\"title\": 5}}"), "./A: title is not a property with a text");
     EXPECT_EQ(errorOf("{\"./A\": {\"version\": \"65536\"}}"),
-              "./A: version: \"65536\" is no number from 0 to 65535");
-    EXPECT_EQ(errorOf("{\"./A\": {\"changed\": \"soon\"}}"), "./A: changed: \"soon\" is no time");
+              "./A: version: \"65536\" is not a number from 0 to 65535");
+    EXPECT_EQ(errorOf("{\"./A\": {\"changed\": \"soon\"}}"),
+              "./A: changed: \"soon\" is not a time");
     EXPECT_EQ(errorOf("{\"./A\": {\"acl\": \"Read=*\"}}"),
               "./A: acl: \"Read=*\" does not begin with Add=, Delete=, Exec=, Get= or Replace=");
 }

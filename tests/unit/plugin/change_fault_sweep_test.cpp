@@ -25,7 +25,7 @@ struct Change {
     const char *name;
     const char *root;
     std::function<int(Tree &)> apply;
-    /// Calls whose failure is no failure of the change from this one on (counted from 1), beside
+    /// Calls whose failure is not a failure of the change from this one on (counted from 1), beside
     /// those that never are.
     std::map<std::string, int> toleratedFrom = {};
 };

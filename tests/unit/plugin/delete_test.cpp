@@ -26,7 +26,7 @@ void ClearProxies(RecordBytes &bytes)
     bytes[0x004] = static_cast<std::uint8_t>(bytes[0x004] & ~1u);
 }
 
-// ---- Nodes that are no profiles ------------------------------------------------------------------
+// ---- Nodes that are not profiles -----------------------------------------------------------------
 
 TEST_F(DeleteTest, MissingNodeCountsAsDeleted)
 {

@@ -373,7 +373,8 @@ TEST_F(ReadValueTest, AProxyLeafThatNoSlotHasSucceedsAndLeavesTheCallersValue)
     DmtData value("as it was");
     EXPECT_EQ(node.GetValueforPROXY("Name", &record, value), 0);
     EXPECT_EQ(StringOf(value), "as it was");
-    EXPECT_EQ(node.GetValueforPROXY("PortNbr", &record, value), 0) << "its grandparent is no slot";
+    EXPECT_EQ(node.GetValueforPROXY("PortNbr", &record, value), 0)
+        << "its grandparent is not a slot";
     EXPECT_EQ(StringOf(value), "as it was");
     ExpectNothingLogged();
 }

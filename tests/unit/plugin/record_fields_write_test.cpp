@@ -467,7 +467,7 @@ TEST_F(ProxyFieldsTest, ValueOfAnotherTypeCountsAsTheDefault)
         Zero(expected, 0x3C3, 100);
         EXPECT_TRUE(SameBytes(Stored(), expected)) << "the empty text is the default";
     }
-    ExpectNothingLogged(); // the tolerance is no failure
+    ExpectNothingLogged(); // the tolerance is not a failure
 }
 
 } // namespace

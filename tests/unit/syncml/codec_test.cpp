@@ -259,9 +259,9 @@ TEST_P(NotWritten, ElementThatIsNoDMCommand)
     message.commands.front().kind = CommandKind::Unsupported;
     message.commands.front().name = QStringLiteral("Map");
     message.commands.front().cmdId = QStringLiteral("9");
-    EXPECT_EQ(encodeErrorOf(message, GetParam()), "Map 9 is no DM command");
+    EXPECT_EQ(encodeErrorOf(message, GetParam()), "Map 9 is not a DM command");
     message.commands.front().kind = CommandKind::Unknown;
-    EXPECT_EQ(encodeErrorOf(message, GetParam()), "Map 9 is no DM command");
+    EXPECT_EQ(encodeErrorOf(message, GetParam()), "Map 9 is not a DM command");
 }
 
 TEST_P(NotWritten, TextWithACharacterThatXMLDoesNotKnow)

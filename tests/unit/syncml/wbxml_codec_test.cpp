@@ -450,12 +450,12 @@ TEST(WbxmlReader, RefusesTextsThatXMLCouldNotCarry)
 
 TEST(WbxmlReader, RefusesEntitiesThatAreNoCharacters)
 {
-    EXPECT_EQ(errorInCmdId(bytes("02 00")), "400 entity 0 is no character");
-    EXPECT_EQ(errorInCmdId(bytes("02 83B000")), "400 entity 55296 is no character"); // D800
-    EXPECT_EQ(errorInCmdId(bytes("02 C48000")), "400 entity 1114112 is no character");
-    EXPECT_EQ(errorInCmdId(bytes("02 8FFFFFFF7F")), "400 entity 4294967295 is no character");
+    EXPECT_EQ(errorInCmdId(bytes("02 00")), "400 entity 0 is not a character");
+    EXPECT_EQ(errorInCmdId(bytes("02 83B000")), "400 entity 55296 is not a character"); // D800
+    EXPECT_EQ(errorInCmdId(bytes("02 C48000")), "400 entity 1114112 is not a character");
+    EXPECT_EQ(errorInCmdId(bytes("02 8FFFFFFF7F")), "400 entity 4294967295 is not a character");
     // Cut to its lower bits it would be U+10000.
-    EXPECT_EQ(errorInCmdId(bytes("02 A0848000")), "400 entity 67174400 is no character");
+    EXPECT_EQ(errorInCmdId(bytes("02 A0848000")), "400 entity 67174400 is not a character");
     EXPECT_EQ(errorInCmdId(bytes("02 9080808000")), "400 a number of more than 32 bits");
     EXPECT_EQ(errorInCmdId(bytes("02 8FFFFFFFFF7F")), "400 a number of more than 32 bits");
 }
@@ -485,7 +485,7 @@ TEST(WbxmlReader, RefusesASecondElementWhereOneCanBe)
 TEST(HostileWbxml, EntityWithALargeNumber)
 {
     const QByteArray message = bytes("02 A401 6A 00 6D 6C 71 02 8FFFFFFF7F 01 01 6B 12 01 01");
-    EXPECT_EQ(errorOf(message), "400 entity 4294967295 is no character");
+    EXPECT_EQ(errorOf(message), "400 entity 4294967295 is not a character");
 }
 
 TEST(HostileWbxml, DataThatLooksLikeTheEndOfDataStaysData)
