@@ -127,12 +127,12 @@ int StoreOperatorsProfiles(const std::string &databaseFile)
     QFile file(QString::fromStdString(databaseFile));
     if (!file.open(QIODevice::ReadOnly))
         return 0;
-    QString fault;
-    const QList<Provider> providers = parseProviderDatabase(file.readAll(), fault);
-    Require(fault.isNull(), databaseFile + ": " + fault.toStdString());
+    const auto providers = parseProviderDatabase(file.readAll());
+    Require(bool(providers),
+            databaseFile + ": " + (providers ? "" : providers.error().toStdString()));
     EmptyStore();
     int count = 0;
-    for (const Provider &provider : providers)
+    for (const Provider &provider : *providers)
         for (const AccessPoint &accessPoint : provider.accessPoints) {
             ++count;
             Create(cutProfileName(provider.displayName(), ' ' + QByteArray::number(count))

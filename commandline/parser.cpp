@@ -8,8 +8,12 @@
 
 namespace commandline {
 
+using support::Unexpected;
+
 namespace {
 
+/// Nothing, or what is wrong.
+using Check = support::Expected<void, QString>;
 using Options = std::vector<const Option *>;
 
 /// What to say about a name that there is not.
@@ -60,30 +64,28 @@ void addOptions(QCommandLineParser &parser, const Options &options)
     }
 }
 
-/// What is wrong with the value of an option; null when nothing is.
-QString valueFault(const Option &option, const QString &value)
+Check checkValue(const Option &option, const QString &value)
 {
     if (option.kind == ValueKind::File && value.isEmpty())
-        return QStringLiteral("names no file");
+        return Unexpected(QStringLiteral("names no file"));
     if (option.kind == ValueKind::Directory && value.isEmpty())
-        return QStringLiteral("names no directory");
+        return Unexpected(QStringLiteral("names no directory"));
     if (option.kind == ValueKind::OneOf && !option.words().contains(value))
-        return QStringLiteral("is %1, not \"%2\"")
-            .arg(option.words().join(QStringLiteral(" or ")), value);
+        return Unexpected(QStringLiteral("is %1, not \"%2\"")
+                              .arg(option.words().join(QStringLiteral(" or ")), value));
     return {};
 }
 
 /// Sorts words into options and the rest, and checks the values of the options.
-bool sortWords(QCommandLineParser &parser, const Options &options, const QStringList &words,
-               const QString &help, Invocation &invocation, QString &error)
+Check sortWords(QCommandLineParser &parser, const Options &options, const QStringList &words,
+                const QString &help, Invocation &invocation)
 {
     addOptions(parser, options);
     // The parser takes the first word for the name of the program.
     if (!parser.parse(QStringList(QString()) + words)) {
         const QStringList unknown = parser.unknownOptionNames();
-        error = unknown.isEmpty() ? sentencePart(parser.errorText())
-                                  : unknownOption(unknown.first(), options, help);
-        return false;
+        return Unexpected(unknown.isEmpty() ? sentencePart(parser.errorText())
+                                            : unknownOption(unknown.first(), options, help));
     }
     for (const Option *option : options) {
         const QString name = QString::fromLatin1(option->name);
@@ -91,26 +93,24 @@ bool sortWords(QCommandLineParser &parser, const Options &options, const QString
             continue;
         const QStringList values = parser.values(name);
         for (const QString &value : values) {
-            if (const QString fault = valueFault(*option, value); !fault.isNull()) {
-                error = QStringLiteral("%1 %2").arg(optionWord(*option), fault);
-                return false;
-            }
+            if (const Check check = checkValue(*option, value); !check)
+                return Unexpected(QStringLiteral("%1 %2").arg(optionWord(*option), check.error()));
         }
         invocation.options[name] += values;
     }
-    return true;
+    return {};
 }
 
-/// What is wrong with the arguments; null when nothing is.
-QString argumentFault(const Command &command, const QStringList &arguments)
+Check checkArguments(const Command &command, const QStringList &arguments)
 {
     if (arguments.size() < command.minArguments)
-        return wrongArguments(command, QStringLiteral("arguments are missing"));
+        return Unexpected(wrongArguments(command, QStringLiteral("arguments are missing")));
     if (command.maxArguments != anyNumber && arguments.size() > command.maxArguments)
-        return wrongArguments(command, QStringLiteral("too many arguments"));
+        return Unexpected(wrongArguments(command, QStringLiteral("too many arguments")));
     if (command.firstArgument == ValueKind::File && arguments.value(0).isEmpty())
-        return QStringLiteral("%1: %2 names no file")
-            .arg(QString::fromLatin1(command.name), QString::fromLatin1(command.arguments));
+        return Unexpected(
+            QStringLiteral("%1: %2 names no file")
+                .arg(QString::fromLatin1(command.name), QString::fromLatin1(command.arguments)));
     return {};
 }
 
@@ -146,41 +146,37 @@ QString wrongArguments(const Command &command, const QString &problem)
         .arg(QString::fromLatin1(command.name), problem, shortUsage(command));
 }
 
-std::optional<Invocation> parse(const Program &program, const QStringList &words, QString &error,
-                                Completeness completeness)
+support::Expected<Invocation, QString> parse(const Program &program, const QStringList &words,
+                                             Completeness completeness)
 {
     Invocation invocation;
     QCommandLineParser before;
     before.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
-    if (!sortWords(before, optionsOf(program, nullptr), words, helpWords(program, nullptr),
-                   invocation, error))
-        return std::nullopt;
+    if (const Check check = sortWords(before, optionsOf(program, nullptr), words,
+                                      helpWords(program, nullptr), invocation);
+        !check)
+        return Unexpected(check.error());
     const QStringList rest = before.positionalArguments();
-    if (rest.isEmpty()) {
-        if (asksForMore(invocation))
-            return invocation;
-        error = QStringLiteral("a command is missing; see '%1'").arg(helpWords(program, nullptr));
-        return std::nullopt;
-    }
+    if (rest.isEmpty() && asksForMore(invocation))
+        return invocation;
+    if (rest.isEmpty())
+        return Unexpected(
+            QStringLiteral("a command is missing; see '%1'").arg(helpWords(program, nullptr)));
     const Command *const command = findCommand(program, rest.first());
-    if (!command) {
-        error = unknownCommand(program, rest.first());
-        return std::nullopt;
-    }
+    if (!command)
+        return Unexpected(unknownCommand(program, rest.first()));
     invocation.command = command;
     QCommandLineParser after;
-    if (!sortWords(after, optionsOf(program, command), rest.sliced(1), helpWords(program, command),
-                   invocation, error)) {
-        error.prepend(QString::fromLatin1(command->name) + QStringLiteral(": "));
-        return std::nullopt;
-    }
+    if (const Check check = sortWords(after, optionsOf(program, command), rest.sliced(1),
+                                      helpWords(program, command), invocation);
+        !check)
+        return Unexpected(
+            QStringLiteral("%1: %2").arg(QString::fromLatin1(command->name), check.error()));
     invocation.arguments = after.positionalArguments();
     if (completeness == Completeness::Partial || asksForMore(invocation))
         return invocation;
-    if (const QString fault = argumentFault(*command, invocation.arguments); !fault.isNull()) {
-        error = fault;
-        return std::nullopt;
-    }
+    if (const Check check = checkArguments(*command, invocation.arguments); !check)
+        return Unexpected(check.error());
     return invocation;
 }
 

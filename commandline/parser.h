@@ -2,8 +2,7 @@
 #pragma once
 
 #include "command.h"
-
-#include <optional>
+#include "expected.h"
 
 namespace commandline {
 
@@ -12,10 +11,9 @@ enum class Completeness { Whole, Partial };
 
 /// Sorts the words of a command line, without the program's name. The program's options can stand
 /// before or after the command.
-/// @return none for wrong usage, with what is wrong in error. With --help or --version the
-///         arguments are not checked.
-std::optional<Invocation> parse(const Program &program, const QStringList &words, QString &error,
-                                Completeness completeness = Completeness::Whole);
+/// @return for wrong usage, what is wrong. With --help or --version the arguments are not checked.
+support::Expected<Invocation, QString> parse(const Program &program, const QStringList &words,
+                                             Completeness completeness = Completeness::Whole);
 
 /// "there is no command lst; did you mean list?", or what to see in order to know better.
 QString unknownCommand(const Program &program, const QString &name);

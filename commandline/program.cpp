@@ -56,10 +56,9 @@ ExitStatus printVersion(const Program &program, Output &output)
 std::optional<Invocation> interpret(const Program &program, const QStringList &words,
                                     Output &output, ExitStatus &exitStatus)
 {
-    QString error;
-    const auto invocation = parse(program, words, error);
+    const auto invocation = parse(program, words);
     if (!invocation) {
-        output.problem(error);
+        output.problem(invocation.error());
         exitStatus = ExitStatus::WrongUsage;
     } else if (invocation->has(helpOption.name)) {
         exitStatus = printHelp(program, invocation->command, output);
@@ -68,7 +67,7 @@ std::optional<Invocation> interpret(const Program &program, const QStringList &w
     } else if (invocation->command == &helpCommand) {
         exitStatus = runHelp(program, invocation->arguments, output);
     } else {
-        return invocation;
+        return *invocation;
     }
     return std::nullopt;
 }

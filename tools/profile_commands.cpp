@@ -14,31 +14,26 @@ using commandline::printable;
 namespace {
 
 /// Reads field=value arguments. A fault never repeats an argument: it may hold a password.
-QList<FieldValue> parseAssignments(const QStringList &arguments, QString &fault)
+support::Expected<QList<FieldValue>, QString> parseAssignments(const QStringList &arguments)
 {
     QList<FieldValue> values;
     for (const QString &argument : arguments) {
         const qsizetype equals = argument.indexOf(u'=');
-        if (equals < 0) {
-            fault = QStringLiteral("argument %1 behind the name is not of the form field=value")
-                        .arg(values.size() + 1);
-            return {};
-        }
+        if (equals < 0)
+            return support::Unexpected(
+                QStringLiteral("argument %1 behind the name is not of the form field=value")
+                    .arg(values.size() + 1));
         const QString path = argument.first(equals);
         const ProfileField *field = findField(path);
-        if (!field) {
-            fault = path + QStringLiteral(": there is no such field");
-            return {};
-        }
+        if (!field)
+            return support::Unexpected(path + QStringLiteral(": there is no such field"));
         const QString text = argument.sliced(equals + 1);
         const auto value =
             field->kind == FieldKind::Secret
                 ? commandline::secretMeant(text, path, commandline::StandardInput::Unused)
                 : support::Expected<QString, QString>(text);
-        if (!value) {
-            fault = value.error();
-            return {};
-        }
+        if (!value)
+            return support::Unexpected(value.error());
         values += FieldValue{field, *value};
     }
     return values;
@@ -153,16 +148,14 @@ ExitStatus runShow(Output &output, const Invocation &invocation)
 ExitStatus runCreate(Output &output, const Invocation &invocation)
 {
     const QString &name = invocation.arguments.first();
-    QString fault;
-    const QList<FieldValue> values = parseAssignments(invocation.arguments.sliced(1), fault);
-    if (!fault.isNull()) {
-        output.problem(fault);
+    const auto values = parseAssignments(invocation.arguments.sliced(1));
+    if (!values) {
+        output.problem(values.error());
         return ExitStatus::WrongUsage;
     }
     NAP_PROFILE_S record = {};
     record.creation = 1;
-    fault = setFields(record, values);
-    if (!fault.isNull()) {
+    if (const QString fault = setFields(record, *values); !fault.isNull()) {
         output.problem(name + QStringLiteral(": ") + fault);
         return ExitStatus::Failed;
     }
@@ -174,18 +167,16 @@ ExitStatus runSet(Output &output, const Invocation &invocation)
 {
     const QString &name = invocation.arguments.first();
     const QByteArray key = name.toUtf8();
-    QString fault;
-    const QList<FieldValue> values = parseAssignments(invocation.arguments.sliced(1), fault);
-    if (!fault.isNull()) {
-        output.problem(fault);
+    const auto values = parseAssignments(invocation.arguments.sliced(1));
+    if (!values) {
+        output.problem(values.error());
         return ExitStatus::WrongUsage;
     }
     NAP_PROFILE_S record = {};
     int status = NAPI_ReadProfile(key.constData(), &record, 0, 0);
     if (status != NAPI_OK)
         return reportServiceFailure(output, name, status);
-    fault = setFields(record, values);
-    if (!fault.isNull()) {
+    if (const QString fault = setFields(record, *values); !fault.isNull()) {
         output.problem(name + QStringLiteral(": ") + fault);
         return ExitStatus::Failed;
     }

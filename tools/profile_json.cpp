@@ -27,9 +27,10 @@ QString quoted(const QString &text)
 //////////////////////////////////////////////////////////////////////////////////////////////////
 // Reading
 
-/// Reads one profile after the other and stops at the first fault.
+/// Reads one profile after the other; none after a fault.
 class ProfileReader {
 public:
+    /// @return false for a fault
     bool readProfile(const QJsonValue &value)
     {
         m_profile = {};
@@ -155,24 +156,23 @@ QByteArray jsonMembers(const ProfilePart *part, const NAP_PROFILE_S &record, boo
 
 } // namespace
 
-QList<JsonProfile> parseProfiles(const QByteArray &json, QString &fault)
+support::Expected<QList<JsonProfile>, QString> parseProfiles(const QByteArray &json)
 {
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(json, &error);
     if (error.error != QJsonParseError::NoError) {
         const qsizetype line =
             json.first(qMin(qsizetype{error.offset}, json.size())).count('\n') + 1;
-        fault = QStringLiteral("line %1: no JSON: %2").arg(line).arg(error.errorString());
-        return {};
+        return support::Unexpected(
+            QStringLiteral("line %1: no JSON: %2").arg(line).arg(error.errorString()));
     }
     ProfileReader reader;
     const QJsonArray array = document.isArray() ? document.array() : QJsonArray{document.object()};
     for (const QJsonValue &value : array) {
         if (!reader.readProfile(value))
-            break;
+            return support::Unexpected(reader.fault);
     }
-    fault = reader.fault;
-    return fault.isNull() ? reader.profiles : QList<JsonProfile>();
+    return reader.profiles;
 }
 
 QByteArray formatProfile(const QString &name, const NAP_PROFILE_S &record, bool showSecrets)

@@ -9,6 +9,8 @@
 // profile. A masked password stands for "the stored one".
 #pragma once
 
+#include "expected.h"
+
 #include <QByteArray>
 #include <QList>
 #include <QString>
@@ -23,8 +25,8 @@ struct JsonProfile {
 
 /// Reads one profile or an array of them. Nothing is guessed: an unknown key, a value of another
 /// type and a name that comes twice are faults. Values are checked by setFields, not here.
-/// @param fault  receives what is wrong and where; null when nothing is
-QList<JsonProfile> parseProfiles(const QByteArray &json, QString &fault);
+/// @return the profiles, or what is wrong and where
+support::Expected<QList<JsonProfile>, QString> parseProfiles(const QByteArray &json);
 
 /// @param showSecrets  false writes the mask for every password that is not empty
 /// @return the object over several lines without a line feed at the end

@@ -14,7 +14,7 @@ public:
         m_xml.setNamespaceProcessing(false);
     }
 
-    QList<Provider> read()
+    support::Expected<QList<Provider>, QString> read()
     {
         if (m_xml.readNextStartElement()) {
             if (m_xml.name() != u"serviceproviders")
@@ -28,14 +28,10 @@ public:
             else
                 m_xml.skipCurrentElement();
         }
+        if (m_xml.hasError())
+            return support::Unexpected(
+                QStringLiteral("line %1: %2").arg(m_xml.lineNumber()).arg(m_xml.errorString()));
         return m_providers;
-    }
-
-    QString fault() const
-    {
-        if (!m_xml.hasError())
-            return {};
-        return QStringLiteral("line %1: %2").arg(m_xml.lineNumber()).arg(m_xml.errorString());
     }
 
 private:
@@ -117,15 +113,11 @@ private:
 
 } // namespace
 
-QList<Provider> parseProviderDatabase(const QByteArray &xml, QString &fault)
+support::Expected<QList<Provider>, QString> parseProviderDatabase(const QByteArray &xml)
 {
     constexpr qsizetype mostAttributes = 32; // no element of the format has more than two
-    if (const auto refusal = support::guardXml(xml, mostAttributes)) {
-        fault = QStringLiteral("line %1: %2").arg(refusal->line).arg(refusal->text);
-        return {};
-    }
-    DatabaseReader reader(xml);
-    QList<Provider> providers = reader.read();
-    fault = reader.fault();
-    return fault.isNull() ? providers : QList<Provider>();
+    if (const auto refusal = support::guardXml(xml, mostAttributes))
+        return support::Unexpected(
+            QStringLiteral("line %1: %2").arg(refusal->line).arg(refusal->text));
+    return DatabaseReader(xml).read();
 }

@@ -1,6 +1,8 @@
 // The operators' database of the package mobile-broadband-provider-info, format 2.0.
 #pragma once
 
+#include "expected.h"
+
 #include <QByteArray>
 #include <QList>
 #include <QString>
@@ -28,6 +30,6 @@ struct Provider {
     QString displayName() const { return names.isEmpty() ? QString() : names.first(); }
 };
 
-/// @param fault  receives what is wrong and where; null when nothing is
-/// @return the providers with at least one GSM access point, in the order of the database
-QList<Provider> parseProviderDatabase(const QByteArray &xml, QString &fault);
+/// @return the providers with at least one GSM access point, in the order of the database, or what
+///         is wrong and where
+support::Expected<QList<Provider>, QString> parseProviderDatabase(const QByteArray &xml);

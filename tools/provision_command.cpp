@@ -176,21 +176,20 @@ ExitStatus runProvision(Output &output, const Invocation &invocation)
     }
     const QString fileName = invocation.has("database") ? invocation.value("database")
                                                         : QString::fromLatin1(defaultDatabase);
-    QString fault;
-    const auto xml = commandline::readInput(fileName, largestInput, fault);
+    const auto xml = commandline::readInput(fileName, largestInput);
     if (!xml) {
-        output.problem(QStringLiteral("provision: %1").arg(fault));
+        output.problem(QStringLiteral("provision: %1").arg(xml.error()));
         return ExitStatus::WrongUsage;
     }
-    const QList<Provider> providers = parseProviderDatabase(*xml, fault);
-    if (!fault.isNull()) {
-        output.problem(QStringLiteral("provision: %1: %2").arg(fileName, fault));
+    const auto providers = parseProviderDatabase(*xml);
+    if (!providers) {
+        output.problem(QStringLiteral("provision: %1: %2").arg(fileName, providers.error()));
         return ExitStatus::WrongUsage;
     }
 
     ProvisionPlan plan(output, all);
     qsizetype matching = 0;
-    for (const Provider &provider : providers) {
+    for (const Provider &provider : *providers) {
         if (!matches(provider, country, invocation.value("provider")))
             continue;
         ++matching;

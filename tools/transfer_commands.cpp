@@ -103,19 +103,18 @@ ExitStatus storeProfiles(Output &output, const ImportPlan &plan)
 ExitStatus runImport(Output &output, const Invocation &invocation)
 {
     const QString &fileName = invocation.arguments.first();
-    QString fault;
-    const auto json = commandline::readInput(fileName, largestInput, fault);
+    const auto json = commandline::readInput(fileName, largestInput);
     if (!json) {
-        output.problem(QStringLiteral("import: %1").arg(fault));
+        output.problem(QStringLiteral("import: %1").arg(json.error()));
         return ExitStatus::WrongUsage;
     }
-    const QList<JsonProfile> profiles = parseProfiles(*json, fault);
-    if (!fault.isNull()) {
-        output.problem(QStringLiteral("import: %1: %2").arg(fileName, fault));
+    const auto profiles = parseProfiles(*json);
+    if (!profiles) {
+        output.problem(QStringLiteral("import: %1: %2").arg(fileName, profiles.error()));
         return ExitStatus::WrongUsage;
     }
     ImportPlan plan(output, invocation.has("replace"));
-    for (const JsonProfile &profile : profiles) {
+    for (const JsonProfile &profile : *profiles) {
         if (!plan.add(profile) && plan.exitStatus == ExitStatus::Unusable)
             return ExitStatus::Unusable;
     }

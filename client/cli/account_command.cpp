@@ -17,8 +17,7 @@ namespace {
 
 ExitStatus problem(Context &context, const QString &text)
 {
-    context.output.problem(QStringLiteral("account: %1").arg(text));
-    return ExitStatus::WrongUsage;
+    return wrongUsage(context, QStringLiteral("account: %1").arg(text));
 }
 
 /// What is not kept has to be said, and not as a fault of the command line.
@@ -184,11 +183,10 @@ ExitStatus runAccount(Context &context, const Invocation &invocation)
         return invocation.arguments[0] == QLatin1String(row.name) && count >= row.minArguments &&
                (row.maxArguments < 0 || count <= row.maxArguments);
     });
-    if (action == std::end(actions)) {
-        context.output.problem(commandline::wrongArguments(
-            *invocation.command, QStringLiteral("these arguments do not go together")));
-        return ExitStatus::WrongUsage;
-    }
+    if (action == std::end(actions))
+        return wrongUsage(context, commandline::wrongArguments(
+                                       *invocation.command,
+                                       QStringLiteral("these arguments do not go together")));
     return action->run(context, invocation);
 }
 

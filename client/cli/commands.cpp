@@ -14,6 +14,12 @@
 
 namespace client::cli {
 
+ExitStatus wrongUsage(Context &context, const QString &problem)
+{
+    context.output.problem(problem);
+    return ExitStatus::WrongUsage;
+}
+
 namespace {
 
 ExitStatus exitStatusOf(const Outcome &outcome)
@@ -28,12 +34,6 @@ ExitStatus finish(Context &context, const char *command, const QString &uri, con
         QStringLiteral("%1 %2: %3").arg(QString::fromLatin1(command), uri, describe(outcome)),
         bool(outcome));
     return exitStatusOf(outcome);
-}
-
-ExitStatus wrongUsage(Context &context, const QString &problem)
-{
-    context.output.problem(problem);
-    return ExitStatus::WrongUsage;
 }
 
 Secrets secretsOf(const Invocation &invocation)
@@ -305,10 +305,9 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
     const QString file = invocation.arguments[0];
     if (context.inShell && file == QStringLiteral("-"))
         return wrongUsage(context, QStringLiteral("process: standard input is the shell's"));
-    QString error;
-    const auto package = commandline::readInput(file, syncml::Limits().messageBytes, error);
+    const auto package = commandline::readInput(file, syncml::Limits().messageBytes);
     if (!package)
-        return wrongUsage(context, QStringLiteral("process: %1").arg(error));
+        return wrongUsage(context, QStringLiteral("process: %1").arg(package.error()));
 
     const syncml::DecodeResult decoded = syncml::decode(*package);
     if (!decoded)

@@ -5,6 +5,9 @@
 
 namespace client::cli {
 
+/// Says what is wrong with a command line.
+ExitStatus wrongUsage(Context &context, const QString &problem);
+
 ExitStatus runTree(Context &context, const Invocation &invocation);
 ExitStatus runGet(Context &context, const Invocation &invocation);
 ExitStatus runAdd(Context &context, const Invocation &invocation);

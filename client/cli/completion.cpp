@@ -190,9 +190,8 @@ std::vector<Candidate> complete(const UnfinishedLine &line, const TreeView &tree
     if (const Option *const option = optionWithValue(*command, line.words.last()))
         return completeWord(option->words, line.prefix);
 
-    QString error;
     const auto before =
-        commandline::parse(shellProgram(), line.words, error, commandline::Completeness::Partial);
+        commandline::parse(shellProgram(), line.words, commandline::Completeness::Partial);
     const QStringList arguments = before ? before->arguments : QStringList();
     return completeArgument(*command, arguments, line.prefix, tree);
 }

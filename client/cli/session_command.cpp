@@ -21,45 +21,42 @@
 namespace client::cli {
 
 using commandline::isInteractive;
+using support::Unexpected;
 
 namespace {
 
 // ---- Options -------------------------------------------------------------------------------------
 
-bool wrong(QString &error, const QString &problem)
-{
-    error = QStringLiteral("session: %1").arg(problem);
-    return false;
-}
+/// Nothing, or what is wrong.
+using Check = support::Expected<void, QString>;
 
 /// A whole number from 1 to the largest; leaves the field alone when the option is not there.
 template <class Number>
-bool readNumber(const Invocation &invocation, const char *option, int largest, Number &field,
-                QString &error)
+Check readNumber(const Invocation &invocation, const char *option, int largest, Number &field)
 {
     if (!invocation.has(option))
-        return true;
+        return {};
     const QString text = invocation.value(option);
     bool isNumber = false;
     const int number = text.toInt(&isNumber);
     if (!isNumber || number < 1 || number > largest)
-        return wrong(error, QStringLiteral("--%1 wants a number from 1 to %2 instead of \"%3\"")
-                                .arg(QString::fromLatin1(option))
-                                .arg(largest)
-                                .arg(text));
+        return Unexpected(QStringLiteral("--%1 wants a number from 1 to %2 instead of \"%3\"")
+                              .arg(QString::fromLatin1(option))
+                              .arg(largest)
+                              .arg(text));
     field = number;
-    return true;
+    return {};
 }
 
-bool readSeconds(const Invocation &invocation, const char *option, std::chrono::milliseconds &field,
-                 QString &error)
+Check readSeconds(const Invocation &invocation, const char *option,
+                  std::chrono::milliseconds &field)
 {
     constexpr std::chrono::seconds longest = std::chrono::hours(24);
     auto seconds = std::chrono::duration_cast<std::chrono::seconds>(field).count();
-    if (!readNumber(invocation, option, longest.count(), seconds, error))
-        return false;
-    field = std::chrono::seconds(seconds);
-    return true;
+    const Check check = readNumber(invocation, option, longest.count(), seconds);
+    if (check)
+        field = std::chrono::seconds(seconds);
+    return check;
 }
 
 struct EventOption {
@@ -72,19 +69,18 @@ constexpr EventOption eventOptions[] = {
     {"generic-alert", parseGenericAlert},
 };
 
-bool readEvents(const Invocation &invocation, std::vector<ClientEvent> &events, QString &error)
+Check readEvents(const Invocation &invocation, std::vector<ClientEvent> &events)
 {
     for (const EventOption &option : eventOptions) {
         for (const QString &text : invocation.values(option.name)) {
             const auto event = option.parse(text);
             if (!event)
-                return wrong(error,
-                             QStringLiteral("--%1 \"%2\": %3")
-                                 .arg(QString::fromLatin1(option.name), text, event.error()));
+                return Unexpected(QStringLiteral("--%1 \"%2\": %3")
+                                      .arg(QString::fromLatin1(option.name), text, event.error()));
             events.push_back(*event);
         }
     }
-    return true;
+    return {};
 }
 
 struct Settings {
@@ -92,24 +88,27 @@ struct Settings {
     HttpTransport::Options transport;
 };
 
-bool readSettings(const Invocation &invocation, Settings &settings, QString &error)
+support::Expected<Settings, QString> readSettings(const Invocation &invocation)
 {
+    Settings settings;
     SessionOptions &session = settings.session;
     constexpr int anyNumber = std::numeric_limits<int>::max();
     // What is larger is not read, whatever was announced.
     constexpr int largestMessage = syncml::Limits().messageBytes;
     session.encoding =
         invocation.value("encoding") == u"wbxml" ? syncml::Encoding::Wbxml : syncml::Encoding::Xml;
-    if (!readNumber(invocation, "max-msg-size", largestMessage, session.maxMessageBytes, error) ||
-        !readNumber(invocation, "max-obj-size", anyNumber, session.maxObjectBytes, error) ||
-        !readSeconds(invocation, "timeout", settings.transport.timeLimit, error) ||
-        !readSeconds(invocation, "session-timeout", session.timeLimit, error) ||
-        !readEvents(invocation, session.events, error))
-        return false;
+    for (const Check &check :
+         {readNumber(invocation, "max-msg-size", largestMessage, session.maxMessageBytes),
+          readNumber(invocation, "max-obj-size", anyNumber, session.maxObjectBytes),
+          readSeconds(invocation, "timeout", settings.transport.timeLimit),
+          readSeconds(invocation, "session-timeout", session.timeLimit),
+          readEvents(invocation, session.events)})
+        if (!check)
+            return Unexpected(check.error());
     settings.transport.authoritiesFile = invocation.value("ca");
     if (invocation.has("json") && invocation.value("trace") == u"-")
-        return wrong(error, QStringLiteral("--json and --trace - cannot share standard output"));
-    return true;
+        return Unexpected(QStringLiteral("--json and --trace - cannot share standard output"));
+    return settings;
 }
 
 // ---- Whom to have a session with -----------------------------------------------------------------
@@ -141,28 +140,29 @@ std::optional<QString> accountOnHost(const AccountStore &accounts, const QUrl &u
     return std::nullopt;
 }
 
-bool findServer(const AccountStore &accounts, const QString &word, Server &server, QString &error)
+support::Expected<Server, QString> findServer(const AccountStore &accounts, const QString &word)
 {
+    Server server;
     const QUrl url(word, QUrl::StrictMode);
     server.accountName = accounts.find(word) ? std::optional(word) : accounts.nameOf(url);
     if (server.accountName) {
         server.account = *accounts.find(*server.accountName);
-        const auto complete = checkComplete(server.account);
-        return complete || wrong(error, complete.error());
+        if (const auto complete = checkComplete(server.account); !complete)
+            return Unexpected(complete.error());
+        return server;
     }
     // One that cannot be read may be the one that is meant.
     if (!accounts.damagedAccounts().empty())
-        return wrong(error, QStringLiteral("\"%1\" is not an account, and %2")
-                                .arg(word, accounts.damagedAccounts().begin()->second.reason));
+        return Unexpected(QStringLiteral("\"%1\" is not an account, and %2")
+                              .arg(word, accounts.damagedAccounts().begin()->second.reason));
     if (const auto set = accountField(QStringLiteral("address"))->set(server.account, word); !set)
-        return wrong(error,
-                     QStringLiteral("\"%1\" is not an account and %2").arg(word, set.error()));
+        return Unexpected(QStringLiteral("\"%1\" is not an account and %2").arg(word, set.error()));
     // Whoever answers there would not have to prove that it is the account's server.
     if (const auto name = accountOnHost(accounts, server.account.address))
-        return wrong(error, QStringLiteral("%1 is on the host of the account %2 (%3); name the "
-                                           "account, or give it that address")
-                                .arg(word, *name, accounts.find(*name)->address.toString()));
-    return true;
+        return Unexpected(QStringLiteral("%1 is on the host of the account %2 (%3); name the "
+                                         "account, or give it that address")
+                              .arg(word, *name, accounts.find(*name)->address.toString()));
+    return server;
 }
 
 /// Keeps the nonces of a session in its account. One that the server has written into the account
@@ -227,10 +227,8 @@ ExitStatus haveSession(Context &context, const Server &server, const Settings &s
                        bool asJson, TraceWriter *trace)
 {
     const auto transport = HttpTransport::create(settings.transport);
-    if (!transport) {
-        context.output.problem(QStringLiteral("session: %1").arg(transport.error()));
-        return ExitStatus::WrongUsage;
-    }
+    if (!transport)
+        return wrongUsage(context, QStringLiteral("session: %1").arg(transport.error()));
 
     std::unique_ptr<SessionReport> report;
     if (asJson)
@@ -270,38 +268,34 @@ bool endsShell(int signal)
 
 ExitStatus runSession(Context &context, const Invocation &invocation)
 {
-    QString error = context.device->reasonAgainstServers();
-    if (!error.isEmpty()) {
-        context.output.problem(QStringLiteral("session: %1").arg(error));
+    if (const QString reason = context.device->reasonAgainstServers(); !reason.isEmpty()) {
+        context.output.problem(QStringLiteral("session: %1").arg(reason));
         return ExitStatus::Unusable;
     }
-    Settings settings;
-    Server server;
-    if (!readSettings(invocation, settings, error) ||
-        !findServer(context.device->accounts(), invocation.arguments[0], server, error)) {
-        context.output.problem(error);
-        return ExitStatus::WrongUsage;
-    }
+    auto settings = readSettings(invocation);
+    if (!settings)
+        return wrongUsage(context, QStringLiteral("session: %1").arg(settings.error()));
+    const auto server = findServer(context.device->accounts(), invocation.arguments[0]);
+    if (!server)
+        return wrongUsage(context, QStringLiteral("session: %1").arg(server.error()));
     std::unique_ptr<TraceWriter> trace;
     if (invocation.has("trace")) {
         auto opened = TraceWriter::open(invocation.value("trace"));
-        if (!opened) {
-            context.output.problem(QStringLiteral("session: %1").arg(opened.error()));
-            return ExitStatus::WrongUsage;
-        }
+        if (!opened)
+            return wrongUsage(context, QStringLiteral("session: %1").arg(opened.error()));
         trace = *std::move(opened);
     }
 
     const InterruptGuard guard;
-    settings.transport.interruptFile = guard.file();
+    settings->transport.interruptFile = guard.file();
     const ExitStatus status =
-        haveSession(context, server, settings, invocation.has("json"), trace.get());
+        haveSession(context, *server, *settings, invocation.has("json"), trace.get());
     if (!context.inShell || !endsShell(InterruptGuard::signal()))
         return status;
     context.leaveShell = true;
     context.output.problem(QStringLiteral("session: SIG%1 ends the shell")
                                .arg(QString::fromLatin1(::sigabbrev_np(InterruptGuard::signal()))));
-    // The session may have come to its own end; the lines behind it have not.
+    // The session may have come to its own end; the lines after it have not.
     return worse(status, ExitStatus::SessionFailed);
 }
 

@@ -161,16 +161,13 @@ void readAccounts(const QByteArray &bytes)
 
 void readProfiles(const QByteArray &bytes)
 {
-    QString fault;
-    parseProfiles(bytes, fault);
-    if (!fault.isNull())
-        qFatal("no profiles: %s", qPrintable(fault));
+    if (const auto profiles = parseProfiles(bytes); !profiles)
+        qFatal("no profiles: %s", qPrintable(profiles.error()));
 }
 
 void readProviders(const QByteArray &bytes)
 {
-    QString fault;
-    parseProviderDatabase(bytes, fault);
+    static_cast<void>(parseProviderDatabase(bytes));
 }
 
 void readSettings(const QByteArray &bytes)
@@ -377,10 +374,7 @@ const Parser parsers[] = {
                     .chopped(1) +
                 "}";
      },
-     [](const QByteArray &bytes) {
-         QString fault;
-         parseProfiles(bytes, fault);
-     }},
+     [](const QByteArray &bytes) { static_cast<void>(parseProfiles(bytes)); }},
     {"providers",
      [](qsizetype size) {
          return "<serviceproviders format='2.0'><country code='de'><provider><name>n</name><gsm>" +

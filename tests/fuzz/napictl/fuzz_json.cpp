@@ -17,10 +17,9 @@ void checkRoundTrip(const QString &name, const NAP_PROFILE_S &record)
 {
     if (!recordFaults(record).isEmpty())
         std::abort(); // what was taken from JSON has no faults
-    QString fault;
-    const QList<JsonProfile> again = parseProfiles(formatProfile(name, record, true), fault);
+    const auto again = parseProfiles(formatProfile(name, record, true));
     NAP_PROFILE_S same{};
-    if (!fault.isNull() || again.size() != 1 || again[0].name != name || !fill(same, again[0]) ||
+    if (!again || again->size() != 1 || again->at(0).name != name || !fill(same, again->at(0)) ||
         std::memcmp(&same, &record, sizeof record) != 0)
         std::abort();
 }
@@ -31,12 +30,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
 int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    QString fault;
-    const QList<JsonProfile> profiles = parseProfiles(
-        QByteArray(reinterpret_cast<const char *>(data), static_cast<qsizetype>(size)), fault);
-    if (!fault.isNull())
+    const auto profiles = parseProfiles(
+        QByteArray(reinterpret_cast<const char *>(data), static_cast<qsizetype>(size)));
+    if (!profiles)
         return 0;
-    for (const JsonProfile &profile : profiles) {
+    for (const JsonProfile &profile : *profiles) {
         NAP_PROFILE_S record{};
         if (fill(record, profile) && profile.maskedSecrets.isEmpty())
             checkRoundTrip(profile.name, record);

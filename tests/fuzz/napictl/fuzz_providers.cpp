@@ -49,10 +49,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
 int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    QString fault;
-    const QList<Provider> providers = parseProviderDatabase(
-        QByteArray(reinterpret_cast<const char *>(data), static_cast<qsizetype>(size)), fault);
-    for (const Provider &provider : providers)
+    const auto providers = parseProviderDatabase(
+        QByteArray(reinterpret_cast<const char *>(data), static_cast<qsizetype>(size)));
+    if (!providers)
+        return 0;
+    for (const Provider &provider : *providers)
         for (const AccessPoint &accessPoint : provider.accessPoints)
             checkAccessPoint(provider, accessPoint);
     return 0;

@@ -192,13 +192,12 @@ TEST(ProfileJson, AnyRecordWithoutFaultsRoundTrips)
         record.gprsLinger = static_cast<std::uint16_t>(generator());
         record.proxy2Port = static_cast<std::uint16_t>(generator());
         record.flags = generator() & 1U;
-        QString fault;
-        const auto profiles = parseProfiles(formatProfile(u"n\"\\\u00E9"_qs, record, true), fault);
-        ASSERT_EQ(fault, QString());
-        ASSERT_EQ(profiles.size(), 1);
-        EXPECT_EQ(profiles.first().name, u"n\"\\\u00E9"_qs);
+        const auto profiles = parseProfiles(formatProfile(u"n\"\\\u00E9"_qs, record, true));
+        ASSERT_TRUE(profiles) << profiles.error().toStdString();
+        ASSERT_EQ(profiles->size(), 1);
+        EXPECT_EQ(profiles->first().name, u"n\"\\\u00E9"_qs);
         NAP_PROFILE_S readBack = {};
-        ASSERT_EQ(setFields(readBack, profiles.first().values), QString());
+        ASSERT_EQ(setFields(readBack, profiles->first().values), QString());
         EXPECT_EQ(std::memcmp(&record, &readBack, sizeof record), 0);
     }
 }
@@ -212,9 +211,9 @@ TEST(ProfileJson, AnyRecordIsWrittenAsGoodJson)
         const QByteArray json =
             formatProfileArray({formatProfile(u"a"_qs, randomRecord(generator), false),
                                 formatProfile(u"b"_qs, randomRecord(generator), true)});
-        QString fault;
-        EXPECT_EQ(parseProfiles(json, fault).size(), 2) << json.constData();
-        EXPECT_EQ(fault, QString());
+        const auto profiles = parseProfiles(json);
+        ASSERT_TRUE(profiles) << json.constData();
+        EXPECT_EQ(profiles->size(), 2) << json.constData();
     }
 }
 
@@ -232,9 +231,8 @@ TEST(ProfileJson, DamagedTextsEndInAFaultOrInProfiles)
             damaged.replace(at, generator() % 3,
                             QByteArray(1, "{}[]\",:0\xFF\n"[generator() % 10]));
         }
-        QString fault;
-        const auto profiles = parseProfiles(damaged, fault);
-        EXPECT_TRUE(fault.isNull() || profiles.isEmpty());
+        const auto profiles = parseProfiles(damaged);
+        EXPECT_TRUE(profiles || !profiles.error().isEmpty());
     }
 }
 
@@ -277,9 +275,8 @@ TEST(ProviderDatabase, DeepNestingIsNoHarm)
     const QByteArray deep = QByteArray("<x>").repeated(300000);
     for (const char *before : {"", "<country code='aq'>", "<country><provider><name>",
                                "<country><provider><gsm><apn value='a'><username>"}) {
-        QString fault;
-        parseProviderDatabase(QByteArray("<serviceproviders format='2.0'>") + before + deep, fault);
-        EXPECT_FALSE(fault.isNull());
+        EXPECT_FALSE(
+            parseProviderDatabase(QByteArray("<serviceproviders format='2.0'>") + before + deep));
     }
 }
 
@@ -296,13 +293,11 @@ TEST(ProviderDatabase, DamagedDatabaseEndsInAFaultOrInProviders)
         QByteArray damaged = whole.left(static_cast<qsizetype>(2000 + generator() % 40000));
         const auto at = static_cast<qsizetype>(generator()) % damaged.size();
         damaged.replace(at, generator() % 20, "</provider>");
-        QString fault;
-        EXPECT_TRUE(parseProviderDatabase(damaged, fault).isEmpty());
-        EXPECT_FALSE(fault.isNull());
+        EXPECT_FALSE(parseProviderDatabase(damaged));
     }
-    QString fault;
-    EXPECT_GT(parseProviderDatabase(whole, fault).size(), 600);
-    EXPECT_EQ(fault, QString());
+    const auto providers = parseProviderDatabase(whole);
+    ASSERT_TRUE(providers) << providers.error().toStdString();
+    EXPECT_GT(providers->size(), 600);
 }
 
 } // namespace

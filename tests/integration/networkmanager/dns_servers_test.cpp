@@ -5,9 +5,9 @@
 
 namespace {
 
-constexpr std::uint32_t kA = 0x0A000001; // 10.0.0.1
-constexpr std::uint32_t kB = 0x0A000002;
-constexpr std::uint32_t kC = 0x0A000003;
+constexpr std::uint32_t addressA = 0x0A000001; // 10.0.0.1
+constexpr std::uint32_t addressB = 0x0A000002;
+constexpr std::uint32_t addressC = 0x0A000003;
 const QString textA = QStringLiteral("10.0.0.1");
 const QString textB = QStringLiteral("10.0.0.2");
 const QString textC = QStringLiteral("10.0.0.3");
@@ -30,23 +30,23 @@ TEST(DottedAddress, TakesFourDecimalPartsOnly)
 TEST(DnsServers, FirstTwoServersAreTheFields)
 {
     EXPECT_EQ(DnsServers({}, QString()).fields(), (Fields{0, 0}));
-    EXPECT_EQ(DnsServers({textA}, QString()).fields(), (Fields{kA, 0}));
-    EXPECT_EQ(DnsServers({textA, textB, textC}, QString()).fields(), (Fields{kA, kB}));
+    EXPECT_EQ(DnsServers({textA}, QString()).fields(), (Fields{addressA, 0}));
+    EXPECT_EQ(DnsServers({textA, textB, textC}, QString()).fields(), (Fields{addressA, addressB}));
 }
 
 TEST(DnsServers, EntriesThatAreNoIpv4AddressAreNoFields)
 {
     const QStringList list = {QStringLiteral("dns+tls://one.one.one.one"), textA};
     DnsServers servers(list, QString());
-    EXPECT_EQ(servers.fields(), (Fields{kA, 0}));
-    servers.setFields({kA, kB});
+    EXPECT_EQ(servers.fields(), (Fields{addressA, 0}));
+    servers.setFields({addressA, addressB});
     EXPECT_EQ(servers.servers(), (QStringList{textA, textB, list[0]}));
 }
 
 TEST(DnsServers, FurtherServersStayBehindTheFields)
 {
     DnsServers servers({textA, textB, textC}, QString());
-    servers.setFields({kB, 0x01020304});
+    servers.setFields({addressB, 0x01020304});
     EXPECT_EQ(servers.servers(), (QStringList{textB, QStringLiteral("1.2.3.4"), textC}));
     EXPECT_EQ(servers.layout(), QString());
 }
@@ -55,23 +55,23 @@ TEST(DnsServers, NameOfAServerStaysWithIt)
 {
     const QString named = textB + QStringLiteral("#dns.example");
     DnsServers servers({textA, named}, QString());
-    EXPECT_EQ(servers.fields(), (Fields{kA, kB}));
-    servers.setFields({kC, kB});
+    EXPECT_EQ(servers.fields(), (Fields{addressA, addressB}));
+    servers.setFields({addressC, addressB});
     EXPECT_EQ(servers.servers(), (QStringList{textC, named}));
-    servers.setFields({kC, kA});
+    servers.setFields({addressC, addressA});
     EXPECT_EQ(servers.servers(), (QStringList{textC, textA}));
 }
 
 TEST(DnsServers, EmptyFirstPlaceIsKeptBesideTheList)
 {
     DnsServers servers({}, QString());
-    servers.setFields({0, kB});
+    servers.setFields({0, addressB});
     EXPECT_EQ(servers.servers(), QStringList{textB});
     EXPECT_EQ(servers.layout(), QStringLiteral("0.0.0.0 10.0.0.2"));
 
     DnsServers again(servers.servers(), servers.layout());
-    EXPECT_EQ(again.fields(), (Fields{0, kB}));
-    again.setFields({kA, kB});
+    EXPECT_EQ(again.fields(), (Fields{0, addressB}));
+    again.setFields({addressA, addressB});
     EXPECT_EQ(again.servers(), (QStringList{textA, textB}));
     EXPECT_EQ(again.layout(), QString());
 }
@@ -79,9 +79,9 @@ TEST(DnsServers, EmptyFirstPlaceIsKeptBesideTheList)
 TEST(DnsServers, FurtherServersDoNotMoveIntoAnEmptyField)
 {
     DnsServers servers({textA, textB, textC}, QString());
-    servers.setFields({kA, 0});
+    servers.setFields({addressA, 0});
     EXPECT_EQ(servers.servers(), (QStringList{textA, textC}));
-    EXPECT_EQ(DnsServers(servers.servers(), servers.layout()).fields(), (Fields{kA, 0}));
+    EXPECT_EQ(DnsServers(servers.servers(), servers.layout()).fields(), (Fields{addressA, 0}));
     servers.setFields({0, 0});
     EXPECT_EQ(servers.servers(), QStringList{textC});
     EXPECT_EQ(DnsServers(servers.servers(), servers.layout()).fields(), (Fields{0, 0}));
@@ -90,23 +90,24 @@ TEST(DnsServers, FurtherServersDoNotMoveIntoAnEmptyField)
 TEST(DnsServers, OneServerTwiceIsListedOnce)
 {
     DnsServers servers({}, QString());
-    servers.setFields({kA, kA});
+    servers.setFields({addressA, addressA});
     EXPECT_EQ(servers.servers(), QStringList{textA});
-    EXPECT_EQ(DnsServers(servers.servers(), servers.layout()).fields(), (Fields{kA, kA}));
+    EXPECT_EQ(DnsServers(servers.servers(), servers.layout()).fields(),
+              (Fields{addressA, addressA}));
 }
 
 TEST(DnsServers, LayoutEndsWithAChangeOfTheListByOthers)
 {
     const QString layout = QStringLiteral("0.0.0.0 10.0.0.2");
-    EXPECT_EQ(DnsServers({textC}, layout).fields(), (Fields{kC, 0}));
-    EXPECT_EQ(DnsServers({textB, textC}, layout).fields(), (Fields{kB, kC}));
+    EXPECT_EQ(DnsServers({textC}, layout).fields(), (Fields{addressC, 0}));
+    EXPECT_EQ(DnsServers({textB, textC}, layout).fields(), (Fields{addressB, addressC}));
     EXPECT_EQ(DnsServers({}, layout).fields(), (Fields{0, 0}));
 }
 
 TEST(DnsServers, RubbishIsNoLayout)
 {
     for (const char *layout : {"x", "10.0.0.2", " ", "0.0.0.0  10.0.0.2", "0.0.0.0 10.0.0.2 "})
-        EXPECT_EQ(DnsServers({textB}, QString::fromLatin1(layout)).fields(), (Fields{kB, 0}));
+        EXPECT_EQ(DnsServers({textB}, QString::fromLatin1(layout)).fields(), (Fields{addressB, 0}));
 }
 
 } // namespace

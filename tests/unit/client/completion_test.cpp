@@ -144,9 +144,8 @@ protected:
             ASSERT_TRUE(candidate.word.startsWith(typed)) << shown;
             const QStringList words = wordsOf(command, candidate.word);
             ASSERT_EQ(words.size(), 2) << shown;
-            QString error;
-            const auto invocation = commandline::parse(shellProgram(), words, error,
-                                                       commandline::Completeness::Partial);
+            const auto invocation =
+                commandline::parse(shellProgram(), words, commandline::Completeness::Partial);
             ASSERT_TRUE(invocation && invocation->arguments.size() == 1) << shown;
             const auto address = parseAddress(invocation->arguments[0], tree.uriLimits());
             ASSERT_TRUE(address) << shown;
@@ -200,9 +199,8 @@ TEST_F(AddressTest, EveryChildThatIsOfferedIsThatChild)
     for (const Candidate &candidate : complete({{QStringLiteral("replace"), office}, {}}, tree)) {
         const QStringList words =
             wordsOf("replace ./Ext/Profiles/Office", candidate.word + QStringLiteral("v=w"));
-        QString error;
-        const auto invocation = commandline::parse(shellProgram(), words, error);
-        ASSERT_TRUE(invocation) << error.toStdString();
+        const auto invocation = commandline::parse(shellProgram(), words);
+        ASSERT_TRUE(invocation) << invocation.error().toStdString();
         const QString child = invocation->arguments[1].section(u'=', 0, 0);
         ASSERT_TRUE(parseAddress(child, tree.uriLimits())) << child.toStdString();
         named.insert(parseAddress(child, tree.uriLimits())->node.name().toStdString());

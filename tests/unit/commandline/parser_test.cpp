@@ -27,9 +27,8 @@ class SortedWordsTest : public testing::TestWithParam<Expected> {};
 TEST_P(SortedWordsTest, GoWhereTheyBelong)
 {
     const Expected &expected = GetParam();
-    QString error;
-    const auto invocation = parse(sampleProgram(), wordsOf(expected.words), error);
-    ASSERT_TRUE(invocation) << error.toStdString();
+    const auto invocation = parse(sampleProgram(), wordsOf(expected.words));
+    ASSERT_TRUE(invocation) << invocation.error().toStdString();
     EXPECT_STREQ(invocation->command ? invocation->command->name : "", expected.command);
     QStringList arguments;
     for (const char *argument : expected.arguments)
@@ -70,10 +69,9 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(InvocationTest, TheLastValueOfAnOptionCounts)
 {
-    QString error;
     const auto invocation =
-        parse(sampleProgram(), wordsOf("--state a list --note x --state b --note y"), error);
-    ASSERT_TRUE(invocation) << error.toStdString();
+        parse(sampleProgram(), wordsOf("--state a list --note x --state b --note y"));
+    ASSERT_TRUE(invocation) << invocation.error().toStdString();
     EXPECT_EQ(invocation->value("state"), QStringLiteral("b"));
     EXPECT_EQ(invocation->values("note"), wordsOf("x y"));
     EXPECT_TRUE(invocation->has("note"));
@@ -91,13 +89,19 @@ void PrintTo(const Refused &refused, std::ostream *stream)
     *stream << refused.words;
 }
 
+/// Why words are refused; empty when they are taken.
+QString refusalOf(const Program &program, const QStringList &words)
+{
+    const auto invocation = parse(program, words);
+    return invocation ? QString() : invocation.error();
+}
+
 class RefusedWordsTest : public testing::TestWithParam<Refused> {};
 
 TEST_P(RefusedWordsTest, AreExplained)
 {
-    QString error;
-    EXPECT_FALSE(parse(sampleProgram(), wordsOf(GetParam().words), error));
-    EXPECT_EQ(error.toStdString(), GetParam().error);
+    EXPECT_EQ(refusalOf(sampleProgram(), wordsOf(GetParam().words)).toStdString(),
+              GetParam().error);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -131,26 +135,23 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(ParserTest, AnEmptyWordNamesNoFileAndNoCommand)
 {
-    QString error;
-    EXPECT_FALSE(parse(sampleProgram(), {QStringLiteral("load"), QString()}, error));
-    EXPECT_EQ(error, QStringLiteral("load: FILE names no file"));
-    EXPECT_FALSE(parse(sampleProgram(), {QString()}, error));
-    EXPECT_EQ(error, QStringLiteral("there is no command ; see 'sample help'"));
+    EXPECT_EQ(refusalOf(sampleProgram(), {QStringLiteral("load"), QString()}),
+              QStringLiteral("load: FILE names no file"));
+    EXPECT_EQ(refusalOf(sampleProgram(), {QString()}),
+              QStringLiteral("there is no command ; see 'sample help'"));
 }
 
 TEST(ParserTest, AShellIsAskedForItsOwnHelp)
 {
-    QString error;
-    EXPECT_FALSE(parse(sampleShell(), wordsOf("frobnicate"), error));
-    EXPECT_EQ(error, QStringLiteral("there is no command frobnicate; see 'help'"));
-    EXPECT_FALSE(parse(sampleShell(), wordsOf("list --state d"), error));
-    EXPECT_EQ(error, QStringLiteral("list: there is no option --state; see 'help list'"));
+    EXPECT_EQ(refusalOf(sampleShell(), wordsOf("frobnicate")),
+              QStringLiteral("there is no command frobnicate; see 'help'"));
+    EXPECT_EQ(refusalOf(sampleShell(), wordsOf("list --state d")),
+              QStringLiteral("list: there is no option --state; see 'help list'"));
 }
 
 TEST(ParserTest, AnUnfinishedLineMayLackWords)
 {
-    QString error;
-    EXPECT_TRUE(parse(sampleProgram(), wordsOf("copy"), error, Completeness::Partial));
+    EXPECT_TRUE(parse(sampleProgram(), wordsOf("copy"), Completeness::Partial));
 }
 
 } // namespace
