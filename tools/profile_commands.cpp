@@ -21,7 +21,7 @@ support::Expected<QList<FieldValue>, QString> parseAssignments(const QStringList
         const qsizetype equals = argument.indexOf(u'=');
         if (equals < 0)
             return support::Unexpected(
-                QStringLiteral("argument %1 behind the name is not of the form field=value")
+                QStringLiteral("argument %1 after the name is not of the form field=value")
                     .arg(values.size() + 1));
         const QString path = argument.first(equals);
         const ProfileField *field = findField(path);

@@ -57,7 +57,7 @@ private:
             return fail(QStringLiteral("it has no \"name\" that is a text"));
         m_profile.name = value.toString();
         if (m_names.contains(m_profile.name))
-            return fail(QStringLiteral("the name stands there twice"));
+            return fail(QStringLiteral("the name is there twice"));
         m_names += m_profile.name;
         return true;
     }

@@ -193,7 +193,7 @@ QStringList DmDevice::damage() const
                          .arg(accountsFile, account.reason);
     if (!m_propertiesDamage.isEmpty())
         sentences += QStringLiteral("%1; without the access control lists in it no server may do "
-                                    "anything; %2, and give the lists anew")
+                                    "anything; %2, and give the lists again")
                          .arg(m_propertiesDamage, setAside(propertiesFile()));
     return sentences;
 }

@@ -161,7 +161,7 @@ AnswerQueue::Filled AnswerQueue::fill(Message &message, Encoding encoding, qsize
     }
     if (isEmpty())
         return Filled::Everything;
-    // What leads comes anew with every message of the server: with it alone there is no end.
+    // What leads comes again with every message of the server: with it alone there is no end.
     return room.taken() > leading ? Filled::Part : Filled::Nothing;
 }
 

@@ -442,7 +442,7 @@ void Session::endOrGoOn(bool hasAnswers)
     const bool isUnproved = m_verifier.failures() > 0;
     if (m_isChallenged) {
         m_isChallenged = false;
-        m_serverIsFinal = true; // what it had to say it will say anew
+        m_serverIsFinal = true; // what it had to say it will say again
         queueFirstPackage();
     } else if (isUnproved && !hasAnswers) {
         // A challenge on its own would only come back.

@@ -23,7 +23,7 @@ QByteArray readableMessage(const syncml::Message &message, const AlertIds &secre
 /// Writes every message of a session to a file that only its owner can read, or to standard output.
 class TraceWriter final : public SessionObserver {
 public:
-    /// Begins a file anew; "-" is standard output.
+    /// Begins a new file; "-" is standard output.
     /// @return never null; the error says why it cannot be written
     static support::Expected<std::unique_ptr<TraceWriter>, QString> open(const QString &file);
 

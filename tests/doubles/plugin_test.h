@@ -76,7 +76,7 @@ protected:
     /// A tree as the entry point constructs it, before it is loaded.
     static TreePtr NewTree(const char *root) { return TreePtr(new DM_NAPI_PluginTree(root)); }
 
-    /// A loaded tree; fails the test when it cannot be loaded. The journal and log start anew
+    /// A loaded tree; fails the test when it cannot be loaded. The journal and log start again
     /// behind it.
     TreePtr LoadTree(const char *root);
 

@@ -5,7 +5,7 @@
     tests/mutation/mutate.py build/dev [--count N] [--workers N] [--seed N] [--only TEXT]
 
 The build folder has to be built and is only read: each worker compiles the changed source into a
-folder of its own and links the test programs anew, with the commands of that build. The changes are
+folder of its own and links the test programs again, with the commands of that build. The changes are
 spread evenly over the functions; the same seed makes the same ones. A change that does not compile
 does not count. Survivors are printed at the end; survivors.md explains those that are known.
 

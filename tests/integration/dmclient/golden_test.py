@@ -1,6 +1,6 @@
 """Whole transcripts of dmclient's process and shell, compared with the ones kept in golden/.
 
-KUB_REGENERATE_GOLDEN=1 writes them anew; the change is then reviewed like any other.
+KUB_REGENERATE_GOLDEN=1 writes them again; the change is then reviewed like any other.
 """
 
 import difflib

@@ -243,7 +243,7 @@ TEST_F(RealDaemon, RecordThatSaysTheSameIsNotWritten)
 {
     const QString uuid = addByHand(u"Hand"_qs, fullConnection);
     const QString file = keyFile(uuid);
-    QFile::rename(file, file + u".gone"_qs); // the daemon would write it anew
+    QFile::rename(file, file + u".gone"_qs); // the daemon would write it again
     modify("Hand", read("Hand"));
     EXPECT_FALSE(QFile::exists(file));
     QFile::rename(file + u".gone"_qs, file);

@@ -53,7 +53,7 @@ TEST_F(ProxySettings, ReachTheRecordAndTheReferencesReachTheMappingFile)
               (Lines{"Conn = \"H\\xc3\\xb4tel\"", "Addr = \"proxy.example\""}));
     EXPECT_EQ(GetChildren(IntProfs, "Office"), (Lines{"UserEditable = false"}));
 
-    // References are made anew by every mount; the record is not.
+    // References are made again by every mount; the record is not.
     Remount();
     EXPECT_EQ(
         Changes(),

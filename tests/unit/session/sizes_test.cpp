@@ -148,7 +148,7 @@ TEST_P(Sizes, DescriptionOfTheDeviceIsSplitForASmallServer)
 {
     account.toServer = {AuthType::Md5, {"Bruce2", "OhBehave"}, {}};
     const int limit = GetParam() == syncml::Encoding::Xml ? 1100 : 520;
-    // It asks for a proof, so that the first package is sent anew under its limit.
+    // It asks for a proof, so that the first package is sent again under its limit.
     server.says({statusFor("SyncHdr", 407, chal(AuthType::Md5, "N1")), true, maxMsgSize(limit)});
     serverAsksForMore(20);
     const SessionEnd end = run();
