@@ -102,7 +102,7 @@ NAP_PROFILE_S RecordOf(const AccessPoint &accessPoint)
     NAP_PROFILE_S record{};
     const auto set = [&record](QStringView path, const QString &value) {
         if (!value.isEmpty()) // a value that does not fit is left out
-            setFields(record, {FieldValue{findField(path), value}});
+            (void)setFields(record, {FieldValue{findField(path), value}});
     };
     set(u"gprs.address", accessPoint.apn);
     set(u"gprs.authId", accessPoint.userName);

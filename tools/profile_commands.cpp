@@ -155,8 +155,8 @@ ExitStatus runCreate(Output &output, const Invocation &invocation)
     }
     NAP_PROFILE_S record = {};
     record.creation = 1;
-    if (const QString fault = setFields(record, *values); !fault.isNull()) {
-        output.problem(name + QStringLiteral(": ") + fault);
+    if (const auto set = setFields(record, *values); !set) {
+        output.problem(name + QStringLiteral(": ") + set.error());
         return ExitStatus::Failed;
     }
     const int status = NAPI_CreateProfile(name.toUtf8().constData(), &record, 0, 0);
@@ -176,8 +176,8 @@ ExitStatus runSet(Output &output, const Invocation &invocation)
     int status = NAPI_ReadProfile(key.constData(), &record, 0, 0);
     if (status != NAPI_OK)
         return reportServiceFailure(output, name, status);
-    if (const QString fault = setFields(record, *values); !fault.isNull()) {
-        output.problem(name + QStringLiteral(": ") + fault);
+    if (const auto set = setFields(record, *values); !set) {
+        output.problem(name + QStringLiteral(": ") + set.error());
         return ExitStatus::Failed;
     }
     status = NAPI_ModifyProfile(key.constData(), &record, 0, 0);

@@ -148,7 +148,7 @@ QString ipv4Text(std::uint32_t address)
 }
 
 //////////////////////////////////////////////////////////////////////////////////////////////////
-// Reading values. Each returns null or what is wrong.
+// Reading values. The error says what is wrong with one.
 
 std::optional<unsigned int> parseDecimal(QStringView text, unsigned int maximum)
 {
@@ -181,26 +181,31 @@ std::optional<std::uint32_t> parseIpv4(QStringView text)
     return address;
 }
 
-QString setFlag(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
+void storeFlag(const ProfileField &field, NAP_PROFILE_S &record, bool isTrue)
+{
+    const auto flags = numberOf<std::uint32_t>(field, record);
+    storeNumber(field, record,
+                isTrue ? flags & ~NAPI_FLAG_NOT_EDITABLE : flags | NAPI_FLAG_NOT_EDITABLE);
+}
+
+FieldCheck setFlag(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
 {
     const bool isTrue = text == u"true" || text == u"yes";
     if (!isTrue && text != u"false" && text != u"no")
-        return QStringLiteral("expected true or false");
-    auto flags = numberOf<std::uint32_t>(field, record);
-    flags = isTrue ? flags & ~NAPI_FLAG_NOT_EDITABLE : flags | NAPI_FLAG_NOT_EDITABLE;
-    storeNumber(field, record, flags);
+        return support::Unexpected(QStringLiteral("expected true or false"));
+    storeFlag(field, record, isTrue);
     return {};
 }
 
-QString setText(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
+FieldCheck setText(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
 {
     if (!text.isValidUtf16() || text.contains(QChar(u'\0')))
-        return QStringLiteral("the text holds a NUL or half a character");
+        return support::Unexpected(QStringLiteral("the text holds a NUL or half a character"));
     const QByteArray bytes = text.toUtf8();
     if (bytes.size() > static_cast<qsizetype>(field.capacity)) {
-        return QStringLiteral("the text is %1 bytes long, at most %2 fit")
-            .arg(bytes.size())
-            .arg(field.capacity);
+        return support::Unexpected(QStringLiteral("the text is %1 bytes long, at most %2 fit")
+                                       .arg(bytes.size())
+                                       .arg(field.capacity));
     }
     char *array = reinterpret_cast<char *>(&record) + field.offset;
     std::memset(array, 0, field.capacity);
@@ -208,25 +213,25 @@ QString setText(const ProfileField &field, NAP_PROFILE_S &record, const QString 
     return {};
 }
 
-QString setIpv4(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
+FieldCheck setIpv4(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
 {
     const std::optional<std::uint32_t> address = parseIpv4(text);
     if (!address)
-        return QStringLiteral("expected an IPv4 address like 10.0.0.1");
+        return support::Unexpected(QStringLiteral("expected an IPv4 address like 10.0.0.1"));
     storeNumber(field, record, *address);
     return {};
 }
 
-QString setNumber16(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
+FieldCheck setNumber16(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
 {
     const std::optional<unsigned int> number = parseDecimal(text, 65535);
     if (!number)
-        return QStringLiteral("expected a whole number from 0 to 65535");
+        return support::Unexpected(QStringLiteral("expected a whole number from 0 to 65535"));
     storeNumber(field, record, static_cast<std::uint16_t>(*number));
     return {};
 }
 
-QString setLineType(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
+FieldCheck setLineType(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
 {
     QStringList names;
     for (const LineType &lineType : lineTypes) {
@@ -236,14 +241,16 @@ QString setLineType(const ProfileField &field, NAP_PROFILE_S &record, const QStr
             continue;
         const std::uint8_t code = lineType.codes[lineSpeedOf(field, record).column];
         if (code == 0 && lineType.codes != lineTypes[0].codes)
-            return QStringLiteral("%1 cannot be kept without a speed above 0").arg(name);
+            return support::Unexpected(
+                QStringLiteral("%1 cannot be kept without a speed above 0").arg(name));
         storeNumber(field, record, code);
         return {};
     }
-    return QStringLiteral("expected one of ") + names.join(QStringLiteral(", "));
+    return support::Unexpected(QStringLiteral("expected one of ") +
+                               names.join(QStringLiteral(", ")));
 }
 
-QString setBitRate(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
+FieldCheck setBitRate(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
 {
     QStringList rates;
     for (std::size_t column = 0; column < bitRates.size(); ++column) {
@@ -253,10 +260,11 @@ QString setBitRate(const ProfileField &field, NAP_PROFILE_S &record, const QStri
         storeNumber(field, record, lineSpeedOf(field, record).lineType->codes[column]);
         return {};
     }
-    return QStringLiteral("expected one of ") + rates.join(QStringLiteral(", "));
+    return support::Unexpected(QStringLiteral("expected one of ") +
+                               rates.join(QStringLiteral(", ")));
 }
 
-QString setField(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
+FieldCheck setField(const ProfileField &field, NAP_PROFILE_S &record, const QString &text)
 {
     switch (field.kind) {
     case FieldKind::Flag:
@@ -341,7 +349,7 @@ bool isPartPresent(const ProfilePart &part, const NAP_PROFILE_S &record)
     });
 }
 
-QString setFields(NAP_PROFILE_S &record, QList<FieldValue> values)
+FieldCheck setFields(NAP_PROFILE_S &record, QList<FieldValue> values)
 {
     // A line type goes with the bit rate that is set with it, whatever their order.
     std::stable_partition(values.begin(), values.end(), [](const FieldValue &value) {
@@ -349,9 +357,10 @@ QString setFields(NAP_PROFILE_S &record, QList<FieldValue> values)
     });
     NAP_PROFILE_S changed = record;
     for (const FieldValue &value : values) {
-        const QString fault = setField(*value.field, changed, value.text);
-        if (!fault.isNull())
-            return fieldPath(*value.field) + QStringLiteral(": ") + fault;
+        if (const auto set = setField(*value.field, changed, value.text); !set) {
+            return support::Unexpected(fieldPath(*value.field) + QStringLiteral(": ") +
+                                       set.error());
+        }
     }
     record = changed;
     return {};
@@ -361,7 +370,7 @@ void clearFields(NAP_PROFILE_S &record)
 {
     for (const ProfileField &field : fieldTable) {
         if (field.kind == FieldKind::Flag)
-            setFlag(field, record, QStringLiteral("true"));
+            storeFlag(field, record, true);
         else
             std::memset(reinterpret_cast<char *>(&record) + field.offset, 0, field.capacity);
     }

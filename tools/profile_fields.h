@@ -9,6 +9,7 @@
 #include <QString>
 #include <QStringView>
 
+#include "expected.h"
 #include "napi.h"
 
 enum class FieldKind {
@@ -52,15 +53,17 @@ bool isPartUsed(const ProfilePart &part, const NAP_PROFILE_S &record);
 /// @return true when the part's address is not empty.
 bool isPartPresent(const ProfilePart &part, const NAP_PROFILE_S &record);
 
+/// Nothing, or what is wrong with a value.
+using FieldCheck = support::Expected<void, QString>;
+
 struct FieldValue {
     const ProfileField *field;
     QString text;
 };
 
 /// Sets fields of the record, all or, when one of the values is refused, none.
-/// @return what is wrong, beginning with the field; null when nothing is. The values of secrets are
-///         not in it.
-QString setFields(NAP_PROFILE_S &record, QList<FieldValue> values);
+/// @return what is wrong, beginning with the field. The values of secrets are not in it.
+FieldCheck setFields(NAP_PROFILE_S &record, QList<FieldValue> values);
 
 /// Gives every field the value that it has in a record of zeros. Bytes that no field names stay.
 void clearFields(NAP_PROFILE_S &record);

@@ -29,11 +29,11 @@ void addValue(QList<FieldValue> &values, QStringView path, const QString &text)
         values += FieldValue{findField(path), text};
 }
 
-/// Fills a record from an access point. @return what is wrong; null when nothing is.
-QString fillRecord(NAP_PROFILE_S &record, const AccessPoint &accessPoint)
+/// Fills a record from an access point, or says what is wrong with it.
+FieldCheck fillRecord(NAP_PROFILE_S &record, const AccessPoint &accessPoint)
 {
     if (accessPoint.apn.isEmpty())
-        return QStringLiteral("it has no APN");
+        return support::Unexpected(QStringLiteral("it has no APN"));
     QList<FieldValue> values;
     addValue(values, u"gprs.address", accessPoint.apn);
     addValue(values, u"gprs.authId", accessPoint.userName);
@@ -64,9 +64,8 @@ public:
     void add(const Provider &provider, const AccessPoint &accessPoint, bool isOnlyOne)
     {
         PlannedProfile profile = {};
-        const QString fault = fillRecord(profile.record, accessPoint);
-        if (!fault.isNull())
-            return refuse(provider, accessPoint, fault);
+        if (const auto filled = fillRecord(profile.record, accessPoint); !filled)
+            return refuse(provider, accessPoint, filled.error());
         const QStringList candidates =
             profileNameCandidates(provider.displayName(), accessPoint.displayName(), isOnlyOne);
         for (const QString &candidate : candidates) {

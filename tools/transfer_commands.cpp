@@ -40,9 +40,8 @@ public:
                                        QStringLiteral(": the password is masked; export it with "
                                                       "--show-secrets"));
         }
-        const QString fault = fill(imported, profile);
-        if (!fault.isNull())
-            return refuse(profile, fault);
+        if (const auto filled = fill(imported, profile); !filled)
+            return refuse(profile, filled.error());
         newProfiles += imported.isNew ? 1 : 0;
         profiles += imported;
         return true;
@@ -53,7 +52,7 @@ public:
     ExitStatus exitStatus = ExitStatus::Success; ///< of what was refused
 
 private:
-    static QString fill(ImportedProfile &imported, const JsonProfile &profile)
+    static FieldCheck fill(ImportedProfile &imported, const JsonProfile &profile)
     {
         QList<FieldValue> values = profile.values;
         for (const ProfileField *field : profile.maskedSecrets)

@@ -10,7 +10,7 @@ namespace {
 
 bool fill(NAP_PROFILE_S &record, const JsonProfile &profile)
 {
-    return setFields(record, profile.values).isNull();
+    return bool(setFields(record, profile.values));
 }
 
 void checkRoundTrip(const QString &name, const NAP_PROFILE_S &record)

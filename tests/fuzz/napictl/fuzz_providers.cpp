@@ -30,7 +30,7 @@ void checkAccessPoint(const Provider &provider, const AccessPoint &accessPoint)
         }
     NAP_PROFILE_S record{};
     const auto set = [&record](QStringView path, const QString &text) {
-        if (!setFields(record, {FieldValue{findField(path), text}}).isNull())
+        if (!setFields(record, {FieldValue{findField(path), text}}))
             return;
         if (!recordFaults(record).isEmpty())
             std::abort();

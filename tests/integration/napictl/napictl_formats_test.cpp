@@ -19,7 +19,7 @@ NAP_PROFILE_S recordOf(const std::initializer_list<std::pair<const char16_t *, Q
     for (const auto &[path, text] : values)
         list += FieldValue{findField(path), text};
     NAP_PROFILE_S record = {};
-    EXPECT_EQ(setFields(record, list), QString());
+    EXPECT_TRUE(setFields(record, list));
     return record;
 }
 
@@ -129,9 +129,9 @@ TEST(ProfileFields, OnlyDottedQuadsAreAddresses)
          {"", "1", "1.2.3", "1.2.3.4.5", "256.1.1.1", "1.2.3.-4", "+1.2.3.4", "0x7f.0.0.1",
           "1..2.3", ".1.2.3.4", "1.2.3.4.", " 1.2.3.4", "1.2.3.4\n", "0001.2.3.4", "::1",
           "::ffff:1.2.3.4", "none", "\xD9\xA1.2.3.4"})
-        EXPECT_NE(setFields(record, {{dns, QString::fromUtf8(text)}}), QString()) << text;
+        EXPECT_FALSE(setFields(record, {{dns, QString::fromUtf8(text)}})) << text;
     EXPECT_EQ(record.gprsDns1, 0U);
-    EXPECT_EQ(setFields(record, {{dns, u"010.0.0.255"_qs}}), QString());
+    EXPECT_TRUE(setFields(record, {{dns, u"010.0.0.255"_qs}}));
     EXPECT_EQ(record.gprsDns1, 0x0A0000FFU);
 }
 
@@ -139,7 +139,7 @@ TEST(ProfileFields, ShorterTextLeavesNothingOfTheLongerOne)
 {
     NAP_PROFILE_S record = recordOf({{u"gprs.authId", QString(100, u'x')}});
     const ProfileField *authId = findField(u"gprs.authId");
-    ASSERT_EQ(setFields(record, {{authId, u"ab"_qs}}), QString());
+    ASSERT_TRUE(setFields(record, {{authId, u"ab"_qs}}));
     EXPECT_EQ(QByteArray(record.gprsAuthId, 100), "ab" + QByteArray(98, '\0'));
 }
 
@@ -147,9 +147,9 @@ TEST(ProfileFields, FlagKeepsTheOtherBits)
 {
     NAP_PROFILE_S record = {};
     record.flags = 0xF0F0F0F1;
-    ASSERT_EQ(setFields(record, {{findField(u"editable"), u"true"_qs}}), QString());
+    ASSERT_TRUE(setFields(record, {{findField(u"editable"), u"true"_qs}}));
     EXPECT_EQ(record.flags, 0xF0F0F0F0U);
-    ASSERT_EQ(setFields(record, {{findField(u"editable"), u"false"_qs}}), QString());
+    ASSERT_TRUE(setFields(record, {{findField(u"editable"), u"false"_qs}}));
     EXPECT_EQ(record.flags, 0xF0F0F0F1U);
 }
 
@@ -187,7 +187,7 @@ TEST(ProfileJson, AnyRecordWithoutFaultsRoundTrips)
                 text += QChar(static_cast<char16_t>(1 + generator() % 0xD7FF));
             values += FieldValue{&field, text};
         }
-        ASSERT_EQ(setFields(record, values), QString());
+        ASSERT_TRUE(setFields(record, values));
         record.gprsDns1 = static_cast<std::uint32_t>(generator());
         record.gprsLinger = static_cast<std::uint16_t>(generator());
         record.proxy2Port = static_cast<std::uint16_t>(generator());
@@ -197,7 +197,7 @@ TEST(ProfileJson, AnyRecordWithoutFaultsRoundTrips)
         ASSERT_EQ(profiles->size(), 1);
         EXPECT_EQ(profiles->first().name, u"n\"\\\u00E9"_qs);
         NAP_PROFILE_S readBack = {};
-        ASSERT_EQ(setFields(readBack, profiles->first().values), QString());
+        ASSERT_TRUE(setFields(readBack, profiles->first().values));
         EXPECT_EQ(std::memcmp(&record, &readBack, sizeof record), 0);
     }
 }

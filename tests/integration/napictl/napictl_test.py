@@ -546,7 +546,7 @@ class CheckTest(NapictlTest):
         self.napictl("create", "Home")
         with open(self.store, "rb") as file:
             content = file.read()
-        # The name stands in the table and, with the ID behind it, in the index of names.
+        # The name stands in the table and, with the ID after it, in the index of names.
         index_entry = content.find(b"Home\x02")
         self.assertGreater(index_entry, 0)
         with open(self.store, "wb") as file:
