@@ -114,7 +114,7 @@ double MedianMicroseconds(const Operation &operation)
 }
 
 /// Counts the calls to NetworkManager with dbus-monitor. Marks are calls of this program that the
-/// monitor sees behind all calls before them.
+/// monitor sees after all calls before them.
 class CallCounter {
 public:
     CallCounter()

@@ -102,7 +102,7 @@ QString sentence(const char *text)
     return whole + u'.';
 }
 
-/// What stands behind the name of a command: its arguments, in one form or several, and its
+/// What follows the name of a command: its arguments, in one form or several, and its
 /// options.
 QStringList synopsisPieces(const Command &command)
 {

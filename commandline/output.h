@@ -8,7 +8,7 @@
 
 namespace commandline {
 
-/// Results go to standard output. A single command reports failures on standard error, behind the
+/// Results go to standard output. A single command reports failures on standard error, after the
 /// name of the program, and is silent about successes; in a shell every command's end is a line of
 /// standard output, so that the answers of a script's lines can be told apart.
 class Output {

@@ -52,7 +52,7 @@ private:
     static constexpr std::array watchedSignals = {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP};
 
     /// Gives the terminal back for what the signal does to the program, and takes it again where
-    /// the program goes on behind that.
+    /// the program goes on after that.
     static void lendTerminal(int number)
     {
         const int errorBefore = errno;
@@ -106,7 +106,7 @@ LineInput::Result LineInput::readLine(Echo echo,
     if (echo == Echo::Off)
         silence.emplace(m_file);
     line.clear();
-    // One byte at a time: what stands behind the line on a pipe is for the next reader.
+    // One byte at a time: what follows the line on a pipe is for the next reader.
     for (;;) {
         pollfd waiting[] = {{m_file, POLLIN, 0}, {m_interruptFile, POLLIN, 0}};
         const int ready = ::poll(waiting, std::size(waiting), waitingTime(deadline));

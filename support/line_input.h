@@ -25,7 +25,7 @@ public:
     void flush() const;
     /// Waits for a line.
     /// @param deadline  none: as long as it takes
-    /// @param line      receives the line without its line break, cut behind longestLine bytes
+    /// @param line      receives the line without its line break, cut after longestLine bytes
     Result readLine(Echo echo, std::optional<std::chrono::steady_clock::time_point> deadline,
                     QByteArray &line) const;
 

@@ -98,7 +98,7 @@ Candidates completeNode(const QString &prefix, const TreeView &tree)
         candidates = childAddresses(prefix.left(slash), tree);
     std::erase_if(candidates,
                   [&](const Candidate &candidate) { return !candidate.word.startsWith(prefix); });
-    // A slash comes only with a name behind it: without one it would make the address a wrong one.
+    // A slash comes only with a name after it: without one it would make the address a wrong one.
     const bool nothingIsMissing = std::ranges::all_of(candidates, [&](const Candidate &candidate) {
         return candidate.word == prefix && !candidate.isWhole;
     });

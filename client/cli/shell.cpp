@@ -71,7 +71,7 @@ void Shell::runOnTerminal()
         if (!runLine(*line))
             return;
     }
-    m_output.line({}); // the end of input leaves the cursor behind the prompt
+    m_output.line({}); // the end of input leaves the cursor after the prompt
 }
 
 void Shell::runFromPipe()

@@ -115,7 +115,7 @@ void addValue(QJsonObject &object, const ListedNode &leaf, Secrets secrets)
     }
 }
 
-/// The node at the position with everything beneath it; the position moves behind them.
+/// The node at the position with everything beneath it; the position moves after them.
 QJsonObject nodeToJson(const std::vector<ListedNode> &listing, std::size_t &position,
                        Secrets secrets)
 {

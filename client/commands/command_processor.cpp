@@ -1,8 +1,8 @@
 // One command of a message at a time, and what answers it.
 //
 // A command has items; each is done on its own and has its own outcome, and outcomes that are alike
-// share a Status. Get adds its Results behind the Status. Sequence and Atomic hold commands, which
-// are answered behind their own Status.
+// share a Status. Get adds its Results after the Status. Sequence and Atomic hold commands, which
+// are answered after their own Status.
 //
 // An Atomic is tried: an undo log notes what each item has replaced, and the first failure takes
 // everything back in the reverse order. The Atomic is 507 then, what was taken back 216 (516 where

@@ -62,7 +62,7 @@ public:
     /// the user cancels one (214), or the end has come, every command and item of the message that
     /// has not run is 215.
     ///
-    /// An Atomic runs until its first failure: that one has its own status, what stands behind it
+    /// An Atomic runs until its first failure: that one has its own status, what follows it
     /// 215, and what stands before it is taken back: 216 where the tree is as it was, 516 where it
     /// is not. The Atomic itself is answered with 507 then. A Get, and an Atomic, in an Atomic end
     /// with 500.

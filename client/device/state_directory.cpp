@@ -74,7 +74,7 @@ namespace {
 
 constexpr qsizetype longestDeviceId = 255;
 
-/// The device identifier that stands in a file, with or without a line break behind it. It goes
+/// The device identifier that stands in a file, with or without a line break after it. It goes
 /// into every message, so it has to be a line of text that each encoding carries.
 /// @return none when the file holds anything else
 std::optional<QByteArray> deviceIdIn(QByteArray content)

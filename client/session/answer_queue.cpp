@@ -123,7 +123,7 @@ qsizetype AnswerQueue::bytes() const
 
 namespace {
 
-/// What a message that goes on with the answers has behind the status of the header.
+/// What a message that goes on with the answers has after the status of the header.
 Command statusOfRequestForMore(const std::deque<Command> &leading)
 {
     Command status;

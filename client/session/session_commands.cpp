@@ -171,7 +171,7 @@ bool asksForOneOf(const QString &target, const Addresses &addresses)
     const Result<Address> asked = parseAddress(target, UriLimits());
     if (!asked || asked->query != Address::Query::List)
         return false;
-    // Addresses are ordered by their names, so what stands beneath a node comes right behind it.
+    // Addresses are ordered by their names, so what stands beneath a node comes right after it.
     const auto first = addresses.nodes.lower_bound(asked->node);
     return first != addresses.nodes.end() && asked->node.contains(*first);
 }

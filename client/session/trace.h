@@ -14,7 +14,7 @@ namespace client {
 /// Alerts by MsgID and CmdID.
 using AlertIds = std::set<std::pair<QString, QString>>;
 
-/// A message as indented XML, whichever encoding it had. The meaning of each status stands behind
+/// A message as indented XML, whichever encoding it had. The meaning of each status follows
 /// it as a comment; data that XML cannot carry stands there as base64. Masked are the data of
 /// credentials, the values of secret leaves (see isSecretLeaf), values without an address,
 /// serialised trees, and what the user has answered to some alerts.

@@ -256,7 +256,7 @@ namespace {
 /// Stands in front of a profile's number, in the place of the node's name. No name begins with it
 /// in a file, where it is written %23.
 constexpr QLatin1StringView numberMark("/#");
-/// Stands behind the name of a store, in front of the number.
+/// Follows the name of a store, in front of the number.
 constexpr QChar storeEnd = u':';
 
 /// The node of the profile that stands above the node, or is it.

@@ -13,7 +13,7 @@
 /// listed beneath it and nothing else.
 ///
 /// Each entry keeps the ordered list of its children's names. A listed name is looked up as the
-/// path with a slash and the name behind it, so a name that itself holds a slash is found as well.
+/// path with a slash and the name after it, so a name that itself holds a slash is found as well.
 class DmtPluginTree::NodeTable {
 public:
     /// @return the registered node, or null.
@@ -21,7 +21,7 @@ public:
 
     /// Registers the node, or replaces the one at the path; its parent lists it from then on. The
     /// children come into the order that the node lists; those that it does not list keep their
-    /// order behind the others.
+    /// order after the others.
     void Set(std::string_view path, const JemSmartPtr<DmtNode> &node,
              const DMStringVector &listedChildren);
 

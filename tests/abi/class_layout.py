@@ -40,7 +40,7 @@ def layout(text):
                 offset, _, function = entry.partition(" ")
                 if not offset.isdigit():
                     continue
-                slot = int(offset) // 8 - 2  # behind the offset to the top and the type
+                slot = int(offset) // 8 - 2  # after the offset to the top and the type
                 function = re.sub(r"\(int \(\*\)\(\.\.\.\)\)", "", function).strip()
                 if slot >= 0:
                     lines.append(f"  {slot:2} {function}")

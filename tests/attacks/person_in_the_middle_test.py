@@ -135,7 +135,7 @@ class RepeatedCredentials(Attack):
         self.check(header_status(500), ends_with=SESSION_FAILED)
 
     def test_after_a_session_in_which_the_server_proved_itself_once_too_often(self):
-        """The credentials that are recorded are those of a message behind 212, which needed none."""
+        """The credentials that are recorded are those of a message after 212, which needed none."""
         recorded = []
 
         def proves_itself_again(request):

@@ -43,7 +43,7 @@ unsigned int profileCount()
 }
 
 /// Puts a text of packet data into a record: letters and digits of the length, then a terminator
-/// where there is room for one. The bytes behind it stay.
+/// where there is room for one. The bytes after it stay.
 template <std::size_t size>
 void setPlainText(char (&field)[size], std::mt19937 &generator, std::size_t length)
 {

@@ -374,7 +374,7 @@ class Session:
                 command.find("CmdID").data = commands[0].find("CmdID").data
 
     def split(self, commands, is_final):
-        """One message a chunk: nothing stands behind a chunk that is not the last."""
+        """One message a chunk: nothing follows a chunk that is not the last."""
         messages, current = [], []
         for command in commands:
             current.append(command)

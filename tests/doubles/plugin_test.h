@@ -50,7 +50,7 @@ inline std::string NodeMessage(const std::string &text)
 NAP_PROFILE_S Record(const std::string &gprs, const std::string &csd = "",
                      const std::string &csd2 = "");
 
-/// Copies a text into an array of a record: zeroes behind it, no terminator when it fills the
+/// Copies a text into an array of a record: zeroes after it, no terminator when it fills the
 /// array.
 template <std::size_t Size>
 void SetText(char (&field)[Size], const std::string &text)
@@ -77,7 +77,7 @@ protected:
     static TreePtr NewTree(const char *root) { return TreePtr(new DM_NAPI_PluginTree(root)); }
 
     /// A loaded tree; fails the test when it cannot be loaded. The journal and log start again
-    /// behind it.
+    /// after it.
     TreePtr LoadTree(const char *root);
 
     /// The node at the path; null when there is none. The look-up is not journaled.

@@ -86,7 +86,7 @@ std::map<void *, std::vector<Place>> PlacesOf(const std::set<void *> &addresses)
     const auto base = reinterpret_cast<std::uintptr_t>(info.dli_fbase);
     std::ostringstream command;
     command << "addr2line -a -i -e " << std::filesystem::read_symlink("/proc/self/exe");
-    for (void *address : addresses) // a return address is behind its call
+    for (void *address : addresses) // a return address is after its call
         command << " 0x" << std::hex << reinterpret_cast<std::uintptr_t>(address) - base - 1;
     const std::unique_ptr<FILE, int (*)(FILE *)> pipe(popen(command.str().c_str(), "r"), pclose);
     std::map<void *, std::vector<Place>> places;

@@ -17,7 +17,7 @@ namespace faults {
 
 using Lines = std::vector<std::string>;
 
-/// How an operation goes on behind a call.
+/// How an operation goes on after a call.
 struct Outcome {
     Lines messages = {};
     bool ends = false;

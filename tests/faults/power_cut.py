@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Kills a DM client that runs random commands, at random moments.
 
-After each kill the store passes its check, the profiles are as they were behind one of the changes
+After each kill the store passes its check, the profiles are as they were after one of the changes
 (so each holds its old or its new record, and none a part of both), and the next client mounts. A
 command makes one change of a record; one that writes several leaves makes one for each of them. The
 state directory of a failure is kept.
@@ -54,7 +54,7 @@ def leaf_by_leaf(command):
 
 
 def states_of(handset, start, commands):
-    """What the profiles are at the start and behind each of the changes."""
+    """What the profiles are at the start and after each of the changes."""
     series = [[]]
     for count, command in enumerate(commands):
         series += [commands[:count] + [change] for change in leaf_by_leaf(command)]
@@ -67,7 +67,7 @@ def states_of(handset, start, commands):
 
 
 def start_series(handset, script):
-    """Starts the series and waits for the answer to its first command, behind the mounts."""
+    """Starts the series and waits for the answer to its first command, after the mounts."""
     with open(script, encoding="utf-8") as commands:
         process = subprocess.Popen([*PROGRAMS["dmclient"], "shell"], stdin=commands,
                                    env=handset.environment(), stdout=subprocess.PIPE,
@@ -77,7 +77,7 @@ def start_series(handset, script):
 
 
 def kill_during(handset, script, delay):
-    """Kills the series a while behind its first command. False when it had ended before."""
+    """Kills the series a while after its first command. False when it had ended before."""
     process = start_series(handset, script)
     try:
         process.wait(delay)
@@ -94,7 +94,7 @@ def problem_behind_kill(handset, states):
     try:
         handset.napictl("check")
         if handset.export() not in states:
-            return "the profiles are as behind none of the changes"
+            return "the profiles are as after none of the changes"
         handset.succeed("dmclient", "tree")
     except AssertionError as error:
         return str(error)

@@ -78,7 +78,7 @@ def package_of(*commands):
 
 
 def run_package(handset, package, server=None, prefix=()):
-    """Has the client answer a package, for a server or for the device's owner, behind a command that
+    """Has the client answer a package, for a server or for the device's owner, after a command that
     limits it."""
     options = ["--server-id", server] if server else []
     result = subprocess.run([*prefix, DMCLIENT, "--plugin", PLUGIN, "process", *options, "-"],

@@ -84,7 +84,7 @@ class Handset:
         return environment
 
     def run(self, program, *arguments, stdin=None, prefix=(), **environment):
-        """Runs "napictl" or "dmclient" behind the words of the prefix; the result has returncode, and
+        """Runs "napictl" or "dmclient" after the words of the prefix; the result has returncode, and
         stdout and stderr as texts."""
         return subprocess.run([*prefix, *PROGRAMS[program], *arguments],
                               env=self.environment(**environment), input=stdin or "",
@@ -154,7 +154,7 @@ class Shell:
         lines = []
         while True:
             line = self._process.stdout.readline()
-            assert line, f"the client ended behind {command!r}: {lines}"
+            assert line, f"the client ended after {command!r}: {lines}"
             lines.append(line.rstrip("\n"))
             if line.startswith(command.split()[0] + " ./"):
                 return lines

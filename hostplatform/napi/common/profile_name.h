@@ -18,6 +18,6 @@ bool isProfileName(std::string_view name);
 /// @param isTaken     whether another profile goes by that name
 /// @return the name of a profile that cannot go by its stored name: that, with a hyphen for each
 ///         slash and cut at a character to fit ("unnamed" for an empty one), with '~' and the mark
-///         behind it: "Office-Home~7". When that is taken "~2" follows, "~3" and so on.
+///         after it: "Office-Home~7". When that is taken "~2" follows, "~3" and so on.
 std::string substituteName(std::string_view storedName, const std::string &mark,
                            const std::function<bool(std::string_view)> &isTaken);

@@ -127,7 +127,7 @@ QString userDataKey(const Field &field)
     return keyPrefix + QString::fromLatin1(field.name);
 }
 
-/// What stands behind the terminator of a text that is a property.
+/// What follows the terminator of a text that is a property.
 QString tailKey(const Field &field)
 {
     return userDataKey(field) + QStringLiteral("Tail");

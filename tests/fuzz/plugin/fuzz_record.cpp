@@ -85,7 +85,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
                "status of the bearer change");
         Expect(std::memcmp(&handset.napi.Find("Office")->record,
                            service.Named("Office")->record.data(), record.size()) == 0,
-               "record behind the bearer change");
+               "record after the bearer change");
         CheckLeaves(*conn, expectedConn);
     }
     return 0;

@@ -38,7 +38,7 @@ Function *Slot(const void *object, int slot)
     return function;
 }
 
-/// The reference count of an engine object: the signed 64-bit number behind the table's address.
+/// The reference count of an engine object: the signed 64-bit number after the table's address.
 inline std::int64_t &CountOf(void *object)
 {
     return *reinterpret_cast<std::int64_t *>(static_cast<char *>(object) + 8);

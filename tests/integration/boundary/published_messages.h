@@ -1,4 +1,4 @@
-// Every message of the plug-in, as it stands in the binary behind its "(%s:%d)" prefix.
+// Every message of the plug-in, as it stands in the binary after its "(%s:%d)" prefix.
 #pragma once
 
 #include <string_view>

@@ -8,7 +8,7 @@ import unittest
 COMPLETIONS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "..", "packaging",
                            "completions")
 
-# Calls the function as bash does when the Tab key is pressed behind the last word. Which options bash
+# Calls the function as bash does when the Tab key is pressed after the last word. Which options bash
 # is given then (compopt) is part of the answer.
 SCRIPT = """
 compopt() { echo "compopt $*"; }

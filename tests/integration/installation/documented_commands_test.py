@@ -61,7 +61,7 @@ class DocumentedCommandsTest(unittest.TestCase):
         return server.stdout.readline().split()[-1]
 
     def without_build(self, commands):
-        """The commands behind the one that builds: this test has a build of its own."""
+        """The commands after the one that builds: this test has a build of its own."""
         build, rest = commands.split("\n", 1)
         preset = re.fullmatch(r"cmake --preset (\S+) && cmake --build --preset (\S+)", build)
         self.assertTrue(preset and preset[1] == preset[2], build)

@@ -17,7 +17,7 @@ def linked_files():
                 continue
             with open(path, "rb") as file:
                 head = file.read(18)
-            # e_type stands behind the 16 bytes of e_ident: 2 is a program, 3 a shared object.
+            # e_type follows the 16 bytes of e_ident: 2 is a program, 3 a shared object.
             if head[:4] == b"\x7fELF" and head[16] in (2, 3):
                 yield path
 

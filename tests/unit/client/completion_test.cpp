@@ -14,7 +14,7 @@ namespace {
 
 class CompletionTest : public MountedTree {
 protected:
-    /// Words that continue the line; "~" behind one that more must follow directly.
+    /// Words that continue the line; "~" after one that more must follow directly.
     std::vector<std::string> after(const QByteArray &line)
     {
         const auto unfinished = splitUnfinished(line);

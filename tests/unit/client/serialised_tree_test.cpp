@@ -44,7 +44,7 @@ protected:
             .replace("{node}", "<RTProperties><Type><DDFName></DDFName></Type></RTProperties>")
             .toStdString();
     }
-    /// What stands inside MgmtTree behind its version.
+    /// What stands inside MgmtTree after its version.
     std::string nodes(const QByteArray &uri)
     {
         const std::string all = document(uri);
