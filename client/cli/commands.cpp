@@ -9,8 +9,6 @@
 #include "tree_drawing.h"
 
 #include <QJsonDocument>
-#include <QXmlStreamReader>
-#include <QXmlStreamWriter>
 
 namespace client::cli {
 
@@ -281,25 +279,6 @@ ExitStatus runCopy(Context &context, const Invocation &invocation)
 
 // ---- Packages ------------------------------------------------------------------------------------
 
-namespace {
-
-/// The document with each element on a line of its own. Texts of elements stay as they are.
-QByteArray indented(const QByteArray &xml)
-{
-    QByteArray lines;
-    QXmlStreamReader reader(xml);
-    reader.setNamespaceProcessing(false); // declarations are copied like other attributes
-    QXmlStreamWriter writer(&lines);
-    writer.setAutoFormatting(true);
-    writer.setAutoFormattingIndent(2);
-    while (reader.readNext() != QXmlStreamReader::Invalid && !reader.isEndDocument())
-        writer.writeCurrentToken(reader);
-    writer.writeEndDocument();
-    return lines;
-}
-
-} // namespace
-
 ExitStatus runProcess(Context &context, const Invocation &invocation)
 {
     const QString file = invocation.arguments[0];
@@ -339,13 +318,13 @@ ExitStatus runProcess(Context &context, const Invocation &invocation)
                                  "here"));
         return ExitStatus::Success;
     }
-    const syncml::EncodeResult encoded = syncml::encode(*answer.message, encoding);
+    const syncml::EncodeResult encoded =
+        syncml::encode(*answer.message, encoding, syncml::XmlLayout::Indented);
     if (!encoded) {
         context.output.problem(QStringLiteral("process: %1").arg(encoded.error().text));
         return ExitStatus::Failed;
     }
-    const QByteArray &bytes = *encoded;
-    context.output.document(encoding == syncml::Encoding::Xml ? indented(bytes) : bytes);
+    context.output.document(*encoded);
     return answer.allSucceeded ? ExitStatus::Success : ExitStatus::Failed;
 }
 

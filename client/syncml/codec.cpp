@@ -33,9 +33,9 @@ DecodeResult decode(const QByteArray &bytes, const Limits &limits)
     return support::Unexpected(std::move(error));
 }
 
-EncodeResult encode(const Message &message, Encoding encoding)
+EncodeResult encode(const Message &message, Encoding encoding, XmlLayout layout)
 {
-    return encoding == Encoding::Xml ? encodeXml(message) : encodeWbxml(message);
+    return encoding == Encoding::Xml ? encodeXml(message, layout) : encodeWbxml(message);
 }
 
 void fitEncoding(Command &command, Encoding encoding)

@@ -14,7 +14,9 @@ std::optional<Encoding> recogniseEncoding(const QByteArray &bytes);
 /// is an error too (400): a peer that ends a session with an empty body is the caller's to notice.
 DecodeResult decode(const QByteArray &bytes, const Limits &limits = {});
 
-EncodeResult encode(const Message &message, Encoding encoding);
+/// @param layout  of XML; only people have a use for another than the usual one
+EncodeResult encode(const Message &message, Encoding encoding,
+                    XmlLayout layout = XmlLayout::OneLine);
 
 /// Makes the data of the command's items such that the encoding carries them: data that is not text
 /// goes into XML as base64, and its Format says so.

@@ -53,6 +53,12 @@ struct EncodeError {
     QString text; ///< names the command and the element
 };
 
+/// How XML is written.
+enum class XmlLayout {
+    OneLine,
+    Indented, ///< each element on a line of its own, for people
+};
+
 using EncodeResult = support::Expected<QByteArray, EncodeError>;
 
 } // namespace syncml

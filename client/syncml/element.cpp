@@ -8,79 +8,79 @@ namespace {
 
 // In the order of the enumeration; the codes are those of the token tables of SyncML 1.2.
 constexpr std::array<ElementInfo, elementCount> elements{{
-    {u"Add", syncmlPage, 0x05},
-    {u"Alert", syncmlPage, 0x06},
-    {u"Anchor", metinfPage, 0x05},
-    {u"Archive", syncmlPage, 0x07},
-    {u"Atomic", syncmlPage, 0x08},
-    {u"Chal", syncmlPage, 0x09},
-    {u"Cmd", syncmlPage, 0x0a},
-    {u"CmdID", syncmlPage, 0x0b},
-    {u"CmdRef", syncmlPage, 0x0c},
-    {u"Copy", syncmlPage, 0x0d},
-    {u"Correlator", syncmlPage, 0x3c},
-    {u"Cred", syncmlPage, 0x0e},
-    {u"Data", syncmlPage, 0x0f},
-    {u"Delete", syncmlPage, 0x10},
-    {u"EMI", metinfPage, 0x06},
-    {u"Exec", syncmlPage, 0x11},
-    {u"Field", syncmlPage, 0x35},
-    {u"FieldLevel", metinfPage, 0x16},
-    {u"Filter", syncmlPage, 0x36},
-    {u"FilterType", syncmlPage, 0x38},
-    {u"Final", syncmlPage, 0x12},
-    {u"Format", metinfPage, 0x07},
-    {u"FreeID", metinfPage, 0x08},
-    {u"FreeMem", metinfPage, 0x09},
-    {u"Get", syncmlPage, 0x13},
-    {u"Item", syncmlPage, 0x14},
-    {u"Lang", syncmlPage, 0x15},
-    {u"Last", metinfPage, 0x0a},
-    {u"LocName", syncmlPage, 0x16},
-    {u"LocURI", syncmlPage, 0x17},
-    {u"Map", syncmlPage, 0x18},
-    {u"MapItem", syncmlPage, 0x19},
-    {u"Mark", metinfPage, 0x0b},
-    {u"MaxMsgSize", metinfPage, 0x0c},
-    {u"MaxObjSize", metinfPage, 0x15},
-    {u"Mem", metinfPage, 0x0d},
-    {u"MetInf", metinfPage, 0x0e},
-    {u"Meta", syncmlPage, 0x1a},
-    {u"MoreData", syncmlPage, 0x34},
-    {u"Move", syncmlPage, 0x3b},
-    {u"MsgID", syncmlPage, 0x1b},
-    {u"MsgRef", syncmlPage, 0x1c},
-    {u"Next", metinfPage, 0x0f},
-    {u"NextNonce", metinfPage, 0x10},
-    {u"NoResp", syncmlPage, 0x1d},
-    {u"NoResults", syncmlPage, 0x1e},
-    {u"NumberOfChanges", syncmlPage, 0x33},
-    {u"Put", syncmlPage, 0x1f},
-    {u"Record", syncmlPage, 0x37},
-    {u"Replace", syncmlPage, 0x20},
-    {u"RespURI", syncmlPage, 0x21},
-    {u"Results", syncmlPage, 0x22},
-    {u"Search", syncmlPage, 0x23},
-    {u"Sequence", syncmlPage, 0x24},
-    {u"SessionID", syncmlPage, 0x25},
-    {u"SftDel", syncmlPage, 0x26},
-    {u"SharedMem", metinfPage, 0x11},
-    {u"Size", metinfPage, 0x12},
-    {u"Source", syncmlPage, 0x27},
-    {u"SourceParent", syncmlPage, 0x39},
-    {u"SourceRef", syncmlPage, 0x28},
-    {u"Status", syncmlPage, 0x29},
-    {u"Sync", syncmlPage, 0x2a},
-    {u"SyncBody", syncmlPage, 0x2b},
-    {u"SyncHdr", syncmlPage, 0x2c},
-    {u"SyncML", syncmlPage, 0x2d},
-    {u"Target", syncmlPage, 0x2e},
-    {u"TargetParent", syncmlPage, 0x3a},
-    {u"TargetRef", syncmlPage, 0x2f},
-    {u"Type", metinfPage, 0x13},
-    {u"VerDTD", syncmlPage, 0x31},
-    {u"VerProto", syncmlPage, 0x32},
-    {u"Version", metinfPage, 0x14},
+    {"Add", syncmlPage, 0x05},
+    {"Alert", syncmlPage, 0x06},
+    {"Anchor", metinfPage, 0x05},
+    {"Archive", syncmlPage, 0x07},
+    {"Atomic", syncmlPage, 0x08},
+    {"Chal", syncmlPage, 0x09},
+    {"Cmd", syncmlPage, 0x0a},
+    {"CmdID", syncmlPage, 0x0b},
+    {"CmdRef", syncmlPage, 0x0c},
+    {"Copy", syncmlPage, 0x0d},
+    {"Correlator", syncmlPage, 0x3c},
+    {"Cred", syncmlPage, 0x0e},
+    {"Data", syncmlPage, 0x0f},
+    {"Delete", syncmlPage, 0x10},
+    {"EMI", metinfPage, 0x06},
+    {"Exec", syncmlPage, 0x11},
+    {"Field", syncmlPage, 0x35},
+    {"FieldLevel", metinfPage, 0x16},
+    {"Filter", syncmlPage, 0x36},
+    {"FilterType", syncmlPage, 0x38},
+    {"Final", syncmlPage, 0x12},
+    {"Format", metinfPage, 0x07},
+    {"FreeID", metinfPage, 0x08},
+    {"FreeMem", metinfPage, 0x09},
+    {"Get", syncmlPage, 0x13},
+    {"Item", syncmlPage, 0x14},
+    {"Lang", syncmlPage, 0x15},
+    {"Last", metinfPage, 0x0a},
+    {"LocName", syncmlPage, 0x16},
+    {"LocURI", syncmlPage, 0x17},
+    {"Map", syncmlPage, 0x18},
+    {"MapItem", syncmlPage, 0x19},
+    {"Mark", metinfPage, 0x0b},
+    {"MaxMsgSize", metinfPage, 0x0c},
+    {"MaxObjSize", metinfPage, 0x15},
+    {"Mem", metinfPage, 0x0d},
+    {"MetInf", metinfPage, 0x0e},
+    {"Meta", syncmlPage, 0x1a},
+    {"MoreData", syncmlPage, 0x34},
+    {"Move", syncmlPage, 0x3b},
+    {"MsgID", syncmlPage, 0x1b},
+    {"MsgRef", syncmlPage, 0x1c},
+    {"Next", metinfPage, 0x0f},
+    {"NextNonce", metinfPage, 0x10},
+    {"NoResp", syncmlPage, 0x1d},
+    {"NoResults", syncmlPage, 0x1e},
+    {"NumberOfChanges", syncmlPage, 0x33},
+    {"Put", syncmlPage, 0x1f},
+    {"Record", syncmlPage, 0x37},
+    {"Replace", syncmlPage, 0x20},
+    {"RespURI", syncmlPage, 0x21},
+    {"Results", syncmlPage, 0x22},
+    {"Search", syncmlPage, 0x23},
+    {"Sequence", syncmlPage, 0x24},
+    {"SessionID", syncmlPage, 0x25},
+    {"SftDel", syncmlPage, 0x26},
+    {"SharedMem", metinfPage, 0x11},
+    {"Size", metinfPage, 0x12},
+    {"Source", syncmlPage, 0x27},
+    {"SourceParent", syncmlPage, 0x39},
+    {"SourceRef", syncmlPage, 0x28},
+    {"Status", syncmlPage, 0x29},
+    {"Sync", syncmlPage, 0x2a},
+    {"SyncBody", syncmlPage, 0x2b},
+    {"SyncHdr", syncmlPage, 0x2c},
+    {"SyncML", syncmlPage, 0x2d},
+    {"Target", syncmlPage, 0x2e},
+    {"TargetParent", syncmlPage, 0x3a},
+    {"TargetRef", syncmlPage, 0x2f},
+    {"Type", metinfPage, 0x13},
+    {"VerDTD", syncmlPage, 0x31},
+    {"VerProto", syncmlPage, 0x32},
+    {"Version", metinfPage, 0x14},
 }};
 
 constexpr bool byName(const ElementInfo &left, const ElementInfo &right)
@@ -88,6 +88,20 @@ constexpr bool byName(const ElementInfo &left, const ElementInfo &right)
     return left.name < right.name;
 }
 static_assert(std::is_sorted(elements.begin(), elements.end(), byName));
+
+/// Letters that a name begins with, from A.
+constexpr std::size_t letters = 26;
+
+/// For each letter the first element whose name begins with it or with a later one; their number
+/// behind the last.
+constexpr std::array<std::size_t, letters + 1> firstOfLetter = [] {
+    std::array<std::size_t, letters + 1> first{};
+    for (std::size_t letter = 0; letter <= letters; ++letter)
+        while (first[letter] < elements.size() &&
+               elements[first[letter]].name.front() < static_cast<char>('A' + letter))
+            ++first[letter];
+    return first;
+}();
 
 /// First tag code of a page, and one past the last.
 constexpr quint8 firstToken = 0x05;
@@ -182,16 +196,19 @@ const ElementInfo &elementInfo(Element element)
 
 QString elementName(Element element)
 {
-    return QStringView(elementInfo(element).name).toString();
+    return QString::fromLatin1(QByteArrayView(elementInfo(element).name));
 }
 
-Element elementByName(QStringView name)
+Element elementByName(QByteArrayView name)
 {
-    const std::u16string_view wanted(name.utf16(), static_cast<std::size_t>(name.size()));
-    const auto *const found = std::ranges::lower_bound(elements, wanted, {}, &ElementInfo::name);
-    if (found == elements.end() || found->name != wanted)
+    const std::string_view wanted(name.data(), static_cast<std::size_t>(name.size()));
+    const auto letter = static_cast<std::size_t>(wanted.empty() ? 0 : wanted.front() - 'A');
+    if (letter >= letters)
         return Element::Unknown;
-    return static_cast<Element>(found - elements.begin());
+    for (std::size_t index = firstOfLetter[letter]; index < firstOfLetter[letter + 1]; ++index)
+        if (elements[index].name == wanted)
+            return static_cast<Element>(index);
+    return Element::Unknown;
 }
 
 Element elementByToken(quint8 page, quint8 token)

@@ -3,7 +3,7 @@
 
 #include "message.h"
 
-#include <QStringView>
+#include <QByteArrayView>
 #include <QtGlobal>
 #include <span>
 #include <string_view>
@@ -95,7 +95,7 @@ constexpr quint8 syncmlPage = 0;
 constexpr quint8 metinfPage = 1;
 
 struct ElementInfo {
-    std::u16string_view name;
+    std::string_view name;
     quint8 page;  ///< syncmlPage or metinfPage
     quint8 token; ///< tag code without the bit that says "has content"
 };
@@ -107,7 +107,7 @@ const ElementInfo &elementInfo(Element element);
 QString elementName(Element element);
 
 /// Element with that local name, case-sensitive; Unknown when there is none.
-Element elementByName(QStringView name);
+Element elementByName(QByteArrayView name);
 
 /// Element with that tag code in that code page; Unknown when there is none.
 Element elementByToken(quint8 page, quint8 token);

@@ -3,9 +3,13 @@
 #pragma once
 
 #include "element.h"
+#include "xml_text.h"
 
 #include <QByteArray>
 #include <QString>
+#include <QStringEncoder>
+#include <string>
+#include <string_view>
 
 namespace syncml {
 
@@ -22,9 +26,25 @@ public:
 
     // Whole elements. False when the encoding cannot carry the content; nothing is written then.
 
-    virtual bool text(Element element, const QString &text) = 0;
+    bool text(Element element, const QString &text)
+    {
+        if (!isXmlText(text))
+            return false;
+        m_utf8.resize(static_cast<std::size_t>(m_toUtf8.requiredSpace(text.size())));
+        const char *const end = m_toUtf8.appendToBuffer(m_utf8.data(), text);
+        writeText(element, {m_utf8.data(), static_cast<std::size_t>(end - m_utf8.data())});
+        return true;
+    }
     virtual bool bytes(Element element, const QByteArray &bytes) = 0;
     virtual void empty(Element element) = 0;
+
+protected:
+    /// Writes an element with a text of XML, in UTF-8.
+    virtual void writeText(Element element, std::string_view utf8) = 0;
+
+private:
+    QStringEncoder m_toUtf8{QStringEncoder::Utf8, QStringEncoder::Flag::Stateless};
+    std::string m_utf8; ///< the text that is being written
 };
 
 } // namespace syncml

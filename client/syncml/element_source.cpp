@@ -38,40 +38,68 @@ bool ElementSource::closeDocument()
 
 QString ElementSource::name() const
 {
-    return m_element == Element::Unknown ? m_unknownName : elementName(m_element);
+    return m_element == Element::Unknown ? QString::fromUtf8(m_unknownName)
+                                         : elementName(m_element);
 }
 
 QString ElementSource::readText(OuterBlanks outerBlanks)
 {
-    const QString elementRead = name();
-    const QByteArray bytes = readBytes();
-    const std::optional<QString> text =
+    const Element elementRead = m_element;
+    m_collected.clear();
+    if (!appendTexts(m_collected))
+        return {};
+    const QByteArrayView bytes(m_collected);
+    std::optional<QString> text =
         xmlTextFromUtf8(outerBlanks == OuterBlanks::Cut ? withoutOuterBlanks(bytes) : bytes);
     if (!text) {
-        fail(400, QStringLiteral("%1 is not text in UTF-8").arg(elementRead));
+        fail(400, QStringLiteral("%1 is not text in UTF-8").arg(elementName(elementRead)));
         return {};
     }
-    return *text;
+    return *std::move(text);
 }
+
+namespace {
+
+void append(std::string &bytes, QByteArrayView text)
+{
+    bytes.append(text.data(), static_cast<std::size_t>(text.size()));
+}
+
+/// Makes room for no more than the text where it is the only one.
+void append(QByteArray &bytes, QByteArrayView text)
+{
+    if (bytes.isNull())
+        bytes = text.toByteArray();
+    else
+        bytes.append(text);
+}
+
+} // namespace
 
 QByteArray ElementSource::readBytes()
 {
-    const QString elementRead = name();
     QByteArray bytes;
+    return appendTexts(bytes) ? bytes : QByteArray();
+}
+
+template <class Bytes>
+bool ElementSource::appendTexts(Bytes &bytes)
+{
+    const Element elementRead = m_element;
     for (;;) {
         switch (step()) {
         case Token::Start:
-            fail(400,
-                 QStringLiteral("%1 inside %2, which holds text only").arg(name(), elementRead));
-            return {};
+            fail(400, QStringLiteral("%1 inside %2, which holds text only")
+                          .arg(name(), elementName(elementRead)));
+            return false;
         case Token::Text:
-            bytes.append(m_text);
+            append(bytes, m_text);
             break;
         case Token::End:
-            return bytes;
+            return true;
         case Token::Finished:
         case Token::Failed:
-            return {};
+            return false;
         }
     }
 }
@@ -133,6 +161,7 @@ ElementSource::Token ElementSource::step()
         if (++m_depth > m_limits.depth)
             fail(416,
                  QStringLiteral("more than %1 elements inside each other").arg(m_limits.depth));
+        countText(m_markup.size());
         break;
     case Token::Text:
         countText(m_text.size());

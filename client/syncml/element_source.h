@@ -6,8 +6,10 @@
 #include "element.h"
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QString>
 #include <optional>
+#include <string>
 
 namespace syncml {
 
@@ -61,14 +63,11 @@ protected:
 
     void fail(DecodeError error);
 
-    /// Counts bytes of text towards their limit.
-    void countText(qsizetype bytes);
-
     /// `advance` with the limits watched.
     Token step();
 
-    /// Moves on by one token. A Start sets `m_element` (and `m_unknownName`), a Text sets `m_text`
-    /// to its bytes. `Finished` once, after the document element's end. A fault is recorded with
+    /// Moves on by one token. A Start sets `m_element` (and `m_unknownName`) and `m_markup`, a Text
+    /// sets `m_text`. `Finished` once, after the document element's end. A fault is recorded with
     /// `fail` and gives Failed.
     virtual Token advance() = 0;
 
@@ -76,14 +75,24 @@ protected:
     virtual void locate(DecodeError &error) const = 0;
 
     Element m_element = Element::Unknown;
-    QString m_unknownName;
-    QByteArray m_text;
+    // These last until the next `advance`.
+    QByteArrayView m_unknownName;
+    QByteArrayView m_text; ///< the bytes of a Text
+    /// A Start's tag as Data keeps it; empty outside Data, and in WBXML.
+    QByteArrayView m_markup;
 
 private:
+    /// Counts bytes of text towards their limit.
+    void countText(qsizetype bytes);
+    /// Appends the texts up to the end of the current element. False after a fault.
+    template <class Bytes>
+    bool appendTexts(Bytes &bytes);
+
     const Limits m_limits;
     std::optional<DecodeError> m_error;
     int m_depth = 0;
     qsizetype m_textBytes = 0;
+    std::string m_collected; ///< a text on its way to a QString
 };
 
 } // namespace syncml

@@ -68,7 +68,6 @@ public:
 private:
     void writeHeader(const SyncHdr &header)
     {
-        m_place = elementName(Element::SyncHdr);
         m_sink.start(Element::SyncHdr);
         writeText(Element::VerDTD, header.verDtd);
         writeText(Element::VerProto, header.verProto);
@@ -88,11 +87,9 @@ private:
     void writeCommand(const Command &command)
     {
         const Element element = commandElement(command.kind);
-        m_place = commandName(command);
-        if (command.cmdId)
-            m_place += u' ' + *command.cmdId;
+        m_command = &command;
         if (element == Element::Unknown) {
-            fail(QStringLiteral("%1 is not a DM command").arg(m_place));
+            fail(QStringLiteral("%1 is not a DM command").arg(place()));
             return;
         }
         checkParts(command);
@@ -114,27 +111,26 @@ private:
         const std::span<const CommandPart> parts = commandParts(command.kind);
         for (const Element element : allCommandParts) {
             const auto part = std::ranges::find(parts, element, &CommandPart::element);
-            checkCount(countOf(command, element), elementName(element),
-                       part == parts.end() ? nullptr : &*part);
+            checkCount(countOf(command, element), element, part == parts.end() ? nullptr : &*part);
         }
         if (holdsCommands(command.kind) && command.commands.empty())
-            fail(QStringLiteral("%1 has no command in it").arg(m_place));
+            fail(QStringLiteral("%1 has no command in it").arg(place()));
         if (!holdsCommands(command.kind) && !command.commands.empty())
-            fail(QStringLiteral("%1 cannot have commands in it").arg(m_place));
+            fail(QStringLiteral("%1 cannot have commands in it").arg(place()));
     }
 
-    void checkCount(std::size_t count, const QString &name, const CommandPart *part)
+    void checkCount(std::size_t count, Element element, const CommandPart *part)
     {
         const bool mandatory =
             part && (part->occurs == Occurs::Once || part->occurs == Occurs::AtLeastOnce);
         const bool single =
             part && (part->occurs == Occurs::Once || part->occurs == Occurs::AtMostOnce);
         if (!part && count > 0)
-            fail(QStringLiteral("%1 cannot have %2").arg(m_place, name));
+            fail(QStringLiteral("%1 cannot have %2").arg(place(), elementName(element)));
         else if (mandatory && count == 0)
-            fail(QStringLiteral("%1 has no %2").arg(m_place, name));
+            fail(QStringLiteral("%1 has no %2").arg(place(), elementName(element)));
         else if (single && count > 1)
-            fail(QStringLiteral("%1 has more than one %2").arg(m_place, name));
+            fail(QStringLiteral("%1 has more than one %2").arg(place(), elementName(element)));
     }
 
     void writePart(const Command &command, Element part)
@@ -257,7 +253,16 @@ private:
     void failContent(Element element)
     {
         fail(QStringLiteral("%1 has a %2 that cannot be written as text")
-                 .arg(m_place, elementName(element)));
+                 .arg(place(), elementName(element)));
+    }
+
+    /// The header, or the command being written with its CmdID.
+    QString place() const
+    {
+        if (!m_command)
+            return elementName(Element::SyncHdr);
+        const QString name = commandName(*m_command);
+        return m_command->cmdId ? name + u' ' + *m_command->cmdId : name;
     }
 
     void fail(const QString &text)
@@ -267,7 +272,7 @@ private:
     }
 
     ElementSink &m_sink;
-    QString m_place; ///< the header, or the command being written with its CmdID
+    const Command *m_command = nullptr;             ///< being written; none in the header
     support::Expected<void, EncodeError> m_written; ///< the first fault
 };
 

@@ -9,7 +9,7 @@
 #include <QByteArrayView>
 #include <algorithm>
 #include <limits>
-#include <utility>
+#include <string>
 
 namespace syncml {
 namespace {
@@ -192,7 +192,8 @@ private:
             fail(400, QStringLiteral("entity %1 is not a character").arg(character));
             return Token::Failed;
         }
-        m_text = text.toUtf8();
+        m_entity = text.toUtf8();
+        m_text = m_entity;
         return Token::Text;
     }
 
@@ -204,7 +205,7 @@ private:
             failTruncated();
             return Token::Failed;
         }
-        m_text = rest.first(size).toByteArray();
+        m_text = rest.first(size);
         m_at += size + 1;
         return Token::Text;
     }
@@ -215,17 +216,15 @@ private:
         QByteArrayView text;
         if (!readNumber(index) || !tableString(index, text))
             return Token::Failed;
-        m_text = text.toByteArray();
+        m_text = text;
         return Token::Text;
     }
 
     Token readOpaque()
     {
         quint32 size = 0;
-        QByteArrayView bytes;
-        if (!readNumber(size) || !take(size, bytes))
+        if (!readNumber(size) || !take(size, m_text))
             return Token::Failed;
-        m_text = bytes.toByteArray();
         return Token::Text;
     }
 
@@ -290,6 +289,7 @@ private:
 
     const QByteArray m_bytes;
     QByteArrayView m_stringTable;
+    QByteArray m_entity; ///< the last one, in UTF-8
     qsizetype m_at = 0;
     qsizetype m_open = 0; ///< elements begun and not ended
     quint8 m_page = syncmlPage;
@@ -313,21 +313,13 @@ public:
 
     void end() override { appendByte(End); }
 
-    bool text(Element element, const QString &text) override
-    {
-        if (!isXmlText(text))
-            return false;
-        writeString(element, text.toUtf8());
-        return true;
-    }
-
     bool bytes(Element element, const QByteArray &bytes) override
     {
         if (bytes.size() > std::numeric_limits<quint32>::max())
             return false;
         // An opaque NextNonce is taken for the nonce itself, so its base64 must be a string.
-        if (element == Element::NextNonce && xmlTextFromUtf8(bytes))
-            writeString(element, bytes);
+        if (element == Element::NextNonce && isXmlText(bytes))
+            writeText(element, {bytes.data(), static_cast<std::size_t>(bytes.size())});
         else
             writeOpaque(element, bytes);
         return true;
@@ -335,23 +327,23 @@ public:
 
     void empty(Element element) override { appendTag(element, 0); }
 
-    QByteArray finish() { return std::move(m_wbxml); }
+    QByteArray finish() const { return QByteArray::fromStdString(m_wbxml); }
 
-private:
-    /// `utf8` is XML text, so it has no NUL, which would end it.
-    void writeString(Element element, const QByteArray &utf8)
+protected:
+    void writeText(Element element, std::string_view utf8) override
     {
-        if (utf8.isEmpty()) {
+        if (utf8.empty()) {
             empty(element);
             return;
         }
         start(element);
         appendByte(InlineString);
         m_wbxml.append(utf8);
-        appendByte('\0');
+        appendByte('\0'); // XML text has none
         end();
     }
 
+private:
     void writeOpaque(Element element, const QByteArray &bytes)
     {
         if (bytes.isEmpty()) {
@@ -361,7 +353,7 @@ private:
         start(element);
         appendByte(Opaque);
         appendNumber(static_cast<quint32>(bytes.size()));
-        m_wbxml.append(bytes);
+        m_wbxml.append(bytes.data(), static_cast<std::size_t>(bytes.size()));
         end();
     }
 
@@ -376,7 +368,7 @@ private:
         appendByte(info.token | bits);
     }
 
-    void appendByte(int byte) { m_wbxml.append(static_cast<char>(byte)); }
+    void appendByte(int byte) { m_wbxml.push_back(static_cast<char>(byte)); }
 
     void appendNumber(quint32 number)
     {
@@ -391,7 +383,7 @@ private:
         appendByte(static_cast<int>(number & groupMask));
     }
 
-    QByteArray m_wbxml;
+    std::string m_wbxml;
     quint8 m_page = syncmlPage;
 };
 

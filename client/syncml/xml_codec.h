@@ -9,7 +9,8 @@ namespace syncml {
 
 /// Reads one message.
 ///
-/// Taken: UTF-8; children in any order; any prefix and any namespace; Meta with and without
+/// Taken: UTF-8, which may call itself US-ASCII, with or without a byte order mark; children in any
+/// order; any prefix and any namespace; Meta with and without
 /// MetInf; Data as escaped text, as CDATA, or as XML standing there unescaped, which is kept as its
 /// markup (comments dropped, declarations that it needs from outside added).
 /// Skipped: elements that are unknown, or unused in DM, inside a known one.
@@ -21,7 +22,7 @@ DecodeResult decodeXml(const QByteArray &bytes, const Limits &limits = {});
 ///
 /// Fails when `message` is not complete, has a command of kind Unknown or Unsupported, or has a
 /// text or Data that XML cannot carry (see `fitsXml`).
-EncodeResult encodeXml(const Message &message);
+EncodeResult encodeXml(const Message &message, XmlLayout layout = XmlLayout::OneLine);
 
 /// True when XML can carry `bytes` as text: UTF-8 without the control characters that XML does not
 /// know. Other bytes travel as base64, with the Format saying so.

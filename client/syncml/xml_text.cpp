@@ -3,16 +3,44 @@
 #include "utf8.h"
 
 #include <algorithm>
+#include <bit>
 
 namespace syncml {
 namespace {
 
+constexpr unsigned firstPrintable = 0x20;
+constexpr unsigned firstBeyondAscii = 0x80;
+
+/// Of a character before the first printable one.
+constexpr bool isXmlControl(unsigned unit)
+{
+    return unit == '\t' || unit == '\n' || unit == '\r';
+}
+
+/// What the units of a text have, of UTF-8 or of UTF-16.
+struct Units {
+    bool areXml = true; ///< as far as those of ASCII can say
+    bool areAscii = true;
+};
+
+template <class Unit, class Text>
+Units unitsOf(Text text)
+{
+    // Without a way out in between, the compiler takes many at once.
+    bool areXml = true;
+    unsigned all = 0;
+    for (const auto &each : text) {
+        const unsigned unit = std::bit_cast<Unit>(each);
+        areXml &= unit >= firstPrintable || isXmlControl(unit);
+        all |= unit;
+    }
+    return {areXml, all < firstBeyondAscii};
+}
+
 /// Of a character that is one UTF-16 unit. Those of two units are all characters of XML.
 constexpr bool isXmlCharacter(char16_t unit)
 {
-    if (unit < 0x20)
-        return unit == u'\t' || unit == u'\n' || unit == u'\r';
-    return unit <= 0xFFFD;
+    return unit >= firstPrintable ? unit <= 0xFFFD : isXmlControl(unit);
 }
 
 constexpr bool isBlank(char byte)
@@ -24,6 +52,9 @@ constexpr bool isBlank(char byte)
 
 bool isXmlText(QStringView text)
 {
+    const Units units = unitsOf<char16_t>(text);
+    if (units.areAscii || !units.areXml)
+        return units.areXml;
     for (qsizetype index = 0; index < text.size(); ++index) {
         const QChar unit = text[index];
         if (!unit.isSurrogate()) {
@@ -38,6 +69,15 @@ bool isXmlText(QStringView text)
     return true;
 }
 
+bool isXmlText(QByteArrayView utf8)
+{
+    const Units units = unitsOf<unsigned char>(utf8);
+    if (units.areAscii || !units.areXml)
+        return units.areXml;
+    // Two characters beyond ASCII are none of XML: U+FFFE and U+FFFF.
+    return utf8.isValidUtf8() && !utf8.contains("\xEF\xBF\xBE") && !utf8.contains("\xEF\xBF\xBF");
+}
+
 bool isXmlLine(QStringView text)
 {
     return isXmlText(text) && std::ranges::none_of(text, [](QChar character) {
@@ -47,8 +87,9 @@ bool isXmlLine(QStringView text)
 
 std::optional<QString> xmlTextFromUtf8(QByteArrayView bytes)
 {
-    std::optional<QString> text = support::fromUtf8(bytes);
-    return text && isXmlText(*text) ? text : std::nullopt;
+    if (!isXmlText(bytes))
+        return std::nullopt;
+    return support::fromUtf8(bytes);
 }
 
 QByteArrayView withoutOuterBlanks(QByteArrayView text)

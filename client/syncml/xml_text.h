@@ -12,6 +12,9 @@ namespace syncml {
 /// True when every character of `text` is one of XML 1.0, and no surrogate stands alone.
 bool isXmlText(QStringView text);
 
+/// The same of UTF-8; false for bytes that are not.
+bool isXmlText(QByteArrayView utf8);
+
 /// True for an XML text of one line: no control character, so no line break and no tabulator.
 bool isXmlLine(QStringView text);
 

@@ -123,6 +123,33 @@ TEST(XmlWriter, WritesCarriageReturnsAsReferences)
     EXPECT_TRUE(encoded->contains("<Data>a&#13;\nb&#13;</Data>")) << encoded->toStdString();
 }
 
+TEST(XmlWriter, WritesLinesForPeopleAndTextsAsTheyAre)
+{
+    Message message = samples::messageWithData("a\n b");
+    message.commands.front().items.front().meta.emplace();
+    message.final = false;
+    const EncodeResult encoded = encodeXml(message, XmlLayout::Indented);
+    ASSERT_TRUE(encoded);
+    const qsizetype body = encoded->indexOf("  <SyncBody>");
+    EXPECT_TRUE(
+        encoded->startsWith("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                            "<SyncML xmlns=\"SYNCML:SYNCML1.2\">\n  <SyncHdr>\n    <VerDTD>"));
+    EXPECT_EQ(encoded->sliced(body).toStdString(), "  <SyncBody>\n"
+                                                   "    <Replace>\n"
+                                                   "      <CmdID>1</CmdID>\n"
+                                                   "      <Item>\n"
+                                                   "        <Target>\n"
+                                                   "          <LocURI>./A/value</LocURI>\n"
+                                                   "        </Target>\n"
+                                                   "        <Meta/>\n"
+                                                   "        <Data>a\n b</Data>\n"
+                                                   "      </Item>\n"
+                                                   "    </Replace>\n"
+                                                   "  </SyncBody>\n"
+                                                   "</SyncML>\n");
+    EXPECT_EQ(decoded(*encoded), message);
+}
+
 TEST(XmlWriter, RefusesDataThatIsNotText)
 {
     for (const QByteArray &bytes :
@@ -380,10 +407,18 @@ TEST(XmlReader, NamesLineAndColumnOfAFault)
     ASSERT_FALSE(result);
     const auto &error = result.error();
     EXPECT_EQ(error.status, 400);
-    EXPECT_EQ(error.line, 4);
+    EXPECT_EQ(error.line, 3);
     EXPECT_EQ(error.toString().toStdString(),
-              "line 4, column 2: text where only elements can stand");
+              "line 3, column 22: text where only elements can stand");
     EXPECT_FALSE(error.header.has_value());
+}
+
+TEST(XmlReader, CountsColumnsInCharacters)
+{
+    const DecodeResult result = decodeXml("<SyncML>\n<SyncHdr/><!-- \xC3\xA4\xF0\x9F\x93\xB6 -->x");
+    ASSERT_FALSE(result);
+    EXPECT_EQ(result.error().toString().toStdString(),
+              "line 2, column 21: text where only elements can stand");
 }
 
 TEST(XmlReader, GivesTheHeaderOfAMessageThatIsBrokenLater)
@@ -558,7 +593,6 @@ TEST(XmlLimits, BoundTheAttributesOfATag)
     EXPECT_EQ(errorOf(messageXml("<!--><Get a='' b='' c=''/>-->"), limits), "no error");
 }
 
-// The reader compares each attribute with each: without the limit this one takes minutes.
 TEST(XmlLimits, StopATagOf4MBOfAttributes)
 {
     QByteArray tag = "<Get";
@@ -583,6 +617,103 @@ TEST(XmlLimits, Stop200KBOfNesting)
               "416 more than 64 elements inside each other");
     EXPECT_EQ(errorOf(messageXml("<Get><Item><Data>" + QByteArray("<a>").repeated(70'000))),
               "416 more than 64 elements inside each other");
+}
+
+// ---- what somebody who means harm sends
+
+TEST(HostileXml, EntitiesThatGrowAreRefusedBeforeTheyDo)
+{
+    QByteArray laughs = "<!DOCTYPE SyncML [<!ENTITY l0 'ha'>";
+    for (int level = 1; level < 30; ++level)
+        laughs += "<!ENTITY l" + QByteArray::number(level) + " '" +
+                  QByteArray("&l" + QByteArray::number(level - 1) + ';').repeated(10) + "'>";
+    const QByteArray blowUp = "<!DOCTYPE SyncML [<!ENTITY e '" + QByteArray(100'000, 'a') + "'>]>";
+    const QByteArray message = messageXml("<Get><CmdID>&l29;</CmdID></Get>");
+    const std::string refusal = "400 the document type has declarations of its own";
+    EXPECT_EQ(errorOf(laughs + "]>" + message), refusal);
+    EXPECT_EQ(errorOf(blowUp + messageXml(QByteArray("&e;").repeated(10'000))), refusal);
+    EXPECT_EQ(errorOf("<!DOCTYPE SyncML [<!ENTITY % p SYSTEM 'file:///dev/zero'> %p;]>" + message),
+              refusal);
+}
+
+TEST(HostileXml, EntityOfAnAttributeIsNotLeftOut)
+{
+    const QByteArray type = "<!DOCTYPE SyncML SYSTEM 'http://example/x.dtd'>";
+    const auto data = [](const QByteArray &value) {
+        return messageXml("<Add><CmdID>1</CmdID><Item><Data><x a='1' b='" + value +
+                          "'/></Data></Item></Add>");
+    };
+    EXPECT_EQ(errorOf(data("&e;")).substr(0, 3), "400");
+    EXPECT_EQ(errorOf(type + data("&lt;&e;")), "400 an attribute has an entity that is not known");
+    EXPECT_EQ(errorOf(type + data("&#38;e;&amp;e;&lt;&gt;&quot;&apos;")), "no error");
+}
+
+TEST(HostileXml, BytesThatAreNotUtf8AreRefused)
+{
+    for (const QByteArray &bytes :
+         {QByteArray("\xFF"), QByteArray("\xC0\x80"), QByteArray("\xE0\x80\xAF"),
+          QByteArray("\xED\xA0\x80"), QByteArray("\xF4\x90\x80\x80"), QByteArray("\xC3"),
+          QByteArray("\x80")})
+        EXPECT_EQ(errorOf(messageXml("<Get><Item><Data>" + bytes + "</Data></Item></Get>")),
+                  "415 the message is not in UTF-8")
+            << bytes.toHex().toStdString();
+}
+
+TEST(HostileXml, CharactersThatXmlDoesNotKnowAreRefused)
+{
+    for (const QByteArray &bytes :
+         {QByteArray("\0", 1), QByteArray("\x01"), QByteArray("\x1F"), QByteArray("\xEF\xBF\xBE"),
+          QByteArray("\xEF\xBF\xBF"), QByteArray("&#0;"), QByteArray("&#x1F;"),
+          QByteArray("&#xD800;"), QByteArray("&#xFFFE;"), QByteArray("&#x110000;")})
+        for (const QByteArray &xml :
+             {messageXml("<Get><Item><Data>" + bytes + "</Data></Item></Get>"),
+              messageXml("<Get><Item><Data><x a='" + bytes + "'/></Data></Item></Get>")})
+            EXPECT_EQ(errorOf(xml).substr(0, 3), "400") << bytes.toHex().toStdString();
+}
+
+TEST(HostileXml, OtherVersionsAreRefused)
+{
+    const QByteArray xml = messageXml("<Get><CmdID>1</CmdID><Item/></Get>");
+    EXPECT_EQ(errorOf("<?xml version='1.1'?>" + xml), "400 XML of version 1.1 is not supported");
+    EXPECT_EQ(errorOf("<?xml version='1.0' standalone='no'?>" + xml), "no error");
+}
+
+TEST(HostileXml, LimitsHoldBehindAVeryLongToken)
+{
+    const QByteArray comment = "<!--" + QByteArray(2'000'000, 'x') + "-->";
+    EXPECT_EQ(errorOf(messageXml(comment + QByteArray("<Atomic>").repeated(100'000))),
+              "416 more than 64 elements inside each other");
+    Limits limits;
+    limits.textBytes = 1000;
+    EXPECT_EQ(
+        errorOf(messageXml(comment + "<Get><CmdID>" + QByteArray(2000, 'x') + "</CmdID></Get>"),
+                limits),
+        "416 more than 1000 bytes of text");
+}
+
+TEST(HostileXml, ReadsTheSameWhereverAPieceEnds)
+{
+    const QByteArray body =
+        "<Add><CmdID>1</CmdID><Item><Target><LocURI>./\xC3\xA4&amp;</LocURI>"
+        "</Target><Data>a\r\n<x xmlns:p='u' p:b='&lt;'><![CDATA[<]]>\xF0\x9F\x93"
+        "\xB6</x>&#13;</Data></Item></Add>";
+    const Message expected = decoded(messageXml(body));
+    ASSERT_EQ(expected.commands.front().items.front().data,
+              QByteArray("a\n<x xmlns:p=\"u\" p:b=\"&lt;\">&lt;\xF0\x9F\x93\xB6</x>&#13;"));
+    constexpr qsizetype pieceBytes = 16 * 1024;
+    const qsizetype before = messageXml("").indexOf("</SyncBody>") + 7;
+    for (qsizetype cut = 0; cut <= body.size(); ++cut) {
+        const QByteArray filler(pieceBytes - before - cut, 'x');
+        EXPECT_EQ(decoded(messageXml("<!--" + filler + "-->" + body)), expected) << cut;
+    }
+}
+
+TEST(HostileXml, ReadsALongTextAsItIs)
+{
+    QByteArray data;
+    for (int number = 0; data.size() < 300'000; ++number)
+        data += QByteArray::number(number) + (number % 7 ? " \xC3\xA4" : "\n");
+    EXPECT_EQ(dataIn("<Data>" + data + "</Data>"), data);
 }
 
 } // namespace
