@@ -116,7 +116,7 @@ private:
 support::Expected<QList<Provider>, QString> parseProviderDatabase(const QByteArray &xml)
 {
     constexpr qsizetype mostAttributes = 32; // no element of the format has more than two
-    if (const auto refusal = support::guardXml(xml, mostAttributes))
+    if (const auto refusal = guardXml(xml, mostAttributes))
         return support::Unexpected(
             QStringLiteral("line %1: %2").arg(refusal->line).arg(refusal->text));
     return DatabaseReader(xml).read();

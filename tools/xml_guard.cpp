@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-namespace support {
 namespace {
 
 /// Markup whose content is not looked at.
@@ -45,10 +44,9 @@ Tag scanTag(QByteArrayView xml)
     return tag;
 }
 
-XmlRefusal refusalAt(QByteArrayView before, XmlRefusal::Kind kind, const QString &text)
+XmlRefusal refusalBehind(QByteArrayView before, const QString &text)
 {
-    return {kind, text, std::ranges::count(before, '\n') + 1,
-            before.size() - 1 - before.lastIndexOf('\n')};
+    return {text, std::ranges::count(before, '\n') + 1};
 }
 
 } // namespace
@@ -69,14 +67,12 @@ std::optional<XmlRefusal> guardXml(QByteArrayView xml, qsizetype mostAttributes)
         }
         const Tag tag = scanTag(rest);
         if (rest.startsWith("<!DOCTYPE") && tag.hasBracket)
-            return refusalAt(xml.first(at), XmlRefusal::Kind::Declarations,
-                             QStringLiteral("the document type has declarations of its own"));
+            return refusalBehind(xml.first(at),
+                                 QStringLiteral("the document type has declarations of its own"));
         if (tag.quotedValues > mostAttributes)
-            return refusalAt(xml.first(at), XmlRefusal::Kind::TooManyAttributes,
-                             QStringLiteral("more than %1 attributes").arg(mostAttributes));
+            return refusalBehind(xml.first(at),
+                                 QStringLiteral("more than %1 attributes").arg(mostAttributes));
         at += tag.size;
     }
     return std::nullopt;
 }
-
-} // namespace support

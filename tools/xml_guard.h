@@ -6,20 +6,12 @@
 #include <QString>
 #include <optional>
 
-namespace support {
-
 struct XmlRefusal {
-    enum class Kind { Declarations, TooManyAttributes };
-    Kind kind;
-    QString text; ///< one sentence without its full stop, for a person
-    // The place where the markup begins.
-    qint64 line = 0;   ///< from 1
-    qint64 column = 0; ///< from 0
+    QString text;    ///< one sentence without its full stop, for a person
+    qint64 line = 0; ///< that the markup begins in, from 1
 };
 
 /// The first reason in `xml` to keep it from the reader: a document type with declarations of its
 /// own, which the reader works through before it tells of them, or a tag with more attributes than
 /// `mostAttributes`, which it compares each with each.
 std::optional<XmlRefusal> guardXml(QByteArrayView xml, qsizetype mostAttributes);
-
-} // namespace support
