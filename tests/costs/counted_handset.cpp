@@ -1,6 +1,7 @@
 #include "counted_handset.h"
 
 #include "aplog.h"
+#include "heap_count.h"
 #include "settings_format.h"
 #include "setup_set_manager.h"
 
@@ -19,7 +20,6 @@ FILE *libaplog_to_module_ptr = nullptr;
 
 namespace costs {
 
-bool counting = false;
 Counts counts;
 
 namespace {
@@ -60,7 +60,9 @@ constexpr int NOT_FOUND = NAPI_ERROR_NOT_FOUND;
 
 Counts CountsNow()
 {
-    return counts;
+    Counts now = counts;
+    now.allocations = allocations;
+    return now;
 }
 
 namespace {

@@ -29,15 +29,11 @@ public:
     Uncounted &operator=(const Uncounted &) = delete;
 };
 
-/// Whether this build sees the heap; a sanitizer takes its place.
-bool CountsAllocations();
-
 /// The stored profiles.
 void ForgetEverything();
 void Store(const std::string &name, const NAP_PROFILE_S &record);
 
-// For heap_count.cpp and the stand-ins.
-extern bool counting;
+// For the stand-ins.
 extern Counts counts;
 
 } // namespace costs

@@ -1,8 +1,11 @@
 // Counts every block that the process takes from the heap, whoever takes it: malloc of the program
 // comes before the C library's.
-#include "counted_handset.h"
+#include "heap_count.h"
 
 #include <cstddef>
+
+bool costs::counting = false;
+std::uint64_t costs::allocations = 0;
 
 #ifdef KUB_SANITIZED
 
@@ -27,19 +30,19 @@ void *__libc_realloc(void *block, std::size_t size);
 
 KUB_EXPORT void *malloc(std::size_t size)
 {
-    costs::counts.allocations += costs::counting ? 1 : 0;
+    costs::allocations += costs::counting ? 1 : 0;
     return __libc_malloc(size);
 }
 
 KUB_EXPORT void *calloc(std::size_t count, std::size_t size)
 {
-    costs::counts.allocations += costs::counting ? 1 : 0;
+    costs::allocations += costs::counting ? 1 : 0;
     return __libc_calloc(count, size);
 }
 
 KUB_EXPORT void *realloc(void *block, std::size_t size)
 {
-    costs::counts.allocations += costs::counting ? 1 : 0;
+    costs::allocations += costs::counting ? 1 : 0;
     return __libc_realloc(block, size);
 }
 }

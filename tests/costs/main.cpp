@@ -6,6 +6,8 @@
 //
 // Run by callgrind it also leaves a dump for each operation; the script instructions adds those up.
 #include "counted_handset.h"
+#include "expected_lines.h"
+#include "heap_count.h"
 #include "operations.h"
 
 #include "aplog.h"
@@ -19,8 +21,6 @@
 #endif
 
 #include <cstdio>
-#include <fstream>
-#include <iostream>
 #include <sstream>
 
 namespace {
@@ -56,44 +56,13 @@ std::string LineOf(const costs::Operation &operation, const costs::Counts &count
     return line.str();
 }
 
-/// A build that does not see the heap compares the rest.
-std::string Comparable(const std::string &line)
-{
-    return costs::CountsAllocations() ? line : line.substr(0, line.rfind(','));
-}
-
 } // namespace
 
 int main(int argc, char **argv)
 {
     libaplog_to_module_ptr = std::fopen("/dev/null", "w");
-    std::ifstream expected;
-    if (argc > 1) {
-        expected.open(argv[1]);
-        if (!expected) {
-            std::cerr << argv[1] << ": cannot be read\n";
-            return 2;
-        }
-    }
-    int differences = 0;
-    for (const costs::Operation &operation : costs::AllOperations()) {
-        const std::string line = LineOf(operation, Count(operation));
-        if (argc == 1) {
-            std::cout << line << '\n';
-            continue;
-        }
-        std::string wanted;
-        std::getline(expected, wanted);
-        if (Comparable(line) != Comparable(wanted)) {
-            ++differences;
-            std::cerr << "expected " << wanted << "\n   found " << line << '\n';
-        }
-    }
-    for (std::string line; argc > 1 && std::getline(expected, line); ++differences)
-        std::cerr << "expected " << line << "\n   found nothing\n";
-    if (differences > 0)
-        std::cerr << differences
-                  << " operations cost something else than before. If that is meant, "
-                  << "replace the lines: " << argv[0] << " > " << argv[1] << '\n';
-    return differences == 0 ? 0 : 1;
+    std::vector<std::string> lines;
+    for (const costs::Operation &operation : costs::AllOperations())
+        lines.push_back(LineOf(operation, Count(operation)));
+    return costs::CompareWithFile(lines, argc, argv);
 }
