@@ -1,5 +1,6 @@
 #include "account_tree.h"
 
+#include "device_tree.h"
 #include "node_value.h"
 
 #include <QString>
@@ -9,22 +10,12 @@ namespace client {
 
 namespace {
 
-constexpr int dataStoreFailure = 510;
-
 // ---- Leaves --------------------------------------------------------------------------------------
 
-/// Whose credentials a leaf belongs to; the leaves of the account itself do not care.
-enum class Side { Client, Server };
-
-const Credentials &credentials(const Account &account, Side side)
-{
-    return side == Side::Client ? account.toServer : account.toClient;
-}
-
-Credentials &credentials(Account &account, Side side)
-{
-    return side == Side::Client ? account.toServer : account.toClient;
-}
+/// Which credentials a leaf belongs to; the leaves of the account itself do not care.
+using Side = Credentials Account::*;
+constexpr Side clientSide = &Account::toServer;
+constexpr Side serverSide = &Account::toClient;
 
 struct LeafRow {
     const char *path; ///< beneath the node of the account, or of one side's credentials
@@ -54,29 +45,21 @@ bool setIdentity(Account &account, Side side, const char *clientField, const cha
                  const QByteArray &value)
 {
     return !value.isEmpty() &&
-           setField(account, side == Side::Client ? clientField : serverField, value);
+           setField(account, side == clientSide ? clientField : serverField, value);
 }
 
 constexpr LeafRow accountLeaves[] = {
     {"AppID", DmtData::String, 0, [](const Account &, Side) { return QByteArrayLiteral("w7"); },
      nullptr},
-    {"ServerID", DmtData::String, 0, [](const Account &account, Side) { return account.serverId; },
-     nullptr},
-    {"Name", DmtData::String, longestAccountText,
-     [](const Account &account, Side) { return account.title; },
-     [](Account &account, Side, const QByteArray &value) {
-         return setField(account, "title", value);
-     }},
+    {"ServerID", DmtData::String, 0, [](const Account &a, Side) { return a.serverId; }, nullptr},
+    {"Name", DmtData::String, longestAccountText, [](const Account &a, Side) { return a.title; },
+     [](Account &a, Side, const QByteArray &value) { return setField(a, "title", value); }},
     {"AAuthPref", DmtData::String, longestAccountText,
-     [](const Account &account, Side) { return accountName(account.toServer.type).toLatin1(); },
-     [](Account &account, Side, const QByteArray &value) {
-         return setAuthType(account.toServer, value);
-     }},
+     [](const Account &a, Side) { return accountName(a.toServer.type).toLatin1(); },
+     [](Account &a, Side, const QByteArray &value) { return setAuthType(a.toServer, value); }},
     {"AppAddr/1/Addr", DmtData::String, longestServerAddress,
-     [](const Account &account, Side) { return account.address.toEncoded(); },
-     [](Account &account, Side, const QByteArray &value) {
-         return setField(account, "address", value);
-     }},
+     [](const Account &a, Side) { return a.address.toEncoded(); },
+     [](Account &a, Side, const QByteArray &value) { return setField(a, "address", value); }},
     {"AppAddr/1/AddrType", DmtData::String, 0,
      [](const Account &, Side) { return QByteArrayLiteral("URI"); }, nullptr},
 };
@@ -84,28 +67,24 @@ constexpr LeafRow accountLeaves[] = {
 constexpr LeafRow credentialLeaves[] = {
     {"AAuthLevel", DmtData::String, 0,
      [](const Account &, Side side) {
-         return QByteArray(side == Side::Client ? "CLCRED" : "SRVCRED");
+         return QByteArray(side == clientSide ? "CLCRED" : "SRVCRED");
      },
      nullptr},
     {"AAuthType", DmtData::String, longestAccountText,
-     [](const Account &account, Side side) {
-         return accountName(credentials(account, side).type).toLatin1();
-     },
-     [](Account &account, Side side, const QByteArray &value) {
-         return setAuthType(credentials(account, side), value);
-     }},
+     [](const Account &a, Side side) { return accountName((a.*side).type).toLatin1(); },
+     [](Account &a, Side side, const QByteArray &value) { return setAuthType(a.*side, value); }},
     {"AAuthName", DmtData::String, longestAccountText,
-     [](const Account &account, Side side) { return credentials(account, side).identity.name; },
-     [](Account &account, Side side, const QByteArray &value) {
-         return setIdentity(account, side, "client-name", "server-name", value);
+     [](const Account &a, Side side) { return (a.*side).identity.name; },
+     [](Account &a, Side side, const QByteArray &value) {
+         return setIdentity(a, side, "client-name", "server-name", value);
      }},
     {"AAuthSecret", DmtData::String, longestAccountText, nullptr,
-     [](Account &account, Side side, const QByteArray &value) {
-         return setIdentity(account, side, "client-secret", "server-secret", value);
+     [](Account &a, Side side, const QByteArray &value) {
+         return setIdentity(a, side, "client-secret", "server-secret", value);
      }},
     {"AAuthData", DmtData::Bin, largestNonce, nullptr,
-     [](Account &account, Side side, const QByteArray &value) {
-         credentials(account, side).nonce = value;
+     [](Account &a, Side side, const QByteArray &value) {
+         (a.*side).nonce = value;
          return true;
      }},
 };
@@ -115,20 +94,7 @@ DmtData toData(const QByteArray &bytes)
     return DmtData(bytes.constData());
 }
 
-QByteArray bytesOf(const DmtData &value)
-{
-    DMVector<unsigned char> bytes;
-    if (value.GetBinary(bytes) == DMT_OK)
-        return QByteArray(reinterpret_cast<const char *>(bytes.begin()), bytes.size());
-    return valueText(value);
-}
-
 // ---- Nodes ---------------------------------------------------------------------------------------
-
-class AccountInterior final : public DmtPluginNode {
-public:
-    void setOwnAcl(const QByteArray &text) { m_acl.text = DMString(text.constData()); }
-};
 
 class AccountLeaf final : public DmtPluginNode {
 public:
@@ -157,7 +123,7 @@ public:
         if (!stored)
             return DMT_NOT_FOUND;
         Account changed = *stored;
-        const QByteArray bytes = bytesOf(value);
+        const QByteArray bytes = valueBytes(value);
         if (bytes.size() > m_row.largestBytes)
             return static_cast<int>(DmStatus::TooLarge);
         if (value.GetType() != m_row.type || !m_row.set(changed, m_side, bytes))
@@ -165,7 +131,7 @@ public:
         if ((!m_mayWeaken && isWeaker(changed, *stored)) || !checkComplete(changed))
             return DMT_NOT_ALLOWED;
         if (!m_store.put(m_account, changed))
-            return dataStoreFailure;
+            return static_cast<int>(DmStatus::DataStoreFailure);
         return DMT_OK;
     }
 
@@ -177,14 +143,14 @@ private:
     const LeafRow &m_row;
 };
 
-class AccountTree final : public DmtPluginTree {
+class AccountTree final : public ClientTree {
 public:
     AccountTree(AccountStore &store, bool mayWeaken) : m_store(store), m_mayWeaken(mayWeaken) {}
 
     void fill()
     {
         Init(accountTreeRoot);
-        addInterior(QByteArray());
+        addInterior("");
         for (const auto &[name, account] : m_store.accounts())
             addAccount(name, account);
     }
@@ -210,40 +176,27 @@ private:
         addInterior(path + "/AppAddr");
         addInterior(path + "/AppAddr/1");
         for (const LeafRow &row : accountLeaves)
-            addLeaf(path, name, account, Side::Client, row);
+            addRow(path, name, account, clientSide, row);
         addInterior(path + "/AppAuth");
-        addCredentials(path + "/AppAuth/1", name, account, Side::Client);
-        addCredentials(path + "/AppAuth/2", name, account, Side::Server);
+        addCredentials(path + "/AppAuth/1", name, account, clientSide);
+        addCredentials(path + "/AppAuth/2", name, account, serverSide);
     }
 
     void addCredentials(const QByteArray &path, const QString &name, const Account &account,
                         Side side)
     {
-        if (credentials(account, side).type == AuthType::None)
+        if ((account.*side).type == AuthType::None)
             return;
         addInterior(path);
         for (const LeafRow &row : credentialLeaves)
-            addLeaf(path, name, account, side, row);
+            addRow(path, name, account, side, row);
     }
 
-    void addInterior(const QByteArray &path, const QByteArray &acl = QByteArray())
+    void addRow(const QByteArray &parent, const QString &name, const Account &account, Side side,
+                const LeafRow &row)
     {
-        auto *const node = new AccountInterior;
-        const JemSmartPtr<DmtNode> holder(node);
-        node->Init(JemSmartPtr<DmtPluginTree>(this), path.constData());
-        node->setOwnAcl(acl);
-        SetNode(path.constData(), holder);
-    }
-
-    void addLeaf(const QByteArray &parent, const QString &name, const Account &account, Side side,
-                 const LeafRow &row)
-    {
-        auto *const node = new AccountLeaf(m_store, m_mayWeaken, name, side, row);
-        const JemSmartPtr<DmtNode> holder(node);
-        const QByteArray path = parent + '/' + row.path;
-        node->Init(JemSmartPtr<DmtPluginTree>(this), path.constData(),
-                   firstValue(row, account, side), 0);
-        SetNode(path.constData(), holder);
+        addLeaf(parent + '/' + row.path, firstValue(row, account, side),
+                new AccountLeaf(m_store, m_mayWeaken, name, side, row));
     }
 
     static DmtData firstValue(const LeafRow &row, const Account &account, Side side)

@@ -9,8 +9,7 @@ namespace {
 template <class Picture>
 auto find(const Picture &picture, const NodeUri &node)
 {
-    return std::ranges::find_if(picture,
-                                [&node](const auto &entry) { return entry.first == node; });
+    return std::ranges::find(picture, node, &Picture::value_type::first);
 }
 
 } // namespace
@@ -24,7 +23,7 @@ UndoLog::UndoLog(ManagementTree &tree)
 
 void UndoLog::note(const NodeUri &node, const std::optional<NodeUri> &renamedTo)
 {
-    Note note{node, std::nullopt, m_tree.objectOf(node), {}, false};
+    Note note{node, std::nullopt, m_tree.tree().objectOf(node), {}, false};
     if (m_tree.find(node))
         note.renamedTo = renamedTo;
     if (note.object) {
@@ -45,7 +44,7 @@ UndoLog::Picture UndoLog::pictureOf(const NodeUri &object) const
         std::optional<Leaf> leaf;
         if (listed.value) {
             leaf.emplace();
-            leaf->format = formatName(listed.node.valueType()).toLatin1();
+            leaf->format = formatName(listed.node.valueType());
             if (*listed.value) {
                 leaf->value = valueText(**listed.value);
                 leaf->hasValue = (*listed.value)->GetType() != DmtData::Null;
@@ -115,7 +114,7 @@ void UndoLog::addMissing(const Picture &now, const Picture &picture)
         if (find(now, node) != now.end())
             continue;
         TreeView::NewValue value;
-        value.format = leaf ? QString::fromLatin1(leaf->format) : formatName(DmtData::Node);
+        value.format = leaf ? leaf->format : formatName(DmtData::Node);
         if (leaf && leaf->hasValue)
             value.data = leaf->value;
         m_tree.add(node, value);

@@ -33,7 +33,7 @@ public:
 
 private:
     struct Leaf {
-        QByteArray format;
+        QString format;
         std::optional<QByteArray> value; ///< none when it cannot be read
         bool hasValue = false;           ///< a leaf can be readable without having a value
 

@@ -16,8 +16,7 @@ constexpr char everyServer[] = "*";
 
 std::optional<Right> rightNamed(const QByteArray &name)
 {
-    const auto *const found = std::find_if(std::begin(rightNames), std::end(rightNames),
-                                           [&name](const char *right) { return name == right; });
+    const auto *const found = std::find(std::begin(rightNames), std::end(rightNames), name);
     if (found == std::end(rightNames))
         return std::nullopt;
     return static_cast<Right>(found - std::begin(rightNames));
@@ -32,6 +31,22 @@ bool mayStandInIdentifier(QChar character)
 QString shown(const QByteArray &text)
 {
     return QString::fromUtf8(text.left(80));
+}
+
+/// The servers in the order of their first mention; "*" alone where it is one of them.
+std::vector<QByteArray> withoutRepetitions(const QByteArrayList &servers)
+{
+    if (servers.contains(everyServer))
+        return {everyServer};
+    std::vector<QByteArray> once;
+    QSet<QByteArray> mentioned;
+    for (const QByteArray &server : servers) {
+        if (mentioned.contains(server))
+            continue;
+        mentioned.insert(server);
+        once.push_back(server);
+    }
+    return once;
 }
 
 } // namespace
@@ -64,26 +79,6 @@ bool isServerIdentifier(const QByteArray &text)
     const auto characters = support::fromUtf8(text);
     return characters && isServerIdentifier(*characters);
 }
-
-namespace {
-
-/// The servers in the order of their first mention; "*" alone where it is one of them.
-std::vector<QByteArray> withoutRepetitions(const QByteArrayList &servers)
-{
-    if (servers.contains(everyServer))
-        return {everyServer};
-    std::vector<QByteArray> once;
-    QSet<QByteArray> mentioned;
-    for (const QByteArray &server : servers) {
-        if (mentioned.contains(server))
-            continue;
-        mentioned.insert(server);
-        once.push_back(server);
-    }
-    return once;
-}
-
-} // namespace
 
 support::Expected<AccessControlList, QString> AccessControlList::parse(const QByteArray &text)
 {

@@ -12,9 +12,9 @@ constexpr char dmVersion[] = "1.2";
 // Room for every name that the profile service can hold, escaped, with its subtree beneath it.
 constexpr UriLimits acceptedUris{.maxDepth = 16, .maxTotalLength = 1024, .maxSegmentLength = 255};
 
-class DeviceNode final : public DmtPluginNode {
+class ClientNode final : public DmtPluginNode {
 public:
-    void setOwnAcl(const char *text) { m_acl.text = DMString(text); }
+    explicit ClientNode(const QByteArray &acl = {}) { m_acl.text = DMString(acl.constData()); }
 };
 
 DmtData text(const QByteArray &value)
@@ -43,6 +43,25 @@ DeviceInfo hostInfo(const QByteArray &deviceId)
         .hardwareVersion = QSysInfo::currentCpuArchitecture().toUtf8(),
         .uriLimits = acceptedUris,
     };
+}
+
+void ClientTree::addInterior(const QByteArray &path, const QByteArray &acl)
+{
+    const JemSmartPtr<DmtPluginNode> node(new ClientNode(acl));
+    node->Init(this, path.constData());
+    SetNode(path.constData(), node);
+}
+
+void ClientTree::addLeaf(const QByteArray &path, const DmtData &value)
+{
+    addLeaf(path, value, new ClientNode);
+}
+
+void ClientTree::addLeaf(const QByteArray &path, const DmtData &value,
+                         const JemSmartPtr<DmtPluginNode> &leaf)
+{
+    leaf->Init(this, path.constData(), value, 0);
+    SetNode(path.constData(), leaf);
 }
 
 JemSmartPtr<DeviceTree> DeviceTree::create(const DeviceInfo &info)
@@ -87,24 +106,6 @@ void DeviceTree::addNodesAbove(const NodeUri &node)
         if (GetNode(path.constData(), existing) != DMT_OK)
             addInterior(path);
     }
-}
-
-void DeviceTree::addInterior(const QByteArray &path, const char *acl)
-{
-    auto *const node = new DeviceNode;
-    const JemSmartPtr<DmtNode> holder(node);
-    node->Init(JemSmartPtr<DmtPluginTree>(this), path.constData());
-    if (acl)
-        node->setOwnAcl(acl);
-    SetNode(path.constData(), holder);
-}
-
-void DeviceTree::addLeaf(const QByteArray &path, const DmtData &value)
-{
-    auto *const node = new DeviceNode;
-    const JemSmartPtr<DmtNode> holder(node);
-    node->Init(JemSmartPtr<DmtPluginTree>(this), path.constData(), value, 0);
-    SetNode(path.constData(), holder);
 }
 
 } // namespace client

@@ -1,4 +1,5 @@
-// The nodes that the client serves itself: the root, DevInfo and DevDetail.
+// The nodes that the client serves itself: the root, DevInfo and DevDetail; and the base of its
+// trees.
 #pragma once
 
 #include "dmnative/dmt_tree.h"
@@ -29,9 +30,21 @@ struct DeviceInfo {
 /// Values of the machine that the client runs on.
 DeviceInfo hostInfo(const QByteArray &deviceId);
 
+/// Base of trees that the client fills itself.
+class ClientTree : public DmtPluginTree {
+protected:
+    /// @param acl  the node's own list; an empty one inherits
+    void addInterior(const QByteArray &path, const QByteArray &acl = {});
+    /// Adds a leaf that keeps its value.
+    void addLeaf(const QByteArray &path, const DmtData &value);
+    /// @param value  the first one; its type stays the leaf's
+    void addLeaf(const QByteArray &path, const DmtData &value,
+                 const JemSmartPtr<DmtPluginNode> &leaf);
+};
+
 /// Tree of the client's own nodes, mounted at the root. Everything in it is permanent and read-only
 /// for servers.
-class DeviceTree final : public DmtPluginTree {
+class DeviceTree final : public ClientTree {
 public:
     static JemSmartPtr<DeviceTree> create(const DeviceInfo &info);
 
@@ -41,8 +54,6 @@ public:
 private:
     DeviceTree() = default;
 
-    void addInterior(const QByteArray &path, const char *acl = nullptr);
-    void addLeaf(const QByteArray &path, const DmtData &value);
     void fill(const DeviceInfo &info);
 };
 

@@ -51,11 +51,9 @@ constexpr StatusText statusTexts[] = {
     {DmStatus::AtomicResponseTooLarge, "Atomic Response Too Large"},
 };
 
-const StatusText *find(int code)
+const StatusText *find(DmStatus status)
 {
-    const auto *const row = std::find_if(
-        std::begin(statusTexts), std::end(statusTexts),
-        [code](const StatusText &text) { return static_cast<int>(text.status) == code; });
+    const auto *const row = std::ranges::find(statusTexts, status, &StatusText::status);
     return row == std::end(statusTexts) ? nullptr : row;
 }
 
@@ -63,7 +61,7 @@ const StatusText *find(int code)
 
 QString meaning(DmStatus status)
 {
-    const StatusText *const row = find(static_cast<int>(status));
+    const StatusText *const row = find(status);
     return row ? QString::fromLatin1(row->meaning) : QString();
 }
 
@@ -86,12 +84,14 @@ std::optional<DmStatus> parseStatus(const QByteArray &data)
     return code >= 200 && code <= 599 ? std::optional(static_cast<DmStatus>(code)) : std::nullopt;
 }
 
-DmStatus statusOfEngineCall(int engineStatus)
+Outcome outcomeOfEngineCall(int engineStatus)
 {
     if (engineStatus == 0)
-        return DmStatus::Ok;
+        return {};
     const auto status = static_cast<DmStatus>(engineStatus);
-    return isRefusal(status) && find(engineStatus) ? status : DmStatus::CommandFailed;
+    if (isRefusal(status) && find(status))
+        return {status, QStringLiteral("refused by the node")};
+    return {DmStatus::CommandFailed, QStringLiteral("the plug-in refused it; its log says why")};
 }
 
 } // namespace client

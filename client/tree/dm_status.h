@@ -78,10 +78,6 @@ constexpr bool isChallenge(DmStatus status)
 /// space around them. None for anything else.
 std::optional<DmStatus> parseStatus(const QByteArray &data);
 
-/// The status that a server gets for what an engine call returned: 0 is 200, a failure code that is
-/// a status of its own goes out as it is, and anything else (a plug-in's own 1) is 500.
-DmStatus statusOfEngineCall(int engineStatus);
-
 /// How one operation ended. The reason is a sentence for people, without a full stop; it is empty
 /// on success and where the status says everything.
 struct Outcome {
@@ -90,6 +86,10 @@ struct Outcome {
 
     explicit operator bool() const { return succeeded(status); }
 };
+
+/// How an engine call ended by what it returned: 0 is 200, a failure code that is a status of its
+/// own goes out as it is, and anything else (a plug-in's own 1) is 500.
+Outcome outcomeOfEngineCall(int engineStatus);
 
 /// "404 Not Found: no node ./X"
 QString describe(const Outcome &outcome);

@@ -28,23 +28,22 @@ namespace client {
 namespace {
 
 /// In the order of Property.
-constexpr const char *propertyTexts[] = {"ACL",   "Format", "Name", "Size",
-                                         "Title", "TStamp", "Type", "VerNo"};
+constexpr QStringView propertyTexts[] = {u"ACL",   u"Format", u"Name", u"Size",
+                                         u"Title", u"TStamp", u"Type", u"VerNo"};
 
 } // namespace
 
 QString nameOf(Property property)
 {
-    return QString::fromLatin1(propertyTexts[static_cast<std::size_t>(property)]);
+    return propertyTexts[static_cast<std::size_t>(property)].toString();
 }
 
 std::optional<Property> propertyNamed(const QString &name)
 {
-    const std::vector<QString> names = propertyNames();
-    const auto found = std::ranges::find(names, name);
-    if (found == names.end())
+    const auto *const found = std::find(std::begin(propertyTexts), std::end(propertyTexts), name);
+    if (found == std::end(propertyTexts))
         return std::nullopt;
-    return static_cast<Property>(found - names.begin());
+    return static_cast<Property>(found - std::begin(propertyTexts));
 }
 
 bool isReplaceable(Property property)
@@ -55,8 +54,8 @@ bool isReplaceable(Property property)
 std::vector<QString> propertyNames()
 {
     std::vector<QString> names;
-    for (const char *const text : propertyTexts)
-        names.push_back(QString::fromLatin1(text));
+    for (const QStringView text : propertyTexts)
+        names.push_back(text.toString());
     return names;
 }
 
@@ -67,12 +66,6 @@ namespace {
 Outcome missing(const NodeUri &uri)
 {
     return {DmStatus::NotFound, QStringLiteral("no node %1").arg(uri.toDisplay())};
-}
-
-Outcome notAllowed(const NodeUri &uri, const char *rule)
-{
-    return {DmStatus::NotAllowed,
-            QStringLiteral("%1 %2").arg(uri.toDisplay(), QString::fromLatin1(rule))};
 }
 
 Outcome alreadyThere(const NodeUri &uri)
@@ -87,27 +80,6 @@ bool hasAccessType(const NodeUri &uri, AccessType access)
     return !description || (description->access & access) != 0;
 }
 
-Outcome unsupportedFormat(const QString &reason)
-{
-    return {DmStatus::UnsupportedFormat, reason};
-}
-
-Outcome outcomeOfEngineCall(int engineStatus)
-{
-    const DmStatus status = statusOfEngineCall(engineStatus);
-    if (succeeded(status))
-        return {};
-    // A plug-in's own code goes with a message in its log; a DM status can come from any tree.
-    const bool isPluginsOwn = engineStatus != static_cast<int>(status);
-    return {status, isPluginsOwn ? QStringLiteral("the plug-in refused it; its log says why")
-                                 : QStringLiteral("refused by the node")};
-}
-
-QByteArray joinedPath(const QByteArray &parentPath, const QByteArray &name)
-{
-    return parentPath.isEmpty() ? name : parentPath + '/' + name;
-}
-
 /// The child's name beneath the node at the path. It is taken from the child's own path, since a
 /// name can hold a slash.
 QByteArray childName(const QByteArray &parentPath, const DmtNode &child)
@@ -115,12 +87,6 @@ QByteArray childName(const QByteArray &parentPath, const DmtNode &child)
     DMString path;
     child.GetPath(path);
     return QByteArray(path.text()).mid(parentPath.isEmpty() ? 0 : parentPath.size() + 1);
-}
-
-/// Whether a plug-in takes the node for another one, because its name has a slash.
-bool isOnlyListed(const NodeUri &uri)
-{
-    return uri.name().contains('/');
 }
 
 /// Whether the node has a child of that very name. The path of a child "A/B" is also the path of a
@@ -135,11 +101,6 @@ bool listsChild(const DmtNode &parent, const QByteArray &parentPath, const QByte
     });
 }
 
-bool isTreePayload(const TreeView::NewValue &value)
-{
-    return syncml::isSerialisedTree(value.type);
-}
-
 Outcome tooLong(const char *property, qsizetype limit)
 {
     return {
@@ -147,8 +108,8 @@ Outcome tooLong(const char *property, qsizetype limit)
         QStringLiteral("%1 of more than %2 bytes").arg(QString::fromLatin1(property)).arg(limit)};
 }
 
-const Outcome treePayloadRefused{DmStatus::UnsupportedFormat,
-                                 QStringLiteral("serialised trees are not supported")};
+const Outcome treePayloadRefused =
+    unsupportedFormat(QStringLiteral("serialised trees are not supported"));
 
 } // namespace
 
@@ -159,20 +120,24 @@ signed char TreeNode::valueType() const
     return attributes.type;
 }
 
+QByteArray TreeNode::childPath(const QByteArray &name) const
+{
+    return m_path.isEmpty() ? name : m_path + '/' + name;
+}
+
 // ---- Mounts --------------------------------------------------------------------------------------
 
 ManagementTree::ManagementTree(const DeviceInfo &info)
     : m_deviceInfo(info), m_deviceTree(DeviceTree::create(info))
 {
-    m_mounts.push_back({NodeUri(), m_deviceTree, Content::Permanent, {}, {}});
-    m_clock = [] { return QDateTime::currentDateTimeUtc(); };
+    m_mounts.push_back({NodeUri(), m_deviceTree, {}, {}});
 }
 
 void ManagementTree::mount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree,
                            const MountTerms &terms)
 {
     m_deviceTree->addNodesAbove(root);
-    Mount mount{root, tree, Content::Changeable, terms, {}};
+    Mount mount{root, tree, terms, {}};
     readProfileNumbers(mount);
     m_mounts.insert(m_mounts.end() - 1, std::move(mount));
 }
@@ -193,9 +158,9 @@ const ManagementTree::Mount &ManagementTree::mountOf(const NodeUri &uri) const
                          [&uri](const Mount &mount) { return mount.root.contains(uri); });
 }
 
-bool ManagementTree::isProfile(const Mount &mount, const NodeUri &uri)
+bool ManagementTree::Mount::isProfile(const NodeUri &uri) const
 {
-    return mount.root.contains(uri) && uri.names().size() == mount.root.names().size() + 1;
+    return root.contains(uri) && uri.names().size() == root.names().size() + 1;
 }
 
 // ---- Profiles and their nodes --------------------------------------------------------------------
@@ -219,8 +184,8 @@ void ManagementTree::readProfileNumbers(Mount &mount)
 
 void ManagementTree::noteProfiles(const NodeUri &uri)
 {
-    const auto mount = std::ranges::find_if(
-        m_mounts, [&uri](const Mount &entry) { return isProfile(entry, uri); });
+    const auto mount =
+        std::ranges::find_if(m_mounts, [&uri](const Mount &entry) { return entry.isProfile(uri); });
     if (mount != m_mounts.end())
         readProfileNumbers(*mount);
 }
@@ -248,27 +213,6 @@ std::vector<NodeUri> ManagementTree::twinsOf(const NodeUri &uri) const
     return twins;
 }
 
-// ---- Nodes ---------------------------------------------------------------------------------------
-
-DmtTree *ManagementTree::treeFor(const Mount &mount, const Principal &principal)
-{
-    return principal.isOwner() && mount.terms.ownersTree ? mount.terms.ownersTree.get()
-                                                         : mount.tree.get();
-}
-
-TreeNode ManagementTree::makeNode(const Mount &mount, DmtTree *tree, const NodeUri &uri,
-                                  const QByteArray &path, const JemSmartPtr<DmtNode> &node)
-{
-    TreeNode found;
-    found.m_uri = uri;
-    found.m_tree = tree;
-    found.m_path = path;
-    found.m_node = node;
-    found.m_isChangeable = mount.content == Content::Changeable;
-    found.m_isPermanent = !found.m_isChangeable || path.isEmpty();
-    return found;
-}
-
 // ---- Keeping properties --------------------------------------------------------------------------
 
 void ManagementTree::setProperties(PropertyStore properties)
@@ -292,27 +236,29 @@ void ManagementTree::forgetServer(const QByteArray &server)
 Result<TreeNode> ManagementTree::find(const NodeUri &uri, const Principal &principal) const
 {
     const Mount &mount = mountOf(uri);
-    DmtTree *const tree = treeFor(mount, principal);
-    QByteArray path;
-    JemSmartPtr<DmtNode> node;
-    if (const int status = tree->GetNode("", node))
+    const bool hasOwnersTree = principal.isOwner() && mount.terms.ownersTree;
+    TreeNode node;
+    node.m_uri = uri;
+    node.m_tree = hasOwnersTree ? mount.terms.ownersTree.get() : mount.tree.get();
+    node.m_isChangeable = mount.isChangeable();
+    if (const int status = node.m_tree->GetNode("", node.m_node))
         return outcomeOfEngineCall(status);
     // Every node on the way has to exist: a tree that registered A/B without A has no node A/B
     // here.
     const std::vector<QByteArray> &names = uri.names();
     for (std::size_t depth = mount.root.names().size(); depth < names.size(); ++depth) {
         if (names[depth].contains('/'))
-            return listsChild(*node, path, names[depth])
+            return listsChild(*node.m_node, node.m_path, names[depth])
                        ? notAllowed(uri, "has a slash in a name, and such a node is only listed")
                        : missing(uri);
-        path = joinedPath(path, names[depth]);
-        const int status = tree->GetNode(path.constData(), node);
+        node.m_path = node.childPath(names[depth]);
+        const int status = node.m_tree->GetNode(node.m_path.constData(), node.m_node);
         if (status == DMT_NOT_FOUND)
             return missing(uri);
         if (status)
             return outcomeOfEngineCall(status);
     }
-    return makeNode(mount, tree, uri, path, node);
+    return node;
 }
 
 bool ManagementTree::exists(const NodeUri &uri) const
@@ -334,31 +280,38 @@ Result<TreeNode> TreeView::findToRead(const NodeUri &uri) const
 std::optional<NodeUri> ManagementTree::objectOf(const NodeUri &uri) const
 {
     const Mount &mount = mountOf(uri);
-    if (mount.content == Content::Permanent || mount.root == uri)
+    if (!mount.isChangeable() || mount.root == uri)
         return std::nullopt;
     return mount.root.child(uri.names()[mount.root.names().size()]);
 }
 
-std::vector<TreeNode> TreeView::children(const TreeNode &node) const
+std::vector<TreeNode> ManagementTree::children(const TreeNode &node,
+                                               const Principal &principal) const
 {
     std::vector<TreeNode> found;
-    if (node.isLeaf() || isOnlyListed(node.uri()))
+    if (node.isLeaf() || node.isOnlyListed())
         return found;
-    const ManagementTree::Mount &mount = m_tree->mountOf(node.uri());
     DMVector<JemSmartPtr<DmtNode>> listed;
     node.m_node->GetChildNodes(listed);
     for (const JemSmartPtr<DmtNode> &child : listed) {
         const QByteArray name = childName(node.m_path, *child);
-        found.push_back(ManagementTree::makeNode(mount, node.m_tree, node.uri().child(name),
-                                                 joinedPath(node.m_path, name), child));
+        TreeNode &added = found.emplace_back();
+        added.m_uri = node.uri().child(name);
+        added.m_tree = node.m_tree;
+        added.m_path = node.childPath(name);
+        added.m_node = child;
+        added.m_isChangeable = node.m_isChangeable;
     }
-    for (const ManagementTree::Mount &candidate : m_tree->m_mounts) {
-        if (candidate.root.isRoot() || candidate.root.parent() != node.uri())
-            continue;
-        if (const Result<TreeNode> root = find(candidate.root))
-            found.push_back(*root);
-    }
+    for (const Mount &mount : m_mounts)
+        if (!mount.root.isRoot() && mount.root.parent() == node.uri())
+            if (const Result<TreeNode> root = find(mount.root, principal))
+                found.push_back(*root);
     return found;
+}
+
+std::vector<TreeNode> TreeView::children(const TreeNode &node) const
+{
+    return m_tree->children(node, m_principal);
 }
 
 Outcome TreeView::mayGet(const TreeNode &node) const
@@ -370,15 +323,10 @@ Result<DmtData> TreeView::value(const TreeNode &node) const
 {
     if (!node.isLeaf())
         return notAllowed(node.uri(), "is an interior node and has no value");
-    if (isOnlyListed(node.uri()) || !hasAccessType(node.uri(), AccessGet))
+    if (node.isOnlyListed() || !hasAccessType(node.uri(), AccessGet))
         return notAllowed(node.uri(), "cannot be read");
     if (const Outcome right = permit(Right::Get, node.uri()); !right)
         return right;
-    return readValue(node);
-}
-
-Result<DmtData> TreeView::readValue(const TreeNode &node) const
-{
     DmtData value;
     if (const int status = node.m_node->GetValue(value))
         return outcomeOfEngineCall(status);
@@ -395,23 +343,9 @@ QString ManagementTree::type(const TreeNode &node) const
     return node.isLeaf() ? QString::fromLatin1(syncml::media_type::plainText) : QString();
 }
 
-namespace {
-
-/// Bytes of the value as it is, not as a message would carry it.
-QByteArray sizeText(const DmtData &value)
-{
-    DMVector<unsigned char> bytes;
-    const bool isBinary = value.GetBinary(bytes) == DMT_OK;
-    return QByteArray::number(isBinary ? qlonglong(bytes.size())
-                                       : qlonglong(valueText(value).size()));
-}
-
-} // namespace
-
 Result<QByteArray> TreeView::property(const TreeNode &node, Property property) const
 {
-    const bool isSizeOfInterior = property == Property::Size && !node.isLeaf();
-    if (isSizeOfInterior)
+    if (property == Property::Size && !node.isLeaf())
         return Outcome{
             DmStatus::FeatureNotSupported,
             QStringLiteral("%1 is an interior node and has no size").arg(node.uri().toDisplay())};
@@ -433,7 +367,9 @@ Result<QByteArray> TreeView::property(const TreeNode &node, Property property) c
         return node.uri().name();
     case Property::Size: {
         const Result<DmtData> value = this->value(node);
-        return value ? sizeText(*value) : Result<QByteArray>(value.outcome());
+        if (!value)
+            return value.outcome();
+        return QByteArray::number(valueBytes(*value).size());
     }
     case Property::Title:
         return kept.title.isEmpty() ? QByteArray(attributes.title.text()) : kept.title;
@@ -447,7 +383,7 @@ Result<QByteArray> TreeView::property(const TreeNode &node, Property property) c
     return QByteArray::number(kept.version);
 }
 
-std::map<QByteArray, DmtData> TreeView::leafValues(const TreeNode &interior) const
+std::map<QByteArray, DmtData> TreeView::leafValues(const TreeNode &interior)
 {
     std::map<QByteArray, DmtData> values;
     DmtChildValuesMap map;
@@ -456,11 +392,6 @@ std::map<QByteArray, DmtData> TreeView::leafValues(const TreeNode &interior) con
     for (int i = 0; i < map.size(); ++i)
         values.emplace(QByteArray(map.keys()[i].text()), map.values()[i]);
     return values;
-}
-
-bool TreeView::isReadable(const ManagementTree::EffectiveAcl &acl) const
-{
-    return acl.acl.permits(Right::Get, m_principal);
 }
 
 /// A listing that is being made, and what may still be added.
@@ -495,8 +426,8 @@ std::optional<std::vector<ListedNode>> TreeView::list(const TreeNode &start, Val
                                                       qsizetype &room) const
 {
     Listing listing(room);
-    const ManagementTree::EffectiveAcl acl = m_tree->effectiveAcl(start.uri());
-    if (isReadable(acl)) {
+    const AccessControlList acl = m_tree->effectiveAcl(start.uri()).acl;
+    if (acl.permits(Right::Get, m_principal)) {
         ListedNode top{start, 0, std::nullopt};
         if (start.isLeaf() && values == Values::Read)
             top.value = value(start);
@@ -507,10 +438,10 @@ std::optional<std::vector<ListedNode>> TreeView::list(const TreeNode &start, Val
     return listing.isFull() ? std::nullopt : std::optional(std::move(listing.nodes()));
 }
 
-void TreeView::listBeneath(const TreeNode &node, const ManagementTree::EffectiveAcl &acl, int depth,
+void TreeView::listBeneath(const TreeNode &node, const AccessControlList &acl, int depth,
                            Values values, Listing &listing) const
 {
-    if (node.isLeaf() || isOnlyListed(node.uri()) || listing.isFull())
+    if (node.isLeaf() || node.isOnlyListed() || listing.isFull())
         return;
     const std::map<QByteArray, DmtData> bulk =
         values == Values::Read ? leafValues(node) : std::map<QByteArray, DmtData>();
@@ -518,16 +449,15 @@ void TreeView::listBeneath(const TreeNode &node, const ManagementTree::Effective
         if (listing.isFull())
             return;
         const AccessControlList own = m_tree->ownAcl(child);
-        const ManagementTree::EffectiveAcl childAcl =
-            own.isEmpty() ? acl : ManagementTree::EffectiveAcl{child.uri(), own};
+        const AccessControlList &childAcl = own.isEmpty() ? acl : own;
         ListedNode entry{child, depth, std::nullopt};
         if (child.isLeaf() && values == Values::Read) {
             const auto known = bulk.find(child.uri().name());
-            entry.value = known == bulk.end() || isOnlyListed(child.uri())
+            entry.value = known == bulk.end() || child.isOnlyListed()
                               ? value(child)
                               : Result<DmtData>(known->second);
         }
-        if (isReadable(childAcl))
+        if (childAcl.permits(Right::Get, m_principal))
             listing.add(std::move(entry));
         listBeneath(child, childAcl, depth + 1, values, listing);
     }
@@ -542,7 +472,7 @@ AccessControlList ManagementTree::ownAcl(const TreeNode &node) const
     const Mount &mount = mountOf(node.uri());
     if (mount.root == node.uri() && !mount.terms.acl.isEmpty())
         return mount.terms.acl;
-    if (isProfile(mount, node.uri())) {
+    if (mount.isProfile(node.uri())) {
         if (const auto shared = aclOfTwin(node.uri()))
             return *shared;
         if (!mount.terms.profileAcl.isEmpty())
@@ -587,34 +517,27 @@ ManagementTree::EffectiveAcl ManagementTree::effectiveAcl(const NodeUri &uri) co
     }
 }
 
-bool TreeView::isPermitted(Right right, const NodeUri &uri) const
+Outcome TreeView::permit(Right right, const NodeUri &uri, const char *elsewhere) const
 {
-    return m_principal.isOwner() || m_tree->effectiveAcl(uri).acl.permits(right, m_principal);
-}
-
-namespace {
-
-Outcome denied(const Principal &principal, const QString &rule, const NodeUri &holder,
-               const AccessControlList &acl)
-{
-    return {DmStatus::PermissionDenied, QStringLiteral("%1 needs %2, and the ACL of %3 is \"%4\"")
-                                            .arg(principal.toDisplay(), rule, holder.toDisplay(),
-                                                 QString::fromUtf8(acl.toText()))};
-}
-
-QString rightOn(Right right, const NodeUri &uri)
-{
-    return QStringLiteral("%1 on %2").arg(QString::fromLatin1(nameOf(right)), uri.toDisplay());
-}
-
-} // namespace
-
-Outcome TreeView::permit(Right right, const NodeUri &uri) const
-{
-    if (isPermitted(right, uri))
+    if (m_principal.isOwner())
         return {};
-    const ManagementTree::EffectiveAcl acl = m_tree->effectiveAcl(uri);
-    return denied(m_principal, rightOn(right, uri), acl.holder, acl.acl);
+    const ManagementTree::EffectiveAcl effective = m_tree->effectiveAcl(uri);
+    if (effective.acl.permits(right, m_principal))
+        return {};
+    return {DmStatus::PermissionDenied,
+            QStringLiteral("%1 needs %2 on %3%4, and the ACL of %5 is \"%6\"")
+                .arg(m_principal.toDisplay(), QString::fromLatin1(nameOf(right)), uri.toDisplay(),
+                     QString::fromLatin1(elsewhere), effective.holder.toDisplay(),
+                     QString::fromUtf8(effective.acl.toText()))};
+}
+
+Outcome TreeView::permitReplace(const TreeNode &leaf) const
+{
+    if (!leaf.isLeaf())
+        return notAllowed(leaf.uri(), "is an interior node and has no value");
+    if (!leaf.m_isChangeable || !hasAccessType(leaf.uri(), AccessReplace))
+        return notAllowed(leaf.uri(), "is read-only");
+    return permit(Right::Replace, leaf.uri());
 }
 
 /// The list of a leaf belongs to its parent, that of an interior node to itself and its parent.
@@ -624,14 +547,8 @@ Outcome TreeView::permitAclChange(const TreeNode &node) const
     if (uri.isRoot())
         return m_principal.isOwner() ? Outcome()
                                      : notAllowed(uri, "keeps the ACL that the device gave it");
-    if (node.isLeaf())
-        return permit(Right::Replace, uri.parent());
-    if (isPermitted(Right::Replace, uri) || isPermitted(Right::Replace, uri.parent()))
-        return {};
-    const ManagementTree::EffectiveAcl acl = m_tree->effectiveAcl(uri);
-    return denied(m_principal,
-                  QStringLiteral("%1 or on its parent").arg(rightOn(Right::Replace, uri)),
-                  acl.holder, acl.acl);
+    const Outcome ofParent = permit(Right::Replace, uri.parent());
+    return node.isLeaf() || ofParent ? ofParent : permit(Right::Replace, uri, " or on its parent");
 }
 
 std::optional<AccessControlList> TreeView::aclForNewInterior(const TreeNode &parent) const
@@ -639,11 +556,13 @@ std::optional<AccessControlList> TreeView::aclForNewInterior(const TreeNode &par
     // No list can name a server without an account: what it adds belongs to it no more than to any
     // other.
     const std::optional<QByteArray> creator = m_principal.serverId();
-    if (!creator || isPermitted(Right::Replace, parent.uri()))
+    if (!creator)
         return std::nullopt;
-    const ManagementTree::EffectiveAcl inherited = m_tree->effectiveAcl(parent.uri());
+    const AccessControlList inherited = m_tree->effectiveAcl(parent.uri()).acl;
+    if (inherited.permits(Right::Replace, m_principal))
+        return std::nullopt;
     AccessControlList acl;
-    for (const QByteArray &server : inherited.acl.servers(Right::Get))
+    for (const QByteArray &server : inherited.servers(Right::Get))
         acl.grant(Right::Get, server);
     for (const Right right : {Right::Add, Right::Delete, Right::Get, Right::Replace})
         acl.grant(right, *creator);
@@ -672,27 +591,24 @@ Result<TreeNode> TreeView::parentForNewNode(const NodeUri &uri) const
     return parent;
 }
 
-Outcome TreeView::checkType(const QString &leafType, const QString &given) const
+namespace {
+
+/// 415 for a type that the leaf does not have.
+Outcome checkType(const QString &leafType, const QString &given)
 {
     if (given.isEmpty() || syncml::withoutParameters(given) == syncml::withoutParameters(leafType))
         return {};
     return unsupportedFormat(QStringLiteral("the type is %1, not %2").arg(leafType, given));
 }
 
-Outcome TreeView::addLeaf(const TreeNode &parent, const QByteArray &name,
-                          const DmtData &value) const
-{
-    JemSmartPtr<DmtNode> created;
-    const QByteArray path = joinedPath(parent.m_path, name);
-    return outcomeOfEngineCall(parent.m_tree->CreateLeafNode(path.constData(), created, value));
-}
+} // namespace
 
 Outcome TreeView::add(const NodeUri &uri, const NewValue &value)
 {
     const Result<TreeNode> parent = parentForNewNode(uri);
     if (!parent)
         return parent.outcome();
-    if (isTreePayload(value))
+    if (syncml::isSerialisedTree(value.type))
         return treePayloadRefused;
     if (value.format.isEmpty())
         return unsupportedFormat(QStringLiteral("a new node needs a format"));
@@ -701,33 +617,33 @@ Outcome TreeView::add(const NodeUri &uri, const NewValue &value)
         return unsupportedFormat(
             QStringLiteral("no node here can have the format %1").arg(value.format));
 
+    const bool isLeaf = *type != DmtData::Node;
     const NodeDescription *const description = descriptionOf(uri);
-    if (description && *type != DmtData::Node)
+    if (description && isLeaf)
         if (const Outcome allowed = checkType(QString::fromLatin1(description->type), value.type);
             !allowed)
             return allowed;
 
     PropertyStore::Properties properties;
     properties.type = value.type;
-    if (*type == DmtData::Node)
+    if (!isLeaf)
         properties.acl = aclForNewInterior(*parent);
-    if (const Outcome room = m_tree->canKeep(uri, properties); !room)
+    if (const Outcome room = canKeep(uri, properties); !room)
         return room;
 
-    Outcome outcome;
-    if (*type == DmtData::Node) {
-        JemSmartPtr<DmtNode> created;
-        const QByteArray path = joinedPath(parent->m_path, uri.name());
-        outcome =
-            outcomeOfEngineCall(parent->m_tree->CreateInteriorNode(path.constData(), created));
-    } else {
+    const QByteArray path = parent->childPath(uri.name());
+    JemSmartPtr<DmtNode> created;
+    int status = 0;
+    if (isLeaf) {
         const Result<DmtData> data = parseValue(*type, value.data);
         if (!data)
             return data.outcome();
-        outcome = addLeaf(*parent, uri.name(), *data);
+        status = parent->m_tree->CreateLeafNode(path.constData(), created, *data);
+    } else {
+        status = parent->m_tree->CreateInteriorNode(path.constData(), created);
     }
     m_tree->noteNewNode(*parent, uri, properties.type, properties.acl);
-    return outcome;
+    return outcomeOfEngineCall(status);
 }
 
 void ManagementTree::noteNewNode(const TreeNode &parent, const NodeUri &uri, const QString &type,
@@ -761,7 +677,7 @@ namespace {
 /// The value in the format of the leaf; 415 when the server gave another one.
 Result<DmtData> valueForLeaf(const TreeNode &leaf, const TreeView::NewValue &value)
 {
-    if (isTreePayload(value))
+    if (syncml::isSerialisedTree(value.type))
         return treePayloadRefused;
     const auto leafType = static_cast<DmtData::Type>(leaf.valueType());
     if (!value.format.isEmpty() && typeOfFormat(value.format) != leafType)
@@ -778,19 +694,15 @@ Outcome TreeView::replace(const NodeUri &uri, const NewValue &value)
     const Result<TreeNode> node = find(uri);
     if (!node)
         return node.outcome();
-    if (!node->isLeaf())
-        return isTreePayload(value) ? treePayloadRefused
-                                    : notAllowed(uri, "is an interior node and has no value");
-    if (!node->m_isChangeable || !hasAccessType(uri, AccessReplace))
-        return notAllowed(uri, "is read-only");
-    if (const Outcome right = permit(Right::Replace, uri); !right)
+    if (!node->isLeaf() && syncml::isSerialisedTree(value.type))
+        return treePayloadRefused;
+    if (const Outcome right = permitReplace(*node); !right)
         return right;
     const Result<DmtData> data = valueForLeaf(*node, value);
-    const Outcome allowed = data ? checkType(type(*node), value.type) : Outcome();
-    if (!allowed)
-        return allowed;
     if (!data)
         return data.outcome();
+    if (const Outcome allowed = checkType(type(*node), value.type); !allowed)
+        return allowed;
     const Outcome outcome = outcomeOfEngineCall(node->m_node->SetValue(*data));
     if (outcome)
         m_tree->touch(uri);
@@ -804,15 +716,10 @@ Outcome TreeView::replaceChildren(const NodeUri &uri, const std::vector<ChildVal
         return parent.outcome();
     DmtChildValuesMap map;
     for (const ChildValue &value : values) {
-        const NodeUri childUri = uri.child(value.name);
-        const Result<TreeNode> child = find(childUri);
+        const Result<TreeNode> child = find(uri.child(value.name));
         if (!child)
             return child.outcome();
-        if (!child->isLeaf())
-            return notAllowed(childUri, "is an interior node and has no value");
-        if (!child->m_isChangeable || !hasAccessType(childUri, AccessReplace))
-            return notAllowed(childUri, "is read-only");
-        if (const Outcome right = permit(Right::Replace, childUri); !right)
+        if (const Outcome right = permitReplace(*child); !right)
             return right;
         const Result<DmtData> data = valueForLeaf(*child, {{}, {}, value.text});
         if (!data)
@@ -855,7 +762,7 @@ Outcome TreeView::replaceAcl(const TreeNode &node, const QByteArray &text)
         return {DmStatus::CommandFailed, QStringLiteral("the root always has an ACL")};
     PropertyStore::Properties properties = m_tree->m_properties.get(node.uri());
     properties.acl = *acl;
-    return m_tree->keep(node.uri(), std::move(properties));
+    return keep(node.uri(), std::move(properties));
 }
 
 Outcome TreeView::replaceTitle(const TreeNode &node, const QByteArray &title)
@@ -868,39 +775,38 @@ Outcome TreeView::replaceTitle(const TreeNode &node, const QByteArray &title)
         return text.outcome();
     PropertyStore::Properties properties = m_tree->m_properties.get(node.uri());
     properties.title = title;
-    return m_tree->keep(node.uri(), std::move(properties));
+    return keep(node.uri(), std::move(properties));
 }
 
-Outcome ManagementTree::canKeep(const NodeUri &uri,
-                                const PropertyStore::Properties &properties) const
+Outcome TreeView::canKeep(const NodeUri &uri, const PropertyStore::Properties &properties) const
 {
     if (properties.type.toUtf8().size() > PropertyStore::longestType)
         return tooLong("a type", PropertyStore::longestType);
     if (properties.acl && properties.acl->toText().size() > PropertyStore::longestAcl)
         return tooLong("an ACL", PropertyStore::longestAcl);
-    if (!m_properties.hasRoomFor(uri, properties))
+    if (!m_tree->m_properties.hasRoomFor(uri, properties))
         return {DmStatus::StoreFull, QStringLiteral("the nodes have too many properties")};
     return {};
 }
 
-Outcome ManagementTree::keep(const NodeUri &uri, PropertyStore::Properties properties)
+Outcome TreeView::keep(const NodeUri &uri, PropertyStore::Properties properties)
 {
-    if (!m_propertiesFault.isEmpty())
-        return {DmStatus::DataStoreFailure, m_propertiesFault};
+    if (!m_tree->m_propertiesFault.isEmpty())
+        return {DmStatus::DataStoreFailure, m_tree->m_propertiesFault};
     if (const Outcome room = canKeep(uri, properties); !room)
         return room;
-    m_properties.set(uri, std::move(properties));
-    touch(uri);
+    m_tree->m_properties.set(uri, std::move(properties));
+    m_tree->touch(uri);
     return {};
 }
 
 Outcome TreeView::mayRename(const TreeNode &node) const
 {
-    if (node.m_isPermanent)
+    if (node.isPermanent())
         return notAllowed(node.uri(), "is permanent");
     const NodeDescription *const description = descriptionOf(node.uri());
-    const bool isNamedAtRunTime = !description || description->name[0] == '\0';
-    if (!isNamedAtRunTime || !hasAccessType(node.uri(), AccessReplace))
+    const bool hasFixedName = description && description->name[0] != '\0';
+    if (hasFixedName || !hasAccessType(node.uri(), AccessReplace))
         return notAllowed(node.uri(), "keeps its name");
     return permit(Right::Replace, node.uri());
 }
@@ -933,7 +839,7 @@ Outcome TreeView::remove(const NodeUri &uri)
     const Result<TreeNode> node = find(uri);
     if (!node)
         return node.outcome();
-    if (node->m_isPermanent)
+    if (node->isPermanent())
         return notAllowed(uri, "is permanent");
     if (!hasAccessType(uri, AccessDelete))
         return notAllowed(uri, "cannot be deleted");
@@ -995,9 +901,11 @@ Outcome TreeView::copyToNewLeaf(const TreeNode &source, const NodeUri &target)
     const Result<DmtData> value = valueToCopy(source);
     if (!value)
         return value.outcome();
-    const Outcome outcome = addLeaf(*parent, target.name(), *value);
+    const QByteArray path = parent->childPath(target.name());
+    JemSmartPtr<DmtNode> created;
+    const int status = parent->m_tree->CreateLeafNode(path.constData(), created, *value);
     m_tree->noteNewNode(*parent, target, m_tree->m_properties.get(source.uri()).type, std::nullopt);
-    return outcome;
+    return outcomeOfEngineCall(status);
 }
 
 Result<DmtData> TreeView::valueToCopy(const TreeNode &source) const

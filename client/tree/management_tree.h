@@ -30,11 +30,17 @@ private:
     friend class ManagementTree;
     friend class TreeView;
 
+    /// Whether it can be neither deleted nor renamed.
+    bool isPermanent() const { return !m_isChangeable || m_path.isEmpty(); }
+    /// Whether a plug-in takes it for another node, because its name has a slash.
+    bool isOnlyListed() const { return m_uri.name().contains('/'); }
+    /// Path of a child in m_tree.
+    QByteArray childPath(const QByteArray &name) const;
+
     NodeUri m_uri;
     DmtTree *m_tree = nullptr; ///< held by its mount
     QByteArray m_path;         ///< relative to the root of m_tree
     JemSmartPtr<DmtNode> m_node;
-    bool m_isPermanent = false;  ///< neither deleted nor renamed
     bool m_isChangeable = false; ///< its value may be replaced, nodes may be added beneath it
 };
 
@@ -126,12 +132,14 @@ public:
 private:
     friend class TreeView;
 
-    enum class Content { Permanent, Changeable };
-
     struct Mount {
+        /// Whether it is one of the trees that others bring. Nobody changes the client's own.
+        bool isChangeable() const { return !root.isRoot(); }
+        /// Whether the node is directly beneath the root, where a tree of profiles has them.
+        bool isProfile(const NodeUri &uri) const;
+
         NodeUri root;
         JemSmartPtr<DmtTree> tree;
-        Content content;
         MountTerms terms;
         PropertyStore::ProfileNumbers profileNumbers;
     };
@@ -143,17 +151,14 @@ private:
     };
 
     const Mount &mountOf(const NodeUri &uri) const;
-    static bool isProfile(const Mount &mount, const NodeUri &uri);
     static void readProfileNumbers(Mount &mount);
     /// Is to be called when a node was added, deleted or renamed.
     void noteProfiles(const NodeUri &uri);
     /// The nodes that show the same profile, without the node itself.
     std::vector<NodeUri> twinsOf(const NodeUri &uri) const;
-    static DmtTree *treeFor(const Mount &mount, const Principal &principal);
-    static TreeNode makeNode(const Mount &mount, DmtTree *tree, const NodeUri &uri,
-                             const QByteArray &path, const JemSmartPtr<DmtNode> &node);
     Result<TreeNode> find(const NodeUri &uri, const Principal &principal) const;
     bool exists(const NodeUri &uri) const;
+    std::vector<TreeNode> children(const TreeNode &node, const Principal &principal) const;
 
     // ---- Access control
     AccessControlList ownAcl(const TreeNode &node) const;
@@ -168,10 +173,6 @@ private:
     void touch(const NodeUri &uri);
     void noteNewNode(const TreeNode &parent, const NodeUri &uri, const QString &type,
                      const std::optional<AccessControlList> &acl);
-    /// Whether the node can be given these properties: 413 for one that is too long, 420 when all
-    /// properties together leave no room.
-    Outcome canKeep(const NodeUri &uri, const PropertyStore::Properties &properties) const;
-    Outcome keep(const NodeUri &uri, PropertyStore::Properties properties);
 
     DeviceInfo m_deviceInfo;
     JemSmartPtr<DeviceTree> m_deviceTree;
@@ -179,7 +180,7 @@ private:
     PropertyStore m_properties;
     QString m_profileStore;
     QString m_propertiesFault; ///< empty when they could be read
-    Clock m_clock;
+    Clock m_clock = [] { return QDateTime::currentDateTimeUtc(); };
 };
 
 /// The management tree as one principal uses it.
@@ -198,7 +199,6 @@ public:
     }
 
     ManagementTree &tree() const { return *m_tree; }
-    const Principal &principal() const { return m_principal; }
     const UriLimits &uriLimits() const { return m_tree->uriLimits(); }
 
     // ---- Reading
@@ -210,7 +210,6 @@ public:
     /// As find, for a command that reads: 405 for the Inbox and what is beneath it, which can only
     /// be added to, whether it is there or not.
     Result<TreeNode> findToRead(const NodeUri &uri) const;
-    std::optional<NodeUri> objectOf(const NodeUri &uri) const { return m_tree->objectOf(uri); }
     /// Children in the order in which the tree lists them; none for a leaf.
     std::vector<TreeNode> children(const TreeNode &node) const;
     /// Whether the names of the node's children, and its properties, may be read: 425 if not.
@@ -268,17 +267,18 @@ public:
 
 private:
     /// The values of the leaves directly beneath a node, as far as one call yields them.
-    std::map<QByteArray, DmtData> leafValues(const TreeNode &interior) const;
-    bool isReadable(const ManagementTree::EffectiveAcl &acl) const;
+    static std::map<QByteArray, DmtData> leafValues(const TreeNode &interior);
     class Listing;
-    void listBeneath(const TreeNode &node, const ManagementTree::EffectiveAcl &acl, int depth,
-                     Values values, Listing &listing) const;
-    Result<DmtData> readValue(const TreeNode &node) const;
+    /// @param acl  in effect on the node
+    void listBeneath(const TreeNode &node, const AccessControlList &acl, int depth, Values values,
+                     Listing &listing) const;
 
     // ---- Access control
-    bool isPermitted(Right right, const NodeUri &uri) const;
     /// 425, with the rule and the list that say no, when the server lacks the right.
-    Outcome permit(Right right, const NodeUri &uri) const;
+    /// @param elsewhere  where else the right would have been enough, for the rule
+    Outcome permit(Right right, const NodeUri &uri, const char *elsewhere = "") const;
+    /// Whether a leaf may be given another value: 405, 425.
+    Outcome permitReplace(const TreeNode &leaf) const;
     Outcome permitAclChange(const TreeNode &node) const;
     Outcome permitCopy(const TreeNode &source, Right right, const NodeUri &target) const;
     /// The list that a new interior node needs beside what it inherits; none when it needs nothing.
@@ -289,12 +289,13 @@ private:
     Outcome replaceTitle(const TreeNode &node, const QByteArray &title);
     /// The parent of a node that is to be added, once every rule allows the node.
     Result<TreeNode> parentForNewNode(const NodeUri &uri) const;
-    /// 415 for a type that a leaf there does not have.
-    Outcome checkType(const QString &leafType, const QString &given) const;
-    Outcome addLeaf(const TreeNode &parent, const QByteArray &name, const DmtData &value) const;
     Outcome copyToNewLeaf(const TreeNode &source, const NodeUri &target);
     Result<DmtData> valueToCopy(const TreeNode &source) const;
     Outcome rename(const TreeNode &node, const QByteArray &newName);
+    /// Whether the node can be given these properties: 413 for one that is too long, 420 when all
+    /// properties together leave no room.
+    Outcome canKeep(const NodeUri &uri, const PropertyStore::Properties &properties) const;
+    Outcome keep(const NodeUri &uri, PropertyStore::Properties properties);
 
     ManagementTree *m_tree;
     Principal m_principal;

@@ -1,8 +1,8 @@
 #include "node_description.h"
 
 #include "media_type.h"
+
 #include <algorithm>
-#include <iterator>
 #include <vector>
 
 namespace client {
@@ -198,16 +198,12 @@ std::span<const DescribedTree> describedTrees()
     return trees;
 }
 
-NodeUri rootOf(const DescribedTree &tree)
-{
-    return parseAddress(QString::fromLatin1(tree.parent), UriLimits())->node.child(tree.root.name);
-}
-
 const NodeDescription *descriptionOf(const NodeUri &node)
 {
     static const std::vector<NodeUri> roots = [] {
         std::vector<NodeUri> uris;
-        std::ranges::transform(trees, std::back_inserter(uris), rootOf);
+        for (const DescribedTree &tree : trees)
+            uris.push_back(nodeAt(tree.parent).child(tree.root.name));
         return uris;
     }();
     const NodeDescription *found = nullptr;

@@ -41,7 +41,6 @@ struct DescribedTree {
 };
 
 std::span<const DescribedTree> describedTrees();
-NodeUri rootOf(const DescribedTree &tree);
 
 /// The description that a node has, or would have; null when the device says nothing about it.
 const NodeDescription *descriptionOf(const NodeUri &node);

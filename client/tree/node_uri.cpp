@@ -15,20 +15,6 @@ namespace {
 // Besides letters, digits and "-._~", which are never escaped, these may stand in a path segment.
 constexpr char segmentCharacters[] = "!*'():@&=+$,";
 
-constexpr char hexDigits[] = "0123456789ABCDEF";
-
-QByteArray percentEncoded(const QByteArray &bytes)
-{
-    QByteArray encoded;
-    for (const char byte : bytes) {
-        const auto value = static_cast<unsigned char>(byte);
-        encoded += '%';
-        encoded += hexDigits[value >> 4];
-        encoded += hexDigits[value & 0xF];
-    }
-    return encoded;
-}
-
 bool isMisreadInDisplay(const QString &text, qsizetype position)
 {
     const QChar character = text[position];
@@ -43,9 +29,8 @@ bool isMisreadInDisplay(const QString &text, qsizetype position)
 int characterCount(const QByteArray &utf8)
 {
     // UTF-8 continuation bytes do not start a character.
-    return static_cast<int>(std::count_if(utf8.begin(), utf8.end(), [](char byte) {
-        return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
-    }));
+    return static_cast<int>(std::ranges::count_if(
+        utf8, [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }));
 }
 
 bool isReservedName(const QByteArray &name)
@@ -53,9 +38,19 @@ bool isReservedName(const QByteArray &name)
     return name.isEmpty() || name == "." || name == ".." || name == "*";
 }
 
-bool exceeds(qsizetype length, int limit)
+/// 414 for what goes beyond its limit.
+/// @param rule  with %1 for the limit
+Outcome checkLimit(qsizetype length, int limit, const char *rule)
 {
-    return limit > 0 && length > limit;
+    if (limit <= 0 || length <= limit)
+        return {};
+    return {DmStatus::UriTooLong, QString::fromLatin1(rule).arg(limit)};
+}
+
+Outcome checkNameLength(const QByteArray &name, const UriLimits &limits)
+{
+    return checkLimit(characterCount(name), limits.maxSegmentLength,
+                      "a name of more than %1 characters");
 }
 
 } // namespace
@@ -74,7 +69,7 @@ QString displayName(const QByteArray &name)
     for (qsizetype i = 0; i < text->size(); ++i) {
         const QChar character = (*text)[i];
         if (isMisreadInDisplay(*text, i))
-            shown += QString::fromLatin1(percentEncoded(QString(character).toUtf8()));
+            shown += QString::fromLatin1(QString(character).toUtf8().toPercentEncoding());
         else
             shown += character;
     }
@@ -152,9 +147,10 @@ Result<NodeUri> parsePath(const QByteArray &path, const UriLimits &limits)
     QList<QByteArray> segments = path.split('/');
     if (segments.front() == "." && segments.size() > 1)
         segments.removeFirst();
-    if (exceeds(segments.size(), limits.maxDepth))
-        return Outcome{DmStatus::UriTooLong,
-                       QStringLiteral("more than %1 names in the URI").arg(limits.maxDepth)};
+    if (const Outcome depth =
+            checkLimit(segments.size(), limits.maxDepth, "more than %1 names in the URI");
+        !depth)
+        return depth;
 
     std::vector<QByteArray> names;
     for (const QByteArray &segment : segments) {
@@ -167,10 +163,8 @@ Result<NodeUri> parsePath(const QByteArray &path, const UriLimits &limits)
                                 .arg(QString::fromUtf8(*name)));
         if (name->contains('\0'))
             return notFound(QStringLiteral("the name of a node has no NUL"));
-        if (exceeds(characterCount(*name), limits.maxSegmentLength))
-            return Outcome{
-                DmStatus::UriTooLong,
-                QStringLiteral("a name of more than %1 characters").arg(limits.maxSegmentLength)};
+        if (const Outcome length = checkNameLength(*name, limits); !length)
+            return length;
         names.push_back(*name);
     }
     return NodeUri(std::move(names));
@@ -178,23 +172,11 @@ Result<NodeUri> parsePath(const QByteArray &path, const UriLimits &limits)
 
 void parseQuery(const QString &query, Address &address)
 {
-    struct Prefix {
-        QStringView text;
-        Address::Query query;
-    };
-    static constexpr Prefix prefixes[] = {
-        {u"prop=", Address::Query::Property},
-        {u"list=", Address::Query::List},
-    };
-    for (const Prefix &prefix : prefixes) {
-        if (query.startsWith(prefix.text)) {
-            address.query = prefix.query;
-            address.argument = query.mid(prefix.text.size());
-            return;
-        }
-    }
-    address.query = Address::Query::Unknown;
-    address.argument = query;
+    const QString kind = query.left(query.indexOf(u'=') + 1);
+    address.query = kind == u"prop="   ? Address::Query::Property
+                    : kind == u"list=" ? Address::Query::List
+                                       : Address::Query::Unknown;
+    address.argument = address.query == Address::Query::Unknown ? query : query.mid(kind.size());
 }
 
 } // namespace
@@ -202,10 +184,10 @@ void parseQuery(const QString &query, Address &address)
 Result<Address> parseAddress(const QString &text, const UriLimits &limits)
 {
     const QString uri = text.trimmed();
-    if (exceeds(uri.size(), limits.maxTotalLength))
-        return Outcome{
-            DmStatus::UriTooLong,
-            QStringLiteral("a URI of more than %1 characters").arg(limits.maxTotalLength)};
+    if (const Outcome length =
+            checkLimit(uri.size(), limits.maxTotalLength, "a URI of more than %1 characters");
+        !length)
+        return length;
 
     const qsizetype questionMark = uri.indexOf(u'?');
     const Result<NodeUri> node = parsePath(uri.left(questionMark).toUtf8(), limits);
@@ -223,10 +205,18 @@ Outcome checkNewName(const QByteArray &name, const UriLimits &limits)
     if (isReservedName(name) || name.contains('/') || name.contains('\0'))
         return {DmStatus::NotAllowed,
                 QStringLiteral("\"%1\" cannot be the name of a node").arg(QString::fromUtf8(name))};
-    if (exceeds(characterCount(name), limits.maxSegmentLength))
-        return {DmStatus::UriTooLong,
-                QStringLiteral("a name of more than %1 characters").arg(limits.maxSegmentLength)};
-    return {};
+    return checkNameLength(name, limits);
+}
+
+NodeUri nodeAt(const char *uri)
+{
+    return parseAddress(QString::fromLatin1(uri))->node;
+}
+
+Outcome notAllowed(const NodeUri &uri, const char *rule)
+{
+    return {DmStatus::NotAllowed,
+            QStringLiteral("%1 %2").arg(uri.toDisplay(), QString::fromLatin1(rule))};
 }
 
 } // namespace client

@@ -25,7 +25,7 @@ public:
     /// Must not be called for the root.
     NodeUri parent() const;
     NodeUri child(const QByteArray &name) const;
-    /// Whether this is `other`, or stands above it.
+    /// Whether this is `other`, or above it.
     bool contains(const NodeUri &other) const;
 
     /// "./A/B" with each name escaped as escapeName does; "." for the root.
@@ -39,7 +39,7 @@ private:
     std::vector<QByteArray> m_names;
 };
 
-/// A name as it stands in a URI: every byte that is not allowed in a path segment is written %XX.
+/// A name as a URI has it: every byte that is not allowed in a path segment is written %XX.
 QByteArray escapeName(const QByteArray &name);
 
 /// A name for people: only what would be misread is written %XX (slash, question mark, percent
@@ -54,24 +54,31 @@ struct UriLimits {
     int maxSegmentLength = 0; ///< characters of one name
 };
 
-/// What a LocURI points at: a node, a property of it, or a listing of what stands beneath it.
+/// What a LocURI points at: a node, a property of it, or a listing of what is beneath it.
 struct Address {
     enum class Query { None, Property, List, Unknown };
 
     NodeUri node;
     Query query = Query::None;
-    QString
-        argument; ///< name of the property, or kind of the listing; the whole of an unknown query
+    /// Name of the property, or kind of the listing; the whole of an unknown query.
+    QString argument;
 };
 
 /// Reads a LocURI. White space around it is ignored, "./A", "A" and an escaped "%41" are the same.
 /// Fails with 414 when it breaks a limit, and with 404 for every address that no node can have: an
 /// empty one, one with a leading or trailing slash, an empty name, "." or ".." or "*" as a name, a
-/// malformed escape, or one that stands for a NUL.
-Result<Address> parseAddress(const QString &text, const UriLimits &limits);
+/// malformed escape, or one of a NUL.
+Result<Address> parseAddress(const QString &text, const UriLimits &limits = {});
+
+/// The node at an address that is known to be well formed.
+NodeUri nodeAt(const char *uri);
 
 /// Whether a server may give a node this name; the outcome says what is wrong with it: 405, also
 /// for a name with a slash, or 414 when it is too long.
 Outcome checkNewName(const QByteArray &name, const UriLimits &limits);
+
+/// 405
+/// @param rule  the rest of a sentence that begins with the node
+Outcome notAllowed(const NodeUri &uri, const char *rule);
 
 } // namespace client

@@ -1,5 +1,6 @@
 #include "node_value.h"
 
+#include "dmnative/dmt_status.h"
 #include "utf8.h"
 
 namespace client {
@@ -18,17 +19,12 @@ constexpr FormatName formatNames[] = {
     {"null", DmtData::Null},
 };
 
-Outcome unsupported(const QString &reason)
-{
-    return {DmStatus::UnsupportedFormat, reason};
-}
-
 Result<DmtData> parseText(const QByteArray &data)
 {
     if (!support::fromUtf8(data))
-        return unsupported(QStringLiteral("the value is not UTF-8"));
+        return unsupportedFormat(QStringLiteral("the value is not UTF-8"));
     if (data.contains('\0'))
-        return unsupported(QStringLiteral("the value has a NUL character"));
+        return unsupportedFormat(QStringLiteral("the value has a NUL character"));
     return DmtData(data.constData());
 }
 
@@ -37,7 +33,7 @@ Result<DmtData> parseNumber(const QByteArray &data)
     bool isNumber = false;
     const int number = data.trimmed().toInt(&isNumber, 10);
     if (!isNumber)
-        return unsupported(QStringLiteral("the value is not a 32-bit decimal number"));
+        return unsupportedFormat(QStringLiteral("the value is not a 32-bit decimal number"));
     return DmtData(number);
 }
 
@@ -45,7 +41,7 @@ Result<DmtData> parseFlag(const QByteArray &data)
 {
     const QByteArray word = data.trimmed();
     if (word != "true" && word != "false")
-        return unsupported(QStringLiteral("the value is neither true nor false"));
+        return unsupportedFormat(QStringLiteral("the value is neither true nor false"));
     return DmtData(word == "true");
 }
 
@@ -54,19 +50,12 @@ Result<DmtData> parseBinary(const QByteArray &data)
     const auto decoded = QByteArray::fromBase64Encoding(
         data.simplified().replace(' ', QByteArray()), QByteArray::AbortOnBase64DecodingErrors);
     if (!decoded)
-        return unsupported(QStringLiteral("the value is not base64"));
+        return unsupportedFormat(QStringLiteral("the value is not base64"));
     DMVector<unsigned char> bytes;
     bytes.reserve(static_cast<int>((*decoded).size()));
     for (const char byte : *decoded)
         bytes.push_back(static_cast<unsigned char>(byte));
     return DmtData(bytes);
-}
-
-QByteArray binaryText(const DmtData &value)
-{
-    DMVector<unsigned char> bytes;
-    value.GetBinary(bytes);
-    return QByteArray(reinterpret_cast<const char *>(bytes.begin()), bytes.size()).toBase64();
 }
 
 } // namespace
@@ -95,6 +84,11 @@ std::vector<QString> settableFormats()
     return names;
 }
 
+Outcome unsupportedFormat(const QString &reason)
+{
+    return {DmStatus::UnsupportedFormat, reason};
+}
+
 Result<DmtData> parseValue(DmtData::Type type, const std::optional<QByteArray> &data)
 {
     const QByteArray bytes = data.value_or(QByteArray());
@@ -109,12 +103,12 @@ Result<DmtData> parseValue(DmtData::Type type, const std::optional<QByteArray> &
         return parseBinary(bytes);
     case DmtData::Null:
         if (!bytes.isEmpty())
-            return unsupported(QStringLiteral("a null leaf has no value"));
+            return unsupportedFormat(QStringLiteral("a null leaf has no value"));
         return DmtData();
     case DmtData::Node:
         break;
     }
-    return unsupported(QStringLiteral("an interior node has no value"));
+    return unsupportedFormat(QStringLiteral("an interior node has no value"));
 }
 
 QByteArray valueText(const DmtData &value)
@@ -136,10 +130,18 @@ QByteArray valueText(const DmtData &value)
         return flag ? QByteArrayLiteral("true") : QByteArrayLiteral("false");
     }
     case DmtData::Bin:
-        return binaryText(value);
+        return valueBytes(value).toBase64();
     default:
         return {};
     }
+}
+
+QByteArray valueBytes(const DmtData &value)
+{
+    DMVector<unsigned char> bytes;
+    if (value.GetBinary(bytes) != DMT_OK)
+        return valueText(value);
+    return QByteArray(reinterpret_cast<const char *>(bytes.begin()), bytes.size());
 }
 
 } // namespace client

@@ -22,6 +22,9 @@ std::optional<DmtData::Type> typeOfFormat(const QString &format);
 /// The words that typeOfFormat knows.
 std::vector<QString> settableFormats();
 
+/// 415
+Outcome unsupportedFormat(const QString &reason);
+
 /// Reads a leaf's value from text. Fails with 415 when the text is not a value of that type: an int
 /// is a decimal 32-bit number, a bool is "true" or "false" (white space around either is ignored),
 /// a chr is UTF-8 without NUL, bin is base64.
@@ -30,5 +33,7 @@ Result<DmtData> parseValue(DmtData::Type type, const std::optional<QByteArray> &
 
 /// The value as text: as parseValue reads it. Empty for a value of type Null.
 QByteArray valueText(const DmtData &value);
+/// The octets of a Bin; the text of any other value.
+QByteArray valueBytes(const DmtData &value);
 
 } // namespace client

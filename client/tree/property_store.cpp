@@ -11,16 +11,146 @@
 
 namespace client {
 
+using support::Expected;
+using support::Unexpected;
+
+// ---- The properties of one node ------------------------------------------------------------------
+
 namespace {
+
+using Properties = PropertyStore::Properties;
 
 constexpr qsizetype largestFile = 16 * 1024 * 1024; // bytes
 
+Expected<void, QString> propertyFits(const QByteArray &bytes, qsizetype largest)
+{
+    if (bytes.size() > largest)
+        return Unexpected(QStringLiteral("more than %1 bytes").arg(largest));
+    return {};
+}
+
+/// One property as the file names it.
+struct PropertyField {
+    const char *name;
+    QString (*get)(const Properties &);
+    /// The error says what a text is not that the property cannot have.
+    Expected<void, QString> (*set)(Properties &, const QString &text);
+};
+
+constexpr PropertyField propertyFields[] = {
+    {"type", [](const Properties &p) { return p.type; },
+     [](Properties &p, const QString &text) -> Expected<void, QString> {
+         p.type = text;
+         return propertyFits(text.toUtf8(), PropertyStore::longestType);
+     }},
+    {"title", [](const Properties &p) { return QString::fromUtf8(p.title); },
+     [](Properties &p, const QString &text) -> Expected<void, QString> {
+         p.title = text.toUtf8();
+         return propertyFits(p.title, PropertyStore::longestTitle);
+     }},
+    {"acl",
+     [](const Properties &p) { return p.acl ? QString::fromUtf8(p.acl->toText()) : QString(); },
+     [](Properties &p, const QString &text) -> Expected<void, QString> {
+         const QByteArray bytes = text.toUtf8();
+         if (auto fits = propertyFits(bytes, PropertyStore::longestAcl); !fits)
+             return fits;
+         auto acl = AccessControlList::parse(bytes);
+         if (!acl)
+             return Unexpected(acl.error());
+         p.acl = *std::move(acl);
+         return {};
+     }},
+    {"changed",
+     // An invalid time gives an empty text.
+     [](const Properties &p) { return p.changed.toString(Qt::ISODate); },
+     [](Properties &p, const QString &text) -> Expected<void, QString> {
+         p.changed = QDateTime::fromString(text, Qt::ISODate).toUTC();
+         if (!p.changed.isValid())
+             return Unexpected(QStringLiteral("\"%1\" is not a time").arg(text));
+         return {};
+     }},
+    {"version",
+     [](const Properties &p) { return p.version ? QString::number(p.version) : QString(); },
+     [](Properties &p, const QString &text) -> Expected<void, QString> {
+         bool isNumber = false;
+         p.version = text.toUShort(&isNumber, 10);
+         if (!isNumber)
+             return Unexpected(QStringLiteral("\"%1\" is not a number from 0 to %2")
+                                   .arg(text)
+                                   .arg(std::numeric_limits<quint16>::max()));
+         return {};
+     }},
+};
+
+QJsonObject toJson(const Properties &properties)
+{
+    QJsonObject object;
+    for (const PropertyField &field : propertyFields) {
+        const QString text = field.get(properties);
+        // A list that was replaced with an empty one is not a list that was never replaced.
+        const bool isEmptyAcl = properties.acl && QLatin1String(field.name) == QLatin1String("acl");
+        if (!text.isEmpty() || isEmptyAcl)
+            object[QLatin1String(field.name)] = text;
+    }
+    return object;
+}
+
+Expected<Properties, QString> fromJson(const QJsonObject &object)
+{
+    Properties properties;
+    for (auto entry = object.begin(); entry != object.end(); ++entry) {
+        const auto *const field =
+            std::ranges::find_if(propertyFields, [&entry](const PropertyField &row) {
+                return entry.key() == QLatin1String(row.name);
+            });
+        if (field == std::end(propertyFields) || !entry.value().isString())
+            return Unexpected(QStringLiteral("%1 is not a property with a text").arg(entry.key()));
+        if (const auto set = field->set(properties, entry.value().toString()); !set)
+            return Unexpected(QStringLiteral("%1: %2").arg(entry.key(), set.error()));
+    }
+    return properties;
+}
+
 /// What the properties of a node add to a file at most, whatever the file calls the node.
-qsizetype bytesInFile(const NodeUri &node, const PropertyStore::Properties &properties);
+qsizetype bytesInFile(const NodeUri &node, const Properties &properties)
+{
+    // A profile's first name, escaped, or its number, and what JSON puts around an entry.
+    constexpr qsizetype longestOtherName = 256;
+    return node.toUri().size() + longestOtherName +
+           QJsonDocument(toJson(properties)).toJson(QJsonDocument::Compact).size();
+}
 
 } // namespace
 
 // ---- In memory -----------------------------------------------------------------------------------
+
+namespace {
+
+/// The place of a node when one above it, or the node itself, moves.
+NodeUri moved(const NodeUri &node, const NodeUri &from, const NodeUri &to)
+{
+    std::vector<QByteArray> names = to.names();
+    const auto beneath = node.names().begin() + static_cast<std::ptrdiff_t>(from.names().size());
+    names.insert(names.end(), beneath, node.names().end());
+    return NodeUri(std::move(names));
+}
+
+/// @return whether the list had the server
+bool forget(AccessControlList &acl, const QByteArray &server, bool isOfRoot,
+            const AccessControlList &rootAcl)
+{
+    if (!acl.forget(server))
+        return false;
+    if (!isOfRoot)
+        return true;
+    for (const Right right : {Right::Add, Right::Delete, Right::Exec, Right::Get, Right::Replace})
+        if (acl.servers(right).empty())
+            for (const QByteArray &other : rootAcl.servers(right))
+                acl.grant(right, other);
+    return true;
+}
+
+} // namespace
 
 PropertyStore::Properties PropertyStore::get(const NodeUri &node) const
 {
@@ -61,19 +191,6 @@ void PropertyStore::remove(const NodeUri &node)
     std::erase_if(m_firstNames, [&node](const auto &entry) { return node.contains(entry.first); });
 }
 
-namespace {
-
-/// The place of a node when one above it, or the node itself, moves.
-NodeUri moved(const NodeUri &node, const NodeUri &from, const NodeUri &to)
-{
-    std::vector<QByteArray> names = to.names();
-    const auto beneath = node.names().begin() + static_cast<std::ptrdiff_t>(from.names().size());
-    names.insert(names.end(), beneath, node.names().end());
-    return NodeUri(std::move(names));
-}
-
-} // namespace
-
 void PropertyStore::move(const NodeUri &from, const NodeUri &to)
 {
     for (auto &[node, properties] : extract(from))
@@ -109,25 +226,6 @@ PropertyStore::Map PropertyStore::extract(const NodeUri &node)
     return extracted;
 }
 
-namespace {
-
-/// @return whether the list had the server
-bool forget(AccessControlList &acl, const QByteArray &server, bool isOfRoot,
-            const AccessControlList &rootAcl)
-{
-    if (!acl.forget(server))
-        return false;
-    if (!isOfRoot)
-        return true;
-    for (const Right right : {Right::Add, Right::Delete, Right::Exec, Right::Get, Right::Replace})
-        if (acl.servers(right).empty())
-            for (const QByteArray &other : rootAcl.servers(right))
-                acl.grant(right, other);
-    return true;
-}
-
-} // namespace
-
 void PropertyStore::forgetServer(const QByteArray &server, const AccessControlList &rootAcl)
 {
     for (auto &[key, properties] : m_withoutNode)
@@ -145,143 +243,22 @@ void PropertyStore::forgetServer(const QByteArray &server, const AccessControlLi
 
 namespace {
 
-using support::Expected;
-using support::Unexpected;
-
-Expected<void, QString> propertyFits(const QByteArray &bytes, qsizetype largest)
-{
-    if (bytes.size() > largest)
-        return Unexpected(QStringLiteral("more than %1 bytes").arg(largest));
-    return {};
-}
-
-/// One property as the file names it.
-struct PropertyField {
-    const char *name;
-    QString (*get)(const PropertyStore::Properties &);
-    /// The error says what a text is not that the property cannot have.
-    Expected<void, QString> (*set)(PropertyStore::Properties &, const QString &text);
-};
-
-constexpr PropertyField propertyFields[] = {
-    {"type", [](const PropertyStore::Properties &p) { return p.type; },
-     [](PropertyStore::Properties &p, const QString &text) -> Expected<void, QString> {
-         p.type = text;
-         return propertyFits(text.toUtf8(), PropertyStore::longestType);
-     }},
-    {"title", [](const PropertyStore::Properties &p) { return QString::fromUtf8(p.title); },
-     [](PropertyStore::Properties &p, const QString &text) -> Expected<void, QString> {
-         p.title = text.toUtf8();
-         return propertyFits(p.title, PropertyStore::longestTitle);
-     }},
-    {"acl",
-     [](const PropertyStore::Properties &p) {
-         return p.acl ? QString::fromUtf8(p.acl->toText()) : QString();
-     },
-     [](PropertyStore::Properties &p, const QString &text) -> Expected<void, QString> {
-         const QByteArray bytes = text.toUtf8();
-         if (auto fits = propertyFits(bytes, PropertyStore::longestAcl); !fits)
-             return fits;
-         auto acl = AccessControlList::parse(bytes);
-         if (!acl)
-             return Unexpected(acl.error());
-         p.acl = *std::move(acl);
-         return {};
-     }},
-    {"changed",
-     [](const PropertyStore::Properties &p) {
-         return p.changed.isValid() ? p.changed.toString(Qt::ISODate) : QString();
-     },
-     [](PropertyStore::Properties &p, const QString &text) -> Expected<void, QString> {
-         p.changed = QDateTime::fromString(text, Qt::ISODate).toUTC();
-         if (!p.changed.isValid())
-             return Unexpected(QStringLiteral("\"%1\" is not a time").arg(text));
-         return {};
-     }},
-    {"version",
-     [](const PropertyStore::Properties &p) {
-         return p.version ? QString::number(p.version) : QString();
-     },
-     [](PropertyStore::Properties &p, const QString &text) -> Expected<void, QString> {
-         bool isNumber = false;
-         p.version = text.toUShort(&isNumber, 10);
-         if (!isNumber)
-             return Unexpected(QStringLiteral("\"%1\" is not a number from 0 to %2")
-                                   .arg(text)
-                                   .arg(std::numeric_limits<quint16>::max()));
-         return {};
-     }},
-};
-
-QJsonObject toJson(const PropertyStore::Properties &properties)
-{
-    QJsonObject object;
-    for (const PropertyField &field : propertyFields) {
-        const QString text = field.get(properties);
-        // A list that was replaced with an empty one is not a list that was never replaced.
-        const bool isEmptyAcl = properties.acl && QLatin1String(field.name) == QLatin1String("acl");
-        if (!text.isEmpty() || isEmptyAcl)
-            object[QLatin1String(field.name)] = text;
-    }
-    return object;
-}
-
-Expected<PropertyStore::Properties, QString> fromJson(const QJsonObject &object)
-{
-    PropertyStore::Properties properties;
-    for (auto entry = object.begin(); entry != object.end(); ++entry) {
-        const auto *const field = std::find_if(
-            std::begin(propertyFields), std::end(propertyFields),
-            [&entry](const PropertyField &row) { return entry.key() == QLatin1String(row.name); });
-        if (field == std::end(propertyFields) || !entry.value().isString())
-            return Unexpected(QStringLiteral("%1 is not a property with a text").arg(entry.key()));
-        if (const auto set = field->set(properties, entry.value().toString()); !set)
-            return Unexpected(QStringLiteral("%1: %2").arg(entry.key(), set.error()));
-    }
-    return properties;
-}
-
-qsizetype bytesInFile(const NodeUri &node, const PropertyStore::Properties &properties)
-{
-    // A profile's first name, escaped, or its number, and what JSON puts around an entry.
-    constexpr qsizetype longestOtherName = 256;
-    return node.toUri().size() + longestOtherName +
-           QJsonDocument(toJson(properties)).toJson(QJsonDocument::Compact).size();
-}
-
-} // namespace
-
-namespace {
-
 /// Stands in front of a profile's number, in the place of the node's name. No name begins with it
 /// in a file, where it is written %23.
 constexpr QLatin1StringView numberMark("/#");
 /// Follows the name of a store, in front of the number.
 constexpr QChar storeEnd = u':';
 
-/// The node of the profile that stands above the node, or is it.
+/// The node of the profile that is above the node, or is it.
 PropertyStore::ProfileNumbers::const_iterator
 profileOf(const NodeUri &node, const PropertyStore::ProfileNumbers &numbers)
 {
-    // Addresses are ordered by their names, so what stands above a node comes before it, with
+    // Addresses are ordered by their names, so what is above a node comes before it, with
     // nothing but its own kind between the two.
     const auto after = numbers.upper_bound(node);
     if (after == numbers.begin() || !std::prev(after)->first.contains(node))
         return numbers.end();
     return std::prev(after);
-}
-
-/// The text that a file has for the node; empty for one that belongs to no profile.
-QString keyWithNumber(const NodeUri &node, const PropertyStore::ProfileNumbers &numbers)
-{
-    const auto profile = profileOf(node, numbers);
-    if (profile == numbers.end())
-        return {};
-    const NodeUri &top = profile->first;
-    return QString::fromLatin1(top.parent().toUri()) + numberMark +
-           (numbers.store.isEmpty() ? QString() : numbers.store + storeEnd) +
-           QString::number(profile->second) +
-           QString::fromLatin1(node.toUri().mid(top.toUri().size()));
 }
 
 /// A text of a file: a node, or one that no mounted profile has.
@@ -292,7 +269,7 @@ struct Key {
 
 Key nodeNamed(const QString &text)
 {
-    const Result<Address> address = parseAddress(text, UriLimits());
+    const Result<Address> address = parseAddress(text);
     if (!address || address->query != Address::Query::None)
         return {};
     return {true, address->node};
@@ -354,39 +331,32 @@ Expected<PropertyStore, QString> PropertyStore::load(const QString &file,
     return store;
 }
 
-Expected<void, QString> PropertyStore::forgetInFile(const QString &path,
+Expected<void, QString> PropertyStore::forgetInFile(const QString &file,
                                                     const std::optional<NodeUri> &node,
                                                     const QByteArray &server,
                                                     const AccessControlList &rootAcl)
 {
-    const support::PrivateFile file(path, largestFile);
-    const auto read = file.readObject();
-    if (!read)
-        return Unexpected(read.error());
-    const QJsonObject nodes = read->value_or(QJsonObject());
-    QJsonObject changed = nodes;
-    for (auto entry = nodes.begin(); entry != nodes.end(); ++entry) {
-        const Key key = readKey(entry.key(), {});
-        auto properties = fromJson(entry.value().toObject());
-        if (!key.isValid || !properties)
-            return Unexpected(
-                QStringLiteral("%1: %2: %3")
-                    .arg(path, entry.key(), properties ? QString() : properties.error()));
-        if (key.node && node && node->contains(*key.node))
-            changed.remove(entry.key());
-        else if (!server.isEmpty() && properties->acl &&
-                 forget(*properties->acl, server, key.node && key.node->isRoot(), rootAcl))
-            changed[entry.key()] = toJson(*properties);
-    }
-    if (changed == nodes)
-        return {};
-    return file.replace(QJsonDocument(changed).toJson(QJsonDocument::Compact));
+    // Without numbers each profile keeps the number that the file has.
+    auto store = load(file, {});
+    if (!store)
+        return Unexpected(store.error());
+    if (node)
+        store->remove(*node);
+    if (!server.isEmpty())
+        store->forgetServer(server, rootAcl);
+    return store->save(file, {});
 }
 
 QString PropertyStore::keyOf(const NodeUri &node, const ProfileNumbers &numbers) const
 {
-    const QString key = keyWithNumber(node, numbers);
-    return key.isEmpty() ? QString::fromLatin1(firstNameOf(node).toUri()) : key;
+    const auto profile = profileOf(node, numbers);
+    if (profile == numbers.end())
+        return QString::fromLatin1(firstNameOf(node).toUri());
+    const NodeUri &top = profile->first;
+    return QString::fromLatin1(top.parent().toUri()) + numberMark +
+           (numbers.store.isEmpty() ? QString() : numbers.store + storeEnd) +
+           QString::number(profile->second) +
+           QString::fromLatin1(node.toUri().mid(top.toUri().size()));
 }
 
 Expected<void, QString> PropertyStore::save(const QString &file, const ProfileNumbers &numbers)

@@ -15,13 +15,13 @@ namespace client {
 
 /// Properties by node, for nodes that were given any. They follow a rename and go with a deletion.
 ///
-/// In a file, what belongs to a profile stands under the profile's number, which no other profile
-/// of its store ever has: a profile keeps its properties whatever its node is called, and a new one
-/// of the same name has none. What belongs to a profile that no node shows, because it has no
-/// bearer for a while or another store is in use, stays there as long as the file has room for it.
-/// Every other node stands there under the name that its mount gives it. A name that
-/// a server gave lives as long as the mount, so what was kept for a renamed node is found again
-/// under its first name.
+/// In a file, what belongs to a profile has the profile's number for its name, which no other
+/// profile of its store ever has: a profile keeps its properties whatever its node is called, and a
+/// new one of the same name has none. What belongs to a profile that no node shows, because it has
+/// no bearer for a while or another store is in use, stays there as long as the file has room for
+/// it. Every other node is there under the name that its mount gives it. A name that a server gave
+/// lives as long as the mount, so what was kept for a renamed node is found again under its first
+/// name.
 class PropertyStore {
 public:
     /// The numbers of the profiles that nodes show, by node; a node that is not in it shows none.
@@ -51,7 +51,7 @@ public:
     /// before can always be had.
     bool hasRoomFor(const NodeUri &node, const Properties &properties) const;
 
-    /// Reads a file that save() has written; a missing one is an empty store. A profile can stand
+    /// Reads a file that save() has written; a missing one is an empty store. A profile can be
     /// there under the name of its node, as files of earlier versions have it; the next save gives
     /// it its number.
     /// @param numbers  of the profiles that are mounted

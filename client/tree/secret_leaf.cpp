@@ -4,34 +4,12 @@
 
 #include <QList>
 #include <algorithm>
-#include <iterator>
 
 namespace client {
 
 namespace {
 
 constexpr const char *secretLeafNames[] = {"AuthPw", "AAuthSecret", "AAuthData"};
-
-} // namespace
-
-bool isSecretLeaf(const QByteArray &name)
-{
-    return std::any_of(std::begin(secretLeafNames), std::end(secretLeafNames),
-                       [&name](const char *secret) { return name == secret; });
-}
-
-bool isMasked(const QByteArray &leafName, const QByteArray &value)
-{
-    return isSecretLeaf(leafName) && !value.isEmpty();
-}
-
-bool isSecretUri(const QString &uri)
-{
-    const Result<Address> address = parseAddress(uri, UriLimits());
-    return address && isSecretLeaf(address->node.name());
-}
-
-namespace {
 
 /// The name that a word gives: of a field, or of the node at the end of an address.
 QByteArray nameIn(const QByteArray &word)
@@ -44,14 +22,31 @@ QByteArray nameIn(const QByteArray &word)
 
 } // namespace
 
+bool isSecretLeaf(const QByteArray &name)
+{
+    return std::ranges::any_of(secretLeafNames,
+                               [&name](const char *secret) { return name == secret; });
+}
+
+bool isMasked(const QByteArray &leafName, const QByteArray &value)
+{
+    return isSecretLeaf(leafName) && !value.isEmpty();
+}
+
+bool isSecretUri(const QString &uri)
+{
+    const Result<Address> address = parseAddress(uri);
+    return address && isSecretLeaf(address->node.name());
+}
+
 bool mentionsSecret(const QString &word)
 {
     const QByteArray plain = QByteArray::fromPercentEncoding(word.toUtf8()).toLower();
     if (!plain.startsWith("--") && nameIn(plain).contains("secret"))
         return true;
-    return std::any_of(
-        std::begin(secretLeafNames), std::end(secretLeafNames),
-        [&plain](const char *secret) { return plain.contains(QByteArray(secret).toLower()); });
+    return std::ranges::any_of(secretLeafNames, [&plain](const char *secret) {
+        return plain.contains(QByteArray(secret).toLower());
+    });
 }
 
 } // namespace client

@@ -22,7 +22,7 @@ bool isMasked(const QByteArray &leafName, const QByteArray &value);
 bool isSecretUri(const QString &uri);
 
 /// Whether a word of a command may name what holds a secret, or try to: with a name of such a leaf
-/// anywhere, or with "secret" in what stands before "=" or in the last name of an address, escaped
+/// anywhere, or with "secret" in what comes before "=" or in the last name of an address, escaped
 /// or in another case. An option names none.
 bool mentionsSecret(const QString &word);
 

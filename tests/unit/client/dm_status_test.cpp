@@ -10,26 +10,26 @@ namespace {
 
 TEST(DmStatusTest, SuccessOfTheEngineIs200)
 {
-    EXPECT_EQ(statusOfEngineCall(0), DmStatus::Ok);
+    EXPECT_EQ(outcomeOfEngineCall(0).status, DmStatus::Ok);
 }
 
 TEST(DmStatusTest, APluginsOwnRefusalIs500)
 {
-    EXPECT_EQ(statusOfEngineCall(1), DmStatus::CommandFailed);
-    EXPECT_EQ(statusOfEngineCall(-1), DmStatus::CommandFailed);
-    EXPECT_EQ(statusOfEngineCall(499), DmStatus::CommandFailed);
+    EXPECT_EQ(outcomeOfEngineCall(1).status, DmStatus::CommandFailed);
+    EXPECT_EQ(outcomeOfEngineCall(-1).status, DmStatus::CommandFailed);
+    EXPECT_EQ(outcomeOfEngineCall(499).status, DmStatus::CommandFailed);
 }
 
 TEST(DmStatusTest, AFailureStatusOfThePluginGoesOutAsItIs)
 {
     for (const int status : {404, 405, 406, 415, 418, 420, 500, 510})
-        EXPECT_EQ(static_cast<int>(statusOfEngineCall(status)), status);
+        EXPECT_EQ(static_cast<int>(outcomeOfEngineCall(status).status), status);
 }
 
 TEST(DmStatusTest, AFailureNeverBecomesASuccess)
 {
     for (const int status : {200, 202, 212, 215, 304})
-        EXPECT_EQ(statusOfEngineCall(status), DmStatus::CommandFailed) << status;
+        EXPECT_EQ(outcomeOfEngineCall(status).status, DmStatus::CommandFailed) << status;
 }
 
 TEST(DmStatusTest, AStatusIsThreeDigitsFrom200To599)
