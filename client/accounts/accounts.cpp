@@ -1,6 +1,7 @@
 #include "accounts.h"
 
 #include "access_control.h"
+#include "node_uri.h"
 #include "xml_text.h"
 
 #include <QJsonDocument>
@@ -53,7 +54,7 @@ Expected<void, QString> setAddress(Account &account, const QString &text)
     return {};
 }
 
-/// A Server Identifier stands in access control lists, whose grammar it has to fit.
+/// Access control lists name a Server Identifier, which has to fit their grammar.
 Expected<void, QString> setServerId(Account &account, const QString &text)
 {
     if (!text.isEmpty() && !isServerIdentifier(text))
@@ -61,34 +62,13 @@ Expected<void, QString> setServerId(Account &account, const QString &text)
     return setText(account.serverId, text);
 }
 
-struct AuthWord {
-    AuthType type;
-    const char *word;
-};
-
-constexpr AuthWord authWords[] = {
-    {AuthType::None, "none"},
-    {AuthType::Basic, "basic"},
-    {AuthType::Md5, "md5"},
-    {AuthType::Hmac, "hmac"},
-};
-
-QString authWord(AuthType type)
-{
-    const auto *const row =
-        std::ranges::find(authWords, type, [](const AuthWord &entry) { return entry.type; });
-    return QString::fromLatin1(row->word);
-}
-
 Expected<void, QString> setAuthType(AuthType &type, const QString &text)
 {
-    for (const AuthWord &row : authWords) {
-        if (text.compare(QLatin1String(row.word), Qt::CaseInsensitive) == 0) {
-            type = row.type;
-            return {};
-        }
-    }
-    return Unexpected(QStringLiteral("is none of none, basic, md5 and hmac"));
+    const auto named = authTypeOfWord(text);
+    if (!named)
+        return Unexpected(QStringLiteral("is none of none, basic, md5 and hmac"));
+    type = *named;
+    return {};
 }
 
 Expected<void, QString> setUserName(QByteArray &name, const QString &text)
@@ -164,6 +144,17 @@ const AccountField *accountField(const QString &name)
     return row == std::end(fields) ? nullptr : row;
 }
 
+Expected<void, QString> checkAccountName(const QString &name)
+{
+    constexpr qsizetype longestName = 63; // bytes
+    QByteArray bytes;
+    if (const auto text = setText(bytes, name); !text)
+        return Unexpected(QStringLiteral("the name of the account %1").arg(text.error()));
+    if (bytes.size() > longestName || !checkNewName(bytes, {}))
+        return Unexpected(QStringLiteral("an account cannot be called \"%1\"").arg(name));
+    return {};
+}
+
 Expected<void, QString> checkComplete(const Account &account)
 {
     const auto lacks = [](const Credentials &side) {
@@ -212,8 +203,7 @@ QJsonObject toJson(const Account &account)
 
 /// Reads every field that can be read.
 /// @return what is wrong with the first of the others, and where
-Expected<void, QString> readAccount(const QString &name, const QJsonObject &object,
-                                    Account &account)
+Expected<void, QString> readFields(const QString &name, const QJsonObject &object, Account &account)
 {
     Expected<void, QString> read;
     for (auto entry = object.begin(); entry != object.end(); ++entry) {
@@ -229,19 +219,16 @@ Expected<void, QString> readAccount(const QString &name, const QJsonObject &obje
     return read;
 }
 
-} // namespace
-
-Expected<void, QString> checkAccountName(const QString &name)
+Expected<void, QString> readAccount(const QString &name, const QJsonValue &stored, Account &account)
 {
-    constexpr qsizetype longestName = 63; // bytes
-    QByteArray bytes;
-    if (const auto text = setText(bytes, name); !text)
-        return Unexpected(QStringLiteral("the name of the account %1").arg(text.error()));
-    const bool isReserved = name == u"." || name == u".." || name == u"*";
-    if (bytes.isEmpty() || bytes.size() > longestName || isReserved || bytes.contains('/'))
-        return Unexpected(QStringLiteral("an account cannot be called \"%1\"").arg(name));
-    return {};
+    if (auto named = checkAccountName(name); !named)
+        return named;
+    if (!stored.isObject())
+        return Unexpected(QStringLiteral("account %1 is not an object").arg(name));
+    return readFields(name, stored.toObject(), account);
 }
+
+} // namespace
 
 AccountStore AccountStore::load(const QString &file)
 {
@@ -253,24 +240,11 @@ AccountStore AccountStore::load(const QString &file)
     return store;
 }
 
-namespace {
-
-Expected<void, QString> readEntry(const QString &name, const QJsonValue &stored, Account &account)
-{
-    if (auto named = checkAccountName(name); !named)
-        return named;
-    if (!stored.isObject())
-        return Unexpected(QStringLiteral("account %1 is not an object").arg(name));
-    return readAccount(name, stored.toObject(), account);
-}
-
-} // namespace
-
 void AccountStore::read(const QJsonObject &accounts)
 {
     for (auto entry = accounts.begin(); entry != accounts.end(); ++entry) {
         Account account;
-        if (const auto read = readEntry(entry.key(), entry.value(), account); !read)
+        if (const auto read = readAccount(entry.key(), entry.value(), account); !read)
             m_damagedAccounts.emplace(
                 entry.key(), DamagedAccount{read.error(), account.serverId, entry.value()});
         else
@@ -282,6 +256,14 @@ const Account *AccountStore::find(const QString &name) const
 {
     const auto entry = m_accounts.find(name);
     return entry == m_accounts.end() ? nullptr : &entry->second;
+}
+
+QByteArray AccountStore::serverIdOf(const QString &name) const
+{
+    if (const Account *const account = find(name))
+        return account->serverId;
+    const auto damaged = m_damagedAccounts.find(name);
+    return damaged == m_damagedAccounts.end() ? QByteArray() : damaged->second.serverId;
 }
 
 std::optional<QString> AccountStore::nameOf(const QUrl &address) const
@@ -303,10 +285,7 @@ Expected<void, QString> AccountStore::put(const QString &name, const Account &ac
         return Unexpected(QStringLiteral("%1; it can only be removed").arg(damaged->second.reason));
     Accounts changed = m_accounts;
     changed[name] = account;
-    auto written = write(changed, m_damagedAccounts);
-    if (written)
-        m_accounts = std::move(changed);
-    return written;
+    return replace(std::move(changed), m_damagedAccounts);
 }
 
 Expected<void, QString> AccountStore::remove(const QString &name)
@@ -315,16 +294,10 @@ Expected<void, QString> AccountStore::remove(const QString &name)
     DamagedAccounts damaged = m_damagedAccounts;
     if (changed.erase(name) + damaged.erase(name) == 0)
         return Unexpected(QStringLiteral("no account %1").arg(name));
-    auto written = write(changed, damaged);
-    if (written) {
-        m_accounts = std::move(changed);
-        m_damagedAccounts = std::move(damaged);
-    }
-    return written;
+    return replace(std::move(changed), std::move(damaged));
 }
 
-Expected<void, QString> AccountStore::write(const Accounts &accounts,
-                                            const DamagedAccounts &damaged) const
+Expected<void, QString> AccountStore::replace(Accounts accounts, DamagedAccounts damaged)
 {
     if (!m_damage.isEmpty())
         return Unexpected(QStringLiteral("nothing is written to a damaged file: %1").arg(m_damage));
@@ -333,14 +306,19 @@ Expected<void, QString> AccountStore::write(const Accounts &accounts,
         const QJsonObject written = toJson(account);
         // Whoever brought the account here, it has to be there the next time.
         Account readBack;
-        if (const auto read = readAccount(name, written, readBack); !read)
+        if (const auto read = readFields(name, written, readBack); !read)
             return Unexpected(
                 QStringLiteral("cannot write %1: %2").arg(m_file.path(), read.error()));
         object[name] = written;
     }
     for (const auto &[name, account] : damaged)
         object[name] = account.stored;
-    return m_file.replace(QJsonDocument(object).toJson());
+    auto written = m_file.replace(QJsonDocument(object).toJson());
+    if (written) {
+        m_accounts = std::move(accounts);
+        m_damagedAccounts = std::move(damaged);
+    }
+    return written;
 }
 
 } // namespace client

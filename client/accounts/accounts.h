@@ -86,6 +86,8 @@ public:
     const Accounts &accounts() const { return m_accounts; }
     /// Null when there is none of that name.
     const Account *find(const QString &name) const;
+    /// Server Identifier of the account of that name, damaged or not; empty when there is none.
+    QByteArray serverIdOf(const QString &name) const;
     /// Name of the account whose sessions begin at that address; none when there is none.
     std::optional<QString> nameOf(const QUrl &address) const;
 
@@ -101,8 +103,8 @@ private:
     explicit AccountStore(const QString &file) : m_file(file, largestFile) {}
 
     void read(const QJsonObject &accounts);
-    support::Expected<void, QString> write(const Accounts &accounts,
-                                           const DamagedAccounts &damaged) const;
+    /// Writes the file, and holds what it says now.
+    support::Expected<void, QString> replace(Accounts accounts, DamagedAccounts damaged);
 
     support::PrivateFile m_file;
     Accounts m_accounts;

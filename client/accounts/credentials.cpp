@@ -13,29 +13,30 @@ namespace client {
 
 namespace {
 
+/// The names of a type; null where it has none.
 struct AuthTypeRow {
     AuthType type;
     const char *wireName;
     const char *accountName;
+    const char *word;
 };
 
 constexpr AuthTypeRow authTypes[] = {
-    {AuthType::Basic, "syncml:auth-basic", "BASIC"},
-    {AuthType::Md5, "syncml:auth-md5", "DIGEST"},
-    {AuthType::Hmac, "syncml:auth-MAC", "HMAC"},
+    {AuthType::None, nullptr, nullptr, "none"},
+    {AuthType::Basic, "syncml:auth-basic", "BASIC", "basic"},
+    {AuthType::Md5, "syncml:auth-md5", "DIGEST", "md5"},
+    {AuthType::Hmac, "syncml:auth-MAC", "HMAC", "hmac"},
 };
 
 QString nameIn(const char *AuthTypeRow::*column, AuthType type)
 {
-    const auto *const row =
-        std::ranges::find(authTypes, type, [](const AuthTypeRow &entry) { return entry.type; });
-    return row == std::end(authTypes) ? QString() : QString::fromLatin1(row->*column);
+    return QString::fromLatin1(std::ranges::find(authTypes, type, &AuthTypeRow::type)->*column);
 }
 
 std::optional<AuthType> typeNamed(const char *AuthTypeRow::*column, const QString &name)
 {
     for (const AuthTypeRow &row : authTypes)
-        if (name.compare(QLatin1String(row.*column), Qt::CaseInsensitive) == 0)
+        if (row.*column && name.compare(QLatin1String(row.*column), Qt::CaseInsensitive) == 0)
             return row.type;
     return std::nullopt;
 }
@@ -64,6 +65,16 @@ std::optional<AuthType> authTypeOfAccountName(const QString &name)
     return typeNamed(&AuthTypeRow::accountName, name);
 }
 
+QString authWord(AuthType type)
+{
+    return nameIn(&AuthTypeRow::word, type);
+}
+
+std::optional<AuthType> authTypeOfWord(const QString &word)
+{
+    return typeNamed(&AuthTypeRow::word, word);
+}
+
 // ---- The three proofs ----------------------------------------------------------------------------
 
 namespace {
@@ -73,26 +84,26 @@ QByteArray digest(const QByteArray &bytes)
     return QCryptographicHash::hash(bytes, QCryptographicHash::Md5).toBase64();
 }
 
-QByteArray passwordDigest(const Identity &identity)
+QByteArray nameAndSecret(const Identity &identity)
 {
-    return digest(identity.name + ':' + identity.secret);
+    return identity.name + ':' + identity.secret;
 }
 
 } // namespace
 
 QByteArray basicProof(const Identity &identity)
 {
-    return (identity.name + ':' + identity.secret).toBase64();
+    return nameAndSecret(identity).toBase64();
 }
 
 QByteArray md5Proof(const Identity &identity, const QByteArray &nonce)
 {
-    return digest(passwordDigest(identity) + ':' + nonce);
+    return digest(digest(nameAndSecret(identity)) + ':' + nonce);
 }
 
 QByteArray hmacProof(const Identity &identity, const QByteArray &nonce, const QByteArray &body)
 {
-    return digest(passwordDigest(identity) + ':' + nonce + ':' + digest(body));
+    return md5Proof(identity, nonce + ':' + digest(body));
 }
 
 bool sameProof(const QByteArray &one, const QByteArray &other)
@@ -188,97 +199,50 @@ QByteArray formatHmacHeader(const HmacHeader &header)
 
 namespace {
 
-/// One `name=value` after another, separated by commas.
-class ParameterReader {
-public:
-    explicit ParameterReader(const QByteArray &text) : m_text(text) {}
-
-    struct Parameter {
-        QByteArray name;
-        QByteArray value;
-    };
-
-    bool atEnd()
-    {
-        skipBlanks();
-        return m_position == m_text.size();
-    }
-
-    /// None when what comes is malformed.
-    std::optional<Parameter> next()
-    {
-        skipBlanks();
-        const qsizetype equals = m_text.indexOf('=', m_position);
-        if (equals < 0)
-            return std::nullopt;
-        Parameter parameter;
-        parameter.name = m_text.sliced(m_position, equals - m_position).trimmed().toLower();
-        m_position = equals + 1;
-        skipBlanks();
-        const bool isQuoted = m_position < m_text.size() && m_text[m_position] == '"';
-        if (isQuoted ? !readQuoted(parameter.value) : !readBare(parameter.value))
-            return std::nullopt;
-        skipBlanks();
-        if (m_position == m_text.size())
-            return parameter;
-        if (m_text[m_position] != ',')
-            return std::nullopt;
-        ++m_position;
-        return parameter;
-    }
-
-private:
-    void skipBlanks()
-    {
-        while (m_position < m_text.size() &&
-               (m_text[m_position] == ' ' || m_text[m_position] == '\t'))
-            ++m_position;
-    }
-
-    bool readQuoted(QByteArray &value)
-    {
-        for (++m_position; m_position < m_text.size(); ++m_position) {
-            char character = m_text[m_position];
-            if (character == '"') {
-                ++m_position;
-                return true;
-            }
-            if (character == '\\' && ++m_position < m_text.size())
-                character = m_text[m_position];
-            value += character;
+/// Takes a value, quoted or bare, from the beginning of the text, with the comma after it.
+/// @return none when it is malformed
+std::optional<QByteArray> takeValue(QByteArrayView &text)
+{
+    const bool isQuoted = text.startsWith('"');
+    QByteArray quoted;
+    if (isQuoted) {
+        qsizetype end = 1;
+        for (; end < text.size() && text[end] != '"'; ++end) {
+            if (text[end] == '\\' && end + 1 < text.size())
+                ++end;
+            quoted += text[end];
         }
-        return false;
+        if (end == text.size())
+            return std::nullopt;
+        text = text.sliced(end + 1);
     }
-
-    bool readBare(QByteArray &value)
-    {
-        const qsizetype comma = m_text.indexOf(',', m_position);
-        const qsizetype end = comma < 0 ? m_text.size() : comma;
-        value = m_text.sliced(m_position, end - m_position).trimmed();
-        m_position = end;
-        return true;
-    }
-
-    QByteArray m_text;
-    qsizetype m_position = 0;
-};
+    const qsizetype comma = text.indexOf(',');
+    const QByteArrayView bare = text.first(comma < 0 ? text.size() : comma).trimmed();
+    text = comma < 0 ? QByteArrayView() : text.sliced(comma + 1);
+    if (isQuoted && !bare.isEmpty())
+        return std::nullopt;
+    return isQuoted ? quoted : bare.toByteArray();
+}
 
 } // namespace
 
 std::optional<HmacHeader> parseHmacHeader(const QByteArray &value)
 {
     HmacHeader header;
-    ParameterReader reader(value);
-    while (!reader.atEnd()) {
-        const auto parameter = reader.next();
-        if (!parameter)
+    QByteArrayView left = value;
+    while (!left.trimmed().isEmpty()) {
+        const qsizetype equals = left.indexOf('=');
+        if (equals < 0)
             return std::nullopt;
-        if (parameter->name == "algorithm" && parameter->value.toUpper() != "MD5")
+        const QByteArray name = left.first(equals).trimmed().toByteArray().toLower();
+        left = left.sliced(equals + 1).trimmed();
+        const auto parameter = takeValue(left);
+        if (!parameter || (name == "algorithm" && parameter->toUpper() != "MD5"))
             return std::nullopt;
-        if (parameter->name == "username")
-            header.userName = parameter->value;
-        if (parameter->name == "mac")
-            header.mac = parameter->value;
+        if (name == "username")
+            header.userName = *parameter;
+        if (name == "mac")
+            header.mac = *parameter;
     }
     if (header.userName.isEmpty() || header.mac.isEmpty())
         return std::nullopt;

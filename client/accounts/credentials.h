@@ -30,6 +30,10 @@ std::optional<AuthType> authTypeOfWireName(const QString &name);
 QString accountName(AuthType type);
 std::optional<AuthType> authTypeOfAccountName(const QString &name);
 
+/// The type's name for people: "none", "basic", "md5" or "hmac".
+QString authWord(AuthType type);
+std::optional<AuthType> authTypeOfWord(const QString &word);
+
 /// Name and secret of one side.
 struct Identity {
     QByteArray name;   ///< UTF-8
