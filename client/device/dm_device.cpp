@@ -63,14 +63,12 @@ Expected<void, QString> DmDevice::mount()
     const auto deviceId = readDeviceId();
     if (!deviceId)
         return Unexpected(deviceId.error());
-    if (m_options.pluginMessagesToStandardError) {
-        m_log = PluginLog::toStandardError();
-    } else {
-        auto log = PluginLog::toFile(m_state->clientFile(QStringLiteral("plugin.log")));
-        if (!log)
-            return Unexpected(log.error());
-        m_log = *std::move(log);
-    }
+    auto log = m_options.pluginMessagesToStandardError
+                   ? PluginLog::toStandardError()
+                   : PluginLog::toFile(m_state->clientFile(QStringLiteral("plugin.log")));
+    if (!log)
+        return Unexpected(log.error());
+    m_log = *std::move(log);
     auto plugin = PluginHost::load(m_options.pluginFile);
     if (!plugin)
         return Unexpected(plugin.error());
@@ -93,34 +91,21 @@ Expected<QByteArray, QString> DmDevice::readDeviceId()
     return QByteArray();
 }
 
-namespace {
-
-NodeUri mountPoint(const char *root)
-{
-    return parseAddress(QString::fromLatin1(root), UriLimits())->node;
-}
-
-} // namespace
-
 Expected<void, QString> DmDevice::mountRoots()
 {
     for (const ProfileRoot &root : mountOrder) {
         const auto tree = m_plugin->treeFor(root.uri);
         if (!tree)
             return Unexpected(tree.error());
-        m_tree->mount(mountPoint(root.uri), *tree,
+        m_tree->mount(nodeAt(root.uri), *tree,
                       {.acl = *AccessControlList::parse(profileRootAcl),
                        .profileAcl = *AccessControlList::parse(profileAcl),
                        .profileNumbers = [&root] { return readProfileNumbers(root.mapping); }});
     }
-    m_tree->mount(mountPoint(accountTreeRoot), accountTreeFor(Principal::anonymousServer()),
-                  {.ownersTree = accountTreeFor(Principal::owner())});
+    m_tree->mount(nodeAt(accountTreeRoot),
+                  makeAccountTree(*m_accounts, Principal::anonymousServer()),
+                  {.ownersTree = makeAccountTree(*m_accounts, Principal::owner())});
     return {};
-}
-
-JemSmartPtr<DmtTree> DmDevice::accountTreeFor(const Principal &user)
-{
-    return makeAccountTree(*m_accounts, user);
 }
 
 // ---- Kept state ----------------------------------------------------------------------------------
@@ -212,9 +197,8 @@ QString DmDevice::reasonAgainstServers() const
 
 Expected<void, QString> DmDevice::putAccount(const QString &name, const Account &account)
 {
-    const Account *const stored = m_accounts->find(name);
-    const QByteArray before = stored ? stored->serverId : QByteArray();
-    if (!stored)
+    const QByteArray before = m_accounts->serverIdOf(name);
+    if (!m_accounts->find(name))
         if (auto forgotten = forget(name, {}); !forgotten)
             return forgotten;
     if (auto kept = m_accounts->put(name, account); !kept)
@@ -225,12 +209,7 @@ Expected<void, QString> DmDevice::putAccount(const QString &name, const Account 
 
 Expected<void, QString> DmDevice::removeAccount(const QString &name)
 {
-    const Account *const stored = m_accounts->find(name);
-    const auto damaged = m_accounts->damagedAccounts().find(name);
-    const QByteArray before = stored ? stored->serverId
-                              : damaged != m_accounts->damagedAccounts().end()
-                                  ? damaged->second.serverId
-                                  : QByteArray();
+    const QByteArray before = m_accounts->serverIdOf(name);
     if (auto removed = m_accounts->remove(name); !removed)
         return removed;
     showAccounts();
@@ -254,7 +233,7 @@ Expected<void, QString> DmDevice::forget(const QString &account, const QByteArra
     }
     std::optional<NodeUri> node;
     if (!account.isEmpty())
-        node = mountPoint(accountTreeRoot).child(account.toUtf8());
+        node = nodeAt(accountTreeRoot).child(account.toUtf8());
     return PropertyStore::forgetInFile(propertiesFile(), node, serverId,
                                        *AccessControlList::parse(factoryRootAcl));
 }
@@ -263,8 +242,9 @@ Expected<void, QString> DmDevice::forget(const QString &account, const QByteArra
 void DmDevice::showAccounts()
 {
     if (m_tree)
-        m_tree->remount(mountPoint(accountTreeRoot), accountTreeFor(Principal::anonymousServer()),
-                        accountTreeFor(Principal::owner()));
+        m_tree->remount(nodeAt(accountTreeRoot),
+                        makeAccountTree(*m_accounts, Principal::anonymousServer()),
+                        makeAccountTree(*m_accounts, Principal::owner()));
 }
 
 } // namespace client

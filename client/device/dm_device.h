@@ -69,7 +69,6 @@ private:
     /// have.
     support::Expected<void, QString> forget(const QString &account, const QByteArray &serverId);
     bool hasAccountOf(const QByteArray &serverId) const;
-    JemSmartPtr<DmtTree> accountTreeFor(const Principal &user);
     void showAccounts();
 
     const Options m_options;

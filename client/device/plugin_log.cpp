@@ -9,21 +9,22 @@
 #include <cstring>
 #include <fcntl.h>
 #include <string>
-#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
 namespace client {
 
-/// Where whole messages go.
-class PluginLog::Sink {
-public:
-    virtual ~Sink() = default;
-    virtual void write(std::string_view message) = 0;
-};
+using support::Expected;
+using support::Unexpected;
 
 namespace {
+
+Unexpected<QString> cannotLog(const std::string &reason)
+{
+    return Unexpected(
+        QStringLiteral("the plug-in's log: %1").arg(QString::fromLocal8Bit(reason.c_str())));
+}
 
 /// The message with the line breaks in it, which come from names, escaped: \n and \r.
 std::string inOneLine(std::string_view message)
@@ -41,23 +42,17 @@ std::string inOneLine(std::string_view message)
     return line;
 }
 
-} // namespace
-
-/// Standard error, on which nothing of a message steers a terminal.
-class PluginLog::StandardError final : public Sink {
-public:
-    void write(std::string_view message) override
-    {
-        const bool hasEnd = message.ends_with('\n');
-        message.remove_suffix(hasEnd ? 1 : 0);
-        const std::string line = foreign_text::printable(message) + (hasEnd ? "\n" : "");
-        std::fwrite(line.data(), 1, line.size(), stderr);
-    }
-};
+void writeToStandardError(std::string_view message)
+{
+    const bool hasEnd = message.ends_with('\n');
+    message.remove_suffix(hasEnd ? 1 : 0);
+    const std::string line = foreign_text::printable(message) + (hasEnd ? "\n" : "");
+    std::fwrite(line.data(), 1, line.size(), stderr);
+}
 
 /// A file that is put aside when it has reached its limit. It keeps the bytes of a message, each in
 /// a line of its own.
-class PluginLog::RotatingFile final : public Sink {
+class RotatingFile {
 public:
     RotatingFile(std::string path, long limitBytes, handset_state::Refusal &refusal)
         : m_path(std::move(path)), m_limit(limitBytes)
@@ -65,7 +60,7 @@ public:
         refusal = open();
     }
 
-    void write(std::string_view message) override
+    void write(std::string_view message)
     {
         if (m_size >= m_limit)
             rotate();
@@ -98,7 +93,7 @@ private:
     long m_size = 0;
 };
 
-PluginLog::PluginLog() = default;
+} // namespace
 
 PluginLog::~PluginLog()
 {
@@ -107,44 +102,38 @@ PluginLog::~PluginLog()
         std::fclose(m_stream);
 }
 
-bool PluginLog::open(std::unique_ptr<Sink> sink)
+Expected<std::unique_ptr<PluginLog>, QString> PluginLog::open(Writer writer)
 {
     cookie_io_functions_t functions{};
     functions.write = [](void *cookie, const char *bytes, std::size_t size) -> ssize_t {
-        static_cast<Sink *>(cookie)->write({bytes, size});
+        static_cast<const PluginLog *>(cookie)->m_writer({bytes, size});
         return static_cast<ssize_t>(size);
     };
-    m_sink = std::move(sink);
-    m_stream = fopencookie(m_sink.get(), "a", functions);
-    if (!m_stream)
-        return false;
+    std::unique_ptr<PluginLog> log(new PluginLog(std::move(writer)));
+    log->m_stream = fopencookie(log.get(), "a", functions);
+    if (!log->m_stream)
+        return cannotLog(std::strerror(errno));
     // Without a buffer each message, which is one call of the plug-in, arrives as it is. The
     // library cuts those of more than 8 KiB.
-    std::setvbuf(m_stream, nullptr, _IONBF, 0);
-    libaplog_to_module_ptr = m_stream;
-    return true;
-}
-
-std::unique_ptr<PluginLog> PluginLog::toStandardError()
-{
-    std::unique_ptr<PluginLog> log(new PluginLog);
-    log->open(std::make_unique<StandardError>());
+    std::setvbuf(log->m_stream, nullptr, _IONBF, 0);
+    libaplog_to_module_ptr = log->m_stream;
     return log;
 }
 
-support::Expected<std::unique_ptr<PluginLog>, QString> PluginLog::toFile(const QString &path,
-                                                                         long limitBytes)
+Expected<std::unique_ptr<PluginLog>, QString> PluginLog::toStandardError()
+{
+    return open(writeToStandardError);
+}
+
+Expected<std::unique_ptr<PluginLog>, QString> PluginLog::toFile(const QString &path,
+                                                                long limitBytes)
 {
     handset_state::Refusal refusal;
-    auto file =
-        std::make_unique<RotatingFile>(QFile::encodeName(path).toStdString(), limitBytes, refusal);
-    std::unique_ptr<PluginLog> log(new PluginLog);
-    if (refusal || !log->open(std::move(file)))
-        return support::Unexpected(
-            QStringLiteral("the plug-in's log: %1")
-                .arg(QString::fromLocal8Bit(refusal ? refusal.text().c_str()
-                                                    : std::strerror(errno))));
-    return log;
+    const auto file =
+        std::make_shared<RotatingFile>(QFile::encodeName(path).toStdString(), limitBytes, refusal);
+    if (refusal)
+        return cannotLog(refusal.text());
+    return open([file](std::string_view message) { file->write(message); });
 }
 
 } // namespace client

@@ -5,7 +5,10 @@
 
 #include <QString>
 #include <cstdio>
+#include <functional>
 #include <memory>
+#include <string_view>
+#include <utility>
 
 namespace client {
 
@@ -17,11 +20,12 @@ public:
     static constexpr long defaultLimitBytes = 1024 * 1024;
 
     /// Sends the messages to standard error, where nothing in them steers a terminal.
-    static std::unique_ptr<PluginLog> toStandardError();
+    /// Fails as toFile does.
+    static support::Expected<std::unique_ptr<PluginLog>, QString> toStandardError();
     /// Appends the messages to a file, readable by its owner only: they name values that a server
     /// wrote. The file has the bytes of the messages, but that line breaks in one are \n and \r.
     /// Neither the file nor the one put aside grows past the limit by more than one message.
-    /// @return never null; the error says why the file cannot be opened
+    /// @return never null; the error says why the messages cannot go there
     static support::Expected<std::unique_ptr<PluginLog>, QString>
     toFile(const QString &path, long limitBytes = defaultLimitBytes);
 
@@ -30,15 +34,13 @@ public:
     PluginLog &operator=(const PluginLog &) = delete;
 
 private:
-    class Sink;
-    class StandardError;
-    class RotatingFile;
+    /// Takes one whole message.
+    using Writer = std::function<void(std::string_view message)>;
 
-    PluginLog();
-    /// Makes the stream. @return false with errno set
-    bool open(std::unique_ptr<Sink> sink);
+    explicit PluginLog(Writer writer) : m_writer(std::move(writer)) {}
+    static support::Expected<std::unique_ptr<PluginLog>, QString> open(Writer writer);
 
-    std::unique_ptr<Sink> m_sink;
+    const Writer m_writer;
     FILE *m_stream = nullptr;
 };
 

@@ -14,7 +14,7 @@ struct MappingFile {
 };
 
 /// Reads what the file says at this moment; the plug-in writes every change to it at once.
-/// @return the numbers of the profiles by node name. A name that stands there for two profiles is
+/// @return the numbers of the profiles by node name. A name that two profiles have there is
 ///         left out, and a missing or unreadable file has none.
 std::map<QString, quint32> readProfileNumbers(const MappingFile &mapping);
 

@@ -23,11 +23,6 @@ namespace {
 
 constexpr char stateVariable[] = "KUB_STATE_DIR";
 
-QString systemReason(int errorNumber)
-{
-    return QString::fromLocal8Bit(std::strerror(errorNumber));
-}
-
 } // namespace
 
 QString StateDirectory::defaultPath()
@@ -55,7 +50,8 @@ Expected<std::unique_ptr<StateDirectory>, QString> StateDirectory::open(const QS
         return Unexpected(
             errno == EWOULDBLOCK
                 ? QStringLiteral("another DM client is using the state directory %1").arg(root)
-                : QStringLiteral("cannot lock %1/lock: %2").arg(clientPath, systemReason(errno)));
+                : QStringLiteral("cannot lock %1/lock: %2")
+                      .arg(clientPath, QString::fromLocal8Bit(std::strerror(errno))));
     qputenv(stateVariable, state.c_str());
     return std::unique_ptr<StateDirectory>(new StateDirectory(clientPath, std::move(lockFile)));
 }
@@ -74,7 +70,7 @@ namespace {
 
 constexpr qsizetype longestDeviceId = 255;
 
-/// The device identifier that stands in a file, with or without a line break after it. It goes
+/// The device identifier in a file, with or without a line break after it. It goes
 /// into every message, so it has to be a line of text that each encoding carries.
 /// @return none when the file holds anything else
 std::optional<QByteArray> deviceIdIn(QByteArray content)
