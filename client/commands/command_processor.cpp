@@ -65,38 +65,52 @@ void addItemStatuses(const Command &command, const std::vector<DmStatus> &status
     }
 }
 
+bool isAnswer(const Command &command)
+{
+    return command.kind == CommandKind::Status || command.kind == CommandKind::Results;
+}
+
 } // namespace
+
+std::vector<Command> CommandProcessor::answersTo(Parts parts)
+{
+    std::vector<Command> answers;
+    for (Part &part : parts) {
+        if (part.statuses.empty())
+            answers.push_back(statusFor(*part.command, part.status));
+        else
+            addItemStatuses(*part.command, part.statuses, answers);
+        answers.back().items = std::move(part.items);
+        if (part.results.empty())
+            continue;
+        Command &results = answers.emplace_back();
+        results.kind = CommandKind::Results;
+        results.cmdRef = part.command->cmdId;
+        results.items = std::move(part.results);
+    }
+    return answers;
+}
+
+/// Answers the command with one status and those in it with another, without running them.
+void CommandProcessor::pass(const Command &command, DmStatus status, DmStatus ofInner, Parts &parts)
+{
+    if (isAnswer(command))
+        return;
+    Part &part = parts.emplace_back(Part{&command, status});
+    part.statuses.assign(command.items.size(), status);
+    for (const Command &inner : command.commands)
+        pass(inner, ofInner, ofInner, parts);
+}
 
 void CommandProcessor::refuse(const Command &command, DmStatus status,
                               std::vector<Command> &answers)
 {
-    if (command.kind == CommandKind::Status || command.kind == CommandKind::Results)
-        return;
-    answers.push_back(statusFor(command, status));
-    for (const Item &item : command.items)
-        addReferences(answers.back(), item);
-    for (const Command &inner : command.commands)
-        refuse(inner, status, answers);
+    Parts parts;
+    pass(command, status, status, parts);
+    std::ranges::move(answersTo(std::move(parts)), std::back_inserter(answers));
 }
 
-// ---- Running one command -------------------------------------------------------------------------
-
-const CommandProcessor::ItemCommand CommandProcessor::itemCommands[] = {
-    {CommandKind::Add, &CommandProcessor::add},
-    {CommandKind::Copy, &CommandProcessor::copy},
-    {CommandKind::Delete, &CommandProcessor::remove},
-    {CommandKind::Exec, &CommandProcessor::execute},
-    {CommandKind::Get, &CommandProcessor::get},
-    {CommandKind::Replace, &CommandProcessor::replace},
-};
-
-const CommandProcessor::ItemCommand *CommandProcessor::itemCommandOf(const Command &command)
-{
-    const auto *const row =
-        std::find_if(std::begin(itemCommands), std::end(itemCommands),
-                     [&command](const ItemCommand &entry) { return entry.kind == command.kind; });
-    return row == std::end(itemCommands) ? nullptr : row;
-}
+// ---- Running commands ----------------------------------------------------------------------------
 
 CommandProcessor::CommandProcessor(ManagementTree &tree, const Principal &principal)
     : m_tree(tree, principal)
@@ -113,74 +127,118 @@ void CommandProcessor::beginMessage(qsizetype waitingBytes)
 
 void CommandProcessor::run(const Command &command, std::vector<Command> &answers)
 {
-    const std::size_t first = answers.size();
-    if (isOver())
-        refuse(command, DmStatus::NotExecuted, answers);
-    else
-        runCommand(command, answers);
-    // Results have taken their room when they were made.
-    for (std::size_t i = first; i < answers.size(); ++i)
-        if (answers[i].kind != CommandKind::Results)
-            m_room -= answerBytes(answers[i]);
+    Parts parts;
+    runAll({&command, 1}, parts);
+    for (Command &answer : answersTo(std::move(parts))) {
+        // Results have taken their room when they were made.
+        if (answer.kind != CommandKind::Results)
+            m_room -= answerBytes(answer);
+        answers.push_back(std::move(answer));
+    }
 }
 
-void CommandProcessor::runCommand(const Command &command, std::vector<Command> &answers)
+bool CommandProcessor::runAll(std::span<const Command> commands, Parts &parts)
 {
-    if (!command.cmdId) {
-        refuse(command, DmStatus::BadRequest, answers);
-        return;
+    bool goesOn = true;
+    for (const Command &command : commands) {
+        goesOn = goesOn && !isOver();
+        if (goesOn)
+            goesOn = runCommand(command, parts);
+        else
+            pass(command, DmStatus::NotExecuted, DmStatus::NotExecuted, parts);
     }
-    if (const ItemCommand *const row = itemCommandOf(command)) {
-        runItems(command, row->run, answers);
-        return;
+    return goesOn;
+}
+
+/// What a command ends with before it is looked at any closer; none for one that can run.
+std::optional<Outcome> CommandProcessor::refusalOf(const Command &command) const
+{
+    if (!command.cmdId)
+        return Outcome{DmStatus::BadRequest, QStringLiteral("a command without CmdID")};
+    const bool isKeptFromAtomic =
+        command.kind == CommandKind::Get || command.kind == CommandKind::Atomic;
+    if (m_undoLog && isKeptFromAtomic)
+        return Outcome{
+            DmStatus::CommandFailed,
+            QStringLiteral("an Atomic has no %1 in it").arg(syncml::commandName(command))};
+    if (command.kind == CommandKind::Unknown)
+        return Outcome{DmStatus::BadRequest, {}};
+    if (command.kind == CommandKind::Unsupported)
+        return Outcome{DmStatus::FeatureNotSupported, {}};
+    return std::nullopt;
+}
+
+bool CommandProcessor::runCommand(const Command &command, Parts &parts)
+{
+    if (isAnswer(command))
+        return true;
+    const std::size_t place = parts.size();
+    bool isDone = false;
+    if (const auto refusal = refusalOf(command)) {
+        if (m_undoLog)
+            report(command, Item(), *refusal);
+        pass(command, refusal->status, m_undoLog ? DmStatus::NotExecuted : refusal->status, parts);
+    } else if (command.kind == CommandKind::Atomic) {
+        runAtomic(command, parts);
+    } else {
+        Part &part = parts.emplace_back(Part{&command});
+        part.firstNote = noteCount();
+        if (const ItemOperation operation = operationOf(command.kind))
+            isDone = runItems(operation, part);
+        else if (command.kind == CommandKind::Alert)
+            isDone = runAlert(part);
+        else
+            isDone = runAll(command.commands, parts);
+        parts[place].endOfNotes = noteCount();
     }
-    switch (command.kind) {
-    case CommandKind::Alert:
-        runAlert(command, answers);
-        break;
-    case CommandKind::Sequence:
-        runSequence(command, answers);
-        break;
-    case CommandKind::Atomic:
-        runAtomic(command, answers);
-        break;
-    case CommandKind::Unknown:
-        refuse(command, DmStatus::BadRequest, answers);
-        break;
+    if (m_undoLog)
+        return isDone;
+    // What follows on an alert was to run when the user has seen the text, and agreed where he was
+    // asked. Other commands do not depend on each other.
+    return !isUserAlert(command) || parts[place].status == DmStatus::Ok;
+}
+
+CommandProcessor::ItemOperation CommandProcessor::operationOf(CommandKind kind)
+{
+    switch (kind) {
+    case CommandKind::Add:
+        return &CommandProcessor::add;
+    case CommandKind::Copy:
+        return &CommandProcessor::copy;
+    case CommandKind::Delete:
+        return &CommandProcessor::remove;
+    case CommandKind::Exec:
+        return &CommandProcessor::execute;
+    case CommandKind::Get:
+        return &CommandProcessor::get;
+    case CommandKind::Replace:
+        return &CommandProcessor::replace;
     default:
-        refuse(command, DmStatus::FeatureNotSupported, answers);
-        break;
+        return nullptr;
     }
 }
 
-void CommandProcessor::runItems(const Command &command, ItemOperation operation,
-                                std::vector<Command> &answers)
+bool CommandProcessor::runItems(ItemOperation operation, Part &part)
 {
+    const Command &command = *part.command;
     if (command.items.empty()) {
-        answers.push_back(statusFor(command, DmStatus::IncompleteCommand));
-        return;
+        part.status = DmStatus::IncompleteCommand;
+        return false;
     }
-    m_results.clear();
-    std::vector<DmStatus> statuses;
-    for (const Item &item : command.items)
-        statuses.push_back(isOver() ? DmStatus::NotExecuted
-                                    : runItem(command, operation, item).status);
-    addItemStatuses(command, statuses, answers);
-    if (m_results.empty())
-        return;
-    Command results;
-    results.kind = CommandKind::Results;
-    results.cmdRef = command.cmdId;
-    results.items = std::move(m_results);
-    m_results.clear();
-    answers.push_back(std::move(results));
-}
-
-Outcome CommandProcessor::runItem(const Command &command, ItemOperation operation, const Item &item)
-{
-    const Outcome outcome = (this->*operation)(command, item);
-    report(command, item, outcome);
-    return outcome;
+    bool goesOn = true;
+    for (const Item &item : command.items) {
+        const bool isRun = !isOver() && (goesOn || !m_undoLog);
+        Outcome outcome{DmStatus::NotExecuted, {}};
+        if (isRun) {
+            outcome = (this->*operation)(command, item);
+            report(command, item, outcome);
+        }
+        goesOn = isRun && outcome;
+        part.statuses.push_back(outcome.status);
+        part.endOfItemNotes.push_back(noteCount());
+    }
+    part.results = std::exchange(m_results, {});
+    return goesOn;
 }
 
 void CommandProcessor::report(const Command &command, const Item &item, const Outcome &outcome)
@@ -189,29 +247,7 @@ void CommandProcessor::report(const Command &command, const Item &item, const Ou
         m_outcomeListener(command, item, outcome);
 }
 
-DmStatus CommandProcessor::runAlert(const Command &alert, std::vector<Command> &answers)
-{
-    if (!alert.cmdId) {
-        refuse(alert, DmStatus::BadRequest, answers);
-        return DmStatus::BadRequest;
-    }
-    std::vector<Item> items;
-    const DmStatus status =
-        m_alertHandler ? m_alertHandler(alert, items) : DmStatus::FeatureNotSupported;
-    m_isCancelled |= status == DmStatus::Cancelled;
-    answers.push_back(statusFor(alert, status));
-    answers.back().items = std::move(items);
-    return status;
-}
-
 namespace {
-
-/// Whether what follows on the alert must not run: it was to run when the user has seen the text,
-/// and agreed where he was asked.
-bool stopsSequence(const Command &alert, DmStatus status)
-{
-    return isUserAlert(alert) && status != DmStatus::Ok;
-}
 
 /// Whether the user refused to go on.
 bool isUsersNo(DmStatus status)
@@ -221,183 +257,53 @@ bool isUsersNo(DmStatus status)
 
 } // namespace
 
-void CommandProcessor::runSequence(const Command &command, std::vector<Command> &answers)
+bool CommandProcessor::runAlert(Part &part)
 {
-    answers.push_back(statusFor(command, DmStatus::Ok));
-    bool isStopped = false;
-    for (const Command &inner : command.commands) {
-        if (isStopped || isOver())
-            refuse(inner, DmStatus::NotExecuted, answers);
-        else if (inner.kind == CommandKind::Alert)
-            isStopped = stopsSequence(inner, runAlert(inner, answers));
-        else
-            runCommand(inner, answers);
-    }
+    part.status =
+        m_alertHandler ? m_alertHandler(*part.command, part.items) : DmStatus::FeatureNotSupported;
+    m_isCancelled |= part.status == DmStatus::Cancelled;
+    return succeeded(part.status) && !isUsersNo(part.status);
 }
 
 // ---- Atomic --------------------------------------------------------------------------------------
 
-void CommandProcessor::runAtomic(const Command &atomic, std::vector<Command> &answers)
+void CommandProcessor::runAtomic(const Command &atomic, Parts &parts)
 {
     UndoLog undoLog(m_tree.tree());
     m_undoLog = &undoLog;
-    AtomicParts parts;
+    Parts tried{{&atomic}};
     Outcome outcome;
-    if (!runParts(atomic.commands, parts))
+    if (!runAll(atomic.commands, tried))
         outcome = {DmStatus::AtomicFailed, QStringLiteral("one of its commands failed")};
     m_undoLog = nullptr;
-    if (outcome && !canBeSent(atomicAnswers(atomic, outcome.status, parts)))
+    if (outcome && !canBeSent(tried))
         outcome = {DmStatus::AtomicResponseTooLarge,
                    QStringLiteral("the server takes no messages as large as an answer in it")};
     if (!outcome) {
         const std::vector<bool> isBack = undoLog.rollBack();
-        for (AtomicPart &part : parts)
+        for (Part &part : std::span(tried).subspan(1))
             noteTakenBack(isBack, part);
-        if (!canBeSent(atomicAnswers(atomic, outcome.status, parts)))
-            shorten(parts);
+        tried.front().status = outcome.status;
+        if (!canBeSent(tried))
+            std::ranges::for_each(tried, shorten);
     }
     report(atomic, Item(), outcome);
-    std::ranges::move(atomicAnswers(atomic, outcome.status, parts), std::back_inserter(answers));
+    std::ranges::move(tried, std::back_inserter(parts));
 }
 
-std::vector<Command> CommandProcessor::atomicAnswers(const Command &atomic, DmStatus status,
-                                                     const AtomicParts &parts)
+/// Leaves one short Status of a command in a failed Atomic.
+void CommandProcessor::shorten(Part &part)
 {
-    std::vector<Command> answers = {statusFor(atomic, status)};
-    for (const AtomicPart &part : parts) {
-        if (part.statuses.empty())
-            answers.push_back(statusFor(*part.command, part.status));
-        else
-            addItemStatuses(*part.command, part.statuses, answers);
-        answers.back().items = part.items;
-    }
-    return answers;
-}
-
-/// Leaves one short Status of each command of a failed Atomic.
-void CommandProcessor::shorten(AtomicParts &parts)
-{
-    for (AtomicPart &part : parts) {
-        part.items.clear();
-        if (part.statuses.empty())
-            continue;
-        // From "not executed" over "rolled back" and what failed to "not rolled back".
+    part.items.clear();
+    // From "not executed" over "rolled back" and what failed to "not rolled back".
+    if (!part.statuses.empty())
         part.status = std::ranges::max(part.statuses);
-        part.statuses.clear();
-    }
+    part.statuses.clear();
 }
 
-bool CommandProcessor::canBeSent(const std::vector<Command> &answers) const
+bool CommandProcessor::canBeSent(const Parts &parts) const
 {
-    return !m_atomicAnswerCheck || m_atomicAnswerCheck(answers);
-}
-
-CommandProcessor::AtomicPart CommandProcessor::startPart(const Command &command) const
-{
-    return {&command, DmStatus::Ok, {}, {}, m_undoLog->size(), m_undoLog->size(), {}};
-}
-
-bool CommandProcessor::runParts(const std::vector<Command> &commands, AtomicParts &parts)
-{
-    bool goesOn = true;
-    for (const Command &command : commands) {
-        goesOn = goesOn && !isOver();
-        if (goesOn)
-            goesOn = runPart(command, parts);
-        else
-            skipPart(command, parts);
-    }
-    return goesOn;
-}
-
-void CommandProcessor::skipPart(const Command &command, AtomicParts &parts)
-{
-    if (command.kind == CommandKind::Status || command.kind == CommandKind::Results)
-        return;
-    AtomicPart part = startPart(command);
-    part.status = DmStatus::NotExecuted;
-    part.statuses.assign(command.items.size(), DmStatus::NotExecuted);
-    parts.push_back(std::move(part));
-    for (const Command &inner : command.commands)
-        skipPart(inner, parts);
-}
-
-namespace {
-
-/// What a command in an Atomic ends with before it is looked at any closer; none for one that can
-/// run.
-std::optional<Outcome> refusalInAtomic(const Command &command)
-{
-    if (!command.cmdId)
-        return Outcome{DmStatus::BadRequest, QStringLiteral("a command without CmdID")};
-    switch (command.kind) {
-    case CommandKind::Get:
-    case CommandKind::Atomic:
-        return Outcome{
-            DmStatus::CommandFailed,
-            QStringLiteral("an Atomic has no %1 in it").arg(syncml::commandName(command))};
-    case CommandKind::Unknown:
-        return Outcome{DmStatus::BadRequest, {}};
-    case CommandKind::Unsupported:
-        return Outcome{DmStatus::FeatureNotSupported, {}};
-    default:
-        return std::nullopt;
-    }
-}
-
-} // namespace
-
-bool CommandProcessor::runPart(const Command &command, AtomicParts &parts)
-{
-    if (command.kind == CommandKind::Status || command.kind == CommandKind::Results)
-        return true;
-    AtomicPart part = startPart(command);
-    if (const auto refusal = refusalInAtomic(command)) {
-        report(command, Item(), *refusal);
-        part.status = refusal->status;
-        part.statuses.assign(command.items.size(), refusal->status);
-        parts.push_back(std::move(part));
-        for (const Command &inner : command.commands)
-            skipPart(inner, parts);
-        return false;
-    }
-    bool goesOn = true;
-    if (const ItemCommand *const row = itemCommandOf(command)) {
-        goesOn = runPartOfItems(*row, part);
-        parts.push_back(std::move(part));
-    } else if (command.kind == CommandKind::Alert) {
-        part.status =
-            m_alertHandler ? m_alertHandler(command, part.items) : DmStatus::FeatureNotSupported;
-        m_isCancelled |= part.status == DmStatus::Cancelled;
-        goesOn = succeeded(part.status) && !isUsersNo(part.status);
-        parts.push_back(std::move(part));
-    } else {
-        const std::size_t sequence = parts.size();
-        parts.push_back(std::move(part));
-        goesOn = runParts(command.commands, parts);
-        parts[sequence].endOfNotes = m_undoLog->size();
-    }
-    return goesOn;
-}
-
-bool CommandProcessor::runPartOfItems(const ItemCommand &operation, AtomicPart &part)
-{
-    const Command &command = *part.command;
-    if (command.items.empty()) {
-        part.status = DmStatus::IncompleteCommand;
-        return false;
-    }
-    bool goesOn = true;
-    for (const Item &item : command.items) {
-        goesOn = goesOn && !isOver();
-        const DmStatus status =
-            goesOn ? runItem(command, operation.run, item).status : DmStatus::NotExecuted;
-        goesOn = goesOn && succeeded(status);
-        part.statuses.push_back(status);
-        part.endOfItemNotes.push_back(m_undoLog->size());
-    }
-    part.endOfNotes = m_undoLog->size();
-    return goesOn;
+    return !m_atomicAnswerCheck || m_atomicAnswerCheck(answersTo(parts));
 }
 
 namespace {
@@ -411,7 +317,7 @@ bool wasDone(DmStatus status)
 } // namespace
 
 /// Gives what had succeeded the status of what became of it.
-void CommandProcessor::noteTakenBack(const std::vector<bool> &isBack, AtomicPart &part)
+void CommandProcessor::noteTakenBack(const std::vector<bool> &isBack, Part &part)
 {
     const auto takenBack = [&](std::size_t begin, std::size_t end, const Item &item) {
         const auto first = isBack.begin() + static_cast<std::ptrdiff_t>(begin);

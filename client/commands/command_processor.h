@@ -6,6 +6,7 @@
 #include "undo_log.h"
 
 #include <functional>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -62,10 +63,10 @@ public:
     /// the user cancels one (214), or the end has come, every command and item of the message that
     /// has not run is 215.
     ///
-    /// An Atomic runs until its first failure: that one has its own status, what follows it
-    /// 215, and what stands before it is taken back: 216 where the tree is as it was, 516 where it
-    /// is not. The Atomic itself is answered with 507 then. A Get, and an Atomic, in an Atomic end
-    /// with 500.
+    /// An Atomic runs until its first failure: that one has its own status, what follows it 215,
+    /// and what came before it is taken back: 216 where the tree is as it was, 516 where it is not.
+    /// The Atomic itself is answered with 507 then. A Get, and an Atomic, in an Atomic end with
+    /// 500.
     ///
     /// An Atomic whose answers cannot reach the server is taken back as well, and answered with
     /// 517: the server could not tell what became of it. Its commands have one Status each then,
@@ -80,47 +81,38 @@ private:
     using ItemOperation = Outcome (CommandProcessor::*)(const syncml::Command &,
                                                         const syncml::Item &);
 
-    struct ItemCommand {
-        syncml::CommandKind kind;
-        ItemOperation run;
-    };
-    static const ItemCommand itemCommands[];
-
-    /// A command in an Atomic, and how far it came.
-    struct AtomicPart {
+    /// A command that was run or passed over, and what answers it.
+    struct Part {
         const syncml::Command *command;
-        DmStatus status;                 ///< of a command without items
-        std::vector<DmStatus> statuses;  ///< of the items
-        std::vector<syncml::Item> items; ///< that go into the Status
-        std::size_t firstNote;           ///< of the undo log, for the whole command
-        std::size_t endOfNotes;
-        std::vector<std::size_t> endOfItemNotes;
+        DmStatus status = DmStatus::Ok;         ///< of a command without items
+        std::vector<DmStatus> statuses = {};    ///< of the items
+        std::vector<syncml::Item> items = {};   ///< that go into the Status
+        std::vector<syncml::Item> results = {}; ///< of a Get
+        // In an Atomic: how many notes the undo log had.
+        std::size_t firstNote = 0; ///< before the command
+        std::size_t endOfNotes = 0;
+        std::vector<std::size_t> endOfItemNotes = {};
     };
-    using AtomicParts = std::vector<AtomicPart>;
+    using Parts = std::vector<Part>;
 
-    static std::vector<syncml::Command> atomicAnswers(const syncml::Command &atomic,
-                                                      DmStatus status, const AtomicParts &parts);
-    static void shorten(AtomicParts &parts);
-    bool canBeSent(const std::vector<syncml::Command> &answers) const;
+    static std::vector<syncml::Command> answersTo(Parts parts);
+    bool canBeSent(const Parts &parts) const;
+    static void pass(const syncml::Command &command, DmStatus status, DmStatus ofInner,
+                     Parts &parts);
 
-    static const ItemCommand *itemCommandOf(const syncml::Command &command);
-    void runCommand(const syncml::Command &command, std::vector<syncml::Command> &answers);
-    void runItems(const syncml::Command &command, ItemOperation operation,
-                  std::vector<syncml::Command> &answers);
-    Outcome runItem(const syncml::Command &command, ItemOperation operation,
-                    const syncml::Item &item);
-    DmStatus runAlert(const syncml::Command &alert, std::vector<syncml::Command> &answers);
-    void runSequence(const syncml::Command &command, std::vector<syncml::Command> &answers);
+    // These return whether what follows is to run.
+    bool runAll(std::span<const syncml::Command> commands, Parts &parts);
+    bool runCommand(const syncml::Command &command, Parts &parts);
+    bool runItems(ItemOperation operation, Part &part);
+    bool runAlert(Part &part);
+
+    void runAtomic(const syncml::Command &atomic, Parts &parts);
+    static void shorten(Part &part);
+    void noteTakenBack(const std::vector<bool> &isBack, Part &part);
+    static ItemOperation operationOf(syncml::CommandKind kind);
+    std::optional<Outcome> refusalOf(const syncml::Command &command) const;
+    std::size_t noteCount() const { return m_undoLog ? m_undoLog->size() : 0; }
     void report(const syncml::Command &command, const syncml::Item &item, const Outcome &outcome);
-
-    // Atomic. The functions that run something return whether the Atomic goes on.
-    void runAtomic(const syncml::Command &atomic, std::vector<syncml::Command> &answers);
-    bool runParts(const std::vector<syncml::Command> &commands, AtomicParts &parts);
-    bool runPart(const syncml::Command &command, AtomicParts &parts);
-    bool runPartOfItems(const ItemCommand &operation, AtomicPart &part);
-    void skipPart(const syncml::Command &command, AtomicParts &parts);
-    AtomicPart startPart(const syncml::Command &command) const;
-    void noteTakenBack(const std::vector<bool> &isBack, AtomicPart &part);
 
     // One Item of each command.
     Outcome add(const syncml::Command &command, const syncml::Item &item);

@@ -156,7 +156,7 @@ private:
                             !syncml::fitsXml(valueText(**listed.value)));
     }
 
-    /// The format of the value as it stands here, or of the node where no value does.
+    /// The format of the value as it is here, or of the node where there is no value.
     void writeFormat(const ListedNode &listed)
     {
         m_xml.writeStartElement(QStringLiteral("Format"));

@@ -26,7 +26,7 @@ struct TndsContent {
 support::Expected<TndsContent, QString> parseTndsRequest(const QString &argument);
 
 /// The document of a listing, UTF-8. A leaf that cannot be read has no value. A value that XML
-/// cannot carry is base64, and has the format b64. A node whose parent is not in the listing stands
+/// cannot carry is base64, and has the format b64. A node whose parent is not in the listing is
 /// beside the others with the path to it.
 /// @return none when the document would have more bytes than that; no more are made then
 std::optional<QByteArray> tndsDocument(const TreeView &tree, const std::vector<ListedNode> &listing,
