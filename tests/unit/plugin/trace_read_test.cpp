@@ -536,6 +536,23 @@ protected:
                           "Get value from DMT.\n", "NodePath=" + path + ", type=" + type + "\n",
                           "Leave: GetValue()! \n"});
     }
+    /// Of a leaf that is read from the record of its profile.
+    /// @param kind  NAPDEF or PROXY
+    static Lines RecordTrace(const std::string &path, const std::string &kind, const Lines &inside)
+    {
+        const std::string name = path.substr(path.rfind('/') + 1);
+        return Joined(
+            {NodeTrace({"Enter: GetValue()! this = 0x#, NodeName = " + name + "\n"}),
+             ProfileNodeTrace(path), ProfileNameTrace(kind == "PROXY" ? "5" : "5Ph1DC1"),
+             NodeTrace({"NAPI_ReadProfile: profilename = Stored\n",
+                        "Enter: GetValuefor" + kind + "()! NodeName = " + name + "\n"}),
+             inside, NodeTrace({"Leave: GetValuefor" + kind + "()! \n", "Leave: GetValue()! \n"})});
+    }
+    /// @param bearer  what is traced of the bearer that the profile's node has
+    static Lines NapdefTrace(const std::string &path, const Lines &bearer)
+    {
+        return RecordTrace(path, "NAPDEF", Joined({ProfileNodeTrace(path), bearer}));
+    }
     void KeepBearer(const DmtData &bearer)
     {
         dynamic_cast<DmtRWPluginNode &>(*Node(napdef, "Stored/Bearer"))
@@ -556,46 +573,30 @@ TEST_F(ReadTraceTest, ALeafThatTheEngineKeeps)
 
 TEST_F(ReadTraceTest, ALeafOfTheNapdefKind)
 {
-    const std::string path = "Stored/Auth/PAP/AuthPw";
-    EXPECT_EQ(TraceOfReading(napdef, path.c_str()),
-              Joined({NodeTrace({"Enter: GetValue()! this = 0x#, NodeName = AuthPw\n"}),
-                      ProfileNodeTrace(path), ProfileNameTrace("5Ph1DC1"),
-                      NodeTrace({"NAPI_ReadProfile: profilename = Stored\n",
-                                 "Enter: GetValueforNAPDEF()! NodeName = AuthPw\n"}),
-                      ProfileNodeTrace(path), KeptTrace("Stored/Bearer", "Bearer", "string"),
-                      NodeTrace({"Bearer = GSM-GPRS\n", "Leave: GetValueforNAPDEF()! \n",
-                                 "Leave: GetValue()! \n"})}));
+    EXPECT_EQ(TraceOfReading(napdef, "Stored/Auth/PAP/AuthPw"),
+              NapdefTrace("Stored/Auth/PAP/AuthPw",
+                          Joined({KeptTrace("Stored/Bearer", "Bearer", "string"),
+                                  NodeTrace({"Bearer = GSM-GPRS\n"})})));
 }
 
 TEST_F(ReadTraceTest, ALeafWithoutABearer)
 {
     napdef->DmtRWPluginTree::DeleteNode("Stored/Bearer");
-    const std::string path = "Stored/Addr";
-    EXPECT_EQ(TraceOfReading(napdef, path.c_str()),
-              Joined({NodeTrace({"Enter: GetValue()! this = 0x#, NodeName = Addr\n"}),
-                      ProfileNodeTrace(path), ProfileNameTrace("5Ph1DC1"),
-                      NodeTrace({"NAPI_ReadProfile: profilename = Stored\n",
-                                 "Enter: GetValueforNAPDEF()! NodeName = Addr\n"}),
-                      ProfileNodeTrace(path),
-                      NodeTrace({"Bearer = GSM-CSD\n", "Leave: GetValueforNAPDEF()! \n",
-                                 "Leave: GetValue()! \n"})}));
+    EXPECT_EQ(TraceOfReading(napdef, "Stored/Addr"),
+              NapdefTrace("Stored/Addr", NodeTrace({"Bearer = GSM-CSD\n"})));
 }
 
 TEST_F(ReadTraceTest, ALeafWithAnUnreadableBearer)
 {
-    const std::string path = "Stored/Addr";
     for (const auto &[bearer, type] :
          {std::pair{DmtData(5), "int"}, std::pair{DmtData(""), "string"}}) {
         KeepBearer(bearer);
-        EXPECT_EQ(TraceOfReading(napdef, path.c_str()),
-                  Joined({NodeTrace({"Enter: GetValue()! this = 0x#, NodeName = Addr\n"}),
-                          ProfileNodeTrace(path), ProfileNameTrace("5Ph1DC1"),
-                          NodeTrace({"NAPI_ReadProfile: profilename = Stored\n",
-                                     "Enter: GetValueforNAPDEF()! NodeName = Addr\n"}),
-                          ProfileNodeTrace(path), KeptTrace("Stored/Bearer", "Bearer", type),
-                          NodeTrace({"Get Stored/Bearer value error,use default value!\n",
-                                     "Bearer = GSM-CSD\n", "Leave: GetValueforNAPDEF()! \n",
-                                     "Leave: GetValue()! \n"})}));
+        EXPECT_EQ(
+            TraceOfReading(napdef, "Stored/Addr"),
+            NapdefTrace("Stored/Addr",
+                        Joined({KeptTrace("Stored/Bearer", "Bearer", type),
+                                NodeTrace({"Get Stored/Bearer value error,use default value!\n",
+                                           "Bearer = GSM-CSD\n"})})));
     }
 }
 
@@ -611,46 +612,29 @@ TEST_F(ReadTraceTest, ALeafWithAnUnknownBearer)
                    "Leave: GetValue() fail! GetValueforNAPDEF or GetValueforPROXY return 1\n"}));
 }
 
-TEST_F(ReadTraceTest, APortOfTheProxyKind)
+TEST_F(ReadTraceTest, LeavesOfTheProxyKind)
 {
-    const std::string path = "Stored/Ph1/Port/PortNbr";
-    EXPECT_EQ(TraceOfReading(proxy, path.c_str()),
-              Joined({NodeTrace({"Enter: GetValue()! this = 0x#, NodeName = PortNbr\n"}),
-                      ProfileNodeTrace(path), ProfileNameTrace("5"),
-                      NodeTrace({"NAPI_ReadProfile: profilename = Stored\n",
-                                 "Enter: GetValueforPROXY()! NodeName = PortNbr\n",
-                                 "Enter: GetParentNodeName()! NodePath = Stored/Ph1/Port/PortNbr\n",
-                                 "Leave: GetParentNodeName(), Parent node name = Port\n",
-                                 "GetGrandParentNodeName(): NodePath = Stored/Ph1/Port/PortNbr, "
-                                 "ParentPath = Stored/Ph1/Port, GrandParentPath=Stored/Ph1, "
-                                 "GrandParentnode = Ph1\n",
-                                 "Leave: GetValueforPROXY()! \n", "Leave: GetValue()! \n"})}));
-}
-
-TEST_F(ReadTraceTest, AnAddressOfTheProxyKind)
-{
-    const std::string path = "Stored/Ph3/Addr";
-    EXPECT_EQ(TraceOfReading(proxy, path.c_str()),
-              Joined({NodeTrace({"Enter: GetValue()! this = 0x#, NodeName = Addr\n"}),
-                      ProfileNodeTrace(path), ProfileNameTrace("5"),
-                      NodeTrace({"NAPI_ReadProfile: profilename = Stored\n",
-                                 "Enter: GetValueforPROXY()! NodeName = Addr\n",
-                                 "Enter: GetParentNodeName()! NodePath = Stored/Ph3/Addr\n",
-                                 "Leave: GetParentNodeName(), Parent node name = Ph3\n",
-                                 "Leave: GetValueforPROXY()! \n", "Leave: GetValue()! \n"})}));
-}
-
-TEST_F(ReadTraceTest, UserEditable)
-{
-    const std::string path = "Stored/UserEditable";
-    EXPECT_EQ(TraceOfReading(proxy, path.c_str()),
-              Joined({NodeTrace({"Enter: GetValue()! this = 0x#, NodeName = UserEditable\n"}),
-                      ProfileNodeTrace(path), ProfileNameTrace("5"),
-                      NodeTrace({"NAPI_ReadProfile: profilename = Stored\n",
-                                 "Enter: GetValueforPROXY()! NodeName = UserEditable\n",
-                                 "Enter: GetParentNodeName()! NodePath = Stored/UserEditable\n",
-                                 "Leave: GetParentNodeName(), Parent node name = Stored\n",
-                                 "Leave: GetValueforPROXY()! \n", "Leave: GetValue()! \n"})}));
+    const struct {
+        std::string path, parent;
+        Lines grandParent;
+    } rows[] = {
+        {"Stored/Ph1/Port/PortNbr",
+         "Port",
+         {"GetGrandParentNodeName(): NodePath = Stored/Ph1/Port/PortNbr, ParentPath = "
+          "Stored/Ph1/Port, GrandParentPath=Stored/Ph1, GrandParentnode = Ph1\n"}},
+        {"Stored/Ph3/Addr", "Ph3", {}},
+        {"Stored/UserEditable", "Stored", {}},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(
+            TraceOfReading(proxy, row.path.c_str()),
+            RecordTrace(
+                row.path, "PROXY",
+                Joined({NodeTrace({"Enter: GetParentNodeName()! NodePath = " + row.path + "\n",
+                                   "Leave: GetParentNodeName(), Parent node name = " + row.parent +
+                                       "\n"}),
+                        NodeTrace(row.grandParent)})))
+            << row.path;
 }
 
 TEST_F(ReadTraceTest, AGrandParentThatThereIsNotIsNotTraced)
