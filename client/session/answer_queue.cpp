@@ -9,11 +9,7 @@
 
 namespace client {
 
-using syncml::Command;
-using syncml::CommandKind;
-using syncml::Encoding;
-using syncml::Item;
-using syncml::Message;
+using namespace syncml;
 
 // ---- Room in a message ---------------------------------------------------------------------------
 

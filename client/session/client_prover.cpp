@@ -2,11 +2,9 @@
 
 namespace client {
 
+using namespace syncml;
 using support::Expected;
 using support::Unexpected;
-using syncml::Command;
-using syncml::CommandKind;
-using syncml::SyncHdr;
 
 ClientProver::ClientProver(const Credentials &credentials)
     : m_identity(credentials.identity), m_type(credentials.type), m_nonce(credentials.nonce),

@@ -238,20 +238,18 @@ HttpTransport::Attempt HttpTransport::send(const TransportRequest &request, Exch
 
     const QUrl &url = request.url;
     if (cutoff.isOver())
-        return {cutoff.error(url), {}, false};
+        return {cutoff.error(url)};
     if (answer.isTooLarge)
-        return {problem(url, QStringLiteral("the answer is larger than %1 bytes")
-                                 .arg(m_options.responseBytes)),
-                {},
-                false};
+        return {problem(
+            url,
+            QStringLiteral("the answer is larger than %1 bytes").arg(m_options.responseBytes))};
     if (answer.isTooLate)
         return {problem(url, QStringLiteral("no answer within %1 s")
                                  .arg(static_cast<double>(m_options.timeLimit.count()) / 1000)),
-                {},
                 true};
     if (!answer.tlsProblems.isEmpty()) {
         answer.tlsProblems.removeDuplicates();
-        return {problem(url, answer.tlsProblems.join(QStringLiteral(", "))), {}, false};
+        return {problem(url, answer.tlsProblems.join(QStringLiteral(", ")))};
     }
     return judge(*reply, answer.body);
 }
@@ -260,6 +258,10 @@ namespace {
 
 constexpr int redirectCodes[] = {301, 302, 307, 308};
 constexpr int busyCodes[] = {502, 503, 504};
+/// Of QNetworkReply: those that would be the same the next time.
+constexpr int lastingErrors[] = {QNetworkReply::SslHandshakeFailedError,
+                                 QNetworkReply::ProtocolUnknownError,
+                                 QNetworkReply::HostNotFoundError};
 
 bool isOneOf(std::span<const int> codes, int code)
 {
@@ -273,19 +275,14 @@ HttpTransport::Attempt HttpTransport::judge(QNetworkReply &reply, const QByteArr
     const QUrl url = reply.url();
     const int code = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     if (isOneOf(redirectCodes, code) && reply.hasRawHeader("Location"))
-        return {support::Unexpected(TransportError()),
-                QUrl::fromEncoded(reply.rawHeader("Location")), false};
+        return {.result = support::Unexpected(TransportError()),
+                .redirect = QUrl::fromEncoded(reply.rawHeader("Location"))};
     if (code == 0 || (code / 100 == 2 && reply.error() != QNetworkReply::NoError))
-        return {problem(url, reply.errorString()),
-                {},
-                reply.error() != QNetworkReply::SslHandshakeFailedError &&
-                    reply.error() != QNetworkReply::ProtocolUnknownError &&
-                    reply.error() != QNetworkReply::HostNotFoundError};
+        return {problem(url, reply.errorString()), !isOneOf(lastingErrors, reply.error())};
     if (code / 100 != 2) {
         const QString reason =
             reply.attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString();
         return {problem(url, QStringLiteral("HTTP %1 %2").arg(code).arg(reason).trimmed()),
-                {},
                 isOneOf(busyCodes, code)};
     }
     // Qt does not always notice that a connection ends before its answer does.
@@ -294,7 +291,6 @@ HttpTransport::Attempt HttpTransport::judge(QNetworkReply &reply, const QByteArr
         return {problem(url, QStringLiteral("Connection closed after %1 of %2 bytes")
                                  .arg(body.size())
                                  .arg(announced.toLongLong())),
-                {},
                 true};
     TransportResponse response;
     response.body = body;
@@ -302,7 +298,7 @@ HttpTransport::Attempt HttpTransport::judge(QNetworkReply &reply, const QByteArr
     if (reply.hasRawHeader(hmacHeaderName))
         response.hmac = reply.rawHeader(hmacHeaderName);
     response.url = url;
-    return {response, {}, false};
+    return {response};
 }
 
 } // namespace client

@@ -50,8 +50,8 @@ private:
     /// What came of sending a message once.
     struct Attempt {
         TransportResult result;
-        QUrl redirect; ///< where to send it instead; empty: nowhere
         bool mayBeRepeated = false;
+        QUrl redirect = {}; ///< where to send it instead; empty: nowhere
     };
 
     TransportResult followRedirects(const TransportRequest &request, ExchangeCutoff &cutoff,

@@ -4,9 +4,7 @@
 
 namespace client {
 
-using syncml::Command;
-using syncml::Item;
-using syncml::Location;
+using namespace syncml;
 
 namespace {
 

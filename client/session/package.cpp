@@ -10,10 +10,7 @@
 
 namespace client {
 
-using syncml::Command;
-using syncml::CommandKind;
-using syncml::Message;
-using syncml::SyncHdr;
+using namespace syncml;
 
 namespace {
 

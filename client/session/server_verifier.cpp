@@ -2,7 +2,7 @@
 
 namespace client {
 
-using syncml::SyncHdr;
+using namespace syncml;
 
 ServerVerifier::ServerVerifier(const Credentials &credentials)
     : m_credentials(credentials), m_nonce(credentials.nonce), m_keptNonce(credentials.nonce)

@@ -23,12 +23,7 @@
 
 namespace client {
 
-using syncml::Command;
-using syncml::CommandKind;
-using syncml::Encoding;
-using syncml::Item;
-using syncml::Message;
-using syncml::SyncHdr;
+using namespace syncml;
 
 namespace {
 
@@ -75,10 +70,10 @@ Session::Session(const Account &account, ManagementTree &tree, Transport &transp
       m_sessionId(options.sessionId.isEmpty() ? freshSessionId() : options.sessionId),
       m_url(account.address), m_encoding(options.encoding)
 {
-    m_commands.setAtomicAnswerCheck(
+    m_commands.processor().setAtomicAnswerCheck(
         [this](const std::vector<Command> &answers) { return canBeSent(answers); });
+    m_commands.processor().setEndCheck([this] { return isAbortRequested() || isOverTime(); });
     m_commands.setTimeLeft([this] { return timeLeft(); });
-    m_commands.setEndCheck([this] { return isAbortRequested() || isOverTime(); });
 }
 
 // ---- Course of the session -----------------------------------------------------------------------

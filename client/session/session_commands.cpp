@@ -11,10 +11,7 @@
 
 namespace client {
 
-using syncml::Command;
-using syncml::CommandKind;
-using syncml::Item;
-using syncml::Message;
+using namespace syncml;
 
 SessionCommands::SessionCommands(ManagementTree &tree, const Principal &principal,
                                  UserInteraction *user, std::vector<SessionObserver *> observers,
@@ -27,7 +24,7 @@ SessionCommands::SessionCommands(ManagementTree &tree, const Principal &principa
     });
     m_processor.setOutcomeListener(
         [this](const Command &command, const Item &item, const Outcome &outcome) {
-            noteReason(command, item, outcome);
+            noteReason(command.cmdId, addressOf(item), outcome);
         });
 }
 
@@ -72,7 +69,7 @@ void SessionCommands::refuse(const Message &message, const Outcome &outcome, Com
         m_reasons.clear();
         CommandProcessor::refuse(command, outcome.status, own);
         for (const Command &answer : own)
-            noteReason(*answer.cmdRef, QString(), outcome);
+            noteReason(answer.cmdRef, QString(), outcome);
         report(command, own);
         std::ranges::move(own, std::back_inserter(answers));
     }
@@ -116,7 +113,7 @@ void SessionCommands::runItems(const Command &command, Commands &answers)
             continue;
         }
         flush(whole, answers);
-        noteReason(command, item, outcome);
+        noteReason(command.cmdId, addressOf(item), outcome);
         Command one = command;
         one.items = {std::move(item)};
         CommandProcessor::refuse(one, outcome.status, answers);
@@ -245,7 +242,7 @@ DmStatus SessionCommands::answerAlert(const Command &alert, std::vector<Item> &i
                    QStringLiteral("no alert that a server sends to a client")};
     if (isUserAlert(alert) && !m_user)
         outcome.reason = QStringLiteral("there is no terminal to talk to the user");
-    noteReason(alert.cmdId.value_or(QString()), QString(), outcome);
+    noteReason(alert.cmdId, QString(), outcome);
     return outcome.status;
 }
 
@@ -287,14 +284,10 @@ QString reportedName(const Command &command)
 
 } // namespace
 
-void SessionCommands::noteReason(const Command &command, const Item &item, const Outcome &outcome)
+void SessionCommands::noteReason(const std::optional<QString> &cmdId, const QString &uri,
+                                 const Outcome &outcome)
 {
-    noteReason(command.cmdId.value_or(QString()), addressOf(item), outcome);
-}
-
-void SessionCommands::noteReason(const QString &cmdId, const QString &uri, const Outcome &outcome)
-{
-    m_reasons.try_emplace({cmdId, uri, outcome.status}, outcome.reason);
+    m_reasons.try_emplace({cmdId.value_or(QString()), uri, outcome.status}, outcome.reason);
 }
 
 QString SessionCommands::reasonFor(const QString &cmdId, const QString &uri, DmStatus status) const

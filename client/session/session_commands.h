@@ -33,17 +33,8 @@ public:
     /// Bytes of the largest object that the server takes; 0 when it did not say.
     void setServersLargestObject(qsizetype bytes) { m_serversLargestObject = bytes; }
 
-    /// See CommandProcessor::setAtomicAnswerCheck.
-    void setAtomicAnswerCheck(CommandProcessor::AnswerCheck check)
-    {
-        m_processor.setAtomicAnswerCheck(std::move(check));
-    }
-
-    /// See CommandProcessor::setEndCheck.
-    void setEndCheck(CommandProcessor::EndCheck check)
-    {
-        m_processor.setEndCheck(std::move(check));
-    }
+    /// What runs the commands, for its checks.
+    CommandProcessor &processor() { return m_processor; }
 
     /// How long the session may still take, which no question to the user outlasts; without it a
     /// question takes as long as the server allows.
@@ -73,9 +64,8 @@ private:
     void limitObjects(Commands &answers) const;
     std::optional<std::chrono::seconds> timeForQuestion() const;
     DmStatus answerAlert(const syncml::Command &alert, std::vector<syncml::Item> &items);
-    void noteReason(const syncml::Command &command, const syncml::Item &item,
+    void noteReason(const std::optional<QString> &cmdId, const QString &uri,
                     const Outcome &outcome);
-    void noteReason(const QString &cmdId, const QString &uri, const Outcome &outcome);
     void report(const syncml::Command &command, const Commands &answers);
     QString reasonFor(const QString &cmdId, const QString &uri, DmStatus status) const;
 

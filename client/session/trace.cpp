@@ -15,10 +15,7 @@
 
 namespace client {
 
-using syncml::Command;
-using syncml::CommandKind;
-using syncml::Item;
-using syncml::Meta;
+using namespace syncml;
 
 // ---- Masking -------------------------------------------------------------------------------------
 
@@ -194,13 +191,10 @@ private:
     }
 
     /// An unknown element's name comes from the server; from WBXML it could be any text.
-    static QString printableName(const QString &name)
+    static QString printableName(QString name)
     {
-        QString safe;
-        for (const QChar character : name)
-            if (character.isLetterOrNumber())
-                safe += character;
-        return safe.isEmpty() || !safe[0].isLetter() ? QStringLiteral("Unknown") : safe;
+        name.removeIf([](QChar character) { return !character.isLetterOrNumber(); });
+        return name.isEmpty() || !name[0].isLetter() ? QStringLiteral("Unknown") : name;
     }
 
     QXmlStreamWriter m_xml;

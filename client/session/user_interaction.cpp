@@ -10,8 +10,7 @@
 
 namespace client {
 
-using syncml::Command;
-using syncml::Item;
+using namespace syncml;
 
 // ---- Options -------------------------------------------------------------------------------------
 
@@ -135,8 +134,8 @@ Response ask(UserInteraction &user, const Question &question, std::vector<Item> 
     return response;
 }
 
-Response choose(UserInteraction &user, const Question &question, UserInteraction::Choice kind,
-                std::vector<Item> &items)
+template <UserInteraction::Choice kind>
+Response choose(UserInteraction &user, const Question &question, std::vector<Item> &items)
 {
     std::vector<int> chosen;
     const Response response =
@@ -145,16 +144,6 @@ Response choose(UserInteraction &user, const Question &question, UserInteraction
         for (const int number : chosen)
             items.push_back(itemWith(QByteArray::number(number)));
     return response;
-}
-
-Response chooseOne(UserInteraction &user, const Question &question, std::vector<Item> &items)
-{
-    return choose(user, question, UserInteraction::Choice::Single, items);
-}
-
-Response chooseSeveral(UserInteraction &user, const Question &question, std::vector<Item> &items)
-{
-    return choose(user, question, UserInteraction::Choice::Multiple, items);
 }
 
 struct UserAlertRow {
@@ -167,8 +156,8 @@ constexpr UserAlertRow userAlerts[] = {
     {AlertCode::Display, 2, show},
     {AlertCode::Confirmation, 2, confirm},
     {AlertCode::TextInput, 2, ask},
-    {AlertCode::SingleChoice, 3, chooseOne},
-    {AlertCode::MultipleChoice, 3, chooseSeveral},
+    {AlertCode::SingleChoice, 3, choose<UserInteraction::Choice::Single>},
+    {AlertCode::MultipleChoice, 3, choose<UserInteraction::Choice::Multiple>},
 };
 
 const UserAlertRow *rowOf(const Command &alert)
