@@ -37,6 +37,11 @@ QString wrapped(const QString &first, const QString &text, int indent, int width
     return lines.replace(unbrokenBlank, u' ') + u'\n';
 }
 
+QString paragraph(const QString &text, int width)
+{
+    return wrapped({}, text, 0, width);
+}
+
 struct Row {
     QString left;
     QString right;
@@ -128,14 +133,6 @@ QString usageText(const Command &command)
     return pieces.join(u' ');
 }
 
-/// A line of details, which goes on deeper when it is indented itself.
-QString detailLine(const QString &line, int width)
-{
-    constexpr int step = 2;
-    const bool isIndented = line.startsWith(u' ');
-    return wrapped({}, line, isIndented ? 2 * step : 0, width);
-}
-
 } // namespace
 
 QString synopsis(const Program &program)
@@ -169,31 +166,29 @@ QString programHelp(const Program &program, int width)
         statuses.push_back(
             {QString::number(static_cast<int>(row.status)), QString::fromLatin1(row.meaning)});
     QString text = usageLine(synopsis(program), width) +
-                   wrapped({}, sentence(program.purpose), 0, width) +
+                   paragraph(sentence(program.purpose), width) +
                    table("Commands", commands, width) +
                    optionTable("Options, before or after a command", program.options, width);
     if (!statuses.empty())
         text += table("Exit status", statuses, width);
     return text + u'\n' +
-           wrapped({},
-                   QStringLiteral("'%1' tells more about a command.")
-                       .arg(withProgramName(program, QStringLiteral("help COMMAND"))),
-                   0, width);
+           paragraph(QStringLiteral("'%1' tells more about a command.")
+                         .arg(withProgramName(program, QStringLiteral("help COMMAND"))),
+                     width);
 }
 
 QString commandHelp(const Program &program, const Command &command, int width)
 {
     QString text = usageLine(withProgramName(program, usageText(command)), width) +
-                   wrapped({}, sentence(command.help), 0, width);
+                   paragraph(sentence(command.help), width);
     if (command.details)
-        for (const QString &line : command.details())
-            text += detailLine(line, width);
+        for (const QString &line : command.details()) // what is indented goes on deeper
+            text += wrapped({}, line, line.startsWith(u' ') ? 4 : 0, width);
     text += optionTable("Options", command.options, width);
     if (*program.name != '\0')
-        text += u'\n' + wrapped({},
-                                QStringLiteral("'%1' lists the options of every command.")
-                                    .arg(withProgramName(program, QStringLiteral("help"))),
-                                0, width);
+        text += u'\n' + paragraph(QStringLiteral("'%1' lists the options of every command.")
+                                      .arg(withProgramName(program, QStringLiteral("help"))),
+                                  width);
     return text;
 }
 

@@ -74,6 +74,12 @@ void Output::problem(const QString &text)
     report(text, true);
 }
 
+ExitStatus Output::problem(const QString &text, ExitStatus status)
+{
+    problem(text);
+    return status;
+}
+
 void Output::report(const QString &text, bool failed)
 {
     const bool toError = m_reports == Reports::Failures;
@@ -91,9 +97,9 @@ ExitStatus Output::finish(ExitStatus status)
 {
     if (m_writeError == 0)
         return status;
-    problem(QStringLiteral("cannot write the output: %1")
-                .arg(QString::fromLocal8Bit(std::strerror(m_writeError))));
-    return worse(status, ExitStatus::Unusable);
+    return problem(QStringLiteral("cannot write the output: %1")
+                       .arg(QString::fromLocal8Bit(std::strerror(m_writeError))),
+                   worse(status, ExitStatus::Unusable));
 }
 
 } // namespace commandline

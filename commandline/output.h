@@ -37,6 +37,8 @@ public:
     void ending(const QString &text, bool succeeded);
     /// What is wrong with the command itself, with a file that it names, or with the outcome.
     void problem(const QString &text);
+    /// The same. @return the status, for the command to end with
+    ExitStatus problem(const QString &text, ExitStatus status);
     /// Reports the output that could not be written, if any.
     /// @return the exit status of a program that would have ended with this one
     ExitStatus finish(ExitStatus status);

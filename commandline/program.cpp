@@ -38,10 +38,10 @@ ExitStatus runHelp(const Program &program, const QStringList &arguments, Output 
 {
     const Command *const command =
         arguments.isEmpty() ? nullptr : findCommand(program, arguments.first());
-    if (!arguments.isEmpty() && !command) {
-        output.problem(QStringLiteral("help: %1").arg(unknownCommand(program, arguments.first())));
-        return ExitStatus::WrongUsage;
-    }
+    if (!arguments.isEmpty() && !command)
+        return output.problem(
+            QStringLiteral("help: %1").arg(unknownCommand(program, arguments.first())),
+            ExitStatus::WrongUsage);
     return printHelp(program, command, output);
 }
 
@@ -57,18 +57,16 @@ std::optional<Invocation> interpret(const Program &program, const QStringList &w
                                     Output &output, ExitStatus &exitStatus)
 {
     const auto invocation = parse(program, words);
-    if (!invocation) {
-        output.problem(invocation.error());
-        exitStatus = ExitStatus::WrongUsage;
-    } else if (invocation->has(helpOption.name)) {
+    if (!invocation)
+        exitStatus = output.problem(invocation.error(), ExitStatus::WrongUsage);
+    else if (invocation->has(helpOption.name))
         exitStatus = printHelp(program, invocation->command, output);
-    } else if (invocation->has(versionOption.name)) {
+    else if (invocation->has(versionOption.name))
         exitStatus = printVersion(program, output);
-    } else if (invocation->command == &helpCommand) {
+    else if (invocation->command == &helpCommand)
         exitStatus = runHelp(program, invocation->arguments, output);
-    } else {
+    else
         return *invocation;
-    }
     return std::nullopt;
 }
 

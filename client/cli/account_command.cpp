@@ -15,27 +15,28 @@ using commandline::printable;
 
 namespace {
 
-ExitStatus problem(Context &context, const QString &text)
-{
-    return wrongUsage(context, QStringLiteral("account: %1").arg(text));
-}
-
 /// What is not kept has to be said, and not as a fault of the command line.
-ExitStatus notKept(Context &context, const QString &reason)
+ExitStatus notKept(const Context &context, const QString &reason)
 {
-    problem(context, reason);
-    return ExitStatus::Unusable;
+    return problem(context, reason, ExitStatus::Unusable);
 }
 
-ExitStatus noAccount(Context &context, const QString &name)
+/// The name of the account that the command line names.
+const QString &nameIn(const Context &context)
+{
+    return context.invocation.arguments[1];
+}
+
+/// Why the account that the command line names is not there.
+ExitStatus noAccount(const Context &context)
 {
     const AccountStore &accounts = context.device->accounts();
     if (!accounts.damage().isEmpty())
         return notKept(context, accounts.damage());
-    if (const auto damaged = accounts.damagedAccounts().find(name);
+    if (const auto damaged = accounts.damagedAccounts().find(nameIn(context));
         damaged != accounts.damagedAccounts().end())
         return notKept(context, damaged->second.reason);
-    return problem(context, QStringLiteral("no account %1").arg(name));
+    return wrongUsage(context, QStringLiteral("no account %1").arg(nameIn(context)));
 }
 
 // ---- Values --------------------------------------------------------------------------------------
@@ -73,28 +74,28 @@ support::Expected<void, QString> setFields(const Context &context, Account &acco
 
 // ---- The five things that can be done ------------------------------------------------------------
 
-ExitStatus list(Context &context, const Invocation &)
+ExitStatus list(Context &context)
 {
-    for (const auto &[name, account] : context.device->accounts().accounts())
+    const AccountStore &accounts = context.device->accounts();
+    for (const auto &[name, account] : accounts.accounts())
         context.output.line(
             printable(QStringLiteral("%1  %2").arg(name, account.address.toString())));
-    for (const auto &[name, account] : context.device->accounts().damagedAccounts())
+    for (const auto &[name, account] : accounts.damagedAccounts())
         context.output.line(printable(QStringLiteral("%1  damaged: %2").arg(name, account.reason)));
     // That there are none would be no true answer.
-    return context.device->accounts().damage().isEmpty() ? ExitStatus::Success
-                                                         : ExitStatus::Unusable;
+    return accounts.damage().isEmpty() ? ExitStatus::Success : ExitStatus::Unusable;
 }
 
-ExitStatus show(Context &context, const Invocation &invocation)
+ExitStatus show(Context &context)
 {
-    const Account *const account = context.device->accounts().find(invocation.arguments[1]);
+    const Account *const account = context.device->accounts().find(nameIn(context));
     if (!account)
-        return noAccount(context, invocation.arguments[1]);
+        return noAccount(context);
     for (const AccountField &field : accountFields()) {
         QString value = field.get(*account);
         if (value.isEmpty())
             continue;
-        if (field.isSecret && !invocation.has("show-secrets"))
+        if (field.isSecret && !context.invocation.has("show-secrets"))
             value = QString::fromLatin1(secretMask);
         context.output.line(
             printable(QStringLiteral("%1=%2").arg(QString::fromLatin1(field.name), value)));
@@ -102,42 +103,41 @@ ExitStatus show(Context &context, const Invocation &invocation)
     return ExitStatus::Success;
 }
 
-ExitStatus put(Context &context, const Invocation &invocation, Account account)
+ExitStatus put(const Context &context, Account account)
 {
-    const QString &name = invocation.arguments[1];
-    if (const auto named = checkAccountName(name); !named)
-        return problem(context, named.error());
-    if (const auto set = setFields(context, account, invocation.arguments.mid(2)); !set)
-        return problem(context, set.error());
-    if (const auto kept = context.device->putAccount(name, account); !kept)
+    if (const auto named = checkAccountName(nameIn(context)); !named)
+        return wrongUsage(context, named.error());
+    if (const auto set = setFields(context, account, context.invocation.arguments.mid(2)); !set)
+        return wrongUsage(context, set.error());
+    if (const auto kept = context.device->putAccount(nameIn(context), account); !kept)
         return notKept(context, kept.error());
     if (sendsPasswordsInClear(account))
-        context.output.problem(QStringLiteral("account: warning: with http and basic the password "
-                                              "goes over the network as it is"));
+        return problem(context,
+                       QStringLiteral("warning: with http and basic the password goes over the "
+                                      "network as it is"),
+                       ExitStatus::Success);
     return ExitStatus::Success;
 }
 
-ExitStatus add(Context &context, const Invocation &invocation)
+ExitStatus add(Context &context)
 {
-    if (context.device->accounts().find(invocation.arguments[1]))
-        return problem(context, QStringLiteral("%1 is there already").arg(invocation.arguments[1]));
-    return put(context, invocation, Account());
+    if (context.device->accounts().find(nameIn(context)))
+        return wrongUsage(context, QStringLiteral("%1 is there already").arg(nameIn(context)));
+    return put(context, Account());
 }
 
-ExitStatus set(Context &context, const Invocation &invocation)
+ExitStatus set(Context &context)
 {
-    const Account *const account = context.device->accounts().find(invocation.arguments[1]);
-    return account ? put(context, invocation, *account)
-                   : noAccount(context, invocation.arguments[1]);
+    const Account *const account = context.device->accounts().find(nameIn(context));
+    return account ? put(context, *account) : noAccount(context);
 }
 
-ExitStatus remove(Context &context, const Invocation &invocation)
+ExitStatus remove(Context &context)
 {
     const AccountStore &accounts = context.device->accounts();
-    if (!accounts.find(invocation.arguments[1]) &&
-        !accounts.damagedAccounts().contains(invocation.arguments[1]))
-        return noAccount(context, invocation.arguments[1]);
-    const auto removed = context.device->removeAccount(invocation.arguments[1]);
+    if (!accounts.find(nameIn(context)) && !accounts.damagedAccounts().contains(nameIn(context)))
+        return noAccount(context);
+    const auto removed = context.device->removeAccount(nameIn(context));
     return removed ? ExitStatus::Success : notKept(context, removed.error());
 }
 
@@ -145,7 +145,7 @@ struct ActionRow {
     const char *name;
     int minArguments; ///< the action's name included
     int maxArguments; ///< -1: any number
-    ExitStatus (*run)(Context &, const Invocation &);
+    ExitStatus (*run)(Context &);
 };
 
 constexpr ActionRow actions[] = {
@@ -176,18 +176,20 @@ QStringList accountDetails()
     return {QStringLiteral("T%1.").arg(fieldNames().sliced(1))};
 }
 
-ExitStatus runAccount(Context &context, const Invocation &invocation)
+ExitStatus runAccount(Context &context)
 {
+    const Invocation &invocation = context.invocation;
     const auto count = invocation.arguments.size();
     const auto *const action = std::ranges::find_if(actions, [&](const ActionRow &row) {
         return invocation.arguments[0] == QLatin1String(row.name) && count >= row.minArguments &&
                (row.maxArguments < 0 || count <= row.maxArguments);
     });
     if (action == std::end(actions))
-        return wrongUsage(context, commandline::wrongArguments(
-                                       *invocation.command,
-                                       QStringLiteral("these arguments do not go together")));
-    return action->run(context, invocation);
+        return context.output.problem(
+            commandline::wrongArguments(*invocation.command,
+                                        QStringLiteral("these arguments do not go together")),
+            ExitStatus::WrongUsage);
+    return action->run(context);
 }
 
 } // namespace client::cli

@@ -132,28 +132,20 @@ constexpr CommandRow rows[] = {
      Needs::Accounts,
      runAccount},
     {{"ddf", "", "print the device description (DM DDF 1.2) for a server"}, Needs::Nothing, runDdf},
-    {{"shell", "", "run many commands on one mount, typed or from a pipe", 0, 0, shellOptions},
-     Needs::Tree,
-     runShell,
-     NodeArgument::None,
-     NodeArgument::None,
-     Availability::CommandLineOnly},
-    {{"quit", "", "leave the shell"},
-     Needs::Nothing,
-     runQuit,
-     NodeArgument::None,
-     NodeArgument::None,
-     Availability::ShellOnly},
 };
+constexpr CommandRow shellRow = {
+    {"shell", "", "run many commands on one mount, typed or from a pipe", 0, 0, shellOptions},
+    Needs::Tree,
+    runShell};
+constexpr CommandRow quitRow = {{"quit", "", "leave the shell"}, Needs::Nothing, runQuit};
 
-/// The rows that can be used there, and help.
-std::vector<const commandline::Command *> commandsBut(Availability excluded)
+/// The rows of both programs, the one that only this program has, and help.
+std::vector<const commandline::Command *> commandsWith(const CommandRow &ownRow)
 {
     std::vector<const commandline::Command *> commands;
     for (const CommandRow &row : rows)
-        if (row.availability != excluded)
-            commands.push_back(&row);
-    commands.push_back(&commandline::helpCommand);
+        commands.push_back(&row);
+    commands.insert(commands.end(), {&ownRow, &commandline::helpCommand});
     return commands;
 }
 
@@ -172,15 +164,14 @@ const commandline::Program &program()
 {
     static const commandline::Program program = {
         "dmclient", "a DM client with the network access profiles of one simulated handset",
-        programOptions, commandsBut(Availability::ShellOnly), exitStatuses};
+        programOptions, commandsWith(shellRow), exitStatuses};
     return program;
 }
 
 const commandline::Program &shellProgram()
 {
     static const commandline::Program program = {"", "commands that run on one mount, a line each",
-                                                 shellProgramOptions,
-                                                 commandsBut(Availability::CommandLineOnly)};
+                                                 shellProgramOptions, commandsWith(quitRow)};
     return program;
 }
 

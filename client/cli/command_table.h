@@ -16,6 +16,7 @@ using commandline::Output;
 struct Context {
     DmDevice *device = nullptr; ///< null for commands that need none
     Output &output;
+    const Invocation &invocation;
     bool inShell = false;
     bool leaveShell = false; ///< set by the command that ends the shell
 
@@ -34,17 +35,14 @@ enum class NodeArgument {
     ChildValue
 };
 
-enum class Availability { Everywhere, CommandLineOnly, ShellOnly };
-
 /// What of the device a command works with. The tree needs the plug-in.
 enum class Needs { Nothing, Accounts, Tree };
 
 struct CommandRow : commandline::Command {
     Needs needs;
-    ExitStatus (*run)(Context &, const Invocation &);
+    ExitStatus (*run)(Context &);
     NodeArgument firstNode = NodeArgument::None;
     NodeArgument otherNodes = NodeArgument::None;
-    Availability availability = Availability::Everywhere;
 };
 
 /// dmclient on a command line.
@@ -54,6 +52,9 @@ const commandline::Program &shellProgram();
 
 /// The row of a command of dmclient's own, which every command of its programs is but help.
 const CommandRow &rowOf(const commandline::Command &command);
+
+/// Carries out a command, and keeps what it has changed of the device.
+ExitStatus runAndKeep(Context &context);
 
 /// Carries out a command on the device that the options choose.
 ExitStatus execute(Output &output, const Invocation &invocation);

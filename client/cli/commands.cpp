@@ -12,26 +12,34 @@
 
 namespace client::cli {
 
-ExitStatus wrongUsage(Context &context, const QString &problem)
+namespace {
+
+QString commandName(const Context &context)
 {
-    context.output.problem(problem);
-    return ExitStatus::WrongUsage;
+    return QString::fromLatin1(context.invocation.command->name);
+}
+
+} // namespace
+
+ExitStatus problem(const Context &context, const QString &text, ExitStatus status)
+{
+    return context.output.problem(QStringLiteral("%1: %2").arg(commandName(context), text), status);
+}
+
+ExitStatus wrongUsage(const Context &context, const QString &text)
+{
+    return problem(context, text, ExitStatus::WrongUsage);
 }
 
 namespace {
 
-ExitStatus exitStatusOf(const Outcome &outcome)
-{
-    return outcome ? ExitStatus::Success : ExitStatus::Failed;
-}
-
-/// Reports how a command on a node ended.
-ExitStatus finish(Context &context, const char *command, const QString &uri, const Outcome &outcome)
+/// Reports how the command on a node ended.
+ExitStatus finish(Context &context, const QString &uri, const Outcome &outcome)
 {
     context.output.ending(
-        QStringLiteral("%1 %2: %3").arg(QString::fromLatin1(command), uri, describe(outcome)),
+        QStringLiteral("%1 %2: %3").arg(commandName(context), uri, describe(outcome)),
         bool(outcome));
-    return exitStatusOf(outcome);
+    return outcome ? ExitStatus::Success : ExitStatus::Failed;
 }
 
 Secrets secretsOf(const Invocation &invocation)
@@ -41,27 +49,26 @@ Secrets secretsOf(const Invocation &invocation)
 
 /// Runs an operation on the node that a URI names, and reports how it ended.
 template <class Operation>
-ExitStatus onNode(Context &context, const char *command, const QString &uri, Operation operation)
+ExitStatus onNode(Context &context, const QString &uri, Operation operation)
 {
     const Result<Address> address = parseAddress(uri, context.device->tree().uriLimits());
     if (!address)
-        return finish(context, command, uri, address.outcome());
+        return finish(context, uri, address.outcome());
     if (address->query != Address::Query::None)
-        return wrongUsage(
-            context,
-            QStringLiteral("%1: %2 names more than a node").arg(QString::fromLatin1(command), uri));
-    return finish(context, command, uri, operation(address->node));
+        return wrongUsage(context, QStringLiteral("%1 names more than a node").arg(uri));
+    return finish(context, uri, operation(address->node));
 }
 
 } // namespace
 
 // ---- Reading -------------------------------------------------------------------------------------
 
-ExitStatus runTree(Context &context, const Invocation &invocation)
+ExitStatus runTree(Context &context)
 {
+    const Invocation &invocation = context.invocation;
     const QString uri = invocation.arguments.value(0, QStringLiteral("."));
     const Secrets secrets = secretsOf(invocation);
-    return onNode(context, "tree", uri, [&](const NodeUri &node) {
+    return onNode(context, uri, [&](const NodeUri &node) {
         const TreeView tree = context.device->ownersView();
         const Result<TreeNode> start = tree.find(node);
         if (!start)
@@ -114,8 +121,9 @@ Outcome printProperty(Context &context, const TreeNode &node, const QString &nam
     return value.outcome();
 }
 
-Outcome printAddress(Context &context, const QString &uri, const Invocation &invocation)
+Outcome printAddress(Context &context, const QString &uri)
 {
+    const Invocation &invocation = context.invocation;
     const TreeView tree = context.device->ownersView();
     const Result<Address> address = parseAddress(uri, tree.uriLimits());
     if (!address)
@@ -138,11 +146,11 @@ Outcome printAddress(Context &context, const QString &uri, const Invocation &inv
 
 } // namespace
 
-ExitStatus runGet(Context &context, const Invocation &invocation)
+ExitStatus runGet(Context &context)
 {
     ExitStatus worst = ExitStatus::Success;
-    for (const QString &uri : invocation.arguments)
-        worst = worse(worst, finish(context, "get", uri, printAddress(context, uri, invocation)));
+    for (const QString &uri : context.invocation.arguments)
+        worst = worse(worst, finish(context, uri, printAddress(context, uri)));
     return worst;
 }
 
@@ -165,21 +173,22 @@ support::Expected<QByteArray, QString> valueMeant(const Context &context, const 
 
 } // namespace
 
-ExitStatus runAdd(Context &context, const Invocation &invocation)
+ExitStatus runAdd(Context &context)
 {
+    const Invocation &invocation = context.invocation;
     TreeView::NewValue value;
     const QString uri = invocation.arguments[0];
     if (invocation.arguments.size() > 1) {
         const auto data = valueMeant(context, uri, isSecretUri(uri), invocation.arguments[1]);
         if (!data)
-            return wrongUsage(context, QStringLiteral("add: %1").arg(data.error()));
+            return wrongUsage(context, data.error());
         value.data = *data;
     }
     const QString usualFormat = value.data ? QStringLiteral("chr") : QStringLiteral("node");
     value.format = invocation.has("format") ? invocation.value("format") : usualFormat;
     if (value.data && typeOfFormat(value.format) == DmtData::Node)
-        return wrongUsage(context, QStringLiteral("add: an interior node has no VALUE"));
-    return onNode(context, "add", uri, [&](const NodeUri &node) {
+        return wrongUsage(context, QStringLiteral("an interior node has no VALUE"));
+    return onNode(context, uri, [&](const NodeUri &node) {
         return context.device->ownersView().add(node, value);
     });
 }
@@ -210,23 +219,23 @@ ExitStatus replaceProperty(Context &context, const QString &uri, const Address &
                            const QStringList &words)
 {
     if (words.size() > 1)
-        return wrongUsage(context, QStringLiteral("replace: one VALUE for one property"));
+        return wrongUsage(context, QStringLiteral("one VALUE for one property"));
     const auto property = propertyNamed(address.argument);
     const Outcome outcome =
         property ? context.device->ownersView().replaceProperty(address.node, *property,
                                                                 words[0].toUtf8())
                  : Outcome{DmStatus::FeatureNotSupported,
                            QStringLiteral("no property %1").arg(address.argument)};
-    return finish(context, "replace", uri, outcome);
+    return finish(context, uri, outcome);
 }
 
 } // namespace
 
-ExitStatus runReplace(Context &context, const Invocation &invocation)
+ExitStatus runReplace(Context &context)
 {
     TreeView tree = context.device->ownersView();
-    const QString uri = invocation.arguments[0];
-    const QStringList words = invocation.arguments.mid(1);
+    const QString uri = context.invocation.arguments[0];
+    const QStringList words = context.invocation.arguments.mid(1);
     const Result<Address> address = parseAddress(uri, tree.uriLimits());
     if (address && address->query == Address::Query::Property)
         return replaceProperty(context, uri, *address, words);
@@ -234,11 +243,11 @@ ExitStatus runReplace(Context &context, const Invocation &invocation)
 
     if (!node || node->isLeaf()) {
         if (words.size() > 1)
-            return wrongUsage(context, QStringLiteral("replace: one VALUE for one leaf"));
+            return wrongUsage(context, QStringLiteral("one VALUE for one leaf"));
         const auto value = valueMeant(context, uri, isSecretUri(uri), words[0]);
         if (!value)
-            return wrongUsage(context, QStringLiteral("replace: %1").arg(value.error()));
-        return onNode(context, "replace", uri, [&](const NodeUri &leaf) {
+            return wrongUsage(context, value.error());
+        return onNode(context, uri, [&](const NodeUri &leaf) {
             return tree.replace(leaf, {{}, {}, *value});
         });
     }
@@ -246,31 +255,32 @@ ExitStatus runReplace(Context &context, const Invocation &invocation)
     for (const QString &word : words) {
         const auto value = parseChildValue(context, uri, word);
         if (!value)
-            return wrongUsage(context, QStringLiteral("replace: %1").arg(value.error()));
+            return wrongUsage(context, value.error());
         values.push_back(*value);
     }
-    return onNode(context, "replace", uri,
+    return onNode(context, uri,
                   [&](const NodeUri &interior) { return tree.replaceChildren(interior, values); });
 }
 
-ExitStatus runRename(Context &context, const Invocation &invocation)
+ExitStatus runRename(Context &context)
 {
-    return onNode(context, "rename", invocation.arguments[0], [&](const NodeUri &node) {
+    const QStringList &arguments = context.invocation.arguments;
+    return onNode(context, arguments[0], [&](const NodeUri &node) {
         return context.device->ownersView().replaceProperty(node, Property::Name,
-                                                            invocation.arguments[1].toUtf8());
+                                                            arguments[1].toUtf8());
     });
 }
 
-ExitStatus runDelete(Context &context, const Invocation &invocation)
+ExitStatus runDelete(Context &context)
 {
-    return onNode(context, "delete", invocation.arguments[0],
+    return onNode(context, context.invocation.arguments[0],
                   [&](const NodeUri &node) { return context.device->ownersView().remove(node); });
 }
 
-ExitStatus runCopy(Context &context, const Invocation &invocation)
+ExitStatus runCopy(Context &context)
 {
-    const QString source = invocation.arguments[0];
-    return onNode(context, "copy", invocation.arguments[1], [&](const NodeUri &target) {
+    const QString source = context.invocation.arguments[0];
+    return onNode(context, context.invocation.arguments[1], [&](const NodeUri &target) {
         TreeView tree = context.device->ownersView();
         const Result<Address> from = parseAddress(source, tree.uriLimits());
         return from ? tree.copy(from->node, target) : from.outcome();
@@ -279,58 +289,52 @@ ExitStatus runCopy(Context &context, const Invocation &invocation)
 
 // ---- Packages ------------------------------------------------------------------------------------
 
-ExitStatus runProcess(Context &context, const Invocation &invocation)
+ExitStatus runProcess(Context &context)
 {
+    const Invocation &invocation = context.invocation;
     const QString file = invocation.arguments[0];
     if (context.inShell && file == QStringLiteral("-"))
-        return wrongUsage(context, QStringLiteral("process: standard input is the shell's"));
+        return wrongUsage(context, QStringLiteral("standard input is the shell's"));
     const auto package = commandline::readInput(file, syncml::Limits().messageBytes);
     if (!package)
-        return wrongUsage(context, QStringLiteral("process: %1").arg(package.error()));
+        return wrongUsage(context, package.error());
 
     const syncml::DecodeResult decoded = syncml::decode(*package);
     if (!decoded)
-        return wrongUsage(context,
-                          QStringLiteral("process: %1: %2").arg(file, decoded.error().toString()));
+        return wrongUsage(context, QStringLiteral("%1: %2").arg(file, decoded.error().toString()));
     const auto encoding = *syncml::recogniseEncoding(*package);
     const QString serverId = invocation.value("server-id");
     if (invocation.has("server-id") && !isServerIdentifier(serverId))
-        return wrongUsage(
-            context, QStringLiteral("process: \"%1\" is not a Server Identifier").arg(serverId));
+        return wrongUsage(context,
+                          QStringLiteral("\"%1\" is not a Server Identifier").arg(serverId));
     const QString reasonAgainst = context.device->reasonAgainstServers();
     if (!reasonAgainst.isEmpty() &&
-        (!serverId.isEmpty() || context.device->tree().deviceId().isEmpty())) {
-        context.output.problem(QStringLiteral("process: %1").arg(reasonAgainst));
-        return ExitStatus::Unusable;
-    }
+        (!serverId.isEmpty() || context.device->tree().deviceId().isEmpty()))
+        return problem(context, reasonAgainst, ExitStatus::Unusable);
     const PackageAnswer answer = answerPackage(
         *decoded, context.device->tree(), encoding,
         serverId.isEmpty() ? Principal::owner() : Principal::server(serverId.toUtf8()));
-    if (answer.refusal) {
-        context.output.problem(QStringLiteral("process: %1: %2").arg(file, *answer.refusal));
-        return ExitStatus::SessionFailed;
-    }
-    if (!answer.message) {
-        context.output.problem(
+    if (answer.refusal)
+        return problem(context, QStringLiteral("%1: %2").arg(file, *answer.refusal),
+                       ExitStatus::SessionFailed);
+    if (!answer.message)
+        return problem(
+            context,
             answer.isAbortedByServer
-                ? QStringLiteral("process: the server aborts the session")
-                : QStringLiteral("process: the package asks for nothing; the session would end "
-                                 "here"));
-        return ExitStatus::Success;
-    }
+                ? QStringLiteral("the server aborts the session")
+                : QStringLiteral("the package asks for nothing; the session would end here"),
+            ExitStatus::Success);
     const syncml::EncodeResult encoded =
         syncml::encode(*answer.message, encoding, syncml::XmlLayout::Indented);
-    if (!encoded) {
-        context.output.problem(QStringLiteral("process: %1").arg(encoded.error().text));
-        return ExitStatus::Failed;
-    }
+    if (!encoded)
+        return problem(context, encoded.error().text, ExitStatus::Failed);
     context.output.document(*encoded);
     return answer.allSucceeded ? ExitStatus::Success : ExitStatus::Failed;
 }
 
 // ---- Description ---------------------------------------------------------------------------------
 
-ExitStatus runDdf(Context &context, const Invocation &)
+ExitStatus runDdf(Context &context)
 {
     context.output.document(deviceDescriptionDocument());
     return ExitStatus::Success;
@@ -338,13 +342,12 @@ ExitStatus runDdf(Context &context, const Invocation &)
 
 // ---- The shell -----------------------------------------------------------------------------------
 
-ExitStatus runShell(Context &context, const Invocation &invocation)
+ExitStatus runShell(Context &context)
 {
-    Shell shell(*context.device, context.output, invocation.has("fail-fast"));
-    return shell.run();
+    return Shell(*context.device, context.output, context.invocation.has("fail-fast")).run();
 }
 
-ExitStatus runQuit(Context &context, const Invocation &)
+ExitStatus runQuit(Context &context)
 {
     context.leaveShell = true;
     return ExitStatus::Success;

@@ -5,27 +5,30 @@
 
 namespace client::cli {
 
-/// Says what is wrong with a command line.
-ExitStatus wrongUsage(Context &context, const QString &problem);
+/// Says what is wrong, after the name of the command. @return the status, for the command to end
+/// with
+ExitStatus problem(const Context &context, const QString &text, ExitStatus status);
+/// The same for a command line, a line of the shell or a file that it names.
+ExitStatus wrongUsage(const Context &context, const QString &text);
 
-ExitStatus runTree(Context &context, const Invocation &invocation);
-ExitStatus runGet(Context &context, const Invocation &invocation);
-ExitStatus runAdd(Context &context, const Invocation &invocation);
-ExitStatus runReplace(Context &context, const Invocation &invocation);
-ExitStatus runRename(Context &context, const Invocation &invocation);
-ExitStatus runDelete(Context &context, const Invocation &invocation);
-ExitStatus runCopy(Context &context, const Invocation &invocation);
-ExitStatus runProcess(Context &context, const Invocation &invocation);
-ExitStatus runDdf(Context &context, const Invocation &invocation);
-ExitStatus runSession(Context &context, const Invocation &invocation);
-ExitStatus runAccount(Context &context, const Invocation &invocation);
+ExitStatus runTree(Context &context);
+ExitStatus runGet(Context &context);
+ExitStatus runAdd(Context &context);
+ExitStatus runReplace(Context &context);
+ExitStatus runRename(Context &context);
+ExitStatus runDelete(Context &context);
+ExitStatus runCopy(Context &context);
+ExitStatus runProcess(Context &context);
+ExitStatus runDdf(Context &context);
+ExitStatus runSession(Context &context);
+ExitStatus runAccount(Context &context);
 /// What can be done with an account.
 QStringList accountWords();
 /// "address=" and so on.
 QStringList accountFieldWords();
 /// Says which fields an account has.
 QStringList accountDetails();
-ExitStatus runShell(Context &context, const Invocation &invocation);
-ExitStatus runQuit(Context &context, const Invocation &invocation);
+ExitStatus runShell(Context &context);
+ExitStatus runQuit(Context &context);
 
 } // namespace client::cli

@@ -32,29 +32,30 @@ support::Expected<std::unique_ptr<DmDevice>, QString> openDevice(const CommandRo
 
 } // namespace
 
+ExitStatus runAndKeep(Context &context)
+{
+    const ExitStatus status = rowOf(*context.invocation.command).run(context);
+    if (!context.device)
+        return status;
+    const auto saved = context.device->saveProperties();
+    return saved ? status
+                 : context.output.problem(saved.error(), worse(status, ExitStatus::Unusable));
+}
+
 ExitStatus execute(Output &output, const Invocation &invocation)
 {
     const CommandRow &row = rowOf(*invocation.command);
     std::unique_ptr<DmDevice> device;
     if (row.needs != Needs::Nothing) {
         auto opened = openDevice(row, invocation);
-        if (!opened) {
-            output.problem(opened.error());
-            return ExitStatus::Unusable;
-        }
+        if (!opened)
+            return output.problem(opened.error(), ExitStatus::Unusable);
         device = *std::move(opened);
         for (const QString &sentence : device->damage())
             output.problem(sentence);
     }
-    Context context{.device = device.get(), .output = output};
-    const ExitStatus exitStatus = row.run(context, invocation);
-    if (!device)
-        return exitStatus;
-    if (const auto saved = device->saveProperties(); !saved) {
-        output.problem(saved.error());
-        return worse(exitStatus, ExitStatus::Unusable);
-    }
-    return exitStatus;
+    Context context{.device = device.get(), .output = output, .invocation = invocation};
+    return runAndKeep(context);
 }
 
 } // namespace client::cli

@@ -21,10 +21,8 @@ void showCandidates(const std::vector<Candidate> &candidates)
     std::fputc('\n', stdout);
     for (const Candidate &candidate : candidates) {
         // Of an address only the last name tells the candidates apart.
-        QString shown = candidate.word;
-        const qsizetype slash = shown.lastIndexOf(u'/', -2);
-        shown = shown.mid(slash + 1);
-        std::fprintf(stdout, "%s\n", printable(shown).toUtf8().constData());
+        const QString shown = candidate.word.mid(candidate.word.lastIndexOf(u'/', -2) + 1);
+        std::printf("%s\n", printable(shown).toUtf8().constData());
     }
 }
 

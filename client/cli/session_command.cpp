@@ -223,18 +223,15 @@ ExitStatus exitStatusOf(const SessionEnd &end)
     return end.refused > 0 ? ExitStatus::Failed : ExitStatus::Success;
 }
 
-ExitStatus haveSession(Context &context, const Server &server, const Settings &settings,
-                       bool asJson, TraceWriter *trace)
+ExitStatus haveSession(const Context &context, const Server &server, const Settings &settings,
+                       TraceWriter *trace)
 {
     const auto transport = HttpTransport::create(settings.transport);
     if (!transport)
-        return wrongUsage(context, QStringLiteral("session: %1").arg(transport.error()));
+        return wrongUsage(context, transport.error());
 
-    std::unique_ptr<SessionReport> report;
-    if (asJson)
-        report = std::make_unique<JsonSessionReport>(context.output);
-    else
-        report = std::make_unique<ReadableSessionReport>(context.output);
+    const bool asJson = context.invocation.has("json");
+    const auto report = asJson ? jsonReport(context.output) : readableReport(context.output);
     PropertyKeeper keeper(*context.device, *report);
     std::vector<SessionObserver *> observers = {report.get(), &keeper};
     if (trace)
@@ -252,9 +249,8 @@ ExitStatus haveSession(Context &context, const Server &server, const Settings &s
     report->ended(end);
     if (!trace || !trace->lossReason())
         return exitStatusOf(end);
-    context.output.problem(
-        QStringLiteral("session: the trace has gaps: %1").arg(*trace->lossReason()));
-    return worse(exitStatusOf(end), ExitStatus::Unusable);
+    return problem(context, QStringLiteral("the trace has gaps: %1").arg(*trace->lossReason()),
+                   worse(exitStatusOf(end), ExitStatus::Unusable));
 }
 
 /// Whether the signal was meant for more than the session. Ctrl-C is meant for the command that
@@ -266,37 +262,36 @@ bool endsShell(int signal)
 
 } // namespace
 
-ExitStatus runSession(Context &context, const Invocation &invocation)
+ExitStatus runSession(Context &context)
 {
-    if (const QString reason = context.device->reasonAgainstServers(); !reason.isEmpty()) {
-        context.output.problem(QStringLiteral("session: %1").arg(reason));
-        return ExitStatus::Unusable;
-    }
+    const Invocation &invocation = context.invocation;
+    if (const QString reason = context.device->reasonAgainstServers(); !reason.isEmpty())
+        return problem(context, reason, ExitStatus::Unusable);
     auto settings = readSettings(invocation);
     if (!settings)
-        return wrongUsage(context, QStringLiteral("session: %1").arg(settings.error()));
+        return wrongUsage(context, settings.error());
     const auto server = findServer(context.device->accounts(), invocation.arguments[0]);
     if (!server)
-        return wrongUsage(context, QStringLiteral("session: %1").arg(server.error()));
+        return wrongUsage(context, server.error());
     std::unique_ptr<TraceWriter> trace;
     if (invocation.has("trace")) {
         auto opened = TraceWriter::open(invocation.value("trace"));
         if (!opened)
-            return wrongUsage(context, QStringLiteral("session: %1").arg(opened.error()));
+            return wrongUsage(context, opened.error());
         trace = *std::move(opened);
     }
 
     const InterruptGuard guard;
     settings->transport.interruptFile = guard.file();
-    const ExitStatus status =
-        haveSession(context, *server, *settings, invocation.has("json"), trace.get());
+    const ExitStatus status = haveSession(context, *server, *settings, trace.get());
     if (!context.inShell || !endsShell(InterruptGuard::signal()))
         return status;
     context.leaveShell = true;
-    context.output.problem(QStringLiteral("session: SIG%1 ends the shell")
-                               .arg(QString::fromLatin1(::sigabbrev_np(InterruptGuard::signal()))));
     // The session may have come to its own end; the lines after it have not.
-    return worse(status, ExitStatus::SessionFailed);
+    return problem(context,
+                   QStringLiteral("SIG%1 ends the shell")
+                       .arg(QString::fromLatin1(::sigabbrev_np(InterruptGuard::signal()))),
+                   worse(status, ExitStatus::SessionFailed));
 }
 
 } // namespace client::cli

@@ -36,71 +36,91 @@ QString counted(int number, const char *one, const char *many)
     return QStringLiteral("%1 %2").arg(number).arg(QString::fromLatin1(number == 1 ? one : many));
 }
 
-} // namespace
-
 // ---- For people ----------------------------------------------------------------------------------
 
-void ReadableSessionReport::commandAnswered(const AnsweredCommand &command)
-{
-    const QString about = command.uri.isEmpty() ? command.name : command.name + u' ' + command.uri;
-    const Outcome outcome{command.status, command.reason};
-    const QString text = printable(QStringLiteral("%1: %2").arg(about, describe(outcome)));
-    m_output.line(isRefusal(command.status) ? m_output.painter().paint(Colour::Problem, text)
-                                            : text);
-}
+class ReadableReport final : public SessionReport {
+public:
+    explicit ReadableReport(Output &output) : m_output(output) {}
 
-void ReadableSessionReport::note(const QString &text)
-{
-    m_output.line(
-        m_output.painter().paint(Colour::Faint, printable(QStringLiteral("Note: ") + text)));
-}
+    void commandAnswered(const AnsweredCommand &command) override
+    {
+        const QString uri = command.uri.isEmpty() ? QString() : u' ' + command.uri;
+        const Outcome outcome{command.status, command.reason};
+        print(QStringLiteral("%1%2: %3").arg(command.name, uri, describe(outcome)),
+              isRefusal(command.status));
+    }
 
-void ReadableSessionReport::ended(const SessionEnd &end)
-{
-    QString text = QString::fromLatin1(rowOf(end.kind).words);
-    if (!end.reason.isEmpty())
-        text += QStringLiteral(": ") + end.reason;
-    text += QStringLiteral(" (%1, %2, %3 refused)")
-                .arg(counted(end.messages, "message", "messages"),
-                     counted(end.commands, "command", "commands"))
-                .arg(end.refused);
-    const bool isGood = end.kind == SessionEnd::Kind::Completed;
-    const QString harmless = printable(text);
-    m_output.line(isGood ? harmless : m_output.painter().paint(Colour::Problem, harmless));
-}
+    void note(const QString &text) override
+    {
+        m_output.line(
+            m_output.painter().paint(Colour::Faint, printable(QStringLiteral("Note: ") + text)));
+    }
+
+    void ended(const SessionEnd &end) override
+    {
+        const QString reason = end.reason.isEmpty() ? QString() : QStringLiteral(": ") + end.reason;
+        print(QStringLiteral("%1%2 (%3, %4, %5 refused)")
+                  .arg(QString::fromLatin1(rowOf(end.kind).words), reason,
+                       counted(end.messages, "message", "messages"),
+                       counted(end.commands, "command", "commands"), QString::number(end.refused)),
+              end.kind != SessionEnd::Kind::Completed);
+    }
+
+private:
+    void print(const QString &text, bool isProblem)
+    {
+        const QString harmless = printable(text);
+        m_output.line(isProblem ? m_output.painter().paint(Colour::Problem, harmless) : harmless);
+    }
+
+    Output &m_output;
+};
 
 // ---- For programs --------------------------------------------------------------------------------
 
-namespace {
+class JsonReport final : public SessionReport {
+public:
+    explicit JsonReport(Output &output) : m_output(output) {}
 
-void printObject(Output &output, const QJsonObject &object)
-{
-    output.json(QJsonDocument(object), QJsonDocument::Compact);
-}
+    void commandAnswered(const AnsweredCommand &command) override
+    {
+        print({{QStringLiteral("command"), command.name},
+               {QStringLiteral("uri"), command.uri},
+               {QStringLiteral("status"), static_cast<int>(command.status)},
+               {QStringLiteral("meaning"), meaning(command.status)},
+               {QStringLiteral("reason"), command.reason}});
+    }
+
+    void note(const QString &text) override { print({{QStringLiteral("note"), text}}); }
+
+    void ended(const SessionEnd &end) override
+    {
+        print({{QStringLiteral("session"), QString::fromLatin1(rowOf(end.kind).word)},
+               {QStringLiteral("reason"), end.reason},
+               {QStringLiteral("messages"), end.messages},
+               {QStringLiteral("commands"), end.commands},
+               {QStringLiteral("refused"), end.refused}});
+    }
+
+private:
+    void print(const QJsonObject &object)
+    {
+        m_output.json(QJsonDocument(object), QJsonDocument::Compact);
+    }
+
+    Output &m_output;
+};
 
 } // namespace
 
-void JsonSessionReport::commandAnswered(const AnsweredCommand &command)
+std::unique_ptr<SessionReport> readableReport(Output &output)
 {
-    printObject(m_output, {{QStringLiteral("command"), command.name},
-                           {QStringLiteral("uri"), command.uri},
-                           {QStringLiteral("status"), static_cast<int>(command.status)},
-                           {QStringLiteral("meaning"), meaning(command.status)},
-                           {QStringLiteral("reason"), command.reason}});
+    return std::make_unique<ReadableReport>(output);
 }
 
-void JsonSessionReport::note(const QString &text)
+std::unique_ptr<SessionReport> jsonReport(Output &output)
 {
-    printObject(m_output, {{QStringLiteral("note"), text}});
-}
-
-void JsonSessionReport::ended(const SessionEnd &end)
-{
-    printObject(m_output, {{QStringLiteral("session"), QString::fromLatin1(rowOf(end.kind).word)},
-                           {QStringLiteral("reason"), end.reason},
-                           {QStringLiteral("messages"), end.messages},
-                           {QStringLiteral("commands"), end.commands},
-                           {QStringLiteral("refused"), end.refused}});
+    return std::make_unique<JsonReport>(output);
 }
 
 } // namespace client::cli

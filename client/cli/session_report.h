@@ -4,6 +4,8 @@
 #include "output.h"
 #include "session.h"
 
+#include <memory>
+
 namespace client::cli {
 
 using commandline::Output;
@@ -14,32 +16,12 @@ public:
     virtual void ended(const SessionEnd &end) = 0;
 };
 
-/// Lines for people: "Replace ./A/B: 405 Command Not Allowed: ./A/B is read-only".
-class ReadableSessionReport final : public SessionReport {
-public:
-    explicit ReadableSessionReport(Output &output) : m_output(output) {}
-
-    void commandAnswered(const AnsweredCommand &command) override;
-    void note(const QString &text) override;
-    void ended(const SessionEnd &end) override;
-
-private:
-    Output &m_output;
-};
-
+/// Lines for people: "Replace ./A/B: 405 Command Not Allowed: ./A/B is read-only". The output has
+/// to outlive the report.
+std::unique_ptr<SessionReport> readableReport(Output &output);
 /// One JSON object a line: {"command", "uri", "status", "meaning", "reason"} for each command,
 /// {"note"}, and at last {"session", "reason", "messages", "commands", "refused"}, with "session"
 /// one of completed, aborted-by-server, aborted and failed.
-class JsonSessionReport final : public SessionReport {
-public:
-    explicit JsonSessionReport(Output &output) : m_output(output) {}
-
-    void commandAnswered(const AnsweredCommand &command) override;
-    void note(const QString &text) override;
-    void ended(const SessionEnd &end) override;
-
-private:
-    Output &m_output;
-};
+std::unique_ptr<SessionReport> jsonReport(Output &output);
 
 } // namespace client::cli

@@ -102,13 +102,10 @@ ExitStatus Shell::runWords(const QStringList &words)
     const auto invocation = commandline::interpret(shellProgram(), words, m_output, status);
     if (!invocation)
         return status;
-    Context context{.device = &m_device, .output = m_output, .inShell = true};
-    status = rowOf(*invocation->command).run(context, *invocation);
+    Context context{
+        .device = &m_device, .output = m_output, .invocation = *invocation, .inShell = true};
+    status = runAndKeep(context);
     m_leave = context.leaveShell;
-    if (const auto saved = m_device.saveProperties(); !saved) {
-        m_output.problem(saved.error());
-        return worse(status, ExitStatus::Unusable);
-    }
     return status;
 }
 

@@ -144,9 +144,9 @@ UserInteraction::Response TerminalUser::choose(const QString &text,
 {
     const auto count = static_cast<int>(choices.size());
     printFromServer(text);
-    for (int i = 0; i < count; ++i)
-        printFromServer(
-            QStringLiteral("%1) %2").arg(i + 1).arg(choices[static_cast<std::size_t>(i)]));
+    int shown = 0;
+    for (const QString &choice : choices)
+        printFromServer(QStringLiteral("%1) %2").arg(++shown).arg(choice));
     const bool isSingle = kind == Choice::Single;
     const auto accept = [&](const QString &typed, Response &) {
         static const QRegularExpression separators(QStringLiteral("[ ,\\-]+"));
@@ -156,7 +156,7 @@ UserInteraction::Response TerminalUser::choose(const QString &text,
             const int number = word.toInt(&isNumber);
             if (!isNumber || number < 1 || number > count)
                 return QStringLiteral("Numbers from 1 to %1, please.").arg(count);
-            if (std::find(chosen.begin(), chosen.end(), number) == chosen.end())
+            if (std::ranges::find(chosen, number) == chosen.end())
                 chosen.push_back(number);
         }
         return isSingle && chosen.size() != 1 ? QStringLiteral("One number, please.") : QString();

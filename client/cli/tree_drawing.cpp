@@ -32,15 +32,15 @@ QString valueColumn(const ListedNode &leaf, Secrets secrets, const Painter &pain
 }
 
 /// Branches in front of each node: "│   └── ".
-QStringList branches(const std::vector<ListedNode> &listing)
+std::vector<QString> branches(const std::vector<ListedNode> &listing)
 {
-    QStringList prefixes(static_cast<qsizetype>(listing.size()));
+    std::vector<QString> prefixes(listing.size());
     // From the last line up it is known which levels have another node further down.
     std::vector<bool> continues;
     for (std::size_t i = listing.size(); i-- > 0;) {
         const auto depth = static_cast<std::size_t>(listing[i].depth);
         continues.resize(depth + 1, false);
-        QString &prefix = prefixes[static_cast<qsizetype>(i)];
+        QString &prefix = prefixes[i];
         for (std::size_t level = 1; level < depth; ++level)
             prefix += continues[level] ? QStringLiteral("│   ") : QStringLiteral("    ");
         if (depth > 0)
@@ -60,24 +60,22 @@ QString nameColumn(const ListedNode &entry)
 QStringList drawTree(const std::vector<ListedNode> &listing, Secrets secrets,
                      const Painter &painter)
 {
-    const QStringList prefixes = branches(listing);
+    const std::vector<QString> prefixes = branches(listing);
     qsizetype width = 0;
     for (std::size_t i = 0; i < listing.size(); ++i)
         if (listing[i].value)
-            width = std::max(width, prefixes[static_cast<qsizetype>(i)].size() +
-                                        nameColumn(listing[i]).size());
+            width = std::max(width, prefixes[i].size() + nameColumn(listing[i]).size());
 
     constexpr int formatWidth = 4; // "bool" and "null"
     QStringList lines;
     for (std::size_t i = 0; i < listing.size(); ++i) {
         const ListedNode &entry = listing[i];
-        const QString &prefix = prefixes[static_cast<qsizetype>(i)];
-        QString line = painter.paint(Colour::Faint, prefix);
+        QString line = painter.paint(Colour::Faint, prefixes[i]);
         if (entry.value) {
             const QString format = formatName(entry.node.valueType()).leftJustified(formatWidth);
-            line += nameColumn(entry).leftJustified(width - prefix.size()) + QStringLiteral("  ") +
-                    painter.paint(Colour::Faint, format) + QStringLiteral("  ") +
-                    valueColumn(entry, secrets, painter);
+            line += nameColumn(entry).leftJustified(width - prefixes[i].size()) +
+                    QStringLiteral("  ") + painter.paint(Colour::Faint, format) +
+                    QStringLiteral("  ") + valueColumn(entry, secrets, painter);
         } else {
             line += painter.paint(Colour::Name, nameColumn(entry));
         }

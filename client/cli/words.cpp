@@ -14,7 +14,6 @@ struct EndTokenizer {
 struct Tokens {
     QStringList words;
     int cursorWord = 0;
-    int cursorByte = 0; ///< in that word
 };
 
 std::optional<Tokens> tokenize(const QByteArray &line)
@@ -25,8 +24,7 @@ std::optional<Tokens> tokenize(const QByteArray &line)
     int count = 0;
     const char **words = nullptr;
     Tokens tokens;
-    if (tok_line(tokenizer.get(), &info, &count, &words, &tokens.cursorWord, &tokens.cursorByte) !=
-        0)
+    if (tok_line(tokenizer.get(), &info, &count, &words, &tokens.cursorWord, nullptr) != 0)
         return std::nullopt;
     for (int i = 0; i < count; ++i)
         tokens.words.push_back(QString::fromUtf8(words[i]));
