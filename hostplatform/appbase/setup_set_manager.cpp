@@ -22,16 +22,11 @@ QMap<QString, QString> SETUP_SET_Manager::getEntryKeyList(const QString &group) 
 bool SETUP_SET_Manager::getSettingInfo(const QString &group, const QString &key, QString &value,
                                        const QString &defaultText, bool) const
 {
-    const auto entries = m_file->groups.constFind(group);
-    if (entries != m_file->groups.cend()) {
-        const auto entry = entries->constFind(key);
-        if (entry != entries->cend()) {
-            value = *entry;
-            return true;
-        }
-    }
-    value = defaultText;
-    return false;
+    const SettingsGroup entries = m_file->groups.value(group);
+    const auto entry = entries.constFind(key);
+    const bool isThere = entry != entries.cend();
+    value = isThere ? *entry : defaultText;
+    return isThere;
 }
 
 bool SETUP_SET_Manager::setSettingInfo(const QString &group, const QString &key,

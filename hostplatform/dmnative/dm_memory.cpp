@@ -22,7 +22,6 @@ struct alignas(std::max_align_t) BlockHeader {
 
 struct Allocator {
     std::deque<CallSite> sites; // never moves its elements
-    std::size_t liveBlocks = 0;
     std::size_t allocatedBlocks = 0;
     dmnative_control::AllocationFault fault;
 
@@ -54,7 +53,6 @@ extern "C" void *DmtMemAllocEx(std::size_t size, const char *file, int line)
         return nullptr;
     CallSite &site = allocator.SiteOf(file, line);
     ++site.liveBlocks;
-    ++allocator.liveBlocks;
     ++allocator.allocatedBlocks;
     return new (memory) BlockHeader{&site} + 1;
 }
@@ -65,7 +63,6 @@ extern "C" void DmtMemFree(void *block)
         return;
     BlockHeader *const header = static_cast<BlockHeader *>(block) - 1;
     --header->site->liveBlocks;
-    --TheAllocator().liveBlocks;
     std::free(header);
 }
 
@@ -73,7 +70,10 @@ namespace dmnative_control {
 
 std::size_t LiveBlocks()
 {
-    return TheAllocator().liveBlocks;
+    std::size_t blocks = 0;
+    for (const CallSite &site : TheAllocator().sites)
+        blocks += site.liveBlocks;
+    return blocks;
 }
 
 std::size_t LiveBlocks(std::string_view file, int line)

@@ -12,6 +12,20 @@ DmtData::DmtData(const DMVector<unsigned char> &bytes) : m_type(Bin), m_bytes(by
 
 DmtData::DmtData(const DMStringVector &childNames) : m_type(Node), m_childNames(childNames) {}
 
+namespace {
+
+/// Copies the value that a value of the other type does not have.
+template <class Value>
+int Copy(bool isOfThatType, const Value &from, Value &to)
+{
+    if (!isOfThatType)
+        return DMT_UNSUPPORTED_FORMAT;
+    to = from;
+    return DMT_OK;
+}
+
+} // namespace
+
 int DmtData::GetString(DMString &text) const
 {
     if (m_type != String)
@@ -22,32 +36,20 @@ int DmtData::GetString(DMString &text) const
 
 int DmtData::GetInt(int &number) const
 {
-    if (m_type != Int)
-        return DMT_UNSUPPORTED_FORMAT;
-    number = m_number;
-    return DMT_OK;
+    return Copy(m_type == Int, m_number, number);
 }
 
 int DmtData::GetBoolean(bool &flag) const
 {
-    if (m_type != Bool)
-        return DMT_UNSUPPORTED_FORMAT;
-    flag = m_flag;
-    return DMT_OK;
+    return Copy(m_type == Bool, m_flag, flag);
 }
 
 int DmtData::GetBinary(DMVector<unsigned char> &bytes) const
 {
-    if (m_type != Bin)
-        return DMT_UNSUPPORTED_FORMAT;
-    bytes = m_bytes;
-    return DMT_OK;
+    return Copy(m_type == Bin, m_bytes, bytes);
 }
 
 int DmtData::GetChildNames(DMStringVector &names) const
 {
-    if (m_type != Node)
-        return DMT_UNSUPPORTED_FORMAT;
-    names = m_childNames;
-    return DMT_OK;
+    return Copy(m_type == Node, m_childNames, names);
 }

@@ -40,23 +40,18 @@ void NodeTable::Entry::Append(std::string_view child)
 
 void NodeTable::Entry::Forget(std::string_view child)
 {
-    const auto found = m_places.find(child);
-    if (found == m_places.end())
-        return;
-    const auto place = found->second;
-    m_places.erase(found);
-    m_children.erase(place);
+    if (const auto place = m_places.extract(child))
+        m_children.erase(place.mapped());
 }
 
 void NodeTable::Entry::Replace(std::string_view child, std::string_view newName)
 {
-    const auto found = m_places.find(child);
-    if (found == m_places.end())
+    auto place = m_places.extract(child);
+    if (!place)
         return;
-    const auto place = found->second;
-    m_places.erase(found);
-    *place = newName;
-    m_places.emplace(*place, place);
+    *place.mapped() = newName;
+    place.key() = *place.mapped();
+    m_places.insert(std::move(place));
 }
 
 void NodeTable::Entry::PutFirst(const DMStringVector &children)

@@ -372,26 +372,33 @@ void DmtRWPluginTree::setLogFileHandle(DMFileHandler *file)
     m_logFile = file;
 }
 
-int DmtRWPluginTree::CreateInteriorNodeInternal(const char *path, JemSmartPtr<DmtNode> &node,
-                                                const DMStringVector &childNames)
+namespace {
+
+/// Registers a node of the engine's own, initialised with what follows the tree and the path.
+template <class... Contents>
+int CreateNode(DmtPluginTree &tree, const char *path, JemSmartPtr<DmtNode> &node,
+               const Contents &...contents)
 {
     auto *const created = new EngineNode;
-    JemSmartPtr<DmtNode> holder(created);
-    created->Init(JemSmartPtr<DmtPluginTree>(this), path, childNames);
-    if (const int status = SetNode(path, holder))
+    const JemSmartPtr<DmtNode> holder(created);
+    created->Init(JemSmartPtr<DmtPluginTree>(&tree), path, contents...);
+    if (const int status = tree.SetNode(path, holder))
         return status;
     node = holder;
     return DMT_OK;
 }
 
+} // namespace
+
+int DmtRWPluginTree::CreateInteriorNodeInternal(const char *path, JemSmartPtr<DmtNode> &node,
+                                                const DMStringVector &childNames)
+{
+    return CreateNode(*this, path, node, childNames);
+}
+
 int DmtRWPluginTree::CreateLeafNodeInternal(const char *path, JemSmartPtr<DmtNode> &node,
                                             const DmtData &value)
 {
-    auto *const created = new EngineNode;
-    JemSmartPtr<DmtNode> holder(created);
-    created->Init(JemSmartPtr<DmtPluginTree>(this), path, value, 0);
-    if (const int status = SetNode(path, holder))
-        return status;
-    node = holder;
-    return DMT_OK;
+    constexpr unsigned char inOnePiece = 0;
+    return CreateNode(*this, path, node, value, inOnePiece);
 }

@@ -1,5 +1,6 @@
 #include "foreign_text.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -31,11 +32,9 @@ constexpr Range notShown[] = {
 
 bool isShown(std::uint32_t character)
 {
-    for (const Range &range : notShown) {
-        if (character >= range.first && character <= range.last)
-            return false;
-    }
-    return true;
+    return std::ranges::none_of(notShown, [character](const Range &range) {
+        return character >= range.first && character <= range.last;
+    });
 }
 
 /// @param character  a whole one, as characterLength finds it

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -90,9 +91,9 @@ private:
         unsigned int maximum = 0;
         if (result.failed() || !wanted.has_value())
             return result;
-        StoreResult kept = m_store->readMaximum(maximum);
+        StoreResult kept = readMaximum(m_store->database(), maximum);
         if (kept.failed() || maximum != *wanted)
-            kept = m_store->storeMaximum(*wanted);
+            kept = storeMaximum(m_store->database(), *wanted);
         report(kept); // without it the profiles are there all the same
         return result;
     }
@@ -120,11 +121,11 @@ int refuseNull()
     return Service::instance().refuse(NAPI_ERROR_BAD_ARGUMENT, "a call got a null pointer");
 }
 
-/// Runs an operation on the profile of that name.
-template <typename Operation>
-int runOnProfile(const char *name, Operation operation)
+/// Runs an operation of the store on the profile of that name, and on what the pointers point to.
+template <typename Operation, typename... Arguments>
+int runOnProfile(const char *name, Operation operation, Arguments *...arguments)
 {
-    if (!name)
+    if (!name || (!arguments || ...))
         return refuseNull();
     const std::string_view text(name, strnlen(name, NAPI_NAME_SIZE));
     if (!isProfileName(text)) {
@@ -133,7 +134,8 @@ int runOnProfile(const char *name, Operation operation)
             "a profile name is empty, longer than 63 bytes, not UTF-8, has a slash, or is . or .. "
             "or *");
     }
-    return Service::instance().run([&](ProfileStore &store) { return operation(store, text); });
+    return Service::instance().run(
+        [&](ProfileStore &store) { return std::invoke(operation, store, text, *arguments...); });
 }
 
 } // namespace
@@ -158,46 +160,32 @@ int NAPI_ListAllProfile(char *names, unsigned int *count)
 
 int NAPI_ReadProfile(const char *name, NAP_PROFILE_S *record, int, int)
 {
-    if (!record)
-        return refuseNull();
-    return runOnProfile(name, [&](ProfileStore &store, std::string_view text) {
-        return store.read(text, *record);
-    });
+    return runOnProfile(name, &ProfileStore::read, record);
 }
 
 int NAPI_ModifyProfile(const char *name, const NAP_PROFILE_S *record, int, int)
 {
-    if (!record)
-        return refuseNull();
-    return runOnProfile(name, [&](ProfileStore &store, std::string_view text) {
-        return store.modify(text, *record);
-    });
+    return runOnProfile(name, &ProfileStore::modify, record);
 }
 
 int NAPI_CreateProfile(const char *name, const NAP_PROFILE_S *record, int, int)
 {
-    if (!record)
-        return refuseNull();
-    return runOnProfile(name, [&](ProfileStore &store, std::string_view text) {
+    const auto create = [](ProfileStore &store, std::string_view text, const NAP_PROFILE_S &made) {
         unsigned int maximum = 0;
-        StoreResult result = store.readMaximum(maximum);
-        return result.failed() ? result : store.create(text, *record, maximum);
-    });
+        StoreResult result = readMaximum(store.database(), maximum);
+        return result.failed() ? result : store.create(text, made, maximum);
+    };
+    return runOnProfile(name, create, record);
 }
 
 int NAPI_DeleteProfile(const char *name)
 {
-    return runOnProfile(
-        name, [](ProfileStore &store, std::string_view text) { return store.remove(text); });
+    return runOnProfile(name, &ProfileStore::remove);
 }
 
 int NAPI_GetProfileIDByName(const char *name, unsigned int *id)
 {
-    if (!id)
-        return refuseNull();
-    return runOnProfile(name, [&](ProfileStore &store, std::string_view text) {
-        return store.idByName(text, *id);
-    });
+    return runOnProfile(name, &ProfileStore::idByName, id);
 }
 
 int NAPI_GetProfileNameByID(unsigned int id, char *name)
@@ -216,7 +204,8 @@ int NAPI_GetProfileNameByID(unsigned int id, char *name)
 int NAPI_GetMaxProfiles(void)
 {
     unsigned int maximum = maximumFromEnvironment().value_or(defaultMaximum);
-    Service::instance().run([&](ProfileStore &store) { return store.readMaximum(maximum); });
+    Service::instance().run(
+        [&](ProfileStore &store) { return readMaximum(store.database(), maximum); });
     return static_cast<int>(maximum);
 }
 

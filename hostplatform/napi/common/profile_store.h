@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+class SqliteFile;
+
 /// How an operation of a store ended: the code for the caller, and for anything but NAPI_OK a
 /// sentence for a person that names the store and the reason.
 struct [[nodiscard]] StoreResult {
@@ -40,10 +42,9 @@ public:
     /// @param maximum  number of profiles at which the store counts as full
     virtual StoreResult create(std::string_view name, const NAP_PROFILE_S &record,
                                unsigned int maximum) = 0;
-    /// The number of profiles at which the store counts as full, kept with the store.
-    virtual StoreResult readMaximum(unsigned int &maximum) = 0;
-    virtual StoreResult storeMaximum(unsigned int maximum) = 0;
     virtual StoreResult remove(std::string_view name) = 0;
     virtual StoreResult idByName(std::string_view name, std::uint32_t &id) = 0;
     virtual StoreResult nameById(std::uint32_t id, std::string &name) = 0;
+    /// What belongs to the store as a whole is kept here (stored_maximum.h).
+    virtual SqliteFile &database() = 0;
 };

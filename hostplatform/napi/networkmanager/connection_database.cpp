@@ -1,7 +1,5 @@
 #include "connection_database.h"
 
-#include "stored_maximum.h"
-
 namespace {
 
 constexpr const char *fileFormats[] = {
@@ -173,16 +171,4 @@ StoreResult ConnectionDatabase::setSecrets(const std::string &uuid, const KeptSe
             return m_file.failure(keepSecrets);
     }
     return transaction.commit();
-}
-
-// ---- The maximum --------------------------------------------------------------------------------
-
-StoreResult ConnectionDatabase::readMaximum(unsigned int &maximum)
-{
-    return ::readMaximum(m_file, maximum);
-}
-
-StoreResult ConnectionDatabase::storeMaximum(unsigned int maximum)
-{
-    return ::storeMaximum(m_file, maximum);
 }

@@ -25,10 +25,6 @@ public:
     StoreResult numbersOf(const std::vector<std::string> &uuids,
                           std::vector<std::uint32_t> &numbers);
 
-    /// The number of profiles at which the service counts as full.
-    StoreResult readMaximum(unsigned int &maximum);
-    StoreResult storeMaximum(unsigned int maximum);
-
     /// Fills in the secrets of a UUID, none when none are kept.
     StoreResult secretsOf(const std::string &uuid, KeptSecrets &secrets);
     /// Replaces the secrets of a UUID. They are on the disk when it returns, or with the commit of
@@ -37,6 +33,7 @@ public:
 
     /// For several changes that belong together.
     SqliteTransaction transaction();
+    SqliteFile &file() { return m_file; }
 
 private:
     using NumberByUuid = std::map<std::string, std::uint32_t>;

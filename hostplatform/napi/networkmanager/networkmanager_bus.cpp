@@ -67,9 +67,9 @@ constexpr AnswerRow answerRows[] = {
 
 bool isExpected(const QDBusMessage &answer, const QString &method)
 {
-    const auto row = std::find_if(std::begin(answerRows), std::end(answerRows),
-                                  [&](const AnswerRow &one) { return one.method == method; });
-    return row == std::end(answerRows) || row->signature == answer.signature();
+    return std::ranges::all_of(answerRows, [&](const AnswerRow &row) {
+        return row.method != method || row.signature == answer.signature();
+    });
 }
 
 bool isAnswerMissing(const QDBusMessage &message)
@@ -193,9 +193,8 @@ BusReply NetworkManagerBus::judge(const QDBusMessage &message, const QString &me
                  "NetworkManager: the answer to " + method.toStdString() + " has another form"}};
     }
     const std::string name = message.errorName().toStdString();
-    const ErrorRow &row =
-        *std::find_if(std::begin(errorRows), std::end(errorRows),
-                      [&](const ErrorRow &candidate) { return name.starts_with(candidate.name); });
+    const ErrorRow &row = *std::ranges::find_if(
+        errorRows, [&](const ErrorRow &candidate) { return name.starts_with(candidate.name); });
     if (row.cause == Cause::NoDaemon)
         m_daemon.clear();
     const QString text = subjectOf(message) + withFieldName(message.errorMessage());

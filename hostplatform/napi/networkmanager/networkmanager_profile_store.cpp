@@ -128,8 +128,7 @@ StoreResult NetworkManagerProfileStore::nameEntries(std::vector<Entry> &entries)
         return result;
     for (std::size_t index = 0; index < entries.size(); ++index)
         entries[index].number = numbers[index];
-    std::sort(entries.begin(), entries.end(),
-              [](const Entry &one, const Entry &other) { return one.number < other.number; });
+    std::ranges::sort(entries, {}, &Entry::number);
 
     std::vector<NamedConnection> connections;
     for (const Entry &entry : entries)
@@ -143,7 +142,7 @@ StoreResult NetworkManagerProfileStore::nameEntries(std::vector<Entry> &entries)
 const NetworkManagerProfileStore::Entry *
 NetworkManagerProfileStore::findEntry(const Matches &matches) const
 {
-    const auto found = std::find_if(m_entries.begin(), m_entries.end(), matches);
+    const auto found = std::ranges::find_if(m_entries, matches);
     return found == m_entries.end() ? nullptr : &*found;
 }
 
@@ -208,13 +207,17 @@ StoreResult NetworkManagerProfileStore::list(unsigned int limit, std::vector<std
     return {};
 }
 
+NetworkManagerProfileStore::Matches NetworkManagerProfileStore::hasName(std::string_view name)
+{
+    return [name](const Entry &entry) { return entry.name == name; };
+}
+
 StoreResult NetworkManagerProfileStore::idByName(std::string_view name, std::uint32_t &id)
 {
-    return runOnConnection([&](const Entry &entry) { return entry.name == name; },
-                           [&](const Entry &entry, const ConnectionSettings &) {
-                               id = entry.number;
-                               return BusReply();
-                           });
+    return runOnConnection(hasName(name), [&](const Entry &entry, const ConnectionSettings &) {
+        id = entry.number;
+        return BusReply();
+    });
 }
 
 StoreResult NetworkManagerProfileStore::nameById(std::uint32_t id, std::string &name)
@@ -282,7 +285,7 @@ BusReply NetworkManagerProfileStore::readProfile(const Entry &entry,
 
 StoreResult NetworkManagerProfileStore::read(std::string_view name, NAP_PROFILE_S &record)
 {
-    return runOnConnection([&](const Entry &entry) { return entry.name == name; },
+    return runOnConnection(hasName(name),
                            [&](const Entry &entry, const ConnectionSettings &settings) {
                                GsmConnection connection;
                                return readProfile(entry, settings, connection, record);
@@ -291,7 +294,7 @@ StoreResult NetworkManagerProfileStore::read(std::string_view name, NAP_PROFILE_
 
 StoreResult NetworkManagerProfileStore::modify(std::string_view name, const NAP_PROFILE_S &record)
 {
-    return runOnConnection([&](const Entry &entry) { return entry.name == name; },
+    return runOnConnection(hasName(name),
                            [&](const Entry &entry, const ConnectionSettings &settings) {
                                GsmConnection before;
                                NAP_PROFILE_S oldRecord;
@@ -365,12 +368,10 @@ BusReply NetworkManagerProfileStore::updateConnection(const Entry &entry,
 
 StoreResult NetworkManagerProfileStore::refuseTakenName(std::string_view name) const
 {
-    const Entry *taken = findEntry([&](const Entry &entry) { return entry.name == name; });
-    if (taken)
+    if (findEntry(hasName(name)))
         return {NAPI_ERROR_EXISTS, "NetworkManager has a gsm connection of that name already"};
     // One more of them could not have the name for itself.
-    taken = findEntry([&](const Entry &entry) { return entry.connectionId == name; });
-    if (taken)
+    if (findEntry([&](const Entry &entry) { return entry.connectionId == name; }))
         return {NAPI_ERROR_EXISTS, "NetworkManager has several gsm connections of that name"};
     return {};
 }
@@ -433,21 +434,11 @@ StoreResult NetworkManagerProfileStore::add(const QString &id, const NAP_PROFILE
     return {};
 }
 
-StoreResult NetworkManagerProfileStore::readMaximum(unsigned int &maximum)
-{
-    return m_database->readMaximum(maximum);
-}
-
-StoreResult NetworkManagerProfileStore::storeMaximum(unsigned int maximum)
-{
-    return m_database->storeMaximum(maximum);
-}
-
 StoreResult NetworkManagerProfileStore::remove(std::string_view name)
 {
-    return runOnConnection(
-        [&](const Entry &entry) { return entry.name == name; },
-        [&](const Entry &entry, const ConnectionSettings &) { return removeEntry(entry); });
+    return runOnConnection(hasName(name), [&](const Entry &entry, const ConnectionSettings &) {
+        return removeEntry(entry);
+    });
 }
 
 /// Deletes a connection, with its secrets.

@@ -30,11 +30,10 @@ public:
     StoreResult modify(std::string_view name, const NAP_PROFILE_S &record) override;
     StoreResult create(std::string_view name, const NAP_PROFILE_S &record,
                        unsigned int maximum) override;
-    StoreResult readMaximum(unsigned int &maximum) override;
-    StoreResult storeMaximum(unsigned int maximum) override;
     StoreResult remove(std::string_view name) override;
     StoreResult idByName(std::string_view name, std::uint32_t &id) override;
     StoreResult nameById(std::uint32_t id, std::string &name) override;
+    SqliteFile &database() override { return m_database->file(); }
 
 private:
     /// A connection as it was when it was last seen.
@@ -46,6 +45,7 @@ private:
         std::string name;
     };
     using Matches = std::function<bool(const Entry &)>;
+    static Matches hasName(std::string_view name);
     using Operation = std::function<BusReply(const Entry &, const ConnectionSettings &)>;
 
     NetworkManagerProfileStore() = default;

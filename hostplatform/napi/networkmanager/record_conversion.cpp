@@ -58,9 +58,10 @@ struct Field {
     const char *gsmProperty = nullptr;
 };
 
-#define KUB_FIELD(name, member, form)                                                              \
+#define KUB_FIELD(name, member, form, ...)                                                         \
     {                                                                                              \
-        name, offsetof(NAP_PROFILE_S, member), sizeof(NAP_PROFILE_S::member), Form::form           \
+        name, offsetof(NAP_PROFILE_S, member), sizeof(NAP_PROFILE_S::member),                      \
+            Form::form __VA_OPT__(, ) __VA_ARGS__                                                  \
     }
 
 constexpr Field fieldTable[] = {
@@ -68,10 +69,9 @@ constexpr Field fieldTable[] = {
     KUB_FIELD("creation", creation, Number),
     KUB_FIELD("reserved002", reserved002, Bytes),
     KUB_FIELD("flags", flags, Number),
-    {"gprs.address", offsetof(NAP_PROFILE_S, gprsAddress), 100, Form::Property, "apn"},
-    {"gprs.authId", offsetof(NAP_PROFILE_S, gprsAuthId), 100, Form::Property, "username"},
-    {"gprs.authPassword", offsetof(NAP_PROFILE_S, gprsAuthPassword), 100, Form::Property,
-     "password"},
+    KUB_FIELD("gprs.address", gprsAddress, Property, "apn"),
+    KUB_FIELD("gprs.authId", gprsAuthId, Property, "username"),
+    KUB_FIELD("gprs.authPassword", gprsAuthPassword, Property, "password"),
     KUB_FIELD("reserved134", reserved134, Bytes),
     {"gprs.dns", offsetof(NAP_PROFILE_S, gprsDns1), 8, Form::Dns},
     KUB_FIELD("gprs.linger", gprsLinger, Number),

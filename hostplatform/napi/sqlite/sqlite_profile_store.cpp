@@ -1,7 +1,6 @@
 #include "sqlite_profile_store.h"
 
 #include "profile_name.h"
-#include "stored_maximum.h"
 
 #include <algorithm>
 #include <cstring>
@@ -11,6 +10,7 @@ namespace {
 
 constexpr const char *noSuchName = "has no profile of that name";
 constexpr const char *damagedName = "the name of a profile is damaged";
+constexpr const char *lookUp = "look up a profile";
 
 // ---- The database -------------------------------------------------------------------------------
 
@@ -115,11 +115,9 @@ StoreResult SqliteProfileStore::read(std::string_view name, NAP_PROFILE_S &recor
 {
     return runOnStoredName(name, [&](std::string_view storedName) -> StoreResult {
         SqliteQuery query(m_file, Read);
-        const Step step = query.bind(1, storedName).step();
-        if (step == Step::Done)
-            return m_file.failure(NAPI_ERROR_NOT_FOUND, noSuchName);
-        if (step != Step::Row)
-            return m_file.failure("read a profile");
+        StoreResult result = toRow(query.bind(1, storedName), "read a profile", noSuchName);
+        if (result.failed())
+            return result;
         const std::string_view bytes = query.bytes();
         if (bytes.size() != sizeof record)
             return m_file.failure(NAPI_ERROR_CORRUPT, "the record of a profile is damaged");
@@ -131,12 +129,9 @@ StoreResult SqliteProfileStore::read(std::string_view name, NAP_PROFILE_S &recor
 StoreResult SqliteProfileStore::modify(std::string_view name, const NAP_PROFILE_S &record)
 {
     return runOnStoredName(name, [&](std::string_view storedName) -> StoreResult {
-        if (SqliteQuery(m_file, Modify).bind(1, storedName).bindBlob(2, bytesOf(record)).step() !=
-            Step::Done)
-            return m_file.failure("change a profile");
-        if (m_file.changedRows() == 0)
-            return m_file.failure(NAPI_ERROR_NOT_FOUND, noSuchName);
-        return {};
+        SqliteQuery query(m_file, Modify);
+        query.bind(1, storedName).bindBlob(2, bytesOf(record));
+        return change(query, "change a profile");
     });
 }
 
@@ -169,24 +164,11 @@ StoreResult SqliteProfileStore::create(std::string_view name, const NAP_PROFILE_
     return transaction.commit();
 }
 
-StoreResult SqliteProfileStore::readMaximum(unsigned int &maximum)
-{
-    return ::readMaximum(m_file, maximum);
-}
-
-StoreResult SqliteProfileStore::storeMaximum(unsigned int maximum)
-{
-    return ::storeMaximum(m_file, maximum);
-}
-
 StoreResult SqliteProfileStore::remove(std::string_view name)
 {
     return runOnStoredName(name, [&](std::string_view storedName) -> StoreResult {
-        if (SqliteQuery(m_file, Remove).bind(1, storedName).step() != Step::Done)
-            return m_file.failure("delete a profile");
-        if (m_file.changedRows() == 0)
-            return m_file.failure(NAPI_ERROR_NOT_FOUND, noSuchName);
-        return {};
+        SqliteQuery query(m_file, Remove);
+        return change(query.bind(1, storedName), "delete a profile");
     });
 }
 
@@ -199,13 +181,30 @@ StoreResult SqliteProfileStore::idByName(std::string_view name, std::uint32_t &i
 StoreResult SqliteProfileStore::nameById(std::uint32_t id, std::string &name)
 {
     SqliteQuery query(m_file, NameById);
-    const Step step = query.bind(1, id).step();
-    if (step == Step::Done)
-        return m_file.failure(NAPI_ERROR_NOT_FOUND, "has no profile of that ID");
-    if (step != Step::Row)
-        return m_file.failure("look up a profile");
+    StoreResult result = toRow(query.bind(1, id), lookUp, "has no profile of that ID");
     std::vector<Renamed> renamed;
-    return listedName(id, query.bytes(1), renamed, name);
+    return result.failed() ? result : listedName(id, query.bytes(1), renamed, name);
+}
+
+StoreResult SqliteProfileStore::toRow(SqliteQuery &query, const char *action, const char *noRow)
+{
+    switch (query.step()) {
+    case Step::Row:
+        return {};
+    case Step::Done:
+        return m_file.failure(NAPI_ERROR_NOT_FOUND, noRow);
+    default:
+        return m_file.failure(action);
+    }
+}
+
+StoreResult SqliteProfileStore::change(SqliteQuery &query, const char *action)
+{
+    if (query.step() != Step::Done)
+        return m_file.failure(action);
+    if (m_file.changedRows() == 0)
+        return m_file.failure(NAPI_ERROR_NOT_FOUND, noSuchName);
+    return {};
 }
 
 // ---- Stored names that are not profile names ----------------------------------------------------
@@ -213,11 +212,9 @@ StoreResult SqliteProfileStore::nameById(std::uint32_t id, std::string &name)
 StoreResult SqliteProfileStore::idByStoredName(std::string_view name, std::uint32_t &id)
 {
     SqliteQuery query(m_file, IdByName);
-    const Step step = query.bind(1, name).step();
-    if (step == Step::Done)
-        return m_file.failure(NAPI_ERROR_NOT_FOUND, noSuchName);
-    if (step != Step::Row)
-        return m_file.failure("look up a profile");
+    StoreResult result = toRow(query.bind(1, name), lookUp, noSuchName);
+    if (result.failed())
+        return result;
     const std::int64_t number = query.number();
     if (!isProfileId(number))
         return m_file.failure(NAPI_ERROR_CORRUPT, "the ID of a profile is damaged");
@@ -248,7 +245,7 @@ StoreResult SqliteProfileStore::readRenamed(std::vector<Renamed> &profiles)
         profiles.push_back({id, std::string(storedName), name});
     }
     if (step != Step::Done && !result.failed())
-        return m_file.failure("look up a profile");
+        return m_file.failure(lookUp);
     return result;
 }
 

@@ -23,11 +23,10 @@ public:
     StoreResult modify(std::string_view name, const NAP_PROFILE_S &record) override;
     StoreResult create(std::string_view name, const NAP_PROFILE_S &record,
                        unsigned int maximum) override;
-    StoreResult readMaximum(unsigned int &maximum) override;
-    StoreResult storeMaximum(unsigned int maximum) override;
     StoreResult remove(std::string_view name) override;
     StoreResult idByName(std::string_view name, std::uint32_t &id) override;
     StoreResult nameById(std::uint32_t id, std::string &name) override;
+    SqliteFile &database() override { return m_file; }
 
 private:
     explicit SqliteProfileStore(std::string path);
@@ -46,6 +45,10 @@ private:
     template <typename Operation>
     StoreResult runOnStoredName(std::string_view name, Operation operation);
     StoreResult idByStoredName(std::string_view name, std::uint32_t &id);
+    /// Goes to the one row of a query. @param noRow  what to say when it has none: NOT_FOUND
+    StoreResult toRow(SqliteQuery &query, const char *action, const char *noRow);
+    /// Runs a query that changes one profile.
+    StoreResult change(SqliteQuery &query, const char *action);
     /// Turns the stored name of a profile, whose row a query is on, into the one under which it is
     /// listed. @param renamed  is filled when it is needed, for the next names of the same query
     StoreResult listedName(std::int64_t id, std::string_view storedName,
