@@ -7,7 +7,6 @@
 #include "profile_fields.h"
 
 using commandline::anyNumber;
-using commandline::Invocation;
 using commandline::Option;
 using commandline::ValueKind;
 
@@ -64,30 +63,16 @@ struct CommandRow : commandline::Command {
     ExitStatus (*run)(Output &, const Invocation &);
 };
 
+constexpr std::span<const Option> noOptions;
+
 constexpr CommandRow rows[] = {
     {{"list", "", "list the profiles with their IDs and the parts that they have"}, runList},
     {{"show", "NAME", "show one profile", 1, 1, showOptions}, runShow},
-    {{"create",
-      "NAME [FIELD=VALUE...]",
-      "create a profile",
-      1,
-      anyNumber,
-      {},
-      ValueKind::Text,
-      nullptr,
-      fieldWords,
-      fieldDetails},
+    {{"create", "NAME [FIELD=VALUE...]", "create a profile", 1, anyNumber, noOptions,
+      ValueKind::Text, nullptr, fieldWords, fieldDetails},
      runCreate},
-    {{"set",
-      "NAME FIELD=VALUE...",
-      "change fields of a profile, all or none",
-      2,
-      anyNumber,
-      {},
-      ValueKind::Text,
-      nullptr,
-      fieldWords,
-      fieldDetails},
+    {{"set", "NAME FIELD=VALUE...", "change fields of a profile, all or none", 2, anyNumber,
+      noOptions, ValueKind::Text, nullptr, fieldWords, fieldDetails},
      runSet},
     {{"delete", "NAME...", "delete profiles", 1, anyNumber}, runDelete},
     {{"import", "FILE", "create the profiles of a JSON file (- is standard input)", 1, 1,

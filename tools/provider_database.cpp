@@ -22,12 +22,7 @@ public:
             else if (m_xml.attributes().value(QLatin1StringView("format")) != u"2.0")
                 m_xml.raiseError(QStringLiteral("only format 2.0 is known"));
         }
-        while (m_xml.readNextStartElement()) {
-            if (m_xml.name() == u"country")
-                readCountry();
-            else
-                m_xml.skipCurrentElement();
-        }
+        readEach(u"country", [this] { readCountry(); });
         if (m_xml.hasError())
             return support::Unexpected(
                 QStringLiteral("line %1: %2").arg(m_xml.lineNumber()).arg(m_xml.errorString()));
@@ -35,16 +30,23 @@ public:
     }
 
 private:
+    /// Reads the elements of that name in the current one.
+    template <typename Read>
+    void readEach(QStringView name, Read read)
+    {
+        while (m_xml.readNextStartElement()) {
+            if (m_xml.name() == name)
+                read();
+            else
+                m_xml.skipCurrentElement();
+        }
+    }
+
     void readCountry()
     {
         const QString country =
             m_xml.attributes().value(QLatin1StringView("code")).toString().toLower();
-        while (m_xml.readNextStartElement()) {
-            if (m_xml.name() == u"provider")
-                readProvider(country);
-            else
-                m_xml.skipCurrentElement();
-        }
+        readEach(u"provider", [&] { readProvider(country); });
     }
 
     void readProvider(const QString &country)
@@ -55,22 +57,12 @@ private:
             if (m_xml.name() == u"name")
                 provider.names += readText();
             else if (m_xml.name() == u"gsm")
-                readGsm(provider);
+                readEach(u"apn", [&] { provider.accessPoints += readAccessPoint(); });
             else
                 m_xml.skipCurrentElement();
         }
         if (!provider.accessPoints.isEmpty())
             m_providers += provider;
-    }
-
-    void readGsm(Provider &provider)
-    {
-        while (m_xml.readNextStartElement()) {
-            if (m_xml.name() == u"apn")
-                provider.accessPoints += readAccessPoint();
-            else
-                m_xml.skipCurrentElement();
-        }
     }
 
     AccessPoint readAccessPoint()
@@ -89,17 +81,19 @@ private:
                 accessPoint.dnsServers += readText();
             else if (element == u"mmsproxy")
                 accessPoint.mmsProxy = readText();
+            else if (element == u"usage")
+                accessPoint.usage = readUsage();
             else
-                readOther(accessPoint);
+                m_xml.skipCurrentElement();
         }
         return accessPoint;
     }
 
-    void readOther(AccessPoint &accessPoint)
+    QString readUsage()
     {
-        if (m_xml.name() == u"usage")
-            accessPoint.usage = m_xml.attributes().value(QLatin1StringView("type")).toString();
+        const QString usage = m_xml.attributes().value(QLatin1StringView("type")).toString();
         m_xml.skipCurrentElement();
+        return usage;
     }
 
     QString readText()
