@@ -20,6 +20,7 @@ struct Context {
     bool inShell = false;
     bool leaveShell = false; ///< set by the command that ends the shell
 
+    QString commandName() const { return QString::fromLatin1(invocation.command->name); }
     commandline::StandardInput standardInput() const
     {
         return inShell ? commandline::StandardInput::Commands : commandline::StandardInput::Unused;

@@ -12,18 +12,10 @@
 
 namespace client::cli {
 
-namespace {
-
-QString commandName(const Context &context)
-{
-    return QString::fromLatin1(context.invocation.command->name);
-}
-
-} // namespace
-
 ExitStatus problem(const Context &context, const QString &text, ExitStatus status)
 {
-    return context.output.problem(QStringLiteral("%1: %2").arg(commandName(context), text), status);
+    return context.output.problem(QStringLiteral("%1: %2").arg(context.commandName(), text),
+                                  status);
 }
 
 ExitStatus wrongUsage(const Context &context, const QString &text)
@@ -37,7 +29,7 @@ namespace {
 ExitStatus finish(Context &context, const QString &uri, const Outcome &outcome)
 {
     context.output.ending(
-        QStringLiteral("%1 %2: %3").arg(commandName(context), uri, describe(outcome)),
+        QStringLiteral("%1 %2: %3").arg(context.commandName(), uri, describe(outcome)),
         bool(outcome));
     return outcome ? ExitStatus::Success : ExitStatus::Failed;
 }

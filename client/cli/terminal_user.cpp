@@ -12,6 +12,8 @@
 namespace client::cli {
 
 using commandline::printable;
+using support::LineInput;
+using support::Unexpected;
 
 // ---- Texts ---------------------------------------------------------------------------------------
 
@@ -35,16 +37,14 @@ void TerminalUser::printFromServer(const QString &text)
 
 // ---- Questions -----------------------------------------------------------------------------------
 
-template <class Accept>
-UserInteraction::Response TerminalUser::askUntilAccepted(const QString &prompt,
-                                                         const InteractionOptions &options,
-                                                         Accept accept)
+UserInteraction::Response
+TerminalUser::askUntilAccepted(const QString &prompt, const InteractionOptions &options,
+                               const std::function<Answer(const QString &typed)> &accept)
 {
     std::optional<std::chrono::steady_clock::time_point> deadline;
     if (options.maximumTime)
         deadline = std::chrono::steady_clock::now() + *options.maximumTime;
-    const auto echo =
-        options.isSecret ? support::LineInput::Echo::Off : support::LineInput::Echo::On;
+    const auto echo = options.isSecret ? LineInput::Echo::Off : LineInput::Echo::On;
     QString shownPrompt = prompt;
     if (!options.defaultResponse.isEmpty())
         shownPrompt += QStringLiteral(" [%1]").arg(
@@ -53,19 +53,18 @@ UserInteraction::Response TerminalUser::askUntilAccepted(const QString &prompt,
     for (;;) {
         print(shownPrompt + QStringLiteral(": "));
         QByteArray line;
-        const support::LineInput::Result result = m_input.readLine(echo, deadline, line);
-        if (result != support::LineInput::Result::Line || options.isSecret)
+        const LineInput::Result result = m_input.readLine(echo, deadline, line);
+        if (result != LineInput::Result::Line || options.isSecret)
             print(QStringLiteral("\n"));
-        if (result == support::LineInput::Result::TimedOut)
+        if (result == LineInput::Result::TimedOut)
             return Response::TimedOut;
-        if (result != support::LineInput::Result::Line)
+        if (result != LineInput::Result::Line)
             return Response::Cancelled;
-        const QString typed = line.isEmpty() ? options.defaultResponse : QString::fromUtf8(line);
-        Response response = Response::Given;
-        const QString problem = accept(typed, response);
-        if (problem.isEmpty())
-            return response;
-        print(problem + u'\n');
+        const Answer answer =
+            accept(line.isEmpty() ? options.defaultResponse : QString::fromUtf8(line));
+        if (answer)
+            return *answer;
+        print(answer.error() + u'\n');
     }
 }
 
@@ -82,15 +81,15 @@ UserInteraction::Response TerminalUser::confirm(const QString &text,
                                     QStringLiteral("1")};
     static const QStringList no = {QStringLiteral("n"), QStringLiteral("no"), QStringLiteral("0")};
     printFromServer(text);
-    return askUntilAccepted(QStringLiteral("yes or no"), options,
-                            [](const QString &typed, Response &response) {
-                                const QString word = typed.trimmed().toLower();
-                                if (no.contains(word))
-                                    response = Response::Refused;
-                                else if (!yes.contains(word))
-                                    return QStringLiteral("Please type yes or no; Ctrl-D cancels.");
-                                return QString();
-                            });
+    return askUntilAccepted(
+        QStringLiteral("yes or no"), options, [](const QString &typed) -> Answer {
+            const QString word = typed.trimmed().toLower();
+            if (yes.contains(word))
+                return Response::Given;
+            if (no.contains(word))
+                return Response::Refused;
+            return Unexpected(QStringLiteral("Please type yes or no; Ctrl-D cancels."));
+        });
 }
 
 namespace {
@@ -110,31 +109,30 @@ constexpr InputForm inputForms[] = {
      "An address of four numbers, please: 192.0.2.1."},
 };
 
-/// What is wrong with a typed text; empty when nothing is.
-QString problemOf(const QString &typed, const InteractionOptions &options)
+} // namespace
+
+TerminalUser::Answer TerminalUser::check(const QString &typed, const InteractionOptions &options)
 {
     if (options.maximumLength && typed.size() > *options.maximumLength)
-        return QStringLiteral("At most %1 characters, please.").arg(*options.maximumLength);
+        return Unexpected(
+            QStringLiteral("At most %1 characters, please.").arg(*options.maximumLength));
     for (const InputForm &form : inputForms) {
         const QRegularExpression expression(
             QRegularExpression::anchoredPattern(QString::fromLatin1(form.pattern)));
         if (form.input == options.input && !expression.match(typed).hasMatch())
-            return QString::fromLatin1(form.problem);
+            return Unexpected(QString::fromLatin1(form.problem));
     }
-    return {};
+    return Response::Given;
 }
-
-} // namespace
 
 UserInteraction::Response TerminalUser::ask(const QString &text, const InteractionOptions &options,
                                             QString &typed)
 {
     printFromServer(text);
-    return askUntilAccepted(QStringLiteral("your answer"), options,
-                            [&](const QString &line, Response &) {
-                                typed = line;
-                                return problemOf(line, options);
-                            });
+    return askUntilAccepted(QStringLiteral("your answer"), options, [&](const QString &line) {
+        typed = line;
+        return check(line, options);
+    });
 }
 
 UserInteraction::Response TerminalUser::choose(const QString &text,
@@ -148,18 +146,20 @@ UserInteraction::Response TerminalUser::choose(const QString &text,
     for (const QString &choice : choices)
         printFromServer(QStringLiteral("%1) %2").arg(++shown).arg(choice));
     const bool isSingle = kind == Choice::Single;
-    const auto accept = [&](const QString &typed, Response &) {
+    const auto accept = [&](const QString &typed) -> Answer {
         static const QRegularExpression separators(QStringLiteral("[ ,\\-]+"));
         chosen.clear();
         for (const QString &word : typed.split(separators, Qt::SkipEmptyParts)) {
             bool isNumber = false;
             const int number = word.toInt(&isNumber);
             if (!isNumber || number < 1 || number > count)
-                return QStringLiteral("Numbers from 1 to %1, please.").arg(count);
+                return Unexpected(QStringLiteral("Numbers from 1 to %1, please.").arg(count));
             if (std::ranges::find(chosen, number) == chosen.end())
                 chosen.push_back(number);
         }
-        return isSingle && chosen.size() != 1 ? QStringLiteral("One number, please.") : QString();
+        if (isSingle && chosen.size() != 1)
+            return Unexpected(QStringLiteral("One number, please."));
+        return Response::Given;
     };
     const QString prompt = isSingle ? QStringLiteral("number") : QStringLiteral("numbers");
     return askUntilAccepted(prompt, options, accept);

@@ -1,8 +1,11 @@
 // The person at the terminal, asked on behalf of a DM server.
 #pragma once
 
+#include "expected.h"
 #include "line_input.h"
 #include "user_interaction.h"
+
+#include <functional>
 
 namespace client::cli {
 
@@ -25,11 +28,12 @@ public:
                     const InteractionOptions &options, std::vector<int> &chosen) override;
 
 private:
+    /// What a typed text means, or what is wrong with it.
+    using Answer = support::Expected<Response, QString>;
     /// Asks until an answer is accepted, cancelled, or time is up.
-    /// @param accept  takes an answer, or gives what is wrong with it
-    template <class Accept>
     Response askUntilAccepted(const QString &prompt, const InteractionOptions &options,
-                              Accept accept);
+                              const std::function<Answer(const QString &typed)> &accept);
+    static Answer check(const QString &typed, const InteractionOptions &options);
     void print(const QString &text);
     void printFromServer(const QString &text);
 
