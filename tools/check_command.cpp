@@ -75,7 +75,7 @@ ExitStatus runCheck(Output &output, const Invocation &)
     if (status == NAPI_OK)
         status = listProfileNames(names);
     if (status != NAPI_OK)
-        return reportServiceFailure(output, {}, status);
+        return reportResult(output, {}, status);
     Checker checker(output);
     if (names.size() != qsizetype{count}) {
         output.line(

@@ -2,14 +2,28 @@
 #pragma once
 
 #include "command.h"
+#include "expected.h"
+#include "input_file.h"
 #include "output.h"
 
 using commandline::ExitStatus;
 using commandline::Invocation;
 using commandline::Output;
 
-/// What import and provision read at most.
-inline constexpr qint64 largestInput = 64 * 1024 * 1024;
+/// Reads and parses a file that the command line names. The error begins with the file.
+template <typename Parsed>
+support::Expected<Parsed, QString>
+parseFile(const QString &fileName, support::Expected<Parsed, QString> (*parse)(const QByteArray &))
+{
+    constexpr qint64 largestInput = 64 * 1024 * 1024;
+    const auto bytes = commandline::readInput(fileName, largestInput);
+    if (!bytes)
+        return support::Unexpected(bytes.error());
+    auto parsed = parse(*bytes);
+    if (!parsed)
+        return support::Unexpected(QStringLiteral("%1: %2").arg(fileName, parsed.error()));
+    return parsed;
+}
 
 ExitStatus runList(Output &output, const Invocation &invocation);
 ExitStatus runShow(Output &output, const Invocation &invocation);

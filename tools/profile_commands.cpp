@@ -73,10 +73,8 @@ QString fieldLines(const ProfilePart *part, const NAP_PROFILE_S &record, bool sh
     for (const ProfileField &field : profileFields()) {
         if (field.part != part)
             continue;
-        const QString line = (!part ? QString() : QStringLiteral("  ")) +
-                             QString::fromLatin1(field.name).leftJustified(!part ? 16 : 14) +
-                             shownValue(field, record, showSecrets);
-        lines += line.trimmed().isEmpty() ? QString() : line;
+        const QString name = QLatin1StringView(part ? "  " : "") + QLatin1StringView(field.name);
+        lines += name.leftJustified(16) + shownValue(field, record, showSecrets);
         while (lines.endsWith(u' '))
             lines.chop(1);
         lines += u'\n';
@@ -106,7 +104,7 @@ ExitStatus runList(Output &output, const Invocation &)
 {
     QList<QByteArray> names;
     if (const int status = listProfileNames(names); status != NAPI_OK)
-        return reportServiceFailure(output, {}, status);
+        return reportResult(output, {}, status);
     output.line(QStringLiteral("   ID  PARTS                        NAME"));
     for (const QByteArray &name : names) {
         NAP_PROFILE_S record = {};
@@ -117,7 +115,7 @@ ExitStatus runList(Output &output, const Invocation &)
         if (status == NAPI_ERROR_NOT_FOUND) // deleted in the meantime
             continue;
         if (status != NAPI_OK)
-            return reportServiceFailure(output, QString::fromUtf8(name), status);
+            return reportResult(output, QString::fromUtf8(name), status);
         output.line(QStringLiteral("%1  %2  %3")
                         .arg(id, 5)
                         .arg(partNames(record), -27)
@@ -137,7 +135,7 @@ ExitStatus runShow(Output &output, const Invocation &invocation)
     if (status == NAPI_OK)
         status = NAPI_GetProfileIDByName(key.constData(), &id);
     if (status != NAPI_OK)
-        return reportServiceFailure(output, name, status);
+        return reportResult(output, name, status);
     if (invocation.has("json"))
         output.json(formatProfile(name, record, showSecrets));
     else
@@ -145,52 +143,44 @@ ExitStatus runShow(Output &output, const Invocation &invocation)
     return ExitStatus::Success;
 }
 
-ExitStatus runCreate(Output &output, const Invocation &invocation)
-{
-    const QString &name = invocation.arguments.first();
-    const auto values = parseAssignments(invocation.arguments.sliced(1));
-    if (!values) {
-        output.problem(values.error());
-        return ExitStatus::WrongUsage;
-    }
-    NAP_PROFILE_S record = {};
-    record.creation = 1;
-    if (const auto set = setFields(record, *values); !set) {
-        output.problem(name + QStringLiteral(": ") + set.error());
-        return ExitStatus::Failed;
-    }
-    const int status = NAPI_CreateProfile(name.toUtf8().constData(), &record, 0, 0);
-    return status == NAPI_OK ? ExitStatus::Success : reportServiceFailure(output, name, status);
-}
+namespace {
 
-ExitStatus runSet(Output &output, const Invocation &invocation)
+/// Sets fields of a new record, or of the stored one, and stores it.
+ExitStatus storeFields(Output &output, const Invocation &invocation, bool isNew)
 {
     const QString &name = invocation.arguments.first();
     const QByteArray key = name.toUtf8();
     const auto values = parseAssignments(invocation.arguments.sliced(1));
-    if (!values) {
-        output.problem(values.error());
-        return ExitStatus::WrongUsage;
-    }
+    if (!values)
+        return output.problem(values.error(), ExitStatus::WrongUsage);
     NAP_PROFILE_S record = {};
-    int status = NAPI_ReadProfile(key.constData(), &record, 0, 0);
+    record.creation = 1;
+    const int status = isNew ? NAPI_OK : NAPI_ReadProfile(key.constData(), &record, 0, 0);
     if (status != NAPI_OK)
-        return reportServiceFailure(output, name, status);
-    if (const auto set = setFields(record, *values); !set) {
-        output.problem(name + QStringLiteral(": ") + set.error());
-        return ExitStatus::Failed;
-    }
-    status = NAPI_ModifyProfile(key.constData(), &record, 0, 0);
-    return status == NAPI_OK ? ExitStatus::Success : reportServiceFailure(output, name, status);
+        return reportResult(output, name, status);
+    if (const auto set = setFields(record, *values); !set)
+        return output.problem(name + QStringLiteral(": ") + set.error(), ExitStatus::Failed);
+    const auto store = isNew ? NAPI_CreateProfile : NAPI_ModifyProfile;
+    return reportResult(output, name, store(key.constData(), &record, 0, 0));
+}
+
+} // namespace
+
+ExitStatus runCreate(Output &output, const Invocation &invocation)
+{
+    return storeFields(output, invocation, true);
+}
+
+ExitStatus runSet(Output &output, const Invocation &invocation)
+{
+    return storeFields(output, invocation, false);
 }
 
 ExitStatus runDelete(Output &output, const Invocation &invocation)
 {
     ExitStatus exitStatus = ExitStatus::Success;
-    for (const QString &name : invocation.arguments) {
-        const int status = NAPI_DeleteProfile(name.toUtf8().constData());
-        if (status != NAPI_OK)
-            exitStatus = worse(exitStatus, reportServiceFailure(output, name, status));
-    }
+    for (const QString &name : invocation.arguments)
+        exitStatus = worse(
+            exitStatus, reportResult(output, name, NAPI_DeleteProfile(name.toUtf8().constData())));
     return exitStatus;
 }

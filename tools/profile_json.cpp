@@ -4,10 +4,12 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSet>
+#include <algorithm>
 
 #include "secret_mask.h"
 
 using support::secretMask;
+using support::Unexpected;
 
 namespace {
 
@@ -19,10 +21,8 @@ bool isNumber(const ProfileField &field)
            field.kind == FieldKind::BitRate;
 }
 
-QString quoted(const QString &text)
-{
-    return u'"' + text + u'"';
-}
+/// Nothing, or what is wrong.
+using Check = support::Expected<void, QString>;
 
 //////////////////////////////////////////////////////////////////////////////////////////////////
 // Reading
@@ -30,91 +30,89 @@ QString quoted(const QString &text)
 /// Reads one profile after the other; none after a fault.
 class ProfileReader {
 public:
-    /// @return false for a fault
-    bool readProfile(const QJsonValue &value)
+    Check readProfile(const QJsonValue &value)
     {
         m_profile = {};
-        if (!value.isObject())
-            return fail(QStringLiteral("expected an object"));
-        const QJsonObject object = value.toObject();
-        if (!readName(object.value(nameKey)))
-            return false;
-        for (auto member = object.begin(); member != object.end(); ++member) {
-            if (member.key() != nameKey && !readMember(member.key(), member.value()))
-                return false;
+        if (const Check read = readMembers(value); !read) {
+            const QString &name = m_profile.name;
+            return Unexpected(QStringLiteral("profile %1%2: %3")
+                                  .arg(QString::number(profiles.size() + 1),
+                                       name.isEmpty() ? name : QStringLiteral(" (%1)").arg(name),
+                                       read.error()));
         }
         profiles += m_profile;
-        return true;
+        return {};
     }
 
     QList<JsonProfile> profiles;
-    QString fault;
 
 private:
-    bool readName(const QJsonValue &value)
+    Check readMembers(const QJsonValue &value)
+    {
+        if (!value.isObject())
+            return Unexpected(QStringLiteral("expected an object"));
+        QJsonObject object = value.toObject();
+        if (const Check read = readName(object.take(nameKey)); !read)
+            return read;
+        for (auto member = object.begin(); member != object.end(); ++member)
+            if (const Check read = readMember(member.key(), member.value()); !read)
+                return read;
+        return {};
+    }
+
+    Check readName(const QJsonValue &value)
     {
         if (!value.isString())
-            return fail(QStringLiteral("it has no \"name\" that is a text"));
+            return Unexpected(QStringLiteral("it has no \"name\" that is a text"));
         m_profile.name = value.toString();
         if (m_names.contains(m_profile.name))
-            return fail(QStringLiteral("the name is there twice"));
+            return Unexpected(QStringLiteral("the name is there twice"));
         m_names += m_profile.name;
-        return true;
+        return {};
     }
 
-    bool readMember(const QString &key, const QJsonValue &value)
+    Check readMember(const QString &key, const QJsonValue &value)
     {
-        for (const ProfilePart &part : profileParts()) {
-            if (key != QLatin1StringView(part.name))
-                continue;
-            if (!value.isObject())
-                return fail(key + QStringLiteral(": expected an object"));
-            const QJsonObject object = value.toObject();
-            for (auto member = object.begin(); member != object.end(); ++member) {
-                if (!readValue(key + u'.' + member.key(), member.value()))
-                    return false;
-            }
-            return true;
-        }
-        // The dot would name a field of a part at the wrong level.
-        return readValue(key.contains(u'.') ? quoted(key) : key, value);
+        const bool isPart = std::ranges::any_of(profileParts(), [&key](const ProfilePart &part) {
+            return key == QLatin1StringView(part.name);
+        });
+        if (!isPart) // a dot would name a field of a part at the wrong level
+            return readValue(key.contains(u'.') ? QStringLiteral("\"%1\"").arg(key) : key, value);
+        if (!value.isObject())
+            return Unexpected(key + QStringLiteral(": expected an object"));
+        const QJsonObject object = value.toObject();
+        for (auto member = object.begin(); member != object.end(); ++member)
+            if (const Check read = readValue(key + u'.' + member.key(), member.value()); !read)
+                return read;
+        return {};
     }
 
-    bool readValue(const QString &path, const QJsonValue &value)
+    Check readValue(const QString &path, const QJsonValue &value)
     {
         const ProfileField *field = findField(path);
+        const auto expected = [&path](const char *what) {
+            return Unexpected(path + QStringLiteral(": expected ") + QLatin1StringView(what));
+        };
         if (!field)
-            return fail(path + QStringLiteral(": there is no such field"));
+            return Unexpected(path + QStringLiteral(": there is no such field"));
+        QString text = value.toString();
         if (field->kind == FieldKind::Flag) {
             if (!value.isBool())
-                return fail(path + QStringLiteral(": expected true or false"));
-            m_profile.values +=
-                FieldValue{field, QString::fromLatin1(value.toBool() ? "true" : "false")};
-            return true;
-        }
-        if (isNumber(*field)) {
+                return expected("true or false");
+            text = value.toBool() ? QStringLiteral("true") : QStringLiteral("false");
+        } else if (isNumber(*field)) {
             const qint64 number = value.toInteger(-1);
             if (number < 0)
-                return fail(path + QStringLiteral(": expected a whole number from 0"));
-            m_profile.values += FieldValue{field, QString::number(number)};
-            return true;
+                return expected("a whole number from 0");
+            text = QString::number(number);
+        } else if (!value.isString()) {
+            return expected("a text");
         }
-        if (!value.isString())
-            return fail(path + QStringLiteral(": expected a text"));
-        if (field->kind == FieldKind::Secret && value.toString() == QLatin1StringView(secretMask))
+        if (field->kind == FieldKind::Secret && text == QLatin1StringView(secretMask))
             m_profile.maskedSecrets += field;
         else
-            m_profile.values += FieldValue{field, value.toString()};
-        return true;
-    }
-
-    bool fail(const QString &reason)
-    {
-        fault = QStringLiteral("profile %1").arg(profiles.size() + 1);
-        if (!m_profile.name.isEmpty())
-            fault += QStringLiteral(" (%1)").arg(m_profile.name);
-        fault += QStringLiteral(": ") + reason;
-        return false;
+            m_profile.values += FieldValue{field, text};
+        return {};
     }
 
     JsonProfile m_profile;
@@ -163,15 +161,14 @@ support::Expected<QList<JsonProfile>, QString> parseProfiles(const QByteArray &j
     if (error.error != QJsonParseError::NoError) {
         const qsizetype line =
             json.first(qMin(qsizetype{error.offset}, json.size())).count('\n') + 1;
-        return support::Unexpected(
+        return Unexpected(
             QStringLiteral("line %1: no JSON: %2").arg(line).arg(error.errorString()));
     }
     ProfileReader reader;
     const QJsonArray array = document.isArray() ? document.array() : QJsonArray{document.object()};
-    for (const QJsonValue &value : array) {
-        if (!reader.readProfile(value))
-            return support::Unexpected(reader.fault);
-    }
+    for (const QJsonValue &value : array)
+        if (const Check read = reader.readProfile(value); !read)
+            return Unexpected(read.error());
     return reader.profiles;
 }
 

@@ -11,6 +11,7 @@ struct StatusMeaning {
 };
 
 constexpr StatusMeaning meanings[] = {
+    {NAPI_OK, ExitStatus::Success, "done"},
     {NAPI_ERROR_BAD_NAME, ExitStatus::Failed,
      "a name has 1 to 63 bytes of UTF-8 and no slash, and is not . or .. or *"},
     {NAPI_ERROR_NOT_FOUND, ExitStatus::Failed, "there is no such profile"},
@@ -44,10 +45,11 @@ QString serviceText(int status)
     return QString::fromLatin1(meaningOf(status).text);
 }
 
-ExitStatus reportServiceFailure(Output &output, const QString &subject, int status)
+ExitStatus reportResult(Output &output, const QString &subject, int status)
 {
     const QString prefix = subject.isEmpty() ? QString() : subject + QStringLiteral(": ");
-    output.problem(prefix + serviceText(status));
+    if (status != NAPI_OK)
+        output.problem(prefix + serviceText(status));
     return meaningOf(status).exitStatus;
 }
 
@@ -68,14 +70,14 @@ ExitStatus checkRoom(Output &output, qsizetype newProfiles)
 {
     QList<QByteArray> stored;
     if (const int status = listProfileNames(stored); status != NAPI_OK)
-        return reportServiceFailure(output, {}, status);
+        return reportResult(output, {}, status);
     const int most = NAPI_GetMaxProfiles();
     if (stored.size() + newProfiles <= most)
         return ExitStatus::Success;
-    output.problem(QStringLiteral("%1 new profiles do not fit: %2 of at most %3 are stored; "
-                                  "KUB_NAPI_MAX sets the maximum")
-                       .arg(newProfiles)
-                       .arg(stored.size())
-                       .arg(most));
-    return ExitStatus::Failed;
+    return output.problem(QStringLiteral("%1 new profiles do not fit: %2 of at most %3 are stored; "
+                                         "KUB_NAPI_MAX sets the maximum")
+                              .arg(newProfiles)
+                              .arg(stored.size())
+                              .arg(most),
+                          ExitStatus::Failed);
 }

@@ -14,8 +14,9 @@ using commandline::Output;
 /// @return what a result of the service means, for people.
 QString serviceText(int status);
 
-/// Prints "subject: meaning of the result". @return the exit status that belongs to it.
-ExitStatus reportServiceFailure(Output &output, const QString &subject, int status);
+/// Prints "subject: meaning of the result" when that is a failure. @return the exit status that
+/// belongs to it.
+ExitStatus reportResult(Output &output, const QString &subject, int status);
 
 /// Checks that the store takes that many more profiles, and reports why not.
 /// @return success, or the exit status of a program that cannot store them

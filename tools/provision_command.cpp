@@ -6,7 +6,6 @@
 
 #include <QSet>
 
-#include "input_file.h"
 #include "profile_fields.h"
 #include "profile_naming.h"
 #include "profile_service.h"
@@ -65,7 +64,9 @@ public:
     {
         PlannedProfile profile = {};
         if (const auto filled = fillRecord(profile.record, accessPoint); !filled)
-            return refuse(provider, accessPoint, filled.error());
+            return fail(
+                QStringLiteral("%1, access point %2: %3")
+                    .arg(provider.displayName(), accessPoint.displayName(), filled.error()));
         const QStringList candidates =
             profileNameCandidates(provider.displayName(), accessPoint.displayName(), isOnlyOne);
         for (const QString &candidate : candidates) {
@@ -89,9 +90,7 @@ private:
     {
         profile.name = cutProfileName(text, suffix);
         if (!m_cutNames && profile.name != text.toUtf8() + suffix) {
-            m_output.problem(
-                QStringLiteral("%1: the name is longer than 63 bytes; --all cuts it").arg(text));
-            exitStatus = worse(exitStatus, ExitStatus::Failed);
+            fail(QStringLiteral("%1: the name is longer than 63 bytes; --all cuts it").arg(text));
             return true;
         }
         if (m_names.contains(profile.name))
@@ -106,19 +105,16 @@ private:
             profiles += profile;
         } else {
             exitStatus =
-                worse(exitStatus,
-                      reportServiceFailure(m_output, QString::fromUtf8(profile.name), status));
+                worse(exitStatus, reportResult(m_output, QString::fromUtf8(profile.name), status));
             return true;
         }
         m_names += profile.name;
         return true;
     }
 
-    void refuse(const Provider &provider, const AccessPoint &accessPoint, const QString &fault)
+    void fail(const QString &problem)
     {
-        m_output.problem(QStringLiteral("%1, access point %2: %3")
-                             .arg(provider.displayName(), accessPoint.displayName(), fault));
-        exitStatus = worse(exitStatus, ExitStatus::Failed);
+        exitStatus = worse(exitStatus, m_output.problem(problem, ExitStatus::Failed));
     }
 
     Output &m_output;
@@ -148,7 +144,7 @@ ExitStatus storeProfiles(Output &output, const ProvisionPlan &plan)
         for (const PlannedProfile &profile : plan.profiles) {
             const int status = NAPI_CreateProfile(profile.name.constData(), &profile.record, 0, 0);
             if (status != NAPI_OK)
-                exitStatus = reportServiceFailure(output, QString::fromUtf8(profile.name), status);
+                exitStatus = reportResult(output, QString::fromUtf8(profile.name), status);
             // A store can refuse the values of one access point; what else fails, fails for all.
             if (status == NAPI_ERROR_VALUE_REFUSED)
                 ++refused;
@@ -169,22 +165,16 @@ ExitStatus runProvision(Output &output, const Invocation &invocation)
 {
     const bool all = invocation.has("all");
     const QString country = invocation.value("country").toLower();
-    if (country.isEmpty() && !all) {
-        output.problem(QStringLiteral("provision needs --country CC, or --all for every country"));
-        return ExitStatus::WrongUsage;
-    }
+    if (country.isEmpty() && !all)
+        return output.problem(
+            QStringLiteral("provision needs --country CC, or --all for every country"),
+            ExitStatus::WrongUsage);
     const QString fileName = invocation.has("database") ? invocation.value("database")
                                                         : QString::fromLatin1(defaultDatabase);
-    const auto xml = commandline::readInput(fileName, largestInput);
-    if (!xml) {
-        output.problem(QStringLiteral("provision: %1").arg(xml.error()));
-        return ExitStatus::WrongUsage;
-    }
-    const auto providers = parseProviderDatabase(*xml);
-    if (!providers) {
-        output.problem(QStringLiteral("provision: %1: %2").arg(fileName, providers.error()));
-        return ExitStatus::WrongUsage;
-    }
+    const auto providers = parseFile(fileName, parseProviderDatabase);
+    if (!providers)
+        return output.problem(QStringLiteral("provision: %1").arg(providers.error()),
+                              ExitStatus::WrongUsage);
 
     ProvisionPlan plan(output, all);
     qsizetype matching = 0;
@@ -199,10 +189,10 @@ ExitStatus runProvision(Output &output, const Invocation &invocation)
         for (const AccessPoint &accessPoint : provider.accessPoints)
             plan.add(provider, accessPoint, provider.accessPoints.size() == 1);
     }
-    if (matching == 0) {
-        output.problem(fileName + QStringLiteral(": no provider with a GSM access point matches"));
-        return ExitStatus::Failed;
-    }
+    if (matching == 0)
+        return output.problem(fileName +
+                                  QStringLiteral(": no provider with a GSM access point matches"),
+                              ExitStatus::Failed);
     if (plan.exitStatus == ExitStatus::Unusable)
         return plan.exitStatus;
     return worse(plan.exitStatus, storeProfiles(output, plan));

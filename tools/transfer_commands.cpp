@@ -1,7 +1,6 @@
 // import and export: profiles as JSON.
 #include "commands.h"
 
-#include "input_file.h"
 #include "profile_json.h"
 #include "profile_service.h"
 #include "progress.h"
@@ -27,7 +26,7 @@ public:
             return refuse(profile, serviceText(NAPI_ERROR_BAD_NAME));
         const int status = NAPI_ReadProfile(key.constData(), &imported.record, 0, 0);
         if (status != NAPI_OK && status != NAPI_ERROR_NOT_FOUND) {
-            exitStatus = reportServiceFailure(m_output, profile.name, status);
+            exitStatus = reportResult(m_output, profile.name, status);
             return false;
         }
         imported.isNew = status == NAPI_ERROR_NOT_FOUND;
@@ -66,8 +65,8 @@ private:
 
     bool refuse(const JsonProfile &profile, const QString &reason)
     {
-        m_output.problem(profile.name + QStringLiteral(": ") + reason);
-        exitStatus = ExitStatus::Failed;
+        exitStatus =
+            m_output.problem(profile.name + QStringLiteral(": ") + reason, ExitStatus::Failed);
         return false;
     }
 
@@ -90,7 +89,7 @@ ExitStatus storeProfiles(Output &output, const ImportPlan &plan)
             output.problem(QStringLiteral("stopped after %1 of %2 profiles")
                                .arg(done)
                                .arg(plan.profiles.size()));
-            return reportServiceFailure(output, profile.name, status);
+            return reportResult(output, profile.name, status);
         }
         progress.show(++done);
     }
@@ -101,17 +100,10 @@ ExitStatus storeProfiles(Output &output, const ImportPlan &plan)
 
 ExitStatus runImport(Output &output, const Invocation &invocation)
 {
-    const QString &fileName = invocation.arguments.first();
-    const auto json = commandline::readInput(fileName, largestInput);
-    if (!json) {
-        output.problem(QStringLiteral("import: %1").arg(json.error()));
-        return ExitStatus::WrongUsage;
-    }
-    const auto profiles = parseProfiles(*json);
-    if (!profiles) {
-        output.problem(QStringLiteral("import: %1: %2").arg(fileName, profiles.error()));
-        return ExitStatus::WrongUsage;
-    }
+    const auto profiles = parseFile(invocation.arguments.first(), parseProfiles);
+    if (!profiles)
+        return output.problem(QStringLiteral("import: %1").arg(profiles.error()),
+                              ExitStatus::WrongUsage);
     ImportPlan plan(output, invocation.has("replace"));
     for (const JsonProfile &profile : *profiles) {
         if (!plan.add(profile) && plan.exitStatus == ExitStatus::Unusable)
@@ -124,7 +116,7 @@ ExitStatus runExport(Output &output, const Invocation &invocation)
 {
     QList<QByteArray> names;
     if (const int status = listProfileNames(names); status != NAPI_OK)
-        return reportServiceFailure(output, {}, status);
+        return reportResult(output, {}, status);
     QList<QByteArray> profiles;
     for (const QByteArray &name : names) {
         NAP_PROFILE_S record = {};
@@ -132,13 +124,13 @@ ExitStatus runExport(Output &output, const Invocation &invocation)
         if (status == NAPI_ERROR_NOT_FOUND) // deleted in the meantime
             continue;
         if (status != NAPI_OK)
-            return reportServiceFailure(output, QString::fromUtf8(name), status);
+            return reportResult(output, QString::fromUtf8(name), status);
         const QStringList faults = recordFaults(record);
-        if (!faults.isEmpty()) {
-            output.problem(QString::fromUtf8(name) +
-                           QStringLiteral(" cannot be exported without loss: ") + faults.first());
-            return ExitStatus::Failed;
-        }
+        if (!faults.isEmpty())
+            return output.problem(QString::fromUtf8(name) +
+                                      QStringLiteral(" cannot be exported without loss: ") +
+                                      faults.first(),
+                                  ExitStatus::Failed);
         profiles += formatProfile(QString::fromUtf8(name), record, invocation.has("show-secrets"));
     }
     output.json(formatProfileArray(profiles));
