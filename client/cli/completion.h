@@ -1,7 +1,7 @@
 // What could stand next on a line of the shell.
 #pragma once
 
-#include "management_tree.h"
+#include "tree_view.h"
 #include "words.h"
 
 #include <vector>

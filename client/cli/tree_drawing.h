@@ -1,8 +1,8 @@
 // Showing a listing of the management tree.
 #pragma once
 
-#include "management_tree.h"
 #include "terminal.h"
+#include "tree_view.h"
 
 #include <QJsonObject>
 #include <QStringList>

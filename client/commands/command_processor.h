@@ -1,8 +1,8 @@
 // Runs DM commands on the management tree.
 #pragma once
 
-#include "management_tree.h"
 #include "message.h"
+#include "tree_view.h"
 #include "undo_log.h"
 
 #include <functional>

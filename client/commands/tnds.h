@@ -2,7 +2,7 @@
 #pragma once
 
 #include "expected.h"
-#include "management_tree.h"
+#include "tree_view.h"
 
 #include <QByteArray>
 #include <QString>

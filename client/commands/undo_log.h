@@ -1,7 +1,7 @@
 // Taking back what the commands of an Atomic have changed.
 #pragma once
 
-#include "management_tree.h"
+#include "tree_view.h"
 
 #include <optional>
 #include <vector>

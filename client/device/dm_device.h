@@ -4,10 +4,10 @@
 
 #include "accounts.h"
 #include "expected.h"
-#include "management_tree.h"
 #include "plugin_host.h"
 #include "plugin_log.h"
 #include "state_directory.h"
+#include "tree_view.h"
 
 #include <QStringList>
 #include <memory>

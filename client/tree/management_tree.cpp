@@ -1,83 +1,24 @@
-// What the commands of a DM server do to the tree, on behalf of somebody.
-//
-// An operation looks at the same things in the same order, so that a refusal says the first thing
-// that is wrong: the form of the address (414, 404), whether the node exists (404), what the node
-// takes from anybody (405), the rights of the principal (425), a target that exists already (418),
-// the format and type (415). Only then is the tree asked that the node belongs to, which is a
-// plug-in's or the client's own, and has the last word.
-//
-// What a tree does not keep (lists, titles, time stamps, versions) is in the PropertyStore, and
-// follows each change that has succeeded. Nodes that show one profile share their properties.
+// What is mounted, and what is kept of the nodes.
 //
 // A tree is found by the longest root that the address begins with; beneath it, paths are the
-// engine's. Nothing here is undone: that is the undo log's, by the same operations.
+// engine's. What a tree does not keep (lists, titles, time stamps, versions) is in the
+// PropertyStore, and follows each change that has succeeded. Nodes that show one profile share
+// their list.
 
 #include "management_tree.h"
 
-#include "answer_size.h"
 #include "media_type.h"
+#include "node_description.h"
 
 #include <algorithm>
-#include <iterator>
-#include <limits>
 
 namespace client {
-
-// ---- Properties by name --------------------------------------------------------------------------
-
-namespace {
-
-/// In the order of Property.
-constexpr QStringView propertyTexts[] = {u"ACL",   u"Format", u"Name", u"Size",
-                                         u"Title", u"TStamp", u"Type", u"VerNo"};
-
-} // namespace
-
-QString nameOf(Property property)
-{
-    return propertyTexts[static_cast<std::size_t>(property)].toString();
-}
-
-std::optional<Property> propertyNamed(const QString &name)
-{
-    const auto *const found = std::find(std::begin(propertyTexts), std::end(propertyTexts), name);
-    if (found == std::end(propertyTexts))
-        return std::nullopt;
-    return static_cast<Property>(found - std::begin(propertyTexts));
-}
-
-bool isReplaceable(Property property)
-{
-    return property == Property::Acl || property == Property::Name || property == Property::Title;
-}
-
-std::vector<QString> propertyNames()
-{
-    std::vector<QString> names;
-    for (const QStringView text : propertyTexts)
-        names.push_back(text.toString());
-    return names;
-}
-
-// ---- Outcomes and engine paths -------------------------------------------------------------------
 
 namespace {
 
 Outcome missing(const NodeUri &uri)
 {
     return {DmStatus::NotFound, QStringLiteral("no node %1").arg(uri.toDisplay())};
-}
-
-Outcome alreadyThere(const NodeUri &uri)
-{
-    return {DmStatus::AlreadyExists, QStringLiteral("%1 is there already").arg(uri.toDisplay())};
-}
-
-/// Whether the device takes the command on that node from anybody at all.
-bool hasAccessType(const NodeUri &uri, AccessType access)
-{
-    const NodeDescription *const description = descriptionOf(uri);
-    return !description || (description->access & access) != 0;
 }
 
 /// The child's name beneath the node at the path. It is taken from the child's own path, since a
@@ -100,16 +41,6 @@ bool listsChild(const DmtNode &parent, const QByteArray &parentPath, const QByte
         return childName(parentPath, *child) == name;
     });
 }
-
-Outcome tooLong(const char *property, qsizetype limit)
-{
-    return {
-        DmStatus::TooLarge,
-        QStringLiteral("%1 of more than %2 bytes").arg(QString::fromLatin1(property)).arg(limit)};
-}
-
-const Outcome treePayloadRefused =
-    unsupportedFormat(QStringLiteral("serialised trees are not supported"));
 
 } // namespace
 
@@ -231,7 +162,7 @@ void ManagementTree::forgetServer(const QByteArray &server)
     m_properties.forgetServer(server, *AccessControlList::parse(factoryRootAcl));
 }
 
-// ---- Reading -------------------------------------------------------------------------------------
+// ---- Nodes ---------------------------------------------------------------------------------------
 
 Result<TreeNode> ManagementTree::find(const NodeUri &uri, const Principal &principal) const
 {
@@ -266,17 +197,6 @@ bool ManagementTree::exists(const NodeUri &uri) const
     return bool(find(uri, Principal::owner()));
 }
 
-Result<TreeNode> TreeView::find(const NodeUri &uri) const
-{
-    return m_tree->find(uri, m_principal);
-}
-
-Result<TreeNode> TreeView::findToRead(const NodeUri &uri) const
-{
-    static const NodeUri inbox({"Inbox"});
-    return inbox.contains(uri) ? Result<TreeNode>(notAllowed(uri, "cannot be read")) : find(uri);
-}
-
 std::optional<NodeUri> ManagementTree::objectOf(const NodeUri &uri) const
 {
     const Mount &mount = mountOf(uri);
@@ -309,30 +229,6 @@ std::vector<TreeNode> ManagementTree::children(const TreeNode &node,
     return found;
 }
 
-std::vector<TreeNode> TreeView::children(const TreeNode &node) const
-{
-    return m_tree->children(node, m_principal);
-}
-
-Outcome TreeView::mayGet(const TreeNode &node) const
-{
-    return permit(Right::Get, node.uri());
-}
-
-Result<DmtData> TreeView::value(const TreeNode &node) const
-{
-    if (!node.isLeaf())
-        return notAllowed(node.uri(), "is an interior node and has no value");
-    if (node.isOnlyListed() || !hasAccessType(node.uri(), AccessGet))
-        return notAllowed(node.uri(), "cannot be read");
-    if (const Outcome right = permit(Right::Get, node.uri()); !right)
-        return right;
-    DmtData value;
-    if (const int status = node.m_node->GetValue(value))
-        return outcomeOfEngineCall(status);
-    return value;
-}
-
 QString ManagementTree::type(const TreeNode &node) const
 {
     const QString given = m_properties.get(node.uri()).type;
@@ -341,126 +237,6 @@ QString ManagementTree::type(const TreeNode &node) const
     if (const NodeDescription *const description = descriptionOf(node.uri()))
         return QString::fromLatin1(description->type);
     return node.isLeaf() ? QString::fromLatin1(syncml::media_type::plainText) : QString();
-}
-
-Result<QByteArray> TreeView::property(const TreeNode &node, Property property) const
-{
-    if (property == Property::Size && !node.isLeaf())
-        return Outcome{
-            DmStatus::FeatureNotSupported,
-            QStringLiteral("%1 is an interior node and has no size").arg(node.uri().toDisplay())};
-    if (const Outcome right = permit(Right::Get, node.uri()); !right)
-        return right;
-    const bool isKept =
-        property != Property::Format && property != Property::Name && property != Property::Size;
-    if (isKept && !m_tree->m_propertiesFault.isEmpty())
-        return Outcome{DmStatus::DataStoreFailure, m_tree->m_propertiesFault};
-    const PropertyStore::Properties kept = m_tree->m_properties.get(node.uri());
-    DmtAttributes attributes;
-    node.m_node->GetAttributes(attributes);
-    switch (property) {
-    case Property::Acl:
-        return m_tree->ownAcl(node).toText();
-    case Property::Format:
-        return formatName(attributes.type).toLatin1();
-    case Property::Name:
-        return node.uri().name();
-    case Property::Size: {
-        const Result<DmtData> value = this->value(node);
-        if (!value)
-            return value.outcome();
-        return QByteArray::number(valueBytes(*value).size());
-    }
-    case Property::Title:
-        return kept.title.isEmpty() ? QByteArray(attributes.title.text()) : kept.title;
-    case Property::TStamp:
-        return kept.changed.toString(QStringLiteral("yyyyMMdd'T'HHmmss'Z'")).toLatin1();
-    case Property::Type:
-        return type(node).toUtf8();
-    case Property::VerNo:
-        break;
-    }
-    return QByteArray::number(kept.version);
-}
-
-std::map<QByteArray, DmtData> TreeView::leafValues(const TreeNode &interior)
-{
-    std::map<QByteArray, DmtData> values;
-    DmtChildValuesMap map;
-    interior.m_tree->GetChildValuesMap(interior.m_path.constData(), map);
-    // After a failure the map holds what was read before it; the rest is read one by one.
-    for (int i = 0; i < map.size(); ++i)
-        values.emplace(QByteArray(map.keys()[i].text()), map.values()[i]);
-    return values;
-}
-
-/// A listing that is being made, and what may still be added.
-class TreeView::Listing {
-public:
-    explicit Listing(qsizetype room) : m_room(room) {}
-
-    void add(ListedNode node)
-    {
-        m_room -= bytesBesideTexts + node.node.uri().toUri().size();
-        if (node.value && *node.value)
-            m_room -= valueText(**node.value).size();
-        if (!isFull())
-            m_nodes.push_back(std::move(node));
-    }
-    bool isFull() const { return m_room < 0; }
-    qsizetype room() const { return std::max<qsizetype>(m_room, 0); }
-    std::vector<ListedNode> &nodes() { return m_nodes; }
-
-private:
-    std::vector<ListedNode> m_nodes;
-    qsizetype m_room;
-};
-
-std::vector<ListedNode> TreeView::list(const TreeNode &start, Values values) const
-{
-    qsizetype room = std::numeric_limits<qsizetype>::max();
-    return *list(start, values, room);
-}
-
-std::optional<std::vector<ListedNode>> TreeView::list(const TreeNode &start, Values values,
-                                                      qsizetype &room) const
-{
-    Listing listing(room);
-    const AccessControlList acl = m_tree->effectiveAcl(start.uri()).acl;
-    if (acl.permits(Right::Get, m_principal)) {
-        ListedNode top{start, 0, std::nullopt};
-        if (start.isLeaf() && values == Values::Read)
-            top.value = value(start);
-        listing.add(std::move(top));
-    }
-    listBeneath(start, acl, 1, values, listing);
-    room = listing.room();
-    return listing.isFull() ? std::nullopt : std::optional(std::move(listing.nodes()));
-}
-
-void TreeView::listBeneath(const TreeNode &node, const AccessControlList &acl, int depth,
-                           Values values, Listing &listing) const
-{
-    if (node.isLeaf() || node.isOnlyListed() || listing.isFull())
-        return;
-    const std::map<QByteArray, DmtData> bulk =
-        values == Values::Read ? leafValues(node) : std::map<QByteArray, DmtData>();
-    for (const TreeNode &child : children(node)) {
-        if (listing.isFull())
-            return;
-        const AccessControlList own = m_tree->ownAcl(child);
-        const AccessControlList &childAcl = own.isEmpty() ? acl : own;
-        ListedNode entry{child, depth, std::nullopt};
-        if (child.isLeaf() && values == Values::Read) {
-            const auto known = bulk.find(child.uri().name());
-            entry.value = known == bulk.end() || child.isOnlyListed()
-                              ? value(child)
-                              : Result<DmtData>(known->second);
-        }
-        if (childAcl.permits(Right::Get, m_principal))
-            listing.add(std::move(entry));
-        listBeneath(child, childAcl, depth + 1, values, listing);
-    }
 }
 
 // ---- Access control ------------------------------------------------------------------------------
@@ -517,134 +293,7 @@ ManagementTree::EffectiveAcl ManagementTree::effectiveAcl(const NodeUri &uri) co
     }
 }
 
-Outcome TreeView::permit(Right right, const NodeUri &uri, const char *elsewhere) const
-{
-    if (m_principal.isOwner())
-        return {};
-    const ManagementTree::EffectiveAcl effective = m_tree->effectiveAcl(uri);
-    if (effective.acl.permits(right, m_principal))
-        return {};
-    return {DmStatus::PermissionDenied,
-            QStringLiteral("%1 needs %2 on %3%4, and the ACL of %5 is \"%6\"")
-                .arg(m_principal.toDisplay(), QString::fromLatin1(nameOf(right)), uri.toDisplay(),
-                     QString::fromLatin1(elsewhere), effective.holder.toDisplay(),
-                     QString::fromUtf8(effective.acl.toText()))};
-}
-
-Outcome TreeView::permitReplace(const TreeNode &leaf) const
-{
-    if (!leaf.isLeaf())
-        return notAllowed(leaf.uri(), "is an interior node and has no value");
-    if (!leaf.m_isChangeable || !hasAccessType(leaf.uri(), AccessReplace))
-        return notAllowed(leaf.uri(), "is read-only");
-    return permit(Right::Replace, leaf.uri());
-}
-
-/// The list of a leaf belongs to its parent, that of an interior node to itself and its parent.
-Outcome TreeView::permitAclChange(const TreeNode &node) const
-{
-    const NodeUri &uri = node.uri();
-    if (uri.isRoot())
-        return m_principal.isOwner() ? Outcome()
-                                     : notAllowed(uri, "keeps the ACL that the device gave it");
-    const Outcome ofParent = permit(Right::Replace, uri.parent());
-    return node.isLeaf() || ofParent ? ofParent : permit(Right::Replace, uri, " or on its parent");
-}
-
-std::optional<AccessControlList> TreeView::aclForNewInterior(const TreeNode &parent) const
-{
-    // No list can name a server without an account: what it adds belongs to it no more than to any
-    // other.
-    const std::optional<QByteArray> creator = m_principal.serverId();
-    if (!creator)
-        return std::nullopt;
-    const AccessControlList inherited = m_tree->effectiveAcl(parent.uri()).acl;
-    if (inherited.permits(Right::Replace, m_principal))
-        return std::nullopt;
-    AccessControlList acl;
-    for (const QByteArray &server : inherited.servers(Right::Get))
-        acl.grant(Right::Get, server);
-    for (const Right right : {Right::Add, Right::Delete, Right::Get, Right::Replace})
-        acl.grant(right, *creator);
-    return acl;
-}
-
-// ---- Adding --------------------------------------------------------------------------------------
-
-Result<TreeNode> TreeView::parentForNewNode(const NodeUri &uri) const
-{
-    if (uri.isRoot())
-        return notAllowed(uri, "is the root");
-    const Result<TreeNode> parent = find(uri.parent());
-    if (!parent)
-        return parent;
-    if (parent->isLeaf())
-        return notAllowed(parent->uri(), "is a leaf and has no children");
-    if (!parent->m_isChangeable || !hasAccessType(parent->uri(), AccessAdd))
-        return notAllowed(parent->uri(), "takes no new nodes");
-    if (const Outcome name = checkNewName(uri.name(), uriLimits()); !name)
-        return name;
-    if (const Outcome right = permit(Right::Add, parent->uri()); !right)
-        return right;
-    if (find(uri))
-        return alreadyThere(uri);
-    return parent;
-}
-
-namespace {
-
-/// 415 for a type that the leaf does not have.
-Outcome checkType(const QString &leafType, const QString &given)
-{
-    if (given.isEmpty() || syncml::withoutParameters(given) == syncml::withoutParameters(leafType))
-        return {};
-    return unsupportedFormat(QStringLiteral("the type is %1, not %2").arg(leafType, given));
-}
-
-} // namespace
-
-Outcome TreeView::add(const NodeUri &uri, const NewValue &value)
-{
-    const Result<TreeNode> parent = parentForNewNode(uri);
-    if (!parent)
-        return parent.outcome();
-    if (syncml::isSerialisedTree(value.type))
-        return treePayloadRefused;
-    if (value.format.isEmpty())
-        return unsupportedFormat(QStringLiteral("a new node needs a format"));
-    const auto type = typeOfFormat(value.format);
-    if (!type)
-        return unsupportedFormat(
-            QStringLiteral("no node here can have the format %1").arg(value.format));
-
-    const bool isLeaf = *type != DmtData::Node;
-    const NodeDescription *const description = descriptionOf(uri);
-    if (description && isLeaf)
-        if (const Outcome allowed = checkType(QString::fromLatin1(description->type), value.type);
-            !allowed)
-            return allowed;
-
-    PropertyStore::Properties properties;
-    properties.type = value.type;
-    if (!isLeaf)
-        properties.acl = aclForNewInterior(*parent);
-    if (const Outcome room = canKeep(uri, properties); !room)
-        return room;
-
-    const QByteArray path = parent->childPath(uri.name());
-    JemSmartPtr<DmtNode> created;
-    int status = 0;
-    if (isLeaf) {
-        const Result<DmtData> data = parseValue(*type, value.data);
-        if (!data)
-            return data.outcome();
-        status = parent->m_tree->CreateLeafNode(path.constData(), created, *data);
-    } else {
-        status = parent->m_tree->CreateInteriorNode(path.constData(), created);
-    }
-    m_tree->noteNewNode(*parent, uri, properties.type, properties.acl);
-    return outcomeOfEngineCall(status);
-}
+// ---- Changes -------------------------------------------------------------------------------------
 
 void ManagementTree::noteNewNode(const TreeNode &parent, const NodeUri &uri, const QString &type,
                                  const std::optional<AccessControlList> &acl)
@@ -668,259 +317,6 @@ void ManagementTree::touch(const NodeUri &uri)
     properties.changed = m_clock();
     ++properties.version;
     m_properties.set(uri, std::move(properties));
-}
-
-// ---- Replacing values ----------------------------------------------------------------------------
-
-namespace {
-
-/// The value in the format of the leaf; 415 when the server gave another one.
-Result<DmtData> valueForLeaf(const TreeNode &leaf, const TreeView::NewValue &value)
-{
-    if (syncml::isSerialisedTree(value.type))
-        return treePayloadRefused;
-    const auto leafType = static_cast<DmtData::Type>(leaf.valueType());
-    if (!value.format.isEmpty() && typeOfFormat(value.format) != leafType)
-        return unsupportedFormat(
-            QStringLiteral("%1 has the format %2, not %3")
-                .arg(leaf.uri().toDisplay(), formatName(leafType), value.format));
-    return parseValue(leafType, value.data);
-}
-
-} // namespace
-
-Outcome TreeView::replace(const NodeUri &uri, const NewValue &value)
-{
-    const Result<TreeNode> node = find(uri);
-    if (!node)
-        return node.outcome();
-    if (!node->isLeaf() && syncml::isSerialisedTree(value.type))
-        return treePayloadRefused;
-    if (const Outcome right = permitReplace(*node); !right)
-        return right;
-    const Result<DmtData> data = valueForLeaf(*node, value);
-    if (!data)
-        return data.outcome();
-    if (const Outcome allowed = checkType(type(*node), value.type); !allowed)
-        return allowed;
-    const Outcome outcome = outcomeOfEngineCall(node->m_node->SetValue(*data));
-    if (outcome)
-        m_tree->touch(uri);
-    return outcome;
-}
-
-Outcome TreeView::replaceChildren(const NodeUri &uri, const std::vector<ChildValue> &values)
-{
-    const Result<TreeNode> parent = find(uri);
-    if (!parent)
-        return parent.outcome();
-    DmtChildValuesMap map;
-    for (const ChildValue &value : values) {
-        const Result<TreeNode> child = find(uri.child(value.name));
-        if (!child)
-            return child.outcome();
-        if (const Outcome right = permitReplace(*child); !right)
-            return right;
-        const Result<DmtData> data = valueForLeaf(*child, {{}, {}, value.text});
-        if (!data)
-            return data.outcome();
-        map.put(DMString(value.name.constData()), *data);
-    }
-    const Outcome outcome =
-        outcomeOfEngineCall(parent->m_tree->SetChildValuesMap(parent->m_path.constData(), map));
-    // After a failure nobody knows which of them have changed.
-    for (const ChildValue &value : values)
-        m_tree->touch(uri.child(value.name));
-    return outcome;
-}
-
-// ---- Properties and names ------------------------------------------------------------------------
-
-Outcome TreeView::replaceProperty(const NodeUri &uri, Property property, const QByteArray &value)
-{
-    const Result<TreeNode> node = find(uri);
-    if (!node)
-        return node.outcome();
-    if (!isReplaceable(property))
-        return {DmStatus::NotAllowed,
-                QStringLiteral("the property %1 is read-only").arg(nameOf(property))};
-    if (property == Property::Acl)
-        return replaceAcl(*node, value);
-    return property == Property::Name ? rename(*node, value) : replaceTitle(*node, value);
-}
-
-Outcome TreeView::replaceAcl(const TreeNode &node, const QByteArray &text)
-{
-    if (const Outcome right = permitAclChange(node); !right)
-        return right;
-    if (text.size() > PropertyStore::longestAcl)
-        return tooLong("an ACL", PropertyStore::longestAcl);
-    const auto acl = AccessControlList::parse(text);
-    if (!acl)
-        return {DmStatus::CommandFailed, QStringLiteral("malformed ACL: %1").arg(acl.error())};
-    if (node.uri().isRoot() && acl->isEmpty())
-        return {DmStatus::CommandFailed, QStringLiteral("the root always has an ACL")};
-    PropertyStore::Properties properties = m_tree->m_properties.get(node.uri());
-    properties.acl = *acl;
-    return keep(node.uri(), std::move(properties));
-}
-
-Outcome TreeView::replaceTitle(const TreeNode &node, const QByteArray &title)
-{
-    if (const Outcome right = permit(Right::Replace, node.uri()); !right)
-        return right;
-    if (title.size() > PropertyStore::longestTitle)
-        return tooLong("a title", PropertyStore::longestTitle);
-    if (const Result<DmtData> text = parseValue(DmtData::String, title); !text)
-        return text.outcome();
-    PropertyStore::Properties properties = m_tree->m_properties.get(node.uri());
-    properties.title = title;
-    return keep(node.uri(), std::move(properties));
-}
-
-Outcome TreeView::canKeep(const NodeUri &uri, const PropertyStore::Properties &properties) const
-{
-    if (properties.type.toUtf8().size() > PropertyStore::longestType)
-        return tooLong("a type", PropertyStore::longestType);
-    if (properties.acl && properties.acl->toText().size() > PropertyStore::longestAcl)
-        return tooLong("an ACL", PropertyStore::longestAcl);
-    if (!m_tree->m_properties.hasRoomFor(uri, properties))
-        return {DmStatus::StoreFull, QStringLiteral("the nodes have too many properties")};
-    return {};
-}
-
-Outcome TreeView::keep(const NodeUri &uri, PropertyStore::Properties properties)
-{
-    if (!m_tree->m_propertiesFault.isEmpty())
-        return {DmStatus::DataStoreFailure, m_tree->m_propertiesFault};
-    if (const Outcome room = canKeep(uri, properties); !room)
-        return room;
-    m_tree->m_properties.set(uri, std::move(properties));
-    m_tree->touch(uri);
-    return {};
-}
-
-Outcome TreeView::mayRename(const TreeNode &node) const
-{
-    if (node.isPermanent())
-        return notAllowed(node.uri(), "is permanent");
-    const NodeDescription *const description = descriptionOf(node.uri());
-    const bool hasFixedName = description && description->name[0] != '\0';
-    if (hasFixedName || !hasAccessType(node.uri(), AccessReplace))
-        return notAllowed(node.uri(), "keeps its name");
-    return permit(Right::Replace, node.uri());
-}
-
-Outcome TreeView::rename(const TreeNode &node, const QByteArray &newName)
-{
-    if (const Outcome allowed = mayRename(node); !allowed)
-        return allowed;
-    if (const Outcome name = checkNewName(newName, uriLimits()); !name)
-        return name;
-    const NodeUri renamed = node.uri().parent().child(newName);
-    if (find(renamed))
-        return alreadyThere(renamed);
-    const Outcome outcome =
-        outcomeOfEngineCall(node.m_tree->RenameNode(node.m_path.constData(), newName.constData()));
-    // A plug-in may report a failure although its node has moved; the properties follow the node.
-    if (!find(node.uri())) {
-        m_tree->noteProfiles(renamed);
-        m_tree->m_properties.move(node.uri(), renamed);
-        m_tree->touch(renamed);
-        m_tree->touch(renamed.parent());
-    }
-    return outcome;
-}
-
-// ---- Deleting, copying, executing ----------------------------------------------------------------
-
-Outcome TreeView::remove(const NodeUri &uri)
-{
-    const Result<TreeNode> node = find(uri);
-    if (!node)
-        return node.outcome();
-    if (node->isPermanent())
-        return notAllowed(uri, "is permanent");
-    if (!hasAccessType(uri, AccessDelete))
-        return notAllowed(uri, "cannot be deleted");
-    if (const Outcome right = permit(Right::Delete, uri); !right)
-        return right;
-    const std::vector<NodeUri> twins = m_tree->twinsOf(uri);
-    const Outcome outcome = outcomeOfEngineCall(node->m_tree->DeleteNode(node->m_path.constData()));
-    if (!find(uri)) {
-        m_tree->noteProfiles(uri);
-        m_tree->handOnAcl(m_tree->m_properties.get(uri).acl, twins);
-        m_tree->m_properties.remove(uri);
-        m_tree->touch(uri.parent());
-    }
-    return outcome;
-}
-
-Outcome TreeView::copy(const NodeUri &source, const NodeUri &target)
-{
-    const Outcome leavesOnly{DmStatus::FeatureNotSupported,
-                             QStringLiteral("only leaves can be copied")};
-    const Result<TreeNode> from = find(source);
-    if (!from)
-        return from.outcome();
-    if (!from->isLeaf())
-        return leavesOnly;
-    const Result<TreeNode> to = find(target);
-    if (!to)
-        return copyToNewLeaf(*from, target);
-    if (!to->isLeaf())
-        return leavesOnly;
-    if (!to->m_isChangeable || !hasAccessType(target, AccessReplace))
-        return notAllowed(target, "is read-only");
-    if (const Outcome right = permitCopy(*from, Right::Replace, target); !right)
-        return right;
-    if (to->valueType() != from->valueType())
-        return unsupportedFormat(QStringLiteral("the two leaves have different formats"));
-    const Result<DmtData> value = valueToCopy(*from);
-    if (!value)
-        return value.outcome();
-    const Outcome outcome = outcomeOfEngineCall(to->m_node->SetValue(*value));
-    if (outcome)
-        m_tree->touch(target);
-    return outcome;
-}
-
-Outcome TreeView::permitCopy(const TreeNode &source, Right right, const NodeUri &target) const
-{
-    if (!hasAccessType(source.uri(), AccessGet))
-        return notAllowed(source.uri(), "cannot be read");
-    const Outcome get = permit(Right::Get, source.uri());
-    return get ? permit(right, target) : get;
-}
-
-Outcome TreeView::copyToNewLeaf(const TreeNode &source, const NodeUri &target)
-{
-    const Result<TreeNode> parent = parentForNewNode(target);
-    if (!parent)
-        return parent.outcome();
-    const Result<DmtData> value = valueToCopy(source);
-    if (!value)
-        return value.outcome();
-    const QByteArray path = parent->childPath(target.name());
-    JemSmartPtr<DmtNode> created;
-    const int status = parent->m_tree->CreateLeafNode(path.constData(), created, *value);
-    m_tree->noteNewNode(*parent, target, m_tree->m_properties.get(source.uri()).type, std::nullopt);
-    return outcomeOfEngineCall(status);
-}
-
-Result<DmtData> TreeView::valueToCopy(const TreeNode &source) const
-{
-    const Result<DmtData> value = this->value(source);
-    if (value && value->GetType() == DmtData::Null && source.valueType() != DmtData::Null)
-        return Outcome{DmStatus::Forbidden,
-                       QStringLiteral("%1 has no value").arg(source.uri().toDisplay())};
-    return value;
-}
-
-Outcome TreeView::execute(const NodeUri &uri) const
-{
-    const Result<TreeNode> node = find(uri);
-    return node ? notAllowed(uri, "cannot be executed") : node.outcome();
 }
 
 } // namespace client

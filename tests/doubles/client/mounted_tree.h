@@ -1,7 +1,7 @@
 // A management tree with one small tree in memory mounted in it.
 #pragma once
 
-#include "management_tree.h"
+#include "tree_view.h"
 #include "memory_tree.h"
 
 #include <gtest/gtest.h>
