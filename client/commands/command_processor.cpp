@@ -72,9 +72,8 @@ bool isAnswer(const Command &command)
 
 } // namespace
 
-std::vector<Command> CommandProcessor::answersTo(Parts parts)
+void CommandProcessor::answer(Parts parts, std::vector<Command> &answers)
 {
-    std::vector<Command> answers;
     for (Part &part : parts) {
         if (part.statuses.empty())
             answers.push_back(statusFor(*part.command, part.status));
@@ -88,7 +87,6 @@ std::vector<Command> CommandProcessor::answersTo(Parts parts)
         results.cmdRef = part.command->cmdId;
         results.items = std::move(part.results);
     }
-    return answers;
 }
 
 /// Answers the command with one status and those in it with another, without running them.
@@ -107,7 +105,7 @@ void CommandProcessor::refuse(const Command &command, DmStatus status,
 {
     Parts parts;
     pass(command, status, status, parts);
-    std::ranges::move(answersTo(std::move(parts)), std::back_inserter(answers));
+    answer(std::move(parts), answers);
 }
 
 // ---- Running commands ----------------------------------------------------------------------------
@@ -127,14 +125,14 @@ void CommandProcessor::beginMessage(qsizetype waitingBytes)
 
 void CommandProcessor::run(const Command &command, std::vector<Command> &answers)
 {
+    const std::size_t first = answers.size();
     Parts parts;
     runAll({&command, 1}, parts);
-    for (Command &answer : answersTo(std::move(parts))) {
-        // Results have taken their room when they were made.
-        if (answer.kind != CommandKind::Results)
-            m_room -= answerBytes(answer);
-        answers.push_back(std::move(answer));
-    }
+    answer(std::move(parts), answers);
+    // Results have taken their room when they were made.
+    for (std::size_t i = first; i < answers.size(); ++i)
+        if (answers[i].kind != CommandKind::Results)
+            m_room -= answerBytes(answers[i]);
 }
 
 bool CommandProcessor::runAll(std::span<const Command> commands, Parts &parts)
@@ -235,7 +233,8 @@ bool CommandProcessor::runItems(ItemOperation operation, Part &part)
         }
         goesOn = isRun && outcome;
         part.statuses.push_back(outcome.status);
-        part.endOfItemNotes.push_back(noteCount());
+        if (m_undoLog)
+            part.endOfItemNotes.push_back(m_undoLog->size());
     }
     part.results = std::exchange(m_results, {});
     return goesOn;
@@ -303,7 +302,11 @@ void CommandProcessor::shorten(Part &part)
 
 bool CommandProcessor::canBeSent(const Parts &parts) const
 {
-    return !m_atomicAnswerCheck || m_atomicAnswerCheck(answersTo(parts));
+    if (!m_atomicAnswerCheck)
+        return true;
+    std::vector<Command> answers;
+    answer(parts, answers);
+    return m_atomicAnswerCheck(answers);
 }
 
 namespace {
@@ -530,7 +533,10 @@ Outcome CommandProcessor::queue(std::vector<Item> items)
     if (bytes > m_room)
         return answersTooLarge();
     m_room -= bytes;
-    std::ranges::move(items, std::back_inserter(m_results));
+    if (m_results.empty())
+        m_results = std::move(items);
+    else
+        std::ranges::move(items, std::back_inserter(m_results));
     return {};
 }
 

@@ -91,11 +91,11 @@ private:
         // In an Atomic: how many notes the undo log had.
         std::size_t firstNote = 0; ///< before the command
         std::size_t endOfNotes = 0;
-        std::vector<std::size_t> endOfItemNotes = {};
+        std::vector<std::size_t> endOfItemNotes = {}; ///< of the items
     };
     using Parts = std::vector<Part>;
 
-    static std::vector<syncml::Command> answersTo(Parts parts);
+    static void answer(Parts parts, std::vector<syncml::Command> &answers);
     bool canBeSent(const Parts &parts) const;
     static void pass(const syncml::Command &command, DmStatus status, DmStatus ofInner,
                      Parts &parts);
