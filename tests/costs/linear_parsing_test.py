@@ -11,7 +11,7 @@ import subprocess
 import sys
 import tempfile
 
-SIZE = 16_000
+SIZE = 8_000
 FACTOR = 4
 # Room for sorting, whose steps grow with n log n, and for a buffer that is copied when it grows.
 LARGEST_RATIO = 5
