@@ -11,6 +11,7 @@
 
 namespace client::cli {
 
+using commandline::anyNumber;
 using commandline::printable;
 
 namespace {
@@ -144,13 +145,13 @@ ExitStatus remove(Context &context)
 struct ActionRow {
     const char *name;
     int minArguments; ///< the action's name included
-    int maxArguments; ///< -1: any number
+    int maxArguments; ///< or anyNumber
     ExitStatus (*run)(Context &);
 };
 
 constexpr ActionRow actions[] = {
-    {"list", 1, 1, list}, {"show", 2, 2, show},     {"add", 3, -1, add},
-    {"set", 3, -1, set},  {"remove", 2, 2, remove},
+    {"list", 1, 1, list},       {"show", 2, 2, show},     {"add", 3, anyNumber, add},
+    {"set", 3, anyNumber, set}, {"remove", 2, 2, remove},
 };
 
 } // namespace
@@ -182,7 +183,7 @@ ExitStatus runAccount(Context &context)
     const auto count = invocation.arguments.size();
     const auto *const action = std::ranges::find_if(actions, [&](const ActionRow &row) {
         return invocation.arguments[0] == QLatin1String(row.name) && count >= row.minArguments &&
-               (row.maxArguments < 0 || count <= row.maxArguments);
+               (row.maxArguments == anyNumber || count <= row.maxArguments);
     });
     if (action == std::end(actions))
         return context.output.problem(

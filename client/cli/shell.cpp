@@ -35,7 +35,7 @@ bool isText(const QByteArray &line)
 bool mayBeRemembered(const QByteArray &line)
 {
     const auto words = splitWords(line);
-    return words && std::none_of(words->begin(), words->end(), mentionsSecret);
+    return words && std::ranges::none_of(*words, mentionsSecret);
 }
 
 ExitStatus Shell::run()

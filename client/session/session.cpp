@@ -220,9 +220,10 @@ Command Session::deviceInformation() const
     return replace;
 }
 
-SyncHdr Session::nextHeader()
+Message Session::nextMessage()
 {
-    SyncHdr header;
+    Message message;
+    SyncHdr &header = message.header;
     header.verDtd = QString::fromLatin1(dtdVersion);
     header.verProto = QString::fromLatin1(protocolVersion);
     header.sessionId = m_sessionId;
@@ -235,13 +236,12 @@ SyncHdr Session::nextHeader()
         header.meta->maxObjSize = QString::number(m_options.maxObjectBytes);
     }
     m_prover.prove(header);
-    return header;
+    return message;
 }
 
 std::optional<TransportResult> Session::sendNextMessage(Purpose purpose)
 {
-    Message message;
-    message.header = nextHeader();
+    Message message = nextMessage();
     const AnswerQueue::Filled filled = m_queue.fill(message, m_encoding, m_serversLargestMessage);
     if (filled == AnswerQueue::Filled::Nothing) {
         fail(QStringLiteral("the server takes messages of %1 bytes, which is too little")
@@ -418,15 +418,12 @@ bool Session::canBeSent(std::vector<Command> answers)
     refer(answers);
     for (Command &command : answers)
         fitEncoding(command, m_encoding);
-    Message message;
-    message.header = nextHeader();
-    return m_queue.canSend(answers, std::move(message), m_encoding, m_serversLargestMessage);
+    return m_queue.canSend(answers, nextMessage(), m_encoding, m_serversLargestMessage);
 }
 
 bool Session::fitsIntoOneMessage(AnswerQueue queue)
 {
-    Message message;
-    message.header = nextHeader();
+    Message message = nextMessage();
     return queue.fill(message, m_encoding, m_serversLargestMessage) ==
            AnswerQueue::Filled::Everything;
 }

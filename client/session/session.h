@@ -108,7 +108,8 @@ private:
     enum class Purpose { GoOn, SayFarewell };
     /// None when the message cannot be sent, which ends the session.
     std::optional<TransportResult> sendNextMessage(Purpose purpose);
-    syncml::SyncHdr nextHeader();
+    /// The client's next message without commands.
+    syncml::Message nextMessage();
     bool isAbortRequested() const;
     bool isOverTime() const;
     std::chrono::milliseconds timeLeft() const;

@@ -229,13 +229,16 @@ QByteArray printableLine(const QByteArray &text)
     return QByteArray::fromStdString(foreign_text::printable(text.toStdString()));
 }
 
-/// Line with an HMAC header, whose proof is masked.
-QByteArray hmacLine(const std::optional<QByteArray> &header)
+/// The end of the line that announces a message, and the line of its HMAC header, whose proof is
+/// masked.
+QByteArray sizeAndProof(const QByteArray &body, const std::optional<QByteArray> &hmac)
 {
-    if (!header)
-        return {};
-    const auto parsed = parseHmacHeader(*header);
-    return QByteArray(hmacHeaderName) + ": username=\"" +
+    const QByteArray size =
+        ", " + QByteArray::number(body.size()) + " bytes of " + encodingName(body) + '\n';
+    if (!hmac)
+        return size;
+    const auto parsed = parseHmacHeader(*hmac);
+    return size + hmacHeaderName + ": username=\"" +
            (parsed ? printableLine(parsed->userName) : QByteArray("?")) + "\", mac=" + secretMask +
            '\n';
 }
@@ -268,8 +271,7 @@ support::Expected<std::unique_ptr<TraceWriter>, QString> TraceWriter::open(const
 void TraceWriter::messageSent(const TransportRequest &request, const syncml::Message &message)
 {
     write("==> message " + printableLine(message.header.msgId.toUtf8()) + " to " +
-          request.url.toEncoded() + ", " + QByteArray::number(request.body.size()) + " bytes of " +
-          encodingName(request.body) + '\n' + hmacLine(request.hmac) +
+          request.url.toEncoded() + sizeAndProof(request.body, request.hmac) +
           readableMessage(message, m_secretQuestions) + '\n');
 }
 
@@ -281,8 +283,7 @@ void TraceWriter::messageReceived(const TransportResponse &response,
         write("<== empty answer" + from + "\n\n");
         return;
     }
-    const QByteArray size = ", " + QByteArray::number(response.body.size()) + " bytes of " +
-                            encodingName(response.body) + '\n' + hmacLine(response.hmac);
+    const QByteArray size = sizeAndProof(response.body, response.hmac);
     if (!*decoded) {
         // Secrets in it could not be told apart, so it is not shown.
         write("<== unreadable answer" + from + size +

@@ -167,17 +167,24 @@ Refusal makePath(const std::string &path)
 
 // ---- Folders -------------------------------------------------------------------------------------
 
+/// Whether it belongs to this user, and nobody else can write to it.
+/// @param othersBits  which of the permissions let somebody else write to it
+Refusal checkOwner(const std::string &path, const struct stat &status, mode_t othersBits)
+{
+    if (status.st_uid != ::geteuid())
+        return refuseOwner(path, status.st_uid);
+    if ((status.st_mode & othersBits) != 0)
+        return refuse(path, "other users can write to it; chmod go-w takes that away");
+    return {};
+}
+
 Refusal checkFolderStatus(const std::string &path, const struct stat &status)
 {
     if (S_ISLNK(status.st_mode))
         return refuse(path, "it is a symbolic link");
     if (!S_ISDIR(status.st_mode))
         return refuse(path, ENOTDIR);
-    if (status.st_uid != ::geteuid())
-        return refuseOwner(path, status.st_uid);
-    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
-        return refuse(path, "other users can write to it; chmod go-w takes that away");
-    return {};
+    return checkOwner(path, status, S_IWGRP | S_IWOTH);
 }
 
 /// A folder that is held open while it is used, and why it must not be.
@@ -205,13 +212,9 @@ Refusal checkFileStatus(const std::string &path, const struct stat &folder,
         return refuse(path, EISDIR);
     if (!S_ISREG(status.st_mode))
         return {EINVAL, path, "it is not a regular file"};
-    if (status.st_uid != ::geteuid())
-        return refuseOwner(path, status.st_uid);
     // The write bits count for those who can reach the file, which the folder's search bits say.
     const mode_t reach = (folder.st_mode & (S_IXGRP | S_IXOTH)) << 1U;
-    if ((status.st_mode & reach & (S_IWGRP | S_IWOTH)) != 0)
-        return refuse(path, "other users can write to it; chmod go-w takes that away");
-    return {};
+    return checkOwner(path, status, reach & (S_IWGRP | S_IWOTH));
 }
 
 } // namespace

@@ -133,11 +133,11 @@ StoreResult ConnectionDatabase::numbersOf(const std::vector<std::string> &uuids,
         result = insertMissing(uuids, found);
     if (result.failed())
         return result;
-    if (!m_file.isInTransaction())
-        m_known.merge(found);
     numbers.clear();
     for (const std::string &uuid : uuids)
-        numbers.push_back(m_known.contains(uuid) ? m_known[uuid] : found[uuid]);
+        numbers.push_back(found[uuid]);
+    if (!m_file.isInTransaction())
+        m_known.merge(found);
     return {};
 }
 
