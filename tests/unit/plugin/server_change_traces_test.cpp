@@ -60,6 +60,16 @@ protected:
         return {"N Get value from DMT.\n", "N NodePath=Office/Bearer, type=string\n",
                 "N Leave: GetValue()! \n", "N Bearer = " + bearer + "\n"};
     }
+    /// A write of a leaf of the profile Office, as far as the record is read.
+    static Lines WriteBegins(const std::string &path, const std::string &key)
+    {
+        const std::string name = path.substr(path.rfind('/') + 1);
+        return All(
+            {{"N Enter: SetValue()!\n", "N Enter: SetValueInternal()! NodeName = " + name + "\n"},
+             ProfileNodeName(path, "Office"),
+             ProfileName("Office", key, "5", "Office"),
+             {"N NAPI_ReadProfile: profilename = Office\n"}});
+    }
     static Lines All(const std::vector<Lines> &parts)
     {
         Lines all;
@@ -89,11 +99,8 @@ TEST_F(ServerChangeTraces, WriteOfAField)
     ASSERT_EQ(Write(tree, "Office/Addr", Text("apn")), 0);
 
     ExpectAll(All(
-        {{"N Enter: SetValue()!\n", "N Enter: SetValueInternal()! NodeName = Addr\n"},
-         ProfileNodeName("Office/Addr", "Office"),
-         ProfileName("Office", "5Ph1DC1", "5", "Office"),
-         {"N NAPI_ReadProfile: profilename = Office\n",
-          "N Enter: SetValueforNAPDEF()! NodeName = Addr\n", "N ... Want to set new value = apn\n"},
+        {WriteBegins("Office/Addr", "5Ph1DC1"),
+         {"N Enter: SetValueforNAPDEF()! NodeName = Addr\n", "N ... Want to set new value = apn\n"},
          ProfileNodeName("Office/Addr", "Office"),
          {"N Enter: GetValue()! this = ?, NodeName = Bearer\n"},
          ReadBearer("GSM-GPRS"),
@@ -109,11 +116,8 @@ TEST_F(ServerChangeTraces, WriteOfANumberIntoAField)
 
     ASSERT_EQ(Write(tree, "Office/Linger", Number(30)), 0);
 
-    ExpectAll(All({{"N Enter: SetValue()!\n", "N Enter: SetValueInternal()! NodeName = Linger\n"},
-                   ProfileNodeName("Office/Linger", "Office"),
-                   ProfileName("Office", "5Ph1DC1", "5", "Office"),
-                   {"N NAPI_ReadProfile: profilename = Office\n",
-                    "N Enter: SetValueforNAPDEF()! NodeName = Linger\n",
+    ExpectAll(All({WriteBegins("Office/Linger", "5Ph1DC1"),
+                   {"N Enter: SetValueforNAPDEF()! NodeName = Linger\n",
                     "N ... Want to set new value = 30\n"},
                    ProfileNodeName("Office/Linger", "Office"),
                    {"N Bearer = GSM-CSD\n", "N Leave: SetValueforNAPDEF()! \n",
@@ -159,11 +163,9 @@ TEST_F(ServerChangeTraces, WriteOfABearer)
     ASSERT_EQ(Write(tree, "Office/Bearer", Text("GSM-CSD2")), 0);
 
     ExpectAll(
-        All({{"N Enter: SetValue()!\n", "N Enter: SetValueInternal()! NodeName = Bearer\n"},
-             ProfileNodeName("Office/Bearer", "Office"),
-             ProfileName("Office", "5Ph1DC1", "5", "Office"),
-             {"N NAPI_ReadProfile: profilename = Office\n", "N Enter: MoveFieldInNAPI()!\n",
-              "N Leave: MoveFieldInNAPI()! \n", "T Enter: RenameProfileMapinDB() \n",
+        All({WriteBegins("Office/Bearer", "5Ph1DC1"),
+             {"N Enter: MoveFieldInNAPI()!\n", "N Leave: MoveFieldInNAPI()! \n",
+              "T Enter: RenameProfileMapinDB() \n",
               "T RenameProfileMapDB: before removeEntry, group = NAPIDEF_Profile, qskey = "
               "5Ph1DC1\n",
               "T RenameProfileMapDB: qsGroupName = NAPIDEF_Profile, qsKey = 5Ph3DC1,qsValue "
@@ -183,11 +185,8 @@ TEST_F(ServerChangeTraces, FirstBearerThatMovesNothing)
 
     // The move is not even entered.
     ExpectAll(
-        All({{"N Enter: SetValue()!\n", "N Enter: SetValueInternal()! NodeName = Bearer\n"},
-             ProfileNodeName("Office/Bearer", "Office"),
-             ProfileName("Office", "5Ph2DC1", "5", "Office"),
-             {"N NAPI_ReadProfile: profilename = Office\n", "T Enter: RenameProfileMapinDB() \n",
-              "T Leave: RenameProfileMapDB()\n",
+        All({WriteBegins("Office/Bearer", "5Ph2DC1"),
+             {"T Enter: RenameProfileMapinDB() \n", "T Leave: RenameProfileMapDB()\n",
               "N Leave: SetValueInternal()! set value for Bearer!\n", "N Leave: SetValue()! \n"}}));
 }
 
@@ -209,66 +208,59 @@ TEST_F(ServerChangeTraces, WriteOfAReference)
 
     ASSERT_EQ(Write(tree, "Office/Ph2/Conn", Text("Home")), 0);
 
-    ExpectAll(All({{"N Enter: SetValue()!\n", "N Enter: SetValueInternal()! NodeName = Conn\n"},
-                   ProfileNodeName("Office/Ph2/Conn", "Office"),
-                   ProfileName("Office", "5", "5", "Office"),
-                   {"N NAPI_ReadProfile: profilename = Office\n"},
+    ExpectAll(All({WriteBegins("Office/Ph2/Conn", "5"),
                    ParentName("Office/Ph2/Conn", "Ph2"),
                    {"T Enter: SetConnValue()! NodePath = Office/Ph2/Conn\n",
                     "T Leave: SetConnValue()! value = Home\n", "N Leave: SetValue()! \n"}}));
 }
 
-TEST_F(ServerChangeTraces, WritesOfProxyFields)
+TEST_F(ServerChangeTraces, WriteOfAProxyField)
 {
     const TreePtr tree = MountOffice(INTPROFS_ROOT);
-    const auto begin = [](const std::string &path, const std::string &name) {
-        return All(
-            {{"N Enter: SetValue()!\n", "N Enter: SetValueInternal()! NodeName = " + name + "\n"},
-             ProfileNodeName(path, "Office"),
-             ProfileName("Office", "5", "5", "Office"),
-             {"N NAPI_ReadProfile: profilename = Office\n",
-              "N Enter: SetValueforPROXY()! NodeName = " + name + "\n"}});
-    };
-    const Lines end = {"N Leave: SetValueforPROXY()! \n", "N Leave: SetValueInternal()! \n",
-                       "N Leave: SetValue()! \n"};
-    const std::string failedGetter =
-        "N Leave: SetValueforPROXY()! GetInt() or GetString() failed!\n";
     Forget();
 
     ASSERT_EQ(Write(tree, "Office/UserEditable", DmtData(false)), 0);
-    ExpectAll(All({begin("Office/UserEditable", "UserEditable"),
-                   {"N ... Want to set new value = 0\n"},
-                   end}));
 
-    ASSERT_EQ(Write(tree, "Office/UserEditable", Number(0)), 0);
-    Lines logged = Logged();
-    EXPECT_EQ(std::count(logged.begin(), logged.end(), failedGetter), 1);
-    EXPECT_EQ(logged.back(), "N Leave: SetValue()! \n") << "the call goes on";
+    ExpectAll(All({WriteBegins("Office/UserEditable", "5"),
+                   {"N Enter: SetValueforPROXY()! NodeName = UserEditable\n",
+                    "N ... Want to set new value = 0\n", "N Leave: SetValueforPROXY()! \n",
+                    "N Leave: SetValueInternal()! \n", "N Leave: SetValue()! \n"}}));
+}
 
-    ASSERT_EQ(Write(tree, "Office/Ph1/Addr", Number(0)), 0);
-    logged = Logged();
-    EXPECT_EQ(std::count(logged.begin(), logged.end(), failedGetter), 1);
-
-    ASSERT_EQ(Write(tree, "Office/Ph1/Port/PortNbr", Text("80")), 0);
-    logged = Logged();
-    EXPECT_EQ(std::count(logged.begin(), logged.end(), failedGetter), 1);
-
-    ASSERT_EQ(Write(tree, "Office/Ph1/Addr", Text("proxy")), 0);
-    logged = Logged();
-    EXPECT_EQ(std::count(logged.begin(), logged.end(), failedGetter), 0);
-    EXPECT_EQ(std::count(logged.begin(), logged.end(), "N ... Want to set new value = proxy\n"), 1);
-
-    ASSERT_EQ(Write(tree, "Office/Ph1/Port/PortNbr", Number(80)), 0);
-    logged = Logged();
-    EXPECT_EQ(std::count(logged.begin(), logged.end(), failedGetter), 0);
-    EXPECT_EQ(std::count(logged.begin(), logged.end(),
-                         "N ... Want to set new value = 80, GetString = \n"),
-              1);
-    EXPECT_EQ(std::count(logged.begin(), logged.end(),
-                         "N GetGrandParentNodeName(): NodePath = Office/Ph1/Port/PortNbr, "
-                         "ParentPath = Office/Ph1/Port, GrandParentPath=Office/Ph1, "
-                         "GrandParentnode = Ph1\n"),
-              1);
+TEST_F(ServerChangeTraces, WritesOfProxyFieldsOfBothTypes)
+{
+    const struct {
+        const char *path;
+        DmtData value;
+        bool hasItsType;
+        Lines once;
+    } rows[] = {
+        {"Office/UserEditable", Number(0), false, {}},
+        {"Office/Ph1/Addr", Number(0), false, {}},
+        {"Office/Ph1/Port/PortNbr", Text("80"), false, {}},
+        {"Office/Ph1/Addr", Text("proxy"), true, {"N ... Want to set new value = proxy\n"}},
+        {"Office/Ph1/Port/PortNbr",
+         Number(80),
+         true,
+         {"N ... Want to set new value = 80, GetString = \n",
+          "N GetGrandParentNodeName(): NodePath = Office/Ph1/Port/PortNbr, ParentPath = "
+          "Office/Ph1/Port, GrandParentPath=Office/Ph1, GrandParentnode = Ph1\n"}},
+    };
+    const TreePtr tree = MountOffice(INTPROFS_ROOT);
+    Forget();
+    for (const auto &row : rows) {
+        SCOPED_TRACE(std::string(row.path) + (row.hasItsType ? "" : " of another type"));
+        ASSERT_EQ(Write(tree, row.path, row.value), 0);
+        const Lines logged = Logged();
+        const auto timesOf = [&logged](const std::string &line) {
+            return std::count(logged.begin(), logged.end(), line);
+        };
+        EXPECT_EQ(timesOf("N Leave: SetValueforPROXY()! GetInt() or GetString() failed!\n"),
+                  row.hasItsType ? 0 : 1);
+        for (const std::string &line : row.once)
+            EXPECT_EQ(timesOf(line), 1) << line;
+        EXPECT_EQ(logged.back(), "N Leave: SetValue()! \n") << "the call goes on";
+    }
 }
 
 TEST_F(ServerChangeTraces, NewProfile)
