@@ -179,15 +179,14 @@ bool CommandProcessor::runCommand(const Command &command, Parts &parts)
     } else if (command.kind == CommandKind::Atomic) {
         runAtomic(command, parts);
     } else {
-        Part &part = parts.emplace_back(Part{&command});
-        part.firstNote = noteCount();
-        if (const ItemOperation operation = operationOf(command.kind))
-            isDone = runItems(operation, part);
-        else if (command.kind == CommandKind::Alert)
-            isDone = runAlert(part);
-        else
-            isDone = runAll(command.commands, parts);
-        parts[place].endOfNotes = noteCount();
+        markNotes(parts.emplace_back(Part{&command}));
+        if (const ItemOperation operation = operationOf(command.kind)) {
+            isDone = runItems(operation, parts[place]);
+        } else {
+            isDone = command.kind == CommandKind::Alert ? runAlert(parts[place])
+                                                        : runAll(command.commands, parts);
+            markNotes(parts[place]);
+        }
     }
     if (m_undoLog)
         return isDone;
@@ -198,22 +197,17 @@ bool CommandProcessor::runCommand(const Command &command, Parts &parts)
 
 CommandProcessor::ItemOperation CommandProcessor::operationOf(CommandKind kind)
 {
-    switch (kind) {
-    case CommandKind::Add:
-        return &CommandProcessor::add;
-    case CommandKind::Copy:
-        return &CommandProcessor::copy;
-    case CommandKind::Delete:
-        return &CommandProcessor::remove;
-    case CommandKind::Exec:
-        return &CommandProcessor::execute;
-    case CommandKind::Get:
-        return &CommandProcessor::get;
-    case CommandKind::Replace:
-        return &CommandProcessor::replace;
-    default:
-        return nullptr;
-    }
+    static constexpr std::pair<CommandKind, ItemOperation> operations[] = {
+        {CommandKind::Add, &CommandProcessor::add},
+        {CommandKind::Copy, &CommandProcessor::copy},
+        {CommandKind::Delete, &CommandProcessor::remove},
+        {CommandKind::Exec, &CommandProcessor::execute},
+        {CommandKind::Get, &CommandProcessor::get},
+        {CommandKind::Replace, &CommandProcessor::replace},
+    };
+    const auto *const row =
+        std::ranges::find(operations, kind, [](const auto &entry) { return entry.first; });
+    return row == std::end(operations) ? nullptr : row->second;
 }
 
 bool CommandProcessor::runItems(ItemOperation operation, Part &part)
@@ -233,8 +227,7 @@ bool CommandProcessor::runItems(ItemOperation operation, Part &part)
         }
         goesOn = isRun && outcome;
         part.statuses.push_back(outcome.status);
-        if (m_undoLog)
-            part.endOfItemNotes.push_back(m_undoLog->size());
+        markNotes(part);
     }
     part.results = std::exchange(m_results, {});
     return goesOn;
@@ -322,29 +315,27 @@ bool wasDone(DmStatus status)
 /// Gives what had succeeded the status of what became of it.
 void CommandProcessor::noteTakenBack(const std::vector<bool> &isBack, Part &part)
 {
-    const auto takenBack = [&](std::size_t begin, std::size_t end, const Item &item) {
-        const auto first = isBack.begin() + static_cast<std::ptrdiff_t>(begin);
-        const auto last = isBack.begin() + static_cast<std::ptrdiff_t>(end);
-        const bool isWhole = std::all_of(first, last, [](bool back) { return back; });
+    for (std::size_t i = 0; i + 1 < part.notes.size(); ++i) {
+        const bool isOfItem = !part.statuses.empty();
+        DmStatus &status = isOfItem ? part.statuses[i] : part.status;
+        if (!wasDone(status))
+            continue;
+        const auto first = isBack.begin() + static_cast<std::ptrdiff_t>(part.notes[i]);
+        const auto last = isBack.begin() + static_cast<std::ptrdiff_t>(part.notes[i + 1]);
+        const bool isWhole = std::find(first, last, false) == last;
         const Outcome outcome =
             isWhole ? Outcome{DmStatus::RolledBack, QStringLiteral("taken back")}
                     : Outcome{DmStatus::RollBackFailed,
                               QStringLiteral("taken back, but not everything is as it was")};
-        report(*part.command, item, outcome);
-        return outcome.status;
-    };
-    if (part.statuses.empty()) {
-        if (wasDone(part.status))
-            part.status = takenBack(part.firstNote, part.endOfNotes, Item());
-        return;
+        report(*part.command, isOfItem ? part.command->items[i] : Item(), outcome);
+        status = outcome.status;
     }
-    std::size_t begin = part.firstNote;
-    for (std::size_t i = 0; i < part.endOfItemNotes.size(); ++i) {
-        const std::size_t end = part.endOfItemNotes[i];
-        if (wasDone(part.statuses[i]))
-            part.statuses[i] = takenBack(begin, end, part.command->items[i]);
-        begin = end;
-    }
+}
+
+void CommandProcessor::markNotes(Part &part) const
+{
+    if (m_undoLog)
+        part.notes.push_back(m_undoLog->size());
 }
 
 void CommandProcessor::noteForUndo(const NodeUri &node, const std::optional<NodeUri> &renamedTo)

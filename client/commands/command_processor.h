@@ -88,10 +88,9 @@ private:
         std::vector<DmStatus> statuses = {};    ///< of the items
         std::vector<syncml::Item> items = {};   ///< that go into the Status
         std::vector<syncml::Item> results = {}; ///< of a Get
-        // In an Atomic: how many notes the undo log had.
-        std::size_t firstNote = 0; ///< before the command
-        std::size_t endOfNotes = 0;
-        std::vector<std::size_t> endOfItemNotes = {}; ///< of the items
+        /// In an Atomic: how many notes the undo log had before the command, and after each item
+        /// or, without items, after the command.
+        std::vector<std::size_t> notes = {};
     };
     using Parts = std::vector<Part>;
 
@@ -111,7 +110,7 @@ private:
     void noteTakenBack(const std::vector<bool> &isBack, Part &part);
     static ItemOperation operationOf(syncml::CommandKind kind);
     std::optional<Outcome> refusalOf(const syncml::Command &command) const;
-    std::size_t noteCount() const { return m_undoLog ? m_undoLog->size() : 0; }
+    void markNotes(Part &part) const;
     void report(const syncml::Command &command, const syncml::Item &item, const Outcome &outcome);
 
     // One Item of each command.

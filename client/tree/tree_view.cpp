@@ -574,8 +574,12 @@ Outcome TreeView::copy(const NodeUri &source, const NodeUri &target)
         return leavesOnly;
     if (!to->m_isChangeable || !hasAccessType(target, AccessReplace))
         return notAllowed(target, "is read-only");
-    if (const Outcome right = permitCopy(*from, Right::Replace, target); !right)
-        return right;
+    if (!hasAccessType(source, AccessGet))
+        return notAllowed(source, "cannot be read");
+    if (const Outcome get = permit(Right::Get, source); !get)
+        return get;
+    if (const Outcome replace = permit(Right::Replace, target); !replace)
+        return replace;
     if (to->valueType() != from->valueType())
         return unsupportedFormat(QStringLiteral("the two leaves have different formats"));
     const Result<DmtData> value = valueToCopy(*from);
@@ -585,14 +589,6 @@ Outcome TreeView::copy(const NodeUri &source, const NodeUri &target)
     if (outcome)
         m_tree->touch(target);
     return outcome;
-}
-
-Outcome TreeView::permitCopy(const TreeNode &source, Right right, const NodeUri &target) const
-{
-    if (!hasAccessType(source.uri(), AccessGet))
-        return notAllowed(source.uri(), "cannot be read");
-    const Outcome get = permit(Right::Get, source.uri());
-    return get ? permit(right, target) : get;
 }
 
 Outcome TreeView::copyToNewLeaf(const TreeNode &source, const NodeUri &target)

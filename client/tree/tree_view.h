@@ -129,7 +129,6 @@ private:
     /// Whether a leaf may be given another value: 405, 425.
     Outcome permitReplace(const TreeNode &leaf) const;
     Outcome permitAclChange(const TreeNode &node) const;
-    Outcome permitCopy(const TreeNode &source, Right right, const NodeUri &target) const;
     /// The list that a new interior node needs beside what it inherits; none when it needs nothing.
     std::optional<AccessControlList> aclForNewInterior(const TreeNode &parent) const;
 

@@ -567,6 +567,20 @@ TEST_F(OtherCommandsTest, ACommandWithoutAnIdIsABadRequestAndNotRun)
     EXPECT_EQ(childrenOf(uri(mountRoot)), "Office Home");
 }
 
+TEST_F(OtherCommandsTest, ASequenceWithoutAnIdIsRefusedWithWhatIsInItAndNotTold)
+{
+    Command nameless = group(CommandKind::Sequence, {command(CommandKind::Delete, {})});
+    nameless.cmdId.reset();
+    CommandProcessor processor(managementTree, principal);
+    int told = 0;
+    processor.setOutcomeListener(
+        [&told](const Command &, const Item &, const Outcome &) { ++told; });
+    std::vector<Command> answers;
+    processor.run(nameless, answers);
+    EXPECT_EQ(summary(answers), (Lines{"Status  Sequence 400", "Status 7 Delete 400"}));
+    EXPECT_EQ(told, 0);
+}
+
 TEST_F(OtherCommandsTest, ACommandWithoutItemsOrAddressesIsIncomplete)
 {
     for (const CommandKind kind : {CommandKind::Add, CommandKind::Copy, CommandKind::Delete,
