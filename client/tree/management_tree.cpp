@@ -61,14 +61,14 @@ QByteArray TreeNode::childPath(const QByteArray &name) const
 ManagementTree::ManagementTree(const DeviceInfo &info)
     : m_deviceInfo(info), m_deviceTree(DeviceTree::create(info))
 {
-    m_mounts.push_back({NodeUri(), m_deviceTree, {}, {}});
+    m_mounts.push_back({NodeUri(), m_deviceTree, {}, {}, {}});
 }
 
 void ManagementTree::mount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree,
                            const MountTerms &terms)
 {
     m_deviceTree->addNodesAbove(root);
-    Mount mount{root, tree, terms, {}};
+    Mount mount{root, tree, terms, {}, {}};
     readProfileNumbers(mount);
     m_mounts.insert(m_mounts.end() - 1, std::move(mount));
 }
@@ -99,6 +99,7 @@ bool ManagementTree::Mount::isProfile(const NodeUri &uri) const
 void ManagementTree::readProfileNumbers(Mount &mount)
 {
     mount.profileNumbers.clear();
+    mount.nodesByProfile.clear();
     if (!mount.terms.profileNumbers)
         return;
     const std::map<QString, quint32> numbers = mount.terms.profileNumbers();
@@ -108,8 +109,12 @@ void ManagementTree::readProfileNumbers(Mount &mount)
         return;
     for (const JemSmartPtr<DmtNode> &child : children) {
         const QByteArray name = childName({}, *child);
-        if (const auto number = numbers.find(QString::fromUtf8(name)); number != numbers.end())
-            mount.profileNumbers.emplace(mount.root.child(name), number->second);
+        const auto number = numbers.find(QString::fromUtf8(name));
+        if (number == numbers.end())
+            continue;
+        const NodeUri node = mount.root.child(name);
+        mount.profileNumbers.emplace(node, number->second);
+        mount.nodesByProfile.emplace(number->second, node);
     }
 }
 
@@ -137,10 +142,12 @@ std::vector<NodeUri> ManagementTree::twinsOf(const NodeUri &uri) const
     const auto own = siblings.find(uri);
     if (own == siblings.end())
         return twins;
-    for (const Mount &mount : m_mounts)
-        for (const auto &[node, number] : mount.profileNumbers)
-            if (number == own->second && node != uri)
-                twins.push_back(node);
+    for (const Mount &mount : m_mounts) {
+        const auto [first, last] = mount.nodesByProfile.equal_range(own->second);
+        for (auto entry = first; entry != last; ++entry)
+            if (entry->second != uri)
+                twins.push_back(entry->second);
+    }
     return twins;
 }
 
@@ -164,7 +171,8 @@ void ManagementTree::forgetServer(const QByteArray &server)
 
 // ---- Nodes ---------------------------------------------------------------------------------------
 
-Result<TreeNode> ManagementTree::find(const NodeUri &uri, const Principal &principal) const
+Result<TreeNode> ManagementTree::find(const NodeUri &uri, const Principal &principal,
+                                      NodesOnTheWay *way) const
 {
     const Mount &mount = mountOf(uri);
     const bool hasOwnersTree = principal.isOwner() && mount.terms.ownersTree;
@@ -174,6 +182,8 @@ Result<TreeNode> ManagementTree::find(const NodeUri &uri, const Principal &princ
     node.m_isChangeable = mount.isChangeable();
     if (const int status = node.m_tree->GetNode("", node.m_node))
         return outcomeOfEngineCall(status);
+    if (way)
+        way->push_back(node.m_node);
     // Every node on the way has to exist: a tree that registered A/B without A has no node A/B
     // here.
     const std::vector<QByteArray> &names = uri.names();
@@ -188,6 +198,8 @@ Result<TreeNode> ManagementTree::find(const NodeUri &uri, const Principal &princ
             return missing(uri);
         if (status)
             return outcomeOfEngineCall(status);
+        if (way)
+            way->push_back(node.m_node);
     }
     return node;
 }
@@ -243,19 +255,24 @@ QString ManagementTree::type(const TreeNode &node) const
 
 AccessControlList ManagementTree::ownAcl(const TreeNode &node) const
 {
-    if (const auto kept = m_properties.get(node.uri()).acl)
+    return ownAcl(mountOf(node.uri()), node.uri(), *node.m_node);
+}
+
+AccessControlList ManagementTree::ownAcl(const Mount &mount, const NodeUri &uri,
+                                         const DmtNode &node) const
+{
+    if (const auto &kept = m_properties.get(uri).acl)
         return *kept;
-    const Mount &mount = mountOf(node.uri());
-    if (mount.root == node.uri() && !mount.terms.acl.isEmpty())
+    if (mount.root == uri && !mount.terms.acl.isEmpty())
         return mount.terms.acl;
-    if (mount.isProfile(node.uri())) {
-        if (const auto shared = aclOfTwin(node.uri()))
+    if (mount.isProfile(uri)) {
+        if (const auto shared = aclOfTwin(uri))
             return *shared;
         if (!mount.terms.profileAcl.isEmpty())
             return mount.terms.profileAcl;
     }
     DmtAttributes attributes;
-    node.m_node->GetAttributes(attributes);
+    node.GetAttributes(attributes);
     // A malformed list of the tree's own says nothing, and the node inherits.
     const auto own = AccessControlList::parse(QByteArray(attributes.acl.text.text()));
     return own ? *own : AccessControlList();
@@ -264,7 +281,7 @@ AccessControlList ManagementTree::ownAcl(const TreeNode &node) const
 std::optional<AccessControlList> ManagementTree::aclOfTwin(const NodeUri &uri) const
 {
     for (const NodeUri &twin : twinsOf(uri))
-        if (const auto kept = m_properties.get(twin).acl)
+        if (const auto &kept = m_properties.get(twin).acl)
             return kept;
     return std::nullopt;
 }
@@ -285,12 +302,16 @@ void ManagementTree::handOnAcl(const std::optional<AccessControlList> &acl,
 
 ManagementTree::EffectiveAcl ManagementTree::effectiveAcl(const NodeUri &uri) const
 {
-    for (NodeUri holder = uri;; holder = holder.parent()) {
-        const Result<TreeNode> node = find(holder, Principal::owner());
-        const AccessControlList own = node ? ownAcl(*node) : AccessControlList();
-        if (!own.isEmpty() || holder.isRoot())
-            return {holder, own};
+    const Mount &mount = mountOf(uri);
+    NodesOnTheWay way;
+    static_cast<void>(find(uri, Principal::owner(), &way)); // a node that is missing has no list
+    for (std::size_t depth = way.size(); depth-- > 0;) {
+        const NodeUri holder = uri.ancestor(mount.root.names().size() + depth);
+        AccessControlList own = ownAcl(mount, holder, *way[depth]);
+        if (!own.isEmpty())
+            return {holder, std::move(own)};
     }
+    return mount.root.isRoot() ? EffectiveAcl() : effectiveAcl(mount.root.parent());
 }
 
 // ---- Changes -------------------------------------------------------------------------------------
@@ -313,10 +334,7 @@ void ManagementTree::noteNewNode(const TreeNode &parent, const NodeUri &uri, con
 
 void ManagementTree::touch(const NodeUri &uri)
 {
-    PropertyStore::Properties properties = m_properties.get(uri);
-    properties.changed = m_clock();
-    ++properties.version;
-    m_properties.set(uri, std::move(properties));
+    m_properties.noteChange(uri, m_clock());
 }
 
 } // namespace client

@@ -119,6 +119,7 @@ private:
         JemSmartPtr<DmtTree> tree;
         MountTerms terms;
         PropertyStore::ProfileNumbers profileNumbers;
+        std::multimap<quint32, NodeUri> nodesByProfile; ///< the same the other way round
     };
 
     /// A list, and the node that it was found on.
@@ -133,12 +134,17 @@ private:
     void noteProfiles(const NodeUri &uri);
     /// The nodes that show the same profile, without the node itself.
     std::vector<NodeUri> twinsOf(const NodeUri &uri) const;
-    Result<TreeNode> find(const NodeUri &uri, const Principal &principal) const;
+    /// Nodes from the root of a mount down.
+    using NodesOnTheWay = std::vector<JemSmartPtr<DmtNode>>;
+    /// @param way  receives the nodes as far as there are any, when it is not null
+    Result<TreeNode> find(const NodeUri &uri, const Principal &principal,
+                          NodesOnTheWay *way = nullptr) const;
     bool exists(const NodeUri &uri) const;
     std::vector<TreeNode> children(const TreeNode &node, const Principal &principal) const;
 
     // ---- Access control
     AccessControlList ownAcl(const TreeNode &node) const;
+    AccessControlList ownAcl(const Mount &mount, const NodeUri &uri, const DmtNode &node) const;
     /// The list that another node of the same profile was given; none when no other was.
     std::optional<AccessControlList> aclOfTwin(const NodeUri &uri) const;
     /// Hands the list of a node that was deleted to another one of the same profile that has none.

@@ -2,7 +2,6 @@
 
 #include "utf8.h"
 
-#include <QList>
 #include <algorithm>
 #include <cctype>
 
@@ -83,9 +82,9 @@ QByteArray NodeUri::name() const
     return isRoot() ? QByteArray(".") : m_names.back();
 }
 
-NodeUri NodeUri::parent() const
+NodeUri NodeUri::ancestor(std::size_t depth) const
 {
-    return NodeUri({m_names.begin(), m_names.end() - 1});
+    return NodeUri({m_names.begin(), m_names.begin() + static_cast<std::ptrdiff_t>(depth)});
 }
 
 NodeUri NodeUri::child(const QByteArray &name) const
@@ -121,8 +120,10 @@ QString NodeUri::toDisplay() const
 
 namespace {
 
-std::optional<QByteArray> unescaped(const QByteArray &segment)
+std::optional<QByteArray> unescaped(QByteArrayView segment)
 {
+    if (!segment.contains('%'))
+        return segment.toByteArray();
     for (qsizetype i = 0; i < segment.size(); ++i) {
         if (segment[i] != '%')
             continue;
@@ -132,7 +133,7 @@ std::optional<QByteArray> unescaped(const QByteArray &segment)
         if (!isHex(i + 1) || !isHex(i + 2))
             return std::nullopt;
     }
-    return QByteArray::fromPercentEncoding(segment);
+    return QByteArray::fromPercentEncoding(segment.toByteArray());
 }
 
 Outcome notFound(const QString &reason)
@@ -140,21 +141,25 @@ Outcome notFound(const QString &reason)
     return {DmStatus::NotFound, reason};
 }
 
-Result<NodeUri> parsePath(const QByteArray &path, const UriLimits &limits)
+Result<NodeUri> parsePath(QByteArrayView path, const UriLimits &limits)
 {
     if (path == ".")
         return NodeUri();
-    QList<QByteArray> segments = path.split('/');
-    if (segments.front() == "." && segments.size() > 1)
-        segments.removeFirst();
-    if (const Outcome depth =
-            checkLimit(segments.size(), limits.maxDepth, "more than %1 names in the URI");
-        !depth)
-        return depth;
+    if (path.startsWith("./"))
+        path = path.sliced(2);
+    const auto depth = std::ranges::count(path, '/') + 1;
+    if (const Outcome checked = checkLimit(depth, limits.maxDepth, "more than %1 names in the URI");
+        !checked)
+        return checked;
 
     std::vector<QByteArray> names;
-    for (const QByteArray &segment : segments) {
-        const auto name = unescaped(segment);
+    names.reserve(static_cast<std::size_t>(depth));
+    for (qsizetype begin = 0, end = 0; begin <= path.size(); begin = end + 1) {
+        end = path.indexOf('/', begin);
+        if (end < 0)
+            end = path.size();
+        const QByteArrayView segment = path.sliced(begin, end - begin);
+        auto name = unescaped(segment);
         if (!name)
             return notFound(
                 QStringLiteral("malformed escape in \"%1\"").arg(QString::fromUtf8(segment)));
@@ -165,7 +170,7 @@ Result<NodeUri> parsePath(const QByteArray &path, const UriLimits &limits)
             return notFound(QStringLiteral("the name of a node has no NUL"));
         if (const Outcome length = checkNameLength(*name, limits); !length)
             return length;
-        names.push_back(*name);
+        names.push_back(*std::move(name));
     }
     return NodeUri(std::move(names));
 }
@@ -190,11 +195,11 @@ Result<Address> parseAddress(const QString &text, const UriLimits &limits)
         return length;
 
     const qsizetype questionMark = uri.indexOf(u'?');
-    const Result<NodeUri> node = parsePath(uri.left(questionMark).toUtf8(), limits);
+    Result<NodeUri> node = parsePath(uri.left(questionMark).toUtf8(), limits);
     if (!node)
         return node.outcome();
     Address address;
-    address.node = *node;
+    address.node = *std::move(node);
     if (questionMark >= 0)
         parseQuery(uri.mid(questionMark + 1), address);
     return address;

@@ -23,7 +23,9 @@ public:
     /// Last name; "." for the root.
     QByteArray name() const;
     /// Must not be called for the root.
-    NodeUri parent() const;
+    NodeUri parent() const { return ancestor(m_names.size() - 1); }
+    /// The node with the first so many names, of which there must not be fewer.
+    NodeUri ancestor(std::size_t depth) const;
     NodeUri child(const QByteArray &name) const;
     /// Whether this is `other`, or above it.
     bool contains(const NodeUri &other) const;

@@ -111,13 +111,34 @@ Expected<Properties, QString> fromJson(const QJsonObject &object)
     return properties;
 }
 
-/// What the properties of a node add to a file at most, whatever the file calls the node.
+/// Bytes of a text in JSON, without its quotes.
+qsizetype bytesInJson(QByteArrayView utf8)
+{
+    constexpr qsizetype escapeOfControl = 6; // \u001F
+    qsizetype bytes = utf8.size();
+    for (const char byte : utf8) {
+        if (static_cast<unsigned char>(byte) < 0x20)
+            bytes += escapeOfControl - 1;
+        else if (byte == '"' || byte == '\\')
+            ++bytes;
+    }
+    return bytes;
+}
+
+/// What the properties of a node add to a file at most, whatever the file calls the node, whenever
+/// it was changed and however often. Asked for with each change of a node, so nothing is written
+/// for it.
 qsizetype bytesInFile(const NodeUri &node, const Properties &properties)
 {
     // A profile's first name, escaped, or its number, and what JSON puts around an entry.
     constexpr qsizetype longestOtherName = 256;
-    return node.toUri().size() + longestOtherName +
-           QJsonDocument(toJson(properties)).toJson(QJsonDocument::Compact).size();
+    constexpr qsizetype namesTimeAndVersion = 128;
+    constexpr qsizetype escapeInUri = 3; // %41
+    qsizetype bytes = longestOtherName + namesTimeAndVersion;
+    for (const QByteArray &name : node.names())
+        bytes += 1 + escapeInUri * name.size();
+    bytes += bytesInJson(properties.type.toUtf8()) + bytesInJson(properties.title);
+    return properties.acl ? bytes + bytesInJson(properties.acl->toText()) : bytes;
 }
 
 } // namespace
@@ -152,10 +173,11 @@ bool forget(AccessControlList &acl, const QByteArray &server, bool isOfRoot,
 
 } // namespace
 
-PropertyStore::Properties PropertyStore::get(const NodeUri &node) const
+const PropertyStore::Properties &PropertyStore::get(const NodeUri &node) const
 {
+    static const Properties none;
     const auto found = m_properties.find(node);
-    return found == m_properties.end() ? Properties() : found->second;
+    return found == m_properties.end() ? none : found->second;
 }
 
 void PropertyStore::set(const NodeUri &node, Properties properties)
@@ -167,6 +189,16 @@ void PropertyStore::set(const NodeUri &node, Properties properties)
         return;
     m_bytes += bytesInFile(node, properties);
     m_properties.emplace(node, std::move(properties));
+}
+
+void PropertyStore::noteChange(const NodeUri &node, const QDateTime &time)
+{
+    m_isChanged = true;
+    const auto [entry, isNew] = m_properties.try_emplace(node);
+    if (isNew)
+        m_bytes += bytesInFile(node, entry->second);
+    entry->second.changed = time;
+    ++entry->second.version;
 }
 
 PropertyStore::Map::iterator PropertyStore::erase(Map::iterator entry)

@@ -74,9 +74,13 @@ public:
 
     bool isChanged() const { return m_isChanged; }
 
-    /// The node's properties; empty ones when it was given none.
-    Properties get(const NodeUri &node) const;
+    /// The node's properties, as long as the store is not changed; empty ones when it was given
+    /// none.
+    const Properties &get(const NodeUri &node) const;
     void set(const NodeUri &node, Properties properties);
+    /// Notes that the node has changed.
+    /// @param time  in UTC
+    void noteChange(const NodeUri &node, const QDateTime &time);
     /// Forgets the node and everything beneath it.
     void remove(const NodeUri &node);
     /// Moves the node and everything beneath it to a new place.

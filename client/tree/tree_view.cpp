@@ -133,7 +133,7 @@ Result<QByteArray> TreeView::property(const TreeNode &node, Property property) c
         property != Property::Format && property != Property::Name && property != Property::Size;
     if (isKept && !m_tree->m_propertiesFault.isEmpty())
         return Outcome{DmStatus::DataStoreFailure, m_tree->m_propertiesFault};
-    const PropertyStore::Properties kept = m_tree->m_properties.get(node.uri());
+    const PropertyStore::Properties &kept = m_tree->m_properties.get(node.uri());
     DmtAttributes attributes;
     node.m_node->GetAttributes(attributes);
     switch (property) {
