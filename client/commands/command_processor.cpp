@@ -41,7 +41,8 @@ Command statusFor(const Command &command, DmStatus status)
     answer.kind = CommandKind::Status;
     answer.cmdRef = command.cmdId.value_or(QString());
     answer.cmd = syncml::commandName(command);
-    answer.data = QByteArray::number(static_cast<int>(status));
+    answer.data = status == DmStatus::Ok ? QByteArrayLiteral("200")
+                                         : QByteArray::number(static_cast<int>(status));
     return answer;
 }
 
@@ -218,6 +219,7 @@ bool CommandProcessor::runItems(ItemOperation operation, Part &part)
         return false;
     }
     bool goesOn = true;
+    part.statuses.reserve(command.items.size());
     for (const Item &item : command.items) {
         const bool isRun = !isOver() && (goesOn || !m_undoLog);
         Outcome outcome{DmStatus::NotExecuted, {}};
@@ -453,20 +455,24 @@ Outcome CommandProcessor::execute(const Command &, const Item &item)
 namespace {
 
 /// What a Results says about a node; nothing when both have their default.
-std::optional<Meta> describeNode(signed char valueType, const QString &type)
+support::Boxed<Meta> describeNode(signed char valueType, const QString &type)
 {
-    Meta meta;
-    if (valueType == DmtData::Bin)
-        meta.format = QStringLiteral("b64");
-    else if (valueType != DmtData::String)
-        meta.format = formatName(valueType);
-    if (!type.isEmpty() &&
-        (type != QLatin1String(syncml::media_type::plainText) || valueType == DmtData::Node))
-        meta.type = type;
-    return meta == Meta() ? std::nullopt : std::optional(meta);
+    const bool hasUsualFormat = valueType == DmtData::String;
+    const bool hasUsualType =
+        type.isEmpty() ||
+        (type == QLatin1String(syncml::media_type::plainText) && valueType != DmtData::Node);
+    support::Boxed<Meta> meta;
+    if (hasUsualFormat && hasUsualType)
+        return meta;
+    meta.emplace();
+    if (!hasUsualFormat)
+        meta->format = valueType == DmtData::Bin ? QStringLiteral("b64") : formatName(valueType);
+    if (!hasUsualType)
+        meta->type = type;
+    return meta;
 }
 
-Item resultItem(const QString &uri, std::optional<Meta> meta, std::optional<QByteArray> data)
+Item resultItem(const QString &uri, support::Boxed<Meta> meta, std::optional<QByteArray> data)
 {
     Item item;
     item.source = Location{uri, std::nullopt};
@@ -516,7 +522,7 @@ Outcome CommandProcessor::get(const Command &, const Item &item)
             QStringLiteral("unknown query ?%1").arg(address->argument)};
 }
 
-Outcome CommandProcessor::queue(std::vector<Item> items)
+Outcome CommandProcessor::queue(std::span<Item> items)
 {
     qsizetype bytes = 0;
     for (const Item &item : items)
@@ -529,6 +535,11 @@ Outcome CommandProcessor::queue(std::vector<Item> items)
     else
         std::ranges::move(items, std::back_inserter(m_results));
     return {};
+}
+
+Outcome CommandProcessor::queue(Item item)
+{
+    return queue(std::span(&item, 1));
 }
 
 std::optional<std::vector<ListedNode>> CommandProcessor::list(const TreeNode &node,
@@ -546,15 +557,15 @@ Outcome CommandProcessor::getValue(const TreeNode &node, const QString &uri)
     if (!node.isLeaf()) {
         if (const Outcome right = m_tree.mayGet(node); !right)
             return right;
-        return queue({resultItem(
+        return queue(resultItem(
             uri, describeNode(DmtData::Node, QLatin1String(syncml::media_type::plainText)),
-            childList(m_tree.children(node)))});
+            childList(m_tree.children(node))));
     }
     const Result<DmtData> value = m_tree.value(node);
     if (!value)
         return value.outcome();
     return queue(
-        {resultItem(uri, describeNode(node.valueType(), m_tree.type(node)), valueText(*value))});
+        resultItem(uri, describeNode(node.valueType(), m_tree.type(node)), valueText(*value)));
 }
 
 Outcome CommandProcessor::getProperty(const TreeNode &node, const QString &name, const QString &uri)
@@ -565,7 +576,7 @@ Outcome CommandProcessor::getProperty(const TreeNode &node, const QString &name,
     const Result<QByteArray> value = m_tree.property(node, *property);
     if (!value)
         return value.outcome();
-    return queue({resultItem(uri, std::nullopt, *value)});
+    return queue(resultItem(uri, std::nullopt, *value));
 }
 
 Outcome CommandProcessor::getListing(const TreeNode &node, const QString &kind, const QString &uri)
@@ -589,7 +600,7 @@ Outcome CommandProcessor::getListing(const TreeNode &node, const QString &kind, 
                                    describeNode(listed.node.valueType(), m_tree.type(listed.node)),
                                    data));
     }
-    return queue(std::move(items));
+    return queue(items);
 }
 
 Outcome CommandProcessor::getSerialised(const TreeNode &node, const QString &request,
@@ -606,7 +617,7 @@ Outcome CommandProcessor::getSerialised(const TreeNode &node, const QString &req
     meta.type = QString::fromLatin1(syncml::media_type::serialisedTree);
     const auto listing = list(node, values);
     const auto document = listing ? tndsDocument(m_tree, *listing, *content, m_room) : std::nullopt;
-    return document ? queue({resultItem(uri, meta, *document)}) : answersTooLarge();
+    return document ? queue(resultItem(uri, meta, *document)) : answersTooLarge();
 }
 
 } // namespace client

@@ -125,7 +125,8 @@ private:
     std::optional<std::vector<ListedNode>> list(const TreeNode &node, TreeView::Values values);
 
     /// Puts the items into m_results, as far as there is room for all of them: 413 otherwise.
-    Outcome queue(std::vector<syncml::Item> items);
+    Outcome queue(std::span<syncml::Item> items);
+    Outcome queue(syncml::Item item);
 
     // What one Item of a Get can ask for; the answer goes to m_results.
     Outcome getValue(const TreeNode &node, const QString &uri);

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <iterator>
 #include <limits>
+#include <utility>
 
 namespace client {
 
@@ -14,14 +15,6 @@ using namespace syncml;
 // ---- Room in a message ---------------------------------------------------------------------------
 
 namespace {
-
-/// Encoded size; 0 for a message that cannot be encoded, so that it is not held back and whoever
-/// encodes it hears of the fault.
-qsizetype encodedSize(const Message &message, Encoding encoding)
-{
-    const syncml::EncodeResult result = syncml::encode(message, encoding);
-    return result ? result->size() : 0;
-}
 
 Command smallestCommand()
 {
@@ -47,27 +40,28 @@ public:
         m_message.commands.clear();
         if (!isLimited())
             return;
-        m_probe.commands = {smallestCommand()};
-        m_probeSize = encodedSize(m_probe, m_encoding);
-        Message empty = m_message;
-        empty.final = true;
-        empty.commands = {smallestCommand()};
-        m_headerBytes = encodedSize(empty, m_encoding) - cost(smallestCommand());
+        Message nearlyEmpty = m_message;
+        nearlyEmpty.final = true;
+        nearlyEmpty.commands = {smallestCommand()};
+        const syncml::EncodeResult encoded = syncml::encode(nearlyEmpty, m_encoding);
+        m_headerBytes = (encoded ? encoded->size() : 0) - cost(nearlyEmpty.commands.front());
         m_usedBytes = m_headerBytes;
     }
 
-    /// Bytes that a command takes in the message; 0 where they do not matter.
-    qsizetype cost(Command command)
+    /// Bytes that a command takes in the message, whose CmdID may change by that; 0 where they do
+    /// not matter, and for one that cannot be encoded, so that it is not held back and whoever
+    /// encodes it hears of the fault.
+    qsizetype cost(Command &command) const
     {
         if (!isLimited())
             return 0;
         // A code page of WBXML may have to be switched back in front of the next command.
         constexpr qsizetype pageSwitch = 2;
         command.cmdId = longestId;
-        m_probe.commands.push_back(std::move(command));
-        const qsizetype bytes = encodedSize(m_probe, m_encoding) - m_probeSize;
-        m_probe.commands.pop_back();
-        return m_encoding == Encoding::Wbxml ? bytes + pageSwitch : bytes;
+        const auto bytes = syncml::sizeInMessage(command, m_encoding);
+        if (!bytes)
+            return 0;
+        return m_encoding == Encoding::Wbxml ? *bytes + pageSwitch : *bytes;
     }
 
     bool isLimited() const { return m_limit > 0; }
@@ -99,8 +93,6 @@ private:
     Message &m_message;
     Encoding m_encoding;
     qsizetype m_limit;
-    Message m_probe;
-    qsizetype m_probeSize = 0;
     qsizetype m_headerBytes = 0;
     qsizetype m_usedBytes = 0;
     qsizetype m_firstBytes = 0; ///< of the first command that was added
@@ -191,12 +183,10 @@ namespace {
 /// A command as one for each of its items.
 std::vector<Command> commandsOfOneItem(Command command)
 {
-    const std::vector<Item> items = std::move(command.items);
-    std::vector<Command> all;
-    for (const Item &item : items) {
-        command.items = {item};
-        all.push_back(command);
-    }
+    std::vector<Item> items = std::exchange(command.items, {});
+    std::vector<Command> all(items.size(), command);
+    for (std::size_t i = 0; i < items.size(); ++i)
+        all[i].items.push_back(std::move(items[i]));
     return all;
 }
 
@@ -204,19 +194,16 @@ std::vector<Command> commandsOfOneItem(Command command)
 /// belongs to whose target.
 std::vector<Command> statusesOfOneItem(Command status)
 {
-    const std::vector<QString> targets = std::move(status.targetRefs);
-    const std::vector<QString> sources = std::move(status.sourceRefs);
-    std::vector<Command> all;
+    const std::vector<QString> targets = std::exchange(status.targetRefs, {});
+    const std::vector<QString> sources = std::exchange(status.sourceRefs, {});
     if (!sources.empty() && !targets.empty() && sources.size() != targets.size())
-        return all;
-    for (std::size_t i = 0; i < std::max(targets.size(), sources.size()); ++i) {
-        status.targetRefs.clear();
-        status.sourceRefs.clear();
+        return {};
+    std::vector<Command> all(std::max(targets.size(), sources.size()), status);
+    for (std::size_t i = 0; i < all.size(); ++i) {
         if (!targets.empty())
-            status.targetRefs = {targets[i]};
+            all[i].targetRefs.push_back(targets[i]);
         if (!sources.empty())
-            status.sourceRefs = {sources[i]};
-        all.push_back(status);
+            all[i].sourceRefs.push_back(sources[i]);
     }
     return all;
 }
@@ -226,11 +213,12 @@ std::vector<Command> statusesOfOneItem(Command status)
 /// Takes the first command apart. @return false when that is not possible
 bool AnswerQueue::splitFirst()
 {
-    const Command &first = m_commands.front();
+    Command &first = m_commands.front();
     std::vector<Command> all;
     // The Replace holds DevInfo.
-    if (first.kind == CommandKind::Results || first.kind == CommandKind::Replace)
-        all = commandsOfOneItem(first);
+    const bool hasItems = first.kind == CommandKind::Results || first.kind == CommandKind::Replace;
+    if (hasItems && first.items.size() > 1)
+        all = commandsOfOneItem(std::move(first));
     else if (first.kind == CommandKind::Status)
         all = statusesOfOneItem(first);
     if (all.size() < 2)
@@ -289,7 +277,7 @@ bool AnswerQueue::takeChunk(Room &room)
     qsizetype tooLong = std::min(data.size() - offset, room.leftBytes()) + 1;
     while (tooLong - fitting > 1) {
         const qsizetype middle = fitting + (tooLong - fitting) / 2;
-        const Command chunk = chunkOf(results, offset, chunkOfLength(middle));
+        Command chunk = chunkOf(results, offset, chunkOfLength(middle));
         (room.fits(room.cost(chunk)) ? fitting : tooLong) = middle;
     }
     fitting = chunkOfLength(fitting);

@@ -15,7 +15,7 @@ bool sameOrNone(const std::optional<Location> &first, const std::optional<Locati
 
 std::optional<qsizetype> declaredSize(const Command &command, const Item &item)
 {
-    for (const std::optional<syncml::Meta> *const meta : {&item.meta, &command.meta}) {
+    for (const support::Boxed<syncml::Meta> *const meta : {&item.meta, &command.meta}) {
         if (!*meta || !(*meta)->size)
             continue;
         bool isNumber = false;

@@ -41,7 +41,7 @@ public:
     void spendNonce(const TransportResponse &response, const syncml::SyncHdr &header);
     /// What goes into the Status of that message's header, so that the server can prove itself the
     /// next time; none when nothing has to be proved.
-    const std::optional<syncml::Chal> &challenge() const { return m_challenge; }
+    const support::Boxed<syncml::Chal> &challenge() const { return m_challenge; }
     /// Has to be called before that Status is sent: from then on the server may know the next
     /// nonce.
     void challengeGoesOut();
@@ -57,7 +57,7 @@ private:
     const Credentials m_credentials;
     std::optional<QByteArray> m_nonce; ///< of the next proof
     std::optional<QByteArray> m_keptNonce;
-    std::optional<syncml::Chal> m_challenge;
+    support::Boxed<syncml::Chal> m_challenge;
     bool m_isAcceptedForSession = false;
     bool m_isProved = false; ///< by the last message
     bool m_hasProvedAMessage = false;

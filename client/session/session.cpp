@@ -384,9 +384,9 @@ void Session::receive(const TransportResponse &response, const Message &message)
         status.chal = m_verifier.challenge();
     m_queue.lead(std::move(status));
 
-    const std::vector<Command> answers = answer(message, verified);
-    for (const Command &command : answers)
-        isRequest ? m_queue.lead(command) : queue(command);
+    std::vector<Command> answers = answer(message, verified);
+    for (Command &command : answers)
+        isRequest ? m_queue.lead(std::move(command)) : queue(std::move(command));
     m_otherVersions = succeeded(version) ? 0 : m_otherVersions + 1;
     endOrGoOn(!answers.empty() || isAskedForMore);
 }

@@ -2,6 +2,7 @@
 
 #include "alerts.h"
 
+#include <QHash>
 #include <algorithm>
 #include <iterator>
 #include <map>
@@ -51,12 +52,11 @@ void SessionCommands::run(const Message &message, qsizetype waitingBytes, Comman
     m_processor.beginMessage(waitingBytes);
     m_objectWentOn = false;
     for (const Command &command : message.commands) {
-        Commands own;
+        const std::size_t first = answers.size();
         m_reasons.clear();
-        runCommand(command, own);
-        limitObjects(own);
-        report(command, own);
-        std::ranges::move(own, std::back_inserter(answers));
+        runCommand(command, answers);
+        limitObjects(answers, first);
+        report(command, std::span(answers).subspan(first));
     }
     if (wasReceiving && m_object.isReceiving() && !m_objectWentOn)
         abandonObject(answers);
@@ -65,13 +65,13 @@ void SessionCommands::run(const Message &message, qsizetype waitingBytes, Comman
 void SessionCommands::refuse(const Message &message, const Outcome &outcome, Commands &answers)
 {
     for (const Command &command : message.commands) {
-        Commands own;
+        const std::size_t first = answers.size();
         m_reasons.clear();
-        CommandProcessor::refuse(command, outcome.status, own);
+        CommandProcessor::refuse(command, outcome.status, answers);
+        const std::span<const Command> own = std::span(answers).subspan(first);
         for (const Command &answer : own)
             noteReason(answer.cmdRef, QString(), outcome);
         report(command, own);
-        std::ranges::move(own, std::back_inserter(answers));
     }
 }
 
@@ -196,18 +196,19 @@ std::optional<Command> refuseTooLarge(Command &status, const Addresses &addresse
 
 } // namespace
 
-/// Answers with 413 what the server does not take.
-void SessionCommands::limitObjects(Commands &answers) const
+/// Answers with 413 what the server does not take, from the first answer of a command on.
+void SessionCommands::limitObjects(Commands &answers, std::size_t first) const
 {
     if (m_serversLargestObject == 0)
         return;
+    const std::span<Command> own = std::span(answers).subspan(first);
     std::map<std::optional<QString>, Addresses> tooLarge; // by CmdRef
-    for (Command &answer : answers)
+    for (Command &answer : own)
         if (answer.kind == CommandKind::Results)
             takeTooLarge(answer, m_serversLargestObject, tooLarge[answer.cmdRef]);
 
     Commands limited;
-    for (Command &answer : answers) {
+    for (Command &answer : own) {
         std::optional<Command> second;
         if (answer.kind == CommandKind::Status && tooLarge.contains(answer.cmdRef))
             second = refuseTooLarge(answer, tooLarge[answer.cmdRef]);
@@ -216,7 +217,8 @@ void SessionCommands::limitObjects(Commands &answers) const
         if (second)
             limited.push_back(std::move(*second));
     }
-    answers = std::move(limited);
+    answers.resize(first);
+    std::ranges::move(limited, std::back_inserter(answers));
 }
 
 // ---- Alerts --------------------------------------------------------------------------------------
@@ -250,13 +252,13 @@ DmStatus SessionCommands::answerAlert(const Command &alert, std::vector<Item> &i
 
 namespace {
 
-using CommandIndex = std::map<QString, const Command *>;
+using CommandIndex = QHash<QString, const Command *>;
 
 /// Enters the command and those inside it under their ids.
 void enter(const Command &command, CommandIndex &index)
 {
-    if (command.cmdId)
-        index.try_emplace(*command.cmdId, &command);
+    if (command.cmdId && !index.contains(*command.cmdId))
+        index.insert(*command.cmdId, &command);
     for (const Command &inner : command.commands)
         enter(inner, index);
 }
@@ -287,7 +289,8 @@ QString reportedName(const Command &command)
 void SessionCommands::noteReason(const std::optional<QString> &cmdId, const QString &uri,
                                  const Outcome &outcome)
 {
-    m_reasons.try_emplace({cmdId.value_or(QString()), uri, outcome.status}, outcome.reason);
+    if (!outcome.reason.isEmpty())
+        m_reasons.try_emplace({cmdId.value_or(QString()), uri, outcome.status}, outcome.reason);
 }
 
 QString SessionCommands::reasonFor(const QString &cmdId, const QString &uri, DmStatus status) const
@@ -298,15 +301,16 @@ QString SessionCommands::reasonFor(const QString &cmdId, const QString &uri, DmS
     return reason == m_reasons.end() ? QString() : reason->second;
 }
 
-void SessionCommands::report(const Command &command, const Commands &answers)
+void SessionCommands::report(const Command &command, std::span<const Command> answers)
 {
     CommandIndex index;
-    enter(command, index);
+    if (!command.commands.empty())
+        enter(command, index);
     for (const Command &answer : answers) {
         if (answer.kind != CommandKind::Status)
             continue;
-        const auto entry = index.find(*answer.cmdRef);
-        const Command *const answered = entry == index.end() ? nullptr : entry->second;
+        const Command *const answered =
+            answer.cmdRef == command.cmdId ? &command : index.value(*answer.cmdRef, nullptr);
         AnsweredCommand report;
         report.name = answered ? reportedName(*answered) : *answer.cmd;
         report.status = static_cast<DmStatus>(answer.data->toInt());

@@ -11,6 +11,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <span>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -61,12 +62,12 @@ private:
     void runItems(const syncml::Command &command, Commands &answers);
     void flush(syncml::Command &items, Commands &answers);
     void abandonObject(Commands &answers);
-    void limitObjects(Commands &answers) const;
+    void limitObjects(Commands &answers, std::size_t first) const;
     std::optional<std::chrono::seconds> timeForQuestion() const;
     DmStatus answerAlert(const syncml::Command &alert, std::vector<syncml::Item> &items);
     void noteReason(const std::optional<QString> &cmdId, const QString &uri,
                     const Outcome &outcome);
-    void report(const syncml::Command &command, const Commands &answers);
+    void report(const syncml::Command &command, std::span<const syncml::Command> answers);
     QString reasonFor(const QString &cmdId, const QString &uri, DmStatus status) const;
 
     CommandProcessor m_processor;

@@ -21,7 +21,7 @@ using namespace syncml;
 
 namespace {
 
-bool isSerialisedTree(const std::optional<Meta> &meta)
+bool isSerialisedTree(const support::Boxed<Meta> &meta)
 {
     return meta && meta->type && syncml::isSerialisedTree(*meta->type);
 }
@@ -140,7 +140,7 @@ private:
         m_xml.writeEndElement();
     }
 
-    void meta(const std::optional<Meta> &meta)
+    void meta(const support::Boxed<Meta> &meta)
     {
         if (!meta)
             return;

@@ -38,6 +38,11 @@ EncodeResult encode(const Message &message, Encoding encoding, XmlLayout layout)
     return encoding == Encoding::Xml ? encodeXml(message, layout) : encodeWbxml(message);
 }
 
+support::Expected<qsizetype, EncodeError> sizeInMessage(const Command &command, Encoding encoding)
+{
+    return encoding == Encoding::Xml ? sizeInXml(command) : sizeInWbxml(command);
+}
+
 void fitEncoding(Command &command, Encoding encoding)
 {
     for (Item &item : command.items) {

@@ -18,6 +18,10 @@ DecodeResult decode(const QByteArray &bytes, const Limits &limits = {});
 EncodeResult encode(const Message &message, Encoding encoding,
                     XmlLayout layout = XmlLayout::OneLine);
 
+/// Bytes that a command has in a message, where WBXML stands on the code page of commands; the
+/// error is that of `encode`.
+support::Expected<qsizetype, EncodeError> sizeInMessage(const Command &command, Encoding encoding);
+
 /// Makes the data of the command's items such that the encoding carries them: data that is not text
 /// goes into XML as base64, and its Format says so.
 void fitEncoding(Command &command, Encoding encoding);

@@ -196,7 +196,14 @@ const ElementInfo &elementInfo(Element element)
 
 QString elementName(Element element)
 {
-    return QString::fromLatin1(QByteArrayView(elementInfo(element).name));
+    static const std::array<QString, elementCount> names = [] {
+        std::array<QString, elementCount> made;
+        std::ranges::transform(elements, made.begin(), [](const ElementInfo &info) {
+            return QString::fromLatin1(QByteArrayView(info.name));
+        });
+        return made;
+    }();
+    return names[static_cast<std::size_t>(element)];
 }
 
 Element elementByName(QByteArrayView name)

@@ -38,6 +38,9 @@ public:
     virtual bool bytes(Element element, const QByteArray &bytes) = 0;
     virtual void empty(Element element) = 0;
 
+    /// Bytes that were written.
+    virtual qsizetype size() const = 0;
+
 protected:
     /// Writes an element with a text of XML, in UTF-8.
     virtual void writeText(Element element, std::string_view utf8) = 0;

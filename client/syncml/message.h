@@ -2,14 +2,16 @@
 //
 // A struct holds what the message says and judges nothing: numbers, versions, ids and status codes
 // stay the text that was received, so that a bad one can be answered instead of being lost. An
-// element that may be missing is a std::optional, so that "missing" and "there but empty" stay
-// different answers. White space around ids, references, URIs and the texts of Meta is cut when a
-// message is read; Data, LocName, Correlator and NextNonce are kept as they came.
+// element that may be missing is a std::optional, or boxed, so that "missing" and "there but empty"
+// stay different answers. White space around ids, references, URIs and the texts of Meta is cut
+// when a message is read; Data, LocName, Correlator and NextNonce are kept as they came.
 //
 // Elements that the DTD has and DM does not use (NoResp, Archive, SftDel, Lang, Filter, Cred on a
 // command, Anchor, Mem, Version, SourceParent, TargetParent and their like) are skipped when a
 // message is read.
 #pragma once
+
+#include "boxed.h"
 
 #include <QByteArray>
 #include <QString>
@@ -43,7 +45,7 @@ struct Meta {
 
 /// Credentials.
 struct Cred {
-    std::optional<Meta> meta; ///< the authentication type in `type`
+    support::Boxed<Meta> meta; ///< the authentication type in `type`
     QByteArray data;
 
     bool operator==(const Cred &) const = default;
@@ -60,7 +62,7 @@ struct Chal {
 struct Item {
     std::optional<Location> target;
     std::optional<Location> source;
-    std::optional<Meta> meta;
+    support::Boxed<Meta> meta;
     /// The bytes of the value. From WBXML they are the bytes sent; from XML they are the UTF-8 of
     /// the text, or of the markup when XML stood inside Data unescaped.
     std::optional<QByteArray> data;
@@ -100,7 +102,7 @@ struct Command {
 
     // Add, Copy, Delete, Exec, Get, Replace, Atomic, Sequence, Results: holds for every item that
     // does not say otherwise
-    std::optional<Meta> meta;
+    support::Boxed<Meta> meta;
     // every command but Atomic and Sequence
     std::vector<Item> items;
     // Alert: the alert code. Status: the status code.
@@ -116,7 +118,7 @@ struct Command {
     std::optional<QString> cmd; ///< Status only: name of the command answered
     std::vector<QString> targetRefs;
     std::vector<QString> sourceRefs;
-    std::optional<Chal> chal; ///< Status only
+    support::Boxed<Chal> chal; ///< Status only
 
     bool operator==(const Command &) const = default;
 };
@@ -131,7 +133,7 @@ struct SyncHdr {
     Location source;
     std::optional<QString> respUri;
     std::optional<Cred> cred;
-    std::optional<Meta> meta;
+    support::Boxed<Meta> meta;
 
     bool operator==(const SyncHdr &) const = default;
 };

@@ -65,6 +65,12 @@ public:
         return m_written;
     }
 
+    support::Expected<void, EncodeError> write(const Command &command)
+    {
+        writeCommand(command);
+        return m_written;
+    }
+
 private:
     void writeHeader(const SyncHdr &header)
     {
@@ -281,6 +287,14 @@ private:
 support::Expected<void, EncodeError> writeMessage(const Message &message, ElementSink &sink)
 {
     return MessageWriter(sink).write(message);
+}
+
+support::Expected<qsizetype, EncodeError> sizeOf(const Command &command, ElementSink &sink)
+{
+    const qsizetype before = sink.size();
+    if (const auto written = MessageWriter(sink).write(command); !written)
+        return support::Unexpected(written.error());
+    return sink.size() - before;
 }
 
 } // namespace syncml

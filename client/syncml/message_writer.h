@@ -11,4 +11,7 @@ class ElementSink;
 /// the sink holds is of no use then.
 support::Expected<void, EncodeError> writeMessage(const Message &message, ElementSink &sink);
 
+/// Bytes that one command adds to a sink.
+support::Expected<qsizetype, EncodeError> sizeOf(const Command &command, ElementSink &sink);
+
 } // namespace syncml

@@ -327,6 +327,8 @@ public:
 
     void empty(Element element) override { appendTag(element, 0); }
 
+    qsizetype size() const override { return static_cast<qsizetype>(m_wbxml.size()); }
+
     QByteArray finish() const { return QByteArray::fromStdString(m_wbxml); }
 
 protected:
@@ -401,6 +403,12 @@ EncodeResult encodeWbxml(const Message &message)
     if (const auto written = writeMessage(message, sink); !written)
         return support::Unexpected(written.error());
     return sink.finish();
+}
+
+support::Expected<qsizetype, EncodeError> sizeInWbxml(const Command &command)
+{
+    WbxmlSink sink;
+    return sizeOf(command, sink);
 }
 
 } // namespace syncml

@@ -23,4 +23,7 @@ DecodeResult decodeWbxml(const QByteArray &bytes, const Limits &limits = {});
 /// text other than Data that XML could not carry.
 EncodeResult encodeWbxml(const Message &message);
 
+/// Bytes of the command in a message, where that stands on the code page of commands.
+support::Expected<qsizetype, EncodeError> sizeInWbxml(const Command &command);
+
 } // namespace syncml

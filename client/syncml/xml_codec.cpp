@@ -152,7 +152,13 @@ public:
 
     void empty(Element element) override { writeText(element, {}); }
 
-    QByteArray finish() const { return QByteArray::fromStdString(m_writer.xml()) + '\n'; }
+    qsizetype size() const override { return static_cast<qsizetype>(m_writer.xml().size()); }
+
+    QByteArray finish()
+    {
+        m_writer.endLine();
+        return QByteArray::fromStdString(m_writer.xml());
+    }
 
 protected:
     void writeText(Element element, std::string_view utf8) override
@@ -182,6 +188,12 @@ EncodeResult encodeXml(const Message &message, XmlLayout layout)
     if (const auto written = writeMessage(message, sink); !written)
         return support::Unexpected(written.error());
     return sink.finish();
+}
+
+support::Expected<qsizetype, EncodeError> sizeInXml(const Command &command)
+{
+    XmlSink sink(XmlLayout::OneLine);
+    return sizeOf(command, sink);
 }
 
 bool fitsXml(QByteArrayView bytes)

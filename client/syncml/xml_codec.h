@@ -24,6 +24,9 @@ DecodeResult decodeXml(const QByteArray &bytes, const Limits &limits = {});
 /// text or Data that XML cannot carry (see `fitsXml`).
 EncodeResult encodeXml(const Message &message, XmlLayout layout = XmlLayout::OneLine);
 
+/// Bytes of the command in a message of one line.
+support::Expected<qsizetype, EncodeError> sizeInXml(const Command &command);
+
 /// True when XML can carry `bytes` as text: UTF-8 without the control characters that XML does not
 /// know. Other bytes travel as base64, with the Format saying so.
 bool fitsXml(QByteArrayView bytes);

@@ -25,9 +25,10 @@ public:
     /// Ends the element of that name, which is the last that was begun and not ended.
     void end(std::string_view name);
 
+    void endLine() { m_xml += '\n'; }
+
     /// What was written.
     const std::string &xml() const { return m_xml; }
-    bool isEmpty() const { return m_xml.empty(); }
 
 private:
     void endStartTag();

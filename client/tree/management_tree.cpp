@@ -246,9 +246,12 @@ QString ManagementTree::type(const TreeNode &node) const
     const QString given = m_properties.get(node.uri()).type;
     if (!given.isEmpty())
         return given;
-    if (const NodeDescription *const description = descriptionOf(node.uri()))
-        return QString::fromLatin1(description->type);
-    return node.isLeaf() ? QString::fromLatin1(syncml::media_type::plainText) : QString();
+    static const QString plainText = QString::fromLatin1(syncml::media_type::plainText);
+    const NodeDescription *const description = descriptionOf(node.uri());
+    if (!description)
+        return node.isLeaf() ? plainText : QString();
+    return plainText == QLatin1String(description->type) ? plainText
+                                                         : QString::fromLatin1(description->type);
 }
 
 // ---- Access control ------------------------------------------------------------------------------

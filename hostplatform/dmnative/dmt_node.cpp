@@ -4,6 +4,7 @@
 #include "dmt_tree_link.h"
 
 #include <cstring>
+#include <utility>
 
 // ---- DmtPluginNode ------------------------------------------------------------------------------
 
@@ -42,7 +43,7 @@ int DmtPluginNode::GetAttributes(DmtAttributes &attributes) const
     DMString text;
     if (m_value.GetString(text) == DMT_OK)
         answer.sizeBytes = static_cast<std::uint32_t>(text.length());
-    attributes = answer;
+    attributes = std::move(answer);
     return DMT_OK;
 }
 
