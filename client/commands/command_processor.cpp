@@ -530,10 +530,7 @@ Outcome CommandProcessor::queue(std::span<Item> items)
     if (bytes > m_room)
         return answersTooLarge();
     m_room -= bytes;
-    if (m_results.empty())
-        m_results = std::move(items);
-    else
-        std::ranges::move(items, std::back_inserter(m_results));
+    std::ranges::move(items, std::back_inserter(m_results));
     return {};
 }
 
