@@ -298,7 +298,7 @@ TEST_F(AccountsTest, AccountThatCannotBeReadStaysBesideTheOthersUntilItIsRemoved
 {
     write("{\"Bad\": {\"address\": 5, \"server-id\": \"bad.example\", \"title\": \"kept\"}}");
     AccountStore changed = store();
-    EXPECT_EQ(changed.damagedAccounts().at(QStringLiteral("Bad")).serverId, "bad.example");
+    EXPECT_EQ(changed.serverIdOf(QStringLiteral("Bad")), "bad.example");
     ASSERT_TRUE(noted(changed.put(QStringLiteral("Good"), account), error)) << error.toStdString();
     EXPECT_FALSE(noted(changed.put(QStringLiteral("Bad"), account), error));
     EXPECT_EQ(error,
@@ -311,6 +311,8 @@ TEST_F(AccountsTest, AccountThatCannotBeReadStaysBesideTheOthersUntilItIsRemoved
                            {QStringLiteral("server-id"), QStringLiteral("bad.example")},
                            {QStringLiteral("title"), QStringLiteral("kept")}}));
     ASSERT_TRUE(noted(changed.remove(QStringLiteral("Bad")), error)) << error.toStdString();
+    EXPECT_EQ(changed.serverIdOf(QStringLiteral("Bad")), "");
+    EXPECT_EQ(changed.serverIdOf(QStringLiteral("Good")), account.serverId);
     EXPECT_TRUE(store().damagedAccounts().empty());
     EXPECT_EQ(store().accounts().size(), 1U);
 }

@@ -183,7 +183,8 @@ TEST(HmacHeader, IsRefusedWhenSomethingIsWrong)
 {
     for (const char *const text :
          {"", "mac=x", "username=\"a\"", "algorithm=SHA1, username=\"a\", mac=x",
-          "username=\"a, mac=x", "username=\"a\" mac=x", "username", "username=\"a\\", "=,=,="})
+          "username=\"a, mac=x", "username=\"a\" mac=x", "username=\"a\"b, mac=x", "username",
+          "username=\"a\\", "=,=,="})
         EXPECT_EQ(parseHmacHeader(text), std::nullopt) << text;
 }
 
