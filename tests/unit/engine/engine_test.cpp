@@ -190,6 +190,16 @@ TEST_F(NodeTable, RenamingRefusesTakenNamesSlashesAndTheRoot)
     EXPECT_EQ(tree->ChildrenOf(""), (Names{"mention", "b"}));
 }
 
+TEST_F(NodeTable, ARenamedNodeIsReplacedAtItsPlace)
+{
+    tree->Add("", {"a", "b"});
+    tree->AddLeaf("a", "");
+    tree->AddLeaf("b", "");
+    ASSERT_EQ(tree->RenameNode("a", "c"), 0);
+    tree->AddLeaf("c", "");
+    EXPECT_EQ(tree->ChildrenOf(""), (Names{"c", "b"}));
+}
+
 TEST_F(NodeTable, ANodeThatWasRemovedCannotBeRenamed)
 {
     tree->Add("", {"a"});
