@@ -5,16 +5,69 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <mutex>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 using handset_state::FileDescriptor;
 
 namespace {
+
+/// A file and its contents, as far as the file system tells one from another.
+struct FileState {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    timespec modified = {};
+    timespec changed = {};
+
+    bool operator==(const FileState &other) const
+    {
+        return device == other.device && inode == other.inode && size == other.size &&
+               modified.tv_sec == other.modified.tv_sec &&
+               modified.tv_nsec == other.modified.tv_nsec &&
+               changed.tv_sec == other.changed.tv_sec && changed.tv_nsec == other.changed.tv_nsec;
+    }
+};
+
+/// @return false with errno set.
+bool readState(const FileDescriptor &file, FileState &state)
+{
+    struct stat status = {};
+    if (::fstat(file.get(), &status) != 0)
+        return false;
+    state = {status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
+    return true;
+}
+
+} // namespace
+
+struct SettingsOnDisk {
+    SettingsGroups groups;
+    FileState state;
+    qsizetype entriesSize = 0; ///< bytes of the file without the changes at its end
+    int version = 0;           ///< counts the changes that were added
+};
+
+namespace {
+
+/// The files that are in use, by path. Nobody reads one again that is as this process left it.
+struct FilesInUse {
+    std::mutex mutex;
+    QHash<QByteArray, std::weak_ptr<SettingsOnDisk>> files;
+};
+
+FilesInUse &filesInUse()
+{
+    static FilesInUse inUse;
+    return inUse;
+}
 
 /// @return false with errno set.
 bool readAll(int descriptor, QByteArray &bytes)
@@ -62,8 +115,51 @@ void SettingsFile::report(const char *action, const char *reason) const
                  foreign_text::printable(m_path.toStdString()).c_str(), action, reason);
 }
 
+// ---- Entries ------------------------------------------------------------------------------------
+
+void SettingsFile::set(const QString &group, const QString &key, const QString &value)
+{
+    SettingsGroup &entries = m_groups[group];
+    const auto entry = entries.constFind(key);
+    if (entry != entries.cend() && *entry == value)
+        return;
+    entries.insert(key, value);
+    note({group, key, value});
+}
+
+bool SettingsFile::remove(const QString &group, const QString &key)
+{
+    const auto entries = m_groups.find(group);
+    if (entries == m_groups.end() || entries->remove(key) == 0)
+        return false;
+    note({group, key, std::nullopt});
+    return true;
+}
+
+void SettingsFile::note(const SettingsChange &change)
+{
+    constexpr qsizetype mostChanges = 1000; // of one flush; more are not worth their memory
+    if (m_changes.size() == mostChanges)
+        m_onDisk.reset();
+    if (m_onDisk)
+        m_changes += change;
+}
+
+// ---- Reading ------------------------------------------------------------------------------------
+
+void SettingsFile::know(const SettingsOnDisk &onDisk)
+{
+    m_onDisk = std::make_shared<SettingsOnDisk>(onDisk);
+    m_version = onDisk.version;
+    m_changes.clear();
+    auto &files = filesInUse().files;
+    files.removeIf([](const auto &file) { return file.value().expired(); });
+    files.insert(m_path, m_onDisk);
+}
+
 void SettingsFile::read()
 {
+    const std::lock_guard lock(filesInUse().mutex);
     handset_state::Refusal refusal;
     const FileDescriptor file = handset_state::openFile(m_path.toStdString(), O_RDONLY, refusal);
     if (refusal.error == ENOENT)
@@ -71,23 +167,90 @@ void SettingsFile::read()
     m_damaged = true;
     if (refusal)
         return report("read", refusal.reason.c_str());
-    struct stat status = {};
-    if (::fstat(file.get(), &status) != 0)
-        return report("read", std::strerror(errno));
-    if (status.st_size > maximumSize)
-        return report("read", "it is larger than 4 MiB");
 
-    QByteArray bytes(static_cast<qsizetype>(status.st_size), Qt::Uninitialized);
-    if (!readAll(file.get(), bytes))
-        return report("read", std::strerror(errno));
-    ParsedSettings parsed = parseSettings(bytes);
-    groups = std::move(parsed.groups);
-    m_damaged = parsed.skippedLines > 0;
-    if (m_damaged) {
+    FileState state;
+    QByteArray bytes;
+    ParsedSettings parsed;
+    // Another process may be adding changes at this moment, which takes it no time.
+    constexpr int mostAttempts = 10;
+    constexpr useconds_t microsecondsBetween = 1000;
+    for (int attempt = 1; attempt <= mostAttempts; ++attempt) {
+        if (!readState(file, state))
+            return report("read", std::strerror(errno));
+        if (const auto known = filesInUse().files.value(m_path).lock();
+            known && known->state == state) {
+            m_damaged = false;
+            m_groups = known->groups;
+            m_onDisk = known;
+            m_version = known->version;
+            return;
+        }
+        if (state.size > maximumSize)
+            return report("read", "it is larger than 4 MiB");
+        bytes.resize(static_cast<qsizetype>(state.size));
+        if (::lseek(file.get(), 0, SEEK_SET) != 0 || !readAll(file.get(), bytes))
+            return report("read", std::strerror(errno));
+        parsed = parseSettings(bytes);
+        if (!parsed.isCutOff)
+            break;
+        ::usleep(microsecondsBetween);
+    }
+    m_groups = std::move(parsed.groups);
+    m_damaged = parsed.skippedLines > 0 || parsed.isCutOff;
+    if (parsed.isCutOff)
+        report("read", "the last changes are not all there, and left out");
+    if (parsed.skippedLines > 0) {
         std::fprintf(stderr, "kubappbase: %s: skipped %d malformed lines, the first is line %d\n",
                      foreign_text::printable(m_path.toStdString()).c_str(), parsed.skippedLines,
                      parsed.firstSkippedLine);
     }
+    if (!m_damaged && (bytes.isEmpty() || bytes.endsWith('\n')))
+        know({m_groups, state, parsed.hasChanges ? 0 : bytes.size()});
+}
+
+// ---- Writing ------------------------------------------------------------------------------------
+
+bool SettingsFile::flush()
+{
+    const std::lock_guard lock(filesInUse().mutex);
+    return append() || replace();
+}
+
+/// Adds the changes at the end of a file that is as this process left it. A reader sees none of
+/// them or all.
+bool SettingsFile::append()
+{
+    constexpr qsizetype leastRoom = 4096;
+    if (!m_onDisk || m_onDisk->version != m_version)
+        return false;
+    handset_state::Refusal refusal;
+    FileDescriptor file =
+        handset_state::openFile(m_path.toStdString(), O_WRONLY | O_APPEND, refusal);
+    FileState state;
+    // Who holds the lock is about to change the file.
+    if (!file || ::flock(file.get(), LOCK_EX | LOCK_NB) != 0 || !readState(file, state) ||
+        !(state == m_onDisk->state))
+        return false;
+    if (m_changes.isEmpty())
+        return true;
+    const QByteArray bytes = formatChanges(m_changes);
+    const qsizetype size = static_cast<qsizetype>(state.size) + bytes.size();
+    if (size > maximumSize || size > leastRoom + 2 * m_onDisk->entriesSize)
+        return false;
+    if (!file.writeAll(bytes)) {
+        // Readers leave out what was written of them, but the next changes can only follow whole
+        // ones.
+        if (::ftruncate(file.get(), state.size) != 0 || !readState(file, m_onDisk->state))
+            m_onDisk.reset();
+        return false;
+    }
+    for (const SettingsChange &change : m_changes)
+        applyChange(change, m_onDisk->groups);
+    m_changes.clear();
+    m_version = ++m_onDisk->version;
+    if (!readState(file, m_onDisk->state))
+        m_onDisk.reset();
+    return true;
 }
 
 bool SettingsFile::keepDamagedFile()
@@ -98,7 +261,7 @@ bool SettingsFile::keepDamagedFile()
     return ::link(m_path.constData(), damagedPath.constData()) == 0 || errno == ENOENT;
 }
 
-bool SettingsFile::flush()
+bool SettingsFile::replace()
 {
     const auto fail = [this](const char *reason) {
         report("write", reason);
@@ -106,7 +269,7 @@ bool SettingsFile::flush()
     };
     if (m_path.isEmpty() || m_path.contains('\0'))
         return fail("it has no usable name");
-    const QByteArray bytes = formatSettings(groups);
+    const QByteArray bytes = formatSettings(m_groups);
     if (bytes.size() > maximumSize)
         return fail("it would be larger than 4 MiB");
     const std::string folder = QFileInfo(QFile::decodeName(m_path)).path().toStdString();
@@ -118,12 +281,18 @@ bool SettingsFile::flush()
     FileDescriptor file(::mkostemp(temporaryPath.data(), O_CLOEXEC)); // creates with mode 0600
     if (!file)
         return fail(std::strerror(errno));
-    if (!file.writeAll(bytes) || !file.close() || (m_damaged && !keepDamagedFile()) ||
+    // Closing one of two can still fail, and the other says what the file is under its new name.
+    const FileDescriptor written(::fcntl(file.get(), F_DUPFD_CLOEXEC, 0));
+    if (!written || !file.writeAll(bytes) || !file.close() || (m_damaged && !keepDamagedFile()) ||
         !moveIntoPlace(temporaryPath.constData(), m_path.constData())) {
         const int reason = errno;
         ::unlink(temporaryPath.constData());
         return fail(std::strerror(reason));
     }
     m_damaged = false;
+    m_changes.clear();
+    m_onDisk.reset();
+    if (FileState state; readState(written, state))
+        know({m_groups, state, bytes.size()});
     return true;
 }

@@ -4,7 +4,12 @@
 #include "settings_format.h"
 
 #include <QByteArray>
+#include <QList>
 #include <QString>
+#include <memory>
+
+/// What a file held when it was last read or written, for all who use it in this process.
+struct SettingsOnDisk;
 
 class SettingsFile {
 public:
@@ -15,20 +20,33 @@ public:
     /// Reads the file. What cannot be read is reported on stderr and left out.
     explicit SettingsFile(const QString &path);
 
-    /// Replaces the file by the groups: written aside under a name of its own, mode 0600, and
+    const SettingsGroups &groups() const { return m_groups; }
+    void set(const QString &group, const QString &key, const QString &value);
+    /// @return false when there is no such entry.
+    bool remove(const QString &group, const QString &key);
+
+    /// Makes the file hold the groups. As long as nobody else has changed it, the changes since the
+    /// last flush are added at its end. Else, and when it would come to more than twice the bytes
+    /// of its entries, it is replaced: written aside under a name of its own, mode 0600, and
     /// renamed. No fsync: the writers of these files rebuild them at each start, so they need to be
     /// whole, not to survive a power cut. When the file held something that could not be read, it
     /// is kept beside the new one with ".damaged" added to its name.
     /// @return false when that failed, which is reported on stderr; the file is then as it was.
     bool flush();
 
-    SettingsGroups groups;
-
 private:
     void read();
+    bool append();
+    bool replace();
+    void note(const SettingsChange &change);
+    void know(const SettingsOnDisk &onDisk);
     bool keepDamagedFile();
     void report(const char *action, const char *reason) const;
 
     QByteArray m_path; ///< as the file system wants it
+    SettingsGroups m_groups;
     bool m_damaged = false;
+    std::shared_ptr<SettingsOnDisk> m_onDisk; ///< null: the file has to be replaced
+    int m_version = 0;               ///< of m_onDisk, which the groups were when last flushed
+    QList<SettingsChange> m_changes; ///< since then
 };

@@ -5,6 +5,9 @@
 namespace {
 
 constexpr char16_t byteOrderMark = 0xFEFF;
+// Neither is an escape, so no entry begins with one.
+constexpr QByteArrayView changesMark("\\+");
+constexpr QByteArrayView removalMark("\\-");
 
 enum class TextRole { Group, Key, Value };
 
@@ -70,6 +73,21 @@ void appendText(QByteArray &line, QStringView text, TextRole role)
         plainBegin = index + 1;
     }
     line += text.sliced(plainBegin).toUtf8();
+}
+
+void appendGroup(QByteArray &text, QStringView name)
+{
+    text += '[';
+    appendText(text, name, TextRole::Group);
+    text += "]\n";
+}
+
+void appendEntry(QByteArray &text, QStringView key, QStringView value)
+{
+    appendText(text, key, TextRole::Key);
+    text += '=';
+    appendText(text, value, TextRole::Value);
+    text += '\n';
 }
 
 // ---- Reading ------------------------------------------------------------------------------------
@@ -155,6 +173,61 @@ qsizetype findKeyEnd(QByteArrayView line)
 
 class Parser {
 public:
+    void read(QByteArrayView text)
+    {
+        while (!text.isEmpty() && !parsed.isCutOff) {
+            const QByteArrayView line = takeLine(text);
+            if (line.startsWith(changesMark) || (!m_isEnded && changesMark.startsWith(line)))
+                readChanges(line, text);
+            else if (!line.isEmpty() && !readLine(line))
+                skip(m_lineNumber);
+        }
+    }
+
+    ParsedSettings parsed;
+
+private:
+    QByteArrayView takeLine(QByteArrayView &text)
+    {
+        ++m_lineNumber;
+        const qsizetype lineEnd = text.indexOf('\n');
+        m_isEnded = lineEnd >= 0;
+        const QByteArrayView line = m_isEnded ? text.first(lineEnd) : text;
+        text = m_isEnded ? text.sliced(lineEnd + 1) : QByteArrayView();
+        return line;
+    }
+
+    void skip(int lineNumber)
+    {
+        if (parsed.skippedLines++ == 0)
+            parsed.firstSkippedLine = lineNumber;
+    }
+
+    /// Reads the changes that the line begins from the text after it.
+    void readChanges(QByteArrayView line, QByteArrayView &text)
+    {
+        parsed.hasChanges = true;
+        parsed.isCutOff = !m_isEnded;
+        if (parsed.isCutOff)
+            return;
+        bool isNumber = false;
+        const qsizetype size = line.sliced(changesMark.size()).toInt(&isNumber);
+        if (!isNumber || size < 0)
+            return skip(m_lineNumber);
+        parsed.isCutOff = size > text.size();
+        if (parsed.isCutOff)
+            return;
+        QByteArrayView changes = text.first(size);
+        text = text.sliced(size);
+        m_group = nullptr;
+        while (!changes.isEmpty()) {
+            const QByteArrayView change = takeLine(changes);
+            if (!(change.startsWith(removalMark) ? readRemoval(change) : readLine(change)))
+                skip(m_lineNumber);
+        }
+        m_group = nullptr;
+    }
+
     /// @return false when the line is malformed. After a malformed group line the entries up to the
     ///         next group belong to no group.
     bool readLine(QByteArrayView line)
@@ -162,14 +235,11 @@ public:
         const bool isGroup = line.startsWith('[');
         if (isGroup)
             m_group = nullptr;
-        if (!QUtf8StringView(line.data(), line.size()).isValidUtf8())
+        if (!isUtf8(line))
             return false;
         return isGroup ? readGroup(line) : readEntry(line);
     }
 
-    ParsedSettings parsed;
-
-private:
     bool readGroup(QByteArrayView line)
     {
         QString name;
@@ -191,7 +261,23 @@ private:
         return true;
     }
 
+    bool readRemoval(QByteArrayView line)
+    {
+        QString key;
+        if (!m_group || !isUtf8(line) || !readText(line.sliced(removalMark.size()), key))
+            return false;
+        m_group->remove(key);
+        return true;
+    }
+
+    static bool isUtf8(QByteArrayView line)
+    {
+        return QUtf8StringView(line.data(), line.size()).isValidUtf8();
+    }
+
     SettingsGroup *m_group = nullptr;
+    int m_lineNumber = 0;
+    bool m_isEnded = true; ///< a line feed ended the last line
 };
 
 } // namespace
@@ -199,17 +285,8 @@ private:
 ParsedSettings parseSettings(QByteArrayView text)
 {
     Parser parser;
-    ParsedSettings &parsed = parser.parsed;
-    for (int lineNumber = 1; !text.isEmpty(); ++lineNumber) {
-        const qsizetype lineEnd = text.indexOf('\n');
-        const QByteArrayView line = lineEnd < 0 ? text : text.first(lineEnd);
-        text = lineEnd < 0 ? QByteArrayView() : text.sliced(lineEnd + 1);
-        if (line.isEmpty() || parser.readLine(line))
-            continue;
-        if (parsed.skippedLines++ == 0)
-            parsed.firstSkippedLine = lineNumber;
-    }
-    return std::move(parsed);
+    parser.read(text);
+    return std::move(parser.parsed);
 }
 
 QByteArray formatSettings(const SettingsGroups &groups)
@@ -218,15 +295,36 @@ QByteArray formatSettings(const SettingsGroups &groups)
     for (auto group = groups.cbegin(); group != groups.cend(); ++group) {
         if (group->isEmpty())
             continue;
-        text += '[';
-        appendText(text, group.key(), TextRole::Group);
-        text += "]\n";
-        for (auto entry = group->cbegin(); entry != group->cend(); ++entry) {
-            appendText(text, entry.key(), TextRole::Key);
-            text += '=';
-            appendText(text, entry.value(), TextRole::Value);
-            text += '\n';
-        }
+        appendGroup(text, group.key());
+        for (auto entry = group->cbegin(); entry != group->cend(); ++entry)
+            appendEntry(text, entry.key(), entry.value());
     }
     return text;
+}
+
+QByteArray formatChanges(const QList<SettingsChange> &changes)
+{
+    QByteArray lines;
+    const QString *group = nullptr;
+    for (const SettingsChange &change : changes) {
+        if (!group || *group != change.group)
+            appendGroup(lines, change.group);
+        group = &change.group;
+        if (change.value) {
+            appendEntry(lines, change.key, *change.value);
+        } else {
+            lines += removalMark;
+            appendText(lines, change.key, TextRole::Key);
+            lines += '\n';
+        }
+    }
+    return changesMark.toByteArray() + QByteArray::number(lines.size()) + '\n' + lines;
+}
+
+void applyChange(const SettingsChange &change, SettingsGroups &groups)
+{
+    if (change.value)
+        groups[change.group].insert(change.key, *change.value);
+    else if (const auto group = groups.find(change.group); group != groups.end())
+        group->remove(change.key);
 }

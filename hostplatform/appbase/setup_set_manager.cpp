@@ -16,13 +16,13 @@ bool SETUP_SET_Manager::flush()
 
 QMap<QString, QString> SETUP_SET_Manager::getEntryKeyList(const QString &group) const
 {
-    return m_file->groups.value(group);
+    return m_file->groups().value(group);
 }
 
 bool SETUP_SET_Manager::getSettingInfo(const QString &group, const QString &key, QString &value,
                                        const QString &defaultText, bool) const
 {
-    const SettingsGroup entries = m_file->groups.value(group);
+    const SettingsGroup entries = m_file->groups().value(group);
     const auto entry = entries.constFind(key);
     const bool isThere = entry != entries.cend();
     value = isThere ? *entry : defaultText;
@@ -32,12 +32,11 @@ bool SETUP_SET_Manager::getSettingInfo(const QString &group, const QString &key,
 bool SETUP_SET_Manager::setSettingInfo(const QString &group, const QString &key,
                                        const QString &value, bool)
 {
-    m_file->groups[group].insert(key, value.isNull() ? QLatin1StringView("") : value);
+    m_file->set(group, key, value.isNull() ? QLatin1StringView("") : value);
     return true;
 }
 
 bool SETUP_SET_Manager::removeEntry(const QString &group, const QString &key)
 {
-    const auto entries = m_file->groups.find(group);
-    return entries != m_file->groups.end() && entries->remove(key) > 0;
+    return m_file->remove(group, key);
 }

@@ -1,7 +1,9 @@
 // The host's settings files: their text format, and what happens to bad files and on bad disks.
 #include <chrono>
 #include <fcntl.h>
+#include <memory>
 #include <random>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,6 +22,8 @@ namespace {
 
 const QString settingsGroup = QStringLiteral("PROXY_Conn");
 const QString settingsKey = QStringLiteral("Office/Ph1");
+
+constexpr qsizetype tooMuchToAdd = 5000; // bytes of changes after which a small file is replaced
 
 class SettingsFileOnDisk : public testing::Test {
 protected:
@@ -164,6 +168,260 @@ TEST_F(SettingsFileOnDisk, RandomBytesAreReadWithoutHarm)
         const ParsedSettings again = parseSettings(formatSettings(parsed.groups));
         EXPECT_EQ(again.groups, withoutEmpty) << bytes.toHex().constData();
         EXPECT_EQ(again.skippedLines, 0);
+    }
+}
+
+//////////////////////////////////////////////////////////////////////////////////////////////////
+// Changes at the end of a file
+
+class SettingsChanges : public SettingsFileOnDisk {
+protected:
+    void SetUp() override
+    {
+        SettingsFileOnDisk::SetUp();
+        set("a", "1");
+        set("b", "2");
+        ASSERT_TRUE(m_manager->flush());
+    }
+
+    void set(const char *key, const QString &value)
+    {
+        m_manager->setSettingInfo(u"g"_qs, QString::fromLatin1(key), value, false);
+    }
+    void set(const char *key, const char *value) { set(key, QString::fromLatin1(value)); }
+    SettingsGroup entriesOnDisk() const
+    {
+        return SETUP_SET_Manager(m_path, false).getEntryKeyList(u"g"_qs);
+    }
+    /// As a process reads them that has not seen the file before.
+    SettingsGroup entriesForOthers() const
+    {
+        return parseSettings(bytesOf(m_path)).groups.value(u"g"_qs);
+    }
+
+    std::unique_ptr<SETUP_SET_Manager> m_manager =
+        std::make_unique<SETUP_SET_Manager>(m_path, false);
+    const QByteArray m_whole = "[g]\na=1\nb=2\n";
+};
+
+TEST_F(SettingsChanges, AreAddedAtTheEnd)
+{
+    set("c", "3");
+    m_manager->removeEntry(u"g"_qs, u"a"_qs);
+    m_manager->setSettingInfo(u"h"_qs, u"a"_qs, u"4"_qs, false);
+    ASSERT_TRUE(m_manager->flush());
+    EXPECT_EQ(bytesOf(m_path), m_whole + "\\+20\n[g]\nc=3\n\\-a\n[h]\na=4\n");
+    const SettingsGroup expected = {{u"b"_qs, u"2"_qs}, {u"c"_qs, u"3"_qs}};
+    EXPECT_EQ(entriesOnDisk(), expected);
+    EXPECT_EQ(entriesForOthers(), expected);
+}
+
+TEST_F(SettingsChanges, OfNothingLeaveTheFile)
+{
+    set("a", "1");
+    ASSERT_TRUE(m_manager->flush());
+    EXPECT_EQ(bytesOf(m_path), m_whole);
+}
+
+TEST_F(SettingsChanges, CountOnlyWhenAllOfThemAreThere)
+{
+    set("a", "x");
+    m_manager->removeEntry(u"g"_qs, u"b"_qs);
+    ASSERT_TRUE(m_manager->flush());
+    const QByteArray changed = bytesOf(m_path);
+    ASSERT_GT(changed.size(), m_whole.size());
+    const SettingsGroup before = {{u"a"_qs, u"1"_qs}, {u"b"_qs, u"2"_qs}};
+    for (qsizetype size = m_whole.size() + 1; size < changed.size(); ++size) {
+        const ParsedSettings parsed = parseSettings(changed.first(size));
+        EXPECT_EQ(parsed.groups.value(u"g"_qs), before) << size;
+        EXPECT_TRUE(parsed.isCutOff) << size;
+        EXPECT_EQ(parsed.skippedLines, 0) << size;
+    }
+    EXPECT_EQ(parseSettings(changed).groups.value(u"g"_qs), (SettingsGroup{{u"a"_qs, u"x"_qs}}));
+}
+
+TEST_F(SettingsChanges, ThatAreCutOffAreReportedAndKeptBesideTheNewFile)
+{
+    const QByteArray cutOff = m_whole + "\\+20\n[g]\na=9\n";
+    writeFile(cutOff);
+    testing::internal::CaptureStderr();
+    SETUP_SET_Manager manager(m_path, false);
+    expectMentions(testing::internal::GetCapturedStderr(),
+                   {m_path.toUtf8().constData(), "not all there"});
+    EXPECT_EQ(read(manager, u"g"_qs, u"a"_qs), u"1"_qs);
+    ASSERT_TRUE(manager.flush());
+    EXPECT_EQ(bytesOf(m_path), m_whole);
+    EXPECT_EQ(bytesOf(m_path + QStringLiteral(".damaged")), cutOff);
+}
+
+TEST_F(SettingsChanges, OfSeveralFlushesAreReadInTheirOrder)
+{
+    set("a", "2");
+    ASSERT_TRUE(m_manager->flush());
+    m_manager->removeEntry(u"g"_qs, u"a"_qs);
+    ASSERT_TRUE(m_manager->flush());
+    EXPECT_FALSE(entriesForOthers().contains(u"a"_qs));
+    set("a", "3");
+    ASSERT_TRUE(m_manager->flush());
+    EXPECT_EQ(entriesForOthers().value(u"a"_qs), u"3"_qs);
+}
+
+TEST_F(SettingsChanges, OfTheSameEntriesDoNotFillTheDisk)
+{
+    for (int round = 0; round < 2000; ++round) {
+        set("a", QString::number(round));
+        ASSERT_TRUE(m_manager->flush());
+        ASSERT_LT(bytesOf(m_path).size(), tooMuchToAdd);
+    }
+    EXPECT_EQ(entriesForOthers().value(u"a"_qs), u"1999"_qs);
+    EXPECT_EQ(files(), QStringList(u"test.cfg"_qs));
+}
+
+TEST_F(SettingsChanges, BeyondTwiceTheEntriesReplaceTheFile)
+{
+    set("a", QString(tooMuchToAdd, u'x'));
+    ASSERT_TRUE(m_manager->flush());
+    EXPECT_EQ(bytesOf(m_path), "[g]\na=" + QByteArray(tooMuchToAdd, 'x') + "\nb=2\n");
+}
+
+/// Bytes that this process has given to write(2) so far.
+qint64 bytesWritten()
+{
+    QFile file(u"/proc/self/io"_qs);
+    if (!file.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray &line : file.readAll().split('\n')) {
+        if (line.startsWith("wchar: "))
+            return line.sliced(7).toLongLong();
+    }
+    return -1;
+}
+
+TEST_F(SettingsChanges, WriteBytesThatGrowWithTheirNumberOnly)
+{
+    const auto bytesOfEntries = [this](int first, int count) {
+        const qint64 before = bytesWritten();
+        EXPECT_GE(before, 0);
+        for (int entry = first; entry < first + count; ++entry) {
+            set(QByteArray::number(100'000 + entry).constData(), "a value of some length");
+            EXPECT_TRUE(m_manager->flush());
+        }
+        return bytesWritten() - before;
+    };
+    const qint64 few = bytesOfEntries(0, 500);
+    EXPECT_LT(bytesOfEntries(500, 2000), 8 * few);
+}
+
+TEST_F(SettingsChanges, OfAnotherProcessAreReplacedAsAWhole)
+{
+    set("a", "mine");
+    EXPECT_CHILD_PASSES(runInChild([&] {
+        SETUP_SET_Manager other(m_path, false);
+        other.setSettingInfo(u"g"_qs, u"b"_qs, u"theirs"_qs, false);
+        EXPECT_TRUE(other.flush());
+    }));
+    EXPECT_EQ(entriesOnDisk().value(u"b"_qs), u"theirs"_qs);
+    ASSERT_TRUE(m_manager->flush());
+    EXPECT_EQ(bytesOf(m_path), "[g]\na=mine\nb=2\n");
+}
+
+TEST_F(SettingsChanges, OfAnotherManagerAreReplacedAsAWhole)
+{
+    SETUP_SET_Manager other(m_path, false);
+    other.setSettingInfo(u"g"_qs, u"b"_qs, u"theirs"_qs, false);
+    ASSERT_TRUE(other.flush());
+    EXPECT_EQ(entriesOnDisk().value(u"b"_qs), u"theirs"_qs);
+    set("a", "mine");
+    ASSERT_TRUE(m_manager->flush());
+    EXPECT_EQ(bytesOf(m_path), "[g]\na=mine\nb=2\n");
+    EXPECT_EQ(entriesOnDisk(), entriesForOthers());
+}
+
+TEST_F(SettingsChanges, AreNotSeenByOthersBeforeTheFlush)
+{
+    set("a", "9");
+    EXPECT_EQ(entriesOnDisk().value(u"a"_qs), u"1"_qs);
+}
+
+TEST_F(SettingsChanges, AreNotSeenByWhoHasReadTheFileBefore)
+{
+    const SETUP_SET_Manager reader(m_path, false);
+    set("a", "9");
+    ASSERT_TRUE(m_manager->flush());
+    EXPECT_EQ(read(reader, u"g"_qs, u"a"_qs), u"1"_qs);
+    EXPECT_EQ(entriesOnDisk().value(u"a"_qs), u"9"_qs);
+}
+
+TEST_F(SettingsChanges, AreNotAddedToAFileThatSomebodyHasLocked)
+{
+    const int descriptor = ::open(m_path.toUtf8().constData(), O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(descriptor, 0);
+    ASSERT_EQ(::flock(descriptor, LOCK_EX), 0);
+    set("a", "9");
+    ASSERT_TRUE(m_manager->flush());
+    ::close(descriptor);
+    EXPECT_EQ(bytesOf(m_path), "[g]\na=9\nb=2\n");
+}
+
+TEST_F(SettingsChanges, AreNotAddedToALineThatHasNoEnd)
+{
+    writeFile("[g]\na=1");
+    SETUP_SET_Manager manager(m_path, false);
+    manager.setSettingInfo(u"g"_qs, u"b"_qs, u"2"_qs, false);
+    ASSERT_TRUE(manager.flush());
+    EXPECT_EQ(bytesOf(m_path), m_whole);
+}
+
+TEST_F(SettingsChanges, OnAFullDiskLeaveTheFileAsItWas)
+{
+    const ChildOutcome outcome = runInChild([&] {
+        constexpr qsizetype pageSize = 4096;
+        mountPrivateFileSystem(m_directory.path().toStdString(), 2 * pageSize);
+        SETUP_SET_Manager manager(m_path, false);
+        manager.setSettingInfo(u"g"_qs, u"a"_qs, QString(pageSize - 100, u'x'), false);
+        EXPECT_TRUE(manager.flush());
+        const QByteArray before = bytesOf(m_path);
+        {
+            QFile full(m_directory.filePath(u"full"_qs));
+            EXPECT_TRUE(full.open(QIODevice::WriteOnly));
+            full.write(QByteArray(pageSize, 'x'));
+        }
+        // The first of these bytes still fit on the last page of the file.
+        manager.setSettingInfo(u"g"_qs, u"b"_qs, QString(500, u'y'), false);
+        EXPECT_FALSE(manager.flush());
+        EXPECT_EQ(bytesOf(m_path), before);
+        EXPECT_TRUE(QFile::remove(m_directory.filePath(u"full"_qs)));
+        EXPECT_TRUE(manager.flush());
+        EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), u"g"_qs, u"b"_qs), QString(500, u'y'));
+    });
+    EXPECT_CHILD_PASSES(outcome);
+    expectMentions(outcome.errorOutput, {"cannot write", "No space left on device"});
+}
+
+TEST_F(SettingsChanges, ThatAreMalformedAreSkippedLineByLine)
+{
+    struct Row {
+        const char *lines;
+        int firstSkipped;
+    };
+    const Row rows[] = {
+        {"\\+x\n", 4},
+        {"\\+-1\n", 4},
+        {"\\+\n", 4},
+        {"\\+4\nk=1\n", 5},
+        {"\\-a\n", 4},
+        {"\\+8\n[g]\n\\-\\x\n", 6},
+        {"\\+3\n\\-a\n", 5},
+        {"\\+8\n\\+5\n[g]\n", 5},
+        {"\\+99999999999999999999\n", 4},
+        {"\\+5\n[g]\n\n\\-a\n", 6},
+    };
+    for (const Row &row : rows) {
+        const ParsedSettings parsed = parseSettings(m_whole + row.lines + "[g]\nb=3\n");
+        EXPECT_EQ(parsed.groups.value(u"g"_qs),
+                  (SettingsGroup{{u"a"_qs, u"1"_qs}, {u"b"_qs, u"3"_qs}}))
+            << row.lines;
+        EXPECT_EQ(parsed.firstSkippedLine, row.firstSkipped) << row.lines;
     }
 }
 
@@ -336,6 +594,7 @@ TEST_F(SettingsFileOnDisk, DirectoryThatMayNotBeWrittenRefusesToFlush)
         becomeNobodyWith(m_directory.path().toStdString());
         SETUP_SET_Manager manager(m_path, false);
         EXPECT_EQ(read(manager, u"a"_qs, u"k"_qs), u"1"_qs);
+        manager.setSettingInfo(u"a"_qs, u"k"_qs, QString(tooMuchToAdd, u'x'), false);
         EXPECT_FALSE(manager.flush());
     });
     EXPECT_CHILD_PASSES(outcome);

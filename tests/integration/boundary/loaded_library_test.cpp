@@ -3,6 +3,7 @@
 
 #include "aplog.h"
 #include "dmnative_control.h"
+#include "settings_format.h"
 #include "setup_set_manager.h"
 
 #include <gtest/gtest.h>
@@ -16,6 +17,14 @@
 #include <vector>
 
 namespace {
+
+/// What a settings file holds, as a file that is written in one go.
+std::string EntriesOf(const std::string &path)
+{
+    const ParsedSettings parsed = parseSettings(QByteArray::fromStdString(FileContent(path)));
+    EXPECT_EQ(parsed.skippedLines, 0) << path;
+    return formatSettings(parsed.groups).toStdString();
+}
 
 constexpr char CONN_ROOT[] = "./DevDetail/Ext/Conf/Conn/Profiles";
 constexpr char INTPROFS_ROOT[] = "./DevDetail/Ext/Conf/IntProfs/Profiles";
@@ -318,7 +327,7 @@ TEST_F(LoadedLibraryTest, WritesBothMappingFiles)
                                                   {"BÃ¼ro = [heim]/Ph1", "Büro = [heim]"}}));
 }
 
-TEST_F(LoadedLibraryTest, MappingFilesAreTheseBytes)
+TEST_F(LoadedLibraryTest, MappingFilesHoldTheseEntries)
 {
     const std::string office = StoreProfile("Office", Record("internet", "", "+4918"));
     const std::string home = StoreProfile("Büro", Record("", "+4917"));
@@ -332,14 +341,14 @@ TEST_F(LoadedLibraryTest, MappingFilesAreTheseBytes)
     const auto ordered = [&](const std::string &ofOffice, const std::string &ofHome) {
         return office < home ? ofOffice + ofHome : ofHome + ofOffice;
     };
-    EXPECT_EQ(FileContent(NapdefFile()),
+    EXPECT_EQ(EntriesOf(NapdefFile()),
               "[NAPIDEF_Profile]\n" + ordered(office + "Ph1DC1=Office\n", home + "Ph2DC1=Büro\n"));
-    EXPECT_EQ(FileContent(ProxyFile()), "[PROXY_Conn]\n"
-                                        "BÃ¼ro/Ph2=Büro\n"
-                                        "Office/Ph1=Office\n"
-                                        "Office/Ph3=Office\n"
-                                        "[PROXY_Profile]\n" +
-                                            ordered(office + "=Office\n", home + "=Büro\n"));
+    EXPECT_EQ(EntriesOf(ProxyFile()), "[PROXY_Conn]\n"
+                                      "BÃ¼ro/Ph2=Büro\n"
+                                      "Office/Ph1=Office\n"
+                                      "Office/Ph3=Office\n"
+                                      "[PROXY_Profile]\n" +
+                                          ordered(office + "=Office\n", home + "=Büro\n"));
 }
 
 TEST_F(LoadedLibraryTest, AMountWithoutProfilesLeavesNoMappingFile)
@@ -364,7 +373,7 @@ TEST_F(LoadedLibraryTest, AMountDiscardsWhatTheLastOneLeft)
     const std::string home = StoreProfile("Home", Record("internet"));
     TreePtr tree;
     ASSERT_EQ(plugin.Mount(CONN_ROOT, tree), 0);
-    EXPECT_EQ(FileContent(NapdefFile()), "[NAPIDEF_Profile]\n" + home + "Ph1DC1=Home\n");
+    EXPECT_EQ(EntriesOf(NapdefFile()), "[NAPIDEF_Profile]\n" + home + "Ph1DC1=Home\n");
 }
 
 TEST_F(LoadedLibraryTest, ReferencesTakeTheNamesOfTheNapdefFileWhenItIsThere)
