@@ -291,7 +291,6 @@ bool SettingsFile::replace()
     }
     m_damaged = false;
     m_changes.clear();
-    m_onDisk.reset();
     if (FileState state; readState(written, state))
         know({m_groups, state, bytes.size()});
     return true;

@@ -284,6 +284,39 @@ TEST_F(SettingsChanges, BeyondTwiceTheEntriesReplaceTheFile)
     EXPECT_EQ(bytesOf(m_path), "[g]\na=" + QByteArray(tooMuchToAdd, 'x') + "\nb=2\n");
 }
 
+TEST_F(SettingsChanges, OfAVeryLongSeriesAreAllKept)
+{
+    set("much room", QString(10 * tooMuchToAdd, u'x'));
+    ASSERT_TRUE(m_manager->flush());
+    for (int change = 0; change < 1500; ++change)
+        set(change % 2 == 0 ? "a" : "b", QString::number(change));
+    ASSERT_TRUE(m_manager->flush());
+    EXPECT_EQ(entriesForOthers().value(u"a"_qs), u"1498"_qs);
+    EXPECT_EQ(entriesForOthers().value(u"b"_qs), u"1499"_qs);
+}
+
+TEST_F(SettingsChanges, OfWhoReadTheFileLaterAreAddedToo)
+{
+    set("a", "2");
+    ASSERT_TRUE(m_manager->flush());
+    const QByteArray before = bytesOf(m_path);
+    SETUP_SET_Manager later(m_path, false);
+    later.setSettingInfo(u"g"_qs, u"b"_qs, u"3"_qs, false);
+    ASSERT_TRUE(later.flush());
+    EXPECT_EQ(bytesOf(m_path), before + "\\+8\n[g]\nb=3\n");
+}
+
+TEST_F(SettingsChanges, OfProcessAfterProcessDoNotFillTheDisk)
+{
+    m_manager.reset(); // the last that knows the file
+    for (int round = 0; round < 2000; ++round) {
+        SETUP_SET_Manager manager(m_path, false);
+        manager.setSettingInfo(u"g"_qs, u"a"_qs, QString::number(round), false);
+        ASSERT_TRUE(manager.flush());
+        ASSERT_LT(bytesOf(m_path).size(), tooMuchToAdd);
+    }
+}
+
 /// Bytes that this process has given to write(2) so far.
 qint64 bytesWritten()
 {
