@@ -17,17 +17,15 @@
 
 using handset_state::FileDescriptor;
 
-namespace {
-
-/// A file and its contents, as far as the file system tells one from another.
-struct FileState {
+/// Which file it is and which contents it has, as far as the file system tells.
+struct SettingsFileState {
     dev_t device = 0;
     ino_t inode = 0;
     off_t size = 0;
     timespec modified = {};
     timespec changed = {};
 
-    bool operator==(const FileState &other) const
+    bool operator==(const SettingsFileState &other) const
     {
         return device == other.device && inode == other.inode && size == other.size &&
                modified.tv_sec == other.modified.tv_sec &&
@@ -36,21 +34,9 @@ struct FileState {
     }
 };
 
-/// @return false with errno set.
-bool readState(const FileDescriptor &file, FileState &state)
-{
-    struct stat status = {};
-    if (::fstat(file.get(), &status) != 0)
-        return false;
-    state = {status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
-    return true;
-}
-
-} // namespace
-
 struct SettingsOnDisk {
     SettingsGroups groups;
-    FileState state;
+    SettingsFileState state;
     qsizetype entriesSize = 0; ///< bytes of the file without the changes at its end
     int version = 0;           ///< counts the changes that were added
 };
@@ -67,6 +53,16 @@ FilesInUse &filesInUse()
 {
     static FilesInUse inUse;
     return inUse;
+}
+
+/// @return false with errno set.
+bool readState(const FileDescriptor &file, SettingsFileState &state)
+{
+    struct stat status = {};
+    if (::fstat(file.get(), &status) != 0)
+        return false;
+    state = {status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
+    return true;
 }
 
 /// @return false with errno set.
@@ -168,7 +164,7 @@ void SettingsFile::read()
     if (refusal)
         return report("read", refusal.reason.c_str());
 
-    FileState state;
+    SettingsFileState state;
     QByteArray bytes;
     ParsedSettings parsed;
     // Another process may be adding changes at this moment, which takes it no time.
@@ -226,7 +222,7 @@ bool SettingsFile::append()
     handset_state::Refusal refusal;
     FileDescriptor file =
         handset_state::openFile(m_path.toStdString(), O_WRONLY | O_APPEND, refusal);
-    FileState state;
+    SettingsFileState state;
     // Who holds the lock is about to change the file.
     if (!file || ::flock(file.get(), LOCK_EX | LOCK_NB) != 0 || !readState(file, state) ||
         !(state == m_onDisk->state))
@@ -291,7 +287,7 @@ bool SettingsFile::replace()
     }
     m_damaged = false;
     m_changes.clear();
-    if (FileState state; readState(written, state))
+    if (SettingsFileState state; readState(written, state))
         know({m_groups, state, bytes.size()});
     return true;
 }
