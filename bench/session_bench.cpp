@@ -7,6 +7,7 @@
 //                     run on a small tree in memory, and the client's answer
 //   ... in small messages   the same for a server that takes 16 KB at a time
 //   ... in a Sequence, in an Atomic, items of one Get   the same in these shapes
+//   process 40 Gets   one package of the server, from its bytes to the answer as a person gets it
 //   session over HTTP the same over a socket of this machine, with one command a message
 //   decode 1 MB       a message with one value of 1 MB; peak_bytes is what decoding takes at most
 //                     beside the message, held_bytes what its result holds
@@ -15,6 +16,7 @@
 // Where the number of commands grows tenfold, so should the time.
 #include "http_transport.h"
 #include "memory_tree.h"
+#include "package.h"
 #include "session.h"
 
 #include <QCoreApplication>
@@ -275,6 +277,26 @@ struct Device {
     ManagementTree tree{hostInfo("urn:bench:1")};
 };
 
+/// What `dmclient process` does with a package, apart from the files.
+void process(benchmark::State &state, Encoding encoding)
+{
+    constexpr int gets = 40;
+    Device device;
+    std::vector<Command> commands;
+    for (int i = 0; i < gets; ++i)
+        commands.push_back(command(CommandKind::Get, i));
+    const QByteArray package = packageOf(commands, encoding);
+    for (auto _ : state) {
+        device.memory->calls.clear();
+        const syncml::DecodeResult decoded = syncml::decode(package);
+        const PackageAnswer answer = answerPackage(*decoded, device.tree, encoding);
+        require(answer.allSucceeded, "the package failed");
+        benchmark::DoNotOptimize(
+            syncml::encode(*answer.message, encoding, syncml::XmlLayout::Indented));
+    }
+    state.SetItemsProcessed(state.iterations() * gets);
+}
+
 /// Sends its package, and then asks for what is left of the answer.
 class ServerInMemory final : public Transport {
 public:
@@ -403,6 +425,7 @@ void addAll(const std::string &name, Encoding encoding)
         addGrowing(name + " " + row.name, [=](State &state, int n) {
             session(state, encoding, n, row.shape, row.maxMessageBytes);
         });
+    add(name + " process 40 Gets", [=](State &state) { process(state, encoding); });
     add(name + " decode 1 MB", [=](State &state) { decodeLargeValue(state, encoding); });
     add(name + " session over HTTP", [=](State &state) {
         sessionOverHttp(state, encoding);

@@ -55,13 +55,27 @@ public:
     {
         if (!isLimited())
             return 0;
-        // A code page of WBXML may have to be switched back in front of the next command.
-        constexpr qsizetype pageSwitch = 2;
         command.cmdId = longestId;
         const auto bytes = syncml::sizeInMessage(command, m_encoding);
         if (!bytes)
             return 0;
         return m_encoding == Encoding::Wbxml ? *bytes + pageSwitch : *bytes;
+    }
+
+    /// Bytes that the items and references of a command add to one that has some already.
+    qsizetype costOfPieces(const Command &pieces) const
+    {
+        qsizetype bytes = 0;
+        const auto add = [&](const auto &size) {
+            if (size)
+                bytes += m_encoding == Encoding::Wbxml ? *size + pageSwitch : *size;
+        };
+        for (const Item &item : pieces.items)
+            add(syncml::sizeInMessage(item, m_encoding));
+        for (const auto *const references : {&pieces.targetRefs, &pieces.sourceRefs})
+            for (const QString &uri : *references)
+                add(syncml::referenceSizeInMessage(uri, m_encoding));
+        return bytes;
     }
 
     bool isLimited() const { return m_limit > 0; }
@@ -90,6 +104,9 @@ public:
     Encoding encoding() const { return m_encoding; }
 
 private:
+    /// A code page of WBXML may have to be switched back in front of what comes next.
+    static constexpr qsizetype pageSwitch = 2;
+
     Message &m_message;
     Encoding m_encoding;
     qsizetype m_limit;
@@ -104,7 +121,8 @@ qsizetype AnswerQueue::bytes() const
     for (const auto *const commands : {&m_leading, &m_commands})
         for (const Command &command : *commands)
             bytes += answerBytes(command);
-    return bytes + (m_started ? answerBytes(m_started->results) : 0);
+    return bytes + (m_started ? answerBytes(m_started->results) : 0) +
+           (m_split ? m_split->bytes() : 0);
 }
 
 // ---- Filling a message ---------------------------------------------------------------------------
@@ -155,10 +173,12 @@ AnswerQueue::Filled AnswerQueue::fill(Message &message, Encoding encoding, qsize
 
 bool AnswerQueue::takeFirst(Room &room)
 {
-    std::deque<Command> &next = m_leading.empty() ? m_commands : m_leading;
     if (m_leading.empty() && m_started)
         return takeChunk(room);
+    if (m_leading.empty() && m_split)
+        return takePieces(room);
 
+    std::deque<Command> &next = m_leading.empty() ? m_commands : m_leading;
     const qsizetype bytes = room.cost(next.front());
     if (room.fits(bytes)) {
         room.add(std::move(next.front()), bytes);
@@ -169,62 +189,101 @@ bool AnswerQueue::takeFirst(Room &room)
         return false;
     if (splitFirst())
         return true;
-    const Command &first = m_commands.front();
-    const bool isObject = first.kind == CommandKind::Results && first.items.front().data;
-    if (!isObject || room.wouldFitIntoNextMessage(bytes))
+    if (!mustBeCut(room, m_commands.front(), bytes))
         return false;
     m_started = StartedObject{std::move(m_commands.front()), 0};
     m_commands.pop_front();
     return takeChunk(room);
 }
 
-namespace {
-
-/// A command as one for each of its items.
-std::vector<Command> commandsOfOneItem(Command command)
+/// Whether a command of that size, which does not fit into the message, is sent in chunks.
+bool AnswerQueue::mustBeCut(const Room &room, const Command &command, qsizetype bytes)
 {
-    std::vector<Item> items = std::exchange(command.items, {});
-    std::vector<Command> all(items.size(), command);
-    for (std::size_t i = 0; i < items.size(); ++i)
-        all[i].items.push_back(std::move(items[i]));
-    return all;
+    const bool isObject = command.kind == CommandKind::Results && command.items.front().data;
+    return isObject && !room.wouldFitIntoNextMessage(bytes);
 }
 
-/// A Status of several items as one for each of them; none when it cannot be said whose source
-/// belongs to whose target.
-std::vector<Command> statusesOfOneItem(Command status)
+// ---- Pieces --------------------------------------------------------------------------------------
+
+std::size_t AnswerQueue::SplitCommand::pieces() const
 {
-    const std::vector<QString> targets = std::exchange(status.targetRefs, {});
-    const std::vector<QString> sources = std::exchange(status.sourceRefs, {});
-    if (!sources.empty() && !targets.empty() && sources.size() != targets.size())
-        return {};
-    std::vector<Command> all(std::max(targets.size(), sources.size()), status);
-    for (std::size_t i = 0; i < all.size(); ++i) {
-        if (!targets.empty())
-            all[i].targetRefs.push_back(targets[i]);
-        if (!sources.empty())
-            all[i].sourceRefs.push_back(sources[i]);
-    }
-    return all;
+    return std::max({items.size(), targetRefs.size(), sourceRefs.size()});
 }
 
-} // namespace
+qsizetype AnswerQueue::SplitCommand::bytes() const
+{
+    qsizetype bytes = answerBytes(command);
+    for (std::size_t i = next; i < items.size(); ++i)
+        bytes += answerBytes(items[i]);
+    for (const auto *const references : {&targetRefs, &sourceRefs})
+        for (std::size_t i = next; i < references->size(); ++i)
+            bytes += (*references)[i].size();
+    return bytes;
+}
 
-/// Takes the first command apart. @return false when that is not possible
+void AnswerQueue::SplitCommand::appendNextTo(Command &part) const
+{
+    if (!items.empty())
+        part.items.push_back(items[next]);
+    if (!targetRefs.empty())
+        part.targetRefs.push_back(targetRefs[next]);
+    if (!sourceRefs.empty())
+        part.sourceRefs.push_back(sourceRefs[next]);
+}
+
+/// Takes the first command apart. @return false when that is not possible: also for a Status of
+/// which it cannot be said whose source belongs to whose target
 bool AnswerQueue::splitFirst()
 {
     Command &first = m_commands.front();
-    std::vector<Command> all;
+    const std::size_t targets = first.targetRefs.size();
+    const std::size_t sources = first.sourceRefs.size();
+    const bool isStatus = first.kind == CommandKind::Status && std::max(targets, sources) > 1 &&
+                          (targets == 0 || sources == 0 || targets == sources);
     // The Replace holds DevInfo.
-    const bool hasItems = first.kind == CommandKind::Results || first.kind == CommandKind::Replace;
-    if (hasItems && first.items.size() > 1)
-        all = commandsOfOneItem(std::move(first));
-    else if (first.kind == CommandKind::Status)
-        all = statusesOfOneItem(first);
-    if (all.size() < 2)
+    const bool hasItems = first.items.size() > 1 && (first.kind == CommandKind::Results ||
+                                                     first.kind == CommandKind::Replace);
+    if (!isStatus && !hasItems)
         return false;
+    SplitCommand split;
+    if (hasItems) {
+        split.items = std::exchange(first.items, {});
+    } else {
+        split.targetRefs = std::exchange(first.targetRefs, {});
+        split.sourceRefs = std::exchange(first.sourceRefs, {});
+    }
+    split.command = std::move(first);
+    m_split = std::move(split);
     m_commands.pop_front();
-    std::move(all.rbegin(), all.rend(), std::front_inserter(m_commands));
+    return true;
+}
+
+/// Takes as many pieces as fit, in one command.
+bool AnswerQueue::takePieces(Room &room)
+{
+    Command part = m_split->command;
+    m_split->appendNextTo(part);
+    qsizetype bytes = room.cost(part);
+    const bool isCut = !room.fits(bytes) && mustBeCut(room, part, bytes);
+    if (!room.fits(bytes) && !isCut)
+        return false;
+    ++m_split->next;
+    for (; !isCut && m_split->next < m_split->pieces(); ++m_split->next) {
+        Command longer;
+        m_split->appendNextTo(longer);
+        const qsizetype more = room.costOfPieces(longer);
+        if (!room.fits(bytes + more))
+            break;
+        m_split->appendNextTo(part);
+        bytes += more;
+    }
+    if (m_split->next == m_split->pieces())
+        m_split.reset();
+    if (isCut) {
+        m_started = StartedObject{std::move(part), 0};
+        return takeChunk(room);
+    }
+    room.add(std::move(part), bytes);
     return true;
 }
 

@@ -12,11 +12,14 @@
 namespace client {
 
 /// Commands on their way to the server, in order. A Results that does not fit into a message is
-/// split between its items, an item that is too large is sent in chunks, and a Status of several
-/// items becomes one for each.
+/// split between its items, and a Status between its references, each part as large as there is
+/// room; an item that is too large is sent in chunks.
 class AnswerQueue {
 public:
-    bool isEmpty() const { return m_leading.empty() && !m_started && m_commands.empty(); }
+    bool isEmpty() const
+    {
+        return m_leading.empty() && !m_started && !m_split && m_commands.empty();
+    }
 
     /// A status that has to stand in the next message, in front of what waits: that of the last
     /// header received, first of all.
@@ -27,6 +30,7 @@ public:
     void dropWaiting()
     {
         m_started.reset();
+        m_split.reset();
         m_commands.clear();
     }
     /// What waits counts so many bytes, as answerBytes counts them.
@@ -55,12 +59,30 @@ private:
         qsizetype sentBytes = 0;
     };
 
+    /// A command that does not fit into a message, and the pieces that it is sent in: items, or
+    /// references.
+    struct SplitCommand {
+        syncml::Command command; ///< without its pieces
+        std::vector<syncml::Item> items;
+        std::vector<QString> targetRefs;
+        std::vector<QString> sourceRefs;
+        std::size_t next = 0; ///< of the pieces
+
+        std::size_t pieces() const;
+        /// What is left of it, as answerBytes counts it.
+        qsizetype bytes() const;
+        void appendNextTo(syncml::Command &part) const;
+    };
+
     bool takeFirst(Room &room);
+    bool takePieces(Room &room);
     bool takeChunk(Room &room);
     bool splitFirst();
+    static bool mustBeCut(const Room &room, const syncml::Command &command, qsizetype bytes);
 
     std::deque<syncml::Command> m_leading;
     std::optional<StartedObject> m_started;
+    std::optional<SplitCommand> m_split; ///< goes on after m_started
     std::deque<syncml::Command> m_commands;
 };
 

@@ -1,5 +1,7 @@
 #include "codec.h"
 
+#include "element_sink.h"
+#include "message_writer.h"
 #include "wbxml_codec.h"
 #include "xml_codec.h"
 #include "xml_text.h"
@@ -38,9 +40,29 @@ EncodeResult encode(const Message &message, Encoding encoding, XmlLayout layout)
     return encoding == Encoding::Xml ? encodeXml(message, layout) : encodeWbxml(message);
 }
 
+namespace {
+
+std::unique_ptr<ElementSink> makeSink(Encoding encoding)
+{
+    return encoding == Encoding::Xml ? makeXmlSink() : makeWbxmlSink();
+}
+
+} // namespace
+
 support::Expected<qsizetype, EncodeError> sizeInMessage(const Command &command, Encoding encoding)
 {
-    return encoding == Encoding::Xml ? sizeInXml(command) : sizeInWbxml(command);
+    return sizeOf(command, *makeSink(encoding));
+}
+
+support::Expected<qsizetype, EncodeError> sizeInMessage(const Item &item, Encoding encoding)
+{
+    return sizeOf(item, *makeSink(encoding));
+}
+
+support::Expected<qsizetype, EncodeError> referenceSizeInMessage(const QString &uri,
+                                                                 Encoding encoding)
+{
+    return sizeOfReference(uri, *makeSink(encoding));
 }
 
 void fitEncoding(Command &command, Encoding encoding)

@@ -18,9 +18,13 @@ DecodeResult decode(const QByteArray &bytes, const Limits &limits = {});
 EncodeResult encode(const Message &message, Encoding encoding,
                     XmlLayout layout = XmlLayout::OneLine);
 
-/// Bytes that a command has in a message, where WBXML stands on the code page of commands; the
-/// error is that of `encode`.
+// Bytes that a part has in a message of one line, where WBXML stands on the code page of commands.
+// The errors are those of `encode`.
 support::Expected<qsizetype, EncodeError> sizeInMessage(const Command &command, Encoding encoding);
+support::Expected<qsizetype, EncodeError> sizeInMessage(const Item &item, Encoding encoding);
+/// Of an address as a TargetRef or a SourceRef.
+support::Expected<qsizetype, EncodeError> referenceSizeInMessage(const QString &uri,
+                                                                 Encoding encoding);
 
 /// Makes the data of the command's items such that the encoding carries them: data that is not text
 /// goes into XML as base64, and its Format says so.

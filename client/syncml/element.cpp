@@ -159,6 +159,7 @@ constexpr CommandPart statusParts[] = {{CmdID, Once},      {MsgRef, Once},   {Cm
                                        {Cmd, Once},        {TargetRef, Any}, {SourceRef, Any},
                                        {Chal, AtMostOnce}, {Data, Once},     {Item, Any}};
 
+// In the order of the kinds.
 constexpr CommandRule commandRules[] = {
     {CommandKind::Add, Add, false, itemParts},
     {CommandKind::Alert, Alert, false, alertParts},
@@ -175,17 +176,28 @@ constexpr CommandRule commandRules[] = {
 
 constexpr Element unsupportedCommands[] = {Map, Move, Put, Search, Sync};
 
-template <class Match>
-const CommandRule *findRule(Match match)
+constexpr std::size_t ruleNumber(CommandKind kind)
 {
-    const auto *const rule = std::ranges::find_if(commandRules, match);
-    return rule == std::end(commandRules) ? nullptr : rule;
+    return static_cast<std::size_t>(kind) - static_cast<std::size_t>(CommandKind::Add);
 }
+static_assert(std::ranges::all_of(commandRules, [](const CommandRule &rule) {
+    return &rule == &commandRules[ruleNumber(rule.kind)];
+}));
 
 const CommandRule *ruleOf(CommandKind kind)
 {
-    return findRule([kind](const CommandRule &rule) { return rule.kind == kind; });
+    return kind < CommandKind::Add ? nullptr : &commandRules[ruleNumber(kind)];
 }
+
+constexpr auto kindOfElement = [] {
+    std::array<CommandKind, elementCount + 1> kinds{};
+    for (const Element element : unsupportedCommands)
+        kinds[static_cast<std::size_t>(element)] = CommandKind::Unsupported;
+    for (const CommandRule &rule : commandRules)
+        kinds[static_cast<std::size_t>(rule.element)] = rule.kind;
+    return kinds;
+}();
+static_assert(CommandKind() == CommandKind::Unknown);
 
 } // namespace
 
@@ -227,12 +239,7 @@ Element elementByToken(quint8 page, quint8 token)
 
 CommandKind commandKind(Element element)
 {
-    if (const CommandRule *rule =
-            findRule([element](const CommandRule &rule) { return rule.element == element; }))
-        return rule->kind;
-    return std::ranges::find(unsupportedCommands, element) != std::end(unsupportedCommands)
-               ? CommandKind::Unsupported
-               : CommandKind::Unknown;
+    return kindOfElement[static_cast<std::size_t>(element)];
 }
 
 Element commandElement(CommandKind kind)

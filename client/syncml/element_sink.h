@@ -7,7 +7,6 @@
 
 #include <QByteArray>
 #include <QString>
-#include <QStringEncoder>
 #include <string>
 #include <string_view>
 
@@ -28,11 +27,9 @@ public:
 
     bool text(Element element, const QString &text)
     {
-        if (!isXmlText(text))
+        if (!xmlTextToUtf8(text, m_utf8))
             return false;
-        m_utf8.resize(static_cast<std::size_t>(m_toUtf8.requiredSpace(text.size())));
-        const char *const end = m_toUtf8.appendToBuffer(m_utf8.data(), text);
-        writeText(element, {m_utf8.data(), static_cast<std::size_t>(end - m_utf8.data())});
+        writeText(element, m_utf8);
         return true;
     }
     virtual bool bytes(Element element, const QByteArray &bytes) = 0;
@@ -46,7 +43,6 @@ protected:
     virtual void writeText(Element element, std::string_view utf8) = 0;
 
 private:
-    QStringEncoder m_toUtf8{QStringEncoder::Utf8, QStringEncoder::Flag::Stateless};
     std::string m_utf8; ///< the text that is being written
 };
 

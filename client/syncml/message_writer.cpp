@@ -65,13 +65,17 @@ public:
         return m_written;
     }
 
-    support::Expected<void, EncodeError> write(const Command &command)
+    /// Writes one part.
+    template <class Write>
+    support::Expected<qsizetype, EncodeError> sizeOf(Write write)
     {
-        writeCommand(command);
-        return m_written;
+        const qsizetype before = m_sink.size();
+        write(*this);
+        if (!m_written)
+            return support::Unexpected(m_written.error());
+        return m_sink.size() - before;
     }
 
-private:
     void writeHeader(const SyncHdr &header)
     {
         m_sink.start(Element::SyncHdr);
@@ -277,6 +281,7 @@ private:
             m_written = support::Unexpected(EncodeError{text});
     }
 
+private:
     ElementSink &m_sink;
     const Command *m_command = nullptr;             ///< being written; none in the header
     support::Expected<void, EncodeError> m_written; ///< the first fault
@@ -291,10 +296,18 @@ support::Expected<void, EncodeError> writeMessage(const Message &message, Elemen
 
 support::Expected<qsizetype, EncodeError> sizeOf(const Command &command, ElementSink &sink)
 {
-    const qsizetype before = sink.size();
-    if (const auto written = MessageWriter(sink).write(command); !written)
-        return support::Unexpected(written.error());
-    return sink.size() - before;
+    return MessageWriter(sink).sizeOf([&](MessageWriter &writer) { writer.writeCommand(command); });
+}
+
+support::Expected<qsizetype, EncodeError> sizeOf(const Item &item, ElementSink &sink)
+{
+    return MessageWriter(sink).sizeOf([&](MessageWriter &writer) { writer.writeItem(item); });
+}
+
+support::Expected<qsizetype, EncodeError> sizeOfReference(const QString &uri, ElementSink &sink)
+{
+    return MessageWriter(sink).sizeOf(
+        [&](MessageWriter &writer) { writer.writeText(Element::TargetRef, uri); });
 }
 
 } // namespace syncml

@@ -11,7 +11,10 @@ class ElementSink;
 /// the sink holds is of no use then.
 support::Expected<void, EncodeError> writeMessage(const Message &message, ElementSink &sink);
 
-/// Bytes that one command adds to a sink.
+// Bytes that a part of a message adds to a sink.
 support::Expected<qsizetype, EncodeError> sizeOf(const Command &command, ElementSink &sink);
+support::Expected<qsizetype, EncodeError> sizeOf(const Item &item, ElementSink &sink);
+/// Of a TargetRef, or of a SourceRef, which is as long.
+support::Expected<qsizetype, EncodeError> sizeOfReference(const QString &uri, ElementSink &sink);
 
 } // namespace syncml

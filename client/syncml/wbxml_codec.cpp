@@ -405,10 +405,9 @@ EncodeResult encodeWbxml(const Message &message)
     return sink.finish();
 }
 
-support::Expected<qsizetype, EncodeError> sizeInWbxml(const Command &command)
+std::unique_ptr<ElementSink> makeWbxmlSink()
 {
-    WbxmlSink sink;
-    return sizeOf(command, sink);
+    return std::make_unique<WbxmlSink>();
 }
 
 } // namespace syncml

@@ -3,7 +3,11 @@
 
 #include "codec_result.h"
 
+#include <memory>
+
 namespace syncml {
+
+class ElementSink;
 
 /// Reads one message.
 ///
@@ -23,7 +27,7 @@ DecodeResult decodeWbxml(const QByteArray &bytes, const Limits &limits = {});
 /// text other than Data that XML could not carry.
 EncodeResult encodeWbxml(const Message &message);
 
-/// Bytes of the command in a message, where that stands on the code page of commands.
-support::Expected<qsizetype, EncodeError> sizeInWbxml(const Command &command);
+/// What a message is written into, on the code page of commands.
+std::unique_ptr<ElementSink> makeWbxmlSink();
 
 } // namespace syncml

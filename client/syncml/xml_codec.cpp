@@ -22,6 +22,16 @@ std::string_view textView(QByteArrayView bytes)
 
 // ---- reading
 
+/// Appends without the room for as much again that QByteArray makes: a value can be most of what
+/// the message takes.
+void appendSlowlyGrowing(QByteArray &bytes, QByteArrayView more)
+{
+    const qsizetype size = bytes.size() + more.size();
+    if (size > bytes.capacity())
+        bytes.reserve(size + size / 4);
+    bytes.append(more);
+}
+
 class XmlSource final : public ElementSource {
 public:
     XmlSource(const QByteArray &bytes, const Limits &limits)
@@ -52,7 +62,7 @@ public:
                 else if (text.isNull())
                     text = m_text.toByteArray();
                 else
-                    text.append(m_text);
+                    appendSlowlyGrowing(text, m_text);
                 break;
             case Token::End:
                 if (depth == 0) {
@@ -190,10 +200,9 @@ EncodeResult encodeXml(const Message &message, XmlLayout layout)
     return sink.finish();
 }
 
-support::Expected<qsizetype, EncodeError> sizeInXml(const Command &command)
+std::unique_ptr<ElementSink> makeXmlSink()
 {
-    XmlSink sink(XmlLayout::OneLine);
-    return sizeOf(command, sink);
+    return std::make_unique<XmlSink>(XmlLayout::OneLine);
 }
 
 bool fitsXml(QByteArrayView bytes)

@@ -4,8 +4,11 @@
 #include "codec_result.h"
 
 #include <QByteArrayView>
+#include <memory>
 
 namespace syncml {
+
+class ElementSink;
 
 /// Reads one message.
 ///
@@ -24,8 +27,8 @@ DecodeResult decodeXml(const QByteArray &bytes, const Limits &limits = {});
 /// text or Data that XML cannot carry (see `fitsXml`).
 EncodeResult encodeXml(const Message &message, XmlLayout layout = XmlLayout::OneLine);
 
-/// Bytes of the command in a message of one line.
-support::Expected<qsizetype, EncodeError> sizeInXml(const Command &command);
+/// What a message of one line is written into.
+std::unique_ptr<ElementSink> makeXmlSink();
 
 /// True when XML can carry `bytes` as text: UTF-8 without the control characters that XML does not
 /// know. Other bytes travel as base64, with the Format saying so.

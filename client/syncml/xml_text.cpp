@@ -87,9 +87,28 @@ bool isXmlLine(QStringView text)
 
 std::optional<QString> xmlTextFromUtf8(QByteArrayView bytes)
 {
+    const Units units = unitsOf<unsigned char>(bytes);
+    if (units.areXml && units.areAscii)
+        return QString::fromLatin1(bytes);
     if (!isXmlText(bytes))
         return std::nullopt;
     return support::fromUtf8(bytes);
+}
+
+bool xmlTextToUtf8(QStringView text, std::string &utf8)
+{
+    const Units units = unitsOf<char16_t>(text);
+    if (units.areXml && units.areAscii) {
+        utf8.resize(static_cast<std::size_t>(text.size()));
+        std::ranges::transform(text, utf8.begin(),
+                               [](QChar unit) { return static_cast<char>(unit.unicode()); });
+        return true;
+    }
+    if (!isXmlText(text))
+        return false;
+    const QByteArray converted = text.toUtf8();
+    utf8.assign(converted.data(), static_cast<std::size_t>(converted.size()));
+    return true;
 }
 
 QByteArrayView withoutOuterBlanks(QByteArrayView text)

@@ -6,6 +6,7 @@
 #include <QString>
 #include <QStringView>
 #include <optional>
+#include <string>
 
 namespace syncml {
 
@@ -21,6 +22,9 @@ bool isXmlLine(QStringView text);
 /// `bytes` as text, a leading byte order mark included. Nothing when they are not UTF-8, or hold a
 /// character that XML does not know.
 std::optional<QString> xmlTextFromUtf8(QByteArrayView bytes);
+
+/// Gives the text as UTF-8. False when a character of it is not one of XML.
+bool xmlTextToUtf8(QStringView text, std::string &utf8);
 
 /// `text` without the white space of XML (blank, tab, line feed, carriage return) at both ends.
 QByteArrayView withoutOuterBlanks(QByteArrayView text);

@@ -193,8 +193,13 @@ void fillMessages(const QByteArray &bytes)
     status.data = "200";
     for (const syncml::Item &item : message.commands[0].items)
         status.targetRefs.push_back(item.target->locUri);
+    syncml::Command results;
+    results.kind = syncml::CommandKind::Results;
+    results.cmdRef = QStringLiteral("1");
+    results.items = message.commands[0].items;
     client::AnswerQueue queue;
     queue.push(status);
+    queue.push(results);
     constexpr qsizetype serversLimit = 2000;
     for (client::AnswerQueue::Filled filled = client::AnswerQueue::Filled::Part;
          filled == client::AnswerQueue::Filled::Part;) {

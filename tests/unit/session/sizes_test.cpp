@@ -114,6 +114,36 @@ TEST_P(Sizes, AnswersThatDoNotFitContinueInTheNextMessage)
     EXPECT_TRUE(server.messages.back().final);
 }
 
+TEST_P(Sizes, WhatIsSplitGoesOnInOnePartForEachMessage)
+{
+    constexpr int limit = 2000;
+    constexpr std::size_t items = 200;
+    server.says({accepted() + get("2", std::vector<QByteArray>(items, "./DevInfo/Man")), true,
+                 maxMsgSize(limit)});
+    serverAsksForMore(40);
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_LE(largestMessage(), limit);
+    EXPECT_EQ(resultsOf(QStringLiteral("2")), QByteArray("maker").repeated(items));
+    std::size_t references = 0;
+    for (std::size_t i = 1; i < server.messages.size(); ++i) {
+        int statuses = 0;
+        int results = 0;
+        for (const syncml::Command &command : server.messages[i].commands) {
+            if (command.cmdRef != QStringLiteral("2"))
+                continue;
+            statuses += command.cmd == QStringLiteral("Get");
+            results += command.kind == syncml::CommandKind::Results;
+            references += command.targetRefs.size();
+        }
+        EXPECT_LE(statuses, 1) << "message " << i + 1;
+        EXPECT_LE(results, 1) << "message " << i + 1;
+        if (i + 1 < server.messages.size()) {
+            EXPECT_GT(server.requests[i].body.size(), limit - 250) << "message " << i + 1;
+        }
+    }
+    EXPECT_EQ(references, items);
+}
+
 TEST_P(Sizes, ManyAnswersStayWithinTheLimit)
 {
     QByteArray commands = accepted();
@@ -215,7 +245,7 @@ TEST_P(Sizes, StatusOfItemsWithAndWithoutASourceIsNotSplit)
 
 TEST_P(Sizes, PackageIsNotFinalBeforeTheServersIs)
 {
-    const QByteArray many = get("2", std::vector<QByteArray>(50, "./DevInfo/Man"));
+    const QByteArray many = get("2", std::vector<QByteArray>(100, "./DevInfo/Man"));
     server.says({accepted() + many, false, maxMsgSize(1500)});
     for (int i = 0; i < 40; ++i)
         server.replies([this](const TransportRequest &request) {
@@ -232,7 +262,7 @@ TEST_P(Sizes, PackageIsNotFinalBeforeTheServersIs)
                 request.url};
         });
     EXPECT_EQ(run().kind, Kind::Completed);
-    EXPECT_EQ(resultsOf(QStringLiteral("2")), QByteArray("maker").repeated(50));
+    EXPECT_EQ(resultsOf(QStringLiteral("2")), QByteArray("maker").repeated(100));
     EXPECT_GT(server.messages.size(), 4U);
     int requests = 0;
     for (std::size_t i = 1; i + 1 < server.messages.size(); ++i) {
@@ -276,7 +306,7 @@ TEST_P(Sizes, LimitThatHoldsNoAnswerEndsTheSession)
 TEST_P(Sizes, LimitHoldsUntilItChanges)
 {
     const auto many = [](const char *id) {
-        return get(id, std::vector<QByteArray>(50, "./DevInfo/Man"));
+        return get(id, std::vector<QByteArray>(100, "./DevInfo/Man"));
     };
     server.says({accepted() + many("2"), true, maxMsgSize(1500)});
     server.says({statusFor("SyncHdr", 200) + alert("2", "1222"), false, maxMsgSize(100000)});
