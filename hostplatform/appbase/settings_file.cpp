@@ -43,16 +43,16 @@ struct SettingsOnDisk {
 
 namespace {
 
-/// The files that are in use, by path. Nobody reads one again that is as this process left it.
-struct FilesInUse {
+/// Files by path, which nobody reads again as long as they are as this process left them.
+struct KnownFiles {
     std::mutex mutex;
-    QHash<QByteArray, std::weak_ptr<SettingsOnDisk>> files;
+    QHash<QByteArray, std::shared_ptr<SettingsOnDisk>> files;
 };
 
-FilesInUse &filesInUse()
+KnownFiles &knownFiles()
 {
-    static FilesInUse inUse;
-    return inUse;
+    static KnownFiles known;
+    return known;
 }
 
 /// @return false with errno set.
@@ -148,14 +148,16 @@ void SettingsFile::know(const SettingsOnDisk &onDisk)
     m_onDisk = std::make_shared<SettingsOnDisk>(onDisk);
     m_version = onDisk.version;
     m_changes.clear();
-    auto &files = filesInUse().files;
-    files.removeIf([](const auto &file) { return file.value().expired(); });
+    constexpr qsizetype mostUnused = 8; // some more than one handset has
+    auto &files = knownFiles().files;
+    if (files.size() >= mostUnused)
+        files.removeIf([](const auto &file) { return file.value().use_count() == 1; });
     files.insert(m_path, m_onDisk);
 }
 
 void SettingsFile::read()
 {
-    const std::lock_guard lock(filesInUse().mutex);
+    const std::lock_guard lock(knownFiles().mutex);
     handset_state::Refusal refusal;
     const FileDescriptor file = handset_state::openFile(m_path.toStdString(), O_RDONLY, refusal);
     if (refusal.error == ENOENT)
@@ -173,8 +175,7 @@ void SettingsFile::read()
     for (int attempt = 1; attempt <= mostAttempts; ++attempt) {
         if (!readState(file, state))
             return report("read", std::strerror(errno));
-        if (const auto known = filesInUse().files.value(m_path).lock();
-            known && known->state == state) {
+        if (const auto known = knownFiles().files.value(m_path); known && known->state == state) {
             m_damaged = false;
             m_groups = known->groups;
             m_onDisk = known;
@@ -208,7 +209,7 @@ void SettingsFile::read()
 
 bool SettingsFile::flush()
 {
-    const std::lock_guard lock(filesInUse().mutex);
+    const std::lock_guard lock(knownFiles().mutex);
     return append() || replace();
 }
 
