@@ -1,21 +1,59 @@
 #include "dmnative/dmstring.h"
 
+#include <cstddef>
 #include <cstring>
+#include <new>
 #include <utility>
+
+// A text never changes once it is made, so copies share it: a count of its holders stands in front.
+// Everything that moves the count is in this file; a string is one pointer to the text.
 
 namespace {
 
 constexpr char ALLOCATION_FILE[] = "dmstring";
 
+struct TextHeader {
+    std::size_t holders;
+};
+
+struct EmptyText {
+    TextHeader header;
+    char text[1];
+};
+
+// Of this library, which counts as a holder: it is never given back.
+EmptyText emptyText{{1}, ""};
+
+TextHeader *HeaderOf(char *text)
+{
+    return reinterpret_cast<TextHeader *>(text) - 1;
+}
+
 char *AllocateText(std::size_t length)
 {
-    return static_cast<char *>(DmtMemAllocEx(length + 1, ALLOCATION_FILE, __LINE__));
+    void *const block = DmtMemAllocEx(sizeof(TextHeader) + length + 1, ALLOCATION_FILE, __LINE__);
+    return reinterpret_cast<char *>(new (block) TextHeader{1} + 1);
+}
+
+char *ShareText(char *text)
+{
+    if (text)
+        ++HeaderOf(text)->holders;
+    return text;
+}
+
+void DropText(char *text)
+{
+    if (text && --HeaderOf(text)->holders == 0)
+        DmtMemFree(HeaderOf(text));
 }
 
 char *CopyText(const char *text, std::size_t length)
 {
     if (!text)
         return nullptr;
+    if (length == 0)
+        return ShareText(emptyText.text);
     char *const copy = AllocateText(length);
     std::memcpy(copy, text, length);
     copy[length] = '\0';
@@ -28,7 +66,7 @@ DMString::DMString(const char *text) : m_text(CopyText(text, text ? std::strlen(
 
 DMString::DMString(const char *text, std::size_t length) : m_text(CopyText(text, length)) {}
 
-DMString::DMString(const DMString &other) : DMString(other.m_text) {}
+DMString::DMString(const DMString &other) : m_text(ShareText(other.m_text)) {}
 
 DMString::DMString(DMString &&other) noexcept : m_text(std::exchange(other.m_text, nullptr)) {}
 
@@ -47,7 +85,7 @@ DMString &DMString::operator=(DMString &&other) noexcept
 
 DMString::~DMString()
 {
-    DmtMemFree(m_text);
+    DropText(m_text);
 }
 
 std::size_t DMString::length() const
@@ -62,7 +100,7 @@ DMString &DMString::operator+=(const char *text)
     char *const joined = AllocateText(oldLength + addedLength);
     std::memcpy(joined, this->text(), oldLength);
     std::memcpy(joined + oldLength, text, addedLength + 1);
-    DmtMemFree(m_text);
+    DropText(m_text);
     m_text = joined;
     return *this;
 }

@@ -30,7 +30,7 @@ int DmtData::GetString(DMString &text) const
 {
     if (m_type != String)
         return DMT_UNSUPPORTED_FORMAT;
-    text = DMString(m_text.text());
+    text = m_text.c_str() ? m_text : DMString("");
     return DMT_OK;
 }
 

@@ -283,6 +283,36 @@ TEST(EngineString, AppendingAStringToItselfDoublesIt)
     EXPECT_STREQ(text.text(), "abab");
 }
 
+TEST(EngineString, ACopySharesItsTextUntilOneOfThemChanges)
+{
+    const std::size_t before = dmnative_control::LiveBlocks();
+    {
+        DMString text("shared");
+        const DMString copy(text);
+        const DmtData value("of a leaf");
+        const DmtData sameValue(value);
+        EXPECT_EQ(copy.c_str(), text.c_str());
+        EXPECT_EQ(dmnative_control::LiveBlocks(), before + 2);
+        text += " no more";
+        EXPECT_STREQ(copy.text(), "shared");
+        EXPECT_STREQ(text.text(), "shared no more");
+        text = copy;
+        EXPECT_EQ(copy.c_str(), text.c_str());
+    }
+    EXPECT_EQ(dmnative_control::LiveBlocks(), before);
+}
+
+TEST(EngineString, EmptyTextsTakeNoMemory)
+{
+    const std::size_t before = dmnative_control::LiveBlocks();
+    const DMString empty("");
+    const DMString emptyToo("text", 0);
+    const DMString null;
+    EXPECT_STREQ(emptyToo.c_str(), "");
+    EXPECT_EQ(null.c_str(), nullptr);
+    EXPECT_EQ(dmnative_control::LiveBlocks(), before);
+}
+
 TEST(EngineData, EachGetterAnswersItsOwnTypeOnly)
 {
     const DmtData text("x");
