@@ -1,8 +1,8 @@
 // A management tree with one small tree in memory mounted in it.
 #pragma once
 
-#include "tree_view.h"
 #include "memory_tree.h"
+#include "tree_view.h"
 
 #include <gtest/gtest.h>
 
