@@ -272,7 +272,9 @@ std::vector<QString> answeredUris(const Command &status, const Command *answered
         for (const Item &item : answered->items)
             uris.push_back(addressOf(item));
     std::erase(uris, QString());
-    return uris.empty() ? std::vector<QString>(1) : uris;
+    if (uris.empty())
+        uris.emplace_back();
+    return uris;
 }
 
 /// "Get"; an alert with its code.
@@ -295,6 +297,8 @@ void SessionCommands::noteReason(const std::optional<QString> &cmdId, const QStr
 
 QString SessionCommands::reasonFor(const QString &cmdId, const QString &uri, DmStatus status) const
 {
+    if (m_reasons.empty())
+        return {};
     auto reason = m_reasons.find({cmdId, uri, status});
     if (reason == m_reasons.end())
         reason = m_reasons.find({cmdId, QString(), status});

@@ -2,7 +2,6 @@
 
 #include "utf8.h"
 
-#include <QByteArrayList>
 #include <QSet>
 #include <algorithm>
 #include <iterator>
@@ -34,11 +33,11 @@ QString shown(const QByteArray &text)
 }
 
 /// The servers in the order of their first mention; "*" alone where it is one of them.
-std::vector<QByteArray> withoutRepetitions(const QByteArrayList &servers)
+QByteArrayList withoutRepetitions(const QByteArrayList &servers)
 {
     if (servers.contains(everyServer))
         return {everyServer};
-    std::vector<QByteArray> once;
+    QByteArrayList once;
     QSet<QByteArray> mentioned;
     for (const QByteArray &server : servers) {
         if (mentioned.contains(server))
@@ -124,7 +123,7 @@ bool AccessControlList::permits(Right right, const Principal &principal) const
 
 void AccessControlList::grant(Right right, const QByteArray &server)
 {
-    std::vector<QByteArray> &servers = m_servers[index(right)];
+    QByteArrayList &servers = m_servers[index(right)];
     if (permits(right, Principal::server(server)))
         return;
     if (server == everyServer)
@@ -134,9 +133,9 @@ void AccessControlList::grant(Right right, const QByteArray &server)
 
 bool AccessControlList::forget(const QByteArray &server)
 {
-    std::size_t forgotten = 0;
-    for (std::vector<QByteArray> &servers : m_servers)
-        forgotten += std::erase(servers, server);
+    qsizetype forgotten = 0;
+    for (QByteArrayList &servers : m_servers)
+        forgotten += servers.removeAll(server);
     return forgotten > 0;
 }
 
@@ -144,10 +143,9 @@ QByteArray AccessControlList::toText() const
 {
     QByteArrayList entries;
     for (std::size_t right = 0; right < rightCount; ++right) {
-        const std::vector<QByteArray> &servers = m_servers[right];
+        const QByteArrayList &servers = m_servers[right];
         if (!servers.empty())
-            entries.push_back(QByteArray(rightNames[right]) + '=' +
-                              QByteArrayList(servers.begin(), servers.end()).join('+'));
+            entries.push_back(QByteArray(rightNames[right]) + '=' + servers.join('+'));
     }
     return entries.join('&');
 }

@@ -4,6 +4,7 @@
 #include "expected.h"
 
 #include <QByteArray>
+#include <QByteArrayList>
 #include <QString>
 #include <array>
 #include <optional>
@@ -66,7 +67,7 @@ public:
     bool permits(Right right, const Principal &principal) const;
     void grant(Right right, const QByteArray &server);
     /// The servers that have the right.
-    const std::vector<QByteArray> &servers(Right right) const { return m_servers[index(right)]; }
+    const QByteArrayList &servers(Right right) const { return m_servers[index(right)]; }
     /// Takes every right from the server. @return whether it had one
     bool forget(const QByteArray &server);
 
@@ -79,7 +80,7 @@ private:
     static constexpr std::size_t rightCount = 5;
     static std::size_t index(Right right) { return static_cast<std::size_t>(right); }
 
-    std::array<std::vector<QByteArray>, rightCount> m_servers;
+    std::array<QByteArrayList, rightCount> m_servers; // shared by copies, of which there are many
 };
 
 /// Whether the text can stand for a server in a list: printable, without white space and without
