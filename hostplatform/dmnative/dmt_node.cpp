@@ -167,9 +167,13 @@ int DmtPluginNode::Init(JemSmartPtr<DmtPluginTree> tree, const char *path,
     return InitAs(tree, path, false, 0);
 }
 
-void DmtPluginNode::TakePath(const char *path)
+void DmtPluginNode::TakePath(const DMString &path)
 {
-    m_path = DMString(path);
+    m_path = path;
+    if (m_treeLink && m_treeLink->Tree()) {
+        m_name = m_treeLink->Tree()->m_nodes->NameOf(m_path.text());
+        return;
+    }
     const char *const slash = std::strrchr(m_path.text(), '/');
     m_name = DMString(slash ? slash + 1 : m_path.text());
 }
@@ -177,7 +181,6 @@ void DmtPluginNode::TakePath(const char *path)
 int DmtPluginNode::InitAs(const JemSmartPtr<DmtPluginTree> &tree, const char *path, bool leaf,
                           unsigned char hasChunkedValue)
 {
-    TakePath(path ? path : "");
     m_isLeaf = leaf ? 1 : 0;
     m_hasChunkedValue = hasChunkedValue;
     DmtTreeLink *const earlierLink = m_treeLink;
@@ -186,6 +189,7 @@ int DmtPluginNode::InitAs(const JemSmartPtr<DmtPluginTree> &tree, const char *pa
         m_treeLink->TakeReference();
     if (earlierLink)
         earlierLink->DropReference();
+    TakePath(path ? path : "");
     return DMT_OK;
 }
 
@@ -229,7 +233,7 @@ int DmtRWPluginNode::Rename(const char *newName)
     if (nodes.Find(m_path.text()) != this)
         return DMT_NOT_FOUND;
     const DMString oldPath = m_path;
-    return nodes.Rename(oldPath.text(), newName, [](DmtNode *node, const char *path) {
+    return nodes.Rename(oldPath.text(), newName, [](DmtNode *node, const DMString &path) {
         static_cast<DmtPluginNode *>(node)->TakePath(path);
     });
 }

@@ -1,6 +1,6 @@
 #include "dmt_node_table.h"
 
-#include <unordered_set>
+#include <algorithm>
 #include <utility>
 
 using NodeTable = DmtPluginTree::NodeTable;
@@ -28,46 +28,99 @@ std::string_view LastSegment(std::string_view path)
     return slash == std::string_view::npos ? path : path.substr(slash + 1);
 }
 
+DMString ToDMString(std::string_view text)
+{
+    return DMString(text.data() ? text.data() : "", text.size());
+}
+
 } // namespace
 
-// ---- Children of one entry ----------------------------------------------------------------------
+// ---- Names of children --------------------------------------------------------------------------
 
-void NodeTable::Entry::Append(std::string_view child)
+std::size_t NodeTable::ChildNames::Find(std::string_view name) const
 {
-    const auto place = m_children.emplace(m_children.end(), child);
-    m_places.emplace(*place, place);
-}
-
-void NodeTable::Entry::Forget(std::string_view child)
-{
-    if (const auto place = m_places.extract(child))
-        m_children.erase(place.mapped());
-}
-
-void NodeTable::Entry::Replace(std::string_view child, std::string_view newName)
-{
-    auto place = m_places.extract(child);
-    if (!place)
-        return;
-    *place.mapped() = newName;
-    place.key() = *place.mapped();
-    m_places.insert(std::move(place));
-}
-
-void NodeTable::Entry::PutFirst(const DMStringVector &children)
-{
-    std::list<std::string> ordered;
-    std::unordered_set<std::string_view> placed;
-    for (const DMString &child : children) {
-        const std::string_view name(child.text());
-        if (!Lists(name))
-            Append(name);
-        const auto place = m_places.find(name)->second;
-        if (placed.insert(*place).second)
-            ordered.splice(ordered.end(), m_children, place);
+    if (m_places) {
+        const auto place = m_places->find(name);
+        return place == m_places->end() ? NOWHERE : place->second;
     }
-    ordered.splice(ordered.end(), m_children);
-    m_children.swap(ordered);
+    for (std::size_t i = 0; i < m_names.size(); ++i)
+        if (m_names[i].c_str() && m_names[i].c_str() == name)
+            return i;
+    return NOWHERE;
+}
+
+void NodeTable::ChildNames::Append(const DMString &name)
+{
+    constexpr std::size_t longestWithoutPlaces = 16;
+    m_names.push_back(name.c_str() ? name : DMString(""));
+    if (m_places) {
+        m_places->emplace(m_names.back().c_str(), m_names.size() - 1);
+    } else if (m_names.size() > longestWithoutPlaces) {
+        m_places = std::make_unique<std::unordered_map<std::string_view, std::size_t>>();
+        for (std::size_t i = 0; i < m_names.size(); ++i)
+            if (m_names[i].c_str())
+                m_places->emplace(m_names[i].c_str(), i);
+    }
+}
+
+void NodeTable::ChildNames::Forget(std::string_view name)
+{
+    const std::size_t place = Find(name);
+    if (place == NOWHERE)
+        return;
+    if (m_places)
+        m_places->erase(name);
+    m_names[place] = DMString();
+    if (++m_gaps > m_names.size() / 2)
+        CloseGaps();
+}
+
+void NodeTable::ChildNames::Replace(std::string_view name, const DMString &newName)
+{
+    const std::size_t place = Find(name);
+    if (place == NOWHERE)
+        return;
+    if (m_places) {
+        m_places->erase(name);
+        m_places->emplace(newName.c_str(), place);
+    }
+    m_names[place] = newName;
+}
+
+bool NodeTable::ChildNames::StartWith(const DMStringVector &names) const
+{
+    return static_cast<std::size_t>(names.size()) <= m_names.size() &&
+           std::equal(names.begin(), names.end(), m_names.begin(),
+                      [](const DMString &name, const DMString &listed) {
+                          return listed.c_str() && name == listed;
+                      });
+}
+
+void NodeTable::ChildNames::PutFirst(const DMStringVector &names)
+{
+    if (StartWith(names))
+        return;
+    ChildNames ordered;
+    ordered.m_names.reserve(std::max(m_names.size(), static_cast<std::size_t>(names.size())));
+    const auto appendNew = [&ordered](const DMString &name) {
+        if (!ordered.Lists(name.text()))
+            ordered.Append(name);
+    };
+    std::for_each(names.begin(), names.end(), appendNew);
+    for (const DMString &name : m_names)
+        if (name.c_str())
+            appendNew(name);
+    *this = std::move(ordered);
+}
+
+void NodeTable::ChildNames::CloseGaps()
+{
+    ChildNames closed;
+    closed.m_names.reserve(m_names.size() - m_gaps);
+    for (const DMString &name : m_names)
+        if (name.c_str())
+            closed.Append(name);
+    *this = std::move(closed);
 }
 
 // ---- The table ----------------------------------------------------------------------------------
@@ -78,17 +131,30 @@ DmtNode *NodeTable::Find(std::string_view path) const
     return found == m_entries.end() ? nullptr : found->second.node.get();
 }
 
-void NodeTable::Set(std::string_view path, const JemSmartPtr<DmtNode> &node,
+void NodeTable::Set(const DMString &path, const JemSmartPtr<DmtNode> &node,
                     const DMStringVector &listedChildren)
 {
-    Entry &entry = m_entries[std::string(path)];
+    Entry &entry = m_entries[path];
     entry.node = node;
-    entry.PutFirst(listedChildren);
+    entry.children.PutFirst(listedChildren);
     if (path.empty())
         return;
-    Entry &parent = m_entries[std::string(ParentPath(path))];
-    if (!parent.Lists(LastSegment(path)))
-        parent.Append(LastSegment(path));
+    const std::string_view parentPath = ParentPath(path.text());
+    auto parent = m_entries.find(parentPath);
+    if (parent == m_entries.end())
+        parent = m_entries.try_emplace(ToDMString(parentPath)).first;
+    ChildNames &siblings = parent->second.children;
+    if (!siblings.Lists(LastSegment(path.text())))
+        siblings.Append(NameOf(path.text()));
+}
+
+DMString NodeTable::NameOf(std::string_view path)
+{
+    const std::string_view name = LastSegment(path);
+    DMString &late = m_lateNames[PathHash()(name) % m_lateNames.size()];
+    if (late.text() != name || !late.c_str())
+        late = ToDMString(name);
+    return late;
 }
 
 bool NodeTable::Remove(std::string_view path)
@@ -103,55 +169,58 @@ bool NodeTable::Remove(std::string_view path)
     RemoveBeneath(removed);
     const auto parent = m_entries.find(ParentPath(removed));
     if (parent != m_entries.end())
-        parent->second.Forget(LastSegment(removed));
+        parent->second.children.Forget(LastSegment(removed));
     return true;
 }
 
 void NodeTable::RemoveBeneath(const std::string &path)
 {
-    const auto entry = m_entries.extract(path);
-    if (!entry)
+    const auto found = m_entries.find(std::string_view(path));
+    if (found == m_entries.end())
         return;
-    for (const std::string &child : entry.mapped().Children())
-        RemoveBeneath(ChildPath(path, child));
+    const auto entry = m_entries.extract(found);
+    entry.mapped().children.ForEach(
+        [this, &path](std::string_view child) { RemoveBeneath(ChildPath(path, child)); });
 }
 
 int NodeTable::Rename(std::string_view path, std::string_view newName,
-                      const std::function<void(DmtNode *, const char *)> &moved)
+                      const std::function<void(DmtNode *, const DMString &)> &moved)
 {
     if (path.empty() || !Find(path))
         return DMT_NOT_FOUND;
     const std::string oldPath(path);
     const std::string newPath = ChildPath(ParentPath(oldPath), newName);
-    if (m_entries.contains(newPath))
+    if (m_entries.contains(std::string_view(newPath)))
         return DMT_ALREADY_EXISTS;
     MoveBeneath(oldPath, newPath, moved);
     const auto parent = m_entries.find(ParentPath(oldPath));
     if (parent != m_entries.end()) {
-        parent->second.Forget(newName); // a mention without a node
-        parent->second.Replace(LastSegment(oldPath), newName);
+        parent->second.children.Forget(newName); // a mention without a node
+        parent->second.children.Replace(LastSegment(oldPath), NameOf(newPath));
     }
     return DMT_OK;
 }
 
 void NodeTable::MoveBeneath(const std::string &path, const std::string &newPath,
-                            const std::function<void(DmtNode *, const char *)> &moved)
+                            const std::function<void(DmtNode *, const DMString &)> &moved)
 {
-    auto entry = m_entries.extract(path);
-    if (!entry)
+    const auto found = m_entries.find(std::string_view(path));
+    if (found == m_entries.end())
         return;
-    entry.key() = newPath;
-    const Entry &placed = m_entries.insert(std::move(entry)).position->second;
+    auto entry = m_entries.extract(found);
+    entry.key() = ToDMString(newPath);
+    const auto &[placedPath, placed] = *m_entries.insert(std::move(entry)).position;
     if (placed.node)
-        moved(placed.node.get(), newPath.c_str());
-    for (const std::string &child : placed.Children())
+        moved(placed.node.get(), placedPath);
+    placed.children.ForEach([&](std::string_view child) {
         MoveBeneath(ChildPath(path, child), ChildPath(newPath, child), moved);
+    });
 }
 
 int NodeTable::CountListedChildren(std::string_view path) const
 {
     const auto entry = m_entries.find(path);
-    return entry == m_entries.end() ? 0 : static_cast<int>(entry->second.Children().size());
+    return entry == m_entries.end() ? 0 : entry->second.children.Count();
 }
 
 void NodeTable::ForEachChild(std::string_view path,
@@ -160,7 +229,8 @@ void NodeTable::ForEachChild(std::string_view path,
     const auto entry = m_entries.find(path);
     if (entry == m_entries.end())
         return;
-    for (const std::string &child : entry->second.Children())
+    entry->second.children.ForEach([&](std::string_view child) {
         if (DmtNode *const node = Find(ChildPath(path, child)))
             visit(node);
+    });
 }

@@ -223,7 +223,9 @@ int DmtPluginTree::SetNode(const char *path, JemSmartPtr<DmtNode> node)
     if (!node)
         return DMT_COMMAND_FAILED;
     const auto *const pluginNode = static_cast<const DmtPluginNode *>(node.get());
-    m_nodes->Set(path ? path : "", node, pluginNode->m_childNames);
+    // A node is registered at its own path: the table shares that text.
+    const bool isOwnPath = pluginNode->m_path == (path ? path : "");
+    m_nodes->Set(isOwnPath ? pluginNode->m_path : DMString(path), node, pluginNode->m_childNames);
     return DMT_OK;
 }
 

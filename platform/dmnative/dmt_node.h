@@ -140,7 +140,7 @@ private:
     friend class DmtRWPluginNode;
 
     /// Takes the path, and its last segment as the name.
-    void TakePath(const char *path);
+    void TakePath(const DMString &path);
     int InitAs(const JemSmartPtr<DmtPluginTree> &tree, const char *path, bool leaf,
                unsigned char hasChunkedValue);
 };

@@ -200,6 +200,49 @@ TEST_F(NodeTable, ARenamedNodeIsReplacedAtItsPlace)
     EXPECT_EQ(tree->ChildrenOf(""), (Names{"c", "b"}));
 }
 
+TEST_F(NodeTable, AmongManySiblingsDeletedAndRenamedNodesKeepTheOthersInOrder)
+{
+    tree->Add("", {});
+    Names expected;
+    std::vector<JemSmartPtr<DmtNode>> held; // deleted nodes keep their names
+    for (int i = 0; i < 60; ++i) {
+        expected.push_back("child" + std::to_string(i));
+        held.push_back(tree->AddLeaf(expected.back().c_str(), ""));
+    }
+    EXPECT_EQ(tree->ChildrenOf(""), expected);
+    for (int i = 50; i >= 5; --i) { // so many that places are closed up on the way
+        EXPECT_EQ(tree->DeleteNode(expected[static_cast<std::size_t>(i)].c_str()), 0);
+        expected.erase(expected.begin() + i);
+        EXPECT_EQ(tree->ChildrenOf(""), expected);
+    }
+    ASSERT_EQ(tree->RenameNode("child55", "renamed"), 0);
+    expected[9] = "renamed";
+    tree->AddLeaf("renamed", "replaced");
+    tree->AddLeaf("child55", "again");
+    expected.push_back("child55");
+    EXPECT_EQ(tree->ChildrenOf(""), expected);
+    tree->AddLeaf("child6", "deleted before");
+    expected.push_back("child6");
+    EXPECT_EQ(tree->ChildrenOf(""), expected);
+    EXPECT_EQ(tree->DeleteNode("renamed"), 0);
+    expected.erase(expected.begin() + 9);
+    EXPECT_EQ(tree->ChildrenOf(""), expected);
+    tree->Add("", {"child55", "unregistered", "child1"});
+    EXPECT_EQ(tree->ChildrenOf("").front(), "child55");
+    EXPECT_EQ(tree->ChildrenOf("")[1], "child1");
+    EXPECT_EQ(tree->ChildrenOf("")[2], "child0");
+    EXPECT_EQ(tree->ChildrenOf("").size(), expected.size());
+}
+
+TEST_F(NodeTable, NodesOfOneNameShareIt)
+{
+    tree->Add("", {});
+    const JemSmartPtr<DmtNode> one = tree->AddLeaf("a/Addr", "");
+    const JemSmartPtr<DmtNode> other = tree->AddLeaf("b/Addr", "");
+    EXPECT_STREQ(one->GetName().text(), "Addr");
+    EXPECT_EQ(one->GetName().c_str(), other->GetName().c_str());
+}
+
 TEST_F(NodeTable, ANodeThatWasRemovedCannotBeRenamed)
 {
     tree->Add("", {"a"});
