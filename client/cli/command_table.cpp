@@ -88,7 +88,7 @@ constexpr CommandRow rows[] = {
     {{"tree", "[URI]", "draw the tree with format and value of each leaf", 0, 1, treeOptions},
      Needs::Tree,
      runTree,
-     NodeArgument::Uri},
+     NodeArgument::UriToList},
     {{"get", "URI...", "print values of leaves, or names of children", 1, anyNumber, getOptions},
      Needs::Tree,
      runGet,

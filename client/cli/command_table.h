@@ -31,6 +31,7 @@ struct Context {
 enum class NodeArgument {
     None,
     Uri,          ///< of a node
+    UriToList,    ///< of a node, with everything beneath it
     UriToRead,    ///< of a node or a property
     UriToReplace, ///< the same
     ChildValue

@@ -131,7 +131,9 @@ Candidates completeUri(const QString &prefix, NodeArgument kind, const TreeView 
 {
     if (!prefix.contains(u'?'))
         return completeNode(prefix, tree);
-    return kind == NodeArgument::Uri ? Candidates() : completeProperty(prefix, kind, tree);
+    const bool takesProperty =
+        kind == NodeArgument::UriToRead || kind == NodeArgument::UriToReplace;
+    return takesProperty ? completeProperty(prefix, kind, tree) : Candidates();
 }
 
 /// A name in front of the equals sign of CHILD=VALUE.
@@ -164,6 +166,7 @@ Candidates completeArgument(const commandline::Command &command, const QStringLi
     const NodeArgument kind = arguments.isEmpty() ? row.firstNode : row.otherNodes;
     switch (kind) {
     case NodeArgument::Uri:
+    case NodeArgument::UriToList:
     case NodeArgument::UriToRead:
     case NodeArgument::UriToReplace:
         return completeUri(prefix, kind, tree);

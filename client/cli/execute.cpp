@@ -25,16 +25,58 @@ support::Expected<std::unique_ptr<DmDevice>, QString> openDevice(const CommandRo
 {
     auto device = DmDevice::open(deviceOptions(invocation));
     if (device && row.needs == Needs::Tree)
-        if (const auto mounted = (*device)->mount(); !mounted)
-            return support::Unexpected(mounted.error());
+        if (const auto made = (*device)->makeTree(); !made)
+            return support::Unexpected(made.error());
     return device;
+}
+
+/// What a command does with the nodes that such an argument names. A shell goes on after a command:
+/// it mounts the roots that belong together at once, so that they show the same moment.
+ManagementTree::Use useOf(NodeArgument kind, bool inShell)
+{
+    if (kind == NodeArgument::UriToList)
+        return ManagementTree::Use::ReadAll;
+    return kind == NodeArgument::UriToRead && !inShell ? ManagementTree::Use::Read
+                                                       : ManagementTree::Use::Change;
+}
+
+/// Mounts what the addresses of a command need.
+support::Expected<void, QString> mountForArguments(const Context &context, const CommandRow &row)
+{
+    ManagementTree &tree = context.device->tree();
+    const QStringList &arguments = context.invocation.arguments;
+    if (row.firstNode == NodeArgument::UriToList && arguments.isEmpty())
+        return tree.mountFor(NodeUri(), ManagementTree::Use::ReadAll);
+    NodeArgument kind = row.firstNode;
+    for (const QString &argument : arguments) {
+        const auto address = parseAddress(argument, tree.uriLimits());
+        const bool isNode = kind != NodeArgument::None && kind != NodeArgument::ChildValue;
+        if (isNode && address)
+            if (auto mounted = tree.mountFor(address->node, useOf(kind, context.inShell)); !mounted)
+                return mounted;
+        kind = row.otherNodes;
+    }
+    return {};
+}
+
+/// Runs a command that works with the tree, and says why something could not be mounted for it. A
+/// command on its own does nothing then; a line of a shell ends with its status as any other.
+ExitStatus runOnTree(Context &context, const CommandRow &row)
+{
+    const auto mounted = mountForArguments(context, row);
+    const bool isRun = mounted || context.inShell;
+    const ExitStatus status = isRun ? row.run(context) : ExitStatus::Unusable;
+    const QString fault = context.device->takeMountFault();
+    return fault.isEmpty() ? status
+                           : context.output.problem(fault, worse(status, ExitStatus::Unusable));
 }
 
 } // namespace
 
 ExitStatus runAndKeep(Context &context)
 {
-    const ExitStatus status = rowOf(*context.invocation.command).run(context);
+    const CommandRow &row = rowOf(*context.invocation.command);
+    const ExitStatus status = row.needs == Needs::Tree ? runOnTree(context, row) : row.run(context);
     if (!context.device)
         return status;
     const auto saved = context.device->saveProperties();

@@ -56,13 +56,22 @@ Expected<std::unique_ptr<DmDevice>, QString> DmDevice::open(const Options &optio
     return device;
 }
 
-Expected<void, QString> DmDevice::mount()
+Expected<void, QString> DmDevice::makeTree()
 {
     if (!m_options.profileBackend.isEmpty())
         qputenv(backendVariable, m_options.profileBackend.toUtf8());
     const auto deviceId = readDeviceId();
     if (!deviceId)
         return Unexpected(deviceId.error());
+    m_tree = std::make_unique<ManagementTree>(hostInfo(*deviceId));
+    m_tree->setProfileStore(chosenProfileStore());
+    hangInRoots();
+    loadProperties();
+    return {};
+}
+
+Expected<void, QString> DmDevice::loadPlugin()
+{
     auto log = m_options.pluginMessagesToStandardError
                    ? PluginLog::toStandardError()
                    : PluginLog::toFile(m_state->clientFile(QStringLiteral("plugin.log")));
@@ -73,11 +82,6 @@ Expected<void, QString> DmDevice::mount()
     if (!plugin)
         return Unexpected(plugin.error());
     m_plugin = *std::move(plugin);
-    m_tree = std::make_unique<ManagementTree>(hostInfo(*deviceId));
-    m_tree->setProfileStore(chosenProfileStore());
-    if (auto mounted = mountRoots(); !mounted)
-        return mounted;
-    loadProperties();
     return {};
 }
 
@@ -91,21 +95,32 @@ Expected<QByteArray, QString> DmDevice::readDeviceId()
     return QByteArray();
 }
 
-Expected<void, QString> DmDevice::mountRoots()
+void DmDevice::hangInRoots()
 {
     for (const ProfileRoot &root : mountOrder) {
-        const auto tree = m_plugin->treeFor(root.uri);
-        if (!tree)
-            return Unexpected(tree.error());
-        m_tree->mount(nodeAt(root.uri), *tree,
-                      {.acl = *AccessControlList::parse(profileRootAcl),
-                       .profileAcl = *AccessControlList::parse(profileAcl),
-                       .profileNumbers = [&root] { return readProfileNumbers(root.mapping); }});
+        const auto mountedTree = [this, &root]() -> Expected<JemSmartPtr<DmtTree>, QString> {
+            if (!m_plugin)
+                if (const auto loaded = loadPlugin(); !loaded)
+                    return Unexpected(loaded.error());
+            return m_plugin->treeFor(root.uri);
+        };
+        m_tree->mountWhenNeeded(
+            nodeAt(root.uri), mountedTree,
+            {.acl = *AccessControlList::parse(profileRootAcl),
+             .profileAcl = *AccessControlList::parse(profileAcl),
+             .profileNumbers = [&root] { return readProfileNumbers(root.mapping); }});
     }
     m_tree->mount(nodeAt(accountTreeRoot),
                   makeAccountTree(*m_accounts, Principal::anonymousServer()),
                   {.ownersTree = makeAccountTree(*m_accounts, Principal::owner())});
-    return {};
+}
+
+QString DmDevice::takeMountFault()
+{
+    if (m_isMountFaultTaken || m_tree->mountFault().isEmpty())
+        return {};
+    m_isMountFaultTaken = true;
+    return m_tree->mountFault();
 }
 
 // ---- Kept state ----------------------------------------------------------------------------------
@@ -117,7 +132,8 @@ QString DmDevice::propertiesFile() const
 
 void DmDevice::loadProperties()
 {
-    auto properties = PropertyStore::load(propertiesFile(), m_tree->profileNumbers());
+    auto properties =
+        PropertyStore::load(propertiesFile(), m_tree->profileNumbers(), m_tree->unmountedRoots());
     if (properties) {
         m_tree->setProperties(*std::move(properties));
     } else {

@@ -32,9 +32,10 @@ public:
     /// @return never null; the error is a sentence that says what cannot be used and why
     static support::Expected<std::unique_ptr<DmDevice>, QString> open(const Options &options);
 
-    /// Loads the plug-in, mounts its roots afresh and reads the properties.
+    /// Makes the tree and reads the properties. The plug-in is loaded when something first needs
+    /// one of its roots, which is mounted afresh then.
     /// Fails as open does.
-    support::Expected<void, QString> mount();
+    support::Expected<void, QString> makeTree();
 
     /// What is wrong with state files, a sentence each with the file, the place, and how to go on.
     QStringList damage() const;
@@ -42,10 +43,12 @@ public:
     /// not do is lost; empty when servers may.
     QString reasonAgainstServers() const;
 
-    /// Only once it is mounted.
+    /// Only once it is made.
     ManagementTree &tree() { return *m_tree; }
     /// The tree as the owner of the device uses it.
     TreeView ownersView() { return {*m_tree, Principal::owner()}; }
+    /// Why mounting has failed, when that was not said before; otherwise empty.
+    QString takeMountFault();
     const StateDirectory &state() const { return *m_state; }
     /// The DM accounts.
     AccountStore &accounts() { return *m_accounts; }
@@ -61,7 +64,8 @@ private:
     explicit DmDevice(Options options) : m_options(std::move(options)) {}
 
     support::Expected<QByteArray, QString> readDeviceId();
-    support::Expected<void, QString> mountRoots();
+    void hangInRoots();
+    support::Expected<void, QString> loadPlugin();
     void loadProperties();
     support::Expected<void, QString> writeProperties();
     QString propertiesFile() const;
@@ -74,6 +78,7 @@ private:
     const Options m_options;
     QString m_deviceIdDamage;
     QString m_propertiesDamage;
+    bool m_isMountFaultTaken = false;
 
     // In the order of making. They go in the reverse order, so that the trees are dropped while
     // their plug-in is still loaded, and the lock is given up last.

@@ -73,6 +73,76 @@ void ManagementTree::mount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree
     m_mounts.insert(m_mounts.end() - 1, std::move(mount));
 }
 
+void ManagementTree::mountWhenNeeded(const NodeUri &root, TreeSource source,
+                                     const MountTerms &terms)
+{
+    m_deviceTree->addNodesAbove(root);
+    m_mounts.insert(m_mounts.end() - 1, {root, {}, terms, {}, {}, std::move(source)});
+    ++m_unmounted;
+}
+
+std::vector<NodeUri> ManagementTree::unmountedRoots() const
+{
+    std::vector<NodeUri> roots;
+    for (const Mount &mount : m_mounts)
+        if (!mount.tree)
+            roots.push_back(mount.root);
+    return roots;
+}
+
+Outcome ManagementTree::need(const Mount &mount)
+{
+    for (auto next = m_mounts.begin(); !mount.tree; ++next) {
+        if (next->tree)
+            continue;
+        if (m_mountFault.isEmpty()) {
+            const auto tree = next->source();
+            if (tree)
+                mountNow(*next, *tree);
+            else
+                m_mountFault = tree.error();
+        }
+        if (!m_mountFault.isEmpty())
+            return {DmStatus::DataStoreFailure, m_mountFault};
+    }
+    return {};
+}
+
+void ManagementTree::mountNow(Mount &mount, const JemSmartPtr<DmtTree> &tree)
+{
+    mount.tree = tree;
+    --m_unmounted;
+    readProfileNumbers(mount);
+    m_properties.resolve(mount.root, profileNumbers());
+    m_properties.keepOnly(
+        [&](const NodeUri &node) { return !mount.root.contains(node) || exists(node); });
+}
+
+Outcome ManagementTree::needTwinsOf(const Mount &mount)
+{
+    if (!mount.terms.profileNumbers)
+        return need(mount);
+    for (const Mount &other : m_mounts)
+        if (other.terms.profileNumbers)
+            if (const Outcome needed = need(other); !needed)
+                return needed;
+    return {};
+}
+
+support::Expected<void, QString> ManagementTree::mountFor(const NodeUri &uri, Use use)
+{
+    for (const Mount &mount : m_mounts) {
+        const bool isListed = use == Use::Read && !mount.tree && mount.root.parent() == uri;
+        const bool isListedBeneath = use == Use::ReadAll && uri.contains(mount.root);
+        if (!mount.root.contains(uri) && !isListed && !isListedBeneath)
+            continue;
+        const Outcome needed = use == Use::Read ? need(mount) : needTwinsOf(mount);
+        if (!needed)
+            return support::Unexpected(needed.reason);
+    }
+    return {};
+}
+
 void ManagementTree::remount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree,
                              const JemSmartPtr<DmtTree> &ownersTree)
 {
@@ -135,9 +205,11 @@ PropertyStore::ProfileNumbers ManagementTree::profileNumbers() const
     return all;
 }
 
-std::vector<NodeUri> ManagementTree::twinsOf(const NodeUri &uri) const
+std::vector<NodeUri> ManagementTree::twinsOf(const NodeUri &uri)
 {
     std::vector<NodeUri> twins;
+    // Where it fails, nobody but the owner has found a node beneath the root.
+    static_cast<void>(needTwinsOf(mountOf(uri)));
     const PropertyStore::ProfileNumbers &siblings = mountOf(uri).profileNumbers;
     const auto own = siblings.find(uri);
     if (own == siblings.end())
@@ -172,9 +244,12 @@ void ManagementTree::forgetServer(const QByteArray &server)
 // ---- Nodes ---------------------------------------------------------------------------------------
 
 Result<TreeNode> ManagementTree::find(const NodeUri &uri, const Principal &principal,
-                                      NodesOnTheWay *way) const
+                                      NodesOnTheWay *way)
 {
     const Mount &mount = mountOf(uri);
+    if (m_unmounted > 0)
+        if (Outcome needed = principal.isOwner() ? need(mount) : needTwinsOf(mount); !needed)
+            return needed;
     const bool hasOwnersTree = principal.isOwner() && mount.terms.ownersTree;
     TreeNode node;
     node.m_uri = uri;
@@ -204,7 +279,7 @@ Result<TreeNode> ManagementTree::find(const NodeUri &uri, const Principal &princ
     return node;
 }
 
-bool ManagementTree::exists(const NodeUri &uri) const
+bool ManagementTree::exists(const NodeUri &uri)
 {
     return bool(find(uri, Principal::owner()));
 }
@@ -217,8 +292,7 @@ std::optional<NodeUri> ManagementTree::objectOf(const NodeUri &uri) const
     return mount.root.child(uri.names()[mount.root.names().size()]);
 }
 
-std::vector<TreeNode> ManagementTree::children(const TreeNode &node,
-                                               const Principal &principal) const
+std::vector<TreeNode> ManagementTree::children(const TreeNode &node, const Principal &principal)
 {
     std::vector<TreeNode> found;
     if (node.isLeaf() || node.isOnlyListed())
@@ -256,13 +330,13 @@ QString ManagementTree::type(const TreeNode &node) const
 
 // ---- Access control ------------------------------------------------------------------------------
 
-AccessControlList ManagementTree::ownAcl(const TreeNode &node) const
+AccessControlList ManagementTree::ownAcl(const TreeNode &node)
 {
     return ownAcl(mountOf(node.uri()), node.uri(), *node.m_node);
 }
 
 AccessControlList ManagementTree::ownAcl(const Mount &mount, const NodeUri &uri,
-                                         const DmtNode &node) const
+                                         const DmtNode &node)
 {
     if (const auto &kept = m_properties.get(uri).acl)
         return *kept;
@@ -281,7 +355,7 @@ AccessControlList ManagementTree::ownAcl(const Mount &mount, const NodeUri &uri,
     return own ? *own : AccessControlList();
 }
 
-std::optional<AccessControlList> ManagementTree::aclOfTwin(const NodeUri &uri) const
+std::optional<AccessControlList> ManagementTree::aclOfTwin(const NodeUri &uri)
 {
     for (const NodeUri &twin : twinsOf(uri))
         if (const auto &kept = m_properties.get(twin).acl)
@@ -303,7 +377,7 @@ void ManagementTree::handOnAcl(const std::optional<AccessControlList> &acl,
     }
 }
 
-ManagementTree::EffectiveAcl ManagementTree::effectiveAcl(const NodeUri &uri) const
+ManagementTree::EffectiveAcl ManagementTree::effectiveAcl(const NodeUri &uri)
 {
     const Mount &mount = mountOf(uri);
     NodesOnTheWay way;

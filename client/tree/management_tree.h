@@ -68,6 +68,26 @@ public:
     /// of them has of its own goes for the other as well, until that one has a list of its own.
     void mount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree, const MountTerms &terms = {});
 
+    /// Makes a tree, or says in a sentence why there is none.
+    using TreeSource = std::function<support::Expected<JemSmartPtr<DmtTree>, QString>()>;
+    /// Hangs in a root whose tree is made and mounted when something first needs it, after the
+    /// trees of all roots that were hung in before. When that fails, nothing is mounted any more,
+    /// and whatever needs the tree ends with 510 and the reason.
+    void mountWhenNeeded(const NodeUri &root, TreeSource source, const MountTerms &terms);
+    /// What is done with a node.
+    enum class Use {
+        Read,    ///< the node is found and read, or its children are listed
+        ReadAll, ///< the same with everything beneath it
+        Change,
+    };
+    /// Mounts what an operation of the owner will need.
+    /// @return the reason why something cannot be mounted, now or since an earlier operation
+    support::Expected<void, QString> mountFor(const NodeUri &uri, Use use);
+    /// Why mounting failed; empty as long as it has not.
+    const QString &mountFault() const { return m_mountFault; }
+    /// The roots that nothing has needed yet.
+    std::vector<NodeUri> unmountedRoots() const;
+
     /// Puts other trees in the place of those that are mounted at that root. Properties of nodes
     /// that are gone are forgotten.
     void remount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree,
@@ -88,7 +108,8 @@ public:
     const PropertyStore &properties() const { return m_properties; }
     /// Numbers of the profiles that are mounted, by the names that their nodes have now.
     PropertyStore::ProfileNumbers profileNumbers() const;
-    /// Takes properties over, as far as their nodes exist.
+    /// Takes properties over, as far as their nodes exist. What they keep beneath roots that are
+    /// not mounted must be left for later, as PropertyStore::load does.
     void setProperties(PropertyStore properties);
     /// Writes the properties to a file when they have changed.
     support::Expected<void, QString> saveProperties(const QString &file);
@@ -116,10 +137,11 @@ private:
         bool isProfile(const NodeUri &uri) const;
 
         NodeUri root;
-        JemSmartPtr<DmtTree> tree;
+        JemSmartPtr<DmtTree> tree; ///< null before it is needed
         MountTerms terms;
         PropertyStore::ProfileNumbers profileNumbers;
         std::multimap<quint32, NodeUri> nodesByProfile; ///< the same the other way round
+        TreeSource source = {};                         ///< of a tree that comes when it is needed
     };
 
     /// A list, and the node that it was found on.
@@ -129,27 +151,33 @@ private:
     };
 
     const Mount &mountOf(const NodeUri &uri) const;
+    /// Mounts the root, and before it those that were hung in before it. 510 when that fails.
+    Outcome need(const Mount &mount);
+    /// The same, and with it whatever shows the same profiles: who may do what with a profile
+    /// depends on all of its nodes, and a plug-in that changes one looks for the others.
+    Outcome needTwinsOf(const Mount &mount);
+    void mountNow(Mount &mount, const JemSmartPtr<DmtTree> &tree);
     static void readProfileNumbers(Mount &mount);
     /// Is to be called when a node was added, deleted or renamed.
     void noteProfiles(const NodeUri &uri);
     /// The nodes that show the same profile, without the node itself.
-    std::vector<NodeUri> twinsOf(const NodeUri &uri) const;
+    std::vector<NodeUri> twinsOf(const NodeUri &uri);
     /// Nodes from the root of a mount down.
     using NodesOnTheWay = std::vector<JemSmartPtr<DmtNode>>;
     /// @param way  receives the nodes as far as there are any, when it is not null
     Result<TreeNode> find(const NodeUri &uri, const Principal &principal,
-                          NodesOnTheWay *way = nullptr) const;
-    bool exists(const NodeUri &uri) const;
-    std::vector<TreeNode> children(const TreeNode &node, const Principal &principal) const;
+                          NodesOnTheWay *way = nullptr);
+    bool exists(const NodeUri &uri);
+    std::vector<TreeNode> children(const TreeNode &node, const Principal &principal);
 
     // ---- Access control
-    AccessControlList ownAcl(const TreeNode &node) const;
-    AccessControlList ownAcl(const Mount &mount, const NodeUri &uri, const DmtNode &node) const;
+    AccessControlList ownAcl(const TreeNode &node);
+    AccessControlList ownAcl(const Mount &mount, const NodeUri &uri, const DmtNode &node);
     /// The list that another node of the same profile was given; none when no other was.
-    std::optional<AccessControlList> aclOfTwin(const NodeUri &uri) const;
+    std::optional<AccessControlList> aclOfTwin(const NodeUri &uri);
     /// Hands the list of a node that was deleted to another one of the same profile that has none.
     void handOnAcl(const std::optional<AccessControlList> &acl, const std::vector<NodeUri> &twins);
-    EffectiveAcl effectiveAcl(const NodeUri &uri) const;
+    EffectiveAcl effectiveAcl(const NodeUri &uri);
 
     // ---- Changes
     /// Notes that the node was changed.
@@ -160,9 +188,11 @@ private:
     DeviceInfo m_deviceInfo;
     JemSmartPtr<DeviceTree> m_deviceTree;
     std::vector<Mount> m_mounts; ///< longer roots first; the client's own tree is the last
+    int m_unmounted = 0;         ///< those of them that nothing has needed yet
     PropertyStore m_properties;
     QString m_profileStore;
     QString m_propertiesFault; ///< empty when they could be read
+    QString m_mountFault;
     Clock m_clock = [] { return QDateTime::currentDateTimeUtc(); };
 };
 

@@ -125,20 +125,31 @@ qsizetype bytesInJson(QByteArrayView utf8)
     return bytes;
 }
 
-/// What the properties of a node add to a file at most, whatever the file calls the node, whenever
-/// it was changed and however often. Asked for with each change of a node, so nothing is written
-/// for it.
-qsizetype bytesInFile(const NodeUri &node, const Properties &properties)
+/// What properties add to a file at most under a name of that size, or under any other name that
+/// the file may have for the node, whenever it was changed and however often.
+qsizetype bytesInFile(qsizetype nameBytes, const Properties &properties)
 {
     // A profile's first name, escaped, or its number, and what JSON puts around an entry.
     constexpr qsizetype longestOtherName = 256;
     constexpr qsizetype namesTimeAndVersion = 128;
-    constexpr qsizetype escapeInUri = 3; // %41
-    qsizetype bytes = longestOtherName + namesTimeAndVersion;
-    for (const QByteArray &name : node.names())
-        bytes += 1 + escapeInUri * name.size();
-    bytes += bytesInJson(properties.type.toUtf8()) + bytesInJson(properties.title);
+    const qsizetype bytes = longestOtherName + namesTimeAndVersion + nameBytes +
+                            bytesInJson(properties.type.toUtf8()) + bytesInJson(properties.title);
     return properties.acl ? bytes + bytesInJson(properties.acl->toText()) : bytes;
+}
+
+/// The same for a node. Asked for with each change of a node, so nothing is written for it.
+qsizetype bytesInFile(const NodeUri &node, const Properties &properties)
+{
+    constexpr qsizetype escapeInUri = 3; // %41
+    qsizetype nameBytes = 0;
+    for (const QByteArray &name : node.names())
+        nameBytes += 1 + escapeInUri * name.size();
+    return bytesInFile(nameBytes, properties);
+}
+
+qsizetype bytesInFile(const QString &key, const Properties &properties)
+{
+    return bytesInFile(bytesInJson(key.toUtf8()), properties);
 }
 
 } // namespace
@@ -262,13 +273,17 @@ void PropertyStore::forgetServer(const QByteArray &server, const AccessControlLi
 {
     for (auto &[key, properties] : m_withoutNode)
         m_isChanged |= properties.acl && forget(*properties.acl, server, false, rootAcl);
-    for (auto &[node, properties] : m_properties) {
-        const qsizetype before = bytesInFile(node, properties);
-        if (!properties.acl || !forget(*properties.acl, server, node.isRoot(), rootAcl))
-            continue;
-        m_bytes += bytesInFile(node, properties) - before;
+    const auto forgetCounted = [&](const auto &name, Properties &properties, bool isOfRoot) {
+        const qsizetype before = bytesInFile(name, properties);
+        if (!properties.acl || !forget(*properties.acl, server, isOfRoot, rootAcl))
+            return;
+        m_bytes += bytesInFile(name, properties) - before;
         m_isChanged = true;
-    }
+    };
+    for (auto &[key, properties] : m_unresolved)
+        forgetCounted(key, properties, false);
+    for (auto &[node, properties] : m_properties)
+        forgetCounted(node, properties, node.isRoot());
 }
 
 // ---- In a file -----------------------------------------------------------------------------------
@@ -335,8 +350,47 @@ Key readKey(const QString &text, const PropertyStore::ProfileNumbers &numbers)
 
 } // namespace
 
+namespace {
+
+/// Whether what the file calls so is beneath the root, or is it.
+bool isBeneath(const NodeUri &root, const QString &text)
+{
+    const qsizetype mark = text.indexOf(numberMark);
+    const Key key = nodeNamed(mark < 0 ? text : text.first(mark));
+    return key.node && root.contains(*key.node);
+}
+
+} // namespace
+
+bool PropertyStore::take(const QString &text, const Properties &properties,
+                         const ProfileNumbers &numbers)
+{
+    const Key key = readKey(text, numbers);
+    if (!key.node) {
+        m_withoutNode.emplace(text, properties);
+        return false;
+    }
+    set(*key.node, properties);
+    return text != keyOf(*key.node, numbers);
+}
+
+void PropertyStore::resolve(const NodeUri &root, const ProfileNumbers &numbers)
+{
+    bool isOutdated = m_isChanged;
+    for (auto entry = m_unresolved.begin(); entry != m_unresolved.end();) {
+        const auto kept = entry++;
+        if (!isBeneath(root, kept->first))
+            continue;
+        m_bytes -= bytesInFile(kept->first, kept->second);
+        isOutdated |= take(kept->first, kept->second, numbers);
+        m_unresolved.erase(kept);
+    }
+    m_isChanged = isOutdated;
+}
+
 Expected<PropertyStore, QString> PropertyStore::load(const QString &file,
-                                                     const ProfileNumbers &numbers)
+                                                     const ProfileNumbers &numbers,
+                                                     const std::vector<NodeUri> &unmounted)
 {
     PropertyStore store;
     const auto read = support::PrivateFile(file, largestFile).readObject();
@@ -345,19 +399,21 @@ Expected<PropertyStore, QString> PropertyStore::load(const QString &file,
     const QJsonObject nodes = read->value_or(QJsonObject());
     bool isOutdated = false;
     for (auto entry = nodes.begin(); entry != nodes.end(); ++entry) {
-        const Key key = readKey(entry.key(), numbers);
-        if (!key.isValid || !entry.value().isObject())
+        if (!readKey(entry.key(), numbers).isValid || !entry.value().isObject())
             return Unexpected(
                 QStringLiteral("%1: %2 is not a node with properties").arg(file, entry.key()));
         const auto properties = fromJson(entry.value().toObject());
         if (!properties)
             return Unexpected(
                 QStringLiteral("%1: %2: %3").arg(file, entry.key(), properties.error()));
-        if (key.node)
-            store.set(*key.node, *properties);
-        else
-            store.m_withoutNode.emplace(entry.key(), *properties);
-        isOutdated |= key.node && entry.key() != store.keyOf(*key.node, numbers);
+        if (std::ranges::any_of(unmounted, [&entry](const NodeUri &root) {
+                return isBeneath(root, entry.key());
+            })) {
+            store.m_bytes += bytesInFile(entry.key(), *properties);
+            store.m_unresolved.emplace(entry.key(), *properties);
+        } else {
+            isOutdated |= store.take(entry.key(), *properties, numbers);
+        }
     }
     store.m_isChanged = isOutdated;
     return store;
@@ -402,6 +458,8 @@ Expected<void, QString> PropertyStore::save(const QString &file, const ProfileNu
         if (firstNameOf(node) != node || !nodes.contains(key))
             nodes[key] = toJson(properties);
     }
+    for (const auto &[key, properties] : m_unresolved)
+        nodes[key] = toJson(properties);
     QJsonObject all = nodes;
     for (const auto &[key, properties] : m_withoutNode)
         if (!nodes.contains(key))

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <map>
 #include <optional>
+#include <vector>
 
 namespace client {
 
@@ -54,10 +55,16 @@ public:
     /// Reads a file that save() has written; a missing one is an empty store. A profile can be
     /// there under the name of its node, as files of earlier versions have it; the next save gives
     /// it its number.
-    /// @param numbers  of the profiles that are mounted
+    /// @param numbers    of the profiles that are mounted
+    /// @param unmounted  roots whose nodes nobody knows yet: what is kept beneath them stays in the
+    ///                   file whatever happens, and has no node before resolve()
     /// @return what is wrong with a damaged file, and where
-    static support::Expected<PropertyStore, QString> load(const QString &file,
-                                                          const ProfileNumbers &numbers);
+    static support::Expected<PropertyStore, QString>
+    load(const QString &file, const ProfileNumbers &numbers,
+         const std::vector<NodeUri> &unmounted = {});
+    /// Gives what is kept beneath a root that has been mounted since load() to its nodes.
+    /// @param numbers  of the profiles that are mounted, those beneath the root among them
+    void resolve(const NodeUri &root, const ProfileNumbers &numbers);
     /// Forgets in a file what is kept of a node and everything beneath it, if one is given, and a
     /// server as forgetServer() does, when it is not empty: for a client that has mounted nothing.
     /// The node must not belong to a profile.
@@ -101,6 +108,8 @@ public:
 private:
     using Map = std::map<NodeUri, Properties>;
 
+    /// Takes over what a file says under that key. @return whether the node has another key now
+    bool take(const QString &key, const Properties &properties, const ProfileNumbers &numbers);
     Map extract(const NodeUri &node);
     Map::iterator erase(Map::iterator entry);
     NodeUri firstNameOf(const NodeUri &node) const;
@@ -112,7 +121,10 @@ private:
     std::map<NodeUri, NodeUri> m_firstNames;
     /// Of profiles that no node shows, by what the file calls them.
     std::map<QString, Properties> m_withoutNode;
-    qsizetype m_bytes = 0; ///< that the properties of nodes have in a file, at most
+    /// Of what is beneath roots that are not mounted yet, by what the file calls it.
+    std::map<QString, Properties> m_unresolved;
+    /// That the properties of nodes, and those of m_unresolved, have in a file, at most.
+    qsizetype m_bytes = 0;
     bool m_isChanged = false;
 };
 

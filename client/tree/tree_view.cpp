@@ -91,6 +91,13 @@ Result<TreeNode> TreeView::find(const NodeUri &uri) const
     return m_tree->find(uri, m_principal);
 }
 
+Result<TreeNode> TreeView::findToChange(const NodeUri &uri) const
+{
+    if (Outcome needed = m_tree->needTwinsOf(m_tree->mountOf(uri)); !needed)
+        return needed;
+    return find(uri);
+}
+
 Result<TreeNode> TreeView::findToRead(const NodeUri &uri) const
 {
     static const NodeUri inbox({"Inbox"});
@@ -138,6 +145,8 @@ Result<QByteArray> TreeView::property(const TreeNode &node, Property property) c
     node.m_node->GetAttributes(attributes);
     switch (property) {
     case Property::Acl:
+        if (Outcome needed = m_tree->needTwinsOf(m_tree->mountOf(node.uri())); !needed)
+            return needed;
         return m_tree->ownAcl(node).toText();
     case Property::Format:
         return formatName(attributes.type).toLatin1();
@@ -301,7 +310,7 @@ Result<TreeNode> TreeView::parentForNewNode(const NodeUri &uri) const
 {
     if (uri.isRoot())
         return notAllowed(uri, "is the root");
-    const Result<TreeNode> parent = find(uri.parent());
+    const Result<TreeNode> parent = findToChange(uri.parent());
     if (!parent)
         return parent;
     if (parent->isLeaf())
@@ -393,7 +402,7 @@ Result<DmtData> valueForLeaf(const TreeNode &leaf, const TreeView::NewValue &val
 
 Outcome TreeView::replace(const NodeUri &uri, const NewValue &value)
 {
-    const Result<TreeNode> node = find(uri);
+    const Result<TreeNode> node = findToChange(uri);
     if (!node)
         return node.outcome();
     if (!node->isLeaf() && syncml::isSerialisedTree(value.type))
@@ -413,7 +422,7 @@ Outcome TreeView::replace(const NodeUri &uri, const NewValue &value)
 
 Outcome TreeView::replaceChildren(const NodeUri &uri, const std::vector<ChildValue> &values)
 {
-    const Result<TreeNode> parent = find(uri);
+    const Result<TreeNode> parent = findToChange(uri);
     if (!parent)
         return parent.outcome();
     DmtChildValuesMap map;
@@ -440,7 +449,7 @@ Outcome TreeView::replaceChildren(const NodeUri &uri, const std::vector<ChildVal
 
 Outcome TreeView::replaceProperty(const NodeUri &uri, Property property, const QByteArray &value)
 {
-    const Result<TreeNode> node = find(uri);
+    const Result<TreeNode> node = findToChange(uri);
     if (!node)
         return node.outcome();
     if (!isReplaceable(property))
@@ -538,7 +547,7 @@ Outcome TreeView::rename(const TreeNode &node, const QByteArray &newName)
 
 Outcome TreeView::remove(const NodeUri &uri)
 {
-    const Result<TreeNode> node = find(uri);
+    const Result<TreeNode> node = findToChange(uri);
     if (!node)
         return node.outcome();
     if (node->isPermanent())
@@ -567,7 +576,7 @@ Outcome TreeView::copy(const NodeUri &source, const NodeUri &target)
         return from.outcome();
     if (!from->isLeaf())
         return leavesOnly;
-    const Result<TreeNode> to = find(target);
+    const Result<TreeNode> to = findToChange(target);
     if (!to)
         return copyToNewLeaf(*from, target);
     if (!to->isLeaf())

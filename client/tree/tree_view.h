@@ -115,6 +115,8 @@ public:
     Outcome execute(const NodeUri &uri) const;
 
 private:
+    /// As find, for an operation that may change the node or what is beneath it.
+    Result<TreeNode> findToChange(const NodeUri &uri) const;
     /// The values of the leaves directly beneath a node, as far as one call yields them.
     static std::map<QByteArray, DmtData> leafValues(const TreeNode &interior);
     class Listing;

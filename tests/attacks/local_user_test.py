@@ -286,6 +286,8 @@ class LinksAndFilesInside(HandsetTest):
                 result = self.handset.dmclient("session", "Mine")
                 if name.startswith("profiles"):
                     result = self.napictl("create", "New")
+                elif name == "client/plugin.log":
+                    result = self.handset.dmclient("tree")
                 self.assertNotEqual(result.returncode, 0)
                 self.assertIn(b"symbolic link", result.stderr)
                 self.assertIn(name.encode(), result.stderr)
@@ -323,7 +325,8 @@ class LinksAndFilesInside(HandsetTest):
         for name in ("profiles.db", "client/lock", "client/device-id", "client/accounts.json"):
             with self.subTest(file=name):
                 os.chown(self.path(name), OTHER_USER, OTHER_USER)
-                result = self.handset.dmclient("session", "Mine")
+                command = ("tree",) if name == "profiles.db" else ("session", "Mine")
+                result = self.handset.dmclient(*command)
                 self.assertEqual(result.returncode, UNUSABLE, result.stderr)
                 self.assertIn(b"it belongs to nobody, not to root", result.stderr)
                 os.chown(self.path(name), 0, 0)

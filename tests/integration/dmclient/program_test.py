@@ -92,6 +92,29 @@ class CommandLineTest(DmclientTest):
         for arguments in (["--help"], ["--version"], ["help"], ["help", "tree"], ["tree", "--help"]):
             self.assertNotEqual(self.succeed(*arguments, plugin="/nonexistent"), "", arguments)
 
+    def test_a_command_that_needs_no_plugin_loads_none_and_leaves_no_log(self):
+        for words in (("get", "./DevInfo/Man"), ("tree", "./DevInfo"), ("get", "."),
+                      ("replace", "./DevDetail?prop=Title", "Mine"),
+                      ("copy", "./DevInfo/Man", "./DevInfo/Nowhere")):
+            with self.subTest(words):
+                result = self.handset.dmclient(*words, plugin="/nonexistent.so", LD_DEBUG="libs",
+                                               LD_DEBUG_OUTPUT=self.handset.path("loaded"))
+                self.assertNotIn(b"plug-in", result.stderr)
+                self.assertEqual(self.loaded_libraries() & {"libnapi.so", "libsqlite3.so.0",
+                                                            "libQt6DBus.so.6"}, set())
+        self.assertFalse(os.path.exists(self.handset.client_file("plugin.log")))
+
+    def loaded_libraries(self):
+        """The file names of what the dynamic linker initialised in the last run."""
+        folder = self.handset.state
+        names = [name for name in os.listdir(folder) if name.startswith("loaded.")]
+        self.assertEqual(len(names), 1)
+        with open(os.path.join(folder, names[0]), encoding="utf-8") as file:
+            loaded = {os.path.basename(line.split()[-1]) for line in file if "calling init:" in line}
+        os.unlink(os.path.join(folder, names[0]))
+        self.assertIn("libQt6Core.so.6", loaded)
+        return loaded
+
     def test_the_plugin_is_found_beside_the_program(self):
         result = subprocess.run([DMCLIENT, "get", CONN + "/Office/Addr"], capture_output=True,
                                 env=self.handset.environment(), timeout=120, check=False)
@@ -111,6 +134,33 @@ class UnusableTest(DmclientTest):
 
     def test_a_missing_plugin_is_named(self):
         self.assert_unusable("/nonexistent.so", "tree", plugin="/nonexistent.so")
+
+    def test_a_missing_plugin_is_named_by_every_command_that_needs_it(self):
+        for words in (("tree",), ("tree", "./DevDetail"), ("get", CONN), ("get", "./DevInfo", CONN),
+                      ("get", os.path.dirname(CONN)), ("add", CONN + "/New"), ("delete", CONN + "/X"),
+                      ("replace", PROXY + "/Office?prop=Title", "x"), ("rename", CONN + "/X", "Y"),
+                      ("copy", "./DevInfo/Man", CONN + "/Office/Addr")):
+            with self.subTest(words):
+                status, printed, errors = self.run_client(*words, plugin="/nonexistent.so")
+                self.assertEqual((status, printed), (UNUSABLE, ""))
+                self.assertRegex(errors, "^dmclient: cannot load the plug-in /nonexistent.so: .*\n$")
+
+    def test_a_package_that_needs_a_missing_plugin_is_answered_and_the_reason_said(self):
+        package = os.path.join(os.path.dirname(__file__), "packages", "read.xml")
+        status, answer, errors = self.run_client("process", package, plugin="/nonexistent.so")
+        self.assertEqual(status, UNUSABLE)
+        self.assertIn("<Data>510</Data>", answer)
+        self.assertEqual(errors.count("cannot load the plug-in /nonexistent.so"), 1)
+
+    def test_a_line_that_needs_a_missing_plugin_ends_with_510_and_the_next_goes_on(self):
+        lines = f"get {CONN}\nget ./DevInfo/Man\ndelete {PROXY}/Office\n".encode()
+        status, printed, errors = self.run_client("shell", stdin=lines, plugin="/nonexistent.so")
+        self.assertEqual(status, UNUSABLE)
+        self.assertIn("kub\nget ./DevInfo/Man: 200", printed)
+        self.assertIn(f"get {CONN}: 510", printed)
+        self.assertIn(f"delete {PROXY}/Office: 510", printed)
+        self.assertEqual(printed.count("\ncannot load the plug-in"), 1)
+        self.assertEqual(errors, "")
 
     def test_a_library_that_is_no_plugin_is_named(self):
         self.assert_unusable("does not export DMT_PluginLib_GetAPIVersion", "tree", plugin="libc.so.6")

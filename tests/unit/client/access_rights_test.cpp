@@ -2,6 +2,8 @@
 
 #include "mounted_tree.h"
 
+#include <QTemporaryDir>
+
 namespace client {
 
 namespace {
@@ -506,6 +508,107 @@ private:
         return status;
     }
 };
+
+/// The same two roots, mounted when something needs them.
+class ProfilesMountedWhenNeeded : public ProfileRightsTest {
+protected:
+    ProfilesMountedWhenNeeded()
+    {
+        for (const auto &[root, nodes] : {std::pair("Conn", conn), std::pair("Prox", prox)})
+            late.mountWhenNeeded(
+                NodeUri({root}),
+                [this, root = std::string(root), nodes = nodes]() -> Source {
+                    mounted += root + ' ';
+                    if (root == refused)
+                        return support::Unexpected(QStringLiteral("it is refused"));
+                    return JemSmartPtr<DmtTree>(nodes);
+                },
+                {.acl = acl("Add=*&Get=*"),
+                 .profileAcl = acl("Add=*&Delete=*&Get=*&Replace=*"),
+                 .profileNumbers = [this, uri = NodeUri({root})] { return numbers[uri]; }});
+    }
+    using Source = support::Expected<JemSmartPtr<DmtTree>, QString>;
+
+    /// The list of the profile that the second root shows is what the file has.
+    void keepListOfSecondNode(const char *list)
+    {
+        PropertyStore store;
+        store.set(NodeUri({"Prox", "Office"}),
+                  {.type = {}, .title = {}, .acl = acl(list), .changed = {}, .version = 0});
+        const QString file = directory.filePath(QStringLiteral("properties.json"));
+        const PropertyStore::ProfileNumbers known = {{NodeUri({"Prox", "Office"}), 1}};
+        ASSERT_TRUE(store.save(file, known));
+        auto loaded = PropertyStore::load(file, late.profileNumbers(), late.unmountedRoots());
+        ASSERT_TRUE(loaded);
+        late.setProperties(*std::move(loaded));
+    }
+
+    ManagementTree late{hostInfo("urn:uuid:x")};
+    TreeView owner{late, Principal::owner()};
+    TreeView server{late, Principal::server("B")};
+    std::string mounted; ///< or tried to be, in order
+    std::string refused;
+    QTemporaryDir directory;
+};
+
+TEST_F(ProfilesMountedWhenNeeded, TheFirstRootComesBeforeTheSecond)
+{
+    EXPECT_TRUE(owner.find(uri("./DevInfo")));
+    EXPECT_EQ(mounted, "");
+    EXPECT_TRUE(owner.find(uri("./Prox/Office/Addr")));
+    EXPECT_TRUE(owner.find(uri("./Conn/Office/Addr")));
+    EXPECT_EQ(mounted, "Conn Prox ");
+}
+
+TEST_F(ProfilesMountedWhenNeeded, TheOwnerReadsNodesOfTheFirstOneAlone)
+{
+    EXPECT_TRUE(owner.value(*owner.find(uri("./Conn/Office/Addr"))));
+    EXPECT_EQ(owner.children(*owner.find(uri("./Conn"))).size(), 2u);
+    EXPECT_EQ(mounted, "Conn ");
+    EXPECT_TRUE(owner.replace(uri("./Conn/Office/Addr"), text("x")));
+    EXPECT_EQ(mounted, "Conn Prox ");
+}
+
+TEST_F(ProfilesMountedWhenNeeded, AListingShowsBoth)
+{
+    EXPECT_EQ(owner.children(*owner.find(NodeUri())).size(), 4u);
+    EXPECT_EQ(mounted, "Conn Prox ");
+}
+
+TEST_F(ProfilesMountedWhenNeeded, BothComeBeforeAChangeReachesThePlugin)
+{
+    EXPECT_EQ(code(owner.add(uri("./Conn/New"), typed("node", ""))), 200);
+    EXPECT_EQ(mounted, "Conn Prox ");
+    refused = "Prox";
+    EXPECT_EQ(code(server.remove(uri("./Conn/New"))), 200) << "what is mounted stays so";
+}
+
+TEST_F(ProfilesMountedWhenNeeded, AListOfTheOtherNodeProtectsAProfileFromTheStart)
+{
+    keepListOfSecondNode("Get=A&Replace=A");
+    EXPECT_EQ(code(server.replace(uri("./Conn/Office/Addr"), text("x"))), 425);
+    EXPECT_EQ(code(server.findToRead(uri("./Conn/Office")).outcome()), 200);
+    EXPECT_EQ(owner.property(*owner.find(uri("./Conn/Office")), Property::Acl)->toStdString(),
+              "Get=A&Replace=A");
+}
+
+TEST_F(ProfilesMountedWhenNeeded, TheOwnerSeesTheListOfTheOtherNode)
+{
+    keepListOfSecondNode("Get=A&Replace=A");
+    EXPECT_EQ(owner.property(*owner.find(uri("./Conn/Office")), Property::Acl)->toStdString(),
+              "Get=A&Replace=A");
+}
+
+TEST_F(ProfilesMountedWhenNeeded, AServerGetsNowhereWhileTheOtherNodeIsUnknown)
+{
+    keepListOfSecondNode("Get=A&Replace=A");
+    refused = "Prox";
+    EXPECT_EQ(code(server.find(uri("./Conn/Office/Addr")).outcome()), 510);
+    EXPECT_EQ(code(server.replace(uri("./Conn/Office/Addr"), text("x"))), 510);
+    EXPECT_EQ(code(owner.remove(uri("./Conn/Office"))), 510);
+    EXPECT_EQ(mounted, "Conn Prox ") << "it is not tried again and again";
+    EXPECT_EQ(late.mountFault(), QStringLiteral("it is refused"));
+}
 
 TEST_F(ProfileRightsTest, EveryServerManagesAProfileThatNoneHasMadeItsOwn)
 {

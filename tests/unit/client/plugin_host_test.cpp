@@ -104,13 +104,34 @@ TEST(PluginHostTest, ASuccessWithoutATreeIsAFailure)
 
 class DmDeviceTest : public testing::Test {
 protected:
-    std::unique_ptr<DmDevice> open(const char *plugin)
+    /// A device whose roots nothing has needed yet.
+    std::unique_ptr<DmDevice> openUnmounted(const char *plugin)
     {
         auto device = madeOrNull(
             DmDevice::open({.stateDirectory = directory.filePath(QStringLiteral("state")),
                             .pluginFile = pluginFile(plugin)}),
             error);
-        return device && noted(device->mount(), error) ? std::move(device) : nullptr;
+        return device && noted(device->makeTree(), error) ? std::move(device) : nullptr;
+    }
+    std::unique_ptr<DmDevice> open(const char *plugin)
+    {
+        auto device = openUnmounted(plugin);
+        const bool isMounted =
+            device &&
+            noted(device->tree().mountFor(NodeUri(), ManagementTree::Use::ReadAll), error);
+        return isMounted ? std::move(device) : nullptr;
+    }
+    static bool isLoaded(const char *plugin)
+    {
+        void *const library =
+            dlopen(pluginFile(plugin).toLocal8Bit().constData(), RTLD_NOW | RTLD_NOLOAD);
+        if (library)
+            dlclose(library);
+        return library != nullptr;
+    }
+    static NodeUri uri(const char *text)
+    {
+        return parseAddress(QString::fromLatin1(text), UriLimits())->node;
     }
 
     QTemporaryDir directory;
@@ -127,6 +148,54 @@ TEST_F(DmDeviceTest, BothRootsAreMounted)
         EXPECT_TRUE(
             device->ownersView().find(parseAddress(QString::fromLatin1(uri), UriLimits())->node))
             << uri;
+}
+
+TEST_F(DmDeviceTest, NothingIsLoadedForNodesThatAreNotThePlugins)
+{
+    const auto device = openUnmounted("right_plugin");
+    ASSERT_NE(device, nullptr) << error.toStdString();
+    for (TreeView tree :
+         {device->ownersView(), TreeView(device->tree(), Principal::server("dm.example"))}) {
+        EXPECT_TRUE(tree.value(*tree.find(uri("./DevInfo/Man"))));
+        EXPECT_TRUE(tree.property(*tree.find(uri("./DevDetail")), Property::Acl));
+        EXPECT_EQ(tree.children(*tree.find(NodeUri())).size(), 3u);
+        EXPECT_EQ(tree.list(*tree.find(uri("./DMAcc")), TreeView::Values::Read).size(), 1u);
+    }
+    ASSERT_TRUE(device->ownersView().replaceProperty(uri("."), Property::Title, "Mine"));
+    ASSERT_TRUE(noted(device->saveProperties(), error)) << error.toStdString();
+    EXPECT_FALSE(isLoaded("right_plugin"));
+    EXPECT_FALSE(QFile::exists(directory.filePath(QStringLiteral("state/client/plugin.log"))));
+
+    EXPECT_TRUE(device->ownersView().find(uri(connRoot)));
+    EXPECT_TRUE(isLoaded("right_plugin"));
+}
+
+TEST_F(DmDeviceTest, APluginIsNotMissedBeforeItIsNeeded)
+{
+    const auto device = openUnmounted("no_such_plugin");
+    ASSERT_NE(device, nullptr) << error.toStdString();
+    EXPECT_TRUE(device->ownersView().find(uri("./DevInfo/Man")));
+    EXPECT_EQ(device->takeMountFault(), QString());
+    const Outcome outcome = device->ownersView().find(uri(connRoot)).outcome();
+    EXPECT_EQ(outcome.status, DmStatus::DataStoreFailure);
+    EXPECT_EQ(outcome.reason.indexOf(QStringLiteral("cannot load the plug-in")), 0)
+        << outcome.reason.toStdString();
+    EXPECT_EQ(device->takeMountFault(), outcome.reason);
+    EXPECT_EQ(device->takeMountFault(), QString()) << "it was taken";
+    EXPECT_TRUE(device->ownersView().find(uri("./DevInfo/Man")));
+}
+
+TEST_F(DmDeviceTest, OnlyTheOwnerReadsOneRootWhenTheOtherIsRefused)
+{
+    constexpr char address[] = "./DevDetail/Ext/Conf/Conn/Profiles/Office/Addr";
+    const auto device = openUnmounted("plugin_of_one_root");
+    ASSERT_NE(device, nullptr) << error.toStdString();
+    TreeView owner = device->ownersView();
+    EXPECT_TRUE(owner.find(uri(connRoot)));
+    EXPECT_EQ(owner.replace(uri(address), {{}, {}, "x"}).status, DmStatus::DataStoreFailure);
+    TreeView server(device->tree(), Principal::server("dm.example"));
+    EXPECT_EQ(server.find(uri(connRoot)).outcome().status, DmStatus::DataStoreFailure);
+    EXPECT_TRUE(owner.find(uri(connRoot)));
 }
 
 TEST_F(DmDeviceTest, APluginThatRefusesOneRootIsNotUsedAtAll)
@@ -188,10 +257,6 @@ class KeptPropertiesTest : public DmDeviceTest {
 protected:
     static constexpr char office[] = "./DevDetail/Ext/Conf/Conn/Profiles/Office";
 
-    static NodeUri uri(const char *text)
-    {
-        return parseAddress(QString::fromLatin1(text), UriLimits())->node;
-    }
     static std::string property(const TreeView &tree, const char *node, Property property)
     {
         return tree.property(*tree.find(uri(node)), property)->toStdString();
@@ -229,6 +294,30 @@ TEST_F(KeptPropertiesTest, SurviveTheMount)
     EXPECT_EQ(property(device->ownersView(), office, Property::VerNo), "2");
     EXPECT_EQ(QFileInfo(file()).permissions() & ~(QFile::ReadUser | QFile::WriteUser),
               QFile::ReadOwner | QFile::WriteOwner);
+}
+
+TEST_F(KeptPropertiesTest, SurviveARunThatDoesNotNeedTheirNodes)
+{
+    auto device = open("right_plugin");
+    ASSERT_NE(device, nullptr) << error.toStdString();
+    setAcl(device->ownersView(), office, "Get=*&Replace=dm.example+other");
+    ASSERT_TRUE(noted(device->saveProperties(), error)) << error.toStdString();
+    device.reset();
+
+    device = openUnmounted("right_plugin");
+    ASSERT_TRUE(device->ownersView().replaceProperty(uri("."), Property::Title, "Mine"));
+    ASSERT_TRUE(noted(device->putAccount(QStringLiteral("one"), account("dm.example")), error));
+    ASSERT_TRUE(noted(device->removeAccount(QStringLiteral("one")), error));
+    ASSERT_TRUE(noted(device->saveProperties(), error)) << error.toStdString();
+    EXPECT_FALSE(isLoaded("right_plugin"));
+    EXPECT_EQ(property(device->ownersView(), office, Property::Acl), "Get=*&Replace=other");
+    device.reset();
+
+    device = openUnmounted("right_plugin");
+    TreeView server(device->tree(), Principal::server("dm.example"));
+    EXPECT_EQ(server.replaceProperty(uri(office), Property::Title, "x").status,
+              DmStatus::PermissionDenied);
+    EXPECT_EQ(property(device->ownersView(), office, Property::Acl), "Get=*&Replace=other");
 }
 
 TEST_F(KeptPropertiesTest, AreDroppedWithANodeThatTheMountDoesNotShow)

@@ -360,6 +360,81 @@ TEST_F(PropertyFile, GivesUpProfilesThatNoNodeShowsBeforeItIsTooLarge)
     EXPECT_EQ(load().get(NodeUri({"Q", "1"})), large);
 }
 
+TEST_F(PropertyFile, HasNoNodesBeneathARootBeforeItIsMounted)
+{
+    QString error;
+    numbers = {{office, 5}};
+    save();
+    auto loaded = noted(PropertyStore::load(file, {}, {NodeUri({"P"})}), error);
+    ASSERT_TRUE(loaded) << error.toStdString();
+    EXPECT_EQ(loaded->get(office), Properties());
+    EXPECT_EQ(loaded->get(office2), Properties());
+    loaded->set(NodeUri({"Q"}), typed("changed"));
+    ASSERT_TRUE(noted(loaded->save(file, {}), error)) << error.toStdString();
+    EXPECT_EQ(load().get(officeAddr), typed("./P/Office/Addr"));
+
+    loaded->resolve(NodeUri({"P"}), numbers);
+    EXPECT_FALSE(loaded->isChanged());
+    EXPECT_EQ(loaded->get(office), typed("./P/Office"));
+    EXPECT_EQ(loaded->get(officeAddr), typed("./P/Office/Addr"));
+    EXPECT_EQ(loaded->get(office2), typed("./P/Office2"));
+    ASSERT_TRUE(noted(loaded->save(file, numbers), error)) << error.toStdString();
+    EXPECT_EQ(load().get(office), typed("./P/Office"));
+}
+
+TEST_F(PropertyFile, ThatIsOutdatedBeneathARootIsSoWhenTheRootIsMounted)
+{
+    QString error;
+    save();
+    numbers = {{office, 5}};
+    auto loaded = noted(PropertyStore::load(file, {}, {NodeUri({"P"})}), error);
+    ASSERT_TRUE(loaded) << error.toStdString();
+    EXPECT_FALSE(loaded->isChanged());
+    loaded->resolve(NodeUri({"P"}), numbers);
+    EXPECT_TRUE(loaded->isChanged());
+}
+
+TEST_F(PropertyFile, ForgetsAServerBeneathARootThatIsNotMounted)
+{
+    QString error;
+    Properties listed;
+    listed.acl = acl("Get=a.example+b.example");
+    store.set(office, listed);
+    store.set(office2, listed);
+    numbers = {{office, 5}};
+    save();
+    auto loaded = noted(PropertyStore::load(file, {}, {NodeUri({"P"})}), error);
+    loaded->forgetServer("a.example", AccessControlList());
+    ASSERT_TRUE(noted(loaded->save(file, {}), error));
+    EXPECT_EQ(load().get(office).acl->toText(), "Get=b.example");
+    EXPECT_EQ(load().get(office2).acl->toText(), "Get=b.example");
+}
+
+TEST_F(PropertyFile, GivesUpNothingBeneathARootThatIsNotMounted)
+{
+    Properties large;
+    QString error;
+    large.acl = acl(("Get=" + QByteArray(16000, 'x')).constData());
+    for (quint32 i = 0; i < 500; ++i) {
+        const NodeUri node({"P", QByteArray::number(i)});
+        store.set(node, large);
+        numbers[node] = i;
+    }
+    save();
+    auto loaded = noted(PropertyStore::load(file, {}, {NodeUri({"P"})}), error);
+    ASSERT_TRUE(loaded) << error.toStdString();
+    const auto other = [](int i) { return NodeUri({"Q", QByteArray::number(i)}); };
+    int number = 0;
+    for (; number < 600 && loaded->hasRoomFor(other(number), large); ++number)
+        loaded->set(other(number), large);
+    EXPECT_GT(number, 0);
+    EXPECT_LT(number, 600);
+    ASSERT_TRUE(noted(loaded->save(file, {}), error)) << error.toStdString();
+    const PropertyStore after = load();
+    for (const auto &[node, profile] : numbers)
+        EXPECT_EQ(after.get(node), large) << profile;
+}
+
 TEST_F(PropertyFile, TakesANameThatLooksLikeANumberForAName)
 {
     const NodeUri odd({"P", "#5"});
