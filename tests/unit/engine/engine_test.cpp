@@ -205,30 +205,30 @@ TEST_F(NodeTable, AmongManySiblingsDeletedAndRenamedNodesKeepTheOthersInOrder)
     tree->Add("", {});
     Names expected;
     std::vector<JemSmartPtr<DmtNode>> held; // deleted nodes keep their names
-    for (int i = 0; i < 60; ++i) {
+    for (int i = 0; i < 100; ++i) {
         expected.push_back("child" + std::to_string(i));
         held.push_back(tree->AddLeaf(expected.back().c_str(), ""));
     }
     EXPECT_EQ(tree->ChildrenOf(""), expected);
-    for (int i = 50; i >= 5; --i) { // so many that places are closed up on the way
+    for (int i = 80; i >= 10; --i) { // so many that places are closed up on the way
         EXPECT_EQ(tree->DeleteNode(expected[static_cast<std::size_t>(i)].c_str()), 0);
         expected.erase(expected.begin() + i);
         EXPECT_EQ(tree->ChildrenOf(""), expected);
     }
-    ASSERT_EQ(tree->RenameNode("child55", "renamed"), 0);
-    expected[9] = "renamed";
+    ASSERT_EQ(tree->RenameNode("child90", "renamed"), 0);
+    expected[19] = "renamed";
     tree->AddLeaf("renamed", "replaced");
-    tree->AddLeaf("child55", "again");
-    expected.push_back("child55");
+    tree->AddLeaf("child90", "again");
+    expected.push_back("child90");
     EXPECT_EQ(tree->ChildrenOf(""), expected);
-    tree->AddLeaf("child6", "deleted before");
-    expected.push_back("child6");
+    tree->AddLeaf("child15", "deleted before");
+    expected.push_back("child15");
     EXPECT_EQ(tree->ChildrenOf(""), expected);
     EXPECT_EQ(tree->DeleteNode("renamed"), 0);
-    expected.erase(expected.begin() + 9);
+    expected.erase(expected.begin() + 19);
     EXPECT_EQ(tree->ChildrenOf(""), expected);
-    tree->Add("", {"child55", "unregistered", "child1"});
-    EXPECT_EQ(tree->ChildrenOf("").front(), "child55");
+    tree->Add("", {"child90", "unregistered", "child1"});
+    EXPECT_EQ(tree->ChildrenOf("").front(), "child90");
     EXPECT_EQ(tree->ChildrenOf("")[1], "child1");
     EXPECT_EQ(tree->ChildrenOf("")[2], "child0");
     EXPECT_EQ(tree->ChildrenOf("").size(), expected.size());
