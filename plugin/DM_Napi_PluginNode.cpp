@@ -411,25 +411,34 @@ namespace {
 
 /// What a profile's "Bearer" leaf says.
 struct BearerLeaf {
-    DMString path;
+    /// Reads the leaf through the tree. A profile without one is on the default bearer.
+    BearerLeaf(DmtTree &tree, const DMString &profileNodeName);
+
+    NodePath path;
     DMString bearer;    // DEFAULT_BEARER when the leaf does not tell
     bool usable = true; // false: the leaf is there, but has no text
 };
 
-/// Reads the leaf through the tree. A profile without one is on the default bearer.
-BearerLeaf ReadBearerLeaf(DmtTree &tree, const DMString &profileNodeName)
+BearerLeaf::BearerLeaf(DmtTree &tree, const DMString &profileNodeName)
+    : path(profileNodeName.text())
 {
-    BearerLeaf leaf{profileNodeName, {}};
-    leaf.path += "/Bearer";
+    path.Enter("Bearer");
     JemSmartPtr<DmtNode> node;
-    if (tree.GetNode(leaf.path.text(), node) == DMT_OK) {
+    if (tree.GetNode(path.text(), node) == DMT_OK) {
         DmtData value;
-        leaf.usable = node->GetValue(value) == DMT_OK && value.GetString(leaf.bearer) == DMT_OK &&
-                      !leaf.bearer.empty();
+        usable =
+            node->GetValue(value) == DMT_OK && value.GetString(bearer) == DMT_OK && !bearer.empty();
     }
-    if (leaf.bearer.empty())
-        leaf.bearer = DEFAULT_BEARER;
-    return leaf;
+    if (bearer.empty())
+        bearer = DEFAULT_BEARER;
+}
+
+/// The text that starts at a field of a record, as RecordText reads it.
+DmtData TextValue(const NAP_PROFILE_S &record, const char *field)
+{
+    const char *const end = reinterpret_cast<const char *>(&record) + sizeof record;
+    const bool isTerminated = std::memchr(field, '\0', static_cast<std::size_t>(end - field));
+    return isTerminated ? DmtData(field) : DmtData(RecordText(record, field).c_str());
 }
 
 } // namespace
@@ -479,7 +488,7 @@ int DM_NAPI_PluginNode::GetValueforNAPDEF(const DMString &name, const NAP_PROFIL
     const JemSmartPtr<DM_NAPI_PluginTree> tree = OwningTree();
     if (!tree)
         return DMT_COMMAND_FAILED;
-    const BearerLeaf leaf = ReadBearerLeaf(*tree, GetProfileNodeName());
+    const BearerLeaf leaf(*tree, GetProfileNodeName());
     if (!leaf.usable)
         LOG_TRACE("Get %s value error,use default value!\n", leaf.path.text());
     LOG_TRACE("Bearer = %s\n", leaf.bearer.text());
@@ -496,7 +505,7 @@ int DM_NAPI_PluginNode::GetValueforNAPDEF(const DMString &name, const NAP_PROFIL
     }
     switch (field->kind) {
     case FieldKind::Text:
-        value = DmtData(RecordText(*record, FieldBytes(record, part->*field->text)).c_str());
+        value = TextValue(*record, FieldBytes(record, part->*field->text));
         break;
     case FieldKind::Dns:
         value = DmtData(Ipv4ToText(record->*(part->*field->dns)).c_str());
@@ -532,7 +541,7 @@ int DM_NAPI_PluginNode::GetValueforPROXY(const DMString &name, const NAP_PROFILE
         value = DmtData((record->flags & NAPI_FLAG_NOT_EDITABLE) == 0);
     } else if (name == "Addr") {
         if (const ProxySlot *const slot = FindProxySlot(parent)) {
-            value = DmtData(RecordText(*record, FieldBytes(record, slot->address)).c_str());
+            value = TextValue(*record, FieldBytes(record, slot->address));
         } else if (parent == SLOT_WITHOUT_RECORD) {
             value = DmtData("");
         } else {
@@ -712,7 +721,7 @@ int DM_NAPI_PluginNode::SetValueforNAPDEF(const DMString &name, NAP_PROFILE_S *r
     const JemSmartPtr<DM_NAPI_PluginTree> tree = OwningTree();
     if (!tree)
         return DMT_COMMAND_FAILED;
-    const BearerLeaf leaf = ReadBearerLeaf(*tree, GetProfileNodeName());
+    const BearerLeaf leaf(*tree, GetProfileNodeName());
     if (!leaf.usable)
         LOG_FAILURE("Leave: SetValueforNAPDEF! Get Bearer value failed, sBearerNodePath = %s!\n",
                     leaf.path.text());

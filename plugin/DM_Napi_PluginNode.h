@@ -4,8 +4,11 @@
 #include "dmnative/dmt_tree.h"
 #include "napi.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory_resource>
+#include <string>
 
 class DM_NAPI_PluginTree;
 struct ProfileInfo;
@@ -86,6 +89,33 @@ DMString Ipv4ToText(std::uint32_t address);
 
 /// Name of a value's type, for traces.
 const char *DataTypeName(const DmtData &value);
+
+// ---- Paths --------------------------------------------------------------------------------------
+
+/// Path of a node while it is put together. One of the usual length takes nothing from the heap.
+class NodePath {
+public:
+    explicit NodePath(const char *path) : m_text(&m_memory)
+    {
+        m_text.reserve(USUAL_LENGTH);
+        m_text = path;
+    }
+    NodePath(const NodePath &) = delete;
+    NodePath &operator=(const NodePath &) = delete;
+
+    const char *text() const { return m_text.c_str(); }
+    /// Goes down to a child.
+    void Enter(const char *name) { m_text.append(1, '/').append(name); }
+    /// Goes back up. The path must have a slash.
+    void Leave() { m_text.resize(m_text.rfind('/')); }
+
+private:
+    static constexpr std::size_t USUAL_LENGTH = 127;
+
+    std::array<char, USUAL_LENGTH + 1> m_room;
+    std::pmr::monotonic_buffer_resource m_memory{m_room.data(), m_room.size()};
+    std::pmr::string m_text;
+};
 
 // ---- The node -----------------------------------------------------------------------------------
 

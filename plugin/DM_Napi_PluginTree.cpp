@@ -66,17 +66,17 @@ namespace {
 
 /// What differs between the two mapping files.
 struct MappingFile {
-    QLatin1StringView fileName;
-    QLatin1StringView profileGroup; // ID key = node name
+    QString fileName;
+    QString profileGroup; // ID key = node name
 };
 
-constexpr MappingFile NAPDEF_FILE{QLatin1StringView("kub_napdef_profilemapping.cfg"),
-                                  QLatin1StringView("NAPIDEF_Profile")};
-constexpr MappingFile PROXY_FILE{QLatin1StringView("kub_proxy_profilemapping.cfg"),
-                                 QLatin1StringView("PROXY_Profile")};
+const MappingFile NAPDEF_FILE{QStringLiteral("kub_napdef_profilemapping.cfg"),
+                              QStringLiteral("NAPIDEF_Profile")};
+const MappingFile PROXY_FILE{QStringLiteral("kub_proxy_profilemapping.cfg"),
+                             QStringLiteral("PROXY_Profile")};
 
 /// Group of the PROXY file: "node name/slot" = node name in the NAPDEF tree.
-constexpr QLatin1StringView CONN_GROUP("PROXY_Conn");
+const QString CONN_GROUP = QStringLiteral("PROXY_Conn");
 
 constexpr std::size_t CONN_KEY_SUFFIX_LENGTH = 4; // a slash and the slot
 
@@ -615,14 +615,14 @@ int DM_NAPI_PluginTree::RenameProfileMapDB(const DMString &nodeName, const DMStr
         info->*any.isMapped = false;
     const DMString oldKey = info->sProfileID;
     const std::string_view bareKey = WithoutSuffix(oldKey);
-    info->sProfileID = DMString(bareKey.data(), bareKey.size());
     const BearerPart *const part = FindBearer(bearer);
     if (!part) {
+        info->sProfileID = DMString(bareKey.data(), bareKey.size());
         LOG_FAILURE("Leave: RenameProfileMapDB fail! illegal Bearer value: %s!\n", bearer.text());
         return DMT_FAILED;
     }
     info->*part->isMapped = true;
-    info->sProfileID += part->keySuffix;
+    info->sProfileID = DMString(std::string(bareKey).append(part->keySuffix).c_str());
     if (!m_psetupManager) {
         LOG_TRACE("Leave: RenameProfileMapDB()\n");
         return DMT_OK;
@@ -729,6 +729,7 @@ constexpr Children PORT_CHILDREN = {"PortNbr"};
 DMStringVector ToVector(const Children &names)
 {
     DMStringVector vector;
+    vector.reserve(static_cast<int>(names.size()));
     for (const char *name : names)
         vector.push_back(DMString(name));
     return vector;
@@ -742,20 +743,29 @@ bool IsPhName(const DMString &name)
 
 } // namespace
 
-JemSmartPtr<DmtNode> DM_NAPI_PluginTree::NewInterior(const DMString &path,
+JemSmartPtr<DmtNode> DM_NAPI_PluginTree::NewInterior(const char *path,
                                                      const DMStringVector &childNames)
 {
-    return new DM_NAPI_PluginNode(Self(), path.text(), childNames);
+    return new DM_NAPI_PluginNode(Self(), path, childNames);
 }
 
-JemSmartPtr<DmtNode> DM_NAPI_PluginTree::NewLeaf(const DMString &path, const DmtData &value)
+JemSmartPtr<DmtNode> DM_NAPI_PluginTree::NewLeaf(const char *path, const DmtData &value)
 {
-    return new DM_NAPI_PluginNode(Self(), path.text(), value);
+    return new DM_NAPI_PluginNode(Self(), path, value);
 }
 
-void DM_NAPI_PluginTree::Register(const DMString &path, const JemSmartPtr<DmtNode> &node)
+void DM_NAPI_PluginTree::Register(const char *path, const JemSmartPtr<DmtNode> &node)
 {
-    SetNode(path.text(), node);
+    SetNode(path, node);
+}
+
+const DM_NAPI_PluginTree::ChildLists &DM_NAPI_PluginTree::Lists()
+{
+    if (m_childLists.profile.empty())
+        m_childLists = {ToVector(IsNAPDEF() ? NAPDEF_CHILDREN : PROXY_CHILDREN),
+                        ToVector(AUTH_CHILDREN), ToVector(PAP_CHILDREN), ToVector(PH_CHILDREN),
+                        ToVector(PORT_CHILDREN)};
+    return m_childLists;
 }
 
 int DM_NAPI_PluginTree::LoadSubTreeofProfile(const DMString &profileNodeName,
@@ -763,8 +773,8 @@ int DM_NAPI_PluginTree::LoadSubTreeofProfile(const DMString &profileNodeName,
 {
     LOG_TRACE("Enter: LoadSubTreeofProfile()! ProfileNode = %s, ProfileID = %s\n",
               profileNodeName.text(), info->sProfileID.text());
-    const DMStringVector children = ToVector(IsNAPDEF() ? NAPDEF_CHILDREN : PROXY_CHILDREN);
-    Register(profileNodeName, NewInterior(profileNodeName, children));
+    const DMStringVector &children = Lists().profile;
+    Register(profileNodeName.text(), NewInterior(profileNodeName.text(), children));
     // A child that is refused does not keep its siblings out.
     for (const DMString &child : children)
         LoadChildrenofProfile(profileNodeName, info, child);
@@ -777,13 +787,19 @@ int DM_NAPI_PluginTree::LoadChildrenofProfile(const DMString &profileNodeName,
 {
     LOG_TRACE("Enter: LoadChildrenofProfile()! NodePath = %s/%s\n", profileNodeName.text(),
               childName.text());
-    const DMString path = profileNodeName + "/" + childName;
+    NodePath path(profileNodeName.text());
+    path.Enter(childName.text());
+    const auto registerLeaf = [this, &path](const char *name, const DmtData &value) {
+        path.Enter(name);
+        Register(path.text(), NewLeaf(path.text(), value));
+        path.Leave();
+    };
     JemSmartPtr<DmtNode> node;
     if (IsNAPDEF() && childName == "Bearer") {
         const char *const bearer = info->bIsGPRS   ? GPRS_BEARER
                                    : info->bIsCSD2 ? CSD2_BEARER
                                                    : DEFAULT_BEARER;
-        node = NewLeaf(path, DmtData(bearer));
+        node = NewLeaf(path.text(), DmtData(bearer));
         if (RenameProfileMapDB(profileNodeName, bearer) != DMT_OK) {
             LOG_FAILURE(
                 "Leave: LoadChildrenofProfile()! RenameProfileMapDB() failed! Not load this "
@@ -791,33 +807,30 @@ int DM_NAPI_PluginTree::LoadChildrenofProfile(const DMString &profileNodeName,
             return DMT_FAILED;
         }
     } else if (IsNAPDEF() && childName == "Auth") {
-        node = NewInterior(path, ToVector(AUTH_CHILDREN));
-        const DMString papPath = path + "/PAP";
-        Register(papPath, NewInterior(papPath, ToVector(PAP_CHILDREN)));
-        for (const char *leaf : PAP_CHILDREN) {
-            const DMString leafPath = papPath + "/" + leaf;
-            Register(leafPath, NewLeaf(leafPath, DmtData("")));
-        }
+        node = NewInterior(path.text(), Lists().auth);
+        path.Enter("PAP");
+        Register(path.text(), NewInterior(path.text(), Lists().pap));
+        for (const char *leaf : PAP_CHILDREN)
+            registerLeaf(leaf, DmtData(""));
+        path.Leave();
     } else if (!IsNAPDEF() && IsPhName(childName)) {
-        node = NewInterior(path, ToVector(PH_CHILDREN));
+        node = NewInterior(path.text(), Lists().ph);
         DMString connValue;
         GetConnValue(info, profileNodeName, childName, connValue);
-        const DMString connPath = path + "/Conn";
-        Register(connPath, NewLeaf(connPath, DmtData(connValue.text())));
-        const DMString addrPath = path + "/Addr";
-        Register(addrPath, NewLeaf(addrPath, DmtData("")));
-        const DMString portPath = path + "/Port";
-        Register(portPath, NewInterior(portPath, ToVector(PORT_CHILDREN)));
-        const DMString portNbrPath = portPath + "/PortNbr";
-        Register(portNbrPath, NewLeaf(portNbrPath, DmtData(0)));
+        registerLeaf("Conn", DmtData(connValue.text()));
+        registerLeaf("Addr", DmtData(""));
+        path.Enter("Port");
+        Register(path.text(), NewInterior(path.text(), Lists().port));
+        registerLeaf("PortNbr", DmtData(0));
+        path.Leave();
     } else if (IsNAPDEF() && (childName == "Speed" || childName == "Linger")) {
-        node = NewLeaf(path, DmtData(0));
+        node = NewLeaf(path.text(), DmtData(0));
     } else if (!IsNAPDEF() && childName == "UserEditable") {
-        node = NewLeaf(path, DmtData(true));
+        node = NewLeaf(path.text(), DmtData(true));
     } else {
-        node = NewLeaf(path, DmtData(""));
+        node = NewLeaf(path.text(), DmtData(""));
     }
-    Register(path, node); // an interior child comes after all that is beneath it
+    Register(path.text(), node); // an interior child comes after all that is beneath it
     LOG_TRACE("Leave: LoadChildrenofProfile()! \n");
     return DMT_OK;
 }
@@ -864,6 +877,7 @@ int DM_NAPI_PluginTree::LoadProfilesinDB()
 
     LOG_TRACE("m_ProfileMaps includes: %d item!\n", m_ProfileMaps.size());
     DMStringVector nodeNames;
+    nodeNames.reserve(m_ProfileMaps.size());
     for (int i = 0; i < m_ProfileMaps.size(); ++i) {
         const ProfileInfo *const info = m_ProfileMaps.values()[i];
         if (!info)

@@ -184,9 +184,20 @@ private:
 
     JemSmartPtr<DmtPluginTree> Self() { return JemSmartPtr<DmtPluginTree>(this); }
     // Nodes of this tree, and their way into the engine's table.
-    JemSmartPtr<DmtNode> NewInterior(const DMString &path, const DMStringVector &childNames);
-    JemSmartPtr<DmtNode> NewLeaf(const DMString &path, const DmtData &value);
-    void Register(const DMString &path, const JemSmartPtr<DmtNode> &node);
+    JemSmartPtr<DmtNode> NewInterior(const char *path, const DMStringVector &childNames);
+    JemSmartPtr<DmtNode> NewLeaf(const char *path, const DmtData &value);
+    void Register(const char *path, const JemSmartPtr<DmtNode> &node);
+
+    /// What the interior nodes of a profile list.
+    struct ChildLists {
+        DMStringVector profile;
+        DMStringVector auth;
+        DMStringVector pap;
+        DMStringVector ph;
+        DMStringVector port;
+    };
+    ChildLists m_childLists; ///< made with the first profile, so that all share their texts
+    const ChildLists &Lists();
 
     /// Deletes the mapping file and opens a new one. @return false when memory is short.
     bool ReplaceMappingFile();

@@ -52,6 +52,9 @@ std::size_t NodeTable::ChildNames::Find(std::string_view name) const
 void NodeTable::ChildNames::Append(const DMString &name)
 {
     constexpr std::size_t longestWithoutPlaces = 16;
+    constexpr std::size_t usualCount = 4;
+    if (m_names.empty())
+        m_names.reserve(usualCount);
     m_names.push_back(name.c_str() ? name : DMString(""));
     if (m_places) {
         m_places->emplace(m_names.back().c_str(), m_names.size() - 1);
