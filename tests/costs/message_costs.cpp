@@ -99,13 +99,13 @@ int main(int argc, char **argv)
 {
     const QCoreApplication application(argc, argv);
     std::vector<std::string> lines;
-    for (const auto &[name, encoding] :
-         {std::pair("XML", Encoding::Xml), std::pair("WBXML", Encoding::Wbxml)}) {
+    for (const Encoding encoding : {Encoding::Xml, Encoding::Wbxml}) {
         Device device;
         const Message package = packageOfGets();
         const QByteArray bytes = *syncml::encode(package, encoding);
         const Message answer = device.answer(package, encoding);
-        const std::string ending = std::string(" 40 Gets ") + name;
+        const std::string ending =
+            std::string(" 40 Gets ") + (encoding == Encoding::Xml ? "XML" : "WBXML");
         lines.push_back(countedLine("decode" + ending, [&] { (void)syncml::decode(bytes); }));
         lines.push_back(
             countedLine("answer" + ending, [&] { (void)device.answer(package, encoding); }));
