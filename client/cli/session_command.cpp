@@ -3,14 +3,13 @@
 #include "client_event.h"
 #include "command_table.h"
 #include "commands.h"
-#include "http_transport.h"
+#include "http_module.h"
 #include "interrupt_guard.h"
 #include "session_report.h"
 #include "terminal.h"
 #include "terminal_user.h"
 #include "trace.h"
 
-#include <QHostAddress>
 #include <chrono>
 #include <csignal>
 #include <cstring>
@@ -118,29 +117,18 @@ struct Server {
     Account account;
 };
 
-bool areSameHost(const QUrl &one, const QUrl &other)
-{
-    const QHostAddress address(one.host());
-    const QHostAddress otherAddress(other.host());
-    if (!address.isNull() && !otherAddress.isNull())
-        return address.isEqual(otherAddress, QHostAddress::ConvertV4MappedToIPv4);
-    const auto nameOf = [](const QUrl &url) {
-        const QString host = url.host().toLower();
-        return host.endsWith(u'.') ? host.chopped(1) : host;
-    };
-    return nameOf(one) == nameOf(other);
-}
-
 /// The account whose server is on the same machine.
-std::optional<QString> accountOnHost(const AccountStore &accounts, const QUrl &url)
+std::optional<QString> accountOnHost(const AccountStore &accounts, const HttpModule &http,
+                                     const QUrl &url)
 {
     for (const auto &[name, account] : accounts.accounts())
-        if (areSameHost(account.address, url))
+        if (http.areSameHost(account.address, url))
             return name;
     return std::nullopt;
 }
 
-support::Expected<Server, QString> findServer(const AccountStore &accounts, const QString &word)
+support::Expected<Server, QString> findServer(const AccountStore &accounts, const HttpModule &http,
+                                              const QString &word)
 {
     Server server;
     const QUrl url(word, QUrl::StrictMode);
@@ -158,7 +146,7 @@ support::Expected<Server, QString> findServer(const AccountStore &accounts, cons
     if (const auto set = accountField(QStringLiteral("address"))->set(server.account, word); !set)
         return Unexpected(QStringLiteral("\"%1\" is not an account and %2").arg(word, set.error()));
     // Whoever answers there would not have to prove that it is the account's server.
-    if (const auto name = accountOnHost(accounts, server.account.address))
+    if (const auto name = accountOnHost(accounts, http, server.account.address))
         return Unexpected(QStringLiteral("%1 is on the host of the account %2 (%3); name the "
                                          "account, or give it that address")
                               .arg(word, *name, accounts.find(*name)->address.toString()));
@@ -223,10 +211,10 @@ ExitStatus exitStatusOf(const SessionEnd &end)
     return end.refused > 0 ? ExitStatus::Failed : ExitStatus::Success;
 }
 
-ExitStatus haveSession(const Context &context, const Server &server, const Settings &settings,
-                       TraceWriter *trace)
+ExitStatus haveSession(const Context &context, const HttpModule &http, const Server &server,
+                       const Settings &settings, TraceWriter *trace)
 {
-    const auto transport = HttpTransport::create(settings.transport);
+    const auto transport = http.createTransport(settings.transport);
     if (!transport)
         return wrongUsage(context, transport.error());
 
@@ -270,7 +258,10 @@ ExitStatus runSession(Context &context)
     auto settings = readSettings(invocation);
     if (!settings)
         return wrongUsage(context, settings.error());
-    const auto server = findServer(context.device->accounts(), invocation.arguments[0]);
+    const auto http = HttpModule::load();
+    if (!http)
+        return problem(context, http.error(), ExitStatus::Unusable);
+    const auto server = findServer(context.device->accounts(), **http, invocation.arguments[0]);
     if (!server)
         return wrongUsage(context, server.error());
     std::unique_ptr<TraceWriter> trace;
@@ -283,7 +274,7 @@ ExitStatus runSession(Context &context)
 
     const InterruptGuard guard;
     settings->transport.interruptFile = guard.file();
-    const ExitStatus status = haveSession(context, *server, *settings, trace.get());
+    const ExitStatus status = haveSession(context, **http, *server, *settings, trace.get());
     if (!context.inShell || !endsShell(InterruptGuard::signal()))
         return status;
     context.leaveShell = true;

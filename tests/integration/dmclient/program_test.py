@@ -101,6 +101,8 @@ class CommandLineTest(DmclientTest):
                                                LD_DEBUG_OUTPUT=self.handset.path("loaded"))
                 self.assertNotIn(b"plug-in", result.stderr)
                 self.assertEqual(self.loaded_libraries() & {"libnapi.so", "libsqlite3.so.0",
+                                                            "libdmclienthttp.so",
+                                                            "libQt6Network.so.6",
                                                             "libQt6DBus.so.6"}, set())
         self.assertFalse(os.path.exists(self.handset.client_file("plugin.log")))
 

@@ -30,6 +30,8 @@ class InstalledTreeTest(unittest.TestCase):
         tree = self.run_installed("dmclient", "tree")
         self.assertEqual(tree.returncode, 0, tree.stderr)
         self.assertIn("internet.example", tree.stdout)
+        session = self.run_installed("dmclient", "session", "http://127.0.0.1:1/")
+        self.assertEqual(session.returncode, 4, session.stderr) # refused, by nobody
 
     def loaded_from(self, program):
         """The project's libraries that the loader finds for an installed program."""
