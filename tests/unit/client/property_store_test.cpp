@@ -568,6 +568,22 @@ TEST_F(PropertyFile, HasRoomForWhatItTakesAndCanAlwaysBeRead)
     EXPECT_EQ(more, number) << "what goes makes room";
 }
 
+TEST_F(PropertyFile, NotesOfChangesTakeRoom)
+{
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    constexpr int tooMany = 100'000;
+    int number = 0;
+    const auto next = [&] { return NodeUri({"P", QByteArray::number(number)}); };
+    for (; number < tooMany && store.hasRoomFor(next(), typed("small")); ++number)
+        store.noteChange(next(), now);
+    EXPECT_LT(number, tooMany);
+    EXPECT_EQ(store.get(NodeUri({"P", "0"})).version, 1);
+    save();
+    EXPECT_LE(QFileInfo(file).size(), 12 * 1024 * 1024);
+    store.remove(NodeUri({"P"}));
+    EXPECT_TRUE(store.hasRoomFor(next(), typed("small")));
+}
+
 TEST_F(PropertyFile, ThatWouldBeTooLargeIsNotWritten)
 {
     store.set(office, typed("old"));
