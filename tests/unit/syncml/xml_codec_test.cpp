@@ -154,7 +154,7 @@ TEST(XmlWriter, RefusesDataThatIsNotText)
 {
     for (const QByteArray &bytes :
          {QByteArray("\xFF\xFE"), QByteArray("a\0b", 3), QByteArray("\x1B"), QByteArray("\xC3"),
-          QByteArray("\xED\xA0\x80"), QByteArray("\xEF\xBF\xBF")}) {
+          QByteArray("\xED\xA0\x80"), QByteArray("\xEF\xBF\xBE"), QByteArray("\xEF\xBF\xBF")}) {
         EXPECT_FALSE(fitsXml(bytes));
         const EncodeResult encoded = encodeXml(samples::messageWithData(bytes));
         ASSERT_FALSE(encoded) << bytes.toHex().toStdString();
