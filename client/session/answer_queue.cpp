@@ -163,6 +163,8 @@ AnswerQueue::Filled AnswerQueue::fill(Message &message, Encoding encoding, qsize
 {
     const std::size_t leading = m_leading.size();
     Room room(message, encoding, limit);
+    if (limit == 0)
+        message.commands.reserve(leading + m_commands.size());
     while (!isEmpty() && takeFirst(room)) {
     }
     if (isEmpty())

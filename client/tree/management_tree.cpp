@@ -267,7 +267,9 @@ Result<TreeNode> ManagementTree::find(const NodeUri &uri, const Principal &princ
             return listsChild(*node.m_node, node.m_path, names[depth])
                        ? notAllowed(uri, "has a slash in a name, and such a node is only listed")
                        : missing(uri);
-        node.m_path = node.childPath(names[depth]);
+        if (!node.m_path.isEmpty())
+            node.m_path += '/';
+        node.m_path += names[depth];
         const int status = node.m_tree->GetNode(node.m_path.constData(), node.m_node);
         if (status == DMT_NOT_FOUND)
             return missing(uri);

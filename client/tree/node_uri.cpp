@@ -100,6 +100,13 @@ bool NodeUri::contains(const NodeUri &other) const
            std::equal(m_names.begin(), m_names.end(), other.m_names.begin());
 }
 
+std::strong_ordering NodeUri::operator<=>(const NodeUri &other) const
+{
+    return std::lexicographical_compare_three_way(
+        m_names.begin(), m_names.end(), other.m_names.begin(), other.m_names.end(),
+        [](const QByteArray &left, const QByteArray &right) { return left.compare(right) <=> 0; });
+}
+
 QByteArray NodeUri::toUri() const
 {
     QByteArray uri(".");

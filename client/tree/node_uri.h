@@ -35,7 +35,9 @@ public:
     /// "./A/B" with each name as displayName gives it: for people, and accepted by parseAddress.
     QString toDisplay() const;
 
-    auto operator<=>(const NodeUri &) const = default;
+    /// By the bytes of the names, from the root down.
+    std::strong_ordering operator<=>(const NodeUri &other) const;
+    bool operator==(const NodeUri &) const = default;
 
 private:
     std::vector<QByteArray> m_names;
