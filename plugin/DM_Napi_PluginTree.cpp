@@ -124,7 +124,12 @@ DMString ToNodeName(const QString &text)
 /// Key of a slot's connection reference: the bytes of the node name, one character each.
 QString ConnKey(const DMString &profileNodeName, const char *phName)
 {
-    return QString::fromLatin1(profileNodeName.text()) + u'/' + QLatin1StringView(phName);
+    const QLatin1StringView nodeName(profileNodeName.text());
+    const QLatin1StringView slot(phName);
+    QString key;
+    key.reserve(nodeName.size() + 1 + slot.size());
+    key.append(nodeName).append(u'/').append(slot);
+    return key;
 }
 
 DMString DecimalText(unsigned int number)
@@ -516,14 +521,14 @@ void DM_NAPI_PluginTree::GetNapdefName(const DMString *profileID, const DMString
     LOG_TRACE("Enter: GetNapdefName()!\n");
     if (!profileID)
         return;
-    DMString key(profileID->text());
+    std::string key(profileID->text());
     for (const BearerPart &part : BEARER_PARTS)
         if (phName == part.phName)
             key += part.keySuffix;
     QString stored;
     if (const std::unique_ptr<SETUP_SET_Manager> napdef =
             OpenMappingFile(MappingFilePath(NAPDEF_FILE)))
-        stored = ReadEntry(*napdef, NAPDEF_FILE.profileGroup, FromIdKey(key));
+        stored = ReadEntry(*napdef, NAPDEF_FILE.profileGroup, QString::fromLatin1(key.c_str()));
     napdefName = ToNodeName(stored);
     LOG_TRACE("the sNapdefName is %s\n", napdefName.text());
     LOG_TRACE("Leave: GetNapdefName()!\n");
@@ -679,7 +684,7 @@ ConnDefault DM_NAPI_PluginTree::GetConnValue(const ProfileInfo *info,
         return ConnDefault::NotStored;
     }
     // A bare node name: the slot's marker, "&&_PH1_DC1" and the like, does not belong to it.
-    connValue = DMString(profileNodeName.text());
+    connValue = profileNodeName.c_str() ? profileNodeName : DMString("");
     DMString napdefName;
     GetNapdefName(&info->sProfileID, phName, napdefName);
     if (!napdefName.empty())
