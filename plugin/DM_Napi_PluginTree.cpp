@@ -764,31 +764,40 @@ void DM_NAPI_PluginTree::Register(const char *path, const JemSmartPtr<DmtNode> &
     SetNode(path, node);
 }
 
-const DM_NAPI_PluginTree::ChildLists &DM_NAPI_PluginTree::Lists()
+DM_NAPI_PluginTree::ChildLists DM_NAPI_PluginTree::MakeChildLists() const
 {
-    if (m_childLists.profile.empty())
-        m_childLists = {ToVector(IsNAPDEF() ? NAPDEF_CHILDREN : PROXY_CHILDREN),
-                        ToVector(AUTH_CHILDREN), ToVector(PAP_CHILDREN), ToVector(PH_CHILDREN),
-                        ToVector(PORT_CHILDREN)};
-    return m_childLists;
+    return {ToVector(IsNAPDEF() ? NAPDEF_CHILDREN : PROXY_CHILDREN), ToVector(AUTH_CHILDREN),
+            ToVector(PAP_CHILDREN), ToVector(PH_CHILDREN), ToVector(PORT_CHILDREN)};
 }
 
 int DM_NAPI_PluginTree::LoadSubTreeofProfile(const DMString &profileNodeName,
                                              const ProfileInfo *info)
 {
-    LOG_TRACE("Enter: LoadSubTreeofProfile()! ProfileNode = %s, ProfileID = %s\n",
-              profileNodeName.text(), info->sProfileID.text());
-    const DMStringVector &children = Lists().profile;
-    Register(profileNodeName.text(), NewInterior(profileNodeName.text(), children));
-    // A child that is refused does not keep its siblings out.
-    for (const DMString &child : children)
-        LoadChildrenofProfile(profileNodeName, info, child);
-    LOG_TRACE("Leave: LoadSubTreeofProfile()! \n");
-    return DMT_OK;
+    return LoadSubTree(profileNodeName, info, MakeChildLists());
 }
 
 int DM_NAPI_PluginTree::LoadChildrenofProfile(const DMString &profileNodeName,
                                               const ProfileInfo *info, const DMString &childName)
+{
+    return LoadChild(profileNodeName, info, childName, MakeChildLists());
+}
+
+int DM_NAPI_PluginTree::LoadSubTree(const DMString &profileNodeName, const ProfileInfo *info,
+                                    const ChildLists &lists)
+{
+    LOG_TRACE("Enter: LoadSubTreeofProfile()! ProfileNode = %s, ProfileID = %s\n",
+              profileNodeName.text(), info->sProfileID.text());
+    const DMStringVector &children = lists.profile;
+    Register(profileNodeName.text(), NewInterior(profileNodeName.text(), children));
+    // A child that is refused does not keep its siblings out.
+    for (const DMString &child : children)
+        LoadChild(profileNodeName, info, child, lists);
+    LOG_TRACE("Leave: LoadSubTreeofProfile()! \n");
+    return DMT_OK;
+}
+
+int DM_NAPI_PluginTree::LoadChild(const DMString &profileNodeName, const ProfileInfo *info,
+                                  const DMString &childName, const ChildLists &lists)
 {
     LOG_TRACE("Enter: LoadChildrenofProfile()! NodePath = %s/%s\n", profileNodeName.text(),
               childName.text());
@@ -812,20 +821,20 @@ int DM_NAPI_PluginTree::LoadChildrenofProfile(const DMString &profileNodeName,
             return DMT_FAILED;
         }
     } else if (IsNAPDEF() && childName == "Auth") {
-        node = NewInterior(path.text(), Lists().auth);
+        node = NewInterior(path.text(), lists.auth);
         path.Enter("PAP");
-        Register(path.text(), NewInterior(path.text(), Lists().pap));
+        Register(path.text(), NewInterior(path.text(), lists.pap));
         for (const char *leaf : PAP_CHILDREN)
             registerLeaf(leaf, DmtData(""));
         path.Leave();
     } else if (!IsNAPDEF() && IsPhName(childName)) {
-        node = NewInterior(path.text(), Lists().ph);
+        node = NewInterior(path.text(), lists.ph);
         DMString connValue;
         GetConnValue(info, profileNodeName, childName, connValue);
         registerLeaf("Conn", DmtData(connValue.text()));
         registerLeaf("Addr", DmtData(""));
         path.Enter("Port");
-        Register(path.text(), NewInterior(path.text(), Lists().port));
+        Register(path.text(), NewInterior(path.text(), lists.port));
         registerLeaf("PortNbr", DmtData(0));
         path.Leave();
     } else if (IsNAPDEF() && (childName == "Speed" || childName == "Linger")) {
@@ -881,6 +890,7 @@ int DM_NAPI_PluginTree::LoadProfilesinDB()
     }
 
     LOG_TRACE("m_ProfileMaps includes: %d item!\n", m_ProfileMaps.size());
+    const ChildLists childLists = MakeChildLists();
     DMStringVector nodeNames;
     nodeNames.reserve(m_ProfileMaps.size());
     for (int i = 0; i < m_ProfileMaps.size(); ++i) {
@@ -896,7 +906,7 @@ int DM_NAPI_PluginTree::LoadProfilesinDB()
             LOG_TRACE("Bearer = CSD\n");
         else if (info->bIsCSD2)
             LOG_TRACE("Bearer = CSD2\n");
-        LoadSubTreeofProfile(nodeName, info);
+        LoadSubTree(nodeName, info, childLists);
         nodeNames.push_back(nodeName);
     }
     Register("", NewInterior("", nodeNames));

@@ -196,8 +196,12 @@ private:
         DMStringVector ph;
         DMStringVector port;
     };
-    ChildLists m_childLists; ///< made with the first profile, so that all share their texts
-    const ChildLists &Lists();
+    /// A mount makes them once, so that all profiles share their texts.
+    ChildLists MakeChildLists() const;
+    int LoadSubTree(const DMString &profileNodeName, const ProfileInfo *info,
+                    const ChildLists &lists);
+    int LoadChild(const DMString &profileNodeName, const ProfileInfo *info,
+                  const DMString &childName, const ChildLists &lists);
 
     /// Deletes the mapping file and opens a new one. @return false when memory is short.
     bool ReplaceMappingFile();
