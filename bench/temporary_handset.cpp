@@ -135,8 +135,10 @@ int StoreOperatorsProfiles(const std::string &databaseFile)
     for (const Provider &provider : *providers)
         for (const AccessPoint &accessPoint : provider.accessPoints) {
             ++count;
-            Create(cutProfileName(provider.displayName(), ' ' + QByteArray::number(count))
-                       .toStdString(),
+            const QString name =
+                profileNameCandidates(provider.displayName(), accessPoint.displayName(), true)
+                    .first();
+            Create(cutProfileName(name, ' ' + QByteArray::number(count)).toStdString(),
                    RecordOf(accessPoint));
         }
     StoreNamedProfiles(count);
