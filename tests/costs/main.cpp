@@ -5,20 +5,13 @@
 //   differ
 //
 // Run by callgrind it also leaves a dump for each operation; the script instructions adds those up.
+#include "callgrind.h"
 #include "counted_handset.h"
 #include "expected_lines.h"
 #include "heap_count.h"
 #include "operations.h"
 
 #include "aplog.h"
-
-#if __has_include(<valgrind/callgrind.h>)
-#include <valgrind/callgrind.h>
-#else
-#define CALLGRIND_TOGGLE_COLLECT static_cast<void>(0)
-#define CALLGRIND_ZERO_STATS static_cast<void>(0)
-#define CALLGRIND_DUMP_STATS_AT(name) static_cast<void>(name)
-#endif
 
 #include <cstdio>
 #include <sstream>

@@ -5,6 +5,7 @@
 //   differ
 //
 // Run by callgrind (--collect-atstart=no) it leaves a dump with the instructions of each operation.
+#include "callgrind.h"
 #include "expected_lines.h"
 #include "heap_count.h"
 #include "memory_tree.h"
@@ -15,13 +16,6 @@
 #include <cstdlib>
 #include <functional>
 #include <utility>
-#if __has_include(<valgrind/callgrind.h>)
-#include <valgrind/callgrind.h>
-#else
-#define CALLGRIND_TOGGLE_COLLECT static_cast<void>(0)
-#define CALLGRIND_ZERO_STATS static_cast<void>(0)
-#define CALLGRIND_DUMP_STATS_AT(name) static_cast<void>(name)
-#endif
 
 namespace {
 

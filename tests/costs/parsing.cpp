@@ -9,6 +9,7 @@
 #include "account_tree.h"
 #include "accounts.h"
 #include "answer_queue.h"
+#include "callgrind.h"
 #include "codec.h"
 #include "node_uri.h"
 #include "node_value.h"
@@ -24,13 +25,6 @@
 
 #include <QFile>
 #include <QTemporaryDir>
-#if __has_include(<valgrind/callgrind.h>)
-#include <valgrind/callgrind.h>
-#else
-#define CALLGRIND_TOGGLE_COLLECT static_cast<void>(0)
-#define CALLGRIND_ZERO_STATS static_cast<void>(0)
-#define CALLGRIND_DUMP_STATS_AT(name) static_cast<void>(name)
-#endif
 #include <cstdio>
 #include <functional>
 #include <limits>
