@@ -30,6 +30,11 @@ def scenario_names():
 
 
 class SessionTest(HandsetTest):
+    last_session = ""  # what client and server said; a failed assertion shows it
+
+    def _formatMessage(self, msg, standardMsg):
+        return super()._formatMessage(msg, standardMsg) + self.last_session
+
     def add_account(self, url, client_auth="none", server_auth="none", **fields):
         """The account Test, complete for these kinds of proof."""
         fields = {"address": url, "server-id": "dm.example", "client-auth": client_auth,
@@ -61,4 +66,7 @@ class SessionTest(HandsetTest):
             report = server.session.report()
         self.last_server_session = server.session
         self.stderr = result.stderr.decode()
+        self.last_session = (f"\n-- exit status {result.returncode} of the session, which printed:\n"
+                             f"{result.stdout.decode()}{self.stderr}-- the server:\n"
+                             + "\n".join(report["lines"]))
         return result.returncode, result.stdout.decode().splitlines(), report
