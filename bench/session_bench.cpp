@@ -7,6 +7,9 @@
 //                     run on a small tree in memory, and the client's answer
 //   ... in small messages   the same for a server that takes 16 KB at a time
 //   ... in a Sequence, in an Atomic, items of one Get   the same in these shapes
+//   floor of ...      what that cannot do without: the server's bytes through expat alone (WBXML:
+//   copied
+//                     once), the tree's calls made directly, the answer's bytes copied once
 //   process 40 Gets   one package of the server, from its bytes to the answer as a person gets it
 //   session over HTTP the same over a socket of this machine, with one command a message
 //   decode 1 MB       a message with one value of 1 MB; peak_bytes is what decoding takes at most
@@ -26,6 +29,7 @@
 #include <benchmark/benchmark.h>
 #include <cstdio>
 #include <cstdlib>
+#include <expat.h>
 #include <malloc.h>
 #include <memory>
 
@@ -277,24 +281,71 @@ struct Device {
     ManagementTree tree{hostInfo("urn:bench:1")};
 };
 
+constexpr int processedGets = 40;
+
+std::vector<Command> gets(int count)
+{
+    std::vector<Command> commands;
+    for (int i = 0; i < count; ++i)
+        commands.push_back(command(CommandKind::Get, i));
+    return commands;
+}
+
+QByteArray processed(Device &device, const QByteArray &package, Encoding encoding)
+{
+    device.memory->calls.clear();
+    const syncml::DecodeResult decoded = syncml::decode(package);
+    const PackageAnswer answer = answerPackage(*decoded, device.tree, encoding);
+    require(answer.allSucceeded, "the package failed");
+    return *syncml::encode(*answer.message, encoding, syncml::XmlLayout::Indented);
+}
+
 /// What `dmclient process` does with a package, apart from the files.
 void process(benchmark::State &state, Encoding encoding)
 {
-    constexpr int gets = 40;
     Device device;
-    std::vector<Command> commands;
-    for (int i = 0; i < gets; ++i)
-        commands.push_back(command(CommandKind::Get, i));
+    const QByteArray package = packageOf(gets(processedGets), encoding);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(processed(device, package, encoding));
+    state.SetItemsProcessed(state.iterations() * processedGets);
+}
+
+void readAlone(const QByteArray &bytes, Encoding encoding)
+{
+    if (encoding == Encoding::Wbxml) {
+        benchmark::DoNotOptimize(QByteArray(bytes.constData(), bytes.size()));
+        return;
+    }
+    const std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser(
+        XML_ParserCreateNS("UTF-8", '\1'), &XML_ParserFree);
+    const auto status =
+        XML_Parse(parser.get(), bytes.constData(), static_cast<int>(bytes.size()), XML_TRUE);
+    require(status == XML_STATUS_OK, "the package cannot be parsed");
+}
+
+void callTree(Device &device, CommandKind kind)
+{
+    JemSmartPtr<DmtNode> node;
+    DmtData value("internet.office.example");
+    require(device.memory->GetNode("Office/Addr", node) == 0, "the leaf is not there");
+    const int status = kind == CommandKind::Replace ? node->SetValue(value) : node->GetValue(value);
+    require(status == 0, "the leaf cannot be used");
+}
+
+/// The work on a package that nobody can leave out.
+void floorOf(benchmark::State &state, Encoding encoding, const std::vector<Command> &commands)
+{
+    Device device;
     const QByteArray package = packageOf(commands, encoding);
+    const QByteArray answer = processed(device, package, encoding);
     for (auto _ : state) {
         device.memory->calls.clear();
-        const syncml::DecodeResult decoded = syncml::decode(package);
-        const PackageAnswer answer = answerPackage(*decoded, device.tree, encoding);
-        require(answer.allSucceeded, "the package failed");
-        benchmark::DoNotOptimize(
-            syncml::encode(*answer.message, encoding, syncml::XmlLayout::Indented));
+        readAlone(package, encoding);
+        for (const Command &command : commands)
+            callTree(device, command.kind);
+        benchmark::DoNotOptimize(QByteArray(answer.constData(), answer.size()));
     }
-    state.SetItemsProcessed(state.iterations() * gets);
+    state.SetItemsProcessed(state.iterations() * static_cast<int>(commands.size()));
 }
 
 /// Sends its package, and then asks for what is left of the answer.
@@ -425,7 +476,11 @@ void addAll(const std::string &name, Encoding encoding)
         addGrowing(name + " " + row.name, [=](State &state, int n) {
             session(state, encoding, n, row.shape, row.maxMessageBytes);
         });
+    addGrowing(name + " floor of session",
+               [=](State &state, int n) { floorOf(state, encoding, getsAndReplaces(n)); });
     add(name + " process 40 Gets", [=](State &state) { process(state, encoding); });
+    add(name + " floor of process 40 Gets",
+        [=](State &state) { floorOf(state, encoding, gets(processedGets)); });
     add(name + " decode 1 MB", [=](State &state) { decodeLargeValue(state, encoding); });
     add(name + " session over HTTP", [=](State &state) {
         sessionOverHttp(state, encoding);
