@@ -113,6 +113,7 @@ NetworkManagerBus::~NetworkManagerBus()
 void NetworkManagerBus::disconnect()
 {
     m_daemon.clear();
+    m_watch.close();
     if (m_connection.has_value()) {
         m_connection.reset();
         QDBusConnection::disconnectFromBus(m_connectionName);
@@ -121,15 +122,29 @@ void NetworkManagerBus::disconnect()
 
 StoreResult NetworkManagerBus::connect()
 {
+    lookForNews();
+    if (m_isDaemonInDoubt)
+        m_daemon.clear();
+    m_isDaemonInDoubt = false;
     StoreResult result = connectToBus();
     if (!result.failed() && m_daemon.isEmpty())
         result = findDaemon();
     return result;
 }
 
+void NetworkManagerBus::lookForNews()
+{
+    const ConnectionNews news = m_watch.take(m_daemon);
+    m_isDaemonInDoubt = m_isDaemonInDoubt || news.isEverything;
+    m_news.isEverything = m_news.isEverything || news.isEverything;
+    m_news.added += news.added;
+    m_news.changed += news.changed;
+    m_news.removed += news.removed;
+}
+
 StoreResult NetworkManagerBus::connectToBus()
 {
-    if (m_connection.has_value() && !m_connection->isConnected())
+    if (m_connection.has_value() && !(m_connection->isConnected() && m_watch.isOpen()))
         disconnect();
     if (m_connection.has_value())
         return {};
@@ -142,7 +157,7 @@ StoreResult NetworkManagerBus::connectToBus()
         m_unansweredMethod.clear();
     m_connection = QDBusConnection::connectToBus(QDBusConnection::SystemBus, m_connectionName);
     if (m_connection->isConnected())
-        return {};
+        return m_watch.open(systemBusAddresses(), limitMs());
     return {NAPI_ERROR_UNAVAILABLE,
             "cannot reach the system bus: " + m_connection->lastError().message().toStdString()};
 }
@@ -159,8 +174,11 @@ StoreResult NetworkManagerBus::findDaemon()
         return {NAPI_ERROR_UNAVAILABLE,
                 "NetworkManager is not running: " + reply.message.errorMessage().toStdString()};
     }
-    if (!reply.result.failed())
+    if (!reply.result.failed()) {
         m_daemon = reply.message.arguments().value(0).toString();
+        m_news.isEverything = true;
+        m_areSecretsSignalled.reset();
+    }
     return reply.result;
 }
 
@@ -223,6 +241,27 @@ BusReply NetworkManagerBus::callConnection(const QString &path, const QString &m
                                            const QVariantList &arguments)
 {
     return call(message(path, connectionInterface, method, arguments));
+}
+
+BusReply NetworkManagerBus::callForSecrets(const QString &path, const QString &setting)
+{
+    lookForNews();
+    const qsizetype signalsBefore = m_news.changed.count(path);
+    BusReply reply = callConnection(path, QStringLiteral("GetSecrets"), {setting});
+    lookForNews();
+    if (!reply.result.failed())
+        dropOwnSignal(path, signalsBefore);
+    return reply;
+}
+
+/// Two signals are that of the secrets and somebody's change; so would one be from a daemon that
+/// hands out secrets without a signal, which it has to be seen not to do first.
+void NetworkManagerBus::dropOwnSignal(const QString &path, qsizetype signalsBefore)
+{
+    const qsizetype signalled = m_news.changed.count(path) - signalsBefore;
+    if (signalled == 1 && m_areSecretsSignalled == true)
+        m_news.changed.removeOne(path);
+    m_areSecretsSignalled = signalled > 0 && m_areSecretsSignalled.value_or(true);
 }
 
 StoreResult NetworkManagerBus::callConnections(

@@ -1,6 +1,7 @@
 // Calls to NetworkManager over D-Bus: each with a time limit, and a limited number at a time.
 #pragma once
 
+#include "connection_watch.h"
 #include "profile_store.h"
 
 #include <QDBusConnection>
@@ -10,6 +11,7 @@
 #include <QVariantList>
 #include <functional>
 #include <optional>
+#include <utility>
 
 /// Why a call did not do what it should.
 enum class Cause {
@@ -46,13 +48,19 @@ public:
     NetworkManagerBus(const NetworkManagerBus &) = delete;
     NetworkManagerBus &operator=(const NetworkManagerBus &) = delete;
 
-    /// Finds the bus and the daemon on it unless both are known already. Starts no daemon.
+    /// Finds the bus and the daemon on it unless both are known already, and looks at what the
+    /// daemon has signalled. Starts no daemon.
     /// @return NAPI_ERROR_UNAVAILABLE when there is no bus or no NetworkManager on it.
     StoreResult connect();
+    /// What has happened to connections since the last time, as far as connect has seen it.
+    ConnectionNews takeNews() { return std::exchange(m_news, {}); }
 
     BusReply callSettings(const QString &method, const QVariantList &arguments = {});
     BusReply callConnection(const QString &path, const QString &method,
                             const QVariantList &arguments = {});
+    /// Calls GetSecrets. The daemon signals that a connection has changed before it hands out
+    /// secrets of it, although nothing has; that signal is not among the news.
+    BusReply callForSecrets(const QString &path, const QString &setting);
     /// Makes one call without arguments to each connection, several at a time. The answers arrive
     /// in the order of the paths. The first that `take` returns a failure for ends it.
     StoreResult callConnections(
@@ -64,6 +72,8 @@ private:
                          const QVariantList &arguments) const;
     BusReply call(const QDBusMessage &message);
     BusReply judge(const QDBusMessage &message, const QString &method);
+    void lookForNews();
+    void dropOwnSignal(const QString &path, qsizetype signalsBefore);
     StoreResult connectToBus();
     StoreResult findDaemon();
     int limitMs() const;
@@ -71,6 +81,11 @@ private:
 
     QString m_connectionName;
     std::optional<QDBusConnection> m_connection;
+    ConnectionWatch m_watch; ///< open as long as the connection is
+    ConnectionNews m_news;
+    bool m_isDaemonInDoubt = false;
+    /// Whether secrets have been handed out with a signal each time.
+    std::optional<bool> m_areSecretsSignalled;
     QString m_daemon;           ///< unique name, empty for none
     QString m_unansweredMethod; ///< empty when the last call of each method was answered
 };

@@ -1,13 +1,17 @@
 // Profiles on a bus.
 //
-// An operation asks the daemon for the connections that there are, has the database of numbers give
-// each its ID, and names them; what it then reads or changes is one connection, read again just
-// before it is changed. Connections of another type than gsm, or that this user may not see, are
-// not profiles.
+// The daemon is asked once for all connections; from then on its signals say what to read again.
+// The database of numbers gives each connection its ID; then they are named. Connections of another
+// type than gsm, or that this user may not see, are not profiles, but may become some, so their
+// paths are kept as well.
 //
 // Connections come and go while an operation looks at them: one that is gone between two calls is
 // left out of a list, and not found by its name. Where two have the same name, both go by
 // substitutes.
+//
+// A list asks the daemon which connections there are, although its signals have said so: one call,
+// whatever their number, by which what a signal could not tell (a connection that somebody's login
+// has made visible) does not stay unseen, nor that the daemon does not answer.
 
 #include "networkmanager_profile_store.h"
 
@@ -15,6 +19,7 @@
 
 #include <QDBusArgument>
 #include <QDBusObjectPath>
+#include <QSet>
 #include <QUuid>
 #include <algorithm>
 
@@ -57,6 +62,11 @@ StoreResult ofConnection(const std::string &id, const StoreResult &result)
     return {result.status, "NetworkManager, connection '" + id + "': " + result.message};
 }
 
+StoreResult notFound()
+{
+    return {NAPI_ERROR_NOT_FOUND, "NetworkManager has no such gsm connection"};
+}
+
 } // namespace
 
 StoreResult NetworkManagerProfileStore::open(const std::string &databasePath,
@@ -73,124 +83,196 @@ StoreResult NetworkManagerProfileStore::open(const std::string &databasePath,
 
 // ---- The connections that there are -------------------------------------------------------------
 
-StoreResult NetworkManagerProfileStore::refresh()
+StoreResult NetworkManagerProfileStore::refresh(Asked asked)
 {
-    m_isFresh = false;
     StoreResult result = m_bus.connect();
-    std::vector<Entry> entries;
-    if (!result.failed())
-        result = readConnections(entries);
-    if (!result.failed())
-        result = nameEntries(entries);
-    if (result.failed())
-        return result;
-    m_entries = std::move(entries);
-    m_isFresh = true;
+    takeNews();
+    if (!result.failed() && (asked == Asked::WhichThereAre || !m_isListed))
+        result = listConnections();
+    if (!result.failed() && !m_unread.isEmpty())
+        result = readConnections();
+    return result;
+}
+
+/// A signal only says what to read again: what is true is what the daemon answers then.
+void NetworkManagerProfileStore::takeNews()
+{
+    const ConnectionNews news = m_bus.takeNews();
+    if (news.isEverything)
+        forgetEverything();
+    for (const QString &path : news.added) {
+        if (!m_connections.contains(path)) // else it is one that was made here
+            forget(path);
+    }
+    for (const QString &path : news.changed)
+        forget(path);
+    for (const QString &path : news.removed) {
+        if (m_connections.contains(path)) // else it is one that was removed here
+            forget(path);
+    }
+}
+
+void NetworkManagerProfileStore::forget(const QString &path)
+{
+    Connection &connection = m_connections[path];
+    if (!connection.isUnread)
+        m_unread.append(path);
+    connection.isUnread = true;
+}
+
+void NetworkManagerProfileStore::forgetEverything()
+{
+    m_entries.clear();
+    m_numbers.clear();
+    m_connections.clear();
+    m_unread.clear();
+    m_isListed = false;
+    m_hasSubstitutes = false;
+}
+
+StoreResult NetworkManagerProfileStore::listConnections()
+{
+    const BusReply reply = m_bus.callSettings(QStringLiteral("ListConnections"));
+    if (reply.result.failed())
+        return reply.result;
+    QSet<QString> listed;
+    for (const QDBusObjectPath &path :
+         qdbus_cast<QList<QDBusObjectPath>>(reply.message.arguments().value(0))) {
+        listed.insert(path.path());
+        if (!m_connections.contains(path.path()))
+            forget(path.path());
+    }
+    for (const QString &path : m_connections.keys()) {
+        if (!listed.contains(path))
+            drop(path);
+    }
+    if (m_hasSubstitutes)
+        nameEntries();
+    m_isListed = true;
     return {};
 }
 
-/// Fills in paths, IDs and UUIDs, in the order in which the daemon lists the connections.
-StoreResult NetworkManagerProfileStore::readConnections(std::vector<Entry> &entries)
+StoreResult NetworkManagerProfileStore::readConnections()
 {
-    const BusReply listed = m_bus.callSettings(QStringLiteral("ListConnections"));
-    if (listed.result.failed())
-        return listed.result;
-    QStringList paths;
-    for (const QDBusObjectPath &path :
-         qdbus_cast<QList<QDBusObjectPath>>(listed.message.arguments().value(0)))
-        paths.append(path.path());
+    std::vector<Seen> seen;
+    StoreResult result = readSettings(seen);
+    if (!result.failed())
+        result = keep(seen);
+    if (!result.failed())
+        m_unread.clear();
+    return result;
+}
+
+StoreResult NetworkManagerProfileStore::readSettings(std::vector<Seen> &seen)
+{
     return m_bus.callConnections(
-        paths, getSettings, [&](const QString &path, const BusReply &reply) -> StoreResult {
+        m_unread, getSettings, [&](const QString &path, const BusReply &reply) -> StoreResult {
+            seen.push_back({path, {}});
             // It was removed in the meantime, or is not for this user to see.
             if (reply.cause == Cause::NoObject || reply.cause == Cause::NotPermitted)
                 return {};
-            const ConnectionSettings settings = settingsIn(reply);
-            if (!reply.result.failed() && isGsm(settings)) {
-                entries.push_back({path,
-                                   connectionProperty(settings, QStringLiteral("id")),
-                                   connectionProperty(settings, QStringLiteral("uuid")),
-                                   0,
-                                   {}});
-            }
+            ConnectionSettings settings = settingsIn(reply);
+            if (!reply.result.failed() && isGsm(settings))
+                seen.back().settings = std::move(settings);
             return reply.result;
         });
 }
 
-/// Adds numbers and names, and sorts by number.
-StoreResult NetworkManagerProfileStore::nameEntries(std::vector<Entry> &entries)
+/// Makes entries of what was read, each under its number. Only when a connection has come, gone or
+/// changed its ID can a name be another one.
+StoreResult NetworkManagerProfileStore::keep(std::vector<Seen> &seen)
 {
     std::vector<std::string> uuids;
-    for (const Entry &entry : entries)
-        uuids.push_back(entry.uuid);
+    for (const Seen &connection : seen) {
+        if (connection.settings.has_value())
+            uuids.push_back(connectionProperty(*connection.settings, QStringLiteral("uuid")));
+    }
     std::vector<std::uint32_t> numbers;
     StoreResult result = m_database->numbersOf(uuids, numbers);
     if (result.failed())
         return result;
-    for (std::size_t index = 0; index < entries.size(); ++index)
-        entries[index].number = numbers[index];
-    std::ranges::sort(entries, {}, &Entry::number);
-
-    std::vector<NamedConnection> connections;
-    for (const Entry &entry : entries)
-        connections.push_back({entry.connectionId, entry.uuid});
-    const std::vector<std::string> names = profileNames(connections);
-    for (std::size_t index = 0; index < entries.size(); ++index)
-        entries[index].name = names[index];
+    m_hasUnkeptNumbers = m_hasUnkeptNumbers || m_database->file().isInTransaction();
+    bool isNamedAnew = false;
+    auto number = numbers.begin();
+    for (Seen &connection : seen) {
+        const bool isProfile = connection.settings.has_value();
+        const std::uint32_t oldNumber = m_connections.value(connection.path).number;
+        const std::uint32_t newNumber = isProfile ? *number++ : notAProfile;
+        if (oldNumber != newNumber) {
+            drop(connection.path);
+            isNamedAnew = true;
+        }
+        m_connections[connection.path] = {newNumber};
+        if (!isProfile)
+            continue;
+        Entry &entry = m_entries[newNumber];
+        const std::string id = connectionProperty(*connection.settings, QStringLiteral("id"));
+        isNamedAnew = isNamedAnew || entry.connectionId != id;
+        const std::string uuid = connectionProperty(*connection.settings, QStringLiteral("uuid"));
+        entry = {connection.path, id, uuid, entry.name, std::move(connection.settings), {}};
+    }
+    if (isNamedAnew)
+        nameEntries();
     return {};
 }
 
-const NetworkManagerProfileStore::Entry *
-NetworkManagerProfileStore::findEntry(const Matches &matches) const
+/// Leaves the names of the others as they are, which may be other ones where there are substitutes.
+void NetworkManagerProfileStore::drop(const QString &path)
 {
-    const auto found = std::ranges::find_if(m_entries, matches);
-    return found == m_entries.end() ? nullptr : &*found;
+    const auto entry = m_entries.find(m_connections.value(path).number);
+    m_connections.remove(path);
+    m_unread.removeOne(path);
+    if (entry == m_entries.end() || entry->second.path != path)
+        return; // its UUID has another path by now
+    m_numbers.erase(entry->second.name);
+    m_entries.erase(entry);
 }
 
-BusReply NetworkManagerProfileStore::runOnEntry(const Entry &entry, const Operation &operation)
+void NetworkManagerProfileStore::nameEntries()
 {
-    const BusReply reply = m_bus.callConnection(entry.path, getSettings);
-    if (reply.result.failed())
-        return reply;
-    const ConnectionSettings settings = settingsIn(reply);
-    // After a restart of the daemon a path can lead to another connection, and another ID is
-    // another name, which may by now be that of another connection.
-    const bool isSame = isGsm(settings) &&
-                        connectionProperty(settings, QStringLiteral("uuid")) == entry.uuid &&
-                        connectionProperty(settings, QStringLiteral("id")) == entry.connectionId;
-    if (!isSame)
-        return {{}, Cause::NoObject, {NAPI_ERROR_BUSY, "NetworkManager: a connection changes"}};
-    return operation(entry, settings);
+    std::vector<NamedConnection> connections;
+    for (const auto &[number, entry] : m_entries)
+        connections.push_back({entry.connectionId, entry.uuid});
+    const std::vector<std::string> names = profileNames(connections);
+    m_numbers.clear();
+    m_hasSubstitutes = false;
+    auto name = names.begin();
+    for (auto &[number, entry] : m_entries) {
+        entry.name = *name++;
+        m_numbers[entry.name] = number;
+        m_hasSubstitutes = m_hasSubstitutes || entry.name != entry.connectionId;
+    }
 }
 
-StoreResult NetworkManagerProfileStore::runOnConnection(const Matches &matches,
+NetworkManagerProfileStore::Numbered *NetworkManagerProfileStore::findEntry(std::string_view name)
+{
+    const auto number = m_numbers.find(std::string(name));
+    return number == m_numbers.end() ? nullptr : &*m_entries.find(number->second);
+}
+
+StoreResult NetworkManagerProfileStore::runOnConnection(std::string_view name,
                                                         const Operation &operation)
 {
     constexpr int mostAttempts = 3; // the first on old entries, one more when they change meanwhile
     BusReply reply;
     for (int attempt = 0; attempt < mostAttempts; ++attempt) {
-        StoreResult result = m_bus.connect();
+        StoreResult result = refresh();
         if (result.failed())
             return result;
-        const Entry *entry = m_isFresh ? findEntry(matches) : nullptr;
-        if (!entry) {
-            result = refresh();
-            entry = findEntry(matches);
-        }
-        if (result.failed())
-            return result;
-        if (!entry)
-            return {NAPI_ERROR_NOT_FOUND, "NetworkManager has no such gsm connection"};
-        reply = runOnEntry(*entry, operation);
+        Numbered *found = findEntry(name);
+        if (!found)
+            return notFound();
+        reply = operation(found->second);
         if (reply.cause != Cause::NoObject && reply.cause != Cause::NoDaemon)
             break;
-        m_isFresh = false;
+        forget(found->second.path);
     }
     return reply.result;
 }
 
 StoreResult NetworkManagerProfileStore::count(unsigned int &profiles)
 {
-    StoreResult result = refresh();
+    StoreResult result = refresh(Asked::WhichThereAre);
     if (!result.failed())
         profiles = static_cast<unsigned int>(m_entries.size());
     return result;
@@ -198,43 +280,62 @@ StoreResult NetworkManagerProfileStore::count(unsigned int &profiles)
 
 StoreResult NetworkManagerProfileStore::list(unsigned int limit, std::vector<std::string> &names)
 {
-    StoreResult result = refresh();
+    StoreResult result = refresh(Asked::WhichThereAre);
     if (result.failed())
         return result;
     names.clear();
-    for (std::size_t index = 0; index < m_entries.size() && index < limit; ++index)
-        names.push_back(m_entries[index].name);
+    for (const auto &[number, entry] : m_entries) {
+        if (names.size() < limit)
+            names.push_back(entry.name);
+    }
     return {};
-}
-
-NetworkManagerProfileStore::Matches NetworkManagerProfileStore::hasName(std::string_view name)
-{
-    return [name](const Entry &entry) { return entry.name == name; };
 }
 
 StoreResult NetworkManagerProfileStore::idByName(std::string_view name, std::uint32_t &id)
 {
-    return runOnConnection(hasName(name), [&](const Entry &entry, const ConnectionSettings &) {
-        id = entry.number;
-        return BusReply();
-    });
+    StoreResult result = refresh();
+    if (result.failed())
+        return result;
+    const Numbered *found = findEntry(name);
+    if (!found)
+        return notFound();
+    id = found->first;
+    return {};
 }
 
 StoreResult NetworkManagerProfileStore::nameById(std::uint32_t id, std::string &name)
 {
-    return runOnConnection([&](const Entry &entry) { return entry.number == id; },
-                           [&](const Entry &entry, const ConnectionSettings &) {
-                               name = entry.name;
-                               return BusReply();
-                           });
+    StoreResult result = refresh();
+    if (result.failed())
+        return result;
+    const auto found = m_entries.find(id);
+    if (found == m_entries.end())
+        return notFound();
+    name = found->second.name;
+    return {};
 }
 
 // ---- Records ------------------------------------------------------------------------------------
 
+BusReply NetworkManagerProfileStore::readAgain(const Entry &entry, ConnectionSettings &settings)
+{
+    BusReply reply = m_bus.callConnection(entry.path, getSettings);
+    if (reply.result.failed())
+        return reply;
+    settings = settingsIn(reply);
+    // Another ID is another name, which may by now be that of another connection.
+    const bool isSame = isGsm(settings) &&
+                        connectionProperty(settings, QStringLiteral("uuid")) == entry.uuid &&
+                        connectionProperty(settings, QStringLiteral("id")) == entry.connectionId;
+    if (!isSame)
+        return {{}, Cause::NoObject, {NAPI_ERROR_BUSY, "NetworkManager: a connection changes"}};
+    return reply;
+}
+
 BusReply NetworkManagerProfileStore::readSecrets(const Entry &entry, GsmConnection &connection)
 {
     const QString gsm = QStringLiteral("gsm");
-    BusReply reply = m_bus.callConnection(entry.path, QStringLiteral("GetSecrets"), {gsm});
+    BusReply reply = m_bus.callForSecrets(entry.path, gsm);
     if (reply.cause == Cause::NoSecrets)
         return {};
     connection.gsmSecrets = settingsIn(reply).value(gsm);
@@ -261,6 +362,7 @@ BusReply NetworkManagerProfileStore::readKeptSecrets(const Entry &entry, GsmConn
     if (result.failed())
         return {};
     connection.settings = taken.settings;
+    forget(entry.path);
     return ignoreRefusal(sendUpdate(entry, connection));
 }
 
@@ -283,31 +385,62 @@ BusReply NetworkManagerProfileStore::readProfile(const Entry &entry,
     return failed(ofConnection(entry.connectionId, result));
 }
 
+/// The settings are given up for the record, which is what is asked for again and again. What other
+/// processes keep beside the connection is looked up each time: no signal tells of that.
+BusReply NetworkManagerProfileStore::readEntry(Entry &entry, NAP_PROFILE_S &record)
+{
+    KeptSecrets secrets;
+    StoreResult result = m_database->secretsOf(entry.uuid, secrets);
+    if (result.failed())
+        return failed(result);
+    if (entry.known.has_value() && entry.known->keptSecrets == secrets) {
+        record = entry.known->record;
+        return {};
+    }
+    ConnectionSettings settings;
+    BusReply reply;
+    if (!entry.settings.has_value())
+        reply = readAgain(entry, settings);
+    GsmConnection connection;
+    NAP_PROFILE_S found;
+    if (!reply.result.failed())
+        reply = readProfile(entry, entry.settings.value_or(settings), connection, found);
+    if (reply.result.failed())
+        return reply;
+    entry.settings.reset();
+    entry.known = {found, connection.keptSecrets};
+    record = found;
+    return {};
+}
+
 StoreResult NetworkManagerProfileStore::read(std::string_view name, NAP_PROFILE_S &record)
 {
-    return runOnConnection(hasName(name),
-                           [&](const Entry &entry, const ConnectionSettings &settings) {
-                               GsmConnection connection;
-                               return readProfile(entry, settings, connection, record);
-                           });
+    return runOnConnection(name, [&](Entry &entry) { return readEntry(entry, record); });
+}
+
+BusReply NetworkManagerProfileStore::modifyEntry(const Entry &entry, const NAP_PROFILE_S &record)
+{
+    ConnectionSettings settings;
+    BusReply reply = readAgain(entry, settings);
+    GsmConnection before;
+    NAP_PROFILE_S oldRecord;
+    if (!reply.result.failed())
+        reply = readProfile(entry, settings, before, oldRecord);
+    if (reply.result.failed())
+        return reply;
+    GsmConnection after = before;
+    ConnectionChange change;
+    StoreResult result = writeRecord(oldRecord, record, after, change);
+    if (result.failed())
+        return failed(ofConnection(entry.connectionId, result));
+    if (change.settings || change.secrets || change.keptSecrets)
+        forget(entry.path);
+    return update(entry, before, after, change);
 }
 
 StoreResult NetworkManagerProfileStore::modify(std::string_view name, const NAP_PROFILE_S &record)
 {
-    return runOnConnection(hasName(name),
-                           [&](const Entry &entry, const ConnectionSettings &settings) {
-                               GsmConnection before;
-                               NAP_PROFILE_S oldRecord;
-                               BusReply reply = readProfile(entry, settings, before, oldRecord);
-                               if (reply.result.failed())
-                                   return reply;
-                               GsmConnection after = before;
-                               ConnectionChange change;
-                               StoreResult result = writeRecord(oldRecord, record, after, change);
-                               if (result.failed())
-                                   return failed(ofConnection(entry.connectionId, result));
-                               return update(entry, before, after, change);
-                           });
+    return runOnConnection(name, [&](Entry &entry) { return modifyEntry(entry, record); });
 }
 
 BusReply NetworkManagerProfileStore::sendUpdate(const Entry &entry, const GsmConnection &connection)
@@ -366,12 +499,13 @@ BusReply NetworkManagerProfileStore::updateConnection(const Entry &entry,
 
 // ---- Profiles that come and go ------------------------------------------------------------------
 
-StoreResult NetworkManagerProfileStore::refuseTakenName(std::string_view name) const
+StoreResult NetworkManagerProfileStore::refuseTakenName(std::string_view name)
 {
-    if (findEntry(hasName(name)))
+    if (findEntry(name))
         return {NAPI_ERROR_EXISTS, "NetworkManager has a gsm connection of that name already"};
     // One more of them could not have the name for itself.
-    if (findEntry([&](const Entry &entry) { return entry.connectionId == name; }))
+    const auto hasId = [&](const Numbered &entry) { return entry.second.connectionId == name; };
+    if (m_hasSubstitutes && std::ranges::any_of(m_entries, hasId))
         return {NAPI_ERROR_EXISTS, "NetworkManager has several gsm connections of that name"};
     return {};
 }
@@ -385,30 +519,51 @@ StoreResult NetworkManagerProfileStore::create(std::string_view name, const NAP_
         return {NAPI_ERROR_BAD_NAME,
                 "a profile name in NetworkManager cannot begin with a byte order mark"};
     }
-    // NetworkManager would take the same name twice.
+    // Before the transaction, so that the IDs which it gives to others' connections stay.
+    StoreResult result = refresh();
+    if (!result.failed())
+        result = createInTransaction(id, record, maximum);
+    if (result.failed() && m_hasUnkeptNumbers)
+        forgetEverything();
+    m_hasUnkeptNumbers = false;
+    return result;
+}
+
+/// In a transaction, because NetworkManager would take the same name twice.
+StoreResult NetworkManagerProfileStore::createInTransaction(const QString &id,
+                                                            const NAP_PROFILE_S &record,
+                                                            unsigned int maximum)
+{
     SqliteTransaction transaction = m_database->transaction();
     StoreResult result = transaction.begin();
     if (!result.failed())
         result = refresh();
     if (!result.failed())
-        result = refuseTakenName(name);
+        result = refuseTakenName(id.toStdString());
     if (result.failed())
         return result;
     if (m_entries.size() >= maximum) {
         return {NAPI_ERROR_STORE_FULL, "NetworkManager has " + std::to_string(m_entries.size()) +
                                            " gsm connections, the profile service takes no more"};
     }
-    result = add(id, record);
+    Added added;
+    result = add(id, record, added);
     if (result.failed())
         return result;
     result = transaction.commit();
-    if (result.failed()) // without its number on the disk it is not a profile
-        m_bus.callConnection(m_entries.back().path, QStringLiteral("Delete"));
-    return result;
+    if (result.failed()) { // without its number on the disk it is not a profile
+        m_bus.callConnection(added.entry.path, QStringLiteral("Delete"));
+        return result;
+    }
+    m_connections[added.entry.path] = {added.number};
+    m_numbers[added.entry.name] = added.number;
+    m_entries[added.number] = std::move(added.entry);
+    return {};
 }
 
-/// Adds a connection to the daemon, with its number, and to the entries.
-StoreResult NetworkManagerProfileStore::add(const QString &id, const NAP_PROFILE_S &record)
+/// Adds a connection to the daemon, with its number.
+StoreResult NetworkManagerProfileStore::add(const QString &id, const NAP_PROFILE_S &record,
+                                            Added &added)
 {
     const QString uuid = QUuid::createUuid().toString(QUuid::WithoutBraces);
     GsmConnection connection = newConnection(id, uuid);
@@ -430,25 +585,26 @@ StoreResult NetworkManagerProfileStore::add(const QString &id, const NAP_PROFILE
         return reply.result;
     const auto path = qdbus_cast<QDBusObjectPath>(reply.message.arguments().value(0));
     const std::string name = id.toStdString();
-    m_entries.push_back({path.path(), name, uuid.toStdString(), numbers.front(), name});
+    added = {numbers.front(), {path.path(), name, uuid.toStdString(), name, {}, {}}};
     return {};
 }
 
 StoreResult NetworkManagerProfileStore::remove(std::string_view name)
 {
-    return runOnConnection(hasName(name), [&](const Entry &entry, const ConnectionSettings &) {
-        return removeEntry(entry);
+    return runOnConnection(name, [&](Entry &entry) {
+        ConnectionSettings settings;
+        BusReply reply = readAgain(entry, settings);
+        return reply.result.failed() ? reply : removeEntry(entry);
     });
 }
 
-/// Deletes a connection, with its secrets.
+/// Deletes a connection, with its secrets; its entry goes, too.
 BusReply NetworkManagerProfileStore::removeEntry(const Entry &entry)
 {
-    const QString method = QStringLiteral("Delete");
     KeptSecrets secrets;
     StoreResult result = m_database->secretsOf(entry.uuid, secrets);
     if (!result.failed() && secrets.empty())
-        return m_bus.callConnection(entry.path, method);
+        return deleteConnection(entry.path);
     SqliteTransaction transaction = m_database->transaction();
     if (!result.failed())
         result = transaction.begin();
@@ -456,8 +612,20 @@ BusReply NetworkManagerProfileStore::removeEntry(const Entry &entry)
         result = m_database->setSecrets(entry.uuid, {});
     if (result.failed())
         return failed(result);
-    BusReply reply = m_bus.callConnection(entry.path, method);
+    BusReply reply = deleteConnection(entry.path);
     if (!reply.result.failed())
         reply.result = transaction.commit();
+    return reply;
+}
+
+BusReply NetworkManagerProfileStore::deleteConnection(QString path)
+{
+    forget(path);
+    BusReply reply = m_bus.callConnection(path, QStringLiteral("Delete"));
+    if (reply.result.failed())
+        return reply;
+    drop(path);
+    if (m_hasSubstitutes)
+        nameEntries();
     return reply;
 }

@@ -7,14 +7,19 @@
 #include "profile_store.h"
 #include "record_conversion.h"
 
+#include <QHash>
 #include <functional>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
-/// Each operation asks the daemon, so it sees what other programs have changed, and reads a
-/// connection again before it changes it. What is kept between two operations, names and object
-/// paths, is only used to find a connection and is checked against the connection that is found.
+/// What was read of the connections is kept until the daemon signals that one has come, changed or
+/// gone, or is another daemon. An operation looks first at what has been signalled, and reads again
+/// what it is about; so it sees what other programs have changed, as if it asked the daemon each
+/// time. A connection that is to be changed is read again all the same, right before that.
 ///
 /// NetworkManager offers no way to change a connection on the condition that nobody else has: a
 /// change by another program within the millisecond between reading and writing is lost.
@@ -36,30 +41,63 @@ public:
     SqliteFile &database() override { return m_database->file(); }
 
 private:
-    /// A connection as it was when it was last seen.
+    /// A record as it was made from a connection, with the secrets beside it.
+    struct KnownRecord {
+        NAP_PROFILE_S record;
+        KeptSecrets keptSecrets;
+    };
+    /// A connection as it was when it was last read.
     struct Entry {
         QString path;
         std::string connectionId;
         std::string uuid;
-        std::uint32_t number = 0;
         std::string name;
+        std::optional<ConnectionSettings> settings; ///< until they are a record
+        std::optional<KnownRecord> known;
     };
-    using Matches = std::function<bool(const Entry &)>;
-    static Matches hasName(std::string_view name);
-    using Operation = std::function<BusReply(const Entry &, const ConnectionSettings &)>;
+    struct Connection {
+        std::uint32_t number = notAProfile;
+        bool isUnread = false; ///< is to be read, or to be read again
+    };
+    static constexpr std::uint32_t notAProfile = 0; ///< where a number stands; none is given as 0
+    using Entries = std::map<std::uint32_t, Entry>;
+    using Numbered = Entries::value_type;
+    using Operation = std::function<BusReply(Entry &)>;
+    /// A connection that is read again: its settings, none when it is not a profile or is gone.
+    struct Seen {
+        QString path;
+        std::optional<ConnectionSettings> settings;
+    };
+    struct Added {
+        std::uint32_t number;
+        Entry entry;
+    };
+    enum class Asked { WhatIsNew, WhichThereAre };
 
     NetworkManagerProfileStore() = default;
 
-    StoreResult refresh();
-    StoreResult readConnections(std::vector<Entry> &entries);
-    StoreResult nameEntries(std::vector<Entry> &entries);
-    const Entry *findEntry(const Matches &matches) const;
-    /// Runs an operation on the settings of the connection that an entry matches.
-    StoreResult runOnConnection(const Matches &matches, const Operation &operation);
-    BusReply runOnEntry(const Entry &entry, const Operation &operation);
+    /// Brings what is kept up to date.
+    /// @param asked  WhichThereAre asks the daemon even when all connections are known
+    StoreResult refresh(Asked asked = Asked::WhatIsNew);
+    void takeNews();
+    /// Has the next refresh read a connection, or read it again.
+    void forget(const QString &path);
+    void forgetEverything();
+    StoreResult listConnections();
+    StoreResult readConnections();
+    StoreResult readSettings(std::vector<Seen> &seen);
+    StoreResult keep(std::vector<Seen> &seen);
+    void drop(const QString &path);
+    void nameEntries();
+    Numbered *findEntry(std::string_view name);
+    /// Runs an operation on the connection of that name.
+    StoreResult runOnConnection(std::string_view name, const Operation &operation);
+    BusReply readAgain(const Entry &entry, ConnectionSettings &settings);
     BusReply readSecrets(const Entry &entry, GsmConnection &connection);
     BusReply readProfile(const Entry &entry, const ConnectionSettings &settings,
                          GsmConnection &connection, NAP_PROFILE_S &record);
+    BusReply readEntry(Entry &entry, NAP_PROFILE_S &record);
+    BusReply modifyEntry(const Entry &entry, const NAP_PROFILE_S &record);
     /// Reads what is kept beside the connection, and moves there what is found in its user data.
     BusReply readKeptSecrets(const Entry &entry, GsmConnection &connection);
     /// Changes the connection and what is kept beside it.
@@ -68,12 +106,20 @@ private:
     BusReply updateConnection(const Entry &entry, const GsmConnection &before,
                               const GsmConnection &after, const ConnectionChange &change);
     BusReply sendUpdate(const Entry &entry, const GsmConnection &connection);
-    StoreResult refuseTakenName(std::string_view name) const;
+    StoreResult refuseTakenName(std::string_view name);
+    StoreResult createInTransaction(const QString &id, const NAP_PROFILE_S &record,
+                                    unsigned int maximum);
+    StoreResult add(const QString &id, const NAP_PROFILE_S &record, Added &added);
     BusReply removeEntry(const Entry &entry);
-    StoreResult add(const QString &id, const NAP_PROFILE_S &record);
+    BusReply deleteConnection(QString path);
 
     NetworkManagerBus m_bus;
     std::unique_ptr<ConnectionDatabase> m_database;
-    std::vector<Entry> m_entries; ///< in the order of the numbers
-    bool m_isFresh = false;
+    Entries m_entries;                                        ///< the profiles, by their numbers
+    std::unordered_map<std::string, std::uint32_t> m_numbers; ///< of the profiles, by their names
+    QHash<QString, Connection> m_connections;                 ///< of all types, by their paths
+    QStringList m_unread;            ///< paths of those to be read, in order
+    bool m_isListed = false;         ///< whether these are all connections that there are
+    bool m_hasSubstitutes = false;   ///< whether a profile has another name than its connection
+    bool m_hasUnkeptNumbers = false; ///< given in a transaction that can still fail
 };

@@ -19,6 +19,8 @@
 namespace {
 
 const QString serviceName = QStringLiteral("org.freedesktop.NetworkManager");
+const QString connectionInterface =
+    QStringLiteral("org.freedesktop.NetworkManager.Settings.Connection");
 const QString settingsPath = QStringLiteral("/org/freedesktop/NetworkManager/Settings");
 
 const QTemporaryDir &busDirectory()
@@ -110,12 +112,22 @@ public:
             m_idle.start();
             return true;
         }
-        send(connection, answerTo(message));
+        const QDBusMessage answer = answerTo(message);
+        if (method == "GetSecrets" && m_signalsSecrets &&
+            answer.type() == QDBusMessage::ReplyMessage)
+            connection.send(updated(message.path()));
+        send(connection, answer);
         return true;
+    }
+
+    static QDBusMessage updated(const QString &path)
+    {
+        return QDBusMessage::createSignal(path, connectionInterface, u"Updated"_qs);
     }
 
     std::mutex m_mutex;
     std::map<std::string, Handler> m_handlers;
+    bool m_signalsSecrets = true;
     std::string m_batchedMethod;
     int m_mostUnanswered = 0;
     std::vector<RecordedCall> m_calls;
@@ -202,7 +214,7 @@ private:
     std::binary_semaphore m_isReady{0};
 };
 
-FakeNetworkManager::FakeNetworkManager(int connections)
+FakeNetworkManager::FakeNetworkManager(int connections) : m_connections(connections)
 {
     qDBusRegisterMetaType<ConnectionSettings>();
     m_thread = std::make_unique<Thread>(connections);
@@ -231,8 +243,35 @@ void FakeNetworkManager::giveUpName()
 
 void FakeNetworkManager::handle(const std::string &method, Handler handler)
 {
+    {
+        const std::lock_guard guard(m_thread->service->m_mutex);
+        m_thread->service->m_handlers[method] = std::move(handler);
+    }
+    if (method != "GetSettings" && method != "GetSecrets")
+        return;
+    for (int index = 0; index < m_connections; ++index)
+        signalChange(index);
+}
+
+void FakeNetworkManager::signalChange(int index, Wait wait)
+{
+    signal(Service::updated(connectionPath(index)), wait);
+}
+
+void FakeNetworkManager::signal(const QDBusMessage &message, Wait wait)
+{
+    const QDBusConnection connection(m_thread->name);
+    connection.send(message);
+    if (wait == Wait::Yes)
+        connection.call(QDBusMessage::createMethodCall(u"org.freedesktop.DBus"_qs,
+                                                       u"/org/freedesktop/DBus"_qs,
+                                                       u"org.freedesktop.DBus"_qs, u"GetId"_qs));
+}
+
+void FakeNetworkManager::handOutSecretsWithoutASignal()
+{
     const std::lock_guard guard(m_thread->service->m_mutex);
-    m_thread->service->m_handlers[method] = std::move(handler);
+    m_thread->service->m_signalsSecrets = false;
 }
 
 void FakeNetworkManager::answerInBatches(const std::string &method)

@@ -43,6 +43,7 @@ struct RecordedCall {
 /// a process that ends.
 class FakeNetworkManager {
 public:
+    enum class Wait { Yes, No };
     /// Makes the answer to a call; a message of another type than an answer or an error means none.
     using Handler = std::function<QDBusMessage(const QDBusMessage &call)>;
 
@@ -59,8 +60,16 @@ public:
 
     /// Leaves the name of NetworkManager to another one, and stays on the bus. For handlers.
     void giveUpName();
-    /// Answers the calls of a method in another way than by itself.
+    /// Answers the calls of a method in another way than by itself. When these are a connection's
+    /// settings or secrets it signals that all connections have changed.
     void handle(const std::string &method, Handler handler);
+    /// Signals that a connection has changed, and waits until the bus has passed that on, as it has
+    /// for a program that has had the daemon change it.
+    void signalChange(int index, Wait wait = Wait::Yes);
+    /// Sends all that listen a signal in the same way.
+    void signal(const QDBusMessage &message, Wait wait = Wait::Yes);
+    /// By itself it signals a change of the connection before, as the real one does.
+    void handOutSecretsWithoutASignal();
     /// Keeps the calls of a method unanswered until no more arrive, and then answers them all.
     void answerInBatches(const std::string &method);
     /// @return the largest number of calls that were unanswered at the same time.
@@ -71,5 +80,6 @@ public:
 private:
     class Service;
     class Thread;
+    const int m_connections;
     std::unique_ptr<Thread> m_thread;
 };

@@ -5,6 +5,8 @@
 #include <chrono>
 #include <csignal>
 #include <cstddef>
+#include <cstring>
+#include <ostream>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -13,6 +15,8 @@
 
 #include <QCoreApplication>
 #include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QDir>
@@ -40,6 +44,16 @@ FakeNetworkManager::Handler error(const char *name, const char *text)
     return [=](const QDBusMessage &call) {
         return call.createErrorReply(QString::fromLatin1(name), QString::fromLatin1(text));
     };
+}
+
+/// What the daemon signals of a connection that it has been given.
+QDBusMessage newConnection(const QDBusObjectPath &path)
+{
+    QDBusMessage signal = QDBusMessage::createSignal(u"/org/freedesktop/NetworkManager/Settings"_qs,
+                                                     u"org.freedesktop.NetworkManager.Settings"_qs,
+                                                     u"NewConnection"_qs);
+    signal.setArguments({QVariant::fromValue(path)});
+    return signal;
 }
 
 constexpr char permissionDenied[] = "org.freedesktop.NetworkManager.Settings.PermissionDenied";
@@ -511,7 +525,7 @@ FakeNetworkManager::Handler renamedBehindTheList(int times)
     };
 }
 
-TEST_F(Faults, ConnectionThatNeverStaysTheSameIsBusy)
+TEST_F(Faults, ConnectionThatNeverStaysTheSameIsBusyWhenItIsToBeChanged)
 {
     m_fake->handle("ListConnections", [](const QDBusMessage &call) {
         const QList<QDBusObjectPath> paths = {
@@ -520,14 +534,14 @@ TEST_F(Faults, ConnectionThatNeverStaysTheSameIsBusy)
     });
     m_fake->handle("GetSettings", renamedBehindTheList(1000));
     NAP_PROFILE_S record = {};
-    const StoreResult result = m_store->read("Fake 1", record);
+    const StoreResult result = m_store->modify("Fake 1", record);
     EXPECT_EQ(result.status, NAPI_ERROR_BUSY);
     EXPECT_NE(result.message.find("changes"), std::string::npos) << result.message;
 
     // It is listed, and changes then, and once more while that is looked into.
     m_fake->handle("GetSettings", renamedBehindTheList(2));
     expectList({"Fake 1"});
-    EXPECT_STREQ(read("Fake 1").gprsAddress, "fake.apn");
+    EXPECT_FALSE(m_store->modify("Fake 1", record).failed());
 }
 
 TEST_F(Faults, UpdateIsTakenBackWhenThePasswordCannotBeRemoved)
@@ -610,13 +624,18 @@ TEST_F(Faults, PathThatLeadsToAnotherConnectionOfTheSameIdIsNoticed)
 
 TEST_F(Faults, ChangeGoesToTheDaemonThatWasReadFrom)
 {
-    expectList(m_all);
     std::unique_ptr<FakeNetworkManager> successor;
+    std::atomic<bool> isListed = false;
     m_fake->handle("GetSettings", [&](const QDBusMessage &call) {
-        m_fake->giveUpName();
-        successor = std::make_unique<FakeNetworkManager>(3);
-        return call.createReply(QVariant::fromValue(FakeNetworkManager::connectionSettings(1)));
+        if (isListed) {
+            m_fake->giveUpName();
+            successor = std::make_unique<FakeNetworkManager>(3);
+        }
+        const int index = call.path().section(u'/', -1).toInt();
+        return call.createReply(QVariant::fromValue(FakeNetworkManager::connectionSettings(index)));
     });
+    expectList(m_all);
+    isListed = true;
     EXPECT_FALSE(m_store->remove("Fake 1").failed());
     ASSERT_NE(successor, nullptr);
     EXPECT_TRUE(successor->takeCalls().empty());
@@ -654,21 +673,226 @@ TEST_F(Faults, OperationsCostAFewCalls)
     expectList(m_all);
     EXPECT_EQ(takeMethods(),
               (Methods{"ListConnections", "GetSettings", "GetSettings", "GetSettings"}));
+    expectList(m_all);
+    EXPECT_EQ(takeMethods(), Methods{"ListConnections"});
+    read("Fake 0"); // the first secrets show whether the daemon signals them
+    takeMethods();
     NAP_PROFILE_S record = read("Fake 1");
-    EXPECT_EQ(takeMethods(), (Methods{"GetSettings", "GetSecrets"}));
+    EXPECT_EQ(takeMethods(), (Methods{"GetSettings", "GetSecrets"})) << "once more of Fake 0";
+    read("Fake 1");
     std::uint32_t id = 0;
     EXPECT_FALSE(m_store->idByName("Fake 1", id).failed());
-    EXPECT_EQ(takeMethods(), Methods{"GetSettings"});
     std::string name;
     EXPECT_FALSE(m_store->nameById(id, name).failed());
-    EXPECT_EQ(takeMethods(), Methods{"GetSettings"});
+    EXPECT_EQ(m_store->read("Unknown", record).status, NAPI_ERROR_NOT_FOUND);
+    EXPECT_EQ(takeMethods(), Methods());
     EXPECT_FALSE(m_store->modify("Fake 1", record).failed());
     EXPECT_EQ(takeMethods(), (Methods{"GetSettings", "GetSecrets"})) << "nothing to write";
     record.csdLinger = 1;
     EXPECT_FALSE(m_store->modify("Fake 1", record).failed());
     EXPECT_EQ(takeMethods(), (Methods{"GetSettings", "GetSecrets", "Update2"}));
+    read("Fake 1");
+    EXPECT_EQ(takeMethods(), (Methods{"GetSettings", "GetSecrets"}));
     EXPECT_FALSE(m_store->remove("Fake 1").failed());
     EXPECT_EQ(takeMethods(), (Methods{"GetSettings", "Delete"}));
+}
+
+TEST_F(Faults, CreationCostsOneCall)
+{
+    expectList(m_all);
+    m_fake->takeCalls();
+    int created = 100;
+    m_fake->handle("AddConnection2", [&](const QDBusMessage &call) {
+        const QDBusObjectPath path(FakeNetworkManager::connectionPath(created++));
+        m_fake->signal(newConnection(path));
+        return call.createReply({QVariant::fromValue(path), QVariantMap()});
+    });
+    for (const char *name : {"One", "Two", "Three"})
+        ASSERT_FALSE(m_store->create(name, NAP_PROFILE_S{}, 10).failed());
+    EXPECT_EQ(m_store->create("Two", NAP_PROFILE_S{}, 10).status, NAPI_ERROR_EXISTS);
+    EXPECT_EQ(takeMethods(), (Methods{"AddConnection2", "AddConnection2", "AddConnection2"}));
+}
+
+// ---- What is kept -------------------------------------------------------------------------------
+
+/// Answers GetSettings with that access point name.
+FakeNetworkManager::Handler settingsWithApn(const QString &apn)
+{
+    return [=](const QDBusMessage &call) {
+        const int index = call.path().section(u'/', -1).toInt();
+        ConnectionSettings settings = FakeNetworkManager::connectionSettings(index);
+        settings[u"gsm"_qs][u"apn"_qs] = apn;
+        return call.createReply(QVariant::fromValue(settings));
+    };
+}
+
+TEST_F(Faults, OnlyTheConnectionThatHasChangedIsReadAgain)
+{
+    for (const std::string &name : m_all)
+        read(name);
+    read(m_all[0]);
+    m_fake->takeCalls();
+    m_fake->signalChange(2);
+    for (const std::string &name : m_all)
+        read(name);
+    const std::vector<RecordedCall> calls = m_fake->takeCalls();
+    ASSERT_EQ(calls.size(), 2U);
+    EXPECT_EQ(calls[0].method, "GetSettings");
+    EXPECT_EQ(calls[1].method, "GetSecrets");
+    EXPECT_EQ(calls[1].path, FakeNetworkManager::connectionPath(2));
+}
+
+struct SecretsRow {
+    bool areSignalled;
+    bool areReadBefore;
+};
+
+void PrintTo(const SecretsRow &row, std::ostream *output)
+{
+    *output << (row.areSignalled ? "signalled" : "not signalled")
+            << (row.areReadBefore ? ", not the first" : ", the first");
+}
+
+class ChangeWhileSecretsAreHandedOut : public Faults,
+                                       public testing::WithParamInterface<SecretsRow> {};
+
+TEST_P(ChangeWhileSecretsAreHandedOut, IsSeenByTheNextRead)
+{
+    if (!GetParam().areSignalled)
+        m_fake->handOutSecretsWithoutASignal();
+    std::atomic<bool> isChanged = false;
+    m_fake->handle("GetSettings", [&](const QDBusMessage &call) {
+        return settingsWithApn(isChanged ? u"new"_qs : u"old"_qs)(call);
+    });
+    for (int round = 0; GetParam().areReadBefore && round < 2; ++round)
+        read("Fake 0");
+    m_fake->handle("GetSecrets", [&](const QDBusMessage &call) {
+        if (!isChanged.exchange(true))
+            m_fake->signalChange(1);
+        return call.createReply(QVariant::fromValue(ConnectionSettings()));
+    });
+    EXPECT_STREQ(read("Fake 1").gprsAddress, "old");
+    EXPECT_STREQ(read("Fake 1").gprsAddress, "new");
+}
+
+INSTANTIATE_TEST_SUITE_P(Secrets, ChangeWhileSecretsAreHandedOut,
+                         testing::Values(SecretsRow{true, true}, SecretsRow{true, false},
+                                         SecretsRow{false, true}, SecretsRow{false, false}));
+
+TEST_F(Faults, SecretsThatAnotherProcessKeepsAreSeen)
+{
+    m_fake->handOutSecretsWithoutASignal();
+    NAP_PROFILE_S record = read("Fake 1");
+    std::unique_ptr<ProfileStore> other;
+    ASSERT_FALSE(
+        NetworkManagerProfileStore::open(m_directory.path().toStdString() + "/ids.db", other)
+            .failed());
+    for (const char *password : {"first", "second", ""}) {
+        std::strcpy(record.csdAuthPassword, password);
+        ASSERT_FALSE(other->modify("Fake 1", record).failed());
+        EXPECT_STREQ(read("Fake 1").csdAuthPassword, password);
+    }
+}
+
+TEST_F(Faults, NumberThatARefusedCreationGaveAnotherConnectionIsNotKept)
+{
+    // Another program adds two connections while the creation waits for the database.
+    expectList(m_all);
+    const auto listed = [](const QDBusMessage &call) {
+        QList<QDBusObjectPath> paths;
+        for (const int index : {0, 1, 2, 4, 3})
+            paths.append(QDBusObjectPath(FakeNetworkManager::connectionPath(index)));
+        return call.createReply(QVariant::fromValue(paths));
+    };
+    m_fake->handle("ListConnections", listed);
+    m_fake->handle("AddConnection2", error(permissionDenied, "no"));
+    sqlite3 *database = nullptr;
+    ASSERT_EQ(sqlite3_open((m_directory.path() + u"/ids.db"_qs).toUtf8().constData(), &database),
+              SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(database, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+    std::thread otherProgram([&] {
+        QThread::msleep(200);
+        m_fake->signal(newConnection(QDBusObjectPath(FakeNetworkManager::connectionPath(3))));
+        sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr);
+    });
+    EXPECT_EQ(m_store->create("New", NAP_PROFILE_S{}, 10).status, NAPI_ERROR_UNAVAILABLE);
+    otherProgram.join();
+    sqlite3_close(database);
+    std::unique_ptr<ProfileStore> other;
+    ASSERT_FALSE(
+        NetworkManagerProfileStore::open(m_directory.path().toStdString() + "/ids.db", other)
+            .failed());
+    std::uint32_t id = 0;
+    std::uint32_t otherId = 0;
+    EXPECT_FALSE(other->idByName("Fake 3", otherId).failed());
+    EXPECT_FALSE(m_store->idByName("Fake 3", id).failed());
+    EXPECT_EQ(id, otherId);
+}
+
+/// Somebody on the bus who is not the daemon, and sends each of the others its own copy of a
+/// signal.
+class Stranger {
+public:
+    ~Stranger() { QDBusConnection::disconnectFromBus(m_name); }
+
+    void sendToAll(const QString &path, const QString &interface, const QString &member,
+                   const QVariantList &arguments = {})
+    {
+        const QStringList names = m_connection.interface()->registeredServiceNames();
+        for (const QString &name : names) {
+            QDBusMessage signal = QDBusMessage::createTargetedSignal(name, path, interface, member);
+            signal.setArguments(arguments);
+            m_connection.send(signal);
+        }
+        m_connection.interface()->isServiceRegistered(u"none"_qs); // all have been passed on
+    }
+
+private:
+    const QString m_name = u"stranger"_qs;
+    QDBusConnection m_connection = QDBusConnection::connectToBus(PrivateBus::address(), m_name);
+};
+
+TEST_F(Faults, SignalsOfAStrangerDoNotCount)
+{
+    expectList(m_all);
+    m_fake->takeCalls();
+    Stranger stranger;
+    const QString connection = u"org.freedesktop.NetworkManager.Settings.Connection"_qs;
+    stranger.sendToAll(FakeNetworkManager::connectionPath(1), connection, u"Updated"_qs);
+    stranger.sendToAll(FakeNetworkManager::connectionPath(1), connection, u"Removed"_qs);
+    stranger.sendToAll(u"/org/freedesktop/DBus"_qs, u"org.freedesktop.DBus"_qs,
+                       u"NameOwnerChanged"_qs,
+                       {u"org.freedesktop.NetworkManager"_qs, QString(), QString()});
+    std::uint32_t id = 0;
+    EXPECT_FALSE(m_store->idByName("Fake 1", id).failed());
+    EXPECT_EQ(takeMethods(), Methods());
+}
+
+TEST_F(Faults, MessageThatIsTooLongToListenToLosesNothing)
+{
+    expectList(m_all);
+    Stranger stranger;
+    stranger.sendToAll(u"/"_qs, u"org.example"_qs, u"Long"_qs, {QString(100000, u'x')});
+    m_fake->handle("GetSettings", settingsWithApn(u"new"_qs));
+    EXPECT_STREQ(read("Fake 1").gprsAddress, "new");
+}
+
+TEST_F(Faults, MoreSignalsThanCanBeLookedAtMeanEverything)
+{
+    expectList(m_all);
+    m_fake->takeCalls();
+    for (int signals = 0; signals < 20000; ++signals)
+        m_fake->signalChange(1, FakeNetworkManager::Wait::No);
+    m_fake->signalChange(1);
+    std::uint32_t id = 0;
+    EXPECT_FALSE(m_store->idByName("Fake 0", id).failed());
+    EXPECT_EQ(takeMethods(),
+              (Methods{"ListConnections", "GetSettings", "GetSettings", "GetSettings"}));
+    int rounds = 0;
+    do {
+        ASSERT_LT(++rounds, 1000) << "they come to an end";
+        EXPECT_FALSE(m_store->idByName("Fake 0", id).failed());
+    } while (!takeMethods().empty());
 }
 
 TEST_F(Faults, UnchangedSecretsAreNotSent)
@@ -690,12 +914,13 @@ TEST_F(Faults, UnchangedSecretsAreNotSent)
 
 TEST_F(Faults, PasswordThatAnAgentKeepsIsNotAskedFor)
 {
-    ConnectionSettings settings = FakeNetworkManager::connectionSettings(1);
-    settings[u"gsm"_qs][u"password-flags"_qs] = 1U;
-    m_fake->handle("GetSettings", [=](const QDBusMessage &call) {
+    m_fake->handle("GetSettings", [](const QDBusMessage &call) {
+        const int index = call.path().section(u'/', -1).toInt();
+        ConnectionSettings settings = FakeNetworkManager::connectionSettings(index);
+        settings[u"gsm"_qs][u"password-flags"_qs] = 1U;
         return call.createReply(QVariant::fromValue(settings));
     });
-    EXPECT_EQ(read("Fake 1~00000001").gprsAuthPassword[0], '\0');
+    EXPECT_EQ(read("Fake 1").gprsAuthPassword[0], '\0');
     const Methods methods = takeMethods();
     EXPECT_EQ(std::count(methods.begin(), methods.end(), "GetSecrets"), 0);
 }
