@@ -196,7 +196,7 @@ parseChildValue(const Context &context, const QString &parentUri, const QString 
         return support::Unexpected(
             QStringLiteral("%1 is an interior node, so CHILD=VALUE is wanted").arg(parentUri));
     const Result<Address> child = parseAddress(word.left(equals), UriLimits());
-    if (!child || child->query != Address::Query::None || child->node.names().size() != 1)
+    if (!child || child->query != Address::Query::None || child->node.depth() != 1)
         return support::Unexpected(
             QStringLiteral("\"%1\" is not the name of a child").arg(word.left(equals)));
     const QByteArray name = child->node.name();

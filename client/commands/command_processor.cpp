@@ -418,8 +418,12 @@ Outcome CommandProcessor::replace(const Command &command, const Item &item)
         return {DmStatus::FeatureNotSupported,
                 QStringLiteral("no property %1").arg(address->argument)};
     const QByteArray value = item.data.value_or(QByteArray());
-    if (*property == Property::Name && !address->node.isRoot())
-        noteForUndo(address->node, address->node.parent().child(value));
+    if (*property == Property::Name && !address->node.isRoot()) {
+        // Nothing is called what cannot be the name of a node.
+        const bool isName = bool(checkNewName(value, m_tree.uriLimits()));
+        noteForUndo(address->node,
+                    isName ? std::optional(address->node.parent().child(value)) : std::nullopt);
+    }
     return m_tree.replaceProperty(address->node, *property, value);
 }
 

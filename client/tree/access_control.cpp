@@ -102,40 +102,52 @@ support::Expected<AccessControlList, QString> AccessControlList::parse(const QBy
             servers[index(*right)].push_back(server);
         }
     }
-    std::ranges::transform(servers, list.m_servers.begin(), withoutRepetitions);
+    std::ranges::transform(servers, servers.begin(), withoutRepetitions);
+    list.setServers(std::move(servers));
     return list;
 }
 
-bool AccessControlList::isEmpty() const
+const AccessControlList::ServersByRight &AccessControlList::servers() const
 {
-    return std::ranges::all_of(m_servers, [](const auto &servers) { return servers.empty(); });
+    static const ServersByRight none;
+    return m_servers ? *m_servers : none;
+}
+
+void AccessControlList::setServers(ServersByRight servers)
+{
+    const bool hasNone = std::ranges::all_of(servers, &QByteArrayList::isEmpty);
+    m_servers = hasNone ? nullptr : std::make_shared<const ServersByRight>(std::move(servers));
 }
 
 bool AccessControlList::permits(Right right, const Principal &principal) const
 {
     if (principal.isOwner())
         return true;
-    const std::optional<QByteArray> server = principal.serverId();
-    return std::ranges::any_of(servers(right), [&server](const QByteArray &entry) {
-        return entry == everyServer || (server && entry == *server);
+    return std::ranges::any_of(servers(right), [&principal](const QByteArray &entry) {
+        return entry == everyServer || principal.isServer(entry);
     });
 }
 
 void AccessControlList::grant(Right right, const QByteArray &server)
 {
-    QByteArrayList &servers = m_servers[index(right)];
     if (permits(right, Principal::server(server)))
         return;
+    ServersByRight changed = servers();
+    QByteArrayList &ofRight = changed[index(right)];
     if (server == everyServer)
-        servers.clear();
-    servers.push_back(server);
+        ofRight.clear();
+    ofRight.push_back(server);
+    setServers(std::move(changed));
 }
 
 bool AccessControlList::forget(const QByteArray &server)
 {
+    ServersByRight changed = servers();
     qsizetype forgotten = 0;
-    for (QByteArrayList &servers : m_servers)
-        forgotten += servers.removeAll(server);
+    for (QByteArrayList &ofRight : changed)
+        forgotten += ofRight.removeAll(server);
+    if (forgotten > 0)
+        setServers(std::move(changed));
     return forgotten > 0;
 }
 
@@ -143,9 +155,9 @@ QByteArray AccessControlList::toText() const
 {
     QByteArrayList entries;
     for (std::size_t right = 0; right < rightCount; ++right) {
-        const QByteArrayList &servers = m_servers[right];
-        if (!servers.empty())
-            entries.push_back(QByteArray(rightNames[right]) + '=' + servers.join('+'));
+        const QByteArrayList &ofRight = servers()[right];
+        if (!ofRight.empty())
+            entries.push_back(QByteArray(rightNames[right]) + '=' + ofRight.join('+'));
     }
     return entries.join('&');
 }

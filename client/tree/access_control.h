@@ -7,6 +7,7 @@
 #include <QByteArrayList>
 #include <QString>
 #include <array>
+#include <memory>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -32,6 +33,11 @@ public:
     std::optional<QByteArray> serverId() const
     {
         return m_kind == Kind::Server ? std::optional(m_serverId) : std::nullopt;
+    }
+    /// Whether it is the DM server of this Server Identifier.
+    bool isServer(const QByteArray &identifier) const
+    {
+        return m_kind == Kind::Server && m_serverId == identifier;
     }
     /// Who that is, for people.
     QString toDisplay() const;
@@ -63,24 +69,29 @@ public:
     ///         or an identifier with characters that it cannot have
     static support::Expected<AccessControlList, QString> parse(const QByteArray &text);
 
-    bool isEmpty() const;
+    bool isEmpty() const { return !m_servers; }
     bool permits(Right right, const Principal &principal) const;
     void grant(Right right, const QByteArray &server);
     /// The servers that have the right.
-    const QByteArrayList &servers(Right right) const { return m_servers[index(right)]; }
+    const QByteArrayList &servers(Right right) const { return servers()[index(right)]; }
     /// Takes every right from the server. @return whether it had one
     bool forget(const QByteArray &server);
 
     /// As parse reads it; rights in the order of Right, identifiers in the order of granting.
     QByteArray toText() const;
 
-    bool operator==(const AccessControlList &) const = default;
+    bool operator==(const AccessControlList &other) const { return servers() == other.servers(); }
 
 private:
     static constexpr std::size_t rightCount = 5;
     static std::size_t index(Right right) { return static_cast<std::size_t>(right); }
+    using ServersByRight = std::array<QByteArrayList, rightCount>;
 
-    std::array<QByteArrayList, rightCount> m_servers; // shared by copies, of which there are many
+    const ServersByRight &servers() const;
+    void setServers(ServersByRight servers);
+
+    // Shared by copies, of which there are many; null where no right is given.
+    std::shared_ptr<const ServersByRight> m_servers;
 };
 
 /// Whether the text can stand for a server in a list: printable, without white space and without

@@ -10,6 +10,7 @@
 #include "media_type.h"
 #include "node_description.h"
 
+#include <QVarLengthArray>
 #include <algorithm>
 
 namespace client {
@@ -32,7 +33,7 @@ QByteArray childName(const QByteArray &parentPath, const DmtNode &child)
 
 /// Whether the node has a child of that very name. The path of a child "A/B" is also the path of a
 /// child B of a child A, so for such a name finding a node at the path says too little.
-bool listsChild(const DmtNode &parent, const QByteArray &parentPath, const QByteArray &name)
+bool listsChild(const DmtNode &parent, const QByteArray &parentPath, QByteArrayView name)
 {
     DMVector<JemSmartPtr<DmtNode>> children;
     if (parent.GetChildNodes(children) != DMT_OK)
@@ -41,6 +42,28 @@ bool listsChild(const DmtNode &parent, const QByteArray &parentPath, const QByte
         return childName(parentPath, *child) == name;
     });
 }
+
+/// A path in a tree, which grows or shrinks by a name at a time.
+class EnginePath {
+public:
+    /// Only the first of the names is in the path.
+    /// @param joinedNames  of a node, beneath the root of the tree
+    explicit EnginePath(QByteArrayView joinedNames) : m_text(joinedNames.begin(), joinedNames.end())
+    {
+        m_text.push_back('\0');
+    }
+
+    const char *text() const { return m_text.data(); }
+    /// Takes the next name into the path, which ends there so far.
+    void growAt(qsizetype size) { m_text[size] = '/'; }
+    void growToEnd() { std::replace(m_text.begin(), m_text.end() - 1, '\0', '/'); }
+    void cutAt(qsizetype size) { m_text[size] = '\0'; }
+
+private:
+    static_assert(NodeUri::separator == '\0');
+
+    QVarLengthArray<char, 256> m_text;
+};
 
 } // namespace
 
@@ -51,9 +74,22 @@ signed char TreeNode::valueType() const
     return attributes.type;
 }
 
+bool TreeNode::isOnlyListed() const
+{
+    const QByteArrayView names = m_uri.joinedNames();
+    return names.sliced(names.lastIndexOf(NodeUri::separator) + 1).contains('/');
+}
+
+QByteArray TreeNode::path() const
+{
+    QByteArray path = m_uri.joinedNames().sliced(m_pathBegin).toByteArray();
+    path.replace(NodeUri::separator, '/');
+    return path;
+}
+
 QByteArray TreeNode::childPath(const QByteArray &name) const
 {
-    return m_path.isEmpty() ? name : m_path + '/' + name;
+    return isTop() ? name : path() + '/' + name;
 }
 
 // ---- Mounts --------------------------------------------------------------------------------------
@@ -153,15 +189,21 @@ void ManagementTree::remount(const NodeUri &root, const JemSmartPtr<DmtTree> &tr
         [&](const NodeUri &node) { return !root.contains(node) || exists(node); });
 }
 
-const ManagementTree::Mount &ManagementTree::mountOf(const NodeUri &uri) const
+const ManagementTree::Mount &ManagementTree::mountOf(QByteArrayView joinedNames) const
 {
-    return *std::find_if(m_mounts.begin(), m_mounts.end(),
-                         [&uri](const Mount &mount) { return mount.root.contains(uri); });
+    return *std::find_if(m_mounts.begin(), m_mounts.end(), [joinedNames](const Mount &mount) {
+        return mount.root.contains(joinedNames);
+    });
 }
 
-bool ManagementTree::Mount::isProfile(const NodeUri &uri) const
+bool ManagementTree::Mount::isProfile(QByteArrayView joinedNames) const
 {
-    return root.contains(uri) && uri.names().size() == root.names().size() + 1;
+    return !joinedNames.isEmpty() && NodeUri::above(joinedNames) == root.joinedNames();
+}
+
+DmtTree &ManagementTree::Mount::treeFor(const Principal &principal) const
+{
+    return principal.isOwner() && terms.ownersTree ? *terms.ownersTree : *tree;
 }
 
 // ---- Profiles and their nodes --------------------------------------------------------------------
@@ -191,7 +233,9 @@ void ManagementTree::readProfileNumbers(Mount &mount)
 void ManagementTree::noteProfiles(const NodeUri &uri)
 {
     const auto mount =
-        std::ranges::find_if(m_mounts, [&uri](const Mount &entry) { return entry.isProfile(uri); });
+        std::ranges::find_if(m_mounts, [names = uri.joinedNames()](const Mount &entry) {
+            return entry.isProfile(names);
+        });
     if (mount != m_mounts.end())
         readProfileNumbers(*mount);
 }
@@ -205,19 +249,20 @@ PropertyStore::ProfileNumbers ManagementTree::profileNumbers() const
     return all;
 }
 
-std::vector<NodeUri> ManagementTree::twinsOf(const NodeUri &uri)
+std::vector<NodeUri> ManagementTree::twinsOf(QByteArrayView joinedNames)
 {
     std::vector<NodeUri> twins;
+    const Mount &mountOfNode = mountOf(joinedNames);
     // Where it fails, nobody but the owner has found a node beneath the root.
-    static_cast<void>(needTwinsOf(mountOf(uri)));
-    const PropertyStore::ProfileNumbers &siblings = mountOf(uri).profileNumbers;
-    const auto own = siblings.find(uri);
+    static_cast<void>(needTwinsOf(mountOfNode));
+    const PropertyStore::ProfileNumbers &siblings = mountOfNode.profileNumbers;
+    const auto own = siblings.find(joinedNames);
     if (own == siblings.end())
         return twins;
     for (const Mount &mount : m_mounts) {
         const auto [first, last] = mount.nodesByProfile.equal_range(own->second);
         for (auto entry = first; entry != last; ++entry)
-            if (entry->second != uri)
+            if (entry->second.joinedNames() != joinedNames)
                 twins.push_back(entry->second);
     }
     return twins;
@@ -243,40 +288,39 @@ void ManagementTree::forgetServer(const QByteArray &server)
 
 // ---- Nodes ---------------------------------------------------------------------------------------
 
-Result<TreeNode> ManagementTree::find(const NodeUri &uri, const Principal &principal,
-                                      NodesOnTheWay *way)
+Result<TreeNode> ManagementTree::find(const NodeUri &uri, const Principal &principal)
 {
     const Mount &mount = mountOf(uri);
     if (m_unmounted > 0)
         if (Outcome needed = principal.isOwner() ? need(mount) : needTwinsOf(mount); !needed)
             return needed;
-    const bool hasOwnersTree = principal.isOwner() && mount.terms.ownersTree;
     TreeNode node;
     node.m_uri = uri;
-    node.m_tree = hasOwnersTree ? mount.terms.ownersTree.get() : mount.tree.get();
+    node.m_pathBegin = uri.beginBeneath(mount.root);
+    node.m_tree = &mount.treeFor(principal);
     node.m_isChangeable = mount.isChangeable();
     if (const int status = node.m_tree->GetNode("", node.m_node))
         return outcomeOfEngineCall(status);
-    if (way)
-        way->push_back(node.m_node);
     // Every node on the way has to exist: a tree that registered A/B without A has no node A/B
     // here.
-    const std::vector<QByteArray> &names = uri.names();
-    for (std::size_t depth = mount.root.names().size(); depth < names.size(); ++depth) {
-        if (names[depth].contains('/'))
-            return listsChild(*node.m_node, node.m_path, names[depth])
+    const QByteArrayView names = uri.joinedNames().sliced(node.m_pathBegin);
+    EnginePath path(names);
+    for (qsizetype begin = 0, end = 0; begin < names.size(); begin = end + 1) {
+        end = names.indexOf(NodeUri::separator, begin);
+        if (end < 0)
+            end = names.size();
+        const QByteArrayView name = names.sliced(begin, end - begin);
+        if (name.contains('/'))
+            return listsChild(*node.m_node, begin > 0 ? path.text() : "", name)
                        ? notAllowed(uri, "has a slash in a name, and such a node is only listed")
                        : missing(uri);
-        if (!node.m_path.isEmpty())
-            node.m_path += '/';
-        node.m_path += names[depth];
-        const int status = node.m_tree->GetNode(node.m_path.constData(), node.m_node);
+        if (begin > 0)
+            path.growAt(begin - 1);
+        const int status = node.m_tree->GetNode(path.text(), node.m_node);
         if (status == DMT_NOT_FOUND)
             return missing(uri);
         if (status)
             return outcomeOfEngineCall(status);
-        if (way)
-            way->push_back(node.m_node);
     }
     return node;
 }
@@ -291,7 +335,9 @@ std::optional<NodeUri> ManagementTree::objectOf(const NodeUri &uri) const
     const Mount &mount = mountOf(uri);
     if (!mount.isChangeable() || mount.root == uri)
         return std::nullopt;
-    return mount.root.child(uri.names()[mount.root.names().size()]);
+    const QByteArrayView names = uri.joinedNames();
+    const qsizetype end = names.indexOf(NodeUri::separator, uri.beginBeneath(mount.root));
+    return NodeUri::fromJoinedNames(names.first(end < 0 ? names.size() : end).toByteArray());
 }
 
 std::vector<TreeNode> ManagementTree::children(const TreeNode &node, const Principal &principal)
@@ -301,12 +347,12 @@ std::vector<TreeNode> ManagementTree::children(const TreeNode &node, const Princ
         return found;
     DMVector<JemSmartPtr<DmtNode>> listed;
     node.m_node->GetChildNodes(listed);
+    const QByteArray path = node.path();
     for (const JemSmartPtr<DmtNode> &child : listed) {
-        const QByteArray name = childName(node.m_path, *child);
         TreeNode &added = found.emplace_back();
-        added.m_uri = node.uri().child(name);
+        added.m_uri = node.uri().child(childName(path, *child));
+        added.m_pathBegin = node.isTop() ? added.m_uri.beginBeneath(node.uri()) : node.m_pathBegin;
         added.m_tree = node.m_tree;
-        added.m_path = node.childPath(name);
         added.m_node = child;
         added.m_isChangeable = node.m_isChangeable;
     }
@@ -334,32 +380,34 @@ QString ManagementTree::type(const TreeNode &node) const
 
 AccessControlList ManagementTree::ownAcl(const TreeNode &node)
 {
-    return ownAcl(mountOf(node.uri()), node.uri(), *node.m_node);
+    return ownAcl(mountOf(node.uri()), node.uri().joinedNames(), *node.m_node);
 }
 
-AccessControlList ManagementTree::ownAcl(const Mount &mount, const NodeUri &uri,
+AccessControlList ManagementTree::ownAcl(const Mount &mount, QByteArrayView joinedNames,
                                          const DmtNode &node)
 {
-    if (const auto &kept = m_properties.get(uri).acl)
+    if (const auto &kept = m_properties.get(joinedNames).acl)
         return *kept;
-    if (mount.root == uri && !mount.terms.acl.isEmpty())
+    if (mount.root.joinedNames() == joinedNames && !mount.terms.acl.isEmpty())
         return mount.terms.acl;
-    if (mount.isProfile(uri)) {
-        if (const auto shared = aclOfTwin(uri))
+    if (mount.isProfile(joinedNames)) {
+        if (const auto shared = aclOfTwin(joinedNames))
             return *shared;
         if (!mount.terms.profileAcl.isEmpty())
             return mount.terms.profileAcl;
     }
     DmtAttributes attributes;
     node.GetAttributes(attributes);
+    if (attributes.acl.text.empty())
+        return {};
     // A malformed list of the tree's own says nothing, and the node inherits.
     const auto own = AccessControlList::parse(QByteArray(attributes.acl.text.text()));
     return own ? *own : AccessControlList();
 }
 
-std::optional<AccessControlList> ManagementTree::aclOfTwin(const NodeUri &uri)
+std::optional<AccessControlList> ManagementTree::aclOfTwin(QByteArrayView joinedNames)
 {
-    for (const NodeUri &twin : twinsOf(uri))
+    for (const NodeUri &twin : twinsOf(joinedNames))
         if (const auto &kept = m_properties.get(twin).acl)
             return kept;
     return std::nullopt;
@@ -379,18 +427,28 @@ void ManagementTree::handOnAcl(const std::optional<AccessControlList> &acl,
     }
 }
 
-ManagementTree::EffectiveAcl ManagementTree::effectiveAcl(const NodeUri &uri)
+ManagementTree::EffectiveAcl ManagementTree::effectiveAcl(QByteArrayView joinedNames)
 {
-    const Mount &mount = mountOf(uri);
-    NodesOnTheWay way;
-    static_cast<void>(find(uri, Principal::owner(), &way)); // a node that is missing has no list
-    for (std::size_t depth = way.size(); depth-- > 0;) {
-        const NodeUri holder = uri.ancestor(mount.root.names().size() + depth);
-        AccessControlList own = ownAcl(mount, holder, *way[depth]);
-        if (!own.isEmpty())
-            return {holder, std::move(own)};
+    const Mount &mount = mountOf(joinedNames);
+    const NodeUri &root = mount.root;
+    const qsizetype begin = root.isRoot() ? 0 : root.joinedNames().size() + 1;
+    EnginePath path(joinedNames.sliced(std::min(begin, joinedNames.size())));
+    path.growToEnd();
+    if (need(mount)) {
+        DmtTree &tree = mount.treeFor(Principal::owner());
+        for (QByteArrayView names = joinedNames;; names = NodeUri::above(names)) {
+            const qsizetype pathSize = std::max<qsizetype>(names.size() - begin, 0);
+            path.cutAt(pathSize);
+            JemSmartPtr<DmtNode> node;
+            // A node that is missing has no list.
+            if (tree.GetNode(path.text(), node) == DMT_OK)
+                if (AccessControlList own = ownAcl(mount, names, *node); !own.isEmpty())
+                    return {names, std::move(own)};
+            if (pathSize == 0)
+                break;
+        }
     }
-    return mount.root.isRoot() ? EffectiveAcl() : effectiveAcl(mount.root.parent());
+    return root.isRoot() ? EffectiveAcl() : effectiveAcl(NodeUri::above(root.joinedNames()));
 }
 
 // ---- Changes -------------------------------------------------------------------------------------
@@ -405,7 +463,7 @@ void ManagementTree::noteNewNode(const TreeNode &parent, const NodeUri &uri, con
     // A profile that another node shows already stays with whoever has made it his own.
     m_properties.set(uri, {.type = type,
                            .title = {},
-                           .acl = aclOfTwin(uri) ? std::nullopt : acl,
+                           .acl = aclOfTwin(uri.joinedNames()) ? std::nullopt : acl,
                            .changed = m_clock(),
                            .version = 0});
     touch(parent.uri());

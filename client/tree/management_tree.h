@@ -29,15 +29,18 @@ private:
     friend class TreeView;
 
     /// Whether it can be neither deleted nor renamed.
-    bool isPermanent() const { return !m_isChangeable || m_path.isEmpty(); }
+    bool isPermanent() const { return !m_isChangeable || isTop(); }
+    /// Whether it is the root of m_tree.
+    bool isTop() const { return m_pathBegin == m_uri.joinedNames().size(); }
     /// Whether a plug-in takes it for another node, because its name has a slash.
-    bool isOnlyListed() const { return m_uri.name().contains('/'); }
-    /// Path of a child in m_tree.
+    bool isOnlyListed() const;
+    /// Path in m_tree, of the node and of a child of it.
+    QByteArray path() const;
     QByteArray childPath(const QByteArray &name) const;
 
     NodeUri m_uri;
+    qsizetype m_pathBegin = 0; ///< in the joined names: those beneath the root of m_tree
     DmtTree *m_tree = nullptr; ///< held by its mount
-    QByteArray m_path;         ///< relative to the root of m_tree
     JemSmartPtr<DmtNode> m_node;
     bool m_isChangeable = false; ///< its value may be replaced, nodes may be added beneath it
 };
@@ -134,7 +137,9 @@ private:
         /// Whether it is one of the trees that others bring. Nobody changes the client's own.
         bool isChangeable() const { return !root.isRoot(); }
         /// Whether the node is directly beneath the root, where a tree of profiles has them.
-        bool isProfile(const NodeUri &uri) const;
+        bool isProfile(QByteArrayView joinedNames) const;
+        /// The tree as somebody has it, once it is mounted.
+        DmtTree &treeFor(const Principal &principal) const;
 
         NodeUri root;
         JemSmartPtr<DmtTree> tree; ///< null before it is needed
@@ -144,13 +149,15 @@ private:
         TreeSource source = {};                         ///< of a tree that comes when it is needed
     };
 
-    /// A list, and the node that it was found on.
+    /// A list, and the joined names of the node that it was found on, which are part of those that
+    /// it was looked for with, or of a mount's.
     struct EffectiveAcl {
-        NodeUri holder;
+        QByteArrayView holder;
         AccessControlList acl;
     };
 
-    const Mount &mountOf(const NodeUri &uri) const;
+    const Mount &mountOf(const NodeUri &uri) const { return mountOf(uri.joinedNames()); }
+    const Mount &mountOf(QByteArrayView joinedNames) const;
     /// Mounts the root, and before it those that were hung in before it. 510 when that fails.
     Outcome need(const Mount &mount);
     /// The same, and with it whatever shows the same profiles: who may do what with a profile
@@ -161,23 +168,20 @@ private:
     /// Is to be called when a node was added, deleted or renamed.
     void noteProfiles(const NodeUri &uri);
     /// The nodes that show the same profile, without the node itself.
-    std::vector<NodeUri> twinsOf(const NodeUri &uri);
-    /// Nodes from the root of a mount down.
-    using NodesOnTheWay = std::vector<JemSmartPtr<DmtNode>>;
-    /// @param way  receives the nodes as far as there are any, when it is not null
-    Result<TreeNode> find(const NodeUri &uri, const Principal &principal,
-                          NodesOnTheWay *way = nullptr);
+    std::vector<NodeUri> twinsOf(const NodeUri &uri) { return twinsOf(uri.joinedNames()); }
+    std::vector<NodeUri> twinsOf(QByteArrayView joinedNames);
+    Result<TreeNode> find(const NodeUri &uri, const Principal &principal);
     bool exists(const NodeUri &uri);
     std::vector<TreeNode> children(const TreeNode &node, const Principal &principal);
 
     // ---- Access control
     AccessControlList ownAcl(const TreeNode &node);
-    AccessControlList ownAcl(const Mount &mount, const NodeUri &uri, const DmtNode &node);
+    AccessControlList ownAcl(const Mount &mount, QByteArrayView joinedNames, const DmtNode &node);
     /// The list that another node of the same profile was given; none when no other was.
-    std::optional<AccessControlList> aclOfTwin(const NodeUri &uri);
+    std::optional<AccessControlList> aclOfTwin(QByteArrayView joinedNames);
     /// Hands the list of a node that was deleted to another one of the same profile that has none.
     void handOnAcl(const std::optional<AccessControlList> &acl, const std::vector<NodeUri> &twins);
-    EffectiveAcl effectiveAcl(const NodeUri &uri);
+    EffectiveAcl effectiveAcl(QByteArrayView joinedNames);
 
     // ---- Changes
     /// Notes that the node was changed.

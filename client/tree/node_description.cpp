@@ -183,7 +183,7 @@ constexpr DescribedTree trees[] = {
     {"./DevDetail/Ext/Conf/IntProfs", proxyProfiles},
 };
 
-const NodeDescription *childNamed(const NodeDescription &parent, const QByteArray &name)
+const NodeDescription *childNamed(const NodeDescription &parent, QByteArrayView name)
 {
     const auto child = std::ranges::find_if(parent.children, [&name](const NodeDescription &entry) {
         return entry.name[0] == '\0' || name == entry.name;
@@ -212,8 +212,14 @@ const NodeDescription *descriptionOf(const NodeUri &node)
         if (!root.contains(node))
             continue;
         found = &trees[i].root;
-        for (std::size_t depth = root.names().size(); found && depth < node.names().size(); ++depth)
-            found = childNamed(*found, node.names()[depth]);
+        const QByteArrayView names = node.joinedNames();
+        for (qsizetype begin = node.beginBeneath(root), end = 0; found && begin < names.size();
+             begin = end + 1) {
+            end = names.indexOf(NodeUri::separator, begin);
+            if (end < 0)
+                end = names.size();
+            found = childNamed(*found, names.sliced(begin, end - begin));
+        }
     }
     return found;
 }

@@ -2,6 +2,7 @@
 
 #include "utf8.h"
 
+#include <QByteArrayList>
 #include <algorithm>
 #include <cctype>
 
@@ -25,14 +26,14 @@ bool isMisreadInDisplay(const QString &text, qsizetype position)
            character.category() == QChar::Other_Format;
 }
 
-int characterCount(const QByteArray &utf8)
+int characterCount(QByteArrayView utf8)
 {
     // UTF-8 continuation bytes do not start a character.
     return static_cast<int>(std::ranges::count_if(
         utf8, [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }));
 }
 
-bool isReservedName(const QByteArray &name)
+bool isReservedName(QByteArrayView name)
 {
     return name.isEmpty() || name == "." || name == ".." || name == "*";
 }
@@ -46,8 +47,10 @@ Outcome checkLimit(qsizetype length, int limit, const char *rule)
     return {DmStatus::UriTooLong, QString::fromLatin1(rule).arg(limit)};
 }
 
-Outcome checkNameLength(const QByteArray &name, const UriLimits &limits)
+Outcome checkNameLength(QByteArrayView name, const UriLimits &limits)
 {
+    if (name.size() <= limits.maxSegmentLength)
+        return {};
     return checkLimit(characterCount(name), limits.maxSegmentLength,
                       "a name of more than %1 characters");
 }
@@ -77,40 +80,52 @@ QString displayName(const QByteArray &name)
 
 // ---- Node URIs -----------------------------------------------------------------------------------
 
-QByteArray NodeUri::name() const
+NodeUri::NodeUri(const std::vector<QByteArray> &names)
 {
-    return isRoot() ? QByteArray(".") : m_names.back();
+    for (const QByteArray &name : names) {
+        if (!isRoot())
+            m_names += separator;
+        m_names += name;
+    }
 }
 
-NodeUri NodeUri::ancestor(std::size_t depth) const
+std::vector<QByteArray> NodeUri::names() const
 {
-    return NodeUri({m_names.begin(), m_names.begin() + static_cast<std::ptrdiff_t>(depth)});
+    if (isRoot())
+        return {};
+    const QByteArrayList names = m_names.split(separator);
+    return {names.begin(), names.end()};
+}
+
+QByteArray NodeUri::name() const
+{
+    return isRoot() ? QByteArray(".") : m_names.sliced(m_names.lastIndexOf(separator) + 1);
 }
 
 NodeUri NodeUri::child(const QByteArray &name) const
 {
-    std::vector<QByteArray> names = m_names;
-    names.push_back(name);
-    return NodeUri(std::move(names));
+    if (isRoot())
+        return fromJoinedNames(name);
+    QByteArray names;
+    names.reserve(m_names.size() + 1 + name.size());
+    names += m_names;
+    names += separator;
+    names += name;
+    return fromJoinedNames(std::move(names));
 }
 
-bool NodeUri::contains(const NodeUri &other) const
+bool NodeUri::contains(QByteArrayView joinedNames) const
 {
-    return m_names.size() <= other.m_names.size() &&
-           std::equal(m_names.begin(), m_names.end(), other.m_names.begin());
-}
-
-std::strong_ordering NodeUri::operator<=>(const NodeUri &other) const
-{
-    return std::lexicographical_compare_three_way(
-        m_names.begin(), m_names.end(), other.m_names.begin(), other.m_names.end(),
-        [](const QByteArray &left, const QByteArray &right) { return left.compare(right) <=> 0; });
+    const qsizetype size = m_names.size();
+    const bool endsWithName = size == 0 || joinedNames.size() == size ||
+                              (joinedNames.size() > size && joinedNames[size] == separator);
+    return endsWithName && joinedNames.startsWith(m_names);
 }
 
 QByteArray NodeUri::toUri() const
 {
     QByteArray uri(".");
-    for (const QByteArray &name : m_names)
+    for (const QByteArray &name : names())
         uri += '/' + escapeName(name);
     return uri;
 }
@@ -118,7 +133,7 @@ QByteArray NodeUri::toUri() const
 QString NodeUri::toDisplay() const
 {
     QString uri(u'.');
-    for (const QByteArray &name : m_names)
+    for (const QByteArray &name : names())
         uri += u'/' + displayName(name);
     return uri;
 }
@@ -129,8 +144,6 @@ namespace {
 
 std::optional<QByteArray> unescaped(QByteArrayView segment)
 {
-    if (!segment.contains('%'))
-        return segment.toByteArray();
     for (qsizetype i = 0; i < segment.size(); ++i) {
         if (segment[i] != '%')
             continue;
@@ -148,67 +161,93 @@ Outcome notFound(const QString &reason)
     return {DmStatus::NotFound, reason};
 }
 
-Result<NodeUri> parsePath(QByteArrayView path, const UriLimits &limits)
+Outcome checkName(QByteArrayView name, const UriLimits &limits)
 {
-    if (path == ".")
-        return NodeUri();
-    if (path.startsWith("./"))
-        path = path.sliced(2);
-    const auto depth = std::ranges::count(path, '/') + 1;
-    if (const Outcome checked = checkLimit(depth, limits.maxDepth, "more than %1 names in the URI");
-        !checked)
-        return checked;
+    if (isReservedName(name))
+        return notFound(
+            QStringLiteral("\"%1\" cannot be the name of a node").arg(QString::fromUtf8(name)));
+    if (name.contains('\0'))
+        return notFound(QStringLiteral("the name of a node has no NUL"));
+    return checkNameLength(name, limits);
+}
 
-    std::vector<QByteArray> names;
-    names.reserve(static_cast<std::size_t>(depth));
+/// @param path  in which nothing is escaped; becomes the joined names
+Outcome joinNames(QByteArray &path, const UriLimits &limits)
+{
     for (qsizetype begin = 0, end = 0; begin <= path.size(); begin = end + 1) {
         end = path.indexOf('/', begin);
         if (end < 0)
             end = path.size();
-        const QByteArrayView segment = path.sliced(begin, end - begin);
+        else
+            path[end] = NodeUri::separator;
+        const QByteArrayView name = QByteArrayView(path).sliced(begin, end - begin);
+        if (Outcome checked = checkName(name, limits); !checked)
+            return checked;
+    }
+    return {};
+}
+
+Result<NodeUri> parseEscapedPath(const QByteArray &path, const UriLimits &limits)
+{
+    std::vector<QByteArray> names;
+    for (const QByteArray &segment : path.split('/')) {
         auto name = unescaped(segment);
         if (!name)
             return notFound(
                 QStringLiteral("malformed escape in \"%1\"").arg(QString::fromUtf8(segment)));
-        if (isReservedName(*name))
-            return notFound(QStringLiteral("\"%1\" cannot be the name of a node")
-                                .arg(QString::fromUtf8(*name)));
-        if (name->contains('\0'))
-            return notFound(QStringLiteral("the name of a node has no NUL"));
-        if (const Outcome length = checkNameLength(*name, limits); !length)
-            return length;
+        if (Outcome checked = checkName(*name, limits); !checked)
+            return checked;
         names.push_back(*std::move(name));
     }
-    return NodeUri(std::move(names));
+    return NodeUri(names);
 }
 
-void parseQuery(const QString &query, Address &address)
+Result<NodeUri> parsePath(QByteArray path, const UriLimits &limits)
 {
-    const QString kind = query.left(query.indexOf(u'=') + 1);
+    if (path == ".")
+        return NodeUri();
+    if (path.startsWith("./"))
+        path.remove(0, 2);
+    const qsizetype depth = path.count('/') + 1;
+    if (Outcome checked = checkLimit(depth, limits.maxDepth, "more than %1 names in the URI");
+        !checked)
+        return checked;
+    if (path.contains('%'))
+        return parseEscapedPath(path, limits);
+    if (Outcome joined = joinNames(path, limits); !joined)
+        return joined;
+    return NodeUri::fromJoinedNames(std::move(path));
+}
+
+void parseQuery(QStringView query, Address &address)
+{
+    const QStringView kind = query.first(query.indexOf(u'=') + 1);
     address.query = kind == u"prop="   ? Address::Query::Property
                     : kind == u"list=" ? Address::Query::List
                                        : Address::Query::Unknown;
-    address.argument = address.query == Address::Query::Unknown ? query : query.mid(kind.size());
+    const bool isKnown = address.query != Address::Query::Unknown;
+    address.argument = query.sliced(isKnown ? kind.size() : 0).toString();
 }
 
 } // namespace
 
-Result<Address> parseAddress(const QString &text, const UriLimits &limits)
+Result<Address> parseAddress(QStringView text, const UriLimits &limits)
 {
-    const QString uri = text.trimmed();
+    const QStringView uri = text.trimmed();
     if (const Outcome length =
             checkLimit(uri.size(), limits.maxTotalLength, "a URI of more than %1 characters");
         !length)
         return length;
 
     const qsizetype questionMark = uri.indexOf(u'?');
-    Result<NodeUri> node = parsePath(uri.left(questionMark).toUtf8(), limits);
+    const QStringView path = questionMark < 0 ? uri : uri.first(questionMark);
+    Result<NodeUri> node = parsePath(path.toUtf8(), limits);
     if (!node)
         return node.outcome();
     Address address;
     address.node = *std::move(node);
     if (questionMark >= 0)
-        parseQuery(uri.mid(questionMark + 1), address);
+        parseQuery(uri.sliced(questionMark + 1), address);
     return address;
 }
 

@@ -4,7 +4,10 @@
 #include "dm_status.h"
 
 #include <QByteArray>
+#include <QByteArrayView>
+#include <algorithm>
 #include <compare>
+#include <utility>
 #include <vector>
 
 namespace client {
@@ -16,19 +19,41 @@ namespace client {
 class NodeUri {
 public:
     NodeUri() = default; ///< the root
-    explicit NodeUri(std::vector<QByteArray> names) : m_names(std::move(names)) {}
+    explicit NodeUri(const std::vector<QByteArray> &names);
+    /// @param names  as joinedNames gives them
+    static NodeUri fromJoinedNames(QByteArray names)
+    {
+        NodeUri uri;
+        uri.m_names = std::move(names);
+        return uri;
+    }
 
-    bool isRoot() const { return m_names.empty(); }
-    const std::vector<QByteArray> &names() const { return m_names; }
+    bool isRoot() const { return m_names.isEmpty(); }
+    /// How many names it has.
+    qsizetype depth() const { return isRoot() ? 0 : m_names.count(separator) + 1; }
+    std::vector<QByteArray> names() const;
+    /// The names with a separator between two. What is above a node has a part of this, from the
+    /// front to a separator.
+    QByteArrayView joinedNames() const { return m_names; }
+    static constexpr char separator = '\0';
+    /// Where the names beneath a node that contains this one begin in the joined names.
+    qsizetype beginBeneath(const NodeUri &above) const
+    {
+        return above.isRoot() ? 0 : std::min(above.m_names.size() + 1, m_names.size());
+    }
+    /// The joined names of the node above one that is not the root.
+    static QByteArrayView above(QByteArrayView joinedNames)
+    {
+        return joinedNames.first(std::max<qsizetype>(joinedNames.lastIndexOf(separator), 0));
+    }
     /// Last name; "." for the root.
     QByteArray name() const;
     /// Must not be called for the root.
-    NodeUri parent() const { return ancestor(m_names.size() - 1); }
-    /// The node with the first so many names, of which there must not be fewer.
-    NodeUri ancestor(std::size_t depth) const;
+    NodeUri parent() const { return fromJoinedNames(above(m_names).toByteArray()); }
     NodeUri child(const QByteArray &name) const;
     /// Whether this is `other`, or above it.
-    bool contains(const NodeUri &other) const;
+    bool contains(const NodeUri &other) const { return contains(other.joinedNames()); }
+    bool contains(QByteArrayView joinedNames) const;
 
     /// "./A/B" with each name escaped as escapeName does; "." for the root.
     QByteArray toUri() const;
@@ -36,11 +61,26 @@ public:
     QString toDisplay() const;
 
     /// By the bytes of the names, from the root down.
-    std::strong_ordering operator<=>(const NodeUri &other) const;
+    std::strong_ordering operator<=>(const NodeUri &other) const
+    {
+        return m_names.compare(other.m_names) <=> 0;
+    }
     bool operator==(const NodeUri &) const = default;
 
+    /// The same order, also for joined names.
+    struct Order {
+        using is_transparent = void;
+        static QByteArrayView key(const NodeUri &uri) { return uri.m_names; }
+        static QByteArrayView key(QByteArrayView joinedNames) { return joinedNames; }
+        template <class Left, class Right>
+        bool operator()(const Left &left, const Right &right) const
+        {
+            return key(left).compare(key(right)) < 0;
+        }
+    };
+
 private:
-    std::vector<QByteArray> m_names;
+    QByteArray m_names; // joined: their bytes are in the order of the nodes, as no name has a NUL
 };
 
 /// A name as a URI has it: every byte that is not allowed in a path segment is written %XX.
@@ -72,7 +112,7 @@ struct Address {
 /// Fails with 414 when it breaks a limit, and with 404 for every address that no node can have: an
 /// empty one, one with a leading or trailing slash, an empty name, "." or ".." or "*" as a name, a
 /// malformed escape, or one of a NUL.
-Result<Address> parseAddress(const QString &text, const UriLimits &limits = {});
+Result<Address> parseAddress(QStringView text, const UriLimits &limits = {});
 
 /// The node at an address that is known to be well formed.
 NodeUri nodeAt(const char *uri);

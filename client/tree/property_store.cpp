@@ -141,10 +141,9 @@ qsizetype bytesInFile(qsizetype nameBytes, const Properties &properties)
 qsizetype bytesInFile(const NodeUri &node, const Properties &properties)
 {
     constexpr qsizetype escapeInUri = 3; // %41
-    qsizetype nameBytes = 0;
-    for (const QByteArray &name : node.names())
-        nameBytes += 1 + escapeInUri * name.size();
-    return bytesInFile(nameBytes, properties);
+    const qsizetype depth = node.depth();
+    const qsizetype separators = std::max<qsizetype>(depth - 1, 0);
+    return bytesInFile(depth + escapeInUri * (node.joinedNames().size() - separators), properties);
 }
 
 qsizetype bytesInFile(const QString &key, const Properties &properties)
@@ -161,10 +160,9 @@ namespace {
 /// The place of a node when one above it, or the node itself, moves.
 NodeUri moved(const NodeUri &node, const NodeUri &from, const NodeUri &to)
 {
-    std::vector<QByteArray> names = to.names();
-    const auto beneath = node.names().begin() + static_cast<std::ptrdiff_t>(from.names().size());
-    names.insert(names.end(), beneath, node.names().end());
-    return NodeUri(std::move(names));
+    if (node == from)
+        return to;
+    return to.child(node.joinedNames().sliced(node.beginBeneath(from)).toByteArray());
 }
 
 /// @return whether the list had the server
@@ -184,10 +182,10 @@ bool forget(AccessControlList &acl, const QByteArray &server, bool isOfRoot,
 
 } // namespace
 
-const PropertyStore::Properties &PropertyStore::get(const NodeUri &node) const
+const PropertyStore::Properties &PropertyStore::get(QByteArrayView joinedNames) const
 {
     static const Properties none;
-    const auto found = m_properties.find(node);
+    const auto found = m_properties.find(joinedNames);
     return found == m_properties.end() ? none : found->second;
 }
 

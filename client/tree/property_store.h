@@ -26,7 +26,7 @@ namespace client {
 class PropertyStore {
 public:
     /// The numbers of the profiles that nodes show, by node; a node that is not in it shows none.
-    struct ProfileNumbers : std::map<NodeUri, quint32> {
+    struct ProfileNumbers : std::map<NodeUri, quint32, NodeUri::Order> {
         using map::map;
         QString store; ///< that gave the numbers; empty for the one that is used without a choice
     };
@@ -83,7 +83,9 @@ public:
 
     /// The node's properties, as long as the store is not changed; empty ones when it was given
     /// none.
-    const Properties &get(const NodeUri &node) const;
+    const Properties &get(const NodeUri &node) const { return get(node.joinedNames()); }
+    /// @param joinedNames  of the node
+    const Properties &get(QByteArrayView joinedNames) const;
     void set(const NodeUri &node, Properties properties);
     /// Notes that the node has changed.
     /// @param time  in UTC
@@ -106,7 +108,7 @@ public:
     void forgetServer(const QByteArray &server, const AccessControlList &rootAcl);
 
 private:
-    using Map = std::map<NodeUri, Properties>;
+    using Map = std::map<NodeUri, Properties, NodeUri::Order>;
 
     /// Takes over what a file says under that key. @return whether the node has another key now
     bool take(const QString &key, const Properties &properties, const ProfileNumbers &numbers);

@@ -174,7 +174,7 @@ std::map<QByteArray, DmtData> TreeView::leafValues(const TreeNode &interior)
 {
     std::map<QByteArray, DmtData> values;
     DmtChildValuesMap map;
-    interior.m_tree->GetChildValuesMap(interior.m_path.constData(), map);
+    interior.m_tree->GetChildValuesMap(interior.path().constData(), map);
     // After a failure the map holds what was read before it; the rest is read one by one.
     for (int i = 0; i < map.size(); ++i)
         values.emplace(QByteArray(map.keys()[i].text()), map.values()[i]);
@@ -213,7 +213,7 @@ std::optional<std::vector<ListedNode>> TreeView::list(const TreeNode &start, Val
                                                       qsizetype &room) const
 {
     Listing listing(room);
-    const AccessControlList acl = m_tree->effectiveAcl(start.uri()).acl;
+    const AccessControlList acl = m_tree->effectiveAcl(start.uri().joinedNames()).acl;
     if (acl.permits(Right::Get, m_principal)) {
         ListedNode top{start, 0, std::nullopt};
         if (start.isLeaf() && values == Values::Read)
@@ -256,13 +256,14 @@ Outcome TreeView::permit(Right right, const NodeUri &uri, const char *elsewhere)
 {
     if (m_principal.isOwner())
         return {};
-    const ManagementTree::EffectiveAcl effective = m_tree->effectiveAcl(uri);
+    const ManagementTree::EffectiveAcl effective = m_tree->effectiveAcl(uri.joinedNames());
     if (effective.acl.permits(right, m_principal))
         return {};
     return {DmStatus::PermissionDenied,
             QStringLiteral("%1 needs %2 on %3%4, and the ACL of %5 is \"%6\"")
                 .arg(m_principal.toDisplay(), QString::fromLatin1(nameOf(right)), uri.toDisplay(),
-                     QString::fromLatin1(elsewhere), effective.holder.toDisplay(),
+                     QString::fromLatin1(elsewhere),
+                     NodeUri::fromJoinedNames(effective.holder.toByteArray()).toDisplay(),
                      QString::fromUtf8(effective.acl.toText()))};
 }
 
@@ -293,7 +294,7 @@ std::optional<AccessControlList> TreeView::aclForNewInterior(const TreeNode &par
     const std::optional<QByteArray> creator = m_principal.serverId();
     if (!creator)
         return std::nullopt;
-    const AccessControlList inherited = m_tree->effectiveAcl(parent.uri()).acl;
+    const AccessControlList inherited = m_tree->effectiveAcl(parent.uri().joinedNames()).acl;
     if (inherited.permits(Right::Replace, m_principal))
         return std::nullopt;
     AccessControlList acl;
@@ -438,7 +439,7 @@ Outcome TreeView::replaceChildren(const NodeUri &uri, const std::vector<ChildVal
         map.put(DMString(value.name.constData()), *data);
     }
     const Outcome outcome =
-        outcomeOfEngineCall(parent->m_tree->SetChildValuesMap(parent->m_path.constData(), map));
+        outcomeOfEngineCall(parent->m_tree->SetChildValuesMap(parent->path().constData(), map));
     // After a failure nobody knows which of them have changed.
     for (const ChildValue &value : values)
         m_tree->touch(uri.child(value.name));
@@ -532,7 +533,7 @@ Outcome TreeView::rename(const TreeNode &node, const QByteArray &newName)
     if (find(renamed))
         return alreadyThere(renamed);
     const Outcome outcome =
-        outcomeOfEngineCall(node.m_tree->RenameNode(node.m_path.constData(), newName.constData()));
+        outcomeOfEngineCall(node.m_tree->RenameNode(node.path().constData(), newName.constData()));
     // A plug-in may report a failure although its node has moved; the properties follow the node.
     if (!find(node.uri())) {
         m_tree->noteProfiles(renamed);
@@ -557,7 +558,7 @@ Outcome TreeView::remove(const NodeUri &uri)
     if (const Outcome right = permit(Right::Delete, uri); !right)
         return right;
     const std::vector<NodeUri> twins = m_tree->twinsOf(uri);
-    const Outcome outcome = outcomeOfEngineCall(node->m_tree->DeleteNode(node->m_path.constData()));
+    const Outcome outcome = outcomeOfEngineCall(node->m_tree->DeleteNode(node->path().constData()));
     if (!find(uri)) {
         m_tree->noteProfiles(uri);
         m_tree->handOnAcl(m_tree->m_properties.get(uri).acl, twins);
