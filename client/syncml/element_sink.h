@@ -27,10 +27,10 @@ public:
 
     bool text(Element element, const QString &text)
     {
-        if (!xmlTextToUtf8(text, m_utf8))
-            return false;
-        writeText(element, m_utf8);
-        return true;
+        const std::optional<std::string_view> utf8 = xmlTextToUtf8(text, m_buffer);
+        if (utf8)
+            writeText(element, *utf8);
+        return utf8.has_value();
     }
     virtual bool bytes(Element element, const QByteArray &bytes) = 0;
     virtual void empty(Element element) = 0;
@@ -43,7 +43,7 @@ protected:
     virtual void writeText(Element element, std::string_view utf8) = 0;
 
 private:
-    std::string m_utf8; ///< the text that is being written
+    std::string m_buffer; ///< holds the text that is being written
 };
 
 } // namespace syncml

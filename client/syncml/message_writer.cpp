@@ -4,6 +4,7 @@
 #include "element_sink.h"
 
 #include <algorithm>
+#include <array>
 
 namespace syncml {
 namespace {
@@ -43,6 +44,87 @@ std::size_t countOf(const Command &command, Element part)
     default:
         Q_UNREACHABLE();
     }
+}
+
+/// A set of parts, a bit for each of allCommandParts.
+using PartSet = quint16;
+
+constexpr auto setOfPart = [] {
+    std::array<PartSet, elementCount> sets{};
+    PartSet next = 1;
+    for (const Element part : allCommandParts) {
+        sets[static_cast<std::size_t>(part)] = next;
+        next = static_cast<PartSet>(next << 1);
+    }
+    return sets;
+}();
+
+constexpr PartSet setOf(Element part)
+{
+    return setOfPart[static_cast<std::size_t>(part)];
+}
+
+/// The parts that a command has, and those that it has several times.
+struct PartsOfCommand {
+    PartSet present = 0;
+    PartSet repeated = 0;
+
+    explicit PartsOfCommand(const Command &command)
+    {
+        add<Element::CmdID>(command);
+        add<Element::MsgRef>(command);
+        add<Element::CmdRef>(command);
+        add<Element::Cmd>(command);
+        add<Element::TargetRef>(command);
+        add<Element::SourceRef>(command);
+        add<Element::Chal>(command);
+        add<Element::Meta>(command);
+        add<Element::Data>(command);
+        add<Element::Correlator>(command);
+        add<Element::Item>(command);
+    }
+
+private:
+    template <Element part>
+    void add(const Command &command)
+    {
+        const std::size_t count = countOf(command, part);
+        present |= count > 0 ? setOf(part) : PartSet(0);
+        repeated |= count > 1 ? setOf(part) : PartSet(0);
+    }
+};
+
+/// What a kind of command may have, and has to have.
+struct PartRules {
+    PartSet allowed = 0;
+    PartSet mandatory = 0;
+    PartSet single = 0;
+
+    bool allow(const PartsOfCommand &parts) const
+    {
+        return (parts.present & ~allowed) == 0 && (mandatory & ~parts.present) == 0 &&
+               (single & parts.repeated) == 0;
+    }
+};
+
+const PartRules &rulesOf(CommandKind kind)
+{
+    static const std::array<PartRules, static_cast<std::size_t>(CommandKind::Status) + 1> rules =
+        [] {
+            std::array<PartRules, static_cast<std::size_t>(CommandKind::Status) + 1> made;
+            for (std::size_t number = 0; number < made.size(); ++number) {
+                for (const CommandPart &part : commandParts(static_cast<CommandKind>(number))) {
+                    const PartSet set = setOf(part.element);
+                    made[number].allowed |= set;
+                    if (part.occurs == Occurs::Once || part.occurs == Occurs::AtLeastOnce)
+                        made[number].mandatory |= set;
+                    if (part.occurs == Occurs::Once || part.occurs == Occurs::AtMostOnce)
+                        made[number].single |= set;
+                }
+            }
+            return made;
+        }();
+    return rules[static_cast<std::size_t>(kind)];
 }
 
 class MessageWriter {
@@ -102,10 +184,13 @@ public:
             fail(QStringLiteral("%1 is not a DM command").arg(place()));
             return;
         }
-        checkParts(command);
+        const PartsOfCommand parts(command);
+        if (!rulesOf(command.kind).allow(parts) ||
+            holdsCommands(command.kind) == command.commands.empty())
+            explainParts(command);
         m_sink.start(element);
         for (const CommandPart &part : commandParts(command.kind)) {
-            if (countOf(command, part.element) > 0)
+            if ((parts.present & setOf(part.element)) != 0)
                 writePart(command, part.element);
         }
         for (const Command &inner : command.commands) {
@@ -116,7 +201,8 @@ public:
         m_sink.end();
     }
 
-    void checkParts(const Command &command)
+    /// Says what of a command does not belong to it, or is missing.
+    void explainParts(const Command &command)
     {
         const std::span<const CommandPart> parts = commandParts(command.kind);
         for (const Element element : allCommandParts) {

@@ -339,10 +339,13 @@ protected:
             return;
         }
         start(element);
-        appendByte(InlineString);
-        m_wbxml.append(utf8);
-        appendByte('\0'); // XML text has none
-        end();
+        // XML text has no NUL.
+        const std::size_t begin = m_wbxml.size();
+        m_wbxml.resize(begin + 1 + utf8.size() + 2, '\0');
+        char *to = m_wbxml.data() + begin;
+        *to++ = InlineString;
+        to = std::ranges::copy(utf8, to).out;
+        to[1] = End;
     }
 
 private:

@@ -173,9 +173,8 @@ public:
 protected:
     void writeText(Element element, std::string_view utf8) override
     {
-        m_writer.start(m_tags[static_cast<std::size_t>(element)]);
-        m_writer.text(utf8);
-        m_writer.end(elementInfo(element).name);
+        m_writer.element(m_tags[static_cast<std::size_t>(element)], utf8,
+                         elementInfo(element).name);
     }
 
 private:

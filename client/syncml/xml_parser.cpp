@@ -16,6 +16,9 @@ constexpr char nameSeparator = '\x01';
 /// Bytes that are parsed at once, when no single token is longer.
 constexpr qsizetype pieceBytes = 16 * 1024;
 
+/// Bytes of a message for each event, about, where it has short values.
+constexpr qsizetype bytesPerEvent = 8;
+
 QByteArrayView shown(const char *text)
 {
     constexpr qsizetype mostBytes = 64;
@@ -94,6 +97,9 @@ XmlParser::XmlParser(const QByteArray &document, const Limits &limits)
 {
     if (!m_expat)
         throw std::bad_alloc();
+    const qsizetype bytes = std::min(document.size(), pieceBytes);
+    m_events.reserve(static_cast<std::size_t>(bytes / bytesPerEvent));
+    m_texts.reserve(static_cast<std::size_t>(bytes / 2));
     XML_Parser expat = m_expat.get();
     XML_SetUserData(expat, this);
     XML_SetReturnNSTriplet(expat, 1);

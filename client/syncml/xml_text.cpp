@@ -95,29 +95,39 @@ std::optional<QString> xmlTextFromUtf8(QByteArrayView bytes)
     return support::fromUtf8(bytes);
 }
 
-bool xmlTextToUtf8(QStringView text, std::string &utf8)
+std::optional<std::string_view> xmlTextToUtf8(QStringView text, std::string &buffer)
 {
-    const Units units = unitsOf<char16_t>(text);
-    if (units.areXml && units.areAscii) {
-        utf8.resize(static_cast<std::size_t>(text.size()));
-        std::ranges::transform(text, utf8.begin(),
-                               [](QChar unit) { return static_cast<char>(unit.unicode()); });
-        return true;
+    const auto size = static_cast<std::size_t>(text.size());
+    if (buffer.size() < size)
+        buffer.resize(size);
+    // Most texts are printable ASCII, and become UTF-8 while that is found out.
+    unsigned all = 0;
+    bool arePrintable = true;
+    char *to = buffer.data();
+    for (const QChar character : text) {
+        const unsigned unit = character.unicode();
+        all |= unit;
+        arePrintable &= unit >= firstPrintable;
+        *to++ = static_cast<char>(unit);
     }
+    if (all < firstBeyondAscii && (arePrintable || isXmlText(text)))
+        return std::string_view(buffer.data(), size);
     if (!isXmlText(text))
-        return false;
+        return std::nullopt;
     const QByteArray converted = text.toUtf8();
-    utf8.assign(converted.data(), static_cast<std::size_t>(converted.size()));
-    return true;
+    buffer.assign(converted.data(), static_cast<std::size_t>(converted.size()));
+    return buffer;
 }
 
 QByteArrayView withoutOuterBlanks(QByteArrayView text)
 {
-    while (!text.isEmpty() && isBlank(text.front()))
-        text = text.sliced(1);
-    while (!text.isEmpty() && isBlank(text.back()))
-        text.chop(1);
-    return text;
+    const char *begin = text.data();
+    const char *end = begin + text.size();
+    while (begin != end && isBlank(*begin))
+        ++begin;
+    while (begin != end && isBlank(end[-1]))
+        --end;
+    return {begin, end};
 }
 
 } // namespace syncml

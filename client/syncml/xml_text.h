@@ -7,6 +7,7 @@
 #include <QStringView>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace syncml {
 
@@ -23,8 +24,9 @@ bool isXmlLine(QStringView text);
 /// character that XML does not know.
 std::optional<QString> xmlTextFromUtf8(QByteArrayView bytes);
 
-/// Gives the text as UTF-8. False when a character of it is not one of XML.
-bool xmlTextToUtf8(QStringView text, std::string &utf8);
+/// The text as UTF-8, in the buffer, which grows as it needs to. None when a character of it is not
+/// one of XML.
+std::optional<std::string_view> xmlTextToUtf8(QStringView text, std::string &buffer);
 
 /// `text` without the white space of XML (blank, tab, line feed, carriage return) at both ends.
 QByteArrayView withoutOuterBlanks(QByteArrayView text);

@@ -1,5 +1,6 @@
 #include "xml_writer.h"
 
+#include <algorithm>
 #include <array>
 
 namespace syncml {
@@ -67,6 +68,34 @@ void XmlWriter::text(std::string_view text)
         return;
     endStartTag();
     appendEscaped(m_xml, text, escapesOfText);
+}
+
+void XmlWriter::element(std::string_view tag, std::string_view text, std::string_view name)
+{
+    const bool needsEscape = std::ranges::any_of(
+        text, [](char byte) { return escapesOfText[static_cast<unsigned char>(byte)] != 0; });
+    if (text.empty() || needsEscape) {
+        start(tag);
+        this->text(text);
+        end(name);
+        return;
+    }
+    endStartTag();
+    beginLine();
+    // Room for all of it is made once.
+    std::size_t at = m_xml.size();
+    m_xml.resize(at + tag.size() + text.size() + name.size() + 4);
+    const auto write = [&](std::string_view part) {
+        part.copy(m_xml.data() + at, part.size());
+        at += part.size();
+    };
+    write(tag);
+    write(">");
+    write(text);
+    write("</");
+    write(name);
+    write(">");
+    m_isBehindEndTag = true;
 }
 
 void XmlWriter::end(std::string_view name)

@@ -22,6 +22,8 @@ public:
     /// @param tag  its tag as far as the attributes, such as `<a b="c"`
     void start(std::string_view tag);
     void text(std::string_view text);
+    /// Writes an element that has a text and nothing else.
+    void element(std::string_view tag, std::string_view text, std::string_view name);
     /// Ends the element of that name, which is the last that was begun and not ended.
     void end(std::string_view name);
 
