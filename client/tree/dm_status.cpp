@@ -78,9 +78,12 @@ QString describe(const Outcome &outcome)
 
 std::optional<DmStatus> parseStatus(const QByteArray &data)
 {
-    const QByteArray text = data.trimmed();
+    const QByteArray text = data.size() == 3 ? data : data.trimmed();
     const bool isDecimal = std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
-    const int code = text.size() == 3 && isDecimal ? text.toInt() : 0;
+    int code = 0;
+    if (text.size() == 3 && isDecimal)
+        for (const char digit : text)
+            code = 10 * code + (digit - '0');
     return code >= 200 && code <= 599 ? std::optional(static_cast<DmStatus>(code)) : std::nullopt;
 }
 

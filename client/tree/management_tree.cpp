@@ -380,22 +380,28 @@ QString ManagementTree::type(const TreeNode &node) const
 
 AccessControlList ManagementTree::ownAcl(const TreeNode &node)
 {
-    return ownAcl(mountOf(node.uri()), node.uri().joinedNames(), *node.m_node);
+    const auto given = givenAcl(mountOf(node.uri()), node.uri().joinedNames());
+    return given ? *given : treesAcl(*node.m_node);
 }
 
-AccessControlList ManagementTree::ownAcl(const Mount &mount, QByteArrayView joinedNames,
-                                         const DmtNode &node)
+std::optional<AccessControlList> ManagementTree::givenAcl(const Mount &mount,
+                                                          QByteArrayView joinedNames)
 {
     if (const auto &kept = m_properties.get(joinedNames).acl)
-        return *kept;
+        return kept;
     if (mount.root.joinedNames() == joinedNames && !mount.terms.acl.isEmpty())
         return mount.terms.acl;
     if (mount.isProfile(joinedNames)) {
-        if (const auto shared = aclOfTwin(joinedNames))
-            return *shared;
+        if (auto shared = aclOfTwin(joinedNames))
+            return shared;
         if (!mount.terms.profileAcl.isEmpty())
             return mount.terms.profileAcl;
     }
+    return std::nullopt;
+}
+
+AccessControlList ManagementTree::treesAcl(const DmtNode &node)
+{
     DmtAttributes attributes;
     node.GetAttributes(attributes);
     if (attributes.acl.text.empty())
@@ -427,7 +433,8 @@ void ManagementTree::handOnAcl(const std::optional<AccessControlList> &acl,
     }
 }
 
-ManagementTree::EffectiveAcl ManagementTree::effectiveAcl(QByteArrayView joinedNames)
+ManagementTree::EffectiveAcl ManagementTree::effectiveAcl(QByteArrayView joinedNames,
+                                                          JemSmartPtr<DmtNode> node)
 {
     const Mount &mount = mountOf(joinedNames);
     const NodeUri &root = mount.root;
@@ -439,13 +446,14 @@ ManagementTree::EffectiveAcl ManagementTree::effectiveAcl(QByteArrayView joinedN
         for (QByteArrayView names = joinedNames;; names = NodeUri::above(names)) {
             const qsizetype pathSize = std::max<qsizetype>(names.size() - begin, 0);
             path.cutAt(pathSize);
-            JemSmartPtr<DmtNode> node;
-            // A node that is missing has no list.
-            if (tree.GetNode(path.text(), node) == DMT_OK)
-                if (AccessControlList own = ownAcl(mount, names, *node); !own.isEmpty())
-                    return {names, std::move(own)};
+            std::optional<AccessControlList> own = givenAcl(mount, names);
+            if (!own && (node || tree.GetNode(path.text(), node) == DMT_OK))
+                own = treesAcl(*node);
+            if (own && !own->isEmpty())
+                return {names, *std::move(own)};
             if (pathSize == 0)
                 break;
+            node.reset();
         }
     }
     return root.isRoot() ? EffectiveAcl() : effectiveAcl(NodeUri::above(root.joinedNames()));

@@ -176,12 +176,21 @@ private:
 
     // ---- Access control
     AccessControlList ownAcl(const TreeNode &node);
-    AccessControlList ownAcl(const Mount &mount, QByteArrayView joinedNames, const DmtNode &node);
+    /// The list that the device or somebody has given to a node; none where its tree has the say.
+    std::optional<AccessControlList> givenAcl(const Mount &mount, QByteArrayView joinedNames);
+    /// The list that a node's tree gives it.
+    static AccessControlList treesAcl(const DmtNode &node);
     /// The list that another node of the same profile was given; none when no other was.
     std::optional<AccessControlList> aclOfTwin(QByteArrayView joinedNames);
     /// Hands the list of a node that was deleted to another one of the same profile that has none.
     void handOnAcl(const std::optional<AccessControlList> &acl, const std::vector<NodeUri> &twins);
-    EffectiveAcl effectiveAcl(QByteArrayView joinedNames);
+    /// Of a node that exists.
+    EffectiveAcl effectiveAcl(const TreeNode &node)
+    {
+        return effectiveAcl(node.uri().joinedNames(), node.m_node);
+    }
+    /// @param node  null where it has not been looked for
+    EffectiveAcl effectiveAcl(QByteArrayView joinedNames, JemSmartPtr<DmtNode> node = {});
 
     // ---- Changes
     /// Notes that the node was changed.

@@ -161,62 +161,64 @@ Outcome notFound(const QString &reason)
     return {DmStatus::NotFound, reason};
 }
 
-Outcome checkName(QByteArrayView name, const UriLimits &limits)
+Result<NodeUri> parsePath(QByteArrayView path, const UriLimits &limits)
 {
-    if (isReservedName(name))
-        return notFound(
-            QStringLiteral("\"%1\" cannot be the name of a node").arg(QString::fromUtf8(name)));
-    if (name.contains('\0'))
-        return notFound(QStringLiteral("the name of a node has no NUL"));
-    return checkNameLength(name, limits);
-}
-
-/// @param path  in which nothing is escaped; becomes the joined names
-Outcome joinNames(QByteArray &path, const UriLimits &limits)
-{
-    for (qsizetype begin = 0, end = 0; begin <= path.size(); begin = end + 1) {
-        end = path.indexOf('/', begin);
-        if (end < 0)
-            end = path.size();
-        else
-            path[end] = NodeUri::separator;
-        const QByteArrayView name = QByteArrayView(path).sliced(begin, end - begin);
-        if (Outcome checked = checkName(name, limits); !checked)
-            return checked;
-    }
-    return {};
-}
-
-Result<NodeUri> parseEscapedPath(const QByteArray &path, const UriLimits &limits)
-{
+    if (path == ".")
+        return NodeUri();
+    if (path.startsWith("./"))
+        path = path.sliced(2);
+    const qsizetype depth = std::ranges::count(path, '/') + 1;
+    if (Outcome checked = checkLimit(depth, limits.maxDepth, "more than %1 names in the URI");
+        !checked)
+        return checked;
     std::vector<QByteArray> names;
-    for (const QByteArray &segment : path.split('/')) {
+    for (const QByteArray &segment : path.toByteArray().split('/')) {
         auto name = unescaped(segment);
         if (!name)
             return notFound(
                 QStringLiteral("malformed escape in \"%1\"").arg(QString::fromUtf8(segment)));
-        if (Outcome checked = checkName(*name, limits); !checked)
-            return checked;
+        if (isReservedName(*name))
+            return notFound(QStringLiteral("\"%1\" cannot be the name of a node")
+                                .arg(QString::fromUtf8(*name)));
+        if (name->contains('\0'))
+            return notFound(QStringLiteral("the name of a node has no NUL"));
+        if (const Outcome length = checkNameLength(*name, limits); !length)
+            return length;
         names.push_back(*std::move(name));
     }
     return NodeUri(names);
 }
 
-Result<NodeUri> parsePath(QByteArray path, const UriLimits &limits)
+/// The node at a path of printable ASCII in which nothing is escaped and no name begins like a
+/// reserved one, as nearly every path is; none for any other, and for one beyond a limit.
+std::optional<NodeUri> plainNode(QStringView path, const UriLimits &limits)
 {
-    if (path == ".")
-        return NodeUri();
-    if (path.startsWith("./"))
-        path.remove(0, 2);
-    const qsizetype depth = path.count('/') + 1;
-    if (Outcome checked = checkLimit(depth, limits.maxDepth, "more than %1 names in the URI");
-        !checked)
-        return checked;
-    if (path.contains('%'))
-        return parseEscapedPath(path, limits);
-    if (Outcome joined = joinNames(path, limits); !joined)
-        return joined;
-    return NodeUri::fromJoinedNames(std::move(path));
+    if (path.startsWith(u"./"))
+        path = path.sliced(2);
+    const auto mayBeInName = [](char16_t c) { return c >= 0x20 && c < 0x7F && c != u'%'; };
+    const auto mayBeginName = [](char16_t c) { return c != u'/' && c != u'.' && c != u'*'; };
+    const auto isWithin = [](qsizetype length, int limit) { return limit <= 0 || length <= limit; };
+    QByteArray names(path.size(), Qt::Uninitialized);
+    char *to = names.data();
+    const char *nameBegin = to;
+    int depth = 1;
+    for (const QChar character : path) {
+        const char16_t c = character.unicode();
+        const bool isFirst = to == nameBegin;
+        if (!mayBeInName(c) || (isFirst && !mayBeginName(c)))
+            return std::nullopt;
+        *to++ = c == u'/' ? NodeUri::separator : static_cast<char>(c);
+        if (c != u'/')
+            continue;
+        if (!isWithin(to - 1 - nameBegin, limits.maxSegmentLength))
+            return std::nullopt;
+        nameBegin = to;
+        ++depth;
+    }
+    if (to == nameBegin || !isWithin(to - nameBegin, limits.maxSegmentLength) ||
+        !isWithin(depth, limits.maxDepth))
+        return std::nullopt;
+    return NodeUri::fromJoinedNames(std::move(names));
 }
 
 void parseQuery(QStringView query, Address &address)
@@ -241,11 +243,15 @@ Result<Address> parseAddress(QStringView text, const UriLimits &limits)
 
     const qsizetype questionMark = uri.indexOf(u'?');
     const QStringView path = questionMark < 0 ? uri : uri.first(questionMark);
-    Result<NodeUri> node = parsePath(path.toUtf8(), limits);
-    if (!node)
-        return node.outcome();
     Address address;
-    address.node = *std::move(node);
+    if (std::optional<NodeUri> plain = plainNode(path, limits)) {
+        address.node = *std::move(plain);
+    } else {
+        Result<NodeUri> node = parsePath(path.toUtf8(), limits);
+        if (!node)
+            return node.outcome();
+        address.node = *std::move(node);
+    }
     if (questionMark >= 0)
         parseQuery(uri.sliced(questionMark + 1), address);
     return address;

@@ -1,7 +1,6 @@
 #include "node_value.h"
 
 #include "dmnative/dmt_status.h"
-#include "utf8.h"
 
 namespace client {
 
@@ -21,7 +20,7 @@ constexpr FormatName formatNames[] = {
 
 Result<DmtData> parseText(const QByteArray &data)
 {
-    if (!support::fromUtf8(data))
+    if (!data.isValidUtf8())
         return unsupportedFormat(QStringLiteral("the value is not UTF-8"));
     if (data.contains('\0'))
         return unsupportedFormat(QStringLiteral("the value has a NUL character"));

@@ -111,7 +111,7 @@ std::vector<TreeNode> TreeView::children(const TreeNode &node) const
 
 Outcome TreeView::mayGet(const TreeNode &node) const
 {
-    return permit(Right::Get, node.uri());
+    return permit(Right::Get, node);
 }
 
 Result<DmtData> TreeView::value(const TreeNode &node) const
@@ -120,7 +120,7 @@ Result<DmtData> TreeView::value(const TreeNode &node) const
         return notAllowed(node.uri(), "is an interior node and has no value");
     if (node.isOnlyListed() || !hasAccessType(node.uri(), AccessGet))
         return notAllowed(node.uri(), "cannot be read");
-    if (const Outcome right = permit(Right::Get, node.uri()); !right)
+    if (const Outcome right = permit(Right::Get, node); !right)
         return right;
     DmtData value;
     if (const int status = node.m_node->GetValue(value))
@@ -134,7 +134,7 @@ Result<QByteArray> TreeView::property(const TreeNode &node, Property property) c
         return Outcome{
             DmStatus::FeatureNotSupported,
             QStringLiteral("%1 is an interior node and has no size").arg(node.uri().toDisplay())};
-    if (const Outcome right = permit(Right::Get, node.uri()); !right)
+    if (const Outcome right = permit(Right::Get, node); !right)
         return right;
     const bool isKept =
         property != Property::Format && property != Property::Name && property != Property::Size;
@@ -213,7 +213,7 @@ std::optional<std::vector<ListedNode>> TreeView::list(const TreeNode &start, Val
                                                       qsizetype &room) const
 {
     Listing listing(room);
-    const AccessControlList acl = m_tree->effectiveAcl(start.uri().joinedNames()).acl;
+    const AccessControlList acl = m_tree->effectiveAcl(start).acl;
     if (acl.permits(Right::Get, m_principal)) {
         ListedNode top{start, 0, std::nullopt};
         if (start.isLeaf() && values == Values::Read)
@@ -252,11 +252,24 @@ void TreeView::listBeneath(const TreeNode &node, const AccessControlList &acl, i
 
 // ---- Access control ------------------------------------------------------------------------------
 
-Outcome TreeView::permit(Right right, const NodeUri &uri, const char *elsewhere) const
+Outcome TreeView::permit(Right right, const TreeNode &node, const char *elsewhere) const
 {
     if (m_principal.isOwner())
         return {};
-    const ManagementTree::EffectiveAcl effective = m_tree->effectiveAcl(uri.joinedNames());
+    return permit(right, node.uri(), m_tree->effectiveAcl(node), elsewhere);
+}
+
+Outcome TreeView::permitOnParent(Right right, const NodeUri &uri) const
+{
+    if (m_principal.isOwner())
+        return {};
+    const NodeUri parent = uri.parent();
+    return permit(right, parent, m_tree->effectiveAcl(parent.joinedNames()));
+}
+
+Outcome TreeView::permit(Right right, const NodeUri &uri,
+                         const ManagementTree::EffectiveAcl &effective, const char *elsewhere) const
+{
     if (effective.acl.permits(right, m_principal))
         return {};
     return {DmStatus::PermissionDenied,
@@ -273,7 +286,7 @@ Outcome TreeView::permitReplace(const TreeNode &leaf) const
         return notAllowed(leaf.uri(), "is an interior node and has no value");
     if (!leaf.m_isChangeable || !hasAccessType(leaf.uri(), AccessReplace))
         return notAllowed(leaf.uri(), "is read-only");
-    return permit(Right::Replace, leaf.uri());
+    return permit(Right::Replace, leaf);
 }
 
 /// The list of a leaf belongs to its parent, that of an interior node to itself and its parent.
@@ -283,8 +296,8 @@ Outcome TreeView::permitAclChange(const TreeNode &node) const
     if (uri.isRoot())
         return m_principal.isOwner() ? Outcome()
                                      : notAllowed(uri, "keeps the ACL that the device gave it");
-    const Outcome ofParent = permit(Right::Replace, uri.parent());
-    return node.isLeaf() || ofParent ? ofParent : permit(Right::Replace, uri, " or on its parent");
+    const Outcome ofParent = permitOnParent(Right::Replace, uri);
+    return node.isLeaf() || ofParent ? ofParent : permit(Right::Replace, node, " or on its parent");
 }
 
 std::optional<AccessControlList> TreeView::aclForNewInterior(const TreeNode &parent) const
@@ -294,7 +307,7 @@ std::optional<AccessControlList> TreeView::aclForNewInterior(const TreeNode &par
     const std::optional<QByteArray> creator = m_principal.serverId();
     if (!creator)
         return std::nullopt;
-    const AccessControlList inherited = m_tree->effectiveAcl(parent.uri().joinedNames()).acl;
+    const AccessControlList inherited = m_tree->effectiveAcl(parent).acl;
     if (inherited.permits(Right::Replace, m_principal))
         return std::nullopt;
     AccessControlList acl;
@@ -320,7 +333,7 @@ Result<TreeNode> TreeView::parentForNewNode(const NodeUri &uri) const
         return notAllowed(parent->uri(), "takes no new nodes");
     if (const Outcome name = checkNewName(uri.name(), uriLimits()); !name)
         return name;
-    if (const Outcome right = permit(Right::Add, parent->uri()); !right)
+    if (const Outcome right = permit(Right::Add, *parent); !right)
         return right;
     if (find(uri))
         return alreadyThere(uri);
@@ -479,7 +492,7 @@ Outcome TreeView::replaceAcl(const TreeNode &node, const QByteArray &text)
 
 Outcome TreeView::replaceTitle(const TreeNode &node, const QByteArray &title)
 {
-    if (const Outcome right = permit(Right::Replace, node.uri()); !right)
+    if (const Outcome right = permit(Right::Replace, node); !right)
         return right;
     if (title.size() > PropertyStore::longestTitle)
         return tooLong("a title", PropertyStore::longestTitle);
@@ -520,7 +533,7 @@ Outcome TreeView::mayRename(const TreeNode &node) const
     const bool hasFixedName = description && description->name[0] != '\0';
     if (hasFixedName || !hasAccessType(node.uri(), AccessReplace))
         return notAllowed(node.uri(), "keeps its name");
-    return permit(Right::Replace, node.uri());
+    return permit(Right::Replace, node);
 }
 
 Outcome TreeView::rename(const TreeNode &node, const QByteArray &newName)
@@ -555,7 +568,7 @@ Outcome TreeView::remove(const NodeUri &uri)
         return notAllowed(uri, "is permanent");
     if (!hasAccessType(uri, AccessDelete))
         return notAllowed(uri, "cannot be deleted");
-    if (const Outcome right = permit(Right::Delete, uri); !right)
+    if (const Outcome right = permit(Right::Delete, *node); !right)
         return right;
     const std::vector<NodeUri> twins = m_tree->twinsOf(uri);
     const Outcome outcome = outcomeOfEngineCall(node->m_tree->DeleteNode(node->path().constData()));
@@ -586,9 +599,9 @@ Outcome TreeView::copy(const NodeUri &source, const NodeUri &target)
         return notAllowed(target, "is read-only");
     if (!hasAccessType(source, AccessGet))
         return notAllowed(source, "cannot be read");
-    if (const Outcome get = permit(Right::Get, source); !get)
+    if (const Outcome get = permit(Right::Get, *from); !get)
         return get;
-    if (const Outcome replace = permit(Right::Replace, target); !replace)
+    if (const Outcome replace = permit(Right::Replace, *to); !replace)
         return replace;
     if (to->valueType() != from->valueType())
         return unsupportedFormat(QStringLiteral("the two leaves have different formats"));

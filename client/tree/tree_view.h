@@ -127,7 +127,10 @@ private:
     // ---- Access control
     /// 425, with the rule and the list that say no, when the server lacks the right.
     /// @param elsewhere  where else the right would have been enough, for the rule
-    Outcome permit(Right right, const NodeUri &uri, const char *elsewhere = "") const;
+    Outcome permit(Right right, const TreeNode &node, const char *elsewhere = "") const;
+    Outcome permitOnParent(Right right, const NodeUri &uri) const;
+    Outcome permit(Right right, const NodeUri &uri, const ManagementTree::EffectiveAcl &effective,
+                   const char *elsewhere = "") const;
     /// Whether a leaf may be given another value: 405, 425.
     Outcome permitReplace(const TreeNode &leaf) const;
     Outcome permitAclChange(const TreeNode &node) const;
