@@ -34,6 +34,8 @@ bool isAlert(const Command &command, AlertCode code)
 
 bool isUserAlert(const Command &command)
 {
+    if (command.kind != CommandKind::Alert)
+        return false;
     static constexpr AlertCode codes[] = {AlertCode::Display, AlertCode::Confirmation,
                                           AlertCode::TextInput, AlertCode::SingleChoice,
                                           AlertCode::MultipleChoice};

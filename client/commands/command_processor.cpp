@@ -35,11 +35,11 @@ using syncml::Meta;
 
 namespace {
 
-Command statusFor(const Command &command, DmStatus status)
+Command &addStatus(const Command &command, DmStatus status, std::vector<Command> &answers)
 {
-    Command answer;
+    Command &answer = answers.emplace_back();
     answer.kind = CommandKind::Status;
-    answer.cmdRef = command.cmdId.value_or(QString());
+    answer.cmdRef = command.cmdId ? command.cmdId : QString();
     answer.cmd = syncml::commandName(command);
     answer.data = status == DmStatus::Ok ? QByteArrayLiteral("200")
                                          : QByteArray::number(static_cast<int>(status));
@@ -54,14 +54,14 @@ void addReferences(Command &status, const Item &item)
         status.sourceRefs.push_back(item.source->locUri);
 }
 
-void addItemStatuses(const Command &command, const std::vector<DmStatus> &statuses,
+void addItemStatuses(const Command &command, std::span<const DmStatus> statuses,
                      std::vector<Command> &answers)
 {
-    const bool allAlike = std::adjacent_find(statuses.begin(), statuses.end(),
-                                             std::not_equal_to<>()) == statuses.end();
+    const bool allAlike =
+        std::ranges::adjacent_find(statuses, std::ranges::not_equal_to()) == statuses.end();
     for (std::size_t i = 0; i < statuses.size(); ++i) {
         if (i == 0 || !allAlike)
-            answers.push_back(statusFor(command, statuses[i]));
+            addStatus(command, statuses[i], answers);
         addReferences(answers.back(), command.items[i]);
     }
 }
@@ -73,11 +73,11 @@ bool isAnswer(const Command &command)
 
 } // namespace
 
-void CommandProcessor::answer(Parts parts, std::vector<Command> &answers)
+void CommandProcessor::answer(Parts &parts, std::vector<Command> &answers)
 {
     for (Part &part : parts) {
         if (part.statuses.empty())
-            answers.push_back(statusFor(*part.command, part.status));
+            addStatus(*part.command, part.status, answers);
         else
             addItemStatuses(*part.command, part.statuses, answers);
         answers.back().items = std::move(part.items);
@@ -96,7 +96,8 @@ void CommandProcessor::pass(const Command &command, DmStatus status, DmStatus of
     if (isAnswer(command))
         return;
     Part &part = parts.emplace_back(Part{&command, status});
-    part.statuses.assign(command.items.size(), status);
+    part.statuses.resize(static_cast<qsizetype>(command.items.size()));
+    std::ranges::fill(part.statuses, status);
     for (const Command &inner : command.commands)
         pass(inner, ofInner, ofInner, parts);
 }
@@ -106,7 +107,7 @@ void CommandProcessor::refuse(const Command &command, DmStatus status,
 {
     Parts parts;
     pass(command, status, status, parts);
-    answer(std::move(parts), answers);
+    answer(parts, answers);
 }
 
 // ---- Running commands ----------------------------------------------------------------------------
@@ -127,9 +128,11 @@ void CommandProcessor::beginMessage(qsizetype waitingBytes)
 void CommandProcessor::run(const Command &command, std::vector<Command> &answers)
 {
     const std::size_t first = answers.size();
-    Parts parts;
+    Parts parts = std::exchange(m_spareParts, {});
     runAll({&command, 1}, parts);
-    answer(std::move(parts), answers);
+    answer(parts, answers);
+    parts.clear();
+    m_spareParts = std::move(parts);
     // Results have taken their room when they were made.
     for (std::size_t i = first; i < answers.size(); ++i)
         if (answers[i].kind != CommandKind::Results)
@@ -219,7 +222,7 @@ bool CommandProcessor::runItems(ItemOperation operation, Part &part)
         return false;
     }
     bool goesOn = true;
-    part.statuses.reserve(command.items.size());
+    part.statuses.reserve(static_cast<qsizetype>(command.items.size()));
     for (const Item &item : command.items) {
         const bool isRun = !isOver() && (goesOn || !m_undoLog);
         Outcome outcome{DmStatus::NotExecuted, {}};
@@ -300,7 +303,8 @@ bool CommandProcessor::canBeSent(const Parts &parts) const
     if (!m_atomicAnswerCheck)
         return true;
     std::vector<Command> answers;
-    answer(parts, answers);
+    Parts copy = parts;
+    answer(copy, answers);
     return m_atomicAnswerCheck(answers);
 }
 
@@ -319,7 +323,7 @@ void CommandProcessor::noteTakenBack(const std::vector<bool> &isBack, Part &part
 {
     for (std::size_t i = 0; i + 1 < part.notes.size(); ++i) {
         const bool isOfItem = !part.statuses.empty();
-        DmStatus &status = isOfItem ? part.statuses[i] : part.status;
+        DmStatus &status = isOfItem ? part.statuses[static_cast<qsizetype>(i)] : part.status;
         if (!wasDone(status))
             continue;
         const auto first = isBack.begin() + static_cast<std::ptrdiff_t>(part.notes[i]);

@@ -5,6 +5,7 @@
 #include "tree_view.h"
 #include "undo_log.h"
 
+#include <QVarLengthArray>
 #include <functional>
 #include <span>
 #include <utility>
@@ -84,17 +85,18 @@ private:
     /// A command that was run or passed over, and what answers it.
     struct Part {
         const syncml::Command *command;
-        DmStatus status = DmStatus::Ok;         ///< of a command without items
-        std::vector<DmStatus> statuses = {};    ///< of the items
-        std::vector<syncml::Item> items = {};   ///< that go into the Status
-        std::vector<syncml::Item> results = {}; ///< of a Get
+        DmStatus status = DmStatus::Ok;             ///< of a command without items
+        QVarLengthArray<DmStatus, 4> statuses = {}; ///< of the items
+        std::vector<syncml::Item> items = {};       ///< that go into the Status
+        std::vector<syncml::Item> results = {};     ///< of a Get
         /// In an Atomic: how many notes the undo log had before the command, and after each item
         /// or, without items, after the command.
         std::vector<std::size_t> notes = {};
     };
     using Parts = std::vector<Part>;
 
-    static void answer(Parts parts, std::vector<syncml::Command> &answers);
+    /// Moves what the parts have into answers.
+    static void answer(Parts &parts, std::vector<syncml::Command> &answers);
     bool canBeSent(const Parts &parts) const;
     static void pass(const syncml::Command &command, DmStatus status, DmStatus ofInner,
                      Parts &parts);
@@ -147,6 +149,7 @@ private:
     AnswerCheck m_atomicAnswerCheck;
     EndCheck m_endCheck;
     std::vector<syncml::Item> m_results; ///< of the Get that runs
+    Parts m_spareParts;                  ///< empty: room for those of the next command
     qsizetype m_room = 0;                ///< bytes of answers that may still be made
     qsizetype m_listingRoom = 0;         ///< bytes that may still be read for listings
     bool m_isCancelled = false;

@@ -91,7 +91,7 @@ public:
         return m_headerBytes + m_firstBytes + bytes <= m_limit;
     }
 
-    void add(Command command, qsizetype bytes)
+    void add(Command &&command, qsizetype bytes)
     {
         if (m_message.commands.empty())
             m_firstBytes = bytes;
@@ -115,6 +115,22 @@ private:
     qsizetype m_firstBytes = 0; ///< of the first command that was added
 };
 
+void AnswerQueue::Line::append(std::vector<Command> &&commands)
+{
+    if (empty()) {
+        m_commands = std::move(commands);
+        m_taken = 0;
+    } else {
+        std::ranges::move(commands, std::back_inserter(m_commands));
+    }
+}
+
+std::vector<Command> AnswerQueue::Line::takeAll()
+{
+    m_commands.erase(m_commands.begin(), begin());
+    return std::move(std::exchange(*this, Line()).m_commands);
+}
+
 qsizetype AnswerQueue::bytes() const
 {
     qsizetype bytes = 0;
@@ -130,11 +146,11 @@ qsizetype AnswerQueue::bytes() const
 namespace {
 
 /// What a message that goes on with the answers has after the status of the header.
-Command statusOfRequestForMore(const std::deque<Command> &leading)
+Command statusOfRequestForMore(const std::optional<QString> &msgRef)
 {
     Command status;
     status.kind = CommandKind::Status;
-    status.msgRef = leading.empty() ? std::nullopt : leading.front().msgRef;
+    status.msgRef = msgRef;
     status.cmdRef = longestId;
     status.cmd = QStringLiteral("Alert");
     status.data = QByteArrayLiteral("200");
@@ -149,10 +165,11 @@ bool AnswerQueue::canSend(const std::vector<Command> &answers, Message message, 
     if (limit == 0)
         return true;
     AnswerQueue trial;
-    trial.m_commands.assign(answers.begin(), answers.end());
+    trial.push(std::vector(answers));
     for (;;) {
         trial.m_leading = m_leading;
-        trial.lead(statusOfRequestForMore(m_leading));
+        trial.lead(
+            statusOfRequestForMore(m_leading.empty() ? std::nullopt : m_leading.front().msgRef));
         const Filled filled = trial.fill(message, encoding, limit);
         if (filled != Filled::Part)
             return filled == Filled::Everything;
@@ -161,16 +178,29 @@ bool AnswerQueue::canSend(const std::vector<Command> &answers, Message message, 
 
 AnswerQueue::Filled AnswerQueue::fill(Message &message, Encoding encoding, qsizetype limit)
 {
+    if (limit == 0 && !m_started && !m_split) {
+        takeAll(message);
+        return Filled::Everything;
+    }
     const std::size_t leading = m_leading.size();
     Room room(message, encoding, limit);
-    if (limit == 0)
-        message.commands.reserve(leading + m_commands.size());
     while (!isEmpty() && takeFirst(room)) {
     }
     if (isEmpty())
         return Filled::Everything;
     // What leads comes again with every message of the server: with it alone there is no end.
     return room.taken() > leading ? Filled::Part : Filled::Nothing;
+}
+
+void AnswerQueue::takeAll(Message &message)
+{
+    std::vector<Command> leading = m_leading.takeAll();
+    message.commands = m_commands.takeAll();
+    message.commands.insert(message.commands.begin(), std::move_iterator(leading.begin()),
+                            std::move_iterator(leading.end()));
+    std::size_t number = 0;
+    for (Command &command : message.commands)
+        command.cmdId = QString::number(++number);
 }
 
 bool AnswerQueue::takeFirst(Room &room)
@@ -180,7 +210,7 @@ bool AnswerQueue::takeFirst(Room &room)
     if (m_leading.empty() && m_split)
         return takePieces(room);
 
-    std::deque<Command> &next = m_leading.empty() ? m_commands : m_leading;
+    Line &next = m_leading.empty() ? m_commands : m_leading;
     const qsizetype bytes = room.cost(next.front());
     if (room.fits(bytes)) {
         room.add(std::move(next.front()), bytes);

@@ -4,7 +4,6 @@
 #include "codec.h"
 
 #include <QString>
-#include <deque>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -23,8 +22,9 @@ public:
 
     /// A status that has to stand in the next message, in front of what waits: that of the last
     /// header received, first of all.
-    void lead(syncml::Command status) { m_leading.push_back(std::move(status)); }
-    void push(syncml::Command command) { m_commands.push_back(std::move(command)); }
+    void lead(syncml::Command &&status) { m_leading.push_back(std::move(status)); }
+    void push(syncml::Command &&command) { m_commands.push_back(std::move(command)); }
+    void push(std::vector<syncml::Command> &&commands) { m_commands.append(std::move(commands)); }
     void clear() { *this = AnswerQueue(); }
     /// Drops everything but what leads.
     void dropWaiting()
@@ -53,6 +53,32 @@ public:
 private:
     class Room;
 
+    /// Commands of which the first are taken. Together in memory, since there may be many.
+    class Line {
+    public:
+        bool empty() const { return size() == 0; }
+        std::size_t size() const { return m_commands.size() - m_taken; }
+        syncml::Command &front() { return m_commands[m_taken]; }
+        const syncml::Command &front() const { return m_commands[m_taken]; }
+        auto begin() const { return m_commands.begin() + static_cast<std::ptrdiff_t>(m_taken); }
+        auto end() const { return m_commands.end(); }
+        void push_back(syncml::Command &&command) { m_commands.push_back(std::move(command)); }
+        /// Where nothing waits, the commands stay where they are in memory.
+        void append(std::vector<syncml::Command> &&commands);
+        /// Gives away all that are left.
+        std::vector<syncml::Command> takeAll();
+        void pop_front()
+        {
+            if (++m_taken == m_commands.size())
+                clear();
+        }
+        void clear() { *this = Line(); }
+
+    private:
+        std::vector<syncml::Command> m_commands;
+        std::size_t m_taken = 0;
+    };
+
     /// A Results with one item, of which the first bytes were sent.
     struct StartedObject {
         syncml::Command results;
@@ -74,16 +100,17 @@ private:
         void appendNextTo(syncml::Command &part) const;
     };
 
+    void takeAll(syncml::Message &message);
     bool takeFirst(Room &room);
     bool takePieces(Room &room);
     bool takeChunk(Room &room);
     bool splitFirst();
     static bool mustBeCut(const Room &room, const syncml::Command &command, qsizetype bytes);
 
-    std::deque<syncml::Command> m_leading;
+    Line m_leading;
     std::optional<StartedObject> m_started;
     std::optional<SplitCommand> m_split; ///< goes on after m_started
-    std::deque<syncml::Command> m_commands;
+    Line m_commands;
 };
 
 } // namespace client

@@ -50,8 +50,7 @@ std::optional<QString> refusalOfHeader(const Message &message, DmStatus headerOu
 
 bool isRefusingStatus(const Command &command)
 {
-    return command.kind == CommandKind::Status &&
-           isRefusal(static_cast<DmStatus>(command.data->toInt()));
+    return command.kind == CommandKind::Status && isRefusal(*parseStatus(*command.data));
 }
 
 } // namespace

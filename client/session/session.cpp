@@ -168,10 +168,17 @@ void Session::note(const QString &text)
 
 // ---- What the client says ------------------------------------------------------------------------
 
-void Session::queue(Command command)
+void Session::queue(Command &&command)
 {
     fitEncoding(command, m_encoding);
     m_queue.push(std::move(command));
+}
+
+void Session::queue(std::vector<Command> &&commands)
+{
+    for (Command &command : commands)
+        fitEncoding(command, m_encoding);
+    m_queue.push(std::move(commands));
 }
 
 void Session::queueAlert(AlertCode code)
@@ -194,7 +201,8 @@ void Session::queueFirstPackage()
             item.source = syncml::Location{*event.source, {}};
         item.data = event.data;
         Command alert = makeAlert(event.code);
-        alert.correlator = event.correlator;
+        if (event.correlator)
+            alert.correlator = *event.correlator;
         alert.items = {std::move(item)};
         queue(std::move(alert));
     }
@@ -385,10 +393,14 @@ void Session::receive(const TransportResponse &response, const Message &message)
     m_queue.lead(std::move(status));
 
     std::vector<Command> answers = answer(message, verified);
-    for (Command &command : answers)
-        isRequest ? m_queue.lead(std::move(command)) : queue(std::move(command));
+    const bool hasAnswers = !answers.empty();
+    if (isRequest)
+        for (Command &command : answers)
+            m_queue.lead(std::move(command));
+    else
+        queue(std::move(answers));
     m_otherVersions = succeeded(version) ? 0 : m_otherVersions + 1;
-    endOrGoOn(!answers.empty() || isAskedForMore);
+    endOrGoOn(hasAnswers || isAskedForMore);
 }
 
 std::vector<Command> Session::answer(const Message &message, DmStatus headerStatus)

@@ -102,7 +102,8 @@ private:
 
     // ---- What the client says
     void queueFirstPackage();
-    void queue(syncml::Command command);
+    void queue(syncml::Command &&command);
+    void queue(std::vector<syncml::Command> &&commands);
     void queueAlert(AlertCode code);
     syncml::Command deviceInformation() const;
     enum class Purpose { GoOn, SayFarewell };

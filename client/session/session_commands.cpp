@@ -25,7 +25,8 @@ SessionCommands::SessionCommands(ManagementTree &tree, const Principal &principa
     });
     m_processor.setOutcomeListener(
         [this](const Command &command, const Item &item, const Outcome &outcome) {
-            noteReason(command.cmdId, addressOf(item), outcome);
+            if (!outcome.reason.isEmpty())
+                noteReason(command.cmdId, addressOf(item), outcome);
         });
 }
 
@@ -51,6 +52,8 @@ void SessionCommands::run(const Message &message, qsizetype waitingBytes, Comman
     const bool wasReceiving = m_object.isReceiving();
     m_processor.beginMessage(waitingBytes);
     m_objectWentOn = false;
+    // A Status, and for a Get its Results.
+    answers.reserve(answers.size() + 2 * message.commands.size());
     for (const Command &command : message.commands) {
         const std::size_t first = answers.size();
         m_reasons.clear();
@@ -263,18 +266,25 @@ void enter(const Command &command, CommandIndex &index)
         enter(inner, index);
 }
 
-/// What a Status is about: the addresses that it refers to, otherwise those of the whole command;
-/// one empty text when there are none.
-std::vector<QString> answeredUris(const Command &status, const Command *answered)
+/// Visits what a Status is about: the addresses that it refers to, otherwise those of the whole
+/// command; one empty text when there are none.
+template <class Visit>
+void forEachAnsweredUri(const Command &status, const Command *answered, Visit visit)
 {
-    std::vector<QString> uris = status.targetRefs.empty() ? status.sourceRefs : status.targetRefs;
-    if (uris.empty() && answered)
+    bool hasVisited = false;
+    const auto visitText = [&](const QString &uri) {
+        hasVisited |= !uri.isEmpty();
+        if (!uri.isEmpty())
+            visit(uri);
+    };
+    const std::vector<QString> &references =
+        status.targetRefs.empty() ? status.sourceRefs : status.targetRefs;
+    std::ranges::for_each(references, visitText);
+    if (references.empty() && answered)
         for (const Item &item : answered->items)
-            uris.push_back(addressOf(item));
-    std::erase(uris, QString());
-    if (uris.empty())
-        uris.emplace_back();
-    return uris;
+            visitText(addressOf(item));
+    if (!hasVisited)
+        visit(QString());
 }
 
 /// "Get"; an alert with its code.
@@ -316,16 +326,19 @@ void SessionCommands::report(const Command &command, std::span<const Command> an
         const Command *const answered =
             answer.cmdRef == command.cmdId ? &command : index.value(*answer.cmdRef, nullptr);
         AnsweredCommand report;
-        report.name = answered ? reportedName(*answered) : *answer.cmd;
-        report.status = static_cast<DmStatus>(answer.data->toInt());
-        for (const QString &uri : answeredUris(answer, answered)) {
-            report.uri = uri;
-            report.reason = reasonFor(*answer.cmdRef, uri, report.status);
+        report.status = *parseStatus(*answer.data);
+        if (!m_observers.empty())
+            report.name = answered ? reportedName(*answered) : *answer.cmd;
+        forEachAnsweredUri(answer, answered, [&](const QString &uri) {
             m_answered += !isChallenge(report.status);
             m_refused += isRefusal(report.status) && !isChallenge(report.status);
+            if (m_observers.empty())
+                return;
+            report.uri = uri;
+            report.reason = reasonFor(*answer.cmdRef, uri, report.status);
             for (SessionObserver *const observer : m_observers)
                 observer->commandAnswered(report);
-        }
+        });
     }
 }
 

@@ -105,7 +105,8 @@ private:
             if (command.kind == CommandKind::Status)
                 writeMeaning(command.data->toInt());
         }
-        text("Correlator", command.correlator);
+        if (command.correlator)
+            text("Correlator", *command.correlator);
         for (const Item &item : command.items)
             writeItem(command, item);
         for (const Command &inner : command.commands)
@@ -136,7 +137,8 @@ private:
     {
         m_xml.writeStartElement(QString::fromLatin1(name));
         text("LocURI", location.locUri);
-        text("LocName", location.locName);
+        if (location.locName)
+            text("LocName", *location.locName);
         m_xml.writeEndElement();
     }
 

@@ -263,7 +263,9 @@ bool holdsCommands(CommandKind kind)
 QString commandName(const Command &command)
 {
     const Element element = commandElement(command.kind);
-    return element == Element::Unknown ? command.name : elementName(element);
+    if (element == Element::Unknown)
+        return command.name ? *command.name : QString();
+    return elementName(element);
 }
 
 } // namespace syncml

@@ -23,7 +23,7 @@ namespace syncml {
 /// Address of a message, or of an item: `Target` and `Source`.
 struct Location {
     QString locUri;
-    std::optional<QString> locName;
+    support::Boxed<QString> locName;
 
     bool operator==(const Location &) const = default;
 };
@@ -97,7 +97,7 @@ enum class CommandKind {
 /// empty. Of an Unknown or Unsupported one only `name` and `cmdId` are kept.
 struct Command {
     CommandKind kind = CommandKind::Unknown;
-    QString name;                 ///< the element's local name; only for Unknown and Unsupported
+    support::Boxed<QString> name; ///< the element's local name; only for Unknown and Unsupported
     std::optional<QString> cmdId; ///< opaque: never a number to count with
 
     // Add, Copy, Delete, Exec, Get, Replace, Atomic, Sequence, Results: holds for every item that
@@ -108,7 +108,7 @@ struct Command {
     // Alert: the alert code. Status: the status code.
     std::optional<QByteArray> data;
     // Alert, Exec
-    std::optional<QString> correlator;
+    support::Boxed<QString> correlator;
     // Atomic, Sequence
     std::vector<Command> commands;
 

@@ -192,8 +192,8 @@ void fillMessages(const QByteArray &bytes)
     results.cmdRef = QStringLiteral("1");
     results.items = message.commands[0].items;
     client::AnswerQueue queue;
-    queue.push(status);
-    queue.push(results);
+    queue.push(std::move(status));
+    queue.push(std::move(results));
     constexpr qsizetype serversLimit = 2000;
     for (client::AnswerQueue::Filled filled = client::AnswerQueue::Filled::Part;
          filled == client::AnswerQueue::Filled::Part;) {
