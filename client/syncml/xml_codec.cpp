@@ -117,19 +117,33 @@ private:
 
 // ---- writing
 
-/// For each element its start tag without the closing bracket.
-const std::array<std::string, elementCount> &startTags()
+struct Tags {
+    std::string start;
+    std::string end;
+
+    /// The start tag without its closing bracket.
+    std::string_view openStart() const
+    {
+        return std::string_view(start).substr(0, start.size() - 1);
+    }
+};
+
+/// The tags of each element.
+const std::array<Tags, elementCount> &tagsOfElements()
 {
-    static const std::array<std::string, elementCount> tags = [] {
-        std::array<std::string, elementCount> made;
+    static const std::array<Tags, elementCount> tags = [] {
+        std::array<Tags, elementCount> made;
         for (std::size_t index = 0; index < elementCount; ++index) {
             const auto element = static_cast<Element>(index);
             const ElementInfo &info = elementInfo(element);
-            made[index] = '<' + std::string(info.name);
+            std::string &start = made[index].start;
+            start = '<' + std::string(info.name);
             if (element == Element::SyncML)
-                made[index] += R"( xmlns="SYNCML:SYNCML1.2")";
+                start += R"( xmlns="SYNCML:SYNCML1.2")";
             else if (info.page == metinfPage)
-                made[index] += R"( xmlns="syncml:metinf")";
+                start += R"( xmlns="syncml:metinf")";
+            start += '>';
+            made[index].end = "</" + std::string(info.name) + '>';
         }
         return made;
     }();
@@ -142,7 +156,7 @@ public:
 
     void start(Element element) override
     {
-        m_writer.start(m_tags[static_cast<std::size_t>(element)]);
+        m_writer.start(tagsOf(element).openStart());
         m_open.push_back(element);
     }
 
@@ -173,12 +187,14 @@ public:
 protected:
     void writeText(Element element, std::string_view utf8) override
     {
-        m_writer.element(m_tags[static_cast<std::size_t>(element)], utf8,
-                         elementInfo(element).name);
+        const Tags &tags = tagsOf(element);
+        m_writer.element(tags.start, utf8, tags.end);
     }
 
 private:
-    const std::array<std::string, elementCount> &m_tags = startTags();
+    const Tags &tagsOf(Element element) const { return m_tags[static_cast<std::size_t>(element)]; }
+
+    const std::array<Tags, elementCount> &m_tags = tagsOfElements();
     XmlWriter m_writer;
     std::vector<Element> m_open;
 };

@@ -2,6 +2,7 @@
 
 #include "xml_writer.h"
 
+#include <QRandomGenerator>
 #include <algorithm>
 #include <expat.h>
 #include <new>
@@ -18,6 +19,15 @@ constexpr qsizetype pieceBytes = 16 * 1024;
 
 /// Bytes of a message for each event, about, where it has short values.
 constexpr qsizetype bytesPerEvent = 8;
+
+/// What nobody can foresee, against names that are made to collide in expat's tables. Asked for
+/// once: expat would ask the system for each message.
+unsigned long hashSalt()
+{
+    static const auto salt =
+        static_cast<unsigned long>(QRandomGenerator::system()->generate64()) | 1;
+    return salt;
+}
 
 QByteArrayView shown(const char *text)
 {
@@ -101,6 +111,7 @@ XmlParser::XmlParser(const QByteArray &document, const Limits &limits)
     m_events.reserve(static_cast<std::size_t>(bytes / bytesPerEvent));
     m_texts.reserve(static_cast<std::size_t>(bytes / 2));
     XML_Parser expat = m_expat.get();
+    XML_SetHashSalt(expat, hashSalt());
     XML_SetUserData(expat, this);
     XML_SetReturnNSTriplet(expat, 1);
     XML_SetElementHandler(expat, Handlers::start, Handlers::end);

@@ -1,6 +1,5 @@
 #include "xml_writer.h"
 
-#include <algorithm>
 #include <array>
 
 namespace syncml {
@@ -70,31 +69,18 @@ void XmlWriter::text(std::string_view text)
     appendEscaped(m_xml, text, escapesOfText);
 }
 
-void XmlWriter::element(std::string_view tag, std::string_view text, std::string_view name)
+void XmlWriter::element(std::string_view startTag, std::string_view text, std::string_view endTag)
 {
-    const bool needsEscape = std::ranges::any_of(
-        text, [](char byte) { return escapesOfText[static_cast<unsigned char>(byte)] != 0; });
-    if (text.empty() || needsEscape) {
-        start(tag);
-        this->text(text);
-        end(name);
-        return;
-    }
     endStartTag();
     beginLine();
-    // Room for all of it is made once.
-    std::size_t at = m_xml.size();
-    m_xml.resize(at + tag.size() + text.size() + name.size() + 4);
-    const auto write = [&](std::string_view part) {
-        part.copy(m_xml.data() + at, part.size());
-        at += part.size();
-    };
-    write(tag);
-    write(">");
-    write(text);
-    write("</");
-    write(name);
-    write(">");
+    if (text.empty()) {
+        m_xml.append(startTag.substr(0, startTag.size() - 1));
+        m_xml += "/>";
+    } else {
+        m_xml.append(startTag);
+        appendEscaped(m_xml, text, escapesOfText);
+        m_xml.append(endTag);
+    }
     m_isBehindEndTag = true;
 }
 

@@ -23,7 +23,8 @@ public:
     void start(std::string_view tag);
     void text(std::string_view text);
     /// Writes an element that has a text and nothing else.
-    void element(std::string_view tag, std::string_view text, std::string_view name);
+    /// @param startTag, endTag  whole, such as `<a b="c">` and `</a>`
+    void element(std::string_view startTag, std::string_view text, std::string_view endTag);
     /// Ends the element of that name, which is the last that was begun and not ended.
     void end(std::string_view name);
 
