@@ -25,7 +25,7 @@ struct ConnectionNews {
 /// Listens on a connection to the bus of its own, which no other thread reads from: so what has
 /// arrived can be looked at at any moment, without a call and without waiting. A bus passes on the
 /// messages of a program in their order, and NetworkManager signals a change before it answers the
-/// program that asked for it. So whatever another program has been told is done is found here.
+/// program that asked for it. So whatever another program has had an answer to is found here.
 class ConnectionWatch {
 public:
     /// Connects to the first of the D-Bus addresses that takes a connection, and listens from then

@@ -127,9 +127,27 @@ StoreResult NetworkManagerBus::connect()
         m_daemon.clear();
     m_isDaemonInDoubt = false;
     StoreResult result = connectToBus();
-    if (!result.failed() && m_daemon.isEmpty())
-        result = findDaemon();
+    if (!result.failed())
+        result = connectToDaemon();
     return result;
+}
+
+StoreResult NetworkManagerBus::connectToDaemon()
+{
+    if (!m_daemon.isEmpty() && m_sinceAnswer.hasExpired(silenceLimitMs)) {
+        const BusReply sign = askForASign();
+        lookForNews();
+        if (isAnswerMissing(sign.message))
+            return sign.result;
+    }
+    return m_daemon.isEmpty() ? findDaemon() : StoreResult();
+}
+
+/// Asks for something that takes the daemon no time, and that it answers in the order of its work.
+BusReply NetworkManagerBus::askForASign()
+{
+    return call(message(settingsPath, QStringLiteral("org.freedesktop.DBus.Properties"),
+                        QStringLiteral("Get"), {settingsInterface, QStringLiteral("CanModify")}));
 }
 
 void NetworkManagerBus::lookForNews()
@@ -178,6 +196,7 @@ StoreResult NetworkManagerBus::findDaemon()
         m_daemon = reply.message.arguments().value(0).toString();
         m_news.isEverything = true;
         m_areSecretsSignalled.reset();
+        m_sinceAnswer.start();
     }
     return reply.result;
 }
@@ -198,10 +217,13 @@ QDBusMessage NetworkManagerBus::message(const QString &path, const QString &inte
 /// Works out what an answer means, and what it says about the daemon.
 BusReply NetworkManagerBus::judge(const QDBusMessage &message, const QString &method)
 {
-    if (isAnswerMissing(message))
+    if (isAnswerMissing(message)) {
         m_unansweredMethod = method;
-    else if (method == m_unansweredMethod)
-        m_unansweredMethod.clear();
+    } else {
+        m_sinceAnswer.start();
+        if (method == m_unansweredMethod)
+            m_unansweredMethod.clear();
+    }
     if (message.type() == QDBusMessage::ReplyMessage) {
         if (isExpected(message, method))
             return {message, Cause::None, {}};

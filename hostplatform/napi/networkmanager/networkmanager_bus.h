@@ -6,6 +6,7 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QElapsedTimer>
 #include <QString>
 #include <QStringList>
 #include <QVariantList>
@@ -40,6 +41,10 @@ public:
     /// The same after a call that got no answer in its time, until the next one that does: so that
     /// a daemon that has stopped does not make each of a thousand calls wait.
     static constexpr int impatientLimitMs = 500;
+    /// How long the daemon may have been silent before it is asked for a sign, in milliseconds.
+    /// What it signals can be on its way for a moment after a program has noticed the change in
+    /// another way than by an answer; when it answers, that has arrived.
+    static constexpr int silenceLimitMs = 10;
     /// The bus refuses the 129th unanswered call of a connection.
     static constexpr int callsInFlight = 64;
 
@@ -75,7 +80,9 @@ private:
     void lookForNews();
     void dropOwnSignal(const QString &path, qsizetype signalsBefore);
     StoreResult connectToBus();
+    StoreResult connectToDaemon();
     StoreResult findDaemon();
+    BusReply askForASign();
     int limitMs() const;
     void disconnect();
 
@@ -86,6 +93,7 @@ private:
     bool m_isDaemonInDoubt = false;
     /// Whether secrets have been handed out with a signal each time.
     std::optional<bool> m_areSecretsSignalled;
-    QString m_daemon;           ///< unique name, empty for none
-    QString m_unansweredMethod; ///< empty when the last call of each method was answered
+    QString m_daemon;            ///< unique name, empty for none
+    QElapsedTimer m_sinceAnswer; ///< of the daemon's
+    QString m_unansweredMethod;  ///< empty when the last call of each method was answered
 };

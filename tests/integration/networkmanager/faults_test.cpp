@@ -19,6 +19,7 @@
 #include <QDBusConnectionInterface>
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
+#include <QDBusVariant>
 #include <QDir>
 #include <QTemporaryDir>
 #include <QThread>
@@ -100,10 +101,17 @@ protected:
         EXPECT_FALSE(result.failed()) << result.message;
         return record;
     }
+    /// What was called, but for signs that are asked for when there was nothing for a while.
+    std::vector<RecordedCall> takeCalls()
+    {
+        std::vector<RecordedCall> calls = m_fake->takeCalls();
+        std::erase_if(calls, [](const RecordedCall &call) { return call.method == "Get"; });
+        return calls;
+    }
     Methods takeMethods()
     {
         Methods methods;
-        for (const RecordedCall &call : m_fake->takeCalls())
+        for (const RecordedCall &call : takeCalls())
             methods.push_back(call.method);
         return methods;
     }
@@ -419,7 +427,7 @@ TEST_F(FoundSecret, IsOnTheDiskBeforeItGoesFromTheConnection)
     });
     EXPECT_STREQ(read("Fake 0").csdAuthPassword, "found");
     EXPECT_EQ(keptAtUpdate, 1);
-    for (const RecordedCall &call : m_fake->takeCalls()) {
+    for (const RecordedCall &call : takeCalls()) {
         if (call.method == "Update2") {
             EXPECT_EQ(sentSettings(call), FakeNetworkManager::connectionSettings(0));
         }
@@ -448,7 +456,7 @@ TEST_F(FoundSecret, StaysInTheConnectionWhenItCannotBeKept)
     EXPECT_TRUE(m_store->modify("Fake 0", record).failed());
     setrlimit(RLIMIT_FSIZE, &before);
     int updates = 0;
-    for (const RecordedCall &call : m_fake->takeCalls()) {
+    for (const RecordedCall &call : takeCalls()) {
         if (call.method != "Update2")
             continue;
         ++updates;
@@ -554,7 +562,7 @@ TEST_F(Faults, UpdateIsTakenBackWhenThePasswordCannotBeRemoved)
     expectList(m_all);
     m_fake->takeCalls();
     EXPECT_EQ(m_store->modify("Fake 0", NAP_PROFILE_S{}).status, NAPI_ERROR_IO);
-    const std::vector<RecordedCall> calls = m_fake->takeCalls();
+    const std::vector<RecordedCall> calls = takeCalls();
     ASSERT_EQ(calls.size(), 5U);
     EXPECT_EQ(calls[2].method, "Update2");
     EXPECT_FALSE(sentSettings(calls[2])[u"gsm"_qs].contains(u"apn"_qs));
@@ -579,7 +587,7 @@ TEST_F(Faults, ConnectionWhoseIdCannotBeKeptIsDeletedAgain)
     setrlimit(RLIMIT_FSIZE, &before);
     EXPECT_TRUE(result.failed());
     EXPECT_NE(result.message.find("ids.db"), std::string::npos) << result.message;
-    const RecordedCall last = m_fake->takeCalls().back();
+    const RecordedCall last = takeCalls().back();
     EXPECT_EQ(last.method, "Delete");
     EXPECT_EQ(last.path, FakeNetworkManager::connectionPath(77));
     expectList(m_all);
@@ -735,7 +743,7 @@ TEST_F(Faults, OnlyTheConnectionThatHasChangedIsReadAgain)
     m_fake->signalChange(2);
     for (const std::string &name : m_all)
         read(name);
-    const std::vector<RecordedCall> calls = m_fake->takeCalls();
+    const std::vector<RecordedCall> calls = takeCalls();
     ASSERT_EQ(calls.size(), 2U);
     EXPECT_EQ(calls[0].method, "GetSettings");
     EXPECT_EQ(calls[1].method, "GetSecrets");
@@ -852,6 +860,31 @@ private:
     QDBusConnection m_connection = QDBusConnection::connectToBus(PrivateBus::address(), m_name);
 };
 
+TEST_F(Faults, SignalThatIsOnItsWayIsWaitedFor)
+{
+    read("Fake 1");
+    m_fake->handle("Get", [&](const QDBusMessage &call) {
+        m_fake->signalChange(1, FakeNetworkManager::Wait::No);
+        return call.createReply(QVariant::fromValue(QDBusVariant(true)));
+    });
+    takeCalls();
+    QThread::msleep(NetworkManagerBus::silenceLimitMs + 1);
+    std::uint32_t id = 0;
+    EXPECT_FALSE(m_store->idByName("Fake 1", id).failed());
+    EXPECT_EQ(takeMethods(), Methods{"GetSettings"});
+}
+
+TEST_F(Faults, DaemonThatSaysNothingIsUnavailableForWhatIsKnownAsWell)
+{
+    read("Fake 1");
+    m_fake->handle("Get", noAnswer);
+    QThread::msleep(NetworkManagerBus::silenceLimitMs + 1);
+    NAP_PROFILE_S record = {};
+    const StoreResult result = m_store->read("Fake 1", record);
+    EXPECT_EQ(result.status, NAPI_ERROR_UNAVAILABLE);
+    EXPECT_NE(result.message.find("has not answered"), std::string::npos) << result.message;
+}
+
 TEST_F(Faults, SignalsOfAStrangerDoNotCount)
 {
     expectList(m_all);
@@ -901,13 +934,13 @@ TEST_F(Faults, UnchangedSecretsAreNotSent)
     record.csdLinger = 1;
     m_fake->takeCalls();
     ASSERT_FALSE(m_store->modify("Fake 1", record).failed());
-    ConnectionSettings sent = sentSettings(m_fake->takeCalls().back());
+    ConnectionSettings sent = sentSettings(takeCalls().back());
     EXPECT_FALSE(sent[u"gsm"_qs].contains(u"password"_qs));
     EXPECT_FALSE(sent[u"gsm"_qs].contains(u"pin"_qs));
 
     record.gprsAuthPassword[0] = 'S';
     ASSERT_FALSE(m_store->modify("Fake 1", record).failed());
-    sent = sentSettings(m_fake->takeCalls().back());
+    sent = sentSettings(takeCalls().back());
     EXPECT_EQ(sent[u"gsm"_qs][u"password"_qs], QVariant(u"Secret"_qs));
     EXPECT_EQ(sent[u"gsm"_qs][u"pin"_qs], QVariant(u"1234"_qs)) << "it would be dropped";
 }
