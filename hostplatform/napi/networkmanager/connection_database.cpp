@@ -37,8 +37,10 @@ constexpr SqliteFileKind connectionDatabase = {
     .name = "database of profile IDs",
     .applicationId = 0x4B55424D, // "KUBM"
     .newFilePragmas = "",
-    // A number that a power cut takes back would be given a second time.
-    .settingsPragmas = "PRAGMA synchronous = FULL; PRAGMA secure_delete = ON",
+    // A number that a power cut takes back would be given a second time. Emptying the journal takes
+    // the disk much less time than deleting it and making it again for each number.
+    .settingsPragmas = "PRAGMA journal_mode = TRUNCATE; PRAGMA synchronous = FULL; "
+                       "PRAGMA secure_delete = ON",
     .formats = fileFormats,
     .statements = statementTexts,
 };
