@@ -17,8 +17,9 @@ DMNATIVE_API std::size_t LiveBlocks();
 /// Live blocks of one call site, as DmtMemAllocEx was given it.
 DMNATIVE_API std::size_t LiveBlocks(std::string_view file, int line);
 
-/// Blocks allocated since the program started, over all call sites.
-DMNATIVE_API std::size_t AllocatedBlocks();
+/// Blocks since the program started, over all call sites, that were cut from larger ones, so that
+/// whoever counts blocks of the heap has not seen them.
+DMNATIVE_API std::size_t PooledBlocks();
 
 /// Asked before each allocation; true makes DmtMemAllocEx return null. An empty function asks
 /// nobody.

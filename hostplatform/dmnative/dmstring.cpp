@@ -1,5 +1,8 @@
 #include "dmnative/dmstring.h"
 
+#include "dmstring_view.h"
+
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <new>
@@ -12,17 +15,13 @@ namespace {
 
 constexpr char ALLOCATION_FILE[] = "dmstring";
 
-struct TextHeader {
-    std::size_t holders;
-};
-
 struct EmptyText {
     TextHeader header;
     char text[1];
 };
 
 // Of this library, which counts as a holder: it is never given back.
-EmptyText emptyText{{1}, ""};
+EmptyText emptyText{{1, 0}, ""};
 
 TextHeader *HeaderOf(char *text)
 {
@@ -32,7 +31,9 @@ TextHeader *HeaderOf(char *text)
 char *AllocateText(std::size_t length)
 {
     void *const block = DmtMemAllocEx(sizeof(TextHeader) + length + 1, ALLOCATION_FILE, __LINE__);
-    return reinterpret_cast<char *>(new (block) TextHeader{1} + 1);
+    const auto keptLength =
+        static_cast<std::uint32_t>(std::min<std::size_t>(length, TextHeader::LONG));
+    return reinterpret_cast<char *>(new (block) TextHeader{1, keptLength} + 1);
 }
 
 char *ShareText(char *text)
@@ -64,7 +65,10 @@ char *CopyText(const char *text, std::size_t length)
 
 DMString::DMString(const char *text) : m_text(CopyText(text, text ? std::strlen(text) : 0)) {}
 
-DMString::DMString(const char *text, std::size_t length) : m_text(CopyText(text, length)) {}
+DMString::DMString(const char *text, std::size_t length)
+    : m_text(CopyText(text, text ? strnlen(text, length) : 0))
+{
+}
 
 DMString::DMString(const DMString &other) : m_text(ShareText(other.m_text)) {}
 
@@ -90,7 +94,7 @@ DMString::~DMString()
 
 std::size_t DMString::length() const
 {
-    return m_text ? std::strlen(m_text) : 0;
+    return ViewOf(*this).size();
 }
 
 DMString &DMString::operator+=(const char *text)

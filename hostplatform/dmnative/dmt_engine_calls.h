@@ -2,12 +2,11 @@
 #pragma once
 
 #include <optional>
-#include <string_view>
 
 namespace engine_calls {
 
-/// Tells the observer of the call. @return the status with which the caller must answer at once, or
-/// nothing when it carries the call out.
-std::optional<int> Announce(std::string_view call, std::string_view path);
+/// Tells the observer, if there is one, of the call; a null path is the empty one. @return the
+/// status with which the caller must answer at once, or nothing when it carries the call out.
+std::optional<int> Announce(const char *call, const char *path);
 
 } // namespace engine_calls

@@ -171,7 +171,7 @@ void DmtPluginNode::TakePath(const DMString &path)
 {
     m_path = path;
     if (m_treeLink && m_treeLink->Tree()) {
-        m_name = m_treeLink->Tree()->m_nodes->NameOf(m_path.text());
+        m_name = m_treeLink->Tree()->m_nodes->NameOf(m_path);
         return;
     }
     const char *const slash = std::strrchr(m_path.text(), '/');

@@ -2,21 +2,25 @@
 #pragma once
 
 #include "dmnative/dmt_tree.h"
+#include "dmstring_view.h"
 
 #include <array>
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 /// Nodes by path. Finding a node takes one hash look-up; removing or renaming one touches what is
 /// listed beneath it and nothing else.
 ///
-/// Each entry keeps the ordered list of its children's names. A listed name is looked up as the
-/// path with a slash and the name after it, so a name that itself holds a slash is found as well.
+/// The children of a node are an ordered list of names. A listed name is looked up as the path with
+/// a slash and the name after it, so a name that itself holds a slash is found as well. Leaves,
+/// which most nodes are, have no list.
 class DmtPluginTree::NodeTable {
 public:
     /// @return the registered node, or null.
@@ -38,8 +42,8 @@ public:
                const std::function<void(DmtNode *, const DMString &newPath)> &moved);
 
     /// The last segment of a path as a string that shares its text with equal names of late: most
-    /// nodes of a tree have one of a few names.
-    DMString NameOf(std::string_view path);
+    /// nodes of a tree have one of a few names. A path that is its own name is shared.
+    DMString NameOf(const DMString &path);
 
     /// How many children are listed there, registered or not.
     int CountListedChildren(std::string_view path) const;
@@ -47,6 +51,28 @@ public:
     void ForEachChild(std::string_view path, const std::function<void(DmtNode *)> &visit) const;
 
 private:
+    /// Has containers live in the engine's memory.
+    template <class T>
+    struct Allocator {
+        using value_type = T;
+
+        Allocator() = default;
+        template <class U>
+        Allocator(const Allocator<U> &)
+        {
+        }
+        bool operator==(const Allocator &) const = default;
+
+        T *allocate(std::size_t count)
+        {
+            void *const block = DmtMemAllocEx(count * sizeof(T), "dmt_node_table", __LINE__);
+            if (!block)
+                throw std::bad_alloc();
+            return static_cast<T *>(block);
+        }
+        void deallocate(T *block, std::size_t) { DmtMemFree(block); }
+    };
+
     /// The ordered names of one node's children. Looking one up takes a step for each of a few
     /// names, and one step in all where there are more.
     class ChildNames {
@@ -64,7 +90,7 @@ private:
         {
             for (const DMString &name : m_names)
                 if (name.c_str())
-                    visit(std::string_view(name.c_str()));
+                    visit(ViewOf(name));
         }
 
     private:
@@ -74,17 +100,12 @@ private:
         bool StartWith(const DMStringVector &names) const;
         void CloseGaps();
 
-        std::vector<DMString> m_names; // null where one was forgotten
+        std::vector<DMString, Allocator<DMString>> m_names; // null where one was forgotten
         std::size_t m_gaps = 0;
+        mutable std::size_t m_next = 0; // after the name that was found last
         // Of a long list. The keys view into m_names: a text stays where it is while it has
         // holders.
         std::unique_ptr<std::unordered_map<std::string_view, std::size_t>> m_places;
-    };
-
-    /// A path that has a node, or that is known only as the parent of one.
-    struct Entry {
-        JemSmartPtr<DmtNode> node;
-        ChildNames children;
     };
 
     // Both let a look-up do without a copy of the path.
@@ -94,25 +115,34 @@ private:
         {
             return std::hash<std::string_view>()(path);
         }
-        std::size_t operator()(const DMString &path) const
-        {
-            return (*this)(std::string_view(path.text()));
-        }
+        std::size_t operator()(const DMString &path) const { return (*this)(ViewOf(path)); }
     };
     struct PathEqual {
         using is_transparent = void;
-        bool operator()(const DMString &left, const DMString &right) const { return left == right; }
+        bool operator()(const DMString &left, const DMString &right) const
+        {
+            return ViewOf(left) == ViewOf(right);
+        }
         bool operator()(std::string_view left, const DMString &right) const
         {
-            return left == right.text();
+            return left == ViewOf(right);
         }
     };
+    template <class Value>
+    using ByPath = std::unordered_map<DMString, Value, PathHash, PathEqual,
+                                      Allocator<std::pair<const DMString, Value>>>;
+
+    /// What the node at a path lists, registered or not; an empty list when there is none yet.
+    ChildNames &ListOf(std::string_view path);
 
     void RemoveBeneath(const std::string &path);
     void MoveBeneath(const std::string &path, const std::string &newPath,
                      const std::function<void(DmtNode *, const DMString &)> &moved);
 
-    std::unordered_map<DMString, Entry, PathHash, PathEqual>
-        m_entries;                        // keys share the nodes' texts
-    std::array<DMString, 64> m_lateNames; // by the hash of the name
+    // The keys share the nodes' texts.
+    ByPath<JemSmartPtr<DmtNode>> m_nodes;
+    ByPath<ChildNames> m_lists;
+    // Siblings are registered one after the other. Null when the list may be gone.
+    std::pair<const DMString, ChildNames> *m_lateList = nullptr;
+    std::array<DMString, 64> m_lateNames; // by what their first and last characters make
 };

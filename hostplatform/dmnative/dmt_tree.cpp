@@ -1,5 +1,6 @@
 #include "dmnative/dmt_tree.h"
 #include "dmnative_control.h"
+#include "dmstring_view.h"
 #include "dmt_engine_calls.h"
 #include "dmt_node_table.h"
 #include "dmt_tree_link.h"
@@ -23,10 +24,10 @@ class EngineNode final : public DmtRWPluginNode {};
 
 } // namespace
 
-std::optional<int> engine_calls::Announce(std::string_view call, std::string_view path)
+std::optional<int> engine_calls::Announce(const char *call, const char *path)
 {
     const dmnative_control::EngineCallObserver &observer = Observer();
-    return observer ? observer(call, path) : std::nullopt;
+    return observer ? observer(call, path ? path : "") : std::nullopt;
 }
 
 void dmnative_control::SetEngineCallObserver(EngineCallObserver observer)
@@ -50,7 +51,7 @@ DmtPluginTree::~DmtPluginTree()
 
 int DmtPluginTree::GetNode(const char *path, JemSmartPtr<DmtNode> &node)
 {
-    if (const auto status = engine_calls::Announce("Tree::GetNode", path ? path : ""))
+    if (const auto status = engine_calls::Announce("Tree::GetNode", path))
         return *status;
     DmtNode *const found = m_nodes->Find(path ? path : "");
     if (!found)
@@ -218,13 +219,13 @@ int DmtPluginTree::RemoveNode(const char *)
 
 int DmtPluginTree::SetNode(const char *path, JemSmartPtr<DmtNode> node)
 {
-    if (const auto status = engine_calls::Announce("Tree::SetNode", path ? path : ""))
+    if (const auto status = engine_calls::Announce("Tree::SetNode", path))
         return *status;
     if (!node)
         return DMT_COMMAND_FAILED;
     const auto *const pluginNode = static_cast<const DmtPluginNode *>(node.get());
     // A node is registered at its own path: the table shares that text.
-    const bool isOwnPath = pluginNode->m_path == (path ? path : "");
+    const bool isOwnPath = ViewOf(pluginNode->m_path) == (path ? path : "");
     m_nodes->Set(isOwnPath ? pluginNode->m_path : DMString(path), node, pluginNode->m_childNames);
     return DMT_OK;
 }
@@ -283,7 +284,7 @@ DmtRWPluginTree::~DmtRWPluginTree() = default;
 
 int DmtRWPluginTree::DeleteNode(const char *path)
 {
-    if (const auto status = engine_calls::Announce("RWTree::DeleteNode", path ? path : ""))
+    if (const auto status = engine_calls::Announce("RWTree::DeleteNode", path))
         return *status;
     return DropNode(path);
 }

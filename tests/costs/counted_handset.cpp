@@ -61,7 +61,7 @@ constexpr int NOT_FOUND = NAPI_ERROR_NOT_FOUND;
 Counts CountsNow()
 {
     Counts now = counts;
-    now.allocations = allocations;
+    now.allocations = AllocationsNow();
     return now;
 }
 

@@ -2,10 +2,20 @@
 // comes before the C library's.
 #include "heap_count.h"
 
+#include "dmnative_control.h"
+
 #include <cstddef>
 
 bool costs::counting = false;
-std::uint64_t costs::allocations = 0;
+
+namespace {
+std::uint64_t heapBlocks = 0;
+} // namespace
+
+std::uint64_t costs::AllocationsNow()
+{
+    return heapBlocks + dmnative_control::PooledBlocks();
+}
 
 #ifdef KUB_SANITIZED
 
@@ -30,19 +40,19 @@ void *__libc_realloc(void *block, std::size_t size);
 
 KUB_EXPORT void *malloc(std::size_t size)
 {
-    costs::allocations += costs::counting ? 1 : 0;
+    heapBlocks += costs::counting ? 1 : 0;
     return __libc_malloc(size);
 }
 
 KUB_EXPORT void *calloc(std::size_t count, std::size_t size)
 {
-    costs::allocations += costs::counting ? 1 : 0;
+    heapBlocks += costs::counting ? 1 : 0;
     return __libc_calloc(count, size);
 }
 
 KUB_EXPORT void *realloc(void *block, std::size_t size)
 {
-    costs::allocations += costs::counting ? 1 : 0;
+    heapBlocks += costs::counting ? 1 : 0;
     return __libc_realloc(block, size);
 }
 }

@@ -1,4 +1,4 @@
-// The blocks that a process takes from the heap.
+// The blocks that a process takes from the heap, itself or by way of the engine's memory.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,9 @@ namespace costs {
 /// Whether blocks are counted now.
 extern bool counting;
 
-/// Counted since the program started.
-extern std::uint64_t allocations;
+/// Blocks of the heap that were counted since the program started, and all those that the engine
+/// has cut from larger ones of its own.
+std::uint64_t AllocationsNow();
 
 /// Whether this build sees the heap; a sanitizer takes its place.
 bool CountsAllocations();

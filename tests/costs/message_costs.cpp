@@ -76,7 +76,7 @@ struct Device {
 std::string countedLine(const std::string &operation, const std::function<void()> &run)
 {
     run();
-    const std::uint64_t before = costs::allocations;
+    const std::uint64_t before = costs::AllocationsNow();
     CALLGRIND_ZERO_STATS;
     CALLGRIND_TOGGLE_COLLECT;
     costs::counting = true;
@@ -84,7 +84,7 @@ std::string countedLine(const std::string &operation, const std::function<void()
     costs::counting = false;
     CALLGRIND_TOGGLE_COLLECT;
     CALLGRIND_DUMP_STATS_AT(operation.c_str());
-    return operation + ": " + std::to_string(costs::allocations - before) + " allocations";
+    return operation + ": " + std::to_string(costs::AllocationsNow() - before) + " allocations";
 }
 
 } // namespace

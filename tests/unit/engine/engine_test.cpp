@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -279,6 +282,50 @@ TEST(EngineMemory, EveryBlockOfATreeGoesBackWithItsLastReference)
     EXPECT_EQ(dmnative_control::LiveBlocks(), before);
 }
 
+/// Allocates blocks of all sizes up to a few hundred bytes, each with its size in every byte.
+std::vector<unsigned char *> FilledBlocks(std::size_t sizes)
+{
+    std::vector<unsigned char *> blocks;
+    for (std::size_t size = 0; size < sizes; ++size) {
+        auto *const block = static_cast<unsigned char *>(DmtMemAllocEx(size, "engine_test", 1));
+        std::memset(block, static_cast<unsigned char>(size), size);
+        blocks.push_back(block);
+    }
+    return blocks;
+}
+
+TEST(EngineMemory, BlocksAreAlignedForAnyTypeAndDoNotOverlap)
+{
+    const std::size_t before = dmnative_control::LiveBlocks();
+    for (int round = 0; round < 3; ++round) { // later rounds take what the first gave back
+        const std::vector<unsigned char *> blocks = FilledBlocks(600);
+        for (std::size_t size = 0; size < blocks.size(); ++size) {
+            EXPECT_EQ(reinterpret_cast<std::uintptr_t>(blocks[size]) % alignof(std::max_align_t),
+                      0u);
+            for (std::size_t i = 0; i < size; ++i)
+                ASSERT_EQ(blocks[size][i], static_cast<unsigned char>(size)) << size << ' ' << i;
+        }
+        EXPECT_EQ(dmnative_control::LiveBlocks("engine_test", 1), blocks.size());
+        for (const std::size_t remainder : {1u, 0u}) // every other one first
+            for (std::size_t size = 0; size < blocks.size(); ++size)
+                if (size % 2 == remainder)
+                    DmtMemFree(blocks[size]);
+        EXPECT_EQ(dmnative_control::LiveBlocks(), before);
+    }
+}
+
+TEST(EngineMemory, ASmallBlockThatWasGivenBackIsTakenAgain)
+{
+    const std::size_t pooledBefore = dmnative_control::PooledBlocks();
+    void *const block = DmtMemAllocEx(sizeof(Node), "engine_test", 2);
+    DmtMemFree(block);
+    if (dmnative_control::PooledBlocks() == pooledBefore)
+        GTEST_SKIP() << "with a sanitizer every block is the heap's";
+    void *const again = DmtMemAllocEx(sizeof(Node), "engine_test", 2);
+    EXPECT_EQ(again, block);
+    DmtMemFree(again);
+}
+
 TEST(EngineVector, CapacityGrowsInMultiplesOfFourAndShrinkingToNothingFreesTheBlock)
 {
     const std::size_t before = dmnative_control::LiveBlocks("dmvector", 394);
@@ -317,6 +364,16 @@ TEST(EngineString, NullAndEmptyAreEqualButTellApart)
     EXPECT_STREQ(null.text(), "");
     EXPECT_EQ(null.length(), 0u);
     EXPECT_EQ(sizeof(DMString), sizeof(char *));
+}
+
+TEST(EngineString, AStringEndsWithItsFirstNul)
+{
+    const DMString cut("ab\0cd", 5);
+    EXPECT_EQ(cut.length(), 2u);
+    EXPECT_TRUE(cut == "ab");
+    EXPECT_EQ(DMString("abcd", 3).length(), 3u);
+    EXPECT_EQ((cut + "xyz").length(), 5u);
+    EXPECT_STREQ(DMString("\0a", 2).c_str(), "");
 }
 
 TEST(EngineString, AppendingAStringToItselfDoublesIt)
