@@ -148,7 +148,7 @@ constexpr char SLOT_WITHOUT_RECORD[] = "Ph3";
 /// @return the leaf of that name, or null.
 const NapdefLeaf *FindNapdefLeaf(const DMString &name)
 {
-    const std::string_view text(name.text());
+    const std::string_view text(name.text(), name.length());
     for (const NapdefLeaf &leaf : NAPDEF_LEAVES)
         if (text == leaf.name)
             return &leaf;
@@ -385,23 +385,29 @@ DMString DM_NAPI_PluginNode::GetGrandParentNodeName() const
 
 DMString DM_NAPI_PluginNode::GetProfileNodeName() const
 {
+    DMString fullPath;
+    return ToDMString(ProfileNodeName(OwningTree().get(), fullPath));
+}
+
+std::string_view DM_NAPI_PluginNode::ProfileNodeName(const DM_NAPI_PluginTree *tree,
+                                                     DMString &fullPath) const
+{
     LOG_TRACE("Enter: GetProfileNodeName()! NodePath = %s\n", m_path.text());
-    const JemSmartPtr<DM_NAPI_PluginTree> tree = OwningTree();
     if (m_path.empty() || !tree)
-        return DMString("");
+        return {};
     const std::string_view root = tree->IsNAPDEF() ? CONN_ROOT_PATH : INTPROFS_ROOT_PATH;
     std::string_view rest(m_path.text());
-    DMString fullPath;
     if (tree->GetRootPath().text() != root) { // else m_path starts right after the root
         fullPath = tree->GetRootPath() + "/" + m_path;
         rest = fullPath.text();
         const std::size_t rootPosition = rest.find(root);
         if (rootPosition == std::string_view::npos)
-            return DMString("");
+            return {};
         rest.remove_prefix(std::min(rest.size(), rootPosition + root.size() + 1));
     }
-    const DMString profileNode = ToDMString(rest.substr(0, rest.find('/')));
-    LOG_TRACE("Leave: GetProfileNodeName()! Profile Node name: %s \n", profileNode.text());
+    const std::string_view profileNode = rest.substr(0, rest.find('/'));
+    LOG_TRACE("Leave: GetProfileNodeName()! Profile Node name: %s \n",
+              ToDMString(profileNode).text());
     return profileNode;
 }
 
@@ -412,15 +418,14 @@ namespace {
 /// What a profile's "Bearer" leaf says.
 struct BearerLeaf {
     /// Reads the leaf through the tree. A profile without one is on the default bearer.
-    BearerLeaf(DmtTree &tree, const DMString &profileNodeName);
+    BearerLeaf(DmtTree &tree, std::string_view profileNodeName);
 
     NodePath path;
     DMString bearer;    // DEFAULT_BEARER when the leaf does not tell
     bool usable = true; // false: the leaf is there, but has no text
 };
 
-BearerLeaf::BearerLeaf(DmtTree &tree, const DMString &profileNodeName)
-    : path(profileNodeName.text())
+BearerLeaf::BearerLeaf(DmtTree &tree, std::string_view profileNodeName) : path(profileNodeName)
 {
     path.Enter("Bearer");
     JemSmartPtr<DmtNode> node;
@@ -459,18 +464,20 @@ int DM_NAPI_PluginNode::GetValue(DmtData &value) noexcept
         LOG_TRACE("Leave: GetValue()! \n");
         return DMT_OK;
     }
-    DMString profileName;
-    if (const int status = tree->GetProfileName(GetProfileNodeName(), profileName)) {
+    DMString fullPath;
+    DM_NAPI_PluginTree::NameBuffer profileName;
+    if (const int status =
+            tree->GetProfileName(ProfileNodeName(tree.get(), fullPath), profileName)) {
         LOG_FAILURE("Leave: GetValue() fail! GetProfileName() return error!\n");
         return status;
     }
     NAP_PROFILE_S record{};
-    if (const int result = NAPI_ReadProfile(profileName.text(), &record, 0, 0)) {
+    if (const int result = NAPI_ReadProfile(profileName.data(), &record, 0, 0)) {
         LOG_FAILURE("Leave: GetValue() fail! NAPI_ReadProfile() return %d! \n", result);
         return DMT_FAILED;
     }
-    LOG_TRACE("NAPI_ReadProfile: profilename = %s\n", profileName.text());
-    const int status = tree->IsNAPDEF() ? GetValueforNAPDEF(name, &record, value)
+    LOG_TRACE("NAPI_ReadProfile: profilename = %s\n", profileName.data());
+    const int status = tree->IsNAPDEF() ? ReadNapdefValue(tree.get(), name, &record, value)
                                         : GetValueforPROXY(name, &record, value);
     if (status != DMT_OK) {
         LOG_FAILURE("Leave: GetValue() fail! GetValueforNAPDEF or GetValueforPROXY return %d\n",
@@ -484,11 +491,17 @@ int DM_NAPI_PluginNode::GetValue(DmtData &value) noexcept
 int DM_NAPI_PluginNode::GetValueforNAPDEF(const DMString &name, const NAP_PROFILE_S *record,
                                           DmtData &value) const
 {
+    return ReadNapdefValue(OwningTree().get(), name, record, value);
+}
+
+int DM_NAPI_PluginNode::ReadNapdefValue(DM_NAPI_PluginTree *tree, const DMString &name,
+                                        const NAP_PROFILE_S *record, DmtData &value) const
+{
     LOG_TRACE("Enter: GetValueforNAPDEF()! NodeName = %s\n", name.text());
-    const JemSmartPtr<DM_NAPI_PluginTree> tree = OwningTree();
     if (!tree)
         return DMT_COMMAND_FAILED;
-    const BearerLeaf leaf(*tree, GetProfileNodeName());
+    DMString fullPath;
+    const BearerLeaf leaf(*tree, ProfileNodeName(tree, fullPath));
     if (!leaf.usable)
         LOG_TRACE("Get %s value error,use default value!\n", leaf.path.text());
     LOG_TRACE("Bearer = %s\n", leaf.bearer.text());
@@ -721,7 +734,8 @@ int DM_NAPI_PluginNode::SetValueforNAPDEF(const DMString &name, NAP_PROFILE_S *r
     const JemSmartPtr<DM_NAPI_PluginTree> tree = OwningTree();
     if (!tree)
         return DMT_COMMAND_FAILED;
-    const BearerLeaf leaf(*tree, GetProfileNodeName());
+    DMString fullPath;
+    const BearerLeaf leaf(*tree, ProfileNodeName(tree.get(), fullPath));
     if (!leaf.usable)
         LOG_FAILURE("Leave: SetValueforNAPDEF! Get Bearer value failed, sBearerNodePath = %s!\n",
                     leaf.path.text());

@@ -7,8 +7,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <memory_resource>
 #include <string>
+#include <string_view>
 
 class DM_NAPI_PluginTree;
 struct ProfileInfo;
@@ -95,26 +95,45 @@ const char *DataTypeName(const DmtData &value);
 /// Path of a node while it is put together. One of the usual length takes nothing from the heap.
 class NodePath {
 public:
-    explicit NodePath(const char *path) : m_text(&m_memory)
-    {
-        m_text.reserve(USUAL_LENGTH);
-        m_text = path;
-    }
-    NodePath(const NodePath &) = delete;
-    NodePath &operator=(const NodePath &) = delete;
+    explicit NodePath(std::string_view path) { Append(path); }
 
-    const char *text() const { return m_text.c_str(); }
+    const char *text() const { return m_long.empty() ? m_room.data() : m_long.c_str(); }
     /// Goes down to a child.
-    void Enter(const char *name) { m_text.append(1, '/').append(name); }
+    void Enter(std::string_view name)
+    {
+        Append("/");
+        Append(name);
+    }
     /// Goes back up. The path must have a slash.
-    void Leave() { m_text.resize(m_text.rfind('/')); }
+    void Leave() { Cut(std::string_view(text(), m_length).rfind('/')); }
 
 private:
-    static constexpr std::size_t USUAL_LENGTH = 127;
+    std::array<char, 128> m_room;
+    std::size_t m_length = 0;
+    std::string m_long; // the path, when there is no room for it
 
-    std::array<char, USUAL_LENGTH + 1> m_room;
-    std::pmr::monotonic_buffer_resource m_memory{m_room.data(), m_room.size()};
-    std::pmr::string m_text;
+    void Append(std::string_view text)
+    {
+        const std::size_t length = m_length + text.size();
+        if (m_long.empty() && length < m_room.size()) {
+            text.copy(m_room.data() + m_length, text.size());
+            m_room[length] = '\0';
+        } else {
+            if (m_long.empty())
+                m_long.assign(m_room.data(), m_length);
+            m_long += text;
+        }
+        m_length = length;
+    }
+
+    void Cut(std::size_t length)
+    {
+        m_length = length;
+        if (m_long.empty())
+            m_room[length] = '\0';
+        else
+            m_long.resize(length);
+    }
 };
 
 // ---- The node -----------------------------------------------------------------------------------
@@ -157,6 +176,12 @@ public:
 private:
     /// The owning tree; null once it is destroyed.
     JemSmartPtr<DM_NAPI_PluginTree> OwningTree() const;
+    /// GetProfileNodeName for whoever has the tree, which may be null. @param fullPath  holds what
+    /// the answer views, where that is not the node's path
+    std::string_view ProfileNodeName(const DM_NAPI_PluginTree *tree, DMString &fullPath) const;
+    /// GetValueforNAPDEF for whoever has the tree, which may be null.
+    int ReadNapdefValue(DM_NAPI_PluginTree *tree, const DMString &name, const NAP_PROFILE_S *record,
+                        DmtData &value) const;
     /// Writes the "Bearer" leaf: moves the settings within the record and the key in the mapping
     /// file, then stores the record and the value. @return 0, 1, or the status of the call that
     /// failed.

@@ -53,6 +53,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <span>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -132,9 +133,10 @@ QString ConnKey(const DMString &profileNodeName, const char *phName)
     return key;
 }
 
-DMString DecimalText(unsigned int number)
+/// The ID key of a profile, in the NAPDEF kind with the suffix of its bearer.
+DMString IdKey(unsigned int id, const char *keySuffix = "")
 {
-    return DMString(std::to_string(number).c_str());
+    return DMString(std::to_string(id).append(keySuffix).c_str());
 }
 
 /// The mapping of an ID key, without a bearer; null when memory is short.
@@ -229,15 +231,22 @@ bool DM_NAPI_PluginTree::HasEmptyNodeName(const DMString &path) const
 
 // ---- Map between node names and profiles --------------------------------------------------------
 
-int ProfileMap::find(const DMString &nodeName) const
+int ProfileMap::find(std::string_view nodeName) const
 {
-    const auto place = m_places.find(std::string_view(nodeName.text()));
+    const auto place = m_places.find(nodeName);
     return place == m_places.end() ? -1 : place->second;
+}
+
+void ProfileMap::reserve(int profiles)
+{
+    m_keys.reserve(profiles);
+    m_values.reserve(profiles);
+    m_places.reserve(static_cast<std::size_t>(profiles));
 }
 
 int ProfileMap::put(const DMString &nodeName, std::unique_ptr<ProfileInfo> info)
 {
-    const int existing = find(nodeName);
+    const int existing = find(nodeName.text());
     if (existing >= 0) {
         delete std::exchange(m_values[existing], info.release());
         return existing;
@@ -274,27 +283,37 @@ void ProfileMap::freeValues()
 
 int DM_NAPI_PluginTree::GetProfileName(const DMString &nodeName, DMString &profileName) const
 {
+    NameBuffer name;
+    if (const int status = GetProfileName(nodeName.text(), name))
+        return status;
+    profileName = DMString(name.data());
+    return DMT_OK;
+}
+
+int DM_NAPI_PluginTree::GetProfileName(std::string_view nodeName, NameBuffer &profileName) const
+{
     LOG_TRACE("Enter: GetProfileName()!\n");
     const int index = m_ProfileMaps.find(nodeName);
     if (index < 0) {
-        LOG_FAILURE("Leave:GetProfileName! Can not find %s in m_ProfileMaps!\n", nodeName.text());
+        LOG_FAILURE("Leave:GetProfileName! Can not find %s in m_ProfileMaps!\n",
+                    std::string(nodeName).c_str());
         return DMT_FAILED;
     }
     const DMString &profileID = m_ProfileMaps.values()[index]->sProfileID;
-    LOG_TRACE("ProfileNodeName=%s, ProfileID=%s \n", nodeName.text(), profileID.text());
+    LOG_TRACE("ProfileNodeName=%s, ProfileID=%s \n", std::string(nodeName).c_str(),
+              profileID.text());
     unsigned int id = 0;
     if (!ExtractProfileID(profileID, id)) {
         LOG_FAILURE("Leave:GetProfileName! ExtractProfileID failed!\n");
         return DMT_FAILED;
     }
-    char name[NAPI_NAME_SIZE + 1] = {}; // terminated even if the service fills its whole slot
-    if (const int result = NAPI_GetProfileNameByID(id, name)) {
+    profileName.fill('\0'); // terminated even if the service fills its whole slot
+    if (const int result = NAPI_GetProfileNameByID(id, profileName.data())) {
         LOG_FAILURE("Leave:GetProfileName! NAPI_GetProfileNameByID failed, return %d!\n", result);
         return DMT_FAILED;
     }
-    profileName = DMString(name);
-    LOG_TRACE("Leave: GetProfileName! NodeName = %s, ProfileName = %s\n", nodeName.text(),
-              profileName.text());
+    LOG_TRACE("Leave: GetProfileName! NodeName = %s, ProfileName = %s\n",
+              std::string(nodeName).c_str(), profileName.data());
     return DMT_OK;
 }
 
@@ -352,7 +371,7 @@ int DM_NAPI_PluginTree::LoadMappedEntry(const QString &entryKey, const QString &
     char profileName[NAPI_NAME_SIZE + 1] = {};
     const bool stale = !ExtractProfileID(key, id) ||
                        NAPI_GetProfileNameByID(id, profileName) != NAPI_OK ||
-                       m_ProfileMaps.find(nodeName) >= 0;
+                       m_ProfileMaps.find(nodeName.text()) >= 0;
     if (stale) {
         if (!m_psetupManager->removeEntry(m_groupName, entryKey))
             LOG_FAILURE("Warning: RenameProfileMapDB! removeEntry failed!\n");
@@ -397,7 +416,7 @@ int DM_NAPI_PluginTree::RemoveStaleReferences()
         const DMString key(entry.key().toLatin1().constData());
         const std::size_t nameLength =
             key.length() - std::min(key.length(), CONN_KEY_SUFFIX_LENGTH);
-        if (m_ProfileMaps.find(DMString(key.text(), nameLength)) >= 0)
+        if (m_ProfileMaps.find(std::string_view(key.text(), nameLength)) >= 0)
             continue;
         m_psetupManager->removeEntry(CONN_GROUP, entry.key());
         if (!m_psetupManager->flush()) {
@@ -413,7 +432,7 @@ int DM_NAPI_PluginTree::PutProfileMap(const DMString &nodeName, std::unique_ptr<
 {
     LOG_TRACE("Enter: PutProfileMap! <NodeName, ProfileID> = <%s, %s>\n", nodeName.text(),
               info->sProfileID.text());
-    const int existing = m_ProfileMaps.find(nodeName);
+    const int existing = m_ProfileMaps.find(nodeName.text());
     if (existing >= 0) {
         LOG_TRACE("Leave: PutProfileMap! <NodeName, ProfileID> = <%s, %s> has exist in "
                   "m_ProfileMaps and cfg!\n",
@@ -443,7 +462,7 @@ int DM_NAPI_PluginTree::AddProfileMap(const DMString &nodeName, std::unique_ptr<
 {
     LOG_TRACE("AddProfileMap: <NodeName, ProfileID> = <%s, %s>\n", nodeName.text(),
               info->sProfileID.text());
-    if (m_ProfileMaps.find(nodeName) >= 0) {
+    if (m_ProfileMaps.find(nodeName.text()) >= 0) {
         LOG_FAILURE("Leave: AddProfileMap fail! Node named %s has exist in m_ProfileMaps!\n",
                     nodeName.text());
         return DMT_FAILED;
@@ -538,7 +557,7 @@ void DM_NAPI_PluginTree::GetNapdefName(const DMString *profileID, const DMString
 
 int DM_NAPI_PluginTree::DeleteProfileMap(const DMString &nodeName)
 {
-    const int index = m_ProfileMaps.find(nodeName);
+    const int index = m_ProfileMaps.find(nodeName.text());
     if (index < 0) {
         LOG_FAILURE("Leave: DeleteProfileMap fail! Can not lookup %s in m_ProfileMaps!\n",
                     nodeName.text());
@@ -558,7 +577,7 @@ int DM_NAPI_PluginTree::DeleteProfileMap(const DMString &nodeName)
     }
     LOG_TRACE("DeleteProfileMap: Group: %s <NodeName, ProfileID> = <%s, %s>\n",
               m_groupName.toUtf8().constData(), nodeName.text(), info->sProfileID.text());
-    const int unmapped = m_ProfileMaps.find(nodeName);
+    const int unmapped = m_ProfileMaps.find(nodeName.text());
     if (unmapped < 0) {
         LOG_FAILURE("Leave: DeleteProfileMap! remove failed!\n");
         return DMT_FAILED;
@@ -570,7 +589,7 @@ int DM_NAPI_PluginTree::DeleteProfileMap(const DMString &nodeName)
 int DM_NAPI_PluginTree::RenameProfileMap(const DMString &oldName, const DMString &newName)
 {
     LOG_TRACE("Enter: RenameProfileMap() \n");
-    const int oldIndex = m_ProfileMaps.find(oldName);
+    const int oldIndex = m_ProfileMaps.find(oldName.text());
     if (oldIndex < 0) {
         LOG_FAILURE("Leave: RenameProfileMap fail! Can not lookup %s in m_ProfileMaps!\n",
                     oldName.text());
@@ -609,7 +628,7 @@ int DM_NAPI_PluginTree::RenameProfileMap(const DMString &oldName, const DMString
 int DM_NAPI_PluginTree::RenameProfileMapDB(const DMString &nodeName, const DMString &bearer)
 {
     LOG_TRACE("Enter: RenameProfileMapinDB() \n");
-    const int index = m_ProfileMaps.find(nodeName);
+    const int index = m_ProfileMaps.find(nodeName.text());
     if (index < 0) {
         LOG_FAILURE("Leave: RenameProfileMapDB fail! Can not lookup %s in m_ProfileMaps!\n",
                     nodeName.text());
@@ -627,14 +646,17 @@ int DM_NAPI_PluginTree::RenameProfileMapDB(const DMString &nodeName, const DMStr
         return DMT_FAILED;
     }
     info->*part->isMapped = true;
-    info->sProfileID = DMString(std::string(bareKey).append(part->keySuffix).c_str());
+    const bool isSameKey = std::string_view(oldKey.text()).ends_with(part->keySuffix);
+    if (!isSameKey)
+        info->sProfileID = DMString(std::string(bareKey).append(part->keySuffix).c_str());
     if (!m_psetupManager) {
         LOG_TRACE("Leave: RenameProfileMapDB()\n");
         return DMT_OK;
     }
     LOG_TRACE("RenameProfileMapDB: before removeEntry, group = %s, qskey = %s\n",
               m_groupName.toUtf8().constData(), oldKey.text());
-    if (!m_psetupManager->removeEntry(m_groupName, FromIdKey(oldKey)))
+    const QString oldEntryKey = FromIdKey(oldKey);
+    if (!m_psetupManager->removeEntry(m_groupName, oldEntryKey))
         LOG_FAILURE("Warning: RenameProfileMapDB! removeEntry failed!\n");
     if (!m_psetupManager->flush()) {
         LOG_FAILURE("Leave: RenameProfileMapDB! flush  Failed\n");
@@ -642,8 +664,8 @@ int DM_NAPI_PluginTree::RenameProfileMapDB(const DMString &nodeName, const DMStr
     }
     LOG_TRACE("RenameProfileMapDB: qsGroupName = %s, qsKey = %s,qsValue = %s\n",
               m_groupName.toUtf8().constData(), info->sProfileID.text(), nodeName.text());
-    if (!m_psetupManager->setSettingInfo(m_groupName, FromIdKey(info->sProfileID),
-                                         FromNodeName(nodeName), false)) {
+    const QString entryKey = isSameKey ? oldEntryKey : FromIdKey(info->sProfileID);
+    if (!m_psetupManager->setSettingInfo(m_groupName, entryKey, FromNodeName(nodeName), false)) {
         LOG_FAILURE("Leave: RenameProfileMapDB! setSettingInfo failed!\n");
         return DMT_FAILED;
     }
@@ -663,9 +685,9 @@ ConnDefault DM_NAPI_PluginTree::GetConnValue(const ProfileInfo *info,
 {
     LOG_TRACE("Enter: GetConnValue()! NodePath = %s/%s/Conn\n", profileNodeName.text(),
               phName.text());
+    const QString key = ConnKey(profileNodeName, phName.text());
     if (m_psetupManager) {
-        connValue = ToNodeName(
-            ReadEntry(*m_psetupManager, CONN_GROUP, ConnKey(profileNodeName, phName.text())));
+        connValue = ToNodeName(ReadEntry(*m_psetupManager, CONN_GROUP, key));
         if (!connValue.empty()) {
             LOG_TRACE("Leave: GetConnValue()!entry exist, Value = %s\n", connValue.text());
             return ConnDefault::NotStored;
@@ -689,7 +711,7 @@ ConnDefault DM_NAPI_PluginTree::GetConnValue(const ProfileInfo *info,
     GetNapdefName(&info->sProfileID, phName, napdefName);
     if (!napdefName.empty())
         connValue = napdefName;
-    if (SetConnValue(profileNodeName, phName, connValue) != DMT_OK) {
+    if (StoreConnValue(profileNodeName, phName, key, connValue) != DMT_OK) {
         LOG_FAILURE("Leave: GetConnValue! SetConnValue failed\n");
         return ConnDefault::NotStored;
     }
@@ -700,12 +722,18 @@ ConnDefault DM_NAPI_PluginTree::GetConnValue(const ProfileInfo *info,
 int DM_NAPI_PluginTree::SetConnValue(const DMString &profileNodeName, const DMString &phName,
                                      const DMString &connValue)
 {
+    return StoreConnValue(profileNodeName, phName, ConnKey(profileNodeName, phName.text()),
+                          connValue);
+}
+
+int DM_NAPI_PluginTree::StoreConnValue(const DMString &profileNodeName, const DMString &phName,
+                                       const QString &key, const DMString &connValue)
+{
     LOG_TRACE("Enter: SetConnValue()! NodePath = %s/%s/Conn\n", profileNodeName.text(),
               phName.text());
     if (!m_psetupManager)
         return DMT_OK;
-    if (!m_psetupManager->setSettingInfo(CONN_GROUP, ConnKey(profileNodeName, phName.text()),
-                                         FromNodeName(connValue), false)) {
+    if (!m_psetupManager->setSettingInfo(CONN_GROUP, key, FromNodeName(connValue), false)) {
         LOG_FAILURE("Leave: SetConnValue! setSettingInfo failed!\n");
         return DMT_FAILED;
     }
@@ -721,17 +749,34 @@ int DM_NAPI_PluginTree::SetConnValue(const DMString &profileNodeName, const DMSt
 
 namespace {
 
-using Children = std::initializer_list<const char *>;
+enum class ChildKind { Bearer, Auth, ProxySlot, Number, Flag, Text };
 
-constexpr Children NAPDEF_CHILDREN = {"Bearer", "Addr", "DNS1",     "DNS2",
-                                      "Linger", "Auth", "LineType", "Speed"};
-constexpr Children AUTH_CHILDREN = {"PAP"};
-constexpr Children PAP_CHILDREN = {"AuthId", "AuthPw"};
-constexpr Children PROXY_CHILDREN = {"Ph1", "Ph2", "Ph3", "UserEditable"};
-constexpr Children PH_CHILDREN = {"Conn", "Addr", "Port"};
-constexpr Children PORT_CHILDREN = {"PortNbr"};
+/// A child of a profile node.
+struct ProfileChild {
+    const char *name;
+    ChildKind kind;
+};
 
-DMStringVector ToVector(const Children &names)
+constexpr ProfileChild NAPDEF_CHILDREN[] = {
+    {"Bearer", ChildKind::Bearer}, {"Addr", ChildKind::Text},     {"DNS1", ChildKind::Text},
+    {"DNS2", ChildKind::Text},     {"Linger", ChildKind::Number}, {"Auth", ChildKind::Auth},
+    {"LineType", ChildKind::Text}, {"Speed", ChildKind::Number},
+};
+constexpr ProfileChild PROXY_CHILDREN[] = {
+    {"Ph1", ChildKind::ProxySlot},
+    {"Ph2", ChildKind::ProxySlot},
+    {"Ph3", ChildKind::ProxySlot},
+    {"UserEditable", ChildKind::Flag},
+};
+
+std::span<const ProfileChild> ProfileChildren(bool isNAPDEF)
+{
+    if (isNAPDEF)
+        return NAPDEF_CHILDREN;
+    return PROXY_CHILDREN;
+}
+
+DMStringVector ToVector(std::initializer_list<const char *> names)
 {
     DMStringVector vector;
     vector.reserve(static_cast<int>(names.size()));
@@ -740,13 +785,43 @@ DMStringVector ToVector(const Children &names)
     return vector;
 }
 
-bool IsPhName(const DMString &name)
+DMStringVector NamesOf(std::span<const ProfileChild> children)
 {
-    return std::any_of(std::begin(BEARER_PARTS), std::end(BEARER_PARTS),
-                       [&name](const BearerPart &part) { return name == part.phName; });
+    DMStringVector names;
+    names.reserve(static_cast<int>(children.size()));
+    for (const ProfileChild &child : children)
+        names.push_back(DMString(child.name));
+    return names;
+}
+
+/// A child of a name that no profile has is a text.
+ChildKind KindOf(std::span<const ProfileChild> children, const DMString &name)
+{
+    for (const ProfileChild &child : children)
+        if (name == child.name)
+            return child.kind;
+    return ChildKind::Text;
 }
 
 } // namespace
+
+struct DM_NAPI_PluginTree::CommonParts {
+    explicit CommonParts(bool isNAPDEF) : profile(NamesOf(ProfileChildren(isNAPDEF))) {}
+
+    // What the interior nodes list.
+    DMStringVector profile;
+    DMStringVector auth = ToVector({"PAP"});
+    DMStringVector pap = ToVector({"AuthId", "AuthPw"});
+    DMStringVector ph = ToVector({"Conn", "Addr", "Port"});
+    DMStringVector port = ToVector({"PortNbr"});
+    // First values of leaves.
+    DmtData text{""};
+    DmtData number{0};
+    DmtData flag{true};
+    DmtData gprs{GPRS_BEARER};
+    DmtData csd2{CSD2_BEARER};
+    DmtData defaultBearer{DEFAULT_BEARER};
+};
 
 JemSmartPtr<DmtNode> DM_NAPI_PluginTree::NewInterior(const char *path,
                                                      const DMStringVector &childNames)
@@ -764,89 +839,123 @@ void DM_NAPI_PluginTree::Register(const char *path, const JemSmartPtr<DmtNode> &
     SetNode(path, node);
 }
 
-DM_NAPI_PluginTree::ChildLists DM_NAPI_PluginTree::MakeChildLists() const
-{
-    return {ToVector(IsNAPDEF() ? NAPDEF_CHILDREN : PROXY_CHILDREN), ToVector(AUTH_CHILDREN),
-            ToVector(PAP_CHILDREN), ToVector(PH_CHILDREN), ToVector(PORT_CHILDREN)};
-}
-
 int DM_NAPI_PluginTree::LoadSubTreeofProfile(const DMString &profileNodeName,
                                              const ProfileInfo *info)
 {
-    return LoadSubTree(profileNodeName, info, MakeChildLists());
+    return LoadSubTree(profileNodeName, info, CommonParts(IsNAPDEF()));
 }
 
 int DM_NAPI_PluginTree::LoadChildrenofProfile(const DMString &profileNodeName,
                                               const ProfileInfo *info, const DMString &childName)
 {
-    return LoadChild(profileNodeName, info, childName, MakeChildLists());
+    NodePath path(profileNodeName.text());
+    return LoadChild(path, profileNodeName, info, childName, CommonParts(IsNAPDEF()));
 }
 
 int DM_NAPI_PluginTree::LoadSubTree(const DMString &profileNodeName, const ProfileInfo *info,
-                                    const ChildLists &lists)
+                                    const CommonParts &common)
 {
     LOG_TRACE("Enter: LoadSubTreeofProfile()! ProfileNode = %s, ProfileID = %s\n",
               profileNodeName.text(), info->sProfileID.text());
-    const DMStringVector &children = lists.profile;
-    Register(profileNodeName.text(), NewInterior(profileNodeName.text(), children));
+    NodePath path(profileNodeName.text());
+    Register(path.text(), NewInterior(path.text(), common.profile));
     // A child that is refused does not keep its siblings out.
-    for (const DMString &child : children)
-        LoadChild(profileNodeName, info, child, lists);
+    for (const DMString &child : common.profile)
+        LoadChild(path, profileNodeName, info, child, common);
     LOG_TRACE("Leave: LoadSubTreeofProfile()! \n");
     return DMT_OK;
 }
 
-int DM_NAPI_PluginTree::LoadChild(const DMString &profileNodeName, const ProfileInfo *info,
-                                  const DMString &childName, const ChildLists &lists)
+int DM_NAPI_PluginTree::LoadChild(NodePath &path, const DMString &profileNodeName,
+                                  const ProfileInfo *info, const DMString &childName,
+                                  const CommonParts &common)
 {
     LOG_TRACE("Enter: LoadChildrenofProfile()! NodePath = %s/%s\n", profileNodeName.text(),
               childName.text());
-    NodePath path(profileNodeName.text());
-    path.Enter(childName.text());
-    const auto registerLeaf = [this, &path](const char *name, const DmtData &value) {
-        path.Enter(name);
-        Register(path.text(), NewLeaf(path.text(), value));
+    int status = DMT_OK;
+    switch (KindOf(ProfileChildren(IsNAPDEF()), childName)) {
+    case ChildKind::Bearer:
+        path.Enter(childName.text());
+        status = LoadBearer(path, profileNodeName, info, common);
         path.Leave();
-    };
-    JemSmartPtr<DmtNode> node;
-    if (IsNAPDEF() && childName == "Bearer") {
-        const char *const bearer = info->bIsGPRS   ? GPRS_BEARER
-                                   : info->bIsCSD2 ? CSD2_BEARER
-                                                   : DEFAULT_BEARER;
-        node = NewLeaf(path.text(), DmtData(bearer));
-        if (RenameProfileMapDB(profileNodeName, bearer) != DMT_OK) {
-            LOG_FAILURE(
-                "Leave: LoadChildrenofProfile()! RenameProfileMapDB() failed! Not load this "
-                "profile!\n");
-            return DMT_FAILED;
-        }
-    } else if (IsNAPDEF() && childName == "Auth") {
-        node = NewInterior(path.text(), lists.auth);
-        path.Enter("PAP");
-        Register(path.text(), NewInterior(path.text(), lists.pap));
-        for (const char *leaf : PAP_CHILDREN)
-            registerLeaf(leaf, DmtData(""));
+        break;
+    case ChildKind::Auth:
+        path.Enter(childName.text());
+        LoadAuth(path, common);
         path.Leave();
-    } else if (!IsNAPDEF() && IsPhName(childName)) {
-        node = NewInterior(path.text(), lists.ph);
-        DMString connValue;
-        GetConnValue(info, profileNodeName, childName, connValue);
-        registerLeaf("Conn", DmtData(connValue.text()));
-        registerLeaf("Addr", DmtData(""));
-        path.Enter("Port");
-        Register(path.text(), NewInterior(path.text(), lists.port));
-        registerLeaf("PortNbr", DmtData(0));
+        break;
+    case ChildKind::ProxySlot:
+        path.Enter(childName.text());
+        LoadProxySlot(path, profileNodeName, info, childName, common);
         path.Leave();
-    } else if (IsNAPDEF() && (childName == "Speed" || childName == "Linger")) {
-        node = NewLeaf(path.text(), DmtData(0));
-    } else if (!IsNAPDEF() && childName == "UserEditable") {
-        node = NewLeaf(path.text(), DmtData(true));
-    } else {
-        node = NewLeaf(path.text(), DmtData(""));
+        break;
+    case ChildKind::Number:
+        LoadLeaf(path, childName.text(), common.number);
+        break;
+    case ChildKind::Flag:
+        LoadLeaf(path, childName.text(), common.flag);
+        break;
+    case ChildKind::Text:
+        LoadLeaf(path, childName.text(), common.text);
+        break;
     }
-    Register(path.text(), node); // an interior child comes after all that is beneath it
-    LOG_TRACE("Leave: LoadChildrenofProfile()! \n");
+    if (status == DMT_OK)
+        LOG_TRACE("Leave: LoadChildrenofProfile()! \n");
+    return status;
+}
+
+int DM_NAPI_PluginTree::LoadBearer(const NodePath &path, const DMString &profileNodeName,
+                                   const ProfileInfo *info, const CommonParts &common)
+{
+    const DmtData &value = info->bIsGPRS   ? common.gprs
+                           : info->bIsCSD2 ? common.csd2
+                                           : common.defaultBearer;
+    const JemSmartPtr<DmtNode> node = NewLeaf(path.text(), value);
+    DMString bearer;
+    value.GetString(bearer);
+    if (RenameProfileMapDB(profileNodeName, bearer) != DMT_OK) {
+        LOG_FAILURE("Leave: LoadChildrenofProfile()! RenameProfileMapDB() failed! Not load this "
+                    "profile!\n");
+        return DMT_FAILED;
+    }
+    Register(path.text(), node);
     return DMT_OK;
+}
+
+// An interior child is registered after all that is beneath it.
+
+void DM_NAPI_PluginTree::LoadAuth(NodePath &path, const CommonParts &common)
+{
+    const JemSmartPtr<DmtNode> node = NewInterior(path.text(), common.auth);
+    path.Enter("PAP");
+    Register(path.text(), NewInterior(path.text(), common.pap));
+    for (const DMString &leaf : common.pap)
+        LoadLeaf(path, leaf.text(), common.text);
+    path.Leave();
+    Register(path.text(), node);
+}
+
+void DM_NAPI_PluginTree::LoadProxySlot(NodePath &path, const DMString &profileNodeName,
+                                       const ProfileInfo *info, const DMString &phName,
+                                       const CommonParts &common)
+{
+    const JemSmartPtr<DmtNode> node = NewInterior(path.text(), common.ph);
+    DMString connValue;
+    GetConnValue(info, profileNodeName, phName, connValue);
+    LoadLeaf(path, "Conn", connValue.empty() ? common.text : DmtData(connValue.text()));
+    LoadLeaf(path, "Addr", common.text);
+    path.Enter("Port");
+    Register(path.text(), NewInterior(path.text(), common.port));
+    LoadLeaf(path, "PortNbr", common.number);
+    path.Leave();
+    Register(path.text(), node);
+}
+
+void DM_NAPI_PluginTree::LoadLeaf(NodePath &path, const char *name, const DmtData &value)
+{
+    path.Enter(name);
+    Register(path.text(), NewLeaf(path.text(), value));
+    path.Leave();
 }
 
 // ---- Mounting -----------------------------------------------------------------------------------
@@ -880,6 +989,7 @@ int DM_NAPI_PluginTree::LoadProfilesinDB()
     if (const int status = ListProfiles(count))
         return status;
 
+    m_ProfileMaps.reserve(static_cast<int>(count));
     int namesBeyondAscii = 0;
     for (unsigned int i = 0; i < count; ++i) {
         const char *const slot = &m_profileNameList[std::size_t{i} * NAPI_NAME_SIZE];
@@ -890,7 +1000,7 @@ int DM_NAPI_PluginTree::LoadProfilesinDB()
     }
 
     LOG_TRACE("m_ProfileMaps includes: %d item!\n", m_ProfileMaps.size());
-    const ChildLists childLists = MakeChildLists();
+    const CommonParts common(IsNAPDEF());
     DMStringVector nodeNames;
     nodeNames.reserve(m_ProfileMaps.size());
     for (int i = 0; i < m_ProfileMaps.size(); ++i) {
@@ -906,7 +1016,7 @@ int DM_NAPI_PluginTree::LoadProfilesinDB()
             LOG_TRACE("Bearer = CSD\n");
         else if (info->bIsCSD2)
             LOG_TRACE("Bearer = CSD2\n");
-        LoadSubTree(nodeName, info, childLists);
+        LoadSubTree(nodeName, info, common);
         nodeNames.push_back(nodeName);
     }
     Register("", NewInterior("", nodeNames));
@@ -974,7 +1084,6 @@ int DM_NAPI_PluginTree::LoadListedProfile(const DMString &profileName, int &name
     }
     LOG_TRACE("NAPI_GetProfileIDByName ok: ProfileName=%s, ProfileID=%d\n", profileName.text(),
               static_cast<int>(id));
-    const DMString idText = DecimalText(id);
 
     DMString nodeName = profileName;
     LOG_TRACE("ProfileName  = %s", profileName.text());
@@ -985,7 +1094,7 @@ int DM_NAPI_PluginTree::LoadListedProfile(const DMString &profileName, int &name
     }
 
     if (!IsNAPDEF()) {
-        std::unique_ptr<ProfileInfo> info = NewProfileInfo(idText);
+        std::unique_ptr<ProfileInfo> info = NewProfileInfo(IdKey(id));
         if (!info) {
             LOG_FAILURE("Leave:LoadProfilesinDB :  Allocate memory  failed\n");
             return DMT_FAILED;
@@ -998,7 +1107,7 @@ int DM_NAPI_PluginTree::LoadListedProfile(const DMString &profileName, int &name
     for (const BearerPart &part : BEARER_PARTS) {
         if (!(found.*part.isMapped))
             continue;
-        std::unique_ptr<ProfileInfo> info = NewProfileInfo(idText + part.keySuffix);
+        std::unique_ptr<ProfileInfo> info = NewProfileInfo(IdKey(id, part.keySuffix));
         if (!info) {
             if (part.isMapped == &ProfileInfo::bIsCSD2)
                 LOG_FAILURE("Leave:LoadProfilesinDB: Allocate memory failed\n");
@@ -1048,7 +1157,7 @@ int DM_NAPI_PluginTree::DeleteNode(const char *path) noexcept
     LOG_TRACE("Delete children of the root node!\n");
     DMString suffix("");
     if (IsNAPDEF()) {
-        const int index = m_ProfileMaps.find(nodeName);
+        const int index = m_ProfileMaps.find(nodeName.text());
         if (index < 0) {
             LOG_FAILURE("Leave: DeleteNode! Can not lookup %s in m_ProfileMaps!\n",
                         nodeName.text());
@@ -1102,7 +1211,7 @@ int DM_NAPI_PluginTree::DeleteProfileInDB(const DMString &profileName, const DMS
         return DMT_FAILED;
     }
     LOG_TRACE("NAPI_GetProfileIDByName OK! ProfileID = %d\n", static_cast<int>(id));
-    if (!IsMappedAnywhere(DecimalText(id))) {
+    if (!IsMappedAnywhere(IdKey(id))) {
         LOG_TRACE("All the four subtrees are not exist, delete the profile in db.\n");
         if (const int result = NAPI_DeleteProfile(profileName.text())) {
             LOG_FAILURE("Leave: DeleteProfileInDB! NAPI_DeleteProfile failed! return %d\n", result);
@@ -1327,9 +1436,7 @@ int DM_NAPI_PluginTree::CreateProfile(const DMString &nodeName, const DMString &
     }
     LOG_TRACE("NAPI_GetProfileIDByName OK! ProfileID = %d\n", static_cast<int>(id));
     // A new profile starts on the default bearer; a write to its "Bearer" leaf moves it.
-    info->sProfileID = DecimalText(id);
-    if (IsNAPDEF())
-        info->sProfileID += FindBearer(DEFAULT_BEARER)->keySuffix;
+    info->sProfileID = IdKey(id, IsNAPDEF() ? FindBearer(DEFAULT_BEARER)->keySuffix : "");
     info->bIsCSD = true;
     LOG_TRACE("pProfileInfo->sProfileID is %s\n", info->sProfileID.text());
     if (const int status = AddProfileMap(nodeName, std::move(info))) {

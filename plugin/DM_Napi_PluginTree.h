@@ -6,6 +6,7 @@
 
 #include <QString>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -14,6 +15,7 @@
 #include <string_view>
 #include <unordered_map>
 
+class NodePath;
 class SETUP_SET_Manager;
 
 /// Root paths that the plug-in serves. The first is the NAPDEF kind: one node per profile with the
@@ -48,7 +50,9 @@ public:
     const DMVector<ProfileInfo *> &values() const { return m_values; }
 
     /// @return the index of the name, -1 when it is not mapped.
-    int find(const DMString &nodeName) const;
+    int find(std::string_view nodeName) const;
+    /// Makes room for so many profiles at once, as far as there is memory.
+    void reserve(int profiles);
     /// Replaces and frees the value of a name, else appends the pair. @return its index; -1 when a
     /// vector cannot grow, which leaves the map as it was and frees info.
     int put(const DMString &nodeName, std::unique_ptr<ProfileInfo> info);
@@ -108,6 +112,10 @@ public:
     /// Name in the profile service of a mapped node. @return 0, or 1 when the node is not mapped,
     /// its ID key has no number or the service does not know the ID; profileName is then as it was.
     int GetProfileName(const DMString &nodeName, DMString &profileName) const;
+    /// A profile's name with its terminator.
+    using NameBuffer = std::array<char, NAPI_NAME_SIZE + 1>;
+    /// The same; on failure the buffer holds nothing of use.
+    int GetProfileName(std::string_view nodeName, NameBuffer &profileName) const;
     /// Numeric part of an ID key. @return false, and 0 in id, when it is not an unsigned 32-bit
     /// decimal number.
     bool ExtractProfileID(const DMString &key, unsigned int &id) const;
@@ -188,20 +196,18 @@ private:
     JemSmartPtr<DmtNode> NewLeaf(const char *path, const DmtData &value);
     void Register(const char *path, const JemSmartPtr<DmtNode> &node);
 
-    /// What the interior nodes of a profile list.
-    struct ChildLists {
-        DMStringVector profile;
-        DMStringVector auth;
-        DMStringVector pap;
-        DMStringVector ph;
-        DMStringVector port;
-    };
-    /// A mount makes them once, so that all profiles share their texts.
-    ChildLists MakeChildLists() const;
+    /// What the nodes of every profile are made of; a mount makes it once.
+    struct CommonParts;
     int LoadSubTree(const DMString &profileNodeName, const ProfileInfo *info,
-                    const ChildLists &lists);
-    int LoadChild(const DMString &profileNodeName, const ProfileInfo *info,
-                  const DMString &childName, const ChildLists &lists);
+                    const CommonParts &common);
+    int LoadChild(NodePath &path, const DMString &profileNodeName, const ProfileInfo *info,
+                  const DMString &childName, const CommonParts &common);
+    int LoadBearer(const NodePath &path, const DMString &profileNodeName, const ProfileInfo *info,
+                   const CommonParts &common);
+    void LoadAuth(NodePath &path, const CommonParts &common);
+    void LoadProxySlot(NodePath &path, const DMString &profileNodeName, const ProfileInfo *info,
+                       const DMString &phName, const CommonParts &common);
+    void LoadLeaf(NodePath &path, const char *name, const DmtData &value);
 
     /// Deletes the mapping file and opens a new one. @return false when memory is short.
     bool ReplaceMappingFile();
@@ -222,6 +228,9 @@ private:
     /// Creates the profile of a new profile node, or adopts the one of that name, and maps it.
     /// @return 0 or 1; a failure leaves the created profile in the service.
     int CreateProfile(const DMString &nodeName, const DMString &profileName);
+    /// SetConnValue for whoever has the slot's key.
+    int StoreConnValue(const DMString &profileNodeName, const DMString &phName, const QString &key,
+                       const DMString &connValue);
     /// Whether either tree's mapping file has the profile.
     bool IsMappedAnywhere(const DMString &idText) const;
 };

@@ -56,7 +56,7 @@ struct PluginTreeProbe {
     /// What the map has for a node name; null when it is not mapped.
     ProfileInfo *Find(const char *nodeName) const
     {
-        const int index = map.find(DMString(nodeName));
+        const int index = map.find(nodeName);
         return index < 0 ? nullptr : map.values()[index];
     }
 

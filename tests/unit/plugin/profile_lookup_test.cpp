@@ -19,7 +19,7 @@ protected:
     {
         Lines found;
         for (const DMString &name : map.keys()) {
-            EXPECT_EQ(map.find(name), static_cast<int>(found.size())) << name.text();
+            EXPECT_EQ(map.find(name.text()), static_cast<int>(found.size())) << name.text();
             found.push_back(name.text());
         }
         EXPECT_EQ(found, names);
