@@ -1,6 +1,7 @@
 #include "answer_queue.h"
 
 #include "answer_size.h"
+#include "command_id.h"
 #include "foreign_text.h"
 
 #include <algorithm>
@@ -95,7 +96,7 @@ public:
     {
         if (m_message.commands.empty())
             m_firstBytes = bytes;
-        command.cmdId = QString::number(m_message.commands.size() + 1);
+        command.cmdId = commandId(m_message.commands.size() + 1);
         m_message.commands.push_back(std::move(command));
         m_usedBytes += bytes;
     }
@@ -200,7 +201,7 @@ void AnswerQueue::takeAll(Message &message)
                             std::move_iterator(leading.end()));
     std::size_t number = 0;
     for (Command &command : message.commands)
-        command.cmdId = QString::number(++number);
+        command.cmdId = commandId(++number);
 }
 
 bool AnswerQueue::takeFirst(Room &room)

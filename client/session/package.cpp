@@ -2,6 +2,7 @@
 
 #include "alerts.h"
 #include "client_prover.h"
+#include "command_id.h"
 #include "header_status.h"
 #include "session_commands.h"
 #include "xml_codec.h"
@@ -29,9 +30,9 @@ SyncHdr answeringHeader(const SyncHdr &request, const QByteArray &deviceId)
 /// Numbers the commands, names the message that they answer, and makes their data fit the encoding.
 void finish(std::vector<Command> &commands, const QString &msgRef, syncml::Encoding encoding)
 {
-    int number = 0;
+    std::size_t number = 0;
     for (Command &command : commands) {
-        command.cmdId = QString::number(++number);
+        command.cmdId = commandId(++number);
         if (command.kind != CommandKind::Alert)
             command.msgRef = msgRef;
         fitEncoding(command, encoding);

@@ -43,14 +43,24 @@ bool listsChild(const DmtNode &parent, const QByteArray &parentPath, QByteArrayV
     });
 }
 
+bool hasSlash(QByteArrayView text)
+{
+    return std::ranges::find(text, '/') != text.end();
+}
+
+bool isSame(QByteArrayView left, QByteArrayView right)
+{
+    return std::ranges::equal(left, right);
+}
+
 /// A path in a tree, which grows or shrinks by a name at a time.
 class EnginePath {
 public:
     /// Only the first of the names is in the path.
     /// @param joinedNames  of a node, beneath the root of the tree
-    explicit EnginePath(QByteArrayView joinedNames) : m_text(joinedNames.begin(), joinedNames.end())
+    explicit EnginePath(QByteArrayView joinedNames) : m_text(joinedNames.size() + 1)
     {
-        m_text.push_back('\0');
+        *std::ranges::copy(joinedNames, m_text.begin()).out = '\0';
     }
 
     const char *text() const { return m_text.data(); }
@@ -77,7 +87,7 @@ signed char TreeNode::valueType() const
 bool TreeNode::isOnlyListed() const
 {
     const QByteArrayView names = m_uri.joinedNames();
-    return names.sliced(names.lastIndexOf(NodeUri::separator) + 1).contains('/');
+    return !names.isEmpty() && hasSlash(names.sliced(NodeUri::above(names).size()));
 }
 
 QByteArray TreeNode::path() const
@@ -198,7 +208,7 @@ const ManagementTree::Mount &ManagementTree::mountOf(QByteArrayView joinedNames)
 
 bool ManagementTree::Mount::isProfile(QByteArrayView joinedNames) const
 {
-    return !joinedNames.isEmpty() && NodeUri::above(joinedNames) == root.joinedNames();
+    return !joinedNames.isEmpty() && isSame(NodeUri::above(joinedNames), root.joinedNames());
 }
 
 DmtTree &ManagementTree::Mount::treeFor(const Principal &principal) const
@@ -305,12 +315,9 @@ Result<TreeNode> ManagementTree::find(const NodeUri &uri, const Principal &princ
     // here.
     const QByteArrayView names = uri.joinedNames().sliced(node.m_pathBegin);
     EnginePath path(names);
-    for (qsizetype begin = 0, end = 0; begin < names.size(); begin = end + 1) {
-        end = names.indexOf(NodeUri::separator, begin);
-        if (end < 0)
-            end = names.size();
-        const QByteArrayView name = names.sliced(begin, end - begin);
-        if (name.contains('/'))
+    for (qsizetype begin = 0; begin < names.size();) {
+        const QByteArrayView name = NodeUri::first(names.sliced(begin));
+        if (hasSlash(name))
             return listsChild(*node.m_node, begin > 0 ? path.text() : "", name)
                        ? notAllowed(uri, "has a slash in a name, and such a node is only listed")
                        : missing(uri);
@@ -321,6 +328,7 @@ Result<TreeNode> ManagementTree::find(const NodeUri &uri, const Principal &princ
             return missing(uri);
         if (status)
             return outcomeOfEngineCall(status);
+        begin += name.size() + 1;
     }
     return node;
 }
@@ -389,7 +397,7 @@ std::optional<AccessControlList> ManagementTree::givenAcl(const Mount &mount,
 {
     if (const auto &kept = m_properties.get(joinedNames).acl)
         return kept;
-    if (mount.root.joinedNames() == joinedNames && !mount.terms.acl.isEmpty())
+    if (!mount.terms.acl.isEmpty() && isSame(mount.root.joinedNames(), joinedNames))
         return mount.terms.acl;
     if (mount.isProfile(joinedNames)) {
         if (auto shared = aclOfTwin(joinedNames))

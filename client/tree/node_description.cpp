@@ -213,12 +213,10 @@ const NodeDescription *descriptionOf(const NodeUri &node)
             continue;
         found = &trees[i].root;
         const QByteArrayView names = node.joinedNames();
-        for (qsizetype begin = node.beginBeneath(root), end = 0; found && begin < names.size();
-             begin = end + 1) {
-            end = names.indexOf(NodeUri::separator, begin);
-            if (end < 0)
-                end = names.size();
-            found = childNamed(*found, names.sliced(begin, end - begin));
+        for (qsizetype begin = node.beginBeneath(root); found && begin < names.size();) {
+            const QByteArrayView name = NodeUri::first(names.sliced(begin));
+            found = childNamed(*found, name);
+            begin += name.size() + 1;
         }
     }
     return found;

@@ -114,14 +114,6 @@ NodeUri NodeUri::child(const QByteArray &name) const
     return fromJoinedNames(std::move(names));
 }
 
-bool NodeUri::contains(QByteArrayView joinedNames) const
-{
-    const qsizetype size = m_names.size();
-    const bool endsWithName = size == 0 || joinedNames.size() == size ||
-                              (joinedNames.size() > size && joinedNames[size] == separator);
-    return endsWithName && joinedNames.startsWith(m_names);
-}
-
 QByteArray NodeUri::toUri() const
 {
     QByteArray uri(".");

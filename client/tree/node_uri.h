@@ -7,6 +7,7 @@
 #include <QByteArrayView>
 #include <algorithm>
 #include <compare>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -44,7 +45,15 @@ public:
     /// The joined names of the node above one that is not the root.
     static QByteArrayView above(QByteArrayView joinedNames)
     {
-        return joinedNames.first(std::max<qsizetype>(joinedNames.lastIndexOf(separator), 0));
+        const std::size_t end = textOf(joinedNames).rfind(separator);
+        return joinedNames.first(end == std::string_view::npos ? 0 : static_cast<qsizetype>(end));
+    }
+    /// The first of joined names.
+    static QByteArrayView first(QByteArrayView joinedNames)
+    {
+        const std::size_t end = textOf(joinedNames).find(separator);
+        return end == std::string_view::npos ? joinedNames
+                                             : joinedNames.first(static_cast<qsizetype>(end));
     }
     /// Last name; "." for the root.
     QByteArray name() const;
@@ -53,7 +62,13 @@ public:
     NodeUri child(const QByteArray &name) const;
     /// Whether this is `other`, or above it.
     bool contains(const NodeUri &other) const { return contains(other.joinedNames()); }
-    bool contains(QByteArrayView joinedNames) const;
+    bool contains(QByteArrayView joinedNames) const
+    {
+        const qsizetype size = m_names.size();
+        const bool endsWithName = size == 0 || joinedNames.size() == size ||
+                                  (joinedNames.size() > size && joinedNames[size] == separator);
+        return endsWithName && textOf(joinedNames).starts_with(textOf(m_names));
+    }
 
     /// "./A/B" with each name escaped as escapeName does; "." for the root.
     QByteArray toUri() const;
@@ -70,16 +85,22 @@ public:
     /// The same order, also for joined names.
     struct Order {
         using is_transparent = void;
-        static QByteArrayView key(const NodeUri &uri) { return uri.m_names; }
-        static QByteArrayView key(QByteArrayView joinedNames) { return joinedNames; }
+        static std::string_view key(const NodeUri &uri) { return textOf(uri.m_names); }
+        static std::string_view key(QByteArrayView joinedNames) { return textOf(joinedNames); }
         template <class Left, class Right>
         bool operator()(const Left &left, const Right &right) const
         {
-            return key(left).compare(key(right)) < 0;
+            return key(left) < key(right);
         }
     };
 
 private:
+    // Compilers know what to do with this one without a call.
+    static std::string_view textOf(QByteArrayView names)
+    {
+        return {names.data(), static_cast<std::size_t>(names.size())};
+    }
+
     QByteArray m_names; // joined: their bytes are in the order of the nodes, as no name has a NUL
 };
 
