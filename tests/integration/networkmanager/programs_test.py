@@ -2,7 +2,6 @@
 
 import os
 import subprocess
-import tempfile
 import unittest
 
 from handset import CONN, HandsetTest
@@ -86,8 +85,7 @@ class ProgramsTest(HandsetTest):
         self.run_program("napictl", "--backend", "networkmanager", "check")
 
     def test_an_access_point_that_is_refused_does_not_keep_the_others_out(self):
-        file = os.path.join(tempfile.gettempdir(), f"providers-{os.getpid()}.xml")
-        self.addCleanup(os.remove, file)
+        file = os.path.join(self.handset.home, "providers.xml")
         providers = "".join(
             f"<provider><name>{name}</name><gsm><apn value='{apn}'/></gsm></provider>"
             for name, apn in (("First", "first.apn"), ("Web", "http://apn"), ("Last", "last.apn")))
