@@ -152,7 +152,12 @@ const std::array<Tags, elementCount> &tagsOfElements()
 
 class XmlSink final : public ElementSink {
 public:
-    explicit XmlSink(XmlLayout layout) : m_writer(layout) { m_writer.declaration(); }
+    explicit XmlSink(XmlLayout layout) : m_writer(layout)
+    {
+        constexpr std::size_t usualDepth = 16;
+        m_open.reserve(usualDepth);
+        m_writer.declaration();
+    }
 
     void start(Element element) override
     {

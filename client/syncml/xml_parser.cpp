@@ -18,7 +18,7 @@ constexpr char nameSeparator = '\x01';
 constexpr qsizetype pieceBytes = 16 * 1024;
 
 /// Bytes of a message for each event, about, where it has short values.
-constexpr qsizetype bytesPerEvent = 8;
+constexpr qsizetype bytesPerEvent = 12;
 
 /// What nobody can foresee, against names that are made to collide in expat's tables. Asked for
 /// once: expat would ask the system for each message.

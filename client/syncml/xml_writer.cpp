@@ -8,14 +8,16 @@ namespace {
 constexpr std::string_view escapes[] = {"",       "&lt;",  "&gt;", "&amp;",
                                         "&quot;", "&#13;", "&#9;", "&#10;"};
 
+constexpr std::string_view escapedBytes = "<>&\"\r\t\n";
+
 /// For each byte the number of its escape; 0 for one that stands for itself.
 using EscapeNumbers = std::array<unsigned char, 256>;
 
-constexpr EscapeNumbers numbersOf(std::string_view escapedBytes)
+constexpr EscapeNumbers numbersOf(std::string_view bytes)
 {
     EscapeNumbers numbers{};
     unsigned char number = 0;
-    for (const char byte : escapedBytes)
+    for (const char byte : bytes)
         numbers[static_cast<unsigned char>(byte)] = ++number;
     return numbers;
 }
@@ -23,10 +25,24 @@ constexpr EscapeNumbers numbersOf(std::string_view escapedBytes)
 // A reader takes a carriage return for half of a line end, and in an attribute a tabulator and a
 // line feed for blanks.
 constexpr EscapeNumbers escapesOfText = numbersOf("<>&\"\r");
-constexpr EscapeNumbers escapesOfAttributes = numbersOf("<>&\"\r\t\n");
+constexpr EscapeNumbers escapesOfAttributes = numbersOf(escapedBytes);
+
+bool mayNeedEscape(std::string_view text)
+{
+    bool may = false;
+    // Without a way out in between, the compiler takes many at once.
+    for (const char byte : text)
+        for (const char escaped : escapedBytes)
+            may |= byte == escaped;
+    return may;
+}
 
 void appendEscaped(std::string &xml, std::string_view text, const EscapeNumbers &numbers)
 {
+    if (!mayNeedEscape(text)) {
+        xml.append(text);
+        return;
+    }
     std::size_t written = 0;
     for (std::size_t at = 0; at < text.size(); ++at) {
         const unsigned char number = numbers[static_cast<unsigned char>(text[at])];
