@@ -62,6 +62,18 @@ StoreResult ofConnection(const std::string &id, const StoreResult &result)
     return {result.status, "NetworkManager, connection '" + id + "': " + result.message};
 }
 
+/// @return the record without its secrets; none where reading it changes the connection, or fails.
+std::optional<NAP_PROFILE_S> recordIn(const ConnectionSettings &settings)
+{
+    GsmConnection connection = {settings, {}, {}};
+    bool hasSecrets = false;
+    NAP_PROFILE_S record;
+    if (takeSecretsFromUserData(connection, hasSecrets).failed() || hasSecrets ||
+        readRecord(connection, record).failed())
+        return {};
+    return record;
+}
+
 StoreResult notFound()
 {
     return {NAPI_ERROR_NOT_FOUND, "NetworkManager has no such gsm connection"};
@@ -209,7 +221,13 @@ StoreResult NetworkManagerProfileStore::keep(std::vector<Seen> &seen)
         const std::string id = connectionProperty(*connection.settings, QStringLiteral("id"));
         isNamedAnew = isNamedAnew || entry.connectionId != id;
         const std::string uuid = connectionProperty(*connection.settings, QStringLiteral("uuid"));
-        entry = {connection.path, id, uuid, entry.name, std::move(connection.settings), {}};
+        entry = {connection.path,
+                 id,
+                 uuid,
+                 entry.name,
+                 recordIn(*connection.settings),
+                 isPasswordKept(*connection.settings),
+                 {}};
     }
     if (isNamedAnew)
         nameEntries();
@@ -366,49 +384,58 @@ BusReply NetworkManagerProfileStore::readKeptSecrets(const Entry &entry, GsmConn
     return ignoreRefusal(sendUpdate(entry, connection));
 }
 
-BusReply NetworkManagerProfileStore::readProfile(const Entry &entry,
-                                                 const ConnectionSettings &settings,
-                                                 GsmConnection &connection, NAP_PROFILE_S &record)
+/// Reads a connection with its secrets, and makes a record of it.
+BusReply NetworkManagerProfileStore::readProfile(const Entry &entry, GsmConnection &connection,
+                                                 NAP_PROFILE_S &record)
 {
-    connection.settings = settings;
-    if (BusReply reply = readKeptSecrets(entry, connection); reply.result.failed())
-        return reply;
+    BusReply reply = readAgain(entry, connection.settings);
+    if (!reply.result.failed())
+        reply = readKeptSecrets(entry, connection);
     // Asking for a password that the daemon does not keep would bother the agents of the user.
-    BusReply reply;
-    if (isPasswordKept(settings))
+    if (!reply.result.failed() && isPasswordKept(connection.settings))
         reply = readSecrets(entry, connection);
     if (reply.result.failed())
         return reply;
     StoreResult result = readRecord(connection, record);
-    if (!result.failed())
-        return {};
-    return failed(ofConnection(entry.connectionId, result));
+    return result.failed() ? failed(ofConnection(entry.connectionId, result)) : BusReply();
 }
 
-/// The settings are given up for the record, which is what is asked for again and again. What other
-/// processes keep beside the connection is looked up each time: no signal tells of that.
+/// Adds the secrets to the record of an entry; those beside the connection are there already.
+BusReply NetworkManagerProfileStore::completeRecord(const Entry &entry, GsmConnection &secrets,
+                                                    NAP_PROFILE_S &record)
+{
+    BusReply reply;
+    if (entry.isPasswordKept)
+        reply = readSecrets(entry, secrets);
+    if (reply.result.failed())
+        return reply;
+    record = *entry.record;
+    StoreResult result = readSecretFields(secrets, record);
+    return result.failed() ? failed(ofConnection(entry.connectionId, result)) : BusReply();
+}
+
+/// What other processes keep beside the connection is looked up each time: no signal tells of that.
 BusReply NetworkManagerProfileStore::readEntry(Entry &entry, NAP_PROFILE_S &record)
 {
     KeptSecrets secrets;
     StoreResult result = m_database->secretsOf(entry.uuid, secrets);
     if (result.failed())
         return failed(result);
-    if (entry.known.has_value() && entry.known->keptSecrets == secrets) {
-        record = entry.known->record;
+    if (entry.record.has_value() && entry.keptSecrets == secrets) {
+        record = *entry.record;
         return {};
     }
-    ConnectionSettings settings;
-    BusReply reply;
-    if (!entry.settings.has_value())
-        reply = readAgain(entry, settings);
-    GsmConnection connection;
+    GsmConnection connection = {{}, {}, secrets};
     NAP_PROFILE_S found;
-    if (!reply.result.failed())
-        reply = readProfile(entry, entry.settings.value_or(settings), connection, found);
+    BusReply reply;
+    if (entry.record.has_value() && !entry.keptSecrets.has_value())
+        reply = completeRecord(entry, connection, found);
+    else
+        reply = readProfile(entry, connection, found);
     if (reply.result.failed())
         return reply;
-    entry.settings.reset();
-    entry.known = {found, connection.keptSecrets};
+    entry.record = found;
+    entry.keptSecrets = connection.keptSecrets;
     record = found;
     return {};
 }
@@ -420,12 +447,9 @@ StoreResult NetworkManagerProfileStore::read(std::string_view name, NAP_PROFILE_
 
 BusReply NetworkManagerProfileStore::modifyEntry(const Entry &entry, const NAP_PROFILE_S &record)
 {
-    ConnectionSettings settings;
-    BusReply reply = readAgain(entry, settings);
     GsmConnection before;
     NAP_PROFILE_S oldRecord;
-    if (!reply.result.failed())
-        reply = readProfile(entry, settings, before, oldRecord);
+    BusReply reply = readProfile(entry, before, oldRecord);
     if (reply.result.failed())
         return reply;
     GsmConnection after = before;
@@ -585,7 +609,7 @@ StoreResult NetworkManagerProfileStore::add(const QString &id, const NAP_PROFILE
         return reply.result;
     const auto path = qdbus_cast<QDBusObjectPath>(reply.message.arguments().value(0));
     const std::string name = id.toStdString();
-    added = {numbers.front(), {path.path(), name, uuid.toStdString(), name, {}, {}}};
+    added = {numbers.front(), {path.path(), name, uuid.toStdString(), name, {}, false, {}}};
     return {};
 }
 

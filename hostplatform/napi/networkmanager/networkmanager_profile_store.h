@@ -41,19 +41,16 @@ public:
     SqliteFile &database() override { return m_database->file(); }
 
 private:
-    /// A record as it was made from a connection, with the secrets beside it.
-    struct KnownRecord {
-        NAP_PROFILE_S record;
-        KeptSecrets keptSecrets;
-    };
     /// A connection as it was when it was last read.
     struct Entry {
         QString path;
         std::string connectionId;
         std::string uuid;
         std::string name;
-        std::optional<ConnectionSettings> settings; ///< until they are a record
-        std::optional<KnownRecord> known;
+        std::optional<NAP_PROFILE_S> record; ///< none when the connection has to be read for it
+        bool isPasswordKept = false;         ///< as the function of that name says
+        /// The secrets beside the connection that are in the record, when it has its secrets.
+        std::optional<KeptSecrets> keptSecrets;
     };
     struct Connection {
         std::uint32_t number = notAProfile;
@@ -94,9 +91,9 @@ private:
     StoreResult runOnConnection(std::string_view name, const Operation &operation);
     BusReply readAgain(const Entry &entry, ConnectionSettings &settings);
     BusReply readSecrets(const Entry &entry, GsmConnection &connection);
-    BusReply readProfile(const Entry &entry, const ConnectionSettings &settings,
-                         GsmConnection &connection, NAP_PROFILE_S &record);
+    BusReply readProfile(const Entry &entry, GsmConnection &connection, NAP_PROFILE_S &record);
     BusReply readEntry(Entry &entry, NAP_PROFILE_S &record);
+    BusReply completeRecord(const Entry &entry, GsmConnection &secrets, NAP_PROFILE_S &record);
     BusReply modifyEntry(const Entry &entry, const NAP_PROFILE_S &record);
     /// Reads what is kept beside the connection, and moves there what is found in its user data.
     BusReply readKeptSecrets(const Entry &entry, GsmConnection &connection);

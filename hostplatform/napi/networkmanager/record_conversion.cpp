@@ -448,6 +448,23 @@ StoreResult readRecord(const GsmConnection &connection, NAP_PROFILE_S &record)
     return {};
 }
 
+StoreResult readSecretFields(const GsmConnection &connection, NAP_PROFILE_S &record)
+{
+    NAP_PROFILE_S result = record;
+    for (const Field &field : fieldTable) {
+        if (!isKeptBeside(field))
+            continue;
+        const RecordBytes bytes = reinterpret_cast<RecordBytes>(&result) + field.offset;
+        std::fill_n(bytes, field.width, '\0');
+        StoreResult read = isPassword(field) ? readProperty(field, connection, {}, bytes)
+                                             : readKept(field, connection.keptSecrets, bytes);
+        if (read.failed())
+            return read;
+    }
+    record = result;
+    return {};
+}
+
 StoreResult writeRecord(const NAP_PROFILE_S &before, const NAP_PROFILE_S &after,
                         GsmConnection &connection, ConnectionChange &change)
 {

@@ -15,6 +15,11 @@
 /// field.
 StoreResult readRecord(const GsmConnection &connection, NAP_PROFILE_S &record);
 
+/// Fills in the secrets of a record that was read from a connection without them.
+/// @param connection  with secrets and without settings
+/// @return NAPI_ERROR_CORRUPT, with the field, when a kept one does not fit.
+StoreResult readSecretFields(const GsmConnection &connection, NAP_PROFILE_S &record);
+
 /// Moves secrets that are found in user data, where earlier versions kept them, to those that are
 /// kept beside the connection.
 /// @param isTaken  receives whether there were any; the connection is another then

@@ -326,6 +326,39 @@ TEST(ReadRecord, KeptSecretThatFitsNoFieldIsNamedAndNotShown)
     EXPECT_EQ(result.message.find("zz"), std::string::npos);
 }
 
+TEST(ReadSecretFields, RecordInTwoStepsIsThatInOne)
+{
+    std::minstd_rand random(7);
+    for (int round = 0; round < 50; ++round) {
+        NAP_PROFILE_S record = {};
+        for (char *byte :
+             {record.gprsAuthPassword, record.csdAuthPassword, record.csd2AuthPassword}) {
+            const std::size_t length = random() % sizeof record.csdAuthPassword;
+            for (std::size_t index = 0; index < length; ++index)
+                byte[index] = static_cast<char>(random() % 3 == 0 ? 0 : 'a' + random() % 26);
+        }
+        setText(record.gprsAddress, "office.apn");
+        GsmConnection connection = emptyConnection();
+        write(connection, record);
+        NAP_PROFILE_S found = read({connection.settings, {}, {}});
+        EXPECT_STREQ(found.gprsAuthPassword, "");
+        setText(found.csdAuthPassword, "of an earlier connection");
+        const GsmConnection secrets = {{}, connection.gsmSecrets, connection.keptSecrets};
+        ASSERT_FALSE(readSecretFields(secrets, found).failed());
+        EXPECT_TRUE(isSame(found, record));
+    }
+}
+
+TEST(ReadSecretFields, KeptSecretThatFitsNoFieldLeavesTheRecord)
+{
+    NAP_PROFILE_S record = {};
+    setText(record.csdAuthPassword, "before");
+    const NAP_PROFILE_S before = record;
+    const GsmConnection secrets = {{}, {}, {{"csd2.authPassword", std::string(1000, 'x')}}};
+    EXPECT_EQ(readSecretFields(secrets, record).status, NAPI_ERROR_CORRUPT);
+    EXPECT_TRUE(isSame(record, before));
+}
+
 TEST(TakeSecrets, GoFromUserDataToThoseBesideTheConnection)
 {
     GsmConnection connection = emptyConnection();
