@@ -110,6 +110,22 @@ TEST(AccessControlListTest, ForgetsAServer)
     EXPECT_FALSE(list.forget("a"));
 }
 
+TEST(AccessControlListTest, IsEmptyWhenItHasForgottenItsOnlyServer)
+{
+    AccessControlList list = parsed("Get=a");
+    EXPECT_TRUE(list.forget("a"));
+    EXPECT_TRUE(list.isEmpty());
+}
+
+TEST(AccessControlListTest, ACopyKeepsWhatItHad)
+{
+    AccessControlList list = parsed("Get=a");
+    const AccessControlList copy = list;
+    list.grant(Right::Get, "b");
+    EXPECT_EQ(copy.toText(), "Get=a");
+    EXPECT_EQ(list.toText(), "Get=a+b");
+}
+
 } // namespace
 
 } // namespace client

@@ -56,6 +56,32 @@ TEST(NodeUriTest, AnEscapedSlashBelongsToTheName)
     EXPECT_EQ(parsed("./A%2FB/C"), "[A/B][C]");
 }
 
+TEST(NodeUriTest, ANodeContainsWhatIsBeneathItAndNothingThatIsCalledAlike)
+{
+    const NodeUri node({"A", "B"});
+    EXPECT_TRUE(node.contains(node));
+    EXPECT_TRUE(node.contains(NodeUri({"A", "B", "C"})));
+    EXPECT_FALSE(node.contains(NodeUri({"A", "BC"})));
+    EXPECT_FALSE(node.contains(NodeUri({"A"})));
+    EXPECT_TRUE(NodeUri().contains(node));
+}
+
+TEST(NodeUriTest, WhatIsBeneathANodeComesRightAfterIt)
+{
+    EXPECT_LT(NodeUri(), NodeUri({"A"}));
+    EXPECT_LT(NodeUri({"A"}), NodeUri({"A", "B"}));
+    EXPECT_LT(NodeUri({"A", "B"}), NodeUri({"A\x01"}));
+    EXPECT_LT(NodeUri({"A", "B"}), NodeUri({"A\xFF"}));
+}
+
+TEST(NodeUriTest, TheParentLacksTheLastName)
+{
+    EXPECT_EQ(NodeUri({"A", "B/C"}).parent(), NodeUri({"A"}));
+    EXPECT_EQ(NodeUri({"A"}).parent(), NodeUri());
+    EXPECT_EQ(NodeUri({"A"}).child("B"), NodeUri({"A", "B"}));
+    EXPECT_EQ(NodeUri().child("B"), NodeUri({"B"}));
+}
+
 class ImpossibleAddress : public testing::TestWithParam<const char *> {};
 
 TEST_P(ImpossibleAddress, AnswersNotFound)

@@ -56,6 +56,20 @@ TEST_P(Packages, CommandsAreAnsweredInTheNextMessage)
     EXPECT_EQ(end.refused, 0);
 }
 
+TEST_P(Packages, CommandsOfAMessageAreNumberedFromOne)
+{
+    constexpr int gets = 600;
+    auto package = accepted();
+    for (int i = 0; i < gets; ++i)
+        package += get(std::to_string(i + 2).c_str(), {"./DevInfo/Man"});
+    server.says(package);
+    run();
+    const std::vector<syncml::Command> &commands = message(2).commands;
+    ASSERT_EQ(commands.size(), 1 + 2 * static_cast<std::size_t>(gets));
+    for (std::size_t i = 0; i < commands.size(); ++i)
+        ASSERT_EQ(commands[i].cmdId, QString::number(i + 1));
+}
+
 TEST_P(Packages, CommandsRunOnBehalfOfTheAccountsServer)
 {
     tree.replaceProperty(profile("Office"), Property::Acl, "Get=*&Replace=other.example");
