@@ -98,14 +98,23 @@ public:
     explicit NodePath(std::string_view path) { Append(path); }
 
     const char *text() const { return m_long.empty() ? m_room.data() : m_long.c_str(); }
-    /// Goes down to a child.
-    void Enter(std::string_view name)
+    /// Goes down to a child. @return what Leave needs to come back.
+    std::size_t Enter(std::string_view name)
     {
+        const std::size_t above = m_length;
         Append("/");
         Append(name);
+        return above;
     }
-    /// Goes back up. The path must have a slash.
-    void Leave() { Cut(std::string_view(text(), m_length).rfind('/')); }
+    /// Goes back up. @param above  what Enter answered
+    void Leave(std::size_t above)
+    {
+        m_length = above;
+        if (!m_long.empty())
+            m_long.resize(above);
+        if (m_long.empty()) // at the top of an empty path it is again
+            m_room[above] = '\0';
+    }
 
 private:
     std::array<char, 128> m_room;
@@ -124,15 +133,6 @@ private:
             m_long += text;
         }
         m_length = length;
-    }
-
-    void Cut(std::size_t length)
-    {
-        m_length = length;
-        if (m_long.empty())
-            m_room[length] = '\0';
-        else
-            m_long.resize(length);
     }
 };
 

@@ -125,12 +125,9 @@ DMString ToNodeName(const QString &text)
 /// Key of a slot's connection reference: the bytes of the node name, one character each.
 QString ConnKey(const DMString &profileNodeName, const char *phName)
 {
-    const QLatin1StringView nodeName(profileNodeName.text());
-    const QLatin1StringView slot(phName);
-    QString key;
-    key.reserve(nodeName.size() + 1 + slot.size());
-    key.append(nodeName).append(u'/').append(slot);
-    return key;
+    NodePath path(profileNodeName.text());
+    path.Enter(phName);
+    return QString::fromLatin1(path.text());
 }
 
 /// The ID key of a profile, in the NAPDEF kind with the suffix of its bearer.
@@ -747,9 +744,9 @@ int DM_NAPI_PluginTree::StoreConnValue(const DMString &profileNodeName, const DM
 
 // ---- Layout of a profile ------------------------------------------------------------------------
 
-namespace {
+enum class ChildKind : std::uint8_t { Bearer, Auth, ProxySlot, Number, Flag, Text };
 
-enum class ChildKind { Bearer, Auth, ProxySlot, Number, Flag, Text };
+namespace {
 
 /// A child of a profile node.
 struct ProfileChild {
@@ -849,7 +846,8 @@ int DM_NAPI_PluginTree::LoadChildrenofProfile(const DMString &profileNodeName,
                                               const ProfileInfo *info, const DMString &childName)
 {
     NodePath path(profileNodeName.text());
-    return LoadChild(path, profileNodeName, info, childName, CommonParts(IsNAPDEF()));
+    const ChildKind kind = KindOf(ProfileChildren(IsNAPDEF()), childName);
+    return LoadChild(path, profileNodeName, info, childName, kind, CommonParts(IsNAPDEF()));
 }
 
 int DM_NAPI_PluginTree::LoadSubTree(const DMString &profileNodeName, const ProfileInfo *info,
@@ -860,45 +858,42 @@ int DM_NAPI_PluginTree::LoadSubTree(const DMString &profileNodeName, const Profi
     NodePath path(profileNodeName.text());
     Register(path.text(), NewInterior(path.text(), common.profile));
     // A child that is refused does not keep its siblings out.
-    for (const DMString &child : common.profile)
-        LoadChild(path, profileNodeName, info, child, common);
+    int place = 0;
+    for (const ProfileChild &child : ProfileChildren(IsNAPDEF()))
+        LoadChild(path, profileNodeName, info, common.profile[place++], child.kind, common);
     LOG_TRACE("Leave: LoadSubTreeofProfile()! \n");
     return DMT_OK;
 }
 
 int DM_NAPI_PluginTree::LoadChild(NodePath &path, const DMString &profileNodeName,
                                   const ProfileInfo *info, const DMString &childName,
-                                  const CommonParts &common)
+                                  ChildKind kind, const CommonParts &common)
 {
     LOG_TRACE("Enter: LoadChildrenofProfile()! NodePath = %s/%s\n", profileNodeName.text(),
               childName.text());
+    const std::size_t above = path.Enter(childName.text());
     int status = DMT_OK;
-    switch (KindOf(ProfileChildren(IsNAPDEF()), childName)) {
+    switch (kind) {
     case ChildKind::Bearer:
-        path.Enter(childName.text());
         status = LoadBearer(path, profileNodeName, info, common);
-        path.Leave();
         break;
     case ChildKind::Auth:
-        path.Enter(childName.text());
         LoadAuth(path, common);
-        path.Leave();
         break;
     case ChildKind::ProxySlot:
-        path.Enter(childName.text());
         LoadProxySlot(path, profileNodeName, info, childName, common);
-        path.Leave();
         break;
     case ChildKind::Number:
-        LoadLeaf(path, childName.text(), common.number);
+        LoadLeaf(path, common.number);
         break;
     case ChildKind::Flag:
-        LoadLeaf(path, childName.text(), common.flag);
+        LoadLeaf(path, common.flag);
         break;
     case ChildKind::Text:
-        LoadLeaf(path, childName.text(), common.text);
+        LoadLeaf(path, common.text);
         break;
     }
+    path.Leave(above);
     if (status == DMT_OK)
         LOG_TRACE("Leave: LoadChildrenofProfile()! \n");
     return status;
@@ -927,11 +922,11 @@ int DM_NAPI_PluginTree::LoadBearer(const NodePath &path, const DMString &profile
 void DM_NAPI_PluginTree::LoadAuth(NodePath &path, const CommonParts &common)
 {
     const JemSmartPtr<DmtNode> node = NewInterior(path.text(), common.auth);
-    path.Enter("PAP");
+    const std::size_t above = path.Enter("PAP");
     Register(path.text(), NewInterior(path.text(), common.pap));
     for (const DMString &leaf : common.pap)
-        LoadLeaf(path, leaf.text(), common.text);
-    path.Leave();
+        LoadLeafBeneath(path, leaf.text(), common.text);
+    path.Leave(above);
     Register(path.text(), node);
 }
 
@@ -942,20 +937,25 @@ void DM_NAPI_PluginTree::LoadProxySlot(NodePath &path, const DMString &profileNo
     const JemSmartPtr<DmtNode> node = NewInterior(path.text(), common.ph);
     DMString connValue;
     GetConnValue(info, profileNodeName, phName, connValue);
-    LoadLeaf(path, "Conn", connValue.empty() ? common.text : DmtData(connValue.text()));
-    LoadLeaf(path, "Addr", common.text);
-    path.Enter("Port");
+    LoadLeafBeneath(path, "Conn", connValue.empty() ? common.text : DmtData(connValue.text()));
+    LoadLeafBeneath(path, "Addr", common.text);
+    const std::size_t above = path.Enter("Port");
     Register(path.text(), NewInterior(path.text(), common.port));
-    LoadLeaf(path, "PortNbr", common.number);
-    path.Leave();
+    LoadLeafBeneath(path, "PortNbr", common.number);
+    path.Leave(above);
     Register(path.text(), node);
 }
 
-void DM_NAPI_PluginTree::LoadLeaf(NodePath &path, const char *name, const DmtData &value)
+void DM_NAPI_PluginTree::LoadLeaf(const NodePath &path, const DmtData &value)
 {
-    path.Enter(name);
     Register(path.text(), NewLeaf(path.text(), value));
-    path.Leave();
+}
+
+void DM_NAPI_PluginTree::LoadLeafBeneath(NodePath &path, const char *name, const DmtData &value)
+{
+    const std::size_t above = path.Enter(name);
+    LoadLeaf(path, value);
+    path.Leave(above);
 }
 
 // ---- Mounting -----------------------------------------------------------------------------------

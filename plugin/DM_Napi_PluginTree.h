@@ -15,6 +15,7 @@
 #include <string_view>
 #include <unordered_map>
 
+enum class ChildKind : std::uint8_t; ///< how a child of a profile node is made
 class NodePath;
 class SETUP_SET_Manager;
 
@@ -201,13 +202,14 @@ private:
     int LoadSubTree(const DMString &profileNodeName, const ProfileInfo *info,
                     const CommonParts &common);
     int LoadChild(NodePath &path, const DMString &profileNodeName, const ProfileInfo *info,
-                  const DMString &childName, const CommonParts &common);
+                  const DMString &childName, ChildKind kind, const CommonParts &common);
     int LoadBearer(const NodePath &path, const DMString &profileNodeName, const ProfileInfo *info,
                    const CommonParts &common);
     void LoadAuth(NodePath &path, const CommonParts &common);
     void LoadProxySlot(NodePath &path, const DMString &profileNodeName, const ProfileInfo *info,
                        const DMString &phName, const CommonParts &common);
-    void LoadLeaf(NodePath &path, const char *name, const DmtData &value);
+    void LoadLeaf(const NodePath &path, const DmtData &value);
+    void LoadLeafBeneath(NodePath &path, const char *name, const DmtData &value);
 
     /// Deletes the mapping file and opens a new one. @return false when memory is short.
     bool ReplaceMappingFile();

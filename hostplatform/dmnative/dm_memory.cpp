@@ -86,6 +86,12 @@ struct Allocator {
     dmnative_control::AllocationFault fault;
     Pool pool;
 
+    // Kept out of line, so that the usual way through an allocation is short.
+    __attribute__((noinline)) bool Fails(std::size_t size, const char *file, int line) const
+    {
+        return fault(file, line, size);
+    }
+
     CallSite &SiteOf(const char *file, int line)
     {
         LateCall &late =
@@ -116,11 +122,7 @@ private:
 };
 
 // Never destroyed: objects of other libraries may give back blocks while the process ends.
-Allocator &TheAllocator()
-{
-    static Allocator *const allocator = new Allocator;
-    return *allocator;
-}
+Allocator &theAllocator = *new Allocator;
 
 void *TakeFromHeap(std::size_t size)
 {
@@ -137,8 +139,8 @@ BlockHeader *BlockHeaderOf(void *block)
 
 extern "C" void *DmtMemAllocEx(std::size_t size, const char *file, int line)
 {
-    Allocator &allocator = TheAllocator();
-    if (allocator.fault && allocator.fault(file, line, size))
+    Allocator &allocator = theAllocator;
+    if (allocator.fault && allocator.Fails(size, file, line))
         return nullptr;
     const std::size_t units =
         size / UNIT + (size % UNIT + sizeof(BlockHeader) + UNIT - 1) / UNIT; // no sum too large
@@ -158,7 +160,7 @@ extern "C" void DmtMemFree(void *block)
 {
     if (!block)
         return;
-    Allocator &allocator = TheAllocator();
+    Allocator &allocator = theAllocator;
     const BlockHeader header = *BlockHeaderOf(block);
     --allocator.sites[header.site].liveBlocks;
     if (header.units > 0)
@@ -172,14 +174,14 @@ namespace dmnative_control {
 std::size_t LiveBlocks()
 {
     std::size_t blocks = 0;
-    for (const CallSite &site : TheAllocator().sites)
+    for (const CallSite &site : theAllocator.sites)
         blocks += site.liveBlocks;
     return blocks;
 }
 
 std::size_t LiveBlocks(std::string_view file, int line)
 {
-    for (const CallSite &site : TheAllocator().sites)
+    for (const CallSite &site : theAllocator.sites)
         if (site.line == line && site.file == file)
             return site.liveBlocks;
     return 0;
@@ -187,12 +189,12 @@ std::size_t LiveBlocks(std::string_view file, int line)
 
 std::size_t PooledBlocks()
 {
-    return TheAllocator().pooledBlocks;
+    return theAllocator.pooledBlocks;
 }
 
 void SetAllocationFault(AllocationFault fault)
 {
-    TheAllocator().fault = std::move(fault);
+    theAllocator.fault = std::move(fault);
 }
 
 } // namespace dmnative_control

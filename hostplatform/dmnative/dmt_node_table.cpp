@@ -161,15 +161,14 @@ NodeTable::ChildNames &NodeTable::ListOf(std::string_view path)
     return m_lateList->second;
 }
 
-void NodeTable::Set(const DMString &path, const JemSmartPtr<DmtNode> &node,
+void NodeTable::Set(const DMString &path, const DMString &name, const JemSmartPtr<DmtNode> &node,
                     const DMStringVector &listedChildren)
 {
     m_nodes[path] = node;
     if (!path.empty()) {
-        const std::string_view name = LastSegment(ViewOf(path));
-        ChildNames &siblings = ListOf(ParentOf(ViewOf(path), name));
-        if (!siblings.Lists(name))
-            siblings.Append(NameOf(path));
+        ChildNames &siblings = ListOf(ParentOf(ViewOf(path), ViewOf(name)));
+        if (!siblings.Lists(ViewOf(name)))
+            siblings.Append(name);
     }
     if (!listedChildren.empty()) {
         m_lateList = &*m_lists.try_emplace(path).first; // which its children will ask for

@@ -29,7 +29,8 @@ public:
     /// Registers the node, or replaces the one at the path; its parent lists it from then on. The
     /// children come into the order that the node lists; those that it does not list keep their
     /// order after the others.
-    void Set(const DMString &path, const JemSmartPtr<DmtNode> &node,
+    /// @param name  the last segment of the path, as NameOf says it
+    void Set(const DMString &path, const DMString &name, const JemSmartPtr<DmtNode> &node,
              const DMStringVector &listedChildren);
 
     /// Removes the node, everything beneath it and the parent's mention. @return false when no node

@@ -224,9 +224,14 @@ int DmtPluginTree::SetNode(const char *path, JemSmartPtr<DmtNode> node)
     if (!node)
         return DMT_COMMAND_FAILED;
     const auto *const pluginNode = static_cast<const DmtPluginNode *>(node.get());
-    // A node is registered at its own path: the table shares that text.
+    // A node is registered at its own path: the table shares that text and its name.
     const bool isOwnPath = ViewOf(pluginNode->m_path) == (path ? path : "");
-    m_nodes->Set(isOwnPath ? pluginNode->m_path : DMString(path), node, pluginNode->m_childNames);
+    if (isOwnPath) {
+        m_nodes->Set(pluginNode->m_path, pluginNode->m_name, node, pluginNode->m_childNames);
+    } else {
+        const DMString otherPath(path ? path : "");
+        m_nodes->Set(otherPath, m_nodes->NameOf(otherPath), node, pluginNode->m_childNames);
+    }
     return DMT_OK;
 }
 

@@ -266,4 +266,26 @@ TEST_F(TreeObjectTest, ProfileNameFailsWhenTheServiceDoesNotKnowTheId)
     EXPECT_EQ(PluginTreeProbe(*tree).Mapped(), (Mapping{{"Office", "5Ph1DC1"}}));
 }
 
+// A path that is put together has room for the usual length, and goes to the heap beyond it.
+TEST(PathInTheMakingTest, OfAnyLengthGoesDownAndComesBackUp)
+{
+    for (std::size_t length = 0; length < 300; ++length) {
+        const std::string top(length, 'x');
+        NodePath path(top);
+        EXPECT_EQ(path.text(), top);
+        const std::size_t above = path.Enter("Auth");
+        EXPECT_EQ(path.text(), top + "/Auth");
+        const std::size_t aboveThat = path.Enter("PAP");
+        EXPECT_EQ(path.text(), top + "/Auth/PAP");
+        path.Leave(aboveThat);
+        EXPECT_EQ(path.text(), top + "/Auth");
+        path.Leave(above);
+        EXPECT_EQ(path.text(), top);
+        path.Leave(path.Enter(std::string(200, 'y')));
+        EXPECT_EQ(path.text(), top);
+        path.Enter("Speed");
+        EXPECT_EQ(path.text(), top + "/Speed");
+    }
+}
+
 } // namespace
