@@ -147,6 +147,21 @@ TEST_F(NodeTable, DeletingANodeTakesWhatIsBeneathAndTheMention)
     EXPECT_EQ(tree->ChildrenOf(""), (Names{"ab", "a"}));
 }
 
+TEST_F(NodeTable, WhatIsAddedBeneathADeletedNodeIsListedAnew)
+{
+    tree->Add("", {});
+    tree->Add("a", {});
+    tree->AddLeaf("a/x", "");
+    EXPECT_EQ(tree->DeleteNode("a"), 0);
+    tree->AddLeaf("a/y", "");
+    tree->Add("a", {});
+    EXPECT_EQ(tree->ChildrenOf("a"), (Names{"y"}));
+    EXPECT_EQ(tree->DeleteNode(""), 0);
+    tree->AddLeaf("a/z", "");
+    tree->Add("a", {});
+    EXPECT_EQ(tree->ChildrenOf("a"), (Names{"z"}));
+}
+
 TEST_F(NodeTable, DeletingTheRootEmptiesTheTree)
 {
     tree->Add("", {"a"});
