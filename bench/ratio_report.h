@@ -14,7 +14,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run> &runs) override;
 
-    /// One line an operation and size: medians of both in microseconds, and their ratio.
+    /// One line an operation and size: the least time of both in microseconds, and their ratio.
     void PrintRatios() const;
 
 private:
