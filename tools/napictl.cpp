@@ -16,6 +16,8 @@ constexpr Option programOptions[] = {commandline::stateOption, commandline::back
                                      commandline::helpOption, commandline::versionOption};
 constexpr Option showSecretsOption = {"show-secrets", nullptr,
                                       "print passwords instead of ********"};
+constexpr Option listOptions[] = {
+    {"json", nullptr, "print one JSON array with an object a profile"}};
 constexpr Option showOptions[] = {
     {"json", nullptr, "print JSON, the format of import"},
     showSecretsOption,
@@ -66,7 +68,9 @@ struct CommandRow : commandline::Command {
 constexpr std::span<const Option> noOptions;
 
 constexpr CommandRow rows[] = {
-    {{"list", "", "list the profiles with their IDs and the parts that they have"}, runList},
+    {{"list", "", "list the profiles with their IDs and the parts that they have", 0, 0,
+      listOptions},
+     runList},
     {{"show", "NAME", "show one profile", 1, 1, showOptions}, runShow},
     {{"create", "NAME [FIELD=VALUE...]", "create a profile", 1, anyNumber, noOptions,
       ValueKind::Text, nullptr, fieldWords, fieldDetails},

@@ -1,6 +1,9 @@
 // list, show, create, set, delete: one profile at a time.
 #include "commands.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <optional>
 
 #include "profile_fields.h"
@@ -39,14 +42,14 @@ support::Expected<QList<FieldValue>, QString> parseAssignments(const QStringList
     return values;
 }
 
-QString partNames(const NAP_PROFILE_S &record)
+QStringList partNames(const NAP_PROFILE_S &record)
 {
     QStringList names;
     for (const ProfilePart &part : profileParts()) {
         if (isPartPresent(part, record))
             names += QString::fromLatin1(part.name);
     }
-    return names.isEmpty() ? QStringLiteral("-") : names.join(u',');
+    return names;
 }
 
 QString shownValue(const ProfileField &field, const NAP_PROFILE_S &record, bool showSecrets)
@@ -100,12 +103,42 @@ void printForPeople(Output &output, const QString &name, unsigned int id,
 
 } // namespace
 
-ExitStatus runList(Output &output, const Invocation &)
+namespace {
+
+/// A profile as a list has it.
+struct ListedProfile {
+    QString name;
+    unsigned int id;
+    QStringList parts;
+};
+
+void printLine(Output &output, const ListedProfile &profile)
+{
+    const QString parts = profile.parts.isEmpty() ? QStringLiteral("-") : profile.parts.join(u',');
+    output.line(QStringLiteral("%1  %2  %3")
+                    .arg(profile.id, 5)
+                    .arg(parts, -27)
+                    .arg(printable(profile.name)));
+}
+
+QJsonObject toJson(const ListedProfile &profile)
+{
+    return {{QStringLiteral("id"), static_cast<qint64>(profile.id)},
+            {QStringLiteral("name"), profile.name},
+            {QStringLiteral("parts"), QJsonArray::fromStringList(profile.parts)}};
+}
+
+} // namespace
+
+ExitStatus runList(Output &output, const Invocation &invocation)
 {
     QList<QByteArray> names;
     if (const int status = listProfileNames(names); status != NAPI_OK)
         return reportResult(output, {}, status);
-    output.line(QStringLiteral("   ID  PARTS                        NAME"));
+    const bool asJson = invocation.has("json");
+    QJsonArray array;
+    if (!asJson)
+        output.line(QStringLiteral("   ID  PARTS                        NAME"));
     for (const QByteArray &name : names) {
         NAP_PROFILE_S record = {};
         unsigned int id = 0;
@@ -116,11 +149,14 @@ ExitStatus runList(Output &output, const Invocation &)
             continue;
         if (status != NAPI_OK)
             return reportResult(output, QString::fromUtf8(name), status);
-        output.line(QStringLiteral("%1  %2  %3")
-                        .arg(id, 5)
-                        .arg(partNames(record), -27)
-                        .arg(printable(QString::fromUtf8(name))));
+        const ListedProfile profile{QString::fromUtf8(name), id, partNames(record)};
+        if (asJson)
+            array += toJson(profile);
+        else
+            printLine(output, profile);
     }
+    if (asJson)
+        output.json(QJsonDocument(array), QJsonDocument::Indented);
     return ExitStatus::Success;
 }
 

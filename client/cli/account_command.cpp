@@ -6,8 +6,13 @@
 #include "parser.h"
 #include "secret_leaf.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <algorithm>
 #include <iterator>
+#include <utility>
+#include <vector>
 
 namespace client::cli {
 
@@ -75,8 +80,46 @@ support::Expected<void, QString> setFields(const Context &context, Account &acco
 
 // ---- The five things that can be done ------------------------------------------------------------
 
+/// The fields that have a value, secrets masked unless they are asked for.
+std::vector<std::pair<QString, QString>> shownFields(const Context &context, const Account &account)
+{
+    std::vector<std::pair<QString, QString>> fields;
+    for (const AccountField &field : accountFields()) {
+        QString value = field.get(account);
+        if (value.isEmpty())
+            continue;
+        if (field.isSecret && !context.invocation.has("show-secrets"))
+            value = QString::fromLatin1(secretMask);
+        fields.emplace_back(QString::fromLatin1(field.name), value);
+    }
+    return fields;
+}
+
+QJsonObject accountToJson(const Context &context, const QString &name, const Account &account)
+{
+    QJsonObject object{{QStringLiteral("name"), name}};
+    for (const auto &[field, value] : shownFields(context, account))
+        object[field] = value;
+    return object;
+}
+
+ExitStatus listAsJson(Context &context)
+{
+    const AccountStore &accounts = context.device->accounts();
+    QJsonArray array;
+    for (const auto &[name, account] : accounts.accounts())
+        array += accountToJson(context, name, account);
+    for (const auto &[name, account] : accounts.damagedAccounts())
+        array += QJsonObject{{QStringLiteral("name"), name},
+                             {QStringLiteral("damaged"), account.reason}};
+    context.output.json(QJsonDocument(array), QJsonDocument::Indented);
+    return accounts.damage().isEmpty() ? ExitStatus::Success : ExitStatus::Unusable;
+}
+
 ExitStatus list(Context &context)
 {
+    if (context.invocation.has("json"))
+        return listAsJson(context);
     const AccountStore &accounts = context.device->accounts();
     for (const auto &[name, account] : accounts.accounts())
         context.output.line(
@@ -92,15 +135,13 @@ ExitStatus show(Context &context)
     const Account *const account = context.device->accounts().find(nameIn(context));
     if (!account)
         return noAccount(context);
-    for (const AccountField &field : accountFields()) {
-        QString value = field.get(*account);
-        if (value.isEmpty())
-            continue;
-        if (field.isSecret && !context.invocation.has("show-secrets"))
-            value = QString::fromLatin1(secretMask);
-        context.output.line(
-            printable(QStringLiteral("%1=%2").arg(QString::fromLatin1(field.name), value)));
+    if (context.invocation.has("json")) {
+        context.output.json(QJsonDocument(accountToJson(context, nameIn(context), *account)),
+                            QJsonDocument::Indented);
+        return ExitStatus::Success;
     }
+    for (const auto &[field, value] : shownFields(context, *account))
+        context.output.line(printable(QStringLiteral("%1=%2").arg(field, value)));
     return ExitStatus::Success;
 }
 
@@ -147,10 +188,11 @@ struct ActionRow {
     int minArguments; ///< the action's name included
     int maxArguments; ///< or anyNumber
     ExitStatus (*run)(Context &);
+    bool prints = false;
 };
 
 constexpr ActionRow actions[] = {
-    {"list", 1, 1, list},       {"show", 2, 2, show},     {"add", 3, anyNumber, add},
+    {"list", 1, 1, list, true}, {"show", 2, 2, show, true}, {"add", 3, anyNumber, add},
     {"set", 3, anyNumber, set}, {"remove", 2, 2, remove},
 };
 
@@ -190,6 +232,10 @@ ExitStatus runAccount(Context &context)
             commandline::wrongArguments(*invocation.command,
                                         QStringLiteral("these arguments do not go together")),
             ExitStatus::WrongUsage);
+    if (invocation.has("json") && !action->prints)
+        return wrongUsage(
+            context,
+            QStringLiteral("%1 prints nothing that could be JSON").arg(invocation.arguments[0]));
     return action->run(context);
 }
 

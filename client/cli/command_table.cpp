@@ -47,6 +47,7 @@ constexpr Option treeOptions[] = {
     showSecrets,
 };
 constexpr Option getOptions[] = {
+    {"json", nullptr, "print one JSON array with an object an address"},
     {"prop", "NAME", "print a property: ACL, Format, Name, Size, Title, TStamp, Type or VerNo",
      ValueKind::Text, propertyWords},
     showSecrets,
@@ -59,6 +60,8 @@ constexpr Option addOptions[] = {
 constexpr Option processOptions[] = {
     {"server-id", "ID", "run the commands on behalf of that server, under the nodes' ACLs",
      ValueKind::Text},
+    {"summary", nullptr, "print a line a command in place of the client's package"},
+    {"json", nullptr, "print one JSON object a command in place of it"},
 };
 constexpr Option sessionOptions[] = {
     {"encoding", "ENCODING", "xml or wbxml: encoding of the first message", ValueKind::OneOf,
@@ -76,6 +79,7 @@ constexpr Option sessionOptions[] = {
     {"json", nullptr, "print one JSON object a command"},
 };
 constexpr Option accountOptions[] = {
+    {"json", nullptr, "print accounts as JSON: list and show"},
     {"show-secrets", nullptr, "print secrets instead of ********"},
 };
 constexpr Option shellOptions[] = {

@@ -3,11 +3,15 @@
 #include "command_table.h"
 #include "ddf.h"
 #include "input_file.h"
+#include "json_value.h"
 #include "package.h"
 #include "secret_leaf.h"
+#include "session_report.h"
 #include "shell.h"
 #include "tree_drawing.h"
 
+#include <QByteArrayList>
+#include <QJsonArray>
 #include <QJsonDocument>
 
 namespace client::cli {
@@ -85,35 +89,51 @@ ExitStatus runTree(Context &context)
 
 namespace {
 
-Outcome printNode(Context &context, const TreeNode &node, Secrets secrets)
+/// What a node or a property was read as: for people, or for programs.
+struct Reading {
+    QByteArrayList lines;
+    QJsonObject object;
+};
+
+Reading readingOfNode(const TreeView &tree, const TreeNode &node, Secrets secrets)
 {
-    const TreeView tree = context.device->ownersView();
-    if (!node.isLeaf()) {
-        for (const TreeNode &child : tree.children(node))
-            context.output.line(displayName(child.uri().name()));
-        return {};
+    Reading reading{{}, treeToJson({ListedNode{node, 0, std::nullopt}}, secrets)};
+    QJsonArray names;
+    for (const TreeNode &child : tree.children(node)) {
+        reading.lines += displayName(child.uri().name()).toUtf8();
+        names += QString::fromUtf8(child.uri().name());
     }
-    const Result<DmtData> value = tree.value(node);
+    reading.object[u"children"] = names;
+    return reading;
+}
+
+Result<Reading> readLeaf(const TreeView &tree, const TreeNode &leaf, Secrets secrets)
+{
+    const Result<DmtData> value = tree.value(leaf);
     if (!value)
         return value.outcome();
     const QByteArray text = valueText(*value);
-    const bool isHidden = secrets == Secrets::Mask && isMasked(node.uri().name(), text);
-    context.output.value(isHidden ? QByteArray(secretMask) : text);
-    return {};
+    const bool isHidden = secrets == Secrets::Mask && isMasked(leaf.uri().name(), text);
+    return Reading{{isHidden ? QByteArray(secretMask) : text},
+                   treeToJson({ListedNode{leaf, 0, value}}, secrets)};
 }
 
-Outcome printProperty(Context &context, const TreeNode &node, const QString &name)
+Result<Reading> readProperty(const TreeView &tree, const TreeNode &node, const QString &name)
 {
     const auto property = propertyNamed(name);
     if (!property)
-        return {DmStatus::FeatureNotSupported, QStringLiteral("no property %1").arg(name)};
-    const Result<QByteArray> value = context.device->ownersView().property(node, *property);
-    if (value)
-        context.output.value(*value);
-    return value.outcome();
+        return Outcome{DmStatus::FeatureNotSupported, QStringLiteral("no property %1").arg(name)};
+    const Result<QByteArray> value = tree.property(node, *property);
+    if (!value)
+        return value.outcome();
+    Reading reading{{*value},
+                    {{QStringLiteral("uri"), QString::fromLatin1(node.uri().toUri())},
+                     {QStringLiteral("property"), name}}};
+    addValue(reading.object, *value, false);
+    return reading;
 }
 
-Outcome printAddress(Context &context, const QString &uri)
+Result<Reading> readAddress(const Context &context, const QString &uri)
 {
     const Invocation &invocation = context.invocation;
     const TreeView tree = context.device->ownersView();
@@ -124,25 +144,58 @@ Outcome printAddress(Context &context, const QString &uri)
     if (!node)
         return node.outcome();
     if (invocation.has("prop"))
-        return printProperty(context, *node, invocation.value("prop"));
+        return readProperty(tree, *node, invocation.value("prop"));
     switch (address->query) {
     case Address::Query::None:
-        return printNode(context, *node, secretsOf(invocation));
+        return node->isLeaf() ? readLeaf(tree, *node, secretsOf(invocation))
+                              : readingOfNode(tree, *node, secretsOf(invocation));
     case Address::Query::Property:
-        return printProperty(context, *node, address->argument);
+        return readProperty(tree, *node, address->argument);
     default:
-        return {DmStatus::FeatureNotSupported, QStringLiteral("listings are for DM packages; "
-                                                              "tree draws them for people")};
+        return Outcome{DmStatus::FeatureNotSupported,
+                       QStringLiteral("listings are for DM packages; tree draws them for people")};
     }
+}
+
+QJsonObject failureToJson(const QString &uri, const Outcome &outcome)
+{
+    return {{QStringLiteral("uri"), uri},
+            {QStringLiteral("status"), static_cast<int>(outcome.status)},
+            {QStringLiteral("meaning"), meaning(outcome.status)},
+            {QStringLiteral("reason"), outcome.reason}};
+}
+
+ExitStatus getAsJson(Context &context)
+{
+    QJsonArray array;
+    std::vector<Outcome> outcomes;
+    for (const QString &uri : context.invocation.arguments) {
+        const Result<Reading> reading = readAddress(context, uri);
+        array += reading ? reading->object : failureToJson(uri, reading.outcome());
+        outcomes.push_back(reading.outcome());
+    }
+    context.output.json(QJsonDocument(array), QJsonDocument::Indented);
+    ExitStatus worst = ExitStatus::Success;
+    for (std::size_t i = 0; i < outcomes.size(); ++i)
+        worst = worse(
+            worst, finish(context, context.invocation.arguments[static_cast<int>(i)], outcomes[i]));
+    return worst;
 }
 
 } // namespace
 
 ExitStatus runGet(Context &context)
 {
+    if (context.invocation.has("json"))
+        return getAsJson(context);
     ExitStatus worst = ExitStatus::Success;
-    for (const QString &uri : context.invocation.arguments)
-        worst = worse(worst, finish(context, uri, printAddress(context, uri)));
+    for (const QString &uri : context.invocation.arguments) {
+        const Result<Reading> reading = readAddress(context, uri);
+        if (reading)
+            for (const QByteArray &line : reading->lines)
+                context.output.value(line);
+        worst = worse(worst, finish(context, uri, reading.outcome()));
+    }
     return worst;
 }
 
@@ -287,6 +340,9 @@ ExitStatus runProcess(Context &context)
     const QString file = invocation.arguments[0];
     if (context.inShell && file == QStringLiteral("-"))
         return wrongUsage(context, QStringLiteral("standard input is the shell's"));
+    if (invocation.has("json") && invocation.has("summary"))
+        return wrongUsage(context,
+                          QStringLiteral("--json and --summary are two forms of the same"));
     const auto package = commandline::readInput(file, syncml::Limits().messageBytes);
     if (!package)
         return wrongUsage(context, package.error());
@@ -303,9 +359,14 @@ ExitStatus runProcess(Context &context)
     if (!reasonAgainst.isEmpty() &&
         (!serverId.isEmpty() || context.device->tree().deviceId().isEmpty()))
         return problem(context, reasonAgainst, ExitStatus::Unusable);
+    const std::unique_ptr<SessionReport> report =
+        invocation.has("json")      ? jsonReport(context.output)
+        : invocation.has("summary") ? readableReport(context.output)
+                                    : nullptr;
     const PackageAnswer answer = answerPackage(
         *decoded, context.device->tree(), encoding,
-        serverId.isEmpty() ? Principal::owner() : Principal::server(serverId.toUtf8()));
+        serverId.isEmpty() ? Principal::owner() : Principal::server(serverId.toUtf8()),
+        report.get());
     if (answer.refusal)
         return problem(context, QStringLiteral("%1: %2").arg(file, *answer.refusal),
                        ExitStatus::SessionFailed);
@@ -316,12 +377,15 @@ ExitStatus runProcess(Context &context)
                 ? QStringLiteral("the server aborts the session")
                 : QStringLiteral("the package asks for nothing; the session would end here"),
             ExitStatus::Success);
+    const ExitStatus status = answer.allSucceeded ? ExitStatus::Success : ExitStatus::Failed;
+    if (report)
+        return status;
     const syncml::EncodeResult encoded =
         syncml::encode(*answer.message, encoding, syncml::XmlLayout::Indented);
     if (!encoded)
         return problem(context, encoded.error().text, ExitStatus::Failed);
     context.output.document(*encoded);
-    return answer.allSucceeded ? ExitStatus::Success : ExitStatus::Failed;
+    return status;
 }
 
 // ---- Description ---------------------------------------------------------------------------------

@@ -1,5 +1,8 @@
 #include "session_report.h"
 
+#include "json_value.h"
+
+#include <QDateTime>
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -84,11 +87,20 @@ public:
 
     void commandAnswered(const AnsweredCommand &command) override
     {
-        print({{QStringLiteral("command"), command.name},
-               {QStringLiteral("uri"), command.uri},
-               {QStringLiteral("status"), static_cast<int>(command.status)},
-               {QStringLiteral("meaning"), meaning(command.status)},
-               {QStringLiteral("reason"), command.reason}});
+        QJsonObject object{
+            {QStringLiteral("command"), command.name},
+            {QStringLiteral("uri"), command.uri},
+            {QStringLiteral("status"), static_cast<int>(command.status)},
+            {QStringLiteral("meaning"), meaning(command.status)},
+            {QStringLiteral("reason"), command.reason},
+            {QStringLiteral("msgId"), command.msgId},
+            {QStringLiteral("cmdId"), command.cmdId},
+            {QStringLiteral("time"), QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs)}};
+        if (!command.format.isEmpty())
+            object[u"format"] = command.format;
+        if (command.value)
+            addValue(object, *command.value, command.mayBeSecret && !command.value->isEmpty());
+        print(object);
     }
 
     void note(const QString &text) override { print({{QStringLiteral("note"), text}}); }

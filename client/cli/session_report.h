@@ -19,9 +19,10 @@ public:
 /// Lines for people: "Replace ./A/B: 405 Command Not Allowed: ./A/B is read-only". The output has
 /// to outlive the report.
 std::unique_ptr<SessionReport> readableReport(Output &output);
-/// One JSON object a line: {"command", "uri", "status", "meaning", "reason"} for each command,
-/// {"note"}, and at last {"session", "reason", "messages", "commands", "refused"}, with "session"
-/// one of completed, aborted-by-server, aborted and failed.
+/// One JSON object a line: {"command", "uri", "status", "meaning", "reason", "msgId", "cmdId",
+/// "time"} for each command, with "format" and "value" where it has them, {"note"}, and at last
+/// {"session", "reason", "messages", "commands", "refused"}, with "session" one of completed,
+/// aborted-by-server, aborted and failed. The time is UTC, when the command was answered.
 std::unique_ptr<SessionReport> jsonReport(Output &output);
 
 } // namespace client::cli

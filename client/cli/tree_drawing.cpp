@@ -1,5 +1,6 @@
 #include "tree_drawing.h"
 
+#include "json_value.h"
 #include "secret_leaf.h"
 
 #include <QJsonArray>
@@ -90,27 +91,27 @@ QStringList drawTree(const std::vector<ListedNode> &listing, Secrets secrets,
 
 namespace {
 
-QJsonValue jsonValue(const DmtData &value)
-{
-    if (value.GetType() == DmtData::Null)
-        return {};
-    if (int number = 0; value.GetInt(number) == 0)
-        return number;
-    if (bool flag = false; value.GetBoolean(flag) == 0)
-        return flag;
-    return QString::fromUtf8(valueText(value));
-}
-
-void addValue(QJsonObject &object, const ListedNode &leaf, Secrets secrets)
+void addLeafValue(QJsonObject &object, const ListedNode &leaf, Secrets secrets)
 {
     if (!*leaf.value) {
         object[u"status"] = static_cast<int>(leaf.value->outcome().status);
-    } else if (isMasked(leaf, secrets)) {
-        object[u"value"] = QString::fromLatin1(secretMask);
-        object[u"masked"] = true;
-    } else {
-        object[u"value"] = jsonValue(**leaf.value);
+        return;
     }
+    const DmtData &value = **leaf.value;
+    int number = 0;
+    bool flag = false;
+    if (isMasked(leaf, secrets))
+        addValue(object, valueText(value), true);
+    else if (value.GetType() == DmtData::Null)
+        object[u"value"] = QJsonValue();
+    else if (value.GetInt(number) == 0)
+        object[u"value"] = number;
+    else if (value.GetBoolean(flag) == 0)
+        object[u"value"] = flag;
+    else if (value.GetType() == DmtData::Bin)
+        addBinary(object, valueBytes(value));
+    else
+        addValue(object, valueText(value), false);
 }
 
 /// The node at the position with everything beneath it; the position moves after them.
@@ -123,7 +124,7 @@ QJsonObject nodeToJson(const std::vector<ListedNode> &listing, std::size_t &posi
     object[u"uri"] = QString::fromLatin1(entry.node.uri().toUri());
     object[u"format"] = formatName(entry.node.valueType());
     if (entry.value) {
-        addValue(object, entry, secrets);
+        addLeafValue(object, entry, secrets);
         return object;
     }
     QJsonArray children;

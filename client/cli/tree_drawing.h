@@ -20,7 +20,8 @@ QStringList drawTree(const std::vector<ListedNode> &listing, Secrets secrets,
 
 /// The listing as one object a node: "name", "uri" and "format"; "children" of an interior node;
 /// "value" of a leaf as text, number or boolean, null when it has none. A masked value has "masked"
-/// true beside it; a leaf that cannot be read has "status" in place of "value".
+/// true beside it, one that is not text "encoding"; a leaf that cannot be read has "status" in
+/// place of "value".
 QJsonObject treeToJson(const std::vector<ListedNode> &listing, Secrets secrets);
 
 } // namespace client::cli

@@ -57,7 +57,7 @@ bool isRefusingStatus(const Command &command)
 } // namespace
 
 PackageAnswer answerPackage(const Message &request, ManagementTree &tree, syncml::Encoding encoding,
-                            const Principal &principal)
+                            const Principal &principal, SessionObserver *observer)
 {
     PackageAnswer answer;
     answer.isAbortedByServer = hasAlert(request, AlertCode::SessionAbort);
@@ -68,7 +68,10 @@ PackageAnswer answerPackage(const Message &request, ManagementTree &tree, syncml
     if (answer.refusal)
         return answer;
     std::vector<Command> answers = {headerStatus(request.header, headerOutcome)};
-    SessionCommands commands(tree, principal, nullptr, {}, usualLargestObject);
+    std::vector<SessionObserver *> observers;
+    if (observer)
+        observers.push_back(observer);
+    SessionCommands commands(tree, principal, nullptr, observers, usualLargestObject);
     if (succeeded(headerOutcome))
         commands.run(request, 0, answers);
     else

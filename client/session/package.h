@@ -3,6 +3,7 @@
 
 #include "codec.h"
 #include "management_tree.h"
+#include "session_observer.h"
 
 #include <optional>
 
@@ -27,8 +28,10 @@ struct PackageAnswer {
 /// with 505 or 513, and none of its commands is run; nor is any when the server aborts the session,
 /// or refuses the client's header as in a session without credentials.
 /// @param principal  on whose behalf the commands run
+/// @param observer   is told how each command ended; may be null
 PackageAnswer answerPackage(const syncml::Message &request, ManagementTree &tree,
                             syncml::Encoding encoding,
-                            const Principal &principal = Principal::owner());
+                            const Principal &principal = Principal::owner(),
+                            SessionObserver *observer = nullptr);
 
 } // namespace client

@@ -1,6 +1,7 @@
 #include "session_commands.h"
 
 #include "alerts.h"
+#include "secret_item.h"
 
 #include <QHash>
 #include <algorithm>
@@ -59,7 +60,7 @@ void SessionCommands::run(const Message &message, qsizetype waitingBytes, Comman
         m_reasons.clear();
         runCommand(command, answers);
         limitObjects(answers, first);
-        report(command, std::span(answers).subspan(first));
+        report(message.header.msgId, command, std::span(answers).subspan(first));
     }
     if (wasReceiving && m_object.isReceiving() && !m_objectWentOn)
         abandonObject(answers);
@@ -74,7 +75,7 @@ void SessionCommands::refuse(const Message &message, const Outcome &outcome, Com
         const std::span<const Command> own = std::span(answers).subspan(first);
         for (const Command &answer : own)
             noteReason(answer.cmdRef, QString(), outcome);
-        report(command, own);
+        report(message.header.msgId, command, own);
     }
 }
 
@@ -315,7 +316,40 @@ QString SessionCommands::reasonFor(const QString &cmdId, const QString &uri, DmS
     return reason == m_reasons.end() ? QString() : reason->second;
 }
 
-void SessionCommands::report(const Command &command, std::span<const Command> answers)
+namespace {
+
+/// Enters the value of an item, and what is said about it there or for all items.
+void addValue(const Command &command, const Item &item, AnsweredCommand &report)
+{
+    report.value = item.data;
+    report.mayBeSecret = mayHoldSecret(command, item);
+    for (const auto &meta : {item.meta, command.meta})
+        if (meta && meta->format && report.format.isEmpty())
+            report.format = *meta->format;
+}
+
+/// Enters the value that a command carries to the address, or that it was answered from there.
+void addValue(const Command &command, std::span<const Command> answers, AnsweredCommand &report)
+{
+    const auto isAbout = [&](const Item &item) { return addressOf(item) == report.uri; };
+    const auto addFrom = [&](const Command &carrier) {
+        const auto item = std::ranges::find_if(carrier.items, isAbout);
+        if (item != carrier.items.end())
+            addValue(carrier, *item, report);
+    };
+    if (command.kind == CommandKind::Add || command.kind == CommandKind::Replace)
+        addFrom(command);
+    if (command.kind != CommandKind::Get || !succeeded(report.status))
+        return;
+    for (const Command &answer : answers)
+        if (answer.kind == CommandKind::Results && answer.cmdRef == command.cmdId)
+            addFrom(answer);
+}
+
+} // namespace
+
+void SessionCommands::report(const QString &msgId, const Command &command,
+                             std::span<const Command> answers)
 {
     CommandIndex index;
     if (!command.commands.empty())
@@ -327,8 +361,11 @@ void SessionCommands::report(const Command &command, std::span<const Command> an
             answer.cmdRef == command.cmdId ? &command : index.value(*answer.cmdRef, nullptr);
         AnsweredCommand report;
         report.status = *parseStatus(*answer.data);
-        if (!m_observers.empty())
+        if (!m_observers.empty()) {
+            report.msgId = msgId;
+            report.cmdId = *answer.cmdRef;
             report.name = answered ? reportedName(*answered) : *answer.cmd;
+        }
         forEachAnsweredUri(answer, answered, [&](const QString &uri) {
             m_answered += !isChallenge(report.status);
             m_refused += isRefusal(report.status) && !isChallenge(report.status);
@@ -336,6 +373,10 @@ void SessionCommands::report(const Command &command, std::span<const Command> an
                 return;
             report.uri = uri;
             report.reason = reasonFor(*answer.cmdRef, uri, report.status);
+            report.format.clear();
+            report.value.reset();
+            if (answered)
+                addValue(*answered, answers, report);
             for (SessionObserver *const observer : m_observers)
                 observer->commandAnswered(report);
         });

@@ -67,7 +67,8 @@ private:
     DmStatus answerAlert(const syncml::Command &alert, std::vector<syncml::Item> &items);
     void noteReason(const std::optional<QString> &cmdId, const QString &uri,
                     const Outcome &outcome);
-    void report(const syncml::Command &command, std::span<const syncml::Command> answers);
+    void report(const QString &msgId, const syncml::Command &command,
+                std::span<const syncml::Command> answers);
     QString reasonFor(const QString &cmdId, const QString &uri, DmStatus status) const;
 
     CommandProcessor m_processor;

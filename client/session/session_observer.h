@@ -7,6 +7,7 @@
 
 #include <QString>
 #include <QStringList>
+#include <optional>
 
 namespace client {
 
@@ -16,6 +17,13 @@ struct AnsweredCommand {
     QString uri;  ///< node that it was about; empty when it names none
     DmStatus status = DmStatus::Ok;
     QString reason; ///< one sentence without its full stop; empty when the status says everything
+    QString msgId;  ///< of the server's message
+    QString cmdId;
+    QString format; ///< Meta Format of the value; empty when nobody gave one
+    /// What an Add or a Replace carries, or what answers a Get of one leaf, property or list of
+    /// names.
+    std::optional<QByteArray> value;
+    bool mayBeSecret = false; ///< the value
 };
 
 /// Hears of everything in the order in which it happens. Texts come from the server as they are.

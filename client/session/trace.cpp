@@ -4,8 +4,8 @@
 #include "credentials.h"
 #include "dm_status.h"
 #include "foreign_text.h"
-#include "media_type.h"
-#include "secret_leaf.h"
+#include "secret_item.h"
+#include "secret_mask.h"
 #include "user_interaction.h"
 #include "xml_codec.h"
 
@@ -16,26 +16,9 @@
 namespace client {
 
 using namespace syncml;
-
-// ---- Masking -------------------------------------------------------------------------------------
+using support::secretMask;
 
 namespace {
-
-bool isSerialisedTree(const support::Boxed<Meta> &meta)
-{
-    return meta && meta->type && syncml::isSerialisedTree(*meta->type);
-}
-
-/// Whether the item's data may hold the value of a secret leaf.
-bool mayHoldSecret(const Command &command, const Item &item)
-{
-    const bool carriesValues = command.kind == CommandKind::Add ||
-                               command.kind == CommandKind::Replace ||
-                               command.kind == CommandKind::Results;
-    const QString address = addressOf(item);
-    return carriesValues && (address.isEmpty() || isSecretUri(address) ||
-                             isSerialisedTree(item.meta) || isSerialisedTree(command.meta));
-}
 
 // ---- Writing -------------------------------------------------------------------------------------
 

@@ -1,11 +1,13 @@
 """dmclient as a program: what it prints where, its exit statuses, its files, its shell."""
 
+import base64
 import fcntl
 import json
 import os
 import pty
 import select
 import signal
+import sqlite3
 import stat
 import subprocess
 import termios
@@ -35,6 +37,41 @@ class CommandLineTest(DmclientTest):
 
     def test_several_addresses_are_printed_a_line_each(self):
         self.assertEqual(self.succeed("get", CONN + "/Office/Addr", CONN), "internet\nOffice\nPX1\nHome\n")
+
+    def test_addresses_are_read_as_one_json_array(self):
+        office = CONN + "/Office"
+        printed = self.succeed("get", "--json", office + "/Addr", office + "/Linger", CONN,
+                               office + "/Auth/PAP/AuthPw", office + "?prop=Type", ".")
+        self.assertNotIn(SECRET, printed)
+        self.assertEqual(json.loads(printed)[:5], [
+            {"name": "Addr", "uri": office + "/Addr", "format": "chr", "value": "internet"},
+            {"name": "Linger", "uri": office + "/Linger", "format": "int", "value": 30},
+            {"name": "Profiles", "uri": CONN, "format": "node",
+             "children": ["Office", "PX1", "Home"]},
+            {"name": "AuthPw", "uri": office + "/Auth/PAP/AuthPw", "format": "chr",
+             "value": "********", "masked": True},
+            {"uri": office, "property": "Type", "value": ""}])
+        self.assertIn(SECRET, self.succeed("get", "--json", "--show-secrets",
+                                           office + "/Auth/PAP/AuthPw"))
+
+    def test_a_refusal_has_its_place_in_the_json_array(self):
+        status, printed, errors = self.run_client("get", "--json", "./Nowhere", CONN + "/Home/Addr")
+        self.assertEqual(status, REFUSED)
+        self.assertIn("404 Not Found", errors)
+        refusal, value = json.loads(printed)
+        self.assertEqual(refusal, {"uri": "./Nowhere", "status": 404, "meaning": "Not Found",
+                                   "reason": "no node ./Nowhere"})
+        self.assertEqual(value["value"], "+4930123")
+
+    def test_a_value_that_is_not_utf8_is_base64_in_json(self):
+        with sqlite3.connect(self.handset.path("profiles.db")) as store:
+            [[record]] = store.execute("SELECT record FROM profile WHERE name = 'Office'")
+            store.execute("UPDATE profile SET record = ? WHERE name = 'Office'",
+                          [record.replace(b"internet", b"\xffnternet", 1)])
+        store.close()
+        [entry] = json.loads(self.succeed("get", "--json", CONN + "/Office/Addr"))
+        self.assertEqual((entry["encoding"], base64.b64decode(entry["value"])),
+                         ("base64", b"\xffnternet"))
 
     def test_a_change_is_silent_and_reaches_the_profile_service(self):
         self.assertEqual(self.succeed("replace", CONN + "/Office/Addr", "web.example"), "")
@@ -299,6 +336,29 @@ class ProcessTest(DmclientTest):
         answer = self.succeed("process", self.package(package))
         self.assertIn("<Data>1.2</Data>", answer)
         self.assertEqual(self.succeed("process", "-", stdin=package), answer)
+
+    def test_a_summary_has_a_line_a_command_in_place_of_the_answer(self):
+        replace = ("<Replace><CmdID>%d</CmdID><Item><Target><LocURI>%s</LocURI></Target>"
+                   "<Data>%s</Data></Item></Replace>")
+        package = self.EMPTY % (self.GET % "./DevInfo/DmV"
+                                + replace % (2, CONN + "/Office/Auth/PAP/AuthPw", "n3w-s3cr3t")
+                                + replace % (3, "./DevInfo/Man", "me"))
+        status, printed, errors = self.run_client("process", "--summary", "-", stdin=package)
+        self.assertEqual((status, errors), (REFUSED, ""))
+        self.assertEqual(printed.splitlines(), [
+            "Get ./DevInfo/DmV: 200 OK",
+            f"Replace {CONN}/Office/Auth/PAP/AuthPw: 200 OK",
+            "Replace ./DevInfo/Man: 405 Command Not Allowed: ./DevInfo/Man is read-only"])
+        status, printed, errors = self.run_client("process", "--json", "-", stdin=package)
+        self.assertEqual((status, errors), (REFUSED, ""))
+        self.assertNotIn("n3w-s3cr3t", printed)
+        lines = [json.loads(line) for line in printed.splitlines()]
+        self.assertEqual([(line["command"], line["msgId"], line["cmdId"], line["status"],
+                           line.get("value")) for line in lines],
+                         [("Get", "1", "1", 200, "1.2"), ("Replace", "1", "2", 200, "********"),
+                          ("Replace", "1", "3", 405, "me")])
+        status, printed, errors = self.run_client("process", "--json", "--summary", "-")
+        self.assertEqual((status, printed), (USAGE, ""))
 
     def test_a_refused_command_decides_the_exit_status(self):
         status, printed, errors = self.run_client("process", "-", stdin=self.EMPTY % (self.GET % "./x"))

@@ -118,6 +118,19 @@ class ProfilesTest(NapictlTest):
                          "")
         self.assertNotIn("***", self.napictl("show", "Office"))
 
+    def test_list_as_json_has_an_object_a_profile(self):
+        self.assertEqual(json.loads(self.napictl("list", "--json")), [])
+        self.napictl("create", "Zebra", "csd2.address=1", "proxy2.address=p")
+        self.napictl("create", "همراه اول", "gprs.address=mcinet",
+                     f"gprs.authPassword={SECRET}")
+        self.napictl("create", "nothing in it")
+        listed = self.napictl("list", "--json")
+        self.assertEqual(json.loads(listed), [
+            {"id": 1, "name": "Zebra", "parts": ["csd2", "proxy2"]},
+            {"id": 2, "name": "همراه اول", "parts": ["gprs"]},
+            {"id": 3, "name": "nothing in it", "parts": []}])
+        self.assertNotIn(SECRET, listed)
+
     def test_list_shows_ids_and_parts_in_order(self):
         self.assertEqual(self.napictl("list").splitlines()[1:], [])
         self.napictl("create", "Zebra", "csd2.address=1", "proxy2.address=p")
@@ -575,7 +588,7 @@ class CommandLineTest(NapictlTest):
         for arguments in ([], ["frobnicate"], ["--frobnicate"], ["list", "extra"], ["show"],
                           ["show", "a", "b"], ["show", "a", "--frobnicate"], ["create"], ["set"],
                           ["set", "Office"], ["delete"], ["import"], ["import", "a", "b"],
-                          ["export", "file"], ["list", "--json"], ["--state"], ["check", "x"],
+                          ["export", "file"], ["list", "--jso"], ["--state"], ["check", "x"],
                           ["--state", "", "list"], ["list", "--state="]):
             with self.subTest(arguments):
                 result = self.refused(USAGE, *arguments)

@@ -30,6 +30,29 @@ class AccountTest(SessionTest):
         self.account("remove", "Test")
         self.assertEqual(self.account("list"), "")
 
+    def test_accounts_as_json_have_their_fields_and_masked_secrets(self):
+        self.assertEqual(json.loads(self.account("list", "--json")), [])
+        self.add_account("https://dm.example/", client_auth="md5", title="Operator")
+        listed = self.account("list", "--json")
+        for secret in SECRETS.values():
+            self.assertNotIn(secret, listed)
+        [account] = json.loads(listed)
+        self.assertEqual((account["name"], account["address"], account["title"],
+                          account["client-auth"], account["client-secret"]),
+                         ("Test", "https://dm.example/", "Operator", "md5", "********"))
+        self.assertEqual(json.loads(self.account("show", "Test", "--json")), account)
+        shown = json.loads(self.account("show", "Test", "--json", "--show-secrets"))
+        self.assertEqual(shown, {**account, **SECRETS})
+        self.account("set", "Test", "title=x", "--json", status=USAGE)
+
+    def test_a_damaged_account_is_told_in_json(self):
+        with open(self.handset.client_file("accounts.json"), "w", encoding="utf-8") as file:
+            json.dump({"Bad": {"address": 7}}, file)
+        os.chmod(self.handset.client_file("accounts.json"), 0o600)
+        result = self.handset.dmclient("account", "list", "--json")
+        self.assertEqual([(entry["name"], bool(entry["damaged"]))
+                          for entry in json.loads(result.stdout)], [("Bad", True)])
+
     def test_no_account_command_loads_the_plug_in(self):
         for words in (("add", "A", "address=https://dm.example/", "server-id=a"), ("list",),
                       ("show", "A"), ("set", "A", "title=x"), ("set", "A", "server-id=b"),

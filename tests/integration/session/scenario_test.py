@@ -7,6 +7,7 @@ import stat
 import tempfile
 import unittest
 
+from handset import SECRET as STORED_SECRET
 from sessions import (CERTIFICATE, ENCODINGS, KEY, KINDS, REFUSED, SECRETS, SESSION_FAILED, SUCCESS,
                       UNUSABLE, USAGE, DmServer, SessionTest, scenario, scenario_names)
 
@@ -146,12 +147,42 @@ class ScenarioTest(SessionTest):
     def test_json_has_an_object_a_line(self):
         _, lines, _ = self.play(scenario("commands"), "--json")
         objects = [json.loads(line) for line in lines]
+        self.assertRegex(objects[0].pop("time"), r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z$")
         self.assertEqual(objects[0], {"command": "Get", "uri": "./DevInfo/DmV", "status": 200,
-                                      "meaning": "OK", "reason": ""})
+                                      "meaning": "OK", "reason": "", "msgId": "1", "cmdId": "4",
+                                      "value": "1.2"})
         self.assertEqual(objects[-1]["session"], "completed")
         refused = [entry for entry in objects[:-1] if entry["status"] >= 400]
         self.assertEqual(objects[-1]["refused"], len(refused))
         self.assertEqual(objects[-1]["commands"], len(objects) - 1)
+
+    def test_json_says_what_each_command_carried_and_which_it_was(self):
+        uri = "./DevDetail/Ext/Conf/Conn/Profiles/Office"
+        played = scenario("commands", packages=[{"commands": [
+            {"replace": uri + "/Linger", "format": "int", "data": "7"},
+            {"get": [uri + "/Linger", uri + "/Auth/PAP/AuthPw", "./Nowhere"],
+             "expect": [200, 200, 404]},
+            {"replace": uri + "/Auth/PAP/AuthPw", "data": "n3w-s3cr3t"},
+            {"replace": uri + "/Auth/PAP/AuthPw", "data": ""},
+            {"delete": "./Nowhere", "expect": 404}]}])
+        for encoding in ENCODINGS:
+            with self.subTest(encoding):
+                self.handset.close()
+                self.setUp()
+                _, lines, report = self.play(played, "--json", "--encoding", encoding)
+                self.assertEqual(report["faults"], [])
+                for secret in ("n3w-s3cr3t", STORED_SECRET):
+                    self.assertNotIn(secret, "\n".join(lines))
+                commands = [json.loads(line) for line in lines[:-1]]
+                self.assertEqual({command["msgId"] for command in commands}, {"1"})
+                self.assertEqual([(entry["command"], entry.get("format"), entry.get("value"),
+                                   entry.get("masked")) for entry in commands], [
+                    ("Replace", "int", "7", None), ("Get", "int", "7", None),
+                    ("Get", None, "********", True), ("Get", None, None, None),
+                    ("Replace", None, "********", True), ("Replace", None, "", None),
+                    ("Delete", None, None, None)])
+                ids = [entry["cmdId"] for entry in commands]
+                self.assertEqual([ids.index(number) for number in ids], [0, 1, 1, 1, 4, 5, 6])
 
     def test_a_trace_on_standard_output_stands_among_the_lines(self):
         status, lines, _ = self.play(scenario("several_messages"), "--trace", "-")
