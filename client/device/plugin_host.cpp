@@ -37,7 +37,20 @@ PluginHost::PluginHost(QString file, void *library) : m_file(std::move(file)), m
 
 PluginHost::~PluginHost()
 {
+    observeCalls(nullptr, nullptr);
     dlclose(m_library);
+}
+
+void PluginHost::observeCalls(call_observer::ProfileCallObserver *profileCalls,
+                              call_observer::SettingCallObserver *settingCalls) const
+{
+    // A library's own dependencies are searched with it.
+    if (auto *const set = symbol<call_observer::SetProfileCallObserver>(
+            m_library, call_observer::setProfileCallObserverSymbol))
+        set(profileCalls);
+    if (auto *const set = symbol<call_observer::SetSettingCallObserver>(
+            m_library, call_observer::setSettingCallObserverSymbol))
+        set(settingCalls);
 }
 
 Expected<void, QString> PluginHost::bindExports()

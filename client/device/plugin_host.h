@@ -3,6 +3,8 @@
 
 #include "dmnative/dmt_plugin_api.h"
 #include "expected.h"
+#include "profile_call_observer.h"
+#include "setting_call_observer.h"
 
 #include <QString>
 #include <memory>
@@ -28,6 +30,12 @@ public:
     /// Asks for the tree that serves a root.
     /// @return never null
     support::Expected<JemSmartPtr<DmtTree>, QString> treeFor(const QByteArray &root) const;
+
+    /// Has the calls of the profile service and of the settings files, which the plug-in is linked
+    /// with, told to these, until this object goes; to nobody with null. The libraries of a handset
+    /// tell nobody.
+    void observeCalls(call_observer::ProfileCallObserver *profileCalls,
+                      call_observer::SettingCallObserver *settingCalls) const;
 
 private:
     PluginHost(QString file, void *library);

@@ -1,13 +1,11 @@
 #include "settings_file.h"
 
-#include "foreign_text.h"
 #include "private_storage.h"
 
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <mutex>
@@ -105,10 +103,19 @@ SettingsFile::SettingsFile(const QString &path) : m_path(QFile::encodeName(path)
     read();
 }
 
-void SettingsFile::report(const char *action, const char *reason) const
+QString SettingsFile::path() const
 {
-    std::fprintf(stderr, "kubappbase: %s: cannot %s the settings file: %s\n",
-                 foreign_text::printable(m_path.toStdString()).c_str(), action, reason);
+    return QFile::decodeName(m_path);
+}
+
+void SettingsFile::noteFault(const std::string &fault)
+{
+    m_faults.push_back(m_path.toStdString() + ": " + fault);
+}
+
+void SettingsFile::noteFault(const char *action, const char *reason)
+{
+    noteFault(std::string("cannot ") + action + " the settings file: " + reason);
 }
 
 // ---- Entries ------------------------------------------------------------------------------------
@@ -164,7 +171,7 @@ void SettingsFile::read()
         return;
     m_damaged = true;
     if (refusal)
-        return report("read", refusal.reason.c_str());
+        return noteFault("read", refusal.reason.c_str());
 
     SettingsFileState state;
     QByteArray bytes;
@@ -174,7 +181,7 @@ void SettingsFile::read()
     constexpr useconds_t microsecondsBetween = 1000;
     for (int attempt = 1; attempt <= mostAttempts; ++attempt) {
         if (!readState(file, state))
-            return report("read", std::strerror(errno));
+            return noteFault("read", std::strerror(errno));
         if (const auto known = knownFiles().files.value(m_path); known && known->state == state) {
             m_damaged = false;
             m_groups = known->groups;
@@ -183,10 +190,10 @@ void SettingsFile::read()
             return;
         }
         if (state.size > maximumSize)
-            return report("read", "it is larger than 4 MiB");
+            return noteFault("read", "it is larger than 4 MiB");
         bytes.resize(static_cast<qsizetype>(state.size));
         if (::lseek(file.get(), 0, SEEK_SET) != 0 || !readAll(file.get(), bytes))
-            return report("read", std::strerror(errno));
+            return noteFault("read", std::strerror(errno));
         parsed = parseSettings(bytes);
         if (!parsed.isCutOff)
             break;
@@ -195,12 +202,10 @@ void SettingsFile::read()
     m_groups = std::move(parsed.groups);
     m_damaged = parsed.skippedLines > 0 || parsed.isCutOff;
     if (parsed.isCutOff)
-        report("read", "the last changes are not all there, and left out");
-    if (parsed.skippedLines > 0) {
-        std::fprintf(stderr, "kubappbase: %s: skipped %d malformed lines, the first is line %d\n",
-                     foreign_text::printable(m_path.toStdString()).c_str(), parsed.skippedLines,
-                     parsed.firstSkippedLine);
-    }
+        noteFault("read", "the last changes are not all there, and left out");
+    if (parsed.skippedLines > 0)
+        noteFault("skipped " + std::to_string(parsed.skippedLines) +
+                  " malformed lines, the first is line " + std::to_string(parsed.firstSkippedLine));
     if (!m_damaged && (bytes.isEmpty() || bytes.endsWith('\n')))
         know({m_groups, state, parsed.hasChanges ? 0 : bytes.size()});
 }
@@ -261,7 +266,7 @@ bool SettingsFile::keepDamagedFile()
 bool SettingsFile::replace()
 {
     const auto fail = [this](const char *reason) {
-        report("write", reason);
+        noteFault("write", reason);
         return false;
     };
     if (m_path.isEmpty() || m_path.contains('\0'))

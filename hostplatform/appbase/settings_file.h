@@ -7,6 +7,9 @@
 #include <QList>
 #include <QString>
 #include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
 /// What a file held when it was last read or written, for all who use it in this process.
 struct SettingsOnDisk;
@@ -17,8 +20,14 @@ public:
     /// thousand profiles takes.
     static constexpr qsizetype maximumSize = 4 * 1024 * 1024;
 
-    /// Reads the file. What cannot be read is reported on stderr and left out.
+    /// Reads the file. What cannot be read is left out, with a fault.
     explicit SettingsFile(const QString &path);
+
+    QString path() const;
+    bool hasFaults() const { return !m_faults.empty(); }
+    /// @return what went wrong since the last call, in sentences that name the file; empty when
+    ///         nothing did.
+    std::vector<std::string> takeFaults() { return std::exchange(m_faults, {}); }
 
     const SettingsGroups &groups() const { return m_groups; }
     void set(const QString &group, const QString &key, const QString &value);
@@ -31,7 +40,7 @@ public:
     /// renamed. No fsync: the writers of these files rebuild them at each start, so they need to be
     /// whole, not to survive a power cut. When the file held something that could not be read, it
     /// is kept beside the new one with ".damaged" added to its name.
-    /// @return false when that failed, which is reported on stderr; the file is then as it was.
+    /// @return false when that failed, which is a fault; the file is then as it was.
     bool flush();
 
 private:
@@ -41,11 +50,13 @@ private:
     void note(const SettingsChange &change);
     void know(const SettingsOnDisk &onDisk);
     bool keepDamagedFile();
-    void report(const char *action, const char *reason) const;
+    void noteFault(const std::string &fault);
+    void noteFault(const char *action, const char *reason);
 
     QByteArray m_path; ///< as the file system wants it
     SettingsGroups m_groups;
     bool m_damaged = false;
+    std::vector<std::string> m_faults;
     std::shared_ptr<SettingsOnDisk> m_onDisk; ///< null: the file has to be replaced
     int m_version = 0;               ///< of m_onDisk, which the groups were when last flushed
     QList<SettingsChange> m_changes; ///< since then

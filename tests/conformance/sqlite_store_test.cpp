@@ -156,7 +156,7 @@ protected:
 //////////////////////////////////////////////////////////////////////////////////////////////////
 // The library and its file
 
-TEST_F(SqliteStore, LibraryExportsTheNineCallsOnly)
+TEST_F(SqliteStore, LibraryExportsTheNineCallsAndTheirObserverOnly)
 {
     std::FILE *output = ::popen("nm -D --defined-only --format=posix " KUB_NAPI_LIBRARY
                                 " | cut -d' ' -f1 | LC_ALL=C sort",
@@ -175,7 +175,8 @@ TEST_F(SqliteStore, LibraryExportsTheNineCallsOnly)
                        "NAPI_IsProfileValid\n"
                        "NAPI_ListAllProfile\n"
                        "NAPI_ModifyProfile\n"
-                       "NAPI_ReadProfile\n");
+                       "NAPI_ReadProfile\n"
+                       "kub_napi_set_call_observer\n");
 }
 
 TEST_F(SqliteStore, NothingIsCreatedBeforeTheFirstCallThatNeedsTheStore)

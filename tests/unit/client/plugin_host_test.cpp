@@ -49,6 +49,24 @@ TEST(PluginHostTest, APluginIsLoadedAndGivesItsTrees)
     EXPECT_EQ(problemMounting("right_plugin", connRoot), "");
 }
 
+TEST(PluginHostTest, LibrariesThatTellNobodyOfTheirCallsAreNoFault)
+{
+    class NobodyCalls : public call_observer::ProfileCallObserver {
+    public:
+        bool wantsRecords() const override { return true; }
+        bool observe(const call_observer::ProfileCall &) noexcept override
+        {
+            ADD_FAILURE();
+            return true;
+        }
+    } listener;
+    QString error;
+    const auto plugin = madeOrNull(PluginHost::load(pluginFile("right_plugin")), error);
+    ASSERT_NE(plugin, nullptr) << error.toStdString();
+    plugin->observeCalls(&listener, nullptr);
+    EXPECT_TRUE(plugin->treeFor(connRoot));
+}
+
 TEST(PluginHostTest, AMissingFileIsNamed)
 {
     EXPECT_EQ(problemWith("no_such_plugin").find("cannot load the plug-in FILE: "), 0u);
