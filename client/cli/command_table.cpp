@@ -82,6 +82,10 @@ constexpr Option accountOptions[] = {
     {"json", nullptr, "print accounts as JSON: list and show"},
     {"show-secrets", nullptr, "print secrets instead of ********"},
 };
+constexpr Option reportOptions[] = {
+    {"output", "FILE", "the page; without it the first record's name with .html, in this folder",
+     ValueKind::File, nullptr, 'o'},
+};
 constexpr Option shellOptions[] = {
     {"fail-fast", nullptr, "stop at the first line that fails"},
 };
@@ -135,6 +139,10 @@ constexpr CommandRow rows[] = {
       ValueKind::Text, accountWords, accountFieldWords, accountDetails},
      Needs::Accounts,
      runAccount},
+    {{"report", "RECORD [RECORD]", "make a page for a browser of a record, or of two to compare", 1,
+      2, reportOptions, ValueKind::File},
+     Needs::Nothing,
+     runReport},
     {{"ddf", "", "print the device description (DM DDF 1.2) for a server"}, Needs::Nothing, runDdf},
 };
 constexpr CommandRow shellRow = {

@@ -29,7 +29,7 @@ class CompletionTest(unittest.TestCase):
 
     def test_commands(self):
         self.assertEqual(self.offered("napictl", "p"), ["provision"])
-        self.assertEqual(self.offered("dmclient", "re"), ["replace", "rename"])
+        self.assertEqual(self.offered("dmclient", "re"), ["replace", "rename", "report"])
         self.assertEqual(self.offered("napictl", "--state", "d", "che"), ["check"])
         self.assertEqual(self.offered("napictl", "--state", "=", "d", "che"), ["check"])
         self.assertEqual(self.offered("dmclient", "help", "sh"), ["shell"])

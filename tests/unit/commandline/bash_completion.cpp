@@ -101,25 +101,34 @@ QStringList wordsOf(commandline::WordList words)
     return words ? words() : QStringList();
 }
 
+/// "-o" and "--output", or one of them.
+QStringList wordsOfOption(const Option &option)
+{
+    QStringList words;
+    if (option.letter != '\0')
+        words += QStringLiteral("-%1").arg(QLatin1Char(option.letter));
+    return words << optionWord(option);
+}
+
 QString valueBranches(const char *command, std::span<const Option> options)
 {
     QString text;
-    for (const Option &option : options)
+    for (const Option &option : options) {
+        QStringList patterns;
+        for (const QString &word : wordsOfOption(option))
+            patterns += QStringLiteral("%1:%2").arg(QString::fromLatin1(command), word);
         if (option.valueName)
-            text += branch(
-                8, QStringLiteral("%1:%2").arg(QString::fromLatin1(command), optionWord(option)),
-                offer(option.kind, wordsOf(option.words)), true);
+            text += branch(8, patterns.join(QStringLiteral(" | ")),
+                           offer(option.kind, wordsOf(option.words)), true);
+    }
     return text;
 }
 
 QStringList optionWords(std::span<const Option> options)
 {
     QStringList words;
-    for (const Option &option : options) {
-        if (option.letter != '\0')
-            words += QStringLiteral("-%1").arg(QLatin1Char(option.letter));
-        words += optionWord(option);
-    }
+    for (const Option &option : options)
+        words += wordsOfOption(option);
     return words;
 }
 
@@ -131,7 +140,7 @@ std::string bashCompletion(const Program &program)
     QStringList valueOptions;
     for (const Option &option : program.options)
         if (option.valueName)
-            valueOptions += optionWord(option);
+            valueOptions += wordsOfOption(option);
     QString values = valueBranches("*", program.options);
     QString options;
     QString arguments;
@@ -142,7 +151,7 @@ std::string bashCompletion(const Program &program)
         const QString name = QString::fromLatin1(command->name);
         for (const Option &option : command->options)
             if (option.valueName)
-                valueOptions += optionWord(option);
+                valueOptions += wordsOfOption(option);
         values += valueBranches(command->name, command->options);
         if (!command->options.empty())
             options += branch(12, name,

@@ -1,0 +1,287 @@
+// Behind a command, or a mount: what the plug-in asked of the handset for it, in order, and which
+// bytes of which record and which lines of which file are other than before.
+
+import {asList, asText, button, bytesOf, count, duration, foreign, foreignBlock, hex, make, utf8, valueText} from "./dom.js";
+import {RECORD_FIELDS} from "./tables.js";
+import {isDifferent, isRefused, scenarioCommand} from "./record.js";
+import {statusBadge, statusSign} from "./timeline.js";
+
+const RECORD_SIZE = RECORD_FIELDS.at(-1).offset + RECORD_FIELDS.at(-1).size;
+const MAP_WIDTH = 32;
+
+// The first one whose name a field's name begins with is its part.
+const PARTS = [
+    {name: "gprs", letter: "G", title: "packet data, GSM-GPRS"},
+    {name: "csd2", letter: "D", title: "second circuit-switched set, GSM-CSD2"},
+    {name: "csd", letter: "C", title: "circuit-switched data, GSM-CSD"},
+    {name: "proxy1", letter: "1", title: "first proxy"},
+    {name: "proxy2", letter: "2", title: "second proxy"},
+    {name: "reserved", letter: "–", title: "reserved"},
+    {name: "", letter: "R", title: "record"},
+];
+
+export class BehindPane {
+    constructor(host, page) {
+        this.host = host;
+        this.page = page;
+    }
+
+    show(owner) {
+        this.host.scrollTop = 0;
+        this.host.replaceChildren(...(owner ? this.contents(owner) : [
+            make("p", {class: "empty"}, "Choose a command: here stands what it did, and why.")]));
+        this.showChangedBytes();
+    }
+
+    /// Maps begin at the first byte that changed, as far as they are in sight.
+    showChangedBytes() {
+        for (const map of this.host.querySelectorAll(".map")) {
+            const row = map.querySelector(".changed")?.closest(".map-row");
+            if (row)
+                map.scrollTop = Math.max(0, row.offsetTop - map.offsetTop - row.offsetHeight * 2);
+        }
+    }
+
+    contents(owner) {
+        const calls = owner.calls ?? [];
+        const profileCalls = calls.filter((call) => call.event === "profile-call");
+        return [
+            ...(owner.kind === "mount" ? mountHeading(owner) : this.commandHeading(owner)),
+            section("What the plug-in said", pluginMessages(owner.pluginMessages)),
+            section("Bytes of the record", profileCalls.filter(hasRecordChange).map((call) => recordChange(call, owner))),
+            section("Mapping files", mappingFiles(calls)),
+            section(`Outside calls, in order (${calls.length})`, calls.length > 0 ? [callTable(calls)] : []),
+            calls.length === 0 && owner.hasEnded !== false
+                ? make("p", {class: "hint"}, "The plug-in asked nothing of the handset for this.") : null,
+        ].filter(Boolean);
+    }
+
+    commandHeading(command) {
+        const value = command.value === null || command.value === undefined ? null
+                                                        : valueText(command.value, command.encoding);
+        const facts = [["Address", foreign(command.target)],
+                       command.source ? [command.name === "Rename" ? "New name" : "From", foreign(command.source)] : null,
+                       value === null ? null : ["Value", foreignBlock(value)],
+                       command.format || command.type
+                           ? ["Format", foreign([command.format, command.type].filter(Boolean).map(asText).join(", "))] : null,
+                       command.us === undefined ? null : ["Took", duration(command.us)],
+                       command.cmdId ? ["CmdID", foreign(command.cmdId)] : null].filter(Boolean);
+        const scenario = scenarioCommand(command);
+        const state = isRefused(command) ? "refused" : isDifferent(command) ? "different" : "done";
+        return [
+            make("h2", {class: `outcome ${state}`}, statusSign(command), " ", asText(command.name), " ",
+                 foreign(asText(command.target).split("/").at(-1), 80), " → ", statusBadge(command)),
+            command.reason ? make("p", {class: "problem"}, foreign(command.reason)) : null,
+            ...command.notes.map(readBack),
+            !command.hasEnded ? make("p", {class: "problem"}, "The run ended before this command did.") : null,
+            make("dl", {}, facts.map(([name, text]) => [make("dt", {}, name), make("dd", {}, text)])),
+            make("p", {class: "actions"},
+                 command.message ? button(`Message ${asText(command.message)}`,
+                     () => this.page.choose({kind: "message", id: command.message})) : null,
+                 button("The tree after it", () => this.page.showTreeAfter(command)),
+                 scenario ? button("Copy as a line of a scenario",
+                     () => this.page.offerText("A line of a scenario", JSON.stringify(scenario))) : null),
+        ].filter(Boolean);
+    }
+}
+
+function mountHeading(mount) {
+    return [make("h2", {}, "Mount of ", foreign(mount.root)),
+            make("p", {}, mount.nodes === undefined ? "did not end" : count(mount.nodes, "node"),
+                 ` · ${duration(mount.us)}`),
+            mount.fault ? make("p", {class: "problem"}, "✕ ", foreign(mount.fault)) : null].filter(Boolean);
+}
+
+function readBack(note) {
+    return make("p", {class: "problem note-text"}, "≠ ", foreign(note.note),
+                note.when === "next mount" && !/next mount/.test(asText(note.note)) ? " (at the next mount)" : "");
+}
+
+function section(title, contents) {
+    return contents.length > 0 ? make("section", {}, make("h3", {}, title), contents) : null;
+}
+
+function pluginMessages(messages) {
+    return messages.map((message) => make("p", {class: "plugin-message"}, foreign(message.text),
+                                          make("span", {class: "place"}, " ", foreign(message.place, 100))));
+}
+
+// ---- Outside calls -------------------------------------------------------------------------------
+
+function callTable(calls) {
+    return make("div", {class: "wide"}, make("table", {class: "calls"},
+        make("thead", {}, make("tr", {}, ["", "Call", "Of", "Result", "Time"].map((text) => make("th", {scope: "col"}, text)))),
+        make("tbody", {}, calls.map((call, index) => make("tr", {class: hasFailed(call) ? "refused" : null},
+            make("td", {class: "quantity"}, String(index + 1)), make("td", {}, make("code", {}, foreign(call.function, 80))),
+            make("td", {}, callSubject(call)), make("td", {}, callResult(call)),
+            make("td", {class: "quantity"}, duration(call.us)))))));
+}
+
+function hasFailed(call) {
+    return call.event === "profile-call" ? Boolean(call.result) : call.result === false;
+}
+
+function callSubject(call) {
+    if (call.event === "profile-call")
+        return [foreign(call.profile, 64), call.id === undefined || call.id === null ? "" : ` (ID ${asText(call.id)})`];
+    return [foreign(call.file, 80), call.key ? [": ", foreign([call.group, call.key].filter(Boolean).map(asText).join(" / "), 120)] : ""];
+}
+
+function callResult(call) {
+    const result = asText(call.result);
+    const more = call.count !== undefined && call.count !== null ? `, ${count(call.count, "name")}` : "";
+    return [hasFailed(call) ? `✕ ${result}` : result, more, call.reason ? [": ", foreign(call.reason, 300)] : ""];
+}
+
+// ---- Mapping files -------------------------------------------------------------------------------
+
+function mappingFiles(calls) {
+    const files = new Map();
+    for (const call of calls) {
+        if (call.event !== "setting-call" || asText(call.before) === asText(call.after))
+            continue;
+        const file = asText(call.file);
+        if (!files.has(file))
+            files.set(file, []);
+        const name = `[${asText(call.group)}] ${asText(call.key)}`;
+        const lines = files.get(file);
+        if (call.before !== null && call.before !== undefined)
+            lines.push(make("span", {class: "minus"}, "− ", foreign(`${name} = ${asText(call.before)}`, 400), "\n"));
+        if (call.after !== null && call.after !== undefined)
+            lines.push(make("span", {class: "plus"}, "+ ", foreign(`${name} = ${asText(call.after)}`, 400), "\n"));
+    }
+    return [...files].map(([file, lines]) => make("figure", {}, make("figcaption", {}, foreign(file, 200)),
+                                                  make("pre", {class: "difference"}, lines)));
+}
+
+// ---- The record ----------------------------------------------------------------------------------
+
+function hasRecordChange(call) {
+    return /Modify|Create|Delete/.test(asText(call.function)) && (call.before || call.after);
+}
+
+function recordChange(call, owner) {
+    const before = call.before ? bytesOf(call.before) : null;
+    const after = call.after ? bytesOf(call.after) : null;
+    const changed = new Set(changedOffsets(before, after));
+    const fields = RECORD_FIELDS.filter((field) => hasChange(field, changed));
+    const told = new Map(asList(call.changes).map((change) => [change?.field, change]));
+    return make("figure", {class: "record"},
+        make("figcaption", {}, make("code", {}, foreign(call.function, 80)), " ", foreign(call.profile, 64), ": ",
+             before && after ? `${count(changed.size, "byte")} of ${RECORD_SIZE} changed` :
+             after ? `a new record of ${RECORD_SIZE} bytes` : `the record of ${RECORD_SIZE} bytes went`),
+        before && after ? changeTable(fields, told, before, after, owner) : null,
+        recordMap(after ?? before, before && after ? changed : new Set()),
+        fieldTable(before, after, changed));
+}
+
+function changedOffsets(before, after) {
+    const offsets = [];
+    for (let at = 0; before && after && at < Math.max(before.length, after.length); ++at)
+        if (before[at] !== after[at])
+            offsets.push(at);
+    return offsets;
+}
+
+function hasChange(field, changed) {
+    for (let at = field.offset; at < field.offset + field.size; ++at)
+        if (changed.has(at))
+            return true;
+    return false;
+}
+
+function changeTable(fields, told, before, after, owner) {
+    const rows = fields.map((field) => {
+        const change = told.get(field.name);
+        const was = change ? asText(change.before) : fieldText(field, before);
+        const is = change ? asText(change.after) : fieldText(field, after);
+        return make("tr", {}, make("th", {scope: "row"}, make("code", {}, field.name)),
+                    make("td", {class: "quantity"}, places(field)), make("td", {}, foreign(was || "(empty)", 300)),
+                    make("td", {}, make("b", {}, foreign(is || "(empty)", 300)), cutNote(field, is, owner)));
+    });
+    return make("div", {class: "wide"}, make("table", {class: "changes"},
+        make("thead", {}, make("tr", {}, ["Field", "Bytes", "Before", "After"].map((text) => make("th", {scope: "col"}, text)))),
+        make("tbody", {}, rows)));
+}
+
+function places(field) {
+    return field.size === 1 ? `${field.offset}` : `${field.offset}–${field.offset + field.size - 1}`;
+}
+
+/// Says how what was asked for did not fit into the field.
+function cutNote(field, stored, owner) {
+    if (owner.kind !== "command" || owner.value === null || owner.value === undefined || isRefused(owner))
+        return null;
+    const asked = valueText(owner.value, owner.encoding);
+    const askedBytes = new TextEncoder().encode(asked).length;
+    const storedBytes = new TextEncoder().encode(stored).length;
+    if (field.isText && storedBytes > 0 && askedBytes > storedBytes && asked.startsWith(stored))
+        return make("span", {class: "note-text"}, ` ≠ cut from ${askedBytes} to ${storedBytes} bytes`);
+    const bits = field.size * 8;
+    if (!field.isText && bits < 32 && /^-?\d+$/.test(asked) && asked !== stored &&
+        String(((Number(asked) % 2 ** bits) + 2 ** bits) % 2 ** bits) === stored)
+        return make("span", {class: "note-text"}, ` ≠ cut from ${asked} to its low ${bits} bits`);
+    return null;
+}
+
+function partOf(field) {
+    return PARTS.find((part) => field.name.startsWith(part.name));
+}
+
+function recordMap(bytes, changed) {
+    const rows = [];
+    const fieldOfByte = RECORD_FIELDS.flatMap((field, index) => new Array(field.size).fill(index));
+    for (let start = 0; start < bytes.length; start += MAP_WIDTH) {
+        const cells = [];
+        for (let at = start; at < Math.min(start + MAP_WIDTH, bytes.length); ++at) {
+            const index = fieldOfByte[at];
+            const field = RECORD_FIELDS[index];
+            const part = field ? partOf(field) : PARTS.at(-1);
+            const isFirst = field?.offset === at;
+            cells.push(make("span", {
+                class: `cell part-${part.name || "record"}${index % 2 ? " odd" : ""}${isFirst ? " first" : ""}${changed.has(at) ? " changed" : ""}`,
+                title: field ? `byte ${at}: ${field.name}${changed.has(at) ? ", changed" : ""}` : `byte ${at}`,
+                "data-byte": at,
+            }, hex(bytes[at])));
+        }
+        rows.push(make("div", {class: "map-row"}, make("span", {class: "offset"}, String(start).padStart(4, " ")), cells));
+    }
+    const used = PARTS.filter((part) => RECORD_FIELDS.some((field) => partOf(field) === part));
+    return make("details", {class: "map-details", open: true},
+        make("summary", {}, `Map of its ${bytes.length} bytes`),
+        make("p", {class: "legend"}, used.map((part) => make("span", {class: "key"},
+            make("span", {class: `cell part-${part.name || "record"}`, "aria-hidden": "true"}, part.letter), ` ${part.title} `)),
+            changed.size > 0 ? make("span", {class: "key"}, make("span", {class: "cell changed", "aria-hidden": "true"}, "4a"), " changed") : null),
+        make("div", {class: "map", role: "img", tabindex: 0,
+                     "aria-label": `Map of the record; ${changed.size} bytes changed. The table of its fields follows.`}, rows));
+}
+
+function fieldTable(before, after, changed) {
+    const rows = RECORD_FIELDS.filter((field) => !field.name.startsWith("reserved") || hasChange(field, changed)).map((field) => {
+        const isOther = hasChange(field, changed);
+        return make("tr", {class: isOther ? "different" : null},
+            make("th", {scope: "row"}, make("code", {}, field.name)), make("td", {}, partOf(field).title),
+            make("td", {class: "quantity"}, places(field)),
+            make("td", {}, before ? foreign(fieldText(field, before), 200) : ""),
+            make("td", {}, after ? foreign(fieldText(field, after), 200) : ""), make("td", {}, isOther ? "≠ changed" : ""));
+    });
+    return make("details", {class: "fields"}, make("summary", {}, "All its fields"),
+        make("div", {class: "wide"}, make("table", {},
+            make("thead", {}, make("tr", {}, ["Field", "Part", "Bytes", "Before", "After", ""].map((text) => make("th", {scope: "col"}, text)))),
+            make("tbody", {}, rows))));
+}
+
+/// What a field of a record says, as a person reads it.
+export function fieldText(field, bytes) {
+    const part = bytes.subarray(field.offset, field.offset + field.size);
+    if (field.isText) {
+        const end = part.indexOf(0);
+        const text = end < 0 ? part : part.subarray(0, end);
+        return utf8(text) ?? Array.from(text, (byte) => hex(byte)).join(" ");
+    }
+    if (field.name.startsWith("reserved"))
+        return part.every((byte) => byte === 0) ? "zeros" : Array.from(part, (byte) => hex(byte)).join(" ");
+    if (/Dns\d$/.test(field.name))
+        return Array.from(part).reverse().join(".");
+    return String(part.reduceRight((value, byte) => value * 256 + byte, 0));
+}

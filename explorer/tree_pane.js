@@ -1,0 +1,163 @@
+// The tree of the handset at any moment of the run, and the history of each of its nodes.
+
+import {asText, button, foreign, foreignBlock, make, moment, shortAddress} from "./dom.js";
+import {TreeStates, changesBetween, treeLines} from "./tree_states.js";
+import {VirtualList} from "./virtual_list.js";
+
+const SIGNS = {appeared: ["+", "appeared"], changed: ["≠", "changed"], went: ["−", "went"]};
+
+export class TreePane {
+    constructor(host, page) {
+        this.page = page;
+        this.closed = new Set();
+        this.slider = make("input", {type: "range", min: 0, max: 0, step: 1, "aria-label": "Moment of the run",
+                                     on: {input: () => this.go(Number(this.slider.value))}});
+        this.since = make("select", {"aria-label": "Marked is what changed", on: {change: () => this.draw()}},
+            make("option", {value: "step"}, "in this step"), make("option", {value: "start"}, "since before"));
+        this.caption = make("p", {class: "caption", "aria-live": "polite"});
+        this.buttons = {
+            before: button("Before", () => this.go(this.states.before)),
+            after: button("After", () => this.go(this.states.after)),
+            next: button("Next mount", () => this.go(this.states.count - 1)),
+        };
+        this.history = make("section", {class: "history", "aria-label": "History of the node"});
+        const tree = make("div", {class: "list tree"});
+        host.append(make("div", {class: "moments"}, Object.values(this.buttons), this.slider,
+                         make("label", {}, "marked: ", this.since)),
+                    this.caption, tree, this.history);
+        this.list = new VirtualList(tree, {
+            role: "tree", label: "Management tree", heightOf: () => 26,
+            render: (line, row) => this.renderLine(line, row),
+            attributesOf: (line) => ({
+                class: `row ${this.changes.get(line.uri) ?? ""}`, "aria-level": line.depth + 1,
+                "aria-expanded": line.hasChildren ? String(!this.closed.has(line.uri)) : null,
+            }),
+            onChoose: (line) => this.showHistory(line.uri),
+            onKey: (event, line) => this.key(event, line),
+        });
+    }
+
+    show(record) {
+        this.record = record;
+        this.states = new TreeStates(record);
+        this.closed.clear();
+        this.slider.max = this.states.count - 1;
+        this.buttons.next.hidden = !this.states.hasNext;
+        this.history.replaceChildren();
+        this.uri = null;
+        this.go(this.states.after, false);
+    }
+
+    /// The state that a command or a mount has left.
+    goAfter(owner) { this.go(this.states.leftBy(owner)); }
+
+    go(index, isChosen = true) {
+        this.index = Math.min(Math.max(Number(index) || 0, 0), this.states.count - 1);
+        this.slider.value = this.index;
+        this.draw();
+        if (isChosen)
+            this.page.treeMoved(this.index);
+    }
+
+    draw() {
+        const state = this.states.at(this.index);
+        const from = this.since.value === "start" ? Math.min(this.states.before, this.index) : Math.max(0, this.index - 1);
+        const earlier = this.states.at(from);
+        this.changes = changesBetween(earlier, state);
+        const shown = new Map(state);
+        for (const [uri, node] of earlier)
+            if (!shown.has(uri))
+                shown.set(uri, node);
+        this.lines = treeLines(shown, (uri) => this.closed.has(uri));
+        const label = this.momentLabel();
+        const counts = Object.keys(SIGNS).map((what) => [what, [...this.changes.values()].filter((change) => change === what).length])
+            .filter(([, amount]) => amount > 0).map(([what, amount]) => `${SIGNS[what][0]} ${amount} ${SIGNS[what][1]}`);
+        this.caption.replaceChildren(`${this.index} of ${this.states.count - 1}: `, label,
+                                     counts.length > 0 ? ` · ${counts.join(", ")}` : " · nothing changed");
+        this.slider.setAttribute("aria-valuetext", label.textContent);
+        this.list.setItems(this.lines);
+        this.list.choose(this.lines.findIndex((line) => line.uri === this.uri));
+    }
+
+    momentLabel() {
+        return make("span", {}, describeCause(this.states.causeOf(this.index), this.record));
+    }
+
+    renderLine(line, row) {
+        const change = this.changes.get(line.uri);
+        row.style.paddingInlineStart = `${0.3 + Math.min(line.depth, 24) * 1.2}rem`;
+        const twig = make("span", {class: "twig", "aria-hidden": "true"}, line.hasChildren ? (this.closed.has(line.uri) ? "▸" : "▾") : "");
+        if (line.hasChildren)
+            twig.addEventListener("click", () => this.toggle(line));
+        const {value, format, status} = line.node;
+        row.append(twig, make("span", {class: "sign", title: change ? SIGNS[change][1] : null}, change ? SIGNS[change][0] : ""),
+                   foreign(line.name, 100, {class: "name"}), " ",
+                   format && format !== "node" ? make("span", {class: "format"}, asText(format)) : "", " ",
+                   status ? make("span", {class: "tag fault"}, asText(status)) : value === null ? "" : foreign(value, 120, {class: "data"}));
+    }
+
+    toggle(line) {
+        if (!this.closed.delete(line.uri))
+            this.closed.add(line.uri);
+        this.uri = line.uri;
+        this.draw();
+    }
+
+    key(event, line) {
+        if (!line)
+            return false;
+        const isOpen = line.hasChildren && !this.closed.has(line.uri);
+        if ((event.key === "ArrowLeft" && isOpen) || (event.key === "ArrowRight" && line.hasChildren && !isOpen)) {
+            this.toggle(line);
+            return true;
+        }
+        const parent = this.lines.findIndex((other) => other.uri === line.uri.slice(0, line.uri.lastIndexOf("/")));
+        if (event.key === "ArrowLeft" && parent >= 0)
+            this.list.move(parent);
+        return event.key === "ArrowLeft" || event.key === "ArrowRight";
+    }
+
+    showHistory(uri) {
+        this.uri = uri;
+        const commands = [...this.record.commands.values()].filter((command) => nodeAddress(command.target) === uri);
+        const events = [
+            ...this.states.historyOf(uri).map((entry) => ({t: entry.event.next ? Infinity : entry.event.t, entry})),
+            ...commands.map((command) => ({t: command.t ?? Infinity, command})),
+        ].sort((one, other) => one.t - other.t);
+        this.history.replaceChildren(
+            make("h3", {}, "History of ", foreign(uri, 300)),
+            events.length === 0 ? make("p", {class: "hint"}, "Nothing was asked of it, and it never changed.")
+                                : make("ol", {}, events.map((event) => make("li", {}, event.command ? this.commandEntry(event.command)
+                                                                                                  : this.stateEntry(event.entry)))));
+    }
+
+    commandEntry(command) {
+        return [make("span", {class: "time"}, moment(command.began ?? command.t)), " ",
+                button(`${asText(command.name)} ${asText(command.command)}`, () => this.page.choose({kind: "command", id: command.command})),
+                ` ${asText(command.status)} `, foreign(command.meaning, 40), command.reason ? [": ", foreign(command.reason, 200)] : "",
+                command.notes.map((note) => [" ≠ ", foreign(note.note, 200)])];
+    }
+
+    stateEntry({index, event, what, value}) {
+        return [make("span", {class: "time"}, moment(event.t)), " ",
+                button(`${SIGNS[what][0]} ${SIGNS[what][1]}`, () => this.go(index)),
+                " ", describeCause(event, this.record), value === null ? "" : [": ", foreignBlock(value)]];
+    }
+}
+
+/// An address as the tree has it: from the root, without a property or a slash behind.
+function nodeAddress(target) {
+    const address = asText(target).split("?")[0].replace(/\/$/, "");
+    return address === "." || address.startsWith("./") ? address : "./" + address;
+}
+
+function describeCause(event, record) {
+    if (!event)
+        return ["before everything"];
+    if (event.next)
+        return ["what the next mount will show"];
+    if (event.mount)
+        return ["after the mount of ", foreign(record.mounts.get(event.mount)?.root, 100)];
+    const command = record.commands.get(event.command);
+    return [`after command ${asText(event.command)}: ${asText(command?.name)} `, foreign(shortAddress(command?.target), 100)];
+}
