@@ -20,8 +20,9 @@ constexpr qint64 mostPageBytes = 16 * 1024 * 1024; ///< without a record
 constexpr int recordFormat = 1;
 
 // Where the page has room for the records, and what it begins with.
-constexpr char recordsPlace[] = "@RECORDS@";
-constexpr char pageStart[] = "<!DOCTYPE html>\n<html lang=\"en\">\n<!-- A report of dmclient";
+constexpr QByteArrayView recordsPlace("@RECORDS@");
+constexpr QByteArrayView
+    pageStart("<!DOCTYPE html>\n<html lang=\"en\">\n<!-- A report of dmclient");
 
 using Bytes = support::Expected<QByteArray, QString>;
 
@@ -81,7 +82,7 @@ support::Expected<void, QString> checkTarget(const QString &file)
         return {};
     QFile there(file);
     const bool isReport = QFileInfo(file).isFile() && there.open(QIODevice::ReadOnly) &&
-                          (there.size() == 0 || there.read(sizeof(pageStart) - 1) == pageStart);
+                          (there.size() == 0 || there.read(pageStart.size()) == pageStart);
     if (isReport)
         return {};
     return support::Unexpected(
@@ -122,7 +123,7 @@ ExitStatus runReport(Context &context)
     Bytes page = emptyPage();
     if (!page)
         return problem(context, page.error(), ExitStatus::Unusable);
-    page->replace(page->indexOf(recordsPlace), qstrlen(recordsPlace), elements);
+    page->replace(page->indexOf(recordsPlace), recordsPlace.size(), elements);
 
     const QString file = context.invocation.has("output") ? context.invocation.value("output")
                                                           : pageName(records.first());
