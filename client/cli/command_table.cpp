@@ -30,27 +30,30 @@ QStringList encodingWords()
     return {QStringLiteral("xml"), QStringLiteral("wbxml")};
 }
 
+constexpr Option showSecrets = {"show-secrets", nullptr,
+                                "print secrets instead of ********, in a record too"};
+
 constexpr Option programOptions[] = {
     commandline::stateOption,
     {"plugin", "FILE", "the plug-in to load; without it libkubdmnapipluginlib.so.1",
      ValueKind::File},
     commandline::backendOption,
+    {"record", "FILE", "write down what happens, a JSON object an event, secrets masked",
+     ValueKind::File},
+    showSecrets,
     {"verbose", nullptr, "plug-in messages go to standard error, not to client/plugin.log"},
     commandline::helpOption,
     commandline::versionOption,
 };
-constexpr Option shellProgramOptions[] = {commandline::helpOption};
+constexpr Option shellProgramOptions[] = {showSecrets, commandline::helpOption};
 
-constexpr Option showSecrets = {"show-secrets", nullptr, "print passwords instead of ********"};
 constexpr Option treeOptions[] = {
     {"json", nullptr, "print one JSON object a node"},
-    showSecrets,
 };
 constexpr Option getOptions[] = {
     {"json", nullptr, "print one JSON array with an object an address"},
     {"prop", "NAME", "print a property: ACL, Format, Name, Size, Title, TStamp, Type or VerNo",
      ValueKind::Text, propertyWords},
-    showSecrets,
 };
 constexpr Option addOptions[] = {
     {"format", "FORMAT",
@@ -80,7 +83,6 @@ constexpr Option sessionOptions[] = {
 };
 constexpr Option accountOptions[] = {
     {"json", nullptr, "print accounts as JSON: list and show"},
-    {"show-secrets", nullptr, "print secrets instead of ********"},
 };
 constexpr Option reportOptions[] = {
     {"output", "FILE", "the page; without it the first record's name with .html, in this folder",

@@ -6,19 +6,26 @@
 #include "output.h"
 #include "secret_input.h"
 
+#include <QByteArray>
+#include <optional>
+
 namespace client::cli {
 
 using commandline::ExitStatus;
 using commandline::Invocation;
 using commandline::Output;
 
+class Recording;
+
 /// What a command works with.
 struct Context {
-    DmDevice *device = nullptr; ///< null for commands that need none
+    DmDevice *device = nullptr;     ///< null for commands that need none
+    Recording *recording = nullptr; ///< null when nothing is recorded
     Output &output;
     const Invocation &invocation;
     bool inShell = false;
-    bool leaveShell = false; ///< set by the command that ends the shell
+    bool leaveShell = false;              ///< set by the command that ends the shell
+    std::optional<QByteArray> value = {}; ///< that the command writes or has read, for the record
 
     QString commandName() const { return QString::fromLatin1(invocation.command->name); }
     commandline::StandardInput standardInput() const

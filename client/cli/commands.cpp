@@ -5,6 +5,7 @@
 #include "input_file.h"
 #include "json_value.h"
 #include "package.h"
+#include "recording.h"
 #include "secret_leaf.h"
 #include "session_report.h"
 #include "shell.h"
@@ -13,6 +14,7 @@
 #include <QByteArrayList>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <utility>
 
 namespace client::cli {
 
@@ -29,13 +31,44 @@ ExitStatus wrongUsage(const Context &context, const QString &text)
 
 namespace {
 
+/// Name of the DM command that a person's command is, as far as there is one.
+QString dmName(const Context &context)
+{
+    QString name = context.commandName();
+    name[0] = name[0].toUpper();
+    return name;
+}
+
+/// Tells the record how the command on a node ended.
+void recordEnd(Context &context, const QString &uri, const Outcome &outcome)
+{
+    if (!context.recording)
+        return;
+    const QStringList &arguments = context.invocation.arguments;
+    TypedCommand command{.name = dmName(context), .target = uri, .outcome = outcome};
+    if (command.name == QStringLiteral("Copy"))
+        command.source = arguments[0];
+    else if (command.name == QStringLiteral("Rename"))
+        command.source = arguments[1];
+    command.format = context.invocation.value("format");
+    command.value = std::exchange(context.value, std::nullopt);
+    context.recording->recorder().typedCommandEnded(command);
+}
+
 /// Reports how the command on a node ended.
-ExitStatus finish(Context &context, const QString &uri, const Outcome &outcome)
+ExitStatus reportEnd(Context &context, const QString &uri, const Outcome &outcome)
 {
     context.output.ending(
         QStringLiteral("%1 %2: %3").arg(context.commandName(), uri, describe(outcome)),
         bool(outcome));
     return outcome ? ExitStatus::Success : ExitStatus::Failed;
+}
+
+/// Both.
+ExitStatus finish(Context &context, const QString &uri, const Outcome &outcome)
+{
+    recordEnd(context, uri, outcome);
+    return reportEnd(context, uri, outcome);
 }
 
 Secrets secretsOf(const Invocation &invocation)
@@ -172,13 +205,16 @@ ExitStatus getAsJson(Context &context)
     for (const QString &uri : context.invocation.arguments) {
         const Result<Reading> reading = readAddress(context, uri);
         array += reading ? reading->object : failureToJson(uri, reading.outcome());
+        if (reading)
+            context.value = reading->lines.join('\n');
+        recordEnd(context, uri, reading.outcome());
         outcomes.push_back(reading.outcome());
     }
     context.output.json(QJsonDocument(array), QJsonDocument::Indented);
     ExitStatus worst = ExitStatus::Success;
     for (std::size_t i = 0; i < outcomes.size(); ++i)
-        worst = worse(
-            worst, finish(context, context.invocation.arguments[static_cast<int>(i)], outcomes[i]));
+        worst = worse(worst, reportEnd(context, context.invocation.arguments[static_cast<int>(i)],
+                                       outcomes[i]));
     return worst;
 }
 
@@ -191,9 +227,11 @@ ExitStatus runGet(Context &context)
     ExitStatus worst = ExitStatus::Success;
     for (const QString &uri : context.invocation.arguments) {
         const Result<Reading> reading = readAddress(context, uri);
-        if (reading)
+        if (reading) {
+            context.value = reading->lines.join('\n');
             for (const QByteArray &line : reading->lines)
                 context.output.value(line);
+        }
         worst = worse(worst, finish(context, uri, reading.outcome()));
     }
     return worst;
@@ -213,6 +251,8 @@ support::Expected<QByteArray, QString> valueMeant(const Context &context, const 
     const auto secret = commandline::secretMeant(text, leafName, context.standardInput());
     if (!secret)
         return support::Unexpected(secret.error());
+    if (context.recording)
+        context.recording->recorder().learnSecret(secret->toUtf8());
     return secret->toUtf8();
 }
 
@@ -233,6 +273,7 @@ ExitStatus runAdd(Context &context)
     value.format = invocation.has("format") ? invocation.value("format") : usualFormat;
     if (value.data && typeOfFormat(value.format) == DmtData::Node)
         return wrongUsage(context, QStringLiteral("an interior node has no VALUE"));
+    context.value = value.data;
     return onNode(context, uri, [&](const NodeUri &node) {
         return context.device->ownersView().add(node, value);
     });
@@ -265,6 +306,7 @@ ExitStatus replaceProperty(Context &context, const QString &uri, const Address &
 {
     if (words.size() > 1)
         return wrongUsage(context, QStringLiteral("one VALUE for one property"));
+    context.value = words[0].toUtf8();
     const auto property = propertyNamed(address.argument);
     const Outcome outcome =
         property ? context.device->ownersView().replaceProperty(address.node, *property,
@@ -292,17 +334,23 @@ ExitStatus runReplace(Context &context)
         const auto value = valueMeant(context, uri, isSecretUri(uri), words[0]);
         if (!value)
             return wrongUsage(context, value.error());
+        context.value = *value;
         return onNode(context, uri, [&](const NodeUri &leaf) {
             return tree.replace(leaf, {{}, {}, *value});
         });
     }
     std::vector<TreeView::ChildValue> values;
+    QByteArrayList shown;
     for (const QString &word : words) {
         const auto value = parseChildValue(context, uri, word);
         if (!value)
             return wrongUsage(context, value.error());
         values.push_back(*value);
+        const bool isHidden =
+            secretsOf(context.invocation) == Secrets::Mask && isMasked(value->name, value->text);
+        shown += value->name + '=' + (isHidden ? QByteArray(secretMask) : value->text);
     }
+    context.value = shown.join(' ');
     return onNode(context, uri,
                   [&](const NodeUri &interior) { return tree.replaceChildren(interior, values); });
 }
@@ -347,7 +395,10 @@ ExitStatus runProcess(Context &context)
     if (!package)
         return wrongUsage(context, package.error());
 
+    Recorder *const recorder = context.recording ? &context.recording->recorder() : nullptr;
     const syncml::DecodeResult decoded = syncml::decode(*package);
+    if (recorder)
+        recorder->packageReceived(*package, decoded);
     if (!decoded)
         return wrongUsage(context, QStringLiteral("%1: %2").arg(file, decoded.error().toString()));
     const auto encoding = *syncml::recogniseEncoding(*package);
@@ -363,10 +414,11 @@ ExitStatus runProcess(Context &context)
         invocation.has("json")      ? jsonReport(context.output)
         : invocation.has("summary") ? readableReport(context.output)
                                     : nullptr;
+    std::vector<SessionObserver *> observers = {recorder, report.get()};
+    std::erase(observers, nullptr);
     const PackageAnswer answer = answerPackage(
         *decoded, context.device->tree(), encoding,
-        serverId.isEmpty() ? Principal::owner() : Principal::server(serverId.toUtf8()),
-        report.get());
+        serverId.isEmpty() ? Principal::owner() : Principal::server(serverId.toUtf8()), observers);
     if (answer.refusal)
         return problem(context, QStringLiteral("%1: %2").arg(file, *answer.refusal),
                        ExitStatus::SessionFailed);
@@ -378,13 +430,16 @@ ExitStatus runProcess(Context &context)
                 : QStringLiteral("the package asks for nothing; the session would end here"),
             ExitStatus::Success);
     const ExitStatus status = answer.allSucceeded ? ExitStatus::Success : ExitStatus::Failed;
-    if (report)
+    if (report && !recorder)
         return status;
     const syncml::EncodeResult encoded =
         syncml::encode(*answer.message, encoding, syncml::XmlLayout::Indented);
     if (!encoded)
         return problem(context, encoded.error().text, ExitStatus::Failed);
-    context.output.document(*encoded);
+    if (recorder)
+        recorder->packageSent(*encoded, *answer.message);
+    if (!report)
+        context.output.document(*encoded);
     return status;
 }
 
@@ -400,7 +455,9 @@ ExitStatus runDdf(Context &context)
 
 ExitStatus runShell(Context &context)
 {
-    return Shell(*context.device, context.output, context.invocation.has("fail-fast")).run();
+    return Shell(*context.device, context.output, context.recording,
+                 context.invocation.has("fail-fast"))
+        .run();
 }
 
 ExitStatus runQuit(Context &context)

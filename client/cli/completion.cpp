@@ -33,8 +33,9 @@ Candidates completeCommand(const QString &prefix)
 Candidates completeOption(const commandline::Command &command, const QString &prefix)
 {
     Candidates candidates;
-    for (const Option &option : command.options)
-        offer(candidates, prefix, commandline::optionWord(option));
+    for (const auto options : {command.options, shellProgram().options})
+        for (const Option &option : options)
+            offer(candidates, prefix, commandline::optionWord(option));
     return candidates;
 }
 

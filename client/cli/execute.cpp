@@ -2,6 +2,8 @@
 
 #include "command_table.h"
 #include "common_rows.h"
+#include "record_file.h"
+#include "recording.h"
 
 namespace client::cli {
 
@@ -59,13 +61,24 @@ support::Expected<void, QString> mountForArguments(const Context &context, const
     return {};
 }
 
+/// Whether the command is one on nodes, which a record has as a command of its own.
+bool isOnNodes(const CommandRow &row)
+{
+    return row.firstNode != NodeArgument::None;
+}
+
 /// Runs a command that works with the tree, and says why something could not be mounted for it. A
 /// command on its own does nothing then; a line of a shell ends with its status as any other.
 ExitStatus runOnTree(Context &context, const CommandRow &row)
 {
+    Recorder *const recorder = context.recording ? &context.recording->recorder() : nullptr;
+    if (recorder && isOnNodes(row))
+        recorder->typedCommandBegins();
     const auto mounted = mountForArguments(context, row);
     const bool isRun = mounted || context.inShell;
     const ExitStatus status = isRun ? row.run(context) : ExitStatus::Unusable;
+    if (recorder)
+        recorder->typedCommandsOver();
     const QString fault = context.device->takeMountFault();
     return fault.isEmpty() ? status
                            : context.output.problem(fault, worse(status, ExitStatus::Unusable));
@@ -84,9 +97,31 @@ ExitStatus runAndKeep(Context &context)
                  : context.output.problem(saved.error(), worse(status, ExitStatus::Unusable));
 }
 
+namespace {
+
+/// Runs the command, and writes down what it does.
+ExitStatus runRecorded(Context &context)
+{
+    const QString file = context.invocation.value("record");
+    auto sink = RecordFile::create(file);
+    if (!sink)
+        return context.output.problem(sink.error(), ExitStatus::WrongUsage);
+    Recording recording(*context.device, describeRun(*context.device, context.invocation),
+                        *std::move(sink));
+    context.recording = &recording;
+    const ExitStatus status = recording.finish(runAndKeep(context));
+    const auto &loss = recording.recorder().lossReason();
+    return !loss ? status
+                 : context.output.problem(QStringLiteral("the record has gaps: %1").arg(*loss),
+                                          worse(status, ExitStatus::Unusable));
+}
+
+} // namespace
+
 ExitStatus execute(Output &output, const Invocation &invocation)
 {
     const CommandRow &row = rowOf(*invocation.command);
+    const bool isRecorded = invocation.has("record");
     std::unique_ptr<DmDevice> device;
     if (row.needs != Needs::Nothing) {
         auto opened = openDevice(row, invocation);
@@ -95,9 +130,13 @@ ExitStatus execute(Output &output, const Invocation &invocation)
         device = *std::move(opened);
         for (const QString &sentence : device->damage())
             output.problem(sentence);
+    } else if (isRecorded) {
+        return output.problem(QStringLiteral("%1 does nothing that a record could have")
+                                  .arg(QString::fromLatin1(row.name)),
+                              ExitStatus::WrongUsage);
     }
     Context context{.device = device.get(), .output = output, .invocation = invocation};
-    return runAndKeep(context);
+    return isRecorded ? runRecorded(context) : runAndKeep(context);
 }
 
 } // namespace client::cli

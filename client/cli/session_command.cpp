@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "http_module.h"
 #include "interrupt_guard.h"
+#include "recording.h"
 #include "session_report.h"
 #include "terminal.h"
 #include "terminal_user.h"
@@ -214,7 +215,10 @@ ExitStatus exitStatusOf(const SessionEnd &end)
 ExitStatus haveSession(const Context &context, const HttpModule &http, const Server &server,
                        const Settings &settings, TraceWriter *trace)
 {
-    const auto transport = http.createTransport(settings.transport);
+    Recorder *const recorder = context.recording ? &context.recording->recorder() : nullptr;
+    HttpTransport::Options transportOptions = settings.transport;
+    transportOptions.observer = recorder;
+    const auto transport = http.createTransport(transportOptions);
     if (!transport)
         return wrongUsage(context, transport.error());
 
@@ -224,6 +228,8 @@ ExitStatus haveSession(const Context &context, const HttpModule &http, const Ser
     std::vector<SessionObserver *> observers = {report.get(), &keeper};
     if (trace)
         observers.push_back(trace);
+    if (recorder)
+        observers.push_back(recorder);
 
     const bool hasUser = isInteractive() && !asJson;
     NonceKeeper nonces(context.device->accounts(), server);
@@ -235,6 +241,8 @@ ExitStatus haveSession(const Context &context, const HttpModule &http, const Ser
                     observers, options);
     const SessionEnd end = session.run();
     report->ended(end);
+    if (context.recording)
+        context.recording->setSession(end);
     if (!trace || !trace->lossReason())
         return exitStatusOf(end);
     return problem(context, QStringLiteral("the trace has gaps: %1").arg(*trace->lossReason()),

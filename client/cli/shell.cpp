@@ -102,8 +102,11 @@ ExitStatus Shell::runWords(const QStringList &words)
     const auto invocation = commandline::interpret(shellProgram(), words, m_output, status);
     if (!invocation)
         return status;
-    Context context{
-        .device = &m_device, .output = m_output, .invocation = *invocation, .inShell = true};
+    Context context{.device = &m_device,
+                    .recording = m_recording,
+                    .output = m_output,
+                    .invocation = *invocation,
+                    .inShell = true};
     status = runAndKeep(context);
     m_leave = context.leaveShell;
     return status;

@@ -11,6 +11,8 @@ namespace client::cli {
 using commandline::ExitStatus;
 using commandline::Output;
 
+class Recording;
+
 /// Whether a line may go into a history file: not when it may carry a password.
 bool mayBeRemembered(const QByteArray &line);
 
@@ -19,8 +21,9 @@ bool mayBeRemembered(const QByteArray &line);
 /// "#" are skipped. A line that fails does not stop the next one, unless the shell fails fast.
 class Shell {
 public:
-    Shell(DmDevice &device, Output &output, bool failFast)
-        : m_device(device), m_output(output), m_failFast(failFast)
+    /// @param recording  of everything that the lines do; may be null
+    Shell(DmDevice &device, Output &output, Recording *recording, bool failFast)
+        : m_device(device), m_output(output), m_recording(recording), m_failFast(failFast)
     {
     }
 
@@ -38,6 +41,7 @@ private:
 
     DmDevice &m_device;
     Output &m_output;
+    Recording *m_recording;
     bool m_failFast;
     bool m_leave = false;
     ExitStatus m_worst = ExitStatus::Success;

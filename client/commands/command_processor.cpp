@@ -227,6 +227,7 @@ bool CommandProcessor::runItems(ItemOperation operation, Part &part)
         const bool isRun = !isOver() && (goesOn || !m_undoLog);
         Outcome outcome{DmStatus::NotExecuted, {}};
         if (isRun) {
+            begin(command, item);
             outcome = (this->*operation)(command, item);
             report(command, item, outcome);
         }
@@ -236,6 +237,12 @@ bool CommandProcessor::runItems(ItemOperation operation, Part &part)
     }
     part.results = std::exchange(m_results, {});
     return goesOn;
+}
+
+void CommandProcessor::begin(const Command &command, const Item &item)
+{
+    if (m_beginListener)
+        m_beginListener(command, item);
 }
 
 void CommandProcessor::report(const Command &command, const Item &item, const Outcome &outcome)
@@ -266,6 +273,7 @@ bool CommandProcessor::runAlert(Part &part)
 
 void CommandProcessor::runAtomic(const Command &atomic, Parts &parts)
 {
+    begin(atomic, Item());
     UndoLog undoLog(m_tree.tree());
     m_undoLog = &undoLog;
     Parts tried{{&atomic}};

@@ -30,6 +30,11 @@ public:
     /// Without a handler every Alert is answered with 406.
     void setAlertHandler(AlertHandler handler) { m_alertHandler = std::move(handler); }
 
+    /// Is told of each item before it is run. A command that is run as a whole has an empty one.
+    using BeginListener =
+        std::function<void(const syncml::Command &command, const syncml::Item &item)>;
+    void setBeginListener(BeginListener listener) { m_beginListener = std::move(listener); }
+
     /// Is told how each item of a command ended, when it ended; for people, who want the reason.
     using OutcomeListener = std::function<void(const syncml::Command &command,
                                                const syncml::Item &item, const Outcome &outcome)>;
@@ -113,6 +118,7 @@ private:
     static ItemOperation operationOf(syncml::CommandKind kind);
     std::optional<Outcome> refusalOf(const syncml::Command &command) const;
     void markNotes(Part &part) const;
+    void begin(const syncml::Command &command, const syncml::Item &item);
     void report(const syncml::Command &command, const syncml::Item &item, const Outcome &outcome);
 
     // One Item of each command.
@@ -145,6 +151,7 @@ private:
     TreeView m_tree;
     UndoLog *m_undoLog = nullptr; ///< of the Atomic that runs
     AlertHandler m_alertHandler;
+    BeginListener m_beginListener;
     OutcomeListener m_outcomeListener;
     AnswerCheck m_atomicAnswerCheck;
     EndCheck m_endCheck;

@@ -36,11 +36,7 @@ constexpr char profileAcl[] = "Add=*&Delete=*&Get=*&Replace=*";
 // By it the profile service chooses among its stores, each of which counts its profiles from 1.
 constexpr char backendVariable[] = "KUB_NAPI_BACKEND";
 
-QString chosenProfileStore()
-{
-    const QString name = qEnvironmentVariable(backendVariable);
-    return name == QStringLiteral("sqlite") ? QString() : name;
-}
+constexpr char usualProfileStore[] = "sqlite";
 
 } // namespace
 
@@ -64,10 +60,19 @@ Expected<void, QString> DmDevice::makeTree()
     if (!deviceId)
         return Unexpected(deviceId.error());
     m_tree = std::make_unique<ManagementTree>(hostInfo(*deviceId));
-    m_tree->setProfileStore(chosenProfileStore());
+    const QString store = profileStore();
+    m_tree->setProfileStore(store == QLatin1String(usualProfileStore) ? QString() : store);
     hangInRoots();
     loadProperties();
     return {};
+}
+
+QString DmDevice::profileStore() const
+{
+    if (!m_options.profileBackend.isEmpty())
+        return m_options.profileBackend;
+    const QString store = qEnvironmentVariable(backendVariable);
+    return store.isEmpty() ? QString::fromLatin1(usualProfileStore) : store;
 }
 
 Expected<void, QString> DmDevice::loadPlugin()
@@ -82,6 +87,7 @@ Expected<void, QString> DmDevice::loadPlugin()
     if (!plugin)
         return Unexpected(plugin.error());
     m_plugin = *std::move(plugin);
+    listen();
     return {};
 }
 
@@ -98,14 +104,8 @@ Expected<QByteArray, QString> DmDevice::readDeviceId()
 void DmDevice::hangInRoots()
 {
     for (const ProfileRoot &root : mountOrder) {
-        const auto mountedTree = [this, &root]() -> Expected<JemSmartPtr<DmtTree>, QString> {
-            if (!m_plugin)
-                if (const auto loaded = loadPlugin(); !loaded)
-                    return Unexpected(loaded.error());
-            return m_plugin->treeFor(root.uri);
-        };
         m_tree->mountWhenNeeded(
-            nodeAt(root.uri), mountedTree,
+            nodeAt(root.uri), [this, &root] { return observedTreeFor(root.uri); },
             {.acl = *AccessControlList::parse(profileRootAcl),
              .profileAcl = *AccessControlList::parse(profileAcl),
              .profileNumbers = [&root] { return readProfileNumbers(root.mapping); }});
@@ -113,6 +113,76 @@ void DmDevice::hangInRoots()
     m_tree->mount(nodeAt(accountTreeRoot),
                   makeAccountTree(*m_accounts, Principal::anonymousServer()),
                   {.ownersTree = makeAccountTree(*m_accounts, Principal::owner())});
+}
+
+Expected<JemSmartPtr<DmtTree>, QString> DmDevice::treeFor(const char *root)
+{
+    if (!m_plugin)
+        if (const auto loaded = loadPlugin(); !loaded)
+            return Unexpected(loaded.error());
+    return m_plugin->treeFor(root);
+}
+
+// ---- What observers are told ---------------------------------------------------------------------
+
+namespace {
+
+/// The nodes at a path of a tree and beneath it.
+int countNodes(DmtTree &tree, const QByteArray &path)
+{
+    DMStringVector names;
+    if (tree.GetChildNodeNames(path.constData(), names) != DMT_OK)
+        return 1;
+    int count = 1;
+    for (int i = 0; i < names.size(); ++i)
+        count += countNodes(tree, path.isEmpty() ? QByteArray(names[i].c_str())
+                                                 : path + '/' + names[i].c_str());
+    return count;
+}
+
+} // namespace
+
+Expected<JemSmartPtr<DmtTree>, QString> DmDevice::observedTreeFor(const char *root)
+{
+    if (!m_relay.observer)
+        return treeFor(root);
+    m_relay.observer->mountBegins(root);
+    auto tree = treeFor(root);
+    m_relay.observer->mountEnded(tree ? countNodes(**tree, {}) : 0,
+                                 tree ? QString() : tree.error());
+    return tree;
+}
+
+void DmDevice::setObserver(DeviceObserver *observer)
+{
+    m_relay.observer = observer;
+    listen();
+}
+
+/// Listens to what is there, as long as somebody wants to hear of it.
+void DmDevice::listen()
+{
+    if (m_log)
+        m_log->setListener(
+            m_relay.observer
+                ? [this](std::string_view message) { m_relay.observer->pluginMessage(message); }
+                : PluginLog::Writer());
+    if (m_plugin && m_relay.observer)
+        m_plugin->observeCalls(&m_relay, &m_relay);
+    else if (m_plugin)
+        m_plugin->observeCalls(nullptr, nullptr);
+}
+
+bool DmDevice::CallRelay::observe(const call_observer::ProfileCall &call) noexcept
+{
+    observer->profileCall(call);
+    return false;
+}
+
+bool DmDevice::CallRelay::observe(const call_observer::SettingCall &call) noexcept
+{
+    observer->settingCall(call);
+    return false;
 }
 
 QString DmDevice::takeMountFault()

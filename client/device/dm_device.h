@@ -3,6 +3,7 @@
 #pragma once
 
 #include "accounts.h"
+#include "device_observer.h"
 #include "expected.h"
 #include "plugin_host.h"
 #include "plugin_log.h"
@@ -49,6 +50,13 @@ public:
     TreeView ownersView() { return {*m_tree, Principal::owner()}; }
     /// Why mounting has failed, when that was not said before; otherwise empty.
     QString takeMountFault();
+    /// Has what happens beneath the tree told to the observer, which has to outlive the device or
+    /// to be taken away with null. Nobody listens at first.
+    void setObserver(DeviceObserver *observer);
+    /// The plug-in's file, as it was asked for.
+    const QString &pluginFile() const { return m_options.pluginFile; }
+    /// Name of the store that the profile service is asked to use, "sqlite" or another.
+    QString profileStore() const;
     const StateDirectory &state() const { return *m_state; }
     /// The DM accounts.
     AccountStore &accounts() { return *m_accounts; }
@@ -65,6 +73,9 @@ private:
 
     support::Expected<QByteArray, QString> readDeviceId();
     void hangInRoots();
+    support::Expected<JemSmartPtr<DmtTree>, QString> treeFor(const char *root);
+    support::Expected<JemSmartPtr<DmtTree>, QString> observedTreeFor(const char *root);
+    void listen();
     support::Expected<void, QString> loadPlugin();
     void loadProperties();
     support::Expected<void, QString> writeProperties();
@@ -75,10 +86,21 @@ private:
     bool hasAccountOf(const QByteArray &serverId) const;
     void showAccounts();
 
+    /// Hands on what the libraries beneath the plug-in tell.
+    struct CallRelay final : call_observer::ProfileCallObserver,
+                             call_observer::SettingCallObserver {
+        bool wantsRecords() const override { return true; }
+        bool observe(const call_observer::ProfileCall &call) noexcept override;
+        bool observe(const call_observer::SettingCall &call) noexcept override;
+
+        DeviceObserver *observer = nullptr;
+    };
+
     const Options m_options;
     QString m_deviceIdDamage;
     QString m_propertiesDamage;
     bool m_isMountFaultTaken = false;
+    CallRelay m_relay;
 
     // In the order of making. They go in the reverse order, so that the trees are dropped while
     // their plug-in is still loaded, and the lock is given up last.

@@ -106,7 +106,10 @@ Expected<std::unique_ptr<PluginLog>, QString> PluginLog::open(Writer writer)
 {
     cookie_io_functions_t functions{};
     functions.write = [](void *cookie, const char *bytes, std::size_t size) -> ssize_t {
-        static_cast<const PluginLog *>(cookie)->m_writer({bytes, size});
+        const auto *const log = static_cast<const PluginLog *>(cookie);
+        log->m_writer({bytes, size});
+        if (log->m_listener)
+            log->m_listener({bytes, size});
         return static_cast<ssize_t>(size);
     };
     std::unique_ptr<PluginLog> log(new PluginLog(std::move(writer)));

@@ -29,18 +29,22 @@ public:
     static support::Expected<std::unique_ptr<PluginLog>, QString>
     toFile(const QString &path, long limitBytes = defaultLimitBytes);
 
+    /// Takes one whole message.
+    using Writer = std::function<void(std::string_view message)>;
+
+    /// Has every message told to somebody else as well; an empty one ends that.
+    void setListener(Writer listener) { m_listener = std::move(listener); }
+
     ~PluginLog();
     PluginLog(const PluginLog &) = delete;
     PluginLog &operator=(const PluginLog &) = delete;
 
 private:
-    /// Takes one whole message.
-    using Writer = std::function<void(std::string_view message)>;
-
     explicit PluginLog(Writer writer) : m_writer(std::move(writer)) {}
     static support::Expected<std::unique_ptr<PluginLog>, QString> open(Writer writer);
 
     const Writer m_writer;
+    Writer m_listener;
     FILE *m_stream = nullptr;
 };
 

@@ -22,6 +22,7 @@ using support::Unexpected;
 namespace {
 
 constexpr char stateVariable[] = "KUB_STATE_DIR";
+constexpr char clientFolderName[] = "/client";
 
 } // namespace
 
@@ -34,7 +35,7 @@ Expected<std::unique_ptr<StateDirectory>, QString> StateDirectory::open(const QS
 {
     const std::string state = handset_state::absolutePath(QFile::encodeName(path).toStdString());
     const QString root = QFile::decodeName(state.c_str());
-    const std::string clientFolder = state + "/client";
+    const std::string clientFolder = state + clientFolderName;
     handset_state::Refusal refusal = handset_state::makeStateDirectory(state);
     // The settings class makes the second one itself, but cannot refuse to name it.
     for (const std::string &folder : {clientFolder, state + "/settings"})
@@ -59,6 +60,11 @@ Expected<std::unique_ptr<StateDirectory>, QString> StateDirectory::open(const QS
 StateDirectory::StateDirectory(QString clientPath, handset_state::FileDescriptor lockFile)
     : m_clientPath(std::move(clientPath)), m_lockFile(std::move(lockFile))
 {
+}
+
+QString StateDirectory::path() const
+{
+    return m_clientPath.chopped(static_cast<qsizetype>(sizeof clientFolderName) - 1);
 }
 
 QString StateDirectory::clientFile(const QString &name) const

@@ -3,17 +3,20 @@
 #include "credentials.h"
 #include "media_type.h"
 
+#include <QCryptographicHash>
 #include <QEventLoop>
 #include <QFile>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QSocketNotifier>
 #include <QSslCertificate>
+#include <QSslCipher>
 #include <QSslError>
 #include <QStringList>
 #include <QTimer>
 #include <algorithm>
 #include <functional>
+#include <iterator>
 #include <optional>
 #include <span>
 
@@ -121,6 +124,8 @@ TransportResult HttpTransport::exchange(const TransportRequest &request)
         TransportResult result = followRedirects(request, cutoff, mayBeRepeated);
         if (!mayBeRepeated || left == 0 || cutoff.isOver())
             return result;
+        if (m_options.observer)
+            m_options.observer->waits(delay, result.error().text);
         QEventLoop pause;
         QTimer::singleShot(delay, &pause, &QEventLoop::quit);
         cutoff.run(pause, [&pause] { pause.quit(); });
@@ -177,8 +182,6 @@ QNetworkRequest HttpTransport::networkRequest(const TransportRequest &request) c
     return network;
 }
 
-namespace {
-
 /// Reads an answer as long as it keeps to the limits, and aborts it otherwise.
 class AnswerReader {
 public:
@@ -227,16 +230,22 @@ private:
     QEventLoop m_loop;
 };
 
-} // namespace
-
 HttpTransport::Attempt HttpTransport::send(const TransportRequest &request, ExchangeCutoff &cutoff)
 {
-    const std::unique_ptr<QNetworkReply> reply(
-        m_network.post(networkRequest(request), request.body));
+    const QNetworkRequest network = networkRequest(request);
+    tellRequest(network, request);
+    const std::unique_ptr<QNetworkReply> reply(m_network.post(network, request.body));
     AnswerReader answer(*reply, m_options.responseBytes);
     answer.read(m_options.timeLimit, cutoff);
+    Attempt attempt = result(request.url, *reply, answer, cutoff);
+    tellAnswer(*reply, answer.body.size(), attempt);
+    return attempt;
+}
 
-    const QUrl &url = request.url;
+HttpTransport::Attempt HttpTransport::result(const QUrl &url, QNetworkReply &reply,
+                                             AnswerReader &answer,
+                                             const ExchangeCutoff &cutoff) const
+{
     if (cutoff.isOver())
         return {cutoff.error(url)};
     if (answer.isTooLarge)
@@ -251,8 +260,68 @@ HttpTransport::Attempt HttpTransport::send(const TransportRequest &request, Exch
         answer.tlsProblems.removeDuplicates();
         return {problem(url, answer.tlsProblems.join(QStringLiteral(", ")))};
     }
-    return judge(*reply, answer.body);
+    return judge(reply, answer.body);
 }
+
+// ---- What observers are told ---------------------------------------------------------------------
+
+void HttpTransport::tellRequest(const QNetworkRequest &network,
+                                const TransportRequest &request) const
+{
+    if (!m_options.observer)
+        return;
+    HttpRequest told{QByteArrayLiteral("POST"), request.url, {}, request.body.size()};
+    for (const QByteArray &name : network.rawHeaderList())
+        told.headers.emplace_back(name, network.rawHeader(name));
+    m_options.observer->requestSent(told);
+}
+
+namespace {
+
+std::optional<TlsConnection> tlsOf(const QNetworkReply &reply)
+{
+    const QSslConfiguration tls = reply.sslConfiguration();
+    if (reply.url().scheme() != u"https" || tls.isNull())
+        return std::nullopt;
+    struct Row {
+        QSsl::SslProtocol protocol;
+        const char *name;
+    };
+    static constexpr Row rows[] = {{QSsl::TlsV1_2, "TLS 1.2"}, {QSsl::TlsV1_3, "TLS 1.3"}};
+    const auto *const row = std::ranges::find(rows, tls.sessionProtocol(), &Row::protocol);
+    TlsConnection connection;
+    if (row != std::end(rows))
+        connection.version = QString::fromLatin1(row->name);
+    connection.cipher = tls.sessionCipher().name();
+    const QSslCertificate certificate = tls.peerCertificate();
+    if (certificate.isNull())
+        return connection;
+    connection.subject = certificate.subjectDisplayName();
+    connection.issuer = certificate.issuerDisplayName();
+    connection.sha256 = certificate.digest(QCryptographicHash::Sha256).toHex();
+    connection.until = certificate.expiryDate();
+    return connection;
+}
+
+} // namespace
+
+void HttpTransport::tellAnswer(const QNetworkReply &reply, qsizetype size,
+                               const Attempt &attempt) const
+{
+    if (!m_options.observer)
+        return;
+    HttpAnswer told;
+    told.status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    for (const auto &[name, value] : reply.rawHeaderPairs())
+        told.headers.emplace_back(name, value);
+    told.size = size;
+    told.tls = tlsOf(reply);
+    if (!attempt.result && attempt.redirect.isEmpty())
+        told.failure = attempt.result.error().text;
+    m_options.observer->requestAnswered(told);
+}
+
+// ---- What an answer means ------------------------------------------------------------------------
 
 namespace {
 

@@ -13,6 +13,7 @@ class QNetworkRequest;
 
 namespace client {
 
+class AnswerReader;
 class ExchangeCutoff;
 
 /// Posts messages with Qt Network and waits for the answers in an event loop of its own; the caller
@@ -35,6 +36,7 @@ public:
         std::chrono::milliseconds retryDelay{1'000}; ///< before the first repetition; then doubled
         qsizetype responseBytes = 4 * 1024 * 1024;   ///< largest body of an answer
         int redirects = 5;                           ///< in one exchange
+        ExchangeObserver *observer = nullptr;        ///< null: nobody watches
         int interruptFile = -1; ///< stays readable from an interrupt on; -1: nobody interrupts
     };
 
@@ -57,7 +59,11 @@ private:
     TransportResult followRedirects(const TransportRequest &request, ExchangeCutoff &cutoff,
                                     bool &mayBeRepeated);
     Attempt send(const TransportRequest &request, ExchangeCutoff &cutoff);
+    Attempt result(const QUrl &url, QNetworkReply &reply, AnswerReader &answer,
+                   const ExchangeCutoff &cutoff) const;
     Attempt judge(QNetworkReply &reply, const QByteArray &body) const;
+    void tellRequest(const QNetworkRequest &network, const TransportRequest &request) const;
+    void tellAnswer(const QNetworkReply &reply, qsizetype size, const Attempt &attempt) const;
     QNetworkRequest networkRequest(const TransportRequest &request) const;
 
     Options m_options;

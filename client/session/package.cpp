@@ -57,7 +57,8 @@ bool isRefusingStatus(const Command &command)
 } // namespace
 
 PackageAnswer answerPackage(const Message &request, ManagementTree &tree, syncml::Encoding encoding,
-                            const Principal &principal, SessionObserver *observer)
+                            const Principal &principal,
+                            const std::vector<SessionObserver *> &observers)
 {
     PackageAnswer answer;
     answer.isAbortedByServer = hasAlert(request, AlertCode::SessionAbort);
@@ -68,9 +69,6 @@ PackageAnswer answerPackage(const Message &request, ManagementTree &tree, syncml
     if (answer.refusal)
         return answer;
     std::vector<Command> answers = {headerStatus(request.header, headerOutcome)};
-    std::vector<SessionObserver *> observers;
-    if (observer)
-        observers.push_back(observer);
     SessionCommands commands(tree, principal, nullptr, observers, usualLargestObject);
     if (succeeded(headerOutcome))
         commands.run(request, 0, answers);

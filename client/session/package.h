@@ -6,6 +6,7 @@
 #include "session_observer.h"
 
 #include <optional>
+#include <vector>
 
 namespace client {
 
@@ -28,10 +29,10 @@ struct PackageAnswer {
 /// with 505 or 513, and none of its commands is run; nor is any when the server aborts the session,
 /// or refuses the client's header as in a session without credentials.
 /// @param principal  on whose behalf the commands run
-/// @param observer   is told how each command ended; may be null
+/// @param observers  are told how each command went
 PackageAnswer answerPackage(const syncml::Message &request, ManagementTree &tree,
                             syncml::Encoding encoding,
                             const Principal &principal = Principal::owner(),
-                            SessionObserver *observer = nullptr);
+                            const std::vector<SessionObserver *> &observers = {});
 
 } // namespace client

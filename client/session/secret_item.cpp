@@ -16,14 +16,18 @@ bool isSerialisedTree(const support::Boxed<syncml::Meta> &meta)
 
 } // namespace
 
-bool mayHoldSecret(const syncml::Command &command, const syncml::Item &item)
+Secrecy secrecyOf(const syncml::Command &command, const syncml::Item &item)
 {
     const bool carriesValues = command.kind == CommandKind::Add ||
                                command.kind == CommandKind::Replace ||
                                command.kind == CommandKind::Results;
+    if (!carriesValues)
+        return Secrecy::None;
     const QString address = addressOf(item);
-    return carriesValues && (address.isEmpty() || isSecretUri(address) ||
-                             isSerialisedTree(item.meta) || isSerialisedTree(command.meta));
+    if (address.isEmpty() || isSecretUri(address))
+        return Secrecy::Whole;
+    return isSerialisedTree(item.meta) || isSerialisedTree(command.meta) ? Secrecy::Fields
+                                                                         : Secrecy::None;
 }
 
 } // namespace client

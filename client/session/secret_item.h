@@ -5,8 +5,20 @@
 
 namespace client {
 
-/// Whether the item's data may hold the value of a secret leaf: that of one (see isSecretLeaf), a
-/// value without an address, or a serialised tree.
-bool mayHoldSecret(const syncml::Command &command, const syncml::Item &item);
+/// How much of an item's data may be secret.
+enum class Secrecy {
+    None,
+    Fields, ///< it is a serialised tree, with leaves that may hold secrets among others
+    Whole
+};
+
+/// Whole for the value of a secret leaf (see isSecretLeaf), and for a value without an address.
+Secrecy secrecyOf(const syncml::Command &command, const syncml::Item &item);
+
+/// Whether any of the item's data may be secret.
+inline bool mayHoldSecret(const syncml::Command &command, const syncml::Item &item)
+{
+    return secrecyOf(command, item) != Secrecy::None;
+}
 
 } // namespace client

@@ -28,7 +28,13 @@ SessionCommands::SessionCommands(ManagementTree &tree, const Principal &principa
         [this](const Command &command, const Item &item, const Outcome &outcome) {
             if (!outcome.reason.isEmpty())
                 noteReason(command.cmdId, addressOf(item), outcome);
+            for (SessionObserver *const observer : m_observers)
+                observer->itemEnded(command, item);
         });
+    m_processor.setBeginListener([this](const Command &command, const Item &item) {
+        for (SessionObserver *const observer : m_observers)
+            observer->itemBegins(command, item);
+    });
 }
 
 // ---- Messages ------------------------------------------------------------------------------------
@@ -238,6 +244,8 @@ DmStatus SessionCommands::answerAlert(const Command &alert, std::vector<Item> &i
 {
     static constexpr AlertCode accepted[] = {AlertCode::NextMessage, AlertCode::SessionAbort,
                                              AlertCode::NoEndOfData};
+    for (SessionObserver *const observer : m_observers)
+        observer->itemBegins(alert, Item());
     Outcome outcome;
     if (!alert.data)
         outcome = {DmStatus::IncompleteCommand, QStringLiteral("an alert without a code")};
@@ -249,6 +257,8 @@ DmStatus SessionCommands::answerAlert(const Command &alert, std::vector<Item> &i
     if (isUserAlert(alert) && !m_user)
         outcome.reason = QStringLiteral("there is no terminal to talk to the user");
     noteReason(alert.cmdId, QString(), outcome);
+    for (SessionObserver *const observer : m_observers)
+        observer->itemEnded(alert, Item());
     return outcome.status;
 }
 

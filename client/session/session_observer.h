@@ -34,6 +34,10 @@ public:
     virtual void messageSent(const TransportRequest &, const syncml::Message &) {}
     /// @param decoded  null for an empty body
     virtual void messageReceived(const TransportResponse &, const syncml::DecodeResult *) {}
+    /// An item of a command is about to be run; one without an address stands for a whole command,
+    /// such as an Atomic, whose items follow then.
+    virtual void itemBegins(const syncml::Command &, const syncml::Item &) {}
+    virtual void itemEnded(const syncml::Command &, const syncml::Item &) {}
     virtual void commandAnswered(const AnsweredCommand &) {}
     /// Something about the session that a person should know: one sentence without its full stop.
     virtual void note(const QString &) {}

@@ -1,6 +1,5 @@
 #include "trace.h"
 
-#include "alerts.h"
 #include "credentials.h"
 #include "dm_status.h"
 #include "foreign_text.h"
@@ -226,12 +225,6 @@ QByteArray sizeAndProof(const QByteArray &body, const std::optional<QByteArray> 
     return size + hmacHeaderName + ": username=\"" +
            (parsed ? printableLine(parsed->userName) : QByteArray("?")) + "\", mac=" + secretMask +
            '\n';
-}
-
-bool asksForSecret(const Command &alert)
-{
-    return isAlert(alert, AlertCode::TextInput) && !alert.items.empty() &&
-           parseInteractionOptions(alert.items[0].data.value_or(QByteArray())).isSecret;
 }
 
 } // namespace

@@ -4,10 +4,13 @@
 #include "expected.h"
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QString>
 #include <QUrl>
 #include <chrono>
 #include <optional>
+#include <utility>
+#include <vector>
 
 namespace client {
 
@@ -34,6 +37,47 @@ struct TransportResponse {
 struct TransportError {
     QString text;            ///< one sentence without its full stop, for a person
     bool isOverTime = false; ///< the time limit of the request has ended the exchange
+};
+
+/// Names and values of HTTP headers.
+using HttpHeaders = std::vector<std::pair<QByteArray, QByteArray>>;
+
+/// One HTTP request, as it goes out.
+struct HttpRequest {
+    QByteArray method;
+    QUrl url;
+    HttpHeaders headers; ///< without those that the network library adds
+    qsizetype size = 0;  ///< bytes of the body
+};
+
+/// How a connection is protected. Empty texts for what is not known.
+struct TlsConnection {
+    QString version;
+    QString cipher;
+    QString subject; ///< of the server's certificate, as the next ones
+    QString issuer;
+    QByteArray sha256; ///< of the certificate's DER, hexadecimal
+    QDateTime until;
+};
+
+/// What came of one HTTP request.
+struct HttpAnswer {
+    int status = 0; ///< 0 when there was no answer
+    HttpHeaders headers;
+    qsizetype size = 0; ///< bytes of the body
+    std::optional<TlsConnection> tls;
+    QString failure; ///< why it is not an answer that counts, as of TransportError; else empty
+};
+
+/// Watches how messages are carried. The credentials in what it is told are those that go out.
+class ExchangeObserver {
+public:
+    virtual ~ExchangeObserver() = default;
+
+    virtual void requestSent(const HttpRequest &request) = 0;
+    virtual void requestAnswered(const HttpAnswer &answer) = 0;
+    /// The next attempt comes after this time.
+    virtual void waits(std::chrono::milliseconds time, const QString &reason) = 0;
 };
 
 using TransportResult = support::Expected<TransportResponse, TransportError>;

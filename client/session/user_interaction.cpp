@@ -61,6 +61,12 @@ constexpr OptionRow optionRows[] = {
 
 } // namespace
 
+bool asksForSecret(const Command &alert)
+{
+    return isAlert(alert, AlertCode::TextInput) && !alert.items.empty() &&
+           parseInteractionOptions(alert.items[0].data.value_or(QByteArray())).isSecret;
+}
+
 InteractionOptions parseInteractionOptions(const QByteArray &text)
 {
     InteractionOptions options;

@@ -30,6 +30,9 @@ struct InteractionOptions {
 /// Unknown options, and values that an option cannot have, are skipped.
 InteractionOptions parseInteractionOptions(const QByteArray &text);
 
+/// Whether an alert asks the user for a text that must not be shown.
+bool asksForSecret(const syncml::Command &alert);
+
 /// Somebody to talk to. Texts come from the server as they are: whoever shows them has to make them
 /// harmless.
 class UserInteraction {

@@ -31,8 +31,8 @@ using Words = std::vector<std::string>;
 TEST_F(CompletionTest, CommandsOfTheShellAreOffered)
 {
     EXPECT_EQ(after(""), (Words{"tree", "get", "add", "replace", "rename", "delete", "copy",
-                                "process", "session", "account", "ddf", "quit", "help"}));
-    EXPECT_EQ(after("re"), (Words{"replace", "rename"}));
+                                "process", "session", "account", "report", "ddf", "quit", "help"}));
+    EXPECT_EQ(after("re"), (Words{"replace", "rename", "report"}));
     EXPECT_EQ(after("help ge"), Words{"get"});
 }
 
@@ -224,10 +224,10 @@ TEST_F(AddressTest, WhatCandidatesHaveInCommonEndsBetweenCharacters)
 
 TEST_F(CompletionTest, OptionsAndFormatsAreOffered)
 {
-    EXPECT_EQ(after("tree --"), (Words{"--json", "--show-secrets"}));
+    EXPECT_EQ(after("tree --"), (Words{"--json", "--show-secrets", "--help"}));
     EXPECT_EQ(after("add ./Ext/Profiles/Home/X 1 --format "),
               (Words{"chr", "int", "bool", "bin", "b64", "node", "null"}));
-    EXPECT_EQ(after("delete --"), Words());
+    EXPECT_EQ(after("delete --"), (Words{"--show-secrets", "--help"}));
 }
 
 TEST_F(CompletionTest, WordsOfTheTableAreOffered)

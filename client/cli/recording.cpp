@@ -1,0 +1,74 @@
+#include "recording.h"
+
+#include "common_rows.h"
+
+#include <utility>
+
+namespace client::cli {
+
+namespace {
+
+/// The words of a command line again: options in the order of their names, then the rest.
+QStringList wordsOf(const Invocation &invocation)
+{
+    QStringList words{QString::fromLatin1(invocation.command->name)};
+    for (auto option = invocation.options.begin(); option != invocation.options.end(); ++option)
+        for (const QString &value : option.value())
+            words += value.isEmpty() ? QStringLiteral("--%1").arg(option.key())
+                                     : QStringLiteral("--%1=%2").arg(option.key(), value);
+    return words + invocation.arguments;
+}
+
+} // namespace
+
+Recording::Recording(DmDevice &device, const RunDescription &run, EventWriter::Sink sink)
+    : m_device(device), m_run(run), m_recorder(run, {std::move(sink)})
+{
+    for (const auto &[name, account] : device.accounts().accounts())
+        for (const Credentials &credentials : {account.toServer, account.toClient}) {
+            m_recorder.learnSecret(credentials.identity.secret);
+            m_recorder.learnSecret(basicProof(credentials.identity));
+        }
+    device.setObserver(&m_recorder);
+}
+
+Recording::~Recording()
+{
+    m_device.setObserver(nullptr);
+}
+
+support::Expected<void, QString> Recording::keep()
+{
+    auto sink = keptRecords(m_device).begin(m_run);
+    if (!sink)
+        return support::Unexpected(sink.error());
+    m_recorder.addSink(*std::move(sink));
+    m_isKept = true;
+    return {};
+}
+
+ExitStatus Recording::finish(ExitStatus status)
+{
+    m_recorder.end(m_session ? &*m_session : nullptr, static_cast<int>(status));
+    if (m_isKept)
+        keptRecords(m_device).prune();
+    return status;
+}
+
+KeptRecords keptRecords(const DmDevice &device)
+{
+    return KeptRecords(device.state().clientFile(QStringLiteral("records")));
+}
+
+RunDescription describeRun(const DmDevice &device, const Invocation &invocation)
+{
+    RunDescription run;
+    run.plugin = device.pluginFile();
+    run.backend = device.profileStore();
+    run.stateDirectory = device.state().path();
+    run.arguments = wordsOf(invocation);
+    run.showsSecrets = invocation.has("show-secrets");
+    return run;
+}
+
+} // namespace client::cli

@@ -1,0 +1,77 @@
+#include "kept_records.h"
+
+#include "private_storage.h"
+#include "record_file.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+
+namespace client {
+
+using support::Expected;
+using support::Unexpected;
+
+namespace {
+
+QString nameOf(const RunDescription &run)
+{
+    return QStringLiteral("%1-%2.jsonl")
+        .arg(run.begin.toString(QStringLiteral("yyyyMMdd'T'HHmmss")), run.id);
+}
+
+bool isRecordName(const QString &name)
+{
+    static const QRegularExpression pattern(
+        QStringLiteral("^[0-9]{8}T[0-9]{6}-[0-9a-f]{16}\\.jsonl$"));
+    return pattern.match(name).hasMatch();
+}
+
+} // namespace
+
+Expected<EventWriter::Sink, QString> KeptRecords::begin(const RunDescription &run) const
+{
+    const auto refusal = handset_state::makeFolder(QFile::encodeName(m_folder).toStdString());
+    if (refusal)
+        return Unexpected(QString::fromLocal8Bit(refusal.text().c_str()));
+    prune(mostRecords - 1);
+    return RecordFile::createInState(path(nameOf(run)), mostBytes);
+}
+
+QStringList KeptRecords::names() const
+{
+    QStringList names = QDir(m_folder).entryList(QDir::Files | QDir::System, QDir::Name);
+    names.removeIf([](const QString &name) { return !isRecordName(name); });
+    return names;
+}
+
+void KeptRecords::prune(int most) const
+{
+    const QStringList all = names();
+    qint64 bytes = 0;
+    for (const QString &name : all)
+        bytes += QFileInfo(path(name)).size();
+    qsizetype left = all.size();
+    for (const QString &name : all) {
+        if (left <= most && bytes <= mostBytes)
+            return;
+        bytes -= QFileInfo(path(name)).size();
+        --left;
+        // One that cannot be removed is not worth a session.
+        QFile::remove(path(name));
+    }
+}
+
+Expected<void, QString> KeptRecords::remove(const QString &name) const
+{
+    if (!isRecordName(name) || !names().contains(name))
+        return Unexpected(QStringLiteral("there is no record %1").arg(name));
+    QFile file(path(name));
+    if (!file.remove())
+        return Unexpected(
+            QStringLiteral("cannot remove %1: %2").arg(file.fileName(), file.errorString()));
+    return {};
+}
+
+} // namespace client

@@ -1,0 +1,40 @@
+// The records of sessions that a state directory keeps.
+#pragma once
+
+#include "event_writer.h"
+#include "recorder.h"
+
+#include <QString>
+#include <QStringList>
+
+namespace client {
+
+/// A folder of records, one file each: "20261122T185628-9f3a0c1b2d4e5f60.jsonl", the time in UTC
+/// and the run. The oldest go when there are too many.
+class KeptRecords {
+public:
+    static constexpr int mostRecords = 20;
+    static constexpr qint64 mostBytes = 50 * 1024 * 1024; ///< of all together, and so of each
+
+    /// @param folder  made when the first record begins
+    explicit KeptRecords(QString folder) : m_folder(std::move(folder)) {}
+
+    /// Begins a record; older ones make room for it.
+    /// @return the error is a sentence that names the folder or the file and the reason
+    support::Expected<EventWriter::Sink, QString> begin(const RunDescription &run) const;
+    /// Has the oldest records go until the rest keeps to the limits.
+    void prune() const { prune(mostRecords); }
+
+    /// The names, the oldest first. Other files in the folder are left alone.
+    QStringList names() const;
+    QString path(const QString &name) const { return m_folder + u'/' + name; }
+    /// @return the error is a sentence that names the file and the reason
+    support::Expected<void, QString> remove(const QString &name) const;
+
+private:
+    void prune(int most) const;
+
+    QString m_folder;
+};
+
+} // namespace client

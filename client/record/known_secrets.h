@@ -1,0 +1,27 @@
+// Secrets that have been seen, wherever they turn up again.
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <set>
+
+namespace client {
+
+/// Finds secrets in texts that nobody can tell apart by their place: messages of libraries,
+/// reasons, messages that cannot be read.
+class KnownSecrets {
+public:
+    /// Learns a secret; an empty one is none.
+    void add(const QByteArray &secret);
+
+    /// The text with an asterisk in the place of each byte of a secret, whether it stands there as
+    /// it is, as base64, as hexadecimal digits, or escaped for XML or for a URI. One of less than
+    /// four bytes is found as a word of its own only.
+    QByteArray masked(QByteArray text) const;
+    QString masked(const QString &text) const;
+
+private:
+    std::set<QByteArray> m_forms;
+};
+
+} // namespace client

@@ -1,0 +1,186 @@
+"""What a record has of sessions, packages and typed commands."""
+
+import base64
+import os
+import tempfile
+import unittest
+
+import commands
+import records
+from handset import Handset
+from sessions import (CERTIFICATE, ENCODINGS, KEY, KINDS, SECRETS, UNUSABLE, USAGE,
+                      SessionTest, scenario, scenario_names)
+
+CONN = "./DevDetail/Ext/Conf/Conn/Profiles"
+
+
+class RecordTest(SessionTest):
+    def setUp(self):
+        super().setUp()
+        self.path = os.path.join(self.handset.home, "record.jsonl")
+
+    def record(self, *words, **run):
+        result = self.handset.dmclient("--record", self.path, *words, **run)
+        events = records.load(self.path)
+        self.assertEqual(records.faults(events), [])
+        return result, events
+
+    def play_recorded(self, played, *options, **kinds):
+        self.play(played, "--record", self.path, *options, **kinds)
+        events = records.load(self.path)
+        self.assertEqual(records.faults(events), [])
+        return events
+
+
+class SessionRecordTest(RecordTest):
+    def test_every_scenario_in_both_encodings_is_as_the_schema_says(self):
+        for name in scenario_names():
+            for encoding in ENCODINGS:
+                with self.subTest(scenario=name, encoding=encoding):
+                    played = scenario(name, encoding=encoding, client_auth="md5",
+                                      server_auth="md5")
+                    events = self.play_recorded(played, "--encoding", encoding,
+                                                client_auth="md5", server_auth="md5")
+                    self.assertEqual(events[-1]["event"], "end")
+                    end = events[-1]
+                    self.assertEqual(len(records.of(events, "message", direction="sent")),
+                                     end["messages"])
+                    self.assertEqual(len(records.of(events, "request")), end["messages"])
+                    refused = [event for event in records.of(events, "command")
+                               if event["status"] >= 400]
+                    self.assertEqual(len(refused), end["refused"])
+                    self.assertEqual(len(records.of(events, "command")), end["commands"])
+                    for event in records.of(events, "message"):
+                        if event["size"]:
+                            self.assertIsNotNone(event["bytes"], event["decoded"])
+                            self.assertEqual(len(base64.b64decode(event["bytes"])), event["size"])
+
+    def test_both_encodings_are_recorded_alike(self):
+        def meaning(events):
+            return [(event["event"], event.get("name"), event.get("target"), event.get("value"),
+                     event.get("status"), str(event.get("reason")).split("/")[-1],
+                     event.get("function"),
+                     event.get("changes"), event.get("command"), event.get("mount"))
+                    for event in events if event["event"] not in ("request", "response")]
+
+        recorded = []
+        for encoding in ENCODINGS:
+            self.handset = Handset()
+            self.addCleanup(self.handset.close)
+            recorded.append(meaning(self.play_recorded(scenario("profiles", encoding=encoding),
+                                                       "--encoding", encoding)))
+        self.assertEqual(*recorded)
+
+    def test_a_command_has_the_calls_beneath_it_and_their_changes(self):
+        events = self.play_recorded(scenario("profiles"))
+        written = [event for event in records.of(events, "profile-call",
+                                                 function="NAPI_ModifyProfile")
+                   if "command" in event and event["changes"]]
+        self.assertTrue(written)
+        for call in written:
+            command = records.of(events, "command", command=call["command"])[0]
+            self.assertIn(command["name"], ("Replace", "Add", "Delete"))
+            self.assertLessEqual(command["began"], call["t"])
+            self.assertLessEqual(call["t"], command["began"] + command["us"])
+            before, after = (base64.b64decode(call[which]) for which in ("before", "after"))
+            self.assertEqual((len(before), len(after)), (1168, 1168))
+            changed = {place for place in range(1168) if before[place] != after[place]}
+            covered = {place for change in call["changes"]
+                       for place in range(change["offset"], change["offset"] + change["size"])}
+            self.assertLessEqual(changed, covered)
+
+
+class FailureRecordTest(RecordTest):
+    def test_a_repeated_request_has_its_failure_and_the_wait(self):
+        events = self.play_recorded(scenario("profiles", misbehave=["busy_once"]))
+        first = records.of(events, "response", attempt=1, exchange=1)[0]
+        self.assertEqual(first["status"], 503)
+        self.assertIn("503", first["failure"])
+        self.assertEqual(len(records.of(events, "wait", exchange=1)), 1)
+        self.assertEqual(records.of(events, "response", attempt=2, exchange=1)[0]["status"], 200)
+
+    def test_nobody_there(self):
+        result, events = self.record("session", "http://127.0.0.1:1/")
+        self.assertEqual(len(records.of(events, "request")), 3)
+        answer = records.of(events, "response")[0]
+        self.assertNotIn("status", answer)
+        self.assertIn("refused", answer["failure"])
+        self.assertEqual(events[-1]["kind"], "failed")
+        self.assertEqual(events[-1]["status"], result.returncode)
+
+    def test_a_message_that_cannot_be_read_has_its_bytes_and_the_place(self):
+        events = self.play_recorded(scenario("profiles", misbehave=["truncated_message"]))
+        message = records.of(events, "message", direction="received")[0]
+        self.assertIsNone(message["decoded"])
+        self.assertRegex(message["fault"], "line [0-9]+, column")
+        self.assertEqual(len(base64.b64decode(message["bytes"])), message["size"])
+        self.assertIn(b"<SyncHdr>", base64.b64decode(message["bytes"]))
+
+    def test_tls_of_a_connection(self):
+        with tempfile.NamedTemporaryFile() as pem:
+            for part in (CERTIFICATE, KEY):
+                with open(part, "rb") as file:
+                    pem.write(file.read())
+            pem.flush()
+            events = self.play_recorded(scenario("profiles"), "--ca", CERTIFICATE,
+                                        certificate=pem.name)
+        tls = records.of(events, "response")[0]["tls"]
+        self.assertEqual(tls["version"], "TLS 1.3")
+        self.assertRegex(tls["sha256"], "^[0-9a-f]{64}$")
+
+
+class SecretTest(RecordTest):
+    def test_no_secret_of_an_account_or_a_profile_stands_in_a_record(self):
+        for encoding in ENCODINGS:
+            for kind in KINDS:
+                with self.subTest(encoding=encoding, kind=kind):
+                    self.play_recorded(
+                        scenario("accounts", encoding=encoding, client_auth=kind,
+                                 server_auth=kind), "--encoding", encoding,
+                        client_auth=kind, server_auth=kind)
+                    self.assertEqual(records.leaks(self.path, SECRETS.values()), [])
+
+
+class PackageRecordTest(RecordTest):
+    def test_package_and_answer_are_messages_without_exchange(self):
+        package = commands.package_of(commands.get(CONN), commands.get("./Nowhere"))
+        result, events = self.record("process", "-", stdin=package)
+        received, sent = records.of(events, "message")
+        self.assertEqual((received["direction"], sent["direction"]), ("received", "sent"))
+        self.assertNotIn("exchange", received)
+        self.assertEqual(base64.b64decode(received["bytes"]), package.encode())
+        self.assertEqual(base64.b64decode(sent["bytes"]), result.stdout)
+        statuses = [event["status"] for event in records.of(events, "command", message=1)]
+        self.assertEqual(statuses, [200, 404])
+
+
+class TypedCommandRecordTest(RecordTest):
+    def test_each_line_of_a_shell_is_a_command(self):
+        lines = f"get {CONN}\nreplace {CONN}/Nobody/Addr x\nget ./DevInfo/Man ./DevInfo/Mod\n"
+        _, events = self.record("shell", stdin=lines)
+        self.assertEqual([(event["command"], event["name"], event["target"], event["status"])
+                          for event in records.of(events, "command")],
+                         [(1, "Get", CONN, 200), (2, "Replace", f"{CONN}/Nobody/Addr", 404),
+                          (3, "Get", "./DevInfo/Man", 200), (4, "Get", "./DevInfo/Mod", 200)])
+        self.assertEqual(records.of(events, "mount")[0]["command"], 1)
+
+    def test_a_file_that_cannot_be_written_is_refused_before_anything_is_done(self):
+        result = self.handset.dmclient("--record", "/nowhere/r", "get", "./DevInfo/Man")
+        self.assertEqual(result.returncode, USAGE)
+        self.assertIn("cannot write /nowhere/r", result.stderr.decode())
+        self.assertEqual(result.stdout, b"")
+
+    def test_a_full_disk_ends_the_record_and_not_the_command(self):
+        result = self.handset.dmclient("--record", "/dev/full", "get", "./DevInfo/Man")
+        self.assertEqual(result.returncode, UNUSABLE)
+        self.assertEqual(result.stdout, b"kub\n")
+        self.assertEqual(result.stderr.decode().count("/dev/full"), 1)
+
+    def test_a_command_without_device_has_nothing_to_record(self):
+        result = self.handset.dmclient("--record", self.path, "ddf")
+        self.assertEqual(result.returncode, USAGE)
+        self.assertFalse(os.path.exists(self.path))
+
+
+if __name__ == "__main__":
+    unittest.main()
