@@ -44,11 +44,13 @@ export class BehindPane {
 
     contents(owner) {
         const calls = owner.calls ?? [];
-        const profileCalls = calls.filter((call) => call.event === "profile-call");
+        const changes = calls.filter(changesRecord).map(recordChange);
         return [
-            ...(owner.kind === "mount" ? mountHeading(owner) : this.commandHeading(owner)),
+            ...(owner.kind === "mount" ? mountHeading(owner) : commandHeading(owner)),
+            section("Bytes of the record", changes.map((change) => changeSummary(change, owner))),
+            ...(owner.kind === "mount" ? [] : this.commandFacts(owner)),
             section("What the plug-in said", pluginMessages(owner.pluginMessages)),
-            section("Bytes of the record", profileCalls.filter(hasRecordChange).map((call) => recordChange(call, owner))),
+            section("Map of the record", changes.map(recordMap)),
             section("Mapping files", mappingFiles(calls)),
             section(`Outside calls, in order (${calls.length})`, calls.length > 0 ? [callTable(calls)] : []),
             calls.length === 0 && owner.hasEnded !== false
@@ -56,24 +58,18 @@ export class BehindPane {
         ].filter(Boolean);
     }
 
-    commandHeading(command) {
+    commandFacts(command) {
         const value = command.value === null || command.value === undefined ? null
                                                         : valueText(command.value, command.encoding);
+        const rest = [...[command.format, command.type].filter(Boolean).map(asText),
+                      command.cmdId ? `CmdID ${asText(command.cmdId)}` : "",
+                      command.us === undefined ? "" : `took ${duration(command.us)}`].filter((fact) => fact !== "");
         const facts = [["Address", foreign(command.target)],
                        command.source ? [command.name === "Rename" ? "New name" : "From", foreign(command.source)] : null,
                        value === null ? null : ["Value", foreignBlock(value)],
-                       command.format || command.type
-                           ? ["Format", foreign([command.format, command.type].filter(Boolean).map(asText).join(", "))] : null,
-                       command.us === undefined ? null : ["Took", duration(command.us)],
-                       command.cmdId ? ["CmdID", foreign(command.cmdId)] : null].filter(Boolean);
+                       rest.length > 0 ? ["Otherwise", foreign(rest.join(" · "))] : null].filter(Boolean);
         const scenario = scenarioCommand(command);
-        const state = isRefused(command) ? "refused" : isDifferent(command) ? "different" : "done";
         return [
-            make("h2", {class: `outcome ${state}`}, statusSign(command), " ", asText(command.name), " ",
-                 foreign(asText(command.target).split("/").at(-1), 80), " → ", statusBadge(command)),
-            command.reason ? make("p", {class: "problem"}, foreign(command.reason)) : null,
-            ...command.notes.map(readBack),
-            !command.hasEnded ? make("p", {class: "problem"}, "The run ended before this command did.") : null,
             make("dl", {}, facts.map(([name, text]) => [make("dt", {}, name), make("dd", {}, text)])),
             make("p", {class: "actions"},
                  command.message ? button(`Message ${asText(command.message)}`,
@@ -83,6 +79,17 @@ export class BehindPane {
                      () => this.page.offerText("A line of a scenario", JSON.stringify(scenario))) : null),
         ].filter(Boolean);
     }
+}
+
+function commandHeading(command) {
+    const state = isRefused(command) ? "refused" : isDifferent(command) ? "different" : "done";
+    return [
+        make("h2", {class: `outcome ${state}`}, statusSign(command), " ", asText(command.name), " ",
+             foreign(asText(command.target).split("/").at(-1), 80), " → ", statusBadge(command)),
+        command.reason ? make("p", {class: "problem"}, foreign(command.reason)) : null,
+        ...command.notes.map(readBack),
+        !command.hasEnded ? make("p", {class: "problem"}, "The run ended before this command did.") : null,
+    ].filter(Boolean);
 }
 
 function mountHeading(mount) {
@@ -156,23 +163,25 @@ function mappingFiles(calls) {
 
 // ---- The record ----------------------------------------------------------------------------------
 
-function hasRecordChange(call) {
-    return /Modify|Create|Delete/.test(asText(call.function)) && (call.before || call.after);
+function changesRecord(call) {
+    return call.event === "profile-call" && /Modify|Create|Delete/.test(asText(call.function)) &&
+        Boolean(call.before || call.after);
 }
 
-function recordChange(call, owner) {
+/// What a call did to a record: both states of it, null for one that is not there, and the bytes that
+/// are other than before.
+function recordChange(call) {
     const before = call.before ? bytesOf(call.before) : null;
     const after = call.after ? bytesOf(call.after) : null;
-    const changed = new Set(changedOffsets(before, after));
-    const fields = RECORD_FIELDS.filter((field) => hasChange(field, changed));
-    const told = new Map(asList(call.changes).map((change) => [change?.field, change]));
-    return make("figure", {class: "record"},
-        make("figcaption", {}, make("code", {}, foreign(call.function, 80)), " ", foreign(call.profile, 64), ": ",
-             before && after ? `${count(changed.size, "byte")} of ${RECORD_SIZE} changed` :
-             after ? `a new record of ${RECORD_SIZE} bytes` : `the record of ${RECORD_SIZE} bytes went`),
-        before && after ? changeTable(fields, told, before, after, owner) : null,
-        recordMap(after ?? before, before && after ? changed : new Set()),
-        fieldTable(before, after, changed));
+    return {call, before, after, changed: new Set(changedOffsets(before, after))};
+}
+
+function changeSummary({call, before, after, changed}, owner) {
+    const amount = before && after ? `${count(changed.size, "byte")} of ${RECORD_SIZE} changed`
+                 : after ? `a new record of ${RECORD_SIZE} bytes` : `the record of ${RECORD_SIZE} bytes went`;
+    return make("figure", {},
+        make("figcaption", {}, make("code", {}, foreign(call.function, 80)), " ", foreign(call.profile, 64), `: ${amount}`),
+        before && after ? changeTable({call, before, after, changed}, owner) : null);
 }
 
 function changedOffsets(before, after) {
@@ -190,7 +199,9 @@ function hasChange(field, changed) {
     return false;
 }
 
-function changeTable(fields, told, before, after, owner) {
+function changeTable({call, before, after, changed}, owner) {
+    const fields = RECORD_FIELDS.filter((field) => hasChange(field, changed));
+    const told = new Map(asList(call.changes).map((change) => [change?.field, change]));
     const rows = fields.map((field) => {
         const change = told.get(field.name);
         const was = change ? asText(change.before) : fieldText(field, before);
@@ -228,7 +239,8 @@ function partOf(field) {
     return PARTS.find((part) => field.name.startsWith(part.name));
 }
 
-function recordMap(bytes, changed) {
+function recordMap({call, before, after, changed}) {
+    const bytes = after ?? before;
     const rows = [];
     const fieldOfByte = RECORD_FIELDS.flatMap((field, index) => new Array(field.size).fill(index));
     for (let start = 0; start < bytes.length; start += MAP_WIDTH) {
@@ -247,13 +259,15 @@ function recordMap(bytes, changed) {
         rows.push(make("div", {class: "map-row"}, make("span", {class: "offset"}, String(start).padStart(4, " ")), cells));
     }
     const used = PARTS.filter((part) => RECORD_FIELDS.some((field) => partOf(field) === part));
-    return make("details", {class: "map-details", open: true},
-        make("summary", {}, `Map of its ${bytes.length} bytes`),
+    return make("figure", {},
+        make("figcaption", {}, make("code", {}, foreign(call.function, 80)), " ", foreign(call.profile, 64),
+             after ? ": the record after it" : ": the record before it"),
         make("p", {class: "legend"}, used.map((part) => make("span", {class: "key"},
             make("span", {class: `cell part-${part.name || "record"}`, "aria-hidden": "true"}, part.letter), ` ${part.title} `)),
             changed.size > 0 ? make("span", {class: "key"}, make("span", {class: "cell changed", "aria-hidden": "true"}, "4a"), " changed") : null),
         make("div", {class: "map", role: "img", tabindex: 0,
-                     "aria-label": `Map of the record; ${changed.size} bytes changed. The table of its fields follows.`}, rows));
+                     "aria-label": `Map of the record; ${changed.size} bytes changed. The table of its fields follows.`}, rows),
+        fieldTable(before, after, changed));
 }
 
 function fieldTable(before, after, changed) {

@@ -111,7 +111,7 @@ class Page {
         this.behind.show(choice?.kind === "command" || choice?.kind === "mount" ? chosen : null);
         const message = choice?.kind === "message" ? chosen : this.record.messages.get(chosen?.message);
         const exchange = choice?.kind === "exchange" ? chosen : this.record.exchanges.get(message?.exchange);
-        this.message.show(this.record, message ?? null, exchange);
+        this.message.show(message ?? null, exchange, choice?.kind === "command" ? chosen : null);
         if (choice?.kind === "command" || choice?.kind === "mount")
             this.tree.go(this.tree.states.leftBy(chosen), false);
     }

@@ -4,7 +4,7 @@
 // An element is {depth, name, text, start, end, fault}: its bytes are those from start up to, and
 // without, end.
 
-import {hex, readable} from "./dom.js";
+import {asText, hex, readable} from "./dom.js";
 import {SYNCML_TAGS, METINF_TAGS} from "./tables.js";
 
 export function elementsOf(bytes) {
@@ -19,6 +19,12 @@ export function elementAt(elements, offset) {
         if (elements[index].start <= offset && offset < elements[index].end)
             found = index;
     return found;
+}
+
+/// The number of the element that is the command with this CmdID; -1 where none is.
+export function elementOfCommand(elements, cmdId) {
+    const id = elements.findIndex((element) => element.name === "CmdID" && element.text === asText(cmdId));
+    return id < 0 ? -1 : elements.findLastIndex((element, index) => index < id && element.depth < elements[id].depth);
 }
 
 /// Collects elements from the order in which they begin and end.

@@ -1,7 +1,7 @@
 // A message: its elements beside its bytes, and the HTTP that carried it.
 
 import {asText, button, bytesOf, count, duration, foreign, foreignBlock, hex, make, number} from "./dom.js";
-import {elementAt, elementsOf, elementsOfDecoded} from "./message_bytes.js";
+import {elementAt, elementOfCommand, elementsOf, elementsOfDecoded} from "./message_bytes.js";
 import {scenarioCommand} from "./record.js";
 import {VirtualList} from "./virtual_list.js";
 
@@ -21,7 +21,7 @@ export class MessagePane {
         this.elementList = new VirtualList(elements, {
             label: "Elements of the message", heightOf: () => 24,
             render: (element, row) => renderElement(element, row),
-            onChoose: (element) => this.markElement(element),
+            onChoose: (element, index) => this.markElement(element, index),
         });
         this.byteList = new VirtualList(bytes, {
             label: "Bytes of the message, sixteen in a row; left and right move by one byte", heightOf: () => 24,
@@ -36,22 +36,26 @@ export class MessagePane {
         });
     }
 
-    /// @param choice  of a message, or of an exchange that led to none
-    show(record, message, exchange) {
+    /// @param message  null of an exchange that led to none
+    /// @param command  of the message, whose bytes are marked; null for none
+    show(message, exchange, command) {
         this.message = message;
         this.column = 0;
         this.marked = null;
         this.bytes = message?.bytes ? bytesOf(message.bytes) : null;
         this.elements = !message ? [] : this.bytes ? elementsOf(this.bytes) : elementsOfDecoded(message.decoded);
-        this.facts.replaceChildren(...this.heading(record, message));
+        this.facts.replaceChildren(...this.heading(message));
         this.halves.hidden = !message;
         this.headers.replaceChildren(...exchangeFacts(exchange));
         this.elementList.setItems(this.elements);
         const rows = this.bytes ? Math.ceil(this.bytes.length / BYTES_IN_ROW) : 0;
         this.byteList.setItems(Array.from({length: rows}, (_, index) => index * BYTES_IN_ROW));
+        const index = command ? elementOfCommand(this.elements, command.cmdId) : -1;
+        if (index >= 0)
+            this.markElement(this.elements[index], index);
     }
 
-    heading(record, message) {
+    heading(message) {
         if (!message)
             return [make("p", {class: "empty"}, "Choose a message, or a command that came with one.")];
         const name = `message-${asText(message.message)}.${message.encoding === "wbxml" ? "wbxml" : "xml"}`;
@@ -83,7 +87,8 @@ export class MessagePane {
                    make("span", {class: "ascii", "aria-hidden": "true"}, text));
     }
 
-    markElement(element) {
+    markElement(element, index) {
+        this.elementList.choose(index);
         this.marked = element.end > element.start ? element : null;
         if (this.bytes && this.marked) {
             this.byteList.choose(Math.floor(element.start / BYTES_IN_ROW));

@@ -115,15 +115,15 @@ const RENDER = {
         const isHttp = message.exchange !== undefined && message.exchange !== null;
         const request = isHttp && message.direction === "sent" ? lastAttempt(record, message)?.request : null;
         const facts = [
-            `message ${message.message}`, messageContents(message), `${number(message.size)} bytes`, message.encoding,
-            request ? asText(request.method) : null,
-            attempt?.response?.status ? `HTTP ${attempt.response.status}` : null,
+            `message ${message.message}`, request ? asText(request.method) : null,
+            attempt?.response?.status ? `HTTP ${attempt.response.status}` : null, messageContents(message),
+            `${number(message.size)} bytes`, message.encoding,
             attempt?.response?.us ? duration(attempt.response.us) : null,
         ].filter(Boolean);
         const challenges = challengesOf(message);
         return arrow(message.direction === "sent" ? "to-server" : "to-client", [
             words(facts.join(" · ")),
-            challenges.length > 0 ? tag("challenge", `challenge: ${challenges.map(asText).join(", ")}`) : null,
+            challenges.length > 0 ? tag("challenge", `challenge: ${challenges.map((type) => asText(type).replace(/^syncml:/, "")).join(", ")}`) : null,
             message.fault ? tag("fault", "✕ cannot be read") : null,
         ]);
     },

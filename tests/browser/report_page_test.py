@@ -31,9 +31,9 @@ class TimelineTest(PageTest):
     def test_shows_each_message_with_its_way(self):
         self.open()
         rows = self.texts("#timeline .row")
-        self.assertTrue(any("message 1 · 1 command · " in row and "xml · POST" in row for row in rows), rows)
-        self.assertTrue(any("message 2 · 4 commands, 1 answer · " in row and "HTTP 200 · 21 ms" in row
-                            and "challenge: syncml:auth-md5" in row for row in rows), rows)
+        self.assertTrue(any("message 1 · POST · 1 command · 239 bytes · xml" in row for row in rows), rows)
+        self.assertTrue(any("message 2 · HTTP 200 · 4 commands, 1 answer · 485 bytes · xml · 21 ms" in row
+                            and "challenge: auth-md5" in row for row in rows), rows)
         self.assertTrue(any("attempt 1 · 39 ms ✕ HTTP 503" in row for row in rows), rows)
         self.assertTrue(any("waits 1.00 s: HTTP 503" in row for row in rows), rows)
         self.assertTrue(any("✕ connection refused" in row for row in rows), rows)
@@ -149,6 +149,11 @@ class MessageTest(PageTest):
         self.click("#message .elements .row", "VerProto")
         marked = "".join(self.texts("#message .byte.marked"))
         self.assertEqual(bytes.fromhex(marked), b"<VerProto>DM/1.2</VerProto>")
+
+    def test_marks_the_command_that_is_chosen(self):
+        self.open(at="command=2&pane=message")
+        self.assertEqual(self.chosen("#message .elements"), "Replace")
+        self.assertTrue(bytes.fromhex("".join(self.texts("#message .byte.marked"))).startswith(b"<Replace><CmdID>4"))
 
     def test_says_where_a_message_cannot_be_read(self):
         broken = b"\x02\xa4\x01\x6a\x00\x6d\x6c\x71\xc3\x7f\x31"
