@@ -14,6 +14,7 @@
 #include <QByteArrayList>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <optional>
 #include <utility>
 
 namespace client::cli {
@@ -55,12 +56,12 @@ void recordEnd(Context &context, const QString &uri, const Outcome &outcome)
     context.recording->recorder().typedCommandEnded(command);
 }
 
-/// Reports how the command on a node ended.
+/// Reports how the command on a node ended. What succeeded and yet has a reason is told as well.
 ExitStatus reportEnd(Context &context, const QString &uri, const Outcome &outcome)
 {
     context.output.ending(
         QStringLiteral("%1 %2: %3").arg(context.commandName(), uri, describe(outcome)),
-        bool(outcome));
+        outcome && outcome.reason.isEmpty());
     return outcome ? ExitStatus::Success : ExitStatus::Failed;
 }
 
@@ -76,6 +77,19 @@ Secrets secretsOf(const Invocation &invocation)
     return invocation.has("show-secrets") ? Secrets::Show : Secrets::Mask;
 }
 
+/// Runs an operation on what a URI names. @return its outcome, with what was said meanwhile
+template <class Operation>
+Outcome watched(const Context &context, const QString &uri, Operation operation)
+{
+    CommandWatch *const watch = context.device->tree().commandWatch();
+    if (watch)
+        watch->begin(context.commandName(), uri);
+    Outcome outcome = operation();
+    if (watch)
+        watch->end(outcome);
+    return outcome;
+}
+
 /// Runs an operation on the node that a URI names, and reports how it ended.
 template <class Operation>
 ExitStatus onNode(Context &context, const QString &uri, Operation operation)
@@ -85,7 +99,8 @@ ExitStatus onNode(Context &context, const QString &uri, Operation operation)
         return finish(context, uri, address.outcome());
     if (address->query != Address::Query::None)
         return wrongUsage(context, QStringLiteral("%1 names more than a node").arg(uri));
-    return finish(context, uri, operation(address->node));
+    return finish(context, uri,
+                  watched(context, uri, [&] { return Outcome(operation(address->node)); }));
 }
 
 } // namespace
@@ -190,6 +205,13 @@ Result<Reading> readAddress(const Context &context, const QString &uri)
     }
 }
 
+Outcome readWatched(const Context &context, const QString &uri,
+                    std::optional<Result<Reading>> &reading)
+{
+    return watched(context, uri,
+                   [&] { return reading.emplace(readAddress(context, uri)).outcome(); });
+}
+
 QJsonObject failureToJson(const QString &uri, const Outcome &outcome)
 {
     return {{QStringLiteral("uri"), uri},
@@ -203,12 +225,13 @@ ExitStatus getAsJson(Context &context)
     QJsonArray array;
     std::vector<Outcome> outcomes;
     for (const QString &uri : context.invocation.arguments) {
-        const Result<Reading> reading = readAddress(context, uri);
-        array += reading ? reading->object : failureToJson(uri, reading.outcome());
-        if (reading)
-            context.value = reading->lines.join('\n');
-        recordEnd(context, uri, reading.outcome());
-        outcomes.push_back(reading.outcome());
+        std::optional<Result<Reading>> reading;
+        const Outcome outcome = readWatched(context, uri, reading);
+        array += *reading ? (*reading)->object : failureToJson(uri, outcome);
+        if (*reading)
+            context.value = (*reading)->lines.join('\n');
+        recordEnd(context, uri, outcome);
+        outcomes.push_back(outcome);
     }
     context.output.json(QJsonDocument(array), QJsonDocument::Indented);
     ExitStatus worst = ExitStatus::Success;
@@ -226,13 +249,14 @@ ExitStatus runGet(Context &context)
         return getAsJson(context);
     ExitStatus worst = ExitStatus::Success;
     for (const QString &uri : context.invocation.arguments) {
-        const Result<Reading> reading = readAddress(context, uri);
-        if (reading) {
-            context.value = reading->lines.join('\n');
-            for (const QByteArray &line : reading->lines)
+        std::optional<Result<Reading>> reading;
+        const Outcome outcome = readWatched(context, uri, reading);
+        if (*reading) {
+            context.value = (*reading)->lines.join('\n');
+            for (const QByteArray &line : (*reading)->lines)
                 context.output.value(line);
         }
-        worst = worse(worst, finish(context, uri, reading.outcome()));
+        worst = worse(worst, finish(context, uri, outcome));
     }
     return worst;
 }
@@ -308,11 +332,12 @@ ExitStatus replaceProperty(Context &context, const QString &uri, const Address &
         return wrongUsage(context, QStringLiteral("one VALUE for one property"));
     context.value = words[0].toUtf8();
     const auto property = propertyNamed(address.argument);
-    const Outcome outcome =
-        property ? context.device->ownersView().replaceProperty(address.node, *property,
-                                                                words[0].toUtf8())
-                 : Outcome{DmStatus::FeatureNotSupported,
-                           QStringLiteral("no property %1").arg(address.argument)};
+    const Outcome outcome = watched(context, uri, [&] {
+        return property ? context.device->ownersView().replaceProperty(address.node, *property,
+                                                                       words[0].toUtf8())
+                        : Outcome{DmStatus::FeatureNotSupported,
+                                  QStringLiteral("no property %1").arg(address.argument)};
+    });
     return finish(context, uri, outcome);
 }
 
@@ -416,9 +441,12 @@ ExitStatus runProcess(Context &context)
                                     : nullptr;
     std::vector<SessionObserver *> observers = {recorder, report.get()};
     std::erase(observers, nullptr);
+    // Without a report nobody sees the reasons: the answer to the server has none.
+    context.device->setReasonsShown(report != nullptr);
     const PackageAnswer answer = answerPackage(
         *decoded, context.device->tree(), encoding,
         serverId.isEmpty() ? Principal::owner() : Principal::server(serverId.toUtf8()), observers);
+    context.device->setReasonsShown(true);
     if (answer.refusal)
         return problem(context, QStringLiteral("%1: %2").arg(file, *answer.refusal),
                        ExitStatus::SessionFailed);

@@ -228,7 +228,7 @@ bool CommandProcessor::runItems(ItemOperation operation, Part &part)
         Outcome outcome{DmStatus::NotExecuted, {}};
         if (isRun) {
             begin(command, item);
-            outcome = (this->*operation)(command, item);
+            outcome = runItem(operation, command, item);
             report(command, item, outcome);
         }
         goesOn = isRun && outcome;
@@ -243,6 +243,17 @@ void CommandProcessor::begin(const Command &command, const Item &item)
 {
     if (m_beginListener)
         m_beginListener(command, item);
+}
+
+Outcome CommandProcessor::runItem(ItemOperation operation, const Command &command, const Item &item)
+{
+    CommandWatch *const watch = m_tree.tree().commandWatch();
+    if (watch)
+        watch->begin(syncml::commandName(command), addressOf(item));
+    Outcome outcome = (this->*operation)(command, item);
+    if (watch)
+        watch->end(outcome);
+    return outcome;
 }
 
 void CommandProcessor::report(const Command &command, const Item &item, const Outcome &outcome)
@@ -285,7 +296,7 @@ void CommandProcessor::runAtomic(const Command &atomic, Parts &parts)
         outcome = {DmStatus::AtomicResponseTooLarge,
                    QStringLiteral("the server takes no messages as large as an answer in it")};
     if (!outcome) {
-        const std::vector<bool> isBack = undoLog.rollBack();
+        const std::vector<bool> isBack = takeBack(undoLog, atomic, outcome);
         for (Part &part : std::span(tried).subspan(1))
             noteTakenBack(isBack, part);
         tried.front().status = outcome.status;
@@ -294,6 +305,22 @@ void CommandProcessor::runAtomic(const Command &atomic, Parts &parts)
     }
     report(atomic, Item(), outcome);
     std::ranges::move(tried, std::back_inserter(parts));
+}
+
+/// @param outcome  of the Atomic; its reason gets what went wrong on the way back
+std::vector<bool> CommandProcessor::takeBack(UndoLog &undoLog, const Command &atomic,
+                                             Outcome &outcome)
+{
+    CommandWatch *const watch = m_tree.tree().commandWatch();
+    if (watch)
+        watch->begin(syncml::commandName(atomic), {});
+    std::vector<bool> isBack = undoLog.rollBack();
+    Outcome ofWayBack;
+    if (watch)
+        watch->end(ofWayBack);
+    if (!ofWayBack.reason.isEmpty())
+        outcome.reason += QStringLiteral("; taking back: ") + ofWayBack.reason;
+    return isBack;
 }
 
 /// Leaves one short Status of a command in a failed Atomic.

@@ -110,9 +110,12 @@ private:
     bool runAll(std::span<const syncml::Command> commands, Parts &parts);
     bool runCommand(const syncml::Command &command, Parts &parts);
     bool runItems(ItemOperation operation, Part &part);
+    Outcome runItem(ItemOperation operation, const syncml::Command &command,
+                    const syncml::Item &item);
     bool runAlert(Part &part);
 
     void runAtomic(const syncml::Command &atomic, Parts &parts);
+    std::vector<bool> takeBack(UndoLog &undoLog, const syncml::Command &atomic, Outcome &outcome);
     static void shorten(Part &part);
     void noteTakenBack(const std::vector<bool> &isBack, Part &part);
     static ItemOperation operationOf(syncml::CommandKind kind);

@@ -62,6 +62,7 @@ Expected<void, QString> DmDevice::makeTree()
     m_tree = std::make_unique<ManagementTree>(hostInfo(*deviceId));
     const QString store = profileStore();
     m_tree->setProfileStore(store == QLatin1String(usualProfileStore) ? QString() : store);
+    m_tree->setCommandWatch(&m_watch);
     hangInRoots();
     loadProperties();
     return {};
@@ -77,17 +78,17 @@ QString DmDevice::profileStore() const
 
 Expected<void, QString> DmDevice::loadPlugin()
 {
-    auto log = m_options.pluginMessagesToStandardError
-                   ? PluginLog::toStandardError()
-                   : PluginLog::toFile(m_state->clientFile(QStringLiteral("plugin.log")));
+    auto log = m_options.pluginMessagesToStandardError ? PluginLog::toStandardError()
+                                                       : PluginLog::toFile(logFile());
     if (!log)
         return Unexpected(log.error());
     m_log = *std::move(log);
+    m_watch.setLog(m_log.get());
     auto plugin = PluginHost::load(m_options.pluginFile);
     if (!plugin)
         return Unexpected(plugin.error());
     m_plugin = *std::move(plugin);
-    listen();
+    m_plugin->observeCalls(&m_watch, &m_watch);
     return {};
 }
 
@@ -105,7 +106,7 @@ void DmDevice::hangInRoots()
 {
     for (const ProfileRoot &root : mountOrder) {
         m_tree->mountWhenNeeded(
-            nodeAt(root.uri), [this, &root] { return observedTreeFor(root.uri); },
+            nodeAt(root.uri), [this, &root] { return mountedTree(root.uri); },
             {.acl = *AccessControlList::parse(profileRootAcl),
              .profileAcl = *AccessControlList::parse(profileAcl),
              .profileNumbers = [&root] { return readProfileNumbers(root.mapping); }});
@@ -113,6 +114,46 @@ void DmDevice::hangInRoots()
     m_tree->mount(nodeAt(accountTreeRoot),
                   makeAccountTree(*m_accounts, Principal::anonymousServer()),
                   {.ownersTree = makeAccountTree(*m_accounts, Principal::owner())});
+}
+
+namespace {
+
+/// How many nodes there are at a path of a tree and beneath it.
+int countNodes(DmtTree &tree, const QByteArray &path)
+{
+    DMStringVector names;
+    if (tree.GetChildNodeNames(path.constData(), names) != DMT_OK)
+        return 1;
+    int count = 1;
+    for (const DMString &name : names)
+        count +=
+            countNodes(tree, path.isEmpty() ? QByteArray(name.text()) : path + '/' + name.text());
+    return count;
+}
+
+} // namespace
+
+Expected<JemSmartPtr<DmtTree>, QString> DmDevice::mountedTree(const char *root)
+{
+    m_watch.beginMount(root);
+    auto tree = treeFor(root);
+    if (!tree)
+        tree = Unexpected(mountFault(tree.error()));
+    const int nodes = tree && m_watch.isObserved() ? countNodes(**tree, {}) : 0;
+    m_watch.endMount(nodes, tree ? QString() : tree.error());
+    return tree;
+}
+
+/// The fault with what the plug-in has said of it, and where the rest is.
+QString DmDevice::mountFault(const QString &fault) const
+{
+    const QString said = m_watch.troubleOfMount();
+    if (said.isEmpty())
+        return fault;
+    const QString place = m_options.pluginMessagesToStandardError
+                              ? QString()
+                              : QStringLiteral("; all that it said is in ") + logFile();
+    return fault + QStringLiteral(": ") + said + place;
 }
 
 Expected<JemSmartPtr<DmtTree>, QString> DmDevice::treeFor(const char *root)
@@ -123,66 +164,9 @@ Expected<JemSmartPtr<DmtTree>, QString> DmDevice::treeFor(const char *root)
     return m_plugin->treeFor(root);
 }
 
-// ---- What observers are told ---------------------------------------------------------------------
-
-namespace {
-
-/// The nodes at a path of a tree and beneath it.
-int countNodes(DmtTree &tree, const QByteArray &path)
+QString DmDevice::logFile() const
 {
-    DMStringVector names;
-    if (tree.GetChildNodeNames(path.constData(), names) != DMT_OK)
-        return 1;
-    int count = 1;
-    for (int i = 0; i < names.size(); ++i)
-        count += countNodes(tree, path.isEmpty() ? QByteArray(names[i].c_str())
-                                                 : path + '/' + names[i].c_str());
-    return count;
-}
-
-} // namespace
-
-Expected<JemSmartPtr<DmtTree>, QString> DmDevice::observedTreeFor(const char *root)
-{
-    if (!m_relay.observer)
-        return treeFor(root);
-    m_relay.observer->mountBegins(root);
-    auto tree = treeFor(root);
-    m_relay.observer->mountEnded(tree ? countNodes(**tree, {}) : 0,
-                                 tree ? QString() : tree.error());
-    return tree;
-}
-
-void DmDevice::setObserver(DeviceObserver *observer)
-{
-    m_relay.observer = observer;
-    listen();
-}
-
-/// Listens to what is there, as long as somebody wants to hear of it.
-void DmDevice::listen()
-{
-    if (m_log)
-        m_log->setListener(
-            m_relay.observer
-                ? [this](std::string_view message) { m_relay.observer->pluginMessage(message); }
-                : PluginLog::Writer());
-    if (m_plugin && m_relay.observer)
-        m_plugin->observeCalls(&m_relay, &m_relay);
-    else if (m_plugin)
-        m_plugin->observeCalls(nullptr, nullptr);
-}
-
-bool DmDevice::CallRelay::observe(const call_observer::ProfileCall &call) noexcept
-{
-    observer->profileCall(call);
-    return false;
-}
-
-bool DmDevice::CallRelay::observe(const call_observer::SettingCall &call) noexcept
-{
-    observer->settingCall(call);
-    return false;
+    return m_state->clientFile(QStringLiteral("plugin.log"));
 }
 
 QString DmDevice::takeMountFault()

@@ -7,6 +7,7 @@
 #include "expected.h"
 #include "plugin_host.h"
 #include "plugin_log.h"
+#include "plugin_watch.h"
 #include "state_directory.h"
 #include "tree_view.h"
 
@@ -52,7 +53,10 @@ public:
     QString takeMountFault();
     /// Has what happens beneath the tree told to the observer, which has to outlive the device or
     /// to be taken away with null. Nobody listens at first.
-    void setObserver(DeviceObserver *observer);
+    void setObserver(DeviceObserver *observer) { m_watch.setObserver(observer); }
+    /// Whether somebody sees why commands ended as they did, as is usual. If not, the libraries
+    /// beneath the plug-in write their reasons to standard error.
+    void setReasonsShown(bool areShown) { m_watch.setReasonsShown(areShown); }
     /// The plug-in's file, as it was asked for.
     const QString &pluginFile() const { return m_options.pluginFile; }
     /// Name of the store that the profile service is asked to use, "sqlite" or another.
@@ -73,9 +77,10 @@ private:
 
     support::Expected<QByteArray, QString> readDeviceId();
     void hangInRoots();
+    support::Expected<JemSmartPtr<DmtTree>, QString> mountedTree(const char *root);
     support::Expected<JemSmartPtr<DmtTree>, QString> treeFor(const char *root);
-    support::Expected<JemSmartPtr<DmtTree>, QString> observedTreeFor(const char *root);
-    void listen();
+    QString mountFault(const QString &fault) const;
+    QString logFile() const;
     support::Expected<void, QString> loadPlugin();
     void loadProperties();
     support::Expected<void, QString> writeProperties();
@@ -86,21 +91,11 @@ private:
     bool hasAccountOf(const QByteArray &serverId) const;
     void showAccounts();
 
-    /// Hands on what the libraries beneath the plug-in tell.
-    struct CallRelay final : call_observer::ProfileCallObserver,
-                             call_observer::SettingCallObserver {
-        bool wantsRecords() const override { return true; }
-        bool observe(const call_observer::ProfileCall &call) noexcept override;
-        bool observe(const call_observer::SettingCall &call) noexcept override;
-
-        DeviceObserver *observer = nullptr;
-    };
-
     const Options m_options;
     QString m_deviceIdDamage;
     QString m_propertiesDamage;
     bool m_isMountFaultTaken = false;
-    CallRelay m_relay;
+    PluginWatch m_watch;
 
     // In the order of making. They go in the reverse order, so that the trees are dropped while
     // their plug-in is still loaded, and the lock is given up last.

@@ -26,22 +26,6 @@ Unexpected<QString> cannotLog(const std::string &reason)
         QStringLiteral("the plug-in's log: %1").arg(QString::fromLocal8Bit(reason.c_str())));
 }
 
-/// The message with the line breaks in it, which come from names, escaped: \n and \r.
-std::string inOneLine(std::string_view message)
-{
-    std::string line;
-    for (std::size_t index = 0; index < message.size(); ++index) {
-        const bool isEnd = index + 1 == message.size();
-        if (message[index] == '\n' && !isEnd)
-            line += "\\n";
-        else if (message[index] == '\r')
-            line += "\\r";
-        else
-            line += message[index];
-    }
-    return line;
-}
-
 void writeToStandardError(std::string_view message)
 {
     const bool hasEnd = message.ends_with('\n');
@@ -50,8 +34,7 @@ void writeToStandardError(std::string_view message)
     std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
-/// A file that is put aside when it has reached its limit. It keeps the bytes of a message, each in
-/// a line of its own.
+/// A file that is put aside when it has reached its limit.
 class RotatingFile {
 public:
     RotatingFile(std::string path, long limitBytes, handset_state::Refusal &refusal)
@@ -60,11 +43,10 @@ public:
         refusal = open();
     }
 
-    void write(std::string_view message)
+    void write(std::string_view line)
     {
         if (m_size >= m_limit)
             rotate();
-        const std::string line = inOneLine(message);
         const ssize_t written = m_file ? ::write(m_file.get(), line.data(), line.size()) : -1;
         if (written > 0)
             m_size += written;
@@ -136,7 +118,30 @@ Expected<std::unique_ptr<PluginLog>, QString> PluginLog::toFile(const QString &p
         std::make_shared<RotatingFile>(QFile::encodeName(path).toStdString(), limitBytes, refusal);
     if (refusal)
         return cannotLog(refusal.text());
-    return open([file](std::string_view message) { file->write(message); });
+    const auto journal =
+        std::make_shared<PluginJournal>([file](std::string_view line) { file->write(line); });
+    auto log = open([journal](std::string_view message) { journal->add(message); });
+    if (log)
+        (*log)->m_journal = journal;
+    return log;
+}
+
+void PluginLog::beginCommand(const QString &name, const QString &address)
+{
+    if (m_journal)
+        m_journal->beginCommand(name, address);
+}
+
+void PluginLog::beginMount(const QString &root)
+{
+    if (m_journal)
+        m_journal->beginMount(root);
+}
+
+void PluginLog::endMount()
+{
+    if (m_journal)
+        m_journal->endMount();
 }
 
 } // namespace client

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "expected.h"
+#include "plugin_journal.h"
 
 #include <QString>
 #include <cstdio>
@@ -23,17 +24,22 @@ public:
     /// Fails as toFile does.
     static support::Expected<std::unique_ptr<PluginLog>, QString> toStandardError();
     /// Appends the messages to a file, readable by its owner only: they name values that a server
-    /// wrote. The file has the bytes of the messages, but that line breaks in one are \n and \r.
-    /// Neither the file nor the one put aside grows past the limit by more than one message.
+    /// wrote. The file has the bytes of the messages, but that line breaks in one are \n and \r,
+    /// under the headings of a PluginJournal. Neither the file nor the one put aside grows past the
+    /// limit by more than one message.
     /// @return never null; the error says why the messages cannot go there
     static support::Expected<std::unique_ptr<PluginLog>, QString>
     toFile(const QString &path, long limitBytes = defaultLimitBytes);
 
     /// Takes one whole message.
     using Writer = std::function<void(std::string_view message)>;
-
     /// Has every message told to somebody else as well; an empty one ends that.
     void setListener(Writer listener) { m_listener = std::move(listener); }
+
+    // What the messages are about from now on, as a PluginJournal has it; only a file says so.
+    void beginCommand(const QString &name, const QString &address);
+    void beginMount(const QString &root);
+    void endMount();
 
     ~PluginLog();
     PluginLog(const PluginLog &) = delete;
@@ -45,6 +51,7 @@ private:
 
     const Writer m_writer;
     Writer m_listener;
+    std::shared_ptr<PluginJournal> m_journal; ///< of a file
     FILE *m_stream = nullptr;
 };
 

@@ -87,6 +87,20 @@ std::optional<DmStatus> parseStatus(const QByteArray &data)
     return code >= 200 && code <= 599 ? std::optional(static_cast<DmStatus>(code)) : std::nullopt;
 }
 
+namespace {
+
+QString refusedByThePlugin()
+{
+    return QStringLiteral("the plug-in refused it");
+}
+
+} // namespace
+
+bool isRefusalWithoutReason(const Outcome &outcome)
+{
+    return outcome.status == DmStatus::CommandFailed && outcome.reason == refusedByThePlugin();
+}
+
 Outcome outcomeOfEngineCall(int engineStatus)
 {
     if (engineStatus == 0)
@@ -94,7 +108,7 @@ Outcome outcomeOfEngineCall(int engineStatus)
     const auto status = static_cast<DmStatus>(engineStatus);
     if (isRefusal(status) && find(status))
         return {status, QStringLiteral("refused by the node")};
-    return {DmStatus::CommandFailed, QStringLiteral("the plug-in refused it; its log says why")};
+    return {DmStatus::CommandFailed, refusedByThePlugin()};
 }
 
 } // namespace client

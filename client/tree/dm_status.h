@@ -87,6 +87,9 @@ struct Outcome {
     explicit operator bool() const { return succeeded(status); }
 };
 
+/// Whether it says no more than that the plug-in refused.
+bool isRefusalWithoutReason(const Outcome &outcome);
+
 /// How an engine call ended by what it returned: 0 is 200, a failure code that is a status of its
 /// own goes out as it is, and anything else (a plug-in's own 1) is 500.
 Outcome outcomeOfEngineCall(int engineStatus);

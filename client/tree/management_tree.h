@@ -3,6 +3,7 @@
 #pragma once
 
 #include "access_control.h"
+#include "command_watch.h"
 #include "device_tree.h"
 #include "dmnative/dmt_tree.h"
 #include "expected.h"
@@ -102,6 +103,11 @@ public:
     /// Time of a change, UTC; the system's as long as no other clock is set.
     using Clock = std::function<QDateTime()>;
     void setClock(Clock clock) { m_clock = std::move(clock); }
+
+    /// Has whoever runs a command on the tree tell the watch when it begins and ends. Not owned;
+    /// null when nobody watches.
+    void setCommandWatch(CommandWatch *watch) { m_commandWatch = watch; }
+    CommandWatch *commandWatch() const { return m_commandWatch; }
 
     // ---- Keeping properties
 
@@ -206,6 +212,7 @@ private:
     QString m_profileStore;
     QString m_propertiesFault; ///< empty when they could be read
     QString m_mountFault;
+    CommandWatch *m_commandWatch = nullptr;
     Clock m_clock = [] { return QDateTime::currentDateTimeUtc(); };
 };
 

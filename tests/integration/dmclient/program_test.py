@@ -14,6 +14,7 @@ import termios
 import time
 import unittest
 
+from commands import add, get, package_of, replace
 from handset import CONN, DMCLIENT, PLUGIN, PROXY, SECRET, Handset, HandsetTest
 
 SUCCESS, REFUSED, USAGE, UNUSABLE, SESSION_FAILED = range(5)
@@ -250,6 +251,65 @@ class PluginMessagesTest(DmclientTest):
         self.succeed("rename", CONN + "/Office", "Branch")
         self.assertIn("Leave: RenameProfileMap!", self.log())
 
+    def test_each_command_stands_before_its_messages_with_time_and_process(self):
+        self.run_client("shell", stdin=f"rename {CONN}/Office Branch\nget {CONN}/Branch/Addr\n"
+                                       f"replace {CONN}/Branch/Bearer nonsense\n")
+        lines = self.log().splitlines()
+        headings = [line for line in lines if not line.startswith("(")]
+        for line in headings:
+            self.assertRegex(line, r"^20\d\d-\d\d-\d\dT\d\d:\d\d:\d\d\.\d\d\dZ \d+ [a-z]+ \./")
+        self.assertEqual([line.split(" ", 2)[2] for line in headings],
+                         [f"mount {PROXY}", f"rename {CONN}/Office", f"replace {CONN}/Branch/Bearer"])
+        self.assertRegex(lines[lines.index(headings[1]) + 1], r"Leave: RenameProfileMap!$")
+        self.assertRegex(lines[lines.index(headings[2]) + 1], r"Bearer illegal $")
+        self.assertNotIn("nonsense", self.log())
+
+    def test_repeated_messages_of_a_mount_are_counted(self):
+        self.handset.add([{"name": f"P{number}", "editable": True, "csd": {}, "csd2": {},
+                           "gprs": {"address": "apn", "authId": "", "authPassword": "",
+                                    "dns1": "0.0.0.0", "dns2": "0.0.0.0", "linger": 0},
+                           "proxy1": {"address": "proxy", "port": 1}, "proxy2": {}}
+                          for number in range(20)])
+        self.succeed("tree", PROXY)
+        lines = self.log().splitlines()
+        self.assertEqual(len(lines), len(set(lines)))
+        [counted] = [line for line in lines if "the Conn of  Ph2 has no related fields" in line]
+        self.assertRegex(counted, r"\((2\d) times\)$")
+
+    def test_what_was_said_beneath_a_refused_command_stands_behind_its_status(self):
+        speed = CONN + "/Home/Speed"
+        refused = f"{speed}: 500 Command Failed: Speed illegal"
+        self.assertEqual(self.run_client("replace", speed, "1"),
+                         (REFUSED, "", f"dmclient: replace {refused}\n"))
+        self.assertEqual(self.run_client("shell", stdin=f"replace {speed} 1\n")[1], f"replace {refused}\n")
+        package = package_of(replace(speed, "1", "int"), get(CONN + "/Home/Speed"))
+        self.assertEqual(self.run_client("process", "-", "--summary", stdin=package)[1],
+                         f"Replace {refused}\nGet {speed}: 200 OK\n")
+        answered = json.loads(self.run_client("process", "-", "--json", stdin=package)[1].splitlines()[0])
+        self.assertEqual((answered["status"], answered["reason"]), (500, "Speed illegal"))
+
+    def test_the_services_reason_stands_behind_the_status_and_is_not_told_twice(self):
+        name = "n" * 70
+        status, _, errors = self.run_client("add", f"{CONN}/{name}")
+        self.assertEqual(status, REFUSED)
+        self.assertIn("500 Command Failed: Profile name too long; a profile name is empty, longer than",
+                      errors)
+        self.assertEqual(errors.count("\n"), 1, errors)
+
+    def test_a_package_whose_answer_has_no_reasons_leaves_them_on_standard_error(self):
+        package = package_of(add(f"{CONN}/{'n' * 70}"))
+        _, printed, errors = self.run_client("process", "-", stdin=package)
+        self.assertIn("<Data>500</Data>", printed)
+        self.assertRegex(errors, "^libnapi: a profile name is empty, longer than [^\\n]*\n$")
+
+    def test_a_mount_that_fails_says_why_and_names_the_log(self):
+        mapping = self.handset.path("settings", "kub_napdef_profilemapping.cfg")
+        os.makedirs(os.path.join(mapping, "in the way"))
+        status, _, errors = self.run_client("tree", CONN)
+        self.assertEqual(status, UNUSABLE)
+        self.assertIn(f"did not mount {CONN}: status 1: flush failed; all that it said is in "
+                      + self.handset.client_file("plugin.log"), errors)
+
     def test_they_go_to_standard_error_when_asked_for(self):
         status, printed, errors = self.run_client("--verbose", "rename", CONN + "/Office", "Branch")
         self.assertEqual((status, printed), (SUCCESS, ""))
@@ -475,7 +535,7 @@ class PipedShellTest(DmclientTest):
 
 class FullStoreTest(DmclientTest):
     def test_a_deleted_profile_makes_room_at_the_next_mount_only(self):
-        refused = "500 Command Failed: the plug-in refused it; its log says why"
+        refused = "500 Command Failed: Profile number reaches maximum!"
         script = f"delete {PROXY}/Home\ndelete {CONN}/Home\nadd {CONN}/New\n"
         result = self.handset.dmclient("shell", stdin=script, KUB_NAPI_MAX="3")
         self.assertEqual(result.stdout.decode().splitlines(),

@@ -72,6 +72,15 @@ class ProgramsTest(HandsetTest):
         self.assertIn("gprs.address is refused: gsm.apn", result.stderr)
         self.assertEqual(self.shown("Hand", "gsm.apn"), "hand.apn")
 
+    def test_networkmanagers_own_reason_stands_behind_the_status_of_a_command(self):
+        self.add_connection("apn", "hand.apn")
+        result = self.run_program("dmclient", "--backend", "networkmanager", "replace",
+                                  CONN + "/Hand/Addr", "two words", expected=FAILED)
+        self.assertIn("500 Command Failed: NetworkManager: gprs.address is refused: gsm.apn: 'two words' ",
+                      result.stderr)
+        self.assertEqual(result.stderr.count("gsm.apn"), 1, result.stderr)
+        self.assertEqual(self.shown("Hand", "gsm.apn"), "hand.apn")
+
     def test_profiles_can_be_carried_from_one_store_to_the_other(self):
         self.run_program("napictl", "create", "Office", "gprs.address=office.apn",
                          "gprs.authPassword=secret", "csd.address=+4930", "csd.speed=9600",

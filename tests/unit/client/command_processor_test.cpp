@@ -604,6 +604,66 @@ TEST_F(OtherCommandsTest, CommandIdsAreOpaqueTexts)
               (Lines{"Status 5f3a-{uuid} Delete 404 <./x"}));
 }
 
+// ---- Who hears of commands -----------------------------------------------------------------------
+
+class WatchedCommandsTest : public CommandProcessorTest {
+protected:
+    /// Writes down what runs, and has a reason for everything.
+    class Watch : public CommandWatch {
+    public:
+        void begin(const QString &name, const QString &address) override
+        {
+            lines.push_back((name + u' ' + address).toStdString());
+        }
+        void end(Outcome &outcome) override
+        {
+            lines.push_back("ended " + std::to_string(static_cast<int>(outcome.status)));
+            outcome.reason = QStringLiteral("it was said so");
+        }
+
+        Lines lines;
+    };
+
+    WatchedCommandsTest() { managementTree.setCommandWatch(&watch); }
+
+    /// Runs a command. @return the outcomes that people are told
+    Lines outcomesOf(const Command &command)
+    {
+        Lines told;
+        CommandProcessor processor(managementTree, principal);
+        processor.setOutcomeListener(
+            [&told](const Command &, const Item &item, const Outcome &outcome) {
+                told.push_back((addressOf(item) + u' ' + describe(outcome)).toStdString());
+            });
+        std::vector<Command> answers;
+        processor.run(command, answers);
+        return told;
+    }
+
+    Watch watch;
+};
+
+TEST_F(WatchedCommandsTest, EachItemBeginsAndEndsAndHasTheReasonThatBecameKnown)
+{
+    const Command replace = command(CommandKind::Replace, {target(profileUri("Office/Addr"), "x"),
+                                                           target(profileUri("Nobody"), "x")});
+    EXPECT_EQ(outcomesOf(replace), (Lines{full("Office/Addr") + " 200 OK: it was said so",
+                                          full("Nobody") + " 404 Not Found: it was said so"}));
+    EXPECT_EQ(watch.lines, (Lines{"Replace " + full("Office/Addr"), "ended 200",
+                                  "Replace " + full("Nobody"), "ended 404"}));
+}
+
+TEST_F(WatchedCommandsTest, WhatIsSaidOnTheWayBackIsAReasonOfTheAtomic)
+{
+    const Command atomic =
+        group(CommandKind::Atomic,
+              {command(CommandKind::Replace, {target(profileUri("Office/Addr"), "x")}, "1"),
+               command(CommandKind::Delete, {target(profileUri("Nobody"))}, "2")});
+    EXPECT_EQ(outcomesOf(atomic).back(),
+              " 507 Atomic Failed: one of its commands failed; taking back: it was said so");
+    EXPECT_EQ(Lines(watch.lines.end() - 2, watch.lines.end()), (Lines{"Atomic ", "ended 200"}));
+}
+
 } // namespace
 
 } // namespace client

@@ -143,11 +143,11 @@ TEST_F(ManagementTreeTest, APluginsRefusalToReadIsPassedOn)
     EXPECT_EQ(read(profile("Office/Linger")), "510");
 }
 
-TEST_F(ManagementTreeTest, OnlyARefusalThatThePluginHasLoggedPointsToItsLog)
+TEST_F(ManagementTreeTest, ARefusalThatIsNoStatusOfItsOwnIsThePlugins)
 {
     memory->failures = {{"set Office/Addr", 1}, {"set Office/Linger", 415}};
     EXPECT_EQ(tree.replace(profile("Office/Addr"), text("x")).reason.toStdString(),
-              "the plug-in refused it; its log says why");
+              "the plug-in refused it");
     EXPECT_EQ(tree.replace(profile("Office/Linger"), text("1")).reason.toStdString(),
               "refused by the node");
 }
