@@ -14,6 +14,7 @@ enum class ExitStatus : int {
                     ///< should be, such as a trace
     SessionFailed = 4, ///< a session with a DM server was aborted or failed, or a package would end
                        ///< it with a refusal of the client
+    Different = 5,     ///< everything was done, and something is not as it was asked for
 };
 
 /// The status that several commands end with together: the highest of theirs.

@@ -69,6 +69,11 @@ void Output::ending(const QString &text, bool succeeded)
         report(text, !succeeded);
 }
 
+void Output::notice(const QString &text)
+{
+    report(text, false);
+}
+
 void Output::problem(const QString &text)
 {
     report(text, true);

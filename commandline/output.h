@@ -35,6 +35,8 @@ public:
     void json(const QJsonDocument &document, QJsonDocument::JsonFormat format);
     /// How a command ended that was carried out.
     void ending(const QString &text, bool succeeded);
+    /// Something that a person should know of what was done, where problems are told.
+    void notice(const QString &text);
     /// What is wrong with the command itself, with a file that it names, or with the outcome.
     void problem(const QString &text);
     /// The same. @return the status, for the command to end with

@@ -3,6 +3,9 @@
 #include "commands.h"
 #include "common_rows.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace client::cli {
 
 namespace {
@@ -41,6 +44,8 @@ constexpr Option programOptions[] = {
     {"record", "FILE", "write down what happens, a JSON object an event, secrets masked",
      ValueKind::File},
     showSecrets,
+    {strictOption, nullptr,
+     "exit with 5 when what was answered 200 is not what the tree says afterwards"},
     {"verbose", nullptr, "plug-in messages go to standard error, not to client/plugin.log"},
     commandline::helpOption,
     commandline::versionOption,
@@ -147,6 +152,9 @@ constexpr CommandRow rows[] = {
      runReport},
     {{"ddf", "", "print the device description (DM DDF 1.2) for a server"}, Needs::Nothing, runDdf},
 };
+/// Those that need the tree and change nothing.
+constexpr const char *readingCommands[] = {"tree", "get"};
+
 constexpr CommandRow shellRow = {
     {"shell", "", "run many commands on one mount, typed or from a pipe", 0, 0, shellOptions},
     Needs::Tree,
@@ -170,6 +178,8 @@ constexpr commandline::ExitMeaning exitStatuses[] = {
     {ExitStatus::Unusable, "the plug-in or the state cannot be used, or something that should be "
                            "kept or printed cannot be written"},
     {ExitStatus::SessionFailed, "a session with a server failed or was aborted"},
+    {ExitStatus::Different, "with --strict: everything was answered 2xx, but the tree says "
+                            "something else, now or at the next mount"},
 };
 
 } // namespace
@@ -187,6 +197,14 @@ const commandline::Program &shellProgram()
     static const commandline::Program program = {"", "commands that run on one mount, a line each",
                                                  shellProgramOptions, commandsWith(quitRow)};
     return program;
+}
+
+bool CommandRow::isChanging() const
+{
+    return needs == Needs::Tree &&
+           std::ranges::none_of(readingCommands, [this](const char *reading) {
+               return std::strcmp(name, reading) == 0;
+           });
 }
 
 const CommandRow &rowOf(const commandline::Command &command)

@@ -4,6 +4,7 @@
 #include "command.h"
 #include "dm_device.h"
 #include "output.h"
+#include "second_look.h"
 #include "secret_input.h"
 
 #include <QByteArray>
@@ -23,6 +24,7 @@ struct Context {
     Recording *recording = nullptr; ///< null when nothing is recorded
     Output &output;
     const Invocation &invocation;
+    SecondLook *secondLook = nullptr; ///< null for commands that change nothing
     bool inShell = false;
     bool leaveShell = false;              ///< set by the command that ends the shell
     std::optional<QByteArray> value = {}; ///< that the command writes or has read, for the record
@@ -52,7 +54,13 @@ struct CommandRow : commandline::Command {
     ExitStatus (*run)(Context &);
     NodeArgument firstNode = NodeArgument::None;
     NodeArgument otherNodes = NodeArgument::None;
+
+    /// Whether it may change the tree.
+    bool isChanging() const;
 };
+
+/// The option that makes a difference an exit status of its own.
+inline constexpr char strictOption[] = "strict";
 
 /// dmclient on a command line.
 const commandline::Program &program();

@@ -2,6 +2,7 @@
 
 #include "command_table.h"
 #include "ddf.h"
+#include "difference_report.h"
 #include "input_file.h"
 #include "json_value.h"
 #include "package.h"
@@ -59,9 +60,18 @@ void recordEnd(Context &context, const QString &uri, const Outcome &outcome)
 /// Reports how the command on a node ended. What succeeded and yet has a reason is told as well.
 ExitStatus reportEnd(Context &context, const QString &uri, const Outcome &outcome)
 {
-    context.output.ending(
-        QStringLiteral("%1 %2: %3").arg(context.commandName(), uri, describe(outcome)),
-        outcome && outcome.reason.isEmpty());
+    const QString ending =
+        QStringLiteral("%1 %2: %3").arg(context.commandName(), uri, describe(outcome));
+    QStringList differences;
+    for (const DifferenceNote &note : lookAfterCommand(context))
+        differences += note.text;
+    if (differences.isEmpty())
+        context.output.ending(ending, outcome && outcome.reason.isEmpty());
+    else
+        context.output.notice(ending + QStringLiteral(", but ") +
+                              differences.join(QStringLiteral("; ")));
+    if (const QString missing = missingLook(context); !missing.isEmpty())
+        context.output.notice(QStringLiteral("%1 %2: %3").arg(context.commandName(), uri, missing));
     return outcome ? ExitStatus::Success : ExitStatus::Failed;
 }
 
@@ -439,7 +449,8 @@ ExitStatus runProcess(Context &context)
         invocation.has("json")      ? jsonReport(context.output)
         : invocation.has("summary") ? readableReport(context.output)
                                     : nullptr;
-    std::vector<SessionObserver *> observers = {recorder, report.get()};
+    ChangeOrigins origins(*context.secondLook);
+    std::vector<SessionObserver *> observers = {recorder, &origins, report.get()};
     std::erase(observers, nullptr);
     // Without a report nobody sees the reasons: the answer to the server has none.
     context.device->setReasonsShown(report != nullptr);
@@ -458,16 +469,22 @@ ExitStatus runProcess(Context &context)
                 : QStringLiteral("the package asks for nothing; the session would end here"),
             ExitStatus::Success);
     const ExitStatus status = answer.allSucceeded ? ExitStatus::Success : ExitStatus::Failed;
-    if (report && !recorder)
+    if (report && !recorder) {
+        reportDifferences(context, origins, *report);
         return status;
+    }
     const syncml::EncodeResult encoded =
         syncml::encode(*answer.message, encoding, syncml::XmlLayout::Indented);
     if (!encoded)
         return problem(context, encoded.error().text, ExitStatus::Failed);
     if (recorder)
         recorder->packageSent(*encoded, *answer.message);
-    if (!report)
-        context.output.document(*encoded);
+    if (report) {
+        reportDifferences(context, origins, *report);
+        return status;
+    }
+    context.output.document(*encoded);
+    printDifferences(context.output, *context.secondLook, lookAfterCommand(context));
     return status;
 }
 
@@ -483,7 +500,7 @@ ExitStatus runDdf(Context &context)
 
 ExitStatus runShell(Context &context)
 {
-    return Shell(*context.device, context.output, context.recording,
+    return Shell(*context.device, *context.secondLook, context.output, context.recording,
                  context.invocation.has("fail-fast"))
         .run();
 }

@@ -5,6 +5,8 @@
 #include "record_file.h"
 #include "recording.h"
 
+#include <optional>
+
 namespace client::cli {
 
 namespace {
@@ -53,6 +55,9 @@ support::Expected<void, QString> mountForArguments(const Context &context, const
     for (const QString &argument : arguments) {
         const auto address = parseAddress(argument, tree.uriLimits());
         const bool isNode = kind != NodeArgument::None && kind != NodeArgument::ChildValue;
+        // The mount of the copy goes on beside that of the device.
+        if (isNode && address && context.secondLook)
+            context.secondLook->beforeChange(address->node);
         if (isNode && address)
             if (auto mounted = tree.mountFor(address->node, useOf(kind, context.inShell)); !mounted)
                 return mounted;
@@ -135,8 +140,18 @@ ExitStatus execute(Output &output, const Invocation &invocation)
                                   .arg(QString::fromLatin1(row.name)),
                               ExitStatus::WrongUsage);
     }
-    Context context{.device = device.get(), .output = output, .invocation = invocation};
-    return isRecorded ? runRecorded(context) : runAndKeep(context);
+    std::optional<SecondLook> look;
+    if (row.isChanging())
+        look.emplace(*device);
+    Context context{.device = device.get(),
+                    .output = output,
+                    .invocation = invocation,
+                    .secondLook = look ? &*look : nullptr};
+    const ExitStatus status = isRecorded ? runRecorded(context) : runAndKeep(context);
+    const bool isDifferent = look && look->differences() > 0;
+    return status == ExitStatus::Success && isDifferent && invocation.has(strictOption)
+               ? ExitStatus::Different
+               : status;
 }
 
 } // namespace client::cli

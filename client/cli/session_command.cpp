@@ -3,6 +3,7 @@
 #include "client_event.h"
 #include "command_table.h"
 #include "commands.h"
+#include "difference_report.h"
 #include "http_module.h"
 #include "interrupt_guard.h"
 #include "recording.h"
@@ -225,7 +226,8 @@ ExitStatus haveSession(const Context &context, const HttpModule &http, const Ser
     const bool asJson = context.invocation.has("json");
     const auto report = asJson ? jsonReport(context.output) : readableReport(context.output);
     PropertyKeeper keeper(*context.device, *report);
-    std::vector<SessionObserver *> observers = {report.get(), &keeper};
+    ChangeOrigins origins(*context.secondLook);
+    std::vector<SessionObserver *> observers = {report.get(), &keeper, &origins};
     if (trace)
         observers.push_back(trace);
     if (recorder)
@@ -240,6 +242,7 @@ ExitStatus haveSession(const Context &context, const HttpModule &http, const Ser
     Session session(server.account, context.device->tree(), **transport, hasUser ? &user : nullptr,
                     observers, options);
     const SessionEnd end = session.run();
+    reportDifferences(context, origins, *report);
     report->ended(end);
     if (context.recording)
         context.recording->setSession(end);

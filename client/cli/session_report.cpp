@@ -39,6 +39,22 @@ QString counted(int number, const char *one, const char *many)
     return QStringLiteral("%1 %2").arg(number).arg(QString::fromLatin1(number == 1 ? one : many));
 }
 
+QString uriAfter(const QString &command, const QString &uri)
+{
+    return uri.isEmpty() ? command : command + u' ' + uri;
+}
+
+} // namespace
+
+QString lineOf(const Difference &difference)
+{
+    return QStringLiteral("%1: %2, but %3")
+        .arg(uriAfter(difference.command.name, difference.command.uri),
+             describe(difference.command.status), difference.text);
+}
+
+namespace {
+
 // ---- For people ----------------------------------------------------------------------------------
 
 class ReadableReport final : public SessionReport {
@@ -47,10 +63,15 @@ public:
 
     void commandAnswered(const AnsweredCommand &command) override
     {
-        const QString uri = command.uri.isEmpty() ? QString() : u' ' + command.uri;
         const Outcome outcome{command.status, command.reason};
-        print(QStringLiteral("%1%2: %3").arg(command.name, uri, describe(outcome)),
+        print(QStringLiteral("%1: %2").arg(uriAfter(command.name, command.uri), describe(outcome)),
               isRefusal(command.status));
+    }
+
+    void differs(const Difference &difference) override
+    {
+        ++m_differences;
+        print(lineOf(difference), true);
     }
 
     void note(const QString &text) override
@@ -62,10 +83,13 @@ public:
     void ended(const SessionEnd &end) override
     {
         const QString reason = end.reason.isEmpty() ? QString() : QStringLiteral(": ") + end.reason;
-        print(QStringLiteral("%1%2 (%3, %4, %5 refused)")
+        const QString differences =
+            m_differences == 0 ? QString() : QStringLiteral(", %1 different").arg(m_differences);
+        print(QStringLiteral("%1%2 (%3, %4, %5 refused%6)")
                   .arg(QString::fromLatin1(rowOf(end.kind).words), reason,
                        counted(end.messages, "message", "messages"),
-                       counted(end.commands, "command", "commands"), QString::number(end.refused)),
+                       counted(end.commands, "command", "commands"), QString::number(end.refused),
+                       differences),
               end.kind != SessionEnd::Kind::Completed);
     }
 
@@ -77,6 +101,7 @@ private:
     }
 
     Output &m_output;
+    int m_differences = 0;
 };
 
 // ---- For programs --------------------------------------------------------------------------------
@@ -103,6 +128,29 @@ public:
         print(object);
     }
 
+    void differs(const Difference &difference) override
+    {
+        ++m_differences;
+        const AnsweredCommand &command = difference.command;
+        QJsonObject object{{QStringLiteral("note"), difference.text},
+                           {QStringLiteral("command"), command.name},
+                           {QStringLiteral("uri"), command.uri},
+                           {QStringLiteral("status"), static_cast<int>(command.status)},
+                           {QStringLiteral("when"), difference.isAtNextMount
+                                                        ? QStringLiteral("next mount")
+                                                        : QStringLiteral("now")}};
+        if (!command.cmdId.isEmpty()) {
+            object[u"msgId"] = command.msgId;
+            object[u"cmdId"] = command.cmdId;
+        }
+        if (difference.reads) {
+            QJsonObject reads;
+            addValue(reads, *difference.reads, false);
+            object[u"reads"] = reads.value(u"value");
+        }
+        print(object);
+    }
+
     void note(const QString &text) override { print({{QStringLiteral("note"), text}}); }
 
     void ended(const SessionEnd &end) override
@@ -111,7 +159,8 @@ public:
                {QStringLiteral("reason"), end.reason},
                {QStringLiteral("messages"), end.messages},
                {QStringLiteral("commands"), end.commands},
-               {QStringLiteral("refused"), end.refused}});
+               {QStringLiteral("refused"), end.refused},
+               {QStringLiteral("differences"), m_differences}});
     }
 
 private:
@@ -121,6 +170,7 @@ private:
     }
 
     Output &m_output;
+    int m_differences = 0;
 };
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "command_table.h"
 #include "completion.h"
+#include "difference_report.h"
 #include "line_editor.h"
 #include "private_storage.h"
 #include "program.h"
@@ -45,6 +46,7 @@ ExitStatus Shell::run()
         runOnTerminal();
     else
         runFromPipe();
+    printDifferences(m_output, m_look, m_look.lookAtNextMount());
     m_output.setReports(Output::Reports::Failures);
     return m_worst;
 }
@@ -106,6 +108,7 @@ ExitStatus Shell::runWords(const QStringList &words)
                     .recording = m_recording,
                     .output = m_output,
                     .invocation = *invocation,
+                    .secondLook = &m_look,
                     .inShell = true};
     status = runAndKeep(context);
     m_leave = context.leaveShell;

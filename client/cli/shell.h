@@ -3,6 +3,7 @@
 
 #include "dm_device.h"
 #include "output.h"
+#include "second_look.h"
 
 #include <QByteArray>
 
@@ -22,8 +23,9 @@ bool mayBeRemembered(const QByteArray &line);
 class Shell {
 public:
     /// @param recording  of everything that the lines do; may be null
-    Shell(DmDevice &device, Output &output, Recording *recording, bool failFast)
-        : m_device(device), m_output(output), m_recording(recording), m_failFast(failFast)
+    Shell(DmDevice &device, SecondLook &look, Output &output, Recording *recording, bool failFast)
+        : m_device(device), m_look(look), m_output(output), m_recording(recording),
+          m_failFast(failFast)
     {
     }
 
@@ -40,6 +42,7 @@ private:
     ExitStatus runWords(const QStringList &words);
 
     DmDevice &m_device;
+    SecondLook &m_look;
     Output &m_output;
     Recording *m_recording;
     bool m_failFast;

@@ -17,6 +17,13 @@ auto find(const Picture &picture, const NodeUri &node)
 UndoLog::UndoLog(ManagementTree &tree)
     : m_tree(tree, Principal::owner()), m_properties(tree.properties())
 {
+    tell(TreeChange::Kind::AtomicBegins);
+}
+
+void UndoLog::tell(TreeChange::Kind kind)
+{
+    if (ChangeObserver *const observer = m_tree.tree().changeObserver())
+        observer->changed(TreeChange{.kind = kind});
 }
 
 // ---- Before a change -----------------------------------------------------------------------------
@@ -63,6 +70,7 @@ std::vector<bool> UndoLog::rollBack()
     for (std::size_t i = m_notes.size(); i-- > 0;)
         isBack[i] = takeBack(m_notes[i]);
     m_tree.tree().setProperties(std::move(m_properties));
+    tell(TreeChange::Kind::AtomicTakenBack);
     return isBack;
 }
 

@@ -1,7 +1,7 @@
 // Taking back what the commands of an Atomic have changed.
 #pragma once
 
-#include "tree_view.h"
+#include "tree_change.h"
 
 #include <optional>
 #include <vector>
@@ -50,6 +50,7 @@ private:
         bool isLost = false; ///< the value that the change replaces could not be read
     };
 
+    void tell(TreeChange::Kind kind);
     Picture pictureOf(const NodeUri &object) const;
     bool takeBack(const Note &note);
     /// Makes the tree show the picture. @return whether it does now

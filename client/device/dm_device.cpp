@@ -1,10 +1,16 @@
 #include "dm_device.h"
 
 #include "account_tree.h"
+#include "private_file.h"
+#include "private_storage.h"
 #include "profile_numbers.h"
 
 #include <QFile>
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <span>
 #include <utility>
 
 namespace client {
@@ -88,6 +94,8 @@ Expected<void, QString> DmDevice::loadPlugin()
     if (!plugin)
         return Unexpected(plugin.error());
     m_plugin = *std::move(plugin);
+    if (m_loadListener)
+        std::exchange(m_loadListener, nullptr)();
     m_plugin->observeCalls(&m_watch, &m_watch);
     return {};
 }
@@ -209,6 +217,76 @@ Expected<void, QString> DmDevice::writeProperties()
         return Unexpected(
             QStringLiteral("nothing is written to a damaged file: %1").arg(m_propertiesDamage));
     return m_tree->saveProperties(propertiesFile());
+}
+
+// ---- A copy of the state -------------------------------------------------------------------------
+
+std::vector<NodeUri> profileRoots()
+{
+    std::vector<NodeUri> roots;
+    for (const ProfileRoot &root : mountOrder)
+        roots.push_back(nodeAt(root.uri));
+    return roots;
+}
+
+DmDevice::Options DmDevice::optionsFor(const QString &folder) const
+{
+    Options options = m_options;
+    options.stateDirectory = folder;
+    options.pluginMessagesToStandardError = false;
+    return options;
+}
+
+bool DmDevice::hasProfilesInState() const
+{
+    return profileStore() == QLatin1String(usualProfileStore);
+}
+
+namespace {
+
+/// Copies a file of the state, if there is one.
+Expected<void, QString> copyFile(const QString &from, const QString &to)
+{
+    constexpr qsizetype largest = 64 * 1024 * 1024;
+    const auto content = support::PrivateFile(from, largest).read();
+    if (!content)
+        return Unexpected(content.error());
+    if (!*content)
+        return {};
+    handset_state::Refusal refusal;
+    auto file = handset_state::openFile(QFile::encodeName(to).toStdString(),
+                                        O_WRONLY | O_CREAT | O_EXCL, refusal);
+    if (!file)
+        return Unexpected(QString::fromLocal8Bit(refusal.text().c_str()));
+    const std::span bytes((*content)->constData(), static_cast<std::size_t>((*content)->size()));
+    if (!file.writeAll(bytes) || !file.close())
+        return Unexpected(QStringLiteral("cannot write %1: %2")
+                              .arg(to, QString::fromLocal8Bit(std::strerror(errno))));
+    return {};
+}
+
+} // namespace
+
+Expected<void, QString> DmDevice::copyFilesTo(const QString &folder) const
+{
+    QStringList files;
+    for (const char *const name : {"device-id", "accounts.json", "properties.json"})
+        files += QStringLiteral("client/") + QLatin1String(name);
+    for (const ProfileRoot &root : mountOrder)
+        files += QStringLiteral("settings/") + QString::fromStdString(root.mapping.file);
+    for (const char *const name : {"/client", "/settings"})
+        if (const auto refusal =
+                handset_state::makeFolder(QFile::encodeName(folder).toStdString() + name))
+            return Unexpected(QString::fromLocal8Bit(refusal.text().c_str()));
+    for (const QString &file : files)
+        if (auto copied = copyFile(m_state->path() + u'/' + file, folder + u'/' + file); !copied)
+            return copied;
+    return {};
+}
+
+Expected<void, QString> DmDevice::copyProfilesTo(const QString &folder) const
+{
+    return m_plugin->copyProfiles(folder);
 }
 
 // ---- Damage --------------------------------------------------------------------------------------

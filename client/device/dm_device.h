@@ -12,6 +12,7 @@
 #include "tree_view.h"
 
 #include <QStringList>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -69,6 +70,22 @@ public:
     support::Expected<void, QString> putAccount(const QString &name, const Account &account);
     support::Expected<void, QString> removeAccount(const QString &name);
 
+    // ---- A copy of the state
+
+    /// The options of a device on a copy of this one's state.
+    Options optionsFor(const QString &folder) const;
+    /// Whether the profiles are in the state directory, so that a copy can have them.
+    bool hasProfilesInState() const;
+    /// Copies the client's files and the mapping files, as they are now, into an empty folder of
+    /// this user alone.
+    support::Expected<void, QString> copyFilesTo(const QString &folder) const;
+    /// Copies the profiles as they are now. Only when the plug-in is loaded.
+    support::Expected<void, QString> copyProfilesTo(const QString &folder) const;
+    bool isPluginLoaded() const { return m_plugin != nullptr; }
+    /// Has the listener called once, when the plug-in is loaded and before it is asked for
+    /// anything.
+    void setLoadListener(std::function<void()> listener) { m_loadListener = std::move(listener); }
+
     /// Keeps the properties of the nodes for the next run, as far as they have changed.
     support::Expected<void, QString> saveProperties();
 
@@ -96,6 +113,7 @@ private:
     QString m_propertiesDamage;
     bool m_isMountFaultTaken = false;
     PluginWatch m_watch;
+    std::function<void()> m_loadListener;
 
     // In the order of making. They go in the reverse order, so that the trees are dropped while
     // their plug-in is still loaded, and the lock is given up last.
@@ -105,5 +123,8 @@ private:
     std::optional<AccountStore> m_accounts;
     std::unique_ptr<ManagementTree> m_tree;
 };
+
+/// Where the profiles are: one node each beneath these.
+std::vector<NodeUri> profileRoots();
 
 } // namespace client

@@ -1,6 +1,9 @@
 #include "plugin_host.h"
 
+#include "profile_copy.h"
+
 #include <QFile>
+#include <array>
 #include <dlfcn.h>
 #include <utility>
 
@@ -51,6 +54,18 @@ void PluginHost::observeCalls(call_observer::ProfileCallObserver *profileCalls,
     if (auto *const set = symbol<call_observer::SetSettingCallObserver>(
             m_library, call_observer::setSettingCallObserverSymbol))
         set(settingCalls);
+}
+
+Expected<void, QString> PluginHost::copyProfiles(const QString &folder) const
+{
+    auto *const copy =
+        symbol<profile_copy::CopyProfiles>(m_library, profile_copy::copyProfilesSymbol);
+    if (!copy)
+        return Unexpected(QStringLiteral("the profile service cannot copy its profiles"));
+    std::array<char, 1024> reason{};
+    if (copy(QFile::encodeName(folder).constData(), reason.data(), reason.size()) != NAPI_OK)
+        return Unexpected(QString::fromUtf8(reason.data()));
+    return {};
 }
 
 Expected<void, QString> PluginHost::bindExports()

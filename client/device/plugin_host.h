@@ -37,6 +37,10 @@ public:
     void observeCalls(call_observer::ProfileCallObserver *profileCalls,
                       call_observer::SettingCallObserver *settingCalls) const;
 
+    /// Has the profile service that the plug-in is linked with write all profiles into a store of
+    /// their own in another state directory, which has none yet. The service of a handset cannot.
+    support::Expected<void, QString> copyProfiles(const QString &folder) const;
+
 private:
     PluginHost(QString file, void *library);
 

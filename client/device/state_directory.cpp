@@ -8,11 +8,16 @@
 #include <QFile>
 #include <QUuid>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <optional>
 #include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace client {
 
@@ -23,6 +28,27 @@ namespace {
 
 constexpr char stateVariable[] = "KUB_STATE_DIR";
 constexpr char clientFolderName[] = "/client";
+constexpr char scratchPrefix[] = "scratch-";
+
+bool isScratchFolder(const std::filesystem::path &folder)
+{
+    struct stat status = {};
+    return folder.filename().native().starts_with(scratchPrefix) &&
+           ::lstat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+           status.st_uid == ::geteuid() && (status.st_mode & 07777U) == S_IRWXU;
+}
+
+/// What an earlier process has left; this one has the lock, so that none of them goes on.
+void removeScratchFolders(const std::string &clientFolder)
+{
+    std::error_code ignored;
+    std::vector<std::filesystem::path> left;
+    for (const auto &entry : std::filesystem::directory_iterator(clientFolder, ignored))
+        if (isScratchFolder(entry.path()))
+            left.push_back(entry.path());
+    for (const std::filesystem::path &folder : left)
+        std::filesystem::remove_all(folder, ignored);
+}
 
 } // namespace
 
@@ -53,6 +79,7 @@ Expected<std::unique_ptr<StateDirectory>, QString> StateDirectory::open(const QS
                 ? QStringLiteral("another DM client is using the state directory %1").arg(root)
                 : QStringLiteral("cannot lock %1/lock: %2")
                       .arg(clientPath, QString::fromLocal8Bit(std::strerror(errno))));
+    removeScratchFolders(clientFolder);
     qputenv(stateVariable, state.c_str());
     return std::unique_ptr<StateDirectory>(new StateDirectory(clientPath, std::move(lockFile)));
 }
@@ -70,6 +97,24 @@ QString StateDirectory::path() const
 QString StateDirectory::clientFile(const QString &name) const
 {
     return m_clientPath + u'/' + name;
+}
+
+Expected<QString, QString> StateDirectory::makeScratchFolder() const
+{
+    QByteArray path =
+        QFile::encodeName(clientFile(QLatin1String(scratchPrefix) + QStringLiteral("XXXXXX")));
+    if (!::mkdtemp(path.data()))
+        return Unexpected(QStringLiteral("cannot make a folder in %1: %2")
+                              .arg(m_clientPath, QString::fromLocal8Bit(std::strerror(errno))));
+    return QFile::decodeName(path);
+}
+
+void StateDirectory::removeScratchFolder(const QString &folder)
+{
+    const std::filesystem::path path = QFile::encodeName(folder).toStdString();
+    std::error_code ignored;
+    if (isScratchFolder(path))
+        std::filesystem::remove_all(path, ignored);
 }
 
 namespace {

@@ -28,6 +28,12 @@ public:
     /// Path of a file of the client in this directory.
     QString clientFile(const QString &name) const;
 
+    /// Makes a folder for what is needed as long as this process lives, mode 0700. What a process
+    /// leaves of it when it is killed is removed when the state directory is opened next.
+    support::Expected<QString, QString> makeScratchFolder() const;
+    /// Removes such a folder with everything in it, and nothing that is not one.
+    static void removeScratchFolder(const QString &folder);
+
     /// The device's identifier, a URN: read from the file device-id, which is written at first use.
     support::Expected<QByteArray, QString> deviceId() const;
 

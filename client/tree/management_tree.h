@@ -17,6 +17,8 @@
 
 namespace client {
 
+class ChangeObserver;
+
 /// A node that exists. It stays usable until the tree changes it or is unmounted.
 class TreeNode {
 public:
@@ -96,6 +98,10 @@ public:
     /// that are gone are forgotten.
     void remount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree,
                  const JemSmartPtr<DmtTree> &ownersTree);
+
+    /// Has every change told to the observer, which outlives the tree or is taken away with null.
+    void setChangeObserver(ChangeObserver *observer) { m_changeObserver = observer; }
+    ChangeObserver *changeObserver() const { return m_changeObserver; }
 
     const UriLimits &uriLimits() const { return m_deviceInfo.uriLimits; }
     const QByteArray &deviceId() const { return m_deviceInfo.deviceId; }
@@ -213,6 +219,7 @@ private:
     QString m_propertiesFault; ///< empty when they could be read
     QString m_mountFault;
     CommandWatch *m_commandWatch = nullptr;
+    ChangeObserver *m_changeObserver = nullptr;
     Clock m_clock = [] { return QDateTime::currentDateTimeUtc(); };
 };
 

@@ -13,6 +13,7 @@
 #include "answer_size.h"
 #include "media_type.h"
 #include "node_description.h"
+#include "tree_change.h"
 
 #include <algorithm>
 #include <iterator>
@@ -318,6 +319,80 @@ std::optional<AccessControlList> TreeView::aclForNewInterior(const TreeNode &par
     return acl;
 }
 
+// ---- Changes, observed ---------------------------------------------------------------------------
+
+std::optional<NodeUri> TreeChange::renamedTo() const
+{
+    if (kind != Kind::ReplaceProperty || property != Property::Name || node.isRoot() || !outcome ||
+        !value.data)
+        return std::nullopt;
+    return node.parent().child(*value.data);
+}
+
+template <class Operation, class Describe>
+Outcome TreeView::observed(Operation operation, Describe describe)
+{
+    ChangeObserver *const observer = m_tree->changeObserver();
+    if (!observer)
+        return operation();
+    TreeChange change = describe();
+    observer->beforeChange(change.node);
+    change.principal = m_principal;
+    change.outcome = operation();
+    observer->changed(change);
+    return change.outcome;
+}
+
+Outcome TreeView::add(const NodeUri &uri, const NewValue &value)
+{
+    return observed(
+        [&] { return addNode(uri, value); },
+        [&] { return TreeChange{.kind = TreeChange::Kind::Add, .node = uri, .value = value}; });
+}
+
+Outcome TreeView::replace(const NodeUri &uri, const NewValue &value)
+{
+    return observed(
+        [&] { return replaceValue(uri, value); },
+        [&] { return TreeChange{.kind = TreeChange::Kind::Replace, .node = uri, .value = value}; });
+}
+
+Outcome TreeView::replaceChildren(const NodeUri &uri, const std::vector<ChildValue> &values)
+{
+    return observed([&] { return replaceValues(uri, values); },
+                    [&] {
+                        return TreeChange{.kind = TreeChange::Kind::ReplaceChildren,
+                                          .node = uri,
+                                          .children = values};
+                    });
+}
+
+Outcome TreeView::replaceProperty(const NodeUri &uri, Property property, const QByteArray &value)
+{
+    return observed([&] { return replacePropertyOf(uri, property, value); },
+                    [&] {
+                        return TreeChange{.kind = TreeChange::Kind::ReplaceProperty,
+                                          .node = uri,
+                                          .property = property,
+                                          .value = {{}, {}, value}};
+                    });
+}
+
+Outcome TreeView::remove(const NodeUri &uri)
+{
+    return observed([&] { return removeNode(uri); },
+                    [&] { return TreeChange{.kind = TreeChange::Kind::Remove, .node = uri}; });
+}
+
+Outcome TreeView::copy(const NodeUri &source, const NodeUri &target)
+{
+    return observed([&] { return copyLeaf(source, target); },
+                    [&] {
+                        return TreeChange{
+                            .kind = TreeChange::Kind::Copy, .node = target, .source = source};
+                    });
+}
+
 // ---- Adding --------------------------------------------------------------------------------------
 
 Result<TreeNode> TreeView::parentForNewNode(const NodeUri &uri) const
@@ -352,7 +427,7 @@ Outcome checkType(const QString &leafType, const QString &given)
 
 } // namespace
 
-Outcome TreeView::add(const NodeUri &uri, const NewValue &value)
+Outcome TreeView::addNode(const NodeUri &uri, const NewValue &value)
 {
     const Result<TreeNode> parent = parentForNewNode(uri);
     if (!parent)
@@ -414,7 +489,7 @@ Result<DmtData> valueForLeaf(const TreeNode &leaf, const TreeView::NewValue &val
 
 } // namespace
 
-Outcome TreeView::replace(const NodeUri &uri, const NewValue &value)
+Outcome TreeView::replaceValue(const NodeUri &uri, const NewValue &value)
 {
     const Result<TreeNode> node = findToChange(uri);
     if (!node)
@@ -434,7 +509,7 @@ Outcome TreeView::replace(const NodeUri &uri, const NewValue &value)
     return outcome;
 }
 
-Outcome TreeView::replaceChildren(const NodeUri &uri, const std::vector<ChildValue> &values)
+Outcome TreeView::replaceValues(const NodeUri &uri, const std::vector<ChildValue> &values)
 {
     const Result<TreeNode> parent = findToChange(uri);
     if (!parent)
@@ -461,7 +536,7 @@ Outcome TreeView::replaceChildren(const NodeUri &uri, const std::vector<ChildVal
 
 // ---- Properties and names ------------------------------------------------------------------------
 
-Outcome TreeView::replaceProperty(const NodeUri &uri, Property property, const QByteArray &value)
+Outcome TreeView::replacePropertyOf(const NodeUri &uri, Property property, const QByteArray &value)
 {
     const Result<TreeNode> node = findToChange(uri);
     if (!node)
@@ -559,7 +634,7 @@ Outcome TreeView::rename(const TreeNode &node, const QByteArray &newName)
 
 // ---- Deleting, copying, executing ----------------------------------------------------------------
 
-Outcome TreeView::remove(const NodeUri &uri)
+Outcome TreeView::removeNode(const NodeUri &uri)
 {
     const Result<TreeNode> node = findToChange(uri);
     if (!node)
@@ -581,7 +656,7 @@ Outcome TreeView::remove(const NodeUri &uri)
     return outcome;
 }
 
-Outcome TreeView::copy(const NodeUri &source, const NodeUri &target)
+Outcome TreeView::copyLeaf(const NodeUri &source, const NodeUri &target)
 {
     const Outcome leavesOnly{DmStatus::FeatureNotSupported,
                              QStringLiteral("only leaves can be copied")};

@@ -115,6 +115,17 @@ public:
     Outcome execute(const NodeUri &uri) const;
 
 private:
+    /// Carries out a change, and tells of it when somebody wants to know.
+    /// @param describe  makes the TreeChange, but for who changes and how it ended
+    template <class Operation, class Describe>
+    Outcome observed(Operation operation, Describe describe);
+    Outcome addNode(const NodeUri &uri, const NewValue &value);
+    Outcome replaceValue(const NodeUri &uri, const NewValue &value);
+    Outcome replaceValues(const NodeUri &uri, const std::vector<ChildValue> &values);
+    Outcome replacePropertyOf(const NodeUri &uri, Property property, const QByteArray &value);
+    Outcome removeNode(const NodeUri &uri);
+    Outcome copyLeaf(const NodeUri &source, const NodeUri &target);
+
     /// As find, for an operation that may change the node or what is beneath it.
     Result<TreeNode> findToChange(const NodeUri &uri) const;
     /// The values of the leaves directly beneath a node, as far as one call yields them.

@@ -17,6 +17,7 @@
 
 #include "foreign_text.h"
 #include "profile_call_observer.h"
+#include "profile_copy.h"
 #include "profile_name.h"
 #include "profile_store.h"
 #include "store_backend.h"
@@ -86,6 +87,12 @@ public:
     void setObserver(ProfileCallObserver *observer)
     {
         m_observer.store(observer, std::memory_order_release);
+    }
+
+    /// A failure is only the caller's: no call of the profile service has failed.
+    StoreResult copyProfiles(const char *folder)
+    {
+        return runOnStore([folder](ProfileStore &store) { return store.copyTo(folder); });
     }
 
 private:
@@ -328,6 +335,16 @@ int NAPI_IsProfileValid(const char *name)
 {
     unsigned int id = 0;
     return findId(__func__, name, &id);
+}
+
+extern "C" profile_copy::CopyProfiles kub_napi_copy_profiles;
+
+extern "C" __attribute__((visibility("default"))) int
+kub_napi_copy_profiles(const char *folder, char *reason, std::size_t size)
+{
+    const StoreResult result = Service::instance().copyProfiles(folder);
+    std::snprintf(reason, size, "%s", result.message.c_str());
+    return result.status;
 }
 
 extern "C" __attribute__((visibility("default"))) void

@@ -176,6 +176,7 @@ TEST_F(SqliteStore, LibraryExportsTheNineCallsAndTheirObserverOnly)
                        "NAPI_ListAllProfile\n"
                        "NAPI_ModifyProfile\n"
                        "NAPI_ReadProfile\n"
+                       "kub_napi_copy_profiles\n"
                        "kub_napi_set_call_observer\n");
 }
 

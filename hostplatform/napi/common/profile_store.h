@@ -45,6 +45,9 @@ public:
     virtual StoreResult remove(std::string_view name) = 0;
     virtual StoreResult idByName(std::string_view name, std::uint32_t &id) = 0;
     virtual StoreResult nameById(std::uint32_t id, std::string &name) = 0;
+    /// Writes all profiles, as they are now, into a store of their own in another state directory,
+    /// which has none yet. NAPI_ERROR_UNAVAILABLE where profiles are not in a file.
+    virtual StoreResult copyTo(const std::string &folder) = 0;
     /// What belongs to the store as a whole is kept here (stored_maximum.h).
     virtual SqliteFile &database() = 0;
 };

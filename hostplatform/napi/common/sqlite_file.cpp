@@ -323,6 +323,36 @@ StoreResult SqliteFile::execute(const char *sql, const char *action)
     return {};
 }
 
+StoreResult SqliteFile::copyTo(const std::string &folder)
+{
+    const std::string path = folder + m_path.substr(m_path.rfind('/'));
+    const auto failureOf = [&path](int error, const std::string &reason) -> StoreResult {
+        return {statusOfSystemError(error), path + ": cannot copy the profiles: " + reason};
+    };
+    Refusal refusal;
+    if (!handset_state::openFile(path, O_RDWR | O_CREAT | O_EXCL, refusal))
+        return failureOf(refusal.error, refusal.reason);
+    sqlite3 *copy = nullptr;
+    int code = sqlite3_open_v2(path.c_str(), &copy, SQLITE_OPEN_READWRITE | SQLITE_OPEN_EXRESCODE,
+                               nullptr);
+    if (code == SQLITE_OK)
+        code = sqlite3_exec(copy, "PRAGMA synchronous = OFF; PRAGMA journal_mode = OFF", nullptr,
+                            nullptr, nullptr);
+    if (code == SQLITE_OK) {
+        sqlite3_backup *const backup = sqlite3_backup_init(copy, "main", m_database, "main");
+        if (backup)
+            sqlite3_backup_step(backup, -1);
+        code = backup ? sqlite3_backup_finish(backup) : sqlite3_extended_errcode(copy);
+    }
+    const StoreResult result =
+        code == SQLITE_OK
+            ? StoreResult()
+            : StoreResult{statusOfSqliteError(code, EIO),
+                          path + ": cannot copy the profiles: " + sqlite3_errstr(code)};
+    sqlite3_close(copy);
+    return result;
+}
+
 StoreResult SqliteFile::readNumber(const char *sql, const char *action, std::int64_t &number)
 {
     sqlite3_stmt *statement = nullptr;

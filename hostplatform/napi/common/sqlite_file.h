@@ -48,6 +48,10 @@ public:
     /// Runs SQL that gives one number.
     StoreResult readNumber(const char *sql, const char *action, std::int64_t &number);
 
+    /// Writes everything that is in the file at this moment into a new one of its name in another
+    /// folder, mode 0600. The copy is not forced to the disk: it is for a process, not for keeps.
+    StoreResult copyTo(const std::string &folder);
+
     bool isInTransaction() const { return sqlite3_get_autocommit(m_database) == 0; }
     /// Of the last statement that changed rows.
     int changedRows() const { return sqlite3_changes(m_database); }

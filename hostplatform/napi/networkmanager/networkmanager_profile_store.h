@@ -38,6 +38,10 @@ public:
     StoreResult remove(std::string_view name) override;
     StoreResult idByName(std::string_view name, std::uint32_t &id) override;
     StoreResult nameById(std::uint32_t id, std::string &name) override;
+    StoreResult copyTo(const std::string &) override
+    {
+        return {NAPI_ERROR_UNAVAILABLE, "the profiles are connections of NetworkManager"};
+    }
     SqliteFile &database() override { return m_database->file(); }
 
 private:

@@ -26,6 +26,7 @@ public:
     StoreResult remove(std::string_view name) override;
     StoreResult idByName(std::string_view name, std::uint32_t &id) override;
     StoreResult nameById(std::uint32_t id, std::string &name) override;
+    StoreResult copyTo(const std::string &folder) override { return m_file.copyTo(folder); }
     SqliteFile &database() override { return m_file; }
 
 private:

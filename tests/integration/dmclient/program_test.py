@@ -93,11 +93,13 @@ class CommandLineTest(DmclientTest):
         self.assertIn("404 Not Found", errors)
 
     def test_node_names_live_as_long_as_a_mount(self):
-        self.succeed("rename", CONN + "/Office", "Team")
+        status, printed, errors = self.run_client("rename", CONN + "/Office", "Team")
+        self.assertEqual((status, printed), (SUCCESS, ""))
+        self.assertIn("Office again at the next mount", errors)
         self.assertEqual(self.succeed("get", CONN), "Office\nPX1\nHome\n")
 
     def test_a_negative_number_stands_behind_a_double_dash(self):
-        self.succeed("replace", "--", PROXY + "/Office/Ph1/Port/PortNbr", "-1")
+        self.run_client("replace", "--", PROXY + "/Office/Ph1/Port/PortNbr", "-1")
         self.assertEqual(self.handset.profile("Office")["proxy1"]["port"], 65535)
 
     def test_wrong_usage(self):
@@ -248,7 +250,7 @@ class PluginMessagesTest(DmclientTest):
             return file.read()
 
     def test_they_go_to_a_file_of_their_own(self):
-        self.succeed("rename", CONN + "/Office", "Branch")
+        self.run_client("rename", CONN + "/Office", "Branch")
         self.assertIn("Leave: RenameProfileMap!", self.log())
 
     def test_each_command_stands_before_its_messages_with_time_and_process(self):

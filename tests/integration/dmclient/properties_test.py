@@ -56,7 +56,7 @@ class PropertiesTest(DmclientTest):
 
     def test_a_deleted_node_takes_its_properties_along(self):
         self.succeed("replace", OFFICE + "?prop=Title", "Our office")
-        self.succeed("delete", OFFICE)
+        self.assertEqual(self.run_client("delete", OFFICE)[0], SUCCESS)
         self.assertEqual(list(self.kept()), [CONN])
 
     def test_each_line_of_a_shell_is_kept(self):

@@ -95,7 +95,7 @@ class DocumentedCommandsTest(unittest.TestCase):
         # The variable of the first steps is still set in the shell of somebody who types on.
         self.environment["KUB_STATE_DIR"] = os.path.join(self.home, "handset")
         output = self.type(session.replace("https://dm.example/", url), "OhBehave\n")
-        self.assertRegex(output, r"Session completed \(\d+ messages, 16 commands, 0 refused\)\n\Z")
+        self.assertRegex(output, r"Session completed \(\d+ messages, 16 commands, 0 refused, 1 different\)\n\Z")
 
     def test_no_document_or_demo_has_a_secret_among_the_words_of_a_command(self):
         for file in ("README.md", "demo", "docs/man/dmclient.1", "docs/man/dmclient-session.7"):

@@ -55,6 +55,7 @@ class InstalledTreeTest(unittest.TestCase):
 
     def test_manuals_and_completions_are_where_man_and_bash_look(self):
         for file in ("man/man1/dmclient.1", "man/man1/napictl.1", "man/man7/dmclient-session.7",
+                     "man/man7/dmclient-surprises.7",
                      "bash-completion/completions/dmclient", "bash-completion/completions/napictl"):
             self.assertTrue(os.path.isfile(os.path.join(self.prefix, "share", file)), file)
 

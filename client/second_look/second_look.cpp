@@ -1,0 +1,279 @@
+#include "second_look.h"
+
+#include "second_look_process.h"
+#include "wire.h"
+
+#include <QDeadlineTimer>
+#include <QFile>
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <iterator>
+#include <utility>
+
+namespace client {
+
+using support::Expected;
+using support::Unexpected;
+
+namespace {
+
+// Only guards against a process that hangs.
+constexpr int mostMilliseconds = 60'000;
+
+/// Bytes beneath a folder.
+std::uintmax_t sizeOf(const std::filesystem::path &folder)
+{
+    std::error_code ignored;
+    std::uintmax_t bytes = 0;
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(folder, ignored))
+        if (entry.is_regular_file(ignored))
+            bytes += entry.file_size(ignored);
+    return bytes;
+}
+
+} // namespace
+
+SecondLook::SecondLook(DmDevice &device) : m_device(device)
+{
+    m_device.tree().setChangeObserver(this);
+}
+
+SecondLook::~SecondLook()
+{
+    m_device.tree().setChangeObserver(nullptr);
+    m_device.setLoadListener(nullptr);
+    end();
+}
+
+// ---- The copy ------------------------------------------------------------------------------------
+
+void SecondLook::beforeChange(const NodeUri &node)
+{
+    if (m_isPrepared || !m_device.tree().objectOf(node))
+        return;
+    m_isPrepared = true;
+    if (!m_device.hasProfilesInState())
+        return;
+    if (const auto copied = copyState(); !copied)
+        fail(copied.error());
+}
+
+Expected<void, QString> SecondLook::copyState()
+{
+    // What the commands are about to write must not lack the room for this.
+    constexpr std::uintmax_t reserve = 1024 * 1024;
+    const std::filesystem::path state = QFile::encodeName(m_device.state().path()).toStdString();
+    std::error_code error;
+    const std::filesystem::space_info room = std::filesystem::space(state, error);
+    if (!error && room.available < 4 * sizeOf(state) + reserve)
+        return Unexpected(QStringLiteral("too little room beside %1 for a copy of the state")
+                              .arg(m_device.state().path()));
+    if (auto begun = begin(); !begun)
+        return begun;
+    if (auto copied = m_device.copyFilesTo(m_folder); !copied)
+        return copied;
+    const auto copyProfiles = [this]() -> Expected<void, QString> {
+        if (auto copied = m_device.copyProfilesTo(m_folder); !copied)
+            return copied;
+        return setUp(true);
+    };
+    if (m_device.isPluginLoaded())
+        return copyProfiles();
+    m_device.setLoadListener([this, copyProfiles] {
+        if (const auto copied = copyProfiles(); !copied)
+            fail(copied.error());
+    });
+    return {};
+}
+
+// ---- The process ---------------------------------------------------------------------------------
+
+Expected<void, QString> SecondLook::begin()
+{
+    const auto folder = m_device.state().makeScratchFolder();
+    if (!folder)
+        return Unexpected(folder.error());
+    m_folder = *folder;
+    m_process.setProgram(QStringLiteral("/proc/self/exe"));
+    m_process.setArguments({QString::fromLatin1(secondLookWord), m_folder});
+    m_process.setStandardErrorFile(QProcess::nullDevice());
+    m_process.setChildProcessModifier([] {
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+            std::signal(signal, SIG_IGN);
+    });
+    m_process.start();
+    if (!m_process.waitForStarted(mostMilliseconds))
+        return Unexpected(
+            QStringLiteral("its process cannot be started: %1").arg(m_process.errorString()));
+    return {};
+}
+
+Expected<void, QString> SecondLook::setUp(bool isMounted)
+{
+    m_isSetUp = true;
+    const DmDevice::Options options = m_device.optionsFor(m_folder);
+    m_process.write(wire::withLength(wire::pack(wire::Setup{
+        .folder = m_folder,
+        .pluginFile = options.pluginFile,
+        .backend = options.profileBackend,
+        .isCopied = m_device.hasProfilesInState(),
+        .isMounted = isMounted,
+    })));
+    if (!m_process.waitForBytesWritten(mostMilliseconds))
+        return Unexpected(QStringLiteral("its process is gone"));
+    return {};
+}
+
+Expected<QByteArray, QString> SecondLook::read(qsizetype bytes)
+{
+    QDeadlineTimer deadline(mostMilliseconds);
+    while (m_received.size() < bytes) {
+        if (!m_process.bytesAvailable() &&
+            !m_process.waitForReadyRead(static_cast<int>(deadline.remainingTime())))
+            return Unexpected(m_process.state() == QProcess::Running
+                                  ? QStringLiteral("it takes too long")
+                                  : QStringLiteral("its process has ended"));
+        m_received += m_process.readAllStandardOutput();
+    }
+    QByteArray first = m_received.first(bytes);
+    m_received.remove(0, bytes);
+    return first;
+}
+
+Expected<QByteArray, QString> SecondLook::ask(const QByteArray &frame)
+{
+    m_process.write(wire::withLength(frame));
+    const auto length = read(wire::lengthBytes);
+    if (!length)
+        return Unexpected(length.error());
+    return read(wire::lengthIn(*length));
+}
+
+void SecondLook::fail(const QString &reason)
+{
+    if (m_failure.isEmpty() && !m_isOver)
+        m_failure = reason;
+    end();
+}
+
+void SecondLook::end()
+{
+    m_isOver = true;
+    if (m_process.state() != QProcess::NotRunning) {
+        m_process.closeWriteChannel();
+        // One that was asked something and has not answered is not waited for.
+        if (!m_failure.isEmpty() || !m_process.waitForFinished(mostMilliseconds)) {
+            m_process.kill();
+            m_process.waitForFinished(mostMilliseconds);
+        }
+    }
+    if (!m_folder.isEmpty())
+        StateDirectory::removeScratchFolder(std::exchange(m_folder, {}));
+}
+
+// ---- Looking -------------------------------------------------------------------------------------
+
+QString SecondLook::takeFailure()
+{
+    const bool hasChanged = std::ranges::any_of(
+        m_changes, [](const TreeChange &change) { return bool(change.outcome); });
+    return hasChanged ? std::exchange(m_failure, {}) : QString();
+}
+
+Expected<void, QString> SecondLook::lookAt(const std::vector<TreeChange> &changes)
+{
+    if (!m_isSetUp)
+        if (auto set = setUp(false); !set)
+            return set;
+    const auto answer = ask(wire::pack(wire::Request::Changes, changes));
+    if (!answer)
+        return Unexpected(answer.error());
+    std::vector<SeenChange> seen;
+    if (!wire::unpack(*answer, seen) || seen.size() != changes.size())
+        return Unexpected(QStringLiteral("its answer cannot be read"));
+    for (std::size_t i = 0; i < seen.size(); ++i)
+        if (seen[i].status != changes[i].outcome.status)
+            return Unexpected(QStringLiteral("it went another way at %1 %2: %3 in place of %4")
+                                  .arg(commandName(changes[i]), addressOf(changes[i]))
+                                  .arg(static_cast<int>(seen[i].status))
+                                  .arg(static_cast<int>(changes[i].outcome.status)));
+    std::ranges::move(seen, std::back_inserter(m_seen));
+    return {};
+}
+
+std::vector<DifferenceNote> SecondLook::lookNow()
+{
+    std::vector<DifferenceNote> notes;
+    const std::size_t first = m_seen.size();
+    if (!m_isPrepared || m_isOver || first == m_changes.size() || !m_device.hasProfilesInState())
+        return notes;
+    const std::vector<TreeChange> changes(m_changes.begin() + static_cast<std::ptrdiff_t>(first),
+                                          m_changes.end());
+    if (const auto looked = lookAt(changes); !looked) {
+        fail(looked.error());
+        return notes;
+    }
+    const std::vector<bool> counts = changesThatCount(changes);
+    for (std::size_t i = 0; i < changes.size(); ++i)
+        if (counts[i])
+            std::ranges::move(notesNow(first + i, changes[i], m_seen[first + i]),
+                              std::back_inserter(notes));
+    m_differences += notes.size();
+    return notes;
+}
+
+std::vector<DifferenceNote> SecondLook::lookAtNextMount()
+{
+    const bool hasChanges = std::ranges::any_of(
+        m_changes, [](const TreeChange &change) { return bool(change.outcome); });
+    if (!m_isPrepared || m_isOver || !hasChanges)
+        return {};
+    if (!m_device.hasProfilesInState()) {
+        auto begun = begin();
+        if (begun)
+            begun = setUp(false);
+        if (!begun) {
+            fail(begun.error());
+            return {};
+        }
+    }
+    support::Expected<NextMount, QString> looks = support::Unexpected(QString());
+    const auto answer = ask(wire::pack(wire::Request::NextMount, m_changes));
+    if (!answer || !wire::unpack(*answer, looks) || !looks) {
+        fail(!answer ? answer.error()
+             : looks ? QStringLiteral("its answer cannot be read")
+                     : looks.error());
+        return {};
+    }
+    end();
+    std::vector<DifferenceNote> notes = notesAtNextMount(m_changes, m_seen, *looks);
+    m_differences += notes.size();
+    return notes;
+}
+
+// ---- For people ----------------------------------------------------------------------------------
+
+QString commandName(const TreeChange &change)
+{
+    switch (change.kind) {
+    case TreeChange::Kind::Add:
+        return QStringLiteral("Add");
+    case TreeChange::Kind::Remove:
+        return QStringLiteral("Delete");
+    case TreeChange::Kind::Copy:
+        return QStringLiteral("Copy");
+    default:
+        return QStringLiteral("Replace");
+    }
+}
+
+QString addressOf(const TreeChange &change)
+{
+    const QString node = change.node.toDisplay();
+    return change.kind == TreeChange::Kind::ReplaceProperty
+               ? QStringLiteral("%1?prop=%2").arg(node, nameOf(change.property))
+               : node;
+}
+
+} // namespace client

@@ -1,0 +1,75 @@
+// Whether what was changed is what the tree says afterwards.
+#pragma once
+
+#include "dm_device.h"
+#include "notes.h"
+
+#include <QProcess>
+#include <QString>
+#include <optional>
+#include <vector>
+
+namespace client {
+
+/// Follows the changes of a device's tree and has a process look at them on a copy of the state,
+/// while nobody waits for an answer. Whatever goes wrong with that changes nothing of the device.
+class SecondLook final : public ChangeObserver {
+public:
+    /// @param device  has to outlive the object; its tree is made
+    explicit SecondLook(DmDevice &device);
+    ~SecondLook() override;
+    SecondLook(const SecondLook &) = delete;
+    SecondLook &operator=(const SecondLook &) = delete;
+
+    /// Copies the state, when the node is one that a mount makes: the others stay what they are.
+    /// Whoever knows what will be changed says so before the first mount, so that the process
+    /// mounts its copy in the meantime.
+    void beforeChange(const NodeUri &node) override;
+
+    /// What the tree says now of the changes since the last look. Nothing where that cannot be told
+    /// before the next mount.
+    std::vector<DifferenceNote> lookNow();
+    /// What the next mount will say of all changes. The last look.
+    std::vector<DifferenceNote> lookAtNextMount();
+    /// Why there was no second look, or none to its end; empty when there was, and when nothing was
+    /// changed. Told once.
+    QString takeFailure();
+
+    /// How many notes there were.
+    std::size_t differences() const { return m_differences; }
+
+    const std::vector<TreeChange> &changes() const { return m_changes; }
+    /// What each of the changes has done, as far as it was looked at.
+    const std::vector<SeenChange> &seen() const { return m_seen; }
+
+    void changed(const TreeChange &change) override { m_changes.push_back(change); }
+
+private:
+    support::Expected<void, QString> copyState();
+    support::Expected<void, QString> begin();
+    support::Expected<void, QString> setUp(bool isMounted);
+    support::Expected<QByteArray, QString> ask(const QByteArray &frame);
+    support::Expected<QByteArray, QString> read(qsizetype bytes);
+    support::Expected<void, QString> lookAt(const std::vector<TreeChange> &changes);
+    void fail(const QString &reason);
+    void end();
+
+    DmDevice &m_device;
+    QProcess m_process;
+    QString m_folder;
+    bool m_isPrepared = false;
+    bool m_isSetUp = false;
+    bool m_isOver = false;
+    QString m_failure;
+    std::vector<TreeChange> m_changes;
+    std::vector<SeenChange> m_seen;
+    std::size_t m_differences = 0;
+    QByteArray m_received;
+};
+
+/// "Replace", "Rename" and so on.
+QString commandName(const TreeChange &change);
+/// What the change was about, as a person would type it.
+QString addressOf(const TreeChange &change);
+
+} // namespace client

@@ -1,0 +1,43 @@
+// How a client and its second look talk: frames of a length and that many bytes.
+#pragma once
+
+#include "mirror.h"
+
+#include <QByteArray>
+
+namespace client::wire {
+
+/// What the process is to do.
+struct Setup {
+    QString folder; ///< that the copy is in, and that goes with the process
+    QString pluginFile;
+    QString backend;        ///< as DmDevice::Options has it
+    bool isCopied = false;  ///< whether changes are made once more on a copy of the profiles
+    bool isMounted = false; ///< whether the client has mounted them
+};
+
+enum class Request : quint8 {
+    Setup,    ///< is not answered
+    Changes,  ///< answered with what each has done
+    NextMount ///< the same changes again; answered with what the next mount says
+};
+
+QByteArray pack(const Setup &setup);
+QByteArray pack(Request request, const std::vector<TreeChange> &changes);
+QByteArray pack(const std::vector<SeenChange> &seen);
+QByteArray pack(const support::Expected<NextMount, QString> &looks);
+
+/// What a frame holds. False for one that is damaged.
+bool unpack(const QByteArray &frame, Request &request, Setup &setup,
+            std::vector<TreeChange> &changes);
+bool unpack(const QByteArray &frame, std::vector<SeenChange> &seen);
+bool unpack(const QByteArray &frame, support::Expected<NextMount, QString> &looks);
+
+/// A frame with its length in front; of more than that many bytes there are none.
+QByteArray withLength(const QByteArray &frame);
+inline constexpr quint32 longestFrame = 256 * 1024 * 1024;
+inline constexpr qsizetype lengthBytes = sizeof(quint32);
+/// The length that is written in those bytes.
+quint32 lengthIn(const QByteArray &bytes);
+
+} // namespace client::wire
