@@ -30,11 +30,11 @@ export class BehindPane {
         this.host.scrollTop = 0;
         this.host.replaceChildren(...(owner ? this.contents(owner) : [
             make("p", {class: "empty"}, "Choose a command: here stands what it did, and why.")]));
-        this.showChangedBytes();
+        this.reveal();
     }
 
     /// Maps begin at the first byte that changed, as far as they are in sight.
-    showChangedBytes() {
+    reveal() {
         for (const map of this.host.querySelectorAll(".map")) {
             const row = map.querySelector(".changed")?.closest(".map-row");
             if (row)
@@ -136,8 +136,9 @@ function callSubject(call) {
 
 function callResult(call) {
     const result = asText(call.result);
+    const read = /^get/.test(asText(call.function)) && call.after ? ["→ ", foreign(call.after, 120)] : null;
     const more = call.count !== undefined && call.count !== null ? `, ${count(call.count, "name")}` : "";
-    return [hasFailed(call) ? `✕ ${result}` : result, more, call.reason ? [": ", foreign(call.reason, 300)] : ""];
+    return [hasFailed(call) ? `✕ ${result}` : result, more, read ? [" ", read] : "", call.reason ? [": ", foreign(call.reason, 300)] : ""];
 }
 
 // ---- Mapping files -------------------------------------------------------------------------------
@@ -145,7 +146,7 @@ function callResult(call) {
 function mappingFiles(calls) {
     const files = new Map();
     for (const call of calls) {
-        if (call.event !== "setting-call" || asText(call.before) === asText(call.after))
+        if (call.event !== "setting-call" || /^get/.test(asText(call.function)) || asText(call.before) === asText(call.after))
             continue;
         const file = asText(call.file);
         if (!files.has(file))

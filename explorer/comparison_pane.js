@@ -31,6 +31,8 @@ export class ComparisonPane {
         this.fill();
     }
 
+    reveal() { this.list.reveal(); }
+
     fill() {
         const others = this.pairs.filter((pair) => pair.differences.length > 0);
         this.caption.textContent = `${count(others.length, "command")} of ${this.pairs.length} differ; at the end of the trees `

@@ -2,7 +2,7 @@
 //
 // What is chosen stands in the address, as #command=7, so that a link leads to it.
 
-import {asText, button, count, duration, foreign, make} from "./dom.js";
+import {asList, asText, button, count, duration, foreign, make} from "./dom.js";
 import {BehindPane} from "./behind_pane.js";
 import {ComparisonPane} from "./comparison_pane.js";
 import {MessagePane} from "./message_pane.js";
@@ -22,6 +22,7 @@ class Page {
         this.message = new MessagePane(byId("message"), this);
         this.tree = new TreePane(byId("tree"), this);
         this.comparison = new ComparisonPane(byId("compare"), this);
+        this.panes = {behind: this.behind, message: this.message, tree: this.tree, compare: this.comparison};
         byId("tab-compare").hidden = records.length < 2;
         this.connectTabs();
         this.connectFilters();
@@ -130,7 +131,7 @@ class Page {
     fillHead() {
         const {run, end, brokenLines, commands} = this.record;
         const all = [...commands.values()];
-        byId("title").replaceChildren(foreign(runTitle(this.record), 120));
+        byId("title").replaceChildren(foreign(runTitle(this.record), 120, {title: asList(run.arguments).map(asText).join(" ").slice(0, 2000)}));
         const facts = [
             asText(run.time).replace("T", " ").replace("Z", " UTC"), `dmclient ${asText(run.version)}`, asText(run.backend),
             count(all.length, "command"), end ? duration(end.t) : null,
@@ -199,8 +200,7 @@ class Page {
             byId(`tab-${name}`).setAttribute("aria-selected", String(isOpen));
             byId(`tab-${name}`).tabIndex = isOpen ? 0 : -1;
         }
-        if (pane === "behind")
-            this.behind.showChangedBytes();
+        this.panes[pane].reveal();
     }
 
     // ---- Keys and dialogs --------------------------------------------------------------------

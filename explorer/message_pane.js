@@ -55,6 +55,11 @@ export class MessagePane {
             this.markElement(this.elements[index], index);
     }
 
+    reveal() {
+        this.elementList.reveal();
+        this.byteList.reveal();
+    }
+
     heading(message) {
         if (!message)
             return [make("p", {class: "empty"}, "Choose a message, or a command that came with one.")];
@@ -142,7 +147,7 @@ function exchangeFacts(exchange) {
     if (!exchange)
         return [];
     return [make("h3", {}, "HTTP"),
-            ...[...exchange.attempts.values()].map((attempt, index, all) => attemptFacts(attempt, all.length > 1, index === all.length - 1)),
+            ...[...exchange.attempts.values()].map((attempt, index, all) => attemptFacts(attempt, all.length > 1, index === all.length - 1 && !exchange.received)),
             ...exchange.waits.map((wait) => make("p", {}, `◷ waited ${duration(wait.us)}: `, foreign(wait.reason)))];
 }
 

@@ -26,9 +26,9 @@ export function readRecord(text) {
 export const isRefused = (command) => command.status >= 400;
 export const isDifferent = (command) => command.notes.length > 0;
 
-/// A title for people: what was run, on whose behalf.
+/// A title for people: the words of the command line without the options.
 export function runTitle(record) {
-    const words = asList(record.run.arguments).map(asText);
+    const words = asList(record.run.arguments).map(asText).filter((word) => !word.startsWith("--"));
     return words.length > 0 ? words.join(" ") : "a run of " + (asText(record.run.program) || "dmclient");
 }
 
@@ -160,9 +160,12 @@ export function* decodedCommands(message) {
     }
 }
 
+/// What a message asks of the other side's credentials: a challenge is of a status that refuses the
+/// last ones, else it only brings the next nonce.
 export function challengesOf(message) {
-    return [...decodedCommands(message)].map((command) => command?.chal?.type ?? command?.chal?.meta?.type)
-        .filter(Boolean);
+    return [...decodedCommands(message)].filter((command) => command?.chal).map((command) =>
+        (["401", "407"].includes(asText(command.data)) ? "challenge: " : "next nonce: ") +
+        asText(command.chal.type).replace(/^syncml:auth-/, ""));
 }
 
 /// A command as a line of a scenario of the scripted server.

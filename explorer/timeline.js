@@ -123,7 +123,7 @@ const RENDER = {
         const challenges = challengesOf(message);
         return arrow(message.direction === "sent" ? "to-server" : "to-client", [
             words(facts.join(" · ")),
-            challenges.length > 0 ? tag("challenge", `challenge: ${challenges.map((type) => asText(type).replace(/^syncml:/, "")).join(", ")}`) : null,
+            challenges.length > 0 ? tag("challenge", foreign(challenges.join(", "), 80)) : null,
             message.fault ? tag("fault", "✕ cannot be read") : null,
         ]);
     },

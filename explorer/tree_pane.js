@@ -48,6 +48,8 @@ export class TreePane {
         this.go(this.states.after, false);
     }
 
+    reveal() { this.list.reveal(); }
+
     /// The state that a command or a mount has left.
     goAfter(owner) { this.go(this.states.leftBy(owner)); }
 

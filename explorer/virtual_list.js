@@ -32,7 +32,7 @@ export class VirtualList {
             if (row && !event.target.closest("button, a"))
                 this.move(Number(row.dataset.index));
         });
-        new ResizeObserver(() => this.choose(this.chosen)).observe(host);
+        new ResizeObserver(() => this.reveal()).observe(host);
         window.addEventListener("beforeprint", () => this.drawAll());
         window.addEventListener("afterprint", () => this.redraw());
     }
@@ -126,15 +126,19 @@ export class VirtualList {
     /// Shows a row as the chosen one and brings it into sight; -1 for none.
     choose(index) {
         this.chosen = index;
-        if (index >= 0) {
-            const {scrollTop, clientHeight} = this.host;
-            const above = this.tops[index];
-            const beneath = this.tops[index + 1];
-            if (above < scrollTop || beneath > scrollTop + clientHeight)
-                this.host.scrollTop = Math.max(0, above - clientHeight / 3);
-        } else {
+        if (index < 0)
             this.host.removeAttribute("aria-activedescendant");
-        }
+        this.reveal();
+    }
+
+    /// Draws the list and brings the chosen row into sight: to be called when the list itself has come
+    /// into sight, as it draws nothing before.
+    reveal() {
+        const {scrollTop, clientHeight} = this.host;
+        const isBeyond = this.chosen >= 0 && (this.tops[this.chosen] < scrollTop ||
+                                              this.tops[this.chosen + 1] > scrollTop + clientHeight);
+        if (isBeyond)
+            this.host.scrollTop = Math.max(0, this.tops[this.chosen] - clientHeight / 3);
         this.draw();
     }
 

@@ -4,17 +4,22 @@ import base64
 import json
 import os
 import re
+import sys
 import unittest
 
 import sample_record as sample
+import sessions
+from handset import CONN, SECRET
 from page import GUARD, Keys, PageTest, WebDriverWait, setUpModule  # pylint: disable=unused-import
 from sample_record import OFFICE, command, line, received, run
+
+SOURCES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
+sys.path.append(os.path.join(SOURCES, "tests/integration/record"))
+import records  # noqa: E402, pylint: disable=wrong-import-position
 
 SCRIPT = "<script>document.title = 'taken'</script>"
 HOSTILE = [SCRIPT, "</script><script>document.title = 'taken'</script>", "<!--<script>", "\"><img src=x onerror=\"document.title='taken'\">",
            "' onmouseover='document.title=1", "javascript:document.title='taken'", "{{7*7}}", "@RECORDS@", "\\u003cb>"]
-
-SOURCES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
 
 
 class TimelineTest(PageTest):
@@ -33,7 +38,7 @@ class TimelineTest(PageTest):
         rows = self.texts("#timeline .row")
         self.assertTrue(any("message 1 · POST · 1 command · 239 bytes · xml" in row for row in rows), rows)
         self.assertTrue(any("message 2 · HTTP 200 · 4 commands, 1 answer · 485 bytes · xml · 21 ms" in row
-                            and "challenge: auth-md5" in row for row in rows), rows)
+                            and "challenge: md5" in row for row in rows), rows)
         self.assertTrue(any("attempt 1 · 39 ms ✕ HTTP 503" in row for row in rows), rows)
         self.assertTrue(any("waits 1.00 s: HTTP 503" in row for row in rows), rows)
         self.assertTrue(any("✕ connection refused" in row for row in rows), rows)
@@ -164,6 +169,7 @@ class MessageTest(PageTest):
 
     def test_shows_headers_and_certificates(self):
         self.open(at="message=2")
+        self.click("#message .headers summary", "Attempt 2")
         self.assertIn("TLS 1.3, TLS_AES_256_GCM_SHA384; certificate of CN=dm.example by CN=Test", self.text("#message .headers"))
         self.assertIn("Content-Type application/vnd.syncml.dm+xml", self.text("#message .headers"))
 
@@ -383,6 +389,50 @@ class PrintTest(PageTest):
         self.assertEqual(self.script("return window.printed"), 300)
         self.assertGreater(pdf.count(b"/Type /Page\n"), 5)
         self.assertLess(len(self.all("#timeline .row")), 80)
+
+
+class SessionTest(PageTest, sessions.SessionTest):
+    """The page of a record that a session has written."""
+
+    PACKAGES = [{"commands": [
+        {"replace": CONN + "/Office/Linger", "data": "70000", "format": "int"},
+        {"replace": CONN + "/Home/Speed", "data": "1200", "format": "int", "expect": 500},
+        {"add": CONN + "/Office/Foo", "data": "x", "format": "chr"},
+        {"get": CONN + "/Office/Linger"},
+        {"replace": CONN + "/Office/Auth/PAP/AuthPw", "data": SECRET}]}]
+
+    def record_of(self, encoding):
+        record = os.path.join(self.folder, encoding + ".jsonl")
+        self.handset.napictl("set", "Office", "gprs.linger=30")
+        self.play(sessions.scenario("profiles", packages=self.PACKAGES, client_auth="md5"),
+                  "--encoding", encoding, "--record", record, client_auth="md5")
+        with open(record, encoding="utf-8") as file:
+            return file.read()
+
+    def structure(self):
+        """The elements of the server's package, and their texts, as the page has them."""
+        self.click("#timeline .row.message", "5 commands")
+        rows = self.texts("#message .elements .row")
+        return rows[[row.split()[0] for row in rows].index("SyncBody"):]
+
+    def test_shows_what_the_handset_did_in_both_encodings(self):
+        structures = {}
+        # So high that all rows of the message are in the document.
+        self.browser.set_window_size(1400, 6000)
+        self.addCleanup(self.browser.set_window_size, 1400, 900)
+        for encoding in sessions.ENCODINGS:
+            self.open(self.record_of(encoding))
+            self.assertIn("Speed = 1200", self.chosen("#timeline"))
+            self.assertIn("Speed illegal", self.text("#behind"))
+            self.click("#timeline .row", "Linger = 70000")
+            self.assertIn("gprsLinger 320–321 30 4464 ≠ cut from 70000 to its low 16 bits", self.text("#behind .changes"))
+            structures[encoding] = self.structure()
+            self.assertNotIn(SECRET, self.script("return document.documentElement.outerHTML"))
+        self.assertEqual(structures["xml"], structures["wbxml"])
+        self.assertIn("LocURI " + CONN + "/Home/Speed", structures["xml"])
+
+    def test_the_record_of_the_other_tests_is_one_that_dmclient_could_write(self):
+        self.assertEqual(records.faults(sample.session()), [])
 
 
 class HostileRecordTest(PageTest):

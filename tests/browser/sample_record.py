@@ -64,8 +64,10 @@ def session():
         f"<Replace><CmdID>3</CmdID><Item><Target><LocURI>{OFFICE}/Linger</LocURI></Target><Data>70000</Data></Item>"
         f"</Replace><Replace><CmdID>4</CmdID><Item><Target><LocURI>{OFFICE}/Speed</LocURI></Target><Data>1200</Data>"
         "</Item></Replace>")
-    decoded = {"header": {"msgId": "1"}, "final": True, "commands": [
-        {"name": "Status", "cmdId": "1", "cmd": "SyncHdr", "data": "212",
+    header = {"verDtd": "1.2", "verProto": "DM/1.2", "sessionId": "1", "msgId": "1", "target": "urn:test:handset",
+              "source": "dm.example"}
+    decoded = {"header": header, "final": True, "commands": [
+        {"name": "Status", "cmdId": "1", "cmd": "SyncHdr", "data": "407",
          "chal": {"type": "syncml:auth-md5", "format": "b64"}},
         {"name": "Replace", "cmdId": "3"}, {"name": "Replace", "cmdId": "4"}, {"name": "Replace", "cmdId": "5"},
         {"name": "Add", "cmdId": "6"}]}
@@ -76,7 +78,7 @@ def session():
            "sha256": "ab" * 32, "until": "2030-01-01"}
     return [
         run(),
-        received(1000, 1, sent, {"commands": [{"name": "Alert", "cmdId": "1", "data": "1201"}], "final": True},
+        received(1000, 1, sent, {"header": header, "commands": [{"name": "Alert", "cmdId": "1", "data": "1201"}], "final": True},
                  direction="sent"),
         line(1100, "request", exchange=1, attempt=1, message=1, method="POST", url="https://dm.example/",
              headers=[["Content-Type", "application/vnd.syncml.dm+xml"]], size=len(sent)),
@@ -89,7 +91,8 @@ def session():
              headers=[["Content-Type", "application/vnd.syncml.dm+xml"]], size=len(content), tls=tls, failure=None),
         received(1061400, 2, content, decoded, exchange=1),
         line(1062000, "mount", mount=1, root=root, command=1),
-        line(1062100, "profile-call", call=1, mount=1, function="NAPI_ListAllProfile", result=0, count=1, us=9),
+        line(1062100, "profile-call", call=1, mount=1, function="NAPI_ListAllProfile", result=0, count=1,
+             reason=None, us=9),
         line(1062200, "setting-call", call=2, mount=1, function="setSettingInfo",
              file="kub_napdef_profilemapping.cfg", group="Office", key="GSM-GPRS", before=None, after="Office", result=True),
         line(1063000, "mounted", mount=1, us=1000, nodes=5, messages=1, fault=None),
@@ -102,7 +105,7 @@ def session():
         command(1064100, 1, value="70000", cmdId="3"),
         line(1064150, "tree", command=1, appeared=[], changed=[{"uri": OFFICE + "/Linger", "value": "4464"}], went=[]),
         line(1064900, "profile-call", call=4, command=2, function="NAPI_ReadProfile", profile="Office", id=3, result=0,
-             us=2, after=base64.b64encode(lingers).decode()),
+             reason=None, us=2, after=base64.b64encode(lingers).decode()),
         line(1064950, "plugin-message", command=2, place="DM_Napi_PluginNode.cpp:612", text="Speed illegal!"),
         command(1065000, 2, target=OFFICE + "/Speed", value="1200", status=500, meaning="Command failed",
                 reason="Speed illegal!", cmdId="4"),
@@ -118,7 +121,8 @@ def session():
                  direction="sent", exchange=2, encoding="wbxml"),
         line(1068100, "request", exchange=2, attempt=1, message=3, method="POST", url="https://dm.example/", headers=[],
              size=19),
-        line(1090000, "response", exchange=2, attempt=1, us=21900, failure="connection refused"),
+        line(1090000, "response", exchange=2, attempt=1, us=21900, headers=[], size=0,
+             failure="connection refused"),
         line(1091000, "note", text="the server asked for nothing more"),
         line(1092000, "read-back", command=1, note="reads 4464", reads="4464", when="now"),
         line(1092100, "read-back", command=3, note="reads " + "9" * 44, reads="9" * 44, when="now"),
