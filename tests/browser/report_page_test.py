@@ -410,10 +410,10 @@ class SessionTest(PageTest, sessions.SessionTest):
             return file.read()
 
     def structure(self):
-        """The elements of the server's package, and their texts, as the page has them."""
+        """The server's commands, element by element with their texts, as the page has them."""
         self.click("#timeline .row.message", "5 commands")
         rows = self.texts("#message .elements .row")
-        return rows[[row.split()[0] for row in rows].index("SyncBody"):]
+        return rows[rows.index("Replace"):]
 
     def test_shows_what_the_handset_did_in_both_encodings(self):
         structures = {}
