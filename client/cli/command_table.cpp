@@ -93,6 +93,10 @@ constexpr Option reportOptions[] = {
     {"output", "FILE", "the page; without it the first record's name with .html, in this folder",
      ValueKind::File, nullptr, 'o'},
 };
+constexpr Option recordOptions[] = {
+    {"json", nullptr, "print the lines of a record as they are, or an array of all records"},
+    {"all", nullptr, "remove all records"},
+};
 constexpr Option shellOptions[] = {
     {"fail-fast", nullptr, "stop at the first line that fails"},
 };
@@ -146,6 +150,11 @@ constexpr CommandRow rows[] = {
       ValueKind::Text, accountWords, accountFieldWords, accountDetails},
      Needs::Accounts,
      runAccount},
+    {{"record", "list | show [NAME | FILE] | remove NAME... | remove --all",
+      "list, show or remove the records that are kept of sessions", 1, anyNumber, recordOptions,
+      ValueKind::Text, recordWords},
+     Needs::Accounts,
+     runRecord},
     {{"report", "RECORD [RECORD]", "make a page for a browser of a record, or of two to compare", 1,
       2, reportOptions, ValueKind::File},
      Needs::Nothing,

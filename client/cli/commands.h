@@ -29,6 +29,9 @@ QStringList accountWords();
 QStringList accountFieldWords();
 /// Says which fields an account has.
 QStringList accountDetails();
+ExitStatus runRecord(Context &context);
+/// What can be done with records.
+QStringList recordWords();
 ExitStatus runShell(Context &context);
 ExitStatus runQuit(Context &context);
 

@@ -37,6 +37,18 @@ Recording::~Recording()
     m_device.setObserver(nullptr);
 }
 
+support::Expected<std::unique_ptr<Recording>, QString> Recording::kept(DmDevice &device,
+                                                                       const Invocation &invocation)
+{
+    const RunDescription run = describeRun(device, invocation);
+    auto sink = keptRecords(device).begin(run);
+    if (!sink)
+        return support::Unexpected(sink.error());
+    auto recording = std::make_unique<Recording>(device, run, *std::move(sink));
+    recording->m_isKept = true;
+    return recording;
+}
+
 support::Expected<void, QString> Recording::keep()
 {
     auto sink = keptRecords(m_device).begin(m_run);

@@ -16,6 +16,9 @@ public:
     /// @param sink  the first place that the record is written to
     Recording(DmDevice &device, const RunDescription &run, EventWriter::Sink sink);
     ~Recording();
+    /// Begins a record that is kept with those of other sessions.
+    static support::Expected<std::unique_ptr<Recording>, QString>
+    kept(DmDevice &device, const Invocation &invocation);
     Recording(const Recording &) = delete;
     Recording &operator=(const Recording &) = delete;
 

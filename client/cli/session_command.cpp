@@ -252,6 +252,41 @@ ExitStatus haveSession(const Context &context, const HttpModule &http, const Ser
                    worse(exitStatusOf(end), ExitStatus::Unusable));
 }
 
+/// Keeps a record of the session with those of others. That it cannot be kept is told, and keeps
+/// nobody from having the session.
+/// @return null when the run is recorded anyway, or when the record cannot be kept
+std::unique_ptr<Recording> beginRecord(Context &context)
+{
+    // The record of a shell has what comes before and after a session as well, and stays one.
+    if (context.recording && context.inShell)
+        return nullptr;
+    const auto tell = [&context](const QString &reason) {
+        problem(context, QStringLiteral("the session is not recorded: %1").arg(reason),
+                ExitStatus::Success);
+    };
+    if (context.recording) {
+        if (const auto kept = context.recording->keep(); !kept)
+            tell(kept.error());
+        return nullptr;
+    }
+    auto recording = Recording::kept(*context.device, context.invocation);
+    if (!recording) {
+        tell(recording.error());
+        return nullptr;
+    }
+    context.recording = recording->get();
+    return *std::move(recording);
+}
+
+ExitStatus endRecord(Context &context, Recording &recording, ExitStatus status)
+{
+    context.recording = nullptr;
+    recording.finish(status);
+    if (const auto &loss = recording.recorder().lossReason())
+        problem(context, QStringLiteral("the session's record has gaps: %1").arg(*loss), status);
+    return status;
+}
+
 /// Whether the signal was meant for more than the session. Ctrl-C is meant for the command that
 /// runs, where somebody types one after the other.
 bool endsShell(int signal)
@@ -285,7 +320,10 @@ ExitStatus runSession(Context &context)
 
     const InterruptGuard guard;
     settings->transport.interruptFile = guard.file();
-    const ExitStatus status = haveSession(context, **http, *server, *settings, trace.get());
+    const auto recording = beginRecord(context);
+    ExitStatus status = haveSession(context, **http, *server, *settings, trace.get());
+    if (recording)
+        status = endRecord(context, *recording, status);
     if (!context.inShell || !endsShell(InterruptGuard::signal()))
         return status;
     context.leaveShell = true;

@@ -3,7 +3,6 @@
 #include "account_tree.h"
 #include "private_file.h"
 #include "private_storage.h"
-#include "profile_numbers.h"
 
 #include <QFile>
 #include <algorithm>
@@ -117,7 +116,7 @@ void DmDevice::hangInRoots()
             nodeAt(root.uri), [this, &root] { return mountedTree(root.uri); },
             {.acl = *AccessControlList::parse(profileRootAcl),
              .profileAcl = *AccessControlList::parse(profileAcl),
-             .profileNumbers = [&root] { return readProfileNumbers(root.mapping); }});
+             .profileNumbers = [this, &root] { return profileNumbersOf(root.mapping); }});
     }
     m_tree->mount(nodeAt(accountTreeRoot),
                   makeAccountTree(*m_accounts, Principal::anonymousServer()),
@@ -150,6 +149,15 @@ Expected<JemSmartPtr<DmtTree>, QString> DmDevice::mountedTree(const char *root)
     const int nodes = tree && m_watch.isObserved() ? countNodes(**tree, {}) : 0;
     m_watch.endMount(nodes, tree ? QString() : tree.error());
     return tree;
+}
+
+/// Reads a file of the plug-in's for the client, of which nobody hears who listens to the plug-in.
+std::map<QString, quint32> DmDevice::profileNumbersOf(const MappingFile &mapping)
+{
+    m_watch.setPaused(true);
+    auto numbers = readProfileNumbers(mapping);
+    m_watch.setPaused(false);
+    return numbers;
 }
 
 /// The fault with what the plug-in has said of it, and where the rest is.

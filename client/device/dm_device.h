@@ -8,11 +8,13 @@
 #include "plugin_host.h"
 #include "plugin_log.h"
 #include "plugin_watch.h"
+#include "profile_numbers.h"
 #include "state_directory.h"
 #include "tree_view.h"
 
 #include <QStringList>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 
@@ -94,6 +96,7 @@ private:
 
     support::Expected<QByteArray, QString> readDeviceId();
     void hangInRoots();
+    std::map<QString, quint32> profileNumbersOf(const MappingFile &mapping);
     support::Expected<JemSmartPtr<DmtTree>, QString> mountedTree(const char *root);
     support::Expected<JemSmartPtr<DmtTree>, QString> treeFor(const char *root);
     QString mountFault(const QString &fault) const;

@@ -107,7 +107,7 @@ bool PluginWatch::observe(const call_observer::ProfileCall &call) noexcept
 
 bool PluginWatch::observe(const call_observer::SettingCall &call) noexcept
 {
-    if (m_observer)
+    if (m_observer && !m_isPaused)
         m_observer->settingCall(call);
     return !call.reason.isEmpty() && takeFailure(call.function, call.reason);
 }

@@ -27,6 +27,9 @@ public:
     void begin(const QString &name, const QString &address) override;
     void end(Outcome &outcome) override;
 
+    /// Whether the calls that are observed are the client's own, and not the plug-in's.
+    void setPaused(bool isPaused) { m_isPaused = isPaused; }
+
     /// A mount may be in the middle of a command; what is said then is not about the command.
     void beginMount(const QByteArray &root);
     /// What the plug-in has said of trouble in the mount that runs; may be empty.
@@ -45,6 +48,7 @@ private:
     PluginLog *m_log = nullptr;
     DeviceObserver *m_observer = nullptr;
     bool m_areReasonsShown = true;
+    bool m_isPaused = false;
     bool m_isCommandRunning = false;
     QString m_command; ///< name and address of the last one
     QString m_address;

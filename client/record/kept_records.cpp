@@ -3,10 +3,13 @@
 #include "private_storage.h"
 #include "record_file.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <algorithm>
+#include <utility>
 
 namespace client {
 
@@ -43,6 +46,12 @@ QStringList KeptRecords::names() const
 {
     QStringList names = QDir(m_folder).entryList(QDir::Files | QDir::System, QDir::Name);
     names.removeIf([](const QString &name) { return !isRecordName(name); });
+    // Of those of one second the name says nothing, but what came later ended later.
+    const auto age = [this](const QString &name) {
+        const QString second = name.section(u'-', 0, 0);
+        return std::pair(second, QFileInfo(path(name)).lastModified());
+    };
+    std::ranges::sort(names, {}, age);
     return names;
 }
 

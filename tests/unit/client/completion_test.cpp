@@ -30,9 +30,10 @@ using Words = std::vector<std::string>;
 
 TEST_F(CompletionTest, CommandsOfTheShellAreOffered)
 {
-    EXPECT_EQ(after(""), (Words{"tree", "get", "add", "replace", "rename", "delete", "copy",
-                                "process", "session", "account", "report", "ddf", "quit", "help"}));
-    EXPECT_EQ(after("re"), (Words{"replace", "rename", "report"}));
+    EXPECT_EQ(after(""),
+              (Words{"tree", "get", "add", "replace", "rename", "delete", "copy", "process",
+                     "session", "account", "record", "report", "ddf", "quit", "help"}));
+    EXPECT_EQ(after("re"), (Words{"replace", "rename", "record", "report"}));
     EXPECT_EQ(after("help ge"), Words{"get"});
 }
 

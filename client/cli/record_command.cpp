@@ -1,0 +1,183 @@
+// dmclient record: the records of sessions that are kept.
+
+#include "commands.h"
+#include "parser.h"
+#include "record_reader.h"
+#include "record_text.h"
+#include "recording.h"
+
+#include <QDateTime>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QLocale>
+
+namespace client::cli {
+
+using commandline::printable;
+
+namespace {
+
+constexpr char ending[] = ".jsonl";
+
+/// A kept record's name with its ending, which need not be typed.
+QString fullName(const QString &name)
+{
+    return name.endsWith(QLatin1String(ending)) ? name : name + QLatin1String(ending);
+}
+
+// ---- list ----------------------------------------------------------------------------------------
+
+QJsonObject summaryOf(const QString &name, RecordReader &reader)
+{
+    const QJsonObject &run = reader.run();
+    const QJsonObject last = reader.lastEvent();
+    QJsonObject summary{{QStringLiteral("name"), name},
+                        {QStringLiteral("time"), run[u"time"]},
+                        {QStringLiteral("run"), run[u"run"]},
+                        {QStringLiteral("arguments"), run[u"arguments"]},
+                        {QStringLiteral("bytes"), reader.bytes()}};
+    if (last[u"event"] == QStringLiteral("end"))
+        for (const char *const field :
+             {"kind", "reason", "messages", "commands", "refused", "status"})
+            if (last.contains(QLatin1String(field)))
+                summary[QLatin1String(field)] = last[QLatin1String(field)];
+    return summary;
+}
+
+QString summaryLine(const QJsonObject &summary)
+{
+    QStringList words;
+    for (const QJsonValue &word : summary[u"arguments"].toArray())
+        words += word.toString();
+    const auto time = QDateTime::fromString(summary[u"time"].toString(), Qt::ISODateWithMs);
+    const QString end = !summary.contains(u"status")
+                            ? QStringLiteral("did not come to its end")
+                            : QStringLiteral("%1 (%2 messages, %3 commands, %4 refused)")
+                                  .arg(summary[u"kind"].toString(QStringLiteral("ended")))
+                                  .arg(summary[u"messages"].toInt())
+                                  .arg(summary[u"commands"].toInt())
+                                  .arg(summary[u"refused"].toInt());
+    return printable(QStringLiteral("%1  %2  %3: %4, %5")
+                         .arg(summary[u"name"].toString().chopped(sizeof ending - 1),
+                              time.toLocalTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")),
+                              words.join(u' '), end,
+                              QLocale::c().formattedDataSize(summary[u"bytes"].toInteger())));
+}
+
+ExitStatus listRecords(Context &context)
+{
+    const KeptRecords records = keptRecords(*context.device);
+    ExitStatus worst = ExitStatus::Success;
+    QJsonArray summaries;
+    for (const QString &name : records.names()) {
+        auto reader = RecordReader::openInState(records.path(name));
+        if (reader)
+            summaries += summaryOf(name, *reader);
+        else
+            worst = worse(worst, problem(context, reader.error(), ExitStatus::Unusable));
+    }
+    if (context.invocation.has("json"))
+        context.output.json(QJsonDocument(summaries), QJsonDocument::Indented);
+    else
+        for (const QJsonValue &summary : summaries)
+            context.output.line(summaryLine(summary.toObject()));
+    return worst;
+}
+
+// ---- show ----------------------------------------------------------------------------------------
+
+/// A word with a slash is a file; others are names of kept records, and none is the newest.
+support::Expected<RecordReader, QString> openRecord(const Context &context)
+{
+    const KeptRecords records = keptRecords(*context.device);
+    const QStringList names = records.names();
+    const QString word = context.invocation.arguments.value(1);
+    if (word.contains(u'/'))
+        return RecordReader::open(word);
+    const QString name = word.isEmpty() ? names.value(names.size() - 1) : fullName(word);
+    if (name.isEmpty())
+        return support::Unexpected(QStringLiteral("no session is recorded"));
+    if (!names.contains(name))
+        return support::Unexpected(
+            QStringLiteral("there is no record %1; a file is named with a slash, such as ./%1")
+                .arg(word));
+    return RecordReader::openInState(records.path(name));
+}
+
+ExitStatus showRecord(Context &context)
+{
+    auto reader = openRecord(context);
+    if (!reader)
+        return problem(context, reader.error(), ExitStatus::Unusable);
+    const bool asJson = context.invocation.has("json");
+    for (;;) {
+        const auto event = reader->next();
+        if (!event)
+            return problem(context, event.error(), ExitStatus::Unusable);
+        if (!*event)
+            return ExitStatus::Success;
+        if (asJson)
+            context.output.json(reader->line());
+        else
+            for (const QString &line : eventLines(**event))
+                context.output.line(printable(line));
+    }
+}
+
+// ---- remove --------------------------------------------------------------------------------------
+
+ExitStatus removeRecords(Context &context)
+{
+    const KeptRecords records = keptRecords(*context.device);
+    const bool all = context.invocation.has("all");
+    QStringList names = context.invocation.arguments.mid(1);
+    if (all != names.isEmpty())
+        return wrongUsage(context, QStringLiteral("remove wants names, or --all"));
+    ExitStatus worst = ExitStatus::Success;
+    for (const QString &name : all ? records.names() : names)
+        if (const auto removed = records.remove(fullName(name)); !removed)
+            worst = worse(worst, problem(context, removed.error(), ExitStatus::Failed));
+    return worst;
+}
+
+struct RecordAction {
+    const char *name;
+    int maxArguments; ///< the action's name included
+    ExitStatus (*run)(Context &);
+    bool prints;
+};
+
+constexpr RecordAction recordActions[] = {{"list", 1, listRecords, true},
+                                          {"show", 2, showRecord, true},
+                                          {"remove", commandline::anyNumber, removeRecords, false}};
+
+} // namespace
+
+QStringList recordWords()
+{
+    QStringList words;
+    for (const RecordAction &row : recordActions)
+        words += QString::fromLatin1(row.name);
+    return words;
+}
+
+ExitStatus runRecord(Context &context)
+{
+    const Invocation &invocation = context.invocation;
+    for (const RecordAction &row : recordActions) {
+        if (invocation.arguments[0] != QLatin1String(row.name))
+            continue;
+        const bool hasTooMany = row.maxArguments != commandline::anyNumber &&
+                                invocation.arguments.size() > row.maxArguments;
+        const bool hasWrongOption =
+            (invocation.has("json") && !row.prints) || (invocation.has("all") && row.prints);
+        if (!hasTooMany && !hasWrongOption)
+            return row.run(context);
+    }
+    return context.output.problem(
+        commandline::wrongArguments(*invocation.command,
+                                    QStringLiteral("these arguments do not go together")),
+        ExitStatus::WrongUsage);
+}
+
+} // namespace client::cli
