@@ -51,9 +51,9 @@ QJsonArray Recorder::shownArguments(const QStringList &arguments)
         const bool isSecret = mentionsSecret(word);
         const qsizetype equals = word.indexOf(u'=');
         const bool isValue = followsSecret && !word.startsWith(QStringLiteral("--"));
-        const qsizetype shownSize = isValue                   ? 0
-                                    : isSecret && equals >= 0 ? equals + 1
-                                                              : word.size();
+        const qsizetype shownSize = isSecret && equals >= 0 ? equals + 1
+                                    : isValue               ? 0
+                                                            : word.size();
         const QString hidden = word.sliced(shownSize);
         m_known.add(hidden.toUtf8());
         words += hidden.isEmpty() ? withoutUserInfo(word) : word.first(shownSize) + mask;

@@ -104,7 +104,7 @@ class KeptRecordTest(SessionTest):
         self.assertRegex(first, r"session .*Test: completed \(6 messages, 16 commands, 0 refused\)")
         self.assertRegex(second, "session .*Test: failed")
         listed = json.loads(self.run_record("list", "--json").stdout)
-        self.assertEqual([record["name"] for record in listed], self.names())
+        self.assertEqual(sorted(record["name"] for record in listed), self.names())
 
     def test_show_tells_of_the_newest_or_the_named_record(self):
         self.play(scenario("profiles"))
