@@ -1,13 +1,14 @@
 """What a record has of sessions, packages and typed commands."""
 
 import base64
+import json
 import os
 import tempfile
 import unittest
 
 import commands
 import records
-from handset import Handset
+from handset import SECRET, Handset
 from sessions import (CERTIFICATE, ENCODINGS, KEY, KINDS, SECRETS, UNUSABLE, USAGE,
                       SessionTest, scenario, scenario_names)
 
@@ -139,6 +140,43 @@ class SecretTest(RecordTest):
                                  server_auth=kind), "--encoding", encoding,
                         client_auth=kind, server_auth=kind)
                     self.assertEqual(records.leaks(self.path, SECRETS.values()), [])
+
+
+    def test_no_secret_of_messages_stands_in_a_record(self):
+        new, typed = "n3w-Pa55word", "typed-Pa55word"
+        leaf = f"{CONN}/Office/Auth/PAP/AuthPw"
+        package = [{"get": leaf}, {"get": f"{CONN}/Office?list=StructData"},
+                   {"get": f"{CONN}/Office?list=TNDS"}, {"replace": leaf, "data": new},
+                   {"get": leaf},
+                   {"replace": f"{CONN}/Nobody/Auth/PAP/AuthPw", "data": typed, "expect": 404}]
+        for encoding in ENCODINGS:
+            with self.subTest(encoding=encoding):
+                events = self.play_recorded(
+                    scenario("profiles", encoding=encoding, packages=[{"commands": package}]),
+                    "--encoding", encoding)
+                asked = records.of(events, "command", target=leaf)
+                self.assertEqual([event["value"] for event in asked], ["********"] * 3)
+                listed = records.of(events, "command", target=f"{CONN}/Office?list=TNDS")
+                self.assertEqual(listed[0]["status"], 200)
+                self.assertEqual(records.leaks(self.path, [SECRET, new, typed]), [])
+                for event in records.of(events, "message"):
+                    self.assertIsNotNone(event["bytes"])
+                answer = [event for event in records.of(events, "message", direction="sent")
+                          if b"NodeName" in base64.b64decode(event["bytes"])]
+                self.assertIn("<Value>********</Value>", json.dumps(answer[0]["decoded"]))
+                self.assertIn("<NodeName>Addr</NodeName>", json.dumps(answer[0]["decoded"]))
+
+    def test_secrets_are_shown_when_that_is_asked_for(self):
+        leaf = f"{CONN}/Office/Auth/PAP/AuthPw"
+        _, events = self.record("get", leaf, "--show-secrets")
+        self.assertEqual(records.of(events, "command")[0]["value"], SECRET)
+        self.record("get", leaf)
+        self.assertEqual(records.leaks(self.path, [SECRET]), [])
+
+    def test_a_secret_that_is_typed_is_hidden(self):
+        for value, stdin in (("typed-Pa55word", None), ("-", "typed-Pa55word\n")):
+            self.record("replace", f"{CONN}/Office/Auth/PAP/AuthPw", value, stdin=stdin)
+            self.assertEqual(records.leaks(self.path, [SECRET, "typed-Pa55word"]), [])
 
 
 class PackageRecordTest(RecordTest):

@@ -43,13 +43,14 @@ QByteArray decoded(const QByteArray &bytes)
 
 TEST(MessageSecretsTest, OverwritesTheValueOfASecretLeafInPlace)
 {
-    for (const char *const data : {"hunter2&amp;co", "<![CDATA[hunter2&co]]>", "hunter2&#38;co",
-                                   "hunt<!-- -->er2&#x26;co"}) {
+    const QByteArray values[] = {"hunter2&amp;co", "<![CDATA[hunter2&co]]>", "hunter2&#38;co",
+                                 "hunt<!-- -->er2&#x26;co"};
+    for (const QByteArray &data : values) {
         const QByteArray before = document(replaceOf("./A/AuthPw", data));
         const auto after = shown(before);
-        ASSERT_TRUE(after) << data;
-        EXPECT_EQ(*after, document(replaceOf("./A/AuthPw", QByteArray(qstrlen(data), '*'))))
-            << data;
+        ASSERT_TRUE(after) << data.toStdString();
+        EXPECT_EQ(*after, document(replaceOf("./A/AuthPw", QByteArray(data.size(), '*'))))
+            << data.toStdString();
         EXPECT_FALSE(decoded(before).contains("hunter2"));
     }
 }
