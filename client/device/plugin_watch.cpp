@@ -61,7 +61,7 @@ void PluginWatch::end(Outcome &outcome)
 void PluginWatch::beginMount(const QByteArray &root)
 {
     m_mountedRoot = root;
-    m_reasonsOfMount.clear();
+    m_lastMessagesOfMount.clear();
     if (m_log)
         m_log->beginMount(QString::fromUtf8(root));
     if (m_observer)
@@ -70,7 +70,10 @@ void PluginWatch::beginMount(const QByteArray &root)
 
 QString PluginWatch::troubleOfMount() const
 {
-    return m_reasonsOfMount.text(CommandReasons::Kind::Trouble);
+    CommandReasons reasons;
+    for (const std::string &message : m_lastMessagesOfMount)
+        reasons.addMessage(message);
+    return reasons.text(CommandReasons::Kind::Trouble);
 }
 
 void PluginWatch::endMount(int nodes, const QString &fault)
@@ -88,10 +91,15 @@ void PluginWatch::pluginMessage(std::string_view message)
 {
     if (m_observer)
         m_observer->pluginMessage(message);
-    if (!m_mountedRoot.isEmpty())
-        m_reasonsOfMount.addMessage(message);
-    else if (m_isCommandRunning)
-        m_reasons.addMessage(message);
+    if (m_mountedRoot.isEmpty()) {
+        if (m_isCommandRunning)
+            m_reasons.addMessage(message);
+        return;
+    }
+    constexpr std::size_t mostMessages = 8;
+    if (m_lastMessagesOfMount.size() == mostMessages)
+        m_lastMessagesOfMount.pop_front();
+    m_lastMessagesOfMount.emplace_back(message);
 }
 
 bool PluginWatch::observe(const call_observer::ProfileCall &call) noexcept

@@ -6,6 +6,8 @@
 #include "device_observer.h"
 #include "plugin_log.h"
 
+#include <deque>
+#include <string>
 #include <string_view>
 
 namespace client {
@@ -54,7 +56,7 @@ private:
     QString m_address;
     QByteArray m_mountedRoot; ///< of the mount that runs; empty between mounts
     CommandReasons m_reasons;
-    CommandReasons m_reasonsOfMount;
+    std::deque<std::string> m_lastMessagesOfMount; ///< of which one may say why it failed
 };
 
 } // namespace client

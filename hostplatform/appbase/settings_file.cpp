@@ -98,14 +98,9 @@ bool moveIntoPlace(const char *newFile, const char *path)
 
 } // namespace
 
-SettingsFile::SettingsFile(const QString &path) : m_path(QFile::encodeName(path))
+SettingsFile::SettingsFile(const QString &path) : m_name(path), m_path(QFile::encodeName(path))
 {
     read();
-}
-
-QString SettingsFile::path() const
-{
-    return QFile::decodeName(m_path);
 }
 
 void SettingsFile::noteFault(const std::string &fault)

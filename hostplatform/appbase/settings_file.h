@@ -23,7 +23,7 @@ public:
     /// Reads the file. What cannot be read is left out, with a fault.
     explicit SettingsFile(const QString &path);
 
-    QString path() const;
+    const QString &name() const { return m_name; }
     bool hasFaults() const { return !m_faults.empty(); }
     /// @return what went wrong since the last call, in sentences that name the file; empty when
     ///         nothing did.
@@ -53,6 +53,7 @@ private:
     void noteFault(const std::string &fault);
     void noteFault(const char *action, const char *reason);
 
+    QString m_name;    ///< the path that was asked for
     QByteArray m_path; ///< as the file system wants it
     SettingsGroups m_groups;
     bool m_damaged = false;

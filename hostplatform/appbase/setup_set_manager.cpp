@@ -39,7 +39,7 @@ void tellOfFile(const char *function, SettingsFile &file, bool result)
     const std::vector<std::string> faults = file.takeFaults();
     SettingCallObserver *const observer = currentObserver();
     const bool isShown = observer && observer->observe({.function = function,
-                                                        .file = file.path(),
+                                                        .file = file.name(),
                                                         .result = result,
                                                         .reason = joined(faults)});
     for (const std::string &fault : faults)
@@ -69,7 +69,7 @@ bool SETUP_SET_Manager::flush()
 QMap<QString, QString> SETUP_SET_Manager::getEntryKeyList(const QString &group) const
 {
     if (SettingCallObserver *const observer = currentObserver())
-        observer->observe({.function = "getEntryKeyList", .file = m_file->path(), .group = group});
+        observer->observe({.function = "getEntryKeyList", .file = m_file->name(), .group = group});
     return m_file->groups().value(group);
 }
 
@@ -82,7 +82,7 @@ bool SETUP_SET_Manager::getSettingInfo(const QString &group, const QString &key,
     value = isThere ? *entry : defaultText;
     if (SettingCallObserver *const observer = currentObserver())
         observer->observe({.function = "getSettingInfo",
-                           .file = m_file->path(),
+                           .file = m_file->name(),
                            .group = group,
                            .key = key,
                            .after = isThere ? *entry : QString(),
@@ -98,7 +98,7 @@ bool SETUP_SET_Manager::setSettingInfo(const QString &group, const QString &key,
     m_file->set(group, key, value.isNull() ? QLatin1StringView("") : value);
     if (observer)
         observer->observe({.function = "setSettingInfo",
-                           .file = m_file->path(),
+                           .file = m_file->name(),
                            .group = group,
                            .key = key,
                            .before = before,
@@ -113,7 +113,7 @@ bool SETUP_SET_Manager::removeEntry(const QString &group, const QString &key)
     const bool wasThere = m_file->remove(group, key);
     if (observer)
         observer->observe({.function = "removeEntry",
-                           .file = m_file->path(),
+                           .file = m_file->name(),
                            .group = group,
                            .key = key,
                            .before = before,

@@ -144,6 +144,35 @@ class ScenarioTest(SessionTest):
         self.assertRegex(lines[1], rf"^Replace {uri}/Addr: 425 Permission Denied: .*Replace.*"
                                    r"somebody\.else")
 
+    def test_what_the_plugin_said_stands_behind_the_status(self):
+        conn = "./DevDetail/Ext/Conf/Conn/Profiles"
+        long_name = "n" * 70
+        # The mount that the first command causes says much, and nothing of it is about the command.
+        played = scenario("commands", packages=[{"commands": [
+            {"replace": conn + "/Home/Speed", "format": "int", "data": "1", "expect": 500},
+            {"atomic": [{"replace": conn + "/Home/Linger", "format": "int", "data": "5", "expect": 216},
+                        {"replace": conn + "/Home/Bearer", "data": "pigeon", "expect": 500}],
+             "expect": 507},
+            {"add": f"{conn}/{long_name}", "format": "node", "expect": 500},
+            {"replace": conn + "/Home/Linger", "format": "int", "data": "6"}]}])
+        reasons = [
+            (f"{conn}/Home/Speed", 500, "Speed illegal"),
+            ("", 507, "one of its commands failed"),
+            (f"{conn}/Home/Linger", 216, "taken back"),
+            (f"{conn}/Home/Bearer", 500, "Bearer illegal"),
+            (f"{conn}/{long_name}", 500, "Profile name too long; a profile name is empty, longer than 63 "
+                                         "bytes, not UTF-8, has a slash, or is . or .. or *"),
+            (f"{conn}/Home/Linger", 200, "")]
+        status, lines, report = self.play(played)
+        self.assertEqual((status, report["faults"], self.stderr), (REFUSED, [], ""))
+        self.assertIn(f"Replace {conn}/Home/Speed: 500 Command Failed: Speed illegal", lines)
+        _, lines, _ = self.play(played, "--json")
+        self.assertEqual([(entry["uri"], entry["status"], entry["reason"])
+                          for entry in map(json.loads, lines[:-1])], reasons)
+        with open(self.handset.client_file("plugin.log"), encoding="utf-8") as file:
+            headings = [line.split(" ", 2)[2].rstrip() for line in file if not line.startswith("(")]
+        self.assertEqual(headings[1:3], [f"Replace {conn}/Home/Speed", f"Replace {conn}/Home/Bearer"])
+
     def test_json_has_an_object_a_line(self):
         _, lines, _ = self.play(scenario("commands"), "--json")
         objects = [json.loads(line) for line in lines]

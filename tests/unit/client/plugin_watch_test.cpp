@@ -92,6 +92,21 @@ TEST_F(PluginWatchTest, MountInTheMiddleOfACommandIsNotAboutIt)
     EXPECT_EQ(end(DmStatus::CommandFailed), "500 Command Failed: before; after");
 }
 
+TEST_F(PluginWatchTest, MountThatHasSaidMuchFailedForWhatItSaidLast)
+{
+    watch.beginMount("./Root");
+    for (int profile = 0; profile < 1000; ++profile)
+        watch.pluginMessage("(a:1)Leave: Load! one of the early ones failed\n");
+    for (int profile = 0; profile < 7; ++profile)
+        watch.pluginMessage(
+            "(a:701)Leave: GetConnValue(), the Conn of  Ph1 has no related fields\n");
+    watch.pluginMessage("(a:1031)Leave: Load : the list failed!\n");
+    EXPECT_EQ(watch.troubleOfMount(), QStringLiteral("the list failed!"));
+    watch.endMount(0, QStringLiteral("!"));
+    watch.beginMount("./Root");
+    EXPECT_EQ(watch.troubleOfMount(), QString());
+}
+
 TEST_F(PluginWatchTest, ReasonOfAServiceIsTakenWhileACommandRuns)
 {
     EXPECT_FALSE(fail("NAPI_ReadProfile", NAPI_ERROR_IO, "too early"));
