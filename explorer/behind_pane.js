@@ -7,7 +7,8 @@ import {isDifferent, isRefused, scenarioCommand} from "./record.js";
 import {statusBadge, statusSign} from "./timeline.js";
 
 const RECORD_SIZE = RECORD_FIELDS.at(-1).offset + RECORD_FIELDS.at(-1).size;
-const MAP_WIDTH = 32;
+const WIDE_MAP = 32, NARROW_MAP = 16; // bytes in a row
+const WIDE_MAP_REM = 51;
 
 // The first one whose name a field's name begins with is its part.
 const PARTS = [
@@ -42,6 +43,11 @@ export class BehindPane {
         }
     }
 
+    mapWidth() {
+        const rem = parseFloat(getComputedStyle(document.documentElement).fontSize);
+        return this.host.clientWidth === 0 || this.host.clientWidth / rem >= WIDE_MAP_REM ? WIDE_MAP : NARROW_MAP;
+    }
+
     contents(owner) {
         const calls = owner.calls ?? [];
         const changes = calls.filter(changesRecord).map(recordChange);
@@ -50,7 +56,7 @@ export class BehindPane {
             section("Bytes of the record", changes.map((change) => changeSummary(change, owner))),
             ...(owner.kind === "mount" ? [] : this.commandFacts(owner)),
             section("What the plug-in said", pluginMessages(owner.pluginMessages)),
-            section("Map of the record", changes.map(recordMap)),
+            section("Map of the record", changes.map((change) => recordMap(change, this.mapWidth()))),
             section("Mapping files", mappingFiles(calls)),
             section(`Outside calls, in order (${calls.length})`, calls.length > 0 ? [callTable(calls)] : []),
             calls.length === 0 && owner.hasEnded !== false
@@ -240,13 +246,13 @@ function partOf(field) {
     return PARTS.find((part) => field.name.startsWith(part.name));
 }
 
-function recordMap({call, before, after, changed}) {
+function recordMap({call, before, after, changed}, width) {
     const bytes = after ?? before;
     const rows = [];
     const fieldOfByte = RECORD_FIELDS.flatMap((field, index) => new Array(field.size).fill(index));
-    for (let start = 0; start < bytes.length; start += MAP_WIDTH) {
+    for (let start = 0; start < bytes.length; start += width) {
         const cells = [];
-        for (let at = start; at < Math.min(start + MAP_WIDTH, bytes.length); ++at) {
+        for (let at = start; at < Math.min(start + width, bytes.length); ++at) {
             const index = fieldOfByte[at];
             const field = RECORD_FIELDS[index];
             const part = field ? partOf(field) : PARTS.at(-1);

@@ -48,7 +48,13 @@ export class TreePane {
         this.go(this.states.after, false);
     }
 
-    reveal() { this.list.reveal(); }
+    /// Where no node is chosen, the first one that changed is what a reader looks for.
+    reveal() {
+        this.list.reveal();
+        const changed = this.lines.findIndex((line) => this.changes.has(line.uri));
+        if (this.uri === null && changed >= 0)
+            this.list.bringIntoSight(changed);
+    }
 
     /// The state that a command or a mount has left.
     goAfter(owner) { this.go(this.states.leftBy(owner)); }
@@ -71,6 +77,12 @@ export class TreePane {
             if (!shown.has(uri))
                 shown.set(uri, node);
         this.lines = treeLines(shown, (uri) => this.closed.has(uri));
+        if (this.states.count === 1) {
+            this.caption.textContent = "This record says nothing of the tree.";
+            this.lines = [];
+            this.list.setItems([]);
+            return;
+        }
         const label = this.momentLabel();
         const counts = Object.keys(SIGNS).map((what) => [what, [...this.changes.values()].filter((change) => change === what).length])
             .filter(([, amount]) => amount > 0).map(([what, amount]) => `${SIGNS[what][0]} ${amount} ${SIGNS[what][1]}`);
@@ -79,6 +91,7 @@ export class TreePane {
         this.slider.setAttribute("aria-valuetext", label.textContent);
         this.list.setItems(this.lines);
         this.list.choose(this.lines.findIndex((line) => line.uri === this.uri));
+        this.reveal();
     }
 
     momentLabel() {

@@ -134,12 +134,15 @@ export class VirtualList {
     /// Draws the list and brings the chosen row into sight: to be called when the list itself has come
     /// into sight, as it draws nothing before.
     reveal() {
-        const {scrollTop, clientHeight} = this.host;
-        const isBeyond = this.chosen >= 0 && (this.tops[this.chosen] < scrollTop ||
-                                              this.tops[this.chosen + 1] > scrollTop + clientHeight);
-        if (isBeyond)
-            this.host.scrollTop = Math.max(0, this.tops[this.chosen] - clientHeight / 3);
+        if (this.chosen >= 0)
+            this.bringIntoSight(this.chosen);
         this.draw();
+    }
+
+    bringIntoSight(index) {
+        const {scrollTop, clientHeight} = this.host;
+        if (this.tops[index] < scrollTop || this.tops[index + 1] > scrollTop + clientHeight)
+            this.host.scrollTop = Math.max(0, this.tops[index] - clientHeight / 3);
     }
 
     move(index) {

@@ -220,6 +220,10 @@ class TreeTest(PageTest):
         self.assertEqual(len(self.all("#tree .row.changed")), 2)
         self.assertEqual(self.texts("#tree .row.appeared"), ["+ Foo chr x"])
 
+    def test_of_a_record_without_a_tree_says_so(self):
+        self.open([run(), command(10, 1, message=None)], at="command=1&pane=tree")
+        self.assertEqual(self.text("#tree .caption"), "This record says nothing of the tree.")
+
     def test_a_leaf_has_its_history(self):
         self.open(at="command=1&pane=tree")
         self.click("#tree .row", "Linger")
