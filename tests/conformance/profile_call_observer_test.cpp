@@ -12,6 +12,7 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
+#include "heap_count.h"
 #include "napi.h"
 #include "profile_call_observer.h"
 
@@ -53,6 +54,8 @@ public:
     bool wantsRecords() const override { return records; }
     bool observe(const ProfileCall &call) noexcept override
     {
+        if (costs::counting)
+            return showsReasons;
         calls.emplace_back(call);
         if (whenCalled)
             whenCalled();
@@ -259,6 +262,31 @@ TEST_F(ProfileCallObserverTest, ListenerThatWantsNoRecordsCausesNoReading)
     EXPECT_FALSE(call.id);
     EXPECT_FALSE(call.before);
     EXPECT_TRUE(isSame(call.after, m_given)) << "the caller's own";
+}
+
+TEST_F(ProfileCallObserverTest, TellingOfACallTakesNothingFromTheHeap)
+{
+    if (!costs::CountsAllocations())
+        GTEST_SKIP() << "the sanitizer has the heap";
+    if (qgetenv("KUB_NAPI_BACKEND") == "networkmanager")
+        GTEST_SKIP() << "threads of the bus use it, too";
+    const auto allocations = [this](call_observer::ProfileCallObserver *observer) {
+        kub_napi_set_call_observer(observer);
+        NAP_PROFILE_S record;
+        const std::uint64_t before = costs::AllocationsNow();
+        costs::counting = true;
+        EXPECT_EQ(NAPI_ReadProfile("Office", &record, 0, 0), NAPI_OK);
+        EXPECT_EQ(NAPI_ModifyProfile("Office", &m_given, 0, 0), NAPI_OK);
+        EXPECT_EQ(NAPI_IsProfileValid("Nobody"), NAPI_ERROR_NOT_FOUND);
+        costs::counting = false;
+        return costs::AllocationsNow() - before;
+    };
+    m_listener.records = false;
+    allocations(nullptr); // what the store keeps for later calls
+    const std::uint64_t unheard = allocations(nullptr);
+    EXPECT_EQ(allocations(&m_listener), unheard);
+    m_listener.records = true;
+    EXPECT_GT(allocations(&m_listener), unheard) << "reading a record does";
 }
 
 TEST_F(ProfileCallObserverTest, CallsAreToldInTheirOrderUntilTheListenerIsTakenAway)

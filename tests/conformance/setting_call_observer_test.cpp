@@ -7,6 +7,7 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
+#include "heap_count.h"
 #include "setting_call_observer.h"
 #include "setup_set_manager.h"
 
@@ -102,6 +103,25 @@ TEST_F(SettingCallObserverTest, NobodyIsToldOnceTheListenerIsTakenAway)
     EXPECT_TRUE(manager.flush());
     EXPECT_TRUE(manager.removeEntry(m_group, m_key));
     EXPECT_EQ(m_listener.take(), Lines{});
+}
+
+TEST_F(SettingCallObserverTest, CallThatNobodyHearsTakesNothingFromTheHeap)
+{
+    if (!costs::CountsAllocations())
+        GTEST_SKIP() << "the sanitizer has the heap";
+    SETUP_SET_Manager manager(m_path, false);
+    const QString value = QStringLiteral("value");
+    manager.setSettingInfo(m_group, m_key, value, false);
+    kub_appbase_set_call_observer(nullptr);
+    QString read;
+    const std::uint64_t before = costs::AllocationsNow();
+    costs::counting = true;
+    EXPECT_TRUE(manager.getSettingInfo(m_group, m_key, read, value, false));
+    EXPECT_FALSE(manager.getSettingInfo(m_group, value, read, value, false));
+    manager.setSettingInfo(m_group, m_key, value, false);
+    EXPECT_FALSE(manager.removeEntry(m_group, value));
+    costs::counting = false;
+    EXPECT_EQ(costs::AllocationsNow(), before);
 }
 
 TEST_F(SettingCallObserverTest, FileThatCannotBeWrittenIsExplained)
