@@ -1,5 +1,7 @@
 #include "difference_report.h"
 
+#include "recording.h"
+
 namespace client::cli {
 
 // ---- Origins -------------------------------------------------------------------------------------
@@ -56,6 +58,13 @@ Difference differenceOf(const SecondLook &look, const DifferenceNote &note,
 }
 
 // ---- Looking and telling -------------------------------------------------------------------------
+
+void recordLooks(const Context &context)
+{
+    if (context.secondLook)
+        context.secondLook->setObserver(context.recording ? &context.recording->recorder()
+                                                          : nullptr);
+}
 
 std::vector<DifferenceNote> lookAfterCommand(const Context &context)
 {

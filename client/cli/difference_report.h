@@ -31,6 +31,9 @@ private:
 Difference differenceOf(const SecondLook &look, const DifferenceNote &note,
                         const ChangeOrigins *origins = nullptr);
 
+/// Has what a second look sees written to the record of the command, if there is one.
+void recordLooks(const Context &context);
+
 /// Looks after a command, and for the last time when no other follows.
 std::vector<DifferenceNote> lookAfterCommand(const Context &context);
 /// Why there was no second look, as a sentence; empty when nothing is to be said.

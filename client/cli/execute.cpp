@@ -2,6 +2,7 @@
 
 #include "command_table.h"
 #include "common_rows.h"
+#include "difference_report.h"
 #include "record_file.h"
 #include "recording.h"
 
@@ -94,6 +95,7 @@ ExitStatus runOnTree(Context &context, const CommandRow &row)
 ExitStatus runAndKeep(Context &context)
 {
     const CommandRow &row = rowOf(*context.invocation.command);
+    recordLooks(context);
     const ExitStatus status = row.needs == Needs::Tree ? runOnTree(context, row) : row.run(context);
     if (!context.device)
         return status;
@@ -103,6 +105,16 @@ ExitStatus runAndKeep(Context &context)
 }
 
 namespace {
+
+/// Runs the command. What is not as it was asked for is a failure to those who say so.
+ExitStatus runStrictly(Context &context)
+{
+    const ExitStatus status = runAndKeep(context);
+    const bool isDifferent = context.secondLook && context.secondLook->differences() > 0;
+    return status == ExitStatus::Success && isDifferent && context.invocation.has(strictOption)
+               ? ExitStatus::Different
+               : status;
+}
 
 /// Runs the command, and writes down what it does.
 ExitStatus runRecorded(Context &context)
@@ -114,7 +126,9 @@ ExitStatus runRecorded(Context &context)
     Recording recording(*context.device, describeRun(*context.device, context.invocation),
                         *std::move(sink));
     context.recording = &recording;
-    const ExitStatus status = recording.finish(runAndKeep(context));
+    const ExitStatus status = recording.finish(runStrictly(context));
+    context.recording = nullptr;
+    recordLooks(context);
     const auto &loss = recording.recorder().lossReason();
     return !loss ? status
                  : context.output.problem(QStringLiteral("the record has gaps: %1").arg(*loss),
@@ -147,11 +161,7 @@ ExitStatus execute(Output &output, const Invocation &invocation)
                     .output = output,
                     .invocation = invocation,
                     .secondLook = look ? &*look : nullptr};
-    const ExitStatus status = isRecorded ? runRecorded(context) : runAndKeep(context);
-    const bool isDifferent = look && look->differences() > 0;
-    return status == ExitStatus::Success && isDifferent && invocation.has(strictOption)
-               ? ExitStatus::Different
-               : status;
+    return isRecorded ? runRecorded(context) : runStrictly(context);
 }
 
 } // namespace client::cli

@@ -226,6 +226,7 @@ ExitStatus haveSession(const Context &context, const HttpModule &http, const Ser
     const bool asJson = context.invocation.has("json");
     const auto report = asJson ? jsonReport(context.output) : readableReport(context.output);
     PropertyKeeper keeper(*context.device, *report);
+    recordLooks(context);
     ChangeOrigins origins(*context.secondLook);
     std::vector<SessionObserver *> observers = {report.get(), &keeper, &origins};
     if (trace)
@@ -281,6 +282,7 @@ std::unique_ptr<Recording> beginRecord(Context &context)
 ExitStatus endRecord(Context &context, Recording &recording, ExitStatus status)
 {
     context.recording = nullptr;
+    recordLooks(context);
     recording.finish(status);
     if (const auto &loss = recording.recorder().lossReason())
         problem(context, QStringLiteral("the session's record has gaps: %1").arg(*loss), status);

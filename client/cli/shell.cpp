@@ -112,6 +112,8 @@ ExitStatus Shell::runWords(const QStringList &words)
                     .inShell = true};
     status = runAndKeep(context);
     m_leave = context.leaveShell;
+    context.recording = m_recording;
+    recordLooks(context);
     return status;
 }
 

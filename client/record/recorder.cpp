@@ -95,6 +95,7 @@ void Recorder::end(const SessionEnd *session, int exitStatus)
                        {QStringLiteral("messages"), session ? session->messages : m_messages},
                        {QStringLiteral("commands"), session ? session->commands : m_answered},
                        {QStringLiteral("refused"), session ? session->refused : m_refused},
+                       {QStringLiteral("differences"), m_differences},
                        {QStringLiteral("status"), exitStatus}};
     if (session) {
         const auto *const row =
@@ -592,6 +593,71 @@ void Recorder::typedCommandEnded(const TypedCommand &command)
     }
     writeOutcome(std::move(item), command.outcome.status, command.outcome.reason);
     m_running.clear();
+}
+
+// ---- The second look -----------------------------------------------------------------------------
+
+QJsonObject Recorder::shownNode(const SeenNode &node) const
+{
+    QJsonObject fields;
+    if (node.value && node.format != formatName(DmtData::Node))
+        fields = shownValue(*node.value, isSecretLeaf(node.uri.name()));
+    fields[u"uri"] = QString::fromLatin1(node.uri.toUri());
+    fields[u"format"] = node.format;
+    if (node.status != DmStatus::Ok)
+        fields[u"status"] = static_cast<int>(node.status);
+    return fields;
+}
+
+void Recorder::writeTree(QJsonObject fields, const TreeDifference &difference)
+{
+    QJsonArray appeared;
+    QJsonArray changed;
+    QJsonArray went;
+    for (const SeenNode &node : difference.appeared)
+        appeared += shownNode(node);
+    for (const ChangedNode &node : difference.changed)
+        changed += shownNode(node.after);
+    for (const NodeUri &uri : difference.went)
+        went += QString::fromLatin1(uri.toUri());
+    for (const auto &[name, nodes] :
+         {std::pair("appeared", appeared), std::pair("changed", changed), std::pair("went", went)})
+        if (!nodes.isEmpty())
+            fields[QLatin1String(name)] = nodes;
+    m_writer.write("tree", fields);
+}
+
+void Recorder::treeSeen(const Picture &tree)
+{
+    // Without a mount the tree is what the first command has found.
+    writeTree({{m_mounts > 0 ? QStringLiteral("mount") : QStringLiteral("command"),
+                std::max(m_mounts, 1)}},
+              difference({}, tree));
+}
+
+void Recorder::commandSeen(int command, const TreeDifference &difference)
+{
+    if (command > 0) // of this record
+        writeTree({{QStringLiteral("command"), command}}, difference);
+}
+
+void Recorder::nextMountSeen(const TreeDifference &difference)
+{
+    writeTree({{QStringLiteral("next"), true}}, difference);
+}
+
+void Recorder::differenceNoted(int command, const DifferenceNote &note)
+{
+    if (command == 0) // of an earlier line of a shell
+        return;
+    ++m_differences;
+    QJsonObject fields{{QStringLiteral("command"), command},
+                       {QStringLiteral("note"), shown(note.text)},
+                       {QStringLiteral("when"),
+                        note.isAtNextMount ? QStringLiteral("next mount") : QStringLiteral("now")}};
+    if (note.reads)
+        fields[u"reads"] = shown(QString::fromUtf8(*note.reads));
+    m_writer.write("read-back", fields);
 }
 
 void Recorder::note(const QString &text)

@@ -4,6 +4,7 @@
 #include "device_observer.h"
 #include "event_writer.h"
 #include "known_secrets.h"
+#include "look_observer.h"
 #include "message_json.h"
 #include "session.h"
 #include "session_observer.h"
@@ -44,7 +45,10 @@ struct TypedCommand {
 
 /// Hears of everything that a run does, and writes it down with numbers that tie it together.
 /// Secrets are masked, unless the run shows them. docs/record.md has what it writes.
-class Recorder final : public SessionObserver, public ExchangeObserver, public DeviceObserver {
+class Recorder final : public SessionObserver,
+                       public ExchangeObserver,
+                       public DeviceObserver,
+                       public LookObserver {
 public:
     Recorder(const RunDescription &run, std::vector<EventWriter::Sink> sinks);
 
@@ -92,7 +96,16 @@ public:
     void profileCall(const call_observer::ProfileCall &call) override;
     void settingCall(const call_observer::SettingCall &call) override;
 
+    int runningCommand() const override { return m_running.empty() ? 0 : m_running.back(); }
+    void treeSeen(const Picture &tree) override;
+    void commandSeen(int command, const TreeDifference &difference) override;
+    void nextMountSeen(const TreeDifference &difference) override;
+    void differenceNoted(int command, const DifferenceNote &note) override;
+
 private:
+    QJsonObject shownNode(const SeenNode &node) const;
+    void writeTree(QJsonObject fields, const TreeDifference &difference);
+
     /// An item of a command that has begun and was not answered yet.
     struct OpenItem {
         const syncml::Command *command = nullptr;
@@ -141,6 +154,7 @@ private:
     int m_commands = 0;
     int m_answered = 0;
     int m_refused = 0;
+    int m_differences = 0;
     int m_mounts = 0;
     int m_calls = 0;
     std::optional<Mount> m_mount; ///< that is under way

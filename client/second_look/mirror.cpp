@@ -34,29 +34,41 @@ void Mirror::mount()
         static_cast<void>(m_device->tree().mountFor(root, ManagementTree::Use::Change));
 }
 
+std::optional<Picture> Mirror::wholeTree(std::size_t mostNodes)
+{
+    Picture tree = pictureOf(m_device->ownersView(), NodeUri());
+    m_isWhole = tree.size() <= mostNodes;
+    return m_isWhole ? std::optional(std::move(tree)) : std::nullopt;
+}
+
 Expected<NextMount, QString> Mirror::mountAgain(const std::vector<TreeChange> &changes)
 {
-    std::vector<NodeUri> objects;
     NextMount looks;
+    std::vector<NodeUri> objects;
     if (m_device) {
-        for (const TreeChange &change : changes)
-            for (NodeUri &object : objectsOf(m_device->tree(), change))
-                if (std::ranges::find(objects, object) == objects.end())
-                    objects.push_back(std::move(object));
+        objects = objectsOf(changes);
         looks.now = look(objects);
     }
-    const bool wasOpen = m_device != nullptr;
     if (const auto opened = open(); !opened)
         return Unexpected(opened.error());
-    if (!wasOpen)
-        for (const TreeChange &change : changes)
-            for (NodeUri &object : objectsOf(m_device->tree(), change))
-                if (std::ranges::find(objects, object) == objects.end())
-                    objects.push_back(std::move(object));
+    if (objects.empty())
+        objects = objectsOf(changes);
     looks.next = look(objects);
     if (!m_device->tree().mountFault().isEmpty())
         return Unexpected(m_device->tree().mountFault());
     return looks;
+}
+
+std::vector<NodeUri> Mirror::objectsOf(const std::vector<TreeChange> &changes) const
+{
+    if (m_isWhole)
+        return {NodeUri()};
+    std::vector<NodeUri> objects;
+    for (const TreeChange &change : changes)
+        for (NodeUri &object : client::objectsOf(m_device->tree(), change))
+            if (std::ranges::find(objects, object) == objects.end())
+                objects.push_back(std::move(object));
+    return objects;
 }
 
 std::vector<NodeUri> objectsOf(const ManagementTree &tree, const TreeChange &change)
@@ -180,7 +192,7 @@ SeenChange Mirror::apply(const TreeChange &change)
                           change.kind == TreeChange::Kind::AtomicTakenBack;
     if (isMarker)
         return {carryOut(change).status, {}, {}, {}};
-    const std::vector<NodeUri> objects = objectsOf(m_device->tree(), change);
+    const std::vector<NodeUri> objects = client::objectsOf(m_device->tree(), change);
     const Picture before = look(objects);
     m_record.reset();
     m_device->setObserver(this);

@@ -44,6 +44,9 @@ public:
     support::Expected<void, QString> open();
     /// Mounts the profiles.
     void mount();
+    /// The whole tree, which from then on is looked at as a whole at the next mount as well; none
+    /// when it has more nodes than that.
+    std::optional<Picture> wholeTree(std::size_t mostNodes);
     /// Makes the change, and looks at what it is about.
     SeenChange apply(const TreeChange &change);
     /// Opens and mounts the copy again, or for the first time, and looks at what the changes were
@@ -63,12 +66,15 @@ private:
     void mountEnded(int, const QString &) override {}
     void pluginMessage(std::string_view) override {}
 
+    /// What all of them are about.
+    std::vector<NodeUri> objectsOf(const std::vector<TreeChange> &changes) const;
     Picture look(const std::vector<NodeUri> &objects);
     Outcome carryOut(const TreeChange &change);
     std::vector<AskedValue> askedBy(const TreeChange &change, const Picture &after) const;
 
     const DmDevice::Options m_options;
     std::unique_ptr<DmDevice> m_device;
+    bool m_isWhole = false;
     PropertyStore m_atBeginOfAtomic;
     std::optional<RecordChange> m_record; ///< of the profile that the change wrote to
 };

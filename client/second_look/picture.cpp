@@ -35,4 +35,14 @@ TreeDifference difference(const Picture &before, const Picture &after)
     return difference;
 }
 
+void apply(const TreeDifference &difference, Picture &picture)
+{
+    for (const NodeUri &uri : difference.went)
+        picture.erase(uri);
+    for (const SeenNode &node : difference.appeared)
+        picture.insert_or_assign(node.uri, node);
+    for (const ChangedNode &changed : difference.changed)
+        picture.insert_or_assign(changed.after.uri, changed.after);
+}
+
 } // namespace client

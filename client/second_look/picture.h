@@ -44,5 +44,6 @@ struct TreeDifference {
 };
 
 TreeDifference difference(const Picture &before, const Picture &after);
+void apply(const TreeDifference &difference, Picture &picture);
 
 } // namespace client

@@ -186,6 +186,9 @@ Expected<void, QString> SecondLook::lookAt(const std::vector<TreeChange> &change
     if (!m_isSetUp)
         if (auto set = setUp(false); !set)
             return set;
+    if (m_observer && m_seen.empty() && m_device.isPluginLoaded())
+        if (auto looked = lookAtTree(); !looked)
+            return looked;
     const auto answer = ask(wire::pack(wire::Request::Changes, changes));
     if (!answer)
         return Unexpected(answer.error());
@@ -198,8 +201,53 @@ Expected<void, QString> SecondLook::lookAt(const std::vector<TreeChange> &change
                                   .arg(commandName(changes[i]), addressOf(changes[i]))
                                   .arg(static_cast<int>(seen[i].status))
                                   .arg(static_cast<int>(changes[i].outcome.status)));
+    for (std::size_t i = 0; i < seen.size(); ++i) {
+        const TreeDifference &difference = seen[i].difference;
+        if (m_tree)
+            apply(difference, *m_tree);
+        if (m_observer && !difference.isEmpty())
+            m_observer->commandSeen(m_commands[m_seen.size() + i], difference);
+    }
     std::ranges::move(seen, std::back_inserter(m_seen));
     return {};
+}
+
+void SecondLook::changed(const TreeChange &change)
+{
+    m_changes.push_back(change);
+    m_commands.push_back(m_observer ? m_observer->runningCommand() : 0);
+}
+
+Expected<void, QString> SecondLook::lookAtTree()
+{
+    const auto answer = ask(wire::pack(wire::Request::WholeTree, {}));
+    if (!answer)
+        return Unexpected(answer.error());
+    if (!wire::unpack(*answer, m_tree))
+        return Unexpected(QStringLiteral("its answer cannot be read"));
+    if (m_tree)
+        m_observer->treeSeen(*m_tree);
+    return {};
+}
+
+void SecondLook::tellOfNextMount(const NextMount &looks)
+{
+    if (!m_observer)
+        return;
+    // What a change has done to the profiles of others.
+    if (m_tree)
+        if (const TreeDifference rest = difference(*m_tree, looks.now); !rest.isEmpty())
+            m_observer->commandSeen(m_commands.back(), rest);
+    if (const TreeDifference next = difference(looks.now, looks.next); !next.isEmpty())
+        m_observer->nextMountSeen(next);
+}
+
+void SecondLook::count(const std::vector<DifferenceNote> &notes)
+{
+    m_differences += notes.size();
+    if (m_observer)
+        for (const DifferenceNote &note : notes)
+            m_observer->differenceNoted(m_commands[note.change], note);
 }
 
 std::vector<DifferenceNote> SecondLook::lookNow()
@@ -219,7 +267,7 @@ std::vector<DifferenceNote> SecondLook::lookNow()
         if (counts[i])
             std::ranges::move(notesNow(first + i, changes[i], m_seen[first + i]),
                               std::back_inserter(notes));
-    m_differences += notes.size();
+    count(notes);
     return notes;
 }
 
@@ -247,8 +295,10 @@ std::vector<DifferenceNote> SecondLook::lookAtNextMount()
         return {};
     }
     end();
+    if (m_device.hasProfilesInState())
+        tellOfNextMount(*looks);
     std::vector<DifferenceNote> notes = notesAtNextMount(m_changes, m_seen, *looks);
-    m_differences += notes.size();
+    count(notes);
     return notes;
 }
 

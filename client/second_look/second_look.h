@@ -2,7 +2,7 @@
 #pragma once
 
 #include "dm_device.h"
-#include "notes.h"
+#include "look_observer.h"
 
 #include <QProcess>
 #include <QString>
@@ -26,6 +26,10 @@ public:
     /// mounts its copy in the meantime.
     void beforeChange(const NodeUri &node) override;
 
+    /// Has everything that is seen told to the observer, which outlives the object or is taken away
+    /// with null.
+    void setObserver(LookObserver *observer) { m_observer = observer; }
+
     /// What the tree says now of the changes since the last look. Nothing where that cannot be told
     /// before the next mount.
     std::vector<DifferenceNote> lookNow();
@@ -42,7 +46,7 @@ public:
     /// What each of the changes has done, as far as it was looked at.
     const std::vector<SeenChange> &seen() const { return m_seen; }
 
-    void changed(const TreeChange &change) override { m_changes.push_back(change); }
+    void changed(const TreeChange &change) override;
 
 private:
     support::Expected<void, QString> copyState();
@@ -51,18 +55,24 @@ private:
     support::Expected<QByteArray, QString> ask(const QByteArray &frame);
     support::Expected<QByteArray, QString> read(qsizetype bytes);
     support::Expected<void, QString> lookAt(const std::vector<TreeChange> &changes);
+    support::Expected<void, QString> lookAtTree();
+    void tellOfNextMount(const NextMount &looks);
+    void count(const std::vector<DifferenceNote> &notes);
     void fail(const QString &reason);
     void end();
 
     DmDevice &m_device;
     QProcess m_process;
     QString m_folder;
+    LookObserver *m_observer = nullptr;
     bool m_isPrepared = false;
     bool m_isSetUp = false;
     bool m_isOver = false;
     QString m_failure;
     std::vector<TreeChange> m_changes;
+    std::vector<int> m_commands; ///< that the changes belong to
     std::vector<SeenChange> m_seen;
+    std::optional<Picture> m_tree; ///< as it is after what was seen, when all of it is looked at
     std::size_t m_differences = 0;
     QByteArray m_received;
 };

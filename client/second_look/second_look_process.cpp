@@ -12,6 +12,9 @@ namespace client {
 
 namespace {
 
+// A tree is listed twice, and a record has all of its nodes.
+constexpr std::size_t mostNodesOfTree = 5000;
+
 /// Reads all bytes, or to the end of the input. @return false at that end
 bool readAll(char *bytes, qsizetype size)
 {
@@ -58,6 +61,8 @@ void serve(const QString &folder)
                 mirror->mount();
         } else if (!mirror) {
             return;
+        } else if (request == wire::Request::WholeTree) {
+            writeFrame(wire::pack(mirror->wholeTree(mostNodesOfTree)));
         } else if (request == wire::Request::Changes) {
             std::vector<SeenChange> seen;
             for (const TreeChange &change : changes)

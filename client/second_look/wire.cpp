@@ -179,6 +179,13 @@ QByteArray pack(Request request, const std::vector<TreeChange> &changes)
     });
 }
 
+QByteArray pack(const std::optional<Picture> &tree)
+{
+    return packed([copy = tree](Stream &stream) mutable {
+        stream.optional(copy, [&](Picture &picture) { stream.picture(picture); });
+    });
+}
+
 QByteArray pack(const std::vector<SeenChange> &seen)
 {
     return packed([copy = seen](Stream &stream) mutable {
@@ -206,6 +213,13 @@ bool unpack(const QByteArray &frame, Request &request, Setup &setup,
         stream.setup(setup);
     else
         stream.list(changes, [&](TreeChange &change) { stream.change(change); });
+    return stream.isSound();
+}
+
+bool unpack(const QByteArray &frame, std::optional<Picture> &tree)
+{
+    Stream stream(frame);
+    stream.optional(tree, [&](Picture &picture) { stream.picture(picture); });
     return stream.isSound();
 }
 

@@ -17,19 +17,22 @@ struct Setup {
 };
 
 enum class Request : quint8 {
-    Setup,    ///< is not answered
-    Changes,  ///< answered with what each has done
-    NextMount ///< the same changes again; answered with what the next mount says
+    Setup,     ///< is not answered
+    WholeTree, ///< answered with the tree, unless it is too large
+    Changes,   ///< answered with what each has done
+    NextMount  ///< the same changes again; answered with what the next mount says
 };
 
 QByteArray pack(const Setup &setup);
 QByteArray pack(Request request, const std::vector<TreeChange> &changes);
+QByteArray pack(const std::optional<Picture> &tree);
 QByteArray pack(const std::vector<SeenChange> &seen);
 QByteArray pack(const support::Expected<NextMount, QString> &looks);
 
 /// What a frame holds. False for one that is damaged.
 bool unpack(const QByteArray &frame, Request &request, Setup &setup,
             std::vector<TreeChange> &changes);
+bool unpack(const QByteArray &frame, std::optional<Picture> &tree);
 bool unpack(const QByteArray &frame, std::vector<SeenChange> &seen);
 bool unpack(const QByteArray &frame, support::Expected<NextMount, QString> &looks);
 
