@@ -1,4 +1,4 @@
-# Writes the page: cmake -D PAGE=FILE -D SOURCE=FOLDER -D MODULES=LIST -P assemble.cmake
+# Writes the page: cmake -D PAGE=FILE -D SOURCE=FOLDER -D MODULES=LIST -D CONNECT_SOURCE=SOURCE -P assemble.cmake
 
 # ---- Tables that the page shares with the programs ----------------------------------------------
 
@@ -87,6 +87,7 @@ file(READ ${folder}/page.html page)
 base64_sha256("${script}" script_hash)
 base64_sha256("${style}" style_hash)
 string(REPLACE "@SCRIPT_HASH@" "${script_hash}" page "${page}")
+string(REPLACE "@CONNECT@" "${CONNECT_SOURCE}" page "${page}")
 string(REPLACE "@STYLE_HASH@" "${style_hash}" page "${page}")
 string(REPLACE "@STYLE@" "${style}" page "${page}")
 string(REPLACE "@SCRIPT@" "${script}" page "${page}")

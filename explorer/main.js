@@ -6,17 +6,18 @@ import {asList, asText, button, count, duration, foreign, make} from "./dom.js";
 import {BehindPane} from "./behind_pane.js";
 import {ComparisonPane} from "./comparison_pane.js";
 import {MessagePane} from "./message_pane.js";
-import {isDifferent, isRefused, readRecord, runTitle} from "./record.js";
+import {isDifferent, isRefused, runTitle} from "./record.js";
 import {Timeline} from "./timeline.js";
 import {TreePane} from "./tree_pane.js";
 
 const KINDS = ["command", "message", "mount", "exchange"];
-const PANES = ["behind", "message", "tree", "compare"];
+const PANES = ["work", "behind", "message", "tree", "compare"];
 const byId = (id) => document.getElementById(id);
 
-class Page {
+export class Page {
     constructor(records) {
         this.records = records;
+        this.onNode = () => {}; // is told the address of a node that was chosen in the tree
         this.timeline = new Timeline(byId("timeline"), this);
         this.behind = new BehindPane(byId("behind"), this);
         this.message = new MessagePane(byId("message"), this);
@@ -29,11 +30,9 @@ class Page {
         this.connectDialogs();
         document.addEventListener("keydown", (event) => this.key(event));
         window.addEventListener("hashchange", () => this.readAddress());
-        if (records.length > 1) {
+        if (records.length > 1)
             this.comparison.show(records);
-            byId("records").append(...records.map((record, index) =>
-                button(`Record ${index + 1}`, () => this.showRecord(index), {id: `record-${index}`})));
-        }
+        this.showRecordButtons();
         this.readAddress();
     }
 
@@ -68,19 +67,48 @@ class Page {
 
     get record() { return this.records[this.recordIndex]; }
 
-    showRecord(index, isByHand = true) {
+    showRecordButtons() {
+        if (this.records.length > 1 && byId("records").children.length !== this.records.length)
+            byId("records").replaceChildren(...this.records.map((record, index) =>
+                button(`Record ${index + 1}`, () => this.showRecord(index), {id: `record-${index}`})));
+    }
+
+    showRecord(index, isByHand = true, isFollowing = false) {
         if (this.recordIndex === index)
             return;
         this.recordIndex = index;
         document.title = `${runTitle(this.record)} – what the handset did`;
         this.fillHead();
         this.timeline.show(this.record);
-        this.tree.show(this.record);
+        this.tree.show(this.record, isFollowing);
         for (const one of byId("records").children)
             one.setAttribute("aria-pressed", String(one.id === `record-${index}`));
         this.showFilterResult(this.timeline.filter());
         if (isByHand)
             this.choose(this.worthLooking());
+    }
+
+    /// Shows what records have become since; the last one when there are more of them. The newest
+    /// command is chosen for as long as it is the newest that was.
+    follow(records) {
+        const isAtEnd = !this.choice || this.choice.id === lastCommand(this.record)?.command;
+        const isNew = records.length !== this.records.length;
+        this.records = records;
+        this.showRecordButtons();
+        const choice = this.choice;
+        const index = isNew ? records.length - 1 : this.recordIndex;
+        this.recordIndex = null;
+        this.showRecord(index, false, !isNew);
+        const last = lastCommand(this.record);
+        this.take(isAtEnd || isNew ? last && {kind: "command", id: last.command} : choice);
+        if (isAtEnd || isNew)
+            this.tree.go(this.tree.states.after, false);
+    }
+
+    /// Addresses of the nodes that there are.
+    addresses() {
+        const {states} = this.tree;
+        return [...states.at(states.after).keys()];
     }
 
     /// What a reader probably looks for: the first command that was refused, else one that reads
@@ -136,9 +164,10 @@ class Page {
             asText(run.time).replace("T", " ").replace("Z", " UTC"), `dmclient ${asText(run.version)}`, asText(run.backend),
             count(all.length, "command"), end ? duration(end.t) : null,
         ].filter((fact) => fact && fact.trim() !== "");
+        const isCutShort = !end && !run.isLive;
         const outcome = end ? (end.kind ? `session ${asText(end.kind)}` : `exit status ${asText(end.status)}`)
-                            : "the record has no end: the program was killed, or is still running";
-        byId("facts").replaceChildren(make("b", {class: !end || (end.kind && end.kind !== "completed") ? "problem" : ""}, outcome),
+                      : isCutShort ? "the record has no end: the program was killed, or is still running" : "live";
+        byId("facts").replaceChildren(make("b", {class: isCutShort || (end?.kind && end.kind !== "completed") ? "problem" : ""}, outcome),
                                       " · " + facts.join(" · "),
                                       run.showsSecrets ? " · shows secrets" : "",
                                       brokenLines > 0 ? ` · ${count(brokenLines, "line")} could not be read` : "");
@@ -200,7 +229,7 @@ class Page {
             byId(`tab-${name}`).setAttribute("aria-selected", String(isOpen));
             byId(`tab-${name}`).tabIndex = isOpen ? 0 : -1;
         }
-        this.panes[pane].reveal();
+        this.panes[pane]?.reveal(); // a pane of forms draws nothing
     }
 
     // ---- Keys and dialogs --------------------------------------------------------------------
@@ -250,9 +279,10 @@ class Page {
     }
 }
 
+function lastCommand(record) {
+    return record.commands.size > 0 ? [...record.commands.values()].at(-1) : null;
+}
+
 function paneOf(choice) {
     return choice?.kind === "message" || choice?.kind === "exchange" ? "message" : "behind";
 }
-
-new Page([...document.querySelectorAll("script.record")].map((data) => readRecord(data.textContent)));
-document.documentElement.dataset.ready = "true";

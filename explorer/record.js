@@ -5,16 +5,28 @@ import {asList, asText} from "./dom.js";
 /// Reads the lines of a record. Lines that are not events, such as the last one of a run that was
 /// killed, are counted and left out; events of kinds that this page does not know are left out.
 export function readRecord(text) {
+    const events = [];
+    let brokenLines = 0;
+    for (const line of text.split("\n").filter((one) => one.trim() !== "")) {
+        try {
+            events.push(JSON.parse(line));
+        } catch {
+            ++brokenLines;
+        }
+    }
+    return recordOf(events, brokenLines);
+}
+
+/// The same of events that were read already.
+export function recordOf(events, brokenLines = 0) {
     const record = {
-        run: {}, end: null, brokenLines: 0, rows: [],
+        run: {}, end: null, brokenLines, rows: [],
         messages: new Map(), commands: new Map(), mounts: new Map(), exchanges: new Map(),
         trees: [], nextTrees: [], loose: [],
     };
-    for (const line of text.split("\n")) {
-        if (line.trim() === "")
-            continue;
+    for (const event of events) {
         try {
-            take(record, JSON.parse(line));
+            take(record, event);
         } catch {
             ++record.brokenLines;
         }

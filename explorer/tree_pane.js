@@ -32,20 +32,29 @@ export class TreePane {
                 class: `row ${this.changes.get(line.uri) ?? ""}`, "aria-level": line.depth + 1,
                 "aria-expanded": line.hasChildren ? String(!this.closed.has(line.uri)) : null,
             }),
-            onChoose: (line) => this.showHistory(line.uri),
+            onChoose: (line) => {
+                this.showHistory(line.uri);
+                this.page.onNode(line.uri);
+            },
             onKey: (event, line) => this.key(event, line),
         });
     }
 
-    show(record) {
+    /// @param isFollowing  the record is the one that was shown, which has grown
+    show(record, isFollowing = false) {
         this.record = record;
         this.states = new TreeStates(record);
-        this.closed.clear();
+        if (!isFollowing)
+            this.forgetNode();
         this.slider.max = this.states.count - 1;
         this.buttons.next.hidden = !this.states.hasNext;
+        this.go(this.states.after, false);
+    }
+
+    forgetNode() {
+        this.closed.clear();
         this.history.replaceChildren();
         this.uri = null;
-        this.go(this.states.after, false);
     }
 
     /// Where no node is chosen, the first one that changed is what a reader looks for.
@@ -171,6 +180,8 @@ function describeCause(event, record) {
         return ["before everything"];
     if (event.next)
         return ["what the next mount will show"];
+    if (event.earlier)
+        return ["as it was before this mount"];
     if (event.mount)
         return ["after the mount of ", foreign(record.mounts.get(event.mount)?.root, 100)];
     const command = record.commands.get(event.command);

@@ -168,15 +168,21 @@ constexpr CommandRow shellRow = {
     {"shell", "", "run many commands on one mount, typed or from a pipe", 0, 0, shellOptions},
     Needs::Tree,
     runShell};
+constexpr CommandRow exploreRow = {
+    {"explore", "", "work with the handset on a page in a browser, and see what it does"},
+    Needs::Nothing,
+    runExplore};
 constexpr CommandRow quitRow = {{"quit", "", "leave the shell"}, Needs::Nothing, runQuit};
 
-/// The rows of both programs, the one that only this program has, and help.
-std::vector<const commandline::Command *> commandsWith(const CommandRow &ownRow)
+/// The rows of both programs, those that only this program has, and help.
+std::vector<const commandline::Command *>
+commandsWith(std::initializer_list<const commandline::Command *> ownRows)
 {
     std::vector<const commandline::Command *> commands;
     for (const CommandRow &row : rows)
         commands.push_back(&row);
-    commands.insert(commands.end(), {&ownRow, &commandline::helpCommand});
+    commands.insert(commands.end(), ownRows);
+    commands.push_back(&commandline::helpCommand);
     return commands;
 }
 
@@ -197,14 +203,14 @@ const commandline::Program &program()
 {
     static const commandline::Program program = {
         "dmclient", "a DM client with the network access profiles of one simulated handset",
-        programOptions, commandsWith(shellRow), exitStatuses};
+        programOptions, commandsWith({&shellRow, &exploreRow}), exitStatuses};
     return program;
 }
 
 const commandline::Program &shellProgram()
 {
     static const commandline::Program program = {"", "commands that run on one mount, a line each",
-                                                 shellProgramOptions, commandsWith(quitRow)};
+                                                 shellProgramOptions, commandsWith({&quitRow})};
     return program;
 }
 

@@ -70,6 +70,9 @@ const commandline::Program &shellProgram();
 /// The row of a command of dmclient's own, which every command of its programs is but help.
 const CommandRow &rowOf(const commandline::Command &command);
 
+/// The device that the options choose.
+DmDevice::Options deviceOptions(const Invocation &invocation);
+
 /// Carries out a command, and keeps what it has changed of the device.
 ExitStatus runAndKeep(Context &context);
 

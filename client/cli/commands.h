@@ -33,6 +33,7 @@ ExitStatus runRecord(Context &context);
 /// What can be done with records.
 QStringList recordWords();
 ExitStatus runShell(Context &context);
+ExitStatus runExplore(Context &context);
 ExitStatus runQuit(Context &context);
 
 } // namespace client::cli

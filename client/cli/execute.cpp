@@ -10,8 +10,6 @@
 
 namespace client::cli {
 
-namespace {
-
 DmDevice::Options deviceOptions(const Invocation &invocation)
 {
     DmDevice::Options options;
@@ -24,6 +22,8 @@ DmDevice::Options deviceOptions(const Invocation &invocation)
     options.pluginMessagesToStandardError = invocation.has("verbose");
     return options;
 }
+
+namespace {
 
 support::Expected<std::unique_ptr<DmDevice>, QString> openDevice(const CommandRow &row,
                                                                  const Invocation &invocation)

@@ -2,8 +2,8 @@
 
 #include "commands.h"
 #include "input_file.h"
+#include "installed_page.h"
 
-#include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
@@ -16,26 +16,9 @@ namespace {
 
 /// What one record may have; a browser shows no larger page.
 constexpr qint64 mostRecordBytes = 256 * 1024 * 1024;
-constexpr qint64 mostPageBytes = 16 * 1024 * 1024; ///< without a record
 constexpr int recordFormat = 1;
 
-// Where the page has room for the records, and what it begins with.
-constexpr QByteArrayView recordsPlace("@RECORDS@");
-constexpr QByteArrayView
-    pageStart("<!DOCTYPE html>\n<html lang=\"en\">\n<!-- A report of dmclient");
-
 using Bytes = support::Expected<QByteArray, QString>;
-
-/// The page without a record, which is built and installed with the program.
-Bytes emptyPage()
-{
-    const QString file =
-        QCoreApplication::applicationDirPath() + QStringLiteral("/" KUB_PAGE_FROM_PROGRAM);
-    Bytes page = commandline::readInput(file, mostPageBytes);
-    if (page && (!page->startsWith(pageStart) || !page->contains(recordsPlace)))
-        return support::Unexpected(QStringLiteral("%1 is not the page of reports").arg(file));
-    return page;
-}
 
 /// Nothing, or what keeps bytes from being a record that the page can show.
 support::Expected<void, QString> checkRecord(const QByteArray &record)
@@ -120,10 +103,9 @@ ExitStatus runReport(Context &context)
             return wrongUsage(context, record.error());
         elements += recordElement(*record);
     }
-    Bytes page = emptyPage();
+    const Bytes page = installedPage("report", elements);
     if (!page)
         return problem(context, page.error(), ExitStatus::Unusable);
-    page->replace(page->indexOf(recordsPlace), recordsPlace.size(), elements);
 
     const QString file = context.invocation.has("output") ? context.invocation.value("output")
                                                           : pageName(records.first());

@@ -1,25 +1,15 @@
 #include "http_module.h"
 
-#include <dlfcn.h>
+#include "loaded_module.h"
 
 namespace client {
 
-namespace {
-
-constexpr char libraryFile[] = "libdmclienthttp.so";
-constexpr char moduleSymbol[] = "dmclient_http_module";
-
-} // namespace
-
 support::Expected<const HttpModule *, QString> HttpModule::load()
 {
-    void *const library = dlopen(libraryFile, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-    const void *const module = library ? dlsym(library, moduleSymbol) : nullptr;
+    const auto module = support::loadModule("libdmclienthttp.so", "dmclient_http_module");
     if (!module)
-        return support::Unexpected(
-            QStringLiteral("cannot load %1: %2")
-                .arg(QString::fromLatin1(libraryFile), QString::fromLocal8Bit(dlerror())));
-    return static_cast<const HttpModule *>(module);
+        return support::Unexpected(module.error());
+    return static_cast<const HttpModule *>(*module);
 }
 
 } // namespace client

@@ -1,0 +1,130 @@
+"""The page of dmclient explore: what a person does on it, and sees of a handset that runs behind it."""
+
+import json
+import unittest
+
+import page
+from explorer import Explorer
+from handset import CONN, SECRET, Handset
+from page import PageTest, WebDriverWait
+from page import setUpModule as setUpModule  # one browser for all of these tests
+
+LINGER = CONN + "/Office/Linger"
+HOSTILE = "</script><script>document.title='taken over'</script>\"'<img src=x onerror=alert(1)>\u202e"
+
+
+class LivePageTest(PageTest):
+    def setUp(self):
+        self.handset = Handset()
+        self.addCleanup(self.handset.close)
+        self.explorer = Explorer(self.handset)
+        self.addCleanup(self.explorer.end)
+        self.browser.get(self.explorer.url.geturl())
+        self.wait_for(lambda: "mount " in self.text("#timeline"))
+
+    def tearDown(self):
+        """As of every page; but this one asks its own server."""
+        self.assertEqual([entry["message"] for entry in self.browser.get_log("browser")], [])
+        requests = [json.loads(entry["message"])["message"] for entry in self.browser.get_log("performance")]
+        addresses = [event["params"]["request"]["url"] for event in requests
+                     if event["method"] == "Network.requestWillBeSent"]
+        self.assertEqual([url for url in addresses
+                          if not url.startswith(("data:,", "blob:", self.explorer.url.geturl()))], [])
+        self.browser.get("about:blank")
+
+    def wait_for(self, condition):
+        WebDriverWait(self.browser, page.GUARD).until(lambda _: condition())
+
+    def fill(self, field, text):
+        self.script("arguments[0].value = arguments[1]", self.find("#work-" + field), text)
+
+    def press(self, name):
+        """A button of the pane of work, which is opened for that."""
+        self.click("#tab-work")
+        self.click("#work-" + name)
+
+    def run_command(self, name, address, value, result, shown=None):
+        """Runs a command from the page, and waits for its line in the timeline."""
+        self.fill("address", address)
+        self.fill("value", value)
+        self.press(name)
+        self.wait_for(lambda: any((shown or value) in line and result in line for line in self.texts("#timeline .row")))
+
+    def test_command_shows_what_it_did_to_the_record(self):
+        self.run_command("replace", LINGER, "70000", "200 OK")
+        self.click("#tab-behind")
+        self.assertIn("gprsLinger", self.text("#behind"))
+        self.assertIn("4464", self.text("#behind"))
+        self.assertEqual(self.handset.profile("Office")["gprs"]["linger"], 4464)
+
+    def test_refused_command_says_why(self):
+        self.run_command("replace", CONN + "/Office/Speed", "1200", "500")
+        self.click("#tab-behind")
+        self.assertIn("Speed illegal", self.text("#behind"))
+
+    def test_mounting_again_shows_at_once_which_nodes_go(self):
+        self.run_command("add", CONN + "/Office/Foo", "x", "200 OK")
+        self.press("mount")
+        self.wait_for(lambda: "1 went" in self.text("#tree .caption"))
+        self.assertEqual([line for line in self.texts("#tree .row.went") if "Foo" in line], self.texts("#tree .row.went"))
+
+    def test_snapshot_is_gone_back_to(self):
+        self.run_command("replace", LINGER, "5", "200 OK")
+        self.press("back-0")
+        self.wait_for(lambda: self.handset.profile("Office")["gprs"]["linger"] == 30)
+        self.wait_for(lambda: "1 changed" in self.text("#tree .caption"))
+
+    def test_atomic_of_several_commands_is_collected_and_run(self):
+        self.press("collects")
+        for value in ("7", "8"):
+            self.fill("address", LINGER)
+            self.fill("value", value)
+            self.press("replace")
+        self.assertEqual(len(self.texts("#work-atomic li")), 2)
+        self.press("run-atomic")
+        self.wait_for(lambda: self.handset.profile("Office")["gprs"]["linger"] == 8)
+
+    def test_what_was_done_is_saved_as_a_scenario(self):
+        self.run_command("replace", LINGER, "5", "200 OK")
+        self.run_command("rename", CONN + "/Home", "Flat", "200 OK")
+        self.press("scenario")
+        scenario = json.loads(self.find("#offer-text").get_attribute("value"))
+        self.assertEqual([one["commands"] for one in scenario["packages"]],
+                         [[{"replace": LINGER, "data": "5"}], [{"rename": CONN + "/Home", "name": "Flat"}]])
+        self.click("#offer .close")
+
+    def test_hostile_values_stay_text(self):
+        self.run_command("replace", CONN + "/Office/Addr", HOSTILE, "200 OK", shown="<script>")
+        self.click("#tab-tree")
+        self.wait_for(lambda: "<script>" in self.text("#tree"))
+        self.assertNotIn("taken over", self.browser.title)
+        self.assertEqual(self.all("#timeline img, #tree img, #behind img"), [])
+
+    def test_text_that_no_package_can_carry_is_refused_on_the_page(self):
+        self.fill("value", "\u0001")
+        self.press("replace")
+        self.assertIn("XML cannot carry", self.text("#work-problem"))
+
+    def test_secrets_are_masked_until_they_are_asked_for(self):
+        self.assertNotIn(SECRET, self.browser.page_source)
+        self.press("secrets")
+        self.press("mount")
+        self.wait_for(lambda: "mount " in self.text("#timeline") and "shows secrets" in self.text("#facts"))
+        self.click("#tab-tree")
+        self.wait_for(lambda: SECRET in self.text("#tree"))
+
+    def test_node_that_is_chosen_in_the_tree_is_worked_on(self):
+        self.click("#tab-tree")
+        self.wait_for(lambda: "Linger" in self.text("#tree"))
+        self.click("#tree .row", "Linger")
+        self.click("#tab-work")
+        self.assertEqual(self.find("#work-address").get_attribute("value"), LINGER)
+
+    def test_end_of_the_command_is_said(self):
+        self.explorer.end()
+        self.wait_for(lambda: "has ended" in self.find("#work-problem").get_attribute("textContent"))
+        self.browser.get_log("browser")  # the stream that broke off stands there
+
+
+if __name__ == "__main__":
+    unittest.main()
