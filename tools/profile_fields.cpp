@@ -9,6 +9,8 @@
 #include <QStringList>
 #include <QUtf8StringView>
 
+using profile_record::fieldNamed;
+
 namespace {
 
 //////////////////////////////////////////////////////////////////////////////////////////////////
@@ -27,45 +29,40 @@ constexpr const ProfilePart *csd2Part = &partTable[2];
 constexpr const ProfilePart *proxy1Part = &partTable[3];
 constexpr const ProfilePart *proxy2Part = &partTable[4];
 
-/// Offset and size of a member of the record.
-#define RECORD_MEMBER(member) offsetof(NAP_PROFILE_S, member), sizeof(NAP_PROFILE_S::member)
-
 constexpr ProfileField fieldTable[] = {
-    {nullptr, "editable", FieldKind::Flag, RECORD_MEMBER(flags)},
+    {nullptr, "editable", FieldKind::Flag, fieldNamed("flags")},
 
-    {gprsPart, "address", FieldKind::Text, RECORD_MEMBER(gprsAddress)},
-    {gprsPart, "authId", FieldKind::Text, RECORD_MEMBER(gprsAuthId)},
-    {gprsPart, "authPassword", FieldKind::Secret, RECORD_MEMBER(gprsAuthPassword)},
-    {gprsPart, "dns1", FieldKind::Ipv4, RECORD_MEMBER(gprsDns1)},
-    {gprsPart, "dns2", FieldKind::Ipv4, RECORD_MEMBER(gprsDns2)},
-    {gprsPart, "linger", FieldKind::Seconds, RECORD_MEMBER(gprsLinger)},
+    {gprsPart, "address", FieldKind::Text, fieldNamed("gprsAddress")},
+    {gprsPart, "authId", FieldKind::Text, fieldNamed("gprsAuthId")},
+    {gprsPart, "authPassword", FieldKind::Secret, fieldNamed("gprsAuthPassword")},
+    {gprsPart, "dns1", FieldKind::Ipv4, fieldNamed("gprsDns1")},
+    {gprsPart, "dns2", FieldKind::Ipv4, fieldNamed("gprsDns2")},
+    {gprsPart, "linger", FieldKind::Seconds, fieldNamed("gprsLinger")},
 
-    {csdPart, "address", FieldKind::Text, RECORD_MEMBER(csdAddress)},
-    {csdPart, "authId", FieldKind::Text, RECORD_MEMBER(csdAuthId)},
-    {csdPart, "authPassword", FieldKind::Secret, RECORD_MEMBER(csdAuthPassword)},
-    {csdPart, "dns1", FieldKind::Ipv4, RECORD_MEMBER(csdDns1)},
-    {csdPart, "dns2", FieldKind::Ipv4, RECORD_MEMBER(csdDns2)},
-    {csdPart, "linger", FieldKind::Seconds, RECORD_MEMBER(csdLinger)},
-    {csdPart, "lineType", FieldKind::LineType, RECORD_MEMBER(csdSpeedCode)},
-    {csdPart, "speed", FieldKind::BitRate, RECORD_MEMBER(csdSpeedCode)},
+    {csdPart, "address", FieldKind::Text, fieldNamed("csdAddress")},
+    {csdPart, "authId", FieldKind::Text, fieldNamed("csdAuthId")},
+    {csdPart, "authPassword", FieldKind::Secret, fieldNamed("csdAuthPassword")},
+    {csdPart, "dns1", FieldKind::Ipv4, fieldNamed("csdDns1")},
+    {csdPart, "dns2", FieldKind::Ipv4, fieldNamed("csdDns2")},
+    {csdPart, "linger", FieldKind::Seconds, fieldNamed("csdLinger")},
+    {csdPart, "lineType", FieldKind::LineType, fieldNamed("csdSpeedCode")},
+    {csdPart, "speed", FieldKind::BitRate, fieldNamed("csdSpeedCode")},
 
-    {csd2Part, "address", FieldKind::Text, RECORD_MEMBER(csd2Address)},
-    {csd2Part, "authId", FieldKind::Text, RECORD_MEMBER(csd2AuthId)},
-    {csd2Part, "authPassword", FieldKind::Secret, RECORD_MEMBER(csd2AuthPassword)},
-    {csd2Part, "dns1", FieldKind::Ipv4, RECORD_MEMBER(csd2Dns1)},
-    {csd2Part, "dns2", FieldKind::Ipv4, RECORD_MEMBER(csd2Dns2)},
-    {csd2Part, "linger", FieldKind::Seconds, RECORD_MEMBER(csd2Linger)},
-    {csd2Part, "lineType", FieldKind::LineType, RECORD_MEMBER(csd2SpeedCode)},
-    {csd2Part, "speed", FieldKind::BitRate, RECORD_MEMBER(csd2SpeedCode)},
+    {csd2Part, "address", FieldKind::Text, fieldNamed("csd2Address")},
+    {csd2Part, "authId", FieldKind::Text, fieldNamed("csd2AuthId")},
+    {csd2Part, "authPassword", FieldKind::Secret, fieldNamed("csd2AuthPassword")},
+    {csd2Part, "dns1", FieldKind::Ipv4, fieldNamed("csd2Dns1")},
+    {csd2Part, "dns2", FieldKind::Ipv4, fieldNamed("csd2Dns2")},
+    {csd2Part, "linger", FieldKind::Seconds, fieldNamed("csd2Linger")},
+    {csd2Part, "lineType", FieldKind::LineType, fieldNamed("csd2SpeedCode")},
+    {csd2Part, "speed", FieldKind::BitRate, fieldNamed("csd2SpeedCode")},
 
-    {proxy1Part, "address", FieldKind::Text, RECORD_MEMBER(proxy1Address)},
-    {proxy1Part, "port", FieldKind::Port, RECORD_MEMBER(proxy1Port)},
+    {proxy1Part, "address", FieldKind::Text, fieldNamed("proxy1Address")},
+    {proxy1Part, "port", FieldKind::Port, fieldNamed("proxy1Port")},
 
-    {proxy2Part, "address", FieldKind::Text, RECORD_MEMBER(proxy2Address)},
-    {proxy2Part, "port", FieldKind::Port, RECORD_MEMBER(proxy2Port)},
+    {proxy2Part, "address", FieldKind::Text, fieldNamed("proxy2Address")},
+    {proxy2Part, "port", FieldKind::Port, fieldNamed("proxy2Port")},
 };
-
-#undef RECORD_MEMBER
 
 /// The record keeps line type and bit rate of a circuit-switched bearer in one code. V.110 has the
 /// codes of the modem, so that it reads back as such.
@@ -104,7 +101,7 @@ constexpr LineSpeed unknownSpeed = {&lineTypes[0], 0};
 
 const char *bytesOf(const ProfileField &field, const NAP_PROFILE_S &record)
 {
-    return reinterpret_cast<const char *>(&record) + field.offset;
+    return reinterpret_cast<const char *>(&record) + field.bytes.offset;
 }
 
 template <typename Number>
@@ -118,14 +115,14 @@ Number numberOf(const ProfileField &field, const NAP_PROFILE_S &record)
 template <typename Number>
 void storeNumber(const ProfileField &field, NAP_PROFILE_S &record, Number number)
 {
-    std::memcpy(reinterpret_cast<char *>(&record) + field.offset, &number, sizeof number);
+    std::memcpy(reinterpret_cast<char *>(&record) + field.bytes.offset, &number, sizeof number);
 }
 
 /// The text in its array: up to the terminator, or all of it.
 QUtf8StringView textOf(const ProfileField &field, const NAP_PROFILE_S &record)
 {
     const char *bytes = bytesOf(field, record);
-    return {bytes, static_cast<qsizetype>(strnlen(bytes, field.capacity))};
+    return {bytes, static_cast<qsizetype>(strnlen(bytes, field.bytes.size))};
 }
 
 bool isText(const ProfileField &field)
@@ -136,15 +133,6 @@ bool isText(const ProfileField &field)
 LineSpeed lineSpeedOf(const ProfileField &field, const NAP_PROFILE_S &record)
 {
     return findSpeedCode(numberOf<std::uint8_t>(field, record)).value_or(unknownSpeed);
-}
-
-QString ipv4Text(std::uint32_t address)
-{
-    return QStringLiteral("%1.%2.%3.%4")
-        .arg(address >> 24U)
-        .arg((address >> 16U) & 0xFFU)
-        .arg((address >> 8U) & 0xFFU)
-        .arg(address & 0xFFU);
 }
 
 //////////////////////////////////////////////////////////////////////////////////////////////////
@@ -202,13 +190,13 @@ FieldCheck setText(const ProfileField &field, NAP_PROFILE_S &record, const QStri
     if (!text.isValidUtf16() || text.contains(QChar(u'\0')))
         return support::Unexpected(QStringLiteral("the text holds a NUL or half a character"));
     const QByteArray bytes = text.toUtf8();
-    if (bytes.size() > static_cast<qsizetype>(field.capacity)) {
+    if (bytes.size() > static_cast<qsizetype>(field.bytes.size)) {
         return support::Unexpected(QStringLiteral("the text is %1 bytes long, at most %2 fit")
                                        .arg(bytes.size())
-                                       .arg(field.capacity));
+                                       .arg(field.bytes.size));
     }
-    char *array = reinterpret_cast<char *>(&record) + field.offset;
-    std::memset(array, 0, field.capacity);
+    char *array = reinterpret_cast<char *>(&record) + field.bytes.offset;
+    std::memset(array, 0, field.bytes.size);
     std::memcpy(array, bytes.constData(), static_cast<std::size_t>(bytes.size()));
     return {};
 }
@@ -321,7 +309,8 @@ QString fieldText(const ProfileField &field, const NAP_PROFILE_S &record)
     case FieldKind::Secret:
         return textOf(field, record).toString();
     case FieldKind::Ipv4:
-        return ipv4Text(numberOf<std::uint32_t>(field, record));
+        return QString::fromStdString(
+            profile_record::ipv4Text(numberOf<std::uint32_t>(field, record)));
     case FieldKind::Seconds:
     case FieldKind::Port:
         return QString::number(numberOf<std::uint16_t>(field, record));
@@ -372,7 +361,8 @@ void clearFields(NAP_PROFILE_S &record)
         if (field.kind == FieldKind::Flag)
             storeFlag(field, record, true);
         else
-            std::memset(reinterpret_cast<char *>(&record) + field.offset, 0, field.capacity);
+            std::memset(reinterpret_cast<char *>(&record) + field.bytes.offset, 0,
+                        field.bytes.size);
     }
 }
 

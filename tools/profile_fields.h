@@ -2,7 +2,6 @@
 // profile down (for people, as JSON, as field=value).
 #pragma once
 
-#include <cstddef>
 #include <span>
 
 #include <QList>
@@ -11,6 +10,7 @@
 
 #include "expected.h"
 #include "napi.h"
+#include "record_fields.h"
 
 enum class FieldKind {
     Flag,     ///< "true" or "false"
@@ -33,8 +33,7 @@ struct ProfileField {
     const ProfilePart *part; ///< null for what belongs to the whole profile
     const char *name;
     FieldKind kind;
-    std::size_t offset;   ///< of its bytes in the record
-    std::size_t capacity; ///< size of its bytes in the record
+    const profile_record::RecordField &bytes; ///< in the record
 };
 
 /// All parts and all fields, in the order in which people see them.
