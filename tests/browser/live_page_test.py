@@ -35,6 +35,15 @@ class LivePageTest(PageTest):
     def wait_for(self, condition):
         WebDriverWait(self.browser, page.GUARD).until(lambda _: condition())
 
+    def click(self, selector, words=None):
+        """As of every page; but what is to be clicked may be drawn anew at that moment."""
+        for _ in range(20):
+            try:
+                return super().click(selector, words)
+            except page.StaleElementReferenceException:
+                pass
+        return super().click(selector, words)
+
     def fill(self, field, text):
         self.script("arguments[0].value = arguments[1]", self.find("#work-" + field), text)
 
@@ -123,7 +132,8 @@ class LivePageTest(PageTest):
     def test_end_of_the_command_is_said(self):
         self.explorer.end()
         self.wait_for(lambda: "has ended" in self.find("#work-problem").get_attribute("textContent"))
-        self.browser.get_log("browser")  # the stream that broke off stands there
+        self.browser.get("about:blank")  # or the page would go on asking
+        self.browser.get_log("browser")
 
 
 if __name__ == "__main__":
