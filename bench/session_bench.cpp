@@ -7,6 +7,7 @@
 //                     run on a small tree in memory, and the client's answer
 //   ... in small messages   the same for a server that takes 16 KB at a time
 //   ... in a Sequence, in an Atomic, items of one Get   the same in these shapes
+//   recorded session  the same with a record of it; bytes_per_command is what the record takes
 //   floor of ...      what that cannot do without: the server's bytes through expat alone (WBXML:
 //   copied
 //                     once), the tree's calls made directly, the answer's bytes copied once
@@ -20,6 +21,7 @@
 #include "http_transport.h"
 #include "memory_tree.h"
 #include "package.h"
+#include "recorder.h"
 #include "session.h"
 
 #include <QCoreApplication>
@@ -262,7 +264,8 @@ struct Device {
                    {.acl = *AccessControlList::parse("Add=*&Delete=*&Get=*&Replace=*")});
     }
 
-    SessionEnd runSession(Transport &transport, const QUrl &url, Encoding encoding)
+    SessionEnd runSession(Transport &transport, const QUrl &url, Encoding encoding,
+                          const std::vector<SessionObserver *> &observers = {})
     {
         memory->calls.clear();
         Account account;
@@ -272,7 +275,7 @@ struct Device {
         options.encoding = encoding;
         options.sessionId = QStringLiteral("1");
         options.maxMessages = 100'000;
-        const SessionEnd end = Session(account, tree, transport, nullptr, {}, options).run();
+        const SessionEnd end = Session(account, tree, transport, nullptr, observers, options).run();
         require(end.kind == SessionEnd::Kind::Completed && end.refused == 0, "the session failed");
         return end;
     }
@@ -383,6 +386,27 @@ void session(benchmark::State &state, Encoding encoding, int commands, Shape sha
     state.SetItemsProcessed(state.iterations() * commands);
 }
 
+/// The same with a record of it, whose bytes are counted and dropped.
+void recordedSession(benchmark::State &state, Encoding encoding, int commands)
+{
+    Device device;
+    const QByteArray package = packageOf(getsAndReplaces(commands), encoding, 0);
+    const QByteArray next = nextMessage(encoding);
+    const QUrl url(QStringLiteral("http://127.0.0.1/"));
+    qsizetype bytes = 0;
+    for (auto _ : state) {
+        ServerInMemory server(package, next);
+        Recorder recorder(RunDescription(), {[&bytes](const QByteArray &line) {
+                              bytes += line.size();
+                              return support::Expected<void, QString>();
+                          }});
+        device.runSession(server, url, encoding, {&recorder});
+    }
+    state.SetItemsProcessed(state.iterations() * commands);
+    state.counters["bytes_per_command"] = benchmark::Counter(
+        static_cast<double>(bytes) / (static_cast<double>(state.iterations()) * commands));
+}
+
 /// Answers every POST on a connection with one command, and every hundredth with an empty body.
 class HttpServer : public QObject {
 public:
@@ -476,6 +500,8 @@ void addAll(const std::string &name, Encoding encoding)
         addGrowing(name + " " + row.name, [=](State &state, int n) {
             session(state, encoding, n, row.shape, row.maxMessageBytes);
         });
+    addGrowing(name + " recorded session",
+               [=](State &state, int n) { recordedSession(state, encoding, n); });
     addGrowing(name + " floor of session",
                [=](State &state, int n) { floorOf(state, encoding, getsAndReplaces(n)); });
     add(name + " process 40 Gets", [=](State &state) { process(state, encoding); });
