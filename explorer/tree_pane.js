@@ -145,8 +145,8 @@ export class TreePane {
         this.uri = uri;
         const commands = [...this.record.commands.values()].filter((command) => nodeAddress(command.target) === uri);
         const events = [
-            ...this.states.historyOf(uri).map((entry) => ({t: entry.event.next ? Infinity : entry.event.t, entry})),
             ...commands.map((command) => ({t: command.t ?? Infinity, command})),
+            ...this.states.historyOf(uri).map((entry) => ({t: entry.event.next ? Infinity : this.states.timeOf(entry.event), entry})),
         ].sort((one, other) => one.t - other.t);
         this.history.replaceChildren(
             make("h3", {}, "History of ", foreign(uri, 300)),
@@ -163,7 +163,7 @@ export class TreePane {
     }
 
     stateEntry({index, event, what, value}) {
-        return [make("span", {class: "time"}, moment(event.t)), " ",
+        return [make("span", {class: "time"}, moment(this.states.timeOf(event))), " ",
                 button(`${SIGNS[what][0]} ${SIGNS[what][1]}`, () => this.go(index)),
                 " ", describeCause(event, this.record), value === null ? "" : [": ", foreignBlock(value)]];
     }

@@ -8,6 +8,7 @@ const CHECKPOINT_DISTANCE = 200;
 /// after n of them. What the next mount will change is one more.
 export class TreeStates {
     constructor(record) {
+        this.record = record;
         this.events = [...record.trees];
         this.hasNext = record.nextTrees.length > 0;
         if (this.hasNext)
@@ -53,10 +54,16 @@ export class TreeStates {
                                                     : event.command === owner.command;
             if (isItsOwn)
                 return index;
-            if (event.t <= time)
+            if (this.timeOf(event) <= time)
                 found = index;
         }
         return found;
+    }
+
+    /// When it happened: the look that found it may have come later.
+    timeOf(event) {
+        const mount = this.record.mounts.get(event.mount);
+        return this.record.commands.get(event.command)?.t ?? (mount ? mount.t + (mount.us ?? 0) : event.t);
     }
 
     /// The moments at which something happened to a node: {index, event, what, value}.

@@ -204,6 +204,14 @@ class TreeTest(PageTest):
         self.assertEqual(self.texts("#tree .row.changed"), ["≠ Linger int 4464"])
         self.assertIn("after command 1: Replace …/Profiles/Office/Linger · ≠ 1 changed", self.text("#tree .caption"))
 
+    def test_after_a_command_that_changed_nothing_is_as_the_one_before_has_left_it(self):
+        """Also where the handset's tree was looked at after all of them."""
+        late = [{**event, "t": event["t"] + 10**9} if event["event"] == "tree" else event for event in sample.session()]
+        self.open(late, at="command=2&pane=tree")
+        self.assertIn("after command 1: Replace …/Profiles/Office/Linger", self.text("#tree .caption"))
+        self.click("#tree .row", "Linger")
+        self.assertIn("1.064 ≠ changed after command 1: Replace …/Profiles/Office/Linger: 4464", self.texts("#tree .history li"))
+
     def test_goes_from_before_to_the_next_mount(self):
         self.open(at="command=2&pane=tree")
         self.click("#tree button", "Before")
