@@ -144,6 +144,15 @@ constexpr CommandRow rows[] = {
       sessionOptions},
      Needs::Tree,
      runSession},
+    {{"replay",
+      "RECORD",
+      "run the server's messages of a record, and say what differs",
+      1,
+      1,
+      {},
+      ValueKind::File},
+     Needs::Tree,
+     runReplay},
     {{"account",
       "list | show NAME | add NAME FIELD=VALUE... | set NAME FIELD=VALUE... | remove NAME",
       "keep the DM accounts: servers that may manage this device", 1, anyNumber, accountOptions,
@@ -161,8 +170,8 @@ constexpr CommandRow rows[] = {
      runReport},
     {{"ddf", "", "print the device description (DM DDF 1.2) for a server"}, Needs::Nothing, runDdf},
 };
-/// Those that need the tree and change nothing.
-constexpr const char *readingCommands[] = {"tree", "get"};
+/// Those that need the tree and change nothing, or are about another run.
+constexpr const char *readingCommands[] = {"tree", "get", "replay"};
 
 constexpr CommandRow shellRow = {
     {"shell", "", "run many commands on one mount, typed or from a pipe", 0, 0, shellOptions},

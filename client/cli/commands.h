@@ -21,6 +21,7 @@ ExitStatus runCopy(Context &context);
 ExitStatus runProcess(Context &context);
 ExitStatus runDdf(Context &context);
 ExitStatus runSession(Context &context);
+ExitStatus runReplay(Context &context);
 ExitStatus runReport(Context &context);
 ExitStatus runAccount(Context &context);
 /// What can be done with an account.

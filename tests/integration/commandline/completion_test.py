@@ -29,7 +29,8 @@ class CompletionTest(unittest.TestCase):
 
     def test_commands(self):
         self.assertEqual(self.offered("napictl", "p"), ["provision"])
-        self.assertEqual(self.offered("dmclient", "re"), ["replace", "rename", "report"])
+        self.assertEqual(self.offered("dmclient", "re"),
+                         ["replace", "rename", "replay", "record", "report"])
         self.assertEqual(self.offered("napictl", "--state", "d", "che"), ["check"])
         self.assertEqual(self.offered("napictl", "--state", "=", "d", "che"), ["check"])
         self.assertEqual(self.offered("dmclient", "help", "sh"), ["shell"])

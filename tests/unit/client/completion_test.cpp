@@ -32,8 +32,8 @@ TEST_F(CompletionTest, CommandsOfTheShellAreOffered)
 {
     EXPECT_EQ(after(""),
               (Words{"tree", "get", "add", "replace", "rename", "delete", "copy", "process",
-                     "session", "account", "record", "report", "ddf", "quit", "help"}));
-    EXPECT_EQ(after("re"), (Words{"replace", "rename", "record", "report"}));
+                     "session", "replay", "account", "record", "report", "ddf", "quit", "help"}));
+    EXPECT_EQ(after("re"), (Words{"replace", "rename", "replay", "record", "report"}));
     EXPECT_EQ(after("help ge"), Words{"get"});
 }
 
