@@ -107,7 +107,8 @@ Check checkArguments(const Command &command, const QStringList &arguments)
         return Unexpected(wrongArguments(command, QStringLiteral("arguments are missing")));
     if (command.maxArguments != anyNumber && arguments.size() > command.maxArguments)
         return Unexpected(wrongArguments(command, QStringLiteral("too many arguments")));
-    if (command.firstArgument == ValueKind::File && arguments.value(0).isEmpty())
+    if (command.firstArgument == ValueKind::File && !arguments.isEmpty() &&
+        arguments.first().isEmpty())
         return Unexpected(
             QStringLiteral("%1: %2 names no file")
                 .arg(QString::fromLatin1(command.name), QString::fromLatin1(command.arguments)));

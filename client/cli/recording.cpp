@@ -69,7 +69,12 @@ ExitStatus Recording::finish(ExitStatus status)
 
 KeptRecords keptRecords(const DmDevice &device)
 {
-    return KeptRecords(device.state().clientFile(QStringLiteral("records")));
+    return keptRecords(device.state().path());
+}
+
+KeptRecords keptRecords(const QString &stateDirectory)
+{
+    return KeptRecords(stateDirectory + QStringLiteral("/client/records"));
 }
 
 RunDescription describeRun(const DmDevice &device, const Invocation &invocation)

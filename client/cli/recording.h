@@ -41,6 +41,8 @@ private:
 
 /// Where sessions with that device are recorded.
 KeptRecords keptRecords(const DmDevice &device);
+/// The same of a state directory that need not be there.
+KeptRecords keptRecords(const QString &stateDirectory);
 
 /// What a record says about the run of a command.
 RunDescription describeRun(const DmDevice &device, const Invocation &invocation);

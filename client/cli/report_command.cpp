@@ -1,61 +1,43 @@
 // The report command: records as a page for a browser.
 
 #include "commands.h"
-#include "input_file.h"
 #include "installed_page.h"
+#include "record_reader.h"
+#include "recording.h"
 
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QSaveFile>
 
 namespace client::cli {
 
 namespace {
 
-/// What one record may have; a browser shows no larger page.
-constexpr qint64 mostRecordBytes = 256 * 1024 * 1024;
-constexpr int recordFormat = 1;
-
 using Bytes = support::Expected<QByteArray, QString>;
-
-/// Nothing, or what keeps bytes from being a record that the page can show.
-support::Expected<void, QString> checkRecord(const QByteArray &record)
-{
-    const auto fail = [](const QString &reason) { return support::Unexpected(reason); };
-    QJsonParseError fault;
-    const QJsonObject run =
-        QJsonDocument::fromJson(record.left(record.indexOf('\n')), &fault).object();
-    if (fault.error != QJsonParseError::NoError)
-        return fail(QStringLiteral("it is not a record: line 1, byte %1: %2")
-                        .arg(fault.offset)
-                        .arg(fault.errorString()));
-    if (run[u"event"].toString() != u"run")
-        return fail(QStringLiteral("it is not a record: line 1 is not the event of a run"));
-    if (run[u"format"].toInt() != recordFormat)
-        return fail(QStringLiteral("line 1: a record of format %1, not %2")
-                        .arg(run[u"format"].toVariant().toString())
-                        .arg(recordFormat));
-    return {};
-}
-
-Bytes readRecord(const QString &file)
-{
-    Bytes record = commandline::readInput(file, mostRecordBytes);
-    if (!record)
-        return record;
-    if (const auto check = checkRecord(*record); !check)
-        return support::Unexpected(QStringLiteral("%1: %2").arg(file, check.error()));
-    return record;
-}
 
 /// A record as an element of a page. Where JSON has a "<" it is in a string, and the escape says
 /// the same without being the beginning of a tag.
-QByteArray recordElement(QByteArray record)
+Bytes recordElement(RecordReader &record)
 {
-    return "<script type=\"application/json\" class=\"record\">" + record.replace('<', "\\u003c") +
-           "</script>\n";
+    QByteArray element = "<script type=\"application/json\" class=\"record\">";
+    for (;;) {
+        const auto event = record.next();
+        if (!event)
+            return support::Unexpected(event.error());
+        if (!*event)
+            return element + "</script>\n";
+        element += QByteArray(record.line()).replace('<', "\\u003c");
+    }
+}
+
+/// The file of the last session's record.
+support::Expected<QString, QString> newestRecord(const Invocation &invocation)
+{
+    const KeptRecords records = keptRecords(deviceOptions(invocation).stateDirectory);
+    const QStringList names = records.names();
+    if (names.isEmpty())
+        return support::Unexpected(QStringLiteral("no session is recorded"));
+    return records.path(names.last());
 }
 
 /// Nothing, or why a file that is there is not one to write a report over.
@@ -95,20 +77,28 @@ QString pageName(const QString &record)
 
 ExitStatus runReport(Context &context)
 {
-    const QStringList &records = context.invocation.arguments;
+    QStringList files = context.invocation.arguments;
+    if (files.isEmpty()) {
+        const auto newest = newestRecord(context.invocation);
+        if (!newest)
+            return problem(context, newest.error(), ExitStatus::Unusable);
+        files = {*newest};
+    }
     QByteArray elements;
-    for (const QString &file : records) {
-        const Bytes record = readRecord(file);
-        if (!record)
-            return wrongUsage(context, record.error());
-        elements += recordElement(*record);
+    for (const QString &file : files) {
+        auto record = RecordReader::open(file);
+        const Bytes element =
+            record ? recordElement(*record) : Bytes(support::Unexpected(record.error()));
+        if (!element)
+            return wrongUsage(context, element.error());
+        elements += *element;
     }
     const Bytes page = installedPage("report", elements);
     if (!page)
         return problem(context, page.error(), ExitStatus::Unusable);
 
     const QString file = context.invocation.has("output") ? context.invocation.value("output")
-                                                          : pageName(records.first());
+                                                          : pageName(files.first());
     if (file == u"-") {
         context.output.raw(*page);
         return ExitStatus::Success;

@@ -80,18 +80,29 @@ class ReportTest(unittest.TestCase):
         self.assertEqual(self.report("cut.jsonl").returncode, SUCCESS)
 
     def test_what_is_not_a_record_is_named(self):
-        for text, sentence in ((b"", "it is not a record: line 1, byte "), (b"\xff\xfe\n", "it is not a record: line 1, byte "),
-                               (b"{}\n", "it is not a record: line 1 is not the event of a run"), (b"[1]\n", "line 1 is not the event"),
-                               (b'{"event":"run","format":2}\n', "line 1: a record of format 2, not 1")):
+        for text, sentence in ((b"", "line 0: a record begins with a run"), (b"\xff\xfe\n", "line 1: byte 1: illegal value"),
+                               (b"{}\n", "line 1: it is not an event with its time"),
+                               (b'{"t":0,"event":"end"}\n', "line 1: a record begins with a run"),
+                               (b'{"t":0,"event":"run","format":2}\n', "line 1: the record has a format other than 1"),
+                               (b'{"t":0,"event":"run","format":1}\n[]\n{}\n', "line 2: it is not an event with its time")):
             with self.subTest(text):
                 self.write("odd.jsonl", text)
-                self.assert_refused(self.report("odd.jsonl"), USAGE, "odd.jsonl: " if sentence.startswith("it") else sentence)
-                self.assertIn(sentence, self.report("odd.jsonl").stderr)
+                self.assert_refused(self.report("odd.jsonl"), USAGE, "odd.jsonl: " + sentence)
                 self.assertFalse(os.path.exists(self.path("odd.html")))
-        self.assert_refused(self.report("none.jsonl"), USAGE, "cannot read none.jsonl: No such file or directory")
+        self.assert_refused(self.report("none.jsonl"), USAGE, "none.jsonl: No such file or directory")
+
+    def test_without_a_record_it_is_the_last_sessions(self):
+        self.assert_refused(self.report(), UNUSABLE, "no session is recorded")
+        subprocess.run([DMCLIENT, "session", "http://127.0.0.1:1/"], env=self.handset.environment(), capture_output=True,
+                       timeout=60, check=False)
+        kept = os.listdir(self.handset.client_file("records"))
+        result = self.report()
+        self.assertEqual((result.returncode, result.stdout), (SUCCESS, kept[0].replace(".jsonl", ".html") + "\n"), result.stderr)
+        self.assertIn("http://127.0.0.1:1/", self.read(result.stdout.strip()))
 
     def test_needs_no_state_and_makes_none(self):
         self.report(self.record)
+        self.report()
         self.assertFalse(os.path.exists(self.handset.state))
 
 

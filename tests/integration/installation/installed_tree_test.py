@@ -33,7 +33,7 @@ class InstalledTreeTest(unittest.TestCase):
         session = self.run_installed("dmclient", "session", "http://127.0.0.1:1/")
         self.assertEqual(session.returncode, 4, session.stderr) # refused, by nobody
         with open(os.path.join(self.folder, "record.jsonl"), "w", encoding="utf-8") as record:
-            record.write('{"event":"run","format":1}\n')
+            record.write('{"t":0,"event":"run","format":1}\n')
         report = self.run_installed("dmclient", "report", "record.jsonl", "-o", "-")
         self.assertEqual(report.returncode, 0, report.stderr)
 
