@@ -53,7 +53,7 @@ RecordedCommand commandIn(const QJsonObject &event)
     return command;
 }
 
-support::Expected<Recorded, QString> readRecord(const QString &file)
+support::Expected<Recorded, QString> readMessages(const QString &file)
 {
     auto reader = RecordReader::open(file);
     if (!reader)
@@ -180,7 +180,7 @@ Principal principalOf(const Recorded &recorded, const syncml::Message &message)
 
 ExitStatus runReplay(Context &context)
 {
-    const auto recorded = readRecord(context.invocation.arguments[0]);
+    const auto recorded = readMessages(context.invocation.arguments[0]);
     if (!recorded)
         return wrongUsage(context, recorded.error());
     if (const QString reason = context.device->reasonAgainstServers(); !reason.isEmpty())
