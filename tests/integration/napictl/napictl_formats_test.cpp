@@ -183,7 +183,7 @@ TEST(ProfileJson, AnyRecordWithoutFaultsRoundTrips)
             if (field.kind != FieldKind::Text && field.kind != FieldKind::Secret)
                 continue;
             QString text;
-            for (auto length = generator() % (field.capacity / 3); length > 0; --length)
+            for (auto length = generator() % (field.bytes.size / 3); length > 0; --length)
                 text += QChar(static_cast<char16_t>(1 + generator() % 0xD7FF));
             values += FieldValue{&field, text};
         }
