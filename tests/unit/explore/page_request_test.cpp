@@ -129,6 +129,7 @@ TEST(PageRequest, NothingIsReadInTwoWays)
     EXPECT_EQ(statusOf(get("/0123456789abcdef/", "no field\r\n")), 400);
     EXPECT_EQ(statusOf(get("/0123456789abcdef/", "X: a\rb\r\n")), 400);
     EXPECT_EQ(statusOf(get("/0123456789abcdef/") + get("/0123456789abcdef/")), 400);
+    EXPECT_EQ(statusOf(post("mount", "{}") + "x"), 400);
     EXPECT_EQ(statusOf("GET  /0123456789abcdef/ HTTP/1.1\r\n\r\n"), 400);
     EXPECT_EQ(statusOf("GET /0123456789abcdef/ HTTP/1.0\r\n\r\n"), 400);
     EXPECT_EQ(statusOf(QByteArray("\0\r\n\r\n", 5)), 400);
