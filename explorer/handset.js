@@ -11,7 +11,7 @@ async function post(path, body) {
     return answer;
 }
 
-/// Tells its listener "mount" when a handset begins anew, "record" when something happened, "print"
+/// Tells its listener "mount" when a handset begins again, "record" when something happened, "print"
 /// for a line of its shell and "failure" when it has ended.
 export class Handset {
     constructor(listener) {

@@ -169,7 +169,7 @@ export class TreePane {
     }
 }
 
-/// An address as the tree has it: from the root, without a property or a slash behind.
+/// An address as the tree has it: from the root, without a property or a slash at its end.
 function nodeAddress(target) {
     const address = asText(target).split("?")[0].replace(/\/$/, "");
     return address === "." || address.startsWith("./") ? address : "./" + address;

@@ -44,7 +44,7 @@ Tag scanTag(QByteArrayView xml)
     return tag;
 }
 
-XmlRefusal refusalBehind(QByteArrayView before, const QString &text)
+XmlRefusal refusalAfter(QByteArrayView before, const QString &text)
 {
     return {text, std::ranges::count(before, '\n') + 1};
 }
@@ -67,11 +67,11 @@ std::optional<XmlRefusal> guardXml(QByteArrayView xml, qsizetype mostAttributes)
         }
         const Tag tag = scanTag(rest);
         if (rest.startsWith("<!DOCTYPE") && tag.hasBracket)
-            return refusalBehind(xml.first(at),
-                                 QStringLiteral("the document type has declarations of its own"));
+            return refusalAfter(xml.first(at),
+                                QStringLiteral("the document type has declarations of its own"));
         if (tag.quotedValues > mostAttributes)
-            return refusalBehind(xml.first(at),
-                                 QStringLiteral("more than %1 attributes").arg(mostAttributes));
+            return refusalAfter(xml.first(at),
+                                QStringLiteral("more than %1 attributes").arg(mostAttributes));
         at += tag.size;
     }
     return std::nullopt;

@@ -93,7 +93,7 @@ struct Challenge {
 /// @param nonce  octets; goes out as base64. Basic has none.
 syncml::Chal makeChal(AuthType type, const QByteArray &nonce);
 
-/// Reads a challenge. A NextNonce is base64, also where Format does not say so; one that is no
+/// Reads a challenge. A NextNonce is base64, also where Format does not say so; one that is not
 /// base64 is taken as its octets.
 /// @return none for a type that this client does not know
 std::optional<Challenge> readChal(const syncml::Chal &chal);

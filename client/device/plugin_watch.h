@@ -13,7 +13,7 @@
 namespace client {
 
 /// Hears of commands and mounts from above, and of messages and calls from below; so it knows which
-/// command, or which mount, a message belongs to. It puts the reasons of a command behind its
+/// command, or which mount, a message belongs to. It puts the reasons of a command after its
 /// status, and heads the messages in the log.
 class PluginWatch final : public CommandWatch,
                           public call_observer::ProfileCallObserver,

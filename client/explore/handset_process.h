@@ -15,7 +15,7 @@
 namespace client {
 
 /// Runs `dmclient shell` on one state directory and hands on what it prints and records. A process
-/// of its own, since mounting again and going back to a snapshot need one that begins anew: what
+/// of its own, since mounting again and going back to a snapshot need one that begins again: what
 /// the libraries beneath a plug-in hold open is theirs until their process ends.
 class HandsetProcess {
 public:
@@ -68,7 +68,7 @@ private:
     QProcess m_process;
     QTimer m_recordTimer;
     QFile m_record;
-    QByteArray m_output; ///< behind its last whole line
+    QByteArray m_output; ///< after its last whole line
     int m_runs = 0;
     int m_snapshots = 0;
     bool m_isStopping = false;

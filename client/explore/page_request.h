@@ -11,7 +11,7 @@ namespace client {
 /// A request that may be answered: its head, and as much of its body as has come.
 struct PageRequest {
     QByteArray method;
-    QByteArray path; ///< behind the token, "" for the page itself
+    QByteArray path; ///< after the token, "" for the page itself
     QByteArray body;
 };
 

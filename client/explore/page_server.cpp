@@ -97,7 +97,7 @@ void PageServer::read(QTcpSocket &socket, PageRequestReader &reader)
     const auto request = reader.take(socket.readAll());
     if (!request)
         return;
-    // One request a connection: nothing behind it is looked at.
+    // One request a connection: nothing after it is looked at.
     QObject::disconnect(&socket, &QTcpSocket::readyRead, nullptr, nullptr);
     if (*request)
         answer(socket, **request);

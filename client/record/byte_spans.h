@@ -6,7 +6,7 @@
 
 namespace client {
 
-/// Bytes of a document, from the first to the one behind the last.
+/// Bytes of a document, from the first to the one after the last.
 struct ByteSpan {
     qsizetype begin = 0;
     qsizetype end = 0;

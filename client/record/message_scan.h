@@ -19,7 +19,7 @@ std::optional<ByteSpans> secretSpans(const QByteArray &message, syncml::Encoding
                                      const AlertIds &secretQuestions);
 
 /// Where a message that cannot be read may have secrets, as far as it can be followed: all data,
-/// all nonces, and of WBXML everything behind the place where it cannot be followed any further.
+/// all nonces, and of WBXML everything after the place where it cannot be followed any further.
 ByteSpans possiblySecretSpans(const QByteArray &message, syncml::Encoding encoding);
 
 } // namespace client

@@ -32,7 +32,7 @@ public:
     /// The first event.
     const QJsonObject &run() const { return m_run; }
 
-    /// The next event, the run at first; none behind the last one. The error is a sentence that
+    /// The next event, the run at first; none after the last one. The error is a sentence that
     /// names the file, the line and the reason.
     support::Expected<std::optional<QJsonObject>, QString> next();
     /// The line of the last event, as it stands in the file.

@@ -20,7 +20,7 @@ QString duration(const QJsonObject &event)
     return QStringLiteral("%1 ms").arg(event[u"us"].toDouble() / 1000, 0, 'f', decimals);
 }
 
-QString behindColon(const QString &reason)
+QString afterColon(const QString &reason)
 {
     return reason.isEmpty() ? QString() : QStringLiteral(": ") + reason;
 }
@@ -79,7 +79,7 @@ QStringList response(const QJsonObject &event)
             ? QStringLiteral("HTTP %1, %2 bytes").arg(text(event, "status"), text(event, "size"))
             : QStringLiteral("no answer");
     QStringList lines{QStringLiteral("%1 after %2%3")
-                          .arg(status, duration(event), behindColon(text(event, "failure")))};
+                          .arg(status, duration(event), afterColon(text(event, "failure")))};
     for (const QJsonValue &header : event[u"headers"].toArray())
         lines += QStringLiteral("    %1: %2").arg(header[0].toString(), header[1].toString());
     const QJsonObject tls = event[u"tls"].toObject();
@@ -93,7 +93,7 @@ QStringList response(const QJsonObject &event)
 QStringList wait(const QJsonObject &event)
 {
     return {QStringLiteral("wait %1 before the next attempt%2")
-                .arg(duration(event), behindColon(text(event, "reason")))};
+                .arg(duration(event), afterColon(text(event, "reason")))};
 }
 
 QStringList message(const QJsonObject &event)
@@ -108,7 +108,7 @@ QStringList message(const QJsonObject &event)
                          : QString(),
                      text(event, "size"),
                      encoding.isEmpty() ? QString() : QStringLiteral(" of ") + encoding,
-                     QString::number(commands), behindColon(text(event, "fault")))};
+                     QString::number(commands), afterColon(text(event, "fault")))};
 }
 
 QStringList command(const QJsonObject &event)
@@ -121,14 +121,14 @@ QStringList command(const QJsonObject &event)
         line += QStringLiteral(" = %1").arg(shownOrNothing(event, "value"));
     return {QStringLiteral("%1: %2 %3%4, %5")
                 .arg(line, text(event, "status"), text(event, "meaning"),
-                     behindColon(text(event, "reason")), duration(event))};
+                     afterColon(text(event, "reason")), duration(event))};
 }
 
 QStringList profileCall(const QJsonObject &event)
 {
     QStringList lines{QStringLiteral("    %1 %2: %3%4")
                           .arg(text(event, "function"), text(event, "profile"),
-                               text(event, "result"), behindColon(text(event, "reason")))};
+                               text(event, "result"), afterColon(text(event, "reason")))};
     for (const QJsonValue &value : event[u"changes"].toArray()) {
         const QJsonObject change = value.toObject();
         lines += QStringLiteral("        %1 (byte %2, size %3): %4 becomes %5")
@@ -148,7 +148,7 @@ QStringList settingCall(const QJsonObject &event)
                     .arg(shownOrNothing(event, "before"), shownOrNothing(event, "after"));
     else if (event[u"function"] == QStringLiteral("getSettingInfo"))
         line += QStringLiteral(": %1").arg(shownOrNothing(event, "after"));
-    return {line + behindColon(text(event, "reason"))};
+    return {line + afterColon(text(event, "reason"))};
 }
 
 QStringList pluginMessage(const QJsonObject &event)
@@ -194,7 +194,7 @@ QStringList end(const QJsonObject &event)
 {
     return {QStringLiteral("end: %1%2, %3 messages, %4 commands, %5 refused, exit status %6")
                 .arg(event[u"kind"].toString(QStringLiteral("no session")),
-                     behindColon(text(event, "reason")), text(event, "messages"),
+                     afterColon(text(event, "reason")), text(event, "messages"),
                      text(event, "commands"), text(event, "refused"), text(event, "status"))};
 }
 

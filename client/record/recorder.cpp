@@ -57,7 +57,7 @@ QJsonArray Recorder::shownArguments(const QStringList &arguments)
         const QString hidden = word.sliced(shownSize);
         m_known.add(hidden.toUtf8());
         words += hidden.isEmpty() ? withoutUserInfo(word) : word.first(shownSize) + mask;
-        // The value of a leaf stands behind its address.
+        // The value of a leaf stands after its address.
         followsSecret = followsSecret || (isSecret && equals < 0);
     }
     return words;

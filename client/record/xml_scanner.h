@@ -34,7 +34,7 @@ public:
 private:
     Piece readMarkup();
     Piece readTag();
-    /// The piece up to the first of these texts behind the place.
+    /// The piece up to the first of these texts after the place.
     Piece upTo(Kind kind, qsizetype contentBegin, QByteArrayView end);
 
     QByteArrayView m_document;

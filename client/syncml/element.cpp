@@ -93,7 +93,7 @@ static_assert(std::is_sorted(elements.begin(), elements.end(), byName));
 constexpr std::size_t letters = 26;
 
 /// For each letter the first element whose name begins with it or with a later one; their number
-/// behind the last.
+/// after the last.
 constexpr std::array<std::size_t, letters + 1> firstOfLetter = [] {
     std::array<std::size_t, letters + 1> first{};
     for (std::size_t letter = 0; letter <= letters; ++letter)

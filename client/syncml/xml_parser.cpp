@@ -203,7 +203,7 @@ XmlParser::StoredEvent &XmlParser::store(EventKind kind)
         StoredEvent{kind, Element::Unknown, parserPlace(), m_texts.size(), 0, 0});
 }
 
-/// Gives the event what was appended to the texts behind its name.
+/// Gives the event what was appended to the texts after its name.
 void XmlParser::closeText(StoredEvent &event)
 {
     const std::size_t size = m_texts.size() - event.textBegin - event.nameSize;

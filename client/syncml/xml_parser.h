@@ -42,7 +42,7 @@ public:
     /// Finished and Refused come once, as the last.
     Event next();
 
-    /// Why the document is refused, behind its last event.
+    /// Why the document is refused, after its last event.
     struct Refusal {
         int status = 0; ///< as of a DecodeError
         QString text;
@@ -62,7 +62,7 @@ private:
         EventKind kind;
         Element element;
         qsizetype at;          ///< in the document
-        std::size_t textBegin; ///< in m_texts: the name, and the text behind it
+        std::size_t textBegin; ///< in m_texts: the name, and the text after it
         std::size_t nameSize;
         std::size_t textSize;
     };

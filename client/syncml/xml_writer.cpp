@@ -74,7 +74,7 @@ void XmlWriter::start(std::string_view tag)
     m_xml += tag;
     ++m_depth;
     m_isTagOpen = true;
-    m_isBehindEndTag = false;
+    m_isAfterEndTag = false;
 }
 
 void XmlWriter::text(std::string_view text)
@@ -97,7 +97,7 @@ void XmlWriter::element(std::string_view startTag, std::string_view text, std::s
         appendEscaped(m_xml, text, escapesOfText);
         m_xml.append(endTag);
     }
-    m_isBehindEndTag = true;
+    m_isAfterEndTag = true;
 }
 
 void XmlWriter::end(std::string_view name)
@@ -107,13 +107,13 @@ void XmlWriter::end(std::string_view name)
         m_xml += "/>";
         m_isTagOpen = false;
     } else {
-        if (m_isBehindEndTag)
+        if (m_isAfterEndTag)
             beginLine();
         m_xml += "</";
         m_xml += name;
         m_xml += '>';
     }
-    m_isBehindEndTag = true;
+    m_isAfterEndTag = true;
 }
 
 void XmlWriter::endStartTag()

@@ -11,7 +11,7 @@ namespace syncml {
 /// Appends `value` as it stands between the quotes of an attribute.
 void appendAttributeValue(std::string &xml, std::string_view value);
 
-/// Writes elements and texts behind each other. Texts are UTF-8 with characters of XML only, and
+/// Writes elements and texts one after the other. Texts are UTF-8 with characters of XML only, and
 /// read back as the same bytes.
 class XmlWriter {
 public:
@@ -41,7 +41,7 @@ private:
     std::string m_xml;
     int m_depth = 0;
     bool m_isTagOpen = false; ///< a start tag lacks its end
-    bool m_isBehindEndTag = false;
+    bool m_isAfterEndTag = false;
 };
 
 } // namespace syncml

@@ -109,7 +109,7 @@ std::string ipv4Text(std::uint32_t address);
 /// terminator or to the end of its array, hexadecimal digits of reserved bytes.
 std::string textOf(const RecordField &field, const NAP_PROFILE_S &record);
 
-/// Puts an asterisk in the place of every byte of a secret, those behind its terminator included,
+/// Puts an asterisk in the place of every byte of a secret, those after its terminator included,
 /// which may be left of a longer one. Bytes that are 0 stay.
 void overwriteSecrets(NAP_PROFILE_S &record);
 

@@ -36,7 +36,7 @@ class LivePageTest(PageTest):
         WebDriverWait(self.browser, page.GUARD).until(lambda _: condition())
 
     def click(self, selector, words=None):
-        """As of every page; but what is to be clicked may be drawn anew at that moment."""
+        """As of every page; but what is to be clicked may be drawn again at that moment."""
         for _ in range(20):
             try:
                 return super().click(selector, words)

@@ -90,7 +90,7 @@ def kill_during(handset, script, delay):
         process.stdout.close()
 
 
-def problem_behind_kill(handset, states):
+def problem_after_kill(handset, states):
     try:
         handset.napictl("check")
         if handset.export() not in states:
@@ -127,7 +127,7 @@ def main():
                 handset.copy_from(start.state)
             kills += 1
             between += handset.export() not in (states[0], states[-1])
-            problem = problem_behind_kill(handset, states)
+            problem = problem_after_kill(handset, states)
             if problem:
                 sys.exit(f"kill {kills} of seed {seed}: {problem}\n"
                          f"commands in {script}, state in {handset.state}")

@@ -23,7 +23,7 @@ constexpr const char *matchRules[] = {
 /// Nobody whose signals are listened to sends longer ones.
 constexpr long longestMessage = 64L * 1024;
 /// How many messages are looked at one by one. As many have always room in a socket, so there are
-/// none behind them that the bus could not send yet; and who sends without end keeps nobody here.
+/// none after them that the bus could not send yet; and who sends without end keeps nobody here.
 constexpr int mostMessages = 100;
 
 struct MessageDeleter {

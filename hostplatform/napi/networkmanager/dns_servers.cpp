@@ -4,7 +4,7 @@
 
 namespace {
 
-/// @return the address that an entry of the list names, 0 for none. Behind a '#' stands the name
+/// @return the address that an entry of the list names, 0 for none. After a '#' stands the name
 ///         that the server has in its certificate.
 std::uint32_t addressOf(const QString &server)
 {

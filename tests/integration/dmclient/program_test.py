@@ -98,7 +98,7 @@ class CommandLineTest(DmclientTest):
         self.assertIn("Office again at the next mount", errors)
         self.assertEqual(self.succeed("get", CONN), "Office\nPX1\nHome\n")
 
-    def test_a_negative_number_stands_behind_a_double_dash(self):
+    def test_a_negative_number_stands_after_a_double_dash(self):
         self.run_client("replace", "--", PROXY + "/Office/Ph1/Port/PortNbr", "-1")
         self.assertEqual(self.handset.profile("Office")["proxy1"]["port"], 65535)
 
@@ -278,7 +278,7 @@ class PluginMessagesTest(DmclientTest):
         [counted] = [line for line in lines if "the Conn of  Ph2 has no related fields" in line]
         self.assertRegex(counted, r"\((2\d) times\)$")
 
-    def test_what_was_said_beneath_a_refused_command_stands_behind_its_status(self):
+    def test_what_was_said_beneath_a_refused_command_stands_after_its_status(self):
         speed = CONN + "/Home/Speed"
         refused = f"{speed}: 500 Command Failed: Speed illegal"
         self.assertEqual(self.run_client("replace", speed, "1"),
@@ -290,7 +290,7 @@ class PluginMessagesTest(DmclientTest):
         answered = json.loads(self.run_client("process", "-", "--json", stdin=package)[1].splitlines()[0])
         self.assertEqual((answered["status"], answered["reason"]), (500, "Speed illegal"))
 
-    def test_the_services_reason_stands_behind_the_status_and_is_not_told_twice(self):
+    def test_the_services_reason_stands_after_the_status_and_is_not_told_twice(self):
         name = "n" * 70
         status, _, errors = self.run_client("add", f"{CONN}/{name}")
         self.assertEqual(status, REFUSED)

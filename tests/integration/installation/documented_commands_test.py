@@ -87,7 +87,7 @@ class DocumentedCommandsTest(unittest.TestCase):
         self.assertEqual(set(re.findall(r"<Cmd>Get</Cmd>.*?<Data>(\d+)</Data>", output, re.DOTALL)),
                          {"200"})
 
-    def test_readmes_session_works_behind_its_first_steps(self):
+    def test_readmes_session_works_after_its_first_steps(self):
         _, first_steps, session = by_hand()
         self.type(self.without_build(first_steps))
         url = self.start_server("client_auth=md5", "client_name=me")

@@ -616,7 +616,7 @@ class CommandLineTest(NapictlTest):
         self.assertIn("csd2.lineType", self.napictl("set", "--help"))
         self.assertFalse(os.path.exists(self.state))
 
-    def test_state_option_chooses_the_store_before_or_behind_the_command(self):
+    def test_state_option_chooses_the_store_before_or_after_the_command(self):
         for arguments in (["--state", self.directory + "/a", "create", "x"],
                           ["create", "x", "--state", self.directory + "/b"],
                           ["create", "--state=" + self.directory + "/ü", "x"]):
@@ -625,7 +625,7 @@ class CommandLineTest(NapictlTest):
             self.assertTrue(os.path.exists(os.path.join(self.directory, directory, "profiles.db")))
         self.assertFalse(os.path.exists(self.state))
 
-    def test_backend_option_chooses_the_store_before_or_behind_the_command(self):
+    def test_backend_option_chooses_the_store_before_or_after_the_command(self):
         self.napictl("--backend", "sqlite", "create", "x")
         self.assertIn("x", self.napictl("list", "--backend=sqlite"))
         for arguments in (["--backend", "paper", "list"], ["list", "--backend", ""]):

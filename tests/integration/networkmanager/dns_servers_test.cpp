@@ -43,7 +43,7 @@ TEST(DnsServers, EntriesThatAreNoIpv4AddressAreNoFields)
     EXPECT_EQ(servers.servers(), (QStringList{textA, textB, list[0]}));
 }
 
-TEST(DnsServers, FurtherServersStayBehindTheFields)
+TEST(DnsServers, FurtherServersStayAfterTheFields)
 {
     DnsServers servers({textA, textB, textC}, QString());
     servers.setFields({addressB, 0x01020304});

@@ -522,7 +522,7 @@ TEST_F(Faults, ReasonOfAFailureHasACodeOfItsOwn)
 
 /// Answers GetSettings with the ID by which the connection is listed, and when it is looked at
 /// again with another one, that many times.
-FakeNetworkManager::Handler renamedBehindTheList(int times)
+FakeNetworkManager::Handler renamedAfterTheList(int times)
 {
     return [times, isListed = false](const QDBusMessage &call) mutable {
         ConnectionSettings settings = FakeNetworkManager::connectionSettings(1);
@@ -540,14 +540,14 @@ TEST_F(Faults, ConnectionThatNeverStaysTheSameIsBusyWhenItIsToBeChanged)
             QDBusObjectPath(FakeNetworkManager::connectionPath(1))};
         return call.createReply(QVariant::fromValue(paths));
     });
-    m_fake->handle("GetSettings", renamedBehindTheList(1000));
+    m_fake->handle("GetSettings", renamedAfterTheList(1000));
     NAP_PROFILE_S record = {};
     const StoreResult result = m_store->modify("Fake 1", record);
     EXPECT_EQ(result.status, NAPI_ERROR_BUSY);
     EXPECT_NE(result.message.find("changes"), std::string::npos) << result.message;
 
     // It is listed, and changes then, and once more while that is looked into.
-    m_fake->handle("GetSettings", renamedBehindTheList(2));
+    m_fake->handle("GetSettings", renamedAfterTheList(2));
     expectList({"Fake 1"});
     EXPECT_FALSE(m_store->modify("Fake 1", record).failed());
 }

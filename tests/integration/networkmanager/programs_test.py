@@ -72,7 +72,7 @@ class ProgramsTest(HandsetTest):
         self.assertIn("gprs.address is refused: gsm.apn", result.stderr)
         self.assertEqual(self.shown("Hand", "gsm.apn"), "hand.apn")
 
-    def test_networkmanagers_own_reason_stands_behind_the_status_of_a_command(self):
+    def test_networkmanagers_own_reason_stands_after_the_status_of_a_command(self):
         self.add_connection("apn", "hand.apn")
         result = self.run_program("dmclient", "--backend", "networkmanager", "replace",
                                   CONN + "/Hand/Addr", "two words", expected=FAILED)

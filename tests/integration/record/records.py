@@ -36,7 +36,7 @@ def faults(events):
         found += [f"{event['event']} at {event['t']}: {fault.message[:300]}"
                   for fault in EVENT_SCHEMAS[event["event"]].iter_errors(event)]
         if event["t"] < time:
-            found.append(f"{event['event']} at {event['t']}, behind {time}")
+            found.append(f"{event['event']} at {event['t']}, after {time}")
         time = event["t"]
         kind = NUMBERS.get(event["event"])
         if kind:

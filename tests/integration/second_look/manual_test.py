@@ -30,7 +30,7 @@ Each command below is run on a handset with two profiles:
 with packet data, circuit\-switched data and a proxy, and
 .BR Home ,
 with circuit\-switched data.
-Behind it stands what the client says.
+After it stands what the client says.
 .SH SURPRISES
 """
 TAIL = r""".SH "THE SECOND LOOK"

@@ -144,7 +144,7 @@ class ScenarioTest(SessionTest):
         self.assertRegex(lines[1], rf"^Replace {uri}/Addr: 425 Permission Denied: .*Replace.*"
                                    r"somebody\.else")
 
-    def test_what_the_plugin_said_stands_behind_the_status(self):
+    def test_what_the_plugin_said_stands_after_the_status(self):
         conn = "./DevDetail/Ext/Conf/Conn/Profiles"
         long_name = "n" * 70
         # The mount that the first command causes says much, and nothing of it is about the command.

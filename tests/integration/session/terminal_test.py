@@ -101,7 +101,7 @@ class TerminalTest(SessionTest):
         self.assertEqual(status, SESSION_FAILED, screen)
         self.assertEqual(session.lines[-1], "the client aborts the session")
 
-    def test_a_shell_goes_on_behind_a_session_that_was_interrupted(self):
+    def test_a_shell_goes_on_after_a_session_that_was_interrupted(self):
         server = DmServer(scenario("questions", packages=[
             {"commands": [{"alert": 1101, "items": ["", "?"]}]}]))
         server.__enter__()

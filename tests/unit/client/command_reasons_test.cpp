@@ -1,4 +1,4 @@
-// What stands behind the status of a command.
+// What stands after the status of a command.
 
 #include "command_reasons.h"
 

@@ -64,7 +64,7 @@ TEST_F(CompletionTest, EachArgumentIsCompletedForWhatItIs)
     EXPECT_EQ(after("process "), Words());
 }
 
-TEST_F(CompletionTest, PropertiesAreOfferedBehindTheOptionAndBehindAQuestionMark)
+TEST_F(CompletionTest, PropertiesAreOfferedAfterTheOptionAndAfterAQuestionMark)
 {
     EXPECT_EQ(after("get --prop "),
               (Words{"ACL", "Format", "Name", "Size", "Title", "TStamp", "Type", "VerNo"}));

@@ -145,7 +145,7 @@ TEST_F(PackageTest, APackageThatIsNotFinalIsAskedForItsRest)
     EXPECT_EQ(last.msgRef, std::nullopt);
 }
 
-TEST_F(PackageTest, NothingRunsBehindARefusalOfTheClientsHeader)
+TEST_F(PackageTest, NothingRunsAfterARefusalOfTheClientsHeader)
 {
     const std::pair<const char *, const char *> refusals[] = {
         {"abc", "the server's status of the header, \"abc\", is not a status"},

@@ -31,7 +31,7 @@ protected:
     PluginWatch watch;
 };
 
-TEST_F(PluginWatchTest, WhatThePluginSaidStandsBehindTheStatus)
+TEST_F(PluginWatchTest, WhatThePluginSaidStandsAfterTheStatus)
 {
     begin();
     watch.pluginMessage("(a.cpp:1)Leave: Set()! failed! Speed illegal\n");

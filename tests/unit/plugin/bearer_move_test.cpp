@@ -124,7 +124,7 @@ class BearerMoveTest : public ServerChangeTest {};
 
 TEST_F(BearerMoveTest, TextEndsAtItsTerminatorAndTheRestOfTheTargetIsZero)
 {
-    // Behind the terminator stands what an earlier, longer text has left.
+    // After the terminator stands what an earlier, longer text has left.
     for (const PartOffsets &from : ALL_PARTS) {
         for (const PartOffsets &to : ALL_PARTS) {
             if (std::string(from.bearer) == to.bearer)

@@ -248,7 +248,7 @@ TEST_F(ChildValuesTest, RefusedValueEndsTheWriteAfterTheEarlierOnes)
     EXPECT_EQ(tree->SetChildValuesMap("Office", Values({{"Addr", Number(1)}})), 415);
 }
 
-TEST_F(ChildValuesTest, ChildrenOfTheRootAreLookedForBehindASlash)
+TEST_F(ChildValuesTest, ChildrenOfTheRootAreLookedForAfterASlash)
 {
     const TreePtr tree = MountOffice(CONN_ROOT);
 
@@ -258,7 +258,7 @@ TEST_F(ChildValuesTest, ChildrenOfTheRootAreLookedForBehindASlash)
     EXPECT_EQ(handset.journal.Take(), (Lines{R"(GetNode("/Office"))"}));
 }
 
-TEST_F(ChildValuesTest, BearerOfTheMapAppliesToTheLeavesBehindIt)
+TEST_F(ChildValuesTest, BearerOfTheMapAppliesToTheLeavesBeneathIt)
 {
     const TreePtr tree = MountOffice(CONN_ROOT);
     Stored() = Record("apn");

@@ -379,7 +379,7 @@ TEST_F(MapMaintenanceTest, AKeyThatCannotBeRemovedIsReportedAndTheNewOneWritten)
     EXPECT_EQ(NapdefOnDisk(), (Entries{{"5Ph1DC1", "Office"}, {"5Ph2DC1", "Office"}}));
 }
 
-TEST_F(MapMaintenanceTest, AFailedFlushBehindTheRemovalLeavesTheMemoryWithTheNewBearer)
+TEST_F(MapMaintenanceTest, AFailedFlushAfterTheRemovalLeavesTheMemoryWithTheNewBearer)
 {
     handset.faults.Fail("flush", 1);
     EXPECT_EQ(napdef->RenameProfileMapDB("Office", "GSM-CSD"), 1);
@@ -400,7 +400,7 @@ TEST_F(MapMaintenanceTest, ANewKeyThatCannotBeSetLeavesTheFileWithoutTheOld)
     EXPECT_EQ(NapdefOnDisk(), Entries{});
 }
 
-TEST_F(MapMaintenanceTest, AFailedFlushBehindTheNewKeyFails)
+TEST_F(MapMaintenanceTest, AFailedFlushAfterTheNewKeyFails)
 {
     handset.faults.Fail("flush", 2);
     EXPECT_EQ(napdef->RenameProfileMapDB("Office", "GSM-CSD"), 1);

@@ -290,7 +290,7 @@ TEST_F(MountTest, OfTwoProfilesWithOneNodeNameTheFirstListedHasIt)
     ExpectNothingLogged();
 }
 
-TEST_F(MountTest, TheNumberBehindPxKeepsItsFirstFourDigits)
+TEST_F(MountTest, TheNumberAfterPxKeepsItsFirstFourDigits)
 {
     // 10000 is cut to 1000, a name that is taken by then, and so are the numbers that follow.
     handset.napi.Store("Ñet", Record("internet"));

@@ -93,7 +93,7 @@ TEST_F(ProfileLookupTest, ANameIsFoundAfterAGrowingVectorHasCopiedIt)
     EXPECT_EQ(map.find("Office"), -1);
 }
 
-TEST_F(ProfileLookupTest, NamesBehindARemovedOneMoveUp)
+TEST_F(ProfileLookupTest, NamesAfterARemovedOneMoveUp)
 {
     for (const char *name : {"a", "b", "c", "d", "e"})
         map.put(name, NewInfo("1"));

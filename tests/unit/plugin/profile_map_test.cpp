@@ -476,7 +476,7 @@ TEST_F(LoadMapTest, AConnectionReferenceThatCannotBeRemovedIsNotReported)
     ExpectNothingLogged();
 }
 
-TEST_F(LoadMapTest, AFailedFlushBehindAConnectionReferenceEndsTheLoad)
+TEST_F(LoadMapTest, AFailedFlushAfterAConnectionReferenceEndsTheLoad)
 {
     ConnEntry("Gone/Ph1", "Home");
     ConnEntry("Gone/Ph2", "Home");

@@ -32,7 +32,7 @@ TEST_F(RenameTest, ProfileNodeIsRenamedInTheEngineTheFileAndMemory)
     EXPECT_EQ(IntOf(Value(tree, "Work/Linger")), 9);
 }
 
-TEST_F(RenameTest, RenamedEntryMovesBehindTheOthersInMemory)
+TEST_F(RenameTest, RenamedEntryMovesAfterTheOthersInMemory)
 {
     handset.napi.Store("First", Record("a"), 1);
     const TreePtr tree = MountOffice(CONN_ROOT);

@@ -172,7 +172,7 @@ TEST(MessageSecretsTest, OfAMessageThatCannotBeReadAllDataAndNoncesAreOverwritte
     }
 }
 
-TEST(MessageSecretsTest, OfAWbxmlMessageThatCannotBeReadNothingBehindTheFaultIsShown)
+TEST(MessageSecretsTest, OfAWbxmlMessageThatCannotBeReadNothingAfterTheFaultIsShown)
 {
     const auto message = syncml::decode(document(""));
     syncml::Message written = *message;

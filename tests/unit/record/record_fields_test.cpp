@@ -21,7 +21,7 @@ TEST(RecordFieldsTest, ShowsWhatAPersonReads)
     EXPECT_EQ(textOf(fieldNamed("reserved134"), record), "00ab0000");
 }
 
-TEST(RecordFieldsTest, OverwritesSecretsAndWhatIsLeftBehindThem)
+TEST(RecordFieldsTest, OverwritesSecretsAndWhatIsLeftAfterThem)
 {
     NAP_PROFILE_S record{};
     std::memcpy(record.gprsAuthPassword, "new\0longer", 10);

@@ -745,7 +745,7 @@ TEST_P(Sizes, MoreAnswersThanThereIsRoomForAre413)
     EXPECT_EQ(sent(2).at(5), "Status 2 Get 413");
 }
 
-TEST_P(Sizes, AnAbortDoesNotWaitBehindAnswersThatDoNotFit)
+TEST_P(Sizes, AnAbortDoesNotWaitForAnswersThatDoNotFit)
 {
     memory->addLeaf("Home/Long", DmtData(QByteArray(5000, 'x').constData()));
     options.isAbortRequested = [this] { return server.messages.size() == 2; };

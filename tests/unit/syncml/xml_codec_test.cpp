@@ -678,7 +678,7 @@ TEST(HostileXml, OtherVersionsAreRefused)
     EXPECT_EQ(errorOf("<?xml version='1.0' standalone='no'?>" + xml), "no error");
 }
 
-TEST(HostileXml, LimitsHoldBehindAVeryLongToken)
+TEST(HostileXml, LimitsHoldAfterAVeryLongToken)
 {
     const QByteArray comment = "<!--" + QByteArray(2'000'000, 'x') + "-->";
     EXPECT_EQ(errorOf(messageXml(comment + QByteArray("<Atomic>").repeated(100'000))),
