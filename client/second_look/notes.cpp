@@ -102,13 +102,16 @@ QByteArray masked(const NodeUri &leaf, const QByteArray &value)
 }
 
 /// "reads 4464", "reads its first 44 bytes, 012…"
-QString readsInstead(const NodeUri &leaf, const QByteArray &asked, const QByteArray &reads)
+QString readsInstead(const SeenNode &leaf, const QByteArray &asked)
 {
-    const bool isCut = !reads.isEmpty() && asked.startsWith(reads);
-    return isCut ? QStringLiteral("reads its first %1 bytes, %2")
-                       .arg(reads.size())
-                       .arg(shown(leaf, reads))
-                 : QStringLiteral("reads %1").arg(shown(leaf, reads));
+    const QByteArray reads = leaf.value.value_or(QByteArray());
+    const QString text = shown(leaf.uri, reads);
+    const bool isCut =
+        leaf.format == formatName(DmtData::String) && !reads.isEmpty() && asked.startsWith(reads);
+    return !isCut              ? QStringLiteral("reads %1").arg(text)
+           : reads.size() == 1 ? QStringLiteral("reads its first byte, %1").arg(text)
+                               : QStringLiteral("reads its first %1 bytes, %2")
+                                     .arg(QString::number(reads.size()), text);
 }
 
 /// In a change of several leaves a note says which it is about.
@@ -139,7 +142,7 @@ std::vector<DifferenceNote> notesNow(std::size_t place, const TreeChange &change
         if (!asked.reads)
             add(leaf + QStringLiteral("is not there"));
         else if (asked.reads->value && *asked.reads->value != asked.value)
-            add(leaf + readsInstead(asked.leaf, asked.value, *asked.reads->value),
+            add(leaf + readsInstead(*asked.reads, asked.value),
                 masked(asked.leaf, *asked.reads->value));
     }
     if (!seen.overwritten.isEmpty())
@@ -222,7 +225,7 @@ struct NextLook {
         if (!value || !expected || *value == *expected)
             return std::nullopt;
         return DifferenceNote{change,
-                              leaf + readsInstead(asked.leaf, *expected, *value) +
+                              leaf + readsInstead(then->second, *expected) +
                                   QStringLiteral(" at the next mount"),
                               masked(asked.leaf, *value), true};
     }

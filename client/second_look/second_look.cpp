@@ -32,6 +32,11 @@ std::uintmax_t sizeOf(const std::filesystem::path &folder)
     return bytes;
 }
 
+QString unreadableAnswer()
+{
+    return QStringLiteral("its answer cannot be read");
+}
+
 } // namespace
 
 SecondLook::SecondLook(DmDevice &device) : m_device(device)
@@ -147,7 +152,10 @@ Expected<QByteArray, QString> SecondLook::ask(const QByteArray &frame)
     const auto length = read(wire::lengthBytes);
     if (!length)
         return Unexpected(length.error());
-    return read(wire::lengthIn(*length));
+    const std::optional<qsizetype> bytes = wire::lengthIn(*length);
+    if (!bytes)
+        return Unexpected(unreadableAnswer());
+    return read(*bytes);
 }
 
 void SecondLook::fail(const QString &reason)
@@ -194,7 +202,7 @@ Expected<void, QString> SecondLook::lookAt(const std::vector<TreeChange> &change
         return Unexpected(answer.error());
     std::vector<SeenChange> seen;
     if (!wire::unpack(*answer, seen) || seen.size() != changes.size())
-        return Unexpected(QStringLiteral("its answer cannot be read"));
+        return Unexpected(unreadableAnswer());
     for (std::size_t i = 0; i < seen.size(); ++i)
         if (seen[i].status != changes[i].outcome.status)
             return Unexpected(QStringLiteral("it went another way at %1 %2: %3 in place of %4")
@@ -224,7 +232,7 @@ Expected<void, QString> SecondLook::lookAtTree()
     if (!answer)
         return Unexpected(answer.error());
     if (!wire::unpack(*answer, m_tree))
-        return Unexpected(QStringLiteral("its answer cannot be read"));
+        return Unexpected(unreadableAnswer());
     if (m_tree)
         m_observer->treeSeen(*m_tree);
     return {};
@@ -289,9 +297,7 @@ std::vector<DifferenceNote> SecondLook::lookAtNextMount()
     support::Expected<NextMount, QString> looks = support::Unexpected(QString());
     const auto answer = ask(wire::pack(wire::Request::NextMount, m_changes));
     if (!answer || !wire::unpack(*answer, looks) || !looks) {
-        fail(!answer ? answer.error()
-             : looks ? QStringLiteral("its answer cannot be read")
-                     : looks.error());
+        fail(!answer ? answer.error() : looks ? unreadableAnswer() : looks.error());
         return {};
     }
     end();

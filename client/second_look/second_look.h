@@ -43,8 +43,6 @@ public:
     std::size_t differences() const { return m_differences; }
 
     const std::vector<TreeChange> &changes() const { return m_changes; }
-    /// What each of the changes has done, as far as it was looked at.
-    const std::vector<SeenChange> &seen() const { return m_seen; }
 
     void changed(const TreeChange &change) override;
 

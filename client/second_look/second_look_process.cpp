@@ -25,9 +25,12 @@ bool readAll(char *bytes, qsizetype size)
 bool readFrame(QByteArray &frame)
 {
     QByteArray length(wire::lengthBytes, '\0');
-    if (!readAll(length.data(), length.size()) || wire::lengthIn(length) > wire::longestFrame)
+    if (!readAll(length.data(), length.size()))
         return false;
-    frame.resize(wire::lengthIn(length));
+    const std::optional<qsizetype> bytes = wire::lengthIn(length);
+    if (!bytes)
+        return false;
+    frame.resize(*bytes);
     return readAll(frame.data(), frame.size());
 }
 

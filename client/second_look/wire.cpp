@@ -19,10 +19,7 @@ public:
         setUp();
     }
 
-    bool isSound() const
-    {
-        return m_stream.status() == QDataStream::Ok && (m_isWriting || m_stream.atEnd());
-    }
+    bool isSound() const { return isSoundSoFar() && (m_isWriting || m_stream.atEnd()); }
 
     template <class Plain>
     void plain(Plain &value)
@@ -32,19 +29,28 @@ public:
         else
             m_stream >> value;
     }
-    template <class Enum>
-    void number(Enum &value)
+    void status(DmStatus &value)
     {
-        auto wide = static_cast<qint32>(value);
-        plain(wide);
-        value = static_cast<Enum>(wide);
+        auto number = static_cast<qint32>(value);
+        plain(number);
+        value = static_cast<DmStatus>(number);
+    }
+    /// One of the values from 0 to the last.
+    template <class Enum>
+    void enumerator(Enum &value, Enum last)
+    {
+        auto number = static_cast<qint32>(value);
+        plain(number);
+        require(number >= 0 && number <= static_cast<qint32>(last));
+        if (isSoundSoFar())
+            value = static_cast<Enum>(number);
     }
     template <class Value, class Each>
     void optional(std::optional<Value> &value, Each each)
     {
         bool isThere = value.has_value();
         plain(isThere);
-        if (!isThere || m_stream.status() != QDataStream::Ok)
+        if (!isThere || !isSoundSoFar())
             return;
         if (!value)
             value.emplace();
@@ -55,7 +61,7 @@ public:
     {
         auto count = static_cast<quint32>(values.size());
         plain(count);
-        for (quint32 i = 0; i < count && m_stream.status() == QDataStream::Ok; ++i) {
+        for (quint32 i = 0; i < count && isSoundSoFar(); ++i) {
             if (!m_isWriting)
                 values.emplace_back();
             each(values[i]);
@@ -66,6 +72,7 @@ public:
     {
         QByteArray names = node.joinedNames().toByteArray();
         plain(names);
+        require(!hasEmptyName(names));
         node = NodeUri::fromJoinedNames(names);
     }
     void bytes(std::optional<QByteArray> &value)
@@ -77,7 +84,7 @@ public:
         uri(seen.uri);
         plain(seen.format);
         bytes(seen.value);
-        number(seen.status);
+        status(seen.status);
     }
     void nodes(std::vector<SeenNode> &seen)
     {
@@ -95,11 +102,11 @@ public:
     }
     void change(TreeChange &change)
     {
-        number(change.kind);
+        enumerator(change.kind, TreeChange::Kind::AtomicTakenBack);
         principal(change.principal);
         uri(change.node);
         uri(change.source);
-        number(change.property);
+        enumerator(change.property, Property::VerNo);
         plain(change.value.format);
         plain(change.value.type);
         bytes(change.value.data);
@@ -107,11 +114,11 @@ public:
             plain(child.name);
             plain(child.text);
         });
-        number(change.outcome.status);
+        status(change.outcome.status);
     }
     void seenChange(SeenChange &seen)
     {
-        number(seen.status);
+        status(seen.status);
         list(seen.asked, [this](AskedValue &asked) {
             uri(asked.leaf);
             plain(asked.value);
@@ -134,6 +141,7 @@ public:
         for (SeenNode &one : seen)
             picture.insert_or_assign(one.uri, one);
     }
+    void request(Request &request) { enumerator(request, Request::NextMount); }
     void setup(Setup &setup)
     {
         plain(setup.folder);
@@ -145,6 +153,18 @@ public:
 
 private:
     void setUp() { m_stream.setVersion(streamVersion); }
+    bool isSoundSoFar() const { return m_stream.status() == QDataStream::Ok; }
+    void require(bool isRight)
+    {
+        if (!isRight)
+            m_stream.setStatus(QDataStream::ReadCorruptData);
+    }
+    static bool hasEmptyName(const QByteArray &joinedNames)
+    {
+        static const QByteArray twoSeparators(2, NodeUri::separator);
+        return joinedNames.startsWith(NodeUri::separator) ||
+               joinedNames.endsWith(NodeUri::separator) || joinedNames.contains(twoSeparators);
+    }
 
     QDataStream m_stream;
     bool m_isWriting = false;
@@ -166,7 +186,7 @@ QByteArray pack(const Setup &setup)
 {
     return packed([copy = setup](Stream &stream) mutable {
         auto request = Request::Setup;
-        stream.number(request);
+        stream.request(request);
         stream.setup(copy);
     });
 }
@@ -174,7 +194,7 @@ QByteArray pack(const Setup &setup)
 QByteArray pack(Request request, const std::vector<TreeChange> &changes)
 {
     return packed([request, copy = changes](Stream &stream) mutable {
-        stream.number(request);
+        stream.request(request);
         stream.list(copy, [&](TreeChange &change) { stream.change(change); });
     });
 }
@@ -208,7 +228,7 @@ bool unpack(const QByteArray &frame, Request &request, Setup &setup,
             std::vector<TreeChange> &changes)
 {
     Stream stream(frame);
-    stream.number(request);
+    stream.request(request);
     if (request == Request::Setup)
         stream.setup(setup);
     else
@@ -252,9 +272,10 @@ QByteArray withLength(const QByteArray &frame)
     return bytes + frame;
 }
 
-quint32 lengthIn(const QByteArray &bytes)
+std::optional<qsizetype> lengthIn(const QByteArray &bytes)
 {
-    return qFromLittleEndian<quint32>(bytes.constData());
+    const auto length = qFromLittleEndian<quint32>(bytes.constData());
+    return length <= longestFrame ? std::optional<qsizetype>(length) : std::nullopt;
 }
 
 } // namespace client::wire

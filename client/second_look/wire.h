@@ -36,11 +36,11 @@ bool unpack(const QByteArray &frame, std::optional<Picture> &tree);
 bool unpack(const QByteArray &frame, std::vector<SeenChange> &seen);
 bool unpack(const QByteArray &frame, support::Expected<NextMount, QString> &looks);
 
-/// A frame with its length in front; of more than that many bytes there are none.
+/// A frame with its length in front.
 QByteArray withLength(const QByteArray &frame);
 inline constexpr quint32 longestFrame = 256 * 1024 * 1024;
 inline constexpr qsizetype lengthBytes = sizeof(quint32);
-/// The length that is written in those bytes.
-quint32 lengthIn(const QByteArray &bytes);
+/// The length that is written in lengthBytes bytes; none when no frame is that long.
+std::optional<qsizetype> lengthIn(const QByteArray &bytes);
 
 } // namespace client::wire
