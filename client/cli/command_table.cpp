@@ -181,6 +181,11 @@ constexpr CommandRow exploreRow = {
     {"explore", "", "work with the handset on a page in a browser, and see what it does"},
     Needs::Nothing,
     runExplore};
+constexpr CommandRow storedRow = {
+    {"stored", "URI", "put into the record of the shell what is stored for a node at this moment",
+     1, 1},
+    Needs::Tree,
+    runStored};
 constexpr CommandRow quitRow = {{"quit", "", "leave the shell"}, Needs::Nothing, runQuit};
 
 /// The rows of both programs, those that only this program has, and help.
@@ -219,7 +224,8 @@ const commandline::Program &program()
 const commandline::Program &shellProgram()
 {
     static const commandline::Program program = {"", "commands that run on one mount, a line each",
-                                                 shellProgramOptions, commandsWith({&quitRow})};
+                                                 shellProgramOptions,
+                                                 commandsWith({&storedRow, &quitRow})};
     return program;
 }
 

@@ -505,6 +505,22 @@ ExitStatus runShell(Context &context)
         .run();
 }
 
+ExitStatus runStored(Context &context)
+{
+    if (!context.recording)
+        return wrongUsage(context,
+                          QStringLiteral("the shell has no record; begin it with --record"));
+    const QString &uri = context.invocation.arguments.first();
+    const auto address = parseAddress(uri, context.device->tree().uriLimits());
+    if (!address)
+        return wrongUsage(context, address.outcome().reason);
+    const auto stored = context.device->storedFor(address->node);
+    if (!stored)
+        return problem(context, stored.error(), ExitStatus::Unusable);
+    context.recording->recorder().storedSeen(uri, *stored);
+    return ExitStatus::Success;
+}
+
 ExitStatus runQuit(Context &context)
 {
     context.leaveShell = true;

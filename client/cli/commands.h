@@ -35,6 +35,7 @@ ExitStatus runRecord(Context &context);
 QStringList recordWords();
 ExitStatus runShell(Context &context);
 ExitStatus runExplore(Context &context);
+ExitStatus runStored(Context &context);
 ExitStatus runQuit(Context &context);
 
 } // namespace client::cli

@@ -3,6 +3,7 @@
 #include "account_tree.h"
 #include "private_file.h"
 #include "private_storage.h"
+#include "setup_set_manager.h"
 
 #include <QFile>
 #include <algorithm>
@@ -27,7 +28,8 @@ struct ProfileRoot {
 // The second root reads what mounting the first one has written.
 constexpr ProfileRoot mountOrder[] = {
     {"./DevDetail/Ext/Conf/Conn/Profiles", {"kub_napdef_profilemapping.cfg", "NAPIDEF_Profile"}},
-    {"./DevDetail/Ext/Conf/IntProfs/Profiles", {"kub_proxy_profilemapping.cfg", "PROXY_Profile"}},
+    {"./DevDetail/Ext/Conf/IntProfs/Profiles",
+     {"kub_proxy_profilemapping.cfg", "PROXY_Profile", "PROXY_Conn"}},
 };
 
 // Servers are let into the device by the accounts that its owner keeps, and the profiles are there
@@ -225,6 +227,95 @@ Expected<void, QString> DmDevice::writeProperties()
         return Unexpected(
             QStringLiteral("nothing is written to a damaged file: %1").arg(m_propertiesDamage));
     return m_tree->saveProperties(propertiesFile());
+}
+
+// ---- What is stored ------------------------------------------------------------------------------
+
+namespace {
+
+/// Takes what goes wrong in the libraries beneath the plug-in while the client itself calls them.
+class OwnCalls final : public call_observer::ProfileCallObserver,
+                       public call_observer::SettingCallObserver {
+public:
+    QString takeFault() { return std::exchange(m_faults, {}).join(QStringLiteral("; ")); }
+
+    bool wantsRecords() const override { return false; }
+    bool observe(const call_observer::ProfileCall &call) noexcept override
+    {
+        return take(
+            QString::fromUtf8(call.reason.data(), static_cast<qsizetype>(call.reason.size())));
+    }
+    bool observe(const call_observer::SettingCall &call) noexcept override
+    {
+        return take(call.reason);
+    }
+
+private:
+    bool take(const QString &reason)
+    {
+        if (!reason.isEmpty())
+            m_faults += reason;
+        return true;
+    }
+
+    QStringList m_faults;
+};
+
+StoredMapping readMapping(const MappingFile &mapping, OwnCalls &calls)
+{
+    StoredMapping stored;
+    stored.file = QString::fromLatin1(mapping.file);
+    const SETUP_SET_Manager settings(getSettingDirectory() + stored.file, false);
+    for (const char *const group : {mapping.group, mapping.otherGroup}) {
+        if (!group)
+            continue;
+        const QMap<QString, QString> entries = settings.getEntryKeyList(QLatin1String(group));
+        for (auto entry = entries.begin(); entry != entries.end(); ++entry)
+            stored.entries.push_back({QString::fromLatin1(group), entry.key(), entry.value()});
+    }
+    stored.fault = calls.takeFault();
+    return stored;
+}
+
+} // namespace
+
+/// The profile that a node beneath a profile root shows, or is in the subtree of.
+Expected<StoredProfile, QString> DmDevice::profileOf(const NodeUri &node) const
+{
+    for (const ProfileRoot &root : mountOrder) {
+        const NodeUri above = nodeAt(root.uri);
+        if (!above.contains(node) || above == node)
+            continue;
+        const QByteArrayView beneath = node.joinedNames().sliced(node.beginBeneath(above));
+        const auto numbers = readProfileNumbers(root.mapping);
+        const auto number = numbers.find(QString::fromUtf8(NodeUri::first(beneath)));
+        if (number == numbers.end())
+            return Unexpected(QStringLiteral("%1 names no profile for this node, or several")
+                                  .arg(QLatin1String(root.mapping.file)));
+        return m_plugin->readProfile(number->second);
+    }
+    return Unexpected(QStringLiteral("the node is of no profile"));
+}
+
+Expected<StoredNode, QString> DmDevice::storedFor(const NodeUri &node)
+{
+    if (!m_plugin)
+        if (const auto loaded = loadPlugin(); !loaded)
+            return Unexpected(loaded.error());
+    OwnCalls calls;
+    m_plugin->observeCalls(&calls, &calls);
+    StoredNode stored;
+    auto profile = profileOf(node);
+    const QString fault = calls.takeFault();
+    if (profile)
+        stored.profile = *std::move(profile);
+    else
+        stored.fault =
+            fault.isEmpty() ? profile.error() : profile.error() + QStringLiteral(": ") + fault;
+    for (const ProfileRoot &root : mountOrder)
+        stored.mappings.push_back(readMapping(root.mapping, calls));
+    m_plugin->observeCalls(&m_watch, &m_watch);
+    return stored;
 }
 
 // ---- A copy of the state -------------------------------------------------------------------------

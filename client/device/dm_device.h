@@ -10,6 +10,7 @@
 #include "plugin_watch.h"
 #include "profile_numbers.h"
 #include "state_directory.h"
+#include "stored_node.h"
 #include "tree_view.h"
 
 #include <QStringList>
@@ -84,6 +85,9 @@ public:
     /// Copies the profiles as they are now. Only when the plug-in is loaded.
     support::Expected<void, QString> copyProfilesTo(const QString &folder) const;
     bool isPluginLoaded() const { return m_plugin != nullptr; }
+    /// What is stored for a node beneath one of the profile roots, as it is now. The plug-in is not
+    /// asked, nor hears of it whoever listens to its calls. Fails when it cannot be loaded.
+    support::Expected<StoredNode, QString> storedFor(const NodeUri &node);
     /// Has the listener called once, when the plug-in is loaded and before it is asked for
     /// anything.
     void setLoadListener(std::function<void()> listener) { m_loadListener = std::move(listener); }
@@ -96,6 +100,7 @@ private:
 
     support::Expected<QByteArray, QString> readDeviceId();
     void hangInRoots();
+    support::Expected<StoredProfile, QString> profileOf(const NodeUri &node) const;
     std::map<QString, quint32> profileNumbersOf(const MappingFile &mapping);
     support::Expected<JemSmartPtr<DmtTree>, QString> mountedTree(const char *root);
     support::Expected<JemSmartPtr<DmtTree>, QString> treeFor(const char *root);

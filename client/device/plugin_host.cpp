@@ -68,6 +68,29 @@ Expected<void, QString> PluginHost::copyProfiles(const QString &folder) const
     return {};
 }
 
+Expected<StoredProfile, QString> PluginHost::readProfile(std::uint32_t id) const
+{
+    auto *const findName =
+        symbol<decltype(NAPI_GetProfileNameByID)>(m_library, "NAPI_GetProfileNameByID");
+    auto *const read = symbol<decltype(NAPI_ReadProfile)>(m_library, "NAPI_ReadProfile");
+    if (!findName || !read)
+        return Unexpected(QStringLiteral("the plug-in is linked with no profile service"));
+    std::array<char, NAPI_NAME_SIZE> name{};
+    StoredProfile profile;
+    profile.id = id;
+    int status = findName(id, name.data());
+    if (status == NAPI_OK)
+        status = read(name.data(), &profile.record, 0, 0);
+    if (status == NAPI_ERROR_NOT_FOUND)
+        return Unexpected(QStringLiteral("profile %1 is not stored any more").arg(id));
+    if (status != NAPI_OK)
+        return Unexpected(
+            QStringLiteral("profile %1 cannot be read: status %2").arg(id).arg(status));
+    profile.name =
+        QByteArray(name.data(), static_cast<qsizetype>(qstrnlen(name.data(), name.size())));
+    return profile;
+}
+
 Expected<void, QString> PluginHost::bindExports()
 {
     auto *const getVersion =

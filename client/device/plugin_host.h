@@ -5,6 +5,7 @@
 #include "expected.h"
 #include "profile_call_observer.h"
 #include "setting_call_observer.h"
+#include "stored_node.h"
 
 #include <QString>
 #include <memory>
@@ -40,6 +41,10 @@ public:
     /// Has the profile service that the plug-in is linked with write all profiles into a store of
     /// their own in another state directory, which has none yet. The service of a handset cannot.
     support::Expected<void, QString> copyProfiles(const QString &folder) const;
+
+    /// Reads a profile from the profile service that the plug-in is linked with.
+    /// @return the error is a sentence that names the profile
+    support::Expected<StoredProfile, QString> readProfile(std::uint32_t id) const;
 
 private:
     PluginHost(QString file, void *library);

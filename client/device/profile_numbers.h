@@ -11,6 +11,7 @@ namespace client {
 struct MappingFile {
     const char *file; ///< in the directory of the settings files
     const char *group;
+    const char *otherGroup = nullptr; ///< what else the file holds; null when nothing
 };
 
 /// Reads what the file says at this moment; the plug-in writes every change to it at once.

@@ -7,6 +7,7 @@
 //     POST package     {"xml": TEXT}: runs a DM package on behalf of the device's owner
 //     POST session     {"server": ACCOUNT or URL}
 //     POST mount       {"showSecrets": BOOL}: begins a new process, which mounts the trees afresh
+//     POST stored      {"uri": ADDRESS}: has the record say what is stored for a node
 //     POST snapshot    {}: keeps the state; answered with {"snapshot": NUMBER}
 //     POST undo        {"snapshot": NUMBER}: puts a state back, and mounts afresh
 //
@@ -18,6 +19,7 @@
 #include <QJsonObject>
 #include <QSocketNotifier>
 #include <algorithm>
+#include <optional>
 
 namespace client {
 
@@ -37,6 +39,16 @@ QByteArray eventText(const char *name, const QJsonValue &value)
 PageAnswer refuse(int status, const QString &reason)
 {
     return {status, "application/json", eventText("problem", reason)};
+}
+
+/// The text as one word of the shell; none for one that no line can hold.
+std::optional<QByteArray> shellWord(const QString &text)
+{
+    if (text.isEmpty() || std::ranges::any_of(text, [](QChar character) {
+            return character.category() == QChar::Other_Control;
+        }))
+        return std::nullopt;
+    return '\'' + text.toUtf8().replace('\'', "'\\''") + '\'';
 }
 
 class Explorer {
@@ -81,7 +93,7 @@ private:
         const char *path;
         Action action;
     };
-    static const ActionRow actions[5];
+    static const ActionRow actions[6];
 
     PageAnswer answer(const PageRequest &request)
     {
@@ -114,13 +126,23 @@ private:
 
     PageAnswer haveSession(const QJsonObject &words)
     {
-        const QString server = words[QStringLiteral("server")].toString();
-        if (server.isEmpty() || server.startsWith(u'-') ||
-            std::ranges::any_of(server, [](QChar character) {
-                return character == u'\'' || character.category() == QChar::Other_Control;
-            }))
-            return refuse(400, QStringLiteral("that is neither an account nor a URL"));
-        m_handset.send("session '" + server.toUtf8() + '\'');
+        return runOn("session", words[QStringLiteral("server")].toString(),
+                     QStringLiteral("that is neither an account nor a URL"));
+    }
+
+    PageAnswer showStored(const QJsonObject &words)
+    {
+        return runOn("stored", words[QStringLiteral("uri")].toString(),
+                     QStringLiteral("that is not the address of a node"));
+    }
+
+    /// Runs a command of the shell that takes one word.
+    PageAnswer runOn(const char *command, const QString &argument, const QString &refusal)
+    {
+        const auto word = shellWord(argument);
+        if (!word || argument.startsWith(u'-'))
+            return refuse(400, refusal);
+        m_handset.send(command + (' ' + *word));
         return answerOf({});
     }
 
@@ -190,10 +212,10 @@ private:
     HandsetProcess m_handset; ///< the first to go: until it has, it tells
 };
 
-const Explorer::ActionRow Explorer::actions[5] = {
+const Explorer::ActionRow Explorer::actions[6] = {
     {"package", &Explorer::runPackage}, {"session", &Explorer::haveSession},
     {"mount", &Explorer::mountAgain},   {"snapshot", &Explorer::takeSnapshot},
-    {"undo", &Explorer::goBack},
+    {"undo", &Explorer::goBack},        {"stored", &Explorer::showStored},
 };
 
 } // namespace

@@ -258,6 +258,13 @@ QString textFrom(std::string_view bytes)
 
 } // namespace
 
+void Recorder::learnSecretsOf(const NAP_PROFILE_S &record)
+{
+    for (const RecordField &field : profile_record::recordFields)
+        if (field.kind == FieldKind::Secret)
+            m_known.add(QByteArray::fromStdString(profile_record::textOf(field, record)));
+}
+
 void Recorder::profileCall(const call_observer::ProfileCall &call)
 {
     const auto us = std::chrono::duration_cast<std::chrono::microseconds>(call.duration);
@@ -268,9 +275,7 @@ void Recorder::profileCall(const call_observer::ProfileCall &call)
     addOwner(fields);
     for (const NAP_PROFILE_S *const record : {call.before, call.after})
         if (record)
-            for (const RecordField &field : profile_record::recordFields)
-                if (field.kind == FieldKind::Secret)
-                    m_known.add(QByteArray::fromStdString(profile_record::textOf(field, *record)));
+            learnSecretsOf(*record);
     if (!call.profile.empty())
         fields[u"profile"] = textFrom(call.profile);
     if (call.id)
@@ -303,6 +308,31 @@ void Recorder::settingCall(const call_observer::SettingCall &call)
         if (!text->isNull())
             fields[QLatin1String(name)] = shown(*text);
     m_writer.write("setting-call", fields);
+}
+
+void Recorder::storedSeen(const QString &uri, const StoredNode &stored)
+{
+    QJsonObject fields{{QStringLiteral("uri"), shown(uri)},
+                       {QStringLiteral("reason"), reasonOf(stored.fault)}};
+    if (stored.profile) {
+        learnSecretsOf(stored.profile->record);
+        fields[u"profile"] = QString::fromUtf8(stored.profile->name);
+        fields[u"id"] = static_cast<qint64>(stored.profile->id);
+        fields[u"record"] = recordText(stored.profile->record, m_secrecy.showsSecrets);
+    }
+    QJsonArray files;
+    for (const StoredMapping &mapping : stored.mappings) {
+        QJsonArray entries;
+        for (const StoredMapping::Entry &entry : mapping.entries)
+            entries += QJsonObject{{QStringLiteral("group"), entry.group},
+                                   {QStringLiteral("key"), shown(entry.key)},
+                                   {QStringLiteral("value"), shown(entry.value)}};
+        files += QJsonObject{{QStringLiteral("file"), mapping.file},
+                             {QStringLiteral("entries"), entries},
+                             {QStringLiteral("reason"), reasonOf(mapping.fault)}};
+    }
+    fields[u"files"] = files;
+    m_writer.write("stored", fields);
 }
 
 // ---- The way to the server -----------------------------------------------------------------------

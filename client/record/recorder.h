@@ -8,6 +8,7 @@
 #include "message_json.h"
 #include "session.h"
 #include "session_observer.h"
+#include "stored_node.h"
 
 #include <QDateTime>
 #include <QJsonArray>
@@ -96,6 +97,10 @@ public:
     void profileCall(const call_observer::ProfileCall &call) override;
     void settingCall(const call_observer::SettingCall &call) override;
 
+    /// What the handset has stored for a node at this moment.
+    /// @param uri  as it was asked for
+    void storedSeen(const QString &uri, const StoredNode &stored);
+
     int runningCommand() const override { return m_running.empty() ? 0 : m_running.back(); }
     void treeSeen(const Picture &tree) override;
     void commandSeen(int command, const TreeDifference &difference) override;
@@ -132,6 +137,7 @@ private:
     QJsonObject shownValue(const QByteArray &value, bool mayBeSecret) const;
     /// The number of what runs: of the mount, or of the command.
     void addOwner(QJsonObject &fields) const;
+    void learnSecretsOf(const NAP_PROFILE_S &record);
     OpenItem takeItem(const AnsweredCommand &command);
     void writeMessage(const char *direction, const QByteArray &bytes,
                       const syncml::Message *message, const QString &fault, QJsonObject fields);

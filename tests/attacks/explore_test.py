@@ -152,10 +152,18 @@ class PageTest(ExploreTest):
     def test_session_cannot_be_given_options_or_a_second_line(self):
         """A server's name that would be an option writing to a file, or another command."""
         file = os.path.join(self.handset.home, "trace")
-        for server in (f"--trace={file}", "-h", "x' 'y", f"x\nsession --trace {file} http://127.0.0.1:1/", "",
+        for server in (f"--trace={file}", "-h", f"x\nsession --trace {file} http://127.0.0.1:1/", "",
                        "x\x00y"):
             with self.subTest(server=server):
                 self.assertEqual(self.explorer.post("session", server=server)[0], 400)
+        self.assertFalse(os.path.exists(file))
+
+    def test_quotes_do_not_lead_out_of_the_word_that_a_server_is(self):
+        file = os.path.join(self.handset.home, "trace")
+        for server in (f"x' --trace '{file}", f"x\\' --trace {file} '", f"x\" --trace {file} \""):
+            with self.subTest(server=server):
+                self.assertEqual(self.explorer.post("session", server=server)[0], 200)
+                self.events.printed(server.split(" ")[0])
         self.assertFalse(os.path.exists(file))
 
     def test_body_that_is_not_an_object_is_refused(self):

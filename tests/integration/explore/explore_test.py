@@ -1,16 +1,22 @@
 """The handset behind the page of dmclient explore: what is run, mounted again, and put back."""
 
+import base64
 import os
 import signal
+import sys
 import unittest
 
-from commands import add, get, package_of, replace
+from commands import add, get, package_of, rename, replace
 from dmserver import DmServer
 from explorer import Explorer
-from handset import CONN, HandsetTest
+from handset import CONN, PROXY, SECRET, HandsetTest
 from sessions import scenario
 
+sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "record"))
+import records  # noqa: E402, pylint: disable=wrong-import-position
+
 LINGER = CONN + "/Office/Linger"
+CONN_MAPPING = "kub_napdef_profilemapping.cfg"
 
 
 class ExploreTest(HandsetTest):
@@ -92,6 +98,96 @@ class ExploreTest(HandsetTest):
         told = self.explorer.events().wait_for(lambda event: "Session completed" in event.get("printed", ""))
         kinds = {event["recorded"]["event"] for event in told if "recorded" in event}
         self.assertLessEqual({"request", "response", "message", "command", "profile-call"}, kinds)
+
+    # ---- What is stored for a node ----
+
+    def mount(self):
+        """The page asks for the tree when it is opened, and the handset mounts."""
+        self.run_package(get(CONN), get(PROXY))
+
+    def stored(self, uri):
+        """What the record says is stored for a node, which has to be as the schema has it."""
+        self.assertEqual(self.explorer.post("stored", uri=uri), (200, {}))
+        told = self.events.wait_for(lambda event: event.get("recorded", {}).get("event") == "stored")
+        besides = {event["recorded"]["event"] for event in told[:-1] if "recorded" in event}
+        self.assertLessEqual(besides, {"tree"}, "nothing is asked of the plug-in, nor told as its calls")
+        event = told[-1]["recorded"]
+        self.assertEqual(event["uri"], uri)
+        records.EVENT_SCHEMAS["stored"].validate(event)
+        return event
+
+    def linger_of(self, event):
+        record = base64.b64decode(event["record"])
+        self.assertEqual(len(record), 1168)
+        return int.from_bytes(record[320:322], "little")
+
+    def test_what_is_stored_for_a_node_is_told_as_it_is_now_and_the_plugin_is_not_asked(self):
+        self.mount()
+        event = self.stored(LINGER)
+        self.assertEqual((event["profile"], self.linger_of(event), event["reason"]), ("Office", 30, None))
+        self.handset.napictl("set", "Office", "gprs.linger=77")
+        for uri in (LINGER, CONN + "/Office", PROXY + "/Office/Ph1/Addr"):
+            self.assertEqual(self.linger_of(self.stored(uri)), 77, uri)
+
+    def test_both_mapping_files_are_told_as_they_are_now(self):
+        self.mount()
+        self.run_package(rename(CONN + "/Home", "Flat"))
+        files = {file["file"]: file for file in self.stored(CONN)["files"]}
+        self.assertEqual({file["reason"] for file in files.values()}, {None})
+        conn = {entry["key"]: entry["value"] for entry in files[CONN_MAPPING]["entries"]}
+        self.assertIn("Flat", conn.values())
+        self.assertNotIn("Home", conn.values())
+        groups = {entry["group"] for entry in files["kub_proxy_profilemapping.cfg"]["entries"]}
+        self.assertEqual(groups, {"PROXY_Profile", "PROXY_Conn"})
+
+    def test_node_of_no_profile_says_so(self):
+        self.mount()
+        for uri in ("./DevInfo", CONN, CONN + "/Nobody"):
+            event = self.stored(uri)
+            self.assertTrue(event["reason"], uri)
+            self.assertNotIn("record", event)
+
+    def test_profile_that_went_meanwhile_is_said_to_be_gone(self):
+        self.mount()
+        self.handset.napictl("delete", "Office")
+        event = self.stored(LINGER)
+        self.assertRegex(event["reason"], r"profile \d+ is not stored any more")
+        self.assertNotIn("record", event)
+
+    def test_secrets_of_what_is_stored_are_masked_until_they_are_asked_for(self):
+        self.mount()
+        self.assertNotIn(SECRET.encode(), base64.b64decode(self.stored(LINGER)["record"]))
+        self.explorer.post("mount", showSecrets=True)
+        self.events.wait_for(lambda event: event.get("mounted") == 2)
+        self.mount()
+        self.assertIn(SECRET.encode(), base64.b64decode(self.stored(LINGER)["record"]))
+
+    def test_damaged_mapping_file_is_told_with_what_can_be_read_of_it(self):
+        self.mount()
+        with open(self.handset.path("settings", CONN_MAPPING), "ab") as file:
+            file.write(b"\xff\xfe no entry\n")
+        event = self.stored(LINGER)
+        self.assertEqual(self.linger_of(event), 30)
+        damaged, other = event["files"]
+        self.assertIn(CONN_MAPPING, damaged["reason"])
+        self.assertIn("Office", [entry["value"] for entry in damaged["entries"]])
+        self.assertIsNone(other["reason"])
+
+    def test_profile_of_a_hostile_name_is_found(self):
+        names = ["O'Brien \"$(id)\" `x`", "-rf; quit #", "\\'\\"]
+        for name in names:
+            self.handset.add([{"name": name, "gprs": {"address": "x", "linger": 5}}])
+        self.explorer.post("mount")
+        self.events.wait_for(lambda event: event.get("mounted") == 2)
+        self.mount()
+        for name in names:
+            event = self.stored(f"{CONN}/{name}/Linger")
+            self.assertEqual((event["profile"], self.linger_of(event)), (name, 5))
+
+    def test_address_that_no_line_of_the_shell_can_hold_is_refused(self):
+        for uri in ("", "./A\nquit", "./A\u0000", "--help", None, 7):
+            self.assertEqual(self.explorer.post("stored", uri=uri),
+                             (400, {"problem": "that is not the address of a node"}), uri)
 
     def test_handset_that_dies_is_said_and_begins_again(self):
         self.events.recorded("run")
