@@ -3,7 +3,9 @@
 
 import {asList, asText, button, bytesOf, count, duration, foreign, foreignBlock, make, valueText} from "./dom.js";
 import {isDifferent, isRefused, scenarioCommand} from "./record.js";
-import {RECORD_SIZE, fieldText, hasChange, mapWidth, places, recordMap, revealMarks} from "./record_map.js";
+import {RECORD_SIZE, fieldText, isFieldSame, mapWidth, places, recordMap, revealMarks} from "./record_map.js";
+import {entryKey} from "./stored_states.js";
+import {wholeFiles} from "./stored_view.js";
 import {RECORD_FIELDS} from "./tables.js";
 import {statusBadge, statusSign} from "./timeline.js";
 
@@ -30,12 +32,21 @@ export class BehindPane {
             section("Bytes of the record", changes.map((change) => changeSummary(change, owner))),
             ...(owner.kind === "mount" ? [] : this.commandFacts(owner)),
             section("What the plug-in said", pluginMessages(owner.pluginMessages)),
-            section("Map of the record", changes.map((change) => recordMap(change, mapWidth(this.host)))),
-            section("Mapping files", mappingFiles(calls)),
+            section("Map of the record", changes.map((change) => changeMap(change, mapWidth(this.host)))),
+            section("Mapping files", this.mappingFiles(owner, calls)),
             section(`Outside calls, in order (${calls.length})`, calls.length > 0 ? [callTable(calls)] : []),
             calls.length === 0 && owner.hasEnded !== false
                 ? make("p", {class: "hint"}, "The plug-in asked nothing of the handset for this.") : null,
         ].filter(Boolean);
+    }
+
+    /// What changed in the files, and the whole of them as far as the record knows it.
+    mappingFiles(owner, calls) {
+        const changes = calls.filter(changesEntry);
+        const changed = new Map();
+        for (const call of changes)
+            changed.set(asText(call.file), (changed.get(asText(call.file)) ?? new Set()).add(entryKey(call)));
+        return [...fileDifferences(changes), ...wholeFiles(this.page.stored.leftBy(owner), changed)];
     }
 
     commandFacts(command) {
@@ -123,11 +134,13 @@ function callResult(call) {
 
 // ---- Mapping files -------------------------------------------------------------------------------
 
-function mappingFiles(calls) {
+function changesEntry(call) {
+    return call.event === "setting-call" && !/^get/.test(asText(call.function)) && asText(call.before) !== asText(call.after);
+}
+
+function fileDifferences(changes) {
     const files = new Map();
-    for (const call of calls) {
-        if (call.event !== "setting-call" || /^get/.test(asText(call.function)) || asText(call.before) === asText(call.after))
-            continue;
+    for (const call of changes) {
         const file = asText(call.file);
         if (!files.has(file))
             files.set(file, []);
@@ -157,6 +170,12 @@ function recordChange(call) {
     return {call, before, after, changed: new Set(changedOffsets(before, after))};
 }
 
+function changeMap({call, before, after, changed}, width) {
+    const caption = [make("code", {}, foreign(call.function, 80)), " ", foreign(call.profile, 64),
+                     after ? ": the record after it" : ": the record before it"];
+    return recordMap({caption, before, after, marked: changed, what: "changed"}, width);
+}
+
 function changeSummary({call, before, after, changed}, owner) {
     const amount = before && after ? `${count(changed.size, "byte")} of ${RECORD_SIZE} changed`
                  : after ? `a new record of ${RECORD_SIZE} bytes` : `the record of ${RECORD_SIZE} bytes went`;
@@ -174,7 +193,7 @@ function changedOffsets(before, after) {
 }
 
 function changeTable({call, before, after, changed}, owner) {
-    const fields = RECORD_FIELDS.filter((field) => hasChange(field, changed));
+    const fields = RECORD_FIELDS.filter((field) => !isFieldSame(field, before, after));
     const told = new Map(asList(call.changes).map((change) => [change?.field, change]));
     const rows = fields.map((field) => {
         const change = told.get(field.name);

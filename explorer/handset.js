@@ -65,6 +65,7 @@ export class Handset {
         return post("package", {xml});
     }
     haveSession(server) { return post("session", {server}); }
+    lookAt(uri) { return post("stored", {uri}); }
     mountAgain(showSecrets) { return post("mount", {showSecrets}); }
     takeSnapshot() { return post("snapshot", {}); }
     goBackTo(snapshot) { return post("undo", {snapshot}); }

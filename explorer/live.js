@@ -4,6 +4,7 @@ import {listing} from "./dm_package.js";
 import {Handset} from "./handset.js";
 import {Page} from "./main.js";
 import {recordOf} from "./record.js";
+import {isStored} from "./stored_states.js";
 import {WorkPane} from "./work_pane.js";
 
 // What the page asks for itself, to show the tree, is not what a person wants to see.
@@ -82,7 +83,10 @@ class Live {
         this.page = new Page([recordOf([])]);
         this.handset = new Handset((what, event) => this.hear(what, event));
         this.work = new WorkPane(document.getElementById("work"), this.handset, this.page);
-        this.page.onNode = (uri) => { this.work.address.value = uri; };
+        this.page.onNode = (uri) => {
+            this.work.address.value = uri;
+            this.look();
+        };
         this.waits = null;
         this.needsTree = false;
         document.getElementById("tab-work").hidden = false;
@@ -104,6 +108,13 @@ class Live {
         }, PAUSE);
     }
 
+    /// Has the handset say what is stored for the chosen node now.
+    look() {
+        const {uri} = this.page.tree;
+        if (uri !== null && isStored(uri))
+            this.work.attempt(() => this.handset.lookAt(uri));
+    }
+
     show() {
         let tree = new Map();
         const records = this.handset.mounts.map((events) => {
@@ -118,6 +129,7 @@ class Live {
         if (this.needsTree) {
             this.needsTree = false;
             this.work.attempt(() => this.handset.run([listing("./DevDetail"), listing("./DMAcc")], OWN_QUESTION));
+            this.look();
         }
     }
 }

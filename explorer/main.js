@@ -7,6 +7,7 @@ import {BehindPane} from "./behind_pane.js";
 import {ComparisonPane} from "./comparison_pane.js";
 import {MessagePane} from "./message_pane.js";
 import {isDifferent, isRefused, runTitle} from "./record.js";
+import {StoredStates} from "./stored_states.js";
 import {Timeline} from "./timeline.js";
 import {TreePane} from "./tree_pane.js";
 
@@ -77,6 +78,7 @@ export class Page {
         if (this.recordIndex === index)
             return;
         this.recordIndex = index;
+        this.stored = new StoredStates(this.record.storage);
         document.title = `${runTitle(this.record)} – what the handset did`;
         this.fillHead();
         this.timeline.show(this.record);

@@ -22,7 +22,7 @@ export function recordOf(events, brokenLines = 0) {
     const record = {
         run: {}, end: null, brokenLines, rows: [],
         messages: new Map(), commands: new Map(), mounts: new Map(), exchanges: new Map(),
-        trees: [], nextTrees: [], loose: [],
+        trees: [], nextTrees: [], loose: [], storage: [],
     };
     for (const event of events) {
         try {
@@ -54,6 +54,7 @@ const TAKES = {
         const mount = mountOf(record, event.mount);
         Object.assign(mount, event);
         record.rows.push({kind: "mount", mount});
+        record.storage.push(event);
     },
     mounted(record, event) {
         const {t, event: kind, ...rest} = event;
@@ -88,6 +89,7 @@ const TAKES = {
     "profile-call": takeBeneath("calls"),
     "setting-call": takeBeneath("calls"),
     "plugin-message": takeBeneath("pluginMessages"),
+    stored(record, event) { record.storage.push(event); },
     tree(record, event) {
         (event.next ? record.nextTrees : record.trees).push(event);
     },
@@ -111,6 +113,8 @@ function takeBeneath(list) {
             owner[list].push(event);
         else
             record.loose.push(event);
+        if (list === "calls")
+            record.storage.push(event);
     };
 }
 

@@ -1,6 +1,6 @@
 // The bytes of a profile's record: as a map in colours by field, and as a table of its fields.
 
-import {foreign, hex, make, utf8} from "./dom.js";
+import {count, foreign, hex, make, utf8} from "./dom.js";
 import {RECORD_FIELDS} from "./tables.js";
 
 export const RECORD_SIZE = RECORD_FIELDS.at(-1).offset + RECORD_FIELDS.at(-1).size;
@@ -27,7 +27,7 @@ export function mapWidth(host) {
 /// Has the maps of an element begin at the first byte that is marked, as far as they are in sight.
 export function revealMarks(host) {
     for (const map of host.querySelectorAll(".map")) {
-        const row = map.querySelector(".changed")?.closest(".map-row");
+        const row = map.querySelector(".marked")?.closest(".map-row");
         if (row)
             map.scrollTop = Math.max(0, row.offsetTop - map.offsetTop - row.offsetHeight * 2);
     }
@@ -37,18 +37,23 @@ export function places(field) {
     return field.size === 1 ? `${field.offset}` : `${field.offset}–${field.offset + field.size - 1}`;
 }
 
-export function hasChange(field, changed) {
+/// Whether two records have the same bytes in a field.
+export function isFieldSame(field, before, after) {
     for (let at = field.offset; at < field.offset + field.size; ++at)
-        if (changed.has(at))
-            return true;
-    return false;
+        if (before[at] !== after[at])
+            return false;
+    return true;
 }
 
 function partOf(field) {
     return PARTS.find((part) => field.name.startsWith(part.name));
 }
 
-export function recordMap({call, before, after, changed}, width) {
+/// @param caption  what stands above the map
+/// @param before, after  the bytes; either may be missing
+/// @param marked   offsets of the bytes that are marked
+/// @param what     why they are: a word for people
+export function recordMap({caption = null, before = null, after = null, marked, what}, width) {
     const bytes = after ?? before;
     const rows = [];
     const fieldOfByte = RECORD_FIELDS.flatMap((field, index) => new Array(field.size).fill(index));
@@ -60,8 +65,8 @@ export function recordMap({call, before, after, changed}, width) {
             const part = field ? partOf(field) : PARTS.at(-1);
             const isFirst = field?.offset === at;
             cells.push(make("span", {
-                class: `cell part-${part.name || "record"}${index % 2 ? " odd" : ""}${isFirst ? " first" : ""}${changed.has(at) ? " changed" : ""}`,
-                title: field ? `byte ${at}: ${field.name}${changed.has(at) ? ", changed" : ""}` : `byte ${at}`,
+                class: `cell part-${part.name || "record"}${index % 2 ? " odd" : ""}${isFirst ? " first" : ""}${marked.has(at) ? " marked" : ""}`,
+                title: field ? `byte ${at}: ${field.name}${marked.has(at) ? `, ${what}` : ""}` : `byte ${at}`,
                 "data-byte": at,
             }, hex(bytes[at])));
         }
@@ -69,28 +74,39 @@ export function recordMap({call, before, after, changed}, width) {
     }
     const used = PARTS.filter((part) => RECORD_FIELDS.some((field) => partOf(field) === part));
     return make("figure", {},
-        make("figcaption", {}, make("code", {}, foreign(call.function, 80)), " ", foreign(call.profile, 64),
-             after ? ": the record after it" : ": the record before it"),
+        caption ? make("figcaption", {}, caption) : null,
         make("p", {class: "legend"}, used.map((part) => make("span", {class: "key"},
             make("span", {class: `cell part-${part.name || "record"}`, "aria-hidden": "true"}, part.letter), ` ${part.title} `)),
-            changed.size > 0 ? make("span", {class: "key"}, make("span", {class: "cell changed", "aria-hidden": "true"}, "4a"), " changed") : null),
+            marked.size > 0 ? make("span", {class: "key"}, make("span", {class: "cell marked", "aria-hidden": "true"}, "4a"), ` ${what}`) : null),
         make("div", {class: "map", role: "img", tabindex: 0,
-                     "aria-label": `Map of the record; ${changed.size} bytes changed. The table of its fields follows.`}, rows),
-        fieldTable(before, after, changed));
+                     "aria-label": `Map of the record; ${count(marked.size, "byte")} marked as ${what}. The table of its fields follows.`}, rows),
+        before && after ? fieldTable(before, after) : fieldsOf(bytes));
 }
 
-function fieldTable(before, after, changed) {
-    const rows = RECORD_FIELDS.filter((field) => !field.name.startsWith("reserved") || hasChange(field, changed)).map((field) => {
-        const isOther = hasChange(field, changed);
-        return make("tr", {class: isOther ? "different" : null},
-            make("th", {scope: "row"}, make("code", {}, field.name)), make("td", {}, partOf(field).title),
-            make("td", {class: "quantity"}, places(field)),
-            make("td", {}, before ? foreign(fieldText(field, before), 200) : ""),
-            make("td", {}, after ? foreign(fieldText(field, after), 200) : ""), make("td", {}, isOther ? "≠ changed" : ""));
-    });
+const isWorthShowing = (field, isOther) => !field.name.startsWith("reserved") || isOther;
+
+function fieldTable(before, after) {
+    const rows = RECORD_FIELDS.map((field) => [field, fieldText(field, before), fieldText(field, after), !isFieldSame(field, before, after)])
+        .filter(([field, , , isOther]) => isWorthShowing(field, isOther))
+        .map(([field, was, is, isOther]) => make("tr", {class: isOther ? "different" : null}, fieldCells(field),
+            make("td", {}, foreign(was, 200)), make("td", {}, foreign(is, 200)), make("td", {}, isOther ? "≠ changed" : "")));
+    return fieldDetails(["Before", "After", ""], rows);
+}
+
+function fieldsOf(bytes) {
+    return fieldDetails(["Value"], RECORD_FIELDS.filter((field) => isWorthShowing(field, false)).map((field) =>
+        make("tr", {}, fieldCells(field), make("td", {}, foreign(fieldText(field, bytes), 200)))));
+}
+
+function fieldCells(field) {
+    return [make("th", {scope: "row"}, make("code", {}, field.name)), make("td", {}, partOf(field).title),
+            make("td", {class: "quantity"}, places(field))];
+}
+
+function fieldDetails(columns, rows) {
     return make("details", {class: "fields"}, make("summary", {}, "All its fields"),
         make("div", {class: "wide"}, make("table", {},
-            make("thead", {}, make("tr", {}, ["Field", "Part", "Bytes", "Before", "After", ""].map((text) => make("th", {scope: "col"}, text)))),
+            make("thead", {}, make("tr", {}, ["Field", "Part", "Bytes", ...columns].map((text) => make("th", {scope: "col"}, text)))),
             make("tbody", {}, rows))));
 }
 

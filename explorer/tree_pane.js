@@ -1,6 +1,9 @@
 // The tree of the handset at any moment of the run, and the history of each of its nodes.
 
 import {asText, button, foreign, foreignBlock, make, moment, shortAddress} from "./dom.js";
+import {revealMarks} from "./record_map.js";
+import {isStored} from "./stored_states.js";
+import {storedRecord, wholeFiles} from "./stored_view.js";
 import {TreeStates, changesBetween, treeLines} from "./tree_states.js";
 import {VirtualList} from "./virtual_list.js";
 
@@ -21,19 +24,23 @@ export class TreePane {
             next: button("Next mount", () => this.go(this.states.count - 1)),
         };
         this.history = make("section", {class: "history", "aria-label": "History of the node"});
+        this.stored = make("section", {class: "stored", "aria-label": "What is stored for the node"});
+        this.aboutNode = make("div", {class: "about-node"}, this.history, this.stored);
         const tree = make("div", {class: "list tree"});
         host.append(make("div", {class: "moments"}, Object.values(this.buttons), this.slider,
                          make("label", {}, "marked: ", this.since)),
-                    this.caption, tree, this.history);
+                    this.caption, tree, this.aboutNode);
         this.list = new VirtualList(tree, {
             role: "tree", label: "Management tree", heightOf: () => 26,
             render: (line, row) => this.renderLine(line, row),
             attributesOf: (line) => ({
-                class: `row ${this.changes.get(line.uri) ?? ""}`, "aria-level": line.depth + 1,
+                class: `row ${this.changes.get(line.uri) ?? ""}`, "data-uri": line.uri, "aria-level": line.depth + 1,
                 "aria-expanded": line.hasChildren ? String(!this.closed.has(line.uri)) : null,
             }),
             onChoose: (line) => {
+                this.aboutNode.scrollTop = 0;
                 this.showHistory(line.uri);
+                this.showStored();
                 this.page.onNode(line.uri);
             },
             onKey: (event, line) => this.key(event, line),
@@ -46,6 +53,8 @@ export class TreePane {
         this.states = new TreeStates(record);
         if (!isFollowing)
             this.forgetNode();
+        else if (this.uri !== null)
+            this.showHistory(this.uri);
         this.slider.max = this.states.count - 1;
         this.buttons.next.hidden = !this.states.hasNext;
         this.go(this.states.after, false);
@@ -54,6 +63,7 @@ export class TreePane {
     forgetNode() {
         this.closed.clear();
         this.history.replaceChildren();
+        this.stored.replaceChildren();
         this.uri = null;
     }
 
@@ -101,6 +111,7 @@ export class TreePane {
         this.list.setItems(this.lines);
         this.list.choose(this.lines.findIndex((line) => line.uri === this.uri));
         this.reveal();
+        this.showStored();
     }
 
     momentLabel() {
@@ -153,6 +164,23 @@ export class TreePane {
             events.length === 0 ? make("p", {class: "hint"}, "Nothing was asked of it, and it never changed.")
                                 : make("ol", {}, events.map((event) => make("li", {}, event.command ? this.commandEntry(event.command)
                                                                                                   : this.stateEntry(event.entry)))));
+    }
+
+    /// The record and the mapping files behind the node, as they were at the moment that is shown.
+    showStored() {
+        if (this.uri === null || !isStored(this.uri)) {
+            this.stored.replaceChildren();
+            return;
+        }
+        const isNow = this.index >= this.states.after;
+        const {stored} = this.page;
+        const state = isNow ? stored.atTime(Infinity) : stored.atTime(this.states.timeOf(this.states.causeOf(this.index) ?? {t: 0}));
+        const reason = isNow ? stored.reasonFor(this.uri) : "";
+        const open = new Set([...this.stored.querySelectorAll("details")].flatMap((one, index) => one.open ? [index] : []));
+        this.stored.replaceChildren(make("h3", {}, "Its profile's record"), ...[storedRecord(state, this.uri, reason, this.aboutNode)].flat(),
+                                    make("h3", {}, "Mapping files"), ...wholeFiles(state));
+        [...this.stored.querySelectorAll("details")].forEach((one, index) => { one.open = open.has(index); });
+        revealMarks(this.stored);
     }
 
     commandEntry(command) {

@@ -32,9 +32,6 @@ class LivePageTest(PageTest):
                           if not url.startswith(("data:,", "blob:", self.explorer.url.geturl()))], [])
         self.browser.get("about:blank")
 
-    def wait_for(self, condition):
-        WebDriverWait(self.browser, page.GUARD).until(lambda _: condition())
-
     def click(self, selector, words=None):
         """As of every page; but what is to be clicked may be drawn again at that moment."""
         for _ in range(20):
@@ -128,6 +125,66 @@ class LivePageTest(PageTest):
         self.click("#tree .row", "Linger")
         self.click("#tab-work")
         self.assertEqual(self.find("#work-address").get_attribute("value"), LINGER)
+
+    # ---- What is stored for a node ----
+
+    def choose_node(self, uri):
+        self.click("#tab-tree")
+        row = f"#tree .row[data-uri={json.dumps(uri)}]"
+        self.wait_for(lambda: self.all(row))
+        self.click(row)
+
+    def see_stored(self, words):
+        self.wait_for(lambda: words in self.text("#tree .stored"))
+
+    def test_node_shows_the_record_and_the_mapping_files_as_they_are_now(self):
+        self.choose_node(LINGER)
+        self.see_stored("This leaf is gprsLinger, bytes 320–321: 30")
+        self.assertEqual(len(self.all("#tree .map .marked[data-byte]")), 2)
+        self.handset.napictl("set", "Office", "gprs.linger=77")
+        self.choose_node(LINGER)
+        self.see_stored("bytes 320–321: 77")
+        self.click("#tree .mapping summary", "kub_proxy_profilemapping.cfg")
+        self.assertIn("[PROXY_Conn] Office/Ph1 = Office", self.text("#tree .stored"))
+
+    def test_record_behind_the_chosen_node_follows_what_is_done(self):
+        self.choose_node(LINGER)
+        self.see_stored("320–321: 30")
+        self.run_command("replace", LINGER, "70000", "200 OK")
+        self.click("#tab-tree")
+        self.see_stored("320–321: 4464")
+        self.assertTrue(any("200 OK ≠ reads 4464" in one for one in self.texts("#tree .history li")), self.texts("#tree .history li"))
+
+    def test_profile_that_went_meanwhile_is_said_to_be_gone(self):
+        self.choose_node(LINGER)
+        self.see_stored("320–321: 30")
+        self.handset.napictl("delete", "Office")
+        self.choose_node(LINGER)
+        self.see_stored("is not stored any more")
+        self.assertEqual(self.all("#tree .map"), [])
+
+    def test_damaged_mapping_file_is_said_to_be_one(self):
+        self.choose_node(LINGER)
+        self.see_stored("320–321: 30")
+        with open(self.handset.path("settings", "kub_napdef_profilemapping.cfg"), "ab") as file:
+            file.write(b"\xff\xfe<b>no entry\n")
+        self.choose_node(LINGER)
+        self.wait_for(lambda: any(self.texts("#tree .mapping .problem")) or
+                      self.script("return Boolean(document.querySelector('#tree .mapping .problem'))"))
+        self.click("#tree .mapping summary", "kub_napdef_profilemapping.cfg")
+        self.assertIn("kub_napdef_profilemapping.cfg", self.text("#tree .mapping .problem"))
+        self.see_stored("320–321: 30")
+
+    def test_profile_of_a_hostile_name_is_shown_as_text(self):
+        name = "O'B \"$(id)\" <img src=x onerror=alert(1)>%41"
+        self.handset.add([{"name": name, "gprs": {"address": "x", "linger": 5}}])
+        self.press("mount")
+        self.click("#tab-tree")
+        self.wait_for(lambda: self.script("return [...document.querySelectorAll('#tree .row')].some((row) => row.dataset.uri.includes('onerror'))"))
+        self.script("[...document.querySelectorAll('#tree .row')].find((row) => row.dataset.uri.includes('onerror') && row.dataset.uri.endsWith('Linger')).click()")
+        self.see_stored(f"{name} (ID ")
+        self.see_stored("320–321: 5")
+        self.assertEqual(self.all("#tree img"), [])
 
     def test_end_of_the_command_is_said(self):
         self.explorer.end()

@@ -87,6 +87,9 @@ class PageTest(unittest.TestCase):
         self.browser.get("file://" + quote(page) + ("#" + at if at else ""))
         WebDriverWait(self.browser, GUARD).until(lambda browser: self.script("return document.documentElement.dataset.ready"))
 
+    def wait_for(self, condition):
+        WebDriverWait(self.browser, GUARD).until(lambda _: condition())
+
     # ---- Looking -----------------------------------------------------------------------------
 
     def script(self, text, *arguments):

@@ -9,7 +9,7 @@ import unittest
 
 import sample_record as sample
 import sessions
-from handset import CONN, SECRET
+from handset import CONN, PROXY, SECRET, Handset
 from page import GUARD, Keys, PageTest, WebDriverWait, setUpModule  # pylint: disable=unused-import
 from sample_record import OFFICE, command, line, received, run
 
@@ -94,7 +94,7 @@ class BehindTest(PageTest):
     def test_shows_the_changed_bytes_on_the_map_of_the_record(self):
         self.open(at="command=3")
         self.assertEqual(len(self.all("#behind .map .cell")), 1168)
-        changed = self.script("return [...document.querySelectorAll('.map .changed')].map((cell) => Number(cell.dataset.byte))")
+        changed = self.script("return [...document.querySelectorAll('.map .marked')].map((cell) => Number(cell.dataset.byte))")
         self.assertEqual((changed[0], changed[-1]), (381, 424))
         self.assertIn("≠ cut from 120 to 44 bytes", self.text("#behind .changes"))
 
@@ -102,12 +102,41 @@ class BehindTest(PageTest):
         self.open(at="mount=1")
         self.assertEqual(self.texts("#behind .calls tbody tr"),
                          ["1 NAPI_ListAllProfile 0, 1 name 9 µs",
-                          "2 setSettingInfo kub_napdef_profilemapping.cfg: Office / GSM-GPRS true"])
+                          "2 setSettingInfo kub_napdef_profilemapping.cfg: NAPIDEF_Profile / 3Ph2DC1 true"])
 
     def test_shows_mapping_files_as_differences(self):
         self.open(at="mount=1")
-        self.assertEqual(self.text("#behind .difference"), "+ [Office] GSM-GPRS = Office")
+        self.assertEqual(self.text("#behind .difference"), "+ [NAPIDEF_Profile] 3Ph2DC1 = Office")
         self.assertEqual(self.text("#behind figcaption"), "kub_napdef_profilemapping.cfg")
+
+    def test_has_the_whole_mapping_files_where_nothing_of_them_changed_too(self):
+        for at, whole in (("mount=1", "+ [NAPIDEF_Profile] 3Ph2DC1 = Office"), ("command=1", "[NAPIDEF_Profile] 3Ph2DC1 = Office")):
+            self.open(at=at)
+            self.click("#behind .mapping summary", "kub_napdef_profilemapping.cfg: 1 entry")
+            self.assertEqual(self.text("#behind .mapping .difference"), whole)
+
+    def test_a_mapping_file_is_what_the_calls_up_to_then_have_made_of_it(self):
+        call = {"file": "a.cfg", "group": "G", "result": True}
+        events = [
+            run(), line(1, "mount", mount=1, root=OFFICE),
+            line(2, "setting-call", call=1, mount=1, function="open", file="a.cfg", result=True),
+            line(3, "setting-call", call=2, mount=1, function="setSettingInfo", key="1", after="One", **call),
+            line(4, "setting-call", call=3, mount=1, function="setSettingInfo", key="2", after="Two", **call),
+            line(5, "mounted", mount=1, us=4, nodes=1, messages=0, fault=None),
+            line(6, "setting-call", call=4, command=1, function="removeEntry", key="1", before="One", **call),
+            line(7, "setting-call", call=5, command=1, function="getSettingInfo", key="3", after="Three", **call),
+            command(8, 1, message=None),
+            line(9, "mount", mount=2, root=OFFICE, command=2),
+            line(10, "setting-call", call=6, mount=2, function="open", file="a.cfg", result=True),
+            line(11, "setting-call", call=7, mount=2, function="setSettingInfo", key="4", after="Four", **call),
+            line(12, "mounted", mount=2, us=3, nodes=1, messages=0, fault=None),
+            command(13, 2, message=None),
+        ]
+        for at, entries in (("mount=1", ["[G] 1 = One", "[G] 2 = Two"]), ("command=1", ["[G] 2 = Two", "[G] 3 = Three"]),
+                            ("command=2", ["[G] 4 = Four"])):
+            self.open(events, at=at)
+            lines = self.script("return document.querySelector('#behind .mapping pre').textContent").strip("\n").split("\n")
+            self.assertEqual([one.removeprefix("+").strip() for one in lines], entries, at)
 
     def test_has_the_plugins_messages_with_their_places(self):
         self.open(at="command=2")
@@ -231,6 +260,33 @@ class TreeTest(PageTest):
     def test_of_a_record_without_a_tree_says_so(self):
         self.open([run(), command(10, 1, message=None)], at="command=1&pane=tree")
         self.assertEqual(self.text("#tree .caption"), "This record says nothing of the tree.")
+
+    def marked(self):
+        return self.script("return [...document.querySelectorAll('#tree .map .marked[data-byte]')].map((cell) => Number(cell.dataset.byte))")
+
+    def test_a_leaf_shows_the_record_of_its_profile_with_its_field_marked(self):
+        self.open(at="command=1&pane=tree")
+        self.click("#tree .row", "Linger")
+        self.assertEqual(len(self.all("#tree .map .cell")), sample.RECORD_SIZE)
+        self.assertEqual(self.marked(), [568, 569])
+        self.assertIn("Office (ID 3), 1168 bytes. This leaf is csdLinger, bytes 568–569: 4464", self.text("#tree .stored"))
+        self.click("#tree .mapping summary", "kub_napdef_profilemapping.cfg: 1 entry")
+        self.assertIn("3Ph2DC1 = Office", self.text("#tree .mapping"))
+
+    def test_the_record_of_a_node_is_that_of_the_moment(self):
+        self.open(at="command=3&pane=tree")
+        self.click("#tree .row", "Addr")
+        self.assertIn("381–424: " + "9" * 44, self.text("#tree .stored"))
+        self.script("location.hash = 'command=1&pane=tree'")
+        self.wait_for(lambda: "381–424: +491720000" in self.text("#tree .stored"))
+        self.click("#tree button", "Before")
+        self.assertIn("No record of a profile is known for this node at this moment.", self.text("#tree .stored"))
+
+    def test_a_node_above_the_profiles_has_no_record(self):
+        self.open(at="command=1&pane=tree")
+        self.script("document.querySelector('#tree .tree').scrollTop = 0")
+        self.click("#tree .row", "DevDetail")
+        self.assertEqual(self.text("#tree .stored"), "")
 
     def test_a_leaf_has_its_history(self):
         self.open(at="command=1&pane=tree")
@@ -445,6 +501,38 @@ class SessionTest(PageTest, sessions.SessionTest):
 
     def test_the_record_of_the_other_tests_is_one_that_dmclient_could_write(self):
         self.assertEqual(records.faults(sample.session()), [])
+
+
+class StoredTest(PageTest):
+    """Which field a leaf is, as the page says it, is which one the plug-in changes."""
+
+    VALUES = {
+        "Office": {"Addr": "b", "DNS1": "10.9.8.7", "DNS2": "10.9.8.6", "Linger": "9", "Auth/PAP/AuthId": "c", "Auth/PAP/AuthPw": "d"},
+        "Home": {"Addr": "1", "DNS1": "10.9.8.7", "DNS2": "10.9.8.6", "Linger": "9", "Speed": "2400", "LineType": "Isdn",
+                 "Auth/PAP/AuthId": "c", "Auth/PAP/AuthPw": "d"},
+        "Office/": {"Ph1/Addr": "p", "Ph1/Port/PortNbr": "99", "Ph2/Addr": "q", "Ph2/Port/PortNbr": "98", "UserEditable": "false"},
+    }
+
+    def test_the_field_of_each_leaf_is_the_one_that_a_replace_changes(self):
+        handset = Handset()
+        self.addCleanup(handset.close)
+        leaves = [(f"{PROXY}/Office/{leaf}" if name.endswith("/") else f"{CONN}/{name}/{leaf}", value)
+                  for name, values in self.VALUES.items() for leaf, value in values.items()]
+        record = os.path.join(self.folder, "leaves.jsonl")
+        handset.succeed("dmclient", "--record", record, "shell", stdin="".join(f"replace {uri} {value}\n" for uri, value in leaves))
+        with open(record, encoding="utf-8") as file:
+            events = [json.loads(one) for one in file]
+        changes = [[change["field"] for change in event["changes"]] for event in events if event.get("function") == "NAPI_ModifyProfile"]
+        self.assertEqual([len(fields) for fields in changes], [1] * len(leaves), changes)
+        # So high that all rows of the tree are in the document.
+        self.browser.set_window_size(1400, 9000)
+        self.addCleanup(self.browser.set_window_size, 1400, 900)
+        self.open("".join(json.dumps(event) + "\n" for event in events), at="pane=tree")
+        shown = []
+        for uri, _ in leaves:
+            self.script("[...document.querySelectorAll('#tree .row')].find((row) => row.dataset.uri === arguments[0]).click()", uri)
+            shown.append([self.text("#tree .stored-field code")])
+        self.assertEqual(shown, changes)
 
 
 class HostileRecordTest(PageTest):

@@ -94,7 +94,7 @@ def session():
         line(1062100, "profile-call", call=1, mount=1, function="NAPI_ListAllProfile", result=0, count=1,
              reason=None, us=9),
         line(1062200, "setting-call", call=2, mount=1, function="setSettingInfo",
-             file="kub_napdef_profilemapping.cfg", group="Office", key="GSM-GPRS", before=None, after="Office", result=True),
+             file="kub_napdef_profilemapping.cfg", group="NAPIDEF_Profile", key="3Ph2DC1", before=None, after="Office", result=True),
         line(1063000, "mounted", mount=1, us=1000, nodes=5, messages=1, fault=None),
         line(1063000, "plugin-message", mount=1, place="DM_Napi_PluginTree.cpp:77", text="1 profile"),
         line(1063100, "tree", mount=1, changed=[], went=[], appeared=[
