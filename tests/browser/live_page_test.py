@@ -6,7 +6,7 @@ import unittest
 import page
 from explorer import Explorer
 from handset import CONN, SECRET, Handset
-from page import PageTest, WebDriverWait
+from page import PageTest
 from page import setUpModule as setUpModule  # one browser for all of these tests
 
 LINGER = CONN + "/Office/Linger"

@@ -22,6 +22,7 @@ except ImportError:
 
 CHROMIUM, CHROMEDRIVER = "/usr/bin/chromium", "/usr/bin/chromedriver"
 GUARD = 30  # seconds that nothing takes, unless it hangs
+POLL = 0.03  # seconds between two looks
 
 
 def start_browser(width=1400, height=900):
@@ -29,7 +30,8 @@ def start_browser(width=1400, height=900):
         raise unittest.SkipTest("needs the packages chromium, chromium-driver and python3-selenium")
     options = webdriver.ChromeOptions()
     options.binary_location = CHROMIUM
-    for word in ("--headless=new", "--disable-dev-shm-usage", "--hide-scrollbars", f"--window-size={width},{height}",
+    for word in ("--headless=new", "--disable-dev-shm-usage", "--disable-gpu", "--disable-extensions",
+                 "--disable-background-networking", "--disable-component-update", "--hide-scrollbars", f"--window-size={width},{height}",
                  *(["--no-sandbox"] if os.geteuid() == 0 else [])):
         options.add_argument(word)
     options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
@@ -85,10 +87,10 @@ class PageTest(unittest.TestCase):
     def open_page(self, page, at=""):
         self.browser.get("about:blank")
         self.browser.get("file://" + quote(page) + ("#" + at if at else ""))
-        WebDriverWait(self.browser, GUARD).until(lambda browser: self.script("return document.documentElement.dataset.ready"))
+        self.wait_for(lambda: self.script("return document.documentElement.dataset.ready"))
 
     def wait_for(self, condition):
-        WebDriverWait(self.browser, GUARD).until(lambda _: condition())
+        WebDriverWait(self.browser, GUARD, poll_frequency=POLL).until(lambda _: condition())
 
     # ---- Looking -----------------------------------------------------------------------------
 
@@ -103,7 +105,10 @@ class PageTest(unittest.TestCase):
 
     def text(self, selector):
         """What a person sees of the element, spaces as one."""
-        return " ".join(self.find(selector).text.split())
+        shown = self.script("const one = document.querySelector(arguments[0]);"
+                            "return one && (one.checkVisibility() ? one.innerText : '')", selector)
+        self.assertIsNotNone(shown, f"there is no {selector}")
+        return " ".join(shown.split())
 
     def texts(self, selector):
         return self.script("return [...document.querySelectorAll(arguments[0])].map((one) => one.innerText.replace(/\\s+/g, ' ').trim())",
@@ -111,9 +116,10 @@ class PageTest(unittest.TestCase):
 
     def click(self, selector, words=None):
         """Clicks the element, or the first of those that has these words in it."""
-        found = [one for one in self.all(selector) if words is None or words in one.text]
+        found = self.script("return [...document.querySelectorAll(arguments[0])].find((one) => arguments[1] === null ||"
+                            " one.innerText.replace(/\\s+/g, ' ').includes(arguments[1]))", selector, words)
         self.assertTrue(found, f"nothing of {selector} says {words}: {self.texts(selector)}")
-        found[0].click()
+        found.click()
 
     def keys(self, *keys):
         ActionChains(self.browser).send_keys(*keys).perform()

@@ -10,7 +10,7 @@ import unittest
 import sample_record as sample
 import sessions
 from handset import CONN, PROXY, SECRET, Handset
-from page import GUARD, Keys, PageTest, WebDriverWait, setUpModule  # pylint: disable=unused-import
+from page import Keys, PageTest, setUpModule  # pylint: disable=unused-import
 from sample_record import OFFICE, command, line, received, run
 
 SOURCES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
@@ -210,7 +210,7 @@ class MessageTest(PageTest):
         self.open(at="message=3")
         self.click("#message button", "Save for dmclient process")
         saved = os.path.join(self.folder, "message-3.wbxml")
-        WebDriverWait(self.browser, GUARD).until(lambda _: os.path.exists(saved))
+        self.wait_for(lambda: os.path.exists(saved))
         with open(saved, "rb") as file:
             self.assertEqual(file.read(), base64.b64decode(self.sent_message()["bytes"]))
 
@@ -336,7 +336,7 @@ class AddressTest(PageTest):
         self.click("#timeline .row", "Linger")
         self.assertTrue(self.browser.current_url.endswith("#command=1"), self.browser.current_url)
         self.script("location.hash = 'message=3'")
-        WebDriverWait(self.browser, GUARD).until(lambda _: "Message 3" in self.text("#message"))
+        self.wait_for(lambda: "Message 3" in self.text("#message"))
 
     def test_of_what_is_not_there_leads_to_the_first_trouble(self):
         for at in ("command=99", "command=x", "message=-1&pane=nowhere", "moment=7&pane=tree&command=1e9"):
@@ -525,13 +525,13 @@ class StoredTest(PageTest):
         changes = [[change["field"] for change in event["changes"]] for event in events if event.get("function") == "NAPI_ModifyProfile"]
         self.assertEqual([len(fields) for fields in changes], [1] * len(leaves), changes)
         # So high that all rows of the tree are in the document.
-        self.browser.set_window_size(1400, 9000)
+        self.browser.set_window_size(1400, 6000)
         self.addCleanup(self.browser.set_window_size, 1400, 900)
         self.open("".join(json.dumps(event) + "\n" for event in events), at="pane=tree")
-        shown = []
-        for uri, _ in leaves:
-            self.script("[...document.querySelectorAll('#tree .row')].find((row) => row.dataset.uri === arguments[0]).click()", uri)
-            shown.append([self.text("#tree .stored-field code")])
+        shown = self.script("""return arguments[0].map((uri) => {
+            [...document.querySelectorAll('#tree .row')].find((row) => row.dataset.uri === uri).click();
+            return [document.querySelector('#tree .stored-field code').textContent];
+        })""", [uri for uri, _ in leaves])
         self.assertEqual(shown, changes)
 
 
