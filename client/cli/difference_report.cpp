@@ -80,8 +80,7 @@ std::vector<DifferenceNote> lookAfterCommand(const Context &context)
 
 QString missingLook(const Context &context)
 {
-    const QString failure = context.secondLook ? context.secondLook->takeFailure() : QString();
-    return failure.isEmpty() ? failure : QStringLiteral("no second look: %1").arg(failure);
+    return context.secondLook ? context.secondLook->takeFailure() : QString();
 }
 
 void reportDifferences(const Context &context, const ChangeOrigins &origins, SessionReport &report)
@@ -97,7 +96,7 @@ void printDifferences(Output &output, SecondLook &look, const std::vector<Differ
     for (const DifferenceNote &note : notes)
         output.notice(lineOf(differenceOf(look, note)));
     if (const QString failure = look.takeFailure(); !failure.isEmpty())
-        output.notice(QStringLiteral("no second look: %1").arg(failure));
+        output.notice(failure);
 }
 
 } // namespace client::cli

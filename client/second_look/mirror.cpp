@@ -188,9 +188,7 @@ void Mirror::profileCall(const call_observer::ProfileCall &call)
 
 SeenChange Mirror::apply(const TreeChange &change)
 {
-    const bool isMarker = change.kind == TreeChange::Kind::AtomicBegins ||
-                          change.kind == TreeChange::Kind::AtomicTakenBack;
-    if (isMarker)
+    if (change.isMarker())
         return {carryOut(change).status, {}, {}, {}};
     const std::vector<NodeUri> objects = client::objectsOf(m_device->tree(), change);
     const Picture before = look(objects);

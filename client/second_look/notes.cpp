@@ -24,16 +24,12 @@ NodeUri moved(const NodeUri &node, const NodeUri &from, const NodeUri &to)
     return there;
 }
 
-/// Whether a later change has the say about what an earlier one was about.
+/// Whether a later change, no rename, has the say about what an earlier one was about.
 bool touches(const TreeChange &later, const NodeUri &address)
 {
-    if (!later.outcome)
-        return false;
     switch (later.kind) {
     case Kind::Remove:
         return later.node.contains(address);
-    case Kind::ReplaceProperty:
-        return later.property == Property::Name && later.node == address;
     case Kind::ReplaceChildren:
         return std::ranges::any_of(later.children, [&](const TreeView::ChildValue &child) {
             return later.node.child(child.name) == address;
@@ -41,11 +37,6 @@ bool touches(const TreeChange &later, const NodeUri &address)
     default:
         return later.node == address;
     }
-}
-
-bool isMarker(const TreeChange &change)
-{
-    return change.kind == Kind::AtomicBegins || change.kind == Kind::AtomicTakenBack;
 }
 
 bool isOfOtherProperty(const TreeChange &change)
@@ -60,7 +51,7 @@ std::vector<bool> changesThatCount(const std::vector<TreeChange> &changes)
     std::vector<bool> counts(changes.size());
     std::size_t begin = 0;
     for (std::size_t i = 0; i < changes.size(); ++i) {
-        counts[i] = changes[i].outcome && !isMarker(changes[i]) && !isOfOtherProperty(changes[i]);
+        counts[i] = changes[i].outcome && !changes[i].isMarker() && !isOfOtherProperty(changes[i]);
         if (changes[i].kind == Kind::AtomicBegins)
             begin = i;
         if (changes[i].kind == Kind::AtomicTakenBack)
@@ -292,7 +283,7 @@ std::vector<DifferenceNote> notesAtNextMount(const std::vector<TreeChange> &chan
     const std::vector<bool> counts = changesThatCount(changes);
     for (std::size_t i = 0; i < changes.size(); ++i) {
         const TreeChange &change = changes[i];
-        if (!counts[i] || (change.kind == Kind::Copy && seen.empty()))
+        if (!counts[i])
             continue;
         const std::vector<AskedValue> asked =
             seen.empty() ? askedWithoutMirror(change, looks.next) : seen[i].asked;

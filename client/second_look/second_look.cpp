@@ -9,6 +9,7 @@
 #include <csignal>
 #include <filesystem>
 #include <iterator>
+#include <sys/statvfs.h>
 #include <utility>
 
 namespace client {
@@ -17,9 +18,6 @@ using support::Expected;
 using support::Unexpected;
 
 namespace {
-
-// Only guards against a process that hangs.
-constexpr int mostMilliseconds = 60'000;
 
 /// Bytes beneath a folder.
 std::uintmax_t sizeOf(const std::filesystem::path &folder)
@@ -32,6 +30,28 @@ std::uintmax_t sizeOf(const std::filesystem::path &folder)
     return bytes;
 }
 
+/// Whether what commands are about to write does not lack the room for a copy of the state.
+bool hasRoomForCopy(const std::filesystem::path &state)
+{
+    constexpr std::uintmax_t bytesLeft = 1024 * 1024;
+    constexpr fsfilcnt_t filesLeft = 64;
+    struct statvfs room = {};
+    if (::statvfs(state.c_str(), &room) != 0)
+        return true;
+    const bool hasFiles = room.f_files == 0 || room.f_favail >= filesLeft; // 0: without a limit
+    return hasFiles && room.f_bavail * room.f_frsize >= 4 * sizeOf(state) + bytesLeft;
+}
+
+/// Bytes of a change's texts.
+qsizetype sizeOf(const TreeChange &change)
+{
+    qsizetype bytes = change.value.data.value_or(QByteArray()).size() +
+                      change.node.joinedNames().size() + change.source.joinedNames().size();
+    for (const TreeView::ChildValue &child : change.children)
+        bytes += child.name.size() + child.text.size();
+    return bytes;
+}
+
 QString unreadableAnswer()
 {
     return QStringLiteral("its answer cannot be read");
@@ -39,7 +59,8 @@ QString unreadableAnswer()
 
 } // namespace
 
-SecondLook::SecondLook(DmDevice &device) : m_device(device)
+SecondLook::SecondLook(DmDevice &device, std::chrono::milliseconds patience)
+    : m_device(device), m_patience(patience)
 {
     m_device.tree().setChangeObserver(this);
 }
@@ -66,12 +87,7 @@ void SecondLook::beforeChange(const NodeUri &node)
 
 Expected<void, QString> SecondLook::copyState()
 {
-    // What the commands are about to write must not lack the room for this.
-    constexpr std::uintmax_t reserve = 1024 * 1024;
-    const std::filesystem::path state = QFile::encodeName(m_device.state().path()).toStdString();
-    std::error_code error;
-    const std::filesystem::space_info room = std::filesystem::space(state, error);
-    if (!error && room.available < 4 * sizeOf(state) + reserve)
+    if (!hasRoomForCopy(QFile::encodeName(m_device.state().path()).toStdString()))
         return Unexpected(QStringLiteral("too little room beside %1 for a copy of the state")
                               .arg(m_device.state().path()));
     if (auto begun = begin(); !begun)
@@ -108,7 +124,7 @@ Expected<void, QString> SecondLook::begin()
             std::signal(signal, SIG_IGN);
     });
     m_process.start();
-    if (!m_process.waitForStarted(mostMilliseconds))
+    if (!m_process.waitForStarted(patience()))
         return Unexpected(
             QStringLiteral("its process cannot be started: %1").arg(m_process.errorString()));
     return {};
@@ -125,14 +141,14 @@ Expected<void, QString> SecondLook::setUp(bool isMounted)
         .isCopied = m_device.hasProfilesInState(),
         .isMounted = isMounted,
     })));
-    if (!m_process.waitForBytesWritten(mostMilliseconds))
+    if (!m_process.waitForBytesWritten(patience()))
         return Unexpected(QStringLiteral("its process is gone"));
     return {};
 }
 
 Expected<QByteArray, QString> SecondLook::read(qsizetype bytes)
 {
-    QDeadlineTimer deadline(mostMilliseconds);
+    QDeadlineTimer deadline(m_patience);
     while (m_received.size() < bytes) {
         if (!m_process.bytesAvailable() &&
             !m_process.waitForReadyRead(static_cast<int>(deadline.remainingTime())))
@@ -171,9 +187,9 @@ void SecondLook::end()
     if (m_process.state() != QProcess::NotRunning) {
         m_process.closeWriteChannel();
         // One that was asked something and has not answered is not waited for.
-        if (!m_failure.isEmpty() || !m_process.waitForFinished(mostMilliseconds)) {
+        if (!m_failure.isEmpty() || !m_process.waitForFinished(patience())) {
             m_process.kill();
-            m_process.waitForFinished(mostMilliseconds);
+            m_process.waitForFinished(patience());
         }
     }
     if (!m_folder.isEmpty())
@@ -184,9 +200,13 @@ void SecondLook::end()
 
 QString SecondLook::takeFailure()
 {
-    const bool hasChanged = std::ranges::any_of(
-        m_changes, [](const TreeChange &change) { return bool(change.outcome); });
-    return hasChanged ? std::exchange(m_failure, {}) : QString();
+    if (!m_hasChanged || m_failure.isEmpty())
+        return {};
+    const QString failure =
+        QStringLiteral("no second look: %1").arg(std::exchange(m_failure, QString()));
+    if (m_observer)
+        m_observer->note(failure);
+    return failure;
 }
 
 Expected<void, QString> SecondLook::lookAt(const std::vector<TreeChange> &changes)
@@ -222,6 +242,14 @@ Expected<void, QString> SecondLook::lookAt(const std::vector<TreeChange> &change
 
 void SecondLook::changed(const TreeChange &change)
 {
+    m_hasChanged = m_hasChanged || (change.outcome && !change.isMarker());
+    if (m_isOver)
+        return;
+    m_room -= bytesOfChange + sizeOf(change);
+    if (m_room < 0) {
+        fail(QStringLiteral("more was changed than it follows"));
+        return;
+    }
     m_changes.push_back(change);
     m_commands.push_back(m_observer ? m_observer->runningCommand() : 0);
 }
@@ -235,6 +263,10 @@ Expected<void, QString> SecondLook::lookAtTree()
         return Unexpected(unreadableAnswer());
     if (m_tree)
         m_observer->treeSeen(*m_tree);
+    else
+        m_observer->note(QStringLiteral("the tree has more than %1 nodes: only those that commands "
+                                        "were about are in this record")
+                             .arg(wire::mostNodesOfTree));
     return {};
 }
 
@@ -281,9 +313,7 @@ std::vector<DifferenceNote> SecondLook::lookNow()
 
 std::vector<DifferenceNote> SecondLook::lookAtNextMount()
 {
-    const bool hasChanges = std::ranges::any_of(
-        m_changes, [](const TreeChange &change) { return bool(change.outcome); });
-    if (!m_isPrepared || m_isOver || !hasChanges)
+    if (!m_isPrepared || m_isOver || !m_hasChanged)
         return {};
     if (!m_device.hasProfilesInState()) {
         auto begun = begin();

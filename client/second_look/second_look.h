@@ -6,6 +6,7 @@
 
 #include <QProcess>
 #include <QString>
+#include <chrono>
 #include <optional>
 #include <vector>
 
@@ -16,7 +17,11 @@ namespace client {
 class SecondLook final : public ChangeObserver {
 public:
     /// @param device  has to outlive the object; its tree is made
-    explicit SecondLook(DmDevice &device);
+    /// @param patience  for how long an answer of the process is waited for; only guards against
+    /// one
+    ///                  that hangs
+    explicit SecondLook(DmDevice &device,
+                        std::chrono::milliseconds patience = std::chrono::minutes(1));
     ~SecondLook() override;
     SecondLook(const SecondLook &) = delete;
     SecondLook &operator=(const SecondLook &) = delete;
@@ -35,9 +40,15 @@ public:
     std::vector<DifferenceNote> lookNow();
     /// What the next mount will say of all changes. The last look.
     std::vector<DifferenceNote> lookAtNextMount();
-    /// Why there was no second look, or none to its end; empty when there was, and when nothing was
-    /// changed. Told once.
+    /// That there was no second look, or none to its end, and why: "no second look: its process has
+    /// ended". Empty when there was, and when nothing was changed. Told once, and to the observer
+    /// as well.
     QString takeFailure();
+
+    /// What all changes of a run may take, so that a server which goes on and on fills neither this
+    /// process nor the other: their texts, and bytesOfChange for each.
+    static constexpr qsizetype bytesOfAllChanges = 64 * 1024 * 1024;
+    static constexpr qsizetype bytesOfChange = 4096;
 
     /// How many notes there were.
     std::size_t differences() const { return m_differences; }
@@ -56,19 +67,23 @@ private:
     support::Expected<void, QString> lookAtTree();
     void tellOfNextMount(const NextMount &looks);
     void count(const std::vector<DifferenceNote> &notes);
+    int patience() const { return static_cast<int>(m_patience.count()); }
     void fail(const QString &reason);
     void end();
 
     DmDevice &m_device;
+    const std::chrono::milliseconds m_patience;
     QProcess m_process;
     QString m_folder;
     LookObserver *m_observer = nullptr;
     bool m_isPrepared = false;
     bool m_isSetUp = false;
     bool m_isOver = false;
+    bool m_hasChanged = false;
     QString m_failure;
     std::vector<TreeChange> m_changes;
     std::vector<int> m_commands; ///< that the changes belong to
+    qsizetype m_room = bytesOfAllChanges;
     std::vector<SeenChange> m_seen;
     std::optional<Picture> m_tree; ///< as it is after what was seen, when all of it is looked at
     std::size_t m_differences = 0;

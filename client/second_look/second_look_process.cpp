@@ -12,9 +12,6 @@ namespace client {
 
 namespace {
 
-// A tree is listed twice, and a record has all of its nodes.
-constexpr std::size_t mostNodesOfTree = 5000;
-
 /// Reads all bytes, or to the end of the input. @return false at that end
 bool readAll(char *bytes, qsizetype size)
 {
@@ -65,7 +62,7 @@ void serve(const QString &folder)
         } else if (!mirror) {
             return;
         } else if (request == wire::Request::WholeTree) {
-            writeFrame(wire::pack(mirror->wholeTree(mostNodesOfTree)));
+            writeFrame(wire::pack(mirror->wholeTree(wire::mostNodesOfTree)));
         } else if (request == wire::Request::Changes) {
             std::vector<SeenChange> seen;
             for (const TreeChange &change : changes)

@@ -18,10 +18,13 @@ struct Setup {
 
 enum class Request : quint8 {
     Setup,     ///< is not answered
-    WholeTree, ///< answered with the tree, unless it is too large
+    WholeTree, ///< answered with the tree, unless it has more than mostNodesOfTree
     Changes,   ///< answered with what each has done
     NextMount  ///< the same changes again; answered with what the next mount says
 };
+
+// It is looked at three times, and stands on one line of a record.
+inline constexpr std::size_t mostNodesOfTree = 50'000;
 
 QByteArray pack(const Setup &setup);
 QByteArray pack(Request request, const std::vector<TreeChange> &changes);

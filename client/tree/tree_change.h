@@ -27,6 +27,8 @@ struct TreeChange {
     std::vector<TreeView::ChildValue> children = {}; ///< of ReplaceChildren
     Outcome outcome = {};
 
+    /// Whether it only says where an Atomic begins, or that it was taken back.
+    bool isMarker() const { return kind == Kind::AtomicBegins || kind == Kind::AtomicTakenBack; }
     /// The address that a node has after it was renamed; none when this renames none.
     std::optional<NodeUri> renamedTo() const;
 };

@@ -7,9 +7,11 @@ import shutil
 import subprocess
 import unittest
 
+from handset import CONN, Handset, HandsetTest
 from sessions import (REFUSED, SESSION_FAILED, SUCCESS, UNUSABLE, DmServer, SessionTest,
                       scenario)
 
+LINGER = CONN + "/Office/Linger"
 NEW_MOUNT_NAMESPACE = 0x00020000
 SET_TITLE = {"packages": [{"commands": [
     {"replace": "./DevDetail/Ext/Conf/Conn/Profiles/Office?prop=Title", "data": "New"}]}]}
@@ -153,6 +155,50 @@ class FullDisk(SessionTest):
             self.account("set", "Test", "title=New")
             self.replace_title("New")
         self.assertEqual(sorted(os.listdir(self.folder)), before)
+
+
+class FewFiles(HandsetTest):
+    """A file system on which only some more files can be made."""
+
+    def replace(self, left, has_second_look):
+        """Exit status, what was said, and the value afterwards, of a command that can make so many."""
+        folder = os.path.join(self.handset.home, "mount")
+        os.mkdir(folder)
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=16m,nr_inodes=400,mode=700", "tmpfs",
+                        folder], check=True)
+        try:
+            copy = Handset(state=os.path.join(folder, "state"))
+            shutil.copytree(self.handset.state, copy.state)
+            if not has_second_look:
+                with open(copy.path("large"), "wb") as file:
+                    file.truncate(1 << 42)  # what no copy has room for
+            fillers = [os.path.join(folder, str(number))
+                       for number in range(os.statvfs(folder).f_ffree - left)]
+            for filler in fillers:
+                os.mkdir(filler)
+            result = copy.dmclient("replace", LINGER, "70000")
+            self.assertEqual([name for name in os.listdir(copy.client_file("")) if "scratch" in name], [])
+            for filler in fillers:
+                os.rmdir(filler)
+            linger = copy.profile("Office")["gprs"]["linger"]
+            copy.close()
+        finally:
+            subprocess.run(["umount", folder], check=True)
+            os.rmdir(folder)
+        return result.returncode, result.stderr.decode(), linger
+
+    def test_what_a_second_look_makes_is_never_what_a_command_then_lacks(self):
+        """With the last files that can be made a command does what it does without a second look."""
+        self.handset.dmclient("tree")
+        for left, status in ((0, UNUSABLE), (3, SUCCESS), (5, SUCCESS), (8, SUCCESS), (13, SUCCESS)):
+            with self.subTest(left):
+                alone, _, value = self.replace(left, has_second_look=False)
+                looked, said, same_value = self.replace(left, has_second_look=True)
+                self.assertEqual((looked, same_value), (alone, value), said)
+                self.assertEqual(looked, status, said)
+                if status == SUCCESS:
+                    self.assertIn("no second look: too little room", said)
+        self.assertIn("but reads 4464", self.replace(200, has_second_look=True)[1])
 
 
 if __name__ == "__main__":

@@ -1,7 +1,9 @@
 """The second look where something stands in its way: it is told, and changes nothing."""
 
+import json
 import os
 import pwd
+import resource
 import signal
 import subprocess
 import time
@@ -9,7 +11,8 @@ import unittest
 
 from handset import CONN, DMCLIENT, PLUGIN, PROXY, SECRET, HandsetTest
 
-SUCCESS = 0
+SUCCESS, UNUSABLE = 0, 3
+QUOTA = 256 * 1024
 LINGER = CONN + "/Office/Linger"
 
 
@@ -134,6 +137,53 @@ class AttacksTest(HandsetTest):
             file.truncate(1 << 42)
         self.assert_told("too little room", "replace", LINGER, "70000")
         self.assertEqual(self.handset.profile("Office")["gprs"]["linger"], 4464)
+
+    def test_a_copy_that_cannot_be_written_to_its_end(self):
+        """A quota keeps the copy of one file from being written, when others were."""
+        path = self.handset.client_file("properties.json")
+        self.assertEqual(self.handset.dmclient("replace", "./DevDetail?prop=Title", "x").returncode, SUCCESS)
+        with open(path, encoding="utf-8") as file:
+            properties = file.read()
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(properties + " " * QUOTA)
+
+        def limited():
+            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+            resource.setrlimit(resource.RLIMIT_FSIZE, (QUOTA, QUOTA))
+        result = subprocess.run([DMCLIENT, "--plugin", PLUGIN, "replace", LINGER, "70000"],
+                                env=self.handset.environment(), preexec_fn=limited, timeout=120,
+                                check=False, capture_output=True, text=True)
+        self.assertEqual((result.returncode, result.stdout), (SUCCESS, ""))
+        self.assertRegex(result.stderr, fr"^dmclient: replace {LINGER}: no second look: cannot write "
+                                        r"\S*/scratch-\w+/client/properties.json: File too large\n$")
+        self.assertEqual(self.scratch(), [])
+        self.assertEqual(self.handset.profile("Office")["gprs"]["linger"], 4464)
+
+    @unittest.skipIf(os.geteuid() != 0, "needs root, to become somebody else")
+    def test_a_folder_that_cannot_be_written(self):
+        self.handset.dmclient("get", LINGER)  # what a handset has that is in use
+        subprocess.run(["chown", "-R", "nobody", self.handset.home], check=True)
+        os.chmod(self.handset.client_file(""), 0o500)
+        result = self.handset.run("dmclient", "replace", LINGER, "70000",
+                                  prefix=["setpriv", "--reuid=nobody", "--clear-groups"])
+        folder = self.handset.client_file("")[:-1]
+        self.assertEqual(result.stderr.splitlines(),
+                         [f"dmclient: replace {LINGER}: no second look: cannot make a folder in {folder}: "
+                          "Permission denied",
+                          f"dmclient: cannot write {folder}/properties.json: Permission denied"])
+        self.assertEqual((result.returncode, result.stdout), (UNUSABLE, ""))
+        subprocess.run(["chown", "-R", "root", self.handset.home], check=True)
+        self.assertEqual(self.handset.profile("Office")["gprs"]["linger"], 4464)
+
+    def test_a_record_says_that_there_was_no_second_look(self):
+        with open(self.handset.path("large"), "wb") as file:
+            file.truncate(1 << 42)
+        record = os.path.join(self.handset.home, "record")
+        self.assert_told("too little room", "--record", record, "replace", LINGER, "70000")
+        with open(record, encoding="utf-8") as file:
+            notes = [event["text"] for event in map(json.loads, file) if event["event"] == "note"]
+        self.assertEqual(len(notes), 1)
+        self.assertIn("no second look: too little room", notes[0])
 
     def test_a_process_that_is_killed(self):
         process = self.shell()

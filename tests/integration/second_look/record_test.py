@@ -1,5 +1,6 @@
 """What a record says the tree was and is, against what mounts of the same state say."""
 
+import functools
 import json
 import os
 import unittest
@@ -22,6 +23,10 @@ def listed(node, nodes=None):
     nodes[node["uri"]] = (node["format"], "" if value is None else str(value))
     for child in node.get("children", []):
         listed(child, nodes)
+    return nodes
+
+
+def unchanging(nodes):
     return {uri: seen for uri, seen in nodes.items() if not uri.startswith(CHANGING)}
 
 
@@ -36,7 +41,7 @@ def applied(events, tree=None):
         for node in event.get("appeared", []) + event.get("changed", []):
             assert node in event.get("appeared", []) or node["uri"] in tree, node
             tree[node["uri"]] = (node["format"], node.get("value", ""))
-    return {uri: seen for uri, seen in tree.items() if not uri.startswith(CHANGING)}
+    return unchanging(tree)
 
 
 def read(path):
@@ -46,7 +51,7 @@ def read(path):
 
 class TruthTest(SessionTest):
     def mounted_tree(self):
-        return listed(json.loads(self.handset.dmclient("tree", "--json").stdout))
+        return unchanging(listed(json.loads(self.handset.dmclient("tree", "--json").stdout)))
 
     def check(self, record, before):
         """Compares the record with the tree before the run and with the one of the next mount."""
@@ -100,6 +105,21 @@ class TruthTest(SessionTest):
         with open(record, encoding="utf-8") as file:
             self.assertNotIn(SECRET, file.read())
         self.check(record, before)
+
+    def test_of_many_profiles(self):
+        self.handset.close()
+        profiles = [{**PROFILES[0], "name": f"Office {number}"} for number in range(200)]
+        self.handset = Handset([])
+        self.handset.environment = functools.partial(self.handset.environment, KUB_NAPI_MAX="200")
+        self.handset.add(profiles)
+        before = self.mounted_tree()
+        self.assertGreater(len(before), 5000)
+        record = os.path.join(self.handset.home, "record")
+        result = self.handset.dmclient("--record", record, "shell", stdin="\n".join((
+            f"replace {CONN}/Office%20199/Linger 70000", f"rename {CONN}/Office%200 Team")))
+        self.assertEqual(result.returncode, 0)
+        events = self.check(record, before)
+        self.assertEqual([event["event"] for event in events].count("tree"), 4)
 
 
 if __name__ == "__main__":

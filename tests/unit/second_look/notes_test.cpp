@@ -391,7 +391,12 @@ const NextCase nextCases[] = {
      {{}, {}},
      {{0, gone + ": no leaf of the profile is set, and it still counts among the profiles that can "
                  "be stored"}}},
-    {"MadeOnce_NothingIsKnownOfACopy",
+    {"MadeOnce_CopyThatIsGone",
+     {copied("Office/Addr", "Home/Foo")},
+     {},
+     {{}, pictureWith({node("Home", "node")})},
+     {{0, gone + ": a profile has no such node"}}},
+    {"MadeOnce_TheValueOfACopyIsNotKnown",
      {copied("Office/Addr", "Home/Addr")},
      {},
      {{}, pictureWith({node("Home", "node"), node("Home/Addr", "chr", "x")})},
