@@ -1,9 +1,9 @@
 #include "private_file.h"
 
+#include "json_object.h"
 #include "private_storage.h"
 
 #include <QFile>
-#include <QJsonDocument>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -61,16 +61,10 @@ Expected<std::optional<QJsonObject>, QString> PrivateFile::readObject() const
         return Unexpected(bytes.error());
     if (!*bytes)
         return std::optional<QJsonObject>();
-    QJsonParseError fault;
-    const QJsonDocument document = QJsonDocument::fromJson(**bytes, &fault);
-    if (!document.isObject()) {
-        const QString reason = fault.error == QJsonParseError::NoError
-                                   ? QStringLiteral("no JSON object")
-                                   : fault.errorString();
-        return Unexpected(
-            QStringLiteral("%1: byte %2: %3").arg(m_path).arg(fault.offset).arg(reason));
-    }
-    return std::optional(document.object());
+    auto object = parseJsonObject(**bytes);
+    if (!object)
+        return Unexpected(QStringLiteral("%1: %2").arg(m_path, object.error()));
+    return std::optional(*std::move(object));
 }
 
 Expected<void, QString> PrivateFile::replace(const QByteArray &bytes) const

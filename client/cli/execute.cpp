@@ -16,8 +16,8 @@ DmDevice::Options deviceOptions(const Invocation &invocation)
     options.stateDirectory = invocation.has(commandline::stateOption.name)
                                  ? invocation.value(commandline::stateOption.name)
                                  : StateDirectory::defaultPath();
-    if (invocation.has("plugin"))
-        options.pluginFile = invocation.value("plugin");
+    options.pluginFolder = invocation.value("plugins");
+    options.profilePlugin = invocation.value("plugin");
     options.profileBackend = invocation.value(commandline::backendOption.name);
     options.pluginMessagesToStandardError = invocation.has("verbose");
     return options;
@@ -85,9 +85,10 @@ ExitStatus runOnTree(Context &context, const CommandRow &row)
     const ExitStatus status = isRun ? row.run(context) : ExitStatus::Unusable;
     if (recorder)
         recorder->typedCommandsOver();
-    const QString fault = context.device->takeMountFault();
-    return fault.isEmpty() ? status
-                           : context.output.problem(fault, worse(status, ExitStatus::Unusable));
+    const QStringList faults = context.device->takeMountFaults();
+    for (const QString &fault : faults)
+        context.output.problem(fault);
+    return faults.isEmpty() ? status : worse(status, ExitStatus::Unusable);
 }
 
 } // namespace

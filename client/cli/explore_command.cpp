@@ -19,7 +19,7 @@ QStringList handsetArguments(const Invocation &invocation)
 {
     QStringList arguments;
     for (const char *name :
-         {commandline::stateOption.name, "plugin", commandline::backendOption.name})
+         {commandline::stateOption.name, "plugin", "plugins", commandline::backendOption.name})
         if (invocation.has(name))
             arguments << QStringLiteral("--") + QString::fromLatin1(name) << invocation.value(name);
     return arguments;

@@ -1,8 +1,7 @@
 #include "installed_page.h"
 
 #include "input_file.h"
-
-#include <QCoreApplication>
+#include "program_folder.h"
 
 namespace client::cli {
 
@@ -15,9 +14,8 @@ constexpr QByteArrayView recordsPlace("@RECORDS@");
 
 support::Expected<QByteArray, QString> installedPage(const char *command, const QByteArray &records)
 {
-    const QString file =
-        QStringLiteral("%1/" KUB_PAGES_FROM_PROGRAM "/%2.html")
-            .arg(QCoreApplication::applicationDirPath(), QString::fromLatin1(command));
+    const QString file = QStringLiteral("%1/" KUB_PAGES_FROM_PROGRAM "/%2.html")
+                             .arg(support::programFolder(), QString::fromLatin1(command));
     auto page = commandline::readInput(file, mostPageBytes);
     if (!page)
         return page;

@@ -80,7 +80,7 @@ KeptRecords keptRecords(const QString &stateDirectory)
 RunDescription describeRun(const DmDevice &device, const Invocation &invocation)
 {
     RunDescription run;
-    run.plugin = device.pluginFile();
+    run.plugin = device.profilePlugin();
     run.backend = device.profileStore();
     run.stateDirectory = device.state().path();
     run.arguments = wordsOf(invocation);

@@ -3,8 +3,10 @@
 #include "account_tree.h"
 #include "private_file.h"
 #include "private_storage.h"
+#include "program_folder.h"
 #include "setup_set_manager.h"
 
+#include <QDir>
 #include <QFile>
 #include <algorithm>
 #include <cerrno>
@@ -20,13 +22,14 @@ using support::Unexpected;
 
 namespace {
 
+/// A root of profiles, of which the client knows more than that a plug-in is there.
 struct ProfileRoot {
     const char *uri;
     MappingFile mapping;
 };
 
-// The second root reads what mounting the first one has written.
-constexpr ProfileRoot mountOrder[] = {
+// Where a plug-in serves both, mounting the second one reads what the first one has written.
+constexpr ProfileRoot profileRootTable[] = {
     {"./DevDetail/Ext/Conf/Conn/Profiles", {"kub_napdef_profilemapping.cfg", "NAPIDEF_Profile"}},
     {"./DevDetail/Ext/Conf/IntProfs/Profiles",
      {"kub_proxy_profilemapping.cfg", "PROXY_Profile", "PROXY_Conn"}},
@@ -67,6 +70,8 @@ Expected<void, QString> DmDevice::makeTree()
     if (!deviceId)
         return Unexpected(deviceId.error());
     m_tree = std::make_unique<ManagementTree>(hostInfo(*deviceId));
+    if (const auto read = readDescriptions(); !read)
+        return read;
     const QString store = profileStore();
     m_tree->setProfileStore(store == QLatin1String(usualProfileStore) ? QString() : store);
     m_tree->setCommandWatch(&m_watch);
@@ -83,7 +88,62 @@ QString DmDevice::profileStore() const
     return store.isEmpty() ? QString::fromLatin1(usualProfileStore) : store;
 }
 
-Expected<void, QString> DmDevice::loadPlugin()
+// ---- Plug-ins ------------------------------------------------------------------------------------
+
+namespace {
+
+const ProfileRoot *profileRootAt(const NodeUri &uri)
+{
+    const auto *const root = std::ranges::find_if(
+        profileRootTable, [&uri](const ProfileRoot &entry) { return nodeAt(entry.uri) == uri; });
+    return root == std::end(profileRootTable) ? nullptr : root;
+}
+
+bool hasProfiles(const PluginDescription &description)
+{
+    return std::ranges::any_of(description.roots, profileRootAt);
+}
+
+/// Where the plug-ins of this installation, or of this build, are described.
+QString installedPlugins()
+{
+    return support::programFolder() + QStringLiteral("/" KUB_PLUGINS_FROM_PROGRAM);
+}
+
+} // namespace
+
+Expected<void, QString> DmDevice::readDescriptions()
+{
+    const QString folder =
+        m_options.pluginFolder.isEmpty() ? installedPlugins() : m_options.pluginFolder;
+    auto descriptions = readPluginDescriptions(folder);
+    m_descriptionFaults = descriptions.faults;
+    for (PluginDescription &description : descriptions.plugins)
+        m_plugins.push_back({std::move(description)});
+    const auto plugin = std::ranges::find_if(
+        m_plugins, [](const Plugin &entry) { return hasProfiles(entry.description); });
+    m_profilePlugin = plugin == m_plugins.end() ? nullptr : &*plugin;
+    if (m_options.profilePlugin.isEmpty())
+        return {};
+    if (!m_profilePlugin)
+        return Unexpected(QStringLiteral("%1 cannot take the place of a plug-in: none that has the "
+                                         "profiles is described in %2")
+                              .arg(m_options.profilePlugin, folder));
+    m_profilePlugin->description.library = m_options.profilePlugin;
+    return {};
+}
+
+QString DmDevice::profilePlugin() const
+{
+    return m_profilePlugin ? m_profilePlugin->description.library : QString();
+}
+
+bool DmDevice::isProfilePluginLoaded() const
+{
+    return m_profilePlugin && m_profilePlugin->host;
+}
+
+Expected<void, QString> DmDevice::openLog()
 {
     auto log = m_options.pluginMessagesToStandardError ? PluginLog::toStandardError()
                                                        : PluginLog::toFile(logFile());
@@ -91,13 +151,21 @@ Expected<void, QString> DmDevice::loadPlugin()
         return Unexpected(log.error());
     m_log = *std::move(log);
     m_watch.setLog(m_log.get());
-    auto plugin = PluginHost::load(m_options.pluginFile);
-    if (!plugin)
-        return Unexpected(plugin.error());
-    m_plugin = *std::move(plugin);
-    if (m_loadListener)
+    return {};
+}
+
+Expected<void, QString> DmDevice::load(Plugin &plugin)
+{
+    if (!m_log)
+        if (auto opened = openLog(); !opened)
+            return opened;
+    auto host = PluginHost::load(plugin.description.library);
+    if (!host)
+        return Unexpected(host.error());
+    plugin.host = *std::move(host);
+    if (m_loadListener && &plugin == m_profilePlugin)
         std::exchange(m_loadListener, nullptr)();
-    m_plugin->observeCalls(&m_watch, &m_watch);
+    plugin.host->observeCalls(&m_watch, &m_watch);
     return {};
 }
 
@@ -113,12 +181,20 @@ Expected<QByteArray, QString> DmDevice::readDeviceId()
 
 void DmDevice::hangInRoots()
 {
-    for (const ProfileRoot &root : mountOrder) {
-        m_tree->mountWhenNeeded(
-            nodeAt(root.uri), [this, &root] { return mountedTree(root.uri); },
-            {.acl = *AccessControlList::parse(profileRootAcl),
-             .profileAcl = *AccessControlList::parse(profileAcl),
-             .profileNumbers = [this, &root] { return profileNumbersOf(root.mapping); }});
+    for (std::size_t i = 0; i < m_plugins.size(); ++i) {
+        Plugin &plugin = m_plugins[i];
+        for (const NodeUri &root : plugin.description.roots) {
+            MountTerms terms;
+            if (const ProfileRoot *const profiles = profileRootAt(root))
+                terms = {.acl = *AccessControlList::parse(profileRootAcl),
+                         .profileAcl = *AccessControlList::parse(profileAcl),
+                         .profileNumbers = [this, profiles] {
+                             return profileNumbersOf(profiles->mapping);
+                         }};
+            m_tree->mountWhenNeeded(
+                root, [this, &plugin, uri = root.toUri()] { return mountedTree(plugin, uri); },
+                terms, static_cast<int>(i));
+        }
     }
     m_tree->mount(nodeAt(accountTreeRoot),
                   makeAccountTree(*m_accounts, Principal::anonymousServer()),
@@ -142,10 +218,11 @@ int countNodes(DmtTree &tree, const QByteArray &path)
 
 } // namespace
 
-Expected<JemSmartPtr<DmtTree>, QString> DmDevice::mountedTree(const char *root)
+Expected<JemSmartPtr<DmtTree>, QString> DmDevice::mountedTree(Plugin &plugin,
+                                                              const QByteArray &root)
 {
     m_watch.beginMount(root);
-    auto tree = treeFor(root);
+    auto tree = treeFor(plugin, root);
     if (!tree)
         tree = Unexpected(mountFault(tree.error()));
     const int nodes = tree && m_watch.isObserved() ? countNodes(**tree, {}) : 0;
@@ -174,12 +251,12 @@ QString DmDevice::mountFault(const QString &fault) const
     return fault + QStringLiteral(": ") + said + place;
 }
 
-Expected<JemSmartPtr<DmtTree>, QString> DmDevice::treeFor(const char *root)
+Expected<JemSmartPtr<DmtTree>, QString> DmDevice::treeFor(Plugin &plugin, const QByteArray &root)
 {
-    if (!m_plugin)
-        if (const auto loaded = loadPlugin(); !loaded)
+    if (!plugin.host)
+        if (const auto loaded = load(plugin); !loaded)
             return Unexpected(loaded.error());
-    return m_plugin->treeFor(root);
+    return plugin.host->treeFor(root);
 }
 
 QString DmDevice::logFile() const
@@ -187,12 +264,11 @@ QString DmDevice::logFile() const
     return m_state->clientFile(QStringLiteral("plugin.log"));
 }
 
-QString DmDevice::takeMountFault()
+QStringList DmDevice::takeMountFaults()
 {
-    if (m_isMountFaultTaken || m_tree->mountFault().isEmpty())
-        return {};
-    m_isMountFaultTaken = true;
-    return m_tree->mountFault();
+    QStringList faults = m_tree->mountFaults();
+    faults.remove(0, std::exchange(m_mountFaultsTaken, faults.size()));
+    return faults;
 }
 
 // ---- Kept state ----------------------------------------------------------------------------------
@@ -204,8 +280,11 @@ QString DmDevice::propertiesFile() const
 
 void DmDevice::loadProperties()
 {
-    auto properties =
-        PropertyStore::load(propertiesFile(), m_tree->profileNumbers(), m_tree->unmountedRoots());
+    std::vector<NodeUri> unmounted = m_tree->unmountedRoots();
+    for (const NodeUri &root : profileRoots())
+        if (std::ranges::find(unmounted, root) == unmounted.end())
+            unmounted.push_back(root); // their plug-in is not described at present
+    auto properties = PropertyStore::load(propertiesFile(), m_tree->profileNumbers(), unmounted);
     if (properties) {
         m_tree->setProperties(*std::move(properties));
     } else {
@@ -282,7 +361,7 @@ StoredMapping readMapping(const MappingFile &mapping, OwnCalls &calls)
 /// The profile that a node beneath a profile root shows, or is in the subtree of.
 Expected<StoredProfile, QString> DmDevice::profileOf(const NodeUri &node) const
 {
-    for (const ProfileRoot &root : mountOrder) {
+    for (const ProfileRoot &root : profileRootTable) {
         const NodeUri above = nodeAt(root.uri);
         if (!above.contains(node) || above == node)
             continue;
@@ -292,18 +371,21 @@ Expected<StoredProfile, QString> DmDevice::profileOf(const NodeUri &node) const
         if (number == numbers.end())
             return Unexpected(QStringLiteral("%1 names no profile for this node, or several")
                                   .arg(QLatin1String(root.mapping.file)));
-        return m_plugin->readProfile(number->second);
+        return m_profilePlugin->host->readProfile(number->second);
     }
     return Unexpected(QStringLiteral("the node is of no profile"));
 }
 
 Expected<StoredNode, QString> DmDevice::storedFor(const NodeUri &node)
 {
-    if (!m_plugin)
-        if (const auto loaded = loadPlugin(); !loaded)
+    if (!m_profilePlugin)
+        return Unexpected(QStringLiteral("no plug-in that has the profiles is described"));
+    if (!m_profilePlugin->host)
+        if (const auto loaded = load(*m_profilePlugin); !loaded)
             return Unexpected(loaded.error());
+    const PluginHost &host = *m_profilePlugin->host;
     OwnCalls calls;
-    m_plugin->observeCalls(&calls, &calls);
+    host.observeCalls(&calls, &calls);
     StoredNode stored;
     auto profile = profileOf(node);
     const QString fault = calls.takeFault();
@@ -312,9 +394,9 @@ Expected<StoredNode, QString> DmDevice::storedFor(const NodeUri &node)
     else
         stored.fault =
             fault.isEmpty() ? profile.error() : profile.error() + QStringLiteral(": ") + fault;
-    for (const ProfileRoot &root : mountOrder)
+    for (const ProfileRoot &root : profileRootTable)
         stored.mappings.push_back(readMapping(root.mapping, calls));
-    m_plugin->observeCalls(&m_watch, &m_watch);
+    host.observeCalls(&m_watch, &m_watch);
     return stored;
 }
 
@@ -323,7 +405,7 @@ Expected<StoredNode, QString> DmDevice::storedFor(const NodeUri &node)
 std::vector<NodeUri> profileRoots()
 {
     std::vector<NodeUri> roots;
-    for (const ProfileRoot &root : mountOrder)
+    for (const ProfileRoot &root : profileRootTable)
         roots.push_back(nodeAt(root.uri));
     return roots;
 }
@@ -371,8 +453,9 @@ Expected<void, QString> DmDevice::copyFilesTo(const QString &folder) const
     QStringList files;
     for (const char *const name : {"device-id", "accounts.json", "properties.json"})
         files += QStringLiteral("client/") + QLatin1String(name);
-    for (const ProfileRoot &root : mountOrder)
-        files += QStringLiteral("settings/") + QString::fromStdString(root.mapping.file);
+    for (const QString &name : QDir(m_state->path() + QStringLiteral("/settings"))
+                                   .entryList(QDir::Files | QDir::System | QDir::Hidden))
+        files += QStringLiteral("settings/") + name;
     for (const char *const name : {"/client", "/settings"})
         if (const auto refusal =
                 handset_state::makeFolder(QFile::encodeName(folder).toStdString() + name))
@@ -385,7 +468,7 @@ Expected<void, QString> DmDevice::copyFilesTo(const QString &folder) const
 
 Expected<void, QString> DmDevice::copyProfilesTo(const QString &folder) const
 {
-    return m_plugin->copyProfiles(folder);
+    return m_profilePlugin->host->copyProfiles(folder);
 }
 
 // ---- Damage --------------------------------------------------------------------------------------
@@ -410,6 +493,8 @@ QString setAside(const QString &file)
 QStringList DmDevice::damage() const
 {
     QStringList sentences;
+    for (const QString &fault : m_descriptionFaults)
+        sentences += QStringLiteral("%1; the client goes on without that plug-in").arg(fault);
     if (!m_deviceIdDamage.isEmpty())
         sentences +=
             QStringLiteral("%1; the device has no identifier, and gets a new one when the "

@@ -1,10 +1,11 @@
-// The device as a DM client sees it: a locked state directory, the plug-in, the accounts
+// The device as a DM client sees it: a locked state directory, the plug-ins, the accounts
 // and the management tree.
 #pragma once
 
 #include "accounts.h"
 #include "device_observer.h"
 #include "expected.h"
+#include "plugin_description.h"
 #include "plugin_host.h"
 #include "plugin_log.h"
 #include "plugin_watch.h"
@@ -27,7 +28,11 @@ class DmDevice {
 public:
     struct Options {
         QString stateDirectory;
-        QString pluginFile = QString::fromLatin1(PluginHost::defaultFile);
+        /// Where files describe the plug-ins; empty: where those of the program's installation are.
+        QString pluginFolder = {};
+        /// The library to load in place of that of the plug-in that has the profiles; empty: as it
+        /// is described.
+        QString profilePlugin = {};
         bool pluginMessagesToStandardError = false;
         /// Where the host's profile service keeps its profiles, "sqlite" or "networkmanager"; empty
         /// leaves it to KUB_NAPI_BACKEND.
@@ -38,12 +43,13 @@ public:
     /// @return never null; the error is a sentence that says what cannot be used and why
     static support::Expected<std::unique_ptr<DmDevice>, QString> open(const Options &options);
 
-    /// Makes the tree and reads the properties. The plug-in is loaded when something first needs
-    /// one of its roots, which is mounted afresh then.
+    /// Makes the tree and reads the properties. A plug-in is loaded when something first needs one
+    /// of its roots, which is mounted afresh then.
     /// Fails as open does.
     support::Expected<void, QString> makeTree();
 
-    /// What is wrong with state files, a sentence each with the file, the place, and how to go on.
+    /// What is wrong with state files and descriptions of plug-ins, a sentence each with the file,
+    /// the place, and how to go on.
     QStringList damage() const;
     /// Why no server may do anything with the device, because what it has to prove or what it must
     /// not do is lost; empty when servers may.
@@ -53,16 +59,17 @@ public:
     ManagementTree &tree() { return *m_tree; }
     /// The tree as the owner of the device uses it.
     TreeView ownersView() { return {*m_tree, Principal::owner()}; }
-    /// Why mounting has failed, when that was not said before; otherwise empty.
-    QString takeMountFault();
+    /// Why mounting has failed, a sentence each, as far as that was not said before.
+    QStringList takeMountFaults();
     /// Has what happens beneath the tree told to the observer, which has to outlive the device or
     /// to be taken away with null. Nobody listens at first.
     void setObserver(DeviceObserver *observer) { m_watch.setObserver(observer); }
     /// Whether somebody sees why commands ended as they did, as is usual. If not, the libraries
     /// beneath the plug-in write their reasons to standard error.
     void setReasonsShown(bool areShown) { m_watch.setReasonsShown(areShown); }
-    /// The plug-in's file, as it was asked for.
-    const QString &pluginFile() const { return m_options.pluginFile; }
+    /// The library that the profiles come from, as it is described or was asked for; empty when
+    /// none is described.
+    QString profilePlugin() const;
     /// Name of the store that the profile service is asked to use, "sqlite" or another.
     QString profileStore() const;
     const StateDirectory &state() const { return *m_state; }
@@ -82,14 +89,14 @@ public:
     /// Copies the client's files and the mapping files, as they are now, into an empty folder of
     /// this user alone.
     support::Expected<void, QString> copyFilesTo(const QString &folder) const;
-    /// Copies the profiles as they are now. Only when the plug-in is loaded.
+    /// Copies the profiles as they are now. Only when their plug-in is loaded.
     support::Expected<void, QString> copyProfilesTo(const QString &folder) const;
-    bool isPluginLoaded() const { return m_plugin != nullptr; }
     /// What is stored for a node beneath one of the profile roots, as it is now. The plug-in is not
     /// asked, nor hears of it whoever listens to its calls. Fails when it cannot be loaded.
     support::Expected<StoredNode, QString> storedFor(const NodeUri &node);
-    /// Has the listener called once, when the plug-in is loaded and before it is asked for
-    /// anything.
+    bool isProfilePluginLoaded() const;
+    /// Has the listener called once, when the plug-in of the profiles is loaded and before it is
+    /// asked for anything.
     void setLoadListener(std::function<void()> listener) { m_loadListener = std::move(listener); }
 
     /// Keeps the properties of the nodes for the next run, as far as they have changed.
@@ -98,15 +105,25 @@ public:
 private:
     explicit DmDevice(Options options) : m_options(std::move(options)) {}
 
+    /// A plug-in, and its library once something needed one of its roots.
+    struct Plugin {
+        PluginDescription description;
+        std::unique_ptr<PluginHost> host = {};
+    };
+
     support::Expected<QByteArray, QString> readDeviceId();
+    support::Expected<void, QString> readDescriptions();
     void hangInRoots();
     support::Expected<StoredProfile, QString> profileOf(const NodeUri &node) const;
     std::map<QString, quint32> profileNumbersOf(const MappingFile &mapping);
-    support::Expected<JemSmartPtr<DmtTree>, QString> mountedTree(const char *root);
-    support::Expected<JemSmartPtr<DmtTree>, QString> treeFor(const char *root);
+    support::Expected<JemSmartPtr<DmtTree>, QString> mountedTree(Plugin &plugin,
+                                                                 const QByteArray &root);
+    support::Expected<JemSmartPtr<DmtTree>, QString> treeFor(Plugin &plugin,
+                                                             const QByteArray &root);
     QString mountFault(const QString &fault) const;
     QString logFile() const;
-    support::Expected<void, QString> loadPlugin();
+    support::Expected<void, QString> openLog();
+    support::Expected<void, QString> load(Plugin &plugin);
     void loadProperties();
     support::Expected<void, QString> writeProperties();
     QString propertiesFile() const;
@@ -119,7 +136,8 @@ private:
     const Options m_options;
     QString m_deviceIdDamage;
     QString m_propertiesDamage;
-    bool m_isMountFaultTaken = false;
+    QStringList m_descriptionFaults;
+    qsizetype m_mountFaultsTaken = 0;
     PluginWatch m_watch;
     std::function<void()> m_loadListener;
 
@@ -127,7 +145,8 @@ private:
     // their plug-in is still loaded, and the lock is given up last.
     std::unique_ptr<StateDirectory> m_state;
     std::unique_ptr<PluginLog> m_log;
-    std::unique_ptr<PluginHost> m_plugin;
+    std::vector<Plugin> m_plugins;     ///< as they were described, from makeTree() on
+    Plugin *m_profilePlugin = nullptr; ///< of them; null when none is described
     std::optional<AccountStore> m_accounts;
     std::unique_ptr<ManagementTree> m_tree;
 };

@@ -16,9 +16,6 @@ namespace client {
 /// nodes has to drop them first: their code is the plug-in's.
 class PluginHost {
 public:
-    /// Name by which the plug-in is looked for in the program's own library folder (its RUNPATH).
-    static constexpr char defaultFile[] = "libkubdmnapipluginlib.so.1";
-
     /// Loads a library with all its symbols bound, and checks its interface version and exports.
     /// @param file  a path, or a bare name that is looked for in the library folders
     /// @return never null; the error is a sentence that names the file and the reason

@@ -54,8 +54,8 @@ Expected<NextMount, QString> Mirror::mountAgain(const std::vector<TreeChange> &c
     if (objects.empty())
         objects = objectsOf(changes);
     looks.next = look(objects);
-    if (!m_device->tree().mountFault().isEmpty())
-        return Unexpected(m_device->tree().mountFault());
+    if (const QStringList faults = m_device->tree().mountFaults(); !faults.isEmpty())
+        return Unexpected(faults.first());
     return looks;
 }
 

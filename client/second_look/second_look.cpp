@@ -99,7 +99,7 @@ Expected<void, QString> SecondLook::copyState()
             return copied;
         return setUp(true);
     };
-    if (m_device.isPluginLoaded())
+    if (m_device.isProfilePluginLoaded())
         return copyProfiles();
     m_device.setLoadListener([this, copyProfiles] {
         if (const auto copied = copyProfiles(); !copied)
@@ -136,7 +136,8 @@ Expected<void, QString> SecondLook::setUp(bool isMounted)
     const DmDevice::Options options = m_device.optionsFor(m_folder);
     m_process.write(wire::withLength(wire::pack(wire::Setup{
         .folder = m_folder,
-        .pluginFile = options.pluginFile,
+        .pluginFolder = options.pluginFolder,
+        .profilePlugin = options.profilePlugin,
         .backend = options.profileBackend,
         .isCopied = m_device.hasProfilesInState(),
         .isMounted = isMounted,
@@ -214,7 +215,7 @@ Expected<void, QString> SecondLook::lookAt(const std::vector<TreeChange> &change
     if (!m_isSetUp)
         if (auto set = setUp(false); !set)
             return set;
-    if (m_observer && m_seen.empty() && m_device.isPluginLoaded())
+    if (m_observer && m_seen.empty() && m_device.isProfilePluginLoaded())
         if (auto looked = lookAtTree(); !looked)
             return looked;
     const auto answer = ask(wire::pack(wire::Request::Changes, changes));

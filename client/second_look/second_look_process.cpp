@@ -52,9 +52,11 @@ void serve(const QString &folder)
         if (request == wire::Request::Setup) {
             if (setup.folder != folder)
                 return;
-            mirror = std::make_unique<Mirror>(DmDevice::Options{.stateDirectory = setup.folder,
-                                                                .pluginFile = setup.pluginFile,
-                                                                .profileBackend = setup.backend});
+            mirror =
+                std::make_unique<Mirror>(DmDevice::Options{.stateDirectory = setup.folder,
+                                                           .pluginFolder = setup.pluginFolder,
+                                                           .profilePlugin = setup.profilePlugin,
+                                                           .profileBackend = setup.backend});
             if (setup.isCopied && !mirror->open())
                 return;
             if (setup.isCopied && setup.isMounted)

@@ -145,7 +145,8 @@ public:
     void setup(Setup &setup)
     {
         plain(setup.folder);
-        plain(setup.pluginFile);
+        plain(setup.pluginFolder);
+        plain(setup.profilePlugin);
         plain(setup.backend);
         plain(setup.isCopied);
         plain(setup.isMounted);

@@ -10,7 +10,8 @@ namespace client::wire {
 /// What the process is to do.
 struct Setup {
     QString folder; ///< that the copy is in, and that goes with the process
-    QString pluginFile;
+    QString pluginFolder;
+    QString profilePlugin;
     QString backend;        ///< as DmDevice::Options has it
     bool isCopied = false;  ///< whether changes are made once more on a copy of the profiles
     bool isMounted = false; ///< whether the client has mounted them

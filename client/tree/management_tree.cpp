@@ -120,10 +120,10 @@ void ManagementTree::mount(const NodeUri &root, const JemSmartPtr<DmtTree> &tree
 }
 
 void ManagementTree::mountWhenNeeded(const NodeUri &root, TreeSource source,
-                                     const MountTerms &terms)
+                                     const MountTerms &terms, int group)
 {
     m_deviceTree->addNodesAbove(root);
-    m_mounts.insert(m_mounts.end() - 1, {root, {}, terms, {}, {}, std::move(source)});
+    m_mounts.insert(m_mounts.end() - 1, {root, {}, terms, {}, {}, std::move(source), group});
     ++m_unmounted;
 }
 
@@ -139,19 +139,34 @@ std::vector<NodeUri> ManagementTree::unmountedRoots() const
 Outcome ManagementTree::need(const Mount &mount)
 {
     for (auto next = m_mounts.begin(); !mount.tree; ++next) {
-        if (next->tree)
+        if (next->tree || next->group != mount.group)
             continue;
-        if (m_mountFault.isEmpty()) {
+        const MountFault *fault = faultOf(mount.group);
+        if (!fault) {
             const auto tree = next->source();
             if (tree)
                 mountNow(*next, *tree);
             else
-                m_mountFault = tree.error();
+                fault = &m_mountFaults.emplace_back(MountFault{mount.group, tree.error()});
         }
-        if (!m_mountFault.isEmpty())
-            return {DmStatus::DataStoreFailure, m_mountFault};
+        if (fault)
+            return {DmStatus::DataStoreFailure, fault->reason};
     }
     return {};
+}
+
+const ManagementTree::MountFault *ManagementTree::faultOf(int group) const
+{
+    const auto fault = std::ranges::find(m_mountFaults, group, &MountFault::group);
+    return fault == m_mountFaults.end() ? nullptr : &*fault;
+}
+
+QStringList ManagementTree::mountFaults() const
+{
+    QStringList reasons;
+    for (const MountFault &fault : m_mountFaults)
+        reasons += fault.reason;
+    return reasons;
 }
 
 void ManagementTree::mountNow(Mount &mount, const JemSmartPtr<DmtTree> &tree)
@@ -282,7 +297,8 @@ std::vector<NodeUri> ManagementTree::twinsOf(QByteArrayView joinedNames)
 
 void ManagementTree::setProperties(PropertyStore properties)
 {
-    properties.keepOnly([this](const NodeUri &node) { return exists(node); });
+    properties.keepOnly(
+        [this](const NodeUri &node) { return mountOf(node).root.isRoot() || exists(node); });
     m_properties = std::move(properties);
 }
 

@@ -77,9 +77,11 @@ public:
     /// Makes a tree, or says in a sentence why there is none.
     using TreeSource = std::function<support::Expected<JemSmartPtr<DmtTree>, QString>()>;
     /// Hangs in a root whose tree is made and mounted when something first needs it, after the
-    /// trees of all roots that were hung in before. When that fails, nothing is mounted any more,
-    /// and whatever needs the tree ends with 510 and the reason.
-    void mountWhenNeeded(const NodeUri &root, TreeSource source, const MountTerms &terms);
+    /// trees of all roots of its group that were hung in before. When that fails, nothing of the
+    /// group is mounted any more, and whatever needs one of its trees ends with 510 and the reason.
+    /// @param group  of roots that one plug-in serves, and of no others
+    void mountWhenNeeded(const NodeUri &root, TreeSource source, const MountTerms &terms,
+                         int group = 0);
     /// What is done with a node.
     enum class Use {
         Read,    ///< the node is found and read, or its children are listed
@@ -89,8 +91,9 @@ public:
     /// Mounts what an operation of the owner will need.
     /// @return the reason why something cannot be mounted, now or since an earlier operation
     support::Expected<void, QString> mountFor(const NodeUri &uri, Use use);
-    /// Why mounting failed; empty as long as it has not.
-    const QString &mountFault() const { return m_mountFault; }
+    /// Why mounting failed, a sentence for each group that could not be mounted, in the order in
+    /// which they were needed.
+    QStringList mountFaults() const;
     /// The roots that nothing has needed yet.
     std::vector<NodeUri> unmountedRoots() const;
 
@@ -123,8 +126,9 @@ public:
     const PropertyStore &properties() const { return m_properties; }
     /// Numbers of the profiles that are mounted, by the names that their nodes have now.
     PropertyStore::ProfileNumbers profileNumbers() const;
-    /// Takes properties over, as far as their nodes exist. What they keep beneath roots that are
-    /// not mounted must be left for later, as PropertyStore::load does.
+    /// Takes properties over, as far as their nodes exist, or are where only a plug-in that is not
+    /// there now could have them. What they keep beneath roots that are not mounted must be left
+    /// for later, as PropertyStore::load does.
     void setProperties(PropertyStore properties);
     /// Writes the properties to a file when they have changed.
     support::Expected<void, QString> saveProperties(const QString &file);
@@ -159,6 +163,12 @@ private:
         PropertyStore::ProfileNumbers profileNumbers;
         std::multimap<quint32, NodeUri> nodesByProfile; ///< the same the other way round
         TreeSource source = {};                         ///< of a tree that comes when it is needed
+        int group = 0;
+    };
+
+    struct MountFault {
+        int group;
+        QString reason;
     };
 
     /// A list, and the joined names of the node that it was found on, which are part of those that
@@ -170,8 +180,11 @@ private:
 
     const Mount &mountOf(const NodeUri &uri) const { return mountOf(uri.joinedNames()); }
     const Mount &mountOf(QByteArrayView joinedNames) const;
-    /// Mounts the root, and before it those that were hung in before it. 510 when that fails.
+    /// Mounts the root, and before it those of its group that were hung in before it. 510 when that
+    /// fails.
     Outcome need(const Mount &mount);
+    /// Null as long as all that was needed of the group could be mounted.
+    const MountFault *faultOf(int group) const;
     /// The same, and with it whatever shows the same profiles: who may do what with a profile
     /// depends on all of its nodes, and a plug-in that changes one looks for the others.
     Outcome needTwinsOf(const Mount &mount);
@@ -217,7 +230,7 @@ private:
     PropertyStore m_properties;
     QString m_profileStore;
     QString m_propertiesFault; ///< empty when they could be read
-    QString m_mountFault;
+    std::vector<MountFault> m_mountFaults; ///< in the order in which they came
     CommandWatch *m_commandWatch = nullptr;
     ChangeObserver *m_changeObserver = nullptr;
     Clock m_clock = [] { return QDateTime::currentDateTimeUtc(); };

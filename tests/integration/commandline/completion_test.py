@@ -44,7 +44,7 @@ class CompletionTest(unittest.TestCase):
         self.assertEqual(self.offered("napictl", "show", "--s"), ["--show-secrets", "--state"])
         self.assertEqual(self.offered("dmclient", "session", "Test", "--m"),
                          ["--max-msg-size", "--max-obj-size"])
-        self.assertEqual(self.offered("dmclient", "ddf", "--p"), ["--plugin"])
+        self.assertEqual(self.offered("dmclient", "ddf", "--p"), ["--plugin", "--plugins"])
 
     def test_values(self):
         self.assertEqual(self.offered("napictl", "--backend", ""), ["sqlite", "networkmanager"])

@@ -607,7 +607,7 @@ TEST_F(ProfilesMountedWhenNeeded, AServerGetsNowhereWhileTheOtherNodeIsUnknown)
     EXPECT_EQ(code(server.replace(uri("./Conn/Office/Addr"), text("x"))), 510);
     EXPECT_EQ(code(owner.remove(uri("./Conn/Office"))), 510);
     EXPECT_EQ(mounted, "Conn Prox ") << "it is not tried again and again";
-    EXPECT_EQ(late.mountFault(), QStringLiteral("it is refused"));
+    EXPECT_EQ(late.mountFaults(), QStringList(QStringLiteral("it is refused")));
 }
 
 TEST_F(ProfileRightsTest, EveryServerManagesAProfileThatNoneHasMadeItsOwn)

@@ -5,6 +5,7 @@
 
 #include "dmnative_control.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
@@ -127,7 +128,7 @@ protected:
     {
         auto device = madeOrNull(
             DmDevice::open({.stateDirectory = directory.filePath(QStringLiteral("state")),
-                            .pluginFile = pluginFile(plugin)}),
+                            .profilePlugin = pluginFile(plugin)}),
             error);
         return device && noted(device->makeTree(), error) ? std::move(device) : nullptr;
     }
@@ -193,13 +194,13 @@ TEST_F(DmDeviceTest, APluginIsNotMissedBeforeItIsNeeded)
     const auto device = openUnmounted("no_such_plugin");
     ASSERT_NE(device, nullptr) << error.toStdString();
     EXPECT_TRUE(device->ownersView().find(uri("./DevInfo/Man")));
-    EXPECT_EQ(device->takeMountFault(), QString());
+    EXPECT_EQ(device->takeMountFaults(), QStringList());
     const Outcome outcome = device->ownersView().find(uri(connRoot)).outcome();
     EXPECT_EQ(outcome.status, DmStatus::DataStoreFailure);
     EXPECT_EQ(outcome.reason.indexOf(QStringLiteral("cannot load the plug-in")), 0)
         << outcome.reason.toStdString();
-    EXPECT_EQ(device->takeMountFault(), outcome.reason);
-    EXPECT_EQ(device->takeMountFault(), QString()) << "it was taken";
+    EXPECT_EQ(device->takeMountFaults(), QStringList(outcome.reason));
+    EXPECT_EQ(device->takeMountFaults(), QStringList()) << "it was taken";
     EXPECT_TRUE(device->ownersView().find(uri("./DevInfo/Man")));
 }
 
@@ -220,6 +221,118 @@ TEST_F(DmDeviceTest, APluginThatRefusesOneRootIsNotUsedAtAll)
 {
     EXPECT_EQ(open("plugin_of_one_root"), nullptr);
     EXPECT_TRUE(error.contains(QStringLiteral("IntProfs"))) << error.toStdString();
+}
+
+/// Plug-ins that files in a folder of the test's own describe.
+class DescribedPluginsTest : public DmDeviceTest {
+protected:
+    DescribedPluginsTest() { QDir(directory.path()).mkdir(QStringLiteral("plugins")); }
+
+    QString folder() const { return directory.filePath(QStringLiteral("plugins")); }
+    void describe(const char *file, const char *plugin, const char *root)
+    {
+        QFile description(folder() + u'/' + QString::fromLatin1(file));
+        ASSERT_TRUE(description.open(QIODevice::WriteOnly));
+        description.write("{\"library\": \"" + pluginFile(plugin).toUtf8() + "\", \"roots\": [\"" +
+                          root + "\"]}");
+    }
+    std::unique_ptr<DmDevice> openDescribed(const QString &profilePlugin = {})
+    {
+        auto device = madeOrNull(
+            DmDevice::open({.stateDirectory = directory.filePath(QStringLiteral("state")),
+                            .pluginFolder = folder(),
+                            .profilePlugin = profilePlugin}),
+            error);
+        return device && noted(device->makeTree(), error) ? std::move(device) : nullptr;
+    }
+    /// The status of finding a node, as the protocol numbers it; 0 for one that is there.
+    static int faultAt(DmDevice &device, const char *address)
+    {
+        const auto found = device.ownersView().find(uri(address));
+        return found ? 0 : static_cast<int>(found.outcome().status);
+    }
+};
+
+TEST_F(DescribedPluginsTest, EachHasItsNodes)
+{
+    describe("10-profiles.json", "right_plugin", connRoot);
+    describe("20-vendor.json", "plugin_of_one_root", "./Vendor/Example");
+    const auto device = openDescribed();
+    ASSERT_NE(device, nullptr) << error.toStdString();
+    EXPECT_EQ(device->damage(), QStringList());
+    EXPECT_EQ(faultAt(*device, "./Vendor/Example/Office/Addr"), 0);
+    EXPECT_FALSE(isLoaded("right_plugin")) << "nothing needs it";
+    EXPECT_EQ(faultAt(*device, "./DevDetail/Ext/Conf/Conn/Profiles/Office/Addr"), 0);
+    EXPECT_EQ(device->profilePlugin(), pluginFile("right_plugin"));
+}
+
+TEST_F(DescribedPluginsTest, OneThatCannotBeLoadedTakesNothingFromTheOthers)
+{
+    describe("10-profiles.json", "right_plugin", connRoot);
+    describe("20-vendor.json", "no_such_plugin", "./Vendor/Example");
+    const auto device = openDescribed();
+    ASSERT_NE(device, nullptr) << error.toStdString();
+    EXPECT_EQ(faultAt(*device, "./Vendor/Example/Office"), 510);
+    EXPECT_EQ(faultAt(*device, "./DevDetail/Ext/Conf/Conn/Profiles/Office"), 0);
+    EXPECT_EQ(device->takeMountFaults().size(), 1);
+}
+
+TEST_F(DescribedPluginsTest, OneThatIsNotDescribedRightIsLeftOutAndNamed)
+{
+    describe("10-profiles.json", "right_plugin", connRoot);
+    describe("20-vendor.json", "right_plugin", "./DevInfo/Man");
+    const auto device = openDescribed();
+    ASSERT_NE(device, nullptr) << error.toStdString();
+    EXPECT_EQ(
+        device->damage().join(u'\n').replace(folder(), QStringLiteral("FOLDER")).toStdString(),
+        "FOLDER/20-vendor.json: ./DevInfo/Man: the client has nodes of its own there; the "
+        "client goes on without that plug-in");
+    EXPECT_EQ(device->reasonAgainstServers(), QString());
+    EXPECT_EQ(faultAt(*device, "./DevDetail/Ext/Conf/Conn/Profiles/Office"), 0);
+}
+
+TEST_F(DescribedPluginsTest, AnotherLibraryTakesThePlaceOfThatOfTheProfiles)
+{
+    describe("10-vendor.json", "right_plugin", "./Vendor/Example");
+    EXPECT_EQ(openDescribed(pluginFile("right_plugin")), nullptr);
+    EXPECT_EQ(error.replace(folder(), QStringLiteral("FOLDER"))
+                  .replace(pluginFile("right_plugin"), QStringLiteral("FILE"))
+                  .toStdString(),
+              "FILE cannot take the place of a plug-in: none that has the profiles is described in "
+              "FOLDER");
+    describe("20-profiles.json", "no_such_plugin", connRoot);
+    const auto device = openDescribed(pluginFile("right_plugin"));
+    ASSERT_NE(device, nullptr) << error.toStdString();
+    EXPECT_EQ(faultAt(*device, "./DevDetail/Ext/Conf/Conn/Profiles/Office"), 0);
+}
+
+TEST_F(DescribedPluginsTest, ListsOfNodesWhosePluginIsAbsentForARunAreKept)
+{
+    constexpr const char *addresses[] = {"./Vendor/Example/Office",
+                                         "./DevDetail/Ext/Conf/Conn/Profiles/Office"};
+    describe("10-profiles.json", "right_plugin", connRoot);
+    describe("20-vendor.json", "right_plugin", "./Vendor/Example");
+    const auto change = [this](const char *address, Property property, const char *text) {
+        const auto device = openDescribed();
+        ASSERT_NE(device, nullptr) << error.toStdString();
+        EXPECT_TRUE(device->ownersView().replaceProperty(uri(address), property, text));
+        EXPECT_TRUE(noted(device->saveProperties(), error)) << error.toStdString();
+    };
+    for (const char *address : addresses)
+        change(address, Property::Acl, "Get=a.example");
+    for (const char *file : {"/10-profiles.json", "/20-vendor.json"})
+        ASSERT_TRUE(QFile::remove(folder() + QString::fromLatin1(file)));
+    change(".", Property::Title, "Mine");
+
+    describe("10-profiles.json", "right_plugin", connRoot);
+    describe("20-vendor.json", "right_plugin", "./Vendor/Example");
+    const auto device = openDescribed();
+    for (const char *address : addresses)
+        EXPECT_EQ(device->ownersView()
+                      .property(*device->ownersView().find(uri(address)), Property::Acl)
+                      ->toStdString(),
+                  "Get=a.example")
+            << address;
 }
 
 TEST_F(DmDeviceTest, TreesAreDroppedBeforeTheirPluginIsUnloaded)

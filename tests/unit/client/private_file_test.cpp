@@ -200,7 +200,7 @@ TEST_F(PrivateFileTest, WhatIsNoJsonObjectIsRefusedWithThePlace)
     write("{\"a\": ");
     EXPECT_TRUE(objectError().starts_with(": byte ")) << error.toStdString();
     write("[]");
-    EXPECT_EQ(objectError(), ": byte 0: no JSON object");
+    EXPECT_EQ(objectError(), ": byte 0: not a JSON object");
     write("");
     EXPECT_EQ(objectError(), ": byte 0: illegal value");
     write("{\"a\": 1}");

@@ -510,7 +510,7 @@ TEST_F(PropertyFile, MayBeMissing)
 TEST_F(PropertyFile, SaysWhatIsWrongInItAndWhere)
 {
     EXPECT_EQ(errorOf("{\"./A\": {"), "byte 9: unterminated object");
-    EXPECT_EQ(errorOf("[]"), "byte 0: no JSON object");
+    EXPECT_EQ(errorOf("[]"), "byte 0: not a JSON object");
     EXPECT_EQ(errorOf("{\"./A/\": {}}"), "./A/ is not a node with properties");
     EXPECT_EQ(errorOf("{\"./P/#x\": {}}"), "./P/#x is not a node with properties");
     EXPECT_EQ(errorOf("{\"./P/#5/\": {}}"), "./P/#5/ is not a node with properties");

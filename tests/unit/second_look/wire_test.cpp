@@ -73,15 +73,20 @@ bool isRead(const QByteArray &frame)
 TEST(WireTest, ASetupIsReadAsItWasWritten)
 {
     for (const bool isCopied : {false, true}) {
-        const wire::Setup written{QStringLiteral("/state/\u00e4"), QStringLiteral("plugin.so"),
-                                  QStringLiteral("sqlite"), isCopied, !isCopied};
+        const wire::Setup written{QStringLiteral("/state/\u00e4"),
+                                  QStringLiteral("/plugins"),
+                                  QStringLiteral("plugin.so"),
+                                  QStringLiteral("sqlite"),
+                                  isCopied,
+                                  !isCopied};
         Request request = Request::NextMount;
         wire::Setup read;
         std::vector<TreeChange> changes;
         ASSERT_TRUE(unpack(pack(written), request, read, changes));
         EXPECT_EQ(request, Request::Setup);
         EXPECT_EQ(read.folder, written.folder);
-        EXPECT_EQ(read.pluginFile, written.pluginFile);
+        EXPECT_EQ(read.pluginFolder, written.pluginFolder);
+        EXPECT_EQ(read.profilePlugin, written.profilePlugin);
         EXPECT_EQ(read.backend, written.backend);
         EXPECT_EQ(read.isCopied, written.isCopied);
         EXPECT_EQ(read.isMounted, written.isMounted);

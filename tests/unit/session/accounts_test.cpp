@@ -263,7 +263,7 @@ TEST_F(AccountsTest, StoreThatWouldBeTooLargeTakesNoMore)
 TEST_F(AccountsTest, FileThatCannotBeReadSaysWhyAndIsNotWritten)
 {
     write("[]");
-    EXPECT_EQ(damage(), "byte 0: no JSON object");
+    EXPECT_EQ(damage(), "byte 0: not a JSON object");
     write(QByteArray(1024 * 1024 + 1, ' '));
     EXPECT_TRUE(AccountStore::load(file()).damage().endsWith(
         QStringLiteral("is larger than 1048576 bytes")));
