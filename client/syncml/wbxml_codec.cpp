@@ -1,5 +1,6 @@
 #include "wbxml_codec.h"
 
+#include "byte_reader.h"
 #include "element_sink.h"
 #include "element_source.h"
 #include "message_reader.h"
@@ -55,7 +56,7 @@ QString hex(quint32 number)
 class WbxmlSource final : public ElementSource {
 public:
     WbxmlSource(const QByteArray &bytes, const Limits &limits)
-        : ElementSource(limits), m_bytes(bytes)
+        : ElementSource(limits), m_bytes(bytes), m_reader(m_bytes)
     {
         if (checkSize(bytes.size()))
             readPrologue();
@@ -94,7 +95,7 @@ protected:
         return Token::Failed;
     }
 
-    void locate(DecodeError &error) const override { error.offset = m_at; }
+    void locate(DecodeError &error) const override { error.offset = m_reader.place(); }
 
 private:
     // ---- prologue
@@ -174,7 +175,7 @@ private:
 
     Token finish()
     {
-        if (m_at == m_bytes.size())
+        if (m_reader.isAtEnd())
             return Token::Finished;
         fail(400, QStringLiteral("bytes after the end of the message"));
         return Token::Failed;
@@ -199,14 +200,8 @@ private:
 
     Token readInlineString()
     {
-        const QByteArrayView rest = QByteArrayView(m_bytes).sliced(m_at);
-        const qsizetype size = rest.indexOf('\0');
-        if (size < 0) {
-            failTruncated();
+        if (!checked(m_reader.readTerminated(m_text)))
             return Token::Failed;
-        }
-        m_text = rest.first(size);
-        m_at += size + 1;
         return Token::Text;
     }
 
@@ -230,46 +225,16 @@ private:
 
     // ---- bytes
 
-    bool readByte(quint8 &byte)
-    {
-        if (m_at == m_bytes.size()) {
-            failTruncated();
-            return false;
-        }
-        byte = static_cast<quint8>(m_bytes[m_at++]);
-        return true;
-    }
+    bool readByte(quint8 &byte) { return checked(m_reader.readByte(byte)); }
+    bool readNumber(quint32 &number) { return checked(m_reader.readNumber(number)); }
+    bool take(quint32 size, QByteArrayView &bytes) { return checked(m_reader.take(size, bytes)); }
 
-    /// A number in groups of seven bits, the highest first; all but the last have the top bit set.
-    bool readNumber(quint32 &number)
+    /// Records the fault of a step that failed.
+    bool checked(bool wasRead)
     {
-        constexpr quint8 continuationBit = 0x80;
-        constexpr int bitsPerByte = 7;
-        number = 0;
-        quint8 byte = 0;
-        do {
-            if (!readByte(byte))
-                return false;
-            if (number > std::numeric_limits<quint32>::max() >> bitsPerByte) {
-                fail(400, QStringLiteral("a number of more than 32 bits"));
-                return false;
-            }
-            number = number << bitsPerByte | (byte & ~continuationBit & 0xFFu);
-        } while (byte & continuationBit);
-        return true;
-    }
-
-    bool take(quint32 size, QByteArrayView &bytes)
-    {
-        if (size > static_cast<quint64>(m_bytes.size() - m_at)) {
-            fail(400, QStringLiteral("%1 bytes announced, but only %2 are left")
-                          .arg(size)
-                          .arg(m_bytes.size() - m_at));
-            return false;
-        }
-        bytes = QByteArrayView(m_bytes).sliced(m_at, size);
-        m_at += size;
-        return true;
+        if (!wasRead)
+            fail(400, m_reader.fault());
+        return wasRead;
     }
 
     bool tableString(quint32 index, QByteArrayView &text)
@@ -285,12 +250,10 @@ private:
         return true;
     }
 
-    void failTruncated() { fail(400, QStringLiteral("the message breaks off")); }
-
     const QByteArray m_bytes;
+    ByteReader m_reader;
     QByteArrayView m_stringTable;
     QByteArray m_entity; ///< the last one, in UTF-8
-    qsizetype m_at = 0;
     qsizetype m_open = 0; ///< elements begun and not ended
     quint8 m_page = syncmlPage;
     bool m_rootRead = false;
