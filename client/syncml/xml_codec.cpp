@@ -97,6 +97,7 @@ protected:
             return Token::End;
         case XmlParser::EventKind::Finished:
             return Token::Finished;
+        case XmlParser::EventKind::Attribute: // not asked for
         case XmlParser::EventKind::Refused:
             break;
         }

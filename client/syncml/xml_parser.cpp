@@ -101,8 +101,8 @@ struct XmlParser::Handlers {
     }
 };
 
-XmlParser::XmlParser(const QByteArray &document, const Limits &limits)
-    : m_document(document), m_limits(limits),
+XmlParser::XmlParser(const QByteArray &document, const Limits &limits, Attributes attributes)
+    : m_document(document), m_limits(limits), m_attributes(attributes),
       m_expat(XML_ParserCreateNS("UTF-8", nameSeparator), XML_ParserFree)
 {
     if (!m_expat)
@@ -182,6 +182,7 @@ XmlParser::Event XmlParser::next()
     m_place = stored.at;
     event.kind = stored.kind;
     event.element = stored.element;
+    event.attributes = stored.attributes;
     event.name = texts.sliced(begin, nameSize);
     event.text = texts.sliced(begin + nameSize, static_cast<qsizetype>(stored.textSize));
     return event;
@@ -200,7 +201,7 @@ XmlParser::Place XmlParser::place() const
 XmlParser::StoredEvent &XmlParser::store(EventKind kind)
 {
     return m_events.emplace_back(
-        StoredEvent{kind, Element::Unknown, parserPlace(), m_texts.size(), 0, 0});
+        StoredEvent{kind, Element::Unknown, parserPlace(), m_texts.size(), 0, 0, 0});
 }
 
 /// Gives the event what was appended to the texts after its name.
@@ -259,8 +260,25 @@ void XmlParser::startElement(const char *name, const char **attributes)
     }
     if (event.element == Element::Data && m_dataDepth == 0)
         m_dataDepth = m_depth;
+    if (m_attributes == Attributes::Told)
+        tellAttributes(attributes);
     if (m_depth > m_limits.depth)
         stop();
+}
+
+/// Stores the attributes after their Start, which is the last event.
+void XmlParser::tellAttributes(const char **attributes)
+{
+    const std::size_t start = m_events.size() - 1;
+    for (const char *const *attribute = attributes; *attribute; attribute += 2) {
+        StoredEvent &event = store(EventKind::Attribute);
+        const QualifiedName name{attribute[0]};
+        m_texts += name.local;
+        event.nameSize = name.local.size();
+        m_texts += attribute[1];
+        closeText(event);
+        ++m_events[start].attributes;
+    }
 }
 
 void XmlParser::endElement(const char *name)

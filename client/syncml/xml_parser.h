@@ -20,20 +20,28 @@ namespace syncml {
 /// reads takes that before the next piece is parsed.
 class XmlParser {
 public:
+    /// Whether attributes are told. DM messages have none of their own.
+    enum class Attributes { Skipped, Told };
+
     /// @param document  in UTF-8, whatever its declaration says
-    XmlParser(const QByteArray &document, const Limits &limits);
+    XmlParser(const QByteArray &document, const Limits &limits,
+              Attributes attributes = Attributes::Skipped);
     ~XmlParser();
     XmlParser(const XmlParser &) = delete;
     XmlParser &operator=(const XmlParser &) = delete;
 
-    enum class EventKind { Start, Text, End, Finished, Refused };
+    enum class EventKind { Start, Attribute, Text, End, Finished, Refused };
 
     struct Event {
         EventKind kind = EventKind::Finished;
         Element element = Element::Unknown; ///< of a Start
         // These last until the next event is asked for.
-        QByteArrayView name; ///< local name of a Start whose element is Unknown
-        /// A Text's bytes, all up to the next tag, references resolved. Inside Data also what a tag
+        /// Local name of a Start whose element is Unknown, and of an Attribute. The attributes of a
+        /// tag come after its Start; declarations of namespaces are none.
+        QByteArrayView name;
+        int attributes = 0; ///< of a Start: so many Attributes follow
+        /// A Text's bytes, all up to the next tag, references resolved, and the value of an
+        /// Attribute, white space in it being blanks. Inside Data also what a tag
         /// is in markup that stands alone: of a Start all but its closing bracket, with the
         /// namespaces that are declared outside Data, and of an End the name.
         QByteArrayView text;
@@ -65,6 +73,7 @@ private:
         std::size_t textBegin; ///< in m_texts: the name, and the text after it
         std::size_t nameSize;
         std::size_t textSize;
+        int attributes; ///< of a Start, as far as they are told
     };
     struct QualifiedName;
     struct Declaration {
@@ -77,6 +86,7 @@ private:
     qsizetype parserPlace() const;
     StoredEvent &store(EventKind kind);
     void closeText(StoredEvent &event);
+    void tellAttributes(const char **attributes);
     /// Ends the parsing. What was told before remains.
     void stop();
     void refuse(int status, const QString &text);
@@ -99,6 +109,7 @@ private:
 
     const QByteArray m_document;
     const Limits m_limits;
+    const Attributes m_attributes;
     std::unique_ptr<XML_ParserStruct, void (*)(XML_ParserStruct *)> m_expat;
     qsizetype m_fed = 0;      ///< bytes that expat was given
     bool m_isStopped = false; ///< nothing more is parsed

@@ -55,6 +55,31 @@ TEST(XmlParserTest, TellsTextsWholeAndTagsInsideDataAsMarkup)
     EXPECT_EQ(parser.next().kind, Kind::Finished);
 }
 
+TEST(XmlParserTest, TellsAttributesAfterTheirTagWhenTheyAreAskedFor)
+{
+    const QByteArray document = "<a xmlns:p='u' x='1&amp;\n2' p:y=''>\n<b/></a>";
+    XmlParser parser(document, Limits(), XmlParser::Attributes::Told);
+    XmlParser::Event event = parser.next();
+    EXPECT_EQ(event.kind, Kind::Start);
+    EXPECT_EQ(event.name.toByteArray(), "a");
+    EXPECT_EQ(event.attributes, 2);
+    event = parser.next();
+    EXPECT_EQ(event.kind, Kind::Attribute);
+    EXPECT_EQ(event.name.toByteArray(), "x");
+    EXPECT_EQ(event.text.toByteArray(), "1& 2");
+    EXPECT_EQ(parser.place().line, 1);
+    event = parser.next();
+    EXPECT_EQ(event.kind, Kind::Attribute);
+    EXPECT_EQ(event.name.toByteArray(), "y");
+    EXPECT_EQ(event.text.toByteArray(), "");
+    EXPECT_EQ(parser.next().kind, Kind::Text);
+    event = parser.next();
+    EXPECT_EQ(event.kind, Kind::Start);
+    EXPECT_EQ(event.name.toByteArray(), "b");
+    EXPECT_EQ(event.attributes, 0);
+    EXPECT_FALSE(everythingToldOf(document, Limits()).events.contains(Kind::Attribute));
+}
+
 // What is beyond a limit would be kept until somebody has taken what comes before it.
 
 TEST(XmlParserTest, TellsNothingBeyondTheFirstElementThatIsTooDeep)
