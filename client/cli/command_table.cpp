@@ -28,6 +28,11 @@ QStringList formatWords()
     return {names.begin(), names.end()};
 }
 
+QStringList askedForWords()
+{
+    return {QStringLiteral("-")};
+}
+
 QStringList encodingWords()
 {
     return {QStringLiteral("xml"), QStringLiteral("wbxml")};
@@ -90,6 +95,14 @@ constexpr Option sessionOptions[] = {
 };
 constexpr Option accountOptions[] = {
     {"json", nullptr, "print accounts as JSON: list and show"},
+};
+constexpr Option bootstrapOptions[] = {
+    {"pin", "-", "read the PIN that proves the message from standard input", ValueKind::OneOf,
+     askedForWords},
+    {"imsi", "IMSI", "the subscriber whom a message is for that the network proves",
+     ValueKind::Text},
+    {"yes", nullptr, "apply it without a question"},
+    {"json", nullptr, "print what is applied as one JSON object, and ask nothing"},
 };
 constexpr Option reportOptions[] = {
     {"output", "FILE", "the page; without it the first record's name with .html, in this folder",
@@ -161,6 +174,11 @@ constexpr CommandRow rows[] = {
       ValueKind::Text, accountWords, accountFieldWords, accountDetails},
      Needs::Accounts,
      runAccount},
+    {{"bootstrap", "FILE",
+      "set up accounts and profiles from a bootstrap message (- is standard input)", 1, 1,
+      bootstrapOptions, ValueKind::File},
+     Needs::Tree,
+     runBootstrap},
     {{"record", "list | show [NAME | FILE] | remove NAME... | remove --all",
       "list, show or remove the records that are kept of sessions", 1, anyNumber, recordOptions,
       ValueKind::Text, recordWords},
@@ -204,7 +222,8 @@ commandsWith(std::initializer_list<const commandline::Command *> ownRows)
 
 constexpr commandline::ExitMeaning exitStatuses[] = {
     {ExitStatus::Success, "every DM command succeeded"},
-    {ExitStatus::Failed, "a DM command was answered 4xx or 5xx"},
+    {ExitStatus::Failed, "a DM command was answered 4xx or 5xx, or a bootstrap message "
+                         "was not applied"},
     {ExitStatus::WrongUsage, "wrong usage: the command line, a line of the shell or an input file"},
     {ExitStatus::Unusable, "the plug-in or the state cannot be used, or something that should be "
                            "kept or printed cannot be written"},

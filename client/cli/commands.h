@@ -30,6 +30,7 @@ QStringList accountWords();
 QStringList accountFieldWords();
 /// Says which fields an account has.
 QStringList accountDetails();
+ExitStatus runBootstrap(Context &context);
 ExitStatus runRecord(Context &context);
 /// What can be done with records.
 QStringList recordWords();

@@ -1,0 +1,166 @@
+#include "plan_application.h"
+
+#include "undo_log.h"
+
+namespace client::bootstrap {
+
+using support::Expected;
+using support::Unexpected;
+
+// ---- Before --------------------------------------------------------------------------------------
+
+namespace {
+
+Expected<void, QString> checkAccount(const PlannedAccount &planned, const AccountStore &accounts,
+                                     const SameHost &areSameHost)
+{
+    const QByteArray &serverId = planned.account.serverId;
+    const auto isThere = [](const QString &name) {
+        return Unexpected(
+            QStringLiteral("there is an account of that server already: %1").arg(name));
+    };
+    for (const auto &[name, account] : accounts.accounts()) {
+        if (account.serverId == serverId)
+            return isThere(name);
+        if (areSameHost(account.address, planned.account.address))
+            return Unexpected(QStringLiteral("%1 is on the host of the account %2")
+                                  .arg(planned.account.address.toString(), name));
+    }
+    for (const auto &[name, account] : accounts.damagedAccounts())
+        if (account.serverId == serverId)
+            return isThere(name);
+    if (accounts.find(planned.name) || accounts.damagedAccounts().contains(planned.name))
+        return Unexpected(QStringLiteral("there is an account %1 already").arg(planned.name));
+    return {};
+}
+
+Expected<void, QString> checkProfile(const PlannedProfile &profile, const TreeView &tree)
+{
+    for (const NodeUri &root : profileRoots()) {
+        const NodeUri node = root.child(profile.name);
+        const Result<TreeNode> found = tree.find(node);
+        if (found)
+            return Unexpected(
+                QStringLiteral("there is a profile %1 already").arg(node.toDisplay()));
+        if (found.error().status != DmStatus::NotFound)
+            return Unexpected(describe(found.error()));
+    }
+    return {};
+}
+
+} // namespace
+
+Expected<void, QString> checkAgainst(const ProvisioningPlan &plan, DmDevice &device,
+                                     const SameHost &areSameHost)
+{
+    if (const QString damage = device.reasonAgainstServers(); !damage.isEmpty())
+        return Unexpected(damage);
+    for (const PlannedAccount &account : plan.accounts)
+        if (auto checked = checkAccount(account, device.accounts(), areSameHost); !checked)
+            return checked;
+    for (const PlannedProfile &profile : plan.profiles)
+        if (auto checked = checkProfile(profile, device.ownersView()); !checked)
+            return checked;
+    return {};
+}
+
+// ---- The change ----------------------------------------------------------------------------------
+
+namespace {
+
+class Application {
+public:
+    Application(const ProvisioningPlan &plan, DmDevice &device)
+        : m_plan(plan), m_device(device), m_tree(device.ownersView()), m_undo(device.tree())
+    {
+    }
+
+    Expected<void, ApplicationFault> run()
+    {
+        for (const PlannedProfile &profile : m_plan.profiles)
+            if (auto added = addProfile(profile); !added)
+                return takeBack(added.error());
+        for (const PlannedAccount &planned : m_plan.accounts) {
+            if (auto kept = m_device.putAccount(planned.name, planned.account); !kept)
+                return takeBack(kept.error());
+            m_accounts += planned.name;
+        }
+        return {};
+    }
+
+private:
+    Expected<void, QString> addProfile(const PlannedProfile &profile)
+    {
+        for (const PlannedNode &node : profile.nodes) {
+            const bool isInterior = node.format == QStringLiteral("node");
+            const auto object = m_device.tree().objectOf(node.uri);
+            if (object == node.uri) {
+                m_undo.note(node.uri);
+                m_objects.push_back(node.uri);
+            }
+            TreeView::NewValue value{node.format, {}, {}};
+            if (!isInterior)
+                value.data = node.value;
+            if (auto done = watched(QStringLiteral("Add"), node.uri,
+                                    [&] { return m_tree.add(node.uri, value); });
+                !done)
+                return done;
+        }
+        return m_plan.acl.isEmpty() ? Expected<void, QString>() : giveRights(profile);
+    }
+
+    /// One list goes for every node of a profile.
+    Expected<void, QString> giveRights(const PlannedProfile &profile)
+    {
+        const NodeUri &node = profile.nodes.front().uri;
+        return watched(QStringLiteral("Replace"), node, [&] {
+            return m_tree.replaceProperty(node, Property::Acl, m_plan.acl.toText());
+        });
+    }
+
+    /// Runs an operation. @return how it failed, with what was said meanwhile
+    template <class Operation>
+    Expected<void, QString> watched(const QString &name, const NodeUri &node, Operation operation)
+    {
+        CommandWatch *const watch = m_device.tree().commandWatch();
+        if (watch)
+            watch->begin(name, QString::fromLatin1(node.toUri()));
+        Outcome outcome = operation();
+        if (watch)
+            watch->end(outcome);
+        if (outcome)
+            return {};
+        return Unexpected(
+            QStringLiteral("%1 %2: %3").arg(name, node.toDisplay(), describe(outcome)));
+    }
+
+    Expected<void, ApplicationFault> takeBack(const QString &reason)
+    {
+        ApplicationFault fault{reason, {}};
+        for (const QString &name : m_accounts)
+            if (const auto removed = m_device.removeAccount(name); !removed)
+                fault.left +=
+                    QStringLiteral("the account %1 is left: %2").arg(name, removed.error());
+        const std::vector<bool> isBack = m_undo.rollBack();
+        for (std::size_t i = 0; i < m_objects.size(); ++i)
+            if (!isBack[i])
+                fault.left += QStringLiteral("%1 is left").arg(m_objects[i].toDisplay());
+        return Unexpected(fault);
+    }
+
+    const ProvisioningPlan &m_plan;
+    DmDevice &m_device;
+    TreeView m_tree;
+    UndoLog m_undo;
+    std::vector<NodeUri> m_objects; ///< of the notes of the undo log
+    QStringList m_accounts;         ///< that were added
+};
+
+} // namespace
+
+Expected<void, ApplicationFault> apply(const ProvisioningPlan &plan, DmDevice &device)
+{
+    return Application(plan, device).run();
+}
+
+} // namespace client::bootstrap

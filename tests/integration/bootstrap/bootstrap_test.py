@@ -1,0 +1,197 @@
+"""dmclient bootstrap: from a message to profiles and accounts, or to nothing."""
+
+import json
+import os
+import unittest
+
+from bootstrap_messages import (CONNECTIVITY_XML, BlankHandsetTest, access_point, application,
+                                characteristic, document, half_octets, parm, push, vector)
+from handset import CONN, PROXY
+from sessions import REFUSED, SUCCESS, USAGE
+from terminal import Terminal
+
+PIN = b"1234"
+IMSI = "310170123456789"
+ID = "com.example.dm"
+
+
+class BootstrapTest(BlankHandsetTest):
+    # ---- What is made
+
+    def test_a_push_gives_a_blank_handset_its_access_point_and_its_server(self):
+        printed, errors = self.bootstrap(push(vector("cp.wbxml"), "USERPIN", PIN), "--pin", "-",
+                                         "--yes", stdin=b"1234\n")
+        self.assertIn("next: dmclient session 'Example DM'\n", printed)
+        self.assertEqual(errors, "")
+        profile = self.handset.profile("Kub Internet")
+        self.assertEqual(profile["gprs"], {"address": "internet.example", "authId": "user",
+                                           "authPassword": "pass", "dns1": "192.0.2.53",
+                                           "dns2": "0.0.0.0", "linger": 300})
+        self.assertEqual(profile["proxy1"], {"address": "192.0.2.80", "port": 8080})
+        self.assertEqual(self.get(f"{CONN}/Kub Internet/Bearer", f"{PROXY}/Kub Internet/Ph1/Conn"),
+                         ["GSM-GPRS", "Kub Internet"])
+        acl = f"Delete={ID}&Get={ID}&Replace={ID}"
+        self.assertEqual(self.get("--prop", "ACL", f"{CONN}/Kub Internet"), [acl])
+        shown = json.loads(self.handset.dmclient("account", "show", "Example DM", "--json",
+                                                 "--show-secrets").stdout)
+        self.assertEqual(
+            shown, {"name": "Example DM", "address": "https://dm.example.com/dm", "server-id": ID,
+                    "title": "Example DM", "client-auth": "md5", "client-name": "dev1",
+                    "client-secret": "devpw", "client-nonce": "bm9uY2Ux", "server-auth": "md5",
+                    "server-name": ID, "server-secret": "srvpw", "server-nonce": "bm9uY2Uy"})
+        self.assertIn("Kub Internet", self.handset.dmclient("tree", CONN).stdout.decode())
+
+    def test_xml_and_wbxml_make_the_same(self):
+        made = []
+        for name in ("cp.xml", "cp.wbxml"):
+            self.setUp()
+            self.bootstrap(vector(name), "--yes")
+            made.append((self.handset.export(), self.accounts()))
+        self.assertEqual(made[0], made[1])
+        self.assertEqual(len(made[0][0]), 1)
+
+    def test_a_published_message_makes_its_access_points(self):
+        mac = "AA2DC41FC48AEEF3FED7351B1EE704461A8894D4"
+        message = push(vector("published-userpin.wbxml"), "USERPIN", mac=mac)
+        self.bootstrap(message, "--pin", "-", "--yes", stdin=b"0000\n")
+        exported = self.handset.export()
+        self.assertEqual(sorted(exported), ["CHT_MMS", "CHT_emome"])
+        self.assertEqual(exported["CHT_MMS"]["proxy1"], {"address": "10.1.1.1", "port": 8080})
+        self.assertEqual(self.accounts(), [])
+
+    def test_a_profile_without_a_server_has_the_rights_of_every_other(self):
+        self.bootstrap(document(access_point("Net")), "--yes")
+        self.assertEqual(self.get("--prop", "ACL", f"{CONN}/Net"),
+                         ["Add=*&Delete=*&Get=*&Replace=*"])
+
+    def test_json_has_the_plan_its_proof_and_what_became_of_it(self):
+        message = push(vector("cp.wbxml"), "USERPIN", PIN)
+        printed, _ = self.bootstrap(message, "--pin", "-", "--json", stdin=b"1234\n",
+                                    status=REFUSED)
+        plan = json.loads(printed)
+        self.assertEqual((plan["proof"], plan["applied"]), ("USERPIN", False))
+        self.assertEqual(plan["accounts"][0]["client-secret"], "********")
+        self.assertEqual(len(plan["ignored"]), 1)
+        self.assert_untouched()
+        printed, _ = self.bootstrap(message, "--pin", "-", "--json", "--yes", stdin=b"1234\n")
+        self.assertTrue(json.loads(printed)["applied"])
+        self.assertEqual(len(self.accounts()), 1)
+
+    # ---- What proves a message
+
+    def test_a_message_of_the_network_is_proved_by_the_imsi(self):
+        for security, key, words, stdin in (
+                ("NETWPIN", half_octets(IMSI), ("--imsi", IMSI), None),
+                ("USERNETWPIN", half_octets(IMSI) + PIN, ("--imsi", IMSI, "--pin", "-"), b"1234\n")):
+            self.setUp()
+            message = push(vector("cp.wbxml"), security, key)
+            wrong = ("--imsi", IMSI[:-1] + "0", *words[2:])
+            self.refused("MAC is wrong" if security == "NETWPIN" else "the PIN is wrong", message,
+                         "--yes", *wrong, stdin=stdin)
+            self.refused("--imsi says which", message, "--yes", status=USAGE)
+            self.bootstrap(message, "--yes", *words, stdin=stdin)
+            self.assertEqual(len(self.accounts()), 1)
+
+    def test_a_wrong_pin_a_missing_one_and_one_for_nothing_are_refused(self):
+        message = push(vector("cp.wbxml"), "USERPIN", PIN)
+        self.refused("the PIN is wrong", message, "--yes", "--pin", "-", stdin=b"1235\n")
+        self.refused("the message needs a PIN", message, "--yes", status=USAGE)
+        self.refused("no proof that a PIN", vector("cp.wbxml"), "--yes", "--pin", "-", status=USAGE)
+        self.refused("no proof that an IMSI", message, "--yes", "--imsi", IMSI, status=USAGE)
+        self.refused("USERPINMAC", push(b"x", "USERPINMAC", mac="1"), "--yes", status=USAGE)
+
+    def test_a_message_without_a_mac_says_so(self):
+        _, errors = self.bootstrap(vector("cp.wbxml"), "--yes")
+        self.assertIn("the message has no MAC", errors)
+
+    # ---- All or nothing
+
+    def test_nothing_is_applied_without_somebody_who_says_so(self):
+        self.refused("nobody can be asked", vector("cp.xml"))
+
+    def test_a_store_that_becomes_full_is_left_as_it_was(self):
+        message = document(access_point("One"), access_point("Two"),
+                           application("a", "https://a.example/"))
+        printed = self.bootstrap(message, "--yes", status=REFUSED, KUB_NAPI_MAX="1")
+        self.assertIn("nothing is applied: Add", printed[1])
+        self.assertIn("Two", printed[1])
+        self.assert_untouched()
+        self.assertEqual(self.get(CONN), [])
+
+    def test_accounts_that_cannot_be_kept_take_the_profiles_along(self):
+        self.handset.dmclient("account", "list")
+        accounts = self.handset.client_file("accounts.json")
+        os.mkdir(accounts)
+        self.bootstrap(vector("cp.xml"), "--yes", status=REFUSED)
+        os.rmdir(accounts)
+        self.assert_untouched()
+
+    def test_what_is_there_is_never_overwritten(self):
+        self.bootstrap(vector("cp.xml"), "--yes")
+        before = self.handset.export(), self.accounts()
+        other = access_point("Other")
+        for reason, message in (
+                ("an account of that server", vector("cp.wbxml")),
+                ("an account of that server", document(other, application(ID, "https://b.example/"))),
+                ("on the host of the account",
+                 document(other, application("b", "https://DM.example.com:444/x"))),
+                ("an account Example DM already",
+                 document(other, application("b", "https://b.example/", parm("NAME", "Example DM")))),
+                ("a profile", document(other, access_point("x", parm("NAME", "Kub Internet"))))):
+            _, errors = self.bootstrap(message, "--yes", status=REFUSED)
+            self.assertIn(reason, errors)
+            self.assertEqual((self.handset.export(), self.accounts()), before)
+
+    def test_what_is_not_for_this_device_is_told_and_fails(self):
+        printed, errors = self.bootstrap(document(characteristic("VENDORCONFIG")), "--yes",
+                                         status=REFUSED)
+        self.assertIn("ignored: VENDORCONFIG", printed)
+        self.assertIn("nothing in the message for this device", errors)
+        self.refused("a push of the media type", push(b"", media_type=0x3E), status=USAGE)
+
+    def test_a_file_that_is_missing_and_standard_input(self):
+        self.assertEqual(self.handset.dmclient("bootstrap", "/nonexistent").returncode, USAGE)
+        result = self.handset.dmclient("bootstrap", "-", "--yes", stdin=vector("cp.xml"))
+        self.assertEqual(result.returncode, SUCCESS, result.stderr)
+        self.assertEqual(len(self.accounts()), 1)
+        result = self.handset.dmclient("bootstrap", "-", "--pin", "-",
+                                       stdin=push(vector("cp.wbxml"), "USERPIN", PIN))
+        self.assertEqual(result.returncode, USAGE)
+
+    def test_a_push_of_xml(self):
+        self.bootstrap(push(vector("cp.xml"), "USERPIN", PIN, CONNECTIVITY_XML), "--pin", "-",
+                       "--yes", stdin=b"1234\n")
+        self.assertEqual(len(self.accounts()), 1)
+
+
+class BootstrapOnATerminalTest(BlankHandsetTest):
+    def terminal(self, content):
+        return Terminal(self, "bootstrap", self.message(content))
+
+    def test_the_plan_is_shown_and_asked_about(self):
+        for answer, status, count in (("no\n", REFUSED, 0), ("\n", REFUSED, 0), ("yes\n", SUCCESS, 1)):
+            terminal = self.terminal(vector("cp.xml"))
+            before = terminal.answer("yes or no: ", answer)
+            self.assertIn("account Example DM", before)
+            self.assertEqual(terminal.end()[0], status)
+            self.assertEqual(len(self.accounts()), count)
+
+    def test_a_pin_may_be_tried_three_times(self):
+        message = push(vector("cp.wbxml"), "USERPIN", PIN)
+        terminal = self.terminal(message)
+        for _ in range(3):
+            terminal.answer("PIN: ", "9999\n", hidden=True)
+        status, screen = terminal.end()
+        self.assertEqual(status, REFUSED)
+        self.assertIn("it is discarded", screen)
+        self.assertNotIn("9999", screen)
+        terminal = self.terminal(message)
+        for pin in ("9999\n", "99\n", "1234\n"):
+            terminal.answer("PIN: ", pin, hidden=True)
+        terminal.answer("yes or no: ", "y\n")
+        self.assertEqual(terminal.end()[0], SUCCESS)
+        self.assertEqual(len(self.accounts()), 1)
+
+
+if __name__ == "__main__":
+    unittest.main()
