@@ -80,13 +80,14 @@ export function seenEvents(events, earlier) {
 
 class Live {
     constructor() {
-        this.page = new Page([recordOf([])]);
+        this.page = new Page([recordOf([])], "Mount");
         this.handset = new Handset((what, event) => this.hear(what, event));
         this.work = new WorkPane(document.getElementById("work"), this.handset, this.page);
         this.page.onNode = (uri) => {
             this.work.address.value = uri;
             this.look();
         };
+        this.page.onRecord = (index) => this.page.tree.showUndone(this.page.records[index - 1], index - 1);
         this.waits = null;
         this.needsTree = false;
         document.getElementById("tab-work").hidden = false;

@@ -16,9 +16,12 @@ const PANES = ["work", "behind", "message", "tree", "compare"];
 const byId = (id) => document.getElementById(id);
 
 export class Page {
-    constructor(records) {
+    /// @param recordName  what one of several records is called
+    constructor(records, recordName = "Record") {
         this.records = records;
+        this.recordName = recordName;
         this.onNode = () => {}; // is told the address of a node that was chosen in the tree
+        this.onRecord = () => {}; // is told the index of a record that is shown
         this.timeline = new Timeline(byId("timeline"), this);
         this.behind = new BehindPane(byId("behind"), this);
         this.message = new MessagePane(byId("message"), this);
@@ -71,7 +74,7 @@ export class Page {
     showRecordButtons() {
         if (this.records.length > 1 && byId("records").children.length !== this.records.length)
             byId("records").replaceChildren(...this.records.map((record, index) =>
-                button(`Record ${index + 1}`, () => this.showRecord(index), {id: `record-${index}`})));
+                button(`${this.recordName} ${index + 1}`, () => this.showRecord(index), {id: `record-${index}`})));
     }
 
     showRecord(index, isByHand = true, isFollowing = false) {
@@ -83,6 +86,7 @@ export class Page {
         this.fillHead();
         this.timeline.show(this.record);
         this.tree.show(this.record, isFollowing);
+        this.onRecord(index);
         for (const one of byId("records").children)
             one.setAttribute("aria-pressed", String(one.id === `record-${index}`));
         this.showFilterResult(this.timeline.filter());

@@ -26,10 +26,11 @@ export class TreePane {
         this.history = make("section", {class: "history", "aria-label": "History of the node"});
         this.stored = make("section", {class: "stored", "aria-label": "What is stored for the node"});
         this.aboutNode = make("div", {class: "about-node"}, this.history, this.stored);
+        this.undone = make("ul", {class: "undone", hidden: true, "aria-label": "What the mount has undone"});
         const tree = make("div", {class: "list tree"});
         host.append(make("div", {class: "moments"}, Object.values(this.buttons), this.slider,
                          make("label", {}, "marked: ", this.since)),
-                    this.caption, tree, this.aboutNode);
+                    this.caption, this.undone, tree, this.aboutNode);
         this.list = new VirtualList(tree, {
             role: "tree", label: "Management tree", heightOf: () => 26,
             render: (line, row) => this.renderLine(line, row),
@@ -58,6 +59,17 @@ export class TreePane {
         this.slider.max = this.states.count - 1;
         this.buttons.next.hidden = !this.states.hasNext;
         this.go(this.states.after, false);
+    }
+
+    /// Says which commands of an earlier record are other than before since the mount.
+    /// @param index  of that record
+    showUndone(earlier, index) {
+        const commands = [...earlier?.commands.values() ?? []].filter((command) => command.notes.some(isOfNextMount));
+        this.undone.hidden = commands.length === 0;
+        this.undone.replaceChildren(...commands.map((command) => make("li", {},
+            button([`${asText(command.name)} `, foreign(shortAddress(command.target), 100)],
+                   () => this.page.choose({kind: "command", id: command.command}, index)),
+            command.notes.filter(isOfNextMount).map((note) => make("span", {class: "note-text"}, " ≠ ", foreign(note.note, 300))))));
     }
 
     forgetNode() {
@@ -196,6 +208,8 @@ export class TreePane {
                 " ", describeCause(event, this.record), value === null ? "" : [": ", foreignBlock(value)]];
     }
 }
+
+const isOfNextMount = (note) => note.when === "next mount";
 
 /// An address as the tree has it: from the root, without a property or a slash at its end.
 function nodeAddress(target) {

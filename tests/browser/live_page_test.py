@@ -126,6 +126,50 @@ class LivePageTest(PageTest):
         self.click("#tab-work")
         self.assertEqual(self.find("#work-address").get_attribute("value"), LINGER)
 
+    # ---- What a handset does that was not asked for ----
+
+    def notes(self, selector):
+        return [text.split("≠ ", 1)[1] for text in self.texts(selector) if "≠ " in text]
+
+    def see_noted_at_once(self, name, address, value, note):
+        self.run_command(name, address, value, "≠ " + note)
+
+    def see_noted_when_mounted_again(self, note):
+        """What the mount has undone stands beside the tree, and leads to the command."""
+        self.press("mount")
+        self.wait_for(lambda: any(self.texts("#tree .undone .note-text")))
+        self.assertEqual(self.notes("#tree .undone .note-text"), [note])
+        self.click("#tree .undone button")
+        self.assertIn("≠ " + note, self.chosen("#timeline"))
+
+    def test_linger_beyond_its_field_is_noted(self):
+        self.see_noted_at_once("replace", LINGER, "70000", "reads 4464")
+
+    def test_address_of_a_server_that_is_none_is_noted(self):
+        self.see_noted_at_once("replace", CONN + "/Office/DNS1", "300.1.1.1", "reads 10.0.0.1")
+
+    def test_settings_that_a_bearer_overwrites_are_noted(self):
+        self.see_noted_at_once("replace", CONN + "/Office/Bearer", "GSM-CSD",
+                               "the GSM-CSD settings that the profile had (Addr +491720000) are overwritten")
+
+    def test_node_that_no_profile_has_is_noted_when_it_goes(self):
+        self.run_command("add", CONN + "/Office/Foo", "x", "200 OK")
+        self.see_noted_when_mounted_again("gone at the next mount: a profile has no such node")
+
+    def test_profile_without_a_leaf_is_noted_when_it_goes(self):
+        self.script("document.getElementById('work-format').value = 'node'")
+        self.run_command("add", CONN + "/Bare", "", "200 OK", shown="Bare")
+        self.see_noted_when_mounted_again("gone at the next mount: no leaf of the profile is set, and it still "
+                                          "counts among the profiles that can be stored")
+
+    def test_name_that_lasts_as_long_as_a_mount_is_noted(self):
+        self.run_command("rename", CONN + "/Office", "Bureau", "200 OK")
+        self.see_noted_when_mounted_again("Office again at the next mount")
+
+    def test_profile_that_comes_back_is_noted(self):
+        self.run_command("delete", CONN + "/Office", "", "200 OK", shown="Delete")
+        self.see_noted_when_mounted_again("back at the next mount: another bearer or the proxies of the profile remain")
+
     # ---- What is stored for a node ----
 
     def choose_node(self, uri):
