@@ -48,7 +48,7 @@ export class Handset {
             this.listener("record", event.recorded);
         } else if (Object.hasOwn(event, "printed")) {
             this.printed.push(event.printed);
-            this.listener("print");
+            this.listener("print", event.printed);
         } else if (Object.hasOwn(event, "failed")) {
             this.fail(event.failed);
         }

@@ -9,6 +9,8 @@ import {WorkPane} from "./work_pane.js";
 
 // What the page asks for itself, to show the tree, is not what a person wants to see.
 const OWN_QUESTION = "urn:page-looks";
+const SHOWN = ["./DevDetail", "./DMAcc"];
+const OWN_LINES = SHOWN.map((uri) => `Get ${listing(uri).target}: `);
 const CHANGES = new Set(["Add", "Replace", "Delete", "Copy", "Rename", "Exec", "Atomic"]);
 const PAUSE = 80; // milliseconds, in which more may come
 
@@ -96,11 +98,10 @@ class Live {
     }
 
     hear(what, event) {
-        if (what === "mount") {
+        if (what === "mount")
             this.needsTree = true;
-            if (this.handset.mounts.length > 1)
-                this.page.openPane("tree");
-        }
+        if (what === "print")
+            this.work.takeLine(event);
         if (what === "record" && event.event === "command" && CHANGES.has(event.name) && event.status < 400)
             this.needsTree = true;
         this.waits ??= setTimeout(() => {
@@ -113,7 +114,7 @@ class Live {
     look() {
         const {uri} = this.page.tree;
         if (uri !== null && isStored(uri))
-            this.work.attempt(() => this.handset.lookAt(uri));
+            this.work.ask(() => this.handset.lookAt(uri));
     }
 
     show() {
@@ -126,10 +127,10 @@ class Live {
         this.page.follow(records);
         this.work.showAddresses(this.page.addresses());
         this.work.showHandset();
-        this.work.showPrinted();
+        this.work.showPrinted(this.handset.printed.filter((line) => !OWN_LINES.some((own) => line.startsWith(own))));
         if (this.needsTree) {
             this.needsTree = false;
-            this.work.attempt(() => this.handset.run([listing("./DevDetail"), listing("./DMAcc")], OWN_QUESTION));
+            this.work.ask(() => this.handset.run(SHOWN.map(listing), OWN_QUESTION));
             this.look();
         }
     }

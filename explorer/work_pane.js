@@ -28,7 +28,7 @@ export class WorkPane {
         this.handset = handset;
         this.page = page;
         this.atomic = [];
-        this.done = []; // as commands of a scenario
+        this.complaint = "";
         this.address = make("input", {type: "text", id: "work-address", value: "./DevDetail/Ext/Conf/Conn/Profiles",
                                       list: "work-addresses", spellcheck: "false", autocomplete: "off"});
         this.addresses = make("datalist", {id: "work-addresses"});
@@ -52,14 +52,14 @@ export class WorkPane {
             make("label", {}, this.collects, " collect the commands in an Atomic"), this.collected,
             make("h2", {}, "A session"),
             make("div", {class: "fields"}, field("Account or URL", this.server),
-                 button("Hold a session", () => this.attempt(() => this.handset.haveSession(this.server.value)), {id: "work-session"})),
+                 button("Hold a session", () => this.holdSession(), {id: "work-session"})),
             make("h2", {}, "A package"),
             field("XML", this.xml),
-            make("div", {class: "buttons"}, button("Run the package", () => this.attempt(() => this.handset.runPackage(this.xml.value)), {id: "work-run"})),
+            make("div", {class: "buttons"}, button("Run the package", () => this.runPackage(), {id: "work-run"})),
             make("h2", {}, "The handset"),
             make("div", {class: "buttons"},
-                 button("Mount again", () => this.attempt(() => this.handset.mountAgain(this.secrets.checked)), {id: "work-mount"}),
-                 button("Take a snapshot", () => this.attempt(() => this.handset.takeSnapshot()), {id: "work-snapshot"}),
+                 button("Mount again", () => this.mountWith(() => this.handset.mountAgain(this.secrets.checked)), {id: "work-mount"}),
+                 button("Take a snapshot", () => this.takeSnapshot(), {id: "work-snapshot"}),
                  this.snapshots,
                  button("Save as a scenario", () => this.saveScenario(), {id: "work-scenario"})),
             make("label", {}, this.secrets, " show secrets from the next mount on"),
@@ -71,17 +71,70 @@ export class WorkPane {
     // ---- What is asked -----------------------------------------------------------------------
 
     /// Runs something that may fail, and says why it did.
-    async attempt(action) {
-        this.problem.textContent = "";
+    attempt(action) {
+        this.complain("");
+        return this.ask(action);
+    }
+
+    /// The same of what the page does by itself: it takes away nothing that was said before.
+    async ask(action) {
         try {
             return await action();
         } catch (error) {
-            this.problem.textContent = error.message;
+            this.complain(error.message);
             return null;
         }
     }
 
+    /// Says what is wrong with what was asked last; nothing with an empty text.
+    complain(text) {
+        this.complaint = text;
+        this.showProblem();
+    }
+
+    showProblem() {
+        this.problem.textContent = this.handset.failure ?? this.complaint;
+    }
+
+    /// A line of the shell that says why something could not be done. The page's own files are the person's
+    /// package.
+    takeLine(line) {
+        if (/^(process|session|stored|dmclient): |^Session (failed|aborted)/.test(line))
+            this.complain(line.replace(/^process: \S*package-\d+\.xml: /, "the package: "));
+    }
+
+    holdSession() {
+        if (this.server.value.trim() === "")
+            this.complain("give the name of an account, or the URL of a server");
+        else
+            this.attempt(() => this.handset.haveSession(this.server.value.trim()));
+    }
+
+    runPackage() {
+        if (this.xml.value.trim() === "")
+            this.complain("there is no package yet: put the XML of one above the button");
+        else
+            this.attempt(() => this.handset.runPackage(this.xml.value));
+    }
+
+    /// Does what ends in another mount, and leads to the tree that it shows.
+    async mountWith(action) {
+        const mounts = this.handset.mounts.length;
+        if (await this.attempt(action) && this.handset.mounts.length > mounts)
+            this.page.focusPane("tree");
+    }
+
+    async takeSnapshot() {
+        const taken = await this.attempt(() => this.handset.takeSnapshot());
+        if (taken)
+            this.page.announce(`snapshot ${taken.snapshot} was taken`);
+    }
+
     runCommand(makeCommand) {
+        if (this.address.value.trim() === "") {
+            this.complain("give the address of a node");
+            return null;
+        }
         const command = makeCommand({target: this.address.value, value: this.value.value, format: this.format.value});
         if (!this.collects.checked)
             return this.attempt(() => this.handset.run([command]));
@@ -108,15 +161,21 @@ export class WorkPane {
         this.collected.hidden = !this.collects.checked && this.atomic.length === 0;
     }
 
-    /// The packages that were run from here, as a scenario in which the handset has to do the same
-    /// again.
+    /// What was done since the mount that is shown, as a scenario in which the handset has to answer the
+    /// same again. One mount, since a scenario is played on one: what a mount undoes is not undone there.
     saveScenario() {
-        const packages = this.page.records.flatMap((record) =>
-            [...record.messages.values()].filter((message) => message.direction === "received")
-                .map((message) => ({commands: scenarioOf(message, statusesOf(record, message))}))
-                .filter((one) => one.commands.length > 0));
+        const {record} = this.page;
+        const packages = [...record.messages.values()].filter((message) => message.direction === "received")
+            .map((message) => ({commands: scenarioOf(message, statusesOf(record, message))}))
+            .filter((one) => one.commands.length > 0);
+        if (packages.length === 0) {
+            const isOther = this.page.records.length > 1 ? "; choose another mount above" : "";
+            this.complain(`nothing was done since this mount that a scenario could have${isOther}`);
+            return;
+        }
+        this.complain("");
         const scenario = {description: "What was done on the page of dmclient explore", packages};
-        this.page.offerText("A scenario for tests/dmserver", JSON.stringify(scenario, null, 2) + "\n");
+        this.page.offerText("What was done since this mount, as a scenario for tests/dmserver", JSON.stringify(scenario, null, 2) + "\n");
     }
 
     // ---- What is shown -----------------------------------------------------------------------
@@ -129,13 +188,13 @@ export class WorkPane {
     showHandset() {
         this.snapshots.replaceChildren(...Array.from({length: this.handset.snapshots}, (_, number) =>
             button(number === 0 ? "Back to the beginning" : `Back to snapshot ${number}`,
-                   () => this.attempt(() => this.handset.goBackTo(number)), {id: `work-back-${number}`})));
-        this.problem.textContent = this.handset.failure ?? "";
+                   () => this.mountWith(() => this.handset.goBackTo(number)), {id: `work-back-${number}`})));
+        this.showProblem();
     }
 
-    showPrinted() {
+    showPrinted(lines) {
         const isAtEnd = this.console.scrollTop + this.console.clientHeight >= this.console.scrollHeight - 4;
-        this.console.textContent = this.handset.printed.slice(-LINES_SHOWN).join("\n");
+        this.console.textContent = lines.slice(-LINES_SHOWN).join("\n");
         if (isAtEnd)
             this.console.scrollTop = this.console.scrollHeight;
     }

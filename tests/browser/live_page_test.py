@@ -4,10 +4,14 @@ import json
 import unittest
 
 import page
+import scenario as scenarios
+from commands import package_of, replace
+from dmserver import DmServer
 from explorer import Explorer
 from handset import CONN, SECRET, Handset
 from page import PageTest
 from page import setUpModule as setUpModule  # one browser for all of these tests
+from sessions import scenario
 
 LINGER = CONN + "/Office/Linger"
 HOSTILE = "</script><script>document.title='taken over'</script>\"'<img src=x onerror=alert(1)>\u202e"
@@ -19,6 +23,8 @@ class LivePageTest(PageTest):
         self.addCleanup(self.handset.close)
         self.explorer = Explorer(self.handset)
         self.addCleanup(self.explorer.end)
+        for log in ("browser", "performance"):
+            self.browser.get_log(log)  # what the page before has asked last
         self.browser.get(self.explorer.url.geturl())
         self.wait_for(lambda: "mount " in self.text("#timeline"))
 
@@ -89,6 +95,97 @@ class LivePageTest(PageTest):
         self.assertEqual(len(self.texts("#work-atomic li")), 2)
         self.press("run-atomic")
         self.wait_for(lambda: self.handset.profile("Office")["gprs"]["linger"] == 8)
+
+    # ---- Sessions, packages, snapshots ----
+
+    def see_problem(self, words):
+        self.wait_for(lambda: words in self.text("#work-problem"))
+
+    def test_session_that_is_held_arrives(self):
+        with DmServer(scenario("profiles")) as server:
+            self.fill("server", server.url)
+            self.press("session")
+            self.wait_for(lambda: "Session completed" in self.text("#work-console"))
+            self.assertEqual(server.session.report()["faults"], [])
+        rows = self.texts("#timeline .row")
+        self.assertTrue(any("HTTP 200" in row for row in rows), rows)
+        self.assertTrue(any("Add …/Profiles/Roaming" in row for row in rows), rows)
+        self.assertNotIn("list=StructData", self.text("#work-console"))
+        self.wait_for(lambda: self.all("#work-addresses option[value$='/Roaming/Addr']"))
+
+    def test_package_is_run(self):
+        self.fill("package", package_of(replace(LINGER, "12")))
+        self.press("run")
+        self.wait_for(lambda: any("Linger = 12" in row and "200 OK" in row for row in self.texts("#timeline .row")))
+        self.assertEqual(self.handset.profile("Office")["gprs"]["linger"], 12)
+
+    def test_what_cannot_be_done_is_said_at_the_top_of_the_pane(self):
+        for field, text, name, words in (
+                ("server", "", "session", "give the name of an account, or the URL of a server"),
+                ("server", "Nobody", "session", "\"Nobody\" is not an account"),
+                ("server", "http://127.0.0.1:1/", "session", "Session failed: http://127.0.0.1:1/: Connection refused"),
+                ("package", "", "run", "there is no package yet"),
+                ("package", "<SyncML>", "run", "the package: line 1, column 8: no element found"),
+                ("address", "", "get", "give the address of a node")):
+            with self.subTest(words):
+                self.fill(field, text)
+                self.press(name)
+                self.see_problem(words)
+        self.press("scenario")
+        self.see_problem("nothing was done since this mount")
+        self.run_command("replace", LINGER, "5", "200 OK")
+        self.assertEqual(self.text("#work-problem"), "")
+
+    def test_snapshot_leaves_the_pane_and_going_back_leads_to_the_tree(self):
+        self.press("snapshot")
+        self.wait_for(lambda: "Back to snapshot 1" in self.text("#work-snapshots"))
+        self.assertTrue(self.find("#work").is_displayed())
+        self.run_command("replace", LINGER, "6", "200 OK")
+        self.press("back-1")
+        self.wait_for(lambda: "list tree" in self.focused())
+        self.wait_for(lambda: "≠ 1 changed" in self.text("#tree .caption"))
+        self.assertEqual(self.handset.profile("Office")["gprs"]["linger"], 30)
+
+    def test_saved_scenario_gives_the_same_statuses_from_the_scripted_server(self):
+        self.run_command("replace", LINGER, "70000", "200 OK")
+        self.run_command("replace", CONN + "/Home/Speed", "1200", "500")
+        self.run_command("add", CONN + "/Office/Foo", "x & <y>", "200 OK")
+        self.run_command("get", CONN + "/Office/Foo", "", "200 OK", shown="Get …/Profiles/Office/Foo")
+        self.run_command("get", CONN + "/Nobody", "", "404", shown="Nobody")
+        self.run_command("rename", CONN + "/Home", "Flat", "200 OK")
+        self.run_command("copy", CONN + "/Office/DNS1", CONN + "/Office/DNS2", "200 OK", shown="Copy")
+        self.press("collects")
+        for value in ("7", "x"):
+            self.fill("address", LINGER)
+            self.fill("value", value)
+            self.press("replace")
+        self.press("run-atomic")
+        self.wait_for(lambda: any("Linger = x" in row for row in self.texts("#timeline .row")))
+        self.press("collects")
+        self.run_command("delete", CONN + "/Flat", "", "200 OK", shown="Delete")
+        self.press("scenario")
+        saved = json.loads(self.find("#offer-text").get_attribute("value"))
+        self.click("#offer .close")
+        statuses = {status for package in saved["packages"] for one in package["commands"] for status in [one.get("expect", 200)]}
+        self.assertGreaterEqual(statuses, {200, 404, 500}, saved)
+        other = Handset()
+        self.addCleanup(other.close)
+        with DmServer(scenarios.check(saved)) as server:
+            other.run("dmclient", "session", server.url)
+            report = server.session.report()
+        self.assertEqual(report["faults"], [], saved)
+
+    def test_scenario_has_what_was_done_since_the_mount_that_is_shown(self):
+        self.run_command("replace", LINGER, "5", "200 OK")
+        self.press("mount")
+        self.wait_for(lambda: "Mount 2" in self.text("#records"))
+        self.run_command("replace", LINGER, "6", "200 OK")
+        for mount, value in (("Mount 2", "6"), ("Mount 1", "5")):
+            self.click("#records button", mount)
+            self.press("scenario")
+            saved = json.loads(self.find("#offer-text").get_attribute("value"))
+            self.click("#offer .close")
+            self.assertEqual([one["commands"][0]["data"] for one in saved["packages"]], [value])
 
     def test_what_was_done_is_saved_as_a_scenario(self):
         self.run_command("replace", LINGER, "5", "200 OK")
