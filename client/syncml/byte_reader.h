@@ -29,16 +29,20 @@ public:
     }
 
     /// A number in groups of seven bits, the highest first; all but the last have the top bit set.
+    /// Five of them hold 32 bits: more would be zeros in front, of which there is no end.
     bool readNumber(quint32 &number)
     {
         constexpr quint8 continuationBit = 0x80;
         constexpr int bitsPerByte = 7;
+        constexpr int mostBytes = 5;
+        const qsizetype begin = m_at;
         number = 0;
         quint8 byte = 0;
         do {
             if (!readByte(byte))
                 return false;
-            if (number > std::numeric_limits<quint32>::max() >> bitsPerByte)
+            if (m_at - begin > mostBytes ||
+                number > std::numeric_limits<quint32>::max() >> bitsPerByte)
                 return fail(QStringLiteral("a number of more than 32 bits"));
             number = number << bitsPerByte | (byte & ~continuationBit & 0xFFu);
         } while (byte & continuationBit);

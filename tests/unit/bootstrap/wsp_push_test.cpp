@@ -85,6 +85,7 @@ const RefusedPushRow refusedPushes[] = {
     {"0x07 is not the type of a push", bytes("\x01\x07\x01\xB6")},
     {"5 bytes announced, but only 2 are left", bytes("\x01\x06\x05\xB6\xAF")},
     {"a number of more than 32 bits", bytes("\x01\x06\xFF\xFF\xFF\xFF\xFF\x7F")},
+    {"a number of more than 32 bits", bytes("\x01\x06\x80\x80\x80\x80\x80\x01\xB6")},
     {"the message breaks off", pushOf("")},
     {"the message breaks off", pushOf("\xB6\xAF")},
     {"the message breaks off", pushOf("text/plain")},
