@@ -16,6 +16,8 @@ namespace {
 constexpr std::pair<const char *, Profile> profilesByType[] = {
     {push_type::connectivityWbxml, Profile::ClientProvisioning},
     {push_type::connectivityXml, Profile::ClientProvisioning},
+    {push_type::dmWbxml, Profile::DeviceManagement},
+    {push_type::dmXml, Profile::DeviceManagement},
 };
 
 Expected<BootstrapMessage, QString> messageOf(const WspPush &push)
@@ -63,6 +65,9 @@ Expected<BootstrapMessage, QString> readBootstrapMessage(const QByteArray &bytes
 
 Expected<ProvisioningPlan, QString> planOf(const BootstrapMessage &message, const UriLimits &limits)
 {
+    if (message.profile == Profile::DeviceManagement)
+        return Unexpected(QStringLiteral("a message of the DM profile is not applied here; one of "
+                                         "Client Provisioning is"));
     const auto document = readProvisioningDocument(message.document);
     return document ? planOf(*document, limits) : Unexpected(document.error());
 }

@@ -32,6 +32,19 @@ TEST(BootstrapMessageTest, APushHasAProofAndADocumentAloneHasNone)
     }
 }
 
+TEST(BootstrapMessageTest, AMessageOfTheDmProfileIsProvedAndNotApplied)
+{
+    const auto pushed = readBootstrapMessage(
+        pushOf(contentType(0x42, 0, "CB2A56CAFD50A1976AF636857135EED5A77514C3"),
+               vectorFile("boot.wbxml")));
+    ASSERT_TRUE(pushed) << pushed.error().toStdString();
+    EXPECT_TRUE(pushed->isProvedBy({{}, "310170123456789"}));
+    EXPECT_FALSE(pushed->isProvedBy({{}, "310170123456780"}));
+    const auto plan = planOf(*pushed, {});
+    ASSERT_FALSE(plan);
+    EXPECT_TRUE(plan.error().contains(QStringLiteral("DM profile is not applied")));
+}
+
 TEST(BootstrapMessageTest, APushIsRefusedWithHalfAProofOrForSomethingElse)
 {
     EXPECT_EQ(messageFault(pushOf("\xB6", "x")), "");
