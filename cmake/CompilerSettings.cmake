@@ -32,18 +32,12 @@ if(KUB_FUZZ)
     add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
-# Where several files are compiled as one, reading GCC's precompiled headers takes longer than what
-# they stand for; clang maps its own into memory.
-if(NOT CMAKE_UNITY_BUILD OR CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-    set(KUB_PRECOMPILE ON)
-endif()
-
-# What most files of the host programs include, read once for each target. Only in debug builds: an
-# optimised one shows that each file includes what it uses.
-function(kub_precompile_headers target)
-    if(CMAKE_BUILD_TYPE STREQUAL "Debug" AND KUB_PRECOMPILE)
-        target_precompile_headers(${target} PRIVATE
-            <QByteArray> <QHash> <QMap> <QString> <QStringList> <algorithm> <functional> <map>
-            <memory> <optional> <string> <vector>)
+# For libraries that whole messages and trees pass through: sanitized and not optimised, their tests
+# would take longer than the compiler takes to optimise them.
+function(kub_optimise_sanitized target)
+    if(KUB_PRECOMPILE_ONCE AND KUB_SANITIZE)
+        target_compile_options(${target} PRIVATE -O1)
+        # Those that are read once for all targets are not those of an optimised one.
+        set_target_properties(${target} PROPERTIES DISABLE_PRECOMPILE_HEADERS ON)
     endif()
 endfunction()
