@@ -118,13 +118,22 @@ class BootstrapTest(BlankHandsetTest):
         self.assert_untouched()
         self.assertEqual(self.get(CONN), [])
 
-    def test_accounts_that_cannot_be_kept_take_the_profiles_along(self):
+    def test_an_account_that_cannot_be_kept_takes_the_profiles_along(self):
         self.handset.dmclient("account", "list")
-        accounts = self.handset.client_file("accounts.json")
-        os.mkdir(accounts)
-        self.bootstrap(vector("cp.xml"), "--yes", status=REFUSED)
-        os.rmdir(accounts)
-        self.assert_untouched()
+        in_the_way = self.handset.client_file("accounts.json.new")
+        os.mkdir(in_the_way)
+        self.refused("nothing is applied: ", vector("cp.xml"), "--yes")
+        self.assertEqual(self.get(CONN), [])
+        os.rmdir(in_the_way)
+        self.bootstrap(vector("cp.xml"), "--yes")
+
+    def test_a_damaged_file_of_accounts_keeps_every_message_out(self):
+        self.handset.dmclient("account", "list")
+        with open(self.handset.client_file("accounts.json"), "w", encoding="ascii") as file:
+            file.write("{")
+        _, errors = self.bootstrap(vector("cp.xml"), "--yes", status=REFUSED)
+        self.assertIn("no server may do anything as long as a state file is damaged", errors)
+        self.assertEqual(self.handset.export(), {})
 
     def test_what_is_there_is_never_overwritten(self):
         self.bootstrap(vector("cp.xml"), "--yes")

@@ -13,7 +13,9 @@ constexpr char head[] = "\x03\x0B\x6A"; // without its string table
 
 QByteArray wbxml(const QByteArray &body, const QByteArray &table = {})
 {
-    return QByteArray(head) + static_cast<char>(table.size()) + table + body;
+    const auto high = static_cast<char>(0x80 | table.size() >> 7);
+    const auto low = static_cast<char>(table.size() & 0x7F);
+    return QByteArray(head) + high + low + table + body;
 }
 
 /// A document of one characteristic of type A with these attributes of a parm.
@@ -119,10 +121,10 @@ INSTANTIATE_TEST_SUITE_P(Wbxml, WbxmlParmTest, testing::ValuesIn(parms));
 
 TEST(ProvisioningDocumentTest, PagesOfTagsAndOfAttributesAreApartAndLast)
 {
-    // APPLICATION on page 1 of the attributes, APPADDR after it without another change of the page,
-    // and the tags on the page that they are put on.
+    // APPLICATION on page 1 of the attributes, APPADDR after it without another change of that
+    // page, though the page of the tags was chosen anew.
     const auto document = readProvisioningDocument(
-        wbxml(bytes("\x45\xC6\x00\x01\x55\x01\x00\x01\xC6\x56\x01\x01\x01\x01")));
+        wbxml(bytes("\x45\xC6\x00\x01\x55\x01\x00\x00\xC6\x56\x01\x01\x01\x01")));
     ASSERT_TRUE(document) << document.error().toStdString();
     EXPECT_EQ(document->characteristics.at(0).type, QStringLiteral("APPLICATION"));
     EXPECT_EQ(document->characteristics.at(0).parts.at(0).type, QStringLiteral("APPADDR"));
@@ -156,6 +158,8 @@ const RefusedDocumentRow refusedDocuments[] = {
     {"value 0x84 of code page 0 is not known", wbxmlParm("\x07\x06\x84")},
     {"value 0xc3 of code page 0 is not known", wbxmlParm("\x07\x06\xC3\x01x")},
     {"no string of at most 2048 bytes at 9", wbxmlParm("\x07\x06\x83\x09", bytes("abc\0"))},
+    {"no string of at most 2048 bytes at 0",
+     wbxmlParm(bytes("\x07\x06\x83\x00"), QByteArray(2049, 'x') + '\0')},
     {"entity 55296 is not a character", wbxmlParm(bytes("\x07\x06\x02\x83\xB0\x00"))},
     {"bytes after the end of the document", wbxml("\x05x")},
     {"an end without an element", wbxml("\x01")},
