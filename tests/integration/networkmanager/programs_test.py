@@ -4,9 +4,9 @@ import os
 import subprocess
 import unittest
 
-from handset import CONN, HandsetTest
+from handset import CONN, PROGRAMS, HandsetTest
 
-OK, FAILED, USAGE, UNUSABLE = 0, 1, 2, 3
+OK, FAILED, USAGE, UNUSABLE, DIFFERENT = 0, 1, 2, 3, 5
 
 
 class ProgramsTest(HandsetTest):
@@ -80,6 +80,55 @@ class ProgramsTest(HandsetTest):
                       result.stderr)
         self.assertEqual(result.stderr.count("gsm.apn"), 1, result.stderr)
         self.assertEqual(self.shown("Hand", "gsm.apn"), "hand.apn")
+
+    def client(self, *words, stdin=None, expected=OK):
+        result = self.handset.run("dmclient", "--backend", "networkmanager", *words, stdin=stdin)
+        self.assertEqual(result.returncode, expected, result.stdout + result.stderr)
+        self.assertEqual([name for name in os.listdir(self.handset.client_file("")) if "scratch" in name], [])
+        return (result.stdout + result.stderr).splitlines()
+
+    def test_what_the_next_mount_says_is_told_after_the_run(self):
+        self.add_connection("apn", "hand.apn", "ipv4.dns", "10.0.0.1")
+        hand = CONN + "/Hand"
+        for words, told in (
+                (["replace", hand + "/Addr", "new.apn"], None),
+                (["replace", hand + "/DNS1", "300.1.1.1"], "reads 10.0.0.1 at the next mount"),
+                (["replace", hand + "/Linger", "70000"], "reads 4464 at the next mount"),
+                (["add", hand + "/Foo", "x"], "gone at the next mount: a profile has no such node"),
+                (["add", CONN + "/Empty"], "gone at the next mount: no leaf of the profile is set, and it still "
+                                           "counts among the profiles that can be stored"),
+                (["rename", hand, "Team"], "Hand again at the next mount"),
+                (["delete", hand], None)):
+            with self.subTest(words):
+                lines = [f"dmclient: {words[0]} {words[1]}: 200 OK, but {told}"] if told else []
+                self.assertEqual(self.client(*words), lines)
+
+    def test_the_next_mount_is_told_of_all_lines_of_a_shell(self):
+        self.add_connection("apn", "hand.apn")
+        hand = CONN + "/Hand"
+        lines = (f"replace {hand}/Linger 70000\nreplace {hand}/Linger 7\nrename {hand} Team\n"
+                 f"replace {CONN}/Team/Linger 65537\n")
+        self.assertEqual(self.client("shell", stdin=lines), [
+            f"replace {hand}/Linger: 200 OK", f"replace {hand}/Linger: 200 OK", f"rename {hand}: 200 OK",
+            f"replace {CONN}/Team/Linger: 200 OK",
+            f"Replace {hand}?prop=Name: 200 OK, but Hand again at the next mount",
+            f"Replace {CONN}/Team/Linger: 200 OK, but reads 1 at the next mount"])
+        self.client("--strict", "shell", stdin=lines, expected=DIFFERENT)
+
+    def test_a_daemon_that_is_gone_leaves_the_answer_and_is_told(self):
+        self.add_connection("apn", "hand.apn")
+        shell = subprocess.Popen([*PROGRAMS["dmclient"], "--backend", "networkmanager", "shell"], text=True,
+                                 bufsize=1, env=self.handset.environment(), stdin=subprocess.PIPE,
+                                 stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        shell.stdin.write(f"replace {CONN}/Hand/Linger 70000\n")
+        self.assertEqual(shell.stdout.readline(), f"replace {CONN}/Hand/Linger: 200 OK\n")
+        subprocess.run([os.environ["PRIVATE_NETWORKMANAGER"], "stop"], check=True)
+        try:
+            said, _ = shell.communicate(timeout=120)
+        finally:
+            subprocess.run([os.environ["PRIVATE_NETWORKMANAGER"], "start"], check=True)
+        self.assertEqual(shell.returncode, OK, said)
+        self.assertRegex(said, r"^no second look: .*did not mount")
 
     def test_profiles_can_be_carried_from_one_store_to_the_other(self):
         self.run_program("napictl", "create", "Office", "gprs.address=office.apn",

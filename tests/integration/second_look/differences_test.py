@@ -5,7 +5,7 @@ import os
 import unittest
 
 from handset import CONN, PROXY, SECRET, Handset
-from sessions import ENCODINGS, SessionTest, scenario
+from sessions import ENCODINGS, DmServer, SessionTest, scenario
 from surprises import PROFILES
 
 SUCCESS, REFUSED, USAGE, UNUSABLE, SESSION_FAILED, DIFFERENT = range(6)
@@ -91,6 +91,62 @@ class TableTest(SecondLookTest):
         status, _, errors = self.client("copy", OFFICE + "/Addr", HOME + "/Addr")
         self.assertEqual(status, SUCCESS)
         self.assertIn(f"200 OK, but reads its first 44 bytes, {NUMBER[:44]}", errors)
+
+
+class StrictTest(SecondLookTest):
+    """A difference is an exit status of its own, and the record ends with the same one."""
+
+    CHANGE = replace(OFFICE + "/Linger", "70000")
+    REFUSAL = replace(OFFICE + "/Speed", "1200", 2)
+
+    def recorded(self, *words, strict=True, **options):
+        """Exit status of a command, which its record has to have as well."""
+        record = os.path.join(self.handset.home, "record")
+        status = self.client("--record", record, *(["--strict"] if strict else []), *words, **options)[0]
+        with open(record, encoding="utf-8") as file:
+            end = [json.loads(line) for line in file][-1]
+        self.assertEqual((end["event"], end["status"]), ("end", status))
+        return status
+
+    def test_of_a_command(self):
+        self.assertEqual(self.recorded("replace", OFFICE + "/Linger", "70000"), DIFFERENT)
+        self.assertEqual(self.recorded("rename", OFFICE, "Team"), DIFFERENT)
+        self.assertEqual(self.recorded("replace", OFFICE + "/Linger", "7"), SUCCESS)
+        self.assertEqual(self.recorded("replace", OFFICE + "/Linger", "70000", strict=False), SUCCESS)
+
+    def test_of_a_package_in_each_form(self):
+        for form in ([], ["--json"], ["--summary"]):
+            with self.subTest(form):
+                self.assertEqual(self.recorded("process", *form, "-", stdin=package(self.CHANGE)), DIFFERENT)
+                self.assertEqual(self.recorded("process", *form, "-", stdin=package(self.CHANGE), strict=False),
+                                 SUCCESS)
+        self.assertEqual(self.recorded("process", "-", stdin=package(replace(OFFICE + "/Linger", "7"))), SUCCESS)
+
+    def test_of_a_session(self):
+        for form in ([], ["--json"]):
+            for data, status in (("70000", DIFFERENT), ("7", SUCCESS)):
+                with self.subTest(data=data, form=form), DmServer(scenario("profiles", packages=[{
+                        "commands": [{"replace": OFFICE + "/Linger", "data": data}]}])) as server:
+                    self.assertEqual(self.recorded("session", server.url, *form), status)
+
+    def test_of_a_shell_and_of_a_session_in_it(self):
+        self.assertEqual(self.recorded("shell", stdin=f"replace {OFFICE}/Linger 70000\n"), DIFFERENT)
+        self.assertEqual(self.recorded("shell", stdin=f"rename {OFFICE} Team\n"), DIFFERENT)
+        self.assertEqual(self.recorded("shell", stdin=f"replace {OFFICE}/Linger 7\n"), SUCCESS)
+        with DmServer(scenario("profiles", packages=[{
+                "commands": [{"replace": OFFICE + "/Linger", "data": "70000"}]}])) as server:
+            self.assertEqual(self.recorded("shell", stdin=f"session {server.url}\n"), DIFFERENT)
+
+    def test_what_has_failed_keeps_its_own_status(self):
+        commands = package(self.CHANGE, self.REFUSAL)
+        self.assertEqual(self.recorded("process", "-", stdin=commands), REFUSED)
+        self.assertEqual(self.recorded("shell", stdin=f"replace {OFFICE}/Linger 70000\n"
+                                                      f"replace {OFFICE}/Speed 1200\n"), REFUSED)
+
+    def test_a_look_that_is_missing_is_no_difference(self):
+        with open(self.handset.path("large"), "wb") as file:
+            file.truncate(1 << 42)
+        self.assertEqual(self.recorded("replace", OFFICE + "/Linger", "70000"), SUCCESS)
 
 
 class SilenceTest(SecondLookTest):
