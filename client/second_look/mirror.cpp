@@ -74,24 +74,27 @@ std::vector<NodeUri> Mirror::objectsOf(const std::vector<TreeChange> &changes) c
 std::vector<NodeUri> objectsOf(const ManagementTree &tree, const TreeChange &change)
 {
     std::vector<NodeUri> objects;
-    const auto add = [&](const NodeUri &object) {
-        if (std::ranges::find(objects, object) == objects.end())
-            objects.push_back(object);
-    };
-    const std::vector<NodeUri> roots = profileRoots();
-    const auto addWithTwins = [&](const NodeUri &node) {
-        const std::optional<NodeUri> object = tree.objectOf(node);
-        if (!object)
-            return;
-        add(*object);
-        if (std::ranges::find(roots, object->parent()) != roots.end())
-            for (const NodeUri &root : roots)
-                add(root.child(object->name()));
-    };
-    addWithTwins(change.node);
-    if (const auto renamed = change.renamedTo())
-        addWithTwins(*renamed);
+    if (auto object = tree.objectOf(change.node))
+        objects.push_back(*std::move(object));
+    const auto renamed = change.renamedTo();
+    if (auto object = renamed ? tree.objectOf(*renamed) : std::nullopt)
+        objects.push_back(*std::move(object));
     return objects;
+}
+
+std::vector<NodeUri> withTwins(const std::vector<NodeUri> &objects)
+{
+    const std::vector<NodeUri> roots = profileRoots();
+    std::vector<NodeUri> all;
+    for (const NodeUri &object : objects) {
+        all.push_back(object);
+        if (std::ranges::find(roots, object.parent()) != roots.end())
+            for (const NodeUri &root : roots)
+                all.push_back(root.child(object.name()));
+    }
+    std::ranges::sort(all);
+    all.erase(std::unique(all.begin(), all.end()), all.end());
+    return all;
 }
 
 Picture Mirror::look(const std::vector<NodeUri> &objects)
@@ -190,7 +193,7 @@ SeenChange Mirror::apply(const TreeChange &change)
 {
     if (change.isMarker())
         return {carryOut(change).status, {}, {}, {}};
-    const std::vector<NodeUri> objects = client::objectsOf(m_device->tree(), change);
+    const std::vector<NodeUri> objects = withTwins(client::objectsOf(m_device->tree(), change));
     const Picture before = look(objects);
     m_record.reset();
     m_device->setObserver(this);

@@ -66,7 +66,7 @@ private:
     void mountEnded(int, const QString &) override {}
     void pluginMessage(std::string_view) override {}
 
-    /// What all of them are about.
+    /// What all of them are about. Roots that none of them is beneath need no mount for it.
     std::vector<NodeUri> objectsOf(const std::vector<TreeChange> &changes) const;
     Picture look(const std::vector<NodeUri> &objects);
     Outcome carryOut(const TreeChange &change);
@@ -79,8 +79,9 @@ private:
     std::optional<RecordChange> m_record; ///< of the profile that the change wrote to
 };
 
-/// The objects that a change is about: the profile, under both of its roots and, when it is
-/// renamed, under both names.
+/// The objects that a change is about; of a node that is renamed under both names.
 std::vector<NodeUri> objectsOf(const ManagementTree &tree, const TreeChange &change);
+/// The same, and of profiles their nodes beneath both roots.
+std::vector<NodeUri> withTwins(const std::vector<NodeUri> &objects);
 
 } // namespace client
