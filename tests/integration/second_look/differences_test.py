@@ -242,6 +242,27 @@ class SeveralCommandsTest(SecondLookTest):
         self.assertEqual([line for line in printed.splitlines() if "but" in line],
                          [f"Replace {HOME}/Linger: 200 OK, but reads 1"])
 
+    def test_a_server_is_followed_with_its_own_rights(self):
+        """A look with the owner's rights would go another way where the server is refused."""
+        self.assertEqual(self.client("replace", OFFICE + "?prop=ACL", "Get=*&Replace=other")[0], SUCCESS)
+        status, printed, _ = self.client("process", "--summary", "--server-id", "dm.example", "-",
+                                         stdin=package(replace(OFFICE + "/Linger", "70000", 1),
+                                                       replace(HOME + "/Linger", "70001", 2)))
+        self.assertEqual(status, REFUSED)
+        self.assertIn(f"Replace {OFFICE}/Linger: 425 ", printed)
+        self.assertNotIn("no second look", printed)
+        self.assertIn(f"Replace {HOME}/Linger: 200 OK, but reads 4465", printed)
+
+    def test_rights_that_an_atomic_has_changed_are_taken_back_in_the_look_as_well(self):
+        status, printed, _ = self.client(
+            "process", "--summary", "--server-id", "dm.example", "-",
+            stdin=package("<Atomic><CmdID>1</CmdID>" + replace(HOME + "?prop=ACL", "Replace=other", 2)
+                          + replace(CONN + "/Nowhere", "x", 3) + "</Atomic>",
+                          replace(HOME + "/Linger", "70001", 4)))
+        self.assertEqual(status, REFUSED)
+        self.assertNotIn("no second look", printed)
+        self.assertIn(f"Replace {HOME}/Linger: 200 OK, but reads 4465", printed)
+
     def test_a_session_says_it_before_its_last_line_in_both_encodings(self):
         played = scenario("profiles", packages=[{"commands": [
             {"replace": OFFICE + "/Linger", "format": "int", "data": "70000"},
