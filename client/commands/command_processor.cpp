@@ -490,7 +490,13 @@ Outcome CommandProcessor::copy(const Command &, const Item &item)
 Outcome CommandProcessor::execute(const Command &, const Item &item)
 {
     const Result<NodeUri> uri = wholeNode(item.target);
-    return uri ? m_tree.execute(*uri) : uri.outcome();
+    if (!uri)
+        return uri.outcome();
+    if (!m_undoLog)
+        return m_tree.execute(*uri, item.data.value_or(QByteArray()));
+    const Result<TreeNode> node = m_tree.find(*uri);
+    return node ? notAllowed(*uri, "cannot be executed in an Atomic, which may be taken back")
+                : node.outcome();
 }
 
 // ---- Get -----------------------------------------------------------------------------------------

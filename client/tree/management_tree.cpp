@@ -175,8 +175,13 @@ void ManagementTree::mountNow(Mount &mount, const JemSmartPtr<DmtTree> &tree)
     --m_unmounted;
     readProfileNumbers(mount);
     m_properties.resolve(mount.root, profileNumbers());
+    forgetMissing(mount.root);
+}
+
+void ManagementTree::forgetMissing(const NodeUri &root)
+{
     m_properties.keepOnly(
-        [&](const NodeUri &node) { return !mount.root.contains(node) || exists(node); });
+        [&](const NodeUri &node) { return !root.contains(node) || exists(node); });
 }
 
 Outcome ManagementTree::needTwinsOf(const Mount &mount)
@@ -210,8 +215,7 @@ void ManagementTree::remount(const NodeUri &root, const JemSmartPtr<DmtTree> &tr
     const auto mount = std::ranges::find(m_mounts, root, &Mount::root);
     mount->tree = tree;
     mount->terms.ownersTree = ownersTree;
-    m_properties.keepOnly(
-        [&](const NodeUri &node) { return !root.contains(node) || exists(node); });
+    forgetMissing(root);
 }
 
 const ManagementTree::Mount &ManagementTree::mountOf(QByteArrayView joinedNames) const

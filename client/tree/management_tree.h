@@ -218,6 +218,8 @@ private:
     EffectiveAcl effectiveAcl(QByteArrayView joinedNames, JemSmartPtr<DmtNode> node = {});
 
     // ---- Changes
+    /// Forgets the properties of nodes beneath a mounted root that are not there any more.
+    void forgetMissing(const NodeUri &root);
     /// Notes that the node was changed.
     void touch(const NodeUri &uri);
     void noteNewNode(const TreeNode &parent, const NodeUri &uri, const QString &type,

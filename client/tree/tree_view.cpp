@@ -713,10 +713,20 @@ Result<DmtData> TreeView::valueToCopy(const TreeNode &source) const
     return value;
 }
 
-Outcome TreeView::execute(const NodeUri &uri) const
+Outcome TreeView::execute(const NodeUri &uri, const QByteArray &argument)
 {
-    const Result<TreeNode> node = find(uri);
-    return node ? notAllowed(uri, "cannot be executed") : node.outcome();
+    const Result<TreeNode> node = findToChange(uri);
+    if (!node)
+        return node.outcome();
+    const auto cannot = [&uri] { return notAllowed(uri, "cannot be executed"); };
+    if (!node->m_isChangeable || !hasAccessType(uri, AccessExec))
+        return cannot();
+    if (const Outcome right = permit(Right::Exec, *node); !right)
+        return right;
+    DMString result; // the protocol has no way to send it
+    const int status = node->m_node->Execute(argument.constData(), result);
+    m_tree->forgetMissing(m_tree->mountOf(uri).root);
+    return status == DMT_NOT_ALLOWED ? cannot() : outcomeOfEngineCall(status);
 }
 
 } // namespace client

@@ -111,8 +111,10 @@ public:
     Outcome remove(const NodeUri &uri);
     /// Copies the value of one leaf to another, which is added when it is missing.
     Outcome copy(const NodeUri &source, const NodeUri &target);
-    /// Nothing here can be executed: 404 or 405.
-    Outcome execute(const NodeUri &uri) const;
+    /// Has the tree of a node do what the node stands for; 405 for a node that stands for nothing.
+    /// What that changes is not told as changes are, and nothing can take it back.
+    /// @param argument  what the command has for the node; may be empty
+    Outcome execute(const NodeUri &uri, const QByteArray &argument);
 
 private:
     /// Carries out a change, and tells of it when somebody wants to know.

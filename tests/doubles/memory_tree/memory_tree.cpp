@@ -22,6 +22,18 @@ public:
         return DmtRWPluginNode::SetValue(value);
     }
 
+    int Execute(const char *argument, DMString &result) override
+    {
+        const auto executable = m_tree.executables.find(m_path.text());
+        if (executable == m_tree.executables.end())
+            return DmtRWPluginNode::Execute(argument, result);
+        const std::string call = std::string("execute ") + m_path.text() + ' ' + argument;
+        if (const int status = m_tree.note(call, ""))
+            return status;
+        const std::string &deleted = executable->second;
+        return deleted.empty() ? 0 : m_tree.DmtRWPluginTree::DeleteNode(deleted.c_str());
+    }
+
 private:
     MemoryTree &m_tree;
 };

@@ -26,6 +26,9 @@ public:
     /// Leaves whose read succeeds without yielding a value, always or until they are given one.
     std::set<std::string> withoutValue;
     std::set<std::string> withoutValueUntilSet;
+    /// Nodes that can be executed; "execute PATH ARGUMENT" among the calls and the failures.
+    /// Each deletes the node that it is mapped to, unless that is empty.
+    std::map<std::string, std::string> executables;
     /// Another leaf that a call gives a value.
     std::map<std::string, std::pair<std::string, DmtData>> sideEffects;
     /// The calls that reached the tree, in the words of failures.

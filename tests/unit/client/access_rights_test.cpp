@@ -156,10 +156,22 @@ TEST_F(AccessRightsTest, DeletingNeedsDeleteOnTheNodeAddressedOnly)
     EXPECT_EQ(childrenOf(uri(mountRoot)), "Home");
 }
 
-TEST_F(AccessRightsTest, ExecutingIsNotAllowedWhateverTheListSays)
+TEST_F(AccessRightsTest, ExecutingNeedsExecOnTheNode)
+{
+    memory->executables = {{"Office/Auth", ""}};
+    setAcl("Office", "Add=*&Delete=*&Exec=*&Get=*&Replace=*");
+    setAcl("Office/Auth", "Add=*&Delete=*&Get=*&Replace=*&Exec=Other");
+    EXPECT_EQ(code(tree.execute(profile("Office/Auth"), "x")), 425);
+    EXPECT_EQ(memory->calls, std::vector<std::string>());
+    setAcl("Office/Auth", "Exec=ServerS");
+    EXPECT_EQ(code(tree.execute(profile("Office/Auth"), "x")), 200);
+    EXPECT_EQ(memory->calls, std::vector<std::string>{"execute Office/Auth x"});
+}
+
+TEST_F(AccessRightsTest, ANodeThatStandsForNothingIsNotExecutedWhateverTheListSays)
 {
     setAcl("Office", "Exec=ServerS");
-    EXPECT_EQ(code(tree.execute(profile("Office"))), 405);
+    EXPECT_EQ(code(tree.execute(profile("Office"), "")), 405);
 }
 
 TEST_F(AccessRightsTest, CopyingNeedsGetOnTheSourceAndReplaceOnTheTarget)

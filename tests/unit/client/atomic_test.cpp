@@ -321,12 +321,14 @@ TEST_F(AtomicTest, AnAtomicInItFailsItAndIsNotRun)
     EXPECT_EQ(read(profile("Home/Addr")), "home.example");
 }
 
-TEST_F(AtomicTest, AnExecInItFailsIt)
+TEST_F(AtomicTest, AnExecInItFailsItAndIsNotRun)
 {
+    memory->executables = {{"Home", ""}};
     EXPECT_EQ(atomic({replace("a", "Home/Addr", "new"),
                       command(CommandKind::Exec, {target(profileUri("Home"))}, "b")}),
               (Lines{"Status g Atomic 507", line("a", "Replace", "216", "Home/Addr"),
                      line("b", "Exec", "405", "Home")}));
+    EXPECT_EQ(std::ranges::find(memory->calls, "execute Home "), memory->calls.end());
 }
 
 TEST_F(AtomicTest, ACommandThatIsMalformedFailsIt)

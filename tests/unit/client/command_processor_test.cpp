@@ -260,9 +260,13 @@ TEST_F(ChangeTest, CopyNeedsBothEnds)
     EXPECT_EQ(statusOf(CommandKind::Copy, item), 412);
 }
 
-TEST_F(ChangeTest, ExecIsNotAllowedOnAnyNode)
+TEST_F(ChangeTest, ExecGivesItsDataToANodeThatCanBeExecuted)
 {
-    EXPECT_EQ(statusOf(CommandKind::Exec, target(profileUri("Home"))), 405);
+    memory->executables = {{"Home", ""}};
+    EXPECT_EQ(statusOf(CommandKind::Exec, target(profileUri("Home"), "now")), 200);
+    EXPECT_EQ(statusOf(CommandKind::Exec, target(profileUri("Home"))), 200);
+    EXPECT_EQ(memory->calls, (std::vector<std::string>{"execute Home now", "execute Home "}));
+    EXPECT_EQ(statusOf(CommandKind::Exec, target(profileUri("Office"))), 405);
     EXPECT_EQ(statusOf(CommandKind::Exec, target(profileUri("Nobody"))), 404);
 }
 

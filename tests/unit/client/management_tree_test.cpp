@@ -90,7 +90,7 @@ TEST_F(SlashInANameTest, NothingIsDoneWithTheNodeOrBeneathIt)
         EXPECT_EQ(code(tree.remove(node)), 405);
         EXPECT_EQ(code(tree.copy(node, profile("Office/Addr"))), 405);
         EXPECT_EQ(code(tree.copy(profile("Office/Addr"), node)), 405);
-        EXPECT_EQ(code(tree.execute(node)), 405);
+        EXPECT_EQ(code(tree.execute(node, "")), 405);
         EXPECT_EQ(code(tree.replaceChildren(node, {{"Secret", "x"}})), 405);
     }
     EXPECT_EQ(other->calls, Calls());
@@ -766,10 +766,42 @@ TEST_F(CopyTest, ALeafWithoutAValueIsNotCopied)
     EXPECT_EQ(read(profile("Office/Linger")), "30");
 }
 
-TEST_F(CopyTest, NothingHereCanBeExecuted)
+using ExecuteTest = MountedTree;
+
+TEST_F(ExecuteTest, TheNodeGetsTheArgumentAndItsStatusIsTheAnswer)
 {
-    EXPECT_EQ(code(tree.execute(profile("Office"))), 405);
-    EXPECT_EQ(code(tree.execute(profile("Nobody"))), 404);
+    memory->executables = {{"Office", ""}};
+    EXPECT_EQ(code(tree.execute(profile("Office"), "now")), 200);
+    EXPECT_EQ(code(tree.execute(profile("Office"), "")), 200);
+    for (const auto &[status, answer] :
+         {std::pair(DMT_FAILED, 500), std::pair(DMT_NOT_ALLOWED, 405),
+          std::pair(DMT_UNSUPPORTED_FORMAT, 415)}) {
+        memory->failures["execute Office later"] = status;
+        EXPECT_EQ(code(tree.execute(profile("Office"), "later")), answer);
+    }
+    EXPECT_EQ(memory->calls[0], "execute Office now");
+    EXPECT_EQ(memory->calls[1], "execute Office ");
+}
+
+TEST_F(ExecuteTest, NodesThatStandForNothingAndTheClientsOwnAreNotAllowed)
+{
+    EXPECT_EQ(code(tree.execute(profile("Office"), "")), 405);
+    EXPECT_EQ(code(tree.execute(profile("Office/Addr"), "")), 405);
+    EXPECT_EQ(code(tree.execute(uri("./DevInfo"), "")), 405);
+    EXPECT_EQ(code(tree.execute(uri("./Ext"), "")), 405);
+    EXPECT_EQ(code(tree.execute(profile("Nobody"), "")), 404);
+}
+
+TEST_F(ExecuteTest, WhatItDeletesLosesItsProperties)
+{
+    memory->executables = {{"Office", "Home"}};
+    ASSERT_TRUE(tree.replaceProperty(profile("Home"), Property::Acl, "Get=a.example"));
+    ASSERT_TRUE(tree.replaceProperty(profile("Office"), Property::Acl, "Exec=a.example"));
+    ASSERT_TRUE(tree.execute(profile("Office"), ""));
+    EXPECT_EQ(code(tree.find(profile("Home")).outcome()), 404);
+    ASSERT_TRUE(tree.add(profile("Home"), typed("node", "")));
+    EXPECT_EQ(*tree.property(*tree.find(profile("Home")), Property::Acl), QByteArray());
+    EXPECT_EQ(*tree.property(*tree.find(profile("Office")), Property::Acl), "Exec=a.example");
 }
 
 } // namespace
