@@ -5,7 +5,8 @@ import re
 import unittest
 
 SOURCES = pathlib.Path(__file__).resolve().parents[2]
-FLOORS = ("platform", "support", "hostplatform", "commandline", "plugin", "client", "tools")
+FLOORS = ("platform", "support", "hostplatform", "commandline", "plugin", "client", "tools",
+          "kit")
 HEADING = "## Who may include whom"
 
 
