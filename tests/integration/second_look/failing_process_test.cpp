@@ -130,7 +130,7 @@ protected:
         // The libraries beneath the plug-in know one state directory in a process.
         static const QTemporaryDir state;
         auto opened = DmDevice::open(
-            {.stateDirectory = state.path(), .pluginFile = QStringLiteral(KUB_PLUGIN_FILE)});
+            {.stateDirectory = state.path(), .profilePlugin = QStringLiteral(KUB_PLUGIN_FILE)});
         EXPECT_TRUE(opened);
         device = *std::move(opened);
         EXPECT_TRUE(device->makeTree());
