@@ -140,7 +140,7 @@ export class TreePane {
         row.append(twig, make("span", {class: "sign", title: change ? SIGNS[change][1] : null}, change ? SIGNS[change][0] : ""),
                    foreign(line.name, 100, {class: "name"}), " ",
                    format && format !== "node" ? make("span", {class: "format"}, asText(format)) : "", " ",
-                   status ? make("span", {class: "tag fault"}, asText(status)) : value === null ? "" : foreign(value, 120, {class: "data"}));
+                   status ? make("span", {class: "tag fault"}, asText(status)) : value === null ? "" : value === "" ? make("span", {class: "format"}, "(empty)") : foreign(value, 120, {class: "data"}));
     }
 
     toggle(line) {

@@ -98,6 +98,15 @@ class BehindTest(PageTest):
         self.assertEqual((changed[0], changed[-1]), (381, 424))
         self.assertIn("≠ cut from 120 to 44 bytes", self.text("#behind .changes"))
 
+    def test_each_byte_of_the_map_is_of_the_field_that_the_header_has_there(self):
+        self.open(at="command=3")
+        titles = self.script("return [...document.querySelectorAll('#behind .map .cell')].map((cell) => cell.title)")
+        self.assertEqual([titles[at] for at in (380, 381, 424, 425)],
+                         ["byte 380: reserved142", "byte 381: csdAddress, changed", "byte 424: csdAddress, changed", "byte 425: csdAuthId"])
+        colours = self.script("return [...document.querySelectorAll('#behind .map .cell')].map((cell) => cell.className)")
+        self.assertIn("part-gprs", colours[8])
+        self.assertIn("part-csd first", colours[381].replace(" odd", ""))
+
     def test_has_the_calls_in_order_with_their_results(self):
         self.open(at="mount=1")
         self.assertEqual(self.texts("#behind .calls tbody tr"),
