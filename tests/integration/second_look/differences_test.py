@@ -194,6 +194,22 @@ class SeveralCommandsTest(SecondLookTest):
             f"Add {CONN}/Team/Foo: 200 OK, but gone at the next mount: a profile has no such node"])
         self.assertEqual(self.client("--strict", "shell", stdin=self.SHELL)[0], DIFFERENT)
 
+    def test_what_one_change_has_overwritten_is_not_told_of_the_next(self):
+        _, printed, _ = self.client("shell", stdin=f"replace {OFFICE}/Bearer GSM-CSD\n"
+                                                   f"replace {OFFICE}/Addr 12345\n"
+                                                   f"replace {OFFICE}/Bearer GSM-GPRS\n")
+        lines = printed.splitlines()
+        self.assertIn("the GSM-CSD settings that the profile had", lines[0])
+        self.assertEqual(lines[2].split(", but ")[0], f"replace {OFFICE}/Bearer: 200 OK")
+        self.assertNotIn("overwritten", "\n".join(lines[1:]))
+
+    def test_settings_of_a_third_bearer_are_not_overwritten(self):
+        self.handset.napictl("set", "Home", "csd2.address=+4999")
+        status, printed, errors = self.client("replace", HOME + "/Bearer", "GSM-GPRS")
+        self.assertEqual(status, SUCCESS)
+        self.assertNotIn("overwritten", printed + errors)
+        self.assertEqual(self.handset.profile("Home")["csd2"]["address"], "+4999")
+
     def test_the_last_command_that_touches_an_address_counts(self):
         for lines in ((f"add {CONN}/Empty", f"delete {CONN}/Empty"),
                       (f"rename {OFFICE} Team", f"rename {CONN}/Team Office"),
@@ -262,6 +278,16 @@ class SeveralCommandsTest(SecondLookTest):
         self.assertEqual(status, REFUSED)
         self.assertNotIn("no second look", printed)
         self.assertIn(f"Replace {HOME}/Linger: 200 OK, but reads 4465", printed)
+
+    def test_rights_from_before_an_atomic_are_there_after_it_in_the_look_as_well(self):
+        _, printed, _ = self.client(
+            "process", "--summary", "--server-id", "dm.example", "-",
+            stdin=package(replace(HOME + "?prop=ACL", "Replace=other", 1),
+                          "<Atomic><CmdID>2</CmdID>" + replace(OFFICE + "/Linger", "5", 3)
+                          + replace(CONN + "/Nowhere", "x", 4) + "</Atomic>",
+                          replace(HOME + "/Linger", "7", 5)))
+        self.assertIn(f"Replace {HOME}/Linger: 425 ", printed)
+        self.assertNotIn("no second look", printed)
 
     def test_a_session_says_it_before_its_last_line_in_both_encodings(self):
         played = scenario("profiles", packages=[{"commands": [
