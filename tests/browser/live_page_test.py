@@ -297,9 +297,9 @@ class LivePageTest(PageTest):
         self.assertTrue(any("200 OK ≠ reads 4464" in one for one in self.texts("#tree .history li")), self.texts("#tree .history li"))
 
     def test_node_that_was_deleted_is_looked_at_again(self):
-        self.choose_node(CONN + "/Home/Linger")
-        self.see_stored("csdLinger")
-        self.run_command("delete", CONN + "/Home", "", "200 OK", shown="Delete")
+        self.choose_node(LINGER)
+        self.see_stored("320–321: 30")
+        self.run_command("delete", CONN + "/Office", "", "200 OK", shown="Delete")
         self.click("#tab-tree")
         self.see_stored("names no profile for this node")
 
