@@ -431,8 +431,11 @@ Outcome CommandProcessor::add(const Command &command, const Item &item)
         return uri.outcome();
     if (item.moreData)
         return chunkRefused;
+    const TreeView::NewValue value = newValue(command, item);
+    if (syncml::isSerialisedTree(value.type))
+        return changeTree(&TndsChange::add, *uri, value);
     noteForUndo(*uri);
-    return m_tree.add(*uri, newValue(command, item));
+    return m_tree.add(*uri, value);
 }
 
 Outcome CommandProcessor::replace(const Command &command, const Item &item)
@@ -445,8 +448,11 @@ Outcome CommandProcessor::replace(const Command &command, const Item &item)
     if (item.moreData)
         return chunkRefused;
     if (address->query == Address::Query::None) {
+        const TreeView::NewValue value = newValue(command, item);
+        if (syncml::isSerialisedTree(value.type))
+            return changeTree(&TndsChange::replace, address->node, value);
         noteForUndo(address->node);
-        return m_tree.replace(address->node, newValue(command, item));
+        return m_tree.replace(address->node, value);
     }
     if (const Result<TreeNode> node = m_tree.find(address->node); !node)
         return node.outcome();
@@ -464,6 +470,53 @@ Outcome CommandProcessor::replace(const Command &command, const Item &item)
                     isName ? std::optional(address->node.parent().child(value)) : std::nullopt);
     }
     return m_tree.replaceProperty(address->node, *property, value);
+}
+
+namespace {
+
+/// The document of a serialised tree: as it is, or in base64 where a text has to carry it.
+Result<QByteArray> documentOf(const TreeView::NewValue &value)
+{
+    if (!value.data)
+        return Outcome{DmStatus::IncompleteCommand,
+                       QStringLiteral("a serialised tree without Data")};
+    const bool isBinary = typeOfFormat(value.format) == DmtData::Bin;
+    if (!isBinary || syncml::recogniseEncoding(*value.data))
+        return *value.data;
+    const Result<DmtData> decoded = parseValue(DmtData::Bin, value.data);
+    return decoded ? Result<QByteArray>(valueBytes(*decoded)) : decoded.outcome();
+}
+
+/// Takes everything back. @return whether it is as it was
+bool isTakenBack(UndoLog &undoLog)
+{
+    const std::vector<bool> isBack = undoLog.rollBack();
+    return std::ranges::find(isBack, false) == isBack.end();
+}
+
+} // namespace
+
+Outcome CommandProcessor::changeTree(TreeOperation operation, const NodeUri &target,
+                                     const TreeView::NewValue &value)
+{
+    const Result<QByteArray> document = documentOf(value);
+    if (!document)
+        return document.outcome();
+    const Result<std::vector<TndsNode>> nodes = readTnds(*document);
+    if (!nodes)
+        return nodes.outcome();
+    std::optional<UndoLog> ownLog;
+    if (!m_undoLog)
+        ownLog.emplace(m_tree.tree());
+    UndoLog &undoLog = ownLog ? *ownLog : *m_undoLog;
+    Result<TndsChange> change = TndsChange::plan(m_tree, target, *nodes);
+    if (!change)
+        return change.outcome();
+    Outcome outcome = ((*change).*operation)(undoLog);
+    // An Atomic takes back everything at once.
+    if (!outcome && ownLog && !isTakenBack(*ownLog))
+        outcome.reason += QStringLiteral("; taken back, but not everything is as it was");
+    return outcome;
 }
 
 Outcome CommandProcessor::remove(const Command &, const Item &item)

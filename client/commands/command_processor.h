@@ -2,6 +2,7 @@
 #pragma once
 
 #include "message.h"
+#include "tnds_change.h"
 #include "tree_view.h"
 #include "undo_log.h"
 
@@ -127,6 +128,11 @@ private:
     // One Item of each command.
     Outcome add(const syncml::Command &command, const syncml::Item &item);
     Outcome replace(const syncml::Command &command, const syncml::Item &item);
+    /// Adds a serialised tree, or puts it in the place of the target. It is done whole, or as far
+    /// as possible taken back.
+    using TreeOperation = Outcome (TndsChange::*)(UndoLog &undoLog);
+    Outcome changeTree(TreeOperation operation, const NodeUri &target,
+                       const TreeView::NewValue &value);
     Outcome remove(const syncml::Command &command, const syncml::Item &item);
     Outcome copy(const syncml::Command &command, const syncml::Item &item);
     Outcome execute(const syncml::Command &command, const syncml::Item &item);

@@ -1,6 +1,7 @@
 #include "codec.h"
 
 #include "element_sink.h"
+#include "element_source.h"
 #include "message_writer.h"
 #include "wbxml_codec.h"
 #include "xml_codec.h"
@@ -33,6 +34,15 @@ DecodeResult decode(const QByteArray &bytes, const Limits &limits)
     error.text = bytes.isEmpty() ? QStringLiteral("the message is empty")
                                  : QStringLiteral("the message is neither XML nor WBXML");
     return support::Unexpected(std::move(error));
+}
+
+std::unique_ptr<ElementSource> makeTreeSource(const QByteArray &bytes, const Limits &limits)
+{
+    const std::optional<Encoding> encoding = recogniseEncoding(bytes);
+    if (!encoding)
+        return nullptr;
+    return *encoding == Encoding::Xml ? makeXmlSource(bytes, limits)
+                                      : makeWbxmlTreeSource(bytes, limits);
 }
 
 EncodeResult encode(const Message &message, Encoding encoding, XmlLayout layout)

@@ -3,7 +3,11 @@
 
 #include "codec_result.h"
 
+#include <memory>
+
 namespace syncml {
+
+class ElementSource;
 
 enum class Encoding { Xml, Wbxml };
 
@@ -13,6 +17,9 @@ std::optional<Encoding> recogniseEncoding(const QByteArray &bytes);
 /// Reads one message in the encoding that its bytes show; 415 when they show none. An empty message
 /// is an error too (400): a peer that ends a session with an empty body is the caller's to notice.
 DecodeResult decode(const QByteArray &bytes, const Limits &limits = {});
+
+/// The elements of a serialised tree in the encoding that its bytes show; null when they show none.
+std::unique_ptr<ElementSource> makeTreeSource(const QByteArray &bytes, const Limits &limits);
 
 /// @param layout  of XML; only people have a use for another than the usual one
 EncodeResult encode(const Message &message, Encoding encoding,

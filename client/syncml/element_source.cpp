@@ -42,9 +42,28 @@ QString ElementSource::name() const
                                          : elementName(m_element);
 }
 
+/// The name of the current element, to be told when it has been left.
+class ElementSource::NameOfElement {
+public:
+    explicit NameOfElement(const ElementSource &source)
+        : m_element(source.m_element),
+          m_unknownName(m_element == Element::Unknown ? source.name() : QString())
+    {
+    }
+
+    QString toString() const
+    {
+        return m_element == Element::Unknown ? m_unknownName : elementName(m_element);
+    }
+
+private:
+    Element m_element;
+    QString m_unknownName;
+};
+
 QString ElementSource::readText(OuterBlanks outerBlanks)
 {
-    const Element elementRead = m_element;
+    const NameOfElement elementRead(*this);
     m_collected.clear();
     if (!appendTexts(m_collected))
         return {};
@@ -52,7 +71,7 @@ QString ElementSource::readText(OuterBlanks outerBlanks)
     std::optional<QString> text =
         xmlTextFromUtf8(outerBlanks == OuterBlanks::Cut ? withoutOuterBlanks(bytes) : bytes);
     if (!text) {
-        fail(400, QStringLiteral("%1 is not text in UTF-8").arg(elementName(elementRead)));
+        fail(400, QStringLiteral("%1 is not text in UTF-8").arg(elementRead.toString()));
         return {};
     }
     return *std::move(text);
@@ -85,12 +104,12 @@ QByteArray ElementSource::readBytes()
 template <class Bytes>
 bool ElementSource::appendTexts(Bytes &bytes)
 {
-    const Element elementRead = m_element;
+    const NameOfElement elementRead(*this);
     for (;;) {
         switch (step()) {
         case Token::Start:
             fail(400, QStringLiteral("%1 inside %2, which holds text only")
-                          .arg(name(), elementName(elementRead)));
+                          .arg(name(), elementRead.toString()));
             return false;
         case Token::Text:
             append(bytes, m_text);

@@ -82,6 +82,8 @@ protected:
     QByteArrayView m_markup;
 
 private:
+    class NameOfElement;
+
     /// Counts bytes of text towards their limit.
     void countText(qsizetype bytes);
     /// Appends the texts up to the end of the current element. False after a fault.

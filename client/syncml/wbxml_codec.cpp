@@ -5,6 +5,7 @@
 #include "element_source.h"
 #include "message_reader.h"
 #include "message_writer.h"
+#include "tree_tokens.h"
 #include "xml_text.h"
 
 #include <QByteArrayView>
@@ -40,6 +41,10 @@ constexpr quint32 idUnknown = 0x01;
 constexpr quint32 idSyncml11 = 0x0FD3;
 constexpr quint32 idSyncml12 = 0x1201;
 constexpr QByteArrayView publicTextStart("-//SYNCML//DTD SyncML 1.");
+constexpr QByteArrayView publicTextStartOfTree("-//OMA//DTD-DM-DDF 1.");
+
+/// What a document is made of: each kind has public ids and code pages of its own.
+enum class Vocabulary { Message, Tree };
 
 // Character sets, by their IANA numbers.
 constexpr quint32 charsetUnknown = 0;
@@ -55,8 +60,9 @@ QString hex(quint32 number)
 
 class WbxmlSource final : public ElementSource {
 public:
-    WbxmlSource(const QByteArray &bytes, const Limits &limits)
-        : ElementSource(limits), m_bytes(bytes), m_reader(m_bytes)
+    WbxmlSource(const QByteArray &bytes, const Limits &limits,
+                Vocabulary vocabulary = Vocabulary::Message)
+        : ElementSource(limits), m_bytes(bytes), m_reader(m_bytes), m_vocabulary(vocabulary)
     {
         if (checkSize(bytes.size()))
             readPrologue();
@@ -133,13 +139,17 @@ private:
     void checkPublicText(quint32 index)
     {
         QByteArrayView text;
-        if (!tableString(index, text) || text.startsWith(publicTextStart))
+        const bool isTree = m_vocabulary == Vocabulary::Tree;
+        if (!tableString(index, text) ||
+            text.startsWith(isTree ? publicTextStartOfTree : publicTextStart))
             return;
         // It may be anything, of any length, and the error is to be shown to a person.
         constexpr qsizetype shownBytes = 64;
         const QByteArray shown =
             text.first(std::min(text.size(), shownBytes)).toByteArray().toPercentEncoding(" /");
-        fail(415, QStringLiteral("public id '%1' is not SyncML").arg(QString::fromLatin1(shown)));
+        fail(415, QStringLiteral("public id '%1' is not %2")
+                      .arg(QString::fromLatin1(shown),
+                           isTree ? QStringLiteral("of a tree") : QStringLiteral("SyncML")));
     }
 
     // ---- tokens
@@ -151,8 +161,7 @@ private:
             fail(400, QStringLiteral("token %1 has no place in a SyncML message").arg(hex(token)));
             return Token::Failed;
         }
-        m_element = elementByToken(m_page, tag);
-        if (m_element == Element::Unknown) {
+        if (!findElement(tag)) {
             fail(400,
                  QStringLiteral("tag %1 of code page %2 is not known").arg(hex(tag)).arg(m_page));
             return Token::Failed;
@@ -161,6 +170,18 @@ private:
         m_rootRead = true;
         m_emptyElementOpen = (token & contentBit) == 0;
         return Token::Start;
+    }
+
+    bool findElement(quint8 tag)
+    {
+        if (m_vocabulary == Vocabulary::Message) {
+            m_element = elementByToken(m_page, tag);
+            return m_element != Element::Unknown;
+        }
+        const std::string_view name = m_page == treePage ? treeElementName(tag) : "";
+        m_unknownName = QByteArrayView(name);
+        m_element = elementByName(m_unknownName);
+        return !name.empty();
     }
 
     Token leave()
@@ -252,6 +273,7 @@ private:
 
     const QByteArray m_bytes;
     ByteReader m_reader;
+    const Vocabulary m_vocabulary;
     QByteArrayView m_stringTable;
     QByteArray m_entity; ///< the last one, in UTF-8
     qsizetype m_open = 0; ///< elements begun and not ended
@@ -361,6 +383,11 @@ DecodeResult decodeWbxml(const QByteArray &bytes, const Limits &limits)
 {
     WbxmlSource source(bytes, limits);
     return readMessage(source, limits);
+}
+
+std::unique_ptr<ElementSource> makeWbxmlTreeSource(const QByteArray &bytes, const Limits &limits)
+{
+    return std::make_unique<WbxmlSource>(bytes, limits, Vocabulary::Tree);
 }
 
 EncodeResult encodeWbxml(const Message &message)

@@ -8,6 +8,7 @@
 namespace syncml {
 
 class ElementSink;
+class ElementSource;
 
 /// Reads one message.
 ///
@@ -18,6 +19,10 @@ class ElementSink;
 /// Refused: tags and code pages other than SyncML's and MetInf's, attributes, literal tags,
 /// extensions, processing instructions, elements inside a text, bytes after the end.
 DecodeResult decodeWbxml(const QByteArray &bytes, const Limits &limits = {});
+
+/// The elements of a serialised tree or a device description: as a message, but with the public ids
+/// and the code page of these.
+std::unique_ptr<ElementSource> makeWbxmlTreeSource(const QByteArray &bytes, const Limits &limits);
 
 /// Writes `message` as WBXML 1.2 without a string table, with the children in the order of the DTD;
 /// every Data is opaque, every other text an inline string (a NextNonce that is not text is

@@ -213,6 +213,11 @@ DecodeResult decodeXml(const QByteArray &bytes, const Limits &limits)
     return readMessage(source, limits);
 }
 
+std::unique_ptr<ElementSource> makeXmlSource(const QByteArray &bytes, const Limits &limits)
+{
+    return std::make_unique<XmlSource>(bytes, limits);
+}
+
 EncodeResult encodeXml(const Message &message, XmlLayout layout)
 {
     XmlSink sink(layout);

@@ -9,6 +9,7 @@
 namespace syncml {
 
 class ElementSink;
+class ElementSource;
 
 /// Reads one message.
 ///
@@ -20,6 +21,9 @@ class ElementSink;
 /// Refused: a document type declaration with an internal subset, references to entities other than
 /// the five predefined ones, text between elements, an element twice where one can be.
 DecodeResult decodeXml(const QByteArray &bytes, const Limits &limits = {});
+
+/// The elements of any document, with what is refused in a message refused.
+std::unique_ptr<ElementSource> makeXmlSource(const QByteArray &bytes, const Limits &limits);
 
 /// Writes `message` as UTF-8, with the children in the order of the DTD.
 ///

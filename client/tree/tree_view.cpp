@@ -509,6 +509,13 @@ Outcome TreeView::replaceValue(const NodeUri &uri, const NewValue &value)
     return outcome;
 }
 
+Outcome TreeView::mayReplaceContents(const TreeNode &interior) const
+{
+    if (!interior.m_isChangeable || !hasAccessType(interior.uri(), AccessReplace))
+        return notAllowed(interior.uri(), "cannot be replaced");
+    return permit(Right::Replace, interior);
+}
+
 Outcome TreeView::replaceValues(const NodeUri &uri, const std::vector<ChildValue> &values)
 {
     const Result<TreeNode> parent = findToChange(uri);
@@ -634,17 +641,22 @@ Outcome TreeView::rename(const TreeNode &node, const QByteArray &newName)
 
 // ---- Deleting, copying, executing ----------------------------------------------------------------
 
+Outcome TreeView::mayRemove(const TreeNode &node) const
+{
+    if (node.isPermanent())
+        return notAllowed(node.uri(), "is permanent");
+    if (!hasAccessType(node.uri(), AccessDelete))
+        return notAllowed(node.uri(), "cannot be deleted");
+    return permit(Right::Delete, node);
+}
+
 Outcome TreeView::removeNode(const NodeUri &uri)
 {
     const Result<TreeNode> node = findToChange(uri);
     if (!node)
         return node.outcome();
-    if (node->isPermanent())
-        return notAllowed(uri, "is permanent");
-    if (!hasAccessType(uri, AccessDelete))
-        return notAllowed(uri, "cannot be deleted");
-    if (const Outcome right = permit(Right::Delete, *node); !right)
-        return right;
+    if (const Outcome allowed = mayRemove(*node); !allowed)
+        return allowed;
     const std::vector<NodeUri> twins = m_tree->twinsOf(uri);
     const Outcome outcome = outcomeOfEngineCall(node->m_tree->DeleteNode(node->path().constData()));
     if (!find(uri)) {

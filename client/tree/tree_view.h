@@ -59,12 +59,19 @@ public:
     /// As find, for a command that reads: 405 for the Inbox and what is beneath it, which can only
     /// be added to, whether it is there or not.
     Result<TreeNode> findToRead(const NodeUri &uri) const;
+    /// As find, for an operation that may change the node or what is beneath it.
+    Result<TreeNode> findToChange(const NodeUri &uri) const;
     /// Children in the order in which the tree lists them; none for a leaf.
     std::vector<TreeNode> children(const TreeNode &node) const;
     /// Whether the names of the node's children, and its properties, may be read: 425 if not.
     Outcome mayGet(const TreeNode &node) const;
     /// Whether the node may be given another name: 405 if its name is fixed, 425 without the right.
     Outcome mayRename(const TreeNode &node) const;
+    /// Whether the node may be deleted: 405 if it is to stay, 425 without the right.
+    Outcome mayRemove(const TreeNode &node) const;
+    /// Whether an interior node, with what is beneath it, may be given other contents: 405 if it
+    /// takes none, 425 without the right to replace it.
+    Outcome mayReplaceContents(const TreeNode &interior) const;
     /// The value of a leaf; 405 for an interior node.
     Result<DmtData> value(const TreeNode &node) const;
     /// 406 for the size of an interior node.
@@ -128,8 +135,6 @@ private:
     Outcome removeNode(const NodeUri &uri);
     Outcome copyLeaf(const NodeUri &source, const NodeUri &target);
 
-    /// As find, for an operation that may change the node or what is beneath it.
-    Result<TreeNode> findToChange(const NodeUri &uri) const;
     /// The values of the leaves directly beneath a node, as far as one call yields them.
     static std::map<QByteArray, DmtData> leafValues(const TreeNode &interior);
     class Listing;

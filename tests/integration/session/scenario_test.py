@@ -14,7 +14,7 @@ from sessions import (CERTIFICATE, ENCODINGS, KEY, KINDS, REFUSED, SECRETS, SESS
 # These need a terminal, or an account of a certain kind; they have tests of their own.
 ON_THEIR_OWN = {"questions", "accounts"}
 # Scenarios with commands that are refused.
-WITH_REFUSALS = {"commands", "alerts"}
+WITH_REFUSALS = {"commands", "alerts", "serialised_trees"}
 
 
 class ScenarioTest(SessionTest):

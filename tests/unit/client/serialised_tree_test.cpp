@@ -228,19 +228,6 @@ TEST_F(SerialisedTreeTest, NeedsGetOnTheNodeThatItBeginsWith)
         EXPECT_EQ(document(profileUri("Office?list=") + listing), "425");
 }
 
-TEST_F(SerialisedTreeTest, IsNotTakenAsAValue)
-{
-    Item payload = target(profileUri("New"), "<MgmtTree/>");
-    payload.meta.emplace();
-    payload.meta->format = QStringLiteral("xml");
-    payload.meta->type = QStringLiteral("application/vnd.syncml.dmtnds+xml");
-    EXPECT_EQ(statusOf(CommandKind::Add, payload), 415);
-    payload.target = location(profileUri("Home/Addr"));
-    EXPECT_EQ(statusOf(CommandKind::Replace, payload), 415);
-    payload.meta->type = QStringLiteral("application/vnd.syncml.dmtnds+wbxml");
-    EXPECT_EQ(statusOf(CommandKind::Replace, payload), 415);
-}
-
 } // namespace
 
 } // namespace client
