@@ -474,19 +474,6 @@ Outcome CommandProcessor::replace(const Command &command, const Item &item)
 
 namespace {
 
-/// The document of a serialised tree: as it is, or in base64 where a text has to carry it.
-Result<QByteArray> documentOf(const TreeView::NewValue &value)
-{
-    if (!value.data)
-        return Outcome{DmStatus::IncompleteCommand,
-                       QStringLiteral("a serialised tree without Data")};
-    const bool isBinary = typeOfFormat(value.format) == DmtData::Bin;
-    if (!isBinary || syncml::recogniseEncoding(*value.data))
-        return *value.data;
-    const Result<DmtData> decoded = parseValue(DmtData::Bin, value.data);
-    return decoded ? Result<QByteArray>(valueBytes(*decoded)) : decoded.outcome();
-}
-
 /// Takes everything back. @return whether it is as it was
 bool isTakenBack(UndoLog &undoLog)
 {
@@ -499,10 +486,9 @@ bool isTakenBack(UndoLog &undoLog)
 Outcome CommandProcessor::changeTree(TreeOperation operation, const NodeUri &target,
                                      const TreeView::NewValue &value)
 {
-    const Result<QByteArray> document = documentOf(value);
-    if (!document)
-        return document.outcome();
-    const Result<std::vector<TndsNode>> nodes = readTnds(*document);
+    if (!value.data)
+        return {DmStatus::IncompleteCommand, QStringLiteral("a serialised tree without Data")};
+    const Result<std::vector<TndsNode>> nodes = readTnds(*value.data);
     if (!nodes)
         return nodes.outcome();
     std::optional<UndoLog> ownLog;

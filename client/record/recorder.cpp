@@ -4,6 +4,7 @@
 #include "record_fields.h"
 #include "secret_leaf.h"
 #include "text_or_base64.h"
+#include "tnds_reader.h"
 #include "tnds_secrets.h"
 #include "user_interaction.h"
 
@@ -471,10 +472,13 @@ void Recorder::learnSecretsOf(const Command &command, const Item &item)
     const Secrecy kind = secrecyOf(command, item, m_secrecy);
     if (kind == Secrecy::Whole)
         m_known.add(data);
-    if (kind != Secrecy::Fields)
+    if (kind == Secrecy::None)
         return;
     for (const ByteSpan &value : secretValues(data).value_or(ByteSpans()))
         m_known.add(data.sliced(value.begin, value.end - value.begin));
+    if (const auto nodes = readTnds(data))
+        for (const QByteArray &secret : secretsOf(*nodes))
+            m_known.add(secret);
 }
 
 void Recorder::learnSecretsOf(const std::vector<Command> &commands)

@@ -83,7 +83,9 @@ private:
     void closeNode()
     {
         const OpenNode &node = m_nodes.back();
-        if (isSecretLeaf(node.name.bytes().trimmed()))
+        // A node without a name is what its command is for, or nobody knows what.
+        const QByteArray name = QByteArray::fromPercentEncoding(node.name.bytes().trimmed());
+        if (name.isEmpty() || isSecretLeaf(name))
             m_secrets.insert(m_secrets.end(), node.values.begin(), node.values.end());
         m_nodes.pop_back();
     }

@@ -3,6 +3,8 @@
 #include "codec.h"
 #include "ddf.h"
 #include "element_source.h"
+#include "node_value.h"
+#include "secret_leaf.h"
 
 #include <algorithm>
 #include <iterator>
@@ -158,9 +160,7 @@ Outcome outcomeOf(const syncml::DecodeError &error)
             QStringLiteral("the serialised tree: ") + error.toString()};
 }
 
-} // namespace
-
-Result<std::vector<TndsNode>> readTnds(const QByteArray &document, const TndsLimits &limits)
+Result<std::vector<TndsNode>> readDocument(const QByteArray &document, const TndsLimits &limits)
 {
     syncml::Limits ofElements;
     ofElements.messageBytes = limits.bytes;
@@ -174,6 +174,39 @@ Result<std::vector<TndsNode>> readTnds(const QByteArray &document, const TndsLim
     if (source->error())
         return outcomeOf(*source->error());
     return nodes;
+}
+
+/// Whether the bytes begin as base64 does, and neither XML nor WBXML.
+bool isBase64(const QByteArray &bytes)
+{
+    const QByteArray text = bytes.trimmed();
+    return !text.isEmpty() && (QChar::isLetterOrNumber(static_cast<unsigned char>(text.front())) ||
+                               text.front() == '+' || text.front() == '/');
+}
+
+} // namespace
+
+Result<std::vector<TndsNode>> readTnds(const QByteArray &document, const TndsLimits &limits)
+{
+    if (isBase64(document)) {
+        const Result<DmtData> decoded = parseValue(DmtData::Bin, document);
+        return decoded ? readDocument(valueBytes(*decoded), limits) : decoded.outcome();
+    }
+    return readDocument(document, limits);
+}
+
+std::vector<QByteArray> secretsOf(const std::vector<TndsNode> &nodes)
+{
+    std::vector<QByteArray> secrets;
+    for (const TndsNode &node : nodes) {
+        const QByteArray name = QByteArray::fromPercentEncoding(node.name.toUtf8());
+        if (!node.value || !(name.isEmpty() || isSecretLeaf(name)))
+            continue;
+        secrets.push_back(*node.value);
+        if (typeOfFormat(node.format) == DmtData::Bin)
+            secrets.push_back(QByteArray::fromBase64(*node.value));
+    }
+    return secrets;
 }
 
 } // namespace client

@@ -34,10 +34,15 @@ struct TndsNode {
 
 /// The nodes of a document, parents before their children, in its order.
 ///
+/// The document may be in base64, as one that is binary comes in a message of XML.
 /// Taken are elements in any order and namespace; unknown ones, and what describes nodes rather
 /// than being one (DFProperties), are skipped.
 /// @return 400 for what is not a well-formed tree, 415 for another kind of document, an encoding or
 ///         a version of the tree that is not supported, 413 beyond a limit; with the place
 Result<std::vector<TndsNode>> readTnds(const QByteArray &document, const TndsLimits &limits = {});
+
+/// The values of secret leaves (see isSecretLeaf) in the nodes, as they are and, where they came in
+/// base64, decoded. A node without a name may be any leaf.
+std::vector<QByteArray> secretsOf(const std::vector<TndsNode> &nodes);
 
 } // namespace client
