@@ -101,6 +101,22 @@ TEST(TndsReader, KeepsAValueAsItIs)
     EXPECT_EQ(summary(tree("<Node/>")), "[0 - - - - - - -]");
 }
 
+TEST(TndsReader, TellsTheValuesOfSecretLeavesHoweverTheyCome)
+{
+    const auto secrets = [](const QByteArray &nodes) {
+        QByteArrayList texts;
+        for (const QByteArray &secret : secretsOf(*readTnds(tree(nodes).toBase64())))
+            texts.push_back(secret);
+        return texts.join(' ').toStdString();
+    };
+    EXPECT_EQ(secrets("<Node><NodeName>AuthPw</NodeName><Value>a&amp;b</Value></Node>"
+                      "<Node><NodeName>Auth%50w</NodeName><RTProperties><Format><b64/></Format>"
+                      "</RTProperties><Value>eHl6</Value></Node>"
+                      "<Node><Value>unknown</Value></Node>"
+                      "<Node><NodeName>Addr</NodeName><Value>internet</Value></Node>"),
+              "a&b eHl6 xyz unknown");
+}
+
 // ---- What is refused -----------------------------------------------------------------------------
 
 struct Refusal {

@@ -104,6 +104,17 @@ TEST(MessageSecretsTest, OfASerialisedTreeOnlySecretLeavesAreOverwritten)
     }
 }
 
+TEST(MessageSecretsTest, OfASerialisedTreeALeafIsSecretWithItsNameEscapedOrWithoutOne)
+{
+    for (const char *const name : {"Auth%50w", "%41%75%74%68%50%77", ""}) {
+        const QByteArray data = QByteArray(tree).replace("AuthPw", name);
+        const QByteArray before = document(replaceOf("./A", data, treeType));
+        const auto after = shown(before);
+        ASSERT_TRUE(after) << name;
+        EXPECT_EQ(*after, QByteArray(before).replace("hunter2", "*******")) << name;
+    }
+}
+
 TEST(MessageSecretsTest, ATreeThatCannotBeReadIsOverwrittenAsAWhole)
 {
     const QByteArray data = "&lt;MgmtTree>&lt;Node>&lt;NodeName>AuthPw&lt;/NodeName>hunter2";
