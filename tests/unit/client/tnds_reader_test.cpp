@@ -2,6 +2,7 @@
 
 #include "tnds_reader.h"
 
+#include <QByteArrayList>
 #include <gtest/gtest.h>
 
 namespace client {
