@@ -275,7 +275,7 @@ private:
     ByteReader m_reader;
     const Vocabulary m_vocabulary;
     QByteArrayView m_stringTable;
-    QByteArray m_entity; ///< the last one, in UTF-8
+    QByteArray m_entity;  ///< the last one, in UTF-8
     qsizetype m_open = 0; ///< elements begun and not ended
     quint8 m_page = syncmlPage;
     bool m_rootRead = false;
