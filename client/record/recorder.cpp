@@ -142,12 +142,10 @@ QJsonArray Recorder::shownHeaders(const HttpHeaders &headers) const
     return array;
 }
 
-QJsonObject Recorder::shownValue(const QByteArray &value, bool mayBeSecret) const
+void Recorder::addValue(QJsonObject &fields, const QByteArray &value, bool mayBeSecret) const
 {
     const bool isMasked = mayBeSecret && !value.isEmpty() && !m_secrecy.showsSecrets;
-    QJsonObject fields;
     addText(fields, QStringLiteral("value"), isMasked ? QByteArray(secretMask) : value);
-    return fields;
 }
 
 void Recorder::addOwner(QJsonObject &fields) const
@@ -579,11 +577,8 @@ void Recorder::commandAnswered(const AnsweredCommand &command)
     if (!command.format.isEmpty())
         item.fields[u"format"] = command.format;
     // What answers a Get, or belongs to an item that was not run.
-    if (command.value && !item.fields.contains(u"value")) {
-        const QJsonObject value = shownValue(*command.value, command.mayBeSecret);
-        for (auto field = value.begin(); field != value.end(); ++field)
-            item.fields[field.key()] = field.value();
-    }
+    if (command.value && !item.fields.contains(u"value"))
+        addValue(item.fields, *command.value, command.mayBeSecret);
     writeOutcome(std::move(item), command.status, command.reason);
 }
 
@@ -620,11 +615,8 @@ void Recorder::typedCommandEnded(const TypedCommand &command)
         item.fields[u"source"] = command.source;
     if (!command.format.isEmpty())
         item.fields[u"format"] = command.format;
-    if (command.value) {
-        const QJsonObject value = shownValue(*command.value, isSecretUri(command.target));
-        for (auto field = value.begin(); field != value.end(); ++field)
-            item.fields[field.key()] = field.value();
-    }
+    if (command.value)
+        addValue(item.fields, *command.value, isSecretUri(command.target));
     writeOutcome(std::move(item), command.outcome.status, command.outcome.reason);
     m_running.clear();
 }
@@ -635,7 +627,7 @@ QJsonObject Recorder::shownNode(const SeenNode &node) const
 {
     QJsonObject fields;
     if (node.value && node.format != formatName(DmtData::Node))
-        fields = shownValue(*node.value, isSecretLeaf(node.uri.name()));
+        addValue(fields, *node.value, isSecretLeaf(node.uri.name()));
     fields[u"uri"] = QString::fromLatin1(node.uri.toUri());
     fields[u"format"] = node.format;
     if (node.status != DmStatus::Ok)

@@ -134,7 +134,8 @@ private:
     QString shownUrl(const QUrl &url) const;
     QJsonArray shownHeaders(const HttpHeaders &headers) const;
     QJsonValue reasonOf(const QString &reason) const;
-    QJsonObject shownValue(const QByteArray &value, bool mayBeSecret) const;
+    /// @param mayBeSecret  whether it is masked, unless the run shows secrets
+    void addValue(QJsonObject &fields, const QByteArray &value, bool mayBeSecret) const;
     /// The number of what runs: of the mount, or of the command.
     void addOwner(QJsonObject &fields) const;
     void learnSecretsOf(const NAP_PROFILE_S &record);
