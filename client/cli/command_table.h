@@ -8,6 +8,7 @@
 #include "secret_input.h"
 
 #include <QByteArray>
+#include <memory>
 #include <optional>
 
 namespace client::cli {
@@ -26,7 +27,9 @@ struct Context {
     const Invocation &invocation;
     SecondLook *secondLook = nullptr; ///< null for commands that change nothing
     bool inShell = false;
-    bool leaveShell = false;              ///< set by the command that ends the shell
+    bool leaveShell = false; ///< set by the command that ends the shell
+    /// That a session has begun for itself; it ends with the command, whose status it has.
+    std::shared_ptr<Recording> sessionRecording = {};
     std::optional<QByteArray> value = {}; ///< that the command writes or has read, for the record
 
     QString commandName() const { return QString::fromLatin1(invocation.command->name); }

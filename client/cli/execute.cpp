@@ -162,7 +162,7 @@ ExitStatus execute(Output &output, const Invocation &invocation)
                     .output = output,
                     .invocation = invocation,
                     .secondLook = look ? &*look : nullptr};
-    return isRecorded ? runRecorded(context) : runStrictly(context);
+    return isRecorded ? runRecorded(context) : endSessionRecording(context, runStrictly(context));
 }
 
 } // namespace client::cli

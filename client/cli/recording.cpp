@@ -1,6 +1,8 @@
 #include "recording.h"
 
+#include "commands.h"
 #include "common_rows.h"
+#include "difference_report.h"
 
 #include <utility>
 
@@ -64,6 +66,19 @@ ExitStatus Recording::finish(ExitStatus status)
     m_recorder.end(m_session ? &*m_session : nullptr, static_cast<int>(status));
     if (m_isKept)
         keptRecords(m_device).prune();
+    return status;
+}
+
+ExitStatus endSessionRecording(Context &context, ExitStatus status)
+{
+    const auto recording = std::exchange(context.sessionRecording, nullptr);
+    if (!recording)
+        return status;
+    context.recording = nullptr;
+    recordLooks(context);
+    recording->finish(status);
+    if (const auto &loss = recording->recorder().lossReason())
+        problem(context, QStringLiteral("the session's record has gaps: %1").arg(*loss), status);
     return status;
 }
 

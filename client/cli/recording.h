@@ -39,6 +39,11 @@ private:
     bool m_isKept = false;
 };
 
+/// Ends the record that a session has begun for itself, if it has.
+/// @param status  what the command ends with
+/// @return the status
+ExitStatus endSessionRecording(Context &context, ExitStatus status);
+
 /// Where sessions with that device are recorded.
 KeptRecords keptRecords(const DmDevice &device);
 /// The same of a state directory that need not be there.

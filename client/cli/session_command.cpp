@@ -253,14 +253,14 @@ ExitStatus haveSession(const Context &context, const HttpModule &http, const Ser
                    worse(exitStatusOf(end), ExitStatus::Unusable));
 }
 
-/// Keeps a record of the session with those of others. That it cannot be kept is told, and keeps
-/// nobody from having the session.
-/// @return null when the run is recorded anyway, or when the record cannot be kept
-std::unique_ptr<Recording> beginRecord(Context &context)
+/// Keeps a record of the session with those of others, unless it is in that of a shell. That it
+/// cannot be kept is told, and keeps nobody from having the session.
+void beginRecord(Context &context)
 {
-    // The record of a shell has what comes before and after a session as well, and stays one.
+    // A record is of one run: the numbers of a shell's go on, and what the session found was there
+    // before it.
     if (context.recording && context.inShell)
-        return nullptr;
+        return;
     const auto tell = [&context](const QString &reason) {
         problem(context, QStringLiteral("the session is not recorded: %1").arg(reason),
                 ExitStatus::Success);
@@ -268,25 +268,15 @@ std::unique_ptr<Recording> beginRecord(Context &context)
     if (context.recording) {
         if (const auto kept = context.recording->keep(); !kept)
             tell(kept.error());
-        return nullptr;
+        return;
     }
     auto recording = Recording::kept(*context.device, context.invocation);
     if (!recording) {
         tell(recording.error());
-        return nullptr;
+        return;
     }
-    context.recording = recording->get();
-    return *std::move(recording);
-}
-
-ExitStatus endRecord(Context &context, Recording &recording, ExitStatus status)
-{
-    context.recording = nullptr;
-    recordLooks(context);
-    recording.finish(status);
-    if (const auto &loss = recording.recorder().lossReason())
-        problem(context, QStringLiteral("the session's record has gaps: %1").arg(*loss), status);
-    return status;
+    context.sessionRecording = *std::move(recording);
+    context.recording = context.sessionRecording.get();
 }
 
 /// Whether the signal was meant for more than the session. Ctrl-C is meant for the command that
@@ -322,10 +312,8 @@ ExitStatus runSession(Context &context)
 
     const InterruptGuard guard;
     settings->transport.interruptFile = guard.file();
-    const auto recording = beginRecord(context);
-    ExitStatus status = haveSession(context, **http, *server, *settings, trace.get());
-    if (recording)
-        status = endRecord(context, *recording, status);
+    beginRecord(context);
+    const ExitStatus status = haveSession(context, **http, *server, *settings, trace.get());
     if (!context.inShell || !endsShell(InterruptGuard::signal()))
         return status;
     context.leaveShell = true;

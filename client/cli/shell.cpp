@@ -6,6 +6,7 @@
 #include "line_editor.h"
 #include "private_storage.h"
 #include "program.h"
+#include "recording.h"
 #include "secret_leaf.h"
 #include "terminal.h"
 #include "words.h"
@@ -110,7 +111,7 @@ ExitStatus Shell::runWords(const QStringList &words)
                     .invocation = *invocation,
                     .secondLook = &m_look,
                     .inShell = true};
-    status = runAndKeep(context);
+    status = endSessionRecording(context, runAndKeep(context));
     m_leave = context.leaveShell;
     context.recording = m_recording;
     recordLooks(context);
