@@ -2,7 +2,6 @@
 
 #include "commands.h"
 #include "parser.h"
-#include "record_reader.h"
 #include "record_text.h"
 #include "recording.h"
 
@@ -16,14 +15,6 @@ namespace client::cli {
 using commandline::printable;
 
 namespace {
-
-constexpr char ending[] = ".jsonl";
-
-/// A kept record's name with its ending, which need not be typed.
-QString fullName(const QString &name)
-{
-    return name.endsWith(QLatin1String(ending)) ? name : name + QLatin1String(ending);
-}
 
 // ---- list ----------------------------------------------------------------------------------------
 
@@ -58,7 +49,7 @@ QString summaryLine(const QJsonObject &summary)
                                   .arg(summary[u"commands"].toInt())
                                   .arg(summary[u"refused"].toInt());
     return printable(QStringLiteral("%1  %2  %3: %4, %5")
-                         .arg(summary[u"name"].toString().chopped(sizeof ending - 1),
+                         .arg(summary[u"name"].toString().section(u'.', 0, 0),
                               time.toLocalTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")),
                               words.join(u' '), end,
                               QLocale::c().formattedDataSize(summary[u"bytes"].toInteger())));
@@ -86,27 +77,15 @@ ExitStatus listRecords(Context &context)
 
 // ---- show ----------------------------------------------------------------------------------------
 
-/// A word with a slash is a file; others are names of kept records, and none is the newest.
-support::Expected<RecordReader, QString> openRecord(const Context &context)
-{
-    const KeptRecords records = keptRecords(*context.device);
-    const QStringList names = records.names();
-    const QString word = context.invocation.arguments.value(1);
-    if (word.contains(u'/'))
-        return RecordReader::open(word);
-    const QString name = word.isEmpty() ? names.value(names.size() - 1) : fullName(word);
-    if (name.isEmpty())
-        return support::Unexpected(QStringLiteral("no session is recorded"));
-    if (!names.contains(name))
-        return support::Unexpected(
-            QStringLiteral("there is no record %1; a file is named with a slash, such as ./%1")
-                .arg(word));
-    return RecordReader::openInState(records.path(name));
-}
-
 ExitStatus showRecord(Context &context)
 {
-    auto reader = openRecord(context);
+    const KeptRecords records = keptRecords(*context.device);
+    const auto name = context.invocation.arguments.size() > 1
+                          ? support::Expected<QString, QString>(context.invocation.arguments[1])
+                          : records.newest();
+    if (!name)
+        return problem(context, name.error(), ExitStatus::Unusable);
+    auto reader = records.open(*name);
     if (!reader)
         return problem(context, reader.error(), ExitStatus::Unusable);
     const bool asJson = context.invocation.has("json");
@@ -135,7 +114,7 @@ ExitStatus removeRecords(Context &context)
         return wrongUsage(context, QStringLiteral("remove wants names, or --all"));
     ExitStatus worst = ExitStatus::Success;
     for (const QString &name : all ? records.names() : names)
-        if (const auto removed = records.remove(fullName(name)); !removed)
+        if (const auto removed = records.remove(name); !removed)
             worst = worse(worst, problem(context, removed.error(), ExitStatus::Failed));
     return worst;
 }

@@ -2,7 +2,7 @@
 
 #include "command_table.h"
 #include "commands.h"
-#include "record_reader.h"
+#include "recording.h"
 #include "secret_item.h"
 #include "secret_leaf.h"
 #include "session_commands.h"
@@ -53,9 +53,9 @@ RecordedCommand commandIn(const QJsonObject &event)
     return command;
 }
 
-support::Expected<Recorded, QString> readMessages(const QString &file)
+support::Expected<Recorded, QString> readMessages(const KeptRecords &records, const QString &word)
 {
-    auto reader = RecordReader::open(file);
+    auto reader = records.open(word);
     if (!reader)
         return support::Unexpected(reader.error());
     Recorded recorded;
@@ -180,7 +180,8 @@ Principal principalOf(const Recorded &recorded, const syncml::Message &message)
 
 ExitStatus runReplay(Context &context)
 {
-    const auto recorded = readMessages(context.invocation.arguments[0]);
+    const auto recorded =
+        readMessages(keptRecords(*context.device), context.invocation.arguments[0]);
     if (!recorded)
         return wrongUsage(context, recorded.error());
     if (const QString reason = context.device->reasonAgainstServers(); !reason.isEmpty())

@@ -2,7 +2,6 @@
 
 #include "commands.h"
 #include "installed_page.h"
-#include "record_reader.h"
 #include "recording.h"
 
 #include <QFile>
@@ -28,16 +27,6 @@ Bytes recordElement(RecordReader &record)
             return element + "</script>\n";
         element += QByteArray(record.line()).replace('<', "\\u003c");
     }
-}
-
-/// The file of the last session's record.
-support::Expected<QString, QString> newestRecord(const Invocation &invocation)
-{
-    const KeptRecords records = keptRecords(deviceOptions(invocation).stateDirectory);
-    const QStringList names = records.names();
-    if (names.isEmpty())
-        return support::Unexpected(QStringLiteral("no session is recorded"));
-    return records.path(names.last());
 }
 
 /// Nothing, or why a file that is there is not one to write a report over.
@@ -77,16 +66,17 @@ QString pageName(const QString &record)
 
 ExitStatus runReport(Context &context)
 {
-    QStringList files = context.invocation.arguments;
-    if (files.isEmpty()) {
-        const auto newest = newestRecord(context.invocation);
+    const KeptRecords records = keptRecords(deviceOptions(context.invocation).stateDirectory);
+    QStringList words = context.invocation.arguments;
+    if (words.isEmpty()) {
+        const auto newest = records.newest();
         if (!newest)
             return problem(context, newest.error(), ExitStatus::Unusable);
-        files = {*newest};
+        words = {*newest};
     }
     QByteArray elements;
-    for (const QString &file : files) {
-        auto record = RecordReader::open(file);
+    for (const QString &word : words) {
+        auto record = records.open(word);
         const Bytes element =
             record ? recordElement(*record) : Bytes(support::Unexpected(record.error()));
         if (!element)
@@ -98,7 +88,7 @@ ExitStatus runReport(Context &context)
         return problem(context, page.error(), ExitStatus::Unusable);
 
     const QString file = context.invocation.has("output") ? context.invocation.value("output")
-                                                          : pageName(files.first());
+                                                          : pageName(words.first());
     if (file == u"-") {
         context.output.raw(*page);
         return ExitStatus::Success;

@@ -18,10 +18,12 @@ using support::Unexpected;
 
 namespace {
 
+constexpr char ending[] = ".jsonl";
+
 QString nameOf(const RunDescription &run)
 {
-    return QStringLiteral("%1-%2.jsonl")
-        .arg(run.begin.toString(QStringLiteral("yyyyMMdd'T'HHmmss")), run.id);
+    return QStringLiteral("%1-%2%3").arg(run.begin.toString(QStringLiteral("yyyyMMdd'T'HHmmss")),
+                                         run.id, QLatin1String(ending));
 }
 
 bool isRecordName(const QString &name)
@@ -29,6 +31,12 @@ bool isRecordName(const QString &name)
     static const QRegularExpression pattern(
         QStringLiteral("^[0-9]{8}T[0-9]{6}-[0-9a-f]{16}\\.jsonl$"));
     return pattern.match(name).hasMatch();
+}
+
+/// A name with its ending, which need not be typed.
+QString fullName(const QString &word)
+{
+    return word.endsWith(QLatin1String(ending)) ? word : word + QLatin1String(ending);
 }
 
 } // namespace
@@ -72,10 +80,29 @@ void KeptRecords::prune(int most) const
     }
 }
 
-Expected<void, QString> KeptRecords::remove(const QString &name) const
+Expected<RecordReader, QString> KeptRecords::open(const QString &word) const
 {
-    if (!isRecordName(name) || !names().contains(name))
-        return Unexpected(QStringLiteral("there is no record %1").arg(name));
+    if (const QString name = fullName(word); names().contains(name))
+        return RecordReader::openInState(path(name));
+    if (QFileInfo::exists(word))
+        return RecordReader::open(word);
+    return Unexpected(
+        QStringLiteral("there is neither a record %1 in %2 nor a file %1").arg(word, m_folder));
+}
+
+Expected<QString, QString> KeptRecords::newest() const
+{
+    const QStringList all = names();
+    if (all.isEmpty())
+        return Unexpected(QStringLiteral("no session is recorded in %1").arg(m_folder));
+    return all.last();
+}
+
+Expected<void, QString> KeptRecords::remove(const QString &word) const
+{
+    const QString name = fullName(word);
+    if (!names().contains(name))
+        return Unexpected(QStringLiteral("there is no record %1 in %2").arg(word, m_folder));
     QFile file(path(name));
     if (!file.remove())
         return Unexpected(

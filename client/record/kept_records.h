@@ -2,6 +2,7 @@
 #pragma once
 
 #include "event_writer.h"
+#include "record_reader.h"
 #include "recorder.h"
 
 #include <QString>
@@ -28,8 +29,16 @@ public:
     /// The names, the oldest first. Other files in the folder are left alone.
     QStringList names() const;
     QString path(const QString &name) const { return m_folder + u'/' + name; }
+    /// Opens the record that a person means.
+    /// @param word  the name of a kept record, with its ending or without, else a file
+    /// @return the error is a sentence that names the file and the reason, or where there is none
+    support::Expected<RecordReader, QString> open(const QString &word) const;
+    /// The name of the last one that has begun.
+    /// @return the error is a sentence
+    support::Expected<QString, QString> newest() const;
+    /// @param word  the name, with its ending or without
     /// @return the error is a sentence that names the file and the reason
-    support::Expected<void, QString> remove(const QString &name) const;
+    support::Expected<void, QString> remove(const QString &word) const;
 
 private:
     void prune(int most) const;

@@ -11,7 +11,7 @@ from handset import DMCLIENT, PLUGIN, HandsetTest
 
 SERVER_FOLDER = os.path.dirname(os.path.abspath(dmserver.__file__))
 CERTIFICATES = os.path.join(SERVER_FOLDER, "..", "unit", "session")
-SUCCESS, REFUSED, USAGE, UNUSABLE, SESSION_FAILED = 0, 1, 2, 3, 4
+SUCCESS, REFUSED, USAGE, UNUSABLE, SESSION_FAILED, DIFFERENT = range(6)
 SECRETS = {"client-secret": "OhBehave", "server-secret": "ServerSecret"}
 ENCODINGS = ("xml", "wbxml")
 KINDS = ("none", "basic", "md5", "hmac")  # of proofs

@@ -89,7 +89,7 @@ class ReportTest(unittest.TestCase):
                 self.write("odd.jsonl", text)
                 self.assert_refused(self.report("odd.jsonl"), USAGE, "odd.jsonl: " + sentence)
                 self.assertFalse(os.path.exists(self.path("odd.html")))
-        self.assert_refused(self.report("none.jsonl"), USAGE, "none.jsonl: No such file or directory")
+        self.assert_refused(self.report("none.jsonl"), USAGE, "nor a file none.jsonl")
 
     def test_without_a_record_it_is_the_last_sessions(self):
         self.assert_refused(self.report(), UNUSABLE, "no session is recorded")

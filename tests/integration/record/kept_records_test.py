@@ -2,13 +2,14 @@
 
 import json
 import os
+import shutil
 import signal
 import subprocess
 import unittest
 
 import records
-from handset import DMCLIENT, PLUGIN
-from sessions import REFUSED, SUCCESS, UNUSABLE, USAGE, SessionTest, scenario
+from handset import CONN, DMCLIENT, PLUGIN
+from sessions import DIFFERENT, REFUSED, SUCCESS, UNUSABLE, USAGE, SessionTest, scenario
 
 
 class KeptRecordTest(SessionTest):
@@ -52,6 +53,25 @@ class KeptRecordTest(SessionTest):
         self.play(scenario("profiles"), "--record", path)
         self.assertEqual(records.load(path),
                          records.load(os.path.join(self.folder, self.names()[0])))
+
+    def test_a_session_of_a_recorded_shell_stands_in_its_record_only(self):
+        path = os.path.join(self.handset.home, "record.jsonl")
+        lines = "get ./DevInfo/Man\nsession http://127.0.0.1:1/\n"
+        self.handset.dmclient("shell", "--record", path, stdin=lines)
+        self.assertEqual(len(records.of(records.load(path), "request")), 3)
+        self.assertFalse(os.path.exists(self.folder))
+        self.handset.dmclient("shell", stdin=lines)
+        self.assertEqual(len(self.names()), 1)
+
+    def test_the_end_has_the_exit_status_of_the_program(self):
+        linger = f"{CONN}/Office/Linger"
+        played = scenario("profiles", packages=[{"commands": [{"replace": linger, "data": "70000",
+                                                               "format": "int"}]}])
+        for options, wanted in (((), SUCCESS), (("--strict",), DIFFERENT)):
+            with self.subTest(options=options):
+                status, _, _ = self.play(played, *options)
+                newest = json.loads(self.run_record("list", "--json").stdout)[-1]
+                self.assertEqual((status, newest["status"]), (wanted, wanted))
 
     def test_other_commands_are_not_kept(self):
         self.handset.dmclient("get", "./DevInfo/Man")
@@ -161,6 +181,23 @@ class KeptRecordTest(SessionTest):
         os.rename(path, moved)
         os.symlink(moved, path)
         self.assertIn("symbolic link", self.run_record("show", status=UNUSABLE).stderr)
+
+    def test_a_record_is_named_in_one_way_for_every_command(self):
+        self.fail_session()
+        name = self.names()[0]
+        path = os.path.join(self.handset.home, "there.jsonl")
+        shutil.copy(os.path.join(self.folder, name), path)
+        for command in (("record", "show"), ("report", "-o", "-"), ("replay",)):
+            outputs = set()
+            for word in (name, name.removesuffix(".jsonl"), path):
+                with self.subTest(command=command, word=word):
+                    result = self.handset.run("dmclient", *command, word)
+                    self.assertEqual(result.returncode, SUCCESS, result.stderr)
+                    outputs.add(result.stdout)
+            self.assertEqual(len(outputs), 1)
+            missing = self.handset.run("dmclient", *command, "nobody")
+            self.assertIn(f"there is neither a record nobody in {self.folder} nor a file nobody",
+                          missing.stderr)
 
     def test_remove_takes_away_the_named_records_or_all(self):
         self.plant(3)
