@@ -135,7 +135,7 @@ Expected<void, QString> DmDevice::readDescriptions()
 
 QString DmDevice::profilePlugin() const
 {
-    return m_profilePlugin ? m_profilePlugin->description.library : QString();
+    return m_profilePlugin ? PluginHost::pathOf(m_profilePlugin->description.library) : QString();
 }
 
 bool DmDevice::isProfilePluginLoaded() const

@@ -67,8 +67,8 @@ public:
     /// Whether somebody sees why commands ended as they did, as is usual. If not, the libraries
     /// beneath the plug-in write their reasons to standard error.
     void setReasonsShown(bool areShown) { m_watch.setReasonsShown(areShown); }
-    /// The library that the profiles come from, as it is described or was asked for; empty when
-    /// none is described.
+    /// The path of the library that the profiles come from, which need not be loaded yet. As it is
+    /// described or was asked for when it cannot be loaded; empty when none is described.
     QString profilePlugin() const;
     /// Name of the store that the profile service is asked to use, "sqlite" or another.
     QString profileStore() const;

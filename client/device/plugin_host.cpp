@@ -3,8 +3,10 @@
 #include "profile_copy.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <array>
 #include <dlfcn.h>
+#include <link.h>
 #include <utility>
 
 namespace client {
@@ -34,6 +36,20 @@ Expected<std::unique_ptr<PluginHost>, QString> PluginHost::load(const QString &f
     if (const auto bound = plugin->bindExports(); !bound)
         return Unexpected(bound.error());
     return plugin;
+}
+
+QString PluginHost::pathOf(const QString &file)
+{
+    // Only the loader knows where it looks.
+    void *const library = dlopen(QFile::encodeName(file).constData(), RTLD_LAZY | RTLD_LOCAL);
+    if (!library)
+        return file;
+    link_map *loaded = nullptr;
+    const bool isFound = dlinfo(library, RTLD_DI_LINKMAP, static_cast<void *>(&loaded)) == 0;
+    const QString path =
+        isFound ? QFileInfo(QFile::decodeName(loaded->l_name)).absoluteFilePath() : QString();
+    dlclose(library);
+    return path.isEmpty() ? file : path;
 }
 
 PluginHost::PluginHost(QString file, void *library) : m_file(std::move(file)), m_library(library) {}

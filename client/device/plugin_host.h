@@ -21,6 +21,9 @@ public:
     /// @return never null; the error is a sentence that names the file and the reason
     static support::Expected<std::unique_ptr<PluginHost>, QString> load(const QString &file);
 
+    /// The path of the library that load() would load; what it was given when it can load none.
+    static QString pathOf(const QString &file);
+
     ~PluginHost();
     PluginHost(const PluginHost &) = delete;
     PluginHost &operator=(const PluginHost &) = delete;

@@ -27,7 +27,7 @@ QString freshRunId();
 struct RunDescription {
     QString id = freshRunId();
     QDateTime begin = QDateTime::currentDateTimeUtc();
-    QString plugin;  ///< the file that is loaded
+    QString plugin;  ///< the path of the library that has the profiles
     QString backend; ///< of the profile service
     QString stateDirectory;
     QStringList arguments; ///< words of the command line, without the program's name
