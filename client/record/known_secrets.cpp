@@ -14,7 +14,7 @@ QByteArray escapedForXml(const QByteArray &text)
     return QString::fromUtf8(text).toHtmlEscaped().toUtf8();
 }
 
-bool isWordByte(const QByteArray &text, qsizetype at)
+bool isWordByte(QByteArrayView text, qsizetype at)
 {
     return at >= 0 && at < text.size() && std::isalnum(static_cast<unsigned char>(text[at])) != 0;
 }
@@ -39,15 +39,22 @@ void KnownSecrets::add(const QByteArray &secret)
     m_forms.erase(QByteArray());
 }
 
-QByteArray KnownSecrets::masked(QByteArray text) const
+ByteSpans KnownSecrets::placesIn(QByteArrayView text) const
 {
+    ByteSpans places;
     for (const QByteArray &form : m_forms) {
         for (qsizetype at = text.indexOf(form); at >= 0; at = text.indexOf(form, at + 1)) {
             const bool isWord = !isWordByte(text, at - 1) && !isWordByte(text, at + form.size());
             if (form.size() >= shortestAnywhere || isWord)
-                std::fill_n(text.begin() + at, form.size(), '*');
+                places.push_back({at, at + form.size()});
         }
     }
+    return places;
+}
+
+QByteArray KnownSecrets::masked(QByteArray text) const
+{
+    overwrite(text, placesIn(text));
     return text;
 }
 

@@ -1,7 +1,10 @@
 // Secrets that have been seen, wherever they turn up again.
 #pragma once
 
+#include "byte_spans.h"
+
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QString>
 #include <set>
 
@@ -14,9 +17,12 @@ public:
     /// Learns a secret; an empty one is none.
     void add(const QByteArray &secret);
 
-    /// The text with an asterisk in the place of each byte of a secret, whether it stands there as
-    /// it is, as base64, as hexadecimal digits, or escaped for XML or for a URI. One of less than
-    /// four bytes is found as a word of its own only.
+    bool isEmpty() const { return m_forms.empty(); }
+    /// Where secrets stand in the text, whether as they are, as base64, as hexadecimal digits, or
+    /// escaped for XML or for a URI. One of less than four bytes is found as a word of its own
+    /// only.
+    ByteSpans placesIn(QByteArrayView text) const;
+    /// The text with an asterisk in the place of each byte of a secret.
     QByteArray masked(QByteArray text) const;
     QString masked(const QString &text) const;
 

@@ -6,7 +6,9 @@
 #include "tnds_secrets.h"
 
 #include <QJsonArray>
+#include <QSet>
 #include <algorithm>
+#include <iterator>
 
 namespace client {
 
@@ -82,11 +84,18 @@ void add(QJsonObject &object, const char *name, const support::Boxed<QString> &t
         object[QLatin1String(name)] = *text;
 }
 
-void addLocation(QJsonObject &object, const QString &name, const syncml::Location &location)
+/// A text that the protocol gives no meaning to, and a server any.
+QString freeText(const QString &text, const MessageSecrecy &secrecy)
+{
+    return secrecy.showsSecrets ? text : secrecy.known.masked(text);
+}
+
+void addLocation(QJsonObject &object, const QString &name, const syncml::Location &location,
+                 const MessageSecrecy &secrecy)
 {
     object[name] = location.locUri;
     if (location.locName)
-        object[name + QStringLiteral("Name")] = *location.locName;
+        object[name + QStringLiteral("Name")] = freeText(*location.locName, secrecy);
 }
 
 QJsonArray texts(const std::vector<QString> &list)
@@ -103,25 +112,30 @@ void addList(QJsonObject &object, const char *name, const QJsonArray &list)
         object[QLatin1String(name)] = list;
 }
 
-QJsonObject metaToJson(const syncml::Meta &meta)
+QJsonObject metaToJson(const syncml::Meta &meta, const MessageSecrecy &secrecy)
 {
     QJsonObject object;
     add(object, "format", meta.format);
     add(object, "type", meta.type);
-    add(object, "mark", meta.mark);
+    if (meta.mark)
+        object[u"mark"] = freeText(*meta.mark, secrecy);
     add(object, "size", meta.size);
     if (meta.nextNonce)
         object[u"nextNonce"] = QString::fromUtf8(*meta.nextNonce);
     add(object, "maxMsgSize", meta.maxMsgSize);
     add(object, "maxObjSize", meta.maxObjSize);
-    addList(object, "emi", texts(meta.emi));
+    QJsonArray emi;
+    for (const QString &text : meta.emi)
+        emi += freeText(text, secrecy);
+    addList(object, "emi", emi);
     return object;
 }
 
-void addMeta(QJsonObject &object, const char *name, const support::Boxed<syncml::Meta> &meta)
+void addMeta(QJsonObject &object, const char *name, const support::Boxed<syncml::Meta> &meta,
+             const MessageSecrecy &secrecy)
 {
     if (meta)
-        object[QLatin1String(name)] = metaToJson(*meta);
+        object[QLatin1String(name)] = metaToJson(*meta, secrecy);
 }
 
 QJsonObject headerToJson(const syncml::SyncHdr &header, const MessageSecrecy &secrecy)
@@ -130,8 +144,8 @@ QJsonObject headerToJson(const syncml::SyncHdr &header, const MessageSecrecy &se
                        {QStringLiteral("verProto"), header.verProto},
                        {QStringLiteral("sessionId"), header.sessionId},
                        {QStringLiteral("msgId"), header.msgId}};
-    addLocation(object, QStringLiteral("target"), header.target);
-    addLocation(object, QStringLiteral("source"), header.source);
+    addLocation(object, QStringLiteral("target"), header.target, secrecy);
+    addLocation(object, QStringLiteral("source"), header.source, secrecy);
     add(object, "respUri", header.respUri);
     if (header.cred) {
         QJsonObject cred;
@@ -155,10 +169,10 @@ QJsonObject itemToJson(const Command &command, const Item &item, const MessageSe
 {
     QJsonObject object;
     if (item.target)
-        addLocation(object, QStringLiteral("target"), *item.target);
+        addLocation(object, QStringLiteral("target"), *item.target, secrecy);
     if (item.source)
-        addLocation(object, QStringLiteral("source"), *item.source);
-    addMeta(object, "meta", item.meta);
+        addLocation(object, QStringLiteral("source"), *item.source, secrecy);
+    addMeta(object, "meta", item.meta, secrecy);
     if (item.data)
         addText(object, QStringLiteral("data"), shownData(command, item, secrecy));
     if (item.moreData)
@@ -179,9 +193,9 @@ QJsonObject commandToJson(const Command &command, const MessageSecrecy &secrecy)
     addList(object, "sourceRefs", texts(command.sourceRefs));
     if (command.data)
         addText(object, QStringLiteral("data"), *command.data);
-    addMeta(object, "meta", command.meta);
+    addMeta(object, "meta", command.meta, secrecy);
     if (command.chal)
-        addMeta(object, "chal", command.chal->meta);
+        addMeta(object, "chal", command.chal->meta, secrecy);
     add(object, "correlator", command.correlator);
     QJsonArray items;
     for (const Item &item : command.items)
@@ -249,6 +263,17 @@ bool isOverwritten(const Message &message, const MessageSecrecy &secrecy)
            isOverwritten(message.commands, secrecy);
 }
 
+/// The texts of a message.
+void collectTexts(const QJsonValue &value, QSet<QString> &texts)
+{
+    if (value.isString())
+        texts.insert(value.toString());
+    for (const QJsonValue &entry : value.toArray())
+        collectTexts(entry, texts);
+    for (const QJsonValue &field : value.toObject())
+        collectTexts(field, texts);
+}
+
 } // namespace
 
 std::optional<QByteArray> shownBytes(const QByteArray &bytes, const Message &message,
@@ -256,17 +281,24 @@ std::optional<QByteArray> shownBytes(const QByteArray &bytes, const Message &mes
 {
     if (secrecy.showsSecrets)
         return bytes;
-    const auto spans =
-        secretSpans(bytes, *syncml::recogniseEncoding(bytes), secrecy.secretQuestions);
+    const syncml::Encoding encoding = *syncml::recogniseEncoding(bytes);
+    auto spans = secretSpans(bytes, encoding, secrecy.secretQuestions);
     if (!spans)
         return std::nullopt;
+    const QJsonObject decoded = messageToJson(message, secrecy);
+    if (!secrecy.known.isEmpty()) {
+        QSet<QString> texts;
+        collectTexts(decoded, texts);
+        std::ranges::move(unreadSecretSpans(bytes, encoding, secrecy.known, texts),
+                          std::back_inserter(*spans));
+    }
     if (spans->empty())
         return isOverwritten(message, secrecy) ? std::optional(bytes) : std::nullopt;
     QByteArray shown = bytes;
     overwrite(shown, *spans);
     const syncml::DecodeResult again = syncml::decode(shown);
-    const bool isTheSame = again && isOverwritten(*again, secrecy) &&
-                           messageToJson(*again, secrecy) == messageToJson(message, secrecy);
+    const bool isTheSame =
+        again && isOverwritten(*again, secrecy) && messageToJson(*again, secrecy) == decoded;
     return isTheSame ? std::optional(shown) : std::nullopt;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "codec.h"
+#include "known_secrets.h"
 #include "secret_item.h"
 #include "trace.h"
 
@@ -14,6 +15,8 @@ struct MessageSecrecy {
     bool showsSecrets = false;
     /// The alerts whose answers are secret.
     AlertIds secretQuestions = {};
+    /// Secrets to mask also where the protocol has no place for any.
+    KnownSecrets known = {};
 };
 
 /// How much of the item's data is secret.

@@ -114,6 +114,12 @@ public:
         m_data.hasShared = true;
     }
 
+    /// A character that stands there as a number.
+    void character(quint32, const ByteSpan &place)
+    {
+        sharedText({XmlScanner::Kind::Literal, {place.begin, place.begin}, {}});
+    }
+
     /// Ends what is open when the message breaks off.
     void finish(qsizetype end)
     {
@@ -250,7 +256,123 @@ private:
     bool m_isDoubtful = false;
 };
 
+/// Takes the elements and texts of a message, and looks for known secrets in what nobody reads.
+class UnreadTextFinder {
+public:
+    UnreadTextFinder(QByteArrayView message, const KnownSecrets &known, const QSet<QString> &shown)
+        : m_message(message), m_known(known), m_shown(shown)
+    {
+    }
+
+    void start(Element element, qsizetype)
+    {
+        endText();
+        m_dataDepth += m_dataDepth > 0 || element == Element::Data ? 1 : 0;
+    }
+
+    void end(qsizetype)
+    {
+        endText();
+        m_dataDepth -= m_dataDepth > 0 ? 1 : 0;
+    }
+
+    void text(const XmlScanner::Piece &piece)
+    {
+        if (m_dataDepth == 0)
+            m_text.append(m_message, piece);
+    }
+
+    void sharedText(const XmlScanner::Piece &piece) { text(piece); }
+
+    void character(quint32 number, const ByteSpan &place)
+    {
+        const char32_t character = std::min<quint32>(number, QChar::LastValidCodePoint);
+        if (m_dataDepth == 0)
+            m_text.append(QString::fromUcs4(&character, 1).toUtf8(), place);
+    }
+
+    void finish(qsizetype) { endText(); }
+
+    /// Looks at what is not the text of an element.
+    void aside(const ByteSpan &span, XmlScanner::Kind kind)
+    {
+        if (span.begin == span.end)
+            return;
+        ResolvedText text;
+        text.append(m_message, {kind, span, {}});
+        hideIn(text);
+    }
+
+    /// Looks at the strings that end with a NUL each, whether anything refers to them or not.
+    void table(const ByteSpan &span)
+    {
+        for (qsizetype at = span.begin; at < span.end;) {
+            const qsizetype nul = m_message.first(span.end).indexOf('\0', at);
+            const qsizetype end = nul < 0 ? span.end : nul;
+            m_text.append(m_message, {XmlScanner::Kind::Literal, {at, end}, {}});
+            endText();
+            at = end + 1;
+        }
+    }
+
+    ByteSpans found() { return std::move(m_secrets); }
+
+private:
+    /// The pieces of a text are one, whatever stands between them.
+    void endText()
+    {
+        const QString whole = QString::fromUtf8(m_text.bytes());
+        if (!m_shown.contains(whole) && !m_shown.contains(whole.trimmed()))
+            hideIn(m_text);
+        m_text = {};
+    }
+
+    void hideIn(const ResolvedText &text)
+    {
+        for (const ByteSpan &secret : m_known.placesIn(text.bytes()))
+            std::ranges::move(text.placesOf(secret), std::back_inserter(m_secrets));
+    }
+
+    QByteArrayView m_message;
+    const KnownSecrets &m_known;
+    const QSet<QString> &m_shown;
+    int m_dataDepth = 0; ///< elements down to the outermost Data that is open; 0: none
+    ResolvedText m_text; ///< of the innermost element
+    ByteSpans m_secrets;
+};
+
 // ---- XML -----------------------------------------------------------------------------------------
+
+/// What of a tag may say anything: its attributes, and a name that the DTD does not have.
+/// Nothing of what is not a tag.
+ByteSpan openPartOf(const XmlScanner::Piece &piece, QByteArrayView message)
+{
+    const bool isTag = piece.kind == XmlScanner::Kind::Start || piece.kind == XmlScanner::Kind::End;
+    if (!isTag || piece.span.begin == piece.span.end)
+        return {};
+    if (syncml::elementByName(piece.name) == Element::Unknown)
+        return piece.span;
+    return {piece.name.end() - message.begin(), piece.span.end - 1};
+}
+
+ByteSpans unreadSecretXml(QByteArrayView message, UnreadTextFinder finder)
+{
+    using Kind = XmlScanner::Kind;
+    XmlScanner scanner(message);
+    for (XmlScanner::Piece piece; scanner.next(piece);) {
+        if (piece.kind == Kind::Start)
+            finder.start(syncml::elementByName(piece.name), piece.span.end);
+        else if (piece.kind == Kind::End)
+            finder.end(piece.span.begin);
+        else if (piece.kind == Kind::Text || piece.kind == Kind::Literal)
+            finder.text(piece);
+        else
+            finder.aside(piece.span, Kind::Literal);
+        finder.aside(openPartOf(piece, message), Kind::Text);
+    }
+    finder.finish(message.size());
+    return finder.found();
+}
 
 void followXml(QByteArrayView message, SecretFinder &finder)
 {
@@ -301,12 +423,10 @@ ByteSpans possiblySecretXml(QByteArrayView message)
 // ---- WBXML ---------------------------------------------------------------------------------------
 
 /// Follows the tokens of a document, whatever their tags.
+template <class Finder>
 class WbxmlFollower {
 public:
-    WbxmlFollower(QByteArrayView message, SecretFinder &finder)
-        : m_message(message), m_finder(finder)
-    {
-    }
+    WbxmlFollower(QByteArrayView message, Finder &finder) : m_message(message), m_finder(finder) {}
 
     /// @return where it cannot be followed any further: the end, when all is well
     qsizetype follow()
@@ -315,6 +435,9 @@ public:
         m_finder.finish(m_at);
         return isWhole ? m_message.size() : m_at;
     }
+
+    /// The string table, once it was followed.
+    ByteSpan table() const { return {m_table.begin, m_table.begin + m_table.size}; }
 
 private:
     bool skipPrologue()
@@ -362,8 +485,10 @@ private:
             m_finder.end(begin);
             return true;
         case Entity:
-            m_finder.sharedText(literal(m_at, 0));
-            return readNumber(number);
+            if (!readNumber(number))
+                return false;
+            m_finder.character(number, {begin + 1, m_at});
+            return true;
         case Table:
             if (!readNumber(number) || number > m_table.size)
                 return false;
@@ -389,7 +514,8 @@ private:
         constexpr quint8 attributesBit = 0x80;
         constexpr quint8 contentBit = 0x40;
         constexpr quint8 tagMask = 0x3F;
-        if ((token & attributesBit) != 0)
+        constexpr quint8 firstTag = 5; // those before it are literal tags and extensions
+        if ((token & attributesBit) != 0 || (token & tagMask) < firstTag)
             return false;
         m_finder.start(syncml::elementByToken(m_page, token & tagMask), m_at);
         if ((token & contentBit) == 0)
@@ -431,7 +557,7 @@ private:
     }
 
     QByteArrayView m_message;
-    SecretFinder &m_finder;
+    Finder &m_finder;
     qsizetype m_at = 0;
     quint8 m_page = syncml::syncmlPage;
     struct {
@@ -450,6 +576,18 @@ std::optional<ByteSpans> secretSpans(const QByteArray &message, syncml::Encoding
         followXml(message, finder);
     else if (WbxmlFollower(message, finder).follow() != message.size())
         return std::nullopt;
+    return finder.found();
+}
+
+ByteSpans unreadSecretSpans(const QByteArray &message, syncml::Encoding encoding,
+                            const KnownSecrets &known, const QSet<QString> &shown)
+{
+    UnreadTextFinder finder(message, known, shown);
+    if (encoding == syncml::Encoding::Xml)
+        return unreadSecretXml(message, std::move(finder));
+    WbxmlFollower follower(QByteArrayView(message), finder);
+    follower.follow();
+    finder.table(follower.table());
     return finder.found();
 }
 

@@ -56,7 +56,7 @@ QJsonArray Recorder::shownArguments(const QStringList &arguments)
                                     : isValue               ? 0
                                                             : word.size();
         const QString hidden = word.sliced(shownSize);
-        m_known.add(hidden.toUtf8());
+        m_secrecy.known.add(hidden.toUtf8());
         words += hidden.isEmpty() ? withoutUserInfo(word) : word.first(shownSize) + mask;
         // The value of a leaf stands after its address.
         followsSecret = followsSecret || (isSecret && equals < 0);
@@ -112,7 +112,7 @@ void Recorder::end(const SessionEnd *session, int exitStatus)
 
 QString Recorder::shown(const QString &text) const
 {
-    return m_secrecy.showsSecrets ? text : m_known.masked(text);
+    return m_secrecy.showsSecrets ? text : m_secrecy.known.masked(text);
 }
 
 QJsonValue Recorder::reasonOf(const QString &reason) const
@@ -261,7 +261,7 @@ void Recorder::learnSecretsOf(const NAP_PROFILE_S &record)
 {
     for (const RecordField &field : profile_record::recordFields)
         if (field.kind == FieldKind::Secret)
-            m_known.add(QByteArray::fromStdString(profile_record::textOf(field, record)));
+            m_secrecy.known.add(QByteArray::fromStdString(profile_record::textOf(field, record)));
 }
 
 void Recorder::profileCall(const call_observer::ProfileCall &call)
@@ -459,7 +459,7 @@ void Recorder::addBytes(QJsonObject &fields, const QByteArray &bytes, const Mess
     } else if (!m_secrecy.showsSecrets) {
         if (encoding)
             overwrite(*shown, possiblySecretSpans(bytes, *encoding));
-        shown = m_known.masked(*shown);
+        shown = m_secrecy.known.masked(*shown);
     }
     fields[u"bytes"] = shown ? QJsonValue(base64(*shown)) : QJsonValue();
 }
@@ -469,14 +469,14 @@ void Recorder::learnSecretsOf(const Command &command, const Item &item)
     const QByteArray data = item.data.value_or(QByteArray());
     const Secrecy kind = secrecyOf(command, item, m_secrecy);
     if (kind == Secrecy::Whole)
-        m_known.add(data);
+        m_secrecy.known.add(data);
     if (kind == Secrecy::None)
         return;
     for (const ByteSpan &value : secretValues(data).value_or(ByteSpans()))
-        m_known.add(data.sliced(value.begin, value.end - value.begin));
+        m_secrecy.known.add(data.sliced(value.begin, value.end - value.begin));
     if (const auto nodes = readTnds(data))
         for (const QByteArray &secret : secretsOf(*nodes))
-            m_known.add(secret);
+            m_secrecy.known.add(secret);
 }
 
 void Recorder::learnSecretsOf(const std::vector<Command> &commands)

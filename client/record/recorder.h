@@ -56,7 +56,7 @@ public:
     /// Has the record written to one more place from now on, beginning with the run.
     void addSink(EventWriter::Sink sink) { m_writer.addSink(std::move(sink)); }
     /// Has a secret masked wherever it turns up from now on.
-    void learnSecret(const QByteArray &secret) { m_known.add(secret); }
+    void learnSecret(const QByteArray &secret) { m_secrecy.known.add(secret); }
     /// Why the record lacks something; none when it is whole.
     const std::optional<QString> &lossReason() const { return m_writer.lossReason(); }
 
@@ -151,7 +151,6 @@ private:
 
     EventWriter m_writer;
     MessageSecrecy m_secrecy;
-    KnownSecrets m_known;
 
     int m_messages = 0;
     int m_receivedMessage = 0; ///< whose commands run

@@ -160,10 +160,14 @@ QByteArray resolved(QByteArrayView document, const XmlScanner::Piece &piece)
 
 void ResolvedText::append(QByteArrayView document, const XmlScanner::Piece &piece)
 {
-    forEachPart(document, piece, [this](QByteArrayView part, const ByteSpan &place) {
-        m_bytes.append(part);
-        m_places.insert(m_places.end(), static_cast<std::size_t>(part.size()), place);
-    });
+    forEachPart(document, piece,
+                [this](QByteArrayView part, const ByteSpan &place) { append(part, place); });
+}
+
+void ResolvedText::append(QByteArrayView text, const ByteSpan &place)
+{
+    m_bytes.append(text);
+    m_places.insert(m_places.end(), static_cast<std::size_t>(text.size()), place);
 }
 
 ByteSpans ResolvedText::placesOf(const ByteSpan &span) const

@@ -50,6 +50,8 @@ QByteArray resolved(QByteArrayView document, const XmlScanner::Piece &piece);
 class ResolvedText {
 public:
     void append(QByteArrayView document, const XmlScanner::Piece &piece);
+    /// Appends what is written another way at that place.
+    void append(QByteArrayView text, const ByteSpan &place);
 
     const QByteArray &bytes() const { return m_bytes; }
     /// Where these bytes of the text stand in the document.

@@ -29,11 +29,18 @@ QByteArray replaceOf(const QByteArray &uri, const QByteArray &data, const QByteA
            "<Data>" + data + "</Data></Item></Replace>";
 }
 
-std::optional<QByteArray> shown(const QByteArray &bytes)
+std::optional<QByteArray> shown(const QByteArray &bytes, const KnownSecrets &known = {})
 {
     const auto message = syncml::decode(bytes);
     EXPECT_TRUE(message) << (message ? "" : message.error().toString().toStdString());
-    return message ? shownBytes(bytes, *message, MessageSecrecy()) : std::nullopt;
+    return message ? shownBytes(bytes, *message, MessageSecrecy{.known = known}) : std::nullopt;
+}
+
+KnownSecrets knowing(const QByteArray &secret)
+{
+    KnownSecrets known;
+    known.add(secret);
+    return known;
 }
 
 QByteArray decoded(const QByteArray &bytes)
@@ -124,6 +131,46 @@ TEST(MessageSecretsTest, ATreeThatCannotBeReadIsOverwrittenAsAWhole)
     EXPECT_EQ(*after, document(replaceOf("./A", QByteArray(data.size(), '*'), treeType)));
 }
 
+TEST(MessageSecretsTest, KnownSecretsAreOverwrittenWhereAMessageSaysNothing)
+{
+    struct Row {
+        QByteArray body;
+        QByteArray shown;
+    };
+    const Row rows[] = {
+        {"<!-- hunter2 -->", "<!-- ******* -->"},
+        {"<?note hunter2?>", "<?note *******?>"},
+        {"<Odd>hunter2</Odd>", "<Odd>*******</Odd>"},
+        {"<Odd>hun<!-- -->te<![CDATA[r2]]></Odd>", "<Odd>***<!-- -->**<![CDATA[**]]></Odd>"},
+        {"<Odd>h&#117;nter2</Odd>", "<Odd>************</Odd>"},
+        {"<Odd a='hunter2'/>", "<Odd a='*******'/>"},
+        {"<Odd a='&#x68;unter2'/>", "<Odd a='************'/>"},
+        {"<hunter2/>", "<*******/>"},
+        {"<Odd>68756e74657232</Odd>", "<Odd>**************</Odd>"},
+        {"<Get><CmdID>2</CmdID><Meta><EMI>hunter2</EMI></Meta><Item><Target><LocURI>./A</LocURI>"
+         "</Target></Item></Get>",
+         "<Get><CmdID>2</CmdID><Meta><EMI>*******</EMI></Meta><Item><Target><LocURI>./A</LocURI>"
+         "</Target></Item></Get>"},
+        {replaceOf("./A/Addr", "x<!-- hunter2 -->"), replaceOf("./A/Addr", "x<!-- ******* -->")},
+    };
+    for (const Row &row : rows) {
+        if (row.shown.contains("<***")) // would have to be well-formed
+            EXPECT_EQ(shown(document(row.body), knowing("hunter2")), std::nullopt);
+        else
+            EXPECT_EQ(shown(document(row.body), knowing("hunter2")), document(row.shown))
+                << row.body.toStdString();
+    }
+}
+
+TEST(MessageSecretsTest, ATextThatIsShownStaysAlthoughItIsASecretElsewhere)
+{
+    const QByteArray message =
+        document(replaceOf("./A/hunter2", "hunter2") + replaceOf("./A/AuthPw", "hunter2"));
+    const auto after = shown(message, knowing("hunter2"));
+    EXPECT_EQ(after,
+              document(replaceOf("./A/hunter2", "hunter2") + replaceOf("./A/AuthPw", "*******")));
+}
+
 Command replaceCommand(const QString &uri, const QByteArray &data)
 {
     Command command;
@@ -144,6 +191,48 @@ TEST(MessageSecretsTest, Wbxml)
                         replaceCommand(QStringLiteral("./A/Addr"), "internet")};
     const QByteArray bytes = *syncml::encode(written, Encoding::Wbxml);
     EXPECT_EQ(shown(bytes), QByteArray(bytes).replace(password, QByteArray(10, '*')));
+}
+
+/// A message in WBXML with that string table, in which one more command has that Meta.
+QByteArray wbxmlWith(const QByteArray &table, const QByteArray &meta)
+{
+    syncml::Message written = *syncml::decode(document(""));
+    written.commands = {replaceCommand(QStringLiteral("./A/Addr"), "internet")};
+    QByteArray bytes = *syncml::encode(written, Encoding::Wbxml);
+    // The length of the string table is the fifth byte. Meta stands before the Item of the command.
+    bytes[4] = static_cast<char>(table.size());
+    bytes.insert(5, table);
+    const qsizetype item = bytes.indexOf(QByteArray("\x54\x6E\x57", 3));
+    EXPECT_GE(item, 0);
+    return bytes.insert(item, meta);
+}
+
+TEST(MessageSecretsTest, KnownSecretsAreOverwrittenWhereWbxmlSaysNothing)
+{
+    const QByteArray emi("\x5A\x00\x01\x46\x03hunter2\x00\x01\x00\x00\x01", 17);
+    const QByteArray inPieces("\x5A\x00\x01\x46\x03hun\x00\x02\x74\xC3\x03"
+                              "er2\x01\x00\x00\x01",
+                              20);
+    const QByteArray fromTable("\x5A\x00\x01\x46\x83\x00\x01\x00\x00\x01", 10);
+    const QByteArray table("hunter2\0other", 14);
+    for (const QByteArray &bytes : {wbxmlWith("", emi), wbxmlWith("", inPieces),
+                                    wbxmlWith(table, fromTable), wbxmlWith(table, "")}) {
+        const auto after = shown(bytes, knowing("hunter2"));
+        ASSERT_TRUE(after) << bytes.toHex(' ').toStdString();
+        for (const char *const part : {"hunter2", "hun", "er2"})
+            EXPECT_FALSE(after->contains(part)) << bytes.toHex(' ').toStdString();
+        EXPECT_TRUE(after->contains("internet"));
+        EXPECT_EQ(after->contains("other"), bytes.contains("other"));
+    }
+}
+
+TEST(MessageSecretsTest, WbxmlIsNotFollowedBeyondALiteralTag)
+{
+    // The index after a literal tag would be taken for a switch of the code page.
+    QByteArray bytes = wbxmlWith("", QByteArray("\x44\x00\x4F\x03hunter2\x00\x01\x01", 14));
+    EXPECT_FALSE(syncml::decode(bytes));
+    overwrite(bytes, possiblySecretSpans(bytes, Encoding::Wbxml));
+    EXPECT_FALSE(bytes.contains("hunter2"));
 }
 
 TEST(MessageSecretsTest, ASecretInTheStringTableOfWbxmlTakesTheBytesAlong)
