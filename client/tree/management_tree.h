@@ -231,7 +231,7 @@ private:
     int m_unmounted = 0;         ///< those of them that nothing has needed yet
     PropertyStore m_properties;
     QString m_profileStore;
-    QString m_propertiesFault; ///< empty when they could be read
+    QString m_propertiesFault;             ///< empty when they could be read
     std::vector<MountFault> m_mountFaults; ///< in the order in which they came
     CommandWatch *m_commandWatch = nullptr;
     ChangeObserver *m_changeObserver = nullptr;
