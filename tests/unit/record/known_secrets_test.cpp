@@ -1,16 +1,11 @@
 #include "known_secrets.h"
 
+#include "knowing.h"
+
 #include <gtest/gtest.h>
 
 namespace client {
 namespace {
-
-KnownSecrets knowing(const QByteArray &secret)
-{
-    KnownSecrets secrets;
-    secrets.add(secret);
-    return secrets;
-}
 
 TEST(KnownSecretsTest, MasksASecretInEachForm)
 {

@@ -1,3 +1,4 @@
+#include "knowing.h"
 #include "message_json.h"
 #include "message_scan.h"
 
@@ -34,13 +35,6 @@ std::optional<QByteArray> shown(const QByteArray &bytes, const KnownSecrets &kno
     const auto message = syncml::decode(bytes);
     EXPECT_TRUE(message) << (message ? "" : message.error().toString().toStdString());
     return message ? shownBytes(bytes, *message, MessageSecrecy{.known = known}) : std::nullopt;
-}
-
-KnownSecrets knowing(const QByteArray &secret)
-{
-    KnownSecrets known;
-    known.add(secret);
-    return known;
 }
 
 QByteArray decoded(const QByteArray &bytes)
