@@ -115,13 +115,27 @@ void SettingsFile::noteFault(const char *action, const char *reason)
 
 // ---- Entries ------------------------------------------------------------------------------------
 
+namespace {
+
+/// The text with characters of its own. Those of a literal are in the caller's library, which may
+/// be unloaded while what is known of the file is kept.
+QString ownText(const QString &text)
+{
+    const bool hasOwn = text.isNull() || text.capacity() > 0;
+    return hasOwn ? text : QString(text.constData(), text.size());
+}
+
+} // namespace
+
 void SettingsFile::set(const QString &group, const QString &key, const QString &value)
 {
-    SettingsGroup &entries = m_groups[group];
-    const auto entry = entries.constFind(key);
-    if (entry != entries.cend() && *entry == value)
+    auto entries = m_groups.find(group);
+    if (entries == m_groups.end())
+        entries = m_groups.insert(ownText(group), {});
+    const auto entry = entries->constFind(key);
+    if (entry != entries->cend() && *entry == value)
         return;
-    entries.insert(key, value);
+    entries->insert(ownText(key), ownText(value));
     note({group, key, value});
 }
 

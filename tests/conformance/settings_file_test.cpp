@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <random>
+#include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -61,6 +62,29 @@ void expectMentions(const std::string &message, std::initializer_list<const char
 {
     for (const char *part : parts)
         EXPECT_NE(message.find(part), message.npos) << "no \"" << part << "\" in: " << message;
+}
+
+TEST_F(SettingsFileOnDisk, NothingOfTheCallersIsNeededOnceItIsUnloaded)
+{
+    // As the literals of a library that is unloaded afterwards.
+    char16_t group[] = u"Settings";
+    char16_t key[] = u"Colour";
+    char16_t value[] = u"green";
+    const auto literal = [](char16_t *text) {
+        return QString::fromRawData(
+            reinterpret_cast<const QChar *>(text),
+            static_cast<qsizetype>(std::char_traits<char16_t>::length(text)));
+    };
+    {
+        SETUP_SET_Manager manager(m_path, false);
+        ASSERT_TRUE(manager.setSettingInfo(literal(group), literal(key), literal(value), false));
+        ASSERT_TRUE(manager.flush());
+    }
+    for (char16_t *text : {group, key, value})
+        text[0] = u'x';
+    EXPECT_EQ(read(SETUP_SET_Manager(m_path, false), QStringLiteral("Settings"),
+                   QStringLiteral("Colour")),
+              QStringLiteral("green"));
 }
 
 //////////////////////////////////////////////////////////////////////////////////////////////////
