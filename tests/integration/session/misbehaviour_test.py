@@ -148,7 +148,8 @@ class MisbehaviourTest(SessionTest):
                     output, _ = process.communicate(timeout=60)
                     self.assertEqual(process.returncode, SESSION_FAILED)
                     self.assertIn("Session aborted: aborted by the user", output.decode())
-                    self.assertEqual(server.session.lines[-1], "the client aborts the session")
+                    # The request that was cut may get its turn at the server after it.
+                    self.assertIn("the client aborts the session", server.session.lines)
                 title = self.handset.dmclient("get", office, "--prop", "Title").stdout
                 self.assertEqual(title, b"kept\n")
 
