@@ -99,9 +99,30 @@ function section(title, contents) {
     return contents.length > 0 ? make("section", {}, make("h3", {}, title), contents) : null;
 }
 
+const isTrace = ({level}) => level === 8;
+
+/// What the plug-in said, in order. Traces, which come by the dozen, are folded away.
 function pluginMessages(messages) {
-    return messages.map((message) => make("p", {class: "plugin-message"}, foreign(message.text),
-                                          make("span", {class: "place"}, " ", foreign(message.place, 100))));
+    const shown = [];
+    for (let at = 0; at < messages.length;) {
+        let end = at;
+        while (end < messages.length && isTrace(messages[end]))
+            ++end;
+        shown.push(end > at ? foldedTraces(messages.slice(at, end)) : pluginMessage(messages[at], "plugin-message"));
+        at = Math.max(end, at + 1);
+    }
+    return shown;
+}
+
+function foldedTraces(traces) {
+    const fold = make("details", {class: "traces"}, make("summary", {}, count(traces.length, "trace")));
+    fold.addEventListener("toggle", () => fold.append(...traces.map((trace) => pluginMessage(trace, "trace"))),
+                          {once: true});
+    return fold;
+}
+
+function pluginMessage(message, kind) {
+    return make("p", {class: kind}, foreign(message.text), make("span", {class: "place"}, " ", foreign(message.place, 100)));
 }
 
 // ---- Outside calls -------------------------------------------------------------------------------

@@ -8,9 +8,20 @@
 
 // ---- Log ----------------------------------------------------------------------------------------
 
-/// Messages of a level below this one are printed. A build for tests raises it to see the traces.
+/// Messages of a level below this one are printed. Builds for tests and for records of a client
+/// raise it to have the traces.
 #ifndef KUB_LOG_PRINT_BELOW
 #define KUB_LOG_PRINT_BELOW 8
+#endif
+
+/// Who reads the traces of such a build beside other messages tells them apart by these marks, for
+/// not every trace ends with its line.
+#ifdef KUB_LOG_MARKS_TRACES
+#define KUB_TRACE_BEGIN "\x1e"
+#define KUB_TRACE_END "\x1f"
+#else
+#define KUB_TRACE_BEGIN
+#define KUB_TRACE_END
 #endif
 
 // Traces are part of the binary although they do not print, so that a patched threshold shows them:
@@ -48,10 +59,12 @@ constexpr int LOG_LEVEL_TRACE = 8;
 } // namespace
 
 // The arguments of a message that does not print are not evaluated.
-#define KUB_LOG(level, text, ...)                                                                  \
+#define KUB_LOG(level, format, ...)                                                                \
     do {                                                                                           \
         if (LogPrints(level))                                                                      \
-            LogMessage(level, "(%s:%d)" text, __FILE_NAME__, __LINE__ __VA_OPT__(, ) __VA_ARGS__); \
+            LogMessage(level, format, __FILE_NAME__, __LINE__ __VA_OPT__(, ) __VA_ARGS__);         \
     } while (false)
-#define LOG_FAILURE(...) KUB_LOG(LOG_LEVEL_FAILURE, __VA_ARGS__)
-#define LOG_TRACE(...) KUB_LOG(LOG_LEVEL_TRACE, __VA_ARGS__)
+#define LOG_FAILURE(text, ...) KUB_LOG(LOG_LEVEL_FAILURE, "(%s:%d)" text __VA_OPT__(, ) __VA_ARGS__)
+#define LOG_TRACE(text, ...)                                                                       \
+    KUB_LOG(LOG_LEVEL_TRACE,                                                                       \
+            KUB_TRACE_BEGIN "(%s:%d)" text KUB_TRACE_END __VA_OPT__(, ) __VA_ARGS__)

@@ -21,6 +21,10 @@ public:
     virtual void mountEnded(int nodes, const QString &fault) = 0;
     /// One whole message of the plug-in, with its line break.
     virtual void pluginMessage(std::string_view message) = 0;
+    /// One whole trace of it, which a library says that was built to tell of each of its steps.
+    virtual void pluginTrace(std::string_view trace) = 0;
+    /// A node of the tree is about to have this secret as its value.
+    virtual void secretIsWritten(const QByteArray &secret) = 0;
     // A call of a library beneath the plug-in that has ended.
     virtual void profileCall(const call_observer::ProfileCall &call) = 0;
     virtual void settingCall(const call_observer::SettingCall &call) = 0;

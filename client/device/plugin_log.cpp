@@ -20,6 +20,10 @@ using support::Unexpected;
 
 namespace {
 
+// What a plug-in that is built with KUB_LOG_MARKS_TRACES puts around each trace.
+constexpr char traceBegin = '\x1e';
+constexpr char traceEnd = '\x1f';
+
 Unexpected<QString> cannotLog(const std::string &reason)
 {
     return Unexpected(
@@ -88,10 +92,7 @@ Expected<std::unique_ptr<PluginLog>, QString> PluginLog::open(Writer writer)
 {
     cookie_io_functions_t functions{};
     functions.write = [](void *cookie, const char *bytes, std::size_t size) -> ssize_t {
-        const auto *const log = static_cast<const PluginLog *>(cookie);
-        log->m_writer({bytes, size});
-        if (log->m_listener)
-            log->m_listener({bytes, size});
+        static_cast<PluginLog *>(cookie)->take({bytes, size});
         return static_cast<ssize_t>(size);
     };
     std::unique_ptr<PluginLog> log(new PluginLog(std::move(writer)));
@@ -103,6 +104,28 @@ Expected<std::unique_ptr<PluginLog>, QString> PluginLog::open(Writer writer)
     std::setvbuf(log->m_stream, nullptr, _IONBF, 0);
     libaplog_to_module_ptr = log->m_stream;
     return log;
+}
+
+/// @param bytes  a message, or a part of one
+void PluginLog::take(std::string_view bytes)
+{
+    if (!bytes.empty() && bytes.front() == traceBegin)
+        m_trace.emplace();
+    if (!m_trace)
+        return takeMessage(bytes);
+    m_trace->append(bytes);
+    if (!m_trace->ends_with(traceEnd))
+        return;
+    const std::string trace = *std::exchange(m_trace, std::nullopt);
+    if (m_traceListener)
+        m_traceListener(std::string_view(trace).substr(1, trace.size() - 2));
+}
+
+void PluginLog::takeMessage(std::string_view message)
+{
+    m_writer(message);
+    if (m_listener)
+        m_listener(message);
 }
 
 Expected<std::unique_ptr<PluginLog>, QString> PluginLog::toStandardError()

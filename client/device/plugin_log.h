@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -15,6 +17,9 @@ namespace client {
 
 /// The stream that plug-ins write their messages to, for as long as the object lives. Without one
 /// they would write to standard output, into the middle of the program's own.
+///
+/// A library that was built for it says traces as well, between marks. They have whole values, so
+/// they go neither to the file nor to standard error.
 class PluginLog {
 public:
     /// Size of the log file at which it is put aside as FILE.1, replacing an older one, in bytes.
@@ -33,8 +38,13 @@ public:
 
     /// Takes one whole message.
     using Writer = std::function<void(std::string_view message)>;
-    /// Has every message told to somebody else as well; an empty one ends that.
-    void setListener(Writer listener) { m_listener = std::move(listener); }
+    /// Has every message told to somebody else as well, and every trace to nobody but them; empty
+    /// ones end that.
+    void setListener(Writer listener, Writer traceListener)
+    {
+        m_listener = std::move(listener);
+        m_traceListener = std::move(traceListener);
+    }
 
     // What the messages are about from now on, as a PluginJournal has it; only a file says so.
     void beginCommand(const QString &name, const QString &address);
@@ -46,11 +56,16 @@ public:
     PluginLog &operator=(const PluginLog &) = delete;
 
 private:
+    void take(std::string_view bytes);
+    void takeMessage(std::string_view message);
+
     explicit PluginLog(Writer writer) : m_writer(std::move(writer)) {}
     static support::Expected<std::unique_ptr<PluginLog>, QString> open(Writer writer);
 
     const Writer m_writer;
     Writer m_listener;
+    Writer m_traceListener;
+    std::optional<std::string> m_trace;       ///< that has begun and not ended
     std::shared_ptr<PluginJournal> m_journal; ///< of a file
     FILE *m_stream = nullptr;
 };

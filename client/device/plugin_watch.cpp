@@ -22,7 +22,8 @@ void PluginWatch::setLog(PluginLog *log)
     m_log = log;
     if (!m_log)
         return;
-    m_log->setListener([this](std::string_view message) { pluginMessage(message); });
+    m_log->setListener([this](std::string_view message) { pluginMessage(message); },
+                       [this](std::string_view trace) { pluginTrace(trace); });
     // The plug-in is loaded, and with it the log opened, when a command first needs it.
     if (m_isCommandRunning)
         m_log->beginCommand(m_command, m_address);
@@ -54,6 +55,12 @@ void PluginWatch::end(Outcome &outcome)
         return;
     const bool saysMore = !outcome.reason.isEmpty() && !isRefusalWithoutReason(outcome);
     outcome.reason = saysMore ? outcome.reason + QStringLiteral(": ") + said : said;
+}
+
+void PluginWatch::secretIsWritten(const QByteArray &secret)
+{
+    if (m_observer)
+        m_observer->secretIsWritten(secret);
 }
 
 // ---- Mounts --------------------------------------------------------------------------------------
@@ -100,6 +107,12 @@ void PluginWatch::pluginMessage(std::string_view message)
     if (m_lastMessagesOfMount.size() == mostMessages)
         m_lastMessagesOfMount.pop_front();
     m_lastMessagesOfMount.emplace_back(message);
+}
+
+void PluginWatch::pluginTrace(std::string_view trace)
+{
+    if (m_observer)
+        m_observer->pluginTrace(trace);
 }
 
 bool PluginWatch::observe(const call_observer::ProfileCall &call) noexcept

@@ -28,6 +28,7 @@ public:
 
     void begin(const QString &name, const QString &address) override;
     void end(Outcome &outcome) override;
+    void secretIsWritten(const QByteArray &secret) override;
 
     /// Whether the calls that are observed are the client's own, and not the plug-in's.
     void setPaused(bool isPaused) { m_isPaused = isPaused; }
@@ -39,6 +40,7 @@ public:
     void endMount(int nodes, const QString &fault);
 
     void pluginMessage(std::string_view message);
+    void pluginTrace(std::string_view trace);
     bool isObserved() const { return m_observer; }
     bool wantsRecords() const override { return isObserved(); }
     bool observe(const call_observer::ProfileCall &call) noexcept override;

@@ -153,7 +153,10 @@ QStringList settingCall(const QJsonObject &event)
 
 QStringList pluginMessage(const QJsonObject &event)
 {
-    return {QStringLiteral("    plug-in: %1 (%2)").arg(text(event, "text"), text(event, "place"))};
+    const bool isTrace = event.contains(u"level");
+    return {
+        (isTrace ? QStringLiteral("    trace: %1 (%2)") : QStringLiteral("    plug-in: %1 (%2)"))
+            .arg(text(event, "text"), text(event, "place"))};
 }
 
 QStringList tree(const QJsonObject &event)

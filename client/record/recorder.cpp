@@ -197,15 +197,31 @@ void Recorder::pluginMessage(std::string_view message)
     if (!m_pluginLine.ends_with('\n'))
         return;
     m_pluginLine.pop_back();
-    const auto [place, text] =
-        splitPlace(QString::fromStdString(std::exchange(m_pluginLine, std::string())));
+    const auto line = QString::fromStdString(std::exchange(m_pluginLine, std::string()));
+    if (m_mount)
+        ++m_mount->messages;
+    m_writer.write("plugin-message", shownPluginLine(line));
+}
+
+void Recorder::pluginTrace(std::string_view trace)
+{
+    constexpr int traceLevel = 8;
+    if (trace.ends_with('\n'))
+        trace.remove_suffix(1);
+    QJsonObject fields =
+        shownPluginLine(QString::fromUtf8(trace.data(), static_cast<qsizetype>(trace.size())));
+    fields[u"level"] = traceLevel;
+    m_writer.write("plugin-message", fields);
+}
+
+QJsonObject Recorder::shownPluginLine(const QString &line) const
+{
+    const auto [place, text] = splitPlace(line);
     QJsonObject fields{{QStringLiteral("text"), shown(text)}};
     if (!place.isEmpty())
         fields[u"place"] = place;
     addOwner(fields);
-    if (m_mount)
-        ++m_mount->messages;
-    m_writer.write("plugin-message", fields);
+    return fields;
 }
 
 namespace {

@@ -94,6 +94,8 @@ public:
     void mountBegins(const QByteArray &root) override;
     void mountEnded(int nodes, const QString &fault) override;
     void pluginMessage(std::string_view message) override;
+    void pluginTrace(std::string_view trace) override;
+    void secretIsWritten(const QByteArray &secret) override { learnSecret(secret); }
     void profileCall(const call_observer::ProfileCall &call) override;
     void settingCall(const call_observer::SettingCall &call) override;
 
@@ -139,6 +141,8 @@ private:
     /// The number of what runs: of the mount, or of the command.
     void addOwner(QJsonObject &fields) const;
     void learnSecretsOf(const NAP_PROFILE_S &record);
+    /// @param line  without its line break
+    QJsonObject shownPluginLine(const QString &line) const;
     OpenItem takeItem(const AnsweredCommand &command);
     void writeMessage(const char *direction, const QByteArray &bytes,
                       const syncml::Message *message, const QString &fault, QJsonObject fields);

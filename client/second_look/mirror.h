@@ -65,6 +65,8 @@ private:
     void mountBegins(const QByteArray &) override {}
     void mountEnded(int, const QString &) override {}
     void pluginMessage(std::string_view) override {}
+    void pluginTrace(std::string_view) override {}
+    void secretIsWritten(const QByteArray &) override {}
 
     /// What all of them are about. Roots that none of them is beneath need no mount for it.
     std::vector<NodeUri> objectsOf(const std::vector<TreeChange> &changes) const;

@@ -3,6 +3,7 @@
 
 #include "dm_status.h"
 
+#include <QByteArray>
 #include <QString>
 
 namespace client {
@@ -19,6 +20,8 @@ public:
     virtual void begin(const QString &name, const QString &address) = 0;
     /// It has ended. @param outcome  gets the reasons that became known
     virtual void end(Outcome &outcome) = 0;
+    /// A node is about to have this secret as its value, and may tell of it.
+    virtual void secretIsWritten(const QByteArray &secret) = 0;
 };
 
 } // namespace client

@@ -13,6 +13,7 @@
 #include "answer_size.h"
 #include "media_type.h"
 #include "node_description.h"
+#include "secret_leaf.h"
 #include "tree_change.h"
 
 #include <algorithm>
@@ -462,6 +463,7 @@ Outcome TreeView::addNode(const NodeUri &uri, const NewValue &value)
         const Result<DmtData> data = parseValue(*type, value.data);
         if (!data)
             return data.outcome();
+        tellOfSecret(isSecretLeaf(uri.name()), *data);
         status = parent->m_tree->CreateLeafNode(path.constData(), created, *data);
     } else {
         status = parent->m_tree->CreateInteriorNode(path.constData(), created);
@@ -489,6 +491,12 @@ Result<DmtData> valueForLeaf(const TreeNode &leaf, const TreeView::NewValue &val
 
 } // namespace
 
+void TreeView::tellOfSecret(bool isSecret, const DmtData &value) const
+{
+    if (CommandWatch *const watch = m_tree->commandWatch(); watch && isSecret)
+        watch->secretIsWritten(valueBytes(value));
+}
+
 Outcome TreeView::replaceValue(const NodeUri &uri, const NewValue &value)
 {
     const Result<TreeNode> node = findToChange(uri);
@@ -503,6 +511,7 @@ Outcome TreeView::replaceValue(const NodeUri &uri, const NewValue &value)
         return data.outcome();
     if (const Outcome allowed = checkType(type(*node), value.type); !allowed)
         return allowed;
+    tellOfSecret(isSecretLeaf(uri.name()), *data);
     const Outcome outcome = outcomeOfEngineCall(node->m_node->SetValue(*data));
     if (outcome)
         m_tree->touch(uri);
@@ -531,6 +540,7 @@ Outcome TreeView::replaceValues(const NodeUri &uri, const std::vector<ChildValue
         const Result<DmtData> data = valueForLeaf(*child, {{}, {}, value.text});
         if (!data)
             return data.outcome();
+        tellOfSecret(isSecretLeaf(value.name), *data);
         map.put(DMString(value.name.constData()), *data);
     }
     const Outcome outcome =
@@ -695,6 +705,7 @@ Outcome TreeView::copyLeaf(const NodeUri &source, const NodeUri &target)
     const Result<DmtData> value = valueToCopy(*from);
     if (!value)
         return value.outcome();
+    tellOfSecret(isSecretLeaf(source.name()) || isSecretLeaf(target.name()), *value);
     const Outcome outcome = outcomeOfEngineCall(to->m_node->SetValue(*value));
     if (outcome)
         m_tree->touch(target);
@@ -709,6 +720,7 @@ Outcome TreeView::copyToNewLeaf(const TreeNode &source, const NodeUri &target)
     const Result<DmtData> value = valueToCopy(source);
     if (!value)
         return value.outcome();
+    tellOfSecret(isSecretLeaf(source.uri().name()) || isSecretLeaf(target.name()), *value);
     const QByteArray path = parent->childPath(target.name());
     JemSmartPtr<DmtNode> created;
     const int status = parent->m_tree->CreateLeafNode(path.constData(), created, *value);

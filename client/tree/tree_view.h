@@ -167,6 +167,8 @@ private:
     /// properties together leave no room.
     Outcome canKeep(const NodeUri &uri, const PropertyStore::Properties &properties) const;
     Outcome keep(const NodeUri &uri, PropertyStore::Properties properties);
+    /// Tells whoever watches of a value that a leaf is about to have, if it is a secret.
+    void tellOfSecret(bool isSecret, const DmtData &value) const;
 
     ManagementTree *m_tree;
     Principal m_principal;

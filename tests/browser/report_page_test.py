@@ -151,6 +151,16 @@ class BehindTest(PageTest):
         self.open(at="command=2")
         self.assertEqual(self.text("#behind .plugin-message"), "Speed illegal! DM_Napi_PluginNode.cpp:612")
 
+    def test_has_the_plugins_traces_folded_and_as_text(self):
+        self.open(at="command=2")
+        self.assertEqual(self.text("#behind .traces summary"), "2 traces")
+        self.assertEqual(self.texts("#behind .trace"), [])
+        self.click("#behind .traces summary")
+        self.wait_for(lambda: len(self.texts("#behind .trace")) == 2)
+        self.assertEqual(self.texts("#behind .trace"), [
+            "Enter: SetValue()! DM_Napi_PluginNode.cpp:574",
+            "Enter: SetValueInternal()! NodeName = <b>Speed</b> DM_Napi_PluginNode.cpp:595"])
+
     def test_offers_a_line_of_a_scenario(self):
         self.open(at="command=2")
         self.click("#behind button", "line of a scenario")

@@ -60,6 +60,7 @@ class Handset:
         with a state directory of the caller's has what is in it."""
         self._directory = tempfile.TemporaryDirectory()
         self.home = self._directory.name
+        self.plugin = PLUGIN
         self.state = state or os.path.join(self.home, "state")
         if profiles and not state:
             os.makedirs(self.client_file(""), mode=0o700)
@@ -90,12 +91,12 @@ class Handset:
                               env=self.environment(**environment), input=stdin or "",
                               capture_output=True, timeout=120, check=False, encoding="utf-8")
 
-    def dmclient(self, *arguments, stdin=None, plugin=PLUGIN, **environment):
+    def dmclient(self, *arguments, stdin=None, plugin=None, **environment):
         """Runs dmclient; the result has returncode, stdout and stderr as bytes. A message that it
         prints has to be one that the DTD allows."""
         if isinstance(stdin, str):
             stdin = stdin.encode()
-        result = subprocess.run([DMCLIENT, "--plugin", plugin, *arguments],
+        result = subprocess.run([DMCLIENT, "--plugin", plugin or self.plugin, *arguments],
                                 env=self.environment(**environment), input=stdin or b"",
                                 capture_output=True, timeout=120, check=False)
         if (arguments[:1] == ("process",) and result.stdout

@@ -9,6 +9,7 @@ import unittest
 
 import commands
 import records
+from bootstrap_messages import access_point, characteristic, document, parm
 from dmserver import DmServer
 from handset import CONN, PLUGIN, SECRET, Handset
 from sessions import (CERTIFICATE, ENCODINGS, KEY, KINDS, SECRETS, SUCCESS, UNUSABLE, USAGE,
@@ -240,6 +241,101 @@ class SecretTest(RecordTest):
         self.assertEqual(terminal.end()[0], SUCCESS)
         self.assertEqual(records.of(records.load(self.path), "command")[0]["value"], "********")
         self.assertEqual(records.leaks(self.path, [SECRET, typed]), [])
+
+
+class TraceRecordTest(RecordTest):
+    LEAF = f"{CONN}/Office/Auth/PAP/AuthPw"
+    NEW = "n3w-Pa55word"
+
+    def setUp(self):
+        super().setUp()
+        self.handset.plugin = os.path.join(os.path.dirname(PLUGIN),
+                                           "libkubdmnapipluginlib-traces.so.1")
+
+    def traces(self, events):
+        return [event for event in records.of(events, "plugin-message") if event.get("level") == 8]
+
+    def assert_traced_and_hidden(self, events, *secrets):
+        self.assertEqual(records.leaks(self.path, [SECRET, self.NEW, *secrets]), [])
+        # The plug-in did tell of the value.
+        self.assertIn("... Want to set new value = " + "*" * len(self.NEW),
+                      [event["text"] for event in self.traces(events)])
+
+    def test_steps_of_a_command_are_those_of_the_plugin(self):
+        result, events = self.record("replace", f"{CONN}/Office/Speed", "1")
+        [command] = records.of(events, "command")
+        beneath = [event for event in records.of(events, "plugin-message")
+                   if event.get("command") == command["command"]]
+        said = [(event["text"], event.get("level")) for event in beneath]
+        self.assertEqual(said[0], ("Enter: SetValue()!", 8))
+        self.assertIn(("Enter: SetValueInternal()! NodeName = Speed", 8), said)
+        refusals = [text for text, level in said if level is None]
+        self.assertEqual(len(refusals), 2, said)
+        self.assertIn("Speed illegal", refusals[0])
+        for event in beneath:
+            self.assertRegex(event["place"], r"^DM_Napi_Plugin\w*\.cpp:\d+$")
+        # Nobody else hears of them, and the reason is the same.
+        self.assertNotIn(b"Enter", result.stdout + result.stderr)
+        with open(self.handset.client_file("plugin.log"), "rb") as log:
+            self.assertNotIn(b"Enter", log.read())
+        self.handset.plugin = PLUGIN
+        _, untraced = self.record("replace", f"{CONN}/Office/Speed", "1")
+        self.assertEqual(self.traces(untraced), [])
+        self.assertEqual(records.of(untraced, "command")[0]["reason"], command["reason"])
+        self.assertEqual([event["text"] for event in records.of(untraced, "plugin-message")
+                          if "command" in event], refusals)
+
+    def test_mount_counts_messages_only(self):
+        counts = []
+        for plugin in (PLUGIN, self.handset.plugin):
+            self.handset.plugin = plugin
+            _, events = self.record("get", f"{CONN}/Office/Addr")
+            counts.append([mounted["messages"] for mounted in records.of(events, "mounted")])
+        self.assertEqual(counts[0], counts[1])
+        self.assertTrue(any("mount" in event for event in self.traces(events)))
+
+    def test_secrets_that_are_typed_are_hidden(self):
+        for words, stdin in ((("replace", self.LEAF, self.NEW), None),
+                             (("replace", self.LEAF, "-"), self.NEW),
+                             (("shell",), f"replace {self.LEAF} {self.NEW}\n"),
+                             (("shell",), f"replace {self.LEAF[:-7]} AuthPw={self.NEW}\n"),
+                             (("shell",), f"delete {self.LEAF}\nadd {self.LEAF} {self.NEW}\n")):
+            with self.subTest(words=words, stdin=stdin):
+                _, events = self.record(*words, stdin=stdin)
+                self.assert_traced_and_hidden(events)
+
+    def test_secrets_of_a_server_are_hidden(self):
+        package = [{"replace": self.LEAF, "data": "first-Pa55wo"},
+                   {"replace": self.LEAF, "data": self.NEW}]
+        for chunk in (None, 5):
+            for encoding in ENCODINGS:
+                with self.subTest(chunk=chunk, encoding=encoding):
+                    played = scenario("profiles", encoding=encoding,
+                                      packages=[{"commands": package}])
+                    if chunk:
+                        played["chunk"] = chunk
+                    events = self.play_recorded(played, "--encoding", encoding)
+                    self.assert_traced_and_hidden(events, "first-Pa55wo")
+
+    def test_secrets_of_a_tree_are_hidden(self):
+        for encoding in ENCODINGS:
+            with self.subTest(encoding=encoding):
+                self.setUp()
+                events = self.play_recorded(scenario("serialised_trees", encoding=encoding),
+                                            "--encoding", encoding)
+                self.assertEqual(records.leaks(self.path, [SECRET, "s3cret"]), [])
+                self.assertIn("... Want to set new value = ******",
+                              [event["text"] for event in self.traces(events)])
+
+    def test_secrets_of_a_bootstrap_message_are_hidden(self):
+        path = os.path.join(self.handset.home, "message")
+        with open(path, "wb") as file:
+            file.write(document(access_point("Net", characteristic(
+                "NAPAUTHINFO", parm("AUTHTYPE", "PAP"), parm("AUTHNAME", "me"),
+                parm("AUTHSECRET", self.NEW)))))
+        result, events = self.record("bootstrap", path, "--yes")
+        self.assertEqual(result.returncode, SUCCESS, result.stderr)
+        self.assert_traced_and_hidden(events)
 
 
 class PackageRecordTest(RecordTest):

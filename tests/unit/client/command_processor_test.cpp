@@ -624,6 +624,10 @@ protected:
             lines.push_back("ended " + std::to_string(static_cast<int>(outcome.status)));
             outcome.reason = QStringLiteral("it was said so");
         }
+        void secretIsWritten(const QByteArray &secret) override
+        {
+            lines.push_back("secret " + secret.toStdString());
+        }
 
         Lines lines;
     };
@@ -655,6 +659,24 @@ TEST_F(WatchedCommandsTest, EachItemBeginsAndEndsAndHasTheReasonThatBecameKnown)
                                           full("Nobody") + " 404 Not Found: it was said so"}));
     EXPECT_EQ(watch.lines, (Lines{"Replace " + full("Office/Addr"), "ended 200",
                                   "Replace " + full("Nobody"), "ended 404"}));
+}
+
+TEST_F(WatchedCommandsTest, SecretIsToldOfBeforeItsNodeHasIt)
+{
+    const QByteArray secret = profileUri("Office/Auth/AuthPw");
+    Item shown = target(profileUri("Office/Addr"));
+    shown.source = location(secret);
+    Item shownAnew = target(profileUri("Office/Shown"));
+    shownAnew.source = location(secret);
+    run(command(CommandKind::Replace, {target(profileUri("Office/Addr"), "everybody's")}));
+    run(command(CommandKind::Replace, {target(secret, "mine")}));
+    run(command(CommandKind::Copy, {shown, shownAnew}));
+    run(command(CommandKind::Delete, {target(secret)}));
+    run(command(CommandKind::Add, {formatted(target(secret, "mine too"), "chr")}));
+    Lines secrets;
+    std::ranges::copy_if(watch.lines, std::back_inserter(secrets),
+                         [](const std::string &line) { return line.starts_with("secret"); });
+    EXPECT_EQ(secrets, (Lines{"secret mine", "secret mine", "secret mine", "secret mine too"}));
 }
 
 TEST_F(WatchedCommandsTest, WhatIsSaidOnTheWayBackIsAReasonOfTheAtomic)

@@ -9,6 +9,8 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
+#include <string>
+#include <vector>
 
 namespace client {
 
@@ -114,6 +116,45 @@ TEST_F(PluginLogTest, LineBreaksInANameMakeNoNewLineOfTheFile)
                  "a\n(x:2)Enter: b\r\xc2\x9b\x1b[2J\n");
     EXPECT_EQ(contents(path), "(x:1)Leave: a\\n(x:2)Enter: b\\r\xc2\x9b\x1b[2J\\n!\n");
 }
+
+// ---- Traces --------------------------------------------------------------------------------------
+
+TEST_F(PluginLogTest, TracesAreForTheirListenerOnly)
+{
+    std::vector<std::string> told;
+    const auto log = madeOrNull(PluginLog::toFile(path), error);
+    ASSERT_NE(log, nullptr) << error.toStdString();
+    log->setListener(
+        [&](std::string_view message) { told.push_back("message " + std::string(message)); },
+        [&](std::string_view trace) { told.push_back("trace " + std::string(trace)); });
+    std::fputs("\x1e(x:1)no line break\x1f", libaplog_to_module_ptr);
+    std::fputs("(x:2)Leave: one\n", libaplog_to_module_ptr);
+    std::fputs("\x1e(x:3)Enter\n\x1f", libaplog_to_module_ptr);
+    EXPECT_EQ(told, (std::vector<std::string>{"trace (x:1)no line break",
+                                              "message (x:2)Leave: one\n", "trace (x:3)Enter\n"}));
+    EXPECT_EQ(contents(path), "(x:2)Leave: one\n");
+}
+
+TEST_F(PluginLogTest, TracesNobodyListensToAreDropped)
+{
+    const auto log = madeOrNull(PluginLog::toFile(path), error);
+    std::fputs("\x1e(x:1)Enter\n\x1f", libaplog_to_module_ptr);
+    EXPECT_EQ(contents(path), "");
+}
+
+TEST_F(PluginLogTest, ATraceLargerThanTheLibrarysBufferIsOne)
+{
+    std::vector<std::string> traces;
+    const auto log = madeOrNull(PluginLog::toFile(path), error);
+    log->setListener({}, [&](std::string_view trace) { traces.emplace_back(trace); });
+    const std::string value(100'000, 'v');
+    std::fprintf(libaplog_to_module_ptr, "\x1e%s\x1f", value.c_str());
+    std::fputs("(x:2)Leave: one\n", libaplog_to_module_ptr);
+    EXPECT_EQ(traces, std::vector<std::string>{value});
+    EXPECT_EQ(contents(path), "(x:2)Leave: one\n");
+}
+
+// ---- Standard error ------------------------------------------------------------------------------
 
 TEST_F(PluginLogTest, MessagesCanGoToStandardError)
 {

@@ -12,6 +12,29 @@ namespace client {
 
 namespace {
 
+/// Writes down what it is told.
+class Observer : public DeviceObserver {
+public:
+    void mountBegins(const QByteArray &root) override { lines += "begins " + root; }
+    void mountEnded(int nodes, const QString &fault) override
+    {
+        lines += "ended " + QByteArray::number(nodes) + fault.toUtf8();
+    }
+    void pluginMessage(std::string_view message) override
+    {
+        lines += QByteArray(message.data(), static_cast<qsizetype>(message.size()));
+    }
+    void pluginTrace(std::string_view trace) override
+    {
+        lines += "trace " + QByteArray(trace.data(), static_cast<qsizetype>(trace.size()));
+    }
+    void secretIsWritten(const QByteArray &secret) override { lines += "secret " + secret; }
+    void profileCall(const call_observer::ProfileCall &call) override { lines += call.function; }
+    void settingCall(const call_observer::SettingCall &call) override { lines += call.function; }
+
+    QByteArrayList lines;
+};
+
 class PluginWatchTest : public testing::Test {
 protected:
     void begin() { watch.begin(QStringLiteral("Replace"), QStringLiteral("./A")); }
@@ -148,30 +171,20 @@ TEST_F(PluginWatchTest, WhereNobodySeesReasonsTheServicesTellTheirs)
     EXPECT_FALSE(fail("NAPI_ModifyProfile", NAPI_ERROR_IO, "damaged"));
 }
 
+TEST_F(PluginWatchTest, TracesAreNoReasons)
+{
+    Observer observer;
+    watch.setObserver(&observer);
+    begin();
+    watch.pluginTrace("(a.cpp:1)Leave: Set()! failed! Speed illegal\n");
+    EXPECT_EQ(end(DmStatus::CommandFailed), "500 Command Failed");
+    EXPECT_EQ(observer.lines,
+              QByteArrayList{"trace (a.cpp:1)Leave: Set()! failed! Speed illegal\n"});
+}
+
 TEST_F(PluginWatchTest, RecordsAreReadForAnObserverOnly)
 {
-    class Observer : public DeviceObserver {
-    public:
-        void mountBegins(const QByteArray &root) override { lines += "begins " + root; }
-        void mountEnded(int nodes, const QString &fault) override
-        {
-            lines += "ended " + QByteArray::number(nodes) + fault.toUtf8();
-        }
-        void pluginMessage(std::string_view message) override
-        {
-            lines += QByteArray(message.data(), static_cast<qsizetype>(message.size()));
-        }
-        void profileCall(const call_observer::ProfileCall &call) override
-        {
-            lines += call.function;
-        }
-        void settingCall(const call_observer::SettingCall &call) override
-        {
-            lines += call.function;
-        }
-
-        QByteArrayList lines;
-    } observer;
+    Observer observer;
     EXPECT_FALSE(watch.wantsRecords());
     watch.setObserver(&observer);
     EXPECT_TRUE(watch.wantsRecords());

@@ -121,6 +121,24 @@ TEST_F(RecorderTest, APasswordOfARecordIsHiddenThereAndInWhatIsSaidLater)
     EXPECT_EQ(last()[u"place"], QStringLiteral("a.cpp:1"));
 }
 
+TEST_F(RecorderTest, TraceOfASecretThatIsBeingWrittenIsMasked)
+{
+    Recorder recorder(RunDescription(), {sink()});
+    recorder.typedCommandBegins();
+    recorder.secretIsWritten("hunter4");
+    recorder.pluginTrace("(a.cpp:1)... Want to set new value = hunter4\n");
+    EXPECT_EQ(last()[u"event"], QStringLiteral("plugin-message"));
+    EXPECT_EQ(last()[u"level"], 8);
+    EXPECT_EQ(last()[u"place"], QStringLiteral("a.cpp:1"));
+    EXPECT_EQ(last()[u"text"], QStringLiteral("... Want to set new value = *******"));
+    EXPECT_EQ(last()[u"command"], 1);
+    recorder.mountBegins("./A");
+    recorder.pluginTrace("(a.cpp:2)no line break");
+    EXPECT_EQ(last()[u"text"], QStringLiteral("no line break"));
+    recorder.mountEnded(3, {});
+    EXPECT_EQ(last()[u"messages"], 0);
+}
+
 TEST_F(RecorderTest, WhatHappensBeneathACommandHasItsNumber)
 {
     Recorder recorder(RunDescription(), {sink()});
