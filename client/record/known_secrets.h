@@ -7,6 +7,7 @@
 #include <QByteArrayView>
 #include <QString>
 #include <set>
+#include <unordered_set>
 
 namespace client {
 
@@ -17,7 +18,7 @@ public:
     /// Learns a secret; an empty one is none.
     void add(const QByteArray &secret);
 
-    bool isEmpty() const { return m_forms.empty(); }
+    bool isEmpty() const { return m_forms.empty() && m_shortForms.empty(); }
     /// Where secrets stand in the text, whether as they are, as base64, as hexadecimal digits, or
     /// escaped for XML or for a URI. One of less than four bytes is found as a word of its own
     /// only.
@@ -27,7 +28,21 @@ public:
     QString masked(const QString &text) const;
 
 private:
-    std::set<QByteArray> m_forms;
+    struct ByBytes {
+        using is_transparent = void;
+        bool operator()(QByteArrayView one, QByteArrayView other) const
+        {
+            return one.compare(other) < 0;
+        }
+    };
+
+    qsizetype longestFormAt(QByteArrayView text) const;
+
+    // A handset has thousands of forms, and a record thousands of texts, so that most places of a
+    // text have to be passed over without a look at the forms.
+    std::set<QByteArray, ByBytes> m_forms;
+    std::unordered_set<quint32> m_beginnings; ///< the first bytes of each form
+    std::set<QByteArray> m_shortForms;        ///< of those that are words of their own only
 };
 
 } // namespace client

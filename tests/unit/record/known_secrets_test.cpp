@@ -34,6 +34,38 @@ TEST(KnownSecretsTest, AShortSecretIsAWordOfItsOwn)
     EXPECT_EQ(secrets.masked(QByteArray("pw=pw, upward pwr")), "**=**, upward pwr");
 }
 
+TEST(KnownSecretsTest, OneSecretMayBeginAsAnotherDoes)
+{
+    KnownSecrets secrets;
+    for (const char *const secret : {"pass", "password", "passable!", "passw-"})
+        secrets.add(secret);
+    for (const auto &[text, masked] : {std::pair("a password b", "a ******** b"),
+                                       {"passwor", "****wor"},
+                                       {"passable", "****able"},
+                                       {"passable!", "*********"},
+                                       {"passwpassw-", "****w******"},
+                                       {"passpassword", "************"},
+                                       {"pas", "pas"},
+                                       {"~pass", "~****"}})
+        EXPECT_EQ(secrets.masked(QByteArray(text)), masked);
+}
+
+TEST(KnownSecretsTest, MasksEveryPlaceWhereAnyOfManyStands)
+{
+    constexpr int count = 500;
+    KnownSecrets secrets;
+    QByteArray text;
+    QByteArray masked;
+    for (int i = 0; i < count; ++i) {
+        const QByteArray secret = "secret-" + QByteArray::number(i * 7919) + '-';
+        secrets.add(secret);
+        text += "is " + secret + QByteArray(" and \xff\x00", 7) + secret.toHex() + ";";
+        masked += "is " + QByteArray(secret.size(), '*') + QByteArray(" and \xff\x00", 7) +
+                  QByteArray(secret.size() * 2, '*') + ";";
+    }
+    EXPECT_EQ(secrets.masked(text), masked);
+}
+
 TEST(KnownSecretsTest, AnEmptySecretIsNone)
 {
     EXPECT_EQ(knowing("").masked(QByteArray("text")), "text");
