@@ -8,8 +8,13 @@
 
 namespace client::bootstrap {
 
+using push::looksLikePush;
+using push::readWspPush;
+using push::WspPush;
 using support::Expected;
 using support::Unexpected;
+
+namespace push_type = push::push_type;
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-using namespace client::bootstrap;
+using namespace client::push;
 
 namespace {
 

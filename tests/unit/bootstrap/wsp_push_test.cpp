@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-using namespace client::bootstrap;
+using namespace client::push;
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <QString>
 #include <optional>
 
-namespace client::bootstrap {
+namespace client::push {
 
 namespace push_type {
 inline constexpr char connectivityXml[] = "text/vnd.wap.connectivity-xml";
@@ -42,4 +42,4 @@ bool looksLikePush(const QByteArray &bytes);
 /// is wrong, and where.
 support::Expected<WspPush, QString> readWspPush(const QByteArray &bytes);
 
-} // namespace client::bootstrap
+} // namespace client::push

@@ -6,7 +6,7 @@
 #include <iterator>
 #include <utility>
 
-namespace client::bootstrap {
+namespace client::push {
 
 using support::Expected;
 using support::Unexpected;
@@ -288,4 +288,4 @@ Expected<WspPush, QString> readWspPush(const QByteArray &bytes)
     return PushReader(bytes).read();
 }
 
-} // namespace client::bootstrap
+} // namespace client::push
