@@ -1,5 +1,7 @@
 #include "bootstrap_message.h"
 
+#include "dm_message.h"
+#include "serialised_objects.h"
 #include "wsp_push.h"
 
 #include <algorithm>
@@ -46,6 +48,12 @@ Expected<BootstrapMessage, QString> messageOf(const WspPush &push)
     return message;
 }
 
+Expected<ProvisioningDocument, QString> documentOfDmMessage(const QByteArray &bytes)
+{
+    const auto nodes = readDmMessage(bytes);
+    return nodes ? documentOfObjects(*nodes) : Unexpected(nodes.error());
+}
+
 } // namespace
 
 bool BootstrapMessage::isProvedBy(const MacSecrets &secrets) const
@@ -62,7 +70,9 @@ Expected<BootstrapMessage, QString> readBootstrapMessage(const QByteArray &bytes
         if (!recogniseDocument(bytes))
             return Unexpected(
                 QStringLiteral("the message is neither a WAP push, nor XML or WBXML"));
-        return BootstrapMessage{Profile::ClientProvisioning, bytes, std::nullopt};
+        const Profile profile =
+            looksLikeDmMessage(bytes) ? Profile::DeviceManagement : Profile::ClientProvisioning;
+        return BootstrapMessage{profile, bytes, std::nullopt};
     }
     const auto push = readWspPush(bytes);
     return push ? messageOf(*push) : Unexpected(push.error());
@@ -70,10 +80,9 @@ Expected<BootstrapMessage, QString> readBootstrapMessage(const QByteArray &bytes
 
 Expected<ProvisioningPlan, QString> planOf(const BootstrapMessage &message, const UriLimits &limits)
 {
-    if (message.profile == Profile::DeviceManagement)
-        return Unexpected(QStringLiteral("a message of the DM profile is not applied here; one of "
-                                         "Client Provisioning is"));
-    const auto document = readProvisioningDocument(message.document);
+    const auto document = message.profile == Profile::DeviceManagement
+                              ? documentOfDmMessage(message.document)
+                              : readProvisioningDocument(message.document);
     return document ? planOf(*document, limits) : Unexpected(document.error());
 }
 

@@ -26,7 +26,8 @@ struct BootstrapMessage {
 inline constexpr qsizetype largestBootstrapMessage = 64 * 1024;
 
 /// Recognises a message by its content. Of a push it reads the header, and of its document nothing:
-/// that is not to be looked at before its proof was.
+/// that is not to be looked at before its proof was. A document alone, which has no proof, shows by
+/// its beginning which profile it is of.
 /// @return what is wrong with it, or why it is no bootstrap message
 support::Expected<BootstrapMessage, QString> readBootstrapMessage(const QByteArray &bytes);
 

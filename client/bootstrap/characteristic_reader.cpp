@@ -1,9 +1,19 @@
 #include "characteristic_reader.h"
 
+#include <algorithm>
 #include <initializer_list>
 #include <utility>
 
 namespace client::bootstrap {
+
+namespace {
+
+const QString &shownNameOf(const Parm &parm)
+{
+    return parm.shownAs.isEmpty() ? parm.name : parm.shownAs;
+}
+
+} // namespace
 
 CharacteristicReader::CharacteristicReader(const Characteristic &characteristic, QString label,
                                            std::vector<IgnoredPart> &ignored)
@@ -17,9 +27,20 @@ CharacteristicReader::~CharacteristicReader()
     const std::size_t parms = m_characteristic.parms.size();
     for (std::size_t i = 0; i < m_isUsed.size(); ++i)
         if (!m_isUsed[i])
-            ignore(i < parms ? m_characteristic.parms[i].name
-                             : m_characteristic.parts[i - parms].type,
-                   QStringLiteral("nothing on this device keeps it"));
+            tell(i < parms ? shownNameOf(m_characteristic.parms[i])
+                           : labelOf(m_characteristic.parts[i - parms], {}),
+                 QStringLiteral("nothing on this device keeps it"));
+}
+
+QString CharacteristicReader::labelOfPart(const Characteristic &part) const
+{
+    return QStringLiteral("%1: %2").arg(m_label, labelOf(part, {}));
+}
+
+QString CharacteristicReader::shownName(const QString &parm) const
+{
+    const auto found = std::ranges::find(m_characteristic.parms, parm, &Parm::name);
+    return found == m_characteristic.parms.end() ? parm : shownNameOf(*found);
 }
 
 void CharacteristicReader::ignoreWhole(const QString &why)
@@ -29,6 +50,11 @@ void CharacteristicReader::ignoreWhole(const QString &why)
 }
 
 void CharacteristicReader::ignore(const QString &what, const QString &why)
+{
+    tell(shownName(what), why);
+}
+
+void CharacteristicReader::tell(const QString &what, const QString &why)
 {
     m_ignored.push_back({QStringLiteral("%1: %2").arg(m_label, what), why});
 }
@@ -81,6 +107,8 @@ std::vector<const Characteristic *> CharacteristicReader::parts(const char *type
 
 QString labelOf(const Characteristic &characteristic, std::initializer_list<const char *> names)
 {
+    if (!characteristic.shownAs.isEmpty())
+        return characteristic.shownAs;
     for (const char *const name : names)
         if (const auto value = valueOf(characteristic, name))
             return QStringLiteral("%1 %2").arg(characteristic.type, *value);

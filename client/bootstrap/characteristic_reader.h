@@ -16,6 +16,10 @@ public:
     CharacteristicReader &operator=(const CharacteristicReader &) = delete;
 
     const QString &label() const { return m_label; }
+    /// What people know a part of this one by.
+    QString labelOfPart(const Characteristic &part) const;
+    /// What people know a parameter of this one by.
+    QString shownName(const QString &parm) const;
     /// The value of the first parameter of that name; none when it is not there or has none.
     std::optional<QString> text(const char *name);
     /// The values of all of that name.
@@ -25,18 +29,22 @@ public:
     /// The characteristics of a type beneath this one.
     std::vector<const Characteristic *> parts(const char *type);
 
+    /// @param what  the name of a parameter, or what is said of it
     void ignore(const QString &what, const QString &why);
     /// Tells of the characteristic, and of nothing more in it.
     void ignoreWhole(const QString &why);
 
 private:
+    void tell(const QString &what, const QString &why);
+
     const Characteristic &m_characteristic;
     const QString m_label;
     std::vector<IgnoredPart> &m_ignored;
     std::vector<bool> m_isUsed; ///< parms, then parts
 };
 
-/// "NAPDEF Office": the type and the first of the names that the characteristic has.
+/// "NAPDEF Office": the type and the first of the names that the characteristic has, unless it is
+/// shown as something else.
 QString labelOf(const Characteristic &characteristic, std::initializer_list<const char *> names);
 
 /// The first parameter of that name, if it has a value.

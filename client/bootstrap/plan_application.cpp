@@ -1,5 +1,6 @@
 #include "plan_application.h"
 
+#include "account_tree.h"
 #include "undo_log.h"
 
 namespace client::bootstrap {
@@ -80,11 +81,9 @@ public:
         for (const PlannedProfile &profile : m_plan.profiles)
             if (auto added = addProfile(profile); !added)
                 return takeBack(added.error());
-        for (const PlannedAccount &planned : m_plan.accounts) {
-            if (auto kept = m_device.putAccount(planned.name, planned.account); !kept)
-                return takeBack(kept.error());
-            m_accounts += planned.name;
-        }
+        for (const PlannedAccount &planned : m_plan.accounts)
+            if (auto added = addAccount(planned); !added)
+                return takeBack(added.error());
         return {};
     }
 
@@ -106,16 +105,29 @@ private:
                 !done)
                 return done;
         }
-        return m_plan.acl.isEmpty() ? Expected<void, QString>() : giveRights(profile);
+        for (const PlannedNode &node : profile.nodes)
+            if (const auto acl = aclOf(node, profile, m_plan))
+                if (auto given = giveList(node.uri, *acl); !given)
+                    return given;
+        return {};
     }
 
-    /// One list goes for every node of a profile.
-    Expected<void, QString> giveRights(const PlannedProfile &profile)
+    Expected<void, QString> addAccount(const PlannedAccount &planned)
     {
-        const NodeUri &node = profile.nodes.front().uri;
-        return watched(QStringLiteral("Replace"), node, [&] {
-            return m_tree.replaceProperty(node, Property::Acl, m_plan.acl.toText());
-        });
+        if (auto kept = m_device.putAccount(planned.name, planned.account); !kept)
+            return kept;
+        m_accounts += planned.name;
+        const NodeUri node = nodeAt(accountTreeRoot).child(planned.name.toUtf8());
+        for (const GivenList &list : planned.lists)
+            if (auto given = giveList(node.beneath(list.node), list.acl); !given)
+                return given;
+        return {};
+    }
+
+    Expected<void, QString> giveList(const NodeUri &node, const AccessControlList &acl)
+    {
+        return watched(QStringLiteral("Replace"), node,
+                       [&] { return m_tree.replaceProperty(node, Property::Acl, acl.toText()); });
     }
 
     /// Runs an operation. @return how it failed, with what was said meanwhile

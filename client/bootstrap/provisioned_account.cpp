@@ -1,6 +1,8 @@
 #include "provisioned_account.h"
 
+#include "account_tree.h"
 #include "characteristic_reader.h"
+#include "node_description.h"
 
 #include <algorithm>
 #include <iterator>
@@ -15,11 +17,12 @@ namespace {
 struct SideRow {
     const char *level;
     const char *prefix; ///< of the account's fields
+    const char *path;   ///< beneath the account's node
 };
 
 constexpr SideRow sides[] = {
-    {"APPSRV", "client-"},
-    {"CLIENT", "server-"},
+    {"APPSRV", "client-", "AppAuth/1"},
+    {"CLIENT", "server-", "AppAuth/2"},
 };
 
 struct PartRow {
@@ -36,7 +39,8 @@ constexpr PartRow credentialParts[] = {
 class AccountPlanner {
 public:
     AccountPlanner(const Characteristic &application, std::vector<IgnoredPart> &ignored)
-        : m_reader(application, labelOf(application, {"NAME", "PROVIDER-ID"}), ignored),
+        : m_application(application),
+          m_reader(application, labelOf(application, {"NAME", "PROVIDER-ID"}), ignored),
           m_ignored(ignored)
     {
     }
@@ -53,9 +57,12 @@ public:
                 m_reader.ignore(
                     QString::fromLatin1(name),
                     QStringLiteral("a session uses the connection that the device has"));
+        keepLists(m_application, ".");
         auto planned = nameAndCheck(m_account, m_reader.label());
-        if (planned)
+        if (planned) {
             planned->wantsSession = wantsSession;
+            planned->lists = std::move(m_lists);
+        }
         return planned;
     }
 
@@ -74,39 +81,38 @@ private:
     bool readAddress()
     {
         std::optional<QString> address;
-        std::optional<QString> port;
+        std::optional<std::pair<QString, QString>> port; // what it is called, and what it says
         for (const Characteristic *const part : m_reader.parts("APPADDR")) {
-            CharacteristicReader place(*part, m_reader.label() + QStringLiteral(": APPADDR"),
-                                       m_ignored);
+            CharacteristicReader place(*part, m_reader.labelOfPart(*part), m_ignored);
             if (address) {
                 place.ignoreWhole(QStringLiteral("an account has one address"));
                 continue;
             }
+            keepLists(*part, "AppAddr/1");
             address = place.text("ADDR");
             place.flag("ADDRTYPE");
             for (const Characteristic *const portPart : place.parts("PORT")) {
-                CharacteristicReader reader(*portPart, place.label() + QStringLiteral(": PORT"),
-                                            m_ignored);
-                if (!port)
-                    port = reader.text("PORTNBR");
+                CharacteristicReader reader(*portPart, place.labelOfPart(*portPart), m_ignored);
+                if (const auto number = reader.text("PORTNBR"); number && !port)
+                    port = {reader.shownName(QStringLiteral("PORTNBR")), *number};
             }
         }
         if (!address)
             address = m_reader.text("ADDR");
-        return set("address", address) && (!address || !port || setPort(*port));
+        return set("address", address) && (!address || !port || setPort(port->first, port->second));
     }
 
-    bool setPort(const QString &text)
+    bool setPort(const QString &name, const QString &text)
     {
         constexpr int largestPort = 0xFFFF;
         bool isNumber = false;
         const int port = text.toInt(&isNumber);
         if (!isNumber || port < 1 || port > largestPort)
-            return fail(QStringLiteral("PORTNBR is not a port"));
+            return fail(QStringLiteral("%1 is not a port").arg(name));
         QUrl &address = m_account.address;
         const int usualPort = address.scheme() == u"https" ? 443 : 80;
         if (address.port(port) != port)
-            return fail(QStringLiteral("PORTNBR is another port than that of the address"));
+            return fail(QStringLiteral("%1 is another port than that of the address").arg(name));
         if (port != usualPort)
             address.setPort(port);
         return true;
@@ -120,7 +126,8 @@ private:
         for (const Characteristic *const part : m_reader.parts("APPAUTH")) {
             const QString level = valueOf(*part, "AAUTHLEVEL").value_or(QString());
             CharacteristicReader reader(
-                *part, m_reader.label() + QStringLiteral(": APPAUTH ") + level, m_ignored);
+                *part, m_reader.label() + QStringLiteral(": ") + labelOf(*part, {"AAUTHLEVEL"}),
+                m_ignored);
             reader.text("AAUTHLEVEL");
             const auto *const side = std::ranges::find_if(
                 sides, [&level](const SideRow &row) { return level == QLatin1String(row.level); });
@@ -131,20 +138,21 @@ private:
             if (std::ranges::find(levelsSeen, level) != levelsSeen.end())
                 return fail(QStringLiteral("two APPAUTH have the level %1").arg(level));
             levelsSeen.push_back(level);
-            if (!readSide(*side, reader))
+            keepLists(*part, side->path);
+            if (!readSide(*side, part->shownAs.isEmpty() ? level : part->shownAs, reader))
                 return false;
         }
         return true;
     }
 
-    bool readSide(const SideRow &side, CharacteristicReader &reader)
+    bool readSide(const SideRow &side, const QString &place, CharacteristicReader &reader)
     {
         // One that every server knows, where the message leaves it open.
         const QString type = reader.text("AAUTHTYPE").value_or(QStringLiteral("DIGEST"));
         const auto known = authTypeOfAccountName(type);
         if (!known || *known == AuthType::None)
-            return fail(QStringLiteral("AAUTHTYPE of %1 is none of BASIC, DIGEST and HMAC")
-                            .arg(QString::fromLatin1(side.level)));
+            return fail(QStringLiteral("%1 of %2 is none of BASIC, DIGEST and HMAC")
+                            .arg(reader.shownName(QStringLiteral("AAUTHTYPE")), place));
         const QByteArray prefix(side.prefix);
         if (!set((prefix + "auth").constData(), authWord(*known)))
             return false;
@@ -153,15 +161,29 @@ private:
         });
     }
 
+    /// Keeps the lists of a part, as far as the account's nodes can have them.
+    /// @param path  of the part beneath the account's node
+    void keepLists(const Characteristic &part, const char *path)
+    {
+        const NodeUri anyAccount = nodeAt(accountTreeRoot).child("account");
+        for (const GivenList &list : part.lists) {
+            const NodeUri node = nodeAt(path).beneath(list.node);
+            if (descriptionOf(anyAccount.beneath(node)))
+                m_lists.push_back({node, list.acl});
+        }
+    }
+
     bool fail(const QString &text)
     {
         m_fault = QStringLiteral("%1: %2").arg(m_reader.label(), text);
         return false;
     }
 
+    const Characteristic &m_application;
     CharacteristicReader m_reader;
     std::vector<IgnoredPart> &m_ignored;
     Account m_account;
+    std::vector<GivenList> m_lists;
     QString m_fault;
 };
 

@@ -15,9 +15,6 @@ using support::Unexpected;
 
 namespace {
 
-constexpr char accessPointRoot[] = "./DevDetail/Ext/Conf/Conn/Profiles";
-constexpr char proxyRoot[] = "./DevDetail/Ext/Conf/IntProfs/Profiles";
-
 /// What the profile service and the plug-in have room for, in bytes. A text that fills its field
 /// would run into the next one when it is read.
 constexpr qsizetype longestProfileName = 63;
@@ -108,7 +105,8 @@ using AccessPoints = std::map<QString, AccessPoint>;
 class AccessPointReader {
 public:
     AccessPointReader(const Characteristic &napdef, std::vector<IgnoredPart> &ignored)
-        : m_reader(napdef, labelOf(napdef, {"NAME", "NAPID"}), ignored), m_ignored(ignored)
+        : m_napdef(napdef), m_reader(napdef, labelOf(napdef, {"NAME", "NAPID"}), ignored),
+          m_ignored(ignored)
     {
     }
 
@@ -136,6 +134,7 @@ public:
         readCredentials();
         if (m_bearer->isCircuitSwitched)
             readModem();
+        giveLists();
         return std::optional(m_profile);
     }
 
@@ -242,8 +241,7 @@ private:
     {
         bool hasCredentials = false;
         for (const Characteristic *const part : m_reader.parts("NAPAUTHINFO")) {
-            CharacteristicReader info(*part, m_reader.label() + QStringLiteral(": NAPAUTHINFO"),
-                                      m_ignored);
+            CharacteristicReader info(*part, m_reader.labelOfPart(*part), m_ignored);
             if (info.text("AUTHTYPE") != QStringLiteral("PAP")) {
                 info.ignoreWhole(QStringLiteral("a profile has credentials for PAP only"));
                 continue;
@@ -277,6 +275,24 @@ private:
             readNumber("LINKSPEED", "Speed", {0, 2400, 4800, 9600, 14400}, 14400);
     }
 
+    /// The lists of the nodes that are made of it.
+    void giveLists()
+    {
+        giveLists(m_napdef, m_root);
+        for (const Characteristic *const part : m_reader.parts("NAPAUTHINFO"))
+            giveLists(*part, m_root.child("Auth").child("PAP"));
+    }
+    void giveLists(const Characteristic &part, const NodeUri &top)
+    {
+        for (const GivenList &list : part.lists) {
+            const auto node =
+                std::ranges::find(m_profile.nodes, top.beneath(list.node), &PlannedNode::uri);
+            if (node != m_profile.nodes.end())
+                node->acl = list.acl;
+        }
+    }
+
+    const Characteristic &m_napdef;
     CharacteristicReader m_reader;
     std::vector<IgnoredPart> &m_ignored;
     const BearerRow *m_bearer = nullptr;
@@ -313,7 +329,7 @@ std::optional<int> readPort(CharacteristicReader &reader, std::vector<IgnoredPar
     constexpr int largestPort = 0xFFFF;
     std::optional<int> number;
     for (const Characteristic *const part : reader.parts("PORT")) {
-        CharacteristicReader port(*part, reader.label() + QStringLiteral(": PORT"), ignored);
+        CharacteristicReader port(*part, reader.labelOfPart(*part), ignored);
         const auto text = port.text("PORTNBR");
         if (number)
             port.ignore(QStringLiteral("PORTNBR"), QStringLiteral("a proxy has one port here"));
@@ -334,6 +350,9 @@ public:
         // What a proxy is called: a profile has its access point's name.
         reader.flag("NAME");
         reader.flag("PROXY-ID");
+        if (!logical.lists.empty())
+            reader.ignore(QStringLiteral("ACL"),
+                          QStringLiteral("a profile has the lists of its access point"));
         const auto port = readPort(reader, m_plan.ignored);
         for (const Characteristic *const physical : reader.parts("PXPHYSICAL"))
             planPhysical(*physical, reader.label(), port);

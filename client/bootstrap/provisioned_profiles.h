@@ -5,6 +5,10 @@
 
 namespace client::bootstrap {
 
+/// What profiles are beneath: their access points, and their proxies.
+inline constexpr char accessPointRoot[] = "./DevDetail/Ext/Conf/Conn/Profiles";
+inline constexpr char proxyRoot[] = "./DevDetail/Ext/Conf/IntProfs/Profiles";
+
 /// Adds the profiles of all NAPDEF characteristics to the plan, with the proxies of PXLOGICAL.
 /// @return why the document cannot be applied
 support::Expected<void, QString> planProfiles(const ProvisioningDocument &document,

@@ -2,7 +2,9 @@
 // and more characteristics. What they mean is not known here.
 #pragma once
 
+#include "access_control.h"
 #include "expected.h"
+#include "node_uri.h"
 
 #include <QByteArray>
 #include <QString>
@@ -14,14 +16,26 @@ namespace client::bootstrap {
 struct Parm {
     QString name;
     std::optional<QString> value; ///< none: a flag
+    QString shownAs = {};         ///< what people know it by; empty: its name
 
     bool operator==(const Parm &) const = default;
+};
+
+/// An access control list that the message gives to a node.
+struct GivenList {
+    NodeUri node; ///< as if that of the characteristic were the root
+    AccessControlList acl;
+
+    bool operator==(const GivenList &) const = default;
 };
 
 struct Characteristic {
     QString type;
     std::vector<Parm> parms;
     std::vector<Characteristic> parts;
+    QString shownAs = {}; ///< what people know it by; empty: its type, and its name
+    /// Only what stands for an object of a serialised tree has any.
+    std::vector<GivenList> lists = {};
 
     bool operator==(const Characteristic &) const = default;
 };

@@ -80,6 +80,14 @@ Expected<ProvisioningPlan, QString> planOf(const ProvisioningDocument &document,
     return plan;
 }
 
+std::optional<AccessControlList> aclOf(const PlannedNode &node, const PlannedProfile &profile,
+                                       const ProvisioningPlan &plan)
+{
+    if (node.acl || &node != &profile.nodes.front() || plan.acl.isEmpty())
+        return node.acl;
+    return plan.acl;
+}
+
 // ---- For people and programs ---------------------------------------------------------------------
 
 namespace {
@@ -89,6 +97,13 @@ QString shownValue(const PlannedNode &node, Secrets secrets)
     return secrets == Secrets::Masked && isMasked(node.uri.name(), node.value)
                ? QString::fromLatin1(secretMask)
                : QString::fromUtf8(node.value);
+}
+
+QString describeRights(const NodeUri &node, bool isTop, const AccessControlList &acl)
+{
+    const QString rights = QString::fromUtf8(acl.toText());
+    return isTop ? QStringLiteral("  rights: %1").arg(rights)
+                 : QStringLiteral("  rights of %1: %2").arg(node.toDisplay(), rights);
 }
 
 /// The fields of an account that have a value, as they are to be shown.
@@ -117,13 +132,16 @@ QStringList describe(const ProvisioningPlan &plan, Secrets secrets)
             if (node.format != QStringLiteral("node"))
                 lines += QStringLiteral("  %1 = %2")
                              .arg(node.uri.toDisplay(), shownValue(node, secrets));
-        if (!plan.acl.isEmpty())
-            lines += QStringLiteral("  rights: %1").arg(QString::fromUtf8(plan.acl.toText()));
+        for (const PlannedNode &node : profile.nodes)
+            if (const auto acl = aclOf(node, profile, plan))
+                lines += describeRights(node.uri, node.uri == profile.nodes.front().uri, *acl);
     }
     for (const PlannedAccount &planned : plan.accounts) {
         lines += QStringLiteral("account %1").arg(planned.name);
         for (const auto &[field, value] : shownFields(planned.account, secrets))
             lines += QStringLiteral("  %1 = %2").arg(field, value);
+        for (const GivenList &list : planned.lists)
+            lines += describeRights(list.node, list.node.isRoot(), list.acl);
         if (sendsPasswordsInClear(planned.account))
             lines += QStringLiteral("  its passwords go over the network as they are");
         if (planned.wantsSession)
@@ -144,11 +162,15 @@ QJsonObject toJson(const ProvisioningPlan &plan, Secrets secrets)
                                {QStringLiteral("format"), node.format}};
             if (node.format != QStringLiteral("node"))
                 object[u"value"] = shownValue(node, secrets);
+            if (node.acl)
+                object[u"acl"] = QString::fromUtf8(node.acl->toText());
             nodes += object;
         }
-        profiles += QJsonObject{{QStringLiteral("name"), QString::fromUtf8(profile.name)},
-                                {QStringLiteral("acl"), QString::fromUtf8(plan.acl.toText())},
-                                {QStringLiteral("nodes"), nodes}};
+        const auto acl = aclOf(profile.nodes.front(), profile, plan);
+        profiles += QJsonObject{
+            {QStringLiteral("name"), QString::fromUtf8(profile.name)},
+            {QStringLiteral("acl"), QString::fromUtf8(acl.value_or(AccessControlList()).toText())},
+            {QStringLiteral("nodes"), nodes}};
     }
     QJsonArray accounts;
     for (const PlannedAccount &planned : plan.accounts) {
@@ -156,6 +178,11 @@ QJsonObject toJson(const ProvisioningPlan &plan, Secrets secrets)
                            {QStringLiteral("wantsSession"), planned.wantsSession}};
         for (const auto &[field, value] : shownFields(planned.account, secrets))
             object[field] = value;
+        QJsonObject lists;
+        for (const GivenList &list : planned.lists)
+            lists[QString::fromLatin1(list.node.toUri())] = QString::fromUtf8(list.acl.toText());
+        if (!lists.isEmpty())
+            object[u"acl"] = lists;
         accounts += object;
     }
     QJsonArray ignored;

@@ -17,6 +17,8 @@ struct PlannedNode {
     NodeUri uri;
     QString format; ///< as a server gives it: "node", "chr" or "int"
     QByteArray value = {};
+    /// As the message gives it; none: the node inherits.
+    std::optional<AccessControlList> acl = {};
 };
 
 /// A profile with its nodes under one root or both.
@@ -28,7 +30,8 @@ struct PlannedProfile {
 struct PlannedAccount {
     QString name;
     Account account;
-    bool wantsSession = false; ///< as soon as it is there
+    bool wantsSession = false;         ///< as soon as it is there
+    std::vector<GivenList> lists = {}; ///< of its node, and of those beneath it
 };
 
 /// A part of the message of which nothing is made.
@@ -40,8 +43,9 @@ struct IgnoredPart {
 struct ProvisioningPlan {
     std::vector<PlannedProfile> profiles;
     std::vector<PlannedAccount> accounts;
-    /// What the profiles get as their access control list: rights for the servers of the accounts.
-    /// Empty without accounts: then they have the list of every other profile.
+    /// What a profile gets as its access control list for which the message has none: rights for
+    /// the servers of the accounts. Empty without accounts: then they have the list of every other
+    /// profile.
     AccessControlList acl;
     std::vector<IgnoredPart> ignored;
 
@@ -55,6 +59,11 @@ struct ProvisioningPlan {
 ///         are there twice
 support::Expected<ProvisioningPlan, QString> planOf(const ProvisioningDocument &document,
                                                     const UriLimits &limits);
+
+/// The list that the node is given: its own, or on the profile's first node, whose list goes for
+/// all of them, that of the plan. None: the node inherits.
+std::optional<AccessControlList> aclOf(const PlannedNode &node, const PlannedProfile &profile,
+                                       const ProvisioningPlan &plan);
 
 enum class Secrets { Masked, Shown };
 

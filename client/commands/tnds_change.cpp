@@ -16,17 +16,6 @@ Outcome at(const NodeUri &node, const Outcome &outcome)
             QStringLiteral("%1 of the serialised tree: %2").arg(node.toDisplay(), outcome.reason)};
 }
 
-NodeUri beneath(NodeUri node, const NodeUri &relative)
-{
-    const QByteArrayView names = relative.joinedNames();
-    for (qsizetype begin = 0; begin < names.size();) {
-        const QByteArrayView name = NodeUri::first(names.sliced(begin));
-        node = node.child(name.toByteArray());
-        begin += name.size() + 1;
-    }
-    return node;
-}
-
 /// The one name that an escaped NodeName stands for.
 Result<QByteArray> parseName(const QString &escaped, const UriLimits &limits)
 {
@@ -109,7 +98,7 @@ Result<NodeUri> TndsChange::placeOf(const TndsNode &topNode) const
         return Outcome{DmStatus::NotFound,
                        QStringLiteral("the Path %1 is not that of a node").arg(topNode.path)};
     const NodeUri fromRoot = path->node.child(name);
-    return m_target.contains(fromRoot) ? fromRoot : beneath(m_target, path->node).child(name);
+    return m_target.contains(fromRoot) ? fromRoot : m_target.beneath(path->node).child(name);
 }
 
 // ---- Formats and values --------------------------------------------------------------------------

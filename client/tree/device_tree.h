@@ -9,6 +9,9 @@
 
 namespace client {
 
+/// What takes serialised objects, and shows none.
+inline constexpr char inboxAddress[] = "./Inbox";
+
 /// Access control list of the root until somebody replaces it: everybody may add beneath the root
 /// and read everything.
 inline constexpr char factoryRootAcl[] = "Add=*&Get=*";

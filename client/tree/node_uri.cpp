@@ -114,6 +114,13 @@ NodeUri NodeUri::child(const QByteArray &name) const
     return fromJoinedNames(std::move(names));
 }
 
+NodeUri NodeUri::beneath(const NodeUri &relative) const
+{
+    if (isRoot() || relative.isRoot())
+        return isRoot() ? relative : *this;
+    return fromJoinedNames(m_names + separator + relative.m_names);
+}
+
 QByteArray NodeUri::toUri() const
 {
     QByteArray uri(".");

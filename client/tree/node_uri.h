@@ -60,6 +60,8 @@ public:
     /// Must not be called for the root.
     NodeUri parent() const { return fromJoinedNames(above(m_names).toByteArray()); }
     NodeUri child(const QByteArray &name) const;
+    /// The node that `relative` is when this one stands for the root.
+    NodeUri beneath(const NodeUri &relative) const;
     /// Whether this is `other`, or above it.
     bool contains(const NodeUri &other) const { return contains(other.joinedNames()); }
     bool contains(QByteArrayView joinedNames) const

@@ -102,7 +102,7 @@ Result<TreeNode> TreeView::findToChange(const NodeUri &uri) const
 
 Result<TreeNode> TreeView::findToRead(const NodeUri &uri) const
 {
-    static const NodeUri inbox({"Inbox"});
+    static const NodeUri inbox = nodeAt(inboxAddress);
     return inbox.contains(uri) ? Result<TreeNode>(notAllowed(uri, "cannot be read")) : find(uri);
 }
 

@@ -10,7 +10,8 @@ from sessions import REFUSED, SUCCESS, SessionTest
 
 VECTORS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "unit", "bootstrap",
                        "vectors")
-SECURITY = {"NETWPIN": 0, "USERPIN": 1, "USERNETWPIN": 2, "USERPINMAC": 3}
+SECURITY = {"NETWPIN": 0, "USERPIN": 1, "USERNETWPIN": 2, "USERPINMAC": 3, "NETWORKID": 0,
+            "USERPIN_NETWORKID": 2}
 CONNECTIVITY_WBXML = 0x36
 CONNECTIVITY_XML = 0x35
 

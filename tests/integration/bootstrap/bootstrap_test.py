@@ -7,6 +7,8 @@ import unittest
 from bootstrap_messages import (CONNECTIVITY_XML, BlankHandsetTest, access_point, application,
                                 characteristic, document, half_octets, parm, push, vector)
 from handset import CONN, PROXY
+from serialised_trees import (DM_WBXML, DM_XML, access_point as serialised_access_point, account, leaf,
+                              message_wbxml, message_xml)
 from sessions import REFUSED, SUCCESS, USAGE
 from terminal import Terminal
 
@@ -170,6 +172,88 @@ class BootstrapTest(BlankHandsetTest):
     def test_a_push_of_xml(self):
         self.bootstrap(push(vector("cp.xml"), "USERPIN", PIN, CONNECTIVITY_XML), "--pin", "-",
                        "--yes", stdin=b"1234\n")
+        self.assertEqual(len(self.accounts()), 1)
+
+
+class DmProfileTest(BlankHandsetTest):
+    """A serialised account and its access point in an Add to the Inbox."""
+
+    MESSAGES = {DM_WBXML: message_wbxml, DM_XML: message_xml}
+
+    def test_a_push_gives_a_blank_handset_its_access_point_and_its_server(self):
+        for media_type, message in self.MESSAGES.items():
+            self.setUp()
+            body = message(account(), serialised_access_point())
+            printed, errors = self.bootstrap(push(body, "USERPIN", PIN, media_type), "--pin", "-",
+                                             "--yes", stdin=b"1234\n")
+            self.assertIn("its server asks for a session at once", printed)
+            self.assertIn("next: dmclient session 'Example DM'\n", printed)
+            self.assertEqual(errors, "")
+            self.assertEqual(self.handset.profile("Net1")["gprs"]["address"], "internet.example")
+            self.assertEqual(self.handset.profile("Net1")["gprs"]["linger"], 300)
+            self.assertEqual(self.get("--prop", "ACL", f"{CONN}/Net1"),
+                             [f"Delete={ID}&Get={ID}&Replace={ID}"])
+            shown = json.loads(self.handset.dmclient("account", "show", "Example DM", "--json",
+                                                     "--show-secrets").stdout)
+            self.assertEqual(
+                shown, {"name": "Example DM", "address": "https://dm.example.com/dm", "server-id": ID,
+                        "title": "Example DM", "client-auth": "md5", "client-name": "dev1",
+                        "client-secret": "devpw", "client-nonce": "bm9uY2Ux", "server-auth": "md5",
+                        "server-name": ID, "server-secret": "srvpw", "server-nonce": "bm9uY2Uy"})
+
+    def test_a_message_of_the_network_is_proved_by_the_imsi_in_either_form(self):
+        body = message_wbxml(account())
+        for security, key, words, stdin in (
+                ("NETWORKID", IMSI.encode(), (), None),
+                ("NETWORKID", half_octets(IMSI), (), None),
+                ("USERPIN_NETWORKID", PIN + b":" + IMSI.encode(), ("--pin", "-"), b"1234\n"),
+                ("USERPIN_NETWORKID", PIN + b":" + half_octets(IMSI), ("--pin", "-"), b"1234\n")):
+            self.setUp()
+            message = push(body, security, key, DM_WBXML)
+            wrong = IMSI[:-1] + "0"
+            reason = "the PIN is wrong" if words else "MAC is wrong"
+            self.refused(reason, message, "--yes", "--imsi", wrong, *words, stdin=stdin)
+            self.bootstrap(message, "--yes", "--imsi", IMSI, *words, stdin=stdin)
+            self.assertEqual(len(self.accounts()), 1)
+
+    def test_the_lists_of_the_tree_are_those_of_the_nodes(self):
+        body = message_xml(account(acl=f"Get={ID}"),
+                           serialised_access_point("Net1", leaf("DNS1", "192.0.2.1",
+                                                                acl=f"Get=other&Replace={ID}")))
+        self.bootstrap(body, "--yes")
+        self.assertEqual(self.get("--prop", "ACL", "./DMAcc/Example DM"), [f"Get={ID}"])
+        self.assertEqual(self.get("--prop", "ACL", f"{CONN}/Net1/DNS1"), [f"Get=other&Replace={ID}"])
+        self.assertEqual(self.get("--prop", "ACL", f"{CONN}/Net1"),
+                         [f"Delete={ID}&Get={ID}&Replace={ID}"])
+
+    def test_a_store_that_becomes_full_is_left_as_it_was(self):
+        body = message_xml(serialised_access_point("One"), serialised_access_point("Two"), account())
+        _, errors = self.bootstrap(body, "--yes", status=REFUSED, KUB_NAPI_MAX="1")
+        self.assertIn("nothing is applied: Add", errors)
+        self.assert_untouched()
+
+    def test_an_account_that_cannot_be_kept_takes_the_profiles_along(self):
+        self.handset.dmclient("account", "list")
+        os.mkdir(self.handset.client_file("accounts.json.new"))
+        self.refused("nothing is applied: ", message_xml(account(), serialised_access_point()), "--yes")
+        self.assertEqual(self.get(CONN), [])
+
+    def test_what_is_there_is_never_overwritten(self):
+        self.bootstrap(vector("cp.xml"), "--yes")
+        before = self.handset.export(), self.accounts()
+        for reason, nodes in (
+                ("an account of that server", [account()]),
+                ("on the host of the account", [account("b", name="B")]),
+                ("an account Example DM already", [account("b", "https://b.example/")]),
+                ("a profile", [serialised_access_point("Kub Internet")])):
+            other = serialised_access_point("Other")
+            _, errors = self.bootstrap(message_wbxml(other, *nodes), "--yes", status=REFUSED)
+            self.assertIn(reason, errors)
+            self.assertEqual((self.handset.export(), self.accounts()), before)
+
+    def test_an_object_that_this_device_has_no_place_for_is_told(self):
+        printed, _ = self.bootstrap(message_wbxml(account(), account(id="urn:oma:mo:other:1.0")), "--yes")
+        self.assertIn("ignored: ./Inbox/Srv1: nothing on this device keeps it\n", printed)
         self.assertEqual(len(self.accounts()), 1)
 
 

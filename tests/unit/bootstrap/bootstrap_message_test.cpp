@@ -32,17 +32,55 @@ TEST(BootstrapMessageTest, APushHasAProofAndADocumentAloneHasNone)
     }
 }
 
-TEST(BootstrapMessageTest, AMessageOfTheDmProfileIsProvedAndNotApplied)
+TEST(BootstrapMessageTest, AMessageOfTheDmProfileIsProved)
 {
-    const auto pushed = readBootstrapMessage(
-        pushOf(contentType(0x42, 0, "CB2A56CAFD50A1976AF636857135EED5A77514C3"),
-               vectorFile("boot.wbxml")));
-    ASSERT_TRUE(pushed) << pushed.error().toStdString();
-    EXPECT_TRUE(pushed->isProvedBy({{}, "310170123456789"}));
-    EXPECT_FALSE(pushed->isProvedBy({{}, "310170123456780"}));
-    const auto plan = planOf(*pushed, {});
-    ASSERT_FALSE(plan);
-    EXPECT_TRUE(plan.error().contains(QStringLiteral("DM profile is not applied")));
+    const struct {
+        int security;
+        const char *mac;
+        MacSecrets right;
+        MacSecrets wrong;
+    } rows[] = {
+        {1, "FFAC13A6E411FC95EE9358BEC2958432ECCC77DC", {"1234", {}}, {"1235", {}}},
+        {0,
+         "CB2A56CAFD50A1976AF636857135EED5A77514C3",
+         {{}, "310170123456789"},
+         {{}, "310170123456780"}},
+        {0,
+         "9365F9227767A00E3C782EAC7C5565E43B9FA880",
+         {{}, "310170123456789"},
+         {{}, "310170123456780"}},
+        {2,
+         "84E101EA74C541B0C739CD0C64F99A990D0941D2",
+         {"1234", "310170123456789"},
+         {"1235", "310170123456789"}},
+        {2,
+         "AF5B247F7986352E6B0416262CA676845C968CD5",
+         {"1234", "310170123456789"},
+         {"1234", "310170123456780"}},
+    };
+    for (const auto &row : rows) {
+        const auto pushed = readBootstrapMessage(
+            pushOf(contentType(0x42, row.security, row.mac), vectorFile("boot.wbxml")));
+        ASSERT_TRUE(pushed) << pushed.error().toStdString();
+        EXPECT_EQ(pushed->profile, Profile::DeviceManagement);
+        EXPECT_TRUE(pushed->isProvedBy(row.right)) << row.mac;
+        EXPECT_FALSE(pushed->isProvedBy(row.wrong)) << row.mac;
+    }
+}
+
+TEST(BootstrapMessageTest, ADocumentAloneShowsItsProfile)
+{
+    for (const auto &[file, profile] : {std::pair{"boot.wbxml", Profile::DeviceManagement},
+                                        std::pair{"cp.wbxml", Profile::ClientProvisioning},
+                                        std::pair{"cp.xml", Profile::ClientProvisioning}}) {
+        const auto alone = readBootstrapMessage(vectorFile(file));
+        ASSERT_TRUE(alone) << file;
+        EXPECT_EQ(alone->profile, profile) << file;
+    }
+    const auto message =
+        readBootstrapMessage(bytes("\x02\x00\x00\x6A\x1D-//SYNCML//DTD SyncML 1.2//EN\0"));
+    ASSERT_TRUE(message);
+    EXPECT_EQ(message->profile, Profile::DeviceManagement);
 }
 
 TEST(BootstrapMessageTest, APushIsRefusedWithHalfAProofOrForSomethingElse)
