@@ -96,6 +96,31 @@ Expected<void, QString> setNonce(std::optional<QByteArray> &nonce, const QString
     return {};
 }
 
+using PollingTime = std::chrono::seconds Polling::*;
+
+/// Nothing for what nobody has set.
+QString pollingText(const Account &account, PollingTime time)
+{
+    const auto seconds = account.polling.*time;
+    return seconds == Polling().*time ? QString() : QString::number(seconds.count());
+}
+
+/// An empty text takes back what was set.
+Expected<void, QString> setPollingTime(Account &account, PollingTime time, const QString &text,
+                                       std::chrono::seconds shortest)
+{
+    bool isNumber = false;
+    const std::chrono::seconds seconds(text.toInt(&isNumber));
+    const bool isNone = time == &Polling::interval && isNumber && seconds.count() == 0;
+    if (!text.isEmpty() && !isNone &&
+        (!isNumber || seconds < shortest || seconds > longestPollingTime))
+        return Unexpected(QStringLiteral("is not a number of seconds from %1 to %2")
+                              .arg(shortest.count())
+                              .arg(longestPollingTime.count()));
+    account.polling.*time = text.isEmpty() ? Polling().*time : seconds;
+    return {};
+}
+
 constexpr AccountField fields[] = {
     {"address", "URL of the server, http or https", false,
      [](const Account &a) { return a.address.toString(QUrl::FullyEncoded); }, setAddress},
@@ -128,6 +153,27 @@ constexpr AccountField fields[] = {
     {"server-nonce", "nonce of the server's next proof, base64; sessions keep it", false,
      [](const Account &a) { return nonceText(a.toClient.nonce); },
      [](Account &a, const QString &text) { return setNonce(a.toClient.nonce, text); }},
+    {"polling-interval",
+     "seconds between sessions that begin by themselves; 0, as without it: none", false,
+     [](const Account &a) { return pollingText(a, &Polling::interval); },
+     [](Account &a, const QString &text) {
+         return setPollingTime(a, &Polling::interval, text, shortestPollingTime);
+     }},
+    {"polling-first-delay", "seconds until the first of them; without it 60", false,
+     [](const Account &a) { return pollingText(a, &Polling::firstDelay); },
+     [](Account &a, const QString &text) {
+         return setPollingTime(a, &Polling::firstDelay, text, std::chrono::seconds(0));
+     }},
+    {"polling-retry-delay", "seconds after one that failed, doubled each time; without it 60",
+     false, [](const Account &a) { return pollingText(a, &Polling::retryDelay); },
+     [](Account &a, const QString &text) {
+         return setPollingTime(a, &Polling::retryDelay, text, shortestPollingTime);
+     }},
+    {"polling-longest-retry-delay", "most seconds after one that failed; without it 3600", false,
+     [](const Account &a) { return pollingText(a, &Polling::longestRetryDelay); },
+     [](Account &a, const QString &text) {
+         return setPollingTime(a, &Polling::longestRetryDelay, text, shortestPollingTime);
+     }},
 };
 
 } // namespace

@@ -4,6 +4,7 @@
 
 #include "credentials.h"
 #include "expected.h"
+#include "polling.h"
 #include "private_file.h"
 
 #include <QByteArray>
@@ -23,6 +24,7 @@ struct Account {
     QByteArray title;     ///< for people
     Credentials toServer; ///< what the client proves itself with
     Credentials toClient; ///< what the server proves itself with; None: nothing is asked of it
+    Polling polling = {}; ///< when sessions with it begin by themselves
 
     bool operator==(const Account &) const = default;
 };

@@ -117,7 +117,8 @@ class AccountTest(SessionTest):
         self.add_account("https://dm.example/")
         fields = ("the fields are address, server-id, title, client-auth, client-name, "
                   "client-secret, client-nonce, server-auth, server-name, server-secret, "
-                  "server-nonce")
+                  "server-nonce, polling-interval, polling-first-delay, polling-retry-delay, "
+                  "polling-longest-retry-delay")
         for words, problem in (
                 (["add", "Test", "title=x"], "Test is there already"),
                 (["add", "Other", "title=x"], "the account has no address"),

@@ -122,6 +122,35 @@ TEST_F(AccountsTest, FieldsHaveLimits)
     EXPECT_EQ(account.address, QUrl(QString::fromLatin1(address)));
 }
 
+TEST_F(AccountsTest, TimesOfPollingAreSecondsWithinLimits)
+{
+    using namespace std::chrono_literals;
+    EXPECT_EQ(account.polling, Polling());
+    EXPECT_EQ(set("polling-interval", "86400"), "");
+    EXPECT_EQ(set("polling-first-delay", "0"), "");
+    EXPECT_EQ(set("polling-retry-delay", "10"), "");
+    EXPECT_EQ(set("polling-longest-retry-delay", "31622400"), "");
+    const Polling polling{86400s, 0s, 10s, 31622400s};
+    EXPECT_EQ(account.polling, polling);
+    for (const char *const text : {"9", "-1", "31622401", "4294967306", "1.5", "1h", " "}) {
+        EXPECT_EQ(set("polling-interval", text), "is not a number of seconds from 10 to 31622400")
+            << text;
+        EXPECT_EQ(set("polling-retry-delay", text),
+                  "is not a number of seconds from 10 to 31622400")
+            << text;
+    }
+    EXPECT_EQ(set("polling-longest-retry-delay", "0"),
+              "is not a number of seconds from 10 to 31622400");
+    EXPECT_EQ(set("polling-first-delay", "-1"), "is not a number of seconds from 0 to 31622400");
+    EXPECT_EQ(account.polling, polling);
+    EXPECT_EQ(set("polling-interval", "0"), "") << "none begins by itself";
+    EXPECT_EQ(account.polling.interval, 0s);
+    for (const char *const field : {"polling-interval", "polling-first-delay",
+                                    "polling-retry-delay", "polling-longest-retry-delay"})
+        EXPECT_EQ(set(field, ""), "") << field;
+    EXPECT_EQ(account.polling, Polling()) << "what was set is taken back";
+}
+
 TEST_F(AccountsTest, AccountIsCompleteWithEverythingThatASessionNeeds)
 {
     EXPECT_TRUE(noted(checkComplete(account), error)) << error.toStdString();
@@ -155,6 +184,8 @@ TEST_F(AccountsTest, MissingFileHoldsNone)
 TEST_F(AccountsTest, EveryFieldIsReadBack)
 {
     account.title = QStringLiteral("Größe \"x\" \\ 移动").toUtf8();
+    account.polling.interval = std::chrono::hours(24);
+    account.polling.firstDelay = std::chrono::seconds(0);
     AccountStore written = store();
     ASSERT_TRUE(noted(written.put(QStringLiteral("Operator 1"), account), error))
         << error.toStdString();
