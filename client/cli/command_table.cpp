@@ -92,6 +92,7 @@ constexpr Option sessionOptions[] = {
     {"trace", "FILE", "write every message to a file (- is standard output), secrets masked",
      ValueKind::File},
     {"json", nullptr, "print one JSON object a command"},
+    {"here", nullptr, "hold it in this process, also when dmclientd runs"},
 };
 constexpr Option accountOptions[] = {
     {"json", nullptr, "print accounts as JSON: list and show"},

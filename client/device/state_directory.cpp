@@ -84,6 +84,15 @@ Expected<std::unique_ptr<StateDirectory>, QString> StateDirectory::open(const QS
     return std::unique_ptr<StateDirectory>(new StateDirectory(clientPath, std::move(lockFile)));
 }
 
+bool StateDirectory::isInUse(const QString &path)
+{
+    const std::string state = handset_state::absolutePath(QFile::encodeName(path).toStdString());
+    handset_state::Refusal refusal;
+    const handset_state::FileDescriptor lockFile =
+        handset_state::openFile(state + clientFolderName + "/lock", O_RDWR, refusal);
+    return lockFile && ::flock(lockFile.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
 StateDirectory::StateDirectory(QString clientPath, handset_state::FileDescriptor lockFile)
     : m_clientPath(std::move(clientPath)), m_lockFile(std::move(lockFile))
 {

@@ -23,6 +23,9 @@ public:
     /// @return never null; the error is a sentence that names the path and the reason
     static support::Expected<std::unique_ptr<StateDirectory>, QString> open(const QString &path);
 
+    /// Whether a client has the lock of a state directory at this moment.
+    static bool isInUse(const QString &path);
+
     /// Absolute.
     QString path() const;
     /// Path of a file of the client in this directory.
