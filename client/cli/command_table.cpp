@@ -92,6 +92,8 @@ constexpr Option sessionOptions[] = {
     {"trace", "FILE", "write every message to a file (- is standard output), secrets masked",
      ValueKind::File},
     {"json", nullptr, "print one JSON object a command"},
+    {"questions", nullptr,
+     "with --json: print the server's questions too, and read the answers from standard input"},
     {"here", nullptr, "hold it in this process, also when dmclientd runs"},
 };
 constexpr Option accountOptions[] = {

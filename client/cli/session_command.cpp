@@ -6,6 +6,7 @@
 #include "difference_report.h"
 #include "http_module.h"
 #include "interrupt_guard.h"
+#include "json_user.h"
 #include "recording.h"
 #include "session_report.h"
 #include "terminal.h"
@@ -234,14 +235,18 @@ ExitStatus haveSession(const Context &context, const HttpModule &http, const Ser
     if (recorder)
         observers.push_back(recorder);
 
-    const bool hasUser = isInteractive() && !asJson;
     NonceKeeper nonces(context.device->accounts(), server);
     SessionOptions options = settings.session;
     options.isAbortRequested = &InterruptGuard::wasInterrupted;
     options.keepNonces = [&nonces](const Nonces &changed) { return nonces.keep(changed); };
-    TerminalUser user(STDIN_FILENO, STDOUT_FILENO, settings.transport.interruptFile);
-    Session session(server.account, context.device->tree(), **transport, hasUser ? &user : nullptr,
-                    observers, options);
+    TerminalUser terminal(STDIN_FILENO, STDOUT_FILENO, settings.transport.interruptFile);
+    JsonUser program(context.output, STDIN_FILENO, settings.transport.interruptFile);
+    UserInteraction *user = nullptr;
+    if (context.invocation.has("questions"))
+        user = &program;
+    else if (isInteractive() && !asJson)
+        user = &terminal;
+    Session session(server.account, context.device->tree(), **transport, user, observers, options);
     const SessionEnd end = session.run();
     reportDifferences(context, origins, *report);
     report->ended(end);
@@ -293,6 +298,8 @@ ExitStatus runSession(Context &context)
     const Invocation &invocation = context.invocation;
     if (const QString reason = context.device->reasonAgainstServers(); !reason.isEmpty())
         return problem(context, reason, ExitStatus::Unusable);
+    if (invocation.has("questions") && (!invocation.has("json") || context.inShell))
+        return wrongUsage(context, QStringLiteral("--questions needs --json, and standard input"));
     auto settings = readSettings(invocation);
     if (!settings)
         return wrongUsage(context, settings.error());

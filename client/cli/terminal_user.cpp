@@ -92,46 +92,14 @@ UserInteraction::Response TerminalUser::confirm(const QString &text,
         });
 }
 
-namespace {
-
-struct InputForm {
-    InteractionOptions::Input input;
-    const char *pattern;
-    const char *problem;
-};
-
-constexpr InputForm inputForms[] = {
-    {InteractionOptions::Input::Number, "[0-9]*", "Digits only, please."},
-    {InteractionOptions::Input::Date, "[0-9]{8}", "A date of eight digits, please: DDMMYYYY."},
-    {InteractionOptions::Input::Time, "[0-9]{6}", "A time of six digits, please: hhmmss."},
-    {InteractionOptions::Input::Telephone, "\\+?[0-9*#pw]*", "A telephone number, please."},
-    {InteractionOptions::Input::IpAddress, "[0-9]{1,3}(\\.[0-9]{1,3}){3}",
-     "An address of four numbers, please: 192.0.2.1."},
-};
-
-} // namespace
-
-TerminalUser::Answer TerminalUser::check(const QString &typed, const InteractionOptions &options)
-{
-    if (options.maximumLength && typed.size() > *options.maximumLength)
-        return Unexpected(
-            QStringLiteral("At most %1 characters, please.").arg(*options.maximumLength));
-    for (const InputForm &form : inputForms) {
-        const QRegularExpression expression(
-            QRegularExpression::anchoredPattern(QString::fromLatin1(form.pattern)));
-        if (form.input == options.input && !expression.match(typed).hasMatch())
-            return Unexpected(QString::fromLatin1(form.problem));
-    }
-    return Response::Given;
-}
-
 UserInteraction::Response TerminalUser::ask(const QString &text, const InteractionOptions &options,
                                             QString &typed)
 {
     printFromServer(text);
     return askUntilAccepted(QStringLiteral("your answer"), options, [&](const QString &line) {
         typed = line;
-        return check(line, options);
+        const auto accepted = checkTyped(line, options);
+        return accepted ? Answer(Response::Given) : Unexpected(accepted.error());
     });
 }
 
@@ -140,7 +108,6 @@ UserInteraction::Response TerminalUser::choose(const QString &text,
                                                const InteractionOptions &options,
                                                std::vector<int> &chosen)
 {
-    const auto count = static_cast<int>(choices.size());
     printFromServer(text);
     int shown = 0;
     for (const QString &choice : choices)
@@ -150,16 +117,12 @@ UserInteraction::Response TerminalUser::choose(const QString &text,
         static const QRegularExpression separators(QStringLiteral("[ ,\\-]+"));
         chosen.clear();
         for (const QString &word : typed.split(separators, Qt::SkipEmptyParts)) {
-            bool isNumber = false;
-            const int number = word.toInt(&isNumber);
-            if (!isNumber || number < 1 || number > count)
-                return Unexpected(QStringLiteral("Numbers from 1 to %1, please.").arg(count));
+            const int number = word.toInt(); // 0 is none of them
             if (std::ranges::find(chosen, number) == chosen.end())
                 chosen.push_back(number);
         }
-        if (isSingle && chosen.size() != 1)
-            return Unexpected(QStringLiteral("One number, please."));
-        return Response::Given;
+        const auto accepted = checkChosen(chosen, choices.size(), kind);
+        return accepted ? Answer(Response::Given) : Unexpected(accepted.error());
     };
     const QString prompt = isSingle ? QStringLiteral("number") : QStringLiteral("numbers");
     return askUntilAccepted(prompt, options, accept);

@@ -33,7 +33,6 @@ private:
     /// Asks until an answer is accepted, cancelled, or time is up.
     Response askUntilAccepted(const QString &prompt, const InteractionOptions &options,
                               const std::function<Answer(const QString &typed)> &accept);
-    static Answer check(const QString &typed, const InteractionOptions &options);
     void print(const QString &text);
     void printFromServer(const QString &text);
 

@@ -3,14 +3,17 @@
 #include "alerts.h"
 #include "utf8.h"
 
-#include <QUrl>
+#include <QRegularExpression>
 #include <algorithm>
 #include <chrono>
 #include <iterator>
+#include <set>
 
 namespace client {
 
 using namespace syncml;
+using support::Expected;
+using support::Unexpected;
 
 // ---- Options -------------------------------------------------------------------------------------
 
@@ -82,6 +85,54 @@ InteractionOptions parseInteractionOptions(const QByteArray &text)
                 row.set(options, QString::fromUtf8(QByteArray::fromPercentEncoding(value)));
     }
     return options;
+}
+
+// ---- Answers -------------------------------------------------------------------------------------
+
+namespace {
+
+struct InputForm {
+    InteractionOptions::Input input;
+    const char *pattern;
+    const char *problem;
+};
+
+constexpr InputForm inputForms[] = {
+    {InteractionOptions::Input::Number, "[0-9]*", "Digits only, please."},
+    {InteractionOptions::Input::Date, "[0-9]{8}", "A date of eight digits, please: DDMMYYYY."},
+    {InteractionOptions::Input::Time, "[0-9]{6}", "A time of six digits, please: hhmmss."},
+    {InteractionOptions::Input::Telephone, "\\+?[0-9*#pw]*", "A telephone number, please."},
+    {InteractionOptions::Input::IpAddress, "[0-9]{1,3}(\\.[0-9]{1,3}){3}",
+     "An address of four numbers, please: 192.0.2.1."},
+};
+
+} // namespace
+
+Expected<void, QString> checkTyped(const QString &typed, const InteractionOptions &options)
+{
+    if (options.maximumLength && typed.size() > *options.maximumLength)
+        return Unexpected(
+            QStringLiteral("At most %1 characters, please.").arg(*options.maximumLength));
+    for (const InputForm &form : inputForms) {
+        const QRegularExpression expression(
+            QRegularExpression::anchoredPattern(QString::fromLatin1(form.pattern)));
+        if (form.input == options.input && !expression.match(typed).hasMatch())
+            return Unexpected(QString::fromLatin1(form.problem));
+    }
+    return {};
+}
+
+Expected<void, QString> checkChosen(const std::vector<int> &chosen, std::size_t count,
+                                    UserInteraction::Choice kind)
+{
+    std::set<int> numbers;
+    for (const int number : chosen)
+        if (number < 1 || static_cast<std::size_t>(number) > count ||
+            !numbers.insert(number).second)
+            return Unexpected(QStringLiteral("Numbers from 1 to %1, please.").arg(count));
+    if (kind == UserInteraction::Choice::Single && chosen.size() != 1)
+        return Unexpected(QStringLiteral("One number, please."));
+    return {};
 }
 
 // ---- Alerts --------------------------------------------------------------------------------------
@@ -184,6 +235,8 @@ DmStatus statusOf(Response response)
         return DmStatus::Cancelled;
     case Response::TimedOut:
         return DmStatus::TimedOut;
+    case Response::NobodyThere:
+        return DmStatus::FeatureNotSupported;
     case Response::CannotShow:
         break;
     }

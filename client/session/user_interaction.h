@@ -2,6 +2,7 @@
 #pragma once
 
 #include "dm_status.h"
+#include "expected.h"
 #include "message.h"
 
 #include <QString>
@@ -37,11 +38,18 @@ bool asksForSecret(const syncml::Command &alert);
 /// harmless.
 class UserInteraction {
 public:
-    enum class Response { Given, Refused, Cancelled, TimedOut, CannotShow };
+    enum class Response {
+        Given,
+        Refused,
+        Cancelled,
+        TimedOut,
+        CannotShow,
+        NobodyThere,
+    };
 
     virtual ~UserInteraction() = default;
 
-    /// Shows a text. Given, or CannotShow.
+    /// Shows a text. Given, CannotShow or NobodyThere.
     virtual Response show(const QString &text, const InteractionOptions &options) = 0;
     /// Asks for yes (Given) or no (Refused).
     virtual Response confirm(const QString &text, const InteractionOptions &options) = 0;
@@ -54,10 +62,22 @@ public:
                             const InteractionOptions &options, std::vector<int> &chosen) = 0;
 };
 
+/// Whether a server takes a text that was typed: its length and its form. Whoever is asked for
+/// one checks it, so that the person can try again.
+/// @return the error is a sentence for the person
+support::Expected<void, QString> checkTyped(const QString &typed,
+                                            const InteractionOptions &options);
+
+/// Whether numbers are a choice that a server takes: from 1, none twice, of a single choice one.
+/// @param count  of the choices
+/// @return the error is a sentence for the person
+support::Expected<void, QString> checkChosen(const std::vector<int> &chosen, std::size_t count,
+                                             UserInteraction::Choice kind);
+
 /// Answers an alert by which a server talks to the user: 200 with what the user gave, 304 for no,
 /// 214 when the user cancelled, 408 when time was up, 412 when the alert lacks items, 416 when it
-/// cannot be shown.
-/// @param user      null when there is nobody to talk to: 406
+/// cannot be shown, 406 when there is nobody to talk to.
+/// @param user      null when there is nobody
 /// @param mostTime  that the user gets even when the server allows more or does not limit it; none:
 ///                  as long as the server allows
 /// @param items     receives what goes into the Status
