@@ -96,6 +96,12 @@ constexpr Option sessionOptions[] = {
      "with --json: print the server's questions too, and read the answers from standard input"},
     {"here", nullptr, "hold it in this process, also when dmclientd runs"},
 };
+constexpr Option statusOptions[] = {
+    {"json", nullptr, "print one JSON object"},
+};
+constexpr Option monitorOptions[] = {
+    {"json", nullptr, "print one JSON object an event"},
+};
 constexpr Option accountOptions[] = {
     {"json", nullptr, "print accounts as JSON: list and show"},
 };
@@ -161,7 +167,10 @@ constexpr CommandRow rows[] = {
     {{"session", "ACCOUNT | URL", "have a management session with a DM server", 1, 1,
       sessionOptions},
      Needs::Tree,
-     runSession},
+     runSession,
+     NodeArgument::None,
+     NodeArgument::None,
+     runSessionByService},
     {{"replay",
       "RECORD",
       "run the server's messages of a record, and say what differs",
@@ -204,6 +213,14 @@ constexpr CommandRow exploreRow = {
     {"explore", "", "work with the handset on a page in a browser, and see what it does"},
     Needs::Nothing,
     runExplore};
+constexpr CommandRow statusRow = {
+    {"status", "", "say what dmclientd does, and how the last sessions ended", 0, 0, statusOptions},
+    Needs::Nothing,
+    runStatus};
+constexpr CommandRow monitorRow = {
+    {"monitor", "", "print what dmclientd does as it happens", 0, 0, monitorOptions},
+    Needs::Nothing,
+    runMonitor};
 constexpr CommandRow storedRow = {
     {"stored", "URI", "put into the record of the shell what is stored for a node at this moment",
      1, 1},
@@ -241,7 +258,8 @@ const commandline::Program &program()
 {
     static const commandline::Program program = {
         "dmclient", "a DM client with the network access profiles of one simulated handset",
-        programOptions, commandsWith({&shellRow, &exploreRow}), exitStatuses};
+        programOptions, commandsWith({&statusRow, &monitorRow, &shellRow, &exploreRow}),
+        exitStatuses};
     return program;
 }
 

@@ -3,6 +3,8 @@
 
 #include "command_table.h"
 
+#include <optional>
+
 namespace client::cli {
 
 /// Says what is wrong, after the name of the command. @return the status, for the command to end
@@ -21,6 +23,11 @@ ExitStatus runCopy(Context &context);
 ExitStatus runProcess(Context &context);
 ExitStatus runDdf(Context &context);
 ExitStatus runSession(Context &context);
+/// Has a running dmclientd hold the session, without a device of this process.
+/// @return none when none serves the device, or when the session has options of its own
+std::optional<ExitStatus> runSessionByService(Context &context);
+ExitStatus runStatus(Context &context);
+ExitStatus runMonitor(Context &context);
 ExitStatus runReplay(Context &context);
 ExitStatus runReport(Context &context);
 ExitStatus runAccount(Context &context);

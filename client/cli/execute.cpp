@@ -142,6 +142,11 @@ ExitStatus execute(Output &output, const Invocation &invocation)
 {
     const CommandRow &row = rowOf(*invocation.command);
     const bool isRecorded = invocation.has("record");
+    if (row.runElsewhere) {
+        Context context{.output = output, .invocation = invocation};
+        if (const auto status = row.runElsewhere(context))
+            return *status;
+    }
     std::unique_ptr<DmDevice> device;
     if (row.needs != Needs::Nothing) {
         auto opened = openDevice(row, invocation);

@@ -59,6 +59,13 @@ class InstalledTreeTest(unittest.TestCase):
                      "bash-completion/completions/dmclient", "bash-completion/completions/napictl"):
             self.assertTrue(os.path.isfile(os.path.join(self.prefix, "share", file)), file)
 
+    def test_the_service_is_where_systemd_and_the_bus_look(self):
+        for file in ("bin/dmclientd", "lib/systemd/system/dmclientd.service",
+                     "share/dbus-1/system.d/org.kub.DmClient1.conf", "share/man/man8/dmclientd.8"):
+            self.assertTrue(os.path.isfile(os.path.join(self.prefix, file)), file)
+        version = self.run_installed("dmclientd", "--version")
+        self.assertEqual(version.returncode, 0, version.stderr)
+
     def test_the_tree_may_be_moved(self):
         moved = os.path.join(self.folder, "elsewhere")
         shutil.move(self.prefix, moved)
