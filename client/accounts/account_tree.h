@@ -23,8 +23,8 @@ inline constexpr char accountTreeRoot[] = "./DMAcc";
 ///     AppAuth/2       what the server proves itself with (SRVCRED)
 ///       AAuthLevel, AAuthType, AAuthName, AAuthSecret, AAuthData
 ///
-/// AAuthSecret and AAuthData (the nonce) can be replaced and not be read (405). A server may not
-/// add, rename or delete accounts: people say who manages a device. A side that proves nothing has
+/// AAuthSecret and AAuthData (the nonce) can be replaced and not be read (405). No account is
+/// added, renamed or deleted here: people say who manages a device. A side that proves nothing has
 /// no node beneath AppAuth.
 ///
 /// A replaced value is written to the store at once and used from the next session on. One that the

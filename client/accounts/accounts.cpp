@@ -1,6 +1,5 @@
 #include "accounts.h"
 
-#include "access_control.h"
 #include "node_uri.h"
 #include "xml_text.h"
 
@@ -216,6 +215,12 @@ Expected<void, QString> checkComplete(const Account &account)
     if (lacks(account.toClient))
         return Unexpected(QStringLiteral("server-auth needs server-name and server-secret"));
     return {};
+}
+
+Principal principalOf(const Account &account)
+{
+    return account.serverId.isEmpty() ? Principal::anonymousServer()
+                                      : Principal::server(account.serverId);
 }
 
 bool isWeaker(const Account &changed, const Account &account)

@@ -2,6 +2,7 @@
 // themselves with.
 #pragma once
 
+#include "access_control.h"
 #include "credentials.h"
 #include "expected.h"
 #include "polling.h"
@@ -54,6 +55,10 @@ const AccountField *accountField(const QString &name);
 /// proves itself has a name and a secret.
 /// @return what is missing
 support::Expected<void, QString> checkComplete(const Account &account);
+
+/// On whose behalf the commands of a session with that account run: its server's, or a server's
+/// that no list names when it has no Server Identifier.
+Principal principalOf(const Account &account);
 
 /// Whether an account can be called that: by a name that a node can have, 1 to 63 bytes, neither
 /// "." nor "..", nor "*", without slashes and control characters.

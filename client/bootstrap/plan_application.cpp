@@ -12,55 +12,59 @@ using support::Unexpected;
 
 namespace {
 
-Expected<void, QString> checkAccount(const PlannedAccount &planned, const AccountStore &accounts,
-                                     const SameHost &areSameHost)
+Outcome alreadyThere(const QString &reason)
+{
+    return {DmStatus::AlreadyExists, reason};
+}
+
+Outcome checkAccount(const PlannedAccount &planned, const AccountStore &accounts,
+                     const SameHost &areSameHost)
 {
     const QByteArray &serverId = planned.account.serverId;
     const auto isThere = [](const QString &name) {
-        return Unexpected(
+        return alreadyThere(
             QStringLiteral("there is an account of that server already: %1").arg(name));
     };
     for (const auto &[name, account] : accounts.accounts()) {
         if (account.serverId == serverId)
             return isThere(name);
         if (areSameHost(account.address, planned.account.address))
-            return Unexpected(QStringLiteral("%1 is on the host of the account %2")
-                                  .arg(planned.account.address.toString(), name));
+            return alreadyThere(QStringLiteral("%1 is on the host of the account %2")
+                                    .arg(planned.account.address.toString(), name));
     }
     for (const auto &[name, account] : accounts.damagedAccounts())
         if (account.serverId == serverId)
             return isThere(name);
     if (accounts.find(planned.name) || accounts.damagedAccounts().contains(planned.name))
-        return Unexpected(QStringLiteral("there is an account %1 already").arg(planned.name));
+        return alreadyThere(QStringLiteral("there is an account %1 already").arg(planned.name));
     return {};
 }
 
-Expected<void, QString> checkProfile(const PlannedProfile &profile, const TreeView &tree)
+Outcome checkProfile(const PlannedProfile &profile, const TreeView &tree)
 {
     for (const NodeUri &root : profileRoots()) {
         const NodeUri node = root.child(profile.name);
         const Result<TreeNode> found = tree.find(node);
         if (found)
-            return Unexpected(
+            return alreadyThere(
                 QStringLiteral("there is a profile %1 already").arg(node.toDisplay()));
         if (found.error().status != DmStatus::NotFound)
-            return Unexpected(describe(found.error()));
+            return {found.error().status, describe(found.error())};
     }
     return {};
 }
 
 } // namespace
 
-Expected<void, QString> checkAgainst(const ProvisioningPlan &plan, DmDevice &device,
-                                     const SameHost &areSameHost)
+Outcome checkAgainst(const ProvisioningPlan &plan, DmDevice &device, const SameHost &areSameHost)
 {
     if (const QString damage = device.reasonAgainstServers(); !damage.isEmpty())
-        return Unexpected(damage);
+        return {DmStatus::DataStoreFailure, damage};
     for (const PlannedAccount &account : plan.accounts)
-        if (auto checked = checkAccount(account, device.accounts(), areSameHost); !checked)
+        if (Outcome checked = checkAccount(account, device.accounts(), areSameHost); !checked)
             return checked;
     for (const PlannedProfile &profile : plan.profiles)
-        if (auto checked = checkProfile(profile, device.ownersView()); !checked)
+        if (Outcome checked = checkProfile(profile, device.ownersView()); !checked)
             return checked;
     return {};
 }
@@ -71,24 +75,25 @@ namespace {
 
 class Application {
 public:
-    Application(const ProvisioningPlan &plan, DmDevice &device)
-        : m_plan(plan), m_device(device), m_tree(device.ownersView()), m_undo(device.tree())
+    Application(const ProvisioningPlan &plan, DmDevice &device, const Principal &principal)
+        : m_plan(plan), m_device(device), m_tree(device.tree(), principal),
+          m_ownersTree(device.ownersView()), m_undo(device.tree())
     {
     }
 
     Expected<void, ApplicationFault> run()
     {
         for (const PlannedProfile &profile : m_plan.profiles)
-            if (auto added = addProfile(profile); !added)
-                return takeBack(added.error());
+            if (const Outcome added = addProfile(profile); !added)
+                return takeBack(added);
         for (const PlannedAccount &planned : m_plan.accounts)
-            if (auto added = addAccount(planned); !added)
-                return takeBack(added.error());
+            if (const Outcome added = addAccount(planned); !added)
+                return takeBack(added);
         return {};
     }
 
 private:
-    Expected<void, QString> addProfile(const PlannedProfile &profile)
+    Outcome addProfile(const PlannedProfile &profile)
     {
         for (const PlannedNode &node : profile.nodes) {
             const bool isInterior = node.format == QStringLiteral("node");
@@ -100,39 +105,39 @@ private:
             TreeView::NewValue value{node.format, {}, {}};
             if (!isInterior)
                 value.data = node.value;
-            if (auto done = watched(QStringLiteral("Add"), node.uri,
-                                    [&] { return m_tree.add(node.uri, value); });
+            if (Outcome done = watched(QStringLiteral("Add"), node.uri,
+                                       [&] { return m_tree.add(node.uri, value); });
                 !done)
                 return done;
         }
         for (const PlannedNode &node : profile.nodes)
             if (const auto acl = aclOf(node, profile, m_plan))
-                if (auto given = giveList(node.uri, *acl); !given)
+                if (Outcome given = giveList(m_tree, node.uri, *acl); !given)
                     return given;
         return {};
     }
 
-    Expected<void, QString> addAccount(const PlannedAccount &planned)
+    Outcome addAccount(const PlannedAccount &planned)
     {
-        if (auto kept = m_device.putAccount(planned.name, planned.account); !kept)
-            return kept;
+        if (const auto kept = m_device.putAccount(planned.name, planned.account); !kept)
+            return {DmStatus::DataStoreFailure, kept.error()};
         m_accounts += planned.name;
         const NodeUri node = nodeAt(accountTreeRoot).child(planned.name.toUtf8());
         for (const GivenList &list : planned.lists)
-            if (auto given = giveList(node.beneath(list.node), list.acl); !given)
+            if (Outcome given = giveList(m_ownersTree, node.beneath(list.node), list.acl); !given)
                 return given;
         return {};
     }
 
-    Expected<void, QString> giveList(const NodeUri &node, const AccessControlList &acl)
+    Outcome giveList(TreeView &tree, const NodeUri &node, const AccessControlList &acl)
     {
         return watched(QStringLiteral("Replace"), node,
-                       [&] { return m_tree.replaceProperty(node, Property::Acl, acl.toText()); });
+                       [&] { return tree.replaceProperty(node, Property::Acl, acl.toText()); });
     }
 
     /// Runs an operation. @return how it failed, with what was said meanwhile
     template <class Operation>
-    Expected<void, QString> watched(const QString &name, const NodeUri &node, Operation operation)
+    Outcome watched(const QString &name, const NodeUri &node, Operation operation)
     {
         CommandWatch *const watch = m_device.tree().commandWatch();
         if (watch)
@@ -140,15 +145,15 @@ private:
         Outcome outcome = operation();
         if (watch)
             watch->end(outcome);
-        if (outcome)
-            return {};
-        return Unexpected(
-            QStringLiteral("%1 %2: %3").arg(name, node.toDisplay(), describe(outcome)));
+        if (!outcome)
+            outcome.reason =
+                QStringLiteral("%1 %2: %3").arg(name, node.toDisplay(), describe(outcome));
+        return outcome;
     }
 
-    Expected<void, ApplicationFault> takeBack(const QString &reason)
+    Expected<void, ApplicationFault> takeBack(const Outcome &outcome)
     {
-        ApplicationFault fault{reason, {}};
+        ApplicationFault fault{outcome.status, outcome.reason, {}};
         for (const QString &name : m_accounts)
             if (const auto removed = m_device.removeAccount(name); !removed)
                 fault.left +=
@@ -163,6 +168,7 @@ private:
     const ProvisioningPlan &m_plan;
     DmDevice &m_device;
     TreeView m_tree;
+    TreeView m_ownersTree;
     UndoLog m_undo;
     std::vector<NodeUri> m_objects; ///< of the notes of the undo log
     QStringList m_accounts;         ///< that were added
@@ -170,9 +176,10 @@ private:
 
 } // namespace
 
-Expected<void, ApplicationFault> apply(const ProvisioningPlan &plan, DmDevice &device)
+Expected<void, ApplicationFault> apply(const ProvisioningPlan &plan, DmDevice &device,
+                                       const Principal &principal)
 {
-    return Application(plan, device).run();
+    return Application(plan, device, principal).run();
 }
 
 } // namespace client::bootstrap

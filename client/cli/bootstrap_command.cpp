@@ -103,8 +103,8 @@ Check checkAgainstDevice(const Context &context, const ProvisioningPlan &plan)
             return Unexpected(Refusal{http.error(), ExitStatus::Unusable});
         areSameHost = (*http)->areSameHost;
     }
-    const auto checked = checkAgainst(plan, *context.device, areSameHost);
-    return checked ? Check() : Unexpected(Refusal{checked.error()});
+    const Outcome checked = checkAgainst(plan, *context.device, areSameHost);
+    return checked ? Check() : Unexpected(Refusal{checked.reason});
 }
 
 /// Whether the person at the terminal agrees.

@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "difference_report.h"
 #include "http_module.h"
+#include "inbox.h"
 #include "interrupt_guard.h"
 #include "json_user.h"
 #include "recording.h"
@@ -238,6 +239,10 @@ ExitStatus haveSession(const Context &context, const HttpModule &http, const Ser
     NonceKeeper nonces(context.device->accounts(), server);
     SessionOptions options = settings.session;
     options.isAbortRequested = &InterruptGuard::wasInterrupted;
+    options.inbox = [&](const std::vector<TndsNode> &objects) {
+        return bootstrap::addToInbox(objects, *context.device, principalOf(server.account),
+                                     http.areSameHost);
+    };
     options.keepNonces = [&nonces](const Nonces &changed) { return nonces.keep(changed); };
     TerminalUser terminal(STDIN_FILENO, STDOUT_FILENO, settings.transport.interruptFile);
     JsonUser program(context.output, STDIN_FILENO, settings.transport.interruptFile);

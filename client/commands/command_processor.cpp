@@ -16,6 +16,7 @@
 
 #include "alerts.h"
 #include "answer_size.h"
+#include "device_tree.h"
 #include "media_type.h"
 #include "tnds.h"
 
@@ -391,6 +392,9 @@ namespace {
 
 const Outcome noAddress{DmStatus::IncompleteCommand, QStringLiteral("an item without an address")};
 
+const Outcome treeWithoutData{DmStatus::IncompleteCommand,
+                              QStringLiteral("a serialised tree without Data")};
+
 /// What the item says about its value; what it leaves out, the command says for all items.
 TreeView::NewValue newValue(const Command &command, const Item &item)
 {
@@ -432,6 +436,8 @@ Outcome CommandProcessor::add(const Command &command, const Item &item)
     if (item.moreData)
         return chunkRefused;
     const TreeView::NewValue value = newValue(command, item);
+    if (m_inbox && *uri == nodeAt(inboxAddress))
+        return addToInbox(value);
     if (syncml::isSerialisedTree(value.type))
         return changeTree(&TndsChange::add, *uri, value);
     noteForUndo(*uri);
@@ -487,7 +493,7 @@ Outcome CommandProcessor::changeTree(TreeOperation operation, const NodeUri &tar
                                      const TreeView::NewValue &value)
 {
     if (!value.data)
-        return {DmStatus::IncompleteCommand, QStringLiteral("a serialised tree without Data")};
+        return treeWithoutData;
     const Result<std::vector<TndsNode>> nodes = readTnds(*value.data);
     if (!nodes)
         return nodes.outcome();
@@ -503,6 +509,19 @@ Outcome CommandProcessor::changeTree(TreeOperation operation, const NodeUri &tar
     if (!outcome && ownLog && !isTakenBack(*ownLog))
         outcome.reason += QStringLiteral("; taken back, but not everything is as it was");
     return outcome;
+}
+
+Outcome CommandProcessor::addToInbox(const TreeView::NewValue &value)
+{
+    if (m_undoLog)
+        return notAllowed(nodeAt(inboxAddress),
+                          "takes nothing in an Atomic, which may be taken back");
+    if (!syncml::isSerialisedTree(value.type))
+        return unsupportedFormat(QStringLiteral("the Inbox takes serialised trees only"));
+    if (!value.data)
+        return treeWithoutData;
+    const Result<std::vector<TndsNode>> nodes = readTnds(*value.data);
+    return nodes ? m_inbox(*nodes) : nodes.outcome();
 }
 
 Outcome CommandProcessor::remove(const Command &, const Item &item)

@@ -41,6 +41,11 @@ public:
                                                const syncml::Item &item, const Outcome &outcome)>;
     void setOutcomeListener(OutcomeListener listener) { m_outcomeListener = std::move(listener); }
 
+    /// Takes what a server adds to the Inbox. @return the status of the command
+    using Inbox = std::function<Outcome(const std::vector<TndsNode> &objects)>;
+    /// Without one there is no Inbox: 404.
+    void setInbox(Inbox inbox) { m_inbox = std::move(inbox); }
+
     /// Says whether the answers to an Atomic can reach the server.
     using AnswerCheck = std::function<bool(const std::vector<syncml::Command> &answers)>;
     /// Without a check they always can.
@@ -133,6 +138,7 @@ private:
     using TreeOperation = Outcome (TndsChange::*)(UndoLog &undoLog);
     Outcome changeTree(TreeOperation operation, const NodeUri &target,
                        const TreeView::NewValue &value);
+    Outcome addToInbox(const TreeView::NewValue &value);
     Outcome remove(const syncml::Command &command, const syncml::Item &item);
     Outcome copy(const syncml::Command &command, const syncml::Item &item);
     Outcome execute(const syncml::Command &command, const syncml::Item &item);
@@ -164,6 +170,7 @@ private:
     OutcomeListener m_outcomeListener;
     AnswerCheck m_atomicAnswerCheck;
     EndCheck m_endCheck;
+    Inbox m_inbox;
     std::vector<syncml::Item> m_results; ///< of the Get that runs
     Parts m_spareParts;                  ///< empty: room for those of the next command
     qsizetype m_room = 0;                ///< bytes of answers that may still be made

@@ -52,12 +52,6 @@ bool hasChallenge(const Message &message)
                                [](const Command &command) { return command.chal.has_value(); });
 }
 
-Principal principalOf(const Account &account)
-{
-    return account.serverId.isEmpty() ? Principal::anonymousServer()
-                                      : Principal::server(account.serverId);
-}
-
 } // namespace
 
 Session::Session(const Account &account, ManagementTree &tree, Transport &transport,
@@ -73,6 +67,7 @@ Session::Session(const Account &account, ManagementTree &tree, Transport &transp
     m_commands.processor().setAtomicAnswerCheck(
         [this](const std::vector<Command> &answers) { return canBeSent(answers); });
     m_commands.processor().setEndCheck([this] { return isAbortRequested() || isOverTime(); });
+    m_commands.processor().setInbox(options.inbox);
     m_commands.setTimeLeft([this] { return timeLeft(); });
 }
 

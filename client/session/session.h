@@ -46,6 +46,8 @@ struct SessionOptions {
     std::chrono::milliseconds farewellTimeLimit = std::chrono::seconds(5);
     std::function<std::chrono::steady_clock::time_point()> clock = &std::chrono::steady_clock::now;
     std::vector<ClientEvent> events;
+    /// Takes what the server adds to the Inbox; without it there is none.
+    CommandProcessor::Inbox inbox;
     /// Asked before each message, and when one was not answered; true ends the session with an
     /// abort. May be empty.
     std::function<bool()> isAbortRequested;
