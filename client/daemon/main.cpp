@@ -104,10 +104,18 @@ int serve(const QCoreApplication &application)
         return fail(
             QStringLiteral("cannot reach the system bus: %1").arg(bus.lastError().message()));
     QObject exported;
-    ManagerObject object(exported, service, bus);
+    Agents agents(bus);
+    ManagerObject object(exported, service, agents, bus);
     Service::Listener listener;
     listener.changed = [&object] { object.tellChanges(); };
-    listener.sessionEnded = [&object](const SessionResult &result) { object.tellEnd(result); };
+    listener.sessionEnded = [&](const SessionResult &result) {
+        agents.cancel();
+        object.tellEnd(result);
+    };
+    listener.asked = [&](const QString &account, const QJsonObject &question) {
+        agents.ask(account, question,
+                   [&service](const QJsonObject &answer) { service.answerQuestion(answer); });
+    };
     service.setListener(listener);
     if (!bus.registerObject(QString::fromLatin1(managerPath), &exported) ||
         !bus.registerService(QString::fromLatin1(serviceName)))

@@ -8,8 +8,9 @@
 
 namespace client {
 
-ManagerObject::ManagerObject(QObject &owner, Service &service, const QDBusConnection &bus)
-    : QDBusAbstractAdaptor(&owner), m_service(service), m_bus(bus)
+ManagerObject::ManagerObject(QObject &owner, Service &service, Agents &agents,
+                             const QDBusConnection &bus)
+    : QDBusAbstractAdaptor(&owner), m_service(service), m_agents(agents), m_bus(bus)
 {
     qDBusRegisterMetaType<VariantMaps>();
     m_told = changingProperties();
@@ -126,6 +127,18 @@ void ManagerObject::CancelSession(const QString &account, const QDBusMessage &me
 {
     message.setDelayedReply(true);
     answer(m_service.cancelSession(account), message);
+}
+
+void ManagerObject::RegisterAgent(const QDBusObjectPath &agent, const QDBusMessage &message)
+{
+    message.setDelayedReply(true);
+    answer(m_agents.add(message.service(), agent.path()), message);
+}
+
+void ManagerObject::UnregisterAgent(const QDBusObjectPath &agent, const QDBusMessage &message)
+{
+    message.setDelayedReply(true);
+    answer(m_agents.remove(message.service(), agent.path()), message);
 }
 
 } // namespace client

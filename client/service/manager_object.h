@@ -1,11 +1,13 @@
 // The service on the bus.
 #pragma once
 
+#include "agents.h"
 #include "service.h"
 
 #include <QDBusAbstractAdaptor>
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QDBusObjectPath>
 #include <QList>
 #include <QStringList>
 #include <QVariantMap>
@@ -37,7 +39,8 @@ class ManagerObject : public QDBusAbstractAdaptor {
 public:
     /// @param owner    the object that is to be on the bus; the adaptor is its child
     /// @param service  has to outlive the adaptor
-    ManagerObject(QObject &owner, Service &service, const QDBusConnection &bus);
+    /// @param agents   the same
+    ManagerObject(QObject &owner, Service &service, Agents &agents, const QDBusConnection &bus);
 
     QString state() const;
     QString session() const;
@@ -59,6 +62,10 @@ public Q_SLOTS:
                       const QDBusMessage &message);
     /// Ends the session of an account, or one that waits.
     void CancelSession(const QString &account, const QDBusMessage &message);
+    /// Has an object of the caller's asked what servers ask the user (agents.h), until the caller
+    /// leaves the bus.
+    void RegisterAgent(const QDBusObjectPath &agent, const QDBusMessage &message);
+    void UnregisterAgent(const QDBusObjectPath &agent, const QDBusMessage &message);
 
 Q_SIGNALS:
     void StatusChanged(const QString &state, const QString &session);
@@ -69,6 +76,7 @@ private:
     QVariantMap changingProperties() const;
 
     Service &m_service;
+    Agents &m_agents;
     QDBusConnection m_bus;
     QVariantMap m_told; ///< the properties as the bus knows them
 };

@@ -53,7 +53,9 @@ Service::Service(Options options, std::unique_ptr<ServiceState> state)
     : m_options(std::move(options)), m_state(std::move(state)),
       m_accounts(AccountStore::load(m_state->accountsFile())),
       m_schedule([] { return QRandomGenerator::global()->generateDouble(); }),
-      m_child(m_options.limits, [this](const SessionChild::End &end) { ended(end); }),
+      m_child(
+          m_options.limits, [this](const SessionChild::End &end) { ended(end); },
+          [this](const QJsonObject &question) { asked(question); }),
       m_timer([this] { beginWhatIsDue(); })
 {
     const Moment now = currentMoment();
@@ -209,8 +211,9 @@ void Service::begin(const SessionRequest &request)
         {{"DMCLIENT_ACCOUNT", request.account}, {"DMCLIENT_CAUSE", wordOf(request.cause)}});
     QStringList arguments{QStringLiteral("--state"), m_state->path()};
     arguments += m_options.deviceArguments;
-    arguments += {QStringLiteral("session"), QStringLiteral("--json"), QStringLiteral("--here"),
-                  QStringLiteral("--"), request.account};
+    arguments +=
+        {QStringLiteral("session"), QStringLiteral("--json"), QStringLiteral("--questions"),
+         QStringLiteral("--here"),  QStringLiteral("--"),     request.account};
     m_child.start(m_options.sessionProgram, arguments);
     m_listener.changed();
 }
@@ -233,6 +236,15 @@ void Service::conclude(const SessionChild::End &end, SessionResult &result) cons
                 ? QStringLiteral("the session's process ended with status %1").arg(end.exitStatus)
                 : QString::fromUtf8(end.lastProblem);
     }
+}
+
+void Service::asked(const QJsonObject &question)
+{
+    if (m_listener.asked)
+        m_listener.asked(m_running->account, question);
+    else
+        answerQuestion({{QStringLiteral("id"), question[u"id"]},
+                        {QStringLiteral("response"), QStringLiteral("nobody")}});
 }
 
 void Service::ended(const SessionChild::End &end)

@@ -9,6 +9,7 @@
 #include "session_result.h"
 
 #include <QFileSystemWatcher>
+#include <QJsonObject>
 #include <QString>
 #include <QStringList>
 #include <QTimer>
@@ -41,6 +42,8 @@ public:
     struct Listener {
         std::function<void()> changed = [] {}; ///< anything that can be asked for below
         std::function<void(const SessionResult &)> sessionEnded = [](const SessionResult &) {};
+        /// The server of the running session asks its user (json_user.h); none: there is nobody.
+        std::function<void(const QString &account, const QJsonObject &question)> asked = {};
     };
 
     /// @return never null; the error is a sentence that says what cannot be used and why
@@ -57,6 +60,8 @@ public:
     /// Ends the running session of an account in good order, and forgets one that waits.
     /// @return that there is none
     support::Expected<void, QString> cancelSession(const QString &account);
+    /// An answer to what the server of the running session has asked.
+    void answerQuestion(const QJsonObject &answer) { m_child.answer(answer); }
     /// Offline nothing begins by itself; what is asked for is tried.
     void setOnline(bool isOnline);
     /// Ends a running session, begins no other one, and calls when that is done: at once or later.
@@ -85,6 +90,7 @@ private:
     void beginWhatIsDue();
     void begin(const SessionRequest &request);
     void ended(const SessionChild::End &end);
+    void asked(const QJsonObject &question);
     void conclude(const SessionChild::End &end, SessionResult &result) const;
     void keep(SessionResult result);
     void saveSchedule();

@@ -2,6 +2,7 @@
 
 #include "json_object.h"
 
+#include <QJsonDocument>
 #include <csignal>
 #include <cstring>
 #include <sys/prctl.h>
@@ -37,9 +38,9 @@ void SessionChild::Lines::add(const QByteArray &bytes,
     }
 }
 
-SessionChild::SessionChild(Limits limits, Ended ended) : m_limits(limits), m_ended(std::move(ended))
+SessionChild::SessionChild(Limits limits, Ended ended, Asked asked)
+    : m_limits(limits), m_ended(std::move(ended)), m_asked(std::move(asked))
 {
-    m_process.setStandardInputFile(QProcess::nullDevice());
     m_process.setChildProcessModifier([] {
         // Signals that the service waits for in its own way are the child's as usual, and it does
         // not outlive the service.
@@ -92,7 +93,13 @@ void SessionChild::start(const QString &program, const QStringList &arguments)
     m_printed = 0;
     m_end = {};
     m_timer.start(m_limits.time);
-    m_process.start(program, arguments, QProcess::ReadOnly);
+    m_process.start(program, arguments);
+}
+
+void SessionChild::answer(const QJsonObject &answer)
+{
+    if (isRunning())
+        m_process.write(QJsonDocument(answer).toJson(QJsonDocument::Compact) + '\n');
 }
 
 void SessionChild::cancel()
@@ -121,13 +128,21 @@ void SessionChild::count(qsizetype bytes)
 void SessionChild::readOutput()
 {
     const QByteArray bytes = m_process.readAllStandardOutput();
-    m_output.add(bytes, [this](const QByteArray &line) {
-        if (!line.contains("\"session\""))
-            return;
-        if (auto object = support::parseJsonObject(line); object && object->contains(u"session"))
-            m_end.summary = *std::move(object);
-    });
+    m_output.add(bytes, [this](const QByteArray &line) { readLine(line); });
     count(bytes.size());
+}
+
+void SessionChild::readLine(const QByteArray &line)
+{
+    if (!line.contains("\"session\"") && !line.contains("\"question\""))
+        return;
+    auto object = support::parseJsonObject(line);
+    if (!object)
+        return;
+    if (object->contains(u"question"))
+        m_asked(*object);
+    else if (object->contains(u"session"))
+        m_end.summary = *std::move(object);
 }
 
 void SessionChild::readProblems()

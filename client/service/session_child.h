@@ -15,8 +15,8 @@
 
 namespace client {
 
-/// Runs `dmclient session --json` and watches it: whatever it prints, however long it takes and
-/// however it ends, the process that watches goes on.
+/// Runs `dmclient session --json --questions` and watches it: whatever it prints, however long it
+/// takes and however it ends, the process that watches goes on.
 class SessionChild {
 public:
     struct Limits {
@@ -40,13 +40,18 @@ public:
     /// Called once for each process that was started, when it has ended.
     using Ended = std::function<void(const End &)>;
 
-    SessionChild(Limits limits, Ended ended);
+    /// Called with each line of the process that has the key "question".
+    using Asked = std::function<void(const QJsonObject &question)>;
+
+    SessionChild(Limits limits, Ended ended, Asked asked);
     /// Ends the process, without a call.
     ~SessionChild();
 
     bool isRunning() const { return m_process.state() != QProcess::NotRunning; }
     /// There must be none yet.
     void start(const QString &program, const QStringList &arguments);
+    /// A line for the process; none when there is no process any more.
+    void answer(const QJsonObject &answer);
     /// Asks the process to end in good order, and when it does not, kills it.
     void cancel();
 
@@ -64,6 +69,7 @@ private:
     };
 
     void readOutput();
+    void readLine(const QByteArray &line);
     void readProblems();
     void count(qsizetype bytes);
     void stop(const QString &fault);
@@ -71,6 +77,7 @@ private:
 
     const Limits m_limits;
     const Ended m_ended;
+    const Asked m_asked;
     QProcess m_process;
     QTimer m_timer;
     Lines m_output;

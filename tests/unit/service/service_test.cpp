@@ -129,8 +129,35 @@ TEST_F(ServiceTest, ASessionIsOfTheDeviceThatTheServiceIsOf)
     sessions(1);
     QFile words(path("words"));
     ASSERT_TRUE(words.open(QIODevice::ReadOnly));
-    EXPECT_EQ(words.readAll().toStdString(), "--state " + path("state").toStdString() +
-                                                 " --plugins P session --json --here -- A\n");
+    EXPECT_EQ(words.readAll().toStdString(),
+              "--state " + path("state").toStdString() +
+                  " --plugins P session --json --questions --here -- A\n");
+}
+
+TEST_F(ServiceTest, QuestionsAreAskedForTheirAccountAndOfNobodyWithoutAListener)
+{
+    script(R"(echo '{"question": "confirmation", "id": 1, "text": "Go on?"}'; read answer
+              echo "$answer" >"$0.answer")");
+    const auto answer = [this] {
+        QFile file(path("dmclient.answer"));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    };
+    start();
+    request("A");
+    sessions(1);
+    EXPECT_EQ(answer(), "{\"id\":1,\"response\":\"nobody\"}\n");
+    QString askedFor;
+    Service::Listener listener;
+    listener.sessionEnded = [this](const SessionResult &result) { results.push_back(result); };
+    listener.asked = [&](const QString &account, const QJsonObject &question) {
+        askedFor = account + u' ' + question[u"text"].toString();
+        service->answerQuestion({{QStringLiteral("id"), 1}});
+    };
+    service->setListener(listener);
+    request("B");
+    sessions(2);
+    EXPECT_EQ(askedFor, QStringLiteral("B Go on?"));
+    EXPECT_EQ(answer(), "{\"id\":1}\n");
 }
 
 TEST_F(ServiceTest, ALaterNotificationOfAWaitingSessionCounts)

@@ -19,10 +19,16 @@ using namespace std::chrono_literals;
 class ChildRun {
 public:
     explicit ChildRun(SessionChild::Limits limits = {})
-        : m_child(limits, [this](const SessionChild::End &end) {
-              m_end = end;
-              ++m_ends;
-          })
+        : m_child(
+              limits,
+              [this](const SessionChild::End &end) {
+                  m_end = end;
+                  ++m_ends;
+              },
+              [this](const QJsonObject &question) {
+                  m_child.answer({{QStringLiteral("id"), question[u"id"]},
+                                  {QStringLiteral("response"), QStringLiteral("given")}});
+              })
     {
     }
 
@@ -113,10 +119,12 @@ TEST(SessionChildTest, AProgramThatIsMissingIsNamedAfterTheStart)
 {
     int ends = 0;
     QString fault;
-    SessionChild child({}, [&](const SessionChild::End &end) {
-        ++ends;
-        fault = end.fault;
-    });
+    SessionChild child({},
+                       [&](const SessionChild::End &end) {
+                           ++ends;
+                           fault = end.fault;
+                       },
+                       {});
     child.start(QStringLiteral("/nonexistent/dmclient"), {});
     EXPECT_EQ(ends, 0);
     ASSERT_TRUE(waitUntil([&ends] { return ends > 0; }));
@@ -163,10 +171,20 @@ TEST(SessionChildTest, ACancelledOneMayStillTellItsEnd)
     EXPECT_EQ(end.fault, QString());
 }
 
+TEST(SessionChildTest, QuestionsGetAnAnswerALine)
+{
+    ChildRun run;
+    const SessionChild::End &end = run.run(R"(echo '{"question": 1, "id": 7}'; read first
+                   echo '{"command": "Get", "value": "\"question\""}'; echo '"question"'
+                   echo '{"question": 1, "id": 8}'; read second
+                   echo "$first$second" >&2)");
+    EXPECT_EQ(end.lastProblem, R"({"id":7,"response":"given"}{"id":8,"response":"given"})");
+}
+
 TEST(SessionChildTest, TheNextOneHasNothingOfTheOneBefore)
 {
     std::vector<SessionChild::End> ends;
-    SessionChild child({}, [&ends](const SessionChild::End &end) { ends.push_back(end); });
+    SessionChild child({}, [&ends](const SessionChild::End &end) { ends.push_back(end); }, {});
     const QString shell = QStringLiteral("/bin/sh");
     child.start(shell, {QStringLiteral("-c"),
                         QStringLiteral("echo '{\"session\": \"completed\"}'; echo bad >&2; "
