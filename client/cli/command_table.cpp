@@ -221,6 +221,10 @@ constexpr CommandRow monitorRow = {
     {"monitor", "", "print what dmclientd does as it happens", 0, 0, monitorOptions},
     Needs::Nothing,
     runMonitor};
+constexpr CommandRow agentRow = {
+    {"agent", "", "be asked what servers ask the user, in sessions that dmclientd holds"},
+    Needs::Nothing,
+    runAgent};
 constexpr CommandRow storedRow = {
     {"stored", "URI", "put into the record of the shell what is stored for a node at this moment",
      1, 1},
@@ -258,7 +262,7 @@ const commandline::Program &program()
 {
     static const commandline::Program program = {
         "dmclient", "a DM client with the network access profiles of one simulated handset",
-        programOptions, commandsWith({&statusRow, &monitorRow, &shellRow, &exploreRow}),
+        programOptions, commandsWith({&statusRow, &monitorRow, &agentRow, &shellRow, &exploreRow}),
         exitStatuses};
     return program;
 }

@@ -28,6 +28,7 @@ ExitStatus runSession(Context &context);
 std::optional<ExitStatus> runSessionByService(Context &context);
 ExitStatus runStatus(Context &context);
 ExitStatus runMonitor(Context &context);
+ExitStatus runAgent(Context &context);
 ExitStatus runReplay(Context &context);
 ExitStatus runReport(Context &context);
 ExitStatus runAccount(Context &context);

@@ -3,20 +3,25 @@
 #include "command_table.h"
 #include "commands.h"
 #include "common_rows.h"
+#include "file_descriptor.h"
 #include "interrupt_guard.h"
 #include "service_module.h"
 #include "session_report.h"
 #include "state_location.h"
+#include "terminal_user.h"
 
 #include <QDateTime>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <algorithm>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 namespace client::cli {
 
 using commandline::Colour;
+using commandline::isInteractive;
 using commandline::printable;
 
 namespace {
@@ -205,6 +210,41 @@ ExitStatus runMonitor(Context &context)
     return listened ? ExitStatus::Success : unusable(context, listened.error());
 }
 
+// ---- agent ---------------------------------------------------------------------------------------
+
+namespace {
+
+/// The person at the terminal, whose question the service can take back.
+class AskedTerminal {
+public:
+    int cancelFile() const { return m_cancel.get(); }
+    UserInteraction &user() { return m_user; }
+
+private:
+    const handset_state::FileDescriptor m_cancel{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
+    TerminalUser m_user{STDIN_FILENO, STDOUT_FILENO, m_cancel.get()};
+};
+
+} // namespace
+
+ExitStatus runAgent(Context &context)
+{
+    if (!isInteractive())
+        return wrongUsage(context,
+                          QStringLiteral("nobody can be asked: standard input is not a terminal"));
+    AskedTerminal terminal;
+    const auto service = findService(context);
+    if (!service)
+        return unusable(context, service.error());
+    if (const auto agent = (*service)->registerAgent(terminal.user(), terminal.cancelFile());
+        !agent)
+        return unusable(context, agent.error());
+    context.output.notice(QStringLiteral("servers may ask here; Ctrl-C ends that"));
+    const InterruptGuard guard;
+    const auto listened = (*service)->listen([] { return false; }, guard.file());
+    return listened ? ExitStatus::Success : unusable(context, listened.error());
+}
+
 // ---- session -------------------------------------------------------------------------------------
 
 namespace {
@@ -258,9 +298,15 @@ private:
     std::optional<QVariantMap> m_result;
 };
 
-ExitStatus holdByService(const Context &context, RunningService &service, const QString &account)
+/// @param terminal  where the server may ask; null for nowhere
+ExitStatus holdByService(const Context &context, RunningService &service, const QString &account,
+                         AskedTerminal *terminal)
 {
     const InterruptGuard guard;
+    if (terminal)
+        if (const auto agent = service.registerAgent(terminal->user(), terminal->cancelFile());
+            !agent)
+            return unusable(context, agent.error());
     AwaitedEnd end(account);
     RunningService::Listener listener;
     listener.sessionEnded = [&end](const QVariantMap &result) { end.take(result); };
@@ -288,13 +334,15 @@ std::optional<ExitStatus> runSessionByService(Context &context)
 {
     if (!isPlainSession(context.invocation))
         return std::nullopt;
+    AskedTerminal terminal;
     const auto service = findService(context);
     const auto properties =
         service ? (*service)->properties() : support::Unexpected(service.error());
     const QString &account = context.invocation.arguments[0];
     if (!properties || !hasAccount(*properties, account))
         return std::nullopt;
-    return holdByService(context, **service, account);
+    const bool hasUser = isInteractive() && !context.invocation.has("json");
+    return holdByService(context, **service, account, hasUser ? &terminal : nullptr);
 }
 
 } // namespace client::cli

@@ -1,5 +1,6 @@
 #include "bus_service.h"
 
+#include "agent_object.h"
 #include "service_names.h"
 
 #include <QDBusArgument>
@@ -97,6 +98,17 @@ Expected<void, QString> BusService::startSession(const QString &account)
 Expected<void, QString> BusService::cancelSession(const QString &account)
 {
     const auto answer = call(manager, "CancelSession", {account});
+    return answer ? Expected<void, QString>() : Unexpected(answer.error());
+}
+
+Expected<void, QString> BusService::registerAgent(UserInteraction &user, int cancelFile)
+{
+    const QString agentPath = path + QStringLiteral("/Agent");
+    new AgentObject(m_agent, user, cancelFile, m_bus); // m_agent's
+    if (!m_bus.registerObject(agentPath, &m_agent))
+        return Unexpected(QStringLiteral("cannot be an agent on the system bus"));
+    const auto answer =
+        call(manager, "RegisterAgent", {QVariant::fromValue(QDBusObjectPath(agentPath))});
     return answer ? Expected<void, QString>() : Unexpected(answer.error());
 }
 

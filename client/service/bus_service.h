@@ -21,6 +21,7 @@ public:
     support::Expected<QVariantMap, QString> properties() const override;
     support::Expected<void, QString> startSession(const QString &account) override;
     support::Expected<void, QString> cancelSession(const QString &account) override;
+    support::Expected<void, QString> registerAgent(UserInteraction &user, int cancelFile) override;
     void setListener(const Listener &listener) override { m_listener = listener; }
     support::Expected<void, QString> listen(const std::function<bool()> &isOver,
                                             int interruptFile) override;
@@ -37,6 +38,7 @@ private:
 
     QDBusConnection m_bus;
     QDBusServiceWatcher m_watcher;
+    QObject m_agent;
     QString m_stateDirectory;
     Listener m_listener;
     QEventLoop m_loop;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "expected.h"
+#include "user_interaction.h"
 
 #include <QList>
 #include <QString>
@@ -30,6 +31,11 @@ public:
     virtual support::Expected<QVariantMap, QString> properties() const = 0;
     virtual support::Expected<void, QString> startSession(const QString &account) = 0;
     virtual support::Expected<void, QString> cancelSession(const QString &account) = 0;
+    /// Has a user asked what servers ask, as long as this lives and listen() runs.
+    /// @param user        asked in a thread of its own; outlives this
+    /// @param cancelFile  an eventfd that ends a question of the user's when it can be read
+    virtual support::Expected<void, QString> registerAgent(UserInteraction &user,
+                                                           int cancelFile) = 0;
     /// Hands on what the service tells from now on, when listen() runs.
     virtual void setListener(const Listener &listener) = 0;
     /// Runs until isOver says so after something was told, or until the file, if it is one, can be

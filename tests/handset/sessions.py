@@ -44,9 +44,9 @@ class SessionTest(HandsetTest):
         result = self.handset.dmclient("account", "add", "Test", *words)
         self.assertEqual(result.returncode, SUCCESS, result.stderr.decode())
 
-    def start(self, *words, environment=None, **streams):
+    def start(self, *words, program=(DMCLIENT, "--plugin", PLUGIN), environment=None, **streams):
         """A dmclient that runs on while the test does other things."""
-        process = subprocess.Popen([DMCLIENT, "--plugin", PLUGIN, *words],
+        process = subprocess.Popen([*program, *words],
                                    env=self.handset.environment(**(environment or {})),
                                    **streams)
         self.addCleanup(process.kill)

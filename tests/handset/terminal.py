@@ -12,10 +12,10 @@ LIMIT = 60  # seconds for one answer of the program
 class Terminal:
     """dmclient on a terminal of its own."""
 
-    def __init__(self, test, *words):
+    def __init__(self, test, *words, environment=None, **options):
         self.master, slave = pty.openpty()
-        self.process = test.start(*words, environment={"TERM": "xterm"},
-                                  stdin=slave, stdout=slave, stderr=slave)
+        self.process = test.start(*words, environment={"TERM": "xterm", **(environment or {})},
+                                  stdin=slave, stdout=slave, stderr=slave, **options)
         os.close(slave)
         test.addCleanup(os.close, self.master)
         self.screen = ""

@@ -18,7 +18,7 @@ DMCLIENTD = os.environ["DMCLIENTD"]
 PATIENCE = 60  # seconds; what takes longer never happens
 
 
-class ServiceTest(SessionTest):
+class ServiceFixture(SessionTest):
     def setUp(self):
         super().setUp()
         self.bus = PrivateBus()
@@ -67,6 +67,8 @@ class ServiceTest(SessionTest):
         self.add_account(server.url)
         return server
 
+
+class ServiceTest(ServiceFixture):
     def test_without_a_service_there_is_nothing_to_tell(self):
         for command in ("status", "monitor"):
             result = self.client(command)
