@@ -7,6 +7,7 @@
 #include "element_source.h"
 #include "media_type.h"
 #include "node_uri.h"
+#include "wbxml_tokens.h"
 
 #include <algorithm>
 #include <iterator>
@@ -23,14 +24,13 @@ namespace {
 
 bool hasPublicIdOfDm(const QByteArray &wbxml)
 {
-    constexpr quint32 idInStringTable = 0;
     constexpr quint32 dmIds[] = {0x0FD3, 0x1201};
     syncml::ByteReader reader(wbxml);
     quint8 version = 0;
     quint32 publicId = 0;
     if (!reader.readByte(version) || !reader.readNumber(publicId))
         return false;
-    if (publicId != idInStringTable)
+    if (publicId != syncml::wbxml::idInStringTable)
         return std::ranges::find(dmIds, publicId) != std::end(dmIds);
     return wbxml.contains("//DTD SyncML ");
 }

@@ -3,6 +3,7 @@
 #include "byte_reader.h"
 #include "document_builder.h"
 #include "provisioning_tokens.h"
+#include "wbxml_tokens.h"
 #include "xml_text.h"
 
 #include <algorithm>
@@ -12,30 +13,15 @@ namespace client::bootstrap {
 
 namespace {
 
-enum GlobalToken : quint8 {
-    SwitchPage = 0x00,
-    End = 0x01,
-    Entity = 0x02,
-    InlineString = 0x03,
-    Literal = 0x04,
-    TableString = 0x83,
-};
+using namespace syncml::wbxml;
 
-constexpr quint8 contentBit = 0x40;
-constexpr quint8 attributesBit = 0x80;
-constexpr quint8 tagMask = 0x3F;
-
-constexpr quint8 majorVersionMask = 0xF0;
-
-// Public ids, and IANA numbers of character sets.
-constexpr quint32 idInStringTable = 0x00;
-constexpr quint32 idsTaken[] = {0x01, 0x0B};
+constexpr quint32 idProvisioning = 0x0B;
+constexpr quint32 idsTaken[] = {idUnknown, idProvisioning};
 constexpr QByteArrayView publicTextStart("-//WAPFORUM//DTD PROV 1.");
-constexpr quint32 charsetsTaken[] = {0, 3, 106};
+constexpr quint32 charsetsTaken[] = {charsetUnknown, charsetAscii, charsetUtf8};
 
 constexpr DocumentElement tags[] = {DocumentElement::Document, DocumentElement::Characteristic,
                                     DocumentElement::Parm};
-constexpr quint8 firstTag = 0x05;
 
 QString hex(quint32 number)
 {

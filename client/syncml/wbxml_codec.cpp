@@ -6,6 +6,7 @@
 #include "message_reader.h"
 #include "message_writer.h"
 #include "tree_tokens.h"
+#include "wbxml_tokens.h"
 #include "xml_text.h"
 
 #include <QByteArrayView>
@@ -16,28 +17,12 @@
 namespace syncml {
 namespace {
 
-// Tokens that mean the same in every code page. The others (literal tags, extensions, processing
-// instructions) have no place in a SyncML message.
-enum GlobalToken : quint8 {
-    SwitchPage = 0x00,
-    End = 0x01,
-    Entity = 0x02,
-    InlineString = 0x03,
-    TableString = 0x83,
-    Opaque = 0xC3,
-};
-
-constexpr quint8 contentBit = 0x40;
-constexpr quint8 attributesBit = 0x80;
-constexpr quint8 tagMask = 0x3F;
-constexpr quint8 firstTag = 0x05; // lower codes are global tokens, with any bits
+// Literal tags, extensions and processing instructions have no place in a SyncML message.
+using namespace wbxml;
 
 constexpr quint8 writtenVersion = 0x02; // 1.2
-constexpr quint8 majorVersionMask = 0xF0;
 
 // Public ids.
-constexpr quint32 idInStringTable = 0x00;
-constexpr quint32 idUnknown = 0x01;
 constexpr quint32 idSyncml11 = 0x0FD3;
 constexpr quint32 idSyncml12 = 0x1201;
 constexpr QByteArrayView publicTextStart("-//SYNCML//DTD SyncML 1.");
@@ -45,11 +30,6 @@ constexpr QByteArrayView publicTextStartOfTree("-//OMA//DTD-DM-DDF 1.");
 
 /// What a document is made of: each kind has public ids and code pages of its own.
 enum class Vocabulary { Message, Tree };
-
-// Character sets, by their IANA numbers.
-constexpr quint32 charsetUnknown = 0;
-constexpr quint32 charsetAscii = 3;
-constexpr quint32 charsetUtf8 = 106;
 
 QString hex(quint32 number)
 {
