@@ -1,24 +1,15 @@
 // Any bytes as a provisioning document, in XML or in WBXML.
 
 #include "provisioning_plan.h"
+#include "require.h"
 
 #include <QSet>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 
 using namespace client::bootstrap;
 
 namespace {
-
-void require(bool condition, const char *what)
-{
-    if (condition)
-        return;
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-}
 
 /// An attribute, with every character that XML would change written as a reference.
 QByteArray attribute(const char *name, const QString &value)

@@ -1,23 +1,14 @@
 // Any bytes as a WAP push.
 
+#include "require.h"
 #include "wsp_push.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 
 using namespace client::push;
 
 namespace {
-
-void require(bool condition, const char *what)
-{
-    if (condition)
-        return;
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-}
 
 bool haveSameHeader(const WspPush &one, const WspPush &other)
 {

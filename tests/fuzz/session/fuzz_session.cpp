@@ -5,26 +5,17 @@
 
 #include "header_status.h"
 #include "memory_tree.h"
+#include "require.h"
 #include "session.h"
 #include "trace.h"
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 
 using namespace client;
 
 namespace {
 
 constexpr char separator[] = "\n%%\n";
-
-void require(bool condition, const char *what)
-{
-    if (condition)
-        return;
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-}
 
 // ---- How the session begins ----------------------------------------------------------------------
 

@@ -1,24 +1,15 @@
 #include "round_trip.h"
 
+#include "require.h"
 #include "wbxml_codec.h"
 #include "xml_codec.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <utility>
 
 using namespace syncml;
 
 namespace fuzz {
 namespace {
-
-void require(bool condition, const char *what)
-{
-    if (condition)
-        return;
-    std::fprintf(stderr, "%s\n", what);
-    std::abort();
-}
 
 DecodeResult decodeAs(const QByteArray &bytes, Encoding encoding)
 {
