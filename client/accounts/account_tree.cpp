@@ -89,17 +89,56 @@ constexpr LeafRow credentialLeaves[] = {
      }},
 };
 
-DmtData toData(const QByteArray &bytes)
+constexpr qsizetype longestNumber = 11; // digits and a sign
+
+/// How often the device begins sessions by itself, in seconds.
+constexpr LeafRow pollingLeaves[] = {
+    {"Interval", DmtData::Int, longestNumber,
+     [](const Account &a, Side) { return QByteArray::number(qint64(a.polling.interval.count())); },
+     [](Account &a, Side, const QByteArray &value) {
+         return setField(a, "polling-interval", value);
+     }},
+    {"FirstDelay", DmtData::Int, longestNumber,
+     [](const Account &a, Side) {
+         return QByteArray::number(qint64(a.polling.firstDelay.count()));
+     },
+     [](Account &a, Side, const QByteArray &value) {
+         return setField(a, "polling-first-delay", value);
+     }},
+    {"RetryDelay", DmtData::Int, longestNumber,
+     [](const Account &a, Side) {
+         return QByteArray::number(qint64(a.polling.retryDelay.count()));
+     },
+     [](Account &a, Side, const QByteArray &value) {
+         return setField(a, "polling-retry-delay", value);
+     }},
+    {"LongestRetryDelay", DmtData::Int, longestNumber,
+     [](const Account &a, Side) {
+         return QByteArray::number(qint64(a.polling.longestRetryDelay.count()));
+     },
+     [](Account &a, Side, const QByteArray &value) {
+         return setField(a, "polling-longest-retry-delay", value);
+     }},
+};
+
+/// Whether a server may make that change of its account.
+bool mayServerChange(const Account &account, const Account &changed)
 {
-    return DmtData(bytes.constData());
+    return !isWeaker(changed, account) &&
+           (changed.polling == account.polling || isSparing(changed.polling));
+}
+
+DmtData toData(const LeafRow &row, const QByteArray &text)
+{
+    return row.type == DmtData::Int ? DmtData(text.toInt()) : DmtData(text.constData());
 }
 
 // ---- Nodes ---------------------------------------------------------------------------------------
 
 class AccountLeaf final : public DmtPluginNode {
 public:
-    AccountLeaf(AccountStore &store, bool mayWeaken, QString account, Side side, const LeafRow &row)
-        : m_store(store), m_mayWeaken(mayWeaken), m_account(std::move(account)), m_side(side),
+    AccountLeaf(AccountStore &store, bool isOwners, QString account, Side side, const LeafRow &row)
+        : m_store(store), m_isOwners(isOwners), m_account(std::move(account)), m_side(side),
           m_row(row)
     {
     }
@@ -111,7 +150,7 @@ public:
         const Account *const stored = m_store.find(m_account);
         if (!stored)
             return DMT_NOT_FOUND;
-        value = toData(m_row.get(*stored, m_side));
+        value = toData(m_row, m_row.get(*stored, m_side));
         return DMT_OK;
     }
 
@@ -128,7 +167,7 @@ public:
             return static_cast<int>(DmStatus::TooLarge);
         if (value.GetType() != m_row.type || !m_row.set(changed, m_side, bytes))
             return DMT_UNSUPPORTED_FORMAT;
-        if ((!m_mayWeaken && isWeaker(changed, *stored)) || !checkComplete(changed))
+        if ((!m_isOwners && !mayServerChange(*stored, changed)) || !checkComplete(changed))
             return DMT_NOT_ALLOWED;
         if (!m_store.put(m_account, changed))
             return static_cast<int>(DmStatus::DataStoreFailure);
@@ -137,7 +176,7 @@ public:
 
 private:
     AccountStore &m_store;
-    bool m_mayWeaken;
+    bool m_isOwners;
     QString m_account;
     Side m_side;
     const LeafRow &m_row;
@@ -145,7 +184,7 @@ private:
 
 class AccountTree final : public ClientTree {
 public:
-    AccountTree(AccountStore &store, bool mayWeaken) : m_store(store), m_mayWeaken(mayWeaken) {}
+    AccountTree(AccountStore &store, bool isOwners) : m_store(store), m_isOwners(isOwners) {}
 
     void fill()
     {
@@ -180,6 +219,10 @@ private:
         addInterior(path + "/AppAuth");
         addCredentials(path + "/AppAuth/1", name, account, clientSide);
         addCredentials(path + "/AppAuth/2", name, account, serverSide);
+        addInterior(path + "/Ext");
+        addInterior(path + "/Ext/Polling");
+        for (const LeafRow &row : pollingLeaves)
+            addRow(path + "/Ext/Polling", name, account, clientSide, row);
     }
 
     void addCredentials(const QByteArray &path, const QString &name, const Account &account,
@@ -196,19 +239,19 @@ private:
                 const LeafRow &row)
     {
         addLeaf(parent + '/' + row.path, firstValue(row, account, side),
-                new AccountLeaf(m_store, m_mayWeaken, name, side, row));
+                new AccountLeaf(m_store, m_isOwners, name, side, row));
     }
 
     static DmtData firstValue(const LeafRow &row, const Account &account, Side side)
     {
         if (row.get)
-            return toData(row.get(account, side));
+            return toData(row, row.get(account, side));
         // Of what cannot be read the node keeps the type only.
         return row.type == DmtData::Bin ? DmtData(DMVector<unsigned char>()) : DmtData("");
     }
 
     AccountStore &m_store;
-    bool m_mayWeaken;
+    bool m_isOwners;
 };
 
 } // namespace

@@ -115,6 +115,22 @@ constexpr NodeDescription addressNodes[] = {
 constexpr NodeDescription addressNode[] = {
     accountInterior("", Occurrence::One, "An address of the server", addressNodes),
 };
+constexpr NodeDescription pollingNodes[] = {
+    accountLeaf(
+        "Interval", accountValue,
+        "Seconds from the end of a session until the device begins the next; 0 is never, and "
+        "a server may set 900 or more",
+        DmtData::Int),
+    accountLeaf("FirstDelay", accountValue, "Seconds until the first of them", DmtData::Int),
+    accountLeaf("RetryDelay", accountValue,
+                "Seconds after one that failed, doubled each time; 60 or more", DmtData::Int),
+    accountLeaf("LongestRetryDelay", accountValue, "Most seconds after one that failed; 60 or more",
+                DmtData::Int),
+};
+constexpr NodeDescription accountExtensions[] = {
+    accountInterior("Polling", Occurrence::One, "When the device begins sessions by itself",
+                    pollingNodes),
+};
 constexpr NodeDescription accountNodes[] = {
     accountLeaf("AppID", copyable, "w7"),
     accountLeaf("ServerID", copyable, "Server Identifier, which access rights are given to"),
@@ -122,6 +138,8 @@ constexpr NodeDescription accountNodes[] = {
     accountLeaf("AAuthPref", accountValue, "How the client prefers to prove itself"),
     accountInterior("AppAddr", Occurrence::One, "Addresses of the server", addressNode),
     accountInterior("AppAuth", Occurrence::One, "Credentials of both sides", credentialsNode),
+    accountInterior("Ext", Occurrence::One, "What this device adds to the standard object",
+                    accountExtensions),
 };
 constexpr NodeDescription accounts[] = {
     accountInterior("", Occurrence::ZeroOrMore, "One DM account", accountNodes),

@@ -364,6 +364,10 @@ protected:
     {
         return code(tree.replace(uri(path), text(data)));
     }
+    int setNumber(const QByteArray &leaf, int number)
+    {
+        return replace("./DMAcc/Op/Ext/Polling/" + leaf, QByteArray::number(number).constData());
+    }
     const Account &stored() { return *accounts.find(QStringLiteral("Op")); }
 
     AccountStore accounts;
@@ -372,7 +376,7 @@ protected:
 TEST_F(AccountNodesTest, HaveTheLeavesOfTheStandardObject)
 {
     EXPECT_EQ(childrenOf(uri("./DMAcc")), "Op");
-    EXPECT_EQ(childrenOf(uri("./DMAcc/Op")), "AppAddr AppID ServerID Name AAuthPref AppAuth");
+    EXPECT_EQ(childrenOf(uri("./DMAcc/Op")), "AppAddr AppID ServerID Name AAuthPref AppAuth Ext");
     EXPECT_EQ(value("./DMAcc/Op/AppID"), "w7");
     EXPECT_EQ(value("./DMAcc/Op/ServerID"), "dm.example");
     EXPECT_EQ(value("./DMAcc/Op/Name"), "Operator");
@@ -385,6 +389,49 @@ TEST_F(AccountNodesTest, HaveTheLeavesOfTheStandardObject)
     EXPECT_EQ(value("./DMAcc/Op/AppAuth/2/AAuthLevel"), "SRVCRED");
     EXPECT_EQ(value("./DMAcc/Op/AppAuth/2/AAuthType"), "HMAC");
     EXPECT_EQ(value("./DMAcc/Op/AppAuth/2/AAuthName"), "server");
+}
+
+TEST_F(AccountNodesTest, ServerSaysWhenItIsPolled)
+{
+    useAs(Principal::server("dm.example"));
+    EXPECT_EQ(childrenOf(uri("./DMAcc/Op/Ext")), "Polling");
+    EXPECT_EQ(value("./DMAcc/Op/Ext/Polling/Interval"), "0");
+    EXPECT_EQ(value("./DMAcc/Op/Ext/Polling/FirstDelay"), "60");
+    EXPECT_EQ(value("./DMAcc/Op/Ext/Polling/RetryDelay"), "60");
+    EXPECT_EQ(value("./DMAcc/Op/Ext/Polling/LongestRetryDelay"), "3600");
+    EXPECT_EQ(setNumber("Interval", 86400), 200);
+    EXPECT_EQ(setNumber("FirstDelay", 0), 200);
+    EXPECT_EQ(setNumber("RetryDelay", 120), 200);
+    EXPECT_EQ(setNumber("LongestRetryDelay", 7200), 200);
+    using namespace std::chrono_literals;
+    EXPECT_EQ(stored().polling, (Polling{86400s, 0s, 120s, 7200s}));
+    EXPECT_EQ(value("./DMAcc/Op/Ext/Polling/Interval"), "86400");
+    EXPECT_EQ(setNumber("Interval", 0), 200) << "it wants to be polled no more";
+}
+
+TEST_F(AccountNodesTest, ServerCannotKeepTheDeviceBusy)
+{
+    account.polling.interval = std::chrono::seconds(60);
+    ASSERT_TRUE(noted(accounts.put(QStringLiteral("Op"), account), error)) << error.toStdString();
+    useAs(Principal::server("dm.example"));
+    EXPECT_EQ(setNumber("Interval", 899), 405);
+    EXPECT_EQ(setNumber("Interval", 900), 200);
+    EXPECT_EQ(setNumber("RetryDelay", 59), 405);
+    EXPECT_EQ(setNumber("LongestRetryDelay", 59), 405);
+    for (const int none : {-1, 9, 31622401})
+        EXPECT_EQ(setNumber("Interval", none), 415) << none;
+    EXPECT_EQ(replace("./DMAcc/Op/Ext/Polling/Interval", "often"), 415);
+    EXPECT_EQ(stored().polling.interval, std::chrono::seconds(900));
+    EXPECT_EQ(stored().polling.retryDelay, Polling().retryDelay);
+}
+
+TEST_F(AccountNodesTest, WhatTheOwnerHasSetDoesNotKeepAServerFromOtherChanges)
+{
+    account.polling.interval = std::chrono::seconds(10);
+    ASSERT_TRUE(noted(accounts.put(QStringLiteral("Op"), account), error)) << error.toStdString();
+    useAs(Principal::server("dm.example"));
+    EXPECT_EQ(replace("./DMAcc/Op/Name", "New"), 200);
+    EXPECT_EQ(stored().polling.interval, std::chrono::seconds(10));
 }
 
 TEST_F(AccountNodesTest, SecretsCannotBeRead)
