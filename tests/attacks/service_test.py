@@ -50,6 +50,9 @@ class OtherUserTest(HandsetTest):
         self.assertNotIn("dict entry", self.bus.get("LastResults").stdout)
         self.assertEqual(self.bus.start_session("Test").returncode, 0, "its owner does")
 
+    def test_is_not_asked_in_place_of_the_user(self):
+        self.assert_denied(self.other(self.bus.call, "RegisterAgent", "objpath:/agent"))
+
     def test_changes_no_property(self):
         self.assert_denied(self.other(
             self.bus.call, "Set", f"string:{SERVICE}", "string:Online", "variant:boolean:false",
