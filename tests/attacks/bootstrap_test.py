@@ -9,6 +9,8 @@ from bootstrap_messages import (BlankHandsetTest, access_point, application, doc
 from handset import CONN
 from hostile_text import HOSTILE, harmful_in
 from instructions import CALLGRIND, times_as_many
+from serialised_trees import (access_point as serialised_access_point, account, interior, leaf,
+                              message_wbxml, message_xml)
 from sessions import REFUSED, SUCCESS, USAGE
 
 PIN = b"1234"
@@ -116,6 +118,56 @@ class CostTest(BlankHandsetTest):
                                       self.document(10000)), 3)
 
 
+class SerialisedObjectsTest(BlankHandsetTest):
+    """Messages of the DM profile whose trees are not what they seem."""
+
+    def test_a_message_that_breaks_off_makes_nothing(self):
+        """At places all over the message and the tree inside it, in both encodings."""
+        for message in (message_wbxml, message_xml):
+            whole = message(account(), serialised_access_point())
+            for size in range(4, len(whole) - 1, 89):
+                result = self.handset.dmclient("bootstrap", self.message(whole[:size]), "--yes")
+                self.assertIn(result.returncode, (REFUSED, USAGE), size)
+                self.assertEqual(harmful_in(result.stderr), [])
+        self.assert_untouched()
+
+    def test_an_object_reaches_no_other_place_than_its_own(self):
+        """Neither by its name nor by its path."""
+        for change in ({"name": "../DevInfo"}, {"name": "a/b"}, {"name": "a%2Fb"}, {"name": ".."},
+                       {"path": "./DMAcc/../DevInfo"}, {"path": "./DevInfo"}, {"path": "."},
+                       {"path": "./DevDetail/Ext/Conf/Conn/Profiles/"},
+                       {"path": "./DevDetail/Ext/Conf/Conn/Profiles?prop=ACL"}):
+            body = message_wbxml({**serialised_access_point(), **change})
+            self.bootstrap(body, "--yes", status=REFUSED)
+            self.assert_untouched()
+
+    def test_a_tree_that_is_too_deep_or_too_crowded_is_refused(self):
+        """Before anything of it is planned."""
+        deep = leaf("x", "y")
+        for _ in range(100):
+            deep = interior("n", deep)
+        crowd = interior("n", *(leaf("x", "") for _ in range(2001)))
+        self.refused("elements inside", message_xml(deep), "--yes")
+        self.refused("more than 2000 nodes", message_wbxml(crowd), "--yes")
+
+    def test_nothing_of_an_object_steers_a_terminal(self):
+        """Neither a name, nor a value, nor what is ignored, nor what is wrong."""
+        for nodes in ([account(name=HOSTILE)], [account(server=HOSTILE)],
+                      [account("id", "https://a.example/", "N", leaf(HOSTILE, "x"))],
+                      [account(id=HOSTILE, **{"path": HOSTILE})], [serialised_access_point(HOSTILE)],
+                      [account(acl=HOSTILE)], [leaf(HOSTILE, "x", path="./DMAcc")]):
+            result = self.handset.dmclient("bootstrap", self.message(message_wbxml(*nodes)), "--yes")
+            self.assertEqual(harmful_in(result.stdout + result.stderr), [])
+            self.handset.dmclient("account", "remove", "N")
+
+    def test_a_list_gives_no_right_beyond_its_object(self):
+        """A list is of the node that it stands at, whatever it is called."""
+        body = message_xml(account(acl="Add=*&Delete=*&Exec=*&Get=*&Replace=*"))
+        self.bootstrap(body, "--yes")
+        for node, acl in ((".", "Add=*&Get=*"), ("./DMAcc", ""), ("./DevInfo", "")):
+            self.assertEqual(self.get("--prop", "ACL", node), [acl] if acl else [""])
+
+
 class TextsForThePersonTest(BlankHandsetTest):
     """Names that are to deceive whoever reads the plan."""
 
@@ -132,10 +184,13 @@ class TextsForThePersonTest(BlankHandsetTest):
         """Neither when it is applied, nor when it is refused."""
         record = os.path.join(self.handset.home, "record.jsonl")
         printed = []
-        for status in (SUCCESS, REFUSED):
-            printed += self.bootstrap(vector("cp.xml"), "--yes", "--record", record, status=status)
-            with open(record, encoding="utf-8") as file:
-                printed.append(file.read())
+        point = serialised_access_point("Net1", interior("Auth", interior("PAP", leaf("AuthPw", "pass"))))
+        for message in (vector("cp.xml"), message_xml(account(), point), message_wbxml(account(), point)):
+            self.setUp()
+            for status in (SUCCESS, REFUSED):
+                printed += self.bootstrap(message, "--yes", "--record", record, status=status)
+                with open(record, encoding="utf-8") as file:
+                    printed.append(file.read())
         for text in printed:
             for secret in ("srvpw", "devpw", '"pass"', "= pass"):
                 self.assertNotIn(secret, text)

@@ -2,6 +2,7 @@
 
 import base64
 import json
+import os
 import unittest
 
 from handset import CONN
@@ -52,6 +53,25 @@ class InboxTest(SessionTest):
         self.let_add_accounts()
         self.have(add(account()), {"get": "./DMAcc/Example%20DM/ServerID", "expect": 425},
                   status=REFUSED)
+
+    def test_no_secret_of_an_object_is_in_what_is_recorded(self):
+        """Whether it is taken or refused, in both encodings of message and tree."""
+        secrets = ("devpw", "srvpw", "bm9uY2Ux")
+        spellings = [form for secret in secrets for form in
+                     (secret, base64.b64encode(secret.encode()).decode().rstrip("="))]
+        for acl in ("Add=*&Get=*", "Get=*"):
+            self.let_add_accounts(acl)
+            for wbxml in (False, True):
+                for encoding in ENCODINGS:
+                    record = os.path.join(self.handset.home, "record.jsonl")
+                    taken = acl.startswith("Add")
+                    self.have(add(account(), wbxml=wbxml, expect=200 if taken else 425), "--encoding",
+                              encoding, "--record", record, status=SUCCESS if taken else REFUSED)
+                    with open(record, encoding="utf-8") as file:
+                        text = file.read()
+                    for spelling in spellings:
+                        self.assertNotIn(spelling, text, (acl, wbxml, encoding))
+                    self.handset.dmclient("account", "remove", "Example DM")
 
     def test_only_a_server_whom_the_owner_lets_adds_an_account(self):
         self.have(add(account(), expect=425), status=REFUSED)
