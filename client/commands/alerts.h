@@ -12,6 +12,7 @@ enum class AlertCode : int {
     TextInput = 1102,
     SingleChoice = 1103,
     MultipleChoice = 1104,
+    ServerInitiated = 1200, ///< in answer to a notification
     ClientInitiated = 1201,
     NextMessage = 1222,
     SessionAbort = 1223,

@@ -118,6 +118,16 @@ Expected<Package0, QString> readNotificationPush(const QByteArray &bytes)
     return readPackage0(push->body);
 }
 
+Expected<Package0, QString> readNotification(const QByteArray &bytes)
+{
+    auto pushed = readNotificationPush(bytes);
+    if (pushed || isNotificationPush(bytes))
+        return pushed;
+    // A digest may begin as a push does.
+    auto alone = readPackage0(bytes);
+    return alone || !push::looksLikePush(bytes) ? alone : pushed;
+}
+
 // ---- Texts ---------------------------------------------------------------------------------------
 
 QString sessionIdText(quint16 sessionId)

@@ -45,6 +45,9 @@ bool isNotificationPush(const QByteArray &bytes);
 /// a DM client.
 support::Expected<Package0, QString> readNotificationPush(const QByteArray &bytes);
 
+/// Reads a package 0, alone or in a push.
+support::Expected<Package0, QString> readNotification(const QByteArray &bytes);
+
 /// The session's identifier as messages have it: "4D2".
 QString sessionIdText(quint16 sessionId);
 /// "background" and the like.

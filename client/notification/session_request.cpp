@@ -27,11 +27,22 @@ Unexpected<Refusal> unproved(const Package0 &package, const AccountStore &accoun
                   QStringLiteral("no account is of the server %1").arg(server));
 }
 
-Expected<SessionRequest, Refusal> requestFor(const QString &name, const Account &account,
-                                             const Package0 &package, Nonce nonce,
-                                             const NotificationMemory &memory)
+} // namespace
+
+Expected<SessionRequest, Refusal> requestOf(const Package0 &package, const AccountStore &accounts)
 {
-    const auto isNew = memory.add(name, *nonceOctets(nonce, account), package.sessionId);
+    for (const auto &[name, account] : accounts.accounts())
+        if (const auto nonce = proofOf(package, account))
+            return SessionRequest{name, package.sessionId, package.uiMode, package.initiator,
+                                  *nonce};
+    return unproved(package, accounts);
+}
+
+Expected<void, Refusal> remember(const SessionRequest &request, const Account &account,
+                                 const NotificationMemory &memory)
+{
+    const auto nonce = nonceOctets(request.nonce, account);
+    const auto isNew = memory.add(request.account, nonce.value_or(QByteArray()), request.sessionId);
     if (!isNew)
         return refuse(Refusal::Kind::NotRemembered,
                       QStringLiteral("it cannot be kept that the notification was obeyed: %1")
@@ -40,19 +51,8 @@ Expected<SessionRequest, Refusal> requestFor(const QString &name, const Account 
         return refuse(Refusal::Kind::Repeated,
                       QStringLiteral("the notification of session %1 of the account %2 has come "
                                      "before")
-                          .arg(sessionIdText(package.sessionId), name));
-    return SessionRequest{name, package.sessionId, package.uiMode, package.initiator, nonce};
-}
-
-} // namespace
-
-Expected<SessionRequest, Refusal> requestOf(const Package0 &package, const AccountStore &accounts,
-                                            const NotificationMemory &memory)
-{
-    for (const auto &[name, account] : accounts.accounts())
-        if (const auto nonce = proofOf(package, account))
-            return requestFor(name, account, package, *nonce, memory);
-    return unproved(package, accounts);
+                          .arg(sessionIdText(request.sessionId), request.account));
+    return {};
 }
 
 } // namespace client::notification

@@ -29,9 +29,14 @@ struct Refusal {
     QString reason; ///< a sentence without its full stop, with what the sender wrote in it
 };
 
-/// What a notification leads to: a session of the first account whose server it is from. It is
-/// remembered, so that it leads to none a second time.
-support::Expected<SessionRequest, Refusal>
-requestOf(const Package0 &package, const AccountStore &accounts, const NotificationMemory &memory);
+/// What a notification asks for: a session of the first account whose server it is from.
+support::Expected<SessionRequest, Refusal> requestOf(const Package0 &package,
+                                                     const AccountStore &accounts);
+
+/// Remembers that the request is obeyed. Call it before anything is done, and do nothing when it
+/// fails, so that no notification leads to a second session.
+/// @param account  that of the request
+support::Expected<void, Refusal> remember(const SessionRequest &request, const Account &account,
+                                          const NotificationMemory &memory);
 
 } // namespace client::notification

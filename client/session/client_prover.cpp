@@ -6,9 +6,10 @@ using namespace syncml;
 using support::Expected;
 using support::Unexpected;
 
-ClientProver::ClientProver(const Credentials &credentials)
-    : m_identity(credentials.identity), m_type(credentials.type), m_nonce(credentials.nonce),
-      m_keptNonce(credentials.nonce)
+ClientProver::ClientProver(const Credentials &credentials,
+                           const std::optional<QByteArray> &firstNonce)
+    : m_identity(credentials.identity), m_type(credentials.type),
+      m_nonce(firstNonce ? firstNonce : credentials.nonce), m_keptNonce(credentials.nonce)
 {
 }
 

@@ -15,7 +15,9 @@ namespace client {
 /// Proves to the server who the client is, as often as the server wants it proved.
 class ClientProver {
 public:
-    explicit ClientProver(const Credentials &credentials);
+    /// @param firstNonce  of the first proof, in place of the one that is kept
+    explicit ClientProver(const Credentials &credentials,
+                          const std::optional<QByteArray> &firstNonce = std::nullopt);
 
     /// Adds what proves the client to the header of the next message. Without a nonce nothing can
     /// be proved by a digest: the server will ask then, and give one.

@@ -4,8 +4,10 @@ namespace client {
 
 using namespace syncml;
 
-ServerVerifier::ServerVerifier(const Credentials &credentials)
-    : m_credentials(credentials), m_nonce(credentials.nonce), m_keptNonce(credentials.nonce)
+ServerVerifier::ServerVerifier(const Credentials &credentials,
+                               const std::optional<QByteArray> &firstNonce)
+    : m_credentials(credentials), m_nonce(firstNonce ? firstNonce : credentials.nonce),
+      m_keptNonce(credentials.nonce)
 {
 }
 

@@ -20,7 +20,9 @@ enum class ServerTrust {
 /// Has the server prove who it is.
 class ServerVerifier {
 public:
-    explicit ServerVerifier(const Credentials &credentials);
+    /// @param firstNonce  of the first proof, in place of the one that is kept
+    explicit ServerVerifier(const Credentials &credentials,
+                            const std::optional<QByteArray> &firstNonce = std::nullopt);
 
     /// Whether the account wants the server to prove itself at all.
     bool isAsked() const { return m_credentials.type != AuthType::None; }

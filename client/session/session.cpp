@@ -58,7 +58,8 @@ Session::Session(const Account &account, ManagementTree &tree, Transport &transp
                  UserInteraction *user, std::vector<SessionObserver *> observers,
                  const SessionOptions &options)
     : m_account(account), m_options(options), m_tree(tree), m_transport(transport),
-      m_observers(std::move(observers)), m_prover(account.toServer), m_verifier(account.toClient),
+      m_observers(std::move(observers)), m_prover(account.toServer, options.firstNonce),
+      m_verifier(account.toClient, options.firstNonce),
       m_commands(tree, principalOf(account), user, m_observers, options.maxObjectBytes),
       m_keptNonces{account.toServer.nonce, account.toClient.nonce},
       m_sessionId(options.sessionId.isEmpty() ? freshSessionId() : options.sessionId),
@@ -184,7 +185,7 @@ void Session::queueAlert(AlertCode code)
 void Session::queueFirstPackage()
 {
     m_isFirstPackage = true;
-    queueAlert(AlertCode::ClientInitiated);
+    queueAlert(m_options.isNotified ? AlertCode::ServerInitiated : AlertCode::ClientInitiated);
     queue(deviceInformation());
     for (const ClientEvent &event : m_options.events) {
         Item item;

@@ -34,6 +34,11 @@ struct Nonces {
 struct SessionOptions {
     syncml::Encoding encoding = syncml::Encoding::Xml; ///< of the first message
     QString sessionId; ///< empty: a random number of up to four hexadecimal digits
+    /// Whether a notification of the server has asked for the session, and said its identifier.
+    bool isNotified = false;
+    /// With which both sides begin in place of the nonces that are kept, as a notification asks for
+    /// whose server has lost them.
+    std::optional<QByteArray> firstNonce;
     /// Announced to the server.
     qsizetype maxMessageBytes = 256 * 1024;
     /// Announced to the server, and enforced for objects in chunks.

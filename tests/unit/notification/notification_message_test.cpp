@@ -142,4 +142,26 @@ TEST_P(RefusedNotificationPushTest, SaysWhatItIsInstead)
 INSTANTIATE_TEST_SUITE_P(NotificationPush, RefusedNotificationPushTest,
                          testing::ValuesIn(refusedPushes));
 
+TEST(NotificationTest, IsReadAloneAndInAPush)
+{
+    EXPECT_EQ(*readNotification(knownNotification), *readPackage0(knownNotification));
+    EXPECT_EQ(*readNotification(pushOf(knownNotification)), *readPackage0(knownNotification));
+    QByteArray likePush = knownNotification;
+    likePush[1] = 0x06;
+    EXPECT_EQ(*readNotification(likePush), *readPackage0(likePush));
+}
+
+TEST(NotificationTest, WhatIsWrongIsThatOfWhatItLooksLike)
+{
+    const auto other = readNotification(QByteArray::fromHex("010601b6") + knownNotification);
+    ASSERT_FALSE(other);
+    EXPECT_TRUE(other.error().contains(u"a push of the media type")) << other.error().toStdString();
+    const auto broken = readNotification(knownNotification.first(20));
+    ASSERT_FALSE(broken);
+    EXPECT_TRUE(broken.error().startsWith(u"byte 16")) << broken.error().toStdString();
+    const auto brokenInPush = readNotification(pushOf(knownNotification.first(20)));
+    ASSERT_FALSE(brokenInPush);
+    EXPECT_TRUE(brokenInPush.error().startsWith(u"byte 16")) << brokenInPush.error().toStdString();
+}
+
 } // namespace

@@ -26,7 +26,17 @@ protected:
     {
         const auto package = readPackage0(bytes);
         EXPECT_TRUE(package);
-        return requestOf(*package, accounts, memory);
+        return requestOf(*package, accounts);
+    }
+
+    /// Kind of the refusal; none when it is remembered.
+    std::optional<Refusal::Kind> remembering(const QByteArray &bytes,
+                                             const NotificationMemory &where) const
+    {
+        const auto request = answerTo(bytes);
+        EXPECT_TRUE(request);
+        const auto kept = remember(*request, *accounts.find(request->account), where);
+        return kept ? std::nullopt : std::optional(kept.error().kind);
     }
 
     QTemporaryDir directory;
@@ -61,12 +71,14 @@ TEST_F(SessionRequestTest, AmongAccountsOfOneServerTheSecretDecides)
 TEST_F(SessionRequestTest, ARepetitionLeadsToNone)
 {
     keep("Operator", accountOfKnown());
-    ASSERT_TRUE(answerTo(knownNotification));
-    const auto again = answerTo(knownNotification);
-    ASSERT_FALSE(again);
-    EXPECT_EQ(again.error().kind, Refusal::Kind::Repeated);
-    EXPECT_EQ(again.error().reason.toStdString(),
-              "the notification of session 1234 of the account Operator has come before");
+    EXPECT_EQ(remembering(knownNotification, memory), std::nullopt);
+    EXPECT_EQ(remembering(knownNotification, memory), Refusal::Kind::Repeated);
+    // By another nonce it is another notification.
+    Account later = accountOfKnown();
+    later.toClient.nonce = "the next nonce";
+    keep("Operator", later);
+    const auto again = proved(knownNotification.sliced(16), later, "the next nonce");
+    EXPECT_EQ(remembering(again, memory), std::nullopt);
 }
 
 TEST_F(SessionRequestTest, OneOfAWrongDigestDoesNotKeepTheRightOneAway)
@@ -103,9 +115,7 @@ TEST_F(SessionRequestTest, WhatCannotBeRememberedIsNotObeyed)
 {
     keep("Operator", accountOfKnown());
     const NotificationMemory nowhere(directory.filePath(QStringLiteral("missing/file.json")));
-    const auto refused = requestOf(*readPackage0(knownNotification), accounts, nowhere);
-    ASSERT_FALSE(refused);
-    EXPECT_EQ(refused.error().kind, Refusal::Kind::NotRemembered);
+    EXPECT_EQ(remembering(knownNotification, nowhere), Refusal::Kind::NotRemembered);
 }
 
 } // namespace

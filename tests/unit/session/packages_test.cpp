@@ -28,6 +28,20 @@ TEST_P(Packages, FirstMessageBeginsTheSessionAndDescribesTheDevice)
     EXPECT_EQ(device.data, QByteArray("urn:test:1"));
 }
 
+TEST_P(Packages, NotifiedSessionSaysSoAndHasTheIdentifierOfTheNotification)
+{
+    options.isNotified = true;
+    options.sessionId = QStringLiteral("4D2");
+    server.says(statusFor("SyncHdr", 407, chal(AuthType::Md5, "N1")));
+    account.toServer = {AuthType::Md5, {"Bruce2", "OhBehave"}, std::nullopt};
+    server.says(accepted());
+    run();
+    EXPECT_EQ(sent(1), (Lines{"Alert 1200", "Replace 5 items", "Final"}));
+    EXPECT_EQ(message(1).header.sessionId, QStringLiteral("4D2"));
+    EXPECT_EQ(sent(2), (Lines{"Status 0 SyncHdr 200", "Alert 1200", "Replace 5 items", "Final"}))
+        << "and says so again when it is challenged";
+}
+
 TEST_P(Packages, LimitsAreAnnouncedInTheFirstMessage)
 {
     options.maxMessageBytes = 5000;

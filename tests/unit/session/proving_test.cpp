@@ -483,6 +483,44 @@ TEST_P(Proving, ServerWithMd5GetsTheNonceOfTheNextSession)
     EXPECT_EQ(serverNonce(), challengeSent(2)->nonce->toStdString());
 }
 
+TEST_P(Proving, FirstNonceIsThatOfBothSides)
+{
+    clientProves(AuthType::Md5, "C0");
+    serverProves(AuthType::Md5, "S0");
+    options.firstNonce = "0x00000000";
+    server.says({statusFor("SyncHdr", 212, chal(AuthType::Md5, "C1")) + get("2", {"./DevInfo/Man"}),
+                 true, cred(AuthType::Md5, "0x00000000")});
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_TRUE(hasProof(1, AuthType::Md5, "0x00000000"));
+    EXPECT_EQ(sent(2).at(0), "Status 0 SyncHdr 212");
+    EXPECT_EQ(clientNonce(), "C1");
+    ASSERT_TRUE(challengeSent(2));
+    EXPECT_EQ(serverNonce(), challengeSent(2)->nonce->toStdString());
+}
+
+TEST_P(Proving, FirstNonceIsNeverKept)
+{
+    clientProves(AuthType::Md5, "C0");
+    serverProves(AuthType::Md5, "S0");
+    options.firstNonce = "0x00000000";
+    server.says({accepted(), true, cred(AuthType::Md5, "S0")});
+    server.says({accepted(), true, cred(AuthType::Md5, "S0")});
+    run();
+    EXPECT_EQ(clientNonce(), "C0");
+    EXPECT_EQ(serverNonce(), "S0") << "it was not that of the proof";
+}
+
+TEST_P(Proving, HmacBeginsWithTheFirstNonce)
+{
+    clientProves(AuthType::Hmac, "C0");
+    serverProves(AuthType::Hmac);
+    options.firstNonce = QByteArray(4, '\0');
+    saysWithHmac(statusFor("SyncHdr", 200, chal(AuthType::Hmac, "C1")), QByteArray(4, '\0'));
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_TRUE(hasHmac(1, QByteArray(4, '\0')));
+    EXPECT_EQ(clientNonce(), "C1");
+}
+
 TEST_P(Proving, ServerWithoutCredentialsGetsNothingButStatuses)
 {
     serverProves(AuthType::Md5, "S0");
