@@ -6,13 +6,12 @@
 #include "difference_report.h"
 #include "http_module.h"
 #include "input_file.h"
-#include "line_input.h"
 #include "plan_application.h"
 #include "terminal.h"
+#include "yes_or_no.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <unistd.h>
 
 namespace client::cli {
 
@@ -107,19 +106,6 @@ Check checkAgainstDevice(const Context &context, const ProvisioningPlan &plan)
     return checked ? Check() : Unexpected(Refusal{checked.reason});
 }
 
-/// Whether the person at the terminal agrees.
-bool isAgreed()
-{
-    using support::LineInput;
-    const LineInput input(STDIN_FILENO);
-    const char question[] = "Apply this? yes or no: ";
-    input.flush();
-    QByteArray line;
-    return ::write(STDOUT_FILENO, question, sizeof question - 1) > 0 &&
-           input.readLine(LineInput::Echo::On, std::nullopt, line) == LineInput::Result::Line &&
-           (line.trimmed().toLower() == "y" || line.trimmed().toLower() == "yes");
-}
-
 Check askUnlessSaid(const Context &context)
 {
     if (context.invocation.has("yes"))
@@ -127,7 +113,8 @@ Check askUnlessSaid(const Context &context)
     if (!isInteractive() || context.invocation.has("json"))
         return Unexpected(Refusal{QStringLiteral("nothing is applied without --yes, since nobody "
                                                  "can be asked")});
-    return isAgreed() ? Check() : Unexpected(Refusal{QStringLiteral("nothing is applied")});
+    return askYesOrNo("Apply this?") ? Check()
+                                     : Unexpected(Refusal{QStringLiteral("nothing is applied")});
 }
 
 Check applyPlan(const Context &context, const ProvisioningPlan &plan)

@@ -38,6 +38,11 @@ QStringList encodingWords()
     return {QStringLiteral("xml"), QStringLiteral("wbxml")};
 }
 
+QStringList zeroNonceWords()
+{
+    return {QStringLiteral("text"), QStringLiteral("octets")};
+}
+
 constexpr Option showSecrets = {"show-secrets", nullptr,
                                 "print secrets instead of ********, in a record too"};
 
@@ -78,10 +83,18 @@ constexpr Option processOptions[] = {
     {"summary", nullptr, "print a line a command in place of the client's package"},
     {"json", nullptr, "print one JSON object a command in place of it"},
 };
+constexpr Option encodingOption = {"encoding", "ENCODING",
+                                   "xml or wbxml: encoding of the first message", ValueKind::OneOf,
+                                   encodingWords};
+constexpr Option authoritiesOption = {
+    "ca", "FILE", "PEM certificates to trust in place of the system's", ValueKind::File};
+constexpr Option traceOption = {
+    "trace", "FILE", "write every message to a file (- is standard output), secrets masked",
+    ValueKind::File};
+constexpr Option commandsAsJson = {"json", nullptr, "print one JSON object a command"};
 constexpr Option sessionOptions[] = {
-    {"encoding", "ENCODING", "xml or wbxml: encoding of the first message", ValueKind::OneOf,
-     encodingWords},
-    {"ca", "FILE", "PEM certificates to trust in place of the system's", ValueKind::File},
+    encodingOption,
+    authoritiesOption,
     {"timeout", "SECONDS", "how long the server may take for one answer", ValueKind::Text},
     {"session-timeout", "SECONDS", "how long the whole session may take", ValueKind::Text},
     {"max-msg-size", "BYTES", "largest message, as announced to the server", ValueKind::Text},
@@ -89,12 +102,23 @@ constexpr Option sessionOptions[] = {
     {"event", "TYPE=TEXT", "report a client event (Alert 1224); repeatable", ValueKind::Text},
     {"generic-alert", "[FIELD=VALUE ...] TYPE=TEXT", "report a generic alert (1226); repeatable",
      ValueKind::Text},
-    {"trace", "FILE", "write every message to a file (- is standard output), secrets masked",
-     ValueKind::File},
-    {"json", nullptr, "print one JSON object a command"},
+    traceOption,
+    commandsAsJson,
     {"questions", nullptr,
      "with --json: print the server's questions too, and read the answers from standard input"},
     {"here", nullptr, "hold it in this process, also when dmclientd runs"},
+    {"notified", "ID", "the server has asked for this session, 1 to FFFF, by a notification",
+     ValueKind::Text},
+    {"zero-nonce", "FORM", "begin with the nonce of a server that has lost its own: text or octets",
+     ValueKind::OneOf, zeroNonceWords},
+};
+constexpr Option notifyOptions[] = {
+    {"check", nullptr, "say what it is and whether it is proved, and have no session"},
+    {"yes", nullptr, "have the session without a question"},
+    encodingOption,
+    authoritiesOption,
+    traceOption,
+    commandsAsJson,
 };
 constexpr Option statusOptions[] = {
     {"json", nullptr, "print one JSON object"},
@@ -171,6 +195,11 @@ constexpr CommandRow rows[] = {
      NodeArgument::None,
      NodeArgument::None,
      runSessionByService},
+    {{"notify", "FILE",
+      "have the session that a server's notification asks for (- is standard input)", 1, 1,
+      notifyOptions, ValueKind::File},
+     Needs::Tree,
+     runNotify},
     {{"replay",
       "RECORD",
       "run the server's messages of a record, and say what differs",

@@ -29,6 +29,16 @@ std::optional<ExitStatus> runSessionByService(Context &context);
 ExitStatus runStatus(Context &context);
 ExitStatus runMonitor(Context &context);
 ExitStatus runAgent(Context &context);
+/// How the server has asked for a session.
+struct NotifiedSession {
+    quint16 sessionId = 0;
+    std::optional<QByteArray> firstNonce; ///< in place of those of the account
+};
+/// Has a session as the options of the command say.
+/// @param server  an account or a URL
+ExitStatus haveSession(Context &context, const QString &server,
+                       const std::optional<NotifiedSession> &notified);
+ExitStatus runNotify(Context &context);
 ExitStatus runReplay(Context &context);
 ExitStatus runReport(Context &context);
 ExitStatus runAccount(Context &context);

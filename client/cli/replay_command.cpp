@@ -165,7 +165,8 @@ void takeMasked(std::vector<syncml::Command> &commands, Comparison &comparison)
 Principal principalOf(const Recorded &recorded, const syncml::Message &message)
 {
     const QString option = QStringLiteral("--server-id=");
-    if (recorded.arguments.value(0) != u"session") {
+    const QString command = recorded.arguments.value(0);
+    if (command != u"session" && command != u"notify") {
         for (const QString &argument : recorded.arguments)
             if (argument.startsWith(option))
                 return Principal::server(argument.sliced(option.size()).toUtf8());

@@ -8,6 +8,8 @@
 #include "inbox.h"
 #include "interrupt_guard.h"
 #include "json_user.h"
+#include "notification_message.h"
+#include "notification_proof.h"
 #include "recording.h"
 #include "session_report.h"
 #include "terminal.h"
@@ -90,6 +92,31 @@ struct Settings {
     SessionOptions session;
     HttpTransport::Options transport;
 };
+
+/// The session that the options say a server has asked for.
+support::Expected<std::optional<NotifiedSession>, QString>
+readNotified(const Invocation &invocation)
+{
+    using Notified = std::optional<NotifiedSession>;
+    if (!invocation.has("notified")) {
+        if (invocation.has("zero-nonce"))
+            return Unexpected(QStringLiteral("--zero-nonce is for a session with --notified"));
+        return Notified();
+    }
+    const QString text = invocation.value("notified");
+    bool isNumber = false;
+    NotifiedSession notified{text.toUShort(&isNumber, 16), std::nullopt};
+    if (!isNumber || notified.sessionId == 0 ||
+        notification::sessionIdText(notified.sessionId) != text)
+        return Unexpected(QStringLiteral("--notified wants an identifier from 1 to FFFF, in "
+                                         "hexadecimal digits and capitals, instead of \"%1\"")
+                              .arg(text));
+    if (invocation.has("zero-nonce"))
+        notified.firstNonce = invocation.value("zero-nonce") == u"text"
+                                  ? notification::zeroNonceAsText()
+                                  : notification::zeroNonceAsOctets();
+    return Notified(notified);
+}
 
 support::Expected<Settings, QString> readSettings(const Invocation &invocation)
 {
@@ -215,8 +242,8 @@ ExitStatus exitStatusOf(const SessionEnd &end)
     return end.refused > 0 ? ExitStatus::Failed : ExitStatus::Success;
 }
 
-ExitStatus haveSession(const Context &context, const HttpModule &http, const Server &server,
-                       const Settings &settings, TraceWriter *trace)
+ExitStatus haveSessionWith(const Context &context, const HttpModule &http, const Server &server,
+                           const Settings &settings, TraceWriter *trace)
 {
     Recorder *const recorder = context.recording ? &context.recording->recorder() : nullptr;
     HttpTransport::Options transportOptions = settings.transport;
@@ -300,6 +327,15 @@ bool endsShell(int signal)
 
 ExitStatus runSession(Context &context)
 {
+    const auto notified = readNotified(context.invocation);
+    if (!notified)
+        return wrongUsage(context, notified.error());
+    return haveSession(context, context.invocation.arguments[0], *notified);
+}
+
+ExitStatus haveSession(Context &context, const QString &serverWord,
+                       const std::optional<NotifiedSession> &notified)
+{
     const Invocation &invocation = context.invocation;
     if (const QString reason = context.device->reasonAgainstServers(); !reason.isEmpty())
         return problem(context, reason, ExitStatus::Unusable);
@@ -308,10 +344,15 @@ ExitStatus runSession(Context &context)
     auto settings = readSettings(invocation);
     if (!settings)
         return wrongUsage(context, settings.error());
+    if (notified) {
+        settings->session.isNotified = true;
+        settings->session.sessionId = notification::sessionIdText(notified->sessionId);
+        settings->session.firstNonce = notified->firstNonce;
+    }
     const auto http = HttpModule::load();
     if (!http)
         return problem(context, http.error(), ExitStatus::Unusable);
-    const auto server = findServer(context.device->accounts(), **http, invocation.arguments[0]);
+    const auto server = findServer(context.device->accounts(), **http, serverWord);
     if (!server)
         return wrongUsage(context, server.error());
     std::unique_ptr<TraceWriter> trace;
@@ -325,7 +366,7 @@ ExitStatus runSession(Context &context)
     const InterruptGuard guard;
     settings->transport.interruptFile = guard.file();
     beginRecord(context);
-    const ExitStatus status = haveSession(context, **http, *server, *settings, trace.get());
+    const ExitStatus status = haveSessionWith(context, **http, *server, *settings, trace.get());
     if (!context.inShell || !endsShell(InterruptGuard::signal()))
         return status;
     context.leaveShell = true;

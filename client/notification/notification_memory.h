@@ -9,6 +9,9 @@
 
 namespace client::notification {
 
+/// Its name in the client's folder of a state directory.
+inline constexpr char memoryFile[] = "notifications.json";
+
 /// A file of what was obeyed, an entry for each nonce and session. An identifier may come again
 /// with another nonce. With the nonce of servers that have lost theirs, which is always the same,
 /// it may not, as long as it is among the last of its account: nobody can tell such a message from

@@ -2,20 +2,23 @@
 
 namespace client::notification {
 
-namespace {
+QByteArray zeroNonceAsText()
+{
+    return "0x00000000";
+}
 
-constexpr char zeroText[] = "0x00000000";
-constexpr qsizetype zeroOctets = 4;
-
-} // namespace
+QByteArray zeroNonceAsOctets()
+{
+    return QByteArray(4, '\0');
+}
 
 std::optional<QByteArray> nonceOctets(Nonce nonce, const Account &account)
 {
     switch (nonce) {
     case Nonce::ZeroText:
-        return QByteArray(zeroText);
+        return zeroNonceAsText();
     case Nonce::ZeroOctets:
-        return QByteArray(zeroOctets, '\0');
+        return zeroNonceAsOctets();
     case Nonce::Agreed:
         break;
     }

@@ -15,6 +15,10 @@ enum class Nonce {
     ZeroOctets, ///< four octets of zero, as which other servers read the same
 };
 
+/// The two readings of the nonce 0x00000000.
+QByteArray zeroNonceAsText();
+QByteArray zeroNonceAsOctets();
+
 /// Octets of the nonce. None for an agreed one that the account does not have.
 std::optional<QByteArray> nonceOctets(Nonce nonce, const Account &account);
 
