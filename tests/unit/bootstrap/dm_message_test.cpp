@@ -138,6 +138,9 @@ TEST(DmMessageTest, TheVectorIsReadAndSaysWhatItsAccountLacks)
     ASSERT_EQ(nodes->size(), 5u);
     EXPECT_EQ(nodes->front().type, QLatin1String(accountId));
     EXPECT_EQ(nodes->back().value, "./Inbox/Net1");
+    const auto alone = client::readTnds(vectorFile("tnds.wbxml"));
+    ASSERT_TRUE(alone) << alone.error().reason.toStdString();
+    EXPECT_EQ(*alone, *nodes);
     EXPECT_EQ(text(planFor(vectorFile("boot.wbxml"))), "./Inbox/Srv1: the account has no address");
 }
 
