@@ -97,10 +97,10 @@ constexpr PartRule proxyPort[] = {{"Port", "PORT", false, portLeaves, {}}};
 constexpr PartRule proxyParts[] = {{"Ph1", "PXPHYSICAL", false, proxyLeaves, proxyPort},
                                    {"Ph2", "PXPHYSICAL", false, proxyLeaves, proxyPort}};
 
-enum class Kind { Account, AccessPoint, Proxy };
+enum class ObjectType { Account, AccessPoint, Proxy };
 
-struct KindRow {
-    Kind kind;
+struct ObjectKind {
+    ObjectType kind;
     std::array<const char *, 2> ids; ///< Management Object ids; null: none
     const char *path;                ///< where this device has such objects
     PartRule rule;
@@ -108,32 +108,35 @@ struct KindRow {
 
 /// The second id of an account, and that of a connection, are those of an example that senders have
 /// copied.
-constexpr KindRow kinds[] = {
-    {Kind::Account,
+constexpr ObjectKind objectKinds[] = {
+    {ObjectType::Account,
      {"urn:oma:mo:oma-dm-dmacc:1.0", "org.openmobilealliance/1.0/w7"},
      accountTreeRoot,
      {nullptr, "APPLICATION", false, accountLeaves, accountParts}},
-    {Kind::AccessPoint,
+    {ObjectType::AccessPoint,
      {"org.openmobilealliance/1.0/ConnMO", nullptr},
      accessPointRoot,
      {nullptr, "NAPDEF", false, accessPointLeaves, accessPointParts}},
-    {Kind::Proxy, {nullptr, nullptr}, proxyRoot, {nullptr, "PXLOGICAL", false, {}, proxyParts}},
+    {ObjectType::Proxy,
+     {nullptr, nullptr},
+     proxyRoot,
+     {nullptr, "PXLOGICAL", false, {}, proxyParts}},
 };
 
-const KindRow *kindOf(const TndsNode &node)
+const ObjectKind *kindOf(const TndsNode &node)
 {
     const auto path = parseAddress(node.path);
-    const auto isOf = [&](const KindRow &row) {
+    const auto isOf = [&](const ObjectKind &row) {
         return std::ranges::any_of(
             row.ids, [&](const char *id) { return id && node.type == QLatin1String(id); });
     };
-    const auto isAt = [&](const KindRow &row) {
+    const auto isAt = [&](const ObjectKind &row) {
         return path && path->query == Address::Query::None && path->node == nodeAt(row.path);
     };
-    const auto *row = std::ranges::find_if(kinds, isOf);
-    if (row == std::end(kinds))
-        row = std::ranges::find_if(kinds, isAt);
-    return row == std::end(kinds) ? nullptr : row;
+    const auto *row = std::ranges::find_if(objectKinds, isOf);
+    if (row == std::end(objectKinds))
+        row = std::ranges::find_if(objectKinds, isAt);
+    return row == std::end(objectKinds) ? nullptr : row;
 }
 
 // ---- From one to the other -----------------------------------------------------------------------
@@ -171,7 +174,7 @@ public:
 
     Expected<Characteristic, QString> translate()
     {
-        const KindRow *const row = kindOf(*m_object.node);
+        const ObjectKind *const row = kindOf(*m_object.node);
         Characteristic characteristic;
         characteristic.shownAs = m_label;
         if (!row)
@@ -303,20 +306,20 @@ private:
 
     // ---- What an object does not say in so many words
 
-    void complete(Kind kind, Characteristic &characteristic) const
+    void complete(ObjectType kind, Characteristic &characteristic) const
     {
         switch (kind) {
-        case Kind::Account:
+        case ObjectType::Account:
             completeAccount(characteristic);
             break;
-        case Kind::AccessPoint:
+        case ObjectType::AccessPoint:
             for (const char *const name : {"NAPID", "NAME"})
                 characteristic.parms.push_back({QLatin1String(name), textOf(m_object.name())});
             for (Characteristic &part : characteristic.parts)
                 if (part.type == QLatin1String("NAPAUTHINFO"))
                     part.parms.push_back({QStringLiteral("AUTHTYPE"), QStringLiteral("PAP")});
             break;
-        case Kind::Proxy:
+        case ObjectType::Proxy:
             for (Characteristic &part : characteristic.parts)
                 if (!part.type.isEmpty() && !hasParm(part, referenceParm))
                     part.parms.push_back({QLatin1String(referenceParm), textOf(m_object.name())});

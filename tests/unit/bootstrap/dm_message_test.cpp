@@ -9,6 +9,8 @@
 
 using namespace client::bootstrap;
 
+namespace dm_message {
+
 namespace {
 
 // ---- Messages ------------------------------------------------------------------------------------
@@ -390,3 +392,5 @@ TEST(SerialisedProfileTest, AProxyWithoutAConnectionIsThatOfItsOwnName)
 }
 
 } // namespace
+
+} // namespace dm_message

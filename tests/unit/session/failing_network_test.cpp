@@ -18,8 +18,8 @@ namespace {
 using syncml::Command;
 using syncml::CommandKind;
 
-const Identity clientIdentity{"Bruce2", "OhBehave"};
-const Identity serverIdentity{"dm.example", "ServerSecret"};
+const Identity deviceIdentity{"Bruce2", "OhBehave"};
+const Identity patientIdentity{"dm.example", "ServerSecret"};
 
 // ---- What fails ----------------------------------------------------------------------------------
 
@@ -132,8 +132,9 @@ public:
         response.url = request.url;
         response.body = encoded(isProved(request, header) ? serve(*decoded) : challenge());
         if (m_type == AuthType::Hmac && m_nonceOfServer)
-            response.hmac = formatHmacHeader(
-                {serverIdentity.name, hmacProof(serverIdentity, *m_nonceOfServer, response.body)});
+            response.hmac =
+                formatHmacHeader({patientIdentity.name,
+                                  hmacProof(patientIdentity, *m_nonceOfServer, response.body)});
         return m_answers[header.msgId] = response;
     }
 
@@ -147,10 +148,10 @@ private:
         if (m_type == AuthType::Hmac) {
             const auto given = parseHmacHeader(request.hmac.value_or(QByteArray()));
             return given && m_nonceOfClient &&
-                   given->mac == hmacProof(clientIdentity, *m_nonceOfClient, request.body);
+                   given->mac == hmacProof(deviceIdentity, *m_nonceOfClient, request.body);
         }
         return header.cred && (m_type == AuthType::Basic || m_nonceOfClient) &&
-               credMatches(*header.cred, m_type, clientIdentity,
+               credMatches(*header.cred, m_type, deviceIdentity,
                            m_nonceOfClient.value_or(QByteArray()));
     }
 
@@ -223,7 +224,7 @@ private:
         if (!m_isServerAccepted &&
             (m_type == AuthType::Basic || (m_type == AuthType::Md5 && m_nonceOfServer))) {
             const syncml::Cred cred =
-                makeCred(m_type, serverIdentity, m_nonceOfServer.value_or(QByteArray()));
+                makeCred(m_type, patientIdentity, m_nonceOfServer.value_or(QByteArray()));
             header = "<Cred><Meta><Format>b64</Format><Type>" + cred.meta->type->toLatin1() +
                      "</Type></Meta><Data>" + cred.data + "</Data></Cred>";
         }
@@ -332,8 +333,8 @@ public:
         account.address = QUrl(QStringLiteral("https://dm.example/"));
         account.serverId = "dm.example";
         if (type != AuthType::None) {
-            account.toServer = {type, clientIdentity, std::nullopt};
-            account.toClient = {type, serverIdentity, std::nullopt};
+            account.toServer = {type, deviceIdentity, std::nullopt};
+            account.toClient = {type, patientIdentity, std::nullopt};
         }
         memory->executables["Office/Auth"] = "";
         EXPECT_TRUE(ownersTree().replaceProperty(profile("Office/Auth"), Property::Acl, "Exec=*"));
