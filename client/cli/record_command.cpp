@@ -60,7 +60,10 @@ ExitStatus listRecords(Context &context)
     const KeptRecords records = keptRecords(*context.device);
     ExitStatus worst = ExitStatus::Success;
     QJsonArray summaries;
-    for (const QString &name : records.names()) {
+    const auto names = records.names();
+    if (!names)
+        return problem(context, names.error(), ExitStatus::Unusable);
+    for (const QString &name : *names) {
         auto reader = RecordReader::openInState(records.path(name));
         if (reader)
             summaries += summaryOf(name, *reader);
@@ -109,11 +112,15 @@ ExitStatus removeRecords(Context &context)
 {
     const KeptRecords records = keptRecords(*context.device);
     const bool all = context.invocation.has("all");
-    QStringList names = context.invocation.arguments.mid(1);
-    if (all != names.isEmpty())
+    support::Expected<QStringList, QString> names = context.invocation.arguments.mid(1);
+    if (all != names->isEmpty())
         return wrongUsage(context, QStringLiteral("remove wants names, or --all"));
+    if (all)
+        names = records.names();
+    if (!names)
+        return problem(context, names.error(), ExitStatus::Unusable);
     ExitStatus worst = ExitStatus::Success;
-    for (const QString &name : all ? records.names() : names)
+    for (const QString &name : *names)
         if (const auto removed = records.remove(name); !removed)
             worst = worse(worst, problem(context, removed.error(), ExitStatus::Failed));
     return worst;

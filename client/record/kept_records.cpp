@@ -9,6 +9,7 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 namespace client {
@@ -50,8 +51,22 @@ Expected<EventWriter::Sink, QString> KeptRecords::begin(const RunDescription &ru
     return RecordFile::createInState(path(nameOf(run)), mostBytes);
 }
 
-QStringList KeptRecords::names() const
+Expected<QStringList, QString> KeptRecords::names() const
 {
+    const QString clientFolder = QFileInfo(m_folder).path();
+    struct Level {
+        QString folder;
+        handset_state::Refusal (*check)(const std::string &path);
+    };
+    for (const Level &level : {Level{QFileInfo(clientFolder).path(), handset_state::checkFolder},
+                               Level{clientFolder, handset_state::checkOwnFolder},
+                               Level{m_folder, handset_state::checkOwnFolder}}) {
+        const auto refusal = level.check(QFile::encodeName(level.folder).toStdString());
+        if (refusal.error == ENOENT)
+            return QStringList();
+        if (refusal)
+            return Unexpected(QString::fromLocal8Bit(refusal.text().c_str()));
+    }
     QStringList names = QDir(m_folder).entryList(QDir::Files | QDir::System, QDir::Name);
     names.removeIf([](const QString &name) { return !isRecordName(name); });
     // Of those of one second the name says nothing, but what came later ended later.
@@ -65,12 +80,14 @@ QStringList KeptRecords::names() const
 
 void KeptRecords::prune(int most) const
 {
-    const QStringList all = names();
+    const auto all = names();
+    if (!all)
+        return;
     qint64 bytes = 0;
-    for (const QString &name : all)
+    for (const QString &name : *all)
         bytes += QFileInfo(path(name)).size();
-    qsizetype left = all.size();
-    for (const QString &name : all) {
+    qsizetype left = all->size();
+    for (const QString &name : *all) {
         if (left <= most && bytes <= mostBytes)
             return;
         bytes -= QFileInfo(path(name)).size();
@@ -82,26 +99,34 @@ void KeptRecords::prune(int most) const
 
 Expected<RecordReader, QString> KeptRecords::open(const QString &word) const
 {
-    if (const QString name = fullName(word); names().contains(name))
+    const auto all = names();
+    if (const QString name = fullName(word); all && all->contains(name))
         return RecordReader::openInState(path(name));
     if (QFileInfo::exists(word))
         return RecordReader::open(word);
+    if (!all)
+        return Unexpected(all.error());
     return Unexpected(
         QStringLiteral("there is neither a record %1 in %2 nor a file %1").arg(word, m_folder));
 }
 
 Expected<QString, QString> KeptRecords::newest() const
 {
-    const QStringList all = names();
-    if (all.isEmpty())
+    const auto all = names();
+    if (!all)
+        return Unexpected(all.error());
+    if (all->isEmpty())
         return Unexpected(QStringLiteral("no session is recorded in %1").arg(m_folder));
-    return all.last();
+    return all->last();
 }
 
 Expected<void, QString> KeptRecords::remove(const QString &word) const
 {
     const QString name = fullName(word);
-    if (!names().contains(name))
+    const auto all = names();
+    if (!all)
+        return Unexpected(all.error());
+    if (!all->contains(name))
         return Unexpected(QStringLiteral("there is no record %1 in %2").arg(word, m_folder));
     QFile file(path(name));
     if (!file.remove())

@@ -23,11 +23,12 @@ public:
     /// Begins a record; older ones make room for it.
     /// @return the error is a sentence that names the folder or the file and the reason
     support::Expected<EventWriter::Sink, QString> begin(const RunDescription &run) const;
-    /// Has the oldest records go until the rest keeps to the limits.
+    /// Has the oldest records go until the rest keeps to the limits, if the folder can be used.
     void prune() const { prune(mostRecords); }
 
     /// The names, the oldest first. Other files in the folder are left alone.
-    QStringList names() const;
+    /// @return the error is a sentence that says why the folder cannot be used
+    support::Expected<QStringList, QString> names() const;
     QString path(const QString &name) const { return m_folder + u'/' + name; }
     /// Opens the record that a person means.
     /// @param word  the name of a kept record, with its ending or without, else a file

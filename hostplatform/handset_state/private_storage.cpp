@@ -240,6 +240,11 @@ Refusal checkFolder(const std::string &path)
     return OpenFolder(path, 0).refusal;
 }
 
+Refusal checkOwnFolder(const std::string &path)
+{
+    return OpenFolder(path, O_NOFOLLOW).refusal;
+}
+
 FileDescriptor openFile(const std::string &path, int flags, Refusal &refusal)
 {
     const OpenFolder folder(folderOf(path), 0);

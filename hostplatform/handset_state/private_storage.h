@@ -31,6 +31,10 @@ Refusal makeFolder(const std::string &path);
 /// Whether what is written into a folder of the state stays with this user.
 Refusal checkFolder(const std::string &path);
 
+/// Whether a folder is as makeFolder leaves it.
+/// @return error is ENOENT when there is none
+Refusal checkOwnFolder(const std::string &path);
+
 /// Opens a file in a folder of the state. The folder has to pass checkFolder; the file has to be a
 /// regular one of this user that nobody else can write to. A symbolic link is refused.
 /// @param flags  as of open(2); what is created has mode 0600

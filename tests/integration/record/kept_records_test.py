@@ -115,6 +115,35 @@ class KeptRecordTest(SessionTest):
         self.assertEqual((status, os.listdir(target)), (SUCCESS, []))
         self.assertIn("symbolic link", self.stderr)
 
+    def test_records_behind_a_link_or_in_a_folder_of_everybody_are_left_alone(self):
+        self.play(scenario("profiles"))
+        [name] = self.names()
+        target = os.path.join(self.handset.home, "elsewhere")
+        client = os.path.dirname(self.folder)
+        page = os.path.join(self.handset.home, "page.html")
+
+        def assert_refused(reason):
+            for words in (("record", "list"), ("record", "show"), ("record", "show", name),
+                          ("record", "remove", name), ("record", "remove", "--all"),
+                          ("report", "-o", page), ("report", name, "-o", page)):
+                result = self.handset.dmclient(*words)
+                self.assertNotEqual(result.returncode, SUCCESS, words)
+                self.assertIn(reason, result.stderr.decode(), words)
+                self.assertEqual(result.stdout, b"")
+            self.assertFalse(os.path.exists(page))
+
+        os.rename(self.folder, target)
+        os.symlink(target, self.folder)
+        assert_refused("it is a symbolic link")
+        self.assertEqual(os.listdir(target), [name])
+        os.remove(self.folder)
+        os.rename(target, self.folder)
+        for folder in (self.folder, client, os.path.dirname(client)):
+            os.chmod(folder, 0o777)
+            assert_refused("other users can write to it")
+            os.chmod(folder, 0o700)
+        self.assertEqual(self.names(), [name])
+
     # ---- record list, show, remove ---------------------------------------------------------------
 
     def test_list_has_a_line_for_each_record(self):
