@@ -19,7 +19,7 @@ using JournalField = std::pair<const char *, QString>;
 void writeJournal(JournalPriority priority, const QString &message,
                   std::initializer_list<JournalField> fields = {});
 
-/// The entry as it goes to the journal.
+/// The entry as it goes to the journal; what in its values would steer a terminal is escaped.
 QByteArray journalEntry(JournalPriority priority, const QString &message,
                         std::initializer_list<JournalField> fields);
 

@@ -19,8 +19,6 @@ namespace client {
 
 namespace {
 
-using namespace std::string_literals;
-
 /// A socket that somebody sends to.
 class Receiver {
 public:
@@ -117,11 +115,12 @@ TEST(JournalTest, AnEntryHasItsFields)
               "e\n");
 }
 
-TEST(JournalTest, NoValueMakesAFieldOfItsOwn)
+TEST(JournalTest, NoValueMakesAFieldOfItsOwnOrSteersATerminal)
 {
-    EXPECT_EQ(journalEntry(JournalPriority::Error, QStringLiteral("a\nPRIORITY=7"), {}),
-              QByteArray::fromStdString("MESSAGE\n\x0c\0\0\0\0\0\0\0a\nPRIORITY=7\n"
-                                        "PRIORITY=3\nSYSLOG_IDENTIFIER=dmclientd\n"s));
+    EXPECT_EQ(journalEntry(JournalPriority::Error, QStringLiteral("a\nPRIORITY=7\x1b[31m"),
+                           {{"DMCLIENT_ACCOUNT", QStringLiteral(u"b\u009b")}}),
+              "MESSAGE=a\\nPRIORITY=7\\x1b[31m\nPRIORITY=3\nSYSLOG_IDENTIFIER=dmclientd\n"
+              "DMCLIENT_ACCOUNT=b\\xc2\\x9b\n");
 }
 
 } // namespace
