@@ -322,7 +322,10 @@ class LinksAndFilesInside(HandsetTest):
         """A store, an account or a list of rights that somebody else wrote is not the owner's."""
         if os.geteuid() != 0:
             self.skipTest("needs root, to act as a second user")
-        for name in ("profiles.db", "client/lock", "client/device-id", "client/accounts.json"):
+        self.assertEqual(self.handset.dmclient("replace", f"{CONN}/Office?prop=Title",
+                                               "mine").returncode, 0)
+        for name in ("profiles.db", "client/lock", "client/device-id", "client/accounts.json",
+                     "client/properties.json"):
             with self.subTest(file=name):
                 os.chown(self.path(name), OTHER_USER, OTHER_USER)
                 command = ("tree",) if name == "profiles.db" else ("session", "Mine")

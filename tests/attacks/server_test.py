@@ -328,6 +328,12 @@ class WeakenedAccount(SessionTest):
             self.assertEqual(result.returncode, SUCCESS, result.stderr.decode())
 
     def test_a_password_in_clear_is_warned_of(self):
+        warning = ("dmclient: account: warning: with http and basic the password goes over the "
+                   "network as it is\n")
+        added = self.handset.dmclient("account", "add", "Clear", "address=http://clear.example/",
+                                      "server-id=c", "client-auth=basic", "client-name=n",
+                                      "client-secret=s")
+        self.assertEqual((added.returncode, added.stderr.decode()), (SUCCESS, warning))
         self.add_account("https://dm.example/", "basic")
         for words, warns in ((("address=http://dm.example/",), True), (("client-auth=md5",), False),
                              (("client-auth=basic",), True),
@@ -335,8 +341,7 @@ class WeakenedAccount(SessionTest):
             result = self.handset.dmclient("account", "set", "Test", *words)
             self.assertEqual(result.returncode, SUCCESS)
             self.assertEqual(result.stderr.decode(),
-                             "dmclient: account: warning: with http and basic the password goes "
-                             "over the network as it is\n" if warns else "")
+                             warning if warns else "")
 
 
 class ForeignIdentifier(SessionTest):
