@@ -4,6 +4,7 @@
 #include "journal.h"
 #include "manager_object.h"
 #include "network_state.h"
+#include "notification_listener.h"
 #include "program_folder.h"
 #include "service.h"
 #include "service_manager.h"
@@ -48,7 +49,27 @@ constexpr OptionRow deviceOptions[] = {
     {"backend", "NAME", "where the profiles are kept, sqlite or networkmanager"},
 };
 
-Service::Options readOptions(const QCoreApplication &application)
+constexpr char portOption[] = "notification-port";
+
+struct DaemonOptions {
+    Service::Options service;
+    std::optional<quint16> notificationPort; ///< none: nobody listens
+};
+
+/// Ends the program when the port is none.
+quint16 readPort(const QString &text)
+{
+    bool isNumber = false;
+    const quint16 port = text.toUShort(&isNumber);
+    if (isNumber && port != 0)
+        return port;
+    writeJournal(JournalPriority::Error,
+                 QStringLiteral("--%1 wants a number from 1 to 65535 instead of \"%2\"")
+                     .arg(QString::fromLatin1(portOption), text));
+    std::exit(WrongUsage);
+}
+
+DaemonOptions readOptions(const QCoreApplication &application)
 {
     QCommandLineParser parser;
     parser.setApplicationDescription(
@@ -56,6 +77,10 @@ Service::Options readOptions(const QCoreApplication &application)
     for (const OptionRow &row : deviceOptions)
         parser.addOption({QString::fromLatin1(row.name), QString::fromLatin1(row.help),
                           QString::fromLatin1(row.valueName)});
+    parser.addOption({QString::fromLatin1(portOption),
+                      QStringLiteral("listen for notifications of servers on that port of UDP, "
+                                     "usually 2948; without it nobody listens"),
+                      QStringLiteral("port")});
     parser.addHelpOption();
     parser.addVersionOption();
     parser.process(application);
@@ -64,7 +89,10 @@ Service::Options readOptions(const QCoreApplication &application)
                      QStringLiteral("there are no arguments, only options"));
         std::exit(WrongUsage);
     }
-    Service::Options options;
+    DaemonOptions read;
+    if (parser.isSet(QString::fromLatin1(portOption)))
+        read.notificationPort = readPort(parser.value(QString::fromLatin1(portOption)));
+    Service::Options &options = read.service;
     options.stateDirectory = QFile::decodeName(handset_state::location().c_str());
     options.sessionProgram = support::programFolder() + QStringLiteral("/dmclient");
     for (const OptionRow &row : deviceOptions) {
@@ -76,7 +104,7 @@ Service::Options readOptions(const QCoreApplication &application)
         else
             options.deviceArguments << QStringLiteral("--") + name << parser.value(name);
     }
-    return options;
+    return read;
 }
 
 /// SIGTERM, SIGINT and SIGHUP as something that can be read; from then on they do nothing else.
@@ -94,7 +122,8 @@ int serve(const QCoreApplication &application)
 {
     const int signals = endingSignals(); // before there are threads, which have them blocked too
     ServiceManager manager;
-    auto opened = Service::open(readOptions(application));
+    const DaemonOptions options = readOptions(application);
+    auto opened = Service::open(options.service);
     if (!opened)
         return fail(opened.error());
     Service &service = **opened;
@@ -123,6 +152,13 @@ int serve(const QCoreApplication &application)
                         .arg(QString::fromLatin1(serviceName), bus.lastError().message()));
 
     const NetworkState network(bus, [&service](bool isOnline) { service.setOnline(isOnline); });
+    std::unique_ptr<NotificationListener> listening;
+    if (options.notificationPort) {
+        auto listenerOpened = NotificationListener::open(service, *options.notificationPort);
+        if (!listenerOpened)
+            return fail(listenerOpened.error());
+        listening = *std::move(listenerOpened);
+    }
     QSocketNotifier ending(signals, QSocketNotifier::Read);
     QObject::connect(&ending, &QSocketNotifier::activated, &ending, [&] {
         ending.setEnabled(false);

@@ -1,6 +1,7 @@
 #include "service.h"
 
 #include "journal.h"
+#include "notification_message.h"
 #include "state_directory.h"
 
 #include <QFileInfo>
@@ -197,6 +198,24 @@ void Service::beginWhatIsDue()
 
 // ---- A session -----------------------------------------------------------------------------------
 
+namespace {
+
+/// What the session's process has to know of the notification that asked for it.
+QStringList notifiedOptions(const SessionRequest &request)
+{
+    if (!request.sessionId)
+        return {};
+    QStringList options{QStringLiteral("--notified"),
+                        notification::sessionIdText(*request.sessionId)};
+    if (request.nonce != notification::Nonce::Agreed)
+        options += {QStringLiteral("--zero-nonce"), request.nonce == notification::Nonce::ZeroText
+                                                        ? QStringLiteral("text")
+                                                        : QStringLiteral("octets")};
+    return options;
+}
+
+} // namespace
+
 void Service::begin(const SessionRequest &request)
 {
     m_running = request;
@@ -211,9 +230,10 @@ void Service::begin(const SessionRequest &request)
         {{"DMCLIENT_ACCOUNT", request.account}, {"DMCLIENT_CAUSE", wordOf(request.cause)}});
     QStringList arguments{QStringLiteral("--state"), m_state->path()};
     arguments += m_options.deviceArguments;
-    arguments +=
-        {QStringLiteral("session"), QStringLiteral("--json"), QStringLiteral("--questions"),
-         QStringLiteral("--here"),  QStringLiteral("--"),     request.account};
+    arguments += {QStringLiteral("session"), QStringLiteral("--json"),
+                  QStringLiteral("--questions"), QStringLiteral("--here")};
+    arguments += notifiedOptions(request);
+    arguments += {QStringLiteral("--"), request.account};
     m_child.start(m_options.sessionProgram, arguments);
     m_listener.changed();
 }

@@ -3,6 +3,7 @@
 
 #include "accounts.h"
 #include "boot_clock.h"
+#include "notification_proof.h"
 #include "schedule.h"
 #include "service_state.h"
 #include "session_child.h"
@@ -27,6 +28,8 @@ struct SessionRequest {
     SessionCause cause = SessionCause::User;
     /// The session identifier of a notification; the session that follows has it.
     std::optional<quint16> sessionId = std::nullopt;
+    /// By which the notification was proved.
+    notification::Nonce nonce = notification::Nonce::Agreed;
 };
 
 /// Holds the sessions of a device, one at a time: those that are asked for first, then those of the
