@@ -127,8 +127,8 @@ public:
     /// mapping file cannot be changed.
     int PutProfileMap(const DMString &nodeName, std::unique_ptr<ProfileInfo> info);
     /// Maps a profile that a server adds. @return 0, also when m_ProfileMaps cannot grow, which
-    /// frees the record and leaves the entry in the mapping file; 1 when the node name or the ID key is taken or the
-    /// mapping file cannot be changed.
+    /// frees the record and leaves the entry in the mapping file; 1 when the node name or the ID
+    /// key is taken or the mapping file cannot be changed.
     int AddProfileMap(const DMString &nodeName, std::unique_ptr<ProfileInfo> info);
     /// Unmaps a node. @return 0, or 1 when it is not mapped or the mapping file cannot be changed.
     int DeleteProfileMap(const DMString &nodeName);
