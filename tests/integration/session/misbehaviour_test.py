@@ -163,32 +163,39 @@ class MisbehaviourTest(SessionTest):
             output, _ = process.communicate(timeout=60)
         self.assertEqual(process.returncode, SUCCESS, output.decode())
 
-    def test_a_killed_session_leaves_the_nonces_that_the_server_has(self):
+    def test_an_ended_session_leaves_the_nonces_that_the_server_has(self):
         changes = {"client_auth": "md5", "server_auth": "md5"}
-        with DmServer(scenario("several_messages", **changes)) as server:
-            self.add_account(server.url, "md5", "md5")
-            killed = server.session
+        for number in (signal.SIGKILL, signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            with self.subTest(signal=number.name):
+                self.handset.dmclient("account", "remove", "Test")
+                with DmServer(scenario("several_messages", **changes)) as server:
+                    self.add_account(server.url, "md5", "md5")
+                    ended = server.session
+                    sent = []
 
-            def kill_when_the_nonce_is_known(answer, misbehaviour, spoil=killed.spoil):
-                # The client waits for this answer, to the message that carried its nonce.
-                if killed.server_accepted:
-                    process.kill()
-                    process.wait()
-                return spoil(answer, misbehaviour)
+                    def end_when_the_nonce_is_known(answer, misbehaviour, spoil=ended.spoil):
+                        # The client waits for this answer, to the message that carried its nonce.
+                        if ended.server_accepted and not sent:
+                            sent.append(number)
+                            process.send_signal(number)
+                            if number == signal.SIGKILL:
+                                process.wait()
+                        return spoil(answer, misbehaviour)
 
-            killed.spoil = kill_when_the_nonce_is_known
-            process = self.start("session", "Test", stdout=subprocess.DEVNULL)
-            process.wait(timeout=60)
-            self.assertEqual(process.returncode, -signal.SIGKILL)
-        with DmServer(scenario("several_messages", **changes)) as server:
-            server.session.client_nonce = killed.client_nonce
-            server.session.server_nonce = killed.server_nonce
-            self.handset.dmclient("account", "set", "Test", f"address={server.url}")
-            result = self.handset.dmclient("session", "Test")
-            report = server.session.report()
-        self.assertEqual((result.returncode, report["faults"]), (SUCCESS, []))
-        self.assertEqual(server.session.client_failures, 0)
-        self.assertEqual(server.session.server_challenges, 0)
+                    ended.spoil = end_when_the_nonce_is_known
+                    process = self.start("session", "Test", stdout=subprocess.DEVNULL)
+                    process.wait(timeout=60)
+                    self.assertEqual(process.returncode, -number if number == signal.SIGKILL
+                                     else SESSION_FAILED)
+                with DmServer(scenario("several_messages", **changes)) as server:
+                    server.session.client_nonce = ended.client_nonce
+                    server.session.server_nonce = ended.server_nonce
+                    self.handset.dmclient("account", "set", "Test", f"address={server.url}")
+                    result = self.handset.dmclient("session", "Test")
+                    report = server.session.report()
+                self.assertEqual((result.returncode, report["faults"]), (SUCCESS, []))
+                self.assertEqual(server.session.client_failures, 0)
+                self.assertEqual(server.session.server_challenges, 0)
 
 
 if __name__ == "__main__":
