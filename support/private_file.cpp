@@ -4,6 +4,7 @@
 #include "private_storage.h"
 
 #include <QFile>
+#include <QSaveFile>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -90,6 +91,21 @@ Expected<void, QString> PrivateFile::replace(const QByteArray &bytes) const
     }
     syncFolderOf(path);
     return {};
+}
+
+Expected<void, QString> replacePrivately(const QString &path, const QByteArray &bytes)
+{
+    QSaveFile file(path);
+    // The last bytes reach the disk in commit() otherwise, which does not tell when they do not.
+    const bool isWritten = file.open(QIODevice::WriteOnly) &&
+                           file.setPermissions(QFile::ReadOwner | QFile::WriteOwner) &&
+                           file.write(bytes) == bytes.size() && file.flush();
+    const int reason = errno; // of a write that took a part only, of which Qt has none
+    if (isWritten && file.commit())
+        return {};
+    const bool isKnown = file.error() != QFileDevice::NoError;
+    return Unexpected(QStringLiteral("cannot write %1: %2")
+                          .arg(path, isKnown ? file.errorString() : systemReason(reason)));
 }
 
 } // namespace support

@@ -37,4 +37,8 @@ private:
     qsizetype m_largestBytes;
 };
 
+/// Replaces a file outside of a state directory in one step, with mode 0600. A failure, such as a
+/// full disk, leaves it as it was; the error is a sentence that names the file and the reason.
+Expected<void, QString> replacePrivately(const QString &path, const QByteArray &bytes);
+
 } // namespace support

@@ -2,11 +2,11 @@
 
 #include "commands.h"
 #include "installed_page.h"
+#include "private_file.h"
 #include "recording.h"
 
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 
 namespace client::cli {
 
@@ -41,19 +41,6 @@ support::Expected<void, QString> checkTarget(const QString &file)
         return {};
     return support::Unexpected(
         QStringLiteral("%1 is there and is not a report; name another file with -o").arg(file));
-}
-
-/// Writes a file that only its owner can read, since records can hold what is nobody else's.
-support::Expected<void, QString> writePrivately(const QString &file, const QByteArray &bytes)
-{
-    QSaveFile target(file);
-    const bool isWritten = target.open(QIODevice::WriteOnly) &&
-                           target.setPermissions(QFile::ReadOwner | QFile::WriteOwner) &&
-                           target.write(bytes) == bytes.size() && target.commit();
-    if (isWritten)
-        return {};
-    return support::Unexpected(
-        QStringLiteral("cannot write %1: %2").arg(file, target.errorString()));
 }
 
 /// The name of a record with another ending, in the current folder.
@@ -95,7 +82,7 @@ ExitStatus runReport(Context &context)
     }
     if (const auto check = checkTarget(file); !check)
         return wrongUsage(context, check.error());
-    if (const auto written = writePrivately(file, *page); !written)
+    if (const auto written = support::replacePrivately(file, *page); !written)
         return problem(context, written.error(), ExitStatus::Unusable);
     context.output.line(file);
     return ExitStatus::Success;

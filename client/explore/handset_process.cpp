@@ -1,10 +1,10 @@
 #include "handset_process.h"
 
+#include "private_file.h"
 #include "private_storage.h"
 
 #include <QDir>
 #include <QDirIterator>
-#include <QSaveFile>
 #include <algorithm>
 #include <chrono>
 #include <utility>
@@ -60,12 +60,7 @@ Expected<void, QString> copyFile(const QString &from, const QString &to)
     const QByteArray bytes = source.readAll();
     if (source.error() != QFileDevice::NoError)
         return Unexpected(cannot("read", source));
-    QSaveFile target(to);
-    if (!target.open(QIODevice::WriteOnly) ||
-        !target.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner) ||
-        target.write(bytes) != bytes.size() || !target.flush() || !target.commit())
-        return Unexpected(cannot("write", target));
-    return {};
+    return support::replacePrivately(to, bytes);
 }
 
 Expected<void, QString> copyState(const QString &from, const QString &to)

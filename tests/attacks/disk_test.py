@@ -100,6 +100,29 @@ class FullDisk(SessionTest):
             self.assert_says_that_it_is_not_kept(result, "properties.json")
         self.assert_everything_is_as_before()
 
+    def test_a_report_that_does_not_fit_leaves_the_one_before(self):
+        """A page of a session that is larger than what is left of the disk, whatever is left."""
+        record = os.path.join(self.handset.home, "record")
+        self.handset.dmclient("--record", record, "get", "./DevInfo/Man")
+        page = os.path.join(self.folder, "page.html")
+        self.fill()
+        self.make_room()
+        for room in (0, 4096, 20_000, 60_000):
+            with self.subTest(room=room):
+                with open(page, "wb") as file:
+                    file.write(b"")
+                free = shutil.disk_usage(self.folder).free
+                with open(self.filler, "wb", buffering=0) as file:
+                    file.write(bytes(max(0, free - room)))
+                result = self.handset.dmclient("report", record, "-o", page)
+                self.assertEqual(result.returncode, UNUSABLE)
+                self.assertIn(f"cannot write {page}: No space left on device",
+                              result.stderr.decode())
+                self.assertEqual(os.path.getsize(page), 0)
+                self.assertEqual([name for name in os.listdir(self.folder) if "page" in name],
+                                 ["page.html"])
+                self.make_room()
+
     def test_a_session_whose_nonces_are_lost_is_no_success(self):
         """A server gives nonces for the next session: that they are lost is said, and the session
         ends before the two ends have different ones."""
