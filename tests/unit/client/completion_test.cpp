@@ -31,8 +31,8 @@ using Words = std::vector<std::string>;
 TEST_F(CompletionTest, CommandsOfTheShellAreOffered)
 {
     EXPECT_EQ(after(""), (Words{"tree", "get", "add", "replace", "rename", "delete", "copy",
-                                "process", "session", "replay", "account", "bootstrap", "record",
-                                "report", "ddf", "stored", "quit", "help"}));
+                                "process", "session", "notify", "replay", "account", "bootstrap",
+                                "record", "report", "ddf", "stored", "quit", "help"}));
     EXPECT_EQ(after("re"), (Words{"replace", "rename", "replay", "record", "report"}));
     EXPECT_EQ(after("help ge"), Words{"get"});
 }
