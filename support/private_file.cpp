@@ -96,16 +96,18 @@ Expected<void, QString> PrivateFile::replace(const QByteArray &bytes) const
 Expected<void, QString> replacePrivately(const QString &path, const QByteArray &bytes)
 {
     QSaveFile file(path);
-    // The last bytes reach the disk in commit() otherwise, which does not tell when they do not.
-    const bool isWritten = file.open(QIODevice::WriteOnly) &&
-                           file.setPermissions(QFile::ReadOwner | QFile::WriteOwner) &&
-                           file.write(bytes) == bytes.size() && file.flush();
-    const int reason = errno; // of a write that took a part only, of which Qt has none
+    // What is left in a buffer reaches the disk in commit(), which does not tell when it does not.
+    // Of a write that takes a part only the reason comes with the next one.
+    bool isWritten = file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) &&
+                     file.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
+    for (qsizetype at = 0; isWritten && at < bytes.size();) {
+        const qint64 count = file.write(bytes.constData() + at, bytes.size() - at);
+        isWritten = count > 0;
+        at += count;
+    }
     if (isWritten && file.commit())
         return {};
-    const bool isKnown = file.error() != QFileDevice::NoError;
-    return Unexpected(QStringLiteral("cannot write %1: %2")
-                          .arg(path, isKnown ? file.errorString() : systemReason(reason)));
+    return Unexpected(QStringLiteral("cannot write %1: %2").arg(path, file.errorString()));
 }
 
 } // namespace support

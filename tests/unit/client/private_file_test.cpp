@@ -208,6 +208,23 @@ TEST_F(PrivateFileTest, WhatIsNoJsonObjectIsRefusedWithThePlace)
     EXPECT_EQ(object, (QJsonObject{{QStringLiteral("a"), 1}}));
 }
 
+TEST(ReplacePrivately, FileThatDoesNotFitLeavesTheOneBefore)
+{
+    const QTemporaryDir directory;
+    const QString path = directory.filePath(QStringLiteral("file"));
+    ASSERT_TRUE(replacePrivately(path, "before"));
+    for (const qsizetype size : {11, 100'000}) {
+        const FileSizeLimit limit(10);
+        const auto replaced = replacePrivately(path, QByteArray(size, 'x'));
+        ASSERT_FALSE(replaced);
+        EXPECT_EQ(replaced.error(), QStringLiteral("cannot write %1: File too large").arg(path));
+    }
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_EQ(file.readAll(), "before");
+    EXPECT_EQ(QDir(directory.path()).entryList(QDir::Files).size(), 1);
+}
+
 } // namespace
 
 } // namespace support
