@@ -11,17 +11,27 @@
 #include "answer_queue.h"
 #include "callgrind.h"
 #include "codec.h"
+#include "dm_message.h"
+#include "known_secrets.h"
+#include "message_scan.h"
 #include "node_uri.h"
 #include "node_value.h"
+#include "notification_message.h"
 #include "package.h"
 #include "profile_json.h"
 #include "property_store.h"
 #include "provider_database.h"
+#include "provisioning_document.h"
+#include "record_reader.h"
+#include "record_text.h"
+#include "serialised_objects.h"
 #include "settings_format.h"
 #include "terminal.h"
 #include "tnds.h"
+#include "tnds_reader.h"
 #include "user_interaction.h"
 #include "words.h"
+#include "wsp_push.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -84,6 +94,78 @@ QByteArray manyItems(qsizetype size)
         "<Get><CmdID>1</CmdID>" +
         pieces(size, numbered("<Item><Target><LocURI>./a/", "</LocURI></Target></Item>")) +
         "</Get>");
+}
+
+QByteArray serialisedTree(const QByteArray &nodes)
+{
+    return "<MgmtTree xmlns='syncml:dmddf1.2'><VerDTD>1.2</VerDTD>" + nodes + "</MgmtTree>";
+}
+
+QByteArray leaves(qsizetype size)
+{
+    return pieces(size, numbered("<Node><NodeName>n",
+                                 "</NodeName><RTProperties><Format><chr/></Format><Type>"
+                                 "<MIME>text/plain</MIME></Type></RTProperties>"
+                                 "<Value>v</Value></Node>"));
+}
+
+QByteArray folderOf(const QByteArray &nodes, const QByteArray &name = {})
+{
+    return "<Node><NodeName>" + name +
+           "</NodeName><RTProperties><Format><node/></Format><Type><DDFName/></Type>"
+           "</RTProperties>" +
+           nodes + "</Node>";
+}
+
+QByteArray serialisedLeavesInWbxml(qsizetype size)
+{
+    constexpr char documentType[] = "-//OMA//DTD-DM-DDF 1.2//EN";
+    QByteArray bytes = QByteArray::fromHex("0200006a1b") + QByteArray(documentType);
+    bytes += QByteArray::fromHex("000002607703") + "1.2" + QByteArray::fromHex("0001");
+    bytes += pieces(size, [](int i) { // a Node with its NodeName, Format chr, and Value
+        return QByteArray::fromHex("646603") + 'n' + QByteArray::number(i) +
+               QByteArray::fromHex("00016f5c0b01017603") + 'v' + QByteArray::fromHex("000101");
+    });
+    return bytes + '\x01';
+}
+
+QByteArray addTo(const QByteArray &uri, const QByteArray &tree)
+{
+    return xmlMessage("<Add><CmdID>1</CmdID><Item><Target><LocURI>" + uri +
+                      "</LocURI></Target><Meta><Format xmlns='syncml:metinf'>xml</Format>"
+                      "<Type xmlns='syncml:metinf'>application/vnd.syncml.dmtnds+xml</Type></Meta>"
+                      "<Data>" +
+                      tree + "</Data></Item></Add>");
+}
+
+QByteArray provisioningXml(const QByteArray &content)
+{
+    return "<wap-provisioningdoc version='1.0'>" + content + "</wap-provisioningdoc>";
+}
+
+/// Parms of a characteristic.
+QByteArray provisioningInWbxml(const QByteArray &parms)
+{
+    return QByteArray::fromHex("030b6a0045c65003410001") + parms + QByteArray::fromHex("0101");
+}
+
+/// A number as WSP has it: seven bits in a byte, and a bit that says that there are more.
+QByteArray wspNumber(qsizetype number)
+{
+    QByteArray bytes(1, static_cast<char>(number & 0x7F));
+    for (qsizetype rest = number >> 7; rest != 0; rest >>= 7)
+        bytes.prepend(static_cast<char>(0x80 | (rest & 0x7F)));
+    return bytes;
+}
+
+QByteArray push(const QByteArray &header, const QByteArray &body)
+{
+    return QByteArray::fromHex("0106") + wspNumber(header.size()) + header + body;
+}
+
+QByteArray record(const QByteArray &events)
+{
+    return "{\"t\":0,\"event\":\"run\",\"format\":1}\n" + events;
 }
 
 // ---- Parsers -------------------------------------------------------------------------------------
@@ -249,6 +331,85 @@ void writeTree(const QByteArray &address)
         qFatal("no document");
 }
 
+void readSerialisedTree(const QByteArray &bytes)
+{
+    if (const auto nodes = client::readTnds(bytes); !nodes)
+        qFatal("no tree: %s", qPrintable(nodes.error().reason));
+}
+
+void readUnfinishedTree(const QByteArray &bytes)
+{
+    static_cast<void>(client::readTnds(bytes));
+}
+
+void readObjects(const QByteArray &bytes)
+{
+    const auto nodes = client::bootstrap::readDmMessage(bytes);
+    if (!nodes)
+        qFatal("no objects: %s", qPrintable(nodes.error()));
+    if (const auto document = client::bootstrap::documentOfObjects(*nodes); !document)
+        qFatal("no document: %s", qPrintable(document.error()));
+}
+
+void readProvisioning(const QByteArray &bytes)
+{
+    client::bootstrap::ProvisioningLimits limits;
+    limits.elements = std::numeric_limits<int>::max();
+    limits.valueBytes = std::numeric_limits<qsizetype>::max();
+    const auto document = client::bootstrap::readProvisioningDocument(bytes, limits);
+    if (!document)
+        qFatal("no document: %s", qPrintable(document.error()));
+}
+
+void readPush(const QByteArray &bytes)
+{
+    if (const auto push = client::push::readWspPush(bytes); !push)
+        qFatal("no push: %s", qPrintable(push.error()));
+}
+
+void readNotification(const QByteArray &bytes)
+{
+    static_cast<void>(client::notification::readNotification(bytes));
+}
+
+void tellRecord(const QByteArray &bytes)
+{
+    readFile(bytes, [](const QString &file, QString &error) {
+        auto reader = client::RecordReader::open(file);
+        if (!reader) {
+            error = reader.error();
+            return false;
+        }
+        for (;;) {
+            const auto event = reader->next();
+            if (!event)
+                error = event.error();
+            if (!event || !*event)
+                return bool(event);
+            client::eventLines(**event);
+        }
+    });
+}
+
+/// As the recorder looks at a message before it writes it down.
+void maskMessage(const QByteArray &bytes)
+{
+    const auto encoding = bytes.startsWith('<') ? syncml::Encoding::Xml : syncml::Encoding::Wbxml;
+    client::KnownSecrets known;
+    known.add("a secret");
+    client::secretSpans(bytes, encoding, {});
+    client::unreadSecretSpans(bytes, encoding, known, {});
+    client::possiblySecretSpans(bytes, encoding);
+}
+
+void maskText(const QByteArray &bytes)
+{
+    client::KnownSecrets known;
+    known.add("xxxxxxxxxxxxxxxy");
+    known.add("xy");
+    known.masked(bytes);
+}
+
 struct Parser {
     const char *name;
     std::function<QByteArray(qsizetype size)> input;
@@ -339,6 +500,103 @@ const Parser parsers[] = {
      runPackage},
     {"serialised-tree", [](qsizetype size) { return "." + pieces(size / 4, numbered("/n", "")); },
      writeTree},
+    {"serialised-leaves-to-be-read", [](qsizetype size) { return serialisedTree(leaves(size)); },
+     readSerialisedTree},
+    {"serialised-value-of-escapes",
+     [](qsizetype size) {
+         return serialisedTree("<Node><NodeName>n</NodeName><Value>" +
+                               QByteArray("&#38;").repeated(size / 5) + "</Value></Node>");
+     },
+     readSerialisedTree},
+    {"serialised-tree-in-base64",
+     [](qsizetype size) { return serialisedTree(leaves(size * 3 / 4)).toBase64(); },
+     readSerialisedTree},
+    {"serialised-tree-never-closed",
+     [](qsizetype size) {
+         return "<MgmtTree>" + QByteArray("<Node><NodeName/></Node><Node>").repeated(size / 30);
+     },
+     readUnfinishedTree},
+    {"serialised-leaves-in-wbxml", serialisedLeavesInWbxml, readSerialisedTree},
+    {"serialised-tree-that-is-added",
+     [](qsizetype size) { return addTo("./t/x", serialisedTree(folderOf(leaves(size)))); },
+     runPackage},
+    {"serialised-objects-for-the-inbox",
+     [](qsizetype size) { return addTo("./Inbox", serialisedTree(folderOf(leaves(size), "o"))); },
+     readObjects},
+    {"provisioning-parms",
+     [](qsizetype size) {
+         return provisioningXml("<characteristic type='NAPDEF'>" +
+                                pieces(size, numbered("<parm name='NAPID' value='", "'/>")) +
+                                "</characteristic>");
+     },
+     readProvisioning},
+    {"provisioning-characteristics",
+     [](qsizetype size) {
+         return provisioningXml(pieces(size, numbered("<characteristic type='T", "'/>")));
+     },
+     readProvisioning},
+    {"provisioning-value-of-escapes",
+     [](qsizetype size) {
+         return provisioningXml("<characteristic type='NAPDEF'><parm name='NAME' value='" +
+                                QByteArray("&amp;").repeated(size / 5) + "'/></characteristic>");
+     },
+     readProvisioning},
+    {"provisioning-in-wbxml",
+     [](qsizetype size) {
+         const QByteArray parm = QByteArray::fromHex("87070603410001");
+         return provisioningInWbxml(parm.repeated(size / parm.size()));
+     },
+     readProvisioning},
+    {"provisioning-value-in-pieces",
+     [](qsizetype size) {
+         const QByteArray piece = QByteArray::fromHex("034100");
+         return provisioningInWbxml(QByteArray::fromHex("870706") +
+                                    piece.repeated(size / piece.size()) + '\x01');
+     },
+     readProvisioning},
+    {"push-of-many-headers",
+     [](qsizetype size) {
+         return push("\xC4" + QByteArray("X\0y\0", 4).repeated(size / 4), "body");
+     },
+     readPush},
+    {"push-of-many-parameters",
+     [](qsizetype size) {
+         constexpr char lengthFollows = 0x1F;
+         const QByteArray content = "\xC4" + QByteArray("x\0y\0", 4).repeated(size / 4);
+         return push(lengthFollows + wspNumber(content.size()) + content, "body");
+     },
+     readPush},
+    {"notification-that-is-too-long",
+     [](qsizetype size) { return push(QByteArray::fromHex("c4af87"), QByteArray(size, '\x02')); },
+     readNotification},
+    {"record-of-many-events",
+     [](qsizetype size) {
+         return record(
+             pieces(size, numbered("{\"event\":\"wait\",\"reason\":\"x\",\"us\":1,\"t\":", "}\n")));
+     },
+     tellRecord},
+    {"record-of-one-long-event",
+     [](qsizetype size) {
+         // A file hands out the first 16 KiB of a line faster than the rest.
+         const qsizetype farBeyondTheBuffer = 16 * size;
+         return record("{\"t\":1,\"event\":\"wait\",\"us\":1,\"reason\":\"" +
+                       QByteArray("\\u001b").repeated(farBeyondTheBuffer / 6) + "\"}\n");
+     },
+     tellRecord},
+    {"recorded-message-in-xml", manyItems, maskMessage},
+    {"recorded-message-in-wbxml", [](qsizetype size) { return inWbxml(manyItems(size)); },
+     maskMessage},
+    {"recorded-comments-never-closed",
+     [](qsizetype size) { return replaceWith(QByteArray("<!-- a sec").repeated(size / 10)); },
+     maskMessage},
+    {"recorded-quotes-never-closed",
+     [](qsizetype size) { return replaceWith(QByteArray("<a b='").repeated(size / 6)); },
+     maskMessage},
+    {"recorded-tree-that-is-added",
+     [](qsizetype size) { return addTo("./t/x", serialisedTree(folderOf(leaves(size)))); },
+     maskMessage},
+    {"text-that-is-nearly-a-secret", [](qsizetype size) { return QByteArray(size, 'x'); },
+     maskText},
     {"interaction-options", [](qsizetype size) { return pieces(size, numbered("MINDT=", "&")); },
      [](const QByteArray &bytes) { client::parseInteractionOptions(bytes); }},
     {"properties-file",

@@ -17,6 +17,7 @@
 
 #include "child_process.h"
 #include "connection_database.h"
+#include "stored_maximum.h"
 
 namespace {
 
@@ -430,6 +431,21 @@ TEST_F(ConnectionDatabaseTest, ReplacedSecretIsNotInTheFileAnyMore)
     QFile file(QString::fromStdString(m_path));
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
     EXPECT_FALSE(file.readAll().contains("recognisable"));
+}
+
+TEST_F(ConnectionDatabaseTest, MaximumOfProfilesIsKeptInIt)
+{
+    const auto readBack = [this] {
+        unsigned int maximum = 0;
+        const StoreResult result = readMaximum(open()->file(), maximum);
+        EXPECT_FALSE(result.failed()) << result.message;
+        return maximum;
+    };
+    EXPECT_EQ(readBack(), defaultMaximum);
+    for (const unsigned int maximum : {1U, 1500U, largestMaximum}) {
+        ASSERT_FALSE(storeMaximum(open()->file(), maximum).failed());
+        EXPECT_EQ(readBack(), maximum);
+    }
 }
 
 TEST_F(ConnectionDatabaseTest, DatabaseOfTheFirstFormatKeepsItsNumbers)

@@ -87,6 +87,29 @@ class ProgramsTest(HandsetTest):
         self.assertEqual([name for name in os.listdir(self.handset.client_file("")) if "scratch" in name], [])
         return (result.stdout + result.stderr).splitlines()
 
+    def test_properties_follow_the_connection_that_nmcli_renames(self):
+        self.add_connection("apn", "hand.apn")
+        hand, team = CONN + "/Hand", CONN + "/Team"
+        self.client("replace", hand + "?prop=ACL", "Get=*")
+        self.client("replace", hand + "?prop=Title", "Ours")
+        self.nmcli("connection", "modify", "Hand", "connection.id", "Team")
+        self.add_connection("apn", "another.apn")
+        self.assertEqual(self.client("get", team + "/Addr"), ["hand.apn"])
+        self.assertEqual(self.client("get", team, "--prop", "ACL"), ["Get=*"])
+        self.assertEqual(self.client("get", team, "--prop", "Title"), ["Ours"])
+        self.assertEqual(self.client("get", hand + "/Addr"), ["another.apn"])
+        self.assertNotEqual(self.client("get", hand, "--prop", "ACL"), ["Get=*"])
+        self.assertEqual(self.client("get", hand, "--prop", "Title"), [""])
+
+    def test_the_maximum_is_kept_with_the_connections(self):
+        self.add_connection("apn", "hand.apn")
+        create = ["napictl", "--backend", "networkmanager", "create"]
+        self.run_program(*create, "Second", KUB_NAPI_MAX="2")
+        full = self.run_program(*create, "Third", expected=FAILED)
+        self.assertIn("the profile store is full", full.stderr)
+        self.run_program("napictl", "create", "Third")  # the other store has its own
+        self.run_program(*create, "Third", KUB_NAPI_MAX="3")
+
     def test_what_the_next_mount_says_is_told_after_the_run(self):
         self.add_connection("apn", "hand.apn", "ipv4.dns", "10.0.0.1")
         hand = CONN + "/Hand"
