@@ -31,6 +31,12 @@ class UnitTest(unittest.TestCase):
         self.assertEqual(settings["StateDirectoryMode"], "0700")
         self.assertIn("--state=%S/" + settings["StateDirectory"], settings["ExecStart"].split())
 
+    def test_a_device_has_its_settings_in_a_file_that_need_not_be_there(self):
+        with open(UNIT, encoding="ascii") as file:
+            lines = file.read().splitlines()
+        self.assertIn("EnvironmentFile=-/etc/default/dmclientd", lines)
+        self.assertIn("ExecStart=dmclientd --state=%S/kub-dm $DMCLIENTD_OPTIONS", lines)
+
     def test_nobody_but_root_may_be_the_service(self):
         root = xml.parse(POLICY).getroot()
         owners = [policy.attrib for policy in root for rule in policy
