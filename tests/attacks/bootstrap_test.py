@@ -4,10 +4,11 @@ import json
 import os
 import unittest
 
-from bootstrap_messages import (BlankHandsetTest, access_point, application, document, hmac_sha1, parm,
-                                push, uintvar, vector)
+from blank_handset import BlankHandsetTest
 from handset import CONN
 from hostile_text import HOSTILE, harmful_in
+from provisioning import (access_point, application, document, hmac_sha1, parm, push, uintvar,
+                          vector)
 from instructions import CALLGRIND, times_as_many
 from serialised_trees import (access_point as serialised_access_point, account, interior, leaf,
                               message_wbxml, message_xml)

@@ -7,7 +7,7 @@ A tree is a list of nodes; a node is a dict of "name" and "nodes" or "value", an
 import base64
 from xml.sax.saxutils import escape
 
-from bootstrap_messages import uintvar
+from provisioning import uintvar
 
 XML_TYPE = "application/vnd.syncml.dmtnds+xml"
 WBXML_TYPE = "application/vnd.syncml.dmtnds+wbxml"

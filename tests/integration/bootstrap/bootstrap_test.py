@@ -4,9 +4,10 @@ import json
 import os
 import unittest
 
-from bootstrap_messages import (CONNECTIVITY_XML, BlankHandsetTest, access_point, application,
-                                characteristic, document, half_octets, parm, push, vector)
+from blank_handset import BlankHandsetTest
 from handset import CONN, PROXY
+from provisioning import (CONNECTIVITY_XML, access_point, application, characteristic, document,
+                          half_octets, parm, push, vector)
 from serialised_trees import (DM_WBXML, DM_XML, access_point as serialised_access_point, account, leaf,
                               message_wbxml, message_xml)
 from sessions import REFUSED, SUCCESS, USAGE

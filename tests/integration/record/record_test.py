@@ -9,9 +9,9 @@ import unittest
 
 import commands
 import records
-from bootstrap_messages import access_point, characteristic, document, parm
 from dmserver import DmServer
 from handset import CONN, PLUGIN, SECRET, Handset
+from provisioning import access_point, characteristic, document, parm
 from sessions import (CERTIFICATE, ENCODINGS, KEY, KINDS, SECRETS, SUCCESS, UNUSABLE, USAGE,
                       SessionTest, scenario, scenario_names)
 from terminal import Terminal
