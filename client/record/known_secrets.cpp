@@ -1,5 +1,6 @@
 #include "known_secrets.h"
 
+#include <QByteArrayList>
 #include <algorithm>
 #include <cctype>
 #include <cstring>
