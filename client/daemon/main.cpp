@@ -3,8 +3,11 @@
 #include "boot_clock.h"
 #include "journal.h"
 #include "manager_object.h"
+#include "modem_messages.h"
 #include "network_state.h"
+#include "notification_handler.h"
 #include "notification_listener.h"
+#include "notification_message.h"
 #include "program_folder.h"
 #include "service.h"
 #include "service_manager.h"
@@ -152,9 +155,16 @@ int serve(const QCoreApplication &application)
                         .arg(QString::fromLatin1(serviceName), bus.lastError().message()));
 
     const NetworkState network(bus, [&service](bool isOnline) { service.setOnline(isOnline); });
+    NotificationHandler notifications(service);
+    const ModemMessages messages(bus, [&notifications](const QByteArray &data) {
+        if (!notification::isNotificationPush(data))
+            return ModemMessages::Outcome::NotOurs;
+        return notifications.handle(data) ? ModemMessages::Outcome::Over
+                                          : ModemMessages::Outcome::Open;
+    });
     std::unique_ptr<NotificationListener> listening;
     if (options.notificationPort) {
-        auto listenerOpened = NotificationListener::open(service, *options.notificationPort);
+        auto listenerOpened = NotificationListener::open(notifications, *options.notificationPort);
         if (!listenerOpened)
             return fail(listenerOpened.error());
         listening = *std::move(listenerOpened);
