@@ -182,11 +182,16 @@ void Session::queueAlert(AlertCode code)
     queue(makeAlert(code));
 }
 
-void Session::queueFirstPackage()
+void Session::queueBeginning()
 {
     m_isFirstPackage = true;
     queueAlert(m_options.isNotified ? AlertCode::ServerInitiated : AlertCode::ClientInitiated);
     queue(deviceInformation());
+}
+
+void Session::queueFirstPackage()
+{
+    queueBeginning();
     for (const ClientEvent &event : m_options.events) {
         Item item;
         item.meta.emplace();
@@ -445,8 +450,7 @@ void Session::endOrGoOn(bool hasAnswers)
         m_serverIsFinal = true; // what it had to say it will say again
         queueFirstPackage();
     } else if (isUnproved && !hasAnswers) {
-        // A challenge on its own would only come back.
-        fail(QStringLiteral("the server did not prove who it is"));
+        askAgainWhoTheServerIs();
     } else if (!hasAnswers && m_serverIsFinal && m_otherVersions == 0) {
         end(SessionEnd::Kind::Completed, {});
     } else if (!m_serverIsFinal && !m_requestIsQueued) {
@@ -457,6 +461,19 @@ void Session::endOrGoOn(bool hasAnswers)
         fail(QStringLiteral("the server could not prove who it is"));
     if (m_otherVersions >= mostServerFailures)
         fail(QStringLiteral("the server does not speak %1").arg(QLatin1String(protocolVersion)));
+}
+
+/// A server that has nothing to do has nothing to say again once it is challenged, so the challenge
+/// takes the first package with it, which a server answers. It gets one chance: without this no
+/// session would go through in which the server lost its nonce, or has none, as after each session
+/// by HMAC. What the client had to tell the server of itself is not told twice.
+void Session::askAgainWhoTheServerIs()
+{
+    if (m_verifier.failures() > 1) {
+        fail(QStringLiteral("the server did not prove who it is"));
+        return;
+    }
+    queueBeginning();
 }
 
 // ---- Header and statuses -------------------------------------------------------------------------

@@ -103,11 +103,14 @@ private:
     void receive(const TransportResponse &response, const syncml::Message &message);
     void refuseMessage(const TransportResponse &response, const syncml::DecodeError &error);
     void endOrGoOn(bool hasAnswers);
+    void askAgainWhoTheServerIs();
     void end(SessionEnd::Kind kind, const QString &reason);
     void fail(const QString &reason) { end(SessionEnd::Kind::Failed, reason); }
     void abort(SessionEnd::Kind kind, const QString &reason);
 
     // ---- What the client says
+    /// The first package without the client's events.
+    void queueBeginning();
     void queueFirstPackage();
     void queue(syncml::Command &&command);
     void queue(std::vector<syncml::Command> &&commands);

@@ -98,9 +98,42 @@ class DmServer(http.server.ThreadingHTTPServer):
             self.socket = tls.wrap_socket(self.socket, server_side=True)
             scheme = "https"
         self.lock = threading.Lock()
+        self.changed = threading.Condition()  # of these two
+        self.connections = 0
+        self.open_connections = 0
         self.ended = threading.Event()
         self.url = f"{scheme}://127.0.0.1:{self.server_address[1]}/"
         self.session = sessions.Session(scenario, self.url, log)
+
+    def begin_session(self, scenario):
+        """The next session with the same client, with the nonces that the last one left."""
+        self.hear_out()
+        last = self.session
+        self.session = sessions.Session(scenario, self.url, last.log)
+        self.session.client_nonce = last.client_nonce
+        self.session.server_nonce = last.server_nonce
+
+    def hear_out(self):
+        """Waits until what clients have sent that are gone by now is in the session."""
+        known = self.connections
+        # Whoever waits to be let in is let in before this one.
+        socket.create_connection(self.server_address).close()
+        with self.changed:
+            heard = self.changed.wait_for(
+                lambda: self.connections > known and self.open_connections == 0, timeout=60)
+        assert heard, "a client has not hung up"
+
+    def process_request(self, request, client_address):
+        with self.changed:
+            self.connections += 1
+            self.open_connections += 1
+        super().process_request(request, client_address)
+
+    def shutdown_request(self, request):
+        super().shutdown_request(request)
+        with self.changed:
+            self.open_connections -= 1
+            self.changed.notify_all()
 
     def handle_error(self, request, client_address):
         """A client that hangs up in the middle is part of the scenarios."""

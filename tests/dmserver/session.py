@@ -71,6 +71,10 @@ class Session:
         self.server_accepted = scenario["server_auth"] == "none"
         self.server_nonce = scenario["server_nonce"].encode()
         self.server_challenges = 0
+        # Of the nonces for the next session: whether the client must still have them, however this one
+        # ends, since it has answered what brought one, or has given one for a proof.
+        self.client_nonce_is_heard = False
+        self.server_nonce_is_agreed = False
 
     # ---- What is noted ---------------------------------------------------------------------------
 
@@ -208,6 +212,7 @@ class Session:
                               and not self.scenario["per_message"]):
             if kind != "none" and header.find("Cred") is not None:
                 self.fault("credentials after 212")
+            self.client_nonce_is_heard = True
             return (200 if kind == "none" else 212), None
         given = self.given_proof(kind, header, headers)
         expected = self.expected_proof(kind, body)
@@ -256,6 +261,7 @@ class Session:
             nonce = status.text("Chal", "Meta", "NextNonce")
             if nonce:
                 self.server_nonce = base64.b64decode(nonce)
+                self.server_nonce_is_agreed = code < 300
             if code == 212 or (code == 200 and self.scenario["server_auth"] == "hmac"):
                 self.server_accepted = True
             if code in (401, 407):

@@ -61,10 +61,11 @@ class ServiceFixture(SessionTest):
 
     def serve(self, name="profiles", **changes):
         """A server with an account of the handset; sessions with it leave their report behind."""
-        server = DmServer(scenario(name, **changes))
+        played = scenario(name, **changes)
+        server = DmServer(played)
         server.__enter__()
         self.addCleanup(server.__exit__, None, None, None)
-        self.add_account(server.url)
+        self.add_account(server.url, played["client_auth"], played["server_auth"])
         return server
 
 
@@ -171,6 +172,24 @@ class ServiceTest(ServiceFixture):
         [account] = self.status()["Accounts"]
         self.assertGreater(account["next"], result["ended"] + 3000 * 1000)
         self.assertRegex(self.client("status").stdout, r"Test  next session .*, every 3600 s\n")
+
+    def test_polls_that_a_server_has_nothing_for_are_no_failures(self):
+        for kind in ("md5", "hmac"):
+            with self.subTest(proof=kind):
+                server = self.serve(client_auth=kind, server_auth=kind, packages=[])
+                if not self.service:
+                    self.start_service()
+                self.assertEqual(self.client("session", "Test").returncode, SUCCESS)
+                server.begin_session(server.session.scenario)
+                seen = len(self.status()["LastResults"])
+                self.client("account", "set", "Test", "polling-interval=3600",
+                            "polling-first-delay=0")
+                [result] = self.wait_until(lambda: self.status()["LastResults"][seen:])
+                self.assertEqual((result["cause"], result["session"]), ("schedule", "completed"),
+                                 result)
+                [account] = self.status()["Accounts"]
+                self.assertGreater(account["next"], result["ended"] + 3000 * 1000)
+                self.client("account", "remove", "Test")
 
     def test_it_ends_in_good_order_and_knows_afterwards_what_was(self):
         self.add_account("http://127.0.0.1:1/")

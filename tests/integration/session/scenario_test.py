@@ -61,18 +61,36 @@ class ScenarioTest(SessionTest):
             with self.subTest(proof=kind):
                 played = scenario("several_messages", client_auth=kind, server_auth=kind,
                                   end="statuses")
-                _, _, first = self.play(played, client_auth=kind, server_auth=kind)
-                known = self.last_server_session
                 with DmServer(played) as server:
-                    server.session.client_nonce = known.client_nonce
-                    server.session.server_nonce = known.server_nonce
-                    self.handset.dmclient("account", "set", "Test", f"address={server.url}")
-                    result = self.handset.dmclient("session", "Test")
-                    second = server.session.report()
-                self.assertEqual((result.returncode, second["faults"]), (SUCCESS, []))
+                    first = self.next_session(server, played, account=kind)
+                    second = self.next_session(server, played)
                 self.assertEqual(second["requests"], first["requests"] - 1 + server_challenges)
                 self.assertEqual(server.session.client_failures, 0)
                 self.assertEqual(server.session.server_challenges, server_challenges)
+
+    def next_session(self, server, played, *options, account=None):
+        """One more session with that server, which keeps its nonces. Returns its report."""
+        server.begin_session(played)
+        if account:
+            self.handset.dmclient("account", "remove", "Test")
+            self.add_account(server.url, client_auth=account, server_auth=account)
+        result = self.handset.dmclient("session", "Test", *options)
+        report = server.session.report()
+        self.assertEqual((result.returncode, report["faults"]), (SUCCESS, []),
+                         result.stdout.decode() + result.stderr.decode())
+        return report
+
+    def test_a_server_with_nothing_to_do_is_met_again_and_again(self):
+        # One that has no nonce left, as by each session of these, is challenged with a whole package.
+        for encoding, (kind, requests) in itertools.product(ENCODINGS, (
+                ("none", 1), ("basic", 1), ("md5", 2), ("hmac", 2))):
+            with self.subTest(encoding=encoding, proof=kind):
+                quiet = scenario("profiles", client_auth=kind, server_auth=kind, packages=[])
+                with DmServer(quiet) as server:
+                    reports = [self.next_session(server, quiet, "--encoding", encoding,
+                                                 account=None if number else kind)
+                               for number in range(4)]
+                self.assertEqual([report["requests"] for report in reports], [requests] * 4)
 
     def test_limits_of_the_client_make_the_server_send_chunks(self):
         played = scenario("large_objects", chunk=0)

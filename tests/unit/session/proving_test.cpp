@@ -52,6 +52,22 @@ protected:
             return TransportResponse{bytes, {}, formatHmacHeader({userName, mac}), request.url};
         });
     }
+    /// The server's second message, proved with what the client's second one has challenged it to.
+    void repliesWithProof(AuthType type, const QByteArray &commands)
+    {
+        server.replies([=, this](const TransportRequest &request) {
+            const QByteArray nonce = challengeSent(2)->nonce.value_or(QByteArray());
+            const bool isHmac = type == AuthType::Hmac;
+            TransportResponse response;
+            response.url = request.url;
+            response.body =
+                server.encoded({commands, true, isHmac ? QByteArray() : cred(type, nonce)}, 2);
+            if (isHmac)
+                response.hmac = formatHmacHeader(
+                    {serverIdentity.name, hmacProof(serverIdentity, nonce, response.body)});
+            return response;
+        });
+    }
     /// The challenge that the client sent in its message of that number.
     std::optional<Challenge> challengeSent(std::size_t number) const
     {
@@ -664,12 +680,62 @@ TEST_P(Proving, MessageThatComesAgainEndsTheSession)
     EXPECT_EQ(sent(3), (Lines{"Alert 1223", "Final"}));
 }
 
-TEST_P(Proving, ServerThatAsksForNothingIsNotChallengedBack)
+TEST_P(Proving, ServerWithNothingToDoGetsOneMoreChanceToProveItself)
+{
+    for (const AuthType type : {AuthType::Basic, AuthType::Md5, AuthType::Hmac}) {
+        SCOPED_TRACE(authWord(type).toStdString());
+        server = ScriptedServer(GetParam());
+        serverProves(type);
+        server.says(accepted());
+        repliesWithProof(type, statusFor("SyncHdr", 200, {}, 2));
+        const SessionEnd end = run();
+        EXPECT_EQ(end.kind, Kind::Completed) << end.reason.toStdString();
+        EXPECT_EQ(server.messages.size(), 2U);
+        EXPECT_EQ(sent(2),
+                  (Lines{"Status 0 SyncHdr 407", "Alert 1201", "Replace 5 items", "Final"}))
+            << "a challenge never goes alone";
+        ASSERT_TRUE(challengeSent(2));
+        EXPECT_EQ(challengeSent(2)->type, type);
+    }
+}
+
+TEST_P(Proving, ServerThatHadNothingToDoAndProvedItselfMayHaveSomething)
+{
+    serverProves(AuthType::Hmac);
+    server.says(accepted());
+    repliesWithProof(AuthType::Hmac, accepted() + get("2", {"./DevInfo/Man"}));
+    server.replies([this](const TransportRequest &request) {
+        const QByteArray mac = hmacProof(serverIdentity, *challengeSent(3)->nonce, {});
+        return TransportResponse{{}, {}, formatHmacHeader({serverIdentity.name, mac}), request.url};
+    });
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_EQ(sent(3).at(2), "Results 2 ./DevInfo/Man = maker");
+}
+
+TEST_P(Proving, ServerWithNothingToDoThatDoesNotTakeItsChanceFailsTheSession)
+{
+    for (const AuthType type : {AuthType::Basic, AuthType::Md5, AuthType::Hmac}) {
+        SCOPED_TRACE(authWord(type).toStdString());
+        server = ScriptedServer(GetParam());
+        serverProves(type, "S0");
+        for (int i = 0; i < 5; ++i)
+            server.says(accepted());
+        EXPECT_TRUE(failsWith("the server did not prove who it is"));
+        EXPECT_EQ(server.messages.size(), 2U);
+        EXPECT_EQ(serverNonce(), "S0") << "nobody has proved anything, so the good nonce stays";
+    }
+}
+
+TEST_P(Proving, ServerWithNothingToDoIsNotToldOfAnEventTwice)
 {
     serverProves(AuthType::Md5);
+    options.events.push_back({});
+    options.events.back().type = QStringLiteral("org.example.up");
     server.says(accepted());
-    EXPECT_TRUE(failsWith("the server did not prove who it is"));
-    EXPECT_EQ(server.messages.size(), 1U);
+    repliesWithProof(AuthType::Md5, statusFor("SyncHdr", 200, {}, 2));
+    EXPECT_EQ(run().kind, Kind::Completed);
+    EXPECT_EQ(sent(1).size(), 4U);
+    EXPECT_EQ(sent(2), (Lines{"Status 0 SyncHdr 407", "Alert 1201", "Replace 5 items", "Final"}));
 }
 
 TEST_P(Proving, BothSidesCanChallengeEachOther)
