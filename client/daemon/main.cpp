@@ -138,15 +138,17 @@ int serve(const QCoreApplication &application)
     QObject exported;
     Agents agents(bus);
     ManagerObject object(exported, service, agents, bus);
+    int question = 0; // of the session that runs
     Service::Listener listener;
     listener.changed = [&object] { object.tellChanges(); };
     listener.sessionEnded = [&](const SessionResult &result) {
-        agents.cancel();
+        agents.cancel(question);
         object.tellEnd(result);
     };
-    listener.asked = [&](const QString &account, const QJsonObject &question) {
-        agents.ask(account, question,
-                   [&service](const QJsonObject &answer) { service.answerQuestion(answer); });
+    listener.asked = [&](const QString &account, const QJsonObject &asked) {
+        question = agents.ask(account, asked, [&service](const QJsonObject &answer) {
+            service.answerQuestion(answer);
+        });
     };
     service.setListener(listener);
     if (!bus.registerObject(QString::fromLatin1(managerPath), &exported) ||
@@ -155,7 +157,7 @@ int serve(const QCoreApplication &application)
                         .arg(QString::fromLatin1(serviceName), bus.lastError().message()));
 
     const NetworkState network(bus, [&service](bool isOnline) { service.setOnline(isOnline); });
-    NotificationHandler notifications(service);
+    NotificationHandler notifications(service, agents);
     const ModemMessages messages(bus, [&notifications](const QByteArray &data) {
         if (!notification::isNotificationPush(data))
             return ModemMessages::Outcome::NotOurs;

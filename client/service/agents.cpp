@@ -152,11 +152,13 @@ void Agents::forget(const QString &owner)
 
 // ---- Questions -----------------------------------------------------------------------------------
 
-void Agents::ask(const QString &account, const QJsonObject &question, Answered answered)
+int Agents::ask(const QString &account, const QJsonObject &question, Answered answered)
 {
-    cancel();
-    m_asked = Asked{++m_numbers, account, question, std::move(answered), m_agents, {}};
+    takeBack();
+    const int number = ++m_numbers;
+    m_asked = Asked{number, number, account, question, std::move(answered), m_agents, {}};
     askNext();
+    return number;
 }
 
 void Agents::askNext()
@@ -173,7 +175,7 @@ void Agents::askNext()
     m_asked->agent = left.back();
     left.pop_back();
     // A call of an earlier agent may still be answered.
-    m_asked->number = ++m_numbers;
+    m_asked->call = ++m_numbers;
     QDBusMessage call = QDBusMessage::createMethodCall(m_asked->agent->owner, m_asked->agent->path,
                                                        QString::fromLatin1(agentInterface),
                                                        QString::fromLatin1(row->method));
@@ -181,15 +183,15 @@ void Agents::askNext()
     auto *const watcher =
         new QDBusPendingCallWatcher(m_bus.asyncCall(call, timeLimit(m_asked->question)), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this,
-            [this, number = m_asked->number](QDBusPendingCallWatcher *finished) {
+            [this, number = m_asked->call](QDBusPendingCallWatcher *finished) {
                 take(number, finished->reply());
                 finished->deleteLater();
             });
 }
 
-void Agents::take(int number, const QDBusMessage &reply)
+void Agents::take(int call, const QDBusMessage &reply)
 {
-    if (!m_asked || m_asked->number != number)
+    if (!m_asked || m_asked->call != call)
         return;
     if (const auto answered = answerIn(reply, *rowOf(m_asked->question)))
         answer(*answered);
@@ -204,7 +206,13 @@ void Agents::answer(QJsonObject answer)
     asked.answered(answer);
 }
 
-void Agents::cancel()
+void Agents::cancel(int question)
+{
+    if (m_asked && m_asked->number == question)
+        takeBack();
+}
+
+void Agents::takeBack()
 {
     const auto asked = std::exchange(m_asked, std::nullopt);
     if (!asked || !asked->agent)

@@ -46,9 +46,11 @@ public:
     using Answered = std::function<void(const QJsonObject &answer)>;
     /// Asks, and calls with the answer when there is one: at once when there is nobody to ask. What
     /// was asked before gets no answer any more.
-    void ask(const QString &account, const QJsonObject &question, Answered answered);
-    /// Takes back what was asked, if it has no answer yet.
-    void cancel();
+    /// @return the number of the question, never 0
+    int ask(const QString &account, const QJsonObject &question, Answered answered);
+    bool isAsking() const { return m_asked.has_value(); }
+    /// Takes back a question, if it has no answer yet.
+    void cancel(int question);
 
 private:
     struct Agent {
@@ -57,7 +59,8 @@ private:
         bool operator==(const Agent &) const = default;
     };
     struct Asked {
-        int number = 0; ///< tells late answers
+        int number = 0;
+        int call = 0; ///< tells late answers of an agent
         QString account;
         QJsonObject question;
         Answered answered;
@@ -66,9 +69,10 @@ private:
     };
 
     void askNext();
-    void take(int number, const QDBusMessage &reply);
+    void take(int call, const QDBusMessage &reply);
     void forget(const QString &owner);
     void answer(QJsonObject answer);
+    void takeBack();
 
     QDBusConnection m_bus;
     QDBusServiceWatcher m_watcher;

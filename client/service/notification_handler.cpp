@@ -4,9 +4,12 @@
 
 namespace client {
 
-NotificationHandler::NotificationHandler(Service &service)
-    : m_service(service), m_memory(service.stateDirectory() + QStringLiteral("/client/") +
-                                   QString::fromLatin1(notification::memoryFile))
+using notification::UiMode;
+
+NotificationHandler::NotificationHandler(Service &service, Agents &agents)
+    : m_service(service), m_agents(agents),
+      m_memory(service.stateDirectory() + QStringLiteral("/client/") +
+               QString::fromLatin1(notification::memoryFile))
 {
 }
 
@@ -23,10 +26,13 @@ bool NotificationHandler::handle(const QByteArray &push)
         // A damaged file of accounts knows no server until somebody mends it.
         return m_service.accounts().damage().isEmpty();
     }
-    if (request->uiMode == notification::UiMode::Interactive) {
+    const bool wantsQuestion = request->uiMode == UiMode::Interactive;
+    if (wantsQuestion && (m_agents.isEmpty() || m_agents.isAsking())) {
         refuse(QStringLiteral("the server of the account %1 wants the user to be asked before the "
-                              "session, and nobody can be")
-                   .arg(request->account));
+                              "session, and %2")
+                   .arg(request->account, m_agents.isEmpty()
+                                              ? QStringLiteral("nobody can be")
+                                              : QStringLiteral("another question is open")));
         return false;
     }
     const Account &account = *m_service.accounts().find(request->account);
@@ -34,13 +40,55 @@ bool NotificationHandler::handle(const QByteArray &push)
         refuse(kept.error().reason);
         return kept.error().kind != notification::Refusal::Kind::NotRemembered;
     }
-    const auto asked = m_service.requestSession({.account = request->account,
+    if (wantsQuestion) {
+        askUser(*request);
+        return true;
+    }
+    if (request->uiMode == UiMode::Informative)
+        tellUser(*request);
+    obey(*request);
+    return true;
+}
+
+void NotificationHandler::askUser(const notification::SessionRequest &request)
+{
+    const QJsonObject question{
+        {QStringLiteral("question"), QStringLiteral("confirmation")},
+        {QStringLiteral("text"),
+         QStringLiteral("The server wants a session with this device. Is it allowed to have it?")},
+        {QStringLiteral("options"),
+         QJsonObject{{QStringLiteral("maximum-time"), qint64(mostTimeToAnswer.count())}}}};
+    m_agents.ask(request.account, question, [this, request](const QJsonObject &answer) {
+        const QString response = answer[u"response"].toString();
+        if (response == u"given")
+            obey(request);
+        else
+            refuse(QStringLiteral("the user, asked for a session of the account %1: %2")
+                       .arg(request.account, response));
+    });
+}
+
+/// No answer is waited for. A question that is open is not taken back for it.
+void NotificationHandler::tellUser(const notification::SessionRequest &request)
+{
+    const QString text = QStringLiteral("The server begins a session with this device.");
+    writeJournal(JournalPriority::Notice,
+                 QStringLiteral("for the user, account %1: %2").arg(request.account, text));
+    if (!m_agents.isEmpty() && !m_agents.isAsking())
+        m_agents.ask(request.account,
+                     {{QStringLiteral("question"), QStringLiteral("display")},
+                      {QStringLiteral("text"), text}},
+                     [](const QJsonObject &) {});
+}
+
+void NotificationHandler::obey(const notification::SessionRequest &request)
+{
+    const auto asked = m_service.requestSession({.account = request.account,
                                                  .cause = SessionCause::Notification,
-                                                 .sessionId = request->sessionId,
-                                                 .nonce = request->nonce});
+                                                 .sessionId = request.sessionId,
+                                                 .nonce = request.nonce});
     if (!asked)
         refuse(asked.error());
-    return true;
 }
 
 void NotificationHandler::refuse(const QString &reason)

@@ -1,14 +1,16 @@
 """dmclientd, whom servers ask for sessions over UDP, and others for whatever they like."""
 
 import os
+import signal
 import socket
 import subprocess
 import unittest
 
 import notifications
-from notifications import INTERACTIVE, ZERO_TEXT
-from service_test import DMCLIENTD, PATIENCE, ServiceFixture
+from notifications import INFORMATIVE, INTERACTIVE, ZERO_TEXT
+from service_test import DMCLIENT, DMCLIENTD, PATIENCE, ServiceFixture
 from sessions import PLUGIN, SECRETS
+from terminal import Terminal
 
 SERVER = b"dm.example"
 SECRET = SECRETS["server-secret"].encode()
@@ -84,6 +86,71 @@ class NotificationTest(ServiceFixture):
         self.assertLessEqual(said.count("not obeyed"), 2, said)
         if not HAS_JOURNAL:
             self.assertIn("a notification is not obeyed: ", said)
+
+    def agent(self):
+        terminal = Terminal(self, "agent", program=[DMCLIENT],
+                            environment={"DBUS_SYSTEM_BUS_ADDRESS": self.bus.address})
+        terminal.wait_for("servers may ask here")
+        return terminal
+
+    def test_the_user_who_is_to_be_asked_allows_the_session(self):
+        self.start_service("--notification-port", str(self.port))
+        agent = self.agent()
+        self.send(self.genuine(7, ui_mode=INTERACTIVE))
+        shown = agent.answer("yes or no: ", "yes\n")
+        self.assertIn("[server] Test: The server wants a session with this device.", shown)
+        self.wait_until(self.results)
+        self.assertEqual(self.server.session.session_id, "7")
+
+    def test_the_user_who_is_to_be_asked_refuses_once_and_for_all(self):
+        self.start_service("--notification-port", str(self.port))
+        agent = self.agent()
+        self.send(self.genuine(7, ui_mode=INTERACTIVE))
+        agent.answer("yes or no: ", "no\n")
+        self.send(self.genuine(7, ui_mode=INTERACTIVE))
+        self.send(self.genuine(8))
+        self.wait_until(self.results)
+        self.assertEqual(self.server.session.session_id, "8")
+        self.assertEqual(len(self.results()), 1)
+        agent.process.send_signal(signal.SIGINT)
+        self.assertNotIn("Is it allowed", agent.end()[1])
+
+    def test_a_question_that_found_nobody_can_be_sent_again(self):
+        self.start_service("--notification-port", str(self.port))
+        self.send(self.genuine(7, ui_mode=INTERACTIVE))
+        self.status()
+        agent = self.agent()
+        self.send(self.genuine(7, ui_mode=INTERACTIVE))
+        agent.answer("yes or no: ", "yes\n")
+        self.wait_until(self.results)
+
+    def test_an_agent_that_dies_with_the_question_leaves_no_session(self):
+        self.start_service("--notification-port", str(self.port))
+        agent = self.agent()
+        self.send(self.genuine(7, ui_mode=INTERACTIVE))
+        agent.wait_for("yes or no: ")
+        agent.process.kill()
+        self.wait_until(lambda: self.send(self.genuine(8)) or self.results())
+        self.assertEqual(self.server.session.session_id, "8")
+        self.assertEqual(len(self.results()), 1)
+
+    def test_the_question_outlives_the_session_of_somebody_else(self):
+        self.start_service("--notification-port", str(self.port))
+        agent = self.agent()
+        self.send(self.genuine(7, ui_mode=INTERACTIVE))
+        agent.wait_for("yes or no: ")
+        self.send(self.genuine(8))
+        self.wait_until(self.results)
+        agent.type(b"yes\n")
+        self.wait_until(lambda: len(self.results()) == 2)
+
+    def test_the_user_is_told_of_a_session_and_not_asked(self):
+        self.start_service("--notification-port", str(self.port))
+        agent = self.agent()
+        self.send(self.genuine(7, ui_mode=INFORMATIVE))
+        agent.wait_for("[server] Test: The server begins a session with this device.")
+        self.wait_until(self.results)
+        self.assertEqual(self.server.session.session_id, "7")
 
     def test_a_repetition_is_none_after_a_restart_either(self):
         self.start_service("--notification-port", str(self.port))
