@@ -13,6 +13,7 @@
 #include "service_manager.h"
 #include "service_names.h"
 #include "standard_streams.h"
+#include "start_pages.h"
 #include "state_location.h"
 
 #include <QCommandLineParser>
@@ -180,6 +181,7 @@ int serve(const QCoreApplication &application)
     manager.tellReady();
     writeJournal(JournalPriority::Information,
                  QStringLiteral("serves the state directory %1").arg(service.stateDirectory()));
+    giveBackStartPages();
     const int status = QCoreApplication::exec();
     service.setListener({});
     return status;
