@@ -250,8 +250,11 @@ constexpr CommandRow monitorRow = {
     {"monitor", "", "print what dmclientd does as it happens", 0, 0, monitorOptions},
     Needs::Nothing,
     runMonitor};
+constexpr Option agentOptions[] = {
+    {"desktop", nullptr, "ask by notifications of the desktop, not on this terminal"}};
 constexpr CommandRow agentRow = {
-    {"agent", "", "be asked what servers ask the user, in sessions that dmclientd holds"},
+    {"agent", "", "be asked what servers ask the user, in sessions that dmclientd holds", 0, 0,
+     agentOptions},
     Needs::Nothing,
     runAgent};
 constexpr CommandRow storedRow = {

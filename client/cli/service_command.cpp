@@ -214,6 +214,12 @@ ExitStatus runMonitor(Context &context)
 
 namespace {
 
+/// A question ends when it can be read.
+int newCancelFile()
+{
+    return ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+}
+
 /// The person at the terminal, whose question the service can take back.
 class AskedTerminal {
 public:
@@ -221,14 +227,42 @@ public:
     UserInteraction &user() { return m_user; }
 
 private:
-    const handset_state::FileDescriptor m_cancel{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
+    const handset_state::FileDescriptor m_cancel{newCancelFile()};
     TerminalUser m_user{STDIN_FILENO, STDOUT_FILENO, m_cancel.get()};
 };
+
+/// Has the user asked until Ctrl-C.
+ExitStatus serveAsAgent(const Context &context, RunningService &service, UserInteraction &user,
+                        int cancelFile)
+{
+    if (const auto agent = service.registerAgent(user, cancelFile); !agent)
+        return unusable(context, agent.error());
+    context.output.notice(QStringLiteral("servers may ask here; Ctrl-C ends that"));
+    const InterruptGuard guard;
+    const auto listened = service.listen([] { return false; }, guard.file());
+    return listened ? ExitStatus::Success : unusable(context, listened.error());
+}
+
+ExitStatus serveAsDesktopAgent(const Context &context)
+{
+    const auto module = ServiceModule::load();
+    if (!module)
+        return unusable(context, module.error());
+    const handset_state::FileDescriptor cancelFile(newCancelFile());
+    const auto user = (*module)->desktopUser(cancelFile.get());
+    if (!user)
+        return unusable(context, user.error());
+    const auto service = findService(context);
+    return service ? serveAsAgent(context, **service, **user, cancelFile.get())
+                   : unusable(context, service.error());
+}
 
 } // namespace
 
 ExitStatus runAgent(Context &context)
 {
+    if (context.invocation.has("desktop"))
+        return serveAsDesktopAgent(context);
     if (!isInteractive())
         return wrongUsage(context,
                           QStringLiteral("nobody can be asked: standard input is not a terminal"));
@@ -236,13 +270,7 @@ ExitStatus runAgent(Context &context)
     const auto service = findService(context);
     if (!service)
         return unusable(context, service.error());
-    if (const auto agent = (*service)->registerAgent(terminal.user(), terminal.cancelFile());
-        !agent)
-        return unusable(context, agent.error());
-    context.output.notice(QStringLiteral("servers may ask here; Ctrl-C ends that"));
-    const InterruptGuard guard;
-    const auto listened = (*service)->listen([] { return false; }, guard.file());
-    return listened ? ExitStatus::Success : unusable(context, listened.error());
+    return serveAsAgent(context, **service, terminal.user(), terminal.cancelFile());
 }
 
 // ---- session -------------------------------------------------------------------------------------

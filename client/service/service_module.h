@@ -49,6 +49,10 @@ public:
 struct ServiceModule {
     /// The service that runs now; null when none does or there is no bus.
     std::unique_ptr<RunningService> (*find)();
+    /// Whoever sits at the desktop that the program runs on (desktop_user.h).
+    /// @param interruptFile  takes a question back when it can be read
+    /// @return never null; the error is a sentence that says what the desktop lacks
+    support::Expected<std::unique_ptr<UserInteraction>, QString> (*desktopUser)(int interruptFile);
 
     /// Loads the library from the program's own library folder (its RUNPATH); it stays loaded.
     /// @return never null; the error is a sentence that names the file and the reason

@@ -61,6 +61,7 @@ class InstalledTreeTest(unittest.TestCase):
 
     def test_the_service_is_where_systemd_and_the_bus_look(self):
         for file in ("bin/dmclientd", "lib/systemd/system/dmclientd.service",
+                     "lib/systemd/user/dmclient-agent.service",
                      "share/dbus-1/system.d/org.kub.DmClient1.conf", "share/man/man8/dmclientd.8"):
             self.assertTrue(os.path.isfile(os.path.join(self.prefix, file)), file)
         version = self.run_installed("dmclientd", "--version")
