@@ -57,7 +57,8 @@ struct CommandRow : commandline::Command {
     ExitStatus (*run)(Context &);
     NodeArgument firstNode = NodeArgument::None;
     NodeArgument otherNodes = NodeArgument::None;
-    /// Has somebody else do it on a command line, who has the device; none: nobody can.
+    /// Does it on a command line without the device, or has somebody do it who has that; none: it
+    /// takes the device.
     std::optional<ExitStatus> (*runElsewhere)(Context &) = nullptr;
 
     /// Whether it may change the tree.

@@ -49,6 +49,9 @@ QStringList accountFieldWords();
 /// Says which fields an account has.
 QStringList accountDetails();
 ExitStatus runBootstrap(Context &context);
+/// Lists the messages that wait, without the device: the service may be asking about one.
+/// @return none when the command line asks for something else
+std::optional<ExitStatus> listBootstraps(Context &context);
 ExitStatus runRecord(Context &context);
 /// What can be done with records.
 QStringList recordWords();

@@ -1,6 +1,7 @@
 // dmclientd: the client as a service of the device.
 
 #include "boot_clock.h"
+#include "bootstrap_handler.h"
 #include "journal.h"
 #include "manager_object.h"
 #include "modem_messages.h"
@@ -8,6 +9,7 @@
 #include "notification_handler.h"
 #include "notification_listener.h"
 #include "notification_message.h"
+#include "pending_bootstraps.h"
 #include "program_folder.h"
 #include "service.h"
 #include "service_manager.h"
@@ -146,6 +148,7 @@ int serve(const QCoreApplication &application)
         agents.cancel(question);
         object.tellEnd(result);
     };
+    listener.bootstrapEnded = [&] { agents.cancel(question); };
     listener.asked = [&](const QString &account, const QJsonObject &asked) {
         question = agents.ask(account, asked, [&service](const QJsonObject &answer) {
             service.answerQuestion(answer);
@@ -159,11 +162,17 @@ int serve(const QCoreApplication &application)
 
     const NetworkState network(bus, [&service](bool isOnline) { service.setOnline(isOnline); });
     NotificationHandler notifications(service, agents);
-    const ModemMessages messages(bus, [&notifications](const QByteArray &data) {
-        if (!notification::isNotificationPush(data))
+    BootstrapHandler bootstraps(service);
+    agents.setAdded([&bootstraps] { bootstraps.offerAll(); });
+    const ModemMessages messages(bus, [&](const ModemMessages::Message &message) {
+        bool isOver = false;
+        if (notification::isNotificationPush(message.data))
+            isOver = notifications.handle(message.data);
+        else if (push::isBootstrapPush(message.data))
+            isOver = bootstraps.handle(message.data, message.imsi);
+        else
             return ModemMessages::Outcome::NotOurs;
-        return notifications.handle(data) ? ModemMessages::Outcome::Over
-                                          : ModemMessages::Outcome::Open;
+        return isOver ? ModemMessages::Outcome::Over : ModemMessages::Outcome::Open;
     });
     std::unique_ptr<NotificationListener> listening;
     if (options.notificationPort) {

@@ -39,10 +39,11 @@ InteractionOptions optionsFrom(const QVariantMap &map)
     return options;
 }
 
-/// A person who has several accounts wants to know whose question it is.
+/// A person who has several accounts wants to know whose question it is. A bootstrap message has
+/// none yet.
 QString saidBy(const QString &account, const QString &text)
 {
-    return account + QStringLiteral(": ") + text;
+    return account.isEmpty() ? text : account + QStringLiteral(": ") + text;
 }
 
 QDBusMessage replyTo(const QDBusMessage &message, Response response, const QVariantList &reply)

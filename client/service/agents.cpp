@@ -127,6 +127,7 @@ Expected<void, QString> Agents::add(const QString &owner, const QString &path)
         return Unexpected(QStringLiteral("there are %1 agents, which is the most").arg(mostAgents));
     m_agents.push_back(agent);
     m_watcher.addWatchedService(owner);
+    m_added();
     return {};
 }
 

@@ -11,6 +11,7 @@
 #include <QString>
 #include <functional>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace client {
@@ -42,6 +43,8 @@ public:
     /// @return that it is not registered
     support::Expected<void, QString> remove(const QString &owner, const QString &path);
     bool isEmpty() const { return m_agents.empty(); }
+    /// Called when there is one more.
+    void setAdded(std::function<void()> added) { m_added = std::move(added); }
 
     using Answered = std::function<void(const QJsonObject &answer)>;
     /// Asks, and calls with the answer when there is one: at once when there is nobody to ask. What
@@ -77,6 +80,7 @@ private:
     QDBusConnection m_bus;
     QDBusServiceWatcher m_watcher;
     std::vector<Agent> m_agents;
+    std::function<void()> m_added = [] {};
     std::optional<Asked> m_asked;
     int m_numbers = 0;
 };

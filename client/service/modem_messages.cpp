@@ -17,6 +17,8 @@ namespace {
 
 const QString modemManager = QStringLiteral("org.freedesktop.ModemManager1");
 const QString modemManagerPath = QStringLiteral("/org/freedesktop/ModemManager1");
+const QString modemInterface = QStringLiteral("org.freedesktop.ModemManager1.Modem");
+const QString simInterface = QStringLiteral("org.freedesktop.ModemManager1.Sim");
 const QString messagingInterface = QStringLiteral("org.freedesktop.ModemManager1.Modem.Messaging");
 const QString smsInterface = QStringLiteral("org.freedesktop.ModemManager1.Sms");
 const QString objectManagerInterface = QStringLiteral("org.freedesktop.DBus.ObjectManager");
@@ -55,6 +57,13 @@ uint numberIn(const QVariantMap &properties, const char *name)
 {
     const QVariant value = properties.value(QString::fromLatin1(name));
     return value.metaType() == QMetaType::fromType<uint>() ? value.toUInt() : 0;
+}
+
+/// The property that was asked for; invalid when there is none.
+QVariant valueIn(const QDBusMessage &reply)
+{
+    const auto value = argumentOf<QDBusVariant>(reply, 0, "v");
+    return value ? value->variant() : QVariant();
 }
 
 QStringList pathsIn(const QVariant &value)
@@ -135,10 +144,7 @@ void ModemMessages::listMessages(const QString &modem)
     QDBusMessage message = callOf(modem, propertiesInterface, "Get");
     message << messagingInterface << QStringLiteral("Messages");
     call(message, [this, modem](const QDBusMessage &reply) {
-        const auto value = argumentOf<QDBusVariant>(reply, 0, "v");
-        if (!value)
-            return;
-        for (const QString &path : pathsIn(value->variant()))
+        for (const QString &path : pathsIn(valueIn(reply)))
             wait({modem, path});
     });
 }
@@ -220,7 +226,38 @@ void ModemMessages::read(const Place &place, const QDBusMessage &reply)
     const QByteArray data =
         value.metaType() == QMetaType::fromType<QByteArray>() ? value.toByteArray() : QByteArray();
     const bool isWhole = state == stateReceived && numberIn(properties, "PduType") == typeDeliver;
-    if (isWhole && !data.isEmpty() && data.size() <= largestData && m_take(data) == Outcome::Over)
+    if (isWhole && !data.isEmpty() && data.size() <= largestData)
+        findSim(place, data);
+    else
+        over(place);
+}
+
+/// A message may be proved by the subscriber's identity.
+void ModemMessages::findSim(const Place &place, const QByteArray &data)
+{
+    QDBusMessage simOfModem = callOf(place.modem, propertiesInterface, "Get");
+    simOfModem << modemInterface << QStringLiteral("Sim");
+    call(simOfModem, [this, place, data](const QDBusMessage &reply) {
+        const QVariant sim = valueIn(reply);
+        if (sim.metaType() != QMetaType::fromType<QDBusObjectPath>()) {
+            take(place, {data, {}});
+            return;
+        }
+        QDBusMessage imsiOfSim =
+            callOf(sim.value<QDBusObjectPath>().path(), propertiesInterface, "Get");
+        imsiOfSim << simInterface << QStringLiteral("Imsi");
+        call(imsiOfSim, [this, place, data](const QDBusMessage &answer) {
+            const QVariant imsi = valueIn(answer);
+            take(place, {data, imsi.metaType() == QMetaType::fromType<QString>()
+                                   ? imsi.toString().toLatin1()
+                                   : QByteArray()});
+        });
+    });
+}
+
+void ModemMessages::take(const Place &place, const Message &message)
+{
+    if (m_take(message) == Outcome::Over)
         remove(place);
     else
         over(place);

@@ -33,8 +33,11 @@ public:
         Over,    ///< was dealt with: it is deleted
         Open,    ///< stays, and is handed on again when ModemManager or this program has restarted
     };
-    /// @param data  what the message carries behind the ports, at most largestData bytes
-    using Take = std::function<Outcome(const QByteArray &data)>;
+    struct Message {
+        QByteArray data; ///< what it carries behind the ports, at most largestData bytes
+        QByteArray imsi; ///< of the SIM card that it came to, as ModemManager has it; maybe empty
+    };
+    using Take = std::function<Outcome(const Message &message)>;
 
     ModemMessages(const QDBusConnection &bus, Take take);
 
@@ -59,6 +62,8 @@ private:
     void wait(const Place &place);
     void readNext();
     void read(const Place &place, const QDBusMessage &reply);
+    void findSim(const Place &place, const QByteArray &data);
+    void take(const Place &place, const Message &message);
     void remove(const Place &place);
     void over(const Place &place);
     void call(const QDBusMessage &message, const Answered &answered);

@@ -5,6 +5,7 @@
 #include "state_directory.h"
 
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QRandomGenerator>
 #include <algorithm>
 #include <utility>
@@ -20,6 +21,9 @@ constexpr std::size_t mostResults = 50;
 
 /// A device whose clock begins at 1970 with every start comes along by what was kept.
 constexpr auto savingInterval = std::chrono::hours(1);
+
+/// Whoever works with the device is left to it for a while.
+constexpr auto busyDelay = std::chrono::seconds(30);
 
 /// dmclient's exit status when what it works with cannot be used (see exit_status.h).
 constexpr int unusable = 3;
@@ -84,6 +88,10 @@ Service::Service(Options options, std::unique_ptr<ServiceState> state)
     m_saving.setTimerType(Qt::VeryCoarseTimer);
     QObject::connect(&m_saving, &QTimer::timeout, &m_saving, [this] { saveSchedule(); });
     m_saving.start();
+    m_bootstrapDelay.setInterval(busyDelay);
+    m_bootstrapDelay.setSingleShot(true);
+    QObject::connect(&m_bootstrapDelay, &QTimer::timeout, &m_bootstrapDelay,
+                     [this] { beginWhatIsDue(); });
     saveSchedule();
 }
 
@@ -95,8 +103,9 @@ Service::~Service()
 void Service::stop(std::function<void()> stopped)
 {
     m_waiting.clear();
+    m_bootstraps.clear();
     m_timer.set(std::nullopt);
-    if (!m_running) {
+    if (!m_running && !m_applying) {
         stopped();
         return;
     }
@@ -178,12 +187,21 @@ void Service::setOnline(bool isOnline)
 
 void Service::setTimer()
 {
-    m_timer.set(m_stopped ? std::nullopt : m_schedule.nextDue());
+    // What is due while a bootstrap message is applied begins after it.
+    m_timer.set(m_stopped || m_applying ? std::nullopt : m_schedule.nextDue());
 }
 
 void Service::beginWhatIsDue()
 {
-    if (!m_running && !m_stopped) {
+    if (!m_running && !m_applying && !m_stopped) {
+        const bool canApply = !m_bootstraps.empty() && !m_bootstrapDelay.isActive();
+        if (m_waiting.empty() && canApply) {
+            const QString id = m_bootstraps.front();
+            m_bootstraps.pop_front();
+            beginBootstrap(id);
+            setTimer();
+            return;
+        }
         if (m_waiting.empty())
             if (const auto account = m_schedule.due(currentMoment().sinceBoot))
                 m_waiting.push_back({*account, SessionCause::Schedule});
@@ -261,7 +279,7 @@ void Service::conclude(const SessionChild::End &end, SessionResult &result) cons
 void Service::asked(const QJsonObject &question)
 {
     if (m_listener.asked)
-        m_listener.asked(m_running->account, question);
+        m_listener.asked(m_running ? m_running->account : QString(), question);
     else
         answerQuestion({{QStringLiteral("id"), question[u"id"]},
                         {QStringLiteral("response"), QStringLiteral("nobody")}});
@@ -269,6 +287,10 @@ void Service::asked(const QJsonObject &question)
 
 void Service::ended(const SessionChild::End &end)
 {
+    if (m_applying) {
+        bootstrapEnded(end);
+        return;
+    }
     SessionResult result = std::exchange(m_runningResult, {});
     conclude(end, result);
     const Moment now = currentMoment();
@@ -279,6 +301,11 @@ void Service::ended(const SessionChild::End &end)
     keep(std::move(result));
     m_listener.changed();
     m_listener.sessionEnded(m_results.back());
+    goOn();
+}
+
+void Service::goOn()
+{
     if (m_stopped)
         m_stopped();
     else
@@ -304,6 +331,64 @@ void Service::keep(SessionResult result)
     m_results.push_back(std::move(result));
     complain(m_state->writeResults(m_results));
 }
+
+// ---- Bootstrap messages --------------------------------------------------------------------------
+
+void Service::applyBootstrap(const QString &id)
+{
+    if (m_stopped || m_applying == id || std::ranges::find(m_bootstraps, id) != m_bootstraps.end())
+        return;
+    m_bootstraps.push_back(id);
+    beginWhatIsDue();
+}
+
+void Service::beginBootstrap(const QString &id)
+{
+    m_applying = id;
+    QStringList arguments{QStringLiteral("--state"), m_state->path()};
+    arguments += m_options.deviceArguments;
+    arguments +=
+        {QStringLiteral("bootstrap"),   QStringLiteral("--pending"), QStringLiteral("--json"),
+         QStringLiteral("--questions"), QStringLiteral("--"),        id};
+    m_child.start(m_options.sessionProgram, arguments);
+}
+
+void Service::bootstrapEnded(const SessionChild::End &end)
+{
+    const QString id = *std::exchange(m_applying, std::nullopt);
+    const QJsonObject summary = end.summary.value_or(QJsonObject());
+    const QString outcome = summary[u"bootstrap"].toString();
+    const QString problem = end.fault.isEmpty() ? QString::fromUtf8(end.lastProblem) : end.fault;
+    const QString reason = summary[u"reason"].toString(problem).left(1024);
+    m_listener.bootstrapEnded();
+    if (outcome == u"applied") {
+        writeJournal(JournalPriority::Notice,
+                     QStringLiteral("the bootstrap message %1 is applied").arg(id));
+        // The folder's own news may come later.
+        loadAccounts();
+        for (const QJsonValue &account : summary[u"accounts"].toArray())
+            complain(requestSession({account.toString(), SessionCause::Bootstrap}));
+    } else if (outcome == u"discarded") {
+        if (const auto count = m_discarded.add(RefusalCount::Clock::now()))
+            writeJournal(JournalPriority::Warning,
+                         QStringLiteral("%1 bootstrap messages are discarded, the last because: %2")
+                             .arg(*count)
+                             .arg(reason));
+    } else if (outcome.isEmpty() && end.exitStatus == unusable &&
+               StateDirectory::isInUse(m_state->path())) {
+        m_bootstraps.push_front(id);
+        m_bootstrapDelay.start();
+    } else {
+        // Who did not answer is not asked about the next one either.
+        if (outcome == u"unanswered")
+            m_bootstraps.clear();
+        writeJournal(JournalPriority::Notice,
+                     QStringLiteral("the bootstrap message %1 waits: %2").arg(id, reason));
+    }
+    goOn();
+}
+
+// ---- Files ---------------------------------------------------------------------------------------
 
 void Service::saveSchedule()
 {

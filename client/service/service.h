@@ -4,6 +4,7 @@
 #include "accounts.h"
 #include "boot_clock.h"
 #include "notification_proof.h"
+#include "refusal_count.h"
 #include "schedule.h"
 #include "service_state.h"
 #include "session_child.h"
@@ -45,7 +46,10 @@ public:
     struct Listener {
         std::function<void()> changed = [] {}; ///< anything that can be asked for below
         std::function<void(const SessionResult &)> sessionEnded = [](const SessionResult &) {};
-        /// The server of the running session asks its user (json_user.h); none: there is nobody.
+        /// The application of a bootstrap message is over, successful or not.
+        std::function<void()> bootstrapEnded = [] {};
+        /// The server of the running session asks its user (json_user.h), or the sender of a
+        /// bootstrap message, who has no account yet; none: there is nobody.
         std::function<void(const QString &account, const QJsonObject &question)> asked = {};
     };
 
@@ -63,7 +67,10 @@ public:
     /// Ends the running session of an account in good order, and forgets one that waits.
     /// @return that there is none
     support::Expected<void, QString> cancelSession(const QString &account);
-    /// An answer to what the server of the running session has asked.
+    /// Has a bootstrap message applied that waits under this name, as soon as no session runs or
+    /// was asked for. A session with each of its accounts follows.
+    void applyBootstrap(const QString &id);
+    /// An answer to what was asked last.
     void answerQuestion(const QJsonObject &answer) { m_child.answer(answer); }
     /// Offline nothing begins by itself; what is asked for is tried.
     void setOnline(bool isOnline);
@@ -92,7 +99,10 @@ private:
     void loadAccounts();
     void beginWhatIsDue();
     void begin(const SessionRequest &request);
+    void beginBootstrap(const QString &id);
     void ended(const SessionChild::End &end);
+    void bootstrapEnded(const SessionChild::End &end);
+    void goOn();
     void asked(const QJsonObject &question);
     void conclude(const SessionChild::End &end, SessionResult &result) const;
     void keep(SessionResult result);
@@ -108,12 +118,16 @@ private:
     std::optional<SessionRequest> m_running;
     SessionResult m_runningResult; ///< as far as it is known
     std::vector<SessionResult> m_results;
+    std::deque<QString> m_bootstraps; ///< that wait for their turn
+    std::optional<QString> m_applying;
+    RefusalCount m_discarded;
     std::function<void()> m_stopped; ///< set from stop() on
     bool m_isOnline = false;
     SessionChild m_child;
     QFileSystemWatcher m_accountsWatch;
     BootTimer m_timer;
     QTimer m_saving;
+    QTimer m_bootstrapDelay;
 };
 
 } // namespace client

@@ -70,7 +70,7 @@ SessionChild::SessionChild(Limits limits, Ended ended, Asked asked)
             return;
         }
         m_end.hasTimedOut = true;
-        stop(QStringLiteral("the session did not end by itself"));
+        stop(QStringLiteral("the process did not end by itself"));
     });
 }
 
@@ -122,7 +122,7 @@ void SessionChild::count(qsizetype bytes)
     const bool wasTooMuch = m_printed > m_limits.output;
     m_printed += bytes;
     if (!wasTooMuch && m_printed > m_limits.output)
-        stop(QStringLiteral("the session printed more than %1 bytes").arg(m_limits.output));
+        stop(QStringLiteral("the process printed more than %1 bytes").arg(m_limits.output));
 }
 
 void SessionChild::readOutput()
@@ -134,14 +134,15 @@ void SessionChild::readOutput()
 
 void SessionChild::readLine(const QByteArray &line)
 {
-    if (!line.contains("\"session\"") && !line.contains("\"question\""))
+    if (!line.contains("\"session\"") && !line.contains("\"bootstrap\"") &&
+        !line.contains("\"question\""))
         return;
     auto object = support::parseJsonObject(line);
     if (!object)
         return;
     if (object->contains(u"question"))
         m_asked(*object);
-    else if (object->contains(u"session"))
+    else if (object->contains(u"session") || object->contains(u"bootstrap"))
         m_end.summary = *std::move(object);
 }
 

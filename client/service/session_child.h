@@ -1,4 +1,4 @@
-// One session in a process of its own.
+// One session, or one bootstrap message, in a process of its own.
 #pragma once
 
 #include "expected.h"
@@ -15,8 +15,8 @@
 
 namespace client {
 
-/// Runs `dmclient session --json --questions` and watches it: whatever it prints, however long it
-/// takes and however it ends, the process that watches goes on.
+/// Runs `dmclient session --json --questions`, or `bootstrap`, and watches it: whatever it prints,
+/// however long it takes and however it ends, the process that watches goes on.
 class SessionChild {
 public:
     struct Limits {
@@ -29,7 +29,7 @@ public:
     };
     /// How a process ended.
     struct End {
-        /// Its last object with the key "session"; none when there was none.
+        /// Its last object with the key "session" or "bootstrap"; none when there was none.
         std::optional<QJsonObject> summary;
         QString fault; ///< why it was ended, or how it crashed; empty when it ended by itself
         bool hasTimedOut = false;

@@ -5,8 +5,7 @@
     modems.deleted()                            # paths of the messages that somebody has deleted
     modems.close()
 
-Every object can be reached with object(path, interface), and told to lie through dbusmock's own
-interface. docs/testing.md says what of a real ModemManager it lacks."""
+Every object can be reached with object(path, interface), by dbusmock's own interface too. docs/testing.md says what of a real ModemManager it lacks."""
 
 import subprocess
 import sys
@@ -41,6 +40,12 @@ self.RemoveObject(path)
 self.EmitSignal("{MESSAGING}", "Deleted", "o", [dbus.ObjectPath(path)])
 """
 REFUSE = "self.refuses = str(args[0])"
+LIE = ("Lie", "sa{sv}", "", "self.props[str(args[0])].update(args[1])")
+# In one step, since somebody may delete another one meanwhile.
+LIST = f"""
+listed = [*self.props["{MESSAGING}"]["Messages"], args[0]]
+self.UpdateProperties("{MESSAGING}", {{"Messages": dbus.Array(listed, signature="o")}})
+"""
 
 
 class ModemManager:
@@ -64,6 +69,7 @@ class ModemManager:
             time.sleep(0.01)
         self.modems = []
         self._deleted = []
+        self._proxies = {}
         for _ in range(modems):
             self.add_modem()
 
@@ -82,7 +88,9 @@ class ModemManager:
         self._bus.close()
 
     def object(self, path, interface=dbusmock.MOCK_IFACE):
-        return dbus.Interface(self._bus.get_object(NAME, path), interface)
+        if path not in self._proxies:
+            self._proxies[path] = self._bus.get_object(NAME, path)
+        return dbus.Interface(self._proxies[path], interface)
 
     # ---- Modems
 
@@ -91,10 +99,11 @@ class ModemManager:
         self._number += 1
         modem = f"{PATH}/Modem/{self._number}"
         sim = f"{PATH}/SIM/{self._number}"
-        self.object(PATH).AddObject(sim, SIM, {"Imsi": self._imsi}, [])
+        self.object(PATH).AddObject(sim, SIM, {"Imsi": self._imsi}, [LIE])
         properties = {"Messages": dbus.Array([], signature="o")}
         self.object(PATH).AddObject(modem, MESSAGING, properties,
-                                    [("Delete", "o", "", DELETE), ("Refuse", "s", "", REFUSE)])
+                                    [("Delete", "o", "", DELETE), ("Refuse", "s", "", REFUSE),
+                                     ("ListMessage", "o", "", LIST), LIE])
         self.object(modem).AddProperties(MODEM, {"Sim": dbus.ObjectPath(sim)})
         self.modems.append(modem)
         if announced:
@@ -116,6 +125,11 @@ class ModemManager:
             OBJECTS, "InterfacesRemoved", "oas",
             [dbus.ObjectPath(modem), dbus.Array([MESSAGING], signature="s")])
 
+    def lie(self, path, interface, **properties):
+        """What an object says from now on, of any type and untold."""
+        own = {SMS: SMS, SIM: SIM}.get(interface, MESSAGING)
+        self.object(path, own).Lie(interface, properties)
+
     def refuse_deletions(self, reason="PolicyKit authorization failed: not authorized"):
         for modem in self.modems:
             self.object(modem, MESSAGING).Refuse(reason)
@@ -131,10 +145,8 @@ class ModemManager:
         self.object(PATH).AddObject(
             path, SMS, {"State": dbus.UInt32(RECEIVING), "PduType": dbus.UInt32(DELIVER),
                         "Data": dbus.ByteArray(b""), "Text": "", "Number": "+15550100",
-                        **properties}, [])
-        known = self.object(modem, dbus.PROPERTIES_IFACE).Get(MESSAGING, "Messages")
-        listed = dbus.Array([*known, dbus.ObjectPath(path)], signature="o")
-        self.object(modem).UpdateProperties(MESSAGING, {"Messages": listed})
+                        **properties}, [LIE])
+        self.object(modem, MESSAGING).ListMessage(path)
         if announced:
             self.announce(path, modem)
         if complete:

@@ -3,7 +3,7 @@
 import signal
 import unittest
 
-from service_test import DMCLIENT, ServiceFixture
+from services import DMCLIENT, ServiceFixture
 from sessions import SUCCESS, USAGE, DmServer, scenario
 from terminal import Terminal
 

@@ -8,7 +8,7 @@ import dbus
 import dbus.bus
 import dbusmock
 from bus import PrivateBus
-from service_test import DMCLIENT, ServiceFixture
+from services import DMCLIENT, ServiceFixture
 from sessions import UNUSABLE, DmServer, scenario
 
 NAME = "org.freedesktop.Notifications"

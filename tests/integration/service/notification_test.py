@@ -1,6 +1,5 @@
 """dmclientd, whom servers ask for sessions over UDP, and others for whatever they like."""
 
-import os
 import signal
 import socket
 import subprocess
@@ -8,13 +7,12 @@ import unittest
 
 import notifications
 from notifications import INFORMATIVE, INTERACTIVE, ZERO_TEXT
-from service_test import DMCLIENT, DMCLIENTD, PATIENCE, ServiceFixture
+from services import DMCLIENT, DMCLIENTD, HAS_JOURNAL, PATIENCE, ServiceFixture
 from sessions import PLUGIN, SECRETS
 from terminal import Terminal
 
 SERVER = b"dm.example"
 SECRET = SECRETS["server-secret"].encode()
-HAS_JOURNAL = os.path.exists("/run/systemd/journal/socket")
 
 
 def free_port():

@@ -160,6 +160,121 @@ TEST_F(ServiceTest, QuestionsAreAskedForTheirAccountAndOfNobodyWithoutAListener)
     EXPECT_EQ(answer(), "{\"id\":1}\n");
 }
 
+// ---- Bootstrap messages
+
+/// What dmclient does with a message, and how every session ends.
+QByteArray appliesWith(const char *lines)
+{
+    return QByteArray("case \"$*\" in *bootstrap*) ") + lines + ";; *) " + completes + ";; esac";
+}
+
+TEST_F(ServiceTest, ABootstrapMessageIsAppliedInAProcessAndSessionsOfItsAccountsFollow)
+{
+    script(appliesWith(R"(echo '{"bootstrap": "applied", "accounts": ["B", "A"]}')").constData());
+    start();
+    service->applyBootstrap(QStringLiteral("0123456789abcdef"));
+    EXPECT_EQ(sessions(2), (Sessions{"B completed", "A completed"}));
+    EXPECT_EQ(results[0].cause, SessionCause::Bootstrap);
+    QFile words(path("words"));
+    ASSERT_TRUE(words.open(QIODevice::ReadOnly));
+    EXPECT_EQ(words.readLine().toStdString(),
+              "--state " + path("state").toStdString() +
+                  " --plugins P bootstrap --pending --json --questions -- 0123456789abcdef\n");
+}
+
+TEST_F(ServiceTest, ASessionThatSomebodyWantsGoesBeforeABootstrapMessage)
+{
+    script(appliesWith(R"(echo '{"bootstrap": "applied", "accounts": ["C"]}')").constData());
+    start();
+    request("A");
+    service->applyBootstrap(QStringLiteral("one"));
+    service->applyBootstrap(QStringLiteral("one"));
+    request("B");
+    EXPECT_EQ(sessions(3), (Sessions{"A completed", "B completed", "C completed"}));
+    QFile words(path("words"));
+    ASSERT_TRUE(words.open(QIODevice::ReadOnly));
+    EXPECT_EQ(words.readAll().count("bootstrap"), 1);
+}
+
+TEST_F(ServiceTest, QuestionsOfABootstrapMessageAreOfNoAccount)
+{
+    script(appliesWith(R"(echo '{"question": "text", "id": 1, "text": "PIN?"}'; read answer;
+                          echo "$answer" >"$0.answer")")
+               .constData());
+    start();
+    QStringList asked;
+    bool isOver = false;
+    Service::Listener listener;
+    listener.asked = [&](const QString &account, const QJsonObject &question) {
+        asked += account + u'|' + question[u"text"].toString();
+        service->answerQuestion({{QStringLiteral("id"), 1}});
+    };
+    listener.bootstrapEnded = [&] { isOver = true; };
+    service->setListener(listener);
+    service->applyBootstrap(QStringLiteral("one"));
+    EXPECT_TRUE(waitUntil([&] { return isOver; }));
+    EXPECT_EQ(asked, QStringList{QStringLiteral("|PIN?")});
+    EXPECT_TRUE(QFile::exists(path("dmclient.answer")));
+}
+
+TEST_F(ServiceTest, WhoDoesNotAnswerForAMessageIsNotAskedForTheNextOne)
+{
+    script(appliesWith(R"(echo '{"bootstrap": "unanswered", "reason": "late"}')").constData());
+    start();
+    service->applyBootstrap(QStringLiteral("one"));
+    service->applyBootstrap(QStringLiteral("two"));
+    int ended = 0;
+    Service::Listener listener;
+    listener.bootstrapEnded = [&] { ++ended; };
+    listener.sessionEnded = [this](const SessionResult &result) { results.push_back(result); };
+    service->setListener(listener);
+    EXPECT_TRUE(waitUntil([&] { return ended == 1; }));
+    request("A");
+    sessions(1);
+    EXPECT_EQ(ended, 1);
+    for (const char *const outcome : {"discarded", "waits", "set-aside"}) {
+        ended = 0;
+        script(appliesWith((QByteArray("echo '{\"bootstrap\": \"") + outcome + "\"}'").constData())
+                   .constData());
+        service->applyBootstrap(QStringLiteral("one"));
+        service->applyBootstrap(QStringLiteral("two"));
+        EXPECT_TRUE(waitUntil([&] { return ended == 2; })) << outcome;
+    }
+}
+
+TEST_F(ServiceTest, AProcessThatBreaksWithAMessageEndsNothingElse)
+{
+    for (const char *const lines : {"kill -KILL $$", "exit 3", "echo nonsense",
+                                    R"(echo '{"bootstrap": 5, "accounts": {"a": 1}}')",
+                                    R"(echo '{"bootstrap": "applied", "accounts": [7, "Z"]}')"}) {
+        script(appliesWith(lines).constData());
+        start();
+        int ended = 0;
+        Service::Listener listener;
+        listener.bootstrapEnded = [&] { ++ended; };
+        listener.sessionEnded = [this](const SessionResult &result) { results.push_back(result); };
+        service->setListener(listener);
+        results.clear();
+        service->applyBootstrap(QStringLiteral("one"));
+        EXPECT_TRUE(waitUntil([&] { return ended == 1; }));
+        request("A");
+        EXPECT_EQ(sessions(1), (Sessions{"A completed"}));
+    }
+}
+
+TEST_F(ServiceTest, TheEndOfTheServiceEndsTheApplicationOfAMessage)
+{
+    script(appliesWith("trap 'exit 1' TERM; while :; do sleep 0.01; done").constData());
+    start();
+    service->applyBootstrap(QStringLiteral("one"));
+    service->applyBootstrap(QStringLiteral("two"));
+    bool hasStopped = false;
+    service->stop([&] { hasStopped = true; });
+    EXPECT_TRUE(waitUntil([&] { return hasStopped; }));
+    service->applyBootstrap(QStringLiteral("three"));
+    EXPECT_FALSE(service->running());
+}
+
 TEST_F(ServiceTest, ALaterNotificationOfAWaitingSessionCounts)
 {
     start();

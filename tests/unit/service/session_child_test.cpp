@@ -139,7 +139,7 @@ TEST(SessionChildTest, OneThatHangsIsAskedToEndAndThenKilled)
     const auto &end = polite.run("trap 'exit 7' TERM; while :; do sleep 0.01; done");
     EXPECT_TRUE(end.hasTimedOut);
     EXPECT_EQ(end.exitStatus, 7);
-    EXPECT_EQ(end.fault, QStringLiteral("the session did not end by itself"));
+    EXPECT_EQ(end.fault, QStringLiteral("the process did not end by itself"));
 
     ChildRun deaf({.time = 50ms, .timeToEnd = 50ms});
     EXPECT_TRUE(deaf.run("trap '' TERM; while :; do sleep 0.01; done").hasTimedOut);
@@ -149,10 +149,10 @@ TEST(SessionChildTest, OneThatFloodsIsEnded)
 {
     ChildRun output({.timeToEnd = 50ms, .output = 100'000});
     EXPECT_EQ(output.run("trap '' TERM PIPE; while :; do echo yes; done").fault,
-              QStringLiteral("the session printed more than 100000 bytes"));
+              QStringLiteral("the process printed more than 100000 bytes"));
     ChildRun problems({.timeToEnd = 50ms, .output = 100'000});
     EXPECT_EQ(problems.run("while :; do echo yes >&2; done").fault,
-              QStringLiteral("the session printed more than 100000 bytes"));
+              QStringLiteral("the process printed more than 100000 bytes"));
 }
 
 TEST(SessionChildTest, ACancelledOneMayStillTellItsEnd)
