@@ -68,28 +68,41 @@ QVariantList argumentsOf(const QString &account, const QJsonObject &question)
     return arguments;
 }
 
-/// What the agent has answered; none when that is not an answer to the question.
-std::optional<QJsonObject> answerIn(const QDBusMessage &reply, const QuestionRow &row)
+/// An answer without what the agent gave.
+QJsonObject withoutContent(const char *response)
 {
-    QJsonObject answer{{QStringLiteral("response"), QStringLiteral("given")}};
+    return {{QStringLiteral("response"), QString::fromLatin1(response)}};
+}
+
+/// What the agent has answered; none when that is not an answer to the question.
+/// @param choices  that there are to choose from
+std::optional<QJsonObject> answerIn(const QDBusMessage &reply, const QuestionRow &row,
+                                    qsizetype choices)
+{
     if (reply.type() == QDBusMessage::ErrorMessage) {
         for (const ErrorRow &error : errorRows)
-            if (reply.errorName() == QLatin1String(agentErrors) + QLatin1String(error.error)) {
-                answer[u"response"] = QString::fromLatin1(error.response);
-                return answer;
-            }
+            if (reply.errorName() == QLatin1String(agentErrors) + QLatin1String(error.error))
+                return withoutContent(error.response);
         return std::nullopt;
     }
     if (reply.signature() != QLatin1String(row.replySignature))
         return std::nullopt;
+    QJsonObject answer = withoutContent("given");
     const QString signature = reply.signature();
     if (signature == u"b" && !reply.arguments().at(0).toBool())
-        answer[u"response"] = QStringLiteral("refused");
-    if (signature == u"s")
-        answer[u"text"] = reply.arguments().at(0).toString();
+        return withoutContent("refused");
+    if (signature == u"s") {
+        const QString text = reply.arguments().at(0).toString();
+        if (text.size() > Agents::longestText)
+            return withoutContent("cannot-show");
+        answer[u"text"] = text;
+    }
     if (signature == u"au") {
+        const auto numbers = qdbus_cast<QList<uint>>(reply.arguments().at(0));
+        if (numbers.size() > choices)
+            return withoutContent("cannot-show");
         QJsonArray chosen;
-        for (const uint number : qdbus_cast<QList<uint>>(reply.arguments().at(0)))
+        for (const uint number : numbers)
             chosen += static_cast<qint64>(number);
         answer[u"chosen"] = chosen;
     }
@@ -155,7 +168,8 @@ void Agents::forget(const QString &owner)
 
 int Agents::ask(const QString &account, const QJsonObject &question, Answered answered)
 {
-    takeBack();
+    if (const auto before = takeBack())
+        tell(*before, withoutContent("cancelled"));
     const int number = ++m_numbers;
     m_asked = Asked{number, number, account, question, std::move(answered), m_agents, {}};
     askNext();
@@ -166,13 +180,13 @@ void Agents::askNext()
 {
     const QuestionRow *const row = rowOf(m_asked->question);
     if (!row)
-        return answer({{QStringLiteral("response"), QStringLiteral("cannot-show")}});
+        return answer(withoutContent("cannot-show"));
     auto &left = m_asked->left;
     std::erase_if(left, [this](const Agent &agent) {
         return std::ranges::find(m_agents, agent) == m_agents.end();
     });
     if (left.empty())
-        return answer({{QStringLiteral("response"), QStringLiteral("nobody")}});
+        return answer(withoutContent("nobody"));
     m_asked->agent = left.back();
     left.pop_back();
     // A call of an earlier agent may still be answered.
@@ -194,35 +208,42 @@ void Agents::take(int call, const QDBusMessage &reply)
 {
     if (!m_asked || m_asked->call != call)
         return;
-    if (const auto answered = answerIn(reply, *rowOf(m_asked->question)))
+    const QJsonObject &question = m_asked->question;
+    if (const auto answered =
+            answerIn(reply, *rowOf(question), question[u"choices"].toArray().size()))
         answer(*answered);
     else
         askNext();
 }
 
-void Agents::answer(QJsonObject answer)
+void Agents::answer(const QJsonObject &answer)
 {
-    const Asked asked = *std::exchange(m_asked, std::nullopt);
+    tell(*std::exchange(m_asked, std::nullopt), answer);
+}
+
+void Agents::tell(const Asked &asked, QJsonObject answer)
+{
     answer[u"id"] = asked.question[u"id"];
     asked.answered(answer);
 }
 
 void Agents::cancel(int question)
 {
-    if (m_asked && m_asked->number == question)
+    if (isAsking(question))
         takeBack();
 }
 
-void Agents::takeBack()
+std::optional<Agents::Asked> Agents::takeBack()
 {
-    const auto asked = std::exchange(m_asked, std::nullopt);
+    auto asked = std::exchange(m_asked, std::nullopt);
     if (!asked || !asked->agent)
-        return;
+        return asked;
     QDBusMessage call = QDBusMessage::createMethodCall(asked->agent->owner, asked->agent->path,
                                                        QString::fromLatin1(agentInterface),
                                                        QStringLiteral("Cancel"));
     call.setAutoStartService(false);
     m_bus.send(call); // whatever it answers
+    return asked;
 }
 
 } // namespace client

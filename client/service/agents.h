@@ -34,6 +34,9 @@ class Agents : public QObject {
 public:
     /// Programs of one user could otherwise take the memory of the service.
     static constexpr std::size_t mostAgents = 16;
+    /// Characters of a text. In JSON each has six bytes at most, and a session reads lines of 64
+    /// KiB (json_user.h): what is longer would be cut there, after it has kept the session waiting.
+    static constexpr qsizetype longestText = 10'000;
 
     explicit Agents(const QDBusConnection &bus);
 
@@ -48,10 +51,12 @@ public:
 
     using Answered = std::function<void(const QJsonObject &answer)>;
     /// Asks, and calls with the answer when there is one: at once when there is nobody to ask. What
-    /// was asked before gets no answer any more.
+    /// was asked before and has no answer yet is cancelled.
     /// @return the number of the question, never 0
     int ask(const QString &account, const QJsonObject &question, Answered answered);
     bool isAsking() const { return m_asked.has_value(); }
+    /// Whether that is the question that has no answer yet.
+    bool isAsking(int question) const { return m_asked && m_asked->number == question; }
     /// Takes back a question, if it has no answer yet.
     void cancel(int question);
 
@@ -74,8 +79,10 @@ private:
     void askNext();
     void take(int call, const QDBusMessage &reply);
     void forget(const QString &owner);
-    void answer(QJsonObject answer);
-    void takeBack();
+    void answer(const QJsonObject &answer);
+    static void tell(const Asked &asked, QJsonObject answer);
+    /// @return what was asked; none when nothing is
+    std::optional<Asked> takeBack();
 
     QDBusConnection m_bus;
     QDBusServiceWatcher m_watcher;

@@ -27,7 +27,7 @@ bool NotificationHandler::handle(const QByteArray &push)
         return m_service.accounts().damage().isEmpty();
     }
     const bool wantsQuestion = request->uiMode == UiMode::Interactive;
-    if (wantsQuestion && (m_agents.isEmpty() || m_agents.isAsking())) {
+    if (wantsQuestion && (m_agents.isEmpty() || isAskedOtherwise())) {
         refuse(QStringLiteral("the server of the account %1 wants the user to be asked before the "
                               "session, and %2")
                    .arg(request->account, m_agents.isEmpty()
@@ -74,11 +74,17 @@ void NotificationHandler::tellUser(const notification::SessionRequest &request)
     const QString text = QStringLiteral("The server begins a session with this device.");
     writeJournal(JournalPriority::Notice,
                  QStringLiteral("for the user, account %1: %2").arg(request.account, text));
-    if (!m_agents.isEmpty() && !m_agents.isAsking())
-        m_agents.ask(request.account,
-                     {{QStringLiteral("question"), QStringLiteral("display")},
-                      {QStringLiteral("text"), text}},
-                     [](const QJsonObject &) {});
+    if (!m_agents.isEmpty() && !isAskedOtherwise())
+        m_told = m_agents.ask(request.account,
+                              {{QStringLiteral("question"), QStringLiteral("display")},
+                               {QStringLiteral("text"), text}},
+                              [](const QJsonObject &) {});
+}
+
+/// A text of this class, which an agent may show for as long as it likes, gives way.
+bool NotificationHandler::isAskedOtherwise() const
+{
+    return m_agents.isAsking() && !m_agents.isAsking(m_told);
 }
 
 void NotificationHandler::obey(const notification::SessionRequest &request)

@@ -28,6 +28,7 @@ public:
 private:
     void askUser(const notification::SessionRequest &request);
     void tellUser(const notification::SessionRequest &request);
+    bool isAskedOtherwise() const;
     void obey(const notification::SessionRequest &request);
     void refuse(const QString &reason);
 
@@ -35,6 +36,7 @@ private:
     Agents &m_agents;
     const notification::NotificationMemory m_memory;
     RefusalCount m_refused;
+    int m_told = 0; ///< what the user was told last, as the agents count
 };
 
 } // namespace client

@@ -7,8 +7,9 @@ import unittest
 
 import notifications
 from notifications import INFORMATIVE, INTERACTIVE, ZERO_TEXT
+from scripted_agent import ScriptedAgent
 from services import DMCLIENT, DMCLIENTD, HAS_JOURNAL, PATIENCE, ServiceFixture
-from sessions import PLUGIN, SECRETS
+from sessions import PLUGIN, SECRETS, DmServer, scenario
 from terminal import Terminal
 
 SERVER = b"dm.example"
@@ -149,6 +150,48 @@ class NotificationTest(ServiceFixture):
         agent.wait_for("[server] Test: The server begins a session with this device.")
         self.wait_until(self.results)
         self.assertEqual(self.server.session.session_id, "7")
+
+    def scripted_agent(self):
+        agent = ScriptedAgent(self.bus.address)
+        self.addCleanup(agent.close)
+        return agent
+
+    def test_a_text_that_is_shown_for_ever_keeps_nobody_from_being_asked(self):
+        self.start_service("--notification-port", str(self.port))
+        agent = self.scripted_agent()
+        for number in (7, 8):
+            self.send(self.genuine(number, ui_mode=INFORMATIVE))
+            self.assertEqual(agent.question().get_member(), "Display")
+            self.wait_until(lambda: len(self.results()) == number - 6)
+        self.send(self.genuine(9, ui_mode=INTERACTIVE))
+        agent.reply(agent.question(), "b", True)
+        self.wait_until(lambda: len(self.results()) == 3)
+        self.assertEqual(self.server.session.session_id, "7")
+        self.assertEqual(agent.cancelled, 2)
+
+    def test_a_question_that_gives_way_to_a_sessions_is_told(self):
+        asking = DmServer(scenario("questions", packages=[
+            {"commands": [{"alert": 1101, "items": ["", "Go on?"]}]}]))
+        asking.__enter__()
+        self.addCleanup(asking.__exit__, None, None, None)
+        added = self.client("account", "add", "Asking", f"address={asking.url}",
+                            "server-id=asking.example", "client-auth=none", "server-auth=none")
+        self.assertEqual(added.returncode, 0, added.stderr)
+        self.start_service("--notification-port", str(self.port))
+        agent = self.scripted_agent()
+        self.send(self.genuine(7, ui_mode=INTERACTIVE))
+        allowed = agent.question()
+        self.assertEqual(self.bus.start_session("Asking").returncode, 0)
+        question = agent.question()
+        agent.reply(allowed, "b", True)
+        agent.reply(question, "b", True)
+        self.wait_until(self.results)
+        [result] = self.results()
+        self.assertEqual((result["account"], result["session"]), ("Asking", "completed"), result)
+        self.assertEqual(agent.cancelled, 1)
+        said = self.said()
+        if not HAS_JOURNAL:
+            self.assertIn("the user, asked for a session of the account Test: cancelled", said)
 
     def test_a_repetition_is_none_after_a_restart_either(self):
         self.start_service("--notification-port", str(self.port))
