@@ -4,11 +4,13 @@ import os
 import re
 import shutil
 import subprocess
+import tempfile
 import unittest
 import xml.etree.ElementTree as xml
 
 from bus import POLICY, SERVICE, SOURCES
 
+SYSUSERS = os.path.realpath(os.path.join(SOURCES, "packaging", "sysusers", "kub-dm.conf"))
 UNIT = os.path.join(SOURCES, "packaging", "systemd", "dmclientd.service")
 
 
@@ -36,6 +38,17 @@ class UnitTest(unittest.TestCase):
             lines = file.read().splitlines()
         self.assertIn("EnvironmentFile=-/etc/default/dmclientd", lines)
         self.assertIn("ExecStart=dmclientd --state=%S/kub-dm $DMCLIENTD_OPTIONS", lines)
+
+    @unittest.skipUnless(shutil.which("systemd-sysusers"), "systemd-sysusers is not installed")
+    def test_the_group_that_the_policy_names_is_made(self):
+        groups = {policy.get("group") for policy in xml.parse(POLICY).getroot()} - {None}
+        with tempfile.TemporaryDirectory() as root:
+            os.mkdir(os.path.join(root, "etc"))
+            made = subprocess.run(["systemd-sysusers", f"--root={root}", SYSUSERS],
+                                  capture_output=True, text=True, check=False)
+            self.assertEqual(made.returncode, 0, made.stderr)
+            with open(os.path.join(root, "etc", "group"), encoding="ascii") as file:
+                self.assertEqual({line.split(":")[0] for line in file}, groups)
 
     def test_nobody_but_root_may_be_the_service(self):
         root = xml.parse(POLICY).getroot()
