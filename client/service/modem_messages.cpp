@@ -226,7 +226,7 @@ void ModemMessages::read(const Place &place, const QDBusMessage &reply)
     const QByteArray data =
         value.metaType() == QMetaType::fromType<QByteArray>() ? value.toByteArray() : QByteArray();
     const bool isWhole = state == stateReceived && numberIn(properties, "PduType") == typeDeliver;
-    if (isWhole && !data.isEmpty() && data.size() <= largestData)
+    if (isWhole && !data.isEmpty())
         findSim(place, data);
     else
         over(place);

@@ -26,7 +26,6 @@ public:
     static constexpr std::size_t mostReading = 4;
     /// Whose parts have not all come.
     static constexpr std::size_t mostReceiving = 256;
-    static constexpr qsizetype largestData = qsizetype(64) * 1024;
 
     enum class Outcome {
         NotOurs, ///< somebody else's: it stays
@@ -34,7 +33,7 @@ public:
         Open,    ///< stays, and is handed on again when ModemManager or this program has restarted
     };
     struct Message {
-        QByteArray data; ///< what it carries behind the ports, at most largestData bytes
+        QByteArray data; ///< what it carries behind the ports, of any size
         QByteArray imsi; ///< of the SIM card that it came to, as ModemManager has it; maybe empty
     };
     using Take = std::function<Outcome(const Message &message)>;

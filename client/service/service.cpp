@@ -22,9 +22,6 @@ constexpr std::size_t mostResults = 50;
 /// A device whose clock begins at 1970 with every start comes along by what was kept.
 constexpr auto savingInterval = std::chrono::hours(1);
 
-/// Whoever works with the device is left to it for a while.
-constexpr auto busyDelay = std::chrono::seconds(30);
-
 /// dmclient's exit status when what it works with cannot be used (see exit_status.h).
 constexpr int unusable = 3;
 
@@ -88,7 +85,7 @@ Service::Service(Options options, std::unique_ptr<ServiceState> state)
     m_saving.setTimerType(Qt::VeryCoarseTimer);
     QObject::connect(&m_saving, &QTimer::timeout, &m_saving, [this] { saveSchedule(); });
     m_saving.start();
-    m_bootstrapDelay.setInterval(busyDelay);
+    m_bootstrapDelay.setInterval(m_options.busyDelay);
     m_bootstrapDelay.setSingleShot(true);
     QObject::connect(&m_bootstrapDelay, &QTimer::timeout, &m_bootstrapDelay,
                      [this] { beginWhatIsDue(); });

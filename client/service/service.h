@@ -42,6 +42,9 @@ public:
         QString sessionProgram;      ///< file of dmclient
         QStringList deviceArguments; ///< for it, that choose the device beside its state directory
         SessionChild::Limits limits = {};
+        /// How long a device that somebody works with is left to them before a bootstrap message is
+        /// tried again.
+        std::chrono::milliseconds busyDelay = std::chrono::seconds(30);
     };
     struct Listener {
         std::function<void()> changed = [] {}; ///< anything that can be asked for below
