@@ -101,6 +101,7 @@ void ModemMessages::beginAnew()
     m_waiting.clear();
     m_reading.clear();
     m_receiving.clear();
+    m_hasMissed = false;
     listModems();
 }
 
@@ -153,8 +154,8 @@ void ModemMessages::takeAdded(const QDBusMessage &signal)
 {
     const auto path = argumentOf<QDBusObjectPath>(signal, 0, "ob");
     const auto isReceived = argumentOf<bool>(signal, 1, "ob");
-    if (path && *isReceived)
-        wait({signal.path(), path->path()});
+    if (path && *isReceived && !wait({signal.path(), path->path()}))
+        m_hasMissed = true;
 }
 
 void ModemMessages::takeDeleted(const QDBusMessage &signal)
@@ -176,28 +177,30 @@ void ModemMessages::takeChange(const QDBusMessage &signal)
         return;
     const Place whole = *place;
     m_receiving.erase(place);
-    wait(whole);
+    if (!wait(whole))
+        m_hasMissed = true;
 }
 
 // ---- Reading them --------------------------------------------------------------------------------
 
-void ModemMessages::wait(const Place &place)
+bool ModemMessages::wait(const Place &place)
 {
     const auto isIn = [&place](const auto &places) {
         return std::ranges::find(places, place) != places.end();
     };
     if (isIn(m_waiting) || isIn(m_reading) || isIn(m_receiving))
-        return;
+        return true;
     if (m_waiting.size() >= mostWaiting) {
         if (const auto count = m_unread.add(RefusalCount::Clock::now()))
             writeJournal(JournalPriority::Warning,
                          QStringLiteral("%1 short messages are not read for now: more than %2 wait")
                              .arg(*count)
                              .arg(mostWaiting));
-        return;
+        return false;
     }
     m_waiting.push_back(place);
     readNext();
+    return true;
 }
 
 void ModemMessages::readNext()
@@ -283,6 +286,8 @@ void ModemMessages::over(const Place &place)
 {
     std::erase(m_reading, place);
     readNext();
+    if (m_reading.empty() && std::exchange(m_hasMissed, false))
+        listModems();
 }
 
 } // namespace client

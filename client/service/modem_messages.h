@@ -21,7 +21,7 @@ namespace client {
 class ModemMessages : public QObject {
     Q_OBJECT
 public:
-    /// That wait to be read. What comes beyond is read when ModemManager lists it again.
+    /// That wait to be read. What is announced beyond is looked for when they have been read.
     static constexpr std::size_t mostWaiting = 1024;
     static constexpr std::size_t mostReading = 4;
     /// Whose parts have not all come.
@@ -58,7 +58,8 @@ private:
     void beginAnew();
     void listModems();
     void listMessages(const QString &modem);
-    void wait(const Place &place);
+    /// @return whether there is room for it
+    bool wait(const Place &place);
     void readNext();
     void read(const Place &place, const QDBusMessage &reply);
     void findSim(const Place &place, const QByteArray &data);
@@ -74,6 +75,7 @@ private:
     std::deque<Place> m_waiting;
     std::vector<Place> m_reading; ///< until they are deleted, if they are
     std::deque<Place> m_receiving;
+    bool m_hasMissed = false; ///< one that was announced
     RefusalCount m_unread;
     RefusalCount m_undeleted;
 };

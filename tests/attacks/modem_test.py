@@ -166,13 +166,16 @@ class LyingModemTest(ModemAttack):
         self.start_service()
         self.assert_serves()
         before = memory_of(self.service)
-        for _ in range(20):
+        for _ in range(3):
             self.modems.send_sms(bytes(1024 * 1024))
-        for number in range(1000):
+        # All at once, more than are waited for.
+        self.service.send_signal(signal.SIGSTOP)
+        for number in range(1500):
             self.modems.announce(f"{PATH}/SMS/gone{number}")
+        last = self.modems.send_sms(self.by_pin())
+        self.service.send_signal(signal.SIGCONT)
         for number in range(280):
             self.modems.send_sms(complete=False)
-        last = self.modems.send_sms(self.by_pin())
         self.wait_for_deletion(last)
         self.assertLess(memory_of(self.service) - before, 4 * 1024)
 
