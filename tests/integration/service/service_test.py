@@ -1,13 +1,15 @@
 """dmclientd on a bus of its own, and dmclient beside it."""
 
 import json
+import os
 import select
 import signal
 import socket
 import subprocess
+import time
 import unittest
 
-from services import DMCLIENTD, PATIENCE, ServiceFixture
+from services import DMCLIENT, DMCLIENTD, PATIENCE, ServiceFixture
 from sessions import PLUGIN, SESSION_FAILED, SUCCESS, UNUSABLE
 
 
@@ -17,6 +19,23 @@ class ServiceTest(ServiceFixture):
             result = self.client(command)
             self.assertEqual((result.returncode, result.stderr),
                              (UNUSABLE, f"dmclient: {command}: dmclientd does not run\n"))
+
+    def test_a_bus_that_says_nothing_holds_no_session_up(self):
+        path = os.path.join(self.handset.home, "silent")
+        with socket.socket(socket.AF_UNIX) as silent:
+            silent.bind(path)
+            silent.listen()
+            server = self.serve()
+            start = time.monotonic()
+            session = subprocess.run(
+                [DMCLIENT, "session", "Test"], capture_output=True, text=True, timeout=PATIENCE,
+                env=self.handset.environment(DBUS_SYSTEM_BUS_ADDRESS=f"unix:path={path},guid=1"),
+                check=False)
+            self.assertEqual(session.returncode, SUCCESS, session.stderr)
+            self.assertLess(time.monotonic() - start, PATIENCE / 2)
+            self.assertEqual(server.session.report()["faults"], [])
+            silent.settimeout(0)
+            silent.accept()[0].close()  # it was asked
 
     def test_a_session_is_held_by_the_service_that_runs(self):
         server = self.serve()
