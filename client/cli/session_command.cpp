@@ -8,6 +8,7 @@
 #include "inbox.h"
 #include "interrupt_guard.h"
 #include "json_user.h"
+#include "late_execution.h"
 #include "notification_message.h"
 #include "notification_proof.h"
 #include "recording.h"
@@ -257,7 +258,8 @@ ExitStatus haveSessionWith(const Context &context, const HttpModule &http, const
     PropertyKeeper keeper(*context.device, *report);
     recordLooks(context);
     ChangeOrigins origins(*context.secondLook);
-    std::vector<SessionObserver *> observers = {report.get(), &keeper, &origins};
+    LateExecution late(*context.device, server.accountName, *report);
+    std::vector<SessionObserver *> observers = {report.get(), &keeper, &origins, &late};
     if (trace)
         observers.push_back(trace);
     if (recorder)
@@ -271,6 +273,7 @@ ExitStatus haveSessionWith(const Context &context, const HttpModule &http, const
                                      http.areSameHost);
     };
     options.keepNonces = [&nonces](const Nonces &changed) { return nonces.keep(changed); };
+    late.addTo(options);
     TerminalUser terminal(STDIN_FILENO, STDOUT_FILENO, settings.transport.interruptFile);
     JsonUser program(context.output, STDIN_FILENO, settings.transport.interruptFile);
     UserInteraction *user = nullptr;
@@ -280,6 +283,8 @@ ExitStatus haveSessionWith(const Context &context, const HttpModule &http, const
         user = &terminal;
     Session session(server.account, context.device->tree(), **transport, user, observers, options);
     const SessionEnd end = session.run();
+    if (end.kind != SessionEnd::Kind::AbortedHere)
+        late.runAccepted(observers);
     reportDifferences(context, origins, *report);
     report->ended(end);
     if (context.recording)

@@ -545,13 +545,19 @@ Outcome CommandProcessor::copy(const Command &, const Item &item)
     return m_tree.copy(*source, *target);
 }
 
-Outcome CommandProcessor::execute(const Command &, const Item &item)
+Outcome CommandProcessor::execute(const Command &command, const Item &item)
 {
     const Result<NodeUri> uri = wholeNode(item.target);
     if (!uri)
         return uri.outcome();
-    if (!m_undoLog)
-        return m_tree.execute(*uri, item.data.value_or(QByteArray()));
+    if (!m_undoLog) {
+        const QByteArray argument = item.data.value_or(QByteArray());
+        const Outcome may = m_lateExec ? m_tree.mayExecute(*uri) : Outcome();
+        if (!may)
+            return may;
+        const auto late = m_lateExec ? m_lateExec(command, *uri, argument) : std::nullopt;
+        return late ? *late : m_tree.execute(*uri, argument);
+    }
     const Result<TreeNode> node = m_tree.find(*uri);
     return node ? notAllowed(*uri, "cannot be executed in an Atomic, which may be taken back")
                 : node.outcome();

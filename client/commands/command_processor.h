@@ -8,6 +8,7 @@
 
 #include <QVarLengthArray>
 #include <functional>
+#include <optional>
 #include <span>
 #include <utility>
 #include <vector>
@@ -45,6 +46,13 @@ public:
     using Inbox = std::function<Outcome(const std::vector<TndsNode> &objects)>;
     /// Without one there is no Inbox: 404.
     void setInbox(Inbox inbox) { m_inbox = std::move(inbox); }
+
+    /// Takes an Exec, which its server may call for, that ends later. @return its status; none for
+    /// one that is run at once
+    using LateExec = std::function<std::optional<Outcome>(
+        const syncml::Command &command, const NodeUri &node, const QByteArray &argument)>;
+    /// Without one every Exec is run at once.
+    void setLateExec(LateExec lateExec) { m_lateExec = std::move(lateExec); }
 
     /// Says whether the answers to an Atomic can reach the server.
     using AnswerCheck = std::function<bool(const std::vector<syncml::Command> &answers)>;
@@ -171,6 +179,7 @@ private:
     AnswerCheck m_atomicAnswerCheck;
     EndCheck m_endCheck;
     Inbox m_inbox;
+    LateExec m_lateExec;
     std::vector<syncml::Item> m_results; ///< of the Get that runs
     Parts m_spareParts;                  ///< empty: room for those of the next command
     qsizetype m_room = 0;                ///< bytes of answers that may still be made

@@ -138,6 +138,15 @@ QString DmDevice::profilePlugin() const
     return m_profilePlugin ? PluginHost::pathOf(m_profilePlugin->description.library) : QString();
 }
 
+const QString *DmDevice::longExecAt(const NodeUri &node) const
+{
+    for (const Plugin &plugin : m_plugins)
+        if (const auto type = plugin.description.longExec.find(node);
+            type != plugin.description.longExec.end())
+            return &type->second;
+    return nullptr;
+}
+
 bool DmDevice::isProfilePluginLoaded() const
 {
     return m_profilePlugin && m_profilePlugin->host;

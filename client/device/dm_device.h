@@ -72,6 +72,9 @@ public:
     QString profilePlugin() const;
     /// Name of the store that the profile service is asked to use, "sqlite" or another.
     QString profileStore() const;
+    /// The type of the alert that tells a server how an Exec of the node has ended, where a plug-in
+    /// says that it takes long; null for all other nodes.
+    const QString *longExecAt(const NodeUri &node) const;
     const StateDirectory &state() const { return *m_state; }
     /// The DM accounts.
     AccountStore &accounts() { return *m_accounts; }

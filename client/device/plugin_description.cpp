@@ -1,6 +1,7 @@
 #include "plugin_description.h"
 
 #include "json_object.h"
+#include "media_type.h"
 
 #include <QDir>
 #include <QFile>
@@ -17,9 +18,12 @@ namespace {
 
 constexpr qint64 largestDescription = 64 * 1024;
 constexpr qsizetype mostRoots = 64;
+constexpr qsizetype mostLongExec = 64;
 
 constexpr char libraryKey[] = "library";
 constexpr char rootsKey[] = "roots";
+constexpr char longExecKey[] = "longExec";
+constexpr const char *memberKeys[] = {libraryKey, rootsKey, longExecKey};
 
 /// Where the client has nodes that no plug-in can be in place of, or beneath.
 constexpr const char *ownNodes[] = {"./DevInfo", "./DevDetail", "./DMAcc", "./Inbox"};
@@ -75,10 +79,42 @@ Expected<std::vector<NodeUri>, QString> readRoots(const QJsonValue &value)
     return roots;
 }
 
+Expected<std::map<NodeUri, QString>, QString> readLongExec(const QJsonValue &value,
+                                                           const std::vector<NodeUri> &roots)
+{
+    std::map<NodeUri, QString> nodes;
+    if (value.isUndefined())
+        return nodes;
+    const QJsonObject types = value.toObject();
+    if (!value.isObject() || types.size() > mostLongExec)
+        return Unexpected(QStringLiteral("%1 is not an object of at most %2 addresses")
+                              .arg(QLatin1String(longExecKey))
+                              .arg(mostLongExec));
+    for (auto entry = types.begin(); entry != types.end(); ++entry) {
+        const auto address = parseAddress(entry.key());
+        const bool isNode = address && address->query == Address::Query::None;
+        if (!isNode || std::ranges::none_of(roots, [&address](const NodeUri &root) {
+                return root.contains(address->node);
+            }))
+            return Unexpected(
+                QStringLiteral("\"%1\" is not the address of a node beneath its roots")
+                    .arg(entry.key()));
+        const QString type = entry.value().toString();
+        if (!syncml::isAlertType(type))
+            return Unexpected(
+                QStringLiteral("%1: \"%2\" is neither Content-Type: nor Reversed-Domain-Name: "
+                               "with a name behind it")
+                    .arg(entry.key(), type));
+        nodes[address->node] = type;
+    }
+    return nodes;
+}
+
 Expected<PluginDescription, QString> readMembers(const QJsonObject &members, const QString &folder)
 {
     for (const QString &name : members.keys())
-        if (name != QLatin1String(libraryKey) && name != QLatin1String(rootsKey))
+        if (std::ranges::none_of(memberKeys,
+                                 [&name](const char *key) { return name == QLatin1String(key); }))
             return Unexpected(QStringLiteral("there is no member %1").arg(name));
     PluginDescription description;
     description.library = members[QLatin1String(libraryKey)].toString();
@@ -91,6 +127,10 @@ Expected<PluginDescription, QString> readMembers(const QJsonObject &members, con
     if (!roots)
         return Unexpected(roots.error());
     description.roots = *std::move(roots);
+    auto longExec = readLongExec(members[QLatin1String(longExecKey)], description.roots);
+    if (!longExec)
+        return Unexpected(longExec.error());
+    description.longExec = *std::move(longExec);
     return description;
 }
 

@@ -6,6 +6,7 @@
 
 #include <QString>
 #include <QStringList>
+#include <map>
 #include <vector>
 
 namespace client {
@@ -16,11 +17,16 @@ struct PluginDescription {
     QString library;
     /// In the order in which they are mounted; at least one.
     std::vector<NodeUri> roots;
+    /// Nodes beneath them whose Exec takes long, with the type of the alert that tells a server how
+    /// it has ended.
+    std::map<NodeUri, QString> longExec = {};
 };
 
-/// Reads a description, a JSON object with two members:
+/// Reads a description, a JSON object with two members, and a third one for nodes whose Exec takes
+/// long:
 ///
-///     {"library": "libvendor.so.1", "roots": ["./Vendor/Example"]}
+///     {"library": "libvendor.so.1", "roots": ["./Vendor/Example"],
+///      "longExec": {"./Vendor/Example/Reset": "Reversed-Domain-Name: org.example.reset"}}
 ///
 /// A relative path of a library begins at the folder of the file.
 /// @param file  path of what is read; at most 64 KiB

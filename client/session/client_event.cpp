@@ -1,9 +1,10 @@
 #include "client_event.h"
 
+#include "media_type.h"
 #include "node_uri.h"
 #include "node_value.h"
 
-#include <QRegularExpression>
+#include <QStringList>
 #include <algorithm>
 #include <iterator>
 
@@ -73,14 +74,6 @@ bool beginsWithType(QStringView text)
     return text.startsWith(u"Content-Type:") || text.startsWith(u"Reversed-Domain-Name:");
 }
 
-bool isAlertType(const QString &type)
-{
-    static const QRegularExpression form(QRegularExpression::anchoredPattern(
-        QStringLiteral("Content-Type: *[!#$&^_.+A-Za-z0-9-]+/[!#$&^_.+A-Za-z0-9-]+( *;[^\\p{C}]*)?"
-                       "|Reversed-Domain-Name: *[A-Za-z0-9-]+(\\.[A-Za-z0-9-]+)*")));
-    return form.match(type).hasMatch();
-}
-
 bool fitsFormat(const ClientEvent &event)
 {
     const auto type = typeOfFormat(event.format);
@@ -138,7 +131,7 @@ Expected<ClientEvent, QString> parseGenericAlert(const QString &text)
             return Unexpected(taken.error());
     if (!takeTypeAndText(rest.toString(), event))
         return Unexpected(QStringLiteral("there is no TYPE=TEXT"));
-    if (!isAlertType(event.type))
+    if (!syncml::isAlertType(event.type))
         return Unexpected(QStringLiteral("the type is written as Content-Type: text/plain or "
                                          "Reversed-Domain-Name: org.example.event"));
     if (!fitsFormat(event))

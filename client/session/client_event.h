@@ -20,6 +20,8 @@ struct ClientEvent {
     std::optional<QString> mark = {};       ///< how important it is
     std::optional<QString> source = {};     ///< URI of the node that it is about
     std::optional<QString> correlator = {}; ///< of the server's command that it answers
+    /// Told again in a session whose server had not proved itself when it answered.
+    bool isToldUntilTaken = false;
 };
 
 /// Reads "TYPE=TEXT". TYPE ends at the first equals sign.

@@ -69,6 +69,7 @@ Session::Session(const Account &account, ManagementTree &tree, Transport &transp
         [this](const std::vector<Command> &answers) { return canBeSent(answers); });
     m_commands.processor().setEndCheck([this] { return isAbortRequested() || isOverTime(); });
     m_commands.processor().setInbox(options.inbox);
+    m_commands.processor().setLateExec(options.lateExec);
     m_commands.setTimeLeft([this] { return timeLeft(); });
 }
 
@@ -192,21 +193,36 @@ void Session::queueBeginning()
 void Session::queueFirstPackage()
 {
     queueBeginning();
-    for (const ClientEvent &event : m_options.events) {
-        Item item;
-        item.meta.emplace();
-        item.meta->type = event.type;
-        item.meta->format = event.format;
-        item.meta->mark = event.mark;
-        if (event.source)
-            item.source = syncml::Location{*event.source, {}};
-        item.data = event.data;
-        Command alert = makeAlert(event.code);
-        if (event.correlator)
-            alert.correlator = *event.correlator;
-        alert.items = {std::move(item)};
-        queue(std::move(alert));
-    }
+    for (std::size_t i = 0; i < m_options.events.size(); ++i)
+        queueEvent(i);
+}
+
+void Session::queueEvent(std::size_t index)
+{
+    const ClientEvent &event = m_options.events[index];
+    Item item;
+    item.meta.emplace();
+    item.meta->type = event.type;
+    item.meta->format = event.format;
+    item.meta->mark = event.mark;
+    if (event.source)
+        item.source = syncml::Location{*event.source, {}};
+    item.data = event.data;
+    Command alert = makeAlert(event.code);
+    if (event.correlator)
+        alert.correlator = *event.correlator;
+    alert.items = {std::move(item)};
+    queue(std::move(alert));
+    m_queuedEvents.push_back(index);
+}
+
+/// Goes with the challenge to a server that has not proved itself: what it said of the events does
+/// not count, and it will not say that again.
+void Session::queueEventsAgain()
+{
+    for (std::size_t i = 0; i < m_options.events.size(); ++i)
+        if (m_options.events[i].isToldUntilTaken && !m_takenEvents.contains(i))
+            queueEvent(i);
 }
 
 Command Session::deviceInformation() const
@@ -279,6 +295,7 @@ std::optional<TransportResult> Session::sendNextMessage(Purpose purpose)
         return std::nullopt;
     ++m_end.messages;
     m_isFirstPackage = false;
+    noteSentEvents(message);
     for (SessionObserver *const observer : m_observers)
         observer->messageSent(request, message);
     return m_transport.exchange(request);
@@ -445,6 +462,7 @@ bool Session::fitsIntoOneMessage(AnswerQueue queue)
 void Session::endOrGoOn(bool hasAnswers)
 {
     const bool isUnproved = m_verifier.failures() > 0;
+    const bool isBegunAgain = m_isChallenged;
     if (m_isChallenged) {
         m_isChallenged = false;
         m_serverIsFinal = true; // what it had to say it will say again
@@ -457,6 +475,8 @@ void Session::endOrGoOn(bool hasAnswers)
         queueAlert(AlertCode::NextMessage);
         m_requestIsQueued = true;
     }
+    if (isUnproved && !isBegunAgain && m_isRunning)
+        queueEventsAgain();
     if (m_verifier.failures() >= mostServerFailures)
         fail(QStringLiteral("the server could not prove who it is"));
     if (m_otherVersions >= mostServerFailures)
@@ -556,9 +576,35 @@ void Session::readStatuses(const Message &message)
         if (isRefused && cmd != u"SyncHdr" && !m_isChallenged)
             note(QStringLiteral("the server answers the client's %1 with %2")
                      .arg(cmd, describe(status)));
+        if (command.kind == CommandKind::Status)
+            readEventStatus(command);
         if (isAlert(command, AlertCode::NoEndOfData) || (isRefused && cmd == u"Results"))
             m_queue.dropStartedObject();
     }
+}
+
+/// Notes under which ids the alerts of events go out. The queue of commands keeps their order.
+void Session::noteSentEvents(const Message &message)
+{
+    for (const Command &command : message.commands) {
+        if (!isAlert(command, AlertCode::ClientEvent) && !isAlert(command, AlertCode::GenericAlert))
+            continue;
+        m_sentEvents[{message.header.msgId, command.cmdId.value_or(QString())}] =
+            m_queuedEvents.front();
+        m_queuedEvents.pop_front();
+    }
+}
+
+void Session::readEventStatus(const Command &status)
+{
+    const auto code = parseStatus(status.data.value_or(QByteArray()));
+    const bool isTaken = code == DmStatus::Ok || code == DmStatus::Accepted;
+    if (!isTaken || status.cmd != QStringLiteral("Alert"))
+        return;
+    const auto sent = m_sentEvents.extract(
+        {status.msgRef.value_or(QString()), status.cmdRef.value_or(QString())});
+    if (sent && m_takenEvents.insert(sent.mapped()).second && m_options.eventTaken)
+        m_options.eventTaken(sent.mapped());
 }
 
 } // namespace client

@@ -16,9 +16,12 @@
 
 #include <QString>
 #include <chrono>
+#include <deque>
 #include <functional>
+#include <map>
 #include <optional>
 #include <set>
+#include <utility>
 #include <vector>
 
 namespace client {
@@ -53,6 +56,11 @@ struct SessionOptions {
     std::vector<ClientEvent> events;
     /// Takes what the server adds to the Inbox; without it there is none.
     CommandProcessor::Inbox inbox;
+    /// Called with the index of an event whose alert the server has taken, with 200 or 202. May be
+    /// empty.
+    std::function<void(std::size_t event)> eventTaken;
+    /// Takes what ends later; without it every Exec is run at once.
+    CommandProcessor::LateExec lateExec;
     /// Asked before each message, and when one was not answered; true ends the session with an
     /// abort. May be empty.
     std::function<bool()> isAbortRequested;
@@ -112,6 +120,8 @@ private:
     /// The first package without the client's events.
     void queueBeginning();
     void queueFirstPackage();
+    void queueEvent(std::size_t index);
+    void queueEventsAgain();
     void queue(syncml::Command &&command);
     void queue(std::vector<syncml::Command> &&commands);
     void queueAlert(AlertCode code);
@@ -134,6 +144,8 @@ private:
     void readLimits(const syncml::Meta &meta);
     bool readHeaderStatus(const syncml::Message &message, bool isObeyed);
     void readStatuses(const syncml::Message &message);
+    void noteSentEvents(const syncml::Message &message);
+    void readEventStatus(const syncml::Command &status);
     std::vector<syncml::Command> answer(const syncml::Message &message, DmStatus headerStatus);
     void refer(std::vector<syncml::Command> &answers) const;
     bool canBeSent(std::vector<syncml::Command> answers);
@@ -150,6 +162,11 @@ private:
     ServerVerifier m_verifier;
     SessionCommands m_commands;
     AnswerQueue m_queue;
+
+    /// Events by the MsgID and CmdID that their alerts had.
+    std::map<std::pair<QString, QString>, std::size_t> m_sentEvents;
+    std::deque<std::size_t> m_queuedEvents; ///< in the order in which their alerts are sent
+    std::set<std::size_t> m_takenEvents;
 
     SessionEnd m_end;
     bool m_isRunning = true;

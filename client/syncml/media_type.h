@@ -19,6 +19,10 @@ QByteArray mediaTypeOf(Encoding encoding);
 /// "text/plain" of "Text/Plain; charset=UTF-8".
 QString withoutParameters(const QString &mediaType);
 
+/// Whether a generic alert can have that type: "Content-Type: text/plain" or "Reversed-Domain-Name:
+/// org.example.event".
+bool isAlertType(const QString &type);
+
 /// Whether a value of that type is a serialised tree, in XML or in WBXML.
 bool isSerialisedTree(QStringView mediaType);
 

@@ -737,20 +737,39 @@ Result<DmtData> TreeView::valueToCopy(const TreeNode &source) const
     return value;
 }
 
+namespace {
+
+constexpr char cannotBeExecuted[] = "cannot be executed";
+
+} // namespace
+
+Result<TreeNode> TreeView::findToExecute(const NodeUri &uri) const
+{
+    Result<TreeNode> node = findToChange(uri);
+    if (!node)
+        return node;
+    if (!node->m_isChangeable || !hasAccessType(uri, AccessExec))
+        return notAllowed(uri, cannotBeExecuted);
+    if (Outcome right = permit(Right::Exec, *node); !right)
+        return right;
+    return node;
+}
+
+Outcome TreeView::mayExecute(const NodeUri &uri) const
+{
+    return findToExecute(uri).outcome();
+}
+
 Outcome TreeView::execute(const NodeUri &uri, const QByteArray &argument)
 {
-    const Result<TreeNode> node = findToChange(uri);
+    const Result<TreeNode> node = findToExecute(uri);
     if (!node)
         return node.outcome();
-    const auto cannot = [&uri] { return notAllowed(uri, "cannot be executed"); };
-    if (!node->m_isChangeable || !hasAccessType(uri, AccessExec))
-        return cannot();
-    if (const Outcome right = permit(Right::Exec, *node); !right)
-        return right;
     DMString result; // the protocol has no way to send it
     const int status = node->m_node->Execute(argument.constData(), result);
     m_tree->forgetMissing(m_tree->mountOf(uri).root);
-    return status == DMT_NOT_ALLOWED ? cannot() : outcomeOfEngineCall(status);
+    return status == DMT_NOT_ALLOWED ? notAllowed(uri, cannotBeExecuted)
+                                     : outcomeOfEngineCall(status);
 }
 
 } // namespace client

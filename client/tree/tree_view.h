@@ -118,6 +118,8 @@ public:
     Outcome remove(const NodeUri &uri);
     /// Copies the value of one leaf to another, which is added when it is missing.
     Outcome copy(const NodeUri &source, const NodeUri &target);
+    /// Whether the node may be executed: 405 if it stands for nothing, 425 without the right.
+    Outcome mayExecute(const NodeUri &uri) const;
     /// Has the tree of a node do what the node stands for; 405 for a node that stands for nothing.
     /// What that changes is not told as changes are, and nothing can take it back.
     /// @param argument  what the command has for the node; may be empty
@@ -160,6 +162,8 @@ private:
     Outcome replaceTitle(const TreeNode &node, const QByteArray &title);
     /// The parent of a node that is to be added, once every rule allows the node.
     Result<TreeNode> parentForNewNode(const NodeUri &uri) const;
+    /// The node, once every rule allows that it is executed.
+    Result<TreeNode> findToExecute(const NodeUri &uri) const;
     Outcome copyToNewLeaf(const TreeNode &source, const NodeUri &target);
     Result<DmtData> valueToCopy(const TreeNode &source) const;
     Outcome rename(const TreeNode &node, const QByteArray &newName);

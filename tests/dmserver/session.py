@@ -456,8 +456,9 @@ class Session:
 
     def build_exec(self, script):
         content = [E("Correlator", script["correlator"])] if "correlator" in script else []
+        data = [E("Data", script["data"])] if "data" in script else []
         element = E("Exec", E("CmdID", self.new_cmd_id()), *content,
-                    E("Item", E("Target", E("LocURI", script["exec"]))))
+                    E("Item", E("Target", E("LocURI", script["exec"])), *data))
         return self.wait_for(element, [script["exec"]], script)
 
     def build_copy(self, script):

@@ -162,8 +162,10 @@ TEST_F(AccessRightsTest, ExecutingNeedsExecOnTheNode)
     setAcl("Office", "Add=*&Delete=*&Exec=*&Get=*&Replace=*");
     setAcl("Office/Auth", "Add=*&Delete=*&Get=*&Replace=*&Exec=Other");
     EXPECT_EQ(code(tree.execute(profile("Office/Auth"), "x")), 425);
+    EXPECT_EQ(code(tree.mayExecute(profile("Office/Auth"))), 425);
     EXPECT_EQ(memory->calls, std::vector<std::string>());
     setAcl("Office/Auth", "Exec=ServerS");
+    EXPECT_EQ(code(tree.mayExecute(profile("Office/Auth"))), 200);
     EXPECT_EQ(code(tree.execute(profile("Office/Auth"), "x")), 200);
     EXPECT_EQ(memory->calls, std::vector<std::string>{"execute Office/Auth x"});
 }

@@ -270,6 +270,39 @@ TEST_F(ChangeTest, ExecGivesItsDataToANodeThatCanBeExecuted)
     EXPECT_EQ(statusOf(CommandKind::Exec, target(profileUri("Nobody"))), 404);
 }
 
+TEST_F(ChangeTest, AnExecThatEndsLaterIsTakenWhenItIsAllowedAndNotRun)
+{
+    memory->executables = {{"Home", ""}};
+    std::vector<std::string> taken;
+    CommandProcessor processor(managementTree, principal);
+    processor.setLateExec([&](const Command &exec, const NodeUri &node,
+                              const QByteArray &argument) -> std::optional<Outcome> {
+        if (!exec.correlator)
+            return std::nullopt;
+        taken.push_back(node.toUri().toStdString() + ' ' + argument.toStdString());
+        return Outcome{DmStatus::Accepted, {}};
+    });
+    const auto statuses = [&](const Command &command) {
+        std::vector<Command> answers;
+        processor.run(command, answers);
+        return summary(answers);
+    };
+    Command exec = command(CommandKind::Exec,
+                           {target(profileUri("Home"), "now"), target("./DevInfo/Man", "now"),
+                            target(profileUri("Nobody"), "now")});
+    exec.correlator = QStringLiteral("c");
+    EXPECT_EQ(statuses(exec),
+              (Lines{"Status 7 Exec 202 <" + full("Home"), "Status 7 Exec 405 <./DevInfo/Man",
+                     "Status 7 Exec 404 <" + full("Nobody")}));
+    EXPECT_EQ(taken, (Lines{full("Home") + " now"}));
+    statuses(group(CommandKind::Atomic, {exec}));
+    EXPECT_EQ(taken.size(), 1U) << "an Atomic may be taken back";
+    EXPECT_EQ(memory->calls, Lines());
+    exec.correlator.reset();
+    statuses(exec);
+    EXPECT_EQ(memory->calls, Lines{"execute Home now"});
+}
+
 TEST_F(ChangeTest, OneFailedItemDoesNotStopTheNext)
 {
     EXPECT_EQ(run(command(CommandKind::Replace,

@@ -58,6 +58,19 @@ TEST_F(PluginDescriptionTest, HasALibraryAndItsRootsInOrder)
     EXPECT_EQ(description->roots[1].toUri(), "./Vendor/A");
 }
 
+TEST_F(PluginDescriptionTest, NamesNodesWhoseExecTakesLong)
+{
+    write(QStringLiteral("one.json"), R"({"library": "x", "roots": ["./V", "./W"], "longExec": {
+        "./W/Run": "Reversed-Domain-Name: org.example.run", "V/Do": "Content-Type: text/plain"}})");
+    const auto description = readPluginDescription(folder.filePath(QStringLiteral("one.json")));
+    ASSERT_TRUE(description) << description.error().toStdString();
+    ASSERT_EQ(description->longExec.size(), 2u);
+    EXPECT_EQ(description->longExec.at(nodeAt("./W/Run")),
+              QStringLiteral("Reversed-Domain-Name: org.example.run"));
+    EXPECT_EQ(description->longExec.at(nodeAt("./V/Do")),
+              QStringLiteral("Content-Type: text/plain"));
+}
+
 TEST_F(PluginDescriptionTest, ARelativePathBeginsAtTheFolderOfTheFile)
 {
     for (const auto &[given, library] :
@@ -106,6 +119,17 @@ TEST_F(PluginDescriptionTest, WhatIsWrongIsNamed)
         {R"({"library": "x", "roots": ["./V", "./V/W"]})", "./V/W is within another of the roots"},
         {R"({"library": "x", "roots": ["./V/W", "./V"]})", "./V is within another of the roots"},
         {R"({"library": "x", "roots": ["./V", "V"]})", "./V is within another of the roots"},
+        {R"({"library": "x", "roots": ["./V"], "longExec": ["./V/R"]})",
+         "longExec is not an object of at most 64 addresses"},
+        {R"({"library": "x", "roots": ["./V"], "longExec": {"./W/R": "Content-Type: a/b"}})",
+         "\"./W/R\" is not the address of a node beneath its roots"},
+        {R"({"library": "x", "roots": ["./V"], "longExec": {"./V?prop=ACL": "Content-Type: a/b"}})",
+         "\"./V?prop=ACL\" is not the address of a node beneath its roots"},
+        {R"({"library": "x", "roots": ["./V"], "longExec": {"./V/R": "org.example"}})",
+         "./V/R: \"org.example\" is neither Content-Type: nor Reversed-Domain-Name: with a name "
+         "behind it"},
+        {R"({"library": "x", "roots": ["./V"], "longExec": {"./V/R": 1}})",
+         "./V/R: \"\" is neither Content-Type: nor Reversed-Domain-Name: with a name behind it"},
     };
     for (const Row &row : rows)
         EXPECT_EQ(faultOf(row.content), std::string("FOLDER/one.json: ") + row.fault);

@@ -431,6 +431,65 @@ TEST_P(Packages, EventsFollowTheDescriptionOfTheDevice)
     EXPECT_EQ(alert.items.at(0).source->locUri, QStringLiteral("./DevInfo"));
 }
 
+/// The Status of one command of the client's.
+static QByteArray statusOf(const char *msgRef, const char *cmdRef, const char *cmd, int code)
+{
+    return QByteArray("<Status><CmdID>2</CmdID><MsgRef>") + msgRef + "</MsgRef><CmdRef>" + cmdRef +
+           "</CmdRef><Cmd>" + cmd + "</Cmd><Data>" + QByteArray::number(code) + "</Data></Status>";
+}
+
+TEST_P(Packages, AnEventIsTakenByAStatusOfItsOwnAlertThatAccepts)
+{
+    std::vector<std::size_t> taken;
+    options.eventTaken = [&taken](std::size_t event) { taken.push_back(event); };
+    const ClientEvent event{.code = AlertCode::GenericAlert,
+                            .type = QStringLiteral("Reversed-Domain-Name: org.example"),
+                            .data = "1"};
+    options.events = {event, event, event, event, event};
+    server.says(accepted() + statusOf("1", "3", "Alert", 406) + statusOf("1", "4", "Alert", 200) +
+                statusOf("1", "4", "Alert", 200) + statusOf("1", "5", "Replace", 200) +
+                statusOf("2", "6", "Alert", 200) + statusOf("1", "1", "Alert", 200) +
+                statusOf("1", "7", "Alert", 202) + get("9", {"./DevInfo/Man"}));
+    run();
+    EXPECT_EQ(taken, (std::vector<std::size_t>{1, 4}));
+}
+
+TEST_P(Packages, EventsThatAreSentAgainAreTakenByTheirNewStatuses)
+{
+    std::vector<std::size_t> taken;
+    options.eventTaken = [&taken](std::size_t event) { taken.push_back(event); };
+    const ClientEvent event{.type = QStringLiteral("org.example"), .data = "1"};
+    options.events = {event, event};
+    account.toServer = {AuthType::Md5, {"Bruce2", "OhBehave"}, std::nullopt};
+    server.says(statusFor("SyncHdr", 407, chal(AuthType::Md5, "N1")) +
+                statusOf("1", "3", "Alert", 407) + statusOf("1", "4", "Alert", 407));
+    server.says(accepted() + statusOf("2", "5", "Alert", 200));
+    run();
+    EXPECT_EQ(sent(2), (Lines{"Status 0 SyncHdr 200", "Alert 1201", "Replace 5 items",
+                              "Alert 1224  = 1", "Alert 1224  = 1", "Final"}));
+    EXPECT_EQ(taken, std::vector<std::size_t>{1});
+}
+
+TEST_P(Packages, WhatAServerThatHasNotProvedItselfTakesIsToldAgainWithTheChallenge)
+{
+    std::vector<std::size_t> taken;
+    options.eventTaken = [&taken](std::size_t event) { taken.push_back(event); };
+    ClientEvent event{.type = QStringLiteral("org.example"), .data = "once"};
+    options.events.push_back(event);
+    event.data = "kept";
+    event.isToldUntilTaken = true;
+    options.events.push_back(event);
+    account.toClient = {AuthType::Basic, {"Server", "Secret"}, std::nullopt};
+    server.says(accepted() + statusOf("1", "3", "Alert", 200) + statusOf("1", "4", "Alert", 200));
+    server.says({accepted() + statusOf("2", "4", "Alert", 200), true,
+                 "<Cred><Meta><Format>b64</Format><Type>syncml:auth-basic</Type></Meta><Data>" +
+                     QByteArray("Server:Secret").toBase64() + "</Data></Cred>"});
+    run();
+    EXPECT_EQ(sent(2), (Lines{"Status 0 SyncHdr 407", "Alert 1201", "Replace 5 items",
+                              "Alert 1224  = kept", "Final"}));
+    EXPECT_EQ(taken, std::vector<std::size_t>{1});
+}
+
 TEST_P(Packages, WhatTheServerRefusesIsNoted)
 {
     server.says(accepted() + statusFor("Alert", 406));
