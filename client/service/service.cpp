@@ -1,6 +1,7 @@
 #include "service.h"
 
 #include "journal.h"
+#include "late_operations.h"
 #include "notification_message.h"
 #include "state_directory.h"
 
@@ -21,6 +22,10 @@ constexpr std::size_t mostResults = 50;
 
 /// A device whose clock begins at 1970 with every start comes along by what was kept.
 constexpr auto savingInterval = std::chrono::hours(1);
+
+/// A server that asks for the next operation whenever it hears of the last one would keep a device
+/// busy for ever.
+constexpr int mostOperationsInARow = 5;
 
 /// dmclient's exit status when what it works with cannot be used (see exit_status.h).
 constexpr int unusable = 3;
@@ -178,6 +183,8 @@ void Service::setOnline(bool isOnline)
         return;
     m_isOnline = isOnline;
     m_schedule.setOnline(isOnline, currentMoment().sinceBoot);
+    if (isOnline && !m_stopped)
+        requestLeftResultSessions();
     beginWhatIsDue();
     m_listener.changed();
 }
@@ -211,6 +218,30 @@ void Service::beginWhatIsDue()
     setTimer();
 }
 
+// ---- Operations that have ended ------------------------------------------------------------------
+
+/// Has the server of an account told of what has ended.
+void Service::requestResultSession(const QString &account, int operationsBefore)
+{
+    SessionRequest request{account, SessionCause::Operation};
+    request.operationsBefore = operationsBefore;
+    complain(requestSession(request));
+}
+
+/// The same for what an earlier session has left, such as one that could not reach its server.
+void Service::requestLeftResultSessions()
+{
+    const auto operations = LateOperations::load(m_state->lateOperationsFile());
+    if (!operations) {
+        complain(Unexpected(operations.error()));
+        return;
+    }
+    std::set<QString> accounts;
+    for (const LateOperation &operation : operations->all())
+        if (m_accounts.find(operation.account) && accounts.insert(operation.account).second)
+            requestResultSession(operation.account, 0);
+}
+
 // ---- A session -----------------------------------------------------------------------------------
 
 namespace {
@@ -229,6 +260,13 @@ QStringList notifiedOptions(const SessionRequest &request)
     return options;
 }
 
+/// The operations that have begun; none when the file cannot be read, of which the session tells.
+std::set<int> resultsOf(const ServiceState &state, const QString &account)
+{
+    const auto operations = LateOperations::load(state.lateOperationsFile());
+    return operations ? operations->begunOf(account) : std::set<int>();
+}
+
 } // namespace
 
 void Service::begin(const SessionRequest &request)
@@ -237,6 +275,7 @@ void Service::begin(const SessionRequest &request)
     m_runningResult.account = request.account;
     m_runningResult.cause = request.cause;
     m_runningResult.began = currentMoment().wallClock;
+    m_knownResults = resultsOf(*m_state, request.account);
     m_schedule.sessionBegan();
     writeJournal(
         JournalPriority::Information,
@@ -293,11 +332,18 @@ void Service::ended(const SessionChild::End &end)
     const Moment now = currentMoment();
     result.ended = now.wallClock;
     m_schedule.sessionEnded(result.account, outcomeOf(result.conclusion), now.sinceBoot);
-    m_running.reset();
+    const SessionRequest request = *std::exchange(m_running, std::nullopt);
+    const auto results = resultsOf(*m_state, request.account);
     saveSchedule();
     keep(std::move(result));
     m_listener.changed();
     m_listener.sessionEnded(m_results.back());
+    // Who has ended a session here wants no other one at once.
+    const bool hasNewResult = !end.wasCancelled && !std::ranges::includes(m_knownResults, results);
+    const int before = request.cause == SessionCause::Operation ? request.operationsBefore + 1 : 0;
+    if (hasNewResult && before < mostOperationsInARow && !m_stopped &&
+        m_accounts.find(request.account))
+        requestResultSession(request.account, before);
     goOn();
 }
 

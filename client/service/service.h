@@ -19,6 +19,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <vector>
 
 namespace client {
@@ -31,6 +32,8 @@ struct SessionRequest {
     std::optional<quint16> sessionId = std::nullopt;
     /// By which the notification was proved.
     notification::Nonce nonce = notification::Nonce::Agreed;
+    /// How many sessions before it, without a break, began because an operation had ended.
+    int operationsBefore = 0;
 };
 
 /// Holds the sessions of a device, one at a time: those that are asked for first, then those of the
@@ -111,6 +114,8 @@ private:
     void keep(SessionResult result);
     void saveSchedule();
     void setTimer();
+    void requestResultSession(const QString &account, int operationsBefore);
+    void requestLeftResultSessions();
 
     const Options m_options;
     const std::unique_ptr<ServiceState> m_state;
@@ -120,6 +125,7 @@ private:
     std::deque<SessionRequest> m_waiting;
     std::optional<SessionRequest> m_running;
     SessionResult m_runningResult; ///< as far as it is known
+    std::set<int> m_knownResults;  ///< ids of operations of its account, when it began
     std::vector<SessionResult> m_results;
     std::deque<QString> m_bootstraps; ///< that wait for their turn
     std::optional<QString> m_applying;

@@ -1,5 +1,6 @@
 #include "service_state.h"
 
+#include "late_operations.h"
 #include "private_storage.h"
 #include "state_location.h"
 
@@ -60,6 +61,11 @@ ServiceState::ServiceState(QString path, handset_state::FileDescriptor lockFile)
 QString ServiceState::accountsFile() const
 {
     return m_path + QStringLiteral("/client/accounts.json");
+}
+
+QString ServiceState::lateOperationsFile() const
+{
+    return m_path + QStringLiteral("/client/") + QLatin1String(client::lateOperationsFile);
 }
 
 Expected<std::optional<QJsonObject>, QString> ServiceState::readSchedule() const

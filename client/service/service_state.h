@@ -25,6 +25,8 @@ public:
     /// Absolute.
     const QString &path() const { return m_path; }
     QString accountsFile() const;
+    /// Of operations that end later; the sessions' processes write it.
+    QString lateOperationsFile() const;
 
     // Each says what is wrong with a file, which the next writing replaces: waits begin anew then,
     // and results are of yesterday.

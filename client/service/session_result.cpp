@@ -23,6 +23,7 @@ constexpr CauseRow causes[] = {
     {SessionCause::Schedule, "schedule"},
     {SessionCause::Notification, "notification"},
     {SessionCause::Bootstrap, "bootstrap"},
+    {SessionCause::Operation, "operation"},
 };
 
 struct ConclusionRow {

@@ -12,7 +12,13 @@
 namespace client {
 
 /// Who wants a session.
-enum class SessionCause { User, Schedule, Notification, Bootstrap };
+enum class SessionCause {
+    User,
+    Schedule,
+    Notification,
+    Bootstrap,
+    Operation, ///< an operation has ended, of which the server is to hear
+};
 
 /// "user" and so on.
 QString wordOf(SessionCause cause);

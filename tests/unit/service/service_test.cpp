@@ -54,7 +54,7 @@ protected:
     }
 
     /// What a session does. The words of its command line are in the file "words" afterwards.
-    void script(const char *lines)
+    void script(const QByteArray &lines)
     {
         QFile file(path("dmclient"));
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
@@ -62,6 +62,18 @@ protected:
                    "\n");
         file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner |
                             QFileDevice::ExeOwner);
+    }
+
+    /// A line of a script that leaves an operation of the account A behind.
+    QByteArray leaves(const char *id, const char *stage) const
+    {
+        return QByteArray(
+                   "printf '{\"operations\": [{\"id\": %s, \"stage\": \"%s\", \"status\": 200, "
+                   "\"account\": \"A\", \"server\": \"QQ==\", \"session\": \"1\", "
+                   "\"target\": \"./V\", \"correlator\": \"c\", \"alert\": \"t\", "
+                   "\"argument\": \"\"}]}' ") +
+               id + ' ' + stage + " >'" +
+               QFile::encodeName(path("state/client/late-operations.json")) + "'\n";
     }
 
     Service &start(SessionChild::Limits limits = {})
@@ -439,6 +451,76 @@ TEST_F(ServiceTest, DamagedFilesOfItsOwnDoNotStopIt)
     EXPECT_EQ(sessions(1), Sessions{"A completed"});
     start();
     EXPECT_EQ(service->results(), results);
+}
+
+TEST_F(ServiceTest, TheServerIsToldOfAnOperationThatHasEndedInASessionAtOnce)
+{
+    start();
+    script(leaves("1", "ended") + completes);
+    request("A");
+    EXPECT_EQ(sessions(2), (Sessions{"A completed", "A completed"}));
+    EXPECT_EQ(results[1].cause, SessionCause::Operation);
+    EXPECT_EQ(service->running(), std::nullopt) << "what was left before is not new";
+    EXPECT_TRUE(service->waiting().empty());
+}
+
+TEST_F(ServiceTest, OneThatWasBrokenOffIsToldToo)
+{
+    start();
+    script(leaves("1", "begun") + "kill -9 $$");
+    request("A");
+    EXPECT_EQ(sessions(2), (Sessions{"A crashed", "A crashed"}));
+    EXPECT_EQ(service->running(), std::nullopt);
+}
+
+TEST_F(ServiceTest, OneThatHasNotBegunBeginsNoSession)
+{
+    start();
+    script(leaves("1", "accepted") + completes);
+    request("A");
+    EXPECT_EQ(sessions(1), Sessions{"A completed"});
+    EXPECT_EQ(service->running(), std::nullopt);
+}
+
+TEST_F(ServiceTest, AServerThatAlwaysAsksForMoreIsToldFiveTimesInARow)
+{
+    start();
+    script("id=$(wc -l <'" + QFile::encodeName(path("words")) + "')\n" + leaves("$id", "ended") +
+           completes);
+    request("A");
+    EXPECT_EQ(sessions(6).size(), 6U);
+    EXPECT_EQ(service->running(), std::nullopt);
+    EXPECT_TRUE(service->waiting().empty());
+    request("A");
+    EXPECT_EQ(sessions(12).size(), 12U) << "another session begins anew";
+    EXPECT_EQ(service->running(), std::nullopt);
+}
+
+TEST_F(ServiceTest, WhoCancelsASessionHasNoOtherOneAtOnce)
+{
+    start();
+    script(leaves("1", "ended") + "touch '" + QFile::encodeName(path("ready")) +
+           "'\nexec sleep 60");
+    request("A");
+    ASSERT_TRUE(waitUntil([&] { return QFile::exists(path("ready")); }));
+    EXPECT_TRUE(service->cancelSession(QStringLiteral("A")));
+    EXPECT_EQ(sessions(1), Sessions{"A aborted"});
+    EXPECT_EQ(service->running(), std::nullopt);
+}
+
+TEST_F(ServiceTest, WhatWasLeftIsToldOnceTheDeviceIsOnline)
+{
+    start();
+    script(leaves("1", "ended") + completes);
+    request("A");
+    sessions(2);
+    start();
+    EXPECT_EQ(service->running(), std::nullopt);
+    service->setOnline(true);
+    ASSERT_TRUE(service->running());
+    EXPECT_EQ(service->running()->cause, SessionCause::Operation);
+    EXPECT_EQ(sessions(3).size(), 3U);
+    EXPECT_EQ(service->running(), std::nullopt);
 }
 
 TEST_F(ServiceTest, AnAccountThatIsAddedOrRemovedIsSeen)
