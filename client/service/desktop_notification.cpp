@@ -13,15 +13,15 @@ using support::Unexpected;
 
 namespace {
 
-const QString service = QStringLiteral("org.freedesktop.Notifications");
-const QString path = QStringLiteral("/org/freedesktop/Notifications");
+const QString notificationService = QStringLiteral("org.freedesktop.Notifications");
+const QString notificationPath = QStringLiteral("/org/freedesktop/Notifications");
 
 constexpr uint dismissedByUser = 2; ///< reason of NotificationClosed
 
 QDBusMessage callOf(const char *method, const QVariantList &arguments = {})
 {
-    QDBusMessage call =
-        QDBusMessage::createMethodCall(service, path, service, QString::fromLatin1(method));
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        notificationService, notificationPath, notificationService, QString::fromLatin1(method));
     call.setArguments(arguments);
     return call;
 }
@@ -42,14 +42,14 @@ Expected<QStringList, QString> DesktopNotification::capabilities()
 
 DesktopNotification::DesktopNotification()
     : m_bus(QDBusConnection::sessionBus()),
-      m_watcher(service, m_bus, QDBusServiceWatcher::WatchForUnregistration)
+      m_watcher(notificationService, m_bus, QDBusServiceWatcher::WatchForUnregistration)
 {
     connect(&m_watcher, &QDBusServiceWatcher::serviceUnregistered, this,
             [this] { end(End::Gone); });
-    m_bus.connect(service, path, service, QStringLiteral("ActionInvoked"), this,
-                  SLOT(takeAction(uint, QString)));
-    m_bus.connect(service, path, service, QStringLiteral("NotificationClosed"), this,
-                  SLOT(takeClosed(uint, uint)));
+    m_bus.connect(notificationService, notificationPath, notificationService,
+                  QStringLiteral("ActionInvoked"), this, SLOT(takeAction(uint, QString)));
+    m_bus.connect(notificationService, notificationPath, notificationService,
+                  QStringLiteral("NotificationClosed"), this, SLOT(takeClosed(uint, uint)));
 }
 
 bool DesktopNotification::put(const QString &body, const QStringList &buttons,
