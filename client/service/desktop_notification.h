@@ -18,8 +18,8 @@ namespace client {
 class DesktopNotification : public QObject {
     Q_OBJECT
 public:
-    /// What the notifications of this desktop can do, in the words of the Desktop Notifications
-    /// Specification. The error is a sentence.
+    /// What the notifications of this desktop can do, in the words of that interface.
+    /// The error is a sentence.
     static support::Expected<QStringList, QString> capabilities();
 
     DesktopNotification();
