@@ -77,7 +77,10 @@ class BootstrapFixture(ServiceFixture):
         return self.client("get", "./DevInfo/DmV").returncode == SUCCESS
 
     def accounts(self):
-        return json.loads(self.client("account", "list", "--json").stdout)
+        """Those of the device, as soon as the service does not work with it."""
+        listed = self.wait_until(
+            lambda: (result := self.client("account", "list", "--json")).returncode != UNUSABLE and result)
+        return json.loads(listed.stdout)
 
     def files(self):
         folder = os.path.join(self.handset.state, "client", "bootstrap")
