@@ -124,7 +124,7 @@ Expected<void, PageRefusal> PageRequestReader::readHead(const QByteArray &head)
         if (line.endsWith('\r'))
             line.chop(1);
     if (std::ranges::any_of(lines, [](const QByteArray &line) {
-            return std::ranges::any_of(line, [](char c) { return c >= 0 && c < ' ' && c != '\t'; });
+            return std::ranges::any_of(line, [](char c) { return uchar(c) < ' ' && c != '\t'; });
         }))
         return refuse(400, "the head has control characters");
     const QList<QByteArray> words = lines.takeFirst().split(' ');
