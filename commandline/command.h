@@ -54,12 +54,19 @@ struct ExitMeaning {
     const char *meaning;
 };
 
+/// A variable of the environment that a program goes by.
+struct EnvironmentVariable {
+    const char *name;
+    const char *meaning;
+};
+
 struct Program {
     const char *name; ///< empty for a shell, whose lines begin with a command
     const char *purpose;
     std::span<const Option> options; ///< which stand before or after every command
     std::vector<const Command *> commands;
     std::span<const ExitMeaning> exitStatuses = {};
+    std::span<const EnvironmentVariable> environment = {};
 };
 
 /// @return null when there is none of that name.

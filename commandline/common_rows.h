@@ -25,4 +25,16 @@ inline constexpr Option versionOption = {"version", nullptr, "print the version"
 inline constexpr Command helpCommand = {"help", "[COMMAND]", "say what the commands do", 0,
                                         1,      {},          ValueKind::Command};
 
+/// What every program that has a handset goes by, on the way through its libraries too.
+inline constexpr EnvironmentVariable handsetEnvironment[] = {
+    {"KUB_STATE_DIR", "state directory of the simulated handset"},
+    {"XDG_STATE_HOME", "the folder that has the state directory kub-dm otherwise"},
+    {"HOME", "the folder that has .local/state/kub-dm otherwise"},
+    {"KUB_NAPI_BACKEND", "where the profiles are kept, sqlite or networkmanager"},
+    {"KUB_NAPI_MAX", "how many profiles can be stored; the store keeps it"},
+    {"DBUS_SYSTEM_BUS_ADDRESS", "the system bus, in place of the usual one"},
+    {"NO_COLOR", "when it is not empty, nothing is coloured"},
+    {"TERM", "nothing is coloured when it is empty or dumb"},
+};
+
 } // namespace commandline

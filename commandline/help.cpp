@@ -47,9 +47,17 @@ struct Row {
     QString right;
 };
 
-/// Two columns beneath a heading. A left text that is too long has a line of its own.
+Row row(const char *left, const char *right)
+{
+    return {QString::fromLatin1(left), QString::fromLatin1(right)};
+}
+
+/// Two columns beneath a heading, which does not stand alone. A left text that is too long has a
+/// line of its own.
 QString table(const char *heading, const std::vector<Row> &rows, int width)
 {
+    if (rows.empty())
+        return {};
     constexpr int margin = 2;
     constexpr int widestLeft = 20;
     int leftWidth = 0;
@@ -85,7 +93,7 @@ QString optionTable(const char *heading, std::span<const Option> options, int wi
                                    : QStringLiteral("-%1, ").arg(QLatin1Char(option.letter));
         rows.push_back({letter + optionSynopsis(option), QString::fromLatin1(option.help)});
     }
-    return rows.empty() ? QString() : table(heading, rows, width);
+    return table(heading, rows, width);
 }
 
 QString withProgramName(const Program &program, const QString &text)
@@ -159,18 +167,19 @@ QString programHelp(const Program &program, int width)
 {
     std::vector<Row> commands;
     for (const Command *command : program.commands)
-        commands.push_back(
-            {QString::fromLatin1(command->name), QString::fromLatin1(command->help)});
+        commands.push_back(row(command->name, command->help));
     std::vector<Row> statuses;
-    for (const ExitMeaning &row : program.exitStatuses)
+    for (const auto &[status, meaning] : program.exitStatuses)
         statuses.push_back(
-            {QString::number(static_cast<int>(row.status)), QString::fromLatin1(row.meaning)});
-    QString text = usageLine(synopsis(program), width) +
-                   paragraph(sentence(program.purpose), width) +
-                   table("Commands", commands, width) +
-                   optionTable("Options, before or after a command", program.options, width);
-    if (!statuses.empty())
-        text += table("Exit status", statuses, width);
+            {QString::number(static_cast<int>(status)), QString::fromLatin1(meaning)});
+    std::vector<Row> variables;
+    for (const auto &[name, meaning] : program.environment)
+        variables.push_back(row(name, meaning));
+    const QString text =
+        usageLine(synopsis(program), width) + paragraph(sentence(program.purpose), width) +
+        table("Commands", commands, width) +
+        optionTable("Options, before or after a command", program.options, width) +
+        table("Exit status", statuses, width) + table("Environment", variables, width);
     return text + u'\n' +
            paragraph(QStringLiteral("'%1' tells more about a command.")
                          .arg(withProgramName(program, QStringLiteral("help COMMAND"))),

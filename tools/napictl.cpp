@@ -117,8 +117,9 @@ void chooseStore(const Invocation &invocation)
 const commandline::Program &napictlProgram()
 {
     static const commandline::Program program = {
-        "napictl", "look after the network access profiles of the simulated handset",
-        programOptions, commands(), exitStatuses};
+        "napictl",      "look after the network access profiles of the simulated handset",
+        programOptions, commands(),
+        exitStatuses,   commandline::handsetEnvironment};
     return program;
 }
 

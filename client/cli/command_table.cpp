@@ -301,9 +301,9 @@ constexpr commandline::ExitMeaning exitStatuses[] = {
 const commandline::Program &program()
 {
     static const commandline::Program program = {
-        "dmclient", "a DM client with the network access profiles of one simulated handset",
+        "dmclient",     "a DM client with the network access profiles of one simulated handset",
         programOptions, commandsWith({&statusRow, &monitorRow, &agentRow, &shellRow, &exploreRow}),
-        exitStatuses};
+        exitStatuses,   commandline::handsetEnvironment};
     return program;
 }
 

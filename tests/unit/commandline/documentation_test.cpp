@@ -130,6 +130,14 @@ TEST_P(ManualTest, ExplainsTheExitStatuses)
     EXPECT_EQ(matches(section("EXIT STATUS"), "^\\.TP\\n\\.B (\\d+)$"), statuses);
 }
 
+TEST_P(ManualTest, ExplainsTheVariablesOfTheEnvironment)
+{
+    std::vector<std::string> variables;
+    for (const commandline::EnvironmentVariable &row : program().environment)
+        variables.emplace_back(row.name);
+    EXPECT_EQ(matches(section("ENVIRONMENT"), "^\\.TP\\n\\.B ([A-Z_]+)$"), variables);
+}
+
 TEST_P(ManualTest, SharesNoOptionBetweenTheProgramAndItsCommands)
 {
     const auto taken = names(program().options);

@@ -10,7 +10,7 @@ namespace commandline {
 
 namespace {
 
-TEST(HelpTest, OfAProgramHasItsCommandsOptionsAndExitStatuses)
+TEST(HelpTest, OfAProgramHasItsCommandsOptionsExitStatusesAndEnvironment)
 {
     EXPECT_EQ(programHelp(sampleProgram(), 80).toStdString(),
               "Usage: sample [OPTION...] COMMAND [ARGUMENT...]\n"
@@ -35,6 +35,11 @@ TEST(HelpTest, OfAProgramHasItsCommandsOptionsAndExitStatuses)
               "Exit status:\n"
               "  0  everything was done\n"
               "  2  wrong usage\n"
+              "\n"
+              "Environment:\n"
+              "  SAMPLE_DIR  where samples are\n"
+              "  A_LONG_NAME_OF_A_VARIABLE\n"
+              "              has a line of its own\n"
               "\n"
               "'sample help COMMAND' tells more about a command.\n");
 }

@@ -27,13 +27,17 @@ inline constexpr ExitMeaning sampleStatuses[] = {
     {ExitStatus::WrongUsage, "wrong usage"},
 };
 
+inline constexpr EnvironmentVariable sampleEnvironment[] = {
+    {"SAMPLE_DIR", "where samples are"},
+    {"A_LONG_NAME_OF_A_VARIABLE", "has a line of its own"},
+};
+
 inline Program sampleProgram()
 {
-    return {"sample",
-            "look after samples",
-            sampleOptions,
-            {&listCommand, &copyCommand, &loadCommand, &removeCommand, &helpCommand},
-            sampleStatuses};
+    return {
+        "sample",       "look after samples",
+        sampleOptions,  {&listCommand, &copyCommand, &loadCommand, &removeCommand, &helpCommand},
+        sampleStatuses, sampleEnvironment};
 }
 
 /// The same commands as lines of a shell.
