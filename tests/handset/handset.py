@@ -8,6 +8,7 @@ import subprocess
 import tempfile
 import unittest
 
+import documented_files
 import wbxmlcodec
 import xmlcodec
 from elements import order_fault
@@ -69,7 +70,9 @@ class Handset:
             self.add(profiles)
 
     def close(self):
+        undocumented = documented_files.undocumented(self.state)
         self._directory.cleanup()
+        assert not undocumented, f"no manual page has these files of the state directory: {undocumented}"
 
     def path(self, *names):
         return os.path.join(self.state, *names)

@@ -1,4 +1,4 @@
-"""The commands that README.md and the manual show, as somebody types them who has just built."""
+"""The commands that README.md shows, as somebody types them who has just built."""
 
 import json
 import os
@@ -23,14 +23,6 @@ def by_hand():
     """The three blocks of commands below "By hand": packages, first steps, and a session."""
     section = read("README.md").split("## By hand\n")[1].split("\n## ")[0]
     return re.findall(r"^```\n(.*?)^```$", section, re.MULTILINE | re.DOTALL)
-
-
-def manual_blocks():
-    """The examples of dmclient-session(7) as they look on a terminal."""
-    page = read("docs", "man", "dmclient-session.7")
-    blocks = re.findall(r"^\.nf\n\.RS\n(.*?)^\.RE\n\.fi$", page, re.MULTILINE | re.DOTALL)
-    return [block.replace("\\-", "-").replace("\\&", "").replace("\\e\n", "\\\n")
-            for block in blocks]
 
 
 class DocumentedCommandsTest(unittest.TestCase):
@@ -101,17 +93,6 @@ class DocumentedCommandsTest(unittest.TestCase):
         for file in ("README.md", "demo", "docs/man/dmclient.1", "docs/man/dmclient-session.7"):
             for secret in re.findall(r"(?:-|\\-)secret=(\S+)", read(file)):
                 self.assertIn(secret, ("-", "\\-"), file)
-
-    def test_first_session_of_the_manual_prints_what_the_manual_shows(self):
-        commands, shown = manual_blocks()[:2]
-        load, serve, play = commands.splitlines()
-        self.assertEqual(serve, "python3 tests/dmserver/dmserver.py --scenario "
-                                "tests/dmserver/scenarios/profiles.json --port 8080 &")
-        url = self.start_server()
-        self.assertIn("http://127.0.0.1:8080/", play)
-        output = self.type(f"{load}\n{play.replace('http://127.0.0.1:8080/', url)}")
-        parts = [re.escape(part) for part in re.split(r"^\.\.\.\n", shown, flags=re.MULTILINE)]
-        self.assertRegex(output, r"\A" + r"(?:.*\n)+".join(parts) + r"\Z")
 
 
 if __name__ == "__main__":

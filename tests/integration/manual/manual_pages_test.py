@@ -1,0 +1,157 @@
+"""What the manual pages show happens, and dmclientd(8) has its options and exit statuses.
+
+Each block of a page that is not filled (.nf to .fi) is typed into a shell, from top to bottom, on a handset
+of the page's own, unless the comment before it says otherwise:
+
+    .\\" printed             what the block before it prints; "..." stands for lines that are left out
+    .\\" file: NAME          what is in a file that later blocks use
+    .\\" first: COMMAND      it is typed after this command, which the reader does not see
+    .\\" not run: REASON     it cannot be typed here
+"""
+
+import os
+import pathlib
+import re
+import socket
+import subprocess
+import unittest
+
+import documented_files
+from handset import DMCLIENT, Handset
+
+TOP = pathlib.Path(__file__).resolve().parents[3]
+PAGES = TOP / "docs" / "man"
+# One more is written from what its commands print, by a test of its own.
+WITH_EXAMPLES = ("dmclient.1", "dmclient-session.7", "dmclientd.8", "napictl.1")
+BLOCK = re.compile(r'(?:^\.\\" ([^\n]*)\n)?^\.nf\n(?:\.RS\n)?(.*?)(?:^\.RE\n)?^\.fi$', re.MULTILINE | re.DOTALL)
+# Where the pages have a server of their own.
+PORT = "8080"
+WAIT_FOR_SERVER = f"until (: >/dev/tcp/127.0.0.1/{PORT}) 2>/dev/null; do sleep 0.05; done"
+# What is asked for and not shown: secrets.
+TYPED = "OhBehave\n" * 2
+
+
+def read(page):
+    return (PAGES / page).read_text(encoding="utf-8")
+
+
+def printed(roff):
+    """The text as a terminal shows it."""
+    return roff.replace("\\-", "-").replace("\\&", "").replace("\\e", "\\").replace("\\(aq", "'")
+
+
+def blocks(page):
+    return [(mark, printed(text)) for mark, text in BLOCK.findall(read(page))]
+
+
+def matches(output, shown):
+    """Whether the output is what is shown, where a line "..." stands for any."""
+    parts = [re.escape(part) for part in re.split(r"^\.\.\.\n", shown, flags=re.MULTILINE)]
+    return re.fullmatch(r"(?:.*\n)*?".join(parts), output)
+
+
+def free_port():
+    with socket.socket() as one:
+        one.bind(("127.0.0.1", 0))
+        return str(one.getsockname()[1])
+
+
+class Typist:
+    """Somebody who types what a page has, on a handset that nobody has used."""
+
+    def __init__(self):
+        self.handset = Handset(profiles=None)
+        self.folder = pathlib.Path(self.handset.home, "folder")
+        self.folder.mkdir()
+        for name in ("docs", "tests"):
+            (self.folder / name).symlink_to(TOP / name)
+        self.port = free_port()
+
+    def type(self, commands):
+        """What the commands print, all of which have to succeed."""
+        script = re.sub(r"&$", f"& {WAIT_FOR_SERVER}", commands, flags=re.MULTILINE)
+        environment = self.handset.environment(PATH=f"{os.path.dirname(DMCLIENT)}:{os.environ['PATH']}",
+                                               PYTHONDONTWRITEBYTECODE="1")
+        result = subprocess.run(["bash", "-ec", f"trap 'kill $(jobs -p) 2>/dev/null || :' EXIT\n"
+                                 + script.replace(PORT, self.port)],
+                                input=TYPED, cwd=self.folder, env=environment, text=True,
+                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=120, check=False)
+        assert result.returncode == 0, f"{commands}exit status {result.returncode}\n{result.stdout}"
+        return result.stdout
+
+    def keep(self, name, text):
+        (self.folder / name).write_text(text, encoding="utf-8")
+
+
+class ExamplesTest(unittest.TestCase):
+    maxDiff = None
+
+    def follow(self, page):
+        """Types all of a page; the number of blocks that were."""
+        typist = Typist()
+        self.addCleanup(typist.handset.close)
+        typed = 0
+        output = None
+        for mark, text in blocks(page):
+            kind, _, words = mark.partition(": ")
+            if kind == "printed":
+                self.assertIsNotNone(output, f"{page}: nothing is typed before\n{text}")
+                self.assertTrue(matches(output, text), f"{page} shows\n{text}\nand it prints\n{output}")
+            elif kind == "file":
+                typist.keep(words, text)
+            elif kind == "not run":
+                self.assertTrue(words, f"{page} does not say why it cannot be typed:\n{text}")
+            else:
+                self.assertIn(kind, ("", "first"), f"{page} has an unknown mark")
+                if kind:
+                    typist.type(words)
+                output = typist.type(text)
+                typed += 1
+        return typed
+
+    def test_examples_print_what_the_page_shows(self):
+        for page in WITH_EXAMPLES:
+            with self.subTest(page):
+                self.assertEqual(read(page).count("\n.nf\n"), len(blocks(page)))
+                runs = self.follow(page)
+                self.assertTrue(runs or page == "dmclientd.8")
+
+    def test_every_page_is_followed(self):
+        self.assertEqual({page.name for page in PAGES.iterdir()} - set(WITH_EXAMPLES),
+                         {"dmclient-surprises.7"})
+
+
+class ServicePageTest(unittest.TestCase):
+    """The other programs have tables, which are compared with their pages elsewhere."""
+
+    @staticmethod
+    def section(name):
+        return re.search(rf"^\.SH {name}\n(.*?)(?=^\.SH)", read("dmclientd.8"), re.MULTILINE | re.DOTALL)[1]
+
+    def test_has_the_options_of_help_and_no_other(self):
+        result = subprocess.run([os.environ["DMCLIENTD"], "--help"], capture_output=True, text=True,
+                                timeout=60, check=True)
+        offered = set(re.findall(r"(?<![\w-])--?[a-z][a-z-]*", result.stdout.split("Options:\n")[1]))
+        headings = re.findall(r"^\.TP\n\.BI?R? (.*)$", self.section("OPTIONS"), re.MULTILINE)
+        explained = set(re.findall(r"(?<![\w-])--?[a-z][a-z-]*", printed(" ".join(headings))))
+        self.assertEqual(explained, offered)
+
+    def test_has_the_exit_statuses_of_the_program(self):
+        source = (TOP / "client" / "daemon" / "main.cpp").read_text(encoding="utf-8")
+        known = re.findall(r"\w+ = (\d+)", re.search(r"enum Status .*?\};", source, re.DOTALL)[0])
+        self.assertEqual(re.findall(r"^\.TP\n\.B (\d+)$", self.section("EXIT STATUS"), re.MULTILINE), known)
+
+
+class FilesTest(unittest.TestCase):
+    """That each file has its place in a page is found by every test with a handset; see handset.py."""
+
+    def test_no_page_has_files_that_no_program_makes(self):
+        sources = "".join(path.read_text(encoding="utf-8") for folder in ("client", "hostplatform", "support")
+                          for path in (TOP / folder).rglob("*.[ch]*"))
+        for entry in (entry for page in PAGES.iterdir() for entry in documented_files.entries(page)):
+            for name in filter(None, re.split(r"[/*]|-\*|\bID\b", entry)):
+                self.assertTrue(re.search(rf'"(?:[^"\n]*/)?{re.escape(name)}', sources), f"{entry}: {name}")
+
+
+if __name__ == "__main__":
+    unittest.main()
