@@ -1,0 +1,6 @@
+# Puts a library of the project into the folder of all of them, where it looks for the others: beside
+# itself. Links that only a linker would follow are left out.
+function(kub_install_library target)
+    set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN")
+    install(TARGETS ${target} LIBRARY DESTINATION ${KUB_LIBDIR} NAMELINK_SKIP)
+endfunction()
