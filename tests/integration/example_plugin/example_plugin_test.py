@@ -6,14 +6,14 @@ import shutil
 import unittest
 
 from commands import add, delete, execute, get, package_of, rename, replace
-from handset import CONN, PLUGIN, HandsetTest
+from handset import CONN, DMCLIENT, HandsetTest
 
 SUCCESS, REFUSED = range(2)
 SERVER = "vendor.example"
 ROOT = "./Vendor/Example"
 SETTINGS = ROOT + "/Settings"
 COLOUR = SETTINGS + "/Colour"
-SHARE = os.path.join(os.path.dirname(os.path.dirname(PLUGIN)), "share", "kub-dm")
+SHARE = os.path.join(os.path.dirname(os.path.dirname(DMCLIENT)), "share", "kub-dm")
 
 
 class ExamplePluginTest(HandsetTest):

@@ -1,6 +1,8 @@
 """What "cmake --install" lays down works without the folder that it was built in."""
 
+import glob
 import os
+import re
 import shutil
 import subprocess
 import tempfile
@@ -8,6 +10,16 @@ import unittest
 
 BUILD = os.environ["BUILD"]
 CMAKE = os.environ["CMAKE"]
+SOURCE = os.environ["SOURCE"]
+
+
+def install_patterns(file):
+    """What debhelper takes into a package, as it is called in a tree whose libraries are all in lib."""
+    with open(file, encoding="utf-8") as lines:
+        for line in lines:
+            words = line.partition("#")[0].split()
+            if words:
+                yield re.sub(r"^usr/lib/\*/(kub-dm/)?", "usr/lib/", words[0])
 
 
 class InstalledTreeTest(unittest.TestCase):
@@ -66,6 +78,22 @@ class InstalledTreeTest(unittest.TestCase):
             self.assertTrue(os.path.isfile(os.path.join(self.prefix, file)), file)
         version = self.run_installed("dmclientd", "--version")
         self.assertEqual(version.returncode, 0, version.stderr)
+
+    def test_each_file_is_in_exactly_one_debian_package(self):
+        places = {} # of installed files; the packages that take them
+        for folder, _, names in os.walk(self.prefix):
+            for name in names:
+                places[os.path.relpath(os.path.join(folder, name), self.folder)] = []
+        for file in glob.glob(os.path.join(SOURCE, "packaging", "debian", "*.install")):
+            for pattern in install_patterns(file):
+                # One that begins with usr is for what was installed, another for the sources.
+                found = glob.glob(pattern, root_dir=self.folder) or glob.glob(pattern, root_dir=SOURCE)
+                self.assertTrue(found, f"{file}: nothing is {pattern}")
+                for place, packages in places.items():
+                    if any(place == one or place.startswith(one + "/") for one in found):
+                        packages.append(os.path.basename(file))
+        self.assertGreater(len(places), 20)
+        self.assertEqual({place: packages for place, packages in places.items() if len(packages) != 1}, {})
 
     def test_the_tree_may_be_moved(self):
         moved = os.path.join(self.folder, "elsewhere")
