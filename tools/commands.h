@@ -25,6 +25,10 @@ parseFile(const QString &fileName, support::Expected<Parsed, QString> (*parse)(c
     return parsed;
 }
 
+/// Names of options that more than one command has.
+inline constexpr char fieldsOption[] = "fields";
+inline constexpr char terseOption[] = "terse";
+
 ExitStatus runList(Output &output, const Invocation &invocation);
 ExitStatus runShow(Output &output, const Invocation &invocation);
 ExitStatus runCreate(Output &output, const Invocation &invocation);

@@ -4,7 +4,7 @@
 
 #include "commands.h"
 #include "common_rows.h"
-#include "profile_fields.h"
+#include "profile_columns.h"
 
 using commandline::anyNumber;
 using commandline::Option;
@@ -16,9 +16,37 @@ constexpr Option programOptions[] = {commandline::stateOption, commandline::back
                                      commandline::helpOption, commandline::versionOption};
 constexpr Option showSecretsOption = {"show-secrets", nullptr,
                                       "print passwords instead of ********"};
+
+/// The names that --fields takes.
+QStringList columnWords()
+{
+    QStringList words = {QStringLiteral("all")};
+    for (const Column &column : allColumns())
+        words += nameOf(column);
+    return words;
+}
+
+constexpr Option chosenFieldsOption = {
+    fieldsOption,
+    "FIELDS",
+    "show these, in this order, with commas between them; all is every one",
+    ValueKind::Text,
+    columnWords,
+    'f'};
+constexpr Option shownTerselyOption = {
+    terseOption,
+    nullptr,
+    "print for programs: values with colons between them, : and \\ after a backslash",
+    ValueKind::None,
+    nullptr,
+    't'};
 constexpr Option listOptions[] = {
+    chosenFieldsOption,
+    shownTerselyOption,
     {"json", nullptr, "print one JSON array with an object a profile"}};
 constexpr Option showOptions[] = {
+    chosenFieldsOption,
+    shownTerselyOption,
     {"json", nullptr, "print JSON, the format of import"},
     showSecretsOption,
 };
@@ -71,14 +99,18 @@ constexpr CommandRow rows[] = {
     {{"list", "", "list the profiles with their IDs and the parts that they have", 0, 0,
       listOptions},
      runList},
-    {{"show", "NAME", "show one profile", 1, 1, showOptions}, runShow},
+    {{"show", "NAME...", "show profiles; a pattern such as 'Voda*' stands for all that it matches",
+      1, anyNumber, showOptions},
+     runShow},
     {{"create", "NAME [FIELD=VALUE...]", "create a profile", 1, anyNumber, noOptions,
       ValueKind::Text, nullptr, fieldWords, fieldDetails},
      runCreate},
     {{"set", "NAME FIELD=VALUE...", "change fields of a profile, all or none", 2, anyNumber,
       noOptions, ValueKind::Text, nullptr, fieldWords, fieldDetails},
      runSet},
-    {{"delete", "NAME...", "delete profiles", 1, anyNumber}, runDelete},
+    {{"delete", "NAME...", "delete profiles; a pattern stands for all that it matches", 1,
+      anyNumber},
+     runDelete},
     {{"import", "FILE", "create the profiles of a JSON file (- is standard input)", 1, 1,
       importOptions, ValueKind::File},
      runImport},

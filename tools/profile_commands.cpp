@@ -1,16 +1,17 @@
-// list, show, create, set, delete: one profile at a time.
+// list, show, create, set, delete: profiles as they are stored.
 #include "commands.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <optional>
+#include <algorithm>
 
+#include "profile_columns.h"
 #include "profile_fields.h"
 #include "profile_json.h"
+#include "profile_names.h"
 #include "profile_service.h"
 #include "secret_input.h"
-#include "secret_mask.h"
 
 using commandline::printable;
 
@@ -42,142 +43,242 @@ support::Expected<QList<FieldValue>, QString> parseAssignments(const QStringList
     return values;
 }
 
-QStringList partNames(const NAP_PROFILE_S &record)
+/// A line without blanks at its end.
+QString line(QString text)
 {
-    QStringList names;
-    for (const ProfilePart &part : profileParts()) {
-        if (isPartPresent(part, record))
-            names += QString::fromLatin1(part.name);
-    }
-    return names;
+    while (text.endsWith(u' '))
+        text.chop(1);
+    return text + u'\n';
 }
 
-QString shownValue(const ProfileField &field, const NAP_PROFILE_S &record, bool showSecrets)
-{
-    const QString text = fieldText(field, record);
-    switch (field.kind) {
-    case FieldKind::Flag:
-        return text == u"true" ? QStringLiteral("yes") : QStringLiteral("no");
-    case FieldKind::Secret:
-        return showSecrets || text.isEmpty() ? printable(text)
-                                             : QString::fromLatin1(support::secretMask);
-    case FieldKind::Seconds:
-        return text + QStringLiteral(" s");
-    case FieldKind::BitRate:
-        return text + QStringLiteral(" bit/s");
-    default:
-        return printable(text);
-    }
-}
-
-QString fieldLines(const ProfilePart *part, const NAP_PROFILE_S &record, bool showSecrets)
+QString fieldLines(const ProfilePart *part, const NAP_PROFILE_S &record, Secrets secrets)
 {
     QString lines;
     for (const ProfileField &field : profileFields()) {
         if (field.part != part)
             continue;
         const QString name = QLatin1StringView(part ? "  " : "") + QLatin1StringView(field.name);
-        lines += name.leftJustified(16) + shownValue(field, record, showSecrets);
-        while (lines.endsWith(u' '))
-            lines.chop(1);
-        lines += u'\n';
+        lines += line(name.leftJustified(16) + textForPeople(field, record, secrets));
     }
     return lines;
 }
 
-void printForPeople(Output &output, const QString &name, unsigned int id,
-                    const NAP_PROFILE_S &record, bool showSecrets)
+/// A profile with all that is in it, under the titles of its parts.
+QString profileForPeople(const StoredProfile &profile, Secrets secrets)
 {
-    QString text =
-        QStringLiteral("name            %1\nid              %2\n").arg(printable(name)).arg(id);
-    text += fieldLines(nullptr, record, showSecrets);
+    QString text = QStringLiteral("name            %1\nid              %2\n")
+                       .arg(printable(profile.name))
+                       .arg(profile.id);
+    text += fieldLines(nullptr, profile.record, secrets);
     for (const ProfilePart &part : profileParts()) {
-        if (!isPartUsed(part, record))
+        if (!isPartUsed(part, profile.record))
             continue;
         text += QStringLiteral("\n%1: %2\n")
                     .arg(QString::fromLatin1(part.name), QString::fromLatin1(part.title));
-        text += fieldLines(&part, record, showSecrets);
+        text += fieldLines(&part, profile.record, secrets);
+    }
+    return text;
+}
+
+QString terseLines(const StoredProfile &profile, const QList<Column> &columns, Secrets secrets)
+{
+    QString text;
+    for (const Column &column : columns)
+        text += nameOf(column) + u':' + terseText(plainText(column, profile, secrets)) + u'\n';
+    return text;
+}
+
+QString linesForPeople(const StoredProfile &profile, const QList<Column> &columns, Secrets secrets)
+{
+    qsizetype width = 0;
+    for (const Column &column : columns)
+        width = std::max(width, nameOf(column).size());
+    QString text;
+    for (const Column &column : columns)
+        text +=
+            line(nameOf(column).leftJustified(width + 2) + textForPeople(column, profile, secrets));
+    return text;
+}
+
+/// What the options say about how profiles are shown.
+struct Presentation {
+    QList<Column> columns;
+    bool areChosen; ///< by name
+    bool isTerse;
+    bool isJson;
+};
+
+support::Expected<Presentation, QString> presentationOf(const Invocation &invocation,
+                                                        const QList<Column> &usualColumns)
+{
+    const bool areChosen = invocation.has(fieldsOption);
+    const Presentation usual = {usualColumns, areChosen, invocation.has(terseOption),
+                                invocation.has("json")};
+    if (usual.isJson && (areChosen || usual.isTerse))
+        return support::Unexpected(
+            QStringLiteral("--json has a form of its own, without --fields and --terse"));
+    if (!areChosen)
+        return usual;
+    const auto chosen = chooseColumns(invocation.value(fieldsOption));
+    if (!chosen)
+        return support::Unexpected(QStringLiteral("--fields: %1").arg(chosen.error()));
+    return Presentation{*chosen, areChosen, usual.isTerse, false};
+}
+
+} // namespace
+
+// ---- list ----------------------------------------------------------------------------------------
+
+namespace {
+
+const QList<Column> listedColumns = {
+    {Column::Content::Id}, {Column::Content::Parts}, {Column::Content::Name}};
+
+/// The usual columns, whose widths everybody knows.
+QString usualLine(const StoredProfile &profile)
+{
+    const QString parts = plainText({Column::Content::Parts}, profile, Secrets::Masked);
+    return QStringLiteral("%1  %2  %3\n")
+        .arg(profile.id, 5)
+        .arg(parts.isEmpty() ? QStringLiteral("-") : parts, -27)
+        .arg(printable(profile.name));
+}
+
+QString terseLine(const StoredProfile &profile, const QList<Column> &columns)
+{
+    QStringList texts;
+    for (const Column &column : columns)
+        texts += terseText(plainText(column, profile, Secrets::Masked));
+    return texts.join(u':') + u'\n';
+}
+
+/// Columns as wide as what is in them, beneath their names.
+QString tableOf(const QList<StoredProfile> &profiles, const QList<Column> &columns)
+{
+    QList<QStringList> rows(profiles.size() + 1);
+    for (const Column &column : columns) {
+        QStringList cells = {nameOf(column).toUpper()};
+        for (const StoredProfile &profile : profiles)
+            cells += textForPeople(column, profile, Secrets::Masked);
+        const qsizetype width = std::ranges::max(cells, {}, &QString::size).size();
+        for (qsizetype row = 0; row < rows.size(); ++row)
+            rows[row] += cells[row].leftJustified(width);
+    }
+    QString text;
+    for (const QStringList &row : rows)
+        text += line(row.join(QStringLiteral("  ")));
+    return text;
+}
+
+QJsonObject listedObject(const StoredProfile &profile)
+{
+    const QString parts = plainText({Column::Content::Parts}, profile, Secrets::Masked);
+    return {{QStringLiteral("id"), static_cast<qint64>(profile.id)},
+            {QStringLiteral("name"), profile.name},
+            {QStringLiteral("parts"),
+             QJsonArray::fromStringList(parts.split(u',', Qt::SkipEmptyParts))}};
+}
+
+void printList(Output &output, const QList<StoredProfile> &profiles,
+               const Presentation &presentation)
+{
+    if (presentation.isJson) {
+        QJsonArray array;
+        for (const StoredProfile &profile : profiles)
+            array += listedObject(profile);
+        return output.json(QJsonDocument(array), QJsonDocument::Indented);
+    }
+    QString text;
+    if (presentation.isTerse)
+        for (const StoredProfile &profile : profiles)
+            text += terseLine(profile, presentation.columns);
+    else if (presentation.areChosen)
+        text = tableOf(profiles, presentation.columns);
+    else {
+        text = QStringLiteral("   ID  PARTS                        NAME\n");
+        for (const StoredProfile &profile : profiles)
+            text += usualLine(profile);
     }
     output.raw(text.toUtf8());
 }
 
 } // namespace
 
-namespace {
-
-/// A profile as a list has it.
-struct ListedProfile {
-    QString name;
-    unsigned int id;
-    QStringList parts;
-};
-
-void printLine(Output &output, const ListedProfile &profile)
+ExitStatus runList(Output &output, const Invocation &invocation)
 {
-    const QString parts = profile.parts.isEmpty() ? QStringLiteral("-") : profile.parts.join(u',');
-    output.line(QStringLiteral("%1  %2  %3")
-                    .arg(profile.id, 5)
-                    .arg(parts, -27)
-                    .arg(printable(profile.name)));
+    const auto presentation = presentationOf(invocation, listedColumns);
+    if (!presentation)
+        return output.problem(QStringLiteral("list: %1").arg(presentation.error()),
+                              ExitStatus::WrongUsage);
+    QList<QByteArray> names;
+    if (const int status = listProfileNames(names); status != NAPI_OK)
+        return reportResult(output, {}, status);
+    QList<StoredProfile> profiles;
+    for (const QByteArray &name : names) {
+        StoredProfile profile;
+        const int status = readProfile(QString::fromUtf8(name), profile);
+        if (status == NAPI_ERROR_NOT_FOUND) // deleted in the meantime
+            continue;
+        if (status != NAPI_OK)
+            return reportResult(output, profile.name, status);
+        profiles += profile;
+    }
+    printList(output, profiles, *presentation);
+    return ExitStatus::Success;
 }
 
-QJsonObject toJson(const ListedProfile &profile)
+// ---- show ----------------------------------------------------------------------------------------
+
+namespace {
+
+QString shownProfile(const StoredProfile &profile, const Presentation &presentation,
+                     Secrets secrets)
 {
-    return {{QStringLiteral("id"), static_cast<qint64>(profile.id)},
-            {QStringLiteral("name"), profile.name},
-            {QStringLiteral("parts"), QJsonArray::fromStringList(profile.parts)}};
+    if (presentation.isTerse)
+        return terseLines(profile, presentation.columns, secrets);
+    return presentation.areChosen ? linesForPeople(profile, presentation.columns, secrets)
+                                  : profileForPeople(profile, secrets);
+}
+
+/// One name is one profile; several, and a pattern, are a list of however many there are.
+bool isOneProfile(const QStringList &arguments, const QStringList &names)
+{
+    return arguments.size() == 1 && names == arguments;
 }
 
 } // namespace
 
-ExitStatus runList(Output &output, const Invocation &invocation)
-{
-    QList<QByteArray> names;
-    if (const int status = listProfileNames(names); status != NAPI_OK)
-        return reportResult(output, {}, status);
-    const bool asJson = invocation.has("json");
-    QJsonArray array;
-    if (!asJson)
-        output.line(QStringLiteral("   ID  PARTS                        NAME"));
-    for (const QByteArray &name : names) {
-        NAP_PROFILE_S record = {};
-        unsigned int id = 0;
-        int status = NAPI_GetProfileIDByName(name.constData(), &id);
-        if (status == NAPI_OK)
-            status = NAPI_ReadProfile(name.constData(), &record, 0, 0);
-        if (status == NAPI_ERROR_NOT_FOUND) // deleted in the meantime
-            continue;
-        if (status != NAPI_OK)
-            return reportResult(output, QString::fromUtf8(name), status);
-        const ListedProfile profile{QString::fromUtf8(name), id, partNames(record)};
-        if (asJson)
-            array += toJson(profile);
-        else
-            printLine(output, profile);
-    }
-    if (asJson)
-        output.json(QJsonDocument(array), QJsonDocument::Indented);
-    return ExitStatus::Success;
-}
-
 ExitStatus runShow(Output &output, const Invocation &invocation)
 {
-    const QString &name = invocation.arguments.first();
-    const QByteArray key = name.toUtf8();
-    const bool showSecrets = invocation.has("show-secrets");
-    NAP_PROFILE_S record = {};
-    unsigned int id = 0;
-    int status = NAPI_ReadProfile(key.constData(), &record, 0, 0);
-    if (status == NAPI_OK)
-        status = NAPI_GetProfileIDByName(key.constData(), &id);
-    if (status != NAPI_OK)
-        return reportResult(output, name, status);
-    if (invocation.has("json"))
-        output.json(formatProfile(name, record, showSecrets));
-    else
-        printForPeople(output, name, id, record, showSecrets);
-    return ExitStatus::Success;
+    const auto presentation = presentationOf(invocation, allColumns());
+    if (!presentation)
+        return output.problem(QStringLiteral("show: %1").arg(presentation.error()),
+                              ExitStatus::WrongUsage);
+    const Secrets secrets = invocation.has("show-secrets") ? Secrets::Shown : Secrets::Masked;
+    MeantProfiles meant = findProfiles(output, invocation.arguments);
+    QStringList texts;
+    QList<QByteArray> objects;
+    for (const QString &name : meant.names) {
+        StoredProfile profile;
+        if (const int status = readProfile(name, profile); status != NAPI_OK) {
+            meant.exitStatus = worse(meant.exitStatus, reportResult(output, name, status));
+            continue;
+        }
+        if (presentation->isJson)
+            objects += formatProfile(name, profile.record, secrets == Secrets::Shown);
+        else
+            texts += shownProfile(profile, *presentation, secrets);
+    }
+    if (!presentation->isJson)
+        output.raw(texts.join(u'\n').toUtf8());
+    else if (!isOneProfile(invocation.arguments, meant.names))
+        output.json(formatProfileArray(objects));
+    else if (!objects.isEmpty())
+        output.json(objects.first());
+    return meant.exitStatus;
 }
+
+// ---- create, set, delete -------------------------------------------------------------------------
 
 namespace {
 
@@ -214,8 +315,9 @@ ExitStatus runSet(Output &output, const Invocation &invocation)
 
 ExitStatus runDelete(Output &output, const Invocation &invocation)
 {
-    ExitStatus exitStatus = ExitStatus::Success;
-    for (const QString &name : invocation.arguments)
+    const auto [names, found] = findProfiles(output, invocation.arguments);
+    ExitStatus exitStatus = found;
+    for (const QString &name : names)
         exitStatus = worse(
             exitStatus, reportResult(output, name, NAPI_DeleteProfile(name.toUtf8().constData())));
     return exitStatus;

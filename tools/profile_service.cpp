@@ -53,6 +53,14 @@ ExitStatus reportResult(Output &output, const QString &subject, int status)
     return meaningOf(status).exitStatus;
 }
 
+int readProfile(const QString &name, StoredProfile &profile)
+{
+    const QByteArray key = name.toUtf8();
+    profile.name = name;
+    const int status = NAPI_GetProfileIDByName(key.constData(), &profile.id);
+    return status != NAPI_OK ? status : NAPI_ReadProfile(key.constData(), &profile.record, 0, 0);
+}
+
 int listProfileNames(QList<QByteArray> &names)
 {
     unsigned int count = 0;

@@ -22,5 +22,15 @@ ExitStatus reportResult(Output &output, const QString &subject, int status);
 /// @return success, or the exit status of a program that cannot store them
 ExitStatus checkRoom(Output &output, qsizetype newProfiles);
 
+/// A profile as the service has it.
+struct StoredProfile {
+    QString name;
+    unsigned int id = 0;
+    NAP_PROFILE_S record = {};
+};
+
+/// Reads a profile by its name. @return a result of the service.
+int readProfile(const QString &name, StoredProfile &profile);
+
 /// Lists the names, as UTF-8, in the order of the IDs. @return a result of the service.
 int listProfileNames(QList<QByteArray> &names);

@@ -581,12 +581,117 @@ class CheckTest(NapictlTest):
                     self.assertEqual(file.read(), damaged)
 
 
+class ChosenFieldsTest(NapictlTest):
+    """What --fields and --terse make of list and show."""
+
+    def setUp(self):
+        super().setUp()
+        self.napictl("create", "Office", *OFFICE_FIELDS)
+        self.napictl("create", "a:b\\c\x1b\nd", "gprs.address=x:y", "editable=false")
+
+    def test_list_has_the_fields_in_the_order_that_is_asked_for(self):
+        self.assertEqual(self.napictl("list", "--fields", "gprs.address,name,gprs.linger,editable,id"),
+                         "GPRS.ADDRESS  NAME          GPRS.LINGER  EDITABLE  ID\n"
+                         "internet      Office        30 s         yes       1\n"
+                         "x:y           a:b\\c\\x1b\\nd  0 s          no        2\n")
+
+    def test_terse_list_can_be_split_at_colons(self):
+        lines = self.napictl("list", "-t", "-f", "name,gprs.address,gprs.linger,editable").splitlines()
+        self.assertEqual(lines, ["Office:internet:30:true", r"a\:b\\c\x1b\nd:x\:y:0:false"])
+
+    def test_terse_list_has_the_usual_columns(self):
+        self.assertEqual(self.napictl("list", "--terse").splitlines(),
+                         ["1:gprs,csd,proxy1:Office", r"2:gprs:a\:b\\c\x1b\nd"])
+        self.napictl("delete", "*")
+        self.assertEqual(self.napictl("list", "--terse"), "")
+
+    def test_show_has_the_chosen_fields_beneath_each_other(self):
+        self.assertEqual(self.napictl("show", "Office", "-f", "name,csd.speed,csd2.address"),
+                         "name          Office\ncsd.speed     9600 bit/s\ncsd2.address\n")
+        self.assertEqual(self.napictl("show", "Office", "-t", "-f", "id,csd.speed,csd2.address"),
+                         "id:1\ncsd.speed:9600\ncsd2.address:\n")
+
+    def test_terse_show_has_every_field(self):
+        named = [line.split(":")[0] for line in self.napictl("show", "-t", "Office").splitlines()]
+        fields = self.napictl("set", "--help").split("Fields:\n")[1].split("\n\n")[0].split()
+        self.assertEqual(named, ["id", "name", "parts", *fields])
+        self.assertEqual(self.napictl("show", "-t", "-f", "all", "Office"), self.napictl("show", "-t", "Office"))
+
+    def test_a_mask_stands_for_a_password_unless_it_is_asked_for(self):
+        for form in (["--terse"], ["-f", "all"], ["-t", "-f", "gprs.authPassword"]):
+            masked = self.napictl("show", "Office", *form)
+            self.assertIn("********", masked)
+            self.assertNotIn(SECRET, masked)
+            self.assertIn(SECRET, self.napictl("show", "Office", "--show-secrets", *form))
+        for form in (["-f", "gprs.authPassword"], ["-t", "-f", "gprs.authPassword"]):
+            listed = self.napictl("list", *form).splitlines()
+            self.assertIn("********", listed)
+            self.assertEqual(listed[-1], "")
+
+    def test_what_cannot_be_shown_so_is_wrong_usage(self):
+        for command in (["list"], ["show", "Office"]):
+            self.refused(USAGE, *command, "-f", "name,gprs.adress", says=["gprs.adress", "did you mean gprs.address?"])
+            self.refused(USAGE, *command, "-f", "", says=["there are id, name, parts, editable"])
+            self.refused(USAGE, *command, "--json", "--terse", says=["--json"])
+            self.refused(USAGE, *command, "--json", "-f", "id", says=["--json"])
+
+
+class PatternTest(NapictlTest):
+    """Arguments that stand for several profiles."""
+
+    def setUp(self):
+        super().setUp()
+        for name in ("Vodafone", "Telekom", "Voice*", "Voice2", "voda"):
+            self.napictl("create", name)
+
+    def shown(self, *arguments):
+        text = self.napictl("show", "-t", "-f", "name", *arguments)
+        return [line.split(":", 1)[1] for line in text.splitlines() if line]
+
+    def test_pattern_means_the_profiles_that_it_matches_in_their_order(self):
+        self.assertEqual(self.shown("Vo*"), ["Vodafone", "Voice*", "Voice2"])
+        self.assertEqual(self.shown("?oda*"), ["Vodafone", "voda"])
+        self.assertEqual(self.shown("[Tv]*"), ["Telekom", "voda"])
+        self.assertEqual(self.shown("*"), ["Vodafone", "Telekom", "Voice*", "Voice2", "voda"])
+
+    def test_name_of_a_profile_is_no_pattern(self):
+        self.assertEqual(self.shown("Voice*"), ["Voice*"])
+
+    def test_pattern_that_is_not_complete_matches_nothing(self):
+        for pattern in ("[V", "Vo[", "[]", "[!"):
+            result = self.refused(FAILED, "show", pattern, says=[pattern + ": there is no profile of such"])
+            self.assertEqual(len(result.stderr.splitlines()), 1)
+
+    def test_profile_that_is_meant_twice_is_shown_once(self):
+        self.assertEqual(self.shown("voda", "V*", "Vodafone", "voda"), ["voda", "Vodafone", "Voice*", "Voice2"])
+
+    def test_several_profiles_are_one_json_array_and_one_is_an_object(self):
+        self.assertEqual(json.loads(self.napictl("show", "voda", "--json"))["name"], "voda")
+        for arguments, names in ((["voda", "Telekom"], ["voda", "Telekom"]), (["Tele*"], ["Telekom"])):
+            shown = json.loads(self.napictl("show", "--json", *arguments))
+            self.assertEqual([profile["name"] for profile in shown], names)
+
+    def test_blank_line_stands_between_profiles(self):
+        self.assertEqual(self.napictl("show", "-f", "name", "v*", "Tele*"), "name  voda\n\nname  Telekom\n")
+
+    def test_what_means_no_profile_is_told_and_the_rest_is_done(self):
+        result = self.refused(FAILED, "show", "-t", "-f", "name", "X*", "voda", "none",
+                              says=["X*: there is no profile of such a name", "none: there is no such profile"])
+        self.assertEqual(result.stdout, "name:voda\n")
+        self.refused(FAILED, "delete", "X*", "voda", says=["X*: "])
+        self.assertNotIn("voda", self.names())
+
+    def test_matching_profiles_are_deleted(self):
+        self.napictl("delete", "Vo?*e*")
+        self.assertEqual(self.names(), ["Telekom", "voda"])
+
+
 class CommandLineTest(NapictlTest):
     COMMANDS = ["list", "show", "create", "set", "delete", "import", "export", "provision", "check"]
 
     def test_wrong_usage_is_refused(self):
         for arguments in ([], ["frobnicate"], ["--frobnicate"], ["list", "extra"], ["show"],
-                          ["show", "a", "b"], ["show", "a", "--frobnicate"], ["create"], ["set"],
+                          ["show", "a", "--frobnicate"], ["create"], ["set"],
                           ["set", "Office"], ["delete"], ["import"], ["import", "a", "b"],
                           ["export", "file"], ["list", "--jso"], ["--state"], ["check", "x"],
                           ["--state", "", "list"], ["list", "--state="]):

@@ -1,0 +1,19 @@
+// Profiles that the arguments of a command mean.
+#pragma once
+
+#include <QStringList>
+
+#include "output.h"
+
+using commandline::ExitStatus;
+using commandline::Output;
+
+struct MeantProfiles {
+    QStringList names; ///< each once
+    ExitStatus exitStatus = ExitStatus::Success;
+};
+
+/// An argument that is the name of a profile means that one. Any other with *, ? or [ is a pattern
+/// of a shell, and means all profiles whose names it matches, in the order of their IDs; one that
+/// matches none is reported. What is neither stays, for the service to say what is wrong with it.
+MeantProfiles findProfiles(Output &output, const QStringList &arguments);
