@@ -33,6 +33,8 @@ ExitStatus runList(Output &output, const Invocation &invocation);
 ExitStatus runShow(Output &output, const Invocation &invocation);
 ExitStatus runCreate(Output &output, const Invocation &invocation);
 ExitStatus runSet(Output &output, const Invocation &invocation);
+ExitStatus runRename(Output &output, const Invocation &invocation);
+ExitStatus runClone(Output &output, const Invocation &invocation);
 ExitStatus runDelete(Output &output, const Invocation &invocation);
 ExitStatus runImport(Output &output, const Invocation &invocation);
 ExitStatus runExport(Output &output, const Invocation &invocation);

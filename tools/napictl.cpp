@@ -108,6 +108,8 @@ constexpr CommandRow rows[] = {
     {{"set", "NAME FIELD=VALUE...", "change fields of a profile, all or none", 2, anyNumber,
       noOptions, ValueKind::Text, nullptr, fieldWords, fieldDetails},
      runSet},
+    {{"rename", "NAME NEW", "give a profile another name; it keeps its ID", 2, 2}, runRename},
+    {{"clone", "NAME NEW", "create a profile with all that another one has", 2, 2}, runClone},
     {{"delete", "NAME...", "delete profiles; a pattern stands for all that it matches", 1,
       anyNumber},
      runDelete},

@@ -1,4 +1,4 @@
-// list, show, create, set, delete: profiles as they are stored.
+// list, show, create, set, rename, clone, delete: profiles as they are stored.
 #include "commands.h"
 
 #include <QJsonArray>
@@ -10,6 +10,7 @@
 #include "profile_fields.h"
 #include "profile_json.h"
 #include "profile_names.h"
+#include "profile_rename.h"
 #include "profile_service.h"
 #include "secret_input.h"
 
@@ -278,7 +279,7 @@ ExitStatus runShow(Output &output, const Invocation &invocation)
     return meant.exitStatus;
 }
 
-// ---- create, set, delete -------------------------------------------------------------------------
+// ---- create, set, rename, clone, delete -------------------------------------------------------------------------
 
 namespace {
 
@@ -311,6 +312,38 @@ ExitStatus runCreate(Output &output, const Invocation &invocation)
 ExitStatus runSet(Output &output, const Invocation &invocation)
 {
     return storeFields(output, invocation, false);
+}
+
+namespace {
+
+/// Does something with a profile that is there, and a name that has to be free.
+template <typename Operation>
+ExitStatus runWithNewName(Output &output, const Invocation &invocation, Operation operation)
+{
+    const QString &name = invocation.arguments.first();
+    const QString &newName = invocation.arguments.last();
+    StoredProfile profile;
+    if (const int status = readProfile(name, profile); status != NAPI_OK)
+        return reportResult(output, name, status);
+    return reportResult(output, newName, operation(profile, newName.toUtf8().constData()));
+}
+
+} // namespace
+
+ExitStatus runRename(Output &output, const Invocation &invocation)
+{
+    return runWithNewName(
+        output, invocation, [](const StoredProfile &profile, const char *newName) {
+            return kub_napi_rename_profile(profile.name.toUtf8().constData(), newName);
+        });
+}
+
+ExitStatus runClone(Output &output, const Invocation &invocation)
+{
+    return runWithNewName(output, invocation, [](StoredProfile &profile, const char *newName) {
+        profile.record.creation = 1;
+        return NAPI_CreateProfile(newName, &profile.record, 0, 0);
+    });
 }
 
 ExitStatus runDelete(Output &output, const Invocation &invocation)

@@ -19,6 +19,7 @@
 #include "profile_call_observer.h"
 #include "profile_copy.h"
 #include "profile_name.h"
+#include "profile_rename.h"
 #include "profile_store.h"
 #include "store_backend.h"
 #include "stored_maximum.h"
@@ -203,6 +204,9 @@ int refuseNull(ProfileCall &call)
     return Service::instance().refuse(call, NAPI_ERROR_BAD_ARGUMENT, "a call got a null pointer");
 }
 
+constexpr char notAProfileName[] =
+    "a profile name is empty, longer than 63 bytes, not UTF-8, has a slash, or is . or .. or *";
+
 /// Runs an operation of the store on the profile of that name. With success it completes what is
 /// told of the call.
 /// @param isNull  whether the call got a null pointer beside the name
@@ -214,12 +218,8 @@ int runOnProfile(ProfileCall call, const char *name, bool isNull, LookUp lookUp,
         call.profile = {name, strnlen(name, NAPI_NAME_SIZE)};
     if (!name || isNull)
         return refuseNull(call);
-    if (!isProfileName(call.profile)) {
-        return Service::instance().refuse(
-            call, NAPI_ERROR_BAD_NAME,
-            "a profile name is empty, longer than 63 bytes, not UTF-8, has a slash, or is . or .. "
-            "or *");
-    }
+    if (!isProfileName(call.profile))
+        return Service::instance().refuse(call, NAPI_ERROR_BAD_NAME, notAProfileName);
     return Service::instance().run(call, lookUp,
                                    [&](ProfileStore &store) { return operation(store, call); });
 }
@@ -296,6 +296,18 @@ int NAPI_DeleteProfile(const char *name)
         return store.remove(call.profile);
     };
     return runOnProfile({.function = __func__}, name, false, LookUp::IdAndRecordBefore, remove);
+}
+
+extern "C" __attribute__((visibility("default"))) int kub_napi_rename_profile(const char *name,
+                                                                              const char *newName)
+{
+    const auto rename = [newName](ProfileStore &store, const ProfileCall &call) -> StoreResult {
+        const std::string_view wanted(newName, strnlen(newName, NAPI_NAME_SIZE));
+        if (!isProfileName(wanted))
+            return {NAPI_ERROR_BAD_NAME, notAProfileName};
+        return store.rename(call.profile, wanted);
+    };
+    return runOnProfile({.function = __func__}, name, !newName, LookUp::Id, rename);
 }
 
 int NAPI_GetProfileIDByName(const char *name, unsigned int *id)

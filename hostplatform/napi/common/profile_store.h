@@ -43,6 +43,8 @@ public:
     virtual StoreResult create(std::string_view name, const NAP_PROFILE_S &record,
                                unsigned int maximum) = 0;
     virtual StoreResult remove(std::string_view name) = 0;
+    /// Fails when the new name is that of a profile already.
+    virtual StoreResult rename(std::string_view name, std::string_view newName) = 0;
     virtual StoreResult idByName(std::string_view name, std::uint32_t &id) = 0;
     virtual StoreResult nameById(std::uint32_t id, std::string &name) = 0;
     /// Writes all profiles, as they are now, into a store of their own in another state directory,

@@ -534,17 +534,28 @@ StoreResult NetworkManagerProfileStore::refuseTakenName(std::string_view name)
     return {};
 }
 
+namespace {
+
+StoreResult connectionIdFor(std::string_view name, QString &id)
+{
+    const std::string text(name);
+    id = QString::fromStdString(text);
+    if (id.toStdString() == text)
+        return {};
+    return {NAPI_ERROR_BAD_NAME,
+            "a profile name in NetworkManager cannot begin with a byte order mark"};
+}
+
+} // namespace
+
 StoreResult NetworkManagerProfileStore::create(std::string_view name, const NAP_PROFILE_S &record,
                                                unsigned int maximum)
 {
-    const std::string text(name);
-    const QString id = QString::fromStdString(text);
-    if (id.toStdString() != text) {
-        return {NAPI_ERROR_BAD_NAME,
-                "a profile name in NetworkManager cannot begin with a byte order mark"};
-    }
+    QString id;
+    StoreResult result = connectionIdFor(name, id);
     // Before the transaction, so that the IDs which it gives to others' connections stay.
-    StoreResult result = refresh();
+    if (!result.failed())
+        result = refresh();
     if (!result.failed())
         result = createInTransaction(id, record, maximum);
     if (result.failed() && m_hasUnkeptNumbers)
@@ -619,6 +630,26 @@ StoreResult NetworkManagerProfileStore::remove(std::string_view name)
         ConnectionSettings settings;
         BusReply reply = readAgain(entry, settings);
         return reply.result.failed() ? reply : removeEntry(entry);
+    });
+}
+
+StoreResult NetworkManagerProfileStore::rename(std::string_view name, std::string_view newName)
+{
+    QString id;
+    StoreResult result = connectionIdFor(newName, id);
+    if (result.failed())
+        return result;
+    return runOnConnection(name, [&](Entry &entry) {
+        if (StoreResult taken = refuseTakenName(newName); taken.failed())
+            return failed(taken);
+        GsmConnection connection;
+        BusReply reply = readAgain(entry, connection.settings);
+        if (reply.result.failed())
+            return reply;
+        connection.settings[QStringLiteral("connection")][QStringLiteral("id")] = id;
+        // The daemon keeps its secrets, since none of them comes along.
+        forget(entry.path);
+        return sendUpdate(entry, connection);
     });
 }
 

@@ -36,6 +36,7 @@ public:
     StoreResult create(std::string_view name, const NAP_PROFILE_S &record,
                        unsigned int maximum) override;
     StoreResult remove(std::string_view name) override;
+    StoreResult rename(std::string_view name, std::string_view newName) override;
     StoreResult idByName(std::string_view name, std::uint32_t &id) override;
     StoreResult nameById(std::uint32_t id, std::string &name) override;
     StoreResult copyTo(const std::string &) override

@@ -29,6 +29,7 @@ enum Statement : std::size_t {
     Modify,
     Create,
     Remove,
+    Rename,
     IdByName,
     NameById,
     WithoutProfileName,
@@ -47,6 +48,7 @@ constexpr const char *statementTexts[StatementCount] = {
     "UPDATE profile SET record = ?2 WHERE name = ?1",
     "INSERT INTO profile(name, record) VALUES(?1, ?2)",
     "DELETE FROM profile WHERE name = ?1",
+    "UPDATE profile SET name = ?2 WHERE name = ?1",
     "SELECT id FROM profile WHERE name = ?1",
     "SELECT id, name FROM profile WHERE id = ?1",
     withoutProfileName,
@@ -143,11 +145,8 @@ StoreResult SqliteProfileStore::create(std::string_view name, const NAP_PROFILE_
     StoreResult result = transaction.begin();
     if (result.failed())
         return result;
-    std::uint32_t existingId = 0;
-    result = idByName(name, existingId);
-    if (!result.failed())
-        return m_file.failure(NAPI_ERROR_EXISTS, "has a profile of that name already");
-    if (result.status != NAPI_ERROR_NOT_FOUND)
+    result = refuseTakenName(name);
+    if (result.failed())
         return result;
     unsigned int profiles = 0;
     result = count(profiles);
@@ -172,6 +171,21 @@ StoreResult SqliteProfileStore::remove(std::string_view name)
     });
 }
 
+StoreResult SqliteProfileStore::rename(std::string_view name, std::string_view newName)
+{
+    constexpr const char *action = "rename a profile";
+    SqliteTransaction transaction(m_file, action);
+    StoreResult result = transaction.begin();
+    if (!result.failed())
+        result = refuseTakenName(newName);
+    if (!result.failed())
+        result = runOnStoredName(name, [&](std::string_view storedName) -> StoreResult {
+            SqliteQuery query(m_file, Rename);
+            return change(query.bind(1, storedName).bind(2, newName), action);
+        });
+    return result.failed() ? result : transaction.commit();
+}
+
 StoreResult SqliteProfileStore::idByName(std::string_view name, std::uint32_t &id)
 {
     return runOnStoredName(
@@ -184,6 +198,15 @@ StoreResult SqliteProfileStore::nameById(std::uint32_t id, std::string &name)
     StoreResult result = toRow(query.bind(1, id), lookUp, "has no profile of that ID");
     std::vector<Renamed> renamed;
     return result.failed() ? result : listedName(id, query.bytes(1), renamed, name);
+}
+
+StoreResult SqliteProfileStore::refuseTakenName(std::string_view name)
+{
+    std::uint32_t id = 0;
+    StoreResult result = idByName(name, id);
+    if (!result.failed())
+        return m_file.failure(NAPI_ERROR_EXISTS, "has a profile of that name already");
+    return result.status == NAPI_ERROR_NOT_FOUND ? StoreResult() : result;
 }
 
 StoreResult SqliteProfileStore::toRow(SqliteQuery &query, const char *action, const char *noRow)

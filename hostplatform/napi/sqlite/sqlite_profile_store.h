@@ -24,6 +24,7 @@ public:
     StoreResult create(std::string_view name, const NAP_PROFILE_S &record,
                        unsigned int maximum) override;
     StoreResult remove(std::string_view name) override;
+    StoreResult rename(std::string_view name, std::string_view newName) override;
     StoreResult idByName(std::string_view name, std::uint32_t &id) override;
     StoreResult nameById(std::uint32_t id, std::string &name) override;
     StoreResult copyTo(const std::string &folder) override { return m_file.copyTo(folder); }
@@ -46,6 +47,7 @@ private:
     template <typename Operation>
     StoreResult runOnStoredName(std::string_view name, Operation operation);
     StoreResult idByStoredName(std::string_view name, std::uint32_t &id);
+    StoreResult refuseTakenName(std::string_view name);
     /// Goes to the one row of a query. @param noRow  what to say when it has none: NOT_FOUND
     StoreResult toRow(SqliteQuery &query, const char *action, const char *noRow);
     /// Runs a query that changes one profile.

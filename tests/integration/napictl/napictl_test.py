@@ -686,13 +686,68 @@ class PatternTest(NapictlTest):
         self.assertEqual(self.names(), ["Telekom", "voda"])
 
 
+class NewNameTest(NapictlTest):
+    """rename and clone."""
+
+    def setUp(self):
+        super().setUp()
+        self.napictl("create", "Office", *OFFICE_FIELDS)
+        self.napictl("create", "Home")
+
+    def records(self):
+        with sqlite3.connect(self.store) as database:
+            rows = database.execute("SELECT id, name, record FROM profile ORDER BY id").fetchall()
+        database.close()
+        return rows
+
+    def test_renamed_profile_keeps_its_id_and_its_record(self):
+        (number, _, record), home = self.records()
+        self.assertEqual(self.napictl("rename", "Office", "Headquarters"), "")
+        self.assertEqual(self.records(), [(number, "Headquarters", record), home])
+
+    def test_clone_has_all_that_the_profile_has_and_an_id_of_its_own(self):
+        office, home = self.records()
+        self.assertEqual(self.napictl("clone", "Office", "Branch"), "")
+        self.assertEqual(self.records(), [office, home, (3, "Branch", office[2])])
+        self.assertEqual(self.show("Branch"), {**OFFICE, "name": "Branch"})
+
+    def test_refusals_name_the_name_that_they_are_about_and_change_nothing(self):
+        before = self.records()
+        for command in ("rename", "clone"):
+            for names, refusal in ((("none", "x"), "none: there is no such profile"),
+                                   (("Office", "Home"), "Home: there is a profile of that name already"),
+                                   (("Office", "Office"), "Office: there is a profile of that name already"),
+                                   (("Office", "a/b"), "a/b: a name has 1 to 63 bytes"),
+                                   (("Office", ""), ": a name has 1 to 63 bytes"),
+                                   (("Office", "x" * 64), "x: a name has 1 to 63 bytes"),
+                                   (("*", "x"), "*: a name has 1 to 63 bytes")):
+                with self.subTest(command=command, names=names):
+                    self.refused(FAILED, command, *names, says=[refusal])
+        self.assertEqual(self.records(), before)
+
+    def test_full_store_takes_no_clone_and_lets_profiles_be_renamed(self):
+        self.refused(FAILED, "clone", "Office", "Branch", maximum=2, says=["Branch: the profile store is full"])
+        self.napictl("rename", "Office", "Branch", maximum=2)
+        self.assertEqual(self.names(), ["Branch", "Home"])
+
+    def test_profile_under_a_substitute_name_can_have_one_of_its_own(self):
+        with sqlite3.connect(self.store) as database:
+            database.execute("UPDATE profile SET name = 'a/b' WHERE name = 'Home'")
+        database.close()
+        self.assertEqual(self.names(), ["Office", "a-b~2"])
+        self.refused(FAILED, "rename", "Office", "a-b~2", says=["a-b~2: there is a profile"])
+        self.napictl("rename", "a-b~2", "Home")
+        self.assertEqual([row[:2] for row in self.records()], [(1, "Office"), (2, "Home")])
+
+
 class CommandLineTest(NapictlTest):
-    COMMANDS = ["list", "show", "create", "set", "delete", "import", "export", "provision", "check"]
+    COMMANDS = ["list", "show", "create", "set", "rename", "clone", "delete", "import", "export",
+                "provision", "check"]
 
     def test_wrong_usage_is_refused(self):
         for arguments in ([], ["frobnicate"], ["--frobnicate"], ["list", "extra"], ["show"],
                           ["show", "a", "--frobnicate"], ["create"], ["set"],
-                          ["set", "Office"], ["delete"], ["import"], ["import", "a", "b"],
+                          ["set", "Office"], ["rename", "Office"], ["clone"], ["delete"], ["import"], ["import", "a", "b"],
                           ["export", "file"], ["list", "--jso"], ["--state"], ["check", "x"],
                           ["--state", "", "list"], ["list", "--state="]):
             with self.subTest(arguments):
@@ -739,7 +794,8 @@ class CommandLineTest(NapictlTest):
     def test_unusable_stores_are_told_apart_from_failed_operations(self):
         os.makedirs(self.store)
         for arguments in (["list"], ["show", "x"], ["create", "x"], ["set", "x", "editable=true"],
-                          ["delete", "x"], ["export"], ["check"], ["provision", "--country", "de"]):
+                          ["delete", "x"], ["rename", "x", "y"], ["clone", "x", "y"], ["delete", "*"], ["export"], ["check"],
+                          ["provision", "--country", "de"]):
             with self.subTest(arguments):
                 self.refused(UNUSABLE, *arguments, says=[self.store, "directory"])
         self.refused(UNUSABLE, "import", "-", stdin="[{\"name\": \"x\"}]", says=[self.store])
