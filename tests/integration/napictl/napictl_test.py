@@ -711,6 +711,13 @@ class NewNameTest(NapictlTest):
         self.assertEqual(self.records(), [office, home, (3, "Branch", office[2])])
         self.assertEqual(self.show("Branch"), {**OFFICE, "name": "Branch"})
 
+    def test_clone_of_a_record_that_does_not_say_that_it_was_created_does(self):
+        with sqlite3.connect(self.store) as database:
+            database.execute("UPDATE profile SET record = zeroblob(1168) WHERE name = 'Office'")
+        database.close()
+        self.napictl("clone", "Office", "Branch")
+        self.assertEqual(self.records()[2][2], b"\0\1" + bytes(1166))
+
     def test_refusals_name_the_name_that_they_are_about_and_change_nothing(self):
         before = self.records()
         for command in ("rename", "clone"):
