@@ -36,6 +36,7 @@ ExitStatus runSet(Output &output, const Invocation &invocation);
 ExitStatus runRename(Output &output, const Invocation &invocation);
 ExitStatus runClone(Output &output, const Invocation &invocation);
 ExitStatus runDelete(Output &output, const Invocation &invocation);
+ExitStatus runDiff(Output &output, const Invocation &invocation);
 ExitStatus runImport(Output &output, const Invocation &invocation);
 ExitStatus runExport(Output &output, const Invocation &invocation);
 ExitStatus runProvision(Output &output, const Invocation &invocation);

@@ -53,8 +53,11 @@ constexpr Option showOptions[] = {
 constexpr Option importOptions[] = {
     {"replace", nullptr,
      "overwrite profiles of the same name; a masked password leaves the stored one"},
+    {"prune", nullptr, "remove the profiles that the file does not have"},
+    {"dry-run", nullptr, "say what would be done, a line for each profile, and do nothing"},
 };
 constexpr Option exportOptions[] = {showSecretsOption};
+constexpr Option diffOptions[] = {showSecretsOption};
 constexpr Option provisionOptions[] = {
     {"country", "CC", "take the operators of this country, two letters of ISO 3166-1",
      ValueKind::Text},
@@ -116,6 +119,9 @@ constexpr CommandRow rows[] = {
     {{"import", "FILE", "create the profiles of a JSON file (- is standard input)", 1, 1,
       importOptions, ValueKind::File},
      runImport},
+    {{"diff", "FILE", "tell how the profiles of a JSON file differ from the stored ones", 1, 1,
+      diffOptions, ValueKind::File},
+     runDiff},
     {{"export", "", "write all profiles as JSON", 0, 0, exportOptions}, runExport},
     {{"provision", "", "create profiles of real operators", 0, 0, provisionOptions}, runProvision},
     {{"check", "", "check that the store and every profile in it are sound"}, runCheck},
@@ -135,6 +141,7 @@ constexpr commandline::ExitMeaning exitStatuses[] = {
     {ExitStatus::Failed, "an operation failed"},
     {ExitStatus::WrongUsage, "wrong usage: the command line or an input file"},
     {ExitStatus::Unusable, "the profile store cannot be used, or the output cannot be written"},
+    {ExitStatus::Different, "with diff: the file and the store differ"},
 };
 
 /// State directory and backend are handed to the profile service the way every program does it.

@@ -1,95 +1,164 @@
-// import and export: profiles as JSON.
+// import, diff and export: profiles as JSON.
 #include "commands.h"
 
+#include <QSet>
+#include <algorithm>
+#include <optional>
+
+#include "profile_columns.h"
 #include "profile_json.h"
 #include "profile_service.h"
 #include "progress.h"
 
+using commandline::printable;
+
+// ---- Profiles of a file beside those of the store ------------------------------------------------
+
 namespace {
 
-struct ImportedProfile {
+/// A profile of a file, as a record.
+struct FileProfile {
+    QString name;
+    std::optional<NAP_PROFILE_S> stored; ///< none when the store has no profile of that name
+    NAP_PROFILE_S record;
+    const ProfileField *masked = nullptr; ///< a password that neither the file nor the store has
+};
+
+FieldCheck fill(FileProfile &made, const JsonProfile &profile)
+{
+    QList<FieldValue> values = profile.values;
+    for (const ProfileField *field : profile.maskedSecrets)
+        values += FieldValue{field, fieldText(*field, made.record)};
+    if (made.stored)
+        clearFields(made.record);
+    else
+        made.record.creation = 1;
+    return setFields(made.record, values);
+}
+
+/// @return the profile; none, with the exit status, when it was reported what is wrong with it
+std::optional<FileProfile> recordOf(Output &output, const JsonProfile &profile,
+                                    ExitStatus &exitStatus)
+{
+    const auto refuse = [&](const QString &reason) {
+        exitStatus =
+            output.problem(profile.name + QStringLiteral(": ") + reason, ExitStatus::Failed);
+        return std::nullopt;
+    };
+    const QByteArray key = profile.name.toUtf8();
+    if (key.contains('\0'))
+        return refuse(serviceText(NAPI_ERROR_BAD_NAME));
+    FileProfile made = {profile.name, std::nullopt, {}};
+    const int status = NAPI_ReadProfile(key.constData(), &made.record, 0, 0);
+    if (status == NAPI_OK)
+        made.stored = made.record;
+    else if (status != NAPI_ERROR_NOT_FOUND) {
+        exitStatus = reportResult(output, profile.name, status);
+        return std::nullopt;
+    }
+    if (!made.stored && !profile.maskedSecrets.isEmpty())
+        made.masked = profile.maskedSecrets.first();
+    if (const auto filled = fill(made, profile); !filled)
+        return refuse(filled.error());
+    return made;
+}
+
+/// The names of stored profiles that a file does not have. @return a result of the service.
+int namesBeside(const QList<JsonProfile> &profiles, QStringList &names)
+{
+    QList<QByteArray> stored;
+    const int status = listProfileNames(stored);
+    QSet<QString> inFile;
+    for (const JsonProfile &profile : profiles)
+        inFile += profile.name;
+    for (const QByteArray &name : stored)
+        if (const QString text = QString::fromUtf8(name); !inFile.contains(text))
+            names += text;
+    return status;
+}
+
+} // namespace
+
+// ---- import --------------------------------------------------------------------------------------
+
+namespace {
+
+struct Change {
+    const char *verb;
     QString name;
     NAP_PROFILE_S record;
-    bool isNew;
+    int (*make)(const char *name, const NAP_PROFILE_S &record);
 };
 
-/// Turns the profiles of a file into records, without changing the store.
-class ImportPlan {
-public:
-    ImportPlan(Output &output, bool replace) : m_output(output), m_replace(replace) {}
-
-    bool add(const JsonProfile &profile)
-    {
-        const QByteArray key = profile.name.toUtf8();
-        ImportedProfile imported = {profile.name, {}, true};
-        if (key.contains('\0'))
-            return refuse(profile, serviceText(NAPI_ERROR_BAD_NAME));
-        const int status = NAPI_ReadProfile(key.constData(), &imported.record, 0, 0);
-        if (status != NAPI_OK && status != NAPI_ERROR_NOT_FOUND) {
-            exitStatus = reportResult(m_output, profile.name, status);
-            return false;
-        }
-        imported.isNew = status == NAPI_ERROR_NOT_FOUND;
-        if (!imported.isNew && !m_replace) {
-            return refuse(profile, QStringLiteral("there is a profile of that name already; "
-                                                  "--replace overwrites it"));
-        }
-        if (imported.isNew && !profile.maskedSecrets.isEmpty()) {
-            return refuse(profile, fieldPath(*profile.maskedSecrets.first()) +
-                                       QStringLiteral(": the password is masked; export it with "
-                                                      "--show-secrets"));
-        }
-        if (const auto filled = fill(imported, profile); !filled)
-            return refuse(profile, filled.error());
-        newProfiles += imported.isNew ? 1 : 0;
-        profiles += imported;
-        return true;
-    }
-
-    QList<ImportedProfile> profiles;
+/// What an import changes, in order: what is removed goes last, when everything else is stored.
+struct ImportPlan {
+    QList<Change> changes;
     qsizetype newProfiles = 0;
-    ExitStatus exitStatus = ExitStatus::Success; ///< of what was refused
-
-private:
-    static FieldCheck fill(ImportedProfile &imported, const JsonProfile &profile)
-    {
-        QList<FieldValue> values = profile.values;
-        for (const ProfileField *field : profile.maskedSecrets)
-            values += FieldValue{field, fieldText(*field, imported.record)};
-        if (imported.isNew)
-            imported.record.creation = 1;
-        else
-            clearFields(imported.record);
-        return setFields(imported.record, values);
-    }
-
-    bool refuse(const JsonProfile &profile, const QString &reason)
-    {
-        exitStatus =
-            m_output.problem(profile.name + QStringLiteral(": ") + reason, ExitStatus::Failed);
-        return false;
-    }
-
-    Output &m_output;
-    bool m_replace;
 };
 
-ExitStatus storeProfiles(Output &output, const ImportPlan &plan)
+int create(const char *name, const NAP_PROFILE_S &record)
 {
-    if (const ExitStatus room = checkRoom(output, plan.newProfiles); room != ExitStatus::Success)
-        return room;
+    return NAPI_CreateProfile(name, &record, 0, 0);
+}
+
+int replace(const char *name, const NAP_PROFILE_S &record)
+{
+    return NAPI_ModifyProfile(name, &record, 0, 0);
+}
+
+int remove(const char *name, const NAP_PROFILE_S &)
+{
+    return NAPI_DeleteProfile(name);
+}
+
+/// What keeps a profile of a file from being imported, if anything.
+QString obstacle(const FileProfile &profile, bool mayReplace)
+{
+    if (profile.stored && !mayReplace)
+        return QStringLiteral("there is a profile of that name already; --replace overwrites it");
+    if (profile.masked)
+        return fieldPath(*profile.masked) +
+               QStringLiteral(": the password is masked; export it with --show-secrets");
+    return {};
+}
+
+/// Plans everything without changing the store. Everything that is wrong is reported.
+ExitStatus plan(Output &output, const Invocation &invocation, const QList<JsonProfile> &profiles,
+                ImportPlan &plan)
+{
+    ExitStatus exitStatus = ExitStatus::Success;
+    for (const JsonProfile &profile : profiles) {
+        const auto made = recordOf(output, profile, exitStatus);
+        if (exitStatus == ExitStatus::Unusable)
+            return exitStatus;
+        if (!made)
+            continue;
+        if (const QString reason = obstacle(*made, invocation.has("replace")); !reason.isEmpty())
+            exitStatus =
+                output.problem(made->name + QStringLiteral(": ") + reason, ExitStatus::Failed);
+        plan.newProfiles += made->stored ? 0 : 1;
+        plan.changes += made->stored ? Change{"replace", made->name, made->record, replace}
+                                     : Change{"create", made->name, made->record, create};
+    }
+    QStringList removed;
+    if (invocation.has("prune"))
+        if (const int status = namesBeside(profiles, removed); status != NAPI_OK)
+            return reportResult(output, {}, status);
+    for (const QString &name : removed)
+        plan.changes += Change{"remove", name, {}, remove};
+    return exitStatus == ExitStatus::Success ? checkRoom(output, plan.newProfiles) : exitStatus;
+}
+
+ExitStatus carryOut(Output &output, const QList<Change> &changes)
+{
     qsizetype done = 0;
-    const Progress progress(QStringLiteral("Storing profiles"), plan.profiles.size());
-    for (const ImportedProfile &profile : plan.profiles) {
-        const QByteArray key = profile.name.toUtf8();
-        const int status = profile.isNew
-                               ? NAPI_CreateProfile(key.constData(), &profile.record, 0, 0)
-                               : NAPI_ModifyProfile(key.constData(), &profile.record, 0, 0);
-        if (status != NAPI_OK) {
-            output.problem(QStringLiteral("stopped after %1 of %2 profiles")
-                               .arg(done)
-                               .arg(plan.profiles.size()));
-            return reportResult(output, profile.name, status);
+    const Progress progress(QStringLiteral("Storing profiles"), changes.size());
+    for (const Change &change : changes) {
+        if (const int status = change.make(change.name.toUtf8().constData(), change.record);
+            status != NAPI_OK) {
+            output.problem(
+                QStringLiteral("stopped after %1 of %2 profiles").arg(done).arg(changes.size()));
+            return reportResult(output, change.name, status);
         }
         progress.show(++done);
     }
@@ -104,13 +173,73 @@ ExitStatus runImport(Output &output, const Invocation &invocation)
     if (!profiles)
         return output.problem(QStringLiteral("import: %1").arg(profiles.error()),
                               ExitStatus::WrongUsage);
-    ImportPlan plan(output, invocation.has("replace"));
-    for (const JsonProfile &profile : *profiles) {
-        if (!plan.add(profile) && plan.exitStatus == ExitStatus::Unusable)
-            return ExitStatus::Unusable;
-    }
-    return plan.exitStatus == ExitStatus::Success ? storeProfiles(output, plan) : plan.exitStatus;
+    ImportPlan import;
+    if (const ExitStatus planned = plan(output, invocation, *profiles, import);
+        planned != ExitStatus::Success)
+        return planned;
+    if (!invocation.has("dry-run"))
+        return carryOut(output, import.changes);
+    for (const Change &change : import.changes)
+        output.line(QString::fromLatin1(change.verb) + u' ' + printable(change.name));
+    return ExitStatus::Success;
 }
+
+// ---- diff ----------------------------------------------------------------------------------------
+
+namespace {
+
+/// A line for each value that the two do not share, the store's before the file's.
+QString differences(const FileProfile &profile, Secrets secrets)
+{
+    const StoredProfile stored = {profile.name, 0, *profile.stored};
+    const StoredProfile inFile = {profile.name, 0, profile.record};
+    QString lines;
+    for (const ProfileField &field : profileFields()) {
+        if (fieldText(field, stored.record) == fieldText(field, inFile.record))
+            continue;
+        const Column column = {Column::Content::Field, &field};
+        lines += QStringLiteral("- %1=%2\n+ %1=%3\n")
+                     .arg(nameOf(column), printable(plainText(column, stored, secrets)),
+                          printable(plainText(column, inFile, secrets)));
+    }
+    return lines;
+}
+
+QString difference(const FileProfile &profile, Secrets secrets)
+{
+    const QString name = printable(profile.name);
+    if (!profile.stored)
+        return QStringLiteral("Only in the file: %1\n").arg(name);
+    const QString lines = differences(profile, secrets);
+    return lines.isEmpty() ? lines : name + QStringLiteral(":\n") + lines;
+}
+
+} // namespace
+
+ExitStatus runDiff(Output &output, const Invocation &invocation)
+{
+    const auto profiles = parseFile(invocation.arguments.first(), parseProfiles);
+    if (!profiles)
+        return output.problem(QStringLiteral("diff: %1").arg(profiles.error()),
+                              ExitStatus::WrongUsage);
+    const Secrets secrets = invocation.has("show-secrets") ? Secrets::Shown : Secrets::Masked;
+    QStringList storedOnly;
+    if (const int status = namesBeside(*profiles, storedOnly); status != NAPI_OK)
+        return reportResult(output, {}, status);
+    QString text;
+    for (const QString &name : storedOnly)
+        text += QStringLiteral("Only in the store: %1\n").arg(printable(name));
+    ExitStatus exitStatus = ExitStatus::Success;
+    for (const JsonProfile &profile : *profiles)
+        if (const auto made = recordOf(output, profile, exitStatus))
+            text += difference(*made, secrets);
+    output.raw(text.toUtf8());
+    if (exitStatus != ExitStatus::Success)
+        return exitStatus;
+    return text.isEmpty() ? ExitStatus::Success : ExitStatus::Different;
+}
+
+// ---- export --------------------------------------------------------------------------------------
 
 ExitStatus runExport(Output &output, const Invocation &invocation)
 {

@@ -14,7 +14,7 @@ MANUAL = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", ".
                       "napictl.1")
 DATABASE = "/usr/share/mobile-broadband-provider-info/serviceproviders.xml"
 
-OK, FAILED, USAGE, UNUSABLE = 0, 1, 2, 3
+OK, FAILED, USAGE, UNUSABLE, DIFFERENT = 0, 1, 2, 3, 5
 
 OFFICE = {
     "name": "Office",
@@ -747,14 +747,91 @@ class NewNameTest(NapictlTest):
         self.assertEqual([row[:2] for row in self.records()], [(1, "Office"), (2, "Home")])
 
 
+class PlannedImportTest(NapictlTest):
+    """import --prune and --dry-run, and diff."""
+
+    def setUp(self):
+        super().setUp()
+        self.napictl("create", "Office", *OFFICE_FIELDS)
+        self.napictl("create", "Old")
+        self.napictl("create", "Older")
+
+    def change(self, **gprs):
+        office = json.loads(json.dumps(OFFICE))
+        office["gprs"].update(gprs)
+        return office
+
+    def test_prune_removes_what_the_file_does_not_have(self):
+        file = self.write("f", [OFFICE, {"name": "New"}, {"name": "Older"}])
+        self.assertEqual(self.napictl("import", file, "--replace", "--prune"), "")
+        self.assertEqual(self.names(), ["Office", "Older", "New"])
+        self.napictl("import", self.write("e", []), "--prune")
+        self.assertEqual(self.names(), [])
+
+    def test_nothing_is_removed_when_something_in_the_file_is_wrong(self):
+        before = self.export()
+        for faulty in (self.change(dns1="x"), OFFICE, {"name": "a/b"},
+                       {"name": "New", "gprs": {"authPassword": "********"}}):
+            self.refused(FAILED, "import", self.write("f", [{"name": "Newer"}, faulty]), "--prune")
+            self.assertEqual(self.export(), before)
+
+    def test_removal_makes_no_room_for_what_is_new(self):
+        file = self.write("f", [{"name": "a"}, {"name": "b"}])
+        self.refused(FAILED, "import", file, "--prune", maximum=4, says=["2 new profiles do not fit"])
+        self.assertEqual(self.names(), ["Office", "Old", "Older"])
+
+    def test_what_is_stored_is_stored_when_the_disk_is_full(self):
+        limited = ["sh", "-c", "trap '' XFSZ; ulimit -f 200; exec \"$@\"", "sh"]  # blocks of 512 bytes
+        profiles = [{"name": f"n{number}"} for number in range(100)]
+        result = self.refused(UNUSABLE, "import", self.write("f", profiles), "--prune", prefix=limited)
+        done = int(re.search(r"stopped after (\d+) of 103 profiles", result.stderr)[1])
+        self.assertEqual(self.names(), ["Office", "Old", "Older", *(f"n{number}" for number in range(done))])
+
+    def test_dry_run_says_what_would_be_done_and_does_nothing(self):
+        before = self.export()
+        file = self.write("f", [{"name": "New\x1b"}, self.change(linger=1)])
+        self.assertEqual(self.napictl("import", file, "--replace", "--prune", "--dry-run"),
+                         "create New\\x1b\nreplace Office\nremove Old\nremove Older\n")
+        self.assertEqual(self.export(), before)
+        self.refused(FAILED, "import", file, "--dry-run", says=["Office: there is a profile"])
+        self.refused(FAILED, "import", file, "--dry-run", "--replace", maximum=3, says=["do not fit"])
+
+    def test_diff_of_what_is_the_same_is_empty(self):
+        for form in (["export"], ["export", "--show-secrets"]):
+            self.assertEqual(self.napictl("diff", "-", stdin=self.napictl(*form)), "")
+
+    def test_diff_tells_what_is_on_one_side_only_and_what_is_not_the_same(self):
+        file = self.write("f", [self.change(address="o\x1bther", linger=1), {"name": "Old"}, {"name": "New"}])
+        result = self.refused(DIFFERENT, "diff", file)
+        self.assertEqual(result.stdout, "Only in the store: Older\n"
+                         "Office:\n"
+                         "- gprs.address=internet\n+ gprs.address=o\\x1bther\n"
+                         "- gprs.linger=30\n+ gprs.linger=1\n"
+                         "Only in the file: New\n")
+
+    def test_diff_shows_passwords_only_on_request(self):
+        file = self.write("f", [self.change(authPassword="new"), {"name": "Old"}, {"name": "Older"}])
+        self.assertEqual(self.refused(DIFFERENT, "diff", file).stdout,
+                         "Office:\n- gprs.authPassword=********\n+ gprs.authPassword=********\n")
+        shown = self.run_napictl("diff", file, "--show-secrets")
+        self.assertEqual((shown.returncode, shown.stdout),
+                         (DIFFERENT, f"Office:\n- gprs.authPassword={SECRET}\n+ gprs.authPassword=new\n"))
+        gone = self.write("g", [self.change(authPassword=""), {"name": "Old"}, {"name": "Older"}])
+        self.assertIn("+ gprs.authPassword=\n", self.refused(DIFFERENT, "diff", gone).stdout)
+
+    def test_diff_of_what_cannot_be_stored_is_a_failure(self):
+        self.refused(FAILED, "diff", self.write("f", [self.change(dns1="x")]), says=["Office: gprs.dns1"])
+        self.refused(USAGE, "diff", self.write("f", "{"), says=["line 1"])
+
+
 class CommandLineTest(NapictlTest):
-    COMMANDS = ["list", "show", "create", "set", "rename", "clone", "delete", "import", "export",
-                "provision", "check"]
+    COMMANDS = ["list", "show", "create", "set", "rename", "clone", "delete", "import", "diff",
+                "export", "provision", "check"]
 
     def test_wrong_usage_is_refused(self):
         for arguments in ([], ["frobnicate"], ["--frobnicate"], ["list", "extra"], ["show"],
                           ["show", "a", "--frobnicate"], ["create"], ["set"],
-                          ["set", "Office"], ["rename", "Office"], ["clone"], ["delete"], ["import"], ["import", "a", "b"],
+                          ["set", "Office"], ["rename", "Office"], ["clone"], ["delete"], ["import"], ["import", "a", "b"], ["diff"],
                           ["export", "file"], ["list", "--jso"], ["--state"], ["check", "x"],
                           ["--state", "", "list"], ["list", "--state="]):
             with self.subTest(arguments):
@@ -805,7 +882,8 @@ class CommandLineTest(NapictlTest):
                           ["provision", "--country", "de"]):
             with self.subTest(arguments):
                 self.refused(UNUSABLE, *arguments, says=[self.store, "directory"])
-        self.refused(UNUSABLE, "import", "-", stdin="[{\"name\": \"x\"}]", says=[self.store])
+        for command in (["import", "-"], ["import", "-", "--prune"], ["diff", "-"]):
+            self.refused(UNUSABLE, *command, stdin="[{\"name\": \"x\"}]", says=[self.store])
 
     def test_full_disk_is_an_unusable_store(self):
         limited = ["sh", "-c", "trap '' XFSZ; ulimit -f 128; exec \"$@\"", "sh"]  # blocks of 512 bytes
