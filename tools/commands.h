@@ -28,6 +28,8 @@ parseFile(const QString &fileName, support::Expected<Parsed, QString> (*parse)(c
 /// Names of options that more than one command has.
 inline constexpr char fieldsOption[] = "fields";
 inline constexpr char terseOption[] = "terse";
+inline constexpr char jsonOption[] = "json";
+inline constexpr char rawOption[] = "raw";
 
 ExitStatus runList(Output &output, const Invocation &invocation);
 ExitStatus runShow(Output &output, const Invocation &invocation);

@@ -43,11 +43,12 @@ constexpr Option shownTerselyOption = {
 constexpr Option listOptions[] = {
     chosenFieldsOption,
     shownTerselyOption,
-    {"json", nullptr, "print one JSON array with an object a profile"}};
+    {jsonOption, nullptr, "print one JSON array with an object a profile"}};
 constexpr Option showOptions[] = {
     chosenFieldsOption,
     shownTerselyOption,
-    {"json", nullptr, "print JSON, the format of import"},
+    {jsonOption, nullptr, "print JSON, the format of import"},
+    {rawOption, nullptr, "print a map of the bytes of the record"},
     showSecretsOption,
 };
 constexpr Option importOptions[] = {

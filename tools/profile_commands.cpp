@@ -12,6 +12,7 @@
 #include "profile_names.h"
 #include "profile_rename.h"
 #include "profile_service.h"
+#include "raw_record.h"
 #include "secret_input.h"
 
 using commandline::printable;
@@ -103,27 +104,42 @@ QString linesForPeople(const StoredProfile &profile, const QList<Column> &column
 
 /// What the options say about how profiles are shown.
 struct Presentation {
+    enum class Form { ForPeople, Terse, Json, Raw };
+
+    Form form;
     QList<Column> columns;
     bool areChosen; ///< by name
-    bool isTerse;
-    bool isJson;
 };
+using Form = Presentation::Form;
+
+support::Expected<Form, QString> formOf(const Invocation &invocation)
+{
+    const std::pair<const char *, Form> forms[] = {
+        {terseOption, Form::Terse}, {jsonOption, Form::Json}, {rawOption, Form::Raw}};
+    Form form = Form::ForPeople;
+    for (const auto &[option, chosen] : forms) {
+        if (!invocation.has(option))
+            continue;
+        if (form != Form::ForPeople || (chosen != Form::Terse && invocation.has(fieldsOption)))
+            return support::Unexpected(
+                QStringLiteral("--%1 has a form of its own").arg(QString::fromLatin1(option)));
+        form = chosen;
+    }
+    return form;
+}
 
 support::Expected<Presentation, QString> presentationOf(const Invocation &invocation,
                                                         const QList<Column> &usualColumns)
 {
-    const bool areChosen = invocation.has(fieldsOption);
-    const Presentation usual = {usualColumns, areChosen, invocation.has(terseOption),
-                                invocation.has("json")};
-    if (usual.isJson && (areChosen || usual.isTerse))
-        return support::Unexpected(
-            QStringLiteral("--json has a form of its own, without --fields and --terse"));
-    if (!areChosen)
-        return usual;
+    const auto form = formOf(invocation);
+    if (!form)
+        return support::Unexpected(form.error());
+    if (!invocation.has(fieldsOption))
+        return Presentation{*form, usualColumns, false};
     const auto chosen = chooseColumns(invocation.value(fieldsOption));
     if (!chosen)
         return support::Unexpected(QStringLiteral("--fields: %1").arg(chosen.error()));
-    return Presentation{*chosen, areChosen, usual.isTerse, false};
+    return Presentation{*form, *chosen, true};
 }
 
 } // namespace
@@ -183,14 +199,14 @@ QJsonObject listedObject(const StoredProfile &profile)
 void printList(Output &output, const QList<StoredProfile> &profiles,
                const Presentation &presentation)
 {
-    if (presentation.isJson) {
+    if (presentation.form == Form::Json) {
         QJsonArray array;
         for (const StoredProfile &profile : profiles)
             array += listedObject(profile);
         return output.json(QJsonDocument(array), QJsonDocument::Indented);
     }
     QString text;
-    if (presentation.isTerse)
+    if (presentation.form == Form::Terse)
         for (const StoredProfile &profile : profiles)
             text += terseLine(profile, presentation.columns);
     else if (presentation.areChosen)
@@ -232,11 +248,22 @@ ExitStatus runList(Output &output, const Invocation &invocation)
 
 namespace {
 
+QString rawMap(const StoredProfile &profile, Secrets secrets)
+{
+    NAP_PROFILE_S shown = profile.record;
+    if (secrets == Secrets::Masked)
+        profile_record::overwriteSecrets(shown);
+    return QStringLiteral("%1, ID %2\n").arg(printable(profile.name)).arg(profile.id) +
+           rawRecord(shown);
+}
+
 QString shownProfile(const StoredProfile &profile, const Presentation &presentation,
                      Secrets secrets)
 {
-    if (presentation.isTerse)
+    if (presentation.form == Form::Terse)
         return terseLines(profile, presentation.columns, secrets);
+    if (presentation.form == Form::Raw)
+        return rawMap(profile, secrets);
     return presentation.areChosen ? linesForPeople(profile, presentation.columns, secrets)
                                   : profileForPeople(profile, secrets);
 }
@@ -265,12 +292,12 @@ ExitStatus runShow(Output &output, const Invocation &invocation)
             meant.exitStatus = worse(meant.exitStatus, reportResult(output, name, status));
             continue;
         }
-        if (presentation->isJson)
+        if (presentation->form == Form::Json)
             objects += formatProfile(name, profile.record, secrets == Secrets::Shown);
         else
             texts += shownProfile(profile, *presentation, secrets);
     }
-    if (!presentation->isJson)
+    if (presentation->form != Form::Json)
         output.raw(texts.join(u'\n').toUtf8());
     else if (!isOneProfile(invocation.arguments, meant.names))
         output.json(formatProfileArray(objects));

@@ -636,6 +636,64 @@ class ChosenFieldsTest(NapictlTest):
             self.refused(USAGE, *command, "--json", "-f", "id", says=["--json"])
 
 
+class RawRecordTest(NapictlTest):
+    """show --raw."""
+
+    def setUp(self):
+        super().setUp()
+        self.napictl("create", "Office", *OFFICE_FIELDS)
+
+    def put(self, record):
+        with sqlite3.connect(self.store) as database:
+            database.execute("UPDATE profile SET record = ?", (record,))
+        database.close()
+
+    @staticmethod
+    def bytes_of(shown):
+        """The record that the map says; bytes that it does not show are 0."""
+        record = bytearray(1168)
+        for place, data in re.findall(r"^0x([0-9a-f]{3})  .{22}  ((?:[0-9a-f]{2} ?)+)", shown, re.MULTILINE):
+            data = bytes.fromhex(data)
+            record[int(place, 16):int(place, 16) + len(data)] = data
+        return bytes(record)
+
+    def test_map_has_every_byte_in_its_place(self):
+        for record in (bytes(range(256)) * 4 + bytes(range(144)), b"\xff" * 1168, bytes(1168),
+                       bytes(1167) + b"\1"):
+            self.put(record)
+            self.assertEqual(self.bytes_of(self.napictl("show", "Office", "--raw", "--show-secrets")), record)
+
+    def test_line_says_what_the_bytes_mean(self):
+        shown = self.napictl("show", "Office", "--raw").splitlines()
+        self.assertEqual(shown[:2], ["Office, ID 1",
+                                     "PLACE  SIZE  FIELD             BYTES                    VALUE"])
+        for line in ("0x001     1  creation          01                       1",
+                     "0x138     4  gprsDns1          01 00 00 0a              10.0.0.1",
+                     "0x140     2  gprsLinger        1e 00                    30",
+                     "0x17d    44  csdAddress        2b 34 39 31 37 32 30 30  +4917200",
+                     "0x185                          30 30 00 00 00 00 00 00  00......",
+                     "0x35c     2  proxy1Port        90 1f                    8080"):
+            self.assertIn(line, shown)
+        self.assertLess(max(map(len, shown)), 80)
+
+    def test_passwords_and_what_is_left_of_longer_ones_are_masked(self):
+        record = bytearray(1168)
+        record[0xD0:0xD8] = b"new\0left"
+        self.put(bytes(record))
+        masked = self.napictl("show", "Office", "--raw")
+        self.assertIn("0x0d0   100  gprsAuthPassword  2a 2a 2a 00 2a 2a 2a 2a  ***.****\n*\n", masked)
+        shown = self.napictl("show", "Office", "--raw", "--show-secrets")
+        self.assertIn("6e 65 77 00 6c 65 66 74  new.left\n", shown)
+
+    def test_nothing_in_it_steers_a_terminal(self):
+        self.put(bytes(range(128, 256)) * 9 + bytes(16))
+        self.assertRegex(self.napictl("show", "Office", "--raw"), r"\A[ -~\n]*\Z")
+
+    def test_it_is_a_form_of_its_own(self):
+        for other in ("--json", "--terse", "--fields=id"):
+            self.refused(USAGE, "show", "Office", "--raw", other, says=["--raw has a form of its own"])
+
+
 class PatternTest(NapictlTest):
     """Arguments that stand for several profiles."""
 
