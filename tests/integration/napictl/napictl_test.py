@@ -659,7 +659,7 @@ class RawRecordTest(NapictlTest):
 
     def test_map_has_every_byte_in_its_place(self):
         for record in (bytes(range(256)) * 4 + bytes(range(144)), b"\xff" * 1168, bytes(1168),
-                       bytes(1167) + b"\1"):
+                       bytes(1167) + b"\1", bytes(0x10) + b"9" + bytes(1151)):
             self.put(record)
             self.assertEqual(self.bytes_of(self.napictl("show", "Office", "--raw", "--show-secrets")), record)
 
