@@ -41,6 +41,8 @@ public:
     void problem(const QString &text);
     /// The same. @return the status, for the command to end with
     ExitStatus problem(const QString &text, ExitStatus status);
+    /// Whether a result could not be written.
+    bool isLost() const { return m_writeError != 0; }
     /// Reports the output that could not be written, if any.
     /// @return the exit status of a program that would have ended with this one
     ExitStatus finish(ExitStatus status);

@@ -30,6 +30,7 @@ inline constexpr char fieldsOption[] = "fields";
 inline constexpr char terseOption[] = "terse";
 inline constexpr char jsonOption[] = "json";
 inline constexpr char rawOption[] = "raw";
+inline constexpr char showSecretsName[] = "show-secrets";
 
 ExitStatus runList(Output &output, const Invocation &invocation);
 ExitStatus runShow(Output &output, const Invocation &invocation);
@@ -37,6 +38,8 @@ ExitStatus runCreate(Output &output, const Invocation &invocation);
 ExitStatus runSet(Output &output, const Invocation &invocation);
 ExitStatus runRename(Output &output, const Invocation &invocation);
 ExitStatus runClone(Output &output, const Invocation &invocation);
+ExitStatus runEdit(Output &output, const Invocation &invocation);
+ExitStatus runMonitor(Output &output, const Invocation &invocation);
 ExitStatus runDelete(Output &output, const Invocation &invocation);
 ExitStatus runDiff(Output &output, const Invocation &invocation);
 ExitStatus runImport(Output &output, const Invocation &invocation);

@@ -14,7 +14,7 @@ namespace {
 
 constexpr Option programOptions[] = {commandline::stateOption, commandline::backendOption,
                                      commandline::helpOption, commandline::versionOption};
-constexpr Option showSecretsOption = {"show-secrets", nullptr,
+constexpr Option showSecretsOption = {showSecretsName, nullptr,
                                       "print passwords instead of ********"};
 
 /// The names that --fields takes.
@@ -57,6 +57,7 @@ constexpr Option importOptions[] = {
     {"prune", nullptr, "remove the profiles that the file does not have"},
     {"dry-run", nullptr, "say what would be done, a line for each profile, and do nothing"},
 };
+constexpr Option editOptions[] = {showSecretsOption};
 constexpr Option exportOptions[] = {showSecretsOption};
 constexpr Option diffOptions[] = {showSecretsOption};
 constexpr Option provisionOptions[] = {
@@ -112,6 +113,7 @@ constexpr CommandRow rows[] = {
     {{"set", "NAME FIELD=VALUE...", "change fields of a profile, all or none", 2, anyNumber,
       noOptions, ValueKind::Text, nullptr, fieldWords, fieldDetails},
      runSet},
+    {{"edit", "NAME", "edit a profile as JSON, in $VISUAL or $EDITOR", 1, 1, editOptions}, runEdit},
     {{"rename", "NAME NEW", "give a profile another name; it keeps its ID", 2, 2}, runRename},
     {{"clone", "NAME NEW", "create a profile with all that another one has", 2, 2}, runClone},
     {{"delete", "NAME...", "delete profiles; a pattern stands for all that it matches", 1,
@@ -125,6 +127,7 @@ constexpr CommandRow rows[] = {
      runDiff},
     {{"export", "", "write all profiles as JSON", 0, 0, exportOptions}, runExport},
     {{"provision", "", "create profiles of real operators", 0, 0, provisionOptions}, runProvision},
+    {{"monitor", "", "print what becomes of the profiles, until it is interrupted"}, runMonitor},
     {{"check", "", "check that the store and every profile in it are sound"}, runCheck},
 };
 
@@ -145,6 +148,21 @@ constexpr commandline::ExitMeaning exitStatuses[] = {
     {ExitStatus::Different, "with diff: the file and the store differ"},
 };
 
+/// What every program goes by, and the editor.
+std::span<const commandline::EnvironmentVariable> environment()
+{
+    static const std::vector<commandline::EnvironmentVariable> all = [] {
+        std::vector<commandline::EnvironmentVariable> rows(
+            std::begin(commandline::handsetEnvironment), std::end(commandline::handsetEnvironment));
+        rows.push_back({"VISUAL", "the editor of edit"});
+        rows.push_back({"EDITOR", "the editor of edit, where there is no $VISUAL"});
+        rows.push_back(
+            {"TMPDIR", "where the text of edit is, in a folder of its own; /tmp otherwise"});
+        return rows;
+    }();
+    return all;
+}
+
 /// State directory and backend are handed to the profile service the way every program does it.
 void chooseStore(const Invocation &invocation)
 {
@@ -161,7 +179,7 @@ const commandline::Program &napictlProgram()
     static const commandline::Program program = {
         "napictl",      "look after the network access profiles of the simulated handset",
         programOptions, commands(),
-        exitStatuses,   commandline::handsetEnvironment};
+        exitStatuses,   environment()};
     return program;
 }
 

@@ -4,11 +4,14 @@ import json
 import os
 import pty
 import re
+import select
+import signal
 import sqlite3
 import subprocess
 import unittest
 
 from handset import NAPICTL, SECRET, HandsetTest
+from terminal import Terminal
 
 MANUAL = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "..", "docs", "man",
                       "napictl.1")
@@ -882,14 +885,234 @@ class PlannedImportTest(NapictlTest):
         self.refused(USAGE, "diff", self.write("f", "{"), says=["line 1"])
 
 
+class EditTest(NapictlTest):
+    """edit, with editors that do what a person would."""
+
+    def setUp(self):
+        super().setUp()
+        self.napictl("create", "Office", *OFFICE_FIELDS)
+        self.temporary = os.path.join(self.directory, "temporary")
+        os.mkdir(self.temporary)
+
+    def start(self, *words, environment=None, **options):
+        return subprocess.Popen([NAPICTL, *words], env=self.handset.environment(**environment), **options)
+
+    def editor(self, script):
+        """The command of an editor that runs a script of a shell with the file as $1."""
+        return f"sh {self.write('editor', script)}"
+
+    def edit(self, script, *options, name="Office"):
+        return self.run_napictl("edit", name, *options, VISUAL=self.editor(script), TMPDIR=self.temporary)
+
+    def kept_text(self, result):
+        """The text of an edit that was refused, from the file that it names."""
+        path = re.search(r"nothing was stored; the text is in (\S+)", result.stderr)[1]
+        with open(path, encoding="utf-8") as file:
+            return file.read()
+
+    def assert_nothing_is_left(self):
+        self.assertEqual(os.listdir(self.temporary), [])
+
+    def test_what_was_edited_is_stored_and_the_rest_stays(self):
+        result = self.edit("sed -i 's/\"linger\": 30/\"linger\": 31/' $1")
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (OK, "", ""))
+        expected = json.loads(json.dumps(OFFICE))
+        expected["gprs"]["linger"] = 31
+        self.assertEqual(self.show("Office"), expected)
+        self.assert_nothing_is_left()
+
+    def test_text_is_the_profile_with_its_passwords_masked(self):
+        copy = os.path.join(self.directory, "copy")
+        self.assertEqual(self.edit(f"cp $1 {copy}").returncode, OK)
+        with open(copy, encoding="utf-8") as file:
+            self.assertEqual(file.read(), self.napictl("show", "Office", "--json"))
+        self.assertEqual(self.edit(f"cp $1 {copy}", "--show-secrets").returncode, OK)
+        with open(copy, encoding="utf-8") as file:
+            self.assertEqual(json.load(file), OFFICE)
+        self.assertEqual(self.show("Office"), OFFICE)
+
+    def test_password_can_be_changed_and_taken_away(self):
+        for password in ("new", ""):
+            self.edit(f"sed -i 's/\\*\\*\\*\\*\\*\\*\\*\\*/{password}/' $1")
+            self.assertEqual(self.show("Office")["gprs"]["authPassword"], password)
+
+    def test_nobody_else_can_read_the_text(self):
+        modes = os.path.join(self.directory, "modes")
+        self.edit(f"stat -c %a $1 $(dirname $1) > {modes}")
+        with open(modes, encoding="ascii") as file:
+            self.assertEqual(file.read(), "600\n700\n")
+
+    def test_text_that_cannot_be_stored_is_kept(self):
+        for script, refusal in (("echo no JSON > $1", "line 1"),
+                                ("echo '[]' > $1", "expected one profile"),
+                                ("echo '{\"name\": \"Home\"}' > $1", "Office: its name is not to be edited"),
+                                ("sed -i 's/10.0.0.1/10.0.0.256/' $1", "Office: gprs.dns1: expected an IPv4"),
+                                ("echo >> $1; exit 3", "the editor"),
+                                (f"{NAPICTL} delete Office; echo >> $1", "Office: somebody else changed it"),):
+            with self.subTest(script):
+                result = self.edit(script)
+                self.assertEqual(result.returncode, FAILED)
+                self.assertIn(refusal, result.stderr)
+                self.assertNotEqual(self.kept_text(result), "")
+        self.assertEqual(self.names(), [])
+
+    def test_change_of_somebody_else_is_not_overwritten(self):
+        result = self.edit(f"{NAPICTL} set Office gprs.address=theirs; sed -i 's/internet/mine/' $1")
+        self.assertEqual(result.returncode, FAILED)
+        self.assertIn("Office: somebody else changed it meanwhile", result.stderr)
+        self.assertIn('"address": "mine"', self.kept_text(result))
+        self.assertEqual(self.show("Office")["gprs"]["address"], "theirs")
+
+    def test_text_that_nobody_worked_on_is_not_kept(self):
+        for script, status in (("exit 0", OK), ("exit 1", FAILED), ("kill -9 $$", FAILED)):
+            result = self.edit(script)
+            self.assertEqual(result.returncode, status)
+            self.assertNotIn("the text is in", result.stderr)
+            self.assert_nothing_is_left()
+
+    def test_editor_is_visual_or_else_editor_with_their_options(self):
+        one, other = self.editor("sed -i s/internet/one/ $1"), self.write("other", "sed -i s/$1/two/ $2")
+        self.run_napictl("edit", "Office", VISUAL="", EDITOR=f"sh {other} internet")
+        self.assertEqual(self.show("Office")["gprs"]["address"], "two")
+        self.napictl("set", "Office", "gprs.address=internet")
+        self.run_napictl("edit", "Office", VISUAL=one, EDITOR=f"sh {other} internet")
+        self.assertEqual(self.show("Office")["gprs"]["address"], "one")
+
+    def test_folder_with_any_name_can_have_the_text(self):
+        self.temporary = os.path.join(self.directory, "a b'\"$(touch x)")
+        os.mkdir(self.temporary)
+        self.assertEqual(self.edit("sed -i s/internet/one/ \"$1\"").returncode, OK)
+        self.assertEqual(self.show("Office")["gprs"]["address"], "one")
+        self.assertFalse(os.path.exists("x"))
+
+    def test_text_that_cannot_be_written_is_told(self):
+        self.refused(UNUSABLE, "edit", "Office", VISUAL="true", TMPDIR="/dev/null/folder",
+                     says=["cannot write a text to edit"])
+
+    def test_record_that_json_cannot_hold_is_not_edited(self):
+        with sqlite3.connect(self.store) as database:
+            database.execute("UPDATE profile SET record = ?", (b"\xff" * 1168,))
+        database.close()
+        self.refused(FAILED, "edit", "Office", VISUAL="false", says=["Office cannot be edited without loss"])
+
+    def test_terminal_asks_whether_to_edit_again(self):
+        counted = self.editor("echo x >> \"$0.runs\"\n"
+                              "if [ $(wc -l < \"$0.runs\") -lt 3 ]; then echo wrong > $1;\n"
+                              "else echo '{\"name\": \"Office\", \"editable\": false}' > $1; fi")
+        terminal = Terminal(self, "edit", "Office", environment={"VISUAL": counted, "TMPDIR": self.temporary})
+        terminal.answer("Edit it again? [Y/n]", "\n")
+        terminal.answer("Edit it again? [Y/n]", "y\n")
+        self.assertEqual(terminal.end()[0], OK)
+        self.assertFalse(self.show("Office")["editable"])
+        self.assert_nothing_is_left()
+
+    def test_whoever_does_not_edit_again_keeps_the_text(self):
+        for answer in ("n\n", "\x04"):
+            terminal = Terminal(self, "edit", "Office",
+                                environment={"VISUAL": self.editor("echo wrong > $1"), "TMPDIR": self.temporary})
+            terminal.answer("Edit it again? [Y/n]", answer)
+            status, screen = terminal.end()
+            self.assertEqual(status, FAILED)
+            self.assertIn("nothing was stored; the text is in", screen)
+        self.assertEqual(self.show("Office"), OFFICE)
+
+    def test_ctrl_c_is_the_editors(self):
+        ready = os.path.join(self.directory, "ready")
+        script = f"trap 'sed -i s/internet/caught/ $1; exit 0' INT; touch {ready}; while :; do sleep 0.05; done"
+        process = self.start("edit", "Office", environment={"VISUAL": self.editor(script), "TMPDIR": self.temporary},
+                             start_new_session=True)
+        while not os.path.exists(ready):
+            self.assertIsNone(process.poll())
+        os.killpg(process.pid, signal.SIGINT)
+        self.assertEqual(process.wait(60), OK)
+        self.assertEqual(self.show("Office")["gprs"]["address"], "caught")
+
+
+class MonitorTest(NapictlTest):
+    """monitor, while somebody changes profiles."""
+
+    def setUp(self):
+        super().setUp()
+        self.napictl("create", "Office", *OFFICE_FIELDS)
+        self.napictl("create", "Old")
+
+    def start(self, stdout=subprocess.PIPE):
+        process = subprocess.Popen([NAPICTL, "monitor"], env=self.handset.environment(), encoding="utf-8",
+                                   stdout=stdout, stderr=subprocess.PIPE, bufsize=1)
+        for stream in filter(None, (process.stdout, process.stderr)):
+            self.addCleanup(stream.close)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        return process
+
+    def started(self):
+        """A monitor that has had its first look, before which it does not know of any change."""
+        monitor = self.start()
+        linger = 100
+        while not select.select([monitor.stdout], [], [], 0.2)[0]:
+            linger += 1
+            self.napictl("set", "Old", f"gprs.linger={linger}")
+        while select.select([monitor.stdout], [], [], 1.5)[0]:
+            self.assertEqual(monitor.stdout.readline(), "changed Old, ID 2: gprs.linger\n")
+        return monitor
+
+    def test_changes_of_anybody_are_told(self):
+        monitor = self.started()
+        for command, lines in (
+                (["create", "New\x1b"], ["added New\\x1b, ID {}"]),
+                (["set", "Office", f"gprs.authPassword={SECRET}2", "gprs.linger=5"],
+                 ["changed Office, ID 1: gprs.authPassword, gprs.linger"]),
+                (["rename", "Office", "HQ"], ["renamed Office, ID 1: HQ"]),
+                (["delete", "Old"], ["removed Old, ID 2"])):
+            self.napictl(*command)
+            for line in lines:
+                self.assertEqual(monitor.stdout.readline(), line.format(3) + "\n")
+        monitor.terminate()
+        self.assertEqual(monitor.wait(60), -signal.SIGTERM)
+        self.assertEqual(monitor.stdout.read() + monitor.stderr.read(), "")
+
+    def test_lost_output_ends_it(self):
+        with open("/dev/full", "w", encoding="utf-8") as full:
+            monitor = self.start(stdout=full)
+            while monitor.poll() is None:
+                self.napictl("create", "x")
+                self.napictl("delete", "x")
+                try:
+                    monitor.wait(0.3)
+                except subprocess.TimeoutExpired:
+                    pass
+        self.assertEqual((monitor.returncode, monitor.stderr.read()),
+                         (UNUSABLE, "napictl: cannot write the output: No space left on device\n"))
+
+    def test_store_that_is_locked_for_a_moment_does_not_end_it(self):
+        monitor = self.started()
+        self.napictl("create", "one")
+        first = monitor.stdout.readline()
+        database = sqlite3.connect(self.store, isolation_level=None)
+        self.addCleanup(database.close)
+        database.execute("BEGIN EXCLUSIVE")
+        database.execute("UPDATE profile SET name = 'two' WHERE name = 'one'")
+        database.execute("COMMIT")
+        self.assertEqual([first, monitor.stdout.readline()], ["added one, ID 3\n", "renamed one, ID 3: two\n"])
+
+    def test_store_that_is_damaged_ends_it(self):
+        monitor = self.started()
+        with sqlite3.connect(self.store) as database:
+            database.execute("PRAGMA ignore_check_constraints = ON")
+            database.execute("UPDATE profile SET record = zeroblob(5)")
+        database.close()
+        self.assertEqual(monitor.wait(60), UNUSABLE)
+        self.assertIn("the profile store is damaged", monitor.stderr.read())
+
+
 class CommandLineTest(NapictlTest):
-    COMMANDS = ["list", "show", "create", "set", "rename", "clone", "delete", "import", "diff",
-                "export", "provision", "check"]
+    COMMANDS = ["list", "show", "create", "set", "edit", "rename", "clone", "delete", "import", "diff",
+                "export", "provision", "monitor", "check"]
 
     def test_wrong_usage_is_refused(self):
         for arguments in ([], ["frobnicate"], ["--frobnicate"], ["list", "extra"], ["show"],
                           ["show", "a", "--frobnicate"], ["create"], ["set"],
-                          ["set", "Office"], ["rename", "Office"], ["clone"], ["delete"], ["import"], ["import", "a", "b"], ["diff"],
+                          ["set", "Office"], ["edit"], ["edit", "a", "b"], ["monitor", "x"], ["rename", "Office"], ["clone"], ["delete"], ["import"], ["import", "a", "b"], ["diff"],
                           ["export", "file"], ["list", "--jso"], ["--state"], ["check", "x"],
                           ["--state", "", "list"], ["list", "--state="]):
             with self.subTest(arguments):
@@ -936,7 +1159,7 @@ class CommandLineTest(NapictlTest):
     def test_unusable_stores_are_told_apart_from_failed_operations(self):
         os.makedirs(self.store)
         for arguments in (["list"], ["show", "x"], ["create", "x"], ["set", "x", "editable=true"],
-                          ["delete", "x"], ["rename", "x", "y"], ["clone", "x", "y"], ["delete", "*"], ["export"], ["check"],
+                          ["delete", "x"], ["edit", "x"], ["monitor"], ["rename", "x", "y"], ["clone", "x", "y"], ["delete", "*"], ["export"], ["check"],
                           ["provision", "--country", "de"]):
             with self.subTest(arguments):
                 self.refused(UNUSABLE, *arguments, says=[self.store, "directory"])
