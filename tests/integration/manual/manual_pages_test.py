@@ -22,7 +22,7 @@ from handset import DMCLIENT, Handset
 TOP = pathlib.Path(__file__).resolve().parents[3]
 PAGES = TOP / "docs" / "man"
 # One more is written from what its commands print, by a test of its own.
-WITH_EXAMPLES = ("dmclient.1", "dmclient-session.7", "dmclientd.8", "napictl.1")
+WITH_EXAMPLES = ("dm-plugin-check.1", "dmclient.1", "dmclient-session.7", "dmclientd.8", "napictl.1")
 BLOCK = re.compile(r'(?:^\.\\" ([^\n]*)\n)?^\.nf\n(?:\.RS\n)?(.*?)(?:^\.RE\n)?^\.fi$', re.MULTILINE | re.DOTALL)
 # Where the pages have a server of their own.
 PORT = "8080"
@@ -121,25 +121,27 @@ class ExamplesTest(unittest.TestCase):
                          {"dmclient-surprises.7"})
 
 
-class ServicePageTest(unittest.TestCase):
+class PageWithoutTablesTest(unittest.TestCase):
     """The other programs have tables, which are compared with their pages elsewhere."""
 
     @staticmethod
-    def section(name):
-        return re.search(rf"^\.SH {name}\n(.*?)(?=^\.SH)", read("dmclientd.8"), re.MULTILINE | re.DOTALL)[1]
+    def section(page, name):
+        return re.search(rf"^\.SH {name}\n(.*?)(?=^\.SH)", read(page), re.MULTILINE | re.DOTALL)[1]
 
     def test_has_the_options_of_help_and_no_other(self):
-        result = subprocess.run([os.environ["DMCLIENTD"], "--help"], capture_output=True, text=True,
-                                timeout=60, check=True)
-        offered = set(re.findall(r"(?<![\w-])--?[a-z][a-z-]*", result.stdout.split("Options:\n")[1]))
-        headings = re.findall(r"^\.TP\n\.BI?R? (.*)$", self.section("OPTIONS"), re.MULTILINE)
-        explained = set(re.findall(r"(?<![\w-])--?[a-z][a-z-]*", printed(" ".join(headings))))
-        self.assertEqual(explained, offered)
+        for page, program in (("dmclientd.8", "DMCLIENTD"), ("dm-plugin-check.1", "DM_PLUGIN_CHECK")):
+            result = subprocess.run([os.environ[program], "--help"], capture_output=True, text=True,
+                                    timeout=60, check=True)
+            options = result.stdout.split("Options:\n")[1].split("\nArguments:")[0]
+            offered = set(re.findall(r"(?<![\w-])--?[a-z][a-z-]*", options))
+            headings = re.findall(r"^\.TP\n\.BI?R? (.*)$", self.section(page, "OPTIONS"), re.MULTILINE)
+            explained = set(re.findall(r"(?<![\w-])--?[a-z][a-z-]*", printed(" ".join(headings))))
+            self.assertEqual(explained, offered, page)
 
     def test_has_the_exit_statuses_of_the_program(self):
         source = (TOP / "client" / "daemon" / "main.cpp").read_text(encoding="utf-8")
         known = re.findall(r"\w+ = (\d+)", re.search(r"enum Status .*?\};", source, re.DOTALL)[0])
-        self.assertEqual(re.findall(r"^\.TP\n\.B (\d+)$", self.section("EXIT STATUS"), re.MULTILINE), known)
+        self.assertEqual(re.findall(r"^\.TP\n\.B (\d+)$", self.section("dmclientd.8", "EXIT STATUS"), re.MULTILINE), known)
 
 
 class FilesTest(unittest.TestCase):

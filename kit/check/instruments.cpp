@@ -1,0 +1,56 @@
+#include "instruments.h"
+
+#include <QByteArray>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <unistd.h>
+
+bool isSanitized()
+{
+    return dlsym(RTLD_DEFAULT, "__asan_init") != nullptr;
+}
+
+std::string sanitizerOf(const std::string &library)
+{
+    QFile file(QFile::decodeName(library.c_str()));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    // Names of needed libraries stand in the file as they are.
+    const QByteArray bytes = file.readAll();
+    const qsizetype start = bytes.indexOf("libasan.so.");
+    return start < 0 ? std::string() : std::string(bytes.constData() + start);
+}
+
+QString runWithSanitizer(char *argv[], const std::string &sanitizer)
+{
+    ::setenv("LD_PRELOAD", sanitizer.c_str(), 1);
+    // The processes of examinations end without giving back what they have.
+    ::setenv("ASAN_OPTIONS", "detect_leaks=0", 0);
+    ::execv("/proc/self/exe", argv);
+    return QString::fromLocal8Bit(std::strerror(errno));
+}
+
+int runUnderValgrind(char *argv[])
+{
+    const QTemporaryDir logs;
+    ::setenv("TMPDIR", QFile::encodeName(logs.path()).constData(), 1);
+    QStringList words = {QStringLiteral("--quiet"), QStringLiteral("--error-exitcode=121"),
+                         QStringLiteral("--log-file=%1/valgrind.%p").arg(logs.path()),
+                         QStringLiteral("--leak-check=no"),
+                         QFile::symLinkTarget(QStringLiteral("/proc/self/exe"))};
+    for (char **word = argv + 1; *word; ++word)
+        if (std::strcmp(*word, "--valgrind") != 0)
+            words += QString::fromUtf8(*word);
+    QProcess valgrind;
+    valgrind.setProcessChannelMode(QProcess::ForwardedChannels);
+    valgrind.start(QStringLiteral("valgrind"), words);
+    if (!valgrind.waitForStarted())
+        return -1;
+    valgrind.waitForFinished(-1);
+    return valgrind.exitStatus() == QProcess::NormalExit ? valgrind.exitCode() : 3;
+}
