@@ -45,6 +45,9 @@ FAULTS = {
                                   r"\d+ references that it had; came \d+"),
     "text-leaked-by-read": ("references", f"{COLOUR}: GetValue: expected as many live blocks of the "
                             "engine's memory as before; came 2 more, from "),
+    "tree-leaked-by-read": ("references", f"{COLOUR}: GetValue: expected a tree with the \\d+ references"),
+    "text-leaked-by-execute": ("statuses", r"2 blocks are left, from dmstring:\d+ \(1\), faulty_plugin:\d+"),
+    "mount-spoilt-by-value": ("hostile-values", "GetPluginTree: expected status 0 and a tree; came status 1"),
     "block-given-back-twice": ("references",
                                f"{COLOUR}: GetValue: expected each block is given back once"),
     "unknown-status": ("statuses",

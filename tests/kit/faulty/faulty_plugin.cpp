@@ -28,9 +28,11 @@ bool has(std::string_view fault)
 /// A text that nobody gives back.
 void loseText()
 {
-    static_cast<void>(new (DmtMemAllocEx(sizeof(DMString), "faulty_plugin", __LINE__))
-                          DMString("lost"));
+    if (void *const block = DmtMemAllocEx(sizeof(DMString), "faulty_plugin", __LINE__))
+        new (block) DMString("lost");
 }
+
+bool isSpoilt = false; // so that nothing can be mounted any more
 
 struct FaultyNode : DmtRWPluginNode {
     int GetValue(DmtData &value) override
@@ -43,6 +45,9 @@ struct FaultyNode : DmtRWPluginNode {
             loseText();
         if (has("reference-leaked-by-read"))
             TakeReference();
+        JemSmartPtr<DmtTree> tree;
+        if (has("tree-leaked-by-read") && GetTree(tree) == DMT_OK)
+            tree->TakeReference();
         if (has("reference-dropped-by-read"))
             DropReference();
         if (has("ignored-allocation-failure")) {
@@ -81,6 +86,7 @@ struct FaultyNode : DmtRWPluginNode {
         if (has("hang-on-value") && m_isLeaf && text == "nan")
             for (;;)
                 ::pause();
+        isSpoilt = isSpoilt || (has("mount-spoilt-by-value") && text == "%s%n%s%n");
         if (has("value-cut-by-write"))
             return DmtRWPluginNode::SetValue(DmtData(DMString(text.text(), 2).text()));
         return DmtRWPluginNode::SetValue(value);
@@ -97,6 +103,8 @@ struct FaultyNode : DmtRWPluginNode {
     }
     int Execute(const char *argument, DMString &result) override
     {
+        if (has("text-leaked-by-execute"))
+            loseText();
         return has("unknown-status") ? 299 : DmtRWPluginNode::Execute(argument, result);
     }
 };
@@ -169,6 +177,8 @@ KUB_EXPORT int DMT_PluginLib_Data_GetPluginTree(const char *root, void *,
 {
     if (!serves(root))
         return has("root-refused-as-failure") ? DMT_FAILED : DMT_FEATURE_NOT_SUPPORTED;
+    if (isSpoilt)
+        return DMT_FAILED;
     if (has("no-tree"))
         return DMT_OK;
     auto *const made = new FaultyTree;
