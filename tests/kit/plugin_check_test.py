@@ -121,6 +121,20 @@ class PluginCheckTest(unittest.TestCase):
         self.assert_good(PRODUCT, "--root", CONN, "--root", INT_PROFS, "--state", handset.state)
         self.assertEqual(handset.export(), before)
 
+    def test_each_process_begins_with_a_copy_of_the_state(self):
+        state = os.path.join(self.folder, "state")
+        os.mkdir(state)
+        with open(os.path.join(state, "reads"), "w", encoding="utf-8") as file:
+            file.write("before\n")
+        words = (FAULTY, "--root", ROOT, "--state", state)
+        # It gives no tree to whoever has this file.
+        status, printed, _ = self.check(*words, fault="no-tree-after-reads")
+        self.assertEqual(status, FINDINGS)
+        self.assertIn("expected status 0 and a tree; came no tree", printed)
+        self.check(*words, fault="file-written-by-read")
+        with open(os.path.join(state, "reads"), encoding="utf-8") as file:
+            self.assertEqual(file.read(), "before\n")
+
     def test_nothing_is_left_behind(self):
         self.check(FAULTY, "--root", ROOT, "--timeout", "1", fault="hang-on-value")
         self.assertEqual(os.listdir(self.folder), [])

@@ -32,6 +32,11 @@ void loseText()
         new (block) DMString("lost");
 }
 
+std::string readsFile()
+{
+    return std::string(std::getenv("KUB_STATE_DIR")) + "/reads";
+}
+
 bool isSpoilt = false; // so that nothing can be mounted any more
 
 struct FaultyNode : DmtRWPluginNode {
@@ -67,8 +72,7 @@ struct FaultyNode : DmtRWPluginNode {
             DmtMemFree(const_cast<char *>(block));
         }
         if (has("file-written-by-read")) {
-            const std::string file = std::string(std::getenv("KUB_STATE_DIR")) + "/reads";
-            if (std::FILE *const reads = std::fopen(file.c_str(), "a")) {
+            if (std::FILE *const reads = std::fopen(readsFile().c_str(), "a")) {
                 std::fputs("read\n", reads);
                 std::fclose(reads);
             }
@@ -179,7 +183,9 @@ KUB_EXPORT int DMT_PluginLib_Data_GetPluginTree(const char *root, void *,
         return has("root-refused-as-failure") ? DMT_FAILED : DMT_FEATURE_NOT_SUPPORTED;
     if (isSpoilt)
         return DMT_FAILED;
-    if (has("no-tree"))
+    const bool isAfterReads =
+        has("no-tree-after-reads") && ::access(readsFile().c_str(), F_OK) == 0;
+    if (has("no-tree") || isAfterReads)
         return DMT_OK;
     auto *const made = new FaultyTree;
     tree = JemSmartPtr<DmtPluginTree>(made);
