@@ -15,6 +15,9 @@ SIZE = 8_000
 FACTOR = 4
 # Room for sorting, whose steps grow with n log n, and for a buffer that is copied when it grows.
 LARGEST_RATIO = 5
+# So few instructions for each unit of the size are a look at the bytes or a copy of them, which the
+# library does in other ways when they are more.
+FEWEST = 4
 
 
 def instructions(program):
@@ -49,7 +52,7 @@ def main():
         ratio = steps[SIZE * FACTOR] / steps[SIZE]
         print(f"{parser}: {steps[SIZE]:,} instructions, {ratio:.2f} times as many for "
               f"{FACTOR} times as much")
-        if ratio > LARGEST_RATIO:
+        if ratio > LARGEST_RATIO and steps[SIZE * FACTOR] > FEWEST * SIZE * FACTOR:
             failed.append(parser)
     if failed:
         sys.exit("more steps than the input is longer: " + ", ".join(failed))
