@@ -15,6 +15,7 @@ namespace commandline {
 enum class ValueKind {
     None, ///< there is none
     Text,
+    Words,     ///< several of the words that go with it, with commas between them
     OneOf,     ///< one of the words that go with it, and nothing else
     File,      ///< the name of a file, which is not empty
     Directory, ///< the name of a directory, which is not empty

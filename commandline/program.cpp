@@ -51,6 +51,15 @@ ExitStatus printVersion(const Program &program, Output &output)
     return ExitStatus::Success;
 }
 
+/// @param words  of a command line, the one that is being typed last
+ExitStatus printCompletion(const Program &program, QStringList words,
+                           const ArgumentCompleter &completeArgument, Output &output)
+{
+    const QString prefix = words.isEmpty() ? QString() : words.takeLast();
+    output.raw(completionLines(complete(program, {words, prefix}, completeArgument)));
+    return ExitStatus::Success;
+}
+
 } // namespace
 
 std::optional<Invocation> interpret(const Program &program, const QStringList &words,
@@ -71,16 +80,18 @@ std::optional<Invocation> interpret(const Program &program, const QStringList &w
 }
 
 int run(int argc, char *argv[], const Program &program,
-        ExitStatus (*execute)(Output &output, const Invocation &invocation))
+        ExitStatus (*execute)(Output &output, const Invocation &invocation),
+        const ArgumentCompleter &completeArgument)
 {
     support::occupyClosedStandardStreams();
     const QCoreApplication application(argc, argv);
     Output output(QString::fromLatin1(program.name));
     ExitStatus exitStatus = ExitStatus::WrongUsage;
     if (areUtf8(argc, argv, output)) {
-        const auto invocation =
-            interpret(program, QCoreApplication::arguments().sliced(1), output, exitStatus);
-        if (invocation)
+        const QStringList words = QCoreApplication::arguments().sliced(1);
+        if (!words.isEmpty() && words.first() == QLatin1StringView(completionWord))
+            exitStatus = printCompletion(program, words.sliced(1), completeArgument, output);
+        else if (const auto invocation = interpret(program, words, output, exitStatus))
             exitStatus = execute(output, *invocation);
     }
     return static_cast<int>(output.finish(exitStatus));

@@ -1,7 +1,7 @@
 // A program from its first word to its exit status.
 #pragma once
 
-#include "command.h"
+#include "completion_words.h"
 #include "output.h"
 
 #include <optional>
@@ -15,9 +15,11 @@ std::optional<Invocation> interpret(const Program &program, const QStringList &w
                                     Output &output, ExitStatus &exitStatus);
 
 /// Runs a program. Arguments that are not UTF-8 are refused, and output that is lost is reported.
-/// @param execute  carries out a command of its own
+/// @param execute           carries out a command of its own
+/// @param completeArgument  knows what there is, for a shell that completes a command line
 /// @return the exit status
 int run(int argc, char *argv[], const Program &program,
-        ExitStatus (*execute)(Output &output, const Invocation &invocation));
+        ExitStatus (*execute)(Output &output, const Invocation &invocation),
+        const ArgumentCompleter &completeArgument);
 
 } // namespace commandline

@@ -3,5 +3,5 @@
 
 int main(int argc, char *argv[])
 {
-    return commandline::run(argc, argv, napictlProgram(), executeNapictl);
+    return commandline::run(argc, argv, napictlProgram(), executeNapictl, completeNapictlArgument);
 }

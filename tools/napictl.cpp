@@ -5,8 +5,10 @@
 #include "commands.h"
 #include "common_rows.h"
 #include "profile_columns.h"
+#include "profile_service.h"
 
 using commandline::anyNumber;
+using commandline::Candidate;
 using commandline::Option;
 using commandline::ValueKind;
 
@@ -30,7 +32,7 @@ constexpr Option chosenFieldsOption = {
     fieldsOption,
     "FIELDS",
     "show these, in this order, with commas between them; all is every one",
-    ValueKind::Text,
+    ValueKind::Words,
     columnWords,
     'f'};
 constexpr Option shownTerselyOption = {
@@ -70,12 +72,16 @@ constexpr Option provisionOptions[] = {
     {"database", "FILE", "read this database in place of the installed one", ValueKind::File},
 };
 
-/// "gprs.address=" and so on.
+/// "gprs.address=", "editable=true" and so on.
 QStringList fieldWords()
 {
     QStringList words;
     for (const ProfileField &field : profileFields())
-        words += fieldPath(field) + u'=';
+        if (const QStringList values = fieldValues(field); values.isEmpty())
+            words += fieldPath(field) + u'=';
+        else
+            for (const QString &value : values)
+                words += fieldPath(field) + u'=' + value;
     return words;
 }
 
@@ -94,8 +100,12 @@ QStringList fieldDetails()
     return lines;
 }
 
+/// Which arguments of a command name profiles that are there.
+enum class ProfileArguments { None, First, All };
+
 struct CommandRow : commandline::Command {
     ExitStatus (*run)(Output &, const Invocation &);
+    ProfileArguments profiles = ProfileArguments::None;
 };
 
 constexpr std::span<const Option> noOptions;
@@ -106,19 +116,28 @@ constexpr CommandRow rows[] = {
      runList},
     {{"show", "NAME...", "show profiles; a pattern such as 'Voda*' stands for all that it matches",
       1, anyNumber, showOptions},
-     runShow},
+     runShow,
+     ProfileArguments::All},
     {{"create", "NAME [FIELD=VALUE...]", "create a profile", 1, anyNumber, noOptions,
       ValueKind::Text, nullptr, fieldWords, fieldDetails},
      runCreate},
     {{"set", "NAME FIELD=VALUE...", "change fields of a profile, all or none", 2, anyNumber,
       noOptions, ValueKind::Text, nullptr, fieldWords, fieldDetails},
-     runSet},
-    {{"edit", "NAME", "edit a profile as JSON, in $VISUAL or $EDITOR", 1, 1, editOptions}, runEdit},
-    {{"rename", "NAME NEW", "give a profile another name; it keeps its ID", 2, 2}, runRename},
-    {{"clone", "NAME NEW", "create a profile with all that another one has", 2, 2}, runClone},
+     runSet,
+     ProfileArguments::First},
+    {{"edit", "NAME", "edit a profile as JSON, in $VISUAL or $EDITOR", 1, 1, editOptions},
+     runEdit,
+     ProfileArguments::First},
+    {{"rename", "NAME NEW", "give a profile another name; it keeps its ID", 2, 2},
+     runRename,
+     ProfileArguments::First},
+    {{"clone", "NAME NEW", "create a profile with all that another one has", 2, 2},
+     runClone,
+     ProfileArguments::First},
     {{"delete", "NAME...", "delete profiles; a pattern stands for all that it matches", 1,
       anyNumber},
-     runDelete},
+     runDelete,
+     ProfileArguments::All},
     {{"import", "FILE", "create the profiles of a JSON file (- is standard input)", 1, 1,
       importOptions, ValueKind::File},
      runImport},
@@ -181,6 +200,22 @@ const commandline::Program &napictlProgram()
         programOptions, commands(),
         exitStatuses,   environment()};
     return program;
+}
+
+std::vector<Candidate> completeNapictlArgument(const Invocation &before, const QString &)
+{
+    const ProfileArguments profiles = static_cast<const CommandRow &>(*before.command).profiles;
+    chooseStore(before);
+    QList<QByteArray> names;
+    const bool isProfile = profiles == ProfileArguments::All ||
+                           (profiles == ProfileArguments::First && before.arguments.isEmpty());
+    if (!isProfile || !isStoreThere() || listProfileNames(names) != NAPI_OK)
+        return {};
+    std::vector<Candidate> candidates;
+    for (const QByteArray &name : names)
+        if (const QString text = QString::fromUtf8(name); !before.arguments.contains(text))
+            candidates.push_back({text});
+    return candidates;
 }
 
 ExitStatus executeNapictl(Output &output, const Invocation &invocation)

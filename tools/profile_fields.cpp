@@ -298,6 +298,20 @@ const ProfileField *findField(QStringView path)
     return field == std::end(fieldTable) ? nullptr : field;
 }
 
+QStringList fieldValues(const ProfileField &field)
+{
+    QStringList values;
+    if (field.kind == FieldKind::Flag)
+        values = {QStringLiteral("true"), QStringLiteral("false")};
+    if (field.kind == FieldKind::LineType)
+        for (const LineType &lineType : lineTypes)
+            values += QString::fromLatin1(lineType.name);
+    if (field.kind == FieldKind::BitRate)
+        for (const unsigned int rate : bitRates)
+            values += QString::number(rate);
+    return values;
+}
+
 QString fieldText(const ProfileField &field, const NAP_PROFILE_S &record)
 {
     switch (field.kind) {

@@ -45,6 +45,8 @@ QString fieldPath(const ProfileField &field);
 /// @return null when no field has that path.
 const ProfileField *findField(QStringView path);
 
+/// @return every value that the field can have; none when there are too many to say.
+QStringList fieldValues(const ProfileField &field);
 /// @return the value as setFields takes it. Bytes that are not UTF-8 read as U+FFFD.
 QString fieldText(const ProfileField &field, const NAP_PROFILE_S &record);
 /// @return true when a field of that part has another value than in a record of zeros.

@@ -1,5 +1,9 @@
 #include "profile_service.h"
 
+#include "state_location.h"
+
+#include <QDir>
+#include <QFile>
 #include <cstring>
 
 namespace {
@@ -51,6 +55,12 @@ ExitStatus reportResult(Output &output, const QString &subject, int status)
     if (status != NAPI_OK)
         output.problem(prefix + serviceText(status));
     return meaningOf(status).exitStatus;
+}
+
+bool isStoreThere()
+{
+    const QDir state(QFile::decodeName(handset_state::location().c_str()));
+    return !state.entryList({QStringLiteral("*.db")}, QDir::Files).isEmpty();
 }
 
 int readProfile(const QString &name, StoredProfile &profile)

@@ -32,5 +32,8 @@ struct StoredProfile {
 /// Reads a profile by its name. @return a result of the service.
 int readProfile(const QString &name, StoredProfile &profile);
 
+/// Whether the state directory has a store. Nothing is made for that.
+bool isStoreThere();
+
 /// Lists the names, as UTF-8, in the order of the IDs. @return a result of the service.
 int listProfileNames(QList<QByteArray> &names);

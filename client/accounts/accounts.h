@@ -44,6 +44,8 @@ struct AccountField {
     /// Gives the field a value. The error is the rest of a sentence that begins with the field's
     /// name.
     support::Expected<void, QString> (*set)(Account &account, const QString &text);
+    /// All values that it can have; null when there are too many to say.
+    QStringList (*values)() = nullptr;
 };
 
 /// All fields, in the order in which they are shown.

@@ -70,6 +70,14 @@ QString authWord(AuthType type)
     return nameIn(&AuthTypeRow::word, type);
 }
 
+QStringList authWords()
+{
+    QStringList words;
+    for (const AuthTypeRow &row : authTypes)
+        words += QString::fromLatin1(row.word);
+    return words;
+}
+
 std::optional<AuthType> authTypeOfWord(const QString &word)
 {
     return typeNamed(&AuthTypeRow::word, word);

@@ -8,6 +8,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 #include <optional>
 
 namespace client {
@@ -32,6 +33,8 @@ std::optional<AuthType> authTypeOfAccountName(const QString &name);
 
 /// The type's name for people: "none", "basic", "md5" or "hmac".
 QString authWord(AuthType type);
+/// The names of all types.
+QStringList authWords();
 std::optional<AuthType> authTypeOfWord(const QString &word);
 
 /// Name and secret of one side.

@@ -210,7 +210,8 @@ QStringList accountFieldWords()
 {
     QStringList words;
     for (const AccountField &field : accountFields())
-        words += QString::fromLatin1(field.name) + u'=';
+        for (const QString &value : field.values ? field.values() : QStringList(QString()))
+            words += QString::fromLatin1(field.name) + u'=' + value;
     return words;
 }
 

@@ -2,13 +2,21 @@
 
 #include "command_table.h"
 #include "common_rows.h"
-#include "parser.h"
 
+#include <QFile>
 #include <algorithm>
 
 namespace client::cli {
 
-using commandline::Option;
+using commandline::Candidate;
+
+NodeArgument nodeArgumentAfter(const Invocation &before)
+{
+    if (before.command == &commandline::helpCommand)
+        return NodeArgument::None;
+    const CommandRow &row = rowOf(*before.command);
+    return before.arguments.isEmpty() ? row.firstNode : row.otherNodes;
+}
 
 namespace {
 
@@ -18,43 +26,6 @@ void offer(Candidates &candidates, const QString &prefix, const QString &word, b
 {
     if (word.startsWith(prefix))
         candidates.push_back({word, isWhole});
-}
-
-// ---- Words of the table --------------------------------------------------------------------------
-
-Candidates completeCommand(const QString &prefix)
-{
-    Candidates candidates;
-    for (const commandline::Command *const command : shellProgram().commands)
-        offer(candidates, prefix, QString::fromLatin1(command->name));
-    return candidates;
-}
-
-Candidates completeOption(const commandline::Command &command, const QString &prefix)
-{
-    Candidates candidates;
-    for (const auto options : {command.options, shellProgram().options})
-        for (const Option &option : options)
-            offer(candidates, prefix, commandline::optionWord(option));
-    return candidates;
-}
-
-Candidates completeWord(commandline::WordList words, const QString &prefix)
-{
-    Candidates candidates;
-    if (words)
-        for (const QString &word : words())
-            offer(candidates, prefix, word, !word.endsWith(u'='));
-    return candidates;
-}
-
-/// The option that the word before wants a value for; null when there is no such option.
-const Option *optionWithValue(const commandline::Command &command, const QString &word)
-{
-    for (const Option &option : command.options)
-        if (option.valueName && word == commandline::optionWord(option))
-            return &option;
-    return nullptr;
 }
 
 // ---- Words of the tree ---------------------------------------------------------------------------
@@ -158,46 +129,74 @@ Candidates completeChildValue(const QString &parentUri, const QString &prefix, c
     return candidates;
 }
 
-Candidates completeArgument(const commandline::Command &command, const QStringList &arguments,
-                            const QString &prefix, const TreeView &tree)
+} // namespace
+
+std::vector<Candidate> completeNodeArgument(const Invocation &before, const QString &prefix,
+                                            const TreeView &tree)
 {
-    if (&command == &commandline::helpCommand)
-        return arguments.isEmpty() ? completeCommand(prefix) : Candidates();
-    const CommandRow &row = rowOf(command);
-    const NodeArgument kind = arguments.isEmpty() ? row.firstNode : row.otherNodes;
-    switch (kind) {
+    switch (nodeArgumentAfter(before)) {
     case NodeArgument::Uri:
     case NodeArgument::UriToList:
     case NodeArgument::UriToRead:
     case NodeArgument::UriToReplace:
-        return completeUri(prefix, kind, tree);
+        return completeUri(prefix, nodeArgumentAfter(before), tree);
     case NodeArgument::ChildValue:
-        return completeChildValue(arguments[0], prefix, tree);
+        return completeChildValue(before.arguments[0], prefix, tree);
     case NodeArgument::None:
         break;
     }
-    return completeWord(arguments.isEmpty() ? command.firstWords : command.otherWords, prefix);
+    return {};
+}
+
+std::vector<Candidate> complete(const UnfinishedLine &line, const TreeView &tree)
+{
+    return commandline::complete(shellProgram(), line,
+                                 [&tree](const Invocation &before, const QString &prefix) {
+                                     return completeNodeArgument(before, prefix, tree);
+                                 })
+        .candidates;
+}
+
+// ---- Without a shell -----------------------------------------------------------------------------
+
+namespace {
+
+/// The actions of "account" that are about one that is there.
+constexpr QStringView actionsOnAccounts[] = {u"show", u"set", u"remove"};
+
+bool namesAccount(const Invocation &before)
+{
+    const QStringList &arguments = before.arguments;
+    const QByteArrayView command = before.command->name;
+    return (command == "session" && arguments.isEmpty()) ||
+           (command == "account" && arguments.size() == 1 &&
+            std::ranges::find(actionsOnAccounts, arguments.first()) != std::end(actionsOnAccounts));
+}
+
+Candidates accountNames(DmDevice &device)
+{
+    Candidates candidates;
+    for (const auto &[name, account] : device.accounts().accounts())
+        candidates.push_back({name});
+    return candidates;
 }
 
 } // namespace
 
-std::vector<Candidate> complete(const UnfinishedLine &line, const TreeView &tree)
+std::vector<Candidate> completeArgument(const Invocation &before, const QString &prefix)
 {
-    if (line.words.isEmpty())
-        return completeCommand(line.prefix);
-    const commandline::Command *const command =
-        commandline::findCommand(shellProgram(), line.words[0]);
-    if (!command)
+    const bool isNode = nodeArgumentAfter(before) != NodeArgument::None;
+    const DmDevice::Options options = deviceOptions(before);
+    if ((!isNode && !namesAccount(before)) || !QFile::exists(options.stateDirectory))
         return {};
-    if (line.prefix.startsWith(QStringLiteral("--")))
-        return completeOption(*command, line.prefix);
-    if (const Option *const option = optionWithValue(*command, line.words.last()))
-        return completeWord(option->words, line.prefix);
-
-    const auto before =
-        commandline::parse(shellProgram(), line.words, commandline::Completeness::Partial);
-    const QStringList arguments = before ? before->arguments : QStringList();
-    return completeArgument(*command, arguments, line.prefix, tree);
+    const auto device = DmDevice::open(options);
+    if (!device)
+        return {};
+    if (!isNode)
+        return accountNames(**device);
+    if (!(*device)->makeTree())
+        return {};
+    return completeNodeArgument(before, prefix, (*device)->ownersView());
 }
 
 QString commonStart(const std::vector<Candidate> &candidates)

@@ -1,6 +1,7 @@
 #include "line_editor.h"
 
 #include "terminal.h"
+#include "words.h"
 
 #include <QFile>
 #include <algorithm>

@@ -1,18 +1,15 @@
 // The words of one line of the shell.
 #pragma once
 
+#include "completion_words.h"
+
 #include <QByteArray>
 #include <QStringList>
 #include <optional>
 
 namespace client::cli {
 
-/// The words up to a place in a line, for completion: those before the one that is being typed, and
-/// what there is of that one.
-struct UnfinishedLine {
-    QStringList words;
-    QString prefix;
-};
+using commandline::UnfinishedLine;
 
 /// Splits a line at blanks. Single quotes keep everything as it is, double quotes keep blanks and
 /// single quotes, and a backslash takes the next character as it is (inside double quotes only a

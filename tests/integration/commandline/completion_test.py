@@ -1,80 +1,180 @@
-"""What bash offers for a word of dmclient and of napictl."""
+"""What the Tab key does in bash, zsh and fish, each on a terminal of its own, for dmclient and napictl."""
 
+import fcntl
 import os
 import subprocess
 import tempfile
+import termios
 import unittest
 
-COMPLETIONS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "..", "packaging",
-                           "completions")
+from handset import DMCLIENT, NAPICTL, HandsetTest
+from terminal import Terminal
 
-# Calls the function as bash does when the Tab key is pressed after the last word. Which options bash
-# is given then (compopt) is part of the answer.
-SCRIPT = """
-compopt() { echo "compopt $*"; }
-source "$1"; program=$2; shift 2
-COMP_WORDS=("$program" "$@"); COMP_CWORD=$#
-"_$program"
-printf '%s\\n' "${COMPREPLY[@]}"
-"""
+COMPLETIONS = os.environ["COMPLETIONS"]  # folder of the scripts, as they are built
+PROMPT = "ready:"
+
+# How each shell is started, and made to know the scripts.
+SHELLS = {
+    "bash": (["bash", "--norc", "-i"],
+             ["set -o emacs", "for f in {folder}/bash/*; do source $f; done", f"PS1={PROMPT}"]),
+    "zsh": (["zsh", "-f", "-i"],
+            ["fpath=({folder}/zsh $fpath)", "autoload -Uz compinit", "compinit -u -D", "bindkey -e",
+             "unsetopt zle_bracketed_paste", f"PROMPT={PROMPT} RPROMPT="]),
+    "fish": (["fish", "--no-config", "-i"],
+             ["for f in {folder}/fish/*; source $f; end",
+              f"function fish_prompt; echo -n {PROMPT}; end; set fish_greeting"]),
+}
+# Names that would do something, or be several words, in a shell that takes them as they are, by what
+# somebody types of them.
+HOSTILE = {"it\\'s": "it's $(touch x) \"q\" `touch x`", "two": "two words", "colon:": "colon:and=equals",
+           "-": "-dash", "\\~": "~tilde", "ü": "ünï*[x]", "back": "back\\slash", "semi": "semi;touch x",
+           "\\!": "!history", "\\#": "#comment", "\\$": "$HOME", "\\{": "{a,b}"}
 
 
-class CompletionTest(unittest.TestCase):
-    def offered(self, program, *words, folder=None):
-        result = subprocess.run(["bash", "--norc", "-uc", SCRIPT, "bash", os.path.join(COMPLETIONS, program),
-                                 program, *words], capture_output=True, text=True, timeout=60,
-                                check=False, cwd=folder)
+class Shell:
+    def __init__(self, test, name, folder):
+        command, settings = SHELLS[name]
+        self.terminal = Terminal(Starter(test, command, folder), environment={"TERM": "dumb"})
+        for line in settings:
+            self.terminal.type(line.format(folder=COMPLETIONS).encode() + b"\n")
+        self.terminal.type(b"echo beg''un\n")
+        self.terminal.wait_for("begun")
+
+    def words(self, line):
+        """The words that the shell has when Tab has been pressed at the end of the line."""
+        # The line becomes the arguments of another command, which says what they are.
+        self.terminal.type(f"{line}\t\x01printf '<%s>' begin''ning \x05 en''d\n".encode())
+        self.terminal.wait_for("<beginning>")
+        return self.terminal.wait_for("<end>")
+
+
+class Starter:
+    """Starts a shell where Terminal would start the client."""
+
+    def __init__(self, test, command, folder):
+        self.test = test
+        self.command = command
+        self.folder = folder
+        self.addCleanup = test.addCleanup
+
+    def start(self, environment, **options):
+        path = f"{os.path.dirname(DMCLIENT)}:{os.environ['PATH']}"
+        process = subprocess.Popen(self.command, cwd=self.folder, start_new_session=True,
+                                   preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0),
+                                   env=self.test.handset.environment(PATH=path, **environment), **options)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        return process
+
+
+def in_each_shell(test):
+    """A test that gets a shell, for each of them."""
+    def for_each(self):
+        for name in SHELLS:
+            with self.subTest(name):
+                test(self, Shell(self, name, self.folder))
+    return for_each
+
+
+class TabKeyTest(HandsetTest):
+    PROFILES = [{"name": "Office", "gprs": {"address": "internet"}}]
+
+    def setUp(self):
+        super().setUp()
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        self.handset.succeed("dmclient", "account", "add", "Operator", "address=https://dm.example/",
+                             "server-id=dm.example")
+
+    @in_each_shell
+    def test_words_of_the_tables(self, shell):
+        self.assertEqual(shell.words("napictl prov"), "<napictl><provision>")
+        self.assertEqual(shell.words("dmclient sess"), "<dmclient><session>")
+        self.assertEqual(shell.words("napictl show --show-s"), "<napictl><show><--show-secrets>")
+        self.assertEqual(shell.words("napictl --backend n"), "<napictl><--backend><networkmanager>")
+        self.assertEqual(shell.words("napictl --backend=n"), "<napictl><--backend=networkmanager>")
+        self.assertEqual(shell.words("napictl list -f id,na"), "<napictl><list><-f><id,name>")
+
+    @in_each_shell
+    def test_fields_and_their_values(self, shell):
+        self.assertEqual(shell.words("napictl set Office gprs.li"), "<napictl><set><Office><gprs.linger=>")
+        self.assertEqual(shell.words("napictl set Office csd.lineType=I"),
+                         "<napictl><set><Office><csd.lineType=Isdn>")
+        self.assertEqual(shell.words("dmclient account add A client-auth=h"),
+                         "<dmclient><account><add><A><client-auth=hmac>")
+
+    @in_each_shell
+    def test_profiles_accounts_and_addresses(self, shell):
+        self.assertEqual(shell.words("napictl show Off"), "<napictl><show><Office>")
+        self.assertEqual(shell.words("dmclient session Op"), "<dmclient><session><Operator>")
+        self.assertEqual(shell.words("dmclient account show Op"), "<dmclient><account><show><Operator>")
+        self.assertEqual(shell.words("dmclient get ./DevInfo/M"), "<dmclient><get><./DevInfo/M>",
+                         "Man and Mod have no more in common")
+        profiles = "./DevDetail/Ext/Conf/Conn/Profiles"
+        self.assertEqual(shell.words(f"dmclient get {profiles}/Off"), f"<dmclient><get><{profiles}/Office>")
+        self.assertEqual(shell.words(f"dmclient replace {profiles}/Office Line"),
+                         f"<dmclient><replace><{profiles}/Office><LineType=>")
+
+    @in_each_shell
+    def test_names_do_nothing_but_stand_for_themselves(self, shell):
+        for start, name in HOSTILE.items():
+            self.handset.run("napictl", "create", "--", name)  # of the first shell
+            self.assertEqual(shell.words(f"napictl show -- {start}"), f"<napictl><show><--><{name}>")
+        self.assertEqual(os.listdir(self.folder), [])
+
+    @in_each_shell
+    def test_files_and_directories(self, shell):
+        os.makedirs(os.path.join(self.folder, "directory"), exist_ok=True)
+        with open(os.path.join(self.folder, "data file.json"), "w", encoding="ascii"):
+            pass
+        self.assertEqual(shell.words("napictl import dat"), "<napictl><import><data file.json>")
+        self.assertRegex(shell.words("napictl --state dir"), "^<napictl><--state><directory/?>$")
+
+
+class AskedProgramTest(HandsetTest):
+    """What a program says when a shell asks it."""
+
+    PROFILES = []
+
+    def ask(self, program, *words):
+        return subprocess.run([program, "--complete-words", *words], env=self.handset.environment(),
+                              capture_output=True, timeout=60, check=True, encoding="utf-8")
+
+    def asked(self, program, *words):
+        result = self.ask(program, *words)
         self.assertEqual(result.stderr, "")
-        return result.stdout.split()
+        return result.stdout.splitlines()
 
-    def test_commands(self):
-        self.assertEqual(self.offered("napictl", "p"), ["provision"])
-        self.assertEqual(self.offered("dmclient", "re"),
-                         ["replace", "rename", "replay", "record", "report"])
-        self.assertEqual(self.offered("napictl", "--state", "d", "che"), ["check"])
-        self.assertEqual(self.offered("napictl", "--state", "=", "d", "che"), ["check"])
-        self.assertEqual(self.offered("dmclient", "help", "sh"), ["shell"])
-        self.assertEqual(self.offered("dmclient", "help", "shell", "s"), [])
+    def test_nothing_is_made_for_an_answer(self):
+        for words in (["show", ""], ["get", "./"], ["session", ""], ["account", "show", ""], [""]):
+            for program in (NAPICTL, DMCLIENT):
+                self.asked(program, *words)
+        self.assertFalse(os.path.exists(self.handset.state))
 
-    def test_commands_of_a_shell_line_are_not_offered(self):
-        self.assertEqual(self.offered("dmclient", "q"), [])
+    def test_what_cannot_be_read_has_no_names(self):
+        os.makedirs(self.handset.path("profiles.db"), mode=0o700)
+        self.assertEqual(self.ask(NAPICTL, "show", "").stdout, "")
+        self.assertNotIn("Profiles/", self.ask(DMCLIENT, "get", "./DevDetail/Ext/Conf/Conn/Profiles/").stdout)
 
-    def test_options(self):
-        self.assertEqual(self.offered("napictl", "--s"), ["--state"])
-        self.assertEqual(self.offered("napictl", "show", "--s"), ["--show-secrets", "--state"])
-        self.assertEqual(self.offered("dmclient", "session", "Test", "--m"),
-                         ["--max-msg-size", "--max-obj-size"])
-        self.assertEqual(self.offered("dmclient", "ddf", "--p"), ["--plugin", "--plugins"])
+    def test_options_choose_the_store(self):
+        other = os.path.join(self.handset.home, "other")
+        self.handset.succeed("napictl", "--state", other, "create", "Elsewhere")
+        self.assertEqual(self.asked(NAPICTL, "--state", other, "show", ""), ["Elsewhere"])
+        self.assertEqual(self.asked(NAPICTL, "show", "--state", other, "E"), ["Elsewhere"])
+        self.assertEqual(self.asked(NAPICTL, "show", ""), [])
 
-    def test_values(self):
-        self.assertEqual(self.offered("napictl", "--backend", ""), ["sqlite", "networkmanager"])
-        self.assertEqual(self.offered("napictl", "--backend", "="), ["sqlite", "networkmanager"])
-        self.assertEqual(self.offered("napictl", "list", "--backend", "=", "n"), ["networkmanager"])
-        self.assertEqual(self.offered("dmclient", "get", ".", "--prop", "T"), ["Title", "TStamp", "Type"])
-        self.assertEqual(self.offered("dmclient", "session", "--timeout", ""), [])
+    def test_profile_that_is_named_already_is_not_offered_again(self):
+        for name in ("one", "two"):
+            self.handset.succeed("napictl", "create", name)
+        self.assertEqual(self.asked(NAPICTL, "delete", "one", ""), ["two"])
+        self.assertEqual(self.asked(NAPICTL, "rename", "one", ""), [])
+        self.assertEqual(self.asked(NAPICTL, "create", ""), [])
 
-    def test_fields(self):
-        self.assertEqual(self.offered("napictl", "set", "Office", "gprs.dn"),
-                         ["compopt", "-o", "nospace", "gprs.dns1=", "gprs.dns2="])
-        self.assertEqual(self.offered("napictl", "set", "gprs"), [], "which is the name of a profile")
-        self.assertEqual(self.offered("napictl", "set", "Office", "gprs.dns1", "="), [])
-        self.assertEqual(self.offered("napictl", "set", "Office", "gprs.dns1", "=", "1"), [])
-        self.assertEqual(self.offered("dmclient", "account", "s"), ["show", "set"])
-        self.assertEqual(self.offered("dmclient", "account", "add", "Test", "addr"),
-                         ["compopt", "-o", "nospace", "address="])
-
-    def test_files_and_directories(self):
-        with tempfile.TemporaryDirectory() as folder:
-            os.mkdir(os.path.join(folder, "dir"))
-            with open(os.path.join(folder, "data.json"), "w", encoding="ascii"):
-                pass
-            names = ["compopt", "-o", "filenames"]
-            self.assertEqual(sorted(self.offered("napictl", "import", "d", folder=folder)),
-                             sorted([*names, "dir", "data.json"]))
-            self.assertEqual(self.offered("napictl", "import", "data.json", "d", folder=folder), [])
-            self.assertEqual(self.offered("dmclient", "--state", "d", folder=folder), [*names, "dir"])
-            self.assertEqual(self.offered("dmclient", "session", "--ca", "=", "da", folder=folder),
-                             [*names, "data.json"])
+    def test_secrets_are_not_offered(self):
+        self.handset.succeed("napictl", "create", "Office", "gprs.authPassword=OhBehave")
+        for words in (["set", "Office", "gprs.authPassword="], ["show", "Office", "gprs.authPassword=O"]):
+            self.assertEqual(self.asked(NAPICTL, *words), [])
 
 
 if __name__ == "__main__":

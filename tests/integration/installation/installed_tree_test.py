@@ -65,10 +65,12 @@ class InstalledTreeTest(unittest.TestCase):
             for library in found:
                 self.assertTrue(library.startswith(os.path.realpath(self.prefix)), library)
 
-    def test_manuals_and_completions_are_where_man_and_bash_look(self):
+    def test_manuals_and_completions_are_where_man_and_the_shells_look(self):
         for file in ("man/man1/dmclient.1", "man/man1/napictl.1", "man/man7/dmclient-session.7",
                      "man/man7/dmclient-surprises.7",
-                     "bash-completion/completions/dmclient", "bash-completion/completions/napictl"):
+                     "bash-completion/completions/dmclient", "bash-completion/completions/napictl",
+                     "zsh/vendor-completions/_dmclient", "zsh/vendor-completions/_napictl",
+                     "fish/vendor_completions.d/dmclient.fish", "fish/vendor_completions.d/napictl.fish"):
             self.assertTrue(os.path.isfile(os.path.join(self.prefix, "share", file)), file)
 
     def test_the_service_is_where_systemd_and_the_bus_look(self):

@@ -5,6 +5,7 @@
 #include "command_table.h"
 #include "mounted_tree.h"
 #include "parser.h"
+#include "words.h"
 
 #include <set>
 
