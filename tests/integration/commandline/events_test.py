@@ -17,7 +17,7 @@ SUCCESS, FAILED, USAGE, UNUSABLE = range(4)
 # A command of each program that fits into the same place.
 WORDS = {
     "dmclient": {"READ": "tree", "REAED": "tere", "FILE": "process", "ONE": "delete", "TAKES": "URI"},
-    "napictl": {"READ": "list", "REAED": "lsit", "FILE": "import", "ONE": "show",
+    "napictl": {"READ": "list", "REAED": "lsit", "FILE": "import", "ONE": "edit",
                 "TAKES": "NAME [OPTION...]"},
 }
 
