@@ -12,23 +12,17 @@ of the page's own, unless the comment before it says otherwise:
 import os
 import pathlib
 import re
-import socket
 import subprocess
 import unittest
 
 import documented_files
-from handset import DMCLIENT, Handset
+from typist import Typist, matches
 
 TOP = pathlib.Path(__file__).resolve().parents[3]
 PAGES = TOP / "docs" / "man"
 # One more is written from what its commands print, by a test of its own.
 WITH_EXAMPLES = ("dm-plugin-check.1", "dmclient.1", "dmclient-session.7", "dmclientd.8", "napictl.1")
 BLOCK = re.compile(r'(?:^\.\\" ([^\n]*)\n)?^\.nf\n(?:\.RS\n)?(.*?)(?:^\.RE\n)?^\.fi$', re.MULTILINE | re.DOTALL)
-# Where the pages have a server of their own.
-PORT = "8080"
-WAIT_FOR_SERVER = f"until (: >/dev/tcp/127.0.0.1/{PORT}) 2>/dev/null; do sleep 0.05; done"
-# What is asked for and not shown: secrets.
-TYPED = "OhBehave\n" * 2
 
 
 def read(page):
@@ -44,52 +38,12 @@ def blocks(page):
     return [(mark, printed(text)) for mark, text in BLOCK.findall(read(page))]
 
 
-def matches(output, shown):
-    """Whether the output is what is shown, where a line "..." stands for any."""
-    parts = [re.escape(part) for part in re.split(r"^\.\.\.\n", shown, flags=re.MULTILINE)]
-    return re.fullmatch(r"(?:.*\n)*?".join(parts), output)
-
-
-def free_port():
-    with socket.socket() as one:
-        one.bind(("127.0.0.1", 0))
-        return str(one.getsockname()[1])
-
-
-class Typist:
-    """Somebody who types what a page has, on a handset that nobody has used."""
-
-    def __init__(self):
-        self.handset = Handset(profiles=None)
-        self.folder = pathlib.Path(self.handset.home, "folder")
-        self.folder.mkdir()
-        for name in ("docs", "tests"):
-            (self.folder / name).symlink_to(TOP / name)
-        self.port = free_port()
-
-    def type(self, commands):
-        """What the commands print, all of which have to succeed."""
-        script = re.sub(r"&$", f"& {WAIT_FOR_SERVER}", commands, flags=re.MULTILINE)
-        environment = self.handset.environment(PATH=f"{os.path.dirname(DMCLIENT)}:{os.environ['PATH']}",
-                                               PYTHONDONTWRITEBYTECODE="1")
-        result = subprocess.run(["bash", "-ec", f"trap 'kill $(jobs -p) 2>/dev/null || :' EXIT\n"
-                                 + script.replace(PORT, self.port)],
-                                input=TYPED, cwd=self.folder, env=environment, text=True,
-                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=120, check=False)
-        assert result.returncode == 0, f"{commands}exit status {result.returncode}\n{result.stdout}"
-        return result.stdout
-
-    def keep(self, name, text):
-        (self.folder / name).write_text(text, encoding="utf-8")
-
-
 class ExamplesTest(unittest.TestCase):
     maxDiff = None
 
     def follow(self, page):
         """Types all of a page; the number of blocks that were."""
-        typist = Typist()
-        self.addCleanup(typist.handset.close)
+        typist = Typist(self)
         typed = 0
         output = None
         for mark, text in blocks(page):
