@@ -28,6 +28,7 @@ def setUpModule():
 
 class FullDisk(SessionTest):
     """The file system of the client's files is full to the last page when they are written."""
+    PLANTS_FILES = True
 
     def setUp(self):
         super().setUp()

@@ -26,6 +26,8 @@ def get(uri):
 
 
 class ExploreTest(HandsetTest):
+    PLANTS_FILES = True
+
     def explore(self, *options, **environment):
         explorer = Explorer(self.handset, *options, **environment)
         self.addCleanup(explorer.end)

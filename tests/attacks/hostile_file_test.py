@@ -177,6 +177,7 @@ class FileThatCostsMoreThanItsLengthTest(HandsetTest):
 
 class DamagedStateFile(SessionTest):
     """A state file holds what the client does not read: half of it is missing, or one value is wrong."""
+    PLANTS_FILES = True
 
     HALF = '{"Test": {"addr'
     LONG_NONCE = base64.b64encode(bytes(300)).decode()

@@ -29,6 +29,8 @@ def memory_of(process):
 
 
 class ModemAttack(BootstrapFixture):
+    PLANTS_FILES = True
+
     def said(self):
         """What the service wrote until now; it is ended."""
         self.service.terminate()

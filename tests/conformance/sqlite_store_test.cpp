@@ -156,7 +156,7 @@ protected:
 //////////////////////////////////////////////////////////////////////////////////////////////////
 // The library and its file
 
-TEST_F(SqliteStore, LibraryExportsTheNineCallsAndTheirObserverOnly)
+TEST_F(SqliteStore, LibraryExportsTheNineCallsAndThoseOfTheHostOnly)
 {
     std::FILE *output = ::popen("nm -D --defined-only --format=posix " KUB_NAPI_LIBRARY
                                 " | cut -d' ' -f1 | LC_ALL=C sort",
@@ -177,6 +177,7 @@ TEST_F(SqliteStore, LibraryExportsTheNineCallsAndTheirObserverOnly)
                        "NAPI_ModifyProfile\n"
                        "NAPI_ReadProfile\n"
                        "kub_napi_copy_profiles\n"
+                       "kub_napi_rename_profile\n"
                        "kub_napi_set_call_observer\n");
 }
 

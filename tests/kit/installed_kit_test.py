@@ -65,7 +65,7 @@ class InstalledKitTest(unittest.TestCase):
         with open(os.path.join(project, "CMakeLists.txt"), "w", encoding="utf-8") as file:
             file.write("cmake_minimum_required(VERSION 3.25)\nproject(newer LANGUAGES NONE)\n"
                        "find_package(KubDmEngine 2 REQUIRED)\n")
-        refused = subprocess.run([CMAKE, "-S", project, "-B", os.path.join(project, "build"),
+        refused = subprocess.run([CMAKE, "-S", project, "-B", os.path.join(project, "build"), "-G", "Ninja",
                                   f"-DCMAKE_PREFIX_PATH={self.prefix}"],
                                  capture_output=True, text=True)
         self.assertNotEqual(refused.returncode, 0)

@@ -17,6 +17,8 @@ USED = {"NAPI_CreateProfile", "NAPI_DeleteProfile", "NAPI_GetMaxProfiles", "NAPI
 
 
 class ObservedCallsTest(HandsetTest):
+    PLANTS_FILES = True
+
     maxDiff = None
 
     def lines(self, name):

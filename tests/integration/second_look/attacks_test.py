@@ -22,6 +22,8 @@ def children(process):
 
 
 class AttacksTest(HandsetTest):
+    PLANTS_FILES = True
+
     def scratch(self):
         return [name for name in os.listdir(self.handset.client_file(""))
                 if name.startswith("scratch-")]

@@ -124,8 +124,9 @@ class ServiceTest(ServiceFixture):
     def test_an_account_that_gets_an_interval_is_polled(self):
         server = self.serve()
         self.start_service()
+        # When the session begins, the client that has changed the account is over with the device.
         set_interval = self.client("account", "set", "Test", "polling-interval=3600",
-                                   "polling-first-delay=0")
+                                   "polling-first-delay=1")
         self.assertEqual(set_interval.returncode, SUCCESS, set_interval.stderr)
         result = self.wait_until(lambda: self.status()["LastResults"])[-1]
         self.assertEqual((result["cause"], result["session"]), ("schedule", "completed"))
@@ -144,7 +145,7 @@ class ServiceTest(ServiceFixture):
                 server.begin_session(server.session.scenario)
                 seen = len(self.status()["LastResults"])
                 self.client("account", "set", "Test", "polling-interval=3600",
-                            "polling-first-delay=0")
+                            "polling-first-delay=1")
                 [result] = self.wait_until(lambda: self.status()["LastResults"][seen:])
                 self.assertEqual((result["cause"], result["session"]), ("schedule", "completed"),
                                  result)
