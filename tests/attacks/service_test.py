@@ -29,7 +29,7 @@ class OtherUserTest(HandsetTest):
             env=self.handset.environment(DBUS_SYSTEM_BUS_ADDRESS=self.bus.address),
             stderr=subprocess.DEVNULL)
         self.addCleanup(self.service.wait)
-        self.addCleanup(self.service.kill)
+        self.addCleanup(self.service.terminate)  # ends its session, which would outlive it
         end = time.monotonic() + 60
         while self.bus.get("State").returncode != 0:
             self.assertLess(time.monotonic(), end, "the service does not start")
