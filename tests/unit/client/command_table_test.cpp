@@ -39,9 +39,9 @@ TEST(CommandTableTest, EveryFieldOfAnAccountIsInItsHelpAndOffered)
         EXPECT_TRUE(details.contains(QRegularExpression(QStringLiteral(" %1[,.] ").arg(name))))
             << field.name;
         const QStringList words = account->otherWords();
-        EXPECT_TRUE(std::ranges::any_of(
-            words, [&name](const QString &word) { return word.startsWith(name + u'='); }))
-            << field.name;
+        EXPECT_TRUE(std::ranges::any_of(words, [&name](const QString &word) {
+            return word.startsWith(name + u'=');
+        })) << field.name;
     }
     EXPECT_TRUE(account->firstWords().contains(QStringLiteral("show")));
 }
