@@ -225,5 +225,24 @@ class FewFiles(HandsetTest):
         self.assertIn("but reads 4464", self.replace(200, has_second_look=True)[1])
 
 
+class EditedText(HandsetTest):
+    """The disk on which napictl has a text edited has room for the folder, and for nothing in it."""
+
+    def test_nothing_is_edited_that_could_not_be_written(self):
+        folder = os.path.join(self.handset.home, "small")
+        os.mkdir(folder)
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4k,mode=700", "tmpfs", folder], check=True)
+        self.addCleanup(subprocess.run, ["umount", folder], check=True)
+        with open(os.path.join(folder, "filling"), "wb") as filling:
+            filling.write(bytes(4096))
+        seen = os.path.join(self.handset.home, "seen")
+        result = self.handset.run("napictl", "edit", "Office", VISUAL=f"touch {seen}; true", TMPDIR=folder)
+        self.assertEqual(result.returncode, 3, result.stderr)
+        self.assertIn("cannot write a text to edit", result.stderr)
+        self.assertIn("No space left on device", result.stderr)
+        self.assertFalse(os.path.exists(seen))
+        self.assertEqual(os.listdir(folder), ["filling"])
+
+
 if __name__ == "__main__":
     unittest.main()
