@@ -100,6 +100,7 @@ void ModemMessages::beginAnew()
     ++m_generation;
     m_waiting.clear();
     m_reading.clear();
+    m_completed.clear();
     m_receiving.clear();
     m_hasMissed = false;
     listModems();
@@ -172,6 +173,14 @@ void ModemMessages::takeChange(const QDBusMessage &signal)
     const auto changed = argumentOf<QVariantMap>(signal, 1, "sa{sv}as");
     if (!changed || numberIn(*changed, "State") != stateReceived)
         return;
+    // What it was before may still be on the way to here: the bus library hands on an answer that
+    // came at once later than the signals behind it.
+    const auto reading = std::ranges::find(m_reading, signal.path(), &Place::message);
+    if (reading != m_reading.end()) {
+        if (std::ranges::find(m_completed, *reading) == m_completed.end())
+            m_completed.push_back(*reading);
+        return;
+    }
     const auto place = std::ranges::find(m_receiving, signal.path(), &Place::message);
     if (place == m_receiving.end())
         return;
@@ -209,16 +218,25 @@ void ModemMessages::readNext()
         const Place place = m_waiting.front();
         m_waiting.pop_front();
         m_reading.push_back(place);
-        QDBusMessage message = callOf(place.message, propertiesInterface, "GetAll");
-        message << smsInterface;
-        call(message, [this, place](const QDBusMessage &reply) { read(place, reply); });
+        ask(place);
     }
+}
+
+void ModemMessages::ask(const Place &place)
+{
+    QDBusMessage message = callOf(place.message, propertiesInterface, "GetAll");
+    message << smsInterface;
+    call(message, [this, place](const QDBusMessage &reply) { read(place, reply); });
 }
 
 void ModemMessages::read(const Place &place, const QDBusMessage &reply)
 {
     const auto properties = argumentOf<QVariantMap>(reply, 0, "a{sv}").value_or(QVariantMap());
     const uint state = numberIn(properties, "State");
+    if (std::erase(m_completed, place) && state == stateReceiving) {
+        ask(place);
+        return;
+    }
     if (state == stateReceiving) {
         // Somebody who begins messages and does not end them takes no place of later ones.
         if (m_receiving.size() >= mostReceiving)
@@ -285,6 +303,7 @@ void ModemMessages::remove(const Place &place)
 void ModemMessages::over(const Place &place)
 {
     std::erase(m_reading, place);
+    std::erase(m_completed, place);
     readNext();
     if (m_reading.empty() && std::exchange(m_hasMissed, false))
         listModems();

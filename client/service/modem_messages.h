@@ -61,6 +61,7 @@ private:
     /// @return whether there is room for it
     bool wait(const Place &place);
     void readNext();
+    void ask(const Place &place);
     void read(const Place &place, const QDBusMessage &reply);
     void findSim(const Place &place, const QByteArray &data);
     void take(const Place &place, const Message &message);
@@ -74,6 +75,7 @@ private:
     int m_generation = 0; ///< of ModemManager's; answers of an earlier one mean nothing
     std::deque<Place> m_waiting;
     std::vector<Place> m_reading; ///< until they are deleted, if they are
+    std::vector<Place> m_completed; ///< of those that are read: told to be whole meanwhile
     std::deque<Place> m_receiving;
     bool m_hasMissed = false; ///< one that was announced
     RefusalCount m_unread;

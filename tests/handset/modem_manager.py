@@ -41,6 +41,20 @@ self.EmitSignal("{MESSAGING}", "Deleted", "o", [dbus.ObjectPath(path)])
 """
 REFUSE = "self.refuses = str(args[0])"
 LIE = ("Lie", "sa{sv}", "", "self.props[str(args[0])].update(args[1])")
+# Whoever reads it is told first that its last part has come, and then how it was before.
+BE_LATE = f"""
+class Late(dict):
+    def __getitem__(late, interface):
+        now = dict.__getitem__(late, interface)
+        before = dict(now)
+        if interface == "{SMS}" and now["State"] == {RECEIVING}:
+            now["State"] = dbus.UInt32({RECEIVED})
+            late.mock.EmitSignal("org.freedesktop.DBus.Properties", "PropertiesChanged", "sa{{sv}}as",
+                                 ["{SMS}", {{"State": now["State"]}}, dbus.Array([], signature="s")])
+        return before
+self.props = Late(self.props)
+self.props.mock = self
+"""
 # In one step, since somebody may delete another one meanwhile.
 LIST = f"""
 listed = [*self.props["{MESSAGING}"]["Messages"], args[0]]
@@ -151,6 +165,14 @@ class ModemManager:
             self.announce(path, modem)
         if complete:
             self.complete(path, data, text, **properties)
+        return path
+
+    def send_sms_whose_answer_is_late(self, data):
+        """It is whole, as the service is told before it is answered how the message was."""
+        path = self.send_sms(complete=False, announced=False, Data=dbus.Array(data, signature="y"))
+        self.object(path).AddMethod("", "BeLate", "", "", BE_LATE)
+        self.object(path, SMS).BeLate()
+        self.announce(path)
         return path
 
     def announce(self, path, modem=None):

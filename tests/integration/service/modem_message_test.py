@@ -97,6 +97,13 @@ class ModemMessageTest(ModemFixture):
         self.sessions(2)
         self.assert_deleted(modems, later, parts)
 
+    def test_a_message_whose_last_part_comes_while_it_is_read_is_read_again(self):
+        modems = self.start_modems()
+        self.start_service()
+        sent = modems.send_sms_whose_answer_is_late(self.genuine(7))
+        self.sessions(1)
+        self.assert_deleted(modems, sent)
+
     def test_what_is_not_for_this_client_stays(self):
         modems = self.start_modems()
         self.start_service()
