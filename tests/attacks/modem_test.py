@@ -212,6 +212,7 @@ class InterruptionTest(ModemAttack):
                 self.modems.send_sms(self.by_network(document(access_point(point))))
                 agent.answer("yes or no: ", "yes\n")
                 time.sleep(delay)
+                self.service.send_signal(signal.SIGSTOP)  # or it begins one that is not seen
                 for child in self.children(self.service.pid):
                     os.kill(child, signal.SIGKILL)
                 self.service.kill()
