@@ -74,7 +74,7 @@ private:
     const Take m_take;
     int m_generation = 0; ///< of ModemManager's; answers of an earlier one mean nothing
     std::deque<Place> m_waiting;
-    std::vector<Place> m_reading; ///< until they are deleted, if they are
+    std::vector<Place> m_reading;   ///< until they are deleted, if they are
     std::vector<Place> m_completed; ///< of those that are read: told to be whole meanwhile
     std::deque<Place> m_receiving;
     bool m_hasMissed = false; ///< one that was announced
