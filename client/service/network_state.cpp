@@ -23,9 +23,15 @@ NetworkState::NetworkState(const QDBusConnection &bus, Changed changed)
     : m_bus(bus), m_watcher(service, bus), m_changed(std::move(changed))
 {
     m_bus.connect(service, path, service, QStringLiteral("StateChanged"), this,
-                  SLOT(setState(uint)));
+                  SLOT(takeChange(uint)));
     connect(&m_watcher, &QDBusServiceWatcher::serviceOwnerChanged, this, [this] { ask(); });
     ask();
+}
+
+void NetworkState::takeChange(uint state)
+{
+    ++m_news;
+    setState(state);
 }
 
 void NetworkState::setState(uint state)
@@ -41,8 +47,11 @@ void NetworkState::ask()
     // It is not started for the sake of the question.
     call.setAutoStartService(false);
     auto *const answer = new QDBusPendingCallWatcher(m_bus.asyncCall(call), this);
-    connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer] {
+    connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer, asked = ++m_news] {
         answer->deleteLater();
+        // The bus library hands on an answer that came at once later than the signals behind it.
+        if (asked != m_news)
+            return;
         const QDBusPendingReply<QDBusVariant> reply = *answer;
         if (reply.isError())
             m_changed(true);

@@ -19,14 +19,16 @@ public:
     NetworkState(const QDBusConnection &bus, Changed changed);
 
 private Q_SLOTS:
-    void setState(uint state);
+    void takeChange(uint state);
 
 private:
     void ask();
+    void setState(uint state);
 
     QDBusConnection m_bus;
     QDBusServiceWatcher m_watcher;
     Changed m_changed;
+    int m_news = 0; ///< counted, since an answer of before means nothing after them
 };
 
 } // namespace client

@@ -40,7 +40,7 @@ constexpr char busConfiguration[] = R"(<!DOCTYPE busconfig PUBLIC
 </busconfig>
 )";
 
-class PlayedManager final : public QDBusVirtualObject {
+class PlayedManager : public QDBusVirtualObject {
 public:
     explicit PlayedManager(uint state) : m_state(state) {}
 
@@ -52,6 +52,20 @@ public:
 
 private:
     uint m_state;
+};
+
+/// It has a connection before anybody has its answer of not having one.
+class LateManager final : public PlayedManager {
+public:
+    LateManager() : PlayedManager(disconnected) {}
+
+    bool handleMessage(const QDBusMessage &message, const QDBusConnection &bus) override
+    {
+        QDBusMessage change =
+            QDBusMessage::createSignal(managerObject, manager, QStringLiteral("StateChanged"));
+        change << connected;
+        return bus.send(change) && PlayedManager::handleMessage(message, bus);
+    }
 };
 
 class NetworkStateTest : public testing::Test {
@@ -131,6 +145,17 @@ TEST_F(NetworkStateTest, IsWhatNetworkManagerSaysFromTheBeginningOn)
     EXPECT_TRUE(told());
     signal(disconnected);
     EXPECT_FALSE(told());
+}
+
+TEST_F(NetworkStateTest, AnAnswerOfBeforeAChangeMeansNothingAfterIt)
+{
+    LateManager late;
+    play(late);
+    const NetworkState state(connection("service"), listener);
+    ASSERT_TRUE(waitUntil([this] { return !states.empty(); }));
+    signal(connected);
+    ASSERT_TRUE(waitUntil([this] { return states.size() > 1; }));
+    EXPECT_EQ(states, (std::vector<bool>{true, true}));
 }
 
 TEST_F(NetworkStateTest, ANetworkManagerThatComesAndGoesIsAsked)
