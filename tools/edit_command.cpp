@@ -3,9 +3,15 @@
 
 #include <QFile>
 #include <QTemporaryDir>
+#include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
+#include <spawn.h>
+#include <unistd.h>
 
+#include "file_descriptor.h"
 #include "file_profile.h"
 #include "line_input.h"
 #include "profile_service.h"
@@ -20,6 +26,51 @@ using Check = support::Expected<void, QString>;
 
 constexpr char usualEditor[] = "editor"; // what Debian calls the one that is chosen
 
+/// Removes the text of a program that is killed, once the editor has ended, too. A text that
+/// somebody has worked on it leaves, as the program does.
+class TextGuard {
+public:
+    /// @param folder  of the text, with nothing else in it that anybody needs
+    /// @return 0, or an errno value
+    int start(const QByteArray &folder, const QByteArray &path, const QByteArray &original)
+    {
+        std::array<int, 2> ends;
+        if (::pipe2(ends.data(), O_CLOEXEC) < 0)
+            return errno;
+        const handset_state::FileDescriptor readingEnd(ends[0]);
+        m_end = handset_state::FileDescriptor(ends[1]);
+
+        // A session of its own: no signal to the terminal or to the program's group ends it.
+        posix_spawnattr_t attributes;
+        posix_spawnattr_init(&attributes);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
+        posix_spawn_file_actions_t files;
+        posix_spawn_file_actions_init(&files);
+        posix_spawn_file_actions_adddup2(&files, readingEnd.get(), STDIN_FILENO);
+        for (const int output : {STDOUT_FILENO, STDERR_FILENO})
+            posix_spawn_file_actions_addopen(&files, output, "/dev/null", O_WRONLY, 0);
+        const std::array<const char *, 7> words{"sh",   "-c", script, "napictl",
+                                                folder, path, nullptr};
+        const int error = ::posix_spawn(nullptr, "/bin/sh", &files, &attributes,
+                                        const_cast<char *const *>(words.data()), environ);
+        posix_spawn_file_actions_destroy(&files);
+        posix_spawnattr_destroy(&attributes);
+        if (error != 0)
+            return error;
+        // The editor holds this end, too, until it ends.
+        const bool isTold = m_end.writeAll({original.data(), std::size_t(original.size())}) &&
+                            ::fcntl(m_end.get(), F_SETFD, 0) == 0;
+        return isTold ? 0 : errno;
+    }
+
+private:
+    static constexpr char script[] = R"sh(original=$(cat; echo .)
+printf %s "${original%.}" | cmp -s - "$2" && rm -rf -- "$1")sh";
+
+    /// Of a pipe; the guard begins when everybody has closed it.
+    handset_state::FileDescriptor m_end;
+};
+
 /// The text that is edited: in a folder that nobody else can enter, gone with the object unless
 /// there is something in it that would be lost.
 class EditedText {
@@ -27,6 +78,12 @@ public:
     Check write(const QByteArray &text)
     {
         QFile file(path());
+        if (m_folder.isValid())
+            if (const int error = m_guard.start(QFile::encodeName(m_folder.path()),
+                                                QFile::encodeName(path()), text);
+                error != 0)
+                return support::Unexpected(
+                    QStringLiteral("cannot guard a text to edit: %1").arg(qt_error_string(error)));
         const bool isWritten = m_folder.isValid() &&
                                file.open(QIODevice::WriteOnly | QIODevice::NewOnly,
                                          QFileDevice::ReadOwner | QFileDevice::WriteOwner) &&
@@ -57,6 +114,7 @@ private:
     }
 
     QTemporaryDir m_folder{pathPattern()};
+    TextGuard m_guard;
 };
 
 /// Runs the editor on a file until it ends. Ctrl-C is the editor's meanwhile.

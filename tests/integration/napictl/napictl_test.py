@@ -8,6 +8,7 @@ import select
 import signal
 import sqlite3
 import subprocess
+import time
 import unittest
 
 from handset import NAPICTL, SECRET, HandsetTest
@@ -935,6 +936,88 @@ class EditTest(NapictlTest):
         for password in ("new", ""):
             self.edit(f"sed -i 's/\\*\\*\\*\\*\\*\\*\\*\\*/{password}/' $1")
             self.assertEqual(self.show("Office")["gprs"]["authPassword"], password)
+
+    def guards(self):
+        """Process IDs of what keeps watch over a text."""
+        return [pid for pid in filter(str.isdecimal, os.listdir("/proc"))
+                if self.temporary.encode() in self.command_line(pid)]
+
+    @staticmethod
+    def command_line(pid):
+        try:
+            with open(f"/proc/{pid}/cmdline", "rb") as file:
+                command = file.read()
+        except OSError:
+            return b""  # it has ended meanwhile
+        return command if b"profile.json" in command and b"rm -rf" in command else b""
+
+    def wait_until(self, is_so):
+        limit = time.monotonic() + 60
+        while not is_so():
+            self.assertLess(time.monotonic(), limit)
+            time.sleep(0.02)
+
+    def begin_to_edit(self, script="", *options):
+        """An editor that has the text, runs the script and waits until `done` is there."""
+        ready = os.path.join(self.directory, "ready")
+        script = f"{script}\ntouch {ready}; while [ -d {self.directory} -a ! -e {self.directory}/done ]; do sleep 0.02; done"
+        process = self.start("edit", "Office", *options, start_new_session=True,
+                             environment={"VISUAL": self.editor(script), "TMPDIR": self.temporary})
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        self.addCleanup(self.end_editor)
+        self.wait_until(lambda: os.path.exists(ready))
+        os.remove(ready)
+        return process
+
+    def end_editor(self):
+        self.write("done", "")
+
+    def test_text_is_gone_however_the_program_ends(self):
+        for number in (signal.SIGTERM, signal.SIGHUP, signal.SIGKILL):
+            with self.subTest(number):
+                process = self.begin_to_edit("", "--show-secrets")
+                process.send_signal(number)
+                self.assertEqual(process.wait(60), -number)
+                time.sleep(0.1)  # for a guard that does not wait for the editor
+                [folder] = os.listdir(self.temporary)
+                with open(os.path.join(self.temporary, folder, "profile.json"), encoding="utf-8") as file:
+                    self.assertEqual(json.load(file), OFFICE, "the editor goes on, and has its file")
+                self.end_editor()
+                self.wait_until(lambda: not os.listdir(self.temporary) and not self.guards())
+                os.remove(os.path.join(self.directory, "done"))
+
+    def test_text_is_gone_when_everything_of_the_terminal_is_killed(self):
+        for number in (signal.SIGHUP, signal.SIGKILL):
+            process = self.begin_to_edit()
+            os.killpg(process.pid, number)
+            self.wait_until(lambda: not os.listdir(self.temporary) and not self.guards())
+
+    def test_text_that_was_worked_on_stays_when_the_program_is_killed(self):
+        process = self.begin_to_edit("echo >> $1")
+        process.kill()
+        self.end_editor()
+        self.wait_until(lambda: not self.guards())
+        [folder] = os.listdir(self.temporary)
+        path = os.path.join(self.temporary, folder, "profile.json")
+        with open(path, encoding="utf-8") as file:
+            self.assertEqual(file.read(), self.napictl("show", "Office", "--json") + "\n")
+        self.assertEqual((os.stat(path).st_mode & 0o777, os.stat(os.path.dirname(path)).st_mode & 0o777),
+                         (0o600, 0o700))
+
+    def test_nothing_keeps_watch_over_a_text_that_is_gone(self):
+        self.edit("")
+        self.wait_until(lambda: not self.guards())
+
+    def test_what_a_link_beside_the_text_leads_to_stays(self):
+        self.write("theirs", "theirs")
+        planted = f"ln -s {self.directory} $(dirname $1)/link; touch $1~"
+        self.edit(planted)
+        process = self.begin_to_edit(planted)
+        process.kill()
+        self.end_editor()
+        self.wait_until(lambda: not os.listdir(self.temporary))
+        self.assertIn("theirs", os.listdir(self.directory))
 
     def test_nobody_else_can_read_the_text(self):
         modes = os.path.join(self.directory, "modes")
