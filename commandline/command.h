@@ -68,6 +68,8 @@ struct Program {
     std::vector<const Command *> commands;
     std::span<const ExitMeaning> exitStatuses = {};
     std::span<const EnvironmentVariable> environment = {};
+    /// What a program without commands does; it has the program's name and all options.
+    const Command *onlyCommand = nullptr;
 };
 
 /// @return null when there is none of that name.

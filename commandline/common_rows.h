@@ -17,9 +17,17 @@ inline constexpr Option backendOption = {
     ValueKind::OneOf, [] {
         return QStringList{QStringLiteral("sqlite"), QStringLiteral("networkmanager")};
     }};
+inline constexpr Option pluginOption = {
+    "plugin", "FILE", "the library to load in place of that of the plug-in of the profiles",
+    ValueKind::File};
+inline constexpr Option pluginsOption = {
+    "plugins", "DIR", "where files describe the plug-ins; without it, where they are installed",
+    ValueKind::Directory};
 inline constexpr Option helpOption = {
     "help",          nullptr, "print this help; with a command, help for that command",
     ValueKind::None, nullptr, 'h'};
+inline constexpr Option onlyHelpOption = {"help",          nullptr, "print this help",
+                                          ValueKind::None, nullptr, 'h'};
 inline constexpr Option versionOption = {"version", nullptr, "print the version"};
 
 inline constexpr Command helpCommand = {"help", "[COMMAND]", "say what the commands do", 0,

@@ -63,6 +63,7 @@ const Option *optionOf(const Program &program, const Command *command, const QSt
 Before readBefore(const Program &program, const QStringList &words)
 {
     Before before;
+    before.command = program.onlyCommand;
     for (const QString &word : words) {
         if (before.option)
             before.option = nullptr;

@@ -175,12 +175,15 @@ QString programHelp(const Program &program, int width)
     std::vector<Row> variables;
     for (const auto &[name, meaning] : program.environment)
         variables.push_back(row(name, meaning));
-    const QString text =
-        usageLine(synopsis(program), width) + paragraph(sentence(program.purpose), width) +
-        table("Commands", commands, width) +
-        optionTable("Options, before or after a command", program.options, width) +
+    const QString purpose = paragraph(sentence(program.purpose), width);
+    const QString rest =
         table("Exit status", statuses, width) + table("Environment", variables, width);
-    return text + u'\n' +
+    if (const Command *const only = program.onlyCommand)
+        return usageLine(usageText(*only), width) + purpose +
+               optionTable("Options", only->options, width) + rest;
+    return usageLine(synopsis(program), width) + purpose + table("Commands", commands, width) +
+           optionTable("Options, before or after a command", program.options, width) + rest +
+           u'\n' +
            paragraph(QStringLiteral("'%1' tells more about a command.")
                          .arg(withProgramName(program, QStringLiteral("help COMMAND"))),
                      width);

@@ -26,8 +26,10 @@ QString hint(const QString &nearest, const QString &help)
 /// The words that ask for the help of a command, or of the program.
 QString helpWords(const Program &program, const Command *command)
 {
-    QStringList words = {QString::fromLatin1(program.name), QStringLiteral("help"),
-                         QString::fromLatin1(command ? command->name : "")};
+    QStringList words = {
+        QString::fromLatin1(program.name),
+        QString::fromLatin1(program.onlyCommand ? "--help" : "help"),
+        QString::fromLatin1(command && command != program.onlyCommand ? command->name : "")};
     words.removeAll(QString());
     return words.join(u' ');
 }
@@ -101,17 +103,27 @@ Check sortWords(QCommandLineParser &parser, const Options &options, const QStrin
     return {};
 }
 
+/// What is wrong with a command, as one of several.
+QString ofCommand(const Command &command, const QString &problem)
+{
+    return QStringLiteral("%1: %2").arg(QString::fromLatin1(command.name), problem);
+}
+
+QString withUsage(const Command &command, const QString &problem)
+{
+    return QStringLiteral("%1; usage: %2").arg(problem, shortUsage(command));
+}
+
 Check checkArguments(const Command &command, const QStringList &arguments)
 {
     if (arguments.size() < command.minArguments)
-        return Unexpected(wrongArguments(command, QStringLiteral("arguments are missing")));
+        return Unexpected(withUsage(command, QStringLiteral("arguments are missing")));
     if (command.maxArguments != anyNumber && arguments.size() > command.maxArguments)
-        return Unexpected(wrongArguments(command, QStringLiteral("too many arguments")));
+        return Unexpected(withUsage(command, QStringLiteral("too many arguments")));
     if (command.firstArgument == ValueKind::File && !arguments.isEmpty() &&
         arguments.first().isEmpty())
         return Unexpected(
-            QStringLiteral("%1: %2 names no file")
-                .arg(QString::fromLatin1(command.name), QString::fromLatin1(command.arguments)));
+            QStringLiteral("%1 names no file").arg(QString::fromLatin1(command.arguments)));
     return {};
 }
 
@@ -143,13 +155,37 @@ QString unknownCommand(const Program &program, const QString &name)
 
 QString wrongArguments(const Command &command, const QString &problem)
 {
-    return QStringLiteral("%1: %2; usage: %3")
-        .arg(QString::fromLatin1(command.name), problem, shortUsage(command));
+    return ofCommand(command, withUsage(command, problem));
 }
+
+namespace {
+
+/// @param words  behind the command
+support::Expected<Invocation, QString> parseOf(const Program &program, const Command &command,
+                                               const QStringList &words, Completeness completeness,
+                                               Invocation invocation)
+{
+    invocation.command = &command;
+    QCommandLineParser parser;
+    if (const Check check = sortWords(parser, optionsOf(program, &command), words,
+                                      helpWords(program, &command), invocation);
+        !check)
+        return Unexpected(check.error());
+    invocation.arguments = parser.positionalArguments();
+    if (completeness == Completeness::Partial || asksForMore(invocation))
+        return invocation;
+    if (const Check check = checkArguments(command, invocation.arguments); !check)
+        return Unexpected(check.error());
+    return invocation;
+}
+
+} // namespace
 
 support::Expected<Invocation, QString> parse(const Program &program, const QStringList &words,
                                              Completeness completeness)
 {
+    if (program.onlyCommand)
+        return parseOf(program, *program.onlyCommand, words, completeness, {});
     Invocation invocation;
     QCommandLineParser before;
     before.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
@@ -166,19 +202,10 @@ support::Expected<Invocation, QString> parse(const Program &program, const QStri
     const Command *const command = findCommand(program, rest.first());
     if (!command)
         return Unexpected(unknownCommand(program, rest.first()));
-    invocation.command = command;
-    QCommandLineParser after;
-    if (const Check check = sortWords(after, optionsOf(program, command), rest.sliced(1),
-                                      helpWords(program, command), invocation);
-        !check)
-        return Unexpected(
-            QStringLiteral("%1: %2").arg(QString::fromLatin1(command->name), check.error()));
-    invocation.arguments = after.positionalArguments();
-    if (completeness == Completeness::Partial || asksForMore(invocation))
-        return invocation;
-    if (const Check check = checkArguments(*command, invocation.arguments); !check)
-        return Unexpected(check.error());
-    return invocation;
+    auto read = parseOf(program, *command, rest.sliced(1), completeness, std::move(invocation));
+    if (!read)
+        return Unexpected(ofCommand(*command, read.error()));
+    return read;
 }
 
 } // namespace commandline

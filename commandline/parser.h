@@ -10,7 +10,7 @@ namespace commandline {
 enum class Completeness { Whole, Partial };
 
 /// Sorts the words of a command line, without the program's name. The program's options can stand
-/// before or after the command.
+/// before or after the command; a program without commands has them before and after its arguments.
 /// @return for wrong usage, what is wrong. With --help or --version the arguments are not checked.
 support::Expected<Invocation, QString> parse(const Program &program, const QStringList &words,
                                              Completeness completeness = Completeness::Whole);

@@ -28,8 +28,9 @@ bool areUtf8(int argc, char *argv[], Output &output)
 ExitStatus printHelp(const Program &program, const Command *command, Output &output)
 {
     const int width = output.width();
-    output.raw(
-        (command ? commandHelp(program, *command, width) : programHelp(program, width)).toUtf8());
+    const bool isOfCommand = command && command != program.onlyCommand;
+    output.raw((isOfCommand ? commandHelp(program, *command, width) : programHelp(program, width))
+                   .toUtf8());
     return ExitStatus::Success;
 }
 

@@ -48,10 +48,8 @@ constexpr Option showSecrets = {"show-secrets", nullptr,
 
 constexpr Option programOptions[] = {
     commandline::stateOption,
-    {"plugin", "FILE", "the library to load in place of that of the plug-in of the profiles",
-     ValueKind::File},
-    {"plugins", "DIR", "where files describe the plug-ins; without it, where they are installed",
-     ValueKind::File},
+    commandline::pluginOption,
+    commandline::pluginsOption,
     commandline::backendOption,
     {"record", "FILE", "write down what happens, a JSON object an event, secrets masked",
      ValueKind::File},

@@ -2,6 +2,7 @@
 
 #include "boot_clock.h"
 #include "bootstrap_handler.h"
+#include "common_rows.h"
 #include "journal.h"
 #include "manager_object.h"
 #include "modem_messages.h"
@@ -10,15 +11,14 @@
 #include "notification_listener.h"
 #include "notification_message.h"
 #include "pending_bootstraps.h"
+#include "program.h"
 #include "program_folder.h"
 #include "service.h"
 #include "service_manager.h"
 #include "service_names.h"
-#include "standard_streams.h"
 #include "start_pages.h"
 #include "state_location.h"
 
-#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusError>
@@ -32,84 +32,73 @@ namespace client {
 
 namespace {
 
-/// Exit statuses of the service.
-enum Status { Stopped = 0, WrongUsage = 2, Unusable = 3 };
+using commandline::ExitStatus;
+using commandline::Invocation;
+using commandline::Option;
+using commandline::Output;
+using commandline::ValueKind;
 
-int fail(const QString &reason)
+constexpr char portName[] = "notification-port";
+
+constexpr Option options[] = {
+    commandline::stateOption,
+    commandline::pluginOption,
+    commandline::pluginsOption,
+    commandline::backendOption,
+    {portName, "PORT",
+     "listen for notifications of servers on that port of UDP, usually 2948; without it nobody "
+     "listens",
+     ValueKind::Text},
+    commandline::onlyHelpOption,
+    commandline::versionOption,
+};
+
+/// Those that a session's process gets, too.
+constexpr const Option *sessionOptions[] = {&commandline::pluginOption, &commandline::pluginsOption,
+                                            &commandline::backendOption};
+
+constexpr commandline::Command serveCommand = {"dmclientd", "", "", 0, 0, options};
+
+constexpr commandline::ExitMeaning exitStatuses[] = {
+    {ExitStatus::Success, "SIGTERM, SIGINT or SIGHUP came, and a session that ran has ended"},
+    {ExitStatus::WrongUsage, "wrong usage"},
+    {ExitStatus::Unusable, "the state directory or the bus cannot be used"},
+};
+
+ExitStatus fail(const QString &reason)
 {
     writeJournal(JournalPriority::Error, reason);
-    return Unusable;
+    return ExitStatus::Unusable;
 }
-
-struct OptionRow {
-    const char *name;
-    const char *valueName;
-    const char *help;
-};
-
-/// Those that choose the device; a session's process gets all but the first.
-constexpr OptionRow deviceOptions[] = {
-    {"state", "DIR", "state directory of the device"},
-    {"plugin", "FILE", "the library to load in place of that of the plug-in of the profiles"},
-    {"plugins", "DIR", "where files describe the plug-ins"},
-    {"backend", "NAME", "where the profiles are kept, sqlite or networkmanager"},
-};
-
-constexpr char portOption[] = "notification-port";
 
 struct DaemonOptions {
     Service::Options service;
     std::optional<quint16> notificationPort; ///< none: nobody listens
 };
 
-/// Ends the program when the port is none.
-quint16 readPort(const QString &text)
+/// @return for a port that there is not, what is wrong
+support::Expected<DaemonOptions, QString> readOptions(const Invocation &invocation)
 {
-    bool isNumber = false;
-    const quint16 port = text.toUShort(&isNumber);
-    if (isNumber && port != 0)
-        return port;
-    writeJournal(JournalPriority::Error,
-                 QStringLiteral("--%1 wants a number from 1 to 65535 instead of \"%2\"")
-                     .arg(QString::fromLatin1(portOption), text));
-    std::exit(WrongUsage);
-}
-
-DaemonOptions readOptions(const QCoreApplication &application)
-{
-    QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QStringLiteral("Holds the sessions of a device with its DM servers; see dmclientd(8)."));
-    for (const OptionRow &row : deviceOptions)
-        parser.addOption({QString::fromLatin1(row.name), QString::fromLatin1(row.help),
-                          QString::fromLatin1(row.valueName)});
-    parser.addOption({QString::fromLatin1(portOption),
-                      QStringLiteral("listen for notifications of servers on that port of UDP, "
-                                     "usually 2948; without it nobody listens"),
-                      QStringLiteral("port")});
-    parser.addHelpOption();
-    parser.addVersionOption();
-    parser.process(application);
-    if (!parser.positionalArguments().isEmpty()) {
-        writeJournal(JournalPriority::Error,
-                     QStringLiteral("there are no arguments, only options"));
-        std::exit(WrongUsage);
-    }
     DaemonOptions read;
-    if (parser.isSet(QString::fromLatin1(portOption)))
-        read.notificationPort = readPort(parser.value(QString::fromLatin1(portOption)));
-    Service::Options &options = read.service;
-    options.stateDirectory = QFile::decodeName(handset_state::location().c_str());
-    options.sessionProgram = support::programFolder() + QStringLiteral("/dmclient");
-    for (const OptionRow &row : deviceOptions) {
-        const QString name = QString::fromLatin1(row.name);
-        if (!parser.isSet(name))
-            continue;
-        if (name == u"state")
-            options.stateDirectory = parser.value(name);
-        else
-            options.deviceArguments << QStringLiteral("--") + name << parser.value(name);
+    if (invocation.has(portName)) {
+        const QString text = invocation.value(portName);
+        bool isNumber = false;
+        const quint16 port = text.toUShort(&isNumber);
+        if (!isNumber || port == 0)
+            return support::Unexpected(
+                QStringLiteral("--%1 wants a number from 1 to 65535 instead of \"%2\"")
+                    .arg(QString::fromLatin1(portName), text));
+        read.notificationPort = port;
     }
+    Service::Options &service = read.service;
+    service.stateDirectory = invocation.has(commandline::stateOption.name)
+                                 ? invocation.value(commandline::stateOption.name)
+                                 : QFile::decodeName(handset_state::location().c_str());
+    service.sessionProgram = support::programFolder() + QStringLiteral("/dmclient");
+    for (const Option *option : sessionOptions)
+        if (invocation.has(option->name))
+            service.deviceArguments << commandline::optionWord(*option)
+                                    << invocation.value(option->name);
     return read;
 }
 
@@ -124,12 +113,14 @@ int endingSignals()
     return ::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
-int serve(const QCoreApplication &application)
+ExitStatus serve(Output &output, const Invocation &invocation)
 {
     const int signals = endingSignals(); // before there are threads, which have them blocked too
     ServiceManager manager;
-    const DaemonOptions options = readOptions(application);
-    auto opened = Service::open(options.service);
+    const auto read = readOptions(invocation);
+    if (!read)
+        return output.problem(read.error(), ExitStatus::WrongUsage);
+    auto opened = Service::open(read->service);
     if (!opened)
         return fail(opened.error());
     Service &service = **opened;
@@ -175,8 +166,8 @@ int serve(const QCoreApplication &application)
         return isOver ? ModemMessages::Outcome::Over : ModemMessages::Outcome::Open;
     });
     std::unique_ptr<NotificationListener> listening;
-    if (options.notificationPort) {
-        auto listenerOpened = NotificationListener::open(notifications, *options.notificationPort);
+    if (read->notificationPort) {
+        auto listenerOpened = NotificationListener::open(notifications, *read->notificationPort);
         if (!listenerOpened)
             return fail(listenerOpened.error());
         listening = *std::move(listenerOpened);
@@ -191,9 +182,9 @@ int serve(const QCoreApplication &application)
     writeJournal(JournalPriority::Information,
                  QStringLiteral("serves the state directory %1").arg(service.stateDirectory()));
     giveBackStartPages();
-    const int status = QCoreApplication::exec();
+    QCoreApplication::exec();
     service.setListener({});
-    return status;
+    return ExitStatus::Success;
 }
 
 } // namespace
@@ -202,12 +193,18 @@ int serve(const QCoreApplication &application)
 
 int main(int argc, char *argv[])
 {
-    support::occupyClosedStandardStreams();
     // The event loop of Qt alone: GLib's would be a library more in memory, and nothing here has
     // sources of its own in it.
     qputenv("QT_NO_GLIB", "1");
-    QCoreApplication application(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("dmclientd"));
-    QCoreApplication::setApplicationVersion(QStringLiteral(KUB_VERSION));
-    return client::serve(application);
+    return commandline::run(argc, argv,
+                            {client::serveCommand.name,
+                             "holds the sessions of a device with its DM servers; see dmclientd(8)",
+                             {},
+                             {},
+                             client::exitStatuses,
+                             {},
+                             &client::serveCommand},
+                            client::serve, [](const client::Invocation &, const QString &) {
+                                return std::vector<commandline::Candidate>();
+                            });
 }

@@ -26,16 +26,23 @@ std::string sanitizerOf(const std::string &library)
     return start < 0 ? std::string() : std::string(bytes.constData() + start);
 }
 
-QString runWithSanitizer(char *argv[], const std::string &sanitizer)
+QString runWithSanitizer(const QStringList &words, const std::string &sanitizer)
 {
+    std::vector<QByteArray> texts;
+    for (const QString &word : words)
+        texts.push_back(word.toUtf8());
+    std::vector<char *> argv;
+    for (QByteArray &text : texts)
+        argv.push_back(text.data());
+    argv.push_back(nullptr);
     ::setenv("LD_PRELOAD", sanitizer.c_str(), 1);
     // The processes of examinations end without giving back what they have.
     ::setenv("ASAN_OPTIONS", "detect_leaks=0", 0);
-    ::execv("/proc/self/exe", argv);
+    ::execv("/proc/self/exe", argv.data());
     return QString::fromLocal8Bit(std::strerror(errno));
 }
 
-int runUnderValgrind(char *argv[])
+std::optional<commandline::ExitStatus> runUnderValgrind(const QStringList &commandLine)
 {
     const QTemporaryDir logs;
     ::setenv("TMPDIR", QFile::encodeName(logs.path()).constData(), 1);
@@ -43,14 +50,15 @@ int runUnderValgrind(char *argv[])
                          QStringLiteral("--log-file=%1/valgrind.%p").arg(logs.path()),
                          QStringLiteral("--leak-check=no"),
                          QFile::symLinkTarget(QStringLiteral("/proc/self/exe"))};
-    for (char **word = argv + 1; *word; ++word)
-        if (std::strcmp(*word, "--valgrind") != 0)
-            words += QString::fromUtf8(*word);
+    words += commandLine.sliced(1);
+    words.removeAll(QStringLiteral("--valgrind"));
     QProcess valgrind;
     valgrind.setProcessChannelMode(QProcess::ForwardedChannels);
     valgrind.start(QStringLiteral("valgrind"), words);
     if (!valgrind.waitForStarted())
-        return -1;
+        return std::nullopt;
     valgrind.waitForFinished(-1);
-    return valgrind.exitStatus() == QProcess::NormalExit ? valgrind.exitCode() : 3;
+    return valgrind.exitStatus() == QProcess::NormalExit
+               ? static_cast<commandline::ExitStatus>(valgrind.exitCode())
+               : commandline::ExitStatus::Unusable;
 }

@@ -1,7 +1,10 @@
 // Running the program once more beneath what looks at memory: a sanitizer or valgrind.
 #pragma once
 
-#include <QString>
+#include "exit_status.h"
+
+#include <QStringList>
+#include <optional>
 
 /// Whether a sanitizer is in this process already.
 bool isSanitized();
@@ -10,10 +13,12 @@ bool isSanitized();
 /// when it wants none.
 std::string sanitizerOf(const std::string &library);
 
-/// Becomes this program with these arguments and a sanitizer's library before all others.
+/// Becomes this program with these words of a command line and a sanitizer's library before all
+/// others.
 /// @return why it could not
-QString runWithSanitizer(char *argv[], const std::string &sanitizer);
+QString runWithSanitizer(const QStringList &words, const std::string &sanitizer);
 
 /// Runs this program under valgrind, with its logs where the examinations look for them.
-/// @return its exit status; negative when there is no valgrind
-int runUnderValgrind(char *argv[]);
+/// @param words  of the command line, the program first
+/// @return its exit status; none when there is no valgrind
+std::optional<commandline::ExitStatus> runUnderValgrind(const QStringList &words);

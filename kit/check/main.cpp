@@ -1,42 +1,58 @@
 // dm-plugin-check: examines the binary of a data plug-in.
 
 #include "checks.h"
+#include "common_rows.h"
 #include "examination.h"
-#include "exit_status.h"
 #include "instruments.h"
+#include "program.h"
 #include "report.h"
 #include "terminal.h"
 
-#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
 #include <algorithm>
 #include <system_error>
 
+using commandline::Candidate;
+using commandline::Command;
 using commandline::ExitStatus;
+using commandline::Invocation;
+using commandline::Option;
 using commandline::Output;
+using commandline::ValueKind;
 
 namespace {
 
-struct OptionRow {
-    const char *name;
-    const char *valueName; ///< empty for a flag
-    const char *help;
+constexpr char rootName[] = "root";
+constexpr char stateName[] = "state";
+constexpr char timeoutName[] = "timeout";
+constexpr char junitName[] = "junit";
+constexpr char valgrindName[] = "valgrind";
+
+constexpr Option options[] = {
+    {rootName, "PATH", "a root of the plug-in; once for each, in the order of mounting",
+     ValueKind::Text},
+    {stateName, "DIR", "a state directory to begin with; without it an empty one",
+     ValueKind::Directory},
+    {timeoutName, "SECONDS", "how long a call may take, 10 if nothing else is said",
+     ValueKind::Text},
+    {junitName, "FILE", "write a report for a continuous integration as well", ValueKind::File},
+    {valgrindName, nullptr, "do it all under valgrind"},
+    commandline::onlyHelpOption,
+    commandline::versionOption,
 };
 
-constexpr OptionRow optionRows[] = {
-    {"root", "PATH", "a root of the plug-in; once for each, in the order of mounting"},
-    {"state", "DIR", "a state directory to begin with; without it an empty one"},
-    {"timeout", "SECONDS", "how long a call may take, 10 if nothing else is said"},
-    {"junit", "FILE", "write a report for a continuous integration as well"},
-    {"valgrind", "", "do it all under valgrind"},
-};
+constexpr Command checkCommand = {"dm-plugin-check", "LIBRARY", "", 1, 1, options, ValueKind::File};
 
-QString value(const QCommandLineParser &parser, const char *name)
-{
-    return parser.value(QString::fromLatin1(name));
-}
+constexpr commandline::ExitMeaning exitStatuses[] = {
+    {ExitStatus::Success, "nothing was found"},
+    {ExitStatus::Failed, "something was found"},
+    {ExitStatus::WrongUsage, "the command line is wrong"},
+    {ExitStatus::Unusable,
+     "the plug-in cannot be loaded, the report cannot be written, or there is "
+     "no room for copies of the state"},
+};
 
 struct Wanted {
     Plugin plugin;
@@ -46,32 +62,31 @@ struct Wanted {
 };
 
 /// @return what is wrong with the command line; empty when nothing is
-QString readWanted(const QCommandLineParser &parser, Wanted &wanted)
+QString readWanted(const Invocation &invocation, Wanted &wanted)
 {
-    if (parser.positionalArguments().size() != 1)
-        return QStringLiteral("one LIBRARY is wanted; see 'dm-plugin-check --help'");
-    const QStringList roots = parser.values(QStringLiteral("root"));
+    const QStringList roots = invocation.values(rootName);
     if (roots.isEmpty() || roots.contains(QString()))
         return QStringLiteral("--root PATH is wanted, such as --root ./Vendor/Example");
     for (const QString &root : roots)
         wanted.plugin.roots.push_back(root.toStdString());
     // A bare name is looked for in the library folders; examinations have folders of their own.
-    const QString file = parser.positionalArguments().first();
+    const QString &file = invocation.arguments.first();
     wanted.plugin.file =
         QFile::encodeName(QFile::exists(file) ? QFileInfo(file).absoluteFilePath() : file)
             .toStdString();
-    const QString state = value(parser, "state");
+    const QString state = invocation.value(stateName);
     if (!state.isEmpty() && !QFileInfo(state).isDir())
         return QStringLiteral("--state %1 is not a directory").arg(state);
     if (!state.isEmpty())
         wanted.state = QFile::encodeName(QFileInfo(state).absoluteFilePath()).toStdString();
-    wanted.junit = value(parser, "junit");
-    if (parser.isSet(QStringLiteral("timeout"))) {
+    wanted.junit = invocation.value(junitName);
+    if (invocation.has(timeoutName)) {
+        const QString timeout = invocation.value(timeoutName);
         bool isNumber = false;
-        wanted.limits.seconds = value(parser, "timeout").toInt(&isNumber);
+        wanted.limits.seconds = timeout.toInt(&isNumber);
         if (!isNumber || wanted.limits.seconds < 1 || wanted.limits.seconds > 3600)
             return QStringLiteral("--timeout wants a number from 1 to 3600 instead of \"%1\"")
-                .arg(value(parser, "timeout"));
+                .arg(timeout);
     }
     return {};
 }
@@ -137,52 +152,44 @@ ExitStatus run(const Wanted &wanted, Output &output)
     return findings == 0 ? ExitStatus::Success : ExitStatus::Failed;
 }
 
+ExitStatus execute(Output &output, const Invocation &invocation)
+{
+    Wanted wanted;
+    if (const QString fault = readWanted(invocation, wanted); !fault.isEmpty())
+        return output.problem(fault, ExitStatus::WrongUsage);
+    const QStringList words = QCoreApplication::arguments();
+    if (invocation.has(valgrindName)) {
+        const auto ended = runUnderValgrind(words);
+        return ended ? *ended
+                     : output.problem(QStringLiteral("valgrind is not installed"),
+                                      ExitStatus::Unusable);
+    }
+    if (!isSanitized())
+        if (const std::string sanitizer = sanitizerOf(wanted.plugin.file); !sanitizer.empty())
+            return output.problem(
+                QStringLiteral("cannot begin again with %1: %2")
+                    .arg(QString::fromStdString(sanitizer), runWithSanitizer(words, sanitizer)),
+                ExitStatus::Unusable);
+    wanted.limits.isSanitized = isSanitized();
+    try {
+        return run(wanted, output);
+    } catch (const std::system_error &error) {
+        return output.problem(QString::fromLocal8Bit(error.what()), ExitStatus::Unusable);
+    }
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
 {
-    const QCoreApplication application(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("dm-plugin-check"));
-    QCoreApplication::setApplicationVersion(QStringLiteral(KUB_VERSION));
-    Output output(QCoreApplication::applicationName());
-    QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QStringLiteral("Examines a data plug-in on copies of a state; see dm-plugin-check(1)."));
-    parser.addPositionalArgument(QStringLiteral("LIBRARY"), QStringLiteral("the plug-in's file"),
-                                 QStringLiteral("LIBRARY"));
-    for (const OptionRow &row : optionRows)
-        parser.addOption({QString::fromLatin1(row.name), QString::fromLatin1(row.help),
-                          QString::fromLatin1(row.valueName)});
-    const QCommandLineOption help = parser.addHelpOption();
-    const QCommandLineOption version = parser.addVersionOption();
-    ExitStatus status = ExitStatus::Success;
-    Wanted wanted;
-    if (!parser.parse(QCoreApplication::arguments())) {
-        status = output.problem(parser.errorText(), ExitStatus::WrongUsage);
-    } else if (parser.isSet(help)) {
-        output.raw(parser.helpText().toUtf8());
-    } else if (parser.isSet(version)) {
-        output.line(QStringLiteral("dm-plugin-check " KUB_VERSION));
-    } else if (const QString fault = readWanted(parser, wanted); !fault.isEmpty()) {
-        status = output.problem(fault, ExitStatus::WrongUsage);
-    } else if (parser.isSet(QStringLiteral("valgrind"))) {
-        const int ended = runUnderValgrind(argv);
-        if (ended >= 0)
-            return ended;
-        status = output.problem(QStringLiteral("valgrind is not installed"), ExitStatus::Unusable);
-    } else {
-        const std::string sanitizer = isSanitized() ? "" : sanitizerOf(wanted.plugin.file);
-        if (!sanitizer.empty())
-            return static_cast<int>(output.problem(
-                QStringLiteral("cannot begin again with %1: %2")
-                    .arg(QString::fromStdString(sanitizer), runWithSanitizer(argv, sanitizer)),
-                ExitStatus::Unusable));
-        wanted.limits.isSanitized = isSanitized();
-        try {
-            status = run(wanted, output);
-        } catch (const std::system_error &error) {
-            status = output.problem(QString::fromLocal8Bit(error.what()), ExitStatus::Unusable);
-        }
-    }
-    return static_cast<int>(output.finish(status));
+    return commandline::run(
+        argc, argv,
+        {checkCommand.name,
+         "examines a data plug-in on copies of a state; see dm-plugin-check(1)",
+         {},
+         {},
+         exitStatuses,
+         {},
+         &checkCommand},
+        execute, [](const Invocation &, const QString &) { return std::vector<Candidate>(); });
 }

@@ -1,4 +1,4 @@
-"""What the Tab key does in bash, zsh and fish, each on a terminal of its own, for dmclient and napictl."""
+"""What the Tab key does in bash, zsh and fish, each on a terminal of its own."""
 
 import fcntl
 import os
@@ -95,6 +95,16 @@ class TabKeyTest(HandsetTest):
         self.assertEqual(shell.words("napictl --backend n"), "<napictl><--backend><networkmanager>")
         self.assertEqual(shell.words("napictl --backend=n"), "<napictl><--backend=networkmanager>")
         self.assertEqual(shell.words("napictl list -f id,na"), "<napictl><list><-f><id,name>")
+
+    @in_each_shell
+    def test_options_of_programs_without_commands(self, shell):
+        with open(os.path.join(self.folder, "plugin.so"), "w", encoding="ascii"):
+            pass
+        self.assertEqual(shell.words("dmclientd --noti"), "<dmclientd><--notification-port>")
+        self.assertEqual(shell.words("dmclientd --backend=s"), "<dmclientd><--backend=sqlite>")
+        self.assertEqual(shell.words("dm-plugin-check plu"), "<dm-plugin-check><plugin.so>")
+        self.assertEqual(shell.words("dm-plugin-check plugin.so --time"),
+                         "<dm-plugin-check><plugin.so><--timeout>")
 
     @in_each_shell
     def test_fields_and_their_values(self, shell):

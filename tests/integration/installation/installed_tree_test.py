@@ -68,9 +68,9 @@ class InstalledTreeTest(unittest.TestCase):
     def test_manuals_and_completions_are_where_man_and_the_shells_look(self):
         for file in ("man/man1/dmclient.1", "man/man1/napictl.1", "man/man7/dmclient-session.7",
                      "man/man7/dmclient-surprises.7",
-                     "bash-completion/completions/dmclient", "bash-completion/completions/napictl",
-                     "zsh/vendor-completions/_dmclient", "zsh/vendor-completions/_napictl",
-                     "fish/vendor_completions.d/dmclient.fish", "fish/vendor_completions.d/napictl.fish"):
+                     *(file.format(program) for program in ("dmclient", "napictl", "dmclientd", "dm-plugin-check")
+                       for file in ("bash-completion/completions/{}", "zsh/vendor-completions/_{}",
+                                    "fish/vendor_completions.d/{}.fish"))):
             self.assertTrue(os.path.isfile(os.path.join(self.prefix, "share", file)), file)
 
     def test_the_service_is_where_systemd_and_the_bus_look(self):

@@ -39,12 +39,12 @@ Program programWithSet()
 
 /// What goes on after the words, the last of which is being typed; "~" after one that goes on, and
 /// "<files>" or "<directories>". Things that are there are called one, other and -odd.
-std::vector<std::string> after(const char *line)
+std::vector<std::string> after(const char *line, const Program &program = programWithSet())
 {
     QStringList words = QString::fromUtf8(line).split(u' ');
     const QString prefix = words.takeLast();
     const Completion completion =
-        complete(programWithSet(), {words, prefix}, [](const Invocation &before, const QString &) {
+        complete(program, {words, prefix}, [](const Invocation &before, const QString &) {
             const bool takesName = before.command == &removeCommand ||
                                    (before.command == &setCommand && before.arguments.isEmpty());
             return takesName ? std::vector<Candidate>{{QStringLiteral("one")},
@@ -61,6 +61,18 @@ std::vector<std::string> after(const char *line)
 }
 
 using Words = std::vector<std::string>;
+
+TEST(CompletionWordsTest, AProgramWithoutCommandsHasOptionsAndArguments)
+{
+    const Program program = sampleWithoutCommands();
+    EXPECT_EQ(after("", program), Words{"<files>"});
+    EXPECT_EQ(after("-", program), (Words{"--by", "--help"}));
+    EXPECT_EQ(after("table --b", program), Words{"--by"});
+    EXPECT_EQ(after("--by ", program), (Words{"weight", "price"}));
+    EXPECT_EQ(after("--by=p", program), Words{"--by=price"});
+    EXPECT_EQ(after("--by price ", program), Words{"<files>"});
+    EXPECT_EQ(after("table ", program), Words());
+}
 
 TEST(CompletionWordsTest, CommandsStandFirst)
 {

@@ -44,6 +44,21 @@ TEST(HelpTest, OfAProgramHasItsCommandsOptionsExitStatusesAndEnvironment)
               "'sample help COMMAND' tells more about a command.\n");
 }
 
+TEST(HelpTest, OfAProgramWithoutCommandsHasItsSynopsisAndItsOptions)
+{
+    EXPECT_EQ(programHelp(sampleWithoutCommands(), 80).toStdString(),
+              "Usage: sum TABLE [--by COLUMN] [--help]\n"
+              "Adds up a table.\n"
+              "\n"
+              "Options:\n"
+              "  --by COLUMN  add up that column\n"
+              "  -h, --help   print this help\n"
+              "\n"
+              "Exit status:\n"
+              "  0  everything was done\n"
+              "  2  wrong usage\n");
+}
+
 TEST(HelpTest, OfACommandHasItsSynopsisAndItsOptions)
 {
     EXPECT_EQ(commandHelp(sampleProgram(), listCommand, 40).toStdString(),

@@ -133,6 +133,30 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"list a b", "list: too many arguments; usage: list [NAME] [OPTION...]"},
         Refused{"help a b", "help: too many arguments; usage: help [COMMAND]"}));
 
+TEST(ParserTest, AProgramWithoutCommandsHasOptionsAndArguments)
+{
+    const Program program = sampleWithoutCommands();
+    for (const char *const line : {"--by price table", "table --by price", "table --by=price"}) {
+        const auto invocation = parse(program, wordsOf(line));
+        ASSERT_TRUE(invocation) << line << ": " << invocation.error().toStdString();
+        EXPECT_EQ(invocation->command, &sumCommand);
+        EXPECT_EQ(invocation->arguments, QStringList(QStringLiteral("table")));
+        EXPECT_EQ(invocation->value("by"), QStringLiteral("price"));
+    }
+    EXPECT_TRUE(parse(program, wordsOf("--help")));
+    EXPECT_TRUE(parse(program, {}, Completeness::Partial));
+    const std::pair<const char *, const char *> refused[] = {
+        {"", "arguments are missing; usage: sum TABLE [OPTION...]"},
+        {"a b", "too many arguments; usage: sum TABLE [OPTION...]"},
+        {"a --bye", "there is no option --bye; did you mean --by?"},
+        {"a --frobnicate", "there is no option --frobnicate; see 'sum --help'"},
+        {"a --by size", "--by is weight or price, not \"size\""},
+    };
+    for (const auto &[line, error] : refused)
+        EXPECT_EQ(refusalOf(program, wordsOf(line)).toStdString(), error) << line;
+    EXPECT_EQ(refusalOf(program, {QString()}).toStdString(), "TABLE names no file");
+}
+
 TEST(ParserTest, AnEmptyWordNamesNoFileAndNoCommand)
 {
     EXPECT_EQ(refusalOf(sampleProgram(), {QStringLiteral("load"), QString()}),

@@ -47,6 +47,20 @@ inline Program sampleShell()
     return {"", "lines", options, sampleProgram().commands};
 }
 
+inline constexpr Option sumOptions[] = {
+    {"by", "COLUMN", "add up that column", ValueKind::OneOf,
+     [] {
+         return QStringList{QStringLiteral("weight"), QStringLiteral("price")};
+     }},
+    onlyHelpOption};
+inline constexpr Command sumCommand = {"sum", "TABLE", "", 1, 1, sumOptions, ValueKind::File};
+
+/// One without commands.
+inline Program sampleWithoutCommands()
+{
+    return {"sum", "adds up a table", {}, {}, sampleStatuses, {}, &sumCommand};
+}
+
 /// Words as a shell would split them, which have no quotes.
 inline QStringList wordsOf(const char *line)
 {
