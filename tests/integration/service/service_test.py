@@ -167,6 +167,21 @@ class ServiceTest(ServiceFixture):
         self.start_service()
         self.assertEqual(self.status()["LastResults"], before)
 
+    def session_of_service(self, *options):
+        """What the client says of a session of a service with these options."""
+        self.serve("profiles")
+        self.start_service(*options)
+        return self.client("session", "Test").stdout
+
+    def test_sessions_are_held_with_the_plugin_that_the_service_was_told(self):
+        self.assertIn("refused 12", self.session_of_service("--plugin", "/nowhere/plugin.so"))
+
+    def test_sessions_are_held_with_the_plugins_that_the_service_was_told(self):
+        self.assertIn("described in /nowhere", self.session_of_service("--plugins", "/nowhere"))
+
+    def test_sessions_are_held_with_the_store_that_the_service_was_told(self):
+        self.assertIn("refused 12", self.session_of_service("--backend", "networkmanager"))
+
     def test_it_serves_one_device_and_is_asked_about_no_other(self):
         self.start_service()
         result = self.client("status", "--state", self.handset.path("other"))
