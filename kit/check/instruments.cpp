@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <system_error>
 #include <unistd.h>
 
 bool isSanitized()
@@ -42,11 +43,29 @@ QString runWithSanitizer(const QStringList &words, const std::string &sanitizer)
     return QString::fromLocal8Bit(std::strerror(errno));
 }
 
+namespace {
+
+/// The loader of libraries reads its own texts a word at a time, beyond their ends.
+constexpr char suppressions[] = R"({
+   loader
+   Memcheck:Addr8
+   obj:*/ld-linux*
+   obj:*/ld-linux*
+}
+)";
+
+} // namespace
+
 std::optional<commandline::ExitStatus> runUnderValgrind(const QStringList &commandLine)
 {
     const QTemporaryDir logs;
     ::setenv("TMPDIR", QFile::encodeName(logs.path()).constData(), 1);
-    QStringList words = {QStringLiteral("--quiet"), QStringLiteral("--error-exitcode=121"),
+    QFile file(logs.filePath(QStringLiteral("suppressions")));
+    if (!file.open(QIODevice::WriteOnly) || file.write(suppressions) < 0 || !file.flush())
+        throw std::system_error(EIO, std::generic_category(), file.fileName().toStdString());
+    QStringList words = {QStringLiteral("--quiet"),
+                         QStringLiteral("--suppressions=") + file.fileName(),
+                         QStringLiteral("--error-exitcode=121"),
                          QStringLiteral("--log-file=%1/valgrind.%p").arg(logs.path()),
                          QStringLiteral("--leak-check=no"),
                          QFile::symLinkTarget(QStringLiteral("/proc/self/exe"))};

@@ -158,20 +158,20 @@ ExitStatus execute(Output &output, const Invocation &invocation)
     if (const QString fault = readWanted(invocation, wanted); !fault.isEmpty())
         return output.problem(fault, ExitStatus::WrongUsage);
     const QStringList words = QCoreApplication::arguments();
-    if (invocation.has(valgrindName)) {
-        const auto ended = runUnderValgrind(words);
-        return ended ? *ended
-                     : output.problem(QStringLiteral("valgrind is not installed"),
-                                      ExitStatus::Unusable);
-    }
-    if (!isSanitized())
-        if (const std::string sanitizer = sanitizerOf(wanted.plugin.file); !sanitizer.empty())
-            return output.problem(
-                QStringLiteral("cannot begin again with %1: %2")
-                    .arg(QString::fromStdString(sanitizer), runWithSanitizer(words, sanitizer)),
-                ExitStatus::Unusable);
-    wanted.limits.isSanitized = isSanitized();
     try {
+        if (invocation.has(valgrindName)) {
+            const auto ended = runUnderValgrind(words);
+            return ended ? *ended
+                         : output.problem(QStringLiteral("valgrind is not installed"),
+                                          ExitStatus::Unusable);
+        }
+        if (!isSanitized())
+            if (const std::string sanitizer = sanitizerOf(wanted.plugin.file); !sanitizer.empty())
+                return output.problem(
+                    QStringLiteral("cannot begin again with %1: %2")
+                        .arg(QString::fromStdString(sanitizer), runWithSanitizer(words, sanitizer)),
+                    ExitStatus::Unusable);
+        wanted.limits.isSanitized = isSanitized();
         return run(wanted, output);
     } catch (const std::system_error &error) {
         return output.problem(QString::fromLocal8Bit(error.what()), ExitStatus::Unusable);
