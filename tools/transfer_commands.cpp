@@ -2,12 +2,12 @@
 #include "commands.h"
 
 #include <QSet>
+#include <csignal>
 
 #include "file_profile.h"
 #include "profile_columns.h"
 #include "profile_json.h"
 #include "profile_service.h"
-#include "progress.h"
 
 using commandline::printable;
 
@@ -99,18 +99,28 @@ ExitStatus plan(Output &output, const Invocation &invocation, const QList<JsonPr
     return exitStatus == ExitStatus::Success ? checkRoom(output, plan.newProfiles) : exitStatus;
 }
 
+void tell(Output &output, const Change &change)
+{
+    output.line(QString::fromLatin1(change.verb) + u' ' + printable(change.name));
+}
+
+/// Tells each change when it is made, so that what is stored is known however it ends.
 ExitStatus carryOut(Output &output, const QList<Change> &changes)
 {
+    std::signal(SIGPIPE, SIG_IGN); // profiles are stored although nobody reads the lines any more
     qsizetype done = 0;
-    const Progress progress(QStringLiteral("Storing profiles"), changes.size());
     for (const Change &change : changes) {
         if (const int status = change.make(change.name.toUtf8().constData(), change.record);
             status != NAPI_OK) {
+            const ExitStatus exitStatus = reportResult(output, change.name, status);
             output.problem(
-                QStringLiteral("stopped after %1 of %2 profiles").arg(done).arg(changes.size()));
-            return reportResult(output, change.name, status);
+                QStringLiteral("stopped at %1, after %2 of %3 profiles; when that is "
+                               "mended, import --replace goes on")
+                    .arg(change.name, QString::number(done), QString::number(changes.size())));
+            return exitStatus;
         }
-        progress.show(++done);
+        tell(output, change);
+        ++done;
     }
     return ExitStatus::Success;
 }
@@ -130,7 +140,7 @@ ExitStatus runImport(Output &output, const Invocation &invocation)
     if (!invocation.has("dry-run"))
         return carryOut(output, import.changes);
     for (const Change &change : import.changes)
-        output.line(QString::fromLatin1(change.verb) + u' ' + printable(change.name));
+        tell(output, change);
     return ExitStatus::Success;
 }
 

@@ -280,7 +280,8 @@ class TransferTest(NapictlTest):
         self.napictl("create", "Vidéotron \U0001f4f1", "editable=false", "gprs.address=a\"b\\c\td",
                      "csd2.address=1", "csd2.speed=2400", "proxy2.address=p", "proxy2.port=65535")
         exported = self.napictl("export", "--show-secrets")
-        self.assertEqual(self.napictl("import", "-", stdin=exported, state=other), "")
+        self.assertEqual(self.napictl("import", "-", stdin=exported, state=other),
+                         "create Office\ncreate Vidéotron \U0001f4f1\n")
         self.assertEqual(self.napictl("export", "--show-secrets", state=other), exported)
 
     def test_one_profile_or_an_array_is_imported(self):
@@ -348,7 +349,8 @@ class TransferTest(NapictlTest):
         ]
         for content, reasons in cases:
             with self.subTest(content=str(content)[:60]):
-                self.refused(USAGE, "import", self.write("bad.json", content), says=reasons)
+                result = self.refused(USAGE, "import", self.write("bad.json", content), says=reasons)
+                self.assertEqual(result.stdout, "")
         self.assertEqual(self.names(), [])
 
     def test_profiles_of_a_file_that_the_store_would_not_take_are_named(self):
@@ -825,7 +827,8 @@ class PlannedImportTest(NapictlTest):
 
     def test_prune_removes_what_the_file_does_not_have(self):
         file = self.write("f", [OFFICE, {"name": "New"}, {"name": "Older"}])
-        self.assertEqual(self.napictl("import", file, "--replace", "--prune"), "")
+        self.assertEqual(self.napictl("import", file, "--replace", "--prune"),
+                         "replace Office\ncreate New\nreplace Older\nremove Old\n")
         self.assertEqual(self.names(), ["Office", "Older", "New"])
         self.napictl("import", self.write("e", []), "--prune")
         self.assertEqual(self.names(), [])
@@ -839,24 +842,43 @@ class PlannedImportTest(NapictlTest):
 
     def test_removal_makes_no_room_for_what_is_new(self):
         file = self.write("f", [{"name": "a"}, {"name": "b"}])
-        self.refused(FAILED, "import", file, "--prune", maximum=4, says=["2 new profiles do not fit"])
+        result = self.refused(FAILED, "import", file, "--prune", maximum=4, says=["2 new profiles do not fit"])
+        self.assertEqual(result.stdout, "")
         self.assertEqual(self.names(), ["Office", "Old", "Older"])
 
-    def test_what_is_stored_is_stored_when_the_disk_is_full(self):
+    def test_what_is_stored_is_told_when_the_disk_is_full(self):
         limited = ["sh", "-c", "trap '' XFSZ; ulimit -f 200; exec \"$@\"", "sh"]  # blocks of 512 bytes
-        profiles = [{"name": f"n{number}"} for number in range(100)]
-        result = self.refused(UNUSABLE, "import", self.write("f", profiles), "--prune", prefix=limited)
-        done = int(re.search(r"stopped after (\d+) of 103 profiles", result.stderr)[1])
-        self.assertEqual(self.names(), ["Office", "Old", "Older", *(f"n{number}" for number in range(done))])
+        profiles = [{"name": f"%1 {number}"} for number in range(100)]
+        file = self.write("f", profiles)
+        result = self.refused(UNUSABLE, "import", file, "--prune", prefix=limited)
+        done = [f"%1 {number}" for number in range(result.stdout.count("\n"))]
+        self.assertTrue(done)
+        self.assertEqual(result.stdout, "".join(f"create {name}\n" for name in done))
+        self.assertEqual(self.names(), ["Office", "Old", "Older", *done])
+        self.assertIn(f"stopped at %1 {len(done)}, after {len(done)} of 103 profiles; ", result.stderr)
+        self.assertEqual(self.napictl("import", file, "--prune", "--replace").splitlines()[len(done)],
+                         f"create %1 {len(done)}")
+        self.assertEqual(self.names(), [profile["name"] for profile in profiles])
+
+    def test_profiles_are_stored_although_nobody_reads_the_lines(self):
+        read, write = os.pipe()
+        os.close(read)
+        result = subprocess.run([NAPICTL, "import", self.write("f", [{"name": "a"}, {"name": "b"}])], check=False,
+                                stdout=write, stderr=subprocess.PIPE, env=self.handset.environment(), text=True)
+        os.close(write)
+        self.assertEqual((result.returncode, result.stderr),
+                         (UNUSABLE, "napictl: cannot write the output: Broken pipe\n"))
+        self.assertEqual(self.names(), ["Office", "Old", "Older", "a", "b"])
 
     def test_dry_run_says_what_would_be_done_and_does_nothing(self):
         before = self.export()
         file = self.write("f", [{"name": "New\x1b"}, self.change(linger=1)])
-        self.assertEqual(self.napictl("import", file, "--replace", "--prune", "--dry-run"),
-                         "create New\\x1b\nreplace Office\nremove Old\nremove Older\n")
+        planned = self.napictl("import", file, "--replace", "--prune", "--dry-run")
+        self.assertEqual(planned, "create New\\x1b\nreplace Office\nremove Old\nremove Older\n")
         self.assertEqual(self.export(), before)
         self.refused(FAILED, "import", file, "--dry-run", says=["Office: there is a profile"])
         self.refused(FAILED, "import", file, "--dry-run", "--replace", maximum=3, says=["do not fit"])
+        self.assertEqual(self.napictl("import", file, "--replace", "--prune", maximum=4), planned)
 
     def test_diff_of_what_is_the_same_is_empty(self):
         for form in (["export"], ["export", "--show-secrets"]):
