@@ -1,4 +1,5 @@
-// The handset's log stream, libaplog.so.1.0.0.
+/// @file
+/// The handset's log stream, libaplog.so.1.0.0.
 #pragma once
 
 #include <cstdio>

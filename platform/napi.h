@@ -1,16 +1,17 @@
-// The handset's network-profile service, libnapi.so.
-//
-// The service keeps network access profiles: data accounts with one part per bearer (packet data
-// and two sets of circuit-switched data) and two proxy slots. It names a profile by a numeric ID
-// and by a profile name, and hands profiles out and takes them back as one fixed record.
-//
-// Every call is synchronous, works on the stored profiles directly and is one transaction: it takes
-// effect completely or not at all. Names are NUL-terminated UTF-8 of 1 to 63 bytes without a slash,
-// at which the paths of a management tree are split, and none is ".", ".." or "*", which stand for
-// other things there; a profile that the service keeps under another name is listed, and found,
-// under a name that is one. Outputs are written on success only. A null
-// pointer and a bad name have codes of their own, and any call that needs the store can fail with
-// NAPI_ERROR_CORRUPT to NAPI_ERROR_UNAVAILABLE; below, only the other failures of a call are named.
+/// @file
+/// The handset's network-profile service, libnapi.so.
+///
+/// The service keeps network access profiles: data accounts with one part per bearer (packet data
+/// and two sets of circuit-switched data) and two proxy slots. It names a profile by a numeric ID
+/// and by a profile name, and hands profiles out and takes them back as one fixed record.
+///
+/// Every call is synchronous, works on the stored profiles directly and is one transaction: it
+/// takes effect completely or not at all. Names are NUL-terminated UTF-8 of 1 to 63 bytes without a
+/// slash, at which the paths of a management tree are split, and none is ".", ".." or "*", which
+/// stand for other things there; a profile that the service keeps under another name is listed, and
+/// found, under a name that is one. Outputs are written on success only. A null pointer and a bad
+/// name have codes of their own, and any call that needs the store can fail with NAPI_ERROR_CORRUPT
+/// to NAPI_ERROR_UNAVAILABLE; below, only the other failures of a call are named.
 #pragma once
 
 #ifdef __cplusplus
@@ -34,54 +35,54 @@
 /// not. A part exists when its address is not empty. Reserved bytes belong to the service and are
 /// carried through unchanged.
 typedef struct NAP_PROFILE_S {
-    uint8_t reserved000;
-    uint8_t creation; /* 1 in the record of a profile that is being created */
-    uint8_t reserved002[2];
-    uint32_t flags;
+    uint8_t reserved000;    ///< of the service
+    uint8_t creation;       ///< 1 in the record of a profile that is being created
+    uint8_t reserved002[2]; ///< of the service
+    uint32_t flags;         ///< bit 0 is NAPI_FLAG_NOT_EDITABLE, the others are the service's
 
     /* packet data, bearer "GSM-GPRS" */
-    char gprsAddress[100]; /* access point name */
-    char gprsAuthId[100];
-    char gprsAuthPassword[100];
-    uint8_t reserved134[4];
-    uint32_t gprsDns1;
-    uint32_t gprsDns2;
-    uint16_t gprsLinger; /* seconds that an idle connection is kept */
-    uint8_t reserved142[59];
+    char gprsAddress[100];      ///< access point name
+    char gprsAuthId[100];       ///< name by which the network knows the user
+    char gprsAuthPassword[100]; ///< that goes with it, as it is stored
+    uint8_t reserved134[4];     ///< of the service
+    uint32_t gprsDns1;          ///< first name server, an IPv4 address
+    uint32_t gprsDns2;          ///< second name server, an IPv4 address
+    uint16_t gprsLinger;        ///< seconds that an idle connection is kept
+    uint8_t reserved142[59];    ///< of the service
 
     /* circuit-switched data, bearer "GSM-CSD" */
-    char csdAddress[44]; /* dial number */
-    char csdAuthId[64];
-    char csdAuthPassword[64];
-    uint8_t reserved229[7];
-    uint32_t csdDns1;
-    uint32_t csdDns2;
-    uint16_t csdLinger;
-    uint8_t reserved23A;
-    uint8_t csdSpeedCode; /* line type and bit rate in one code */
+    char csdAddress[44];      ///< dial number
+    char csdAuthId[64];       ///< name by which the network knows the user
+    char csdAuthPassword[64]; ///< that goes with it, as it is stored
+    uint8_t reserved229[7];   ///< of the service
+    uint32_t csdDns1;         ///< first name server, an IPv4 address
+    uint32_t csdDns2;         ///< second name server, an IPv4 address
+    uint16_t csdLinger;       ///< seconds that an idle connection is kept
+    uint8_t reserved23A;      ///< of the service
+    uint8_t csdSpeedCode;     ///< line type and bit rate in one code; 0 when no rate is set
 
     /* second set of circuit-switched data, bearer "GSM-CSD2" */
-    char csd2Address[44];
-    char csd2AuthId[64];
-    char csd2AuthPassword[64];
-    uint8_t reserved2E8[4];
-    uint32_t csd2Dns1;
-    uint32_t csd2Dns2;
-    uint16_t csd2Linger;
-    uint8_t reserved2F6;
-    uint8_t csd2SpeedCode;
+    char csd2Address[44];      ///< dial number
+    char csd2AuthId[64];       ///< name by which the network knows the user
+    char csd2AuthPassword[64]; ///< that goes with it, as it is stored
+    uint8_t reserved2E8[4];    ///< of the service
+    uint32_t csd2Dns1;         ///< first name server, an IPv4 address
+    uint32_t csd2Dns2;         ///< second name server, an IPv4 address
+    uint16_t csd2Linger;       ///< seconds that an idle connection is kept
+    uint8_t reserved2F6;       ///< of the service
+    uint8_t csd2SpeedCode;     ///< line type and bit rate in one code; 0 when no rate is set
 
     /* proxy slots */
-    char proxy1Address[100];
-    uint16_t proxy1Port;
-    char proxy1Text[100];
-    uint8_t proxy1Byte;
-    char proxy2Address[100];
-    uint8_t reserved427;
-    uint16_t proxy2Port;
-    char proxy2Text[100];
-    uint8_t proxy2Byte;
-    uint8_t reserved48F;
+    char proxy1Address[100]; ///< host name or IP address of the proxy
+    uint16_t proxy1Port;     ///< port number of the proxy
+    char proxy1Text[100];    ///< further text of the slot, which goes with it
+    uint8_t proxy1Byte;      ///< further byte of the slot, which goes with it
+    char proxy2Address[100]; ///< host name or IP address of the proxy
+    uint8_t reserved427;     ///< of the service
+    uint16_t proxy2Port;     ///< port number of the proxy
+    char proxy2Text[100];    ///< further text of the slot, which goes with it
+    uint8_t proxy2Byte;      ///< further byte of the slot, which goes with it
+    uint8_t reserved48F;     ///< of the service
 } NAP_PROFILE_S;
 
 #ifdef __cplusplus
@@ -133,7 +134,7 @@ static_assert(std::has_unique_object_representations_v<NAP_PROFILE_S>, "hidden p
 /// Results of the calls below. Callers of the service rely only on 0 against anything else; the
 /// codes tell a person what went wrong.
 enum NAPI_STATUS {
-    NAPI_OK = 0,
+    NAPI_OK = 0,                   ///< done
     NAPI_ERROR_BAD_ARGUMENT = 1,   ///< a null pointer where the call needs one
     NAPI_ERROR_BAD_NAME = 2,       ///< a name that is empty, longer than 63 bytes, not UTF-8, has a
                                    ///< slash, or is ".", ".." or "*"

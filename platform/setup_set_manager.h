@@ -1,9 +1,11 @@
-// The handset's settings files, libkubappbase.so.1.
+/// @file
+/// The handset's settings files, libkubappbase.so.1.
 #pragma once
 
 #include <QMap>
 #include <QString>
 
+/// What the settings library exports.
 #define KUBAPPBASE_API __attribute__((visibility("default")))
 
 class SettingsFile;
@@ -19,7 +21,9 @@ public:
     SETUP_SET_Manager(const QString &path, bool);
     /// Drops what was not flushed.
     virtual ~SETUP_SET_Manager();
+    /// Two objects for one file would not know of each other's changes.
     SETUP_SET_Manager(const SETUP_SET_Manager &) = delete;
+    /// Two objects for one file would not know of each other's changes.
     SETUP_SET_Manager &operator=(const SETUP_SET_Manager &) = delete;
 
     /// Replaces the file by what is in memory; readers see the old file or the new one, never a
@@ -31,7 +35,11 @@ public:
     /// @return every entry of the group by key; an unknown group has none.
     QMap<QString, QString> getEntryKeyList(const QString &group) const;
 
-    /// Reads one entry. @param value receives the entry, or defaultText when there is none.
+    /// Reads one entry of a group by its key.
+    /// @param group        name of the group
+    /// @param key          name of the entry
+    /// @param value        receives the entry, or defaultText when there is none
+    /// @param defaultText  null to tell an absent entry from an empty one
     /// @return true when the entry exists. The flag is the library's own; pass false.
     bool getSettingInfo(const QString &group, const QString &key, QString &value,
                         const QString &defaultText, bool) const;
@@ -40,7 +48,7 @@ public:
     /// @return true on success. The flag is the library's own; pass false.
     bool setSettingInfo(const QString &group, const QString &key, const QString &value, bool);
 
-    /// Removes one entry in memory. @return false when there is none.
+    /// Removes one entry of a group in memory. @return false when there is none.
     bool removeEntry(const QString &group, const QString &key);
 
 private:

@@ -1,5 +1,6 @@
-// The two functions that a plug-in library exports. An engine looks them up by name after loading
-// the library with all its symbols bound.
+/// @file
+/// The two functions that a plug-in library exports. An engine looks them up by name after loading
+/// the library with all its symbols bound.
 #pragma once
 
 #include "dmt_tree.h"
@@ -7,7 +8,9 @@
 /// Interface version that both sides must agree on: major 1, minor 1.
 inline constexpr int DMT_PLUGIN_API_VERSION = 0x10001;
 
+/// Name of the exported DmtPluginGetApiVersion.
 inline constexpr char DMT_PLUGIN_API_VERSION_SYMBOL[] = "DMT_PluginLib_GetAPIVersion";
+/// Name of the exported DmtPluginGetTree.
 inline constexpr char DMT_PLUGIN_TREE_SYMBOL[] = "DMT_PluginLib_Data_GetPluginTree";
 
 /// @return the interface version of the plug-in.

@@ -1,8 +1,11 @@
-// Status codes of the engine, numbered as the DM protocol numbers them.
+/// @file
+/// Status codes of the engine, numbered as the DM protocol numbers them.
 #pragma once
 
+/// What an operation answers. Codes from 404 on are those of the DM protocol; an engine hands them
+/// on to the server.
 enum DmtStatus : int {
-    DMT_OK = 0,
+    DMT_OK = 0,                      ///< done
     DMT_FAILED = 1,                  ///< a plug-in's own refusal; the engine answers 500 for it
     DMT_NOT_FOUND = 404,             ///< no node at that path
     DMT_NOT_ALLOWED = 405,           ///< the command does not apply to this kind of node

@@ -1,4 +1,5 @@
-// The engine's growable vector, and the map that it builds from two of them.
+/// @file
+/// The engine's growable vector, and the map that it builds from two of them.
 #pragma once
 
 #include "jem_defs.h"
@@ -11,15 +12,20 @@
 template <class T>
 class DMVector {
 public:
+    /// Empty, without storage.
     DMVector() = default;
+    /// Copies every element; empty when there is no memory for them.
     DMVector(const DMVector &other) { Append(other); }
+    /// Takes over the storage; the other one is empty afterwards.
     DMVector(DMVector &&other) noexcept { swap(other); }
+    /// Copies every element; empty when there is no memory for them.
     DMVector &operator=(const DMVector &other)
     {
         DMVector copy(other);
         swap(copy);
         return *this;
     }
+    /// Exchanges the contents.
     DMVector &operator=(DMVector &&other) noexcept
     {
         swap(other);
@@ -27,15 +33,24 @@ public:
     }
     ~DMVector() { clear(); }
 
+    /// Elements that there are.
     int size() const { return m_size; }
+    /// Elements that there is room for.
     int capacity() const { return m_capacity; }
+    /// Whether there are none.
     bool empty() const { return m_size == 0; }
 
+    /// The element at an index, which must be below size().
     T &operator[](int index) { return m_elements[index]; }
+    /// The element at an index, which must be below size().
     const T &operator[](int index) const { return m_elements[index]; }
+    /// The first element. Growing and clearing end the validity of what begin() and end() return.
     T *begin() { return m_elements; }
+    /// Behind the last element.
     T *end() { return m_elements + m_size; }
+    /// The first element.
     const T *begin() const { return m_elements; }
+    /// Behind the last element.
     const T *end() const { return m_elements + m_size; }
 
     /// @return the index of the new last element; -1 when the vector cannot grow, which leaves it
@@ -71,6 +86,7 @@ public:
         m_size = m_capacity = 0;
     }
 
+    /// Exchanges the contents; elements stay where they are in memory.
     void swap(DMVector &other) noexcept
     {
         std::swap(m_elements, other.m_elements);
@@ -121,8 +137,11 @@ private:
 template <class Key, class Value>
 class DMMap {
 public:
+    /// Pairs that there are.
     int size() const { return m_keys.size(); }
+    /// The keys in the order in which they were put.
     const DMVector<Key> &keys() const { return m_keys; }
+    /// The values, in the order of the keys.
     const DMVector<Value> &values() const { return m_values; }
 
     /// @return the index of the first key equal to key; -1 when there is none.
@@ -161,6 +180,7 @@ public:
         m_values.remove(index);
     }
 
+    /// Removes every pair and gives back the storage.
     void clear()
     {
         m_keys.clear();

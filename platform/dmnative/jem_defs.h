@@ -1,12 +1,14 @@
-// The engine's memory, reference counting and smart pointer.
-//
-// Everything that crosses the boundary between the engine and a plug-in lives in the engine's own
-// memory: trees, nodes, strings and vectors come from DmtMemAllocEx and go back with DmtMemFree.
+/// @file
+/// The engine's memory, reference counting and smart pointer.
+///
+/// Everything that crosses the boundary between the engine and a plug-in lives in the engine's own
+/// memory: trees, nodes, strings and vectors come from DmtMemAllocEx and go back with DmtMemFree.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
+/// What the engine's library exports.
 #define DMNATIVE_API __attribute__((visibility("default")))
 
 extern "C" {
@@ -27,9 +29,12 @@ DMNATIVE_API void DmtMemFree(void *block);
 /// that holds it raises that to 1.
 class DMNATIVE_API JemRefCounted {
 public:
+    /// An object that is counted has one place.
     JemRefCounted(const JemRefCounted &) = delete;
+    /// An object that is counted has one place.
     JemRefCounted &operator=(const JemRefCounted &) = delete;
 
+    /// Adds one reference.
     void TakeReference() { ++m_refCount; }
 
     /// Drops one reference. At zero or below the object is destroyed through its virtual deleting
@@ -40,10 +45,12 @@ public:
             delete this;
     }
 
+    /// References that are held now.
     std::int64_t RefCount() const { return m_refCount; }
 
     /// Objects of the engine report this header as their allocation site, whatever their class.
     static void *operator new(std::size_t size) { return DmtMemAllocEx(size, "jem_defs", 255); }
+    /// Gives the block back to the engine.
     static void operator delete(void *object) { DmtMemFree(object); }
 
 protected:
@@ -59,14 +66,19 @@ private:
 template <class T>
 class JemSmartPtr {
 public:
+    /// Holds nothing.
     JemSmartPtr() = default;
+    /// Takes a reference to the object; null holds nothing.
     JemSmartPtr(T *object) : m_object(object) { Acquire(m_object); }
+    /// Takes one more reference to the other's object.
     JemSmartPtr(const JemSmartPtr &other) : m_object(other.m_object) { Acquire(m_object); }
+    /// Takes one more reference to the object of a pointer to a class derived from T.
     template <class U>
     JemSmartPtr(const JemSmartPtr<U> &other) : m_object(other.get())
     {
         Acquire(m_object);
     }
+    /// Drops the reference.
     ~JemSmartPtr() { Drop(m_object); }
 
     /// Takes the new object before it drops the old one, so that an object reachable only through
@@ -82,10 +94,15 @@ public:
         return *this;
     }
 
+    /// Drops the reference and holds nothing.
     void reset() { *this = JemSmartPtr(); }
+    /// The object, which stays the pointer's; null for none.
     T *get() const { return m_object; }
+    /// A member of the object, which must not be null.
     T *operator->() const { return m_object; }
+    /// The object, which must not be null.
     T &operator*() const { return *m_object; }
+    /// Whether there is an object.
     explicit operator bool() const { return m_object != nullptr; }
 
 private:
