@@ -41,50 +41,50 @@ struct DmtDataChunk {
 /// as they were on failure. Paths are relative to the root of the node's tree.
 class DMNATIVE_API DmtNode : public JemRefCounted {
 public:
-    /// Slot 2. The owning tree; DMT_COMMAND_FAILED once that tree is destroyed.
+    /// Slot 2: The owning tree; DMT_COMMAND_FAILED once that tree is destroyed.
     virtual int GetTree(JemSmartPtr<DmtTree> &tree) const = 0;
-    /// Slot 3. Path of the node; empty for the root of its tree.
+    /// Slot 3: Path of the node; empty for the root of its tree.
     virtual int GetPath(DMString &path) const = 0;
-    /// Slot 4. All run-time properties at once, as copies.
+    /// Slot 4: All run-time properties at once, as copies.
     virtual int GetAttributes(DmtAttributes &attributes) const = 0;
-    /// Slot 5. The title for people: UTF-8 text, copied. DMT_NOT_ALLOWED on a read-only node.
+    /// Slot 5: The title for people: UTF-8 text, copied. DMT_NOT_ALLOWED on a read-only node.
     virtual int SetTitle(const char *title) = 0;
-    /// Slot 6. Replaces the access control list, which is copied and not checked. DMT_NOT_ALLOWED
+    /// Slot 6: Replaces the access control list, which is copied and not checked. DMT_NOT_ALLOWED
     /// on a read-only node.
     virtual int SetAcl(const DmtAcl &acl) = 0;
-    /// Slot 7. Called for a server's Get of a leaf. The value is a copy.
+    /// Slot 7: Called for a server's Get of a leaf. The value is a copy.
     virtual int GetValue(DmtData &value) = 0;
-    /// Slot 8. Called for a server's Replace of a leaf. The value is copied. DMT_NOT_ALLOWED on a
+    /// Slot 8: Called for a server's Replace of a leaf. The value is copied. DMT_NOT_ALLOWED on a
     /// read-only or an interior node.
     virtual int SetValue(const DmtData &value) = 0;
-    /// Slot 9. Children in the order in which the node lists them; the output is emptied first.
+    /// Slot 9: Children in the order in which the node lists them; the output is emptied first.
     /// Listed names without a registered node are left out. DMT_NOT_ALLOWED on a leaf,
     /// DMT_COMMAND_FAILED once the tree is destroyed.
     virtual int GetChildNodes(DMVector<JemSmartPtr<DmtNode>> &children) const = 0;
-    /// Slot 10. Whether the node has a value; an interior node has children instead.
+    /// Slot 10: Whether the node has a value; an interior node has children instead.
     virtual bool IsLeaf() const = 0;
-    /// Slot 11. The child of a name, which is one path segment. DMT_NOT_FOUND when there is none,
+    /// Slot 11: The child of a name, which is one path segment. DMT_NOT_FOUND when there is none,
     /// DMT_COMMAND_FAILED once the tree is destroyed.
     virtual int GetChildNode(const char *name, JemSmartPtr<DmtNode> &child) = 0;
-    /// Slot 12. Called for a server's Exec, with its data as UTF-8 text; the result is text for the
+    /// Slot 12: Called for a server's Exec, with its data as UTF-8 text; the result is text for the
     /// server. DMT_NOT_ALLOWED on nodes that cannot be executed.
     virtual int Execute(const char *argument, DMString &result) = 0;
-    /// Slot 13. Last segment of the path; empty for the root of a tree.
+    /// Slot 13: Last segment of the path; empty for the root of a tree.
     virtual int GetNodeName(DMString &name) const = 0;
-    /// Slot 14. The node's name by value.
+    /// Slot 14: The node's name by value.
     virtual DMString GetName() const = 0;
-    /// Slot 15. Begins to read a value in pieces. Slots 15 to 19 answer DMT_FEATURE_NOT_SUPPORTED
+    /// Slot 15: Begins to read a value in pieces. Slots 15 to 19 answer DMT_FEATURE_NOT_SUPPORTED
     /// on nodes whose values fit into one DmtData.
     virtual int GetFirstChunk(DmtDataChunk &chunk) = 0;
-    /// Slot 16. Reads the piece after the one that was read before.
+    /// Slot 16: Reads the piece after the one that was read before.
     virtual int GetNextChunk(DmtDataChunk &chunk) = 0;
-    /// Slot 17. Begins to write a value in pieces.
+    /// Slot 17: Begins to write a value in pieces.
     virtual int SetFirstChunk(DmtDataChunk &chunk) = 0;
-    /// Slot 18. Writes the piece after the one that was written before.
+    /// Slot 18: Writes the piece after the one that was written before.
     virtual int SetNextChunk(DmtDataChunk &chunk) = 0;
-    /// Slot 19. Writes the last piece, with which the value is whole.
+    /// Slot 19: Writes the last piece, with which the value is whole.
     virtual int SetLastChunk(DmtDataChunk &chunk) = 0;
-    /// Slot 20. 1 when the value is moved in pieces (slots 15 to 19), else 0.
+    /// Slot 20: 1 when the value is moved in pieces (slots 15 to 19), else 0.
     virtual std::uint8_t HasChunkedValue() const = 0;
 };
 
@@ -115,19 +115,19 @@ public:
     int SetLastChunk(DmtDataChunk &chunk) override;
     std::uint8_t HasChunkedValue() const override;
 
-    /// Slot 21. Makes the node an interior node without children. One of slots 21 to 24 is called
+    /// Slot 21: Makes the node an interior node without children. One of slots 21 to 24 is called
     /// once, right after construction, before the node is registered with its tree. The path is
     /// relative to the root of the tree; the name is its last segment. A null path is the empty
     /// one.
     /// @return 0
     virtual int Init(JemSmartPtr<DmtPluginTree> tree, const char *path);
-    /// Slot 22. Interior node without children, with the flag that slot 20 reports.
+    /// Slot 22: Interior node without children, with the flag that slot 20 reports.
     virtual int Init(JemSmartPtr<DmtPluginTree> tree, const char *path,
                      unsigned char hasChunkedValue);
-    /// Slot 23. Leaf with its first value and the flag that slot 20 reports.
+    /// Slot 23: Leaf with its first value and the flag that slot 20 reports.
     virtual int Init(JemSmartPtr<DmtPluginTree> tree, const char *path, const DmtData &value,
                      unsigned char hasChunkedValue);
-    /// Slot 24. Interior node that lists these children. A listed child appears once a node is
+    /// Slot 24: Interior node that lists these children. A listed child appears once a node is
     /// registered for it.
     virtual int Init(JemSmartPtr<DmtPluginTree> tree, const char *path,
                      const DMStringVector &childNames);

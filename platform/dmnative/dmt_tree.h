@@ -23,48 +23,48 @@ struct DmtOverlayPluginSyncData {
 /// as they were on failure unless stated.
 class DMNATIVE_API DmtTree : public JemRefCounted {
 public:
-    /// Slot 2. DMT_NOT_FOUND for a path without a registered node; the output stays as it was.
+    /// Slot 2: The node at a path. DMT_NOT_FOUND when none is registered there.
     virtual int GetNode(const char *path, JemSmartPtr<DmtNode> &node) = 0;
-    /// Slot 3. Removes the node and everything beneath it. DMT_NOT_ALLOWED in a read-only tree,
+    /// Slot 3: Removes the node and everything beneath it. DMT_NOT_ALLOWED in a read-only tree,
     /// DMT_NOT_FOUND when there is no node.
     virtual int DeleteNode(const char *path) = 0;
-    /// Slot 4. Copies the node and everything beneath it to a new path. DMT_FEATURE_NOT_SUPPORTED
+    /// Slot 4: Copies the node and everything beneath it to a new path. DMT_FEATURE_NOT_SUPPORTED
     /// in trees that do not copy.
     virtual int Clone(const char *path, const char *newPath) = 0;
-    /// Slot 5. Gives a node another name, which is one path segment; it keeps its place among its
+    /// Slot 5: Gives a node another name, which is one path segment; it keeps its place among its
     /// siblings. DMT_NOT_ALLOWED in a read-only tree, else as DmtRWPluginNode::Rename.
     virtual int RenameNode(const char *path, const char *newName) = 0;
-    /// Slot 6. Called for a server's Add of a leaf, with its value; hands out the new node.
+    /// Slot 6: Called for a server's Add of a leaf, with its value; hands out the new node.
     /// DMT_NOT_ALLOWED in a read-only tree.
     virtual int CreateLeafNode(const char *path, JemSmartPtr<DmtNode> &node,
                                const DmtData &value) = 0;
-    /// Slot 7. As slot 6; the last argument is the flag that slot 20 of a node reports.
+    /// Slot 7: As slot 6; the last argument is the flag that slot 20 of a node reports.
     virtual int CreateLeafNode(const char *path, JemSmartPtr<DmtNode> &node, const DmtData &value,
                                unsigned char hasChunkedValue) = 0;
-    /// Slot 8. Called for a server's Add of an interior node, which has no children yet; hands out
+    /// Slot 8: Called for a server's Add of an interior node, which has no children yet; hands out
     /// the new node. DMT_NOT_ALLOWED in a read-only tree.
     virtual int CreateInteriorNode(const char *path, JemSmartPtr<DmtNode> &node) = 0;
-    /// Slot 9. The values of the leaf children of a node. On failure the map is empty or holds what
+    /// Slot 9: The values of the leaf children of a node. On failure the map is empty or holds what
     /// was collected before the failure. DMT_FEATURE_NOT_SUPPORTED in trees without it.
     virtual int GetChildValuesMap(const char *path, DmtChildValuesMap &values) = 0;
-    /// Slot 10. Writes values to the children of a node in the order of the map and stops at the
+    /// Slot 10: Writes values to the children of a node in the order of the map and stops at the
     /// first failure; what was written before it stays. DMT_NOT_ALLOWED in trees without it.
     virtual int SetChildValuesMap(const char *path, const DmtChildValuesMap &values) = 0;
-    /// Slot 11. Names of a node's children in listed order; the output is emptied first. Fails as
+    /// Slot 11: Names of a node's children in listed order; the output is emptied first. Fails as
     /// slot 2 for the node, or as slot 9 of the node.
     virtual int GetChildNodeNames(const char *path, DMStringVector &names) = 0;
-    /// Slot 12. Writes what is held back; 0 when nothing is.
+    /// Slot 12: Writes what is held back; 0 when nothing is.
     virtual int Flush() = 0;
-    /// Slot 13. Keeps what was changed since Begin. DMT_FEATURE_NOT_SUPPORTED in trees without it.
+    /// Slot 13: Keeps what was changed since Begin. DMT_FEATURE_NOT_SUPPORTED in trees without it.
     virtual int Commit() = 0;
-    /// Slot 14. Takes back what was changed since Begin. DMT_FEATURE_NOT_SUPPORTED in trees without
+    /// Slot 14: Takes back what was changed since Begin. DMT_FEATURE_NOT_SUPPORTED in trees without
     /// transactions.
     virtual int Rollback() = 0;
-    /// Slot 15. Begins a transaction. DMT_FEATURE_NOT_SUPPORTED in trees without them.
+    /// Slot 15: Begins a transaction. DMT_FEATURE_NOT_SUPPORTED in trees without them.
     virtual int Begin() = 0;
-    /// Slot 16. Whether changes wait for Commit.
+    /// Slot 16: Whether changes wait for Commit.
     virtual bool IsAtomic() const = 0;
-    /// Slot 17. Server identifier on whose behalf the tree is used; empty when there is none.
+    /// Slot 17: Server identifier on whose behalf the tree is used; empty when there is none.
     virtual DMString GetPrincipal() const = 0;
 };
 
@@ -90,41 +90,40 @@ public:
     bool IsAtomic() const override;
     DMString GetPrincipal() const override;
 
-    /// Slot 18. Slots 18 to 20 and 22 to 25 are for overlays: nodes that are added on top of a
-    /// read-only tree. This one tells of an added node. @return DMT_FEATURE_NOT_SUPPORTED
+    /// Slot 18: Tells of a node that was added to the overlay. Slots 18 to 20 and 22 to 25 are for
+    /// overlays: nodes on top of a read-only tree. @return DMT_FEATURE_NOT_SUPPORTED
     virtual int OnAdd(const char *path, DMVector<unsigned char> &cookie);
-    /// Slot 19. Tells of a node of the overlay that was deleted. @return DMT_FEATURE_NOT_SUPPORTED
+    /// Slot 19: Tells of a node of the overlay that was deleted. @return DMT_FEATURE_NOT_SUPPORTED
     virtual int OnDelete(const char *path);
-    /// Slot 20. Nodes beneath a path that differ from the overlay's. @return
+    /// Slot 20: Nodes beneath a path that differ from the overlay's. @return
     /// DMT_FEATURE_NOT_SUPPORTED
     virtual int Synchronize(const char *path, DMVector<DmtOverlayPluginSyncData> &changes);
-    /// Slot 21. Tells the tree that the engine is done with it; the nodes go with the last
+    /// Slot 21: Tells the tree that the engine is done with it; the nodes go with the last
     /// reference. @return 0
     virtual int Release();
-    /// Slot 22. The node of the overlay at a path. @return null, since this base has none
+    /// Slot 22: The node of the overlay at a path. @return null, since this base has none
     virtual JemSmartPtr<DmtNode> FindAddedNode(const char *path);
-    /// Slot 23. The nearest node of the overlay above a path. @return null, since this base has
-    /// none
+    /// Slot 23: The node of the overlay above a path. @return null, since this base has none
     virtual JemSmartPtr<DmtNode> FindAddedParentNode(const char *path);
-    /// Slot 24. Puts a node into the overlay. @return DMT_FEATURE_NOT_SUPPORTED
+    /// Slot 24: Puts a node into the overlay. @return DMT_FEATURE_NOT_SUPPORTED
     virtual int SetAddedNode(JemSmartPtr<DmtNode> node);
-    /// Slot 25. Takes a node out of the overlay. @return DMT_FEATURE_NOT_SUPPORTED
+    /// Slot 25: Takes a node out of the overlay. @return DMT_FEATURE_NOT_SUPPORTED
     virtual int RemoveAddedNode(const char *path);
-    /// Slot 26. Called once, from the constructor of the plug-in's tree, with the mount path, which
+    /// Slot 26: Called once, from the constructor of the plug-in's tree, with the mount path, which
     /// is copied. @return 0
     virtual int Init(const char *rootPath);
-    /// Slot 27. Mount path, a slash, and path; the mount path alone for the empty path or null.
+    /// Slot 27: Mount path, a slash, and path; the mount path alone for the empty path or null.
     /// @return 0
     virtual int GetFullPath(const char *path, DMString &fullPath) const;
-    /// Slot 28. Asks the tree whether it is sound. @return 0, since this base has nothing to check
+    /// Slot 28: Asks the tree whether it is sound. @return 0, since this base has nothing to check
     virtual int Verify();
-    /// Slot 29. A parameter of the tree by name. @return DMT_NOT_FOUND, since this base has none
+    /// Slot 29: A parameter of the tree by name. @return DMT_NOT_FOUND, since this base has none
     virtual int GetParameter(const char *name, DMString &value);
-    /// Slot 30. Notes a command for a later roll-back. DMT_FEATURE_NOT_SUPPORTED in a read-only
+    /// Slot 30: Notes a command for a later roll-back. DMT_FEATURE_NOT_SUPPORTED in a read-only
     /// tree; DmtRWPluginTree notes nothing and answers 0.
     virtual int LogCommand(unsigned char command, const char *path, unsigned char phase,
                            const DmtNode *node);
-    /// Slot 31. As DeleteNode of these bases, which a tree may have replaced. DMT_NOT_ALLOWED in a
+    /// Slot 31: As DeleteNode of these bases, which a tree may have replaced. DMT_NOT_ALLOWED in a
     /// read-only tree, DMT_NOT_FOUND when there is no node.
     virtual int RemoveNode(const char *path);
 
@@ -188,10 +187,9 @@ public:
     int CreateInteriorNode(const char *path, JemSmartPtr<DmtNode> &node) override;
     int GetChildValuesMap(const char *path, DmtChildValuesMap &values) override;
     int SetChildValuesMap(const char *path, const DmtChildValuesMap &values) override;
-    /// Slots 12 to 16. Every change of this base takes effect at once: Flush and Commit succeed,
-    /// Begin and Rollback answer DMT_FEATURE_NOT_SUPPORTED, IsAtomic is false.
+    /// 0: every change of this base takes effect at once.
     int Flush() override;
-    /// 0, since every change has taken effect.
+    /// 0, as Flush.
     int Commit() override;
     /// DMT_FEATURE_NOT_SUPPORTED.
     int Rollback() override;
@@ -204,16 +202,16 @@ public:
                    const DmtNode *node) override;
     int RemoveNode(const char *path) override;
 
-    /// Slot 32. Where slots 6 and 7 arrive; forwards to slot 35. @return what that answers
+    /// Slot 32: Where slots 6 and 7 arrive; forwards to slot 35. @return what that answers
     virtual int CreateLeafNodeForwarder(const char *path, JemSmartPtr<DmtNode> &node,
                                         const DmtData &value);
-    /// Slot 33. File that LogCommand writes to; not owned, may be null.
+    /// Slot 33: File that LogCommand writes to; not owned, may be null.
     virtual void setLogFileHandle(DMFileHandler *file);
-    /// Slot 34. Registers a new interior node that lists the given children, in place of one that
+    /// Slot 34: Registers a new interior node that lists the given children, in place of one that
     /// is there, and hands it out. @return 0, or what SetNode answers
     virtual int CreateInteriorNodeInternal(const char *path, JemSmartPtr<DmtNode> &node,
                                            const DMStringVector &childNames);
-    /// Slot 35. Registers a new leaf, in place of a node that is there, and hands it out. @return
+    /// Slot 35: Registers a new leaf, in place of a node that is there, and hands it out. @return
     /// 0, or what SetNode answers
     virtual int CreateLeafNodeInternal(const char *path, JemSmartPtr<DmtNode> &node,
                                        const DmtData &value);
