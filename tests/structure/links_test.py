@@ -12,7 +12,8 @@ import unittest
 TOP = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(TOP / "tests" / "handset"))
 import documented_files
-LINK = re.compile(r"(?<!!)\[[^\]]*\]\(([^)\s]+)\)|!\[[^\]]*\]\(([^)\s]+)\)")
+# The target of a link or an image, one of them perhaps around the other; a title may follow it.
+LINK = re.compile(r"\]\(([^)\s]+)(?:\s+\"[^\"]*\")?\)")
 # Two names with a slash between them that begin with a folder of the sources.
 PATH = re.compile(r"`([\w.-]+/[\w./*-]+)`")
 
@@ -23,7 +24,21 @@ def documents():
 
 
 def without_code(text):
-    return re.sub(r"^```.*?^```$|^    [^\n]*$", "", text, flags=re.MULTILINE | re.DOTALL)
+    """Without blocks of code: fenced ones, and those that are indented, which list items go on with otherwise."""
+    kept = []
+    is_fenced = is_list = False
+    for line in text.splitlines():
+        if line.lstrip().startswith("```"):
+            is_fenced = not is_fenced
+        elif not is_fenced and (is_list or not line.startswith("    ")):
+            kept.append(line)
+            if line and not line.startswith(" "):
+                is_list = bool(re.match(r"(?:[-*+]|\d+\.) ", line))
+    return "\n".join(kept)
+
+
+def without_spans(text):
+    return re.sub(r"(`+).+?\1", "", without_code(text))
 
 
 def anchors(document):
@@ -32,11 +47,32 @@ def anchors(document):
     return {re.sub(r"[^\w\- ]", "", heading.lower()).replace(" ", "-") for heading in headings}
 
 
+SAMPLE = """[a](one) [![b](two.png)](three) [c](four "Title") `[d](none)`
+
+- item
+
+    [e](five)
+    ```
+    [f](none)
+    ```
+
+End.
+
+    [g](none)
+```
+[h](none)
+```
+"""
+
+
 class LinksTest(unittest.TestCase):
+    def test_links_are_found_wherever_they_can_stand(self):
+        self.assertEqual(LINK.findall(without_spans(SAMPLE)), ["one", "two.png", "three", "four", "five"])
+
     def test_links_lead_somewhere(self):
         lost = []
         for document in documents():
-            for link in ("".join(groups) for groups in LINK.findall(without_code(document.read_text(encoding="utf-8")))):
+            for link in LINK.findall(without_spans(document.read_text(encoding="utf-8"))):
                 file, _, anchor = link.partition("#")
                 if re.match(r"[a-z]+:", link):
                     continue

@@ -1,6 +1,7 @@
-"""Commands and options of dmclient and napictl that a document names are there."""
+"""Commands and options of the programs that a document names are there."""
 
 import functools
+import os
 import pathlib
 import re
 import shlex
@@ -10,9 +11,13 @@ import unittest
 from handset import DMCLIENT, NAPICTL
 
 TOP = pathlib.Path(__file__).resolve().parents[3]
-PROGRAMS = {"dmclient": DMCLIENT, "napictl": NAPICTL}
-# A line of a block of commands, or a span of code within a sentence.
-COMMAND = re.compile(r"^(?:    |\$ )?((?:dmclient|napictl) .*)$|`((?:dmclient|napictl) [^`]*)`", re.MULTILINE)
+WITH_COMMANDS = {"dmclient": DMCLIENT, "napictl": NAPICTL}
+PROGRAMS = {**WITH_COMMANDS, "dmclientd": os.environ["DMCLIENTD"], "dm-plugin-check": os.environ["DM_PLUGIN_CHECK"]}
+NAME = rf"(?:{'|'.join(PROGRAMS)}) "
+# A line of a block of commands, perhaps behind the assignments and the program that it begins with, or a span of code
+# within a sentence.
+COMMAND = re.compile(rf"^(?:    |[$#] )?(?:\w+=\S* |sudo )*({NAME}.*)$|`({NAME}[^`]*)`", re.MULTILINE)
+CONTINUED = re.compile(r"\\\n(?:> )?\s*")
 
 
 def documents():
@@ -22,12 +27,14 @@ def documents():
 
 @functools.cache
 def help_of(program, *command):
-    result = subprocess.run([PROGRAMS[program], "help", *command], capture_output=True, text=True, timeout=60,
-                            check=False)
+    words = ["help", *command] if program in WITH_COMMANDS else ["--help"]
+    result = subprocess.run([PROGRAMS[program], *words], capture_output=True, text=True, timeout=60, check=False)
     return result.stdout if result.returncode == 0 else ""
 
 
 def commands_of(program):
+    if program not in WITH_COMMANDS:
+        return []
     table = help_of(program).split("Commands:\n")[1].split("\n\n")[0]
     return re.findall(r"^  ([\w-]+)", table, re.MULTILINE) + (["stored", "quit"] if program == "dmclient" else [])
 
@@ -46,12 +53,14 @@ class DocumentedWordsTest(unittest.TestCase):
         unknown = []
         named = 0
         for document in documents():
-            for line in ("".join(groups) for groups in COMMAND.findall(document.read_text(encoding="utf-8"))):
+            text = CONTINUED.sub(" ", document.read_text(encoding="utf-8"))
+            for line in ("".join(groups) for groups in COMMAND.findall(text)):
                 program, *words = words_of(line)
                 command = next((word for word in words if word in commands_of(program)), None)
                 options = [word.split("=")[0] for word in words if re.match(r"--[a-z]", word)]
                 # Options before the command may have values, which are not looked at.
-                if words and not words[0].startswith("-") and words[0].islower() and command != words[0]:
+                if (program in WITH_COMMANDS and words and not words[0].startswith("-") and words[0].islower()
+                        and command != words[0]):
                     unknown.append(f"{document.relative_to(TOP)}: {line}")
                 known = help_of(program) + (help_of(program, command) if command else "")
                 unknown += [f"{document.relative_to(TOP)}: {option} in {line}" for option in options
