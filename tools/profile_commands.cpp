@@ -376,7 +376,9 @@ ExitStatus runClone(Output &output, const Invocation &invocation)
 ExitStatus runDelete(Output &output, const Invocation &invocation)
 {
     const auto [names, found] = findProfiles(output, invocation.arguments);
-    ExitStatus exitStatus = found;
+    if (found != ExitStatus::Success)
+        return found;
+    ExitStatus exitStatus = ExitStatus::Success;
     for (const QString &name : names)
         exitStatus = worse(
             exitStatus, reportResult(output, name, NAPI_DeleteProfile(name.toUtf8().constData())));

@@ -18,15 +18,17 @@ QStringList matchesOf(const QString &pattern, const QStringList &stored)
     return expression.isValid() ? stored.filter(expression) : QStringList();
 }
 
+QStringList meantBy(const QString &argument, const QStringList &stored)
+{
+    if (stored.contains(argument))
+        return {argument};
+    return isPattern(argument) ? matchesOf(argument, stored) : QStringList();
+}
+
 } // namespace
 
 MeantProfiles findProfiles(Output &output, const QStringList &arguments)
 {
-    if (std::ranges::none_of(arguments, isPattern)) {
-        QStringList names = arguments;
-        names.removeDuplicates();
-        return {names};
-    }
     QList<QByteArray> listed;
     if (const int status = listProfileNames(listed); status != NAPI_OK)
         return {{}, reportResult(output, {}, status)};
@@ -35,16 +37,14 @@ MeantProfiles findProfiles(Output &output, const QStringList &arguments)
         stored += QString::fromUtf8(name);
     MeantProfiles meant;
     for (const QString &argument : arguments) {
-        if (!isPattern(argument) || stored.contains(argument)) {
-            meant.names += argument;
-            continue;
-        }
-        const QStringList matches = matchesOf(argument, stored);
-        if (matches.isEmpty())
-            meant.exitStatus =
-                output.problem(argument + QStringLiteral(": there is no profile of such a name"),
-                               ExitStatus::Failed);
-        meant.names += matches;
+        const QStringList names = meantBy(argument, stored);
+        if (names.isEmpty())
+            meant.exitStatus = output.problem(
+                argument + (isPattern(argument)
+                                ? QStringLiteral(": there is no profile of such a name")
+                                : QStringLiteral(": ") + serviceText(NAPI_ERROR_NOT_FOUND)),
+                ExitStatus::Failed);
+        meant.names += names;
     }
     meant.names.removeDuplicates();
     return meant;

@@ -14,6 +14,6 @@ struct MeantProfiles {
 };
 
 /// An argument that is the name of a profile means that one. Any other with *, ? or [ is a pattern
-/// of a shell, and means all profiles whose names it matches, in the order of their IDs; one that
-/// matches none is reported. What is neither stays, for the service to say what is wrong with it.
+/// of a shell, and means all profiles whose names it matches, in the order of their IDs. Each
+/// argument that means no profile is reported.
 MeantProfiles findProfiles(Output &output, const QStringList &arguments);
