@@ -24,8 +24,6 @@ QList<Column> allColumns();
 /// @return the columns in that order, or which one there is not
 support::Expected<QList<Column>, QString> chooseColumns(const QString &names);
 
-enum class Secrets { Masked, Shown };
-
 /// A value as "set" takes it, the parts with commas between them. A mask for a password that is not
 /// empty, unless it is shown.
 QString plainText(const Column &column, const StoredProfile &profile, Secrets secrets);

@@ -250,11 +250,8 @@ namespace {
 
 QString rawMap(const StoredProfile &profile, Secrets secrets)
 {
-    NAP_PROFILE_S shown = profile.record;
-    if (secrets == Secrets::Masked)
-        profile_record::overwriteSecrets(shown);
     return QStringLiteral("%1, ID %2\n").arg(printable(profile.name)).arg(profile.id) +
-           rawRecord(shown);
+           rawRecord(profile.record, secrets);
 }
 
 QString shownProfile(const StoredProfile &profile, const Presentation &presentation,

@@ -23,6 +23,9 @@ enum class FieldKind {
     BitRate   ///< bit/s
 };
 
+/// How secrets that are not empty are shown.
+enum class Secrets { Masked, Shown };
+
 /// A group of fields. A bearer or proxy exists when its address is not empty.
 struct ProfilePart {
     const char *name;  ///< as in field names, "gprs"

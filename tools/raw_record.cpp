@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "record_fields.h"
+#include "secret_mask.h"
 
 using ByteKind = profile_record::FieldKind;
 using profile_record::RecordField;
@@ -41,18 +42,22 @@ QString meaningOf(const RecordField &field, const NAP_PROFILE_S &record, QByteAr
     return {};
 }
 
-QString line(const QString &place, const QString &field, QByteArrayView bytes,
+QString hexOf(QByteArrayView bytes)
+{
+    return QString::fromLatin1(bytes.toByteArray().toHex(' '));
+}
+
+QString line(const QString &place, const QString &field, const QString &bytes,
              const QString &meaning)
 {
-    const QString hex = QString::fromLatin1(bytes.toByteArray().toHex(' '));
     QString text = QStringLiteral("%1  %2  %3  %4")
-                       .arg(place, field, hex.leftJustified(3 * bytesOfALine - 1), meaning);
+                       .arg(place, field, bytes.leftJustified(3 * bytesOfALine - 1), meaning);
     while (text.endsWith(u' '))
         text.chop(1);
     return text + u'\n';
 }
 
-QString linesOf(const RecordField &field, const NAP_PROFILE_S &record)
+QString linesOf(const RecordField &field, const NAP_PROFILE_S &record, Secrets secrets)
 {
     const std::string_view all = bytesOf(field, record);
     const QByteArrayView bytes(all.data(), static_cast<qsizetype>(all.size()));
@@ -63,13 +68,17 @@ QString linesOf(const RecordField &field, const NAP_PROFILE_S &record)
             .arg(bytes.size(), 4)
             .arg(QLatin1StringView(field.name.data(), static_cast<qsizetype>(field.name.size())),
                  -16);
+    // Also when the password ends at once: the bytes after it may be left of a longer one.
+    if (field.kind == ByteKind::Secret && secrets == Secrets::Masked && used > 0)
+        return line(hexNumber(field.offset), title, QStringLiteral("masked"),
+                    QString::fromLatin1(support::secretMask));
     QString text;
     qsizetype at = 0;
     for (; at == 0 || at < used; at += bytesOfALine) {
         const QByteArrayView part =
             bytes.sliced(at).first(std::min(bytesOfALine, bytes.size() - at));
         text += line(hexNumber(field.offset + static_cast<std::size_t>(at)),
-                     at == 0 ? title : QString(title.size(), u' '), part,
+                     at == 0 ? title : QString(title.size(), u' '), hexOf(part),
                      meaningOf(field, record, part));
     }
     return at < bytes.size() ? text + QStringLiteral("*\n") : text;
@@ -77,11 +86,11 @@ QString linesOf(const RecordField &field, const NAP_PROFILE_S &record)
 
 } // namespace
 
-QString rawRecord(const NAP_PROFILE_S &record)
+QString rawRecord(const NAP_PROFILE_S &record, Secrets secrets)
 {
     QString text =
         QStringLiteral("PLACE  SIZE  FIELD             BYTES                    VALUE\n");
     for (const RecordField &field : profile_record::recordFields)
-        text += linesOf(field, record);
+        text += linesOf(field, record, secrets);
     return text;
 }

@@ -158,9 +158,11 @@ QString differences(const FileProfile &profile, Secrets secrets)
         if (fieldText(field, stored.record) == fieldText(field, inFile.record))
             continue;
         const Column column = {Column::Content::Field, &field};
-        lines += QStringLiteral("- %1=%2\n+ %1=%3\n")
-                     .arg(nameOf(column), printable(plainText(column, stored, secrets)),
-                          printable(plainText(column, inFile, secrets)));
+        const QString before = plainText(column, stored, secrets);
+        const QString after = plainText(column, inFile, secrets);
+        lines += QStringLiteral("- %1=%2\n+ %1=%3%4\n")
+                     .arg(nameOf(column), printable(before), printable(after),
+                          QLatin1StringView(before == after ? " (changed)" : "")); // two masks
     }
     return lines;
 }

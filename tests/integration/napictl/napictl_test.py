@@ -687,11 +687,15 @@ class RawRecordTest(NapictlTest):
         self.assertLess(max(map(len, shown)), 80)
 
     def test_passwords_and_what_is_left_of_longer_ones_are_masked(self):
-        record = bytearray(1168)
-        record[0xD0:0xD8] = b"new\0left"
-        self.put(bytes(record))
-        masked = self.napictl("show", "Office", "--raw")
-        self.assertIn("0x0d0   100  gprsAuthPassword  2a 2a 2a 00 2a 2a 2a 2a  ***.****\n*\n", masked)
+        maps = set()
+        for secret in (b"x", b"y" * 100, b"\0left", b"new\0left"):
+            record = bytearray(1168)
+            record[0xD0:0xD0 + len(secret)] = secret
+            self.put(bytes(record))
+            maps.add(self.napictl("show", "Office", "--raw"))
+        [masked] = maps
+        self.assertIn("0x0d0   100  gprsAuthPassword  masked                   ********\n0x134", masked)
+        self.assertIn("  csdAuthPassword   00 00 00 00 00 00 00 00  ........\n*\n", masked)
         shown = self.napictl("show", "Office", "--raw", "--show-secrets")
         self.assertIn("6e 65 77 00 6c 65 66 74  new.left\n", shown)
 
@@ -906,7 +910,7 @@ class PlannedImportTest(NapictlTest):
     def test_diff_shows_passwords_only_on_request(self):
         file = self.write("f", [self.change(authPassword="new"), {"name": "Old"}, {"name": "Older"}])
         self.assertEqual(self.refused(DIFFERENT, "diff", file).stdout,
-                         "Office:\n- gprs.authPassword=********\n+ gprs.authPassword=********\n")
+                         "Office:\n- gprs.authPassword=********\n+ gprs.authPassword=******** (changed)\n")
         shown = self.run_napictl("diff", file, "--show-secrets")
         self.assertEqual((shown.returncode, shown.stdout),
                          (DIFFERENT, f"Office:\n- gprs.authPassword={SECRET}\n+ gprs.authPassword=new\n"))
