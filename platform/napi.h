@@ -59,7 +59,9 @@ typedef struct NAP_PROFILE_S {
     uint32_t csdDns2;         ///< second name server, an IPv4 address
     uint16_t csdLinger;       ///< seconds that an idle connection is kept
     uint8_t reserved23A;      ///< of the service
-    uint8_t csdSpeedCode;     ///< line type and bit rate in one code; 0 when no rate is set
+    /// Line type and bit rate in one code: 0x04, 0x06, 0x07 and 0x0E are 2400, 4800, 9600 and 14400
+    /// bit/s of a modem, 0x44, 0x46, 0x47 and 0x4B the same of ISDN; 0 when no rate is set.
+    uint8_t csdSpeedCode;
 
     /* second set of circuit-switched data, bearer "GSM-CSD2" */
     char csd2Address[44];      ///< dial number
@@ -70,18 +72,18 @@ typedef struct NAP_PROFILE_S {
     uint32_t csd2Dns2;         ///< second name server, an IPv4 address
     uint16_t csd2Linger;       ///< seconds that an idle connection is kept
     uint8_t reserved2F6;       ///< of the service
-    uint8_t csd2SpeedCode;     ///< line type and bit rate in one code; 0 when no rate is set
+    uint8_t csd2SpeedCode;     ///< as csdSpeedCode
 
     /* proxy slots */
     char proxy1Address[100]; ///< host name or IP address of the proxy
     uint16_t proxy1Port;     ///< port number of the proxy
-    char proxy1Text[100];    ///< further text of the slot, which goes with it
-    uint8_t proxy1Byte;      ///< further byte of the slot, which goes with it
+    char proxy1Text[100];    ///< of the slot; no node of the management tree shows it
+    uint8_t proxy1Byte;      ///< of the slot; no node of the management tree shows it
     char proxy2Address[100]; ///< host name or IP address of the proxy
     uint8_t reserved427;     ///< of the service
     uint16_t proxy2Port;     ///< port number of the proxy
-    char proxy2Text[100];    ///< further text of the slot, which goes with it
-    uint8_t proxy2Byte;      ///< further byte of the slot, which goes with it
+    char proxy2Text[100];    ///< of the slot; no node of the management tree shows it
+    uint8_t proxy2Byte;      ///< of the slot; no node of the management tree shows it
     uint8_t reserved48F;     ///< of the service
 } NAP_PROFILE_S;
 
@@ -186,7 +188,8 @@ int NAPI_GetProfileNameByID(unsigned int id, char *name);
 ///         asked.
 int NAPI_GetMaxProfiles(void);
 
-/// @return 0 when a profile of that name is stored, any other value when not.
+/// @return NAPI_OK when a profile of that name is stored, NAPI_ERROR_NOT_FOUND when it is not, any
+///         other status when that cannot be told.
 int NAPI_IsProfileValid(const char *name);
 
 #ifdef __cplusplus

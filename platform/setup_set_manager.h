@@ -15,21 +15,21 @@ class SettingsFile;
 /// without a value; the two are never mixed up. Any text is a possible group, key and value.
 class KUBAPPBASE_API SETUP_SET_Manager {
 public:
-    /// Reads the file. A missing file is an empty one; a file that cannot be read or is too large
-    /// is reported on stderr and treated as empty; a malformed line is skipped. The flag is the
-    /// library's own; pass false.
+    /// Reads the file. A missing file is an empty one; a file that cannot be read or is larger
+    /// than 4 MiB is reported on stderr and treated as empty; a malformed line is reported, too,
+    /// and skipped. The flag is the library's own; pass false.
     SETUP_SET_Manager(const QString &path, bool);
     /// Drops what was not flushed.
     virtual ~SETUP_SET_Manager();
-    /// Two objects for one file would not know of each other's changes.
+    /// Each object has changes of its own, which its flush writes.
     SETUP_SET_Manager(const SETUP_SET_Manager &) = delete;
-    /// Two objects for one file would not know of each other's changes.
+    /// Each object has changes of its own, which its flush writes.
     SETUP_SET_Manager &operator=(const SETUP_SET_Manager &) = delete;
 
     /// Replaces the file by what is in memory; readers see the old file or the new one, never a
     /// part.
-    /// @return false when the file cannot be written: it is then as it was, and memory keeps the
-    ///         changes.
+    /// @return false when the file cannot be written, or would be larger than 4 MiB: it is then as
+    ///         it was, and memory keeps the changes.
     virtual bool flush();
 
     /// @return every entry of the group by key; an unknown group has none.

@@ -63,11 +63,12 @@ public:
     virtual int GetChildNodes(DMVector<JemSmartPtr<DmtNode>> &children) const = 0;
     /// Slot 10: Whether the node has a value; an interior node has children instead.
     virtual bool IsLeaf() const = 0;
-    /// Slot 11: The child of a name, which is one path segment. DMT_NOT_FOUND when there is none,
-    /// DMT_COMMAND_FAILED once the tree is destroyed.
+    /// Slot 11: The child of a name, which is one path segment and not null. DMT_NOT_FOUND when
+    /// there is none, DMT_COMMAND_FAILED once the tree is destroyed.
     virtual int GetChildNode(const char *name, JemSmartPtr<DmtNode> &child) = 0;
-    /// Slot 12: Called for a server's Exec, with its data as UTF-8 text; the result is text for the
-    /// server. DMT_NOT_ALLOWED on nodes that cannot be executed.
+    /// Slot 12: Called for a server's Exec, with its data as text. The result stays with the
+    /// engine: the DM protocol has no way to send it. DMT_NOT_ALLOWED on nodes that cannot be
+    /// executed.
     virtual int Execute(const char *argument, DMString &result) = 0;
     /// Slot 13: Last segment of the path; empty for the root of a tree.
     virtual int GetNodeName(DMString &name) const = 0;
@@ -141,8 +142,8 @@ protected:
     DMString m_name;                ///< last segment of m_path
     DmtData m_value;                ///< value that the engine keeps for a leaf
     DMStringVector m_childNames;    ///< as given to Init; the tree keeps the living list
-    DMString m_title;               ///< as SetTitle was given it
-    DmtAcl m_acl;                   ///< as SetAcl was given it
+    DMString m_title;               ///< as GetAttributes tells it
+    DmtAcl m_acl;                   ///< as GetAttributes tells it
     std::uint8_t m_isLeaf;          ///< 1 for a leaf, 0 for an interior node
     std::uint8_t m_hasChunkedValue; ///< as slot 20 reports it
     std::uint64_t m_reserved[2];    ///< room for the engine; keeps the published size
@@ -168,9 +169,9 @@ public:
     int SetValue(const DmtData &value) override;
 
     /// Gives the node a new name and moves everything beneath it along; it keeps its place among
-    /// its siblings. @return DMT_NOT_FOUND for a node that is not registered, DMT_NOT_ALLOWED for
-    /// the root of a tree or a name that is empty or has a slash, DMT_ALREADY_EXISTS for a taken
-    /// name.
+    /// its siblings. @return DMT_NOT_ALLOWED for the root of a tree, or a name that is null, empty
+    /// or has a slash; DMT_COMMAND_FAILED once the tree is destroyed; DMT_NOT_FOUND for a node that
+    /// is not registered; DMT_ALREADY_EXISTS for a taken name, the node's own among them.
     int Rename(const char *newName);
 
 protected:

@@ -3,7 +3,7 @@
 #pragma once
 
 /// What an operation answers. Codes from 404 on are those of the DM protocol; an engine hands them
-/// on to the server.
+/// on to the server, which gets 500 for a code that the protocol does not have.
 enum DmtStatus : int {
     DMT_OK = 0,                      ///< done
     DMT_FAILED = 1,                  ///< a plug-in's own refusal; the engine answers 500 for it

@@ -23,7 +23,7 @@ struct DmtOverlayPluginSyncData {
 /// as they were on failure unless stated.
 class DMNATIVE_API DmtTree : public JemRefCounted {
 public:
-    /// Slot 2: The node at a path. DMT_NOT_FOUND when none is registered there.
+    /// Slot 2: The node at a path; null is the root. DMT_NOT_FOUND when none is registered there.
     virtual int GetNode(const char *path, JemSmartPtr<DmtNode> &node) = 0;
     /// Slot 3: Removes the node and everything beneath it. DMT_NOT_ALLOWED in a read-only tree,
     /// DMT_NOT_FOUND when there is no node.
@@ -127,9 +127,10 @@ public:
     /// read-only tree, DMT_NOT_FOUND when there is no node.
     virtual int RemoveNode(const char *path);
 
-    /// Registers the node at the path, or replaces the one that is there. The tree holds one
-    /// reference from then on. A path that its parent does not list yet is appended to the parent's
-    /// children. @return 0; DMT_COMMAND_FAILED for a null node
+    /// Registers the node, a DmtPluginNode, at the path, or replaces the one that is there; what is
+    /// beneath that stays. The tree holds one reference from then on. A path that its parent does
+    /// not list yet is appended to the parent's children. @return 0; DMT_COMMAND_FAILED for a null
+    /// node
     int SetNode(const char *path, JemSmartPtr<DmtNode> node);
 
     /// The path at which the tree is mounted; the null string before Init.
@@ -176,7 +177,7 @@ public:
     /// Removes the node, everything beneath it and the parent's mention of it; DMT_NOT_FOUND when
     /// there is none.
     int DeleteNode(const char *path) override;
-    /// As DmtRWPluginNode::Rename; DMT_NOT_FOUND when there is no node.
+    /// As DmtRWPluginNode::Rename of the node, which must be one; DMT_NOT_FOUND when there is none.
     int RenameNode(const char *path, const char *newName) override;
     /// Ends in slot 32.
     int CreateLeafNode(const char *path, JemSmartPtr<DmtNode> &node, const DmtData &value) override;
@@ -205,7 +206,8 @@ public:
     /// Slot 32: Where slots 6 and 7 arrive; forwards to slot 35. @return what that answers
     virtual int CreateLeafNodeForwarder(const char *path, JemSmartPtr<DmtNode> &node,
                                         const DmtData &value);
-    /// Slot 33: File that LogCommand writes to; not owned, may be null.
+    /// Slot 33: File for a LogCommand that writes, which that of this base does not. Not owned, may
+    /// be null.
     virtual void setLogFileHandle(DMFileHandler *file);
     /// Slot 34: Registers a new interior node that lists the given children, in place of one that
     /// is there, and hands it out. @return 0, or what SetNode answers
