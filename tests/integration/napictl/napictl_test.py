@@ -754,10 +754,9 @@ class PatternTest(NapictlTest):
     def test_nothing_is_deleted_when_an_argument_means_no_profile(self):
         before = self.names()
         for missing in (["X*"], ["none"], ["X*", "none", "Y?"], [""], ["a/b"]):
-            for arguments in (["voda", "Vo*", *missing], [*missing, "voda"]):
-                result = self.refused(FAILED, "delete", *arguments)
-                told = [line.split(": ")[1] for line in result.stderr.splitlines()]
-                self.assertEqual((told, self.names()), (missing, before))
+            result = self.refused(FAILED, "delete", "voda", *missing, "Vo*")
+            self.assertEqual([line.split(": ")[1] for line in result.stderr.splitlines()], missing)
+        self.assertEqual(self.names(), before)
 
     def test_matching_profiles_are_deleted(self):
         self.napictl("delete", "Vo?*e*")

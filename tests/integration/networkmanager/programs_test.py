@@ -1,6 +1,8 @@
 """napictl and dmclient on the connections of a private NetworkManager, with nmcli as the witness."""
 
+import json
 import os
+import select
 import subprocess
 import unittest
 
@@ -167,6 +169,80 @@ class ProgramsTest(HandsetTest):
             self.run_program("napictl", "--backend", "networkmanager", "export", "--show-secrets").stdout,
             exported)
         self.run_program("napictl", "--backend", "networkmanager", "check")
+
+    def napictl(self, *words, stdin=None, expected=OK):
+        result = self.handset.run("napictl", "--backend", "networkmanager", *words, stdin=stdin)
+        self.assertEqual(result.returncode, expected, result.stdout + result.stderr)
+        return result
+
+    def connections(self):
+        return sorted(self.nmcli("-g", "name", "connection", "show").split())
+
+    def test_a_clone_is_a_connection_with_what_the_profile_has(self):
+        self.add_connection("apn", "hand.apn", "gsm.password", "secret", "ipv4.dns", "10.0.0.1", "gsm.pin", "1234")
+        self.napictl("set", "Hand", "csd.address=+4930", "csd.authPassword=other")
+        self.napictl("clone", "Hand", "Copy")
+        self.assertEqual(self.shown("Copy", "gsm.pin,gsm.password,gsm.apn,ipv4.dns").split("\n"),
+                         ["", "secret", "hand.apn", "10.0.0.1"])
+        hand, copy = json.loads(self.napictl("show", "Hand", "Copy", "--json", "--show-secrets").stdout)
+        self.assertEqual(copy, {**hand, "name": "Copy"})
+        self.assertEqual(len(set(self.nmcli("-g", "uuid", "connection", "show").split())), 2)
+
+    def test_diff_and_import_compare_a_file_with_the_connections(self):
+        self.add_connection("apn", "hand.apn", "gsm.password", "secret", "gsm.pin", "1234")
+        exported = self.napictl("export", "--show-secrets").stdout
+        self.assertEqual(self.napictl("diff", "-", stdin=exported).stdout, "")
+        self.nmcli("connection", "modify", "Hand", "gsm.apn", "new.apn", "gsm.password", "another",
+                   "gsm.pin", "1234")  # nmcli drops the secrets that it is not given when it is given one
+        self.nmcli("connection", "clone", "Hand", "Late")
+        self.assertEqual(self.napictl("diff", "-", stdin=exported, expected=DIFFERENT).stdout,
+                         "Only in the store: Late\nHand:\n- gprs.address=new.apn\n+ gprs.address=hand.apn\n"
+                         "- gprs.authPassword=********\n+ gprs.authPassword=******** (changed)\n")
+        lines = "replace Hand\nremove Late\n"
+        self.assertEqual(self.napictl("import", "-", "--replace", "--prune", "--dry-run", stdin=exported).stdout, lines)
+        self.assertEqual(self.nmcli("-g", "gsm.apn", "connection", "show", "Hand"), "new.apn")
+        self.assertEqual(self.connections(), ["Hand", "Late"])
+        self.assertEqual(self.napictl("import", "-", "--replace", "--prune", stdin=exported).stdout, lines)
+        self.assertEqual(self.shown("Hand", "gsm.pin,gsm.password,gsm.apn").split(), ["1234", "secret", "hand.apn"])
+        self.assertEqual(self.connections(), ["Hand"])
+
+    def test_an_import_stops_at_a_value_that_is_refused(self):
+        self.add_connection("apn", "hand.apn")
+        profiles = [{"name": name, "gprs": {"address": address}}
+                    for name, address in (("First", "first.apn"), ("Web", "two words"), ("Last", "last.apn"))]
+        result = self.napictl("import", "-", "--prune", stdin=json.dumps(profiles), expected=FAILED)
+        self.assertEqual(result.stdout, "create First\n")
+        self.assertIn("napictl: stopped at Web, after 1 of 4 profiles; ", result.stderr)
+        self.assertEqual(self.connections(), ["First", "Hand"])
+
+    def test_a_pattern_deletes_no_connection_of_another_type(self):
+        self.nmcli("connection", "add", "type", "ethernet", "con-name", "Hardwired", "ifname", "x0")
+        for name in ("Hand", "Heart", "Team"):
+            self.napictl("create", name, "gprs.address=x.apn")
+        self.napictl("delete", "H*", "Hardwired", expected=FAILED)
+        self.assertEqual(self.connections(), ["Hand", "Hardwired", "Heart", "Team"])
+        self.napictl("delete", "H*")
+        self.assertEqual(self.connections(), ["Hardwired", "Team"])
+
+    def test_the_map_of_a_connection_masks_its_password(self):
+        self.add_connection("apn", "hand.apn", "gsm.password", "secret")
+        raw = self.napictl("show", "Hand", "--raw").stdout
+        self.assertIn("gprsAddress       68 61 6e 64 2e 61 70 6e  hand.apn\n", raw)
+        self.assertIn("gprsAuthPassword  masked                   ********\n", raw)
+        self.assertIn("73 65 63 72 65 74 00 00  secret..\n",
+                      self.napictl("show", "Hand", "--raw", "--show-secrets").stdout)
+
+    def test_monitor_tells_what_nmcli_does(self):
+        self.add_connection("apn", "hand.apn")
+        with subprocess.Popen([*PROGRAMS["napictl"], "--backend", "networkmanager", "monitor"], text=True,
+                              env=self.handset.environment(), stdout=subprocess.PIPE) as monitor:
+            self.addCleanup(monitor.kill)
+            changes = 0
+            while not select.select([monitor.stdout], [], [], 0.1)[0]:  # nothing is told of what is before it
+                changes += 1
+                self.nmcli("connection", "modify", "Hand", "gsm.apn", f"{changes}.apn")
+            self.assertEqual(monitor.stdout.readline(), "changed Hand, ID 1: gprs.address\n")
+            monitor.kill()
 
     def test_an_access_point_that_is_refused_does_not_keep_the_others_out(self):
         file = os.path.join(self.handset.home, "providers.xml")
