@@ -65,7 +65,7 @@ public:
 
 private:
     static constexpr char script[] = R"sh(original=$(cat; echo .)
-printf %s "${original%.}" | cmp -s - "$2" && rm -rf -- "$1")sh";
+printf %s "${original%.}" | cmp -s - "$2" || [ ! -e "$2" ] && rm -rf -- "$1")sh";
 
     /// Of a pipe; the guard begins when everybody has closed it.
     handset_state::FileDescriptor m_end;

@@ -1028,6 +1028,12 @@ class EditTest(NapictlTest):
             os.killpg(process.pid, number)
             self.wait_until(lambda: not os.listdir(self.temporary) and not self.guards())
 
+    def test_folder_without_a_text_is_gone_when_the_program_is_killed(self):
+        process = self.begin_to_edit("rm $1")
+        process.kill()
+        self.end_editor()
+        self.wait_until(lambda: not os.listdir(self.temporary))
+
     def test_text_that_was_worked_on_stays_when_the_program_is_killed(self):
         process = self.begin_to_edit("echo >> $1")
         process.kill()
