@@ -160,7 +160,7 @@ QString wrongArguments(const Command &command, const QString &problem)
 
 namespace {
 
-/// @param words  behind the command
+/// @param words  after the command
 support::Expected<Invocation, QString> parseOf(const Program &program, const Command &command,
                                                const QStringList &words, Completeness completeness,
                                                Invocation invocation)

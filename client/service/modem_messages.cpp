@@ -174,7 +174,7 @@ void ModemMessages::takeChange(const QDBusMessage &signal)
     if (!changed || numberIn(*changed, "State") != stateReceived)
         return;
     // What it was before may still be on the way to here: the bus library hands on an answer that
-    // came at once later than the signals behind it.
+    // came at once later than the signals after it.
     const auto reading = std::ranges::find(m_reading, signal.path(), &Place::message);
     if (reading != m_reading.end()) {
         if (std::ranges::find(m_completed, *reading) == m_completed.end())

@@ -49,7 +49,7 @@ void NetworkState::ask()
     auto *const answer = new QDBusPendingCallWatcher(m_bus.asyncCall(call), this);
     connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer, asked = ++m_news] {
         answer->deleteLater();
-        // The bus library hands on an answer that came at once later than the signals behind it.
+        // The bus library hands on an answer that came at once later than the signals after it.
         if (asked != m_news)
             return;
         const QDBusPendingReply<QDBusVariant> reply = *answer;
