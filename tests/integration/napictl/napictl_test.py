@@ -996,7 +996,9 @@ class EditTest(NapictlTest):
         """An editor that has the text, runs the script and waits until `done` is there."""
         ready = os.path.join(self.directory, "ready")
         script = f"{script}\ntouch {ready}; while [ -d {self.directory} -a ! -e {self.directory}/done ]; do sleep 0.02; done"
+        # Whoever runs the tests may ignore hang-ups, which programs inherit.
         process = self.start("edit", "Office", *options, start_new_session=True,
+                             preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_DFL),
                              environment={"VISUAL": self.editor(script), "TMPDIR": self.temporary})
         self.addCleanup(process.wait)
         self.addCleanup(process.kill)
